@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Export.h"
+
+namespace kiv {
+
+/// The directory of resources that ships with the framework.
+class KIV_EXPORT Bundle {
+ public:
+  /// The framework's own bundle: the directory that the host named with setFrameworkResourcesPath,
+  /// otherwise the first that exists of those where an installed library, or one in its build
+  /// tree, keeps its resources.
+  static Bundle frameworkBundle();
+
+  /// Names the directory that holds InnerAdResources.bundle; nothing brings the default back. May
+  /// be called from any thread, and takes effect with the next frameworkBundle().
+  static void setFrameworkResourcesPath(std::optional<std::string> path);
+
+  /// The directory, empty where none was found.
+  [[nodiscard]] const std::string& resourcePath() const noexcept { return resourcePath_; }
+
+  /// The absolute path of the packaged file `name`.`type` in the subdirectory `directory`, or
+  /// nothing where no such file is packaged. An empty type stands for a name without extension.
+  [[nodiscard]] std::optional<std::string> pathForResource_ofType_inDirectory(
+      std::string_view name, std::string_view type, std::string_view directory) const;
+
+ private:
+  explicit Bundle(std::string resourcePath);
+
+  std::string resourcePath_;
+};
+
+}  // namespace kiv

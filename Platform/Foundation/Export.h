@@ -1,0 +1,14 @@
+#pragma once
+
+// Marks what a shared build of the library shows to its users; everything else stays hidden.
+#if defined(KIVRESOURCE_STATIC)
+#define KIV_EXPORT
+#elif defined(_WIN32)
+#if defined(KIVRESOURCE_BUILDING)
+#define KIV_EXPORT __declspec(dllexport)
+#else
+#define KIV_EXPORT __declspec(dllimport)
+#endif
+#else
+#define KIV_EXPORT __attribute__((visibility("default")))
+#endif

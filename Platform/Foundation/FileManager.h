@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+
+namespace kiv {
+
+/// A file open for writing. Closed, without any promise about its contents, when it goes.
+class KIV_EXPORT WritableFile {
+ public:
+  virtual ~WritableFile() = default;
+  /// Appends all of the bytes, or fails.
+  virtual bool write(std::string_view bytes, std::optional<Error>* error = nullptr) = 0;
+  /// Returns when what was written has reached the disk. After a failure the contents are
+  /// unknown: discard the file, never sync it again.
+  virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+  /// Closes the file; reports what the system noticed only now. Nothing else may follow.
+  virtual bool close(std::optional<Error>* error = nullptr) = 0;
+};
+
+/// An advisory lock on a file, held until it goes, or until the process ends in whatever way.
+class KIV_EXPORT FileLock {
+ public:
+  virtual ~FileLock() = default;
+};
+
+/// Every operation on files that the library performs: one object of the process, which a test can
+/// replace by one that fails or forgets.
+///
+/// Paths are UTF-8. An operation that fails answers false or nothing and stores an error, most
+/// often in SystemErrorDomain, where the caller gave a place for it. Operations may be called from
+/// any thread; calls that concern one path are for the caller to put in order.
+class KIV_EXPORT FileManager {
+ public:
+  /// The file manager in use.
+  static FileManager& defaultManager();
+  /// Puts another one in use and answers the former, nullptr for the system's own; nullptr brings
+  /// that back. The caller keeps it alive while it is in use. For tests, before other threads run.
+  static FileManager* setDefaultManager(FileManager* manager);
+
+  virtual ~FileManager() = default;
+
+  /// True where a regular file, or a link to one, lies at the path. Directories and devices do not
+  /// count as files.
+  virtual bool fileExistsAtPath(std::string_view path) = 0;
+  /// True where anything lies at the path, also a link that leads nowhere.
+  virtual bool itemExistsAtPath(std::string_view path) = 0;
+  /// True where a directory, not a link to one, lies at the path.
+  virtual bool directoryExistsAtPath(std::string_view path) = 0;
+
+  /// The whole contents of a regular file.
+  virtual std::optional<Data> contentsAtPath(std::string_view path,
+                                             std::optional<Error>* error = nullptr) = 0;
+  /// The names of a directory's items, in no given order.
+  virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+
+  /// Makes the directory and the missing ones above it; true also where it stood already.
+  virtual bool createDirectoryAtPath(std::string_view path,
+                                     std::optional<Error>* error = nullptr) = 0;
+  /// Creates a file that must not exist yet, open for writing; nullptr on failure.
+  virtual std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
+                                                         std::optional<Error>* error = nullptr) = 0;
+  /// Returns when the directory's own entries (made, renamed, removed) have reached the disk.
+  virtual bool synchronizeDirectoryAtPath(std::string_view path,
+                                          std::optional<Error>* error = nullptr) = 0;
+
+  /// Renames in one step; a file at the new path is replaced, a directory there must be empty.
+  virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                     std::optional<Error>* error = nullptr) = 0;
+  /// Lets two items change places in one step. Fails where the file system has no such step.
+  virtual bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
+                                                 std::optional<Error>* error = nullptr) = 0;
+  /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
+  /// nothing lies there is an error too.
+  virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
+
+  /// Takes the advisory lock of the file at the path, which is made where it is missing; nullptr
+  /// where another process, or another lock of this one, holds it, or on failure.
+  virtual std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
+                                                   std::optional<Error>* error = nullptr) = 0;
+};
+
+}  // namespace kiv

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+
+/// Domain of the errors that the storage service makes itself; those of the operating system pass
+/// through with their own.
+inline constexpr std::string_view KivStorageServiceErrorDomain = "kiv.KivStorageService";
+
+enum class KivStorageServiceErrorCode : int {
+  unusableName = 1,     ///< The file name, or an archive's stem, may not be used for a file.
+  invalidArchive = 2,   ///< The archive cannot be read, or holds what it may not hold.
+  noEntryPage = 3,      ///< The archive leaves no "index.html" at its top.
+  nameIsTaken = 4,      ///< Something of another sort, a directory or a file, has the name.
+  noRoot = 5,           ///< There is no directory to store in.
+};
+
+/// Files under relative paths of one storage root.
+///
+/// Never instantiated; all operations are class operations. Saving is atomic: a file, or the
+/// directory of an unpacked archive, is either the old one or the complete new one, at every moment
+/// and after the process was killed. What is not complete lies in a directory of its own under the
+/// root, `.KivStorageService`, and is swept when a process starts to use the root; what another
+/// living process is writing there is left alone.
+///
+/// Operations may be called from any thread; those that save or delete the same file are for the
+/// caller to put in order.
+class KIV_EXPORT KivStorageService {
+ public:
+  /// The storage root: the one that the host named, otherwise a directory for this program among
+  /// the user's application data. Empty where there is none.
+  static std::string rootPath();
+  /// Names the storage root, an absolute path; nothing brings the default back. Temporary files
+  /// that earlier processes left under it are removed. Call it before the root is first used.
+  static void setRootPath(std::optional<std::string> path);
+
+  /// Writes the bytes as ROOT/relativePath/fileName, creating missing directories and replacing an
+  /// existing file. A name that ends in ".zip" is an archive: its contents are unpacked into
+  /// ROOT/relativePath/STEM, STEM being the name without ".zip", in place of a directory that was
+  /// there, and the archive itself is not kept. Where a folder is the only entry at the archive's
+  /// top and holds the "index.html", its contents go to the top.
+  static bool saveData_forFileName_atRelativePath_error(const kiv::Data& data,
+                                                        std::string_view fileName,
+                                                        std::string_view relativePath,
+                                                        std::optional<kiv::Error>* error = nullptr);
+
+  /// The bytes of ROOT/relativePath/fileName, or nothing where it is missing or unreadable.
+  static std::optional<kiv::Data> loadDataForFileName_atRelativePath_error(
+      std::string_view fileName, std::string_view relativePath,
+      std::optional<kiv::Error>* error = nullptr);
+
+  /// True where ROOT/relativePath/fileName is a regular file under a name that may be used.
+  static bool fileExistsWithName_atRelativePath(std::string_view fileName,
+                                                std::string_view relativePath);
+
+  /// The absolute path ROOT/relativePath/fileName, whether or not anything lies there.
+  static std::string filePathForFileName_atRelativePath(std::string_view fileName,
+                                                        std::string_view relativePath);
+};

@@ -1,0 +1,26 @@
+# Settings and warnings of our own targets. Linked PRIVATE, so that no consumer inherits them.
+
+add_library(kivresource_settings INTERFACE)
+target_compile_features(kivresource_settings INTERFACE cxx_std_20)
+
+if(KIVRESOURCE_SANITIZER STREQUAL "address")
+  set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
+elseif(KIVRESOURCE_SANITIZER STREQUAL "thread")
+  set(sanitizers -fsanitize=thread)
+elseif(KIVRESOURCE_SANITIZER)
+  message(FATAL_ERROR "KIVRESOURCE_SANITIZER is \"${KIVRESOURCE_SANITIZER}\"; it takes address, thread or nothing")
+endif()
+if(sanitizers)
+  target_compile_options(kivresource_settings INTERFACE ${sanitizers} -fno-omit-frame-pointer -g)
+  target_link_options(kivresource_settings INTERFACE ${sanitizers})
+endif()
+
+add_library(kivresource_warnings INTERFACE)
+if(MSVC)
+  target_compile_options(kivresource_warnings INTERFACE /W4)
+else()
+  target_compile_options(kivresource_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+endif()
+if(KIVRESOURCE_WARNINGS_AS_ERRORS)
+  target_compile_options(kivresource_warnings INTERFACE $<IF:$<CXX_COMPILER_ID:MSVC>,/WX,-Werror>)
+endif()
