@@ -80,7 +80,8 @@ std::size_t DispatchQueue::State::drain() {
     waiting = jobs.size();
   }
   std::size_t ran = 0;
-  while (ran < waiting && runNext()) ++ran;
+  while (ran < waiting && runNext())
+    ++ran;
   // Jobs that were added meanwhile came to a queue that was not empty, so nobody heard of them.
   if (!isEmpty()) callWakeUp();
   return ran;
@@ -123,7 +124,8 @@ std::shared_ptr<DispatchQueue> DispatchQueue::current() {
   return isMainThread() ? main() : nullptr;
 }
 
-DispatchQueue::DispatchQueue(std::string label) : state_(std::make_shared<State>(std::move(label))) {}
+DispatchQueue::DispatchQueue(std::string label)
+    : state_(std::make_shared<State>(std::move(label))) {}
 
 DispatchQueue::~DispatchQueue() {
   if (!state_->thread.joinable()) return;

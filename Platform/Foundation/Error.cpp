@@ -5,11 +5,11 @@
 
 namespace kiv {
 
-Error::Error(std::string_view domain, std::int64_t code, Dictionary userInfo)
-    : domain(domain), code(code), userInfo(std::move(userInfo)) {}
+Error::Error(std::string_view errorDomain, std::int64_t errorCode, Dictionary information)
+    : domain(errorDomain), code(errorCode), userInfo(std::move(information)) {}
 
-Error::Error(std::string_view domain, std::int64_t code, std::string_view message)
-    : Error(domain, code, Dictionary{{LocalizedDescriptionKey, message}}) {}
+Error::Error(std::string_view errorDomain, std::int64_t errorCode, std::string_view message)
+    : Error(errorDomain, errorCode, Dictionary{{LocalizedDescriptionKey, message}}) {}
 
 std::string Error::localizedDescription() const {
   return userInfo[LocalizedDescriptionKey].string();

@@ -19,9 +19,13 @@ struct KIV_EXPORT Error {
   std::int64_t code = 0;
   Dictionary userInfo;
 
-  Error(std::string_view domain, std::int64_t code, Dictionary userInfo);
+  Error(std::string_view errorDomain, std::int64_t errorCode, Dictionary information);
   /// An error whose user information holds exactly one entry, the message.
-  Error(std::string_view domain, std::int64_t code, std::string_view message);
+  Error(std::string_view errorDomain, std::int64_t errorCode, std::string_view message);
+  Error(std::string_view errorDomain, std::int64_t errorCode, const char* message)
+      : Error(errorDomain, errorCode, std::string_view(message)) {}
+  Error(std::string_view errorDomain, std::int64_t errorCode, const std::string& message)
+      : Error(errorDomain, errorCode, std::string_view(message)) {}
 
   /// The message for a person, or an empty string where there is none.
   [[nodiscard]] std::string localizedDescription() const;

@@ -14,11 +14,11 @@ namespace kiv {
 inline constexpr std::string_view JSONErrorDomain = "kiv.JSON";
 
 enum class JSONErrorCode : int {
-  malformed = 1,      ///< The text is not JSON, or holds text that is not UTF-8.
-  tooDeep = 2,        ///< Arrays and dictionaries nest deeper than JSON::deepestNesting.
-  bareValue = 3,      ///< The top level is neither an array nor an object.
-  unwritable = 4,     ///< A value has no JSON form: a number that is not finite, a broken string.
-  tooLarge = 5,       ///< The text is larger than the reader takes.
+  malformed = 1,   ///< The text is not JSON, or holds text that is not UTF-8.
+  tooDeep = 2,     ///< Arrays and dictionaries nest deeper than JSON::deepestNesting.
+  bareValue = 3,   ///< The top level is neither an array nor an object.
+  unwritable = 4,  ///< A value has no JSON form: a number that is not finite, a broken string.
+  tooLarge = 5,    ///< The text is larger than the reader takes.
 };
 
 /// Reads and writes JSON text. May be used from any thread.

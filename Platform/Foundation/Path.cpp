@@ -39,7 +39,8 @@ std::string appendingPathComponent(std::string_view path, std::string_view compo
   component = start == std::string_view::npos ? std::string_view() : component.substr(start);
   if (path.empty()) return std::string(component);
   const std::size_t last = path.find_last_not_of('/');
-  std::string joined(last == std::string_view::npos ? std::string_view() : path.substr(0, last + 1));
+  std::string joined(last == std::string_view::npos ? std::string_view()
+                                                    : path.substr(0, last + 1));
   joined += '/';
   joined += component;
   return joined;

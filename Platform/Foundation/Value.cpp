@@ -51,7 +51,8 @@ struct DictionaryBlock {
       return found == positions->end() ? entries.size() : found->second;
     }
     std::size_t index = 0;
-    while (index < entries.size() && entries[index].key() != key) ++index;
+    while (index < entries.size() && entries[index].key() != key)
+      ++index;
     return index;
   }
 
@@ -180,21 +181,31 @@ bool Value::boolean() const noexcept {
 
 std::uint64_t Value::unsignedInteger() const noexcept {
   switch (kind_) {
-    case Kind::boolean: return bits_.boolean ? 1 : 0;
-    case Kind::signedInteger: return static_cast<std::uint64_t>(bits_.signedInteger);
-    case Kind::unsignedInteger: return bits_.unsignedInteger;
-    case Kind::floating: return unsignedFromDouble(bits_.floating);
-    default: return 0;
+    case Kind::boolean:
+      return bits_.boolean ? 1 : 0;
+    case Kind::signedInteger:
+      return static_cast<std::uint64_t>(bits_.signedInteger);
+    case Kind::unsignedInteger:
+      return bits_.unsignedInteger;
+    case Kind::floating:
+      return unsignedFromDouble(bits_.floating);
+    default:
+      return 0;
   }
 }
 
 double Value::floating() const noexcept {
   switch (kind_) {
-    case Kind::boolean: return bits_.boolean ? 1 : 0;
-    case Kind::signedInteger: return static_cast<double>(bits_.signedInteger);
-    case Kind::unsignedInteger: return static_cast<double>(bits_.unsignedInteger);
-    case Kind::floating: return bits_.floating;
-    default: return 0;
+    case Kind::boolean:
+      return bits_.boolean ? 1 : 0;
+    case Kind::signedInteger:
+      return static_cast<double>(bits_.signedInteger);
+    case Kind::unsignedInteger:
+      return static_cast<double>(bits_.unsignedInteger);
+    case Kind::floating:
+      return bits_.floating;
+    default:
+      return 0;
   }
 }
 
@@ -235,10 +246,14 @@ bool operator==(const Value& a, const Value& b) noexcept {
   }
   if (a.kind_ != b.kind_) return false;
   switch (a.kind_) {
-    case Kind::string: return a.stringView() == b.stringView();
-    case Kind::array: return a.array() == b.array();
-    case Kind::dictionary: return a.dictionary() == b.dictionary();
-    default: return true;
+    case Kind::string:
+      return a.stringView() == b.stringView();
+    case Kind::array:
+      return a.array() == b.array();
+    case Kind::dictionary:
+      return a.dictionary() == b.dictionary();
+    default:
+      return true;
   }
 }
 
@@ -262,11 +277,13 @@ Array::~Array() {
 }
 
 std::vector<Value>& Array::own() {
-  return detail::makeUnique(block_, [](const detail::ArrayBlock& shared) {
-           auto copy = std::make_unique<detail::ArrayBlock>();
-           copy->values = shared.values;
-           return copy.release();
-         }).values;
+  return detail::makeUnique(block_,
+                            [](const detail::ArrayBlock& shared) {
+                              auto copy = std::make_unique<detail::ArrayBlock>();
+                              copy->values = shared.values;
+                              return copy.release();
+                            })
+      .values;
 }
 
 std::size_t Array::size() const noexcept {
@@ -305,7 +322,8 @@ bool operator==(const Array& a, const Array& b) noexcept {
 // --- Dictionary ----------------------------------------------------------------------------------
 
 Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) {
-  for (const auto& [key, value] : entries) set(key, value);
+  for (const auto& [key, value] : entries)
+    set(key, value);
 }
 
 Dictionary::Dictionary(const Dictionary& other) noexcept : block_(other.block_) {
@@ -354,10 +372,10 @@ const Dictionary::Entry* Dictionary::end() const noexcept {
 }
 
 void Dictionary::set(std::string_view key, Value value) {
-  set(Value(key), std::move(value));
+  setWithSharedKey(Value(key), std::move(value));
 }
 
-void Dictionary::set(const Value& key, Value value) {
+void Dictionary::setWithSharedKey(const Value& key, Value value) {
   detail::DictionaryBlock& block = own();
   const std::size_t position = block.position(key.stringView());
   if (position < block.entries.size()) {

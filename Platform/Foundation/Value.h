@@ -39,7 +39,7 @@ class KIV_EXPORT Value {
   enum class Kind : std::uint8_t {
     null,
     boolean,
-    signedInteger,    ///< Negative integers only; others that fit are unsignedInteger.
+    signedInteger,  ///< Negative integers only; others that fit are unsignedInteger.
     unsignedInteger,
     floating,
     string,
@@ -50,10 +50,12 @@ class KIV_EXPORT Value {
   Value() noexcept : kind_(Kind::null), bits_{} {}
   Value(std::nullptr_t) noexcept : Value() {}
   Value(std::nullopt_t) noexcept : Value() {}
-  Value(std::same_as<bool> auto boolean) noexcept : kind_(Kind::boolean) { bits_.boolean = boolean; }
+  Value(std::same_as<bool> auto boolean) noexcept : kind_(Kind::boolean) {
+    bits_.boolean = boolean;
+  }
   template <std::integral Integer>
-    requires(!std::same_as<Integer, bool>)
-  Value(Integer number) noexcept {
+  requires(!std::same_as<Integer, bool>) Value(Integer number)
+  noexcept {
     if (std::signed_integral<Integer> && number < Integer{0}) {
       kind_ = Kind::signedInteger;
       bits_.signedInteger = static_cast<std::int64_t>(number);
@@ -169,7 +171,8 @@ class KIV_EXPORT Dictionary {
  public:
   /// One key with its value. The key is a string value, so that equal keys can share one string.
   struct Entry {
-    Entry(Value key, Value value) : key_(std::move(key)), value(std::move(value)) {}
+    Entry(Value entryKey, Value entryValue)
+        : key_(std::move(entryKey)), value(std::move(entryValue)) {}
     [[nodiscard]] std::string_view key() const noexcept { return key_.stringView(); }
 
    private:
@@ -201,7 +204,7 @@ class KIV_EXPORT Dictionary {
   /// Sets the value under the key: in place where the key is there, otherwise at the end.
   void set(std::string_view key, Value value);
   /// The same with a key that is a string value already; the dictionary then shares that string.
-  void set(const Value& key, Value value);
+  void setWithSharedKey(const Value& key, Value value);
   void remove(std::string_view key);
 
   KIV_EXPORT friend bool operator==(const Dictionary& a, const Dictionary& b) noexcept;

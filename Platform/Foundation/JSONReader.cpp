@@ -1,0 +1,286 @@
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <new>
+#include <string>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+
+#include <simdjson.h>
+
+#include "Platform/Foundation/JSON.h"
+
+namespace kiv {
+
+namespace {
+
+namespace ondemand = simdjson::ondemand;
+using simdjson::error_code;
+
+/// What stopped the reader: its code, the cause as an end of a sentence, and where.
+struct Fault {
+  JSONErrorCode code = JSONErrorCode::malformed;
+  std::string cause;
+  const char* location = nullptr;
+};
+
+/// Makes one value tree of one text.
+class Builder {
+ public:
+  explicit Builder(ondemand::document& document) : document_(document) {}
+
+  /// The root, or null with a fault.
+  Value build();
+  [[nodiscard]] bool failed() const noexcept { return failed_; }
+  [[nodiscard]] const Fault& fault() const noexcept { return fault_; }
+
+ private:
+  Value buildValue(ondemand::value value);
+  Value buildArray(simdjson::simdjson_result<ondemand::array> source);
+  Value buildDictionary(simdjson::simdjson_result<ondemand::object> source);
+  Value buildNumber(ondemand::value value);
+  Value buildLargeInteger(std::string_view token);
+  Value buildLiteral(ondemand::value value, ondemand::json_type type);
+  Value sharedKey(std::string_view key);
+  Value fail(JSONErrorCode code, std::string cause);
+  Value fail(error_code error) { return fail(JSONErrorCode::malformed, describe(error)); }
+  static std::string describe(error_code error);
+
+  ondemand::document& document_;
+  /// Strings of keys seen already: the objects of a list mostly have the same keys, and share them.
+  std::unordered_map<std::string_view, Value> keys_;
+  int depth_ = 0;
+  bool failed_ = false;
+  Fault fault_;
+};
+
+Value Builder::build() {
+  ondemand::json_type type{};
+  if (const error_code error = document_.type().get(type)) return fail(error);
+  Value root;
+  if (type == ondemand::json_type::array) {
+    root = buildArray(document_.get_array());
+  } else if (type == ondemand::json_type::object) {
+    root = buildDictionary(document_.get_object());
+  } else {
+    return fail(JSONErrorCode::bareValue, "has neither an array nor an object at its top level");
+  }
+  if (!failed_ && document_.current_location().error() != simdjson::OUT_OF_BOUNDS) {
+    return fail(JSONErrorCode::malformed, "goes on after its end");
+  }
+  return root;
+}
+
+Value Builder::buildValue(ondemand::value value) {
+  ondemand::json_type type{};
+  if (const error_code error = value.type().get(type)) return fail(error);
+  switch (type) {
+    case ondemand::json_type::array:
+      return buildArray(value.get_array());
+    case ondemand::json_type::object:
+      return buildDictionary(value.get_object());
+    case ondemand::json_type::number:
+      return buildNumber(value);
+    default:
+      return buildLiteral(value, type);
+  }
+}
+
+Value Builder::buildArray(simdjson::simdjson_result<ondemand::array> source) {
+  ondemand::array elements;
+  if (const error_code error = std::move(source).get(elements)) return fail(error);
+  if (++depth_ > JSON::deepestNesting) return fail(JSONErrorCode::tooDeep, "nests too deep");
+  Array array;
+  for (auto result : elements) {
+    ondemand::value element;
+    if (const error_code error = std::move(result).get(element)) return fail(error);
+    array.append(buildValue(element));
+    if (failed_) return {};
+  }
+  --depth_;
+  return array;
+}
+
+Value Builder::buildDictionary(simdjson::simdjson_result<ondemand::object> source) {
+  ondemand::object fields;
+  if (const error_code error = std::move(source).get(fields)) return fail(error);
+  if (++depth_ > JSON::deepestNesting) return fail(JSONErrorCode::tooDeep, "nests too deep");
+  Dictionary dictionary;
+  for (auto result : fields) {
+    ondemand::field field;
+    if (const error_code error = std::move(result).get(field)) return fail(error);
+    std::string_view key;
+    if (const error_code error = field.unescaped_key().get(key)) return fail(error);
+    const Value keyString = sharedKey(key);
+    dictionary.setWithSharedKey(keyString, buildValue(field.value()));
+    if (failed_) return {};
+  }
+  --depth_;
+  return dictionary;
+}
+
+Value Builder::buildNumber(ondemand::value value) {
+  const std::string_view token = value.raw_json_token();
+  ondemand::number number;
+  if (value.get_number().get(number)) return buildLargeInteger(token);
+  if (number.is_int64()) return number.get_int64();
+  if (number.is_uint64()) return number.get_uint64();
+  return number.get_double();
+}
+
+/// The parser refuses integers beyond 64 bits; JSON allows them, so they become doubles.
+Value Builder::buildLargeInteger(std::string_view token) {
+  token = token.substr(0, token.find_last_not_of(" \t\r\n") + 1);
+  const std::string_view digits = token.substr(token.starts_with('-') ? 1 : 0);
+  const bool isInteger = !digits.empty() && digits.front() != '0' &&
+                         std::all_of(digits.begin(), digits.end(),
+                                     [](char digit) { return digit >= '0' && digit <= '9'; });
+  double number = 0;
+  if (isInteger) {
+    const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), number);
+    if (error == std::errc() && end == token.data() + token.size()) return number;
+  }
+  return fail(JSONErrorCode::malformed, "has a number that cannot be read");
+}
+
+Value Builder::buildLiteral(ondemand::value value, ondemand::json_type type) {
+  if (type == ondemand::json_type::string) {
+    std::string_view string;
+    if (const error_code error = value.get_string().get(string)) return fail(error);
+    return string;
+  }
+  if (type == ondemand::json_type::boolean) {
+    bool boolean = false;
+    if (const error_code error = value.get_bool().get(boolean)) return fail(error);
+    return boolean;
+  }
+  if (!value.is_null()) return fail(JSONErrorCode::malformed, "has a value that is none");
+  return nullptr;
+}
+
+Value Builder::sharedKey(std::string_view key) {
+  constexpr std::size_t mostKeys = 1024;
+  if (const auto known = keys_.find(key); known != keys_.end()) return known->second;
+  Value string(key);
+  if (keys_.size() < mostKeys) keys_.emplace(string.stringView(), string);
+  return string;
+}
+
+Value Builder::fail(JSONErrorCode code, std::string cause) {
+  if (!failed_) {
+    failed_ = true;
+    fault_ = {code, std::move(cause), nullptr};
+    const char* location = nullptr;
+    if (!document_.current_location().get(location)) fault_.location = location;
+  }
+  return {};
+}
+
+std::string Builder::describe(error_code error) {
+  switch (error) {
+    case simdjson::STRING_ERROR:
+      return "has a string with a wrong escape";
+    case simdjson::NUMBER_ERROR:
+      return "has a number that cannot be read";
+    case simdjson::INCOMPLETE_ARRAY_OR_OBJECT:
+      return "ends inside an array or an object";
+    default:
+      return "is not well formed";
+  }
+}
+
+// --- Faults that the parser finds before it reads values -----------------------------------------
+
+const char* firstInvalidUTF8(std::string_view text) {
+  std::size_t start = 0;
+  while (start < text.size()) {
+    const std::size_t end = std::min(text.find('\n', start), text.size() - 1) + 1;
+    if (!simdjson::validate_utf8(text.data() + start, end - start)) {
+      std::size_t good = start;
+      for (std::size_t at = start + 1; at <= end && at - good <= 4; ++at) {
+        if (simdjson::validate_utf8(text.data() + good, at - good)) good = at;
+      }
+      return text.data() + good;
+    }
+    start = end;
+  }
+  return text.data() + text.size();
+}
+
+const char* firstControlCharacterInString(std::string_view text) {
+  bool inString = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (inString && static_cast<unsigned char>(text[at]) < 0x20) return text.data() + at;
+    if (inString && text[at] == '\\') {
+      ++at;
+    } else if (text[at] == '"') {
+      inString = !inString;
+    }
+  }
+  return text.data() + text.size();
+}
+
+Fault faultOfText(error_code error, std::string_view text) {
+  const char* const end = text.data() + text.size();
+  switch (error) {
+    case simdjson::EMPTY:
+      return {JSONErrorCode::malformed, "is empty", text.data()};
+    case simdjson::UTF8_ERROR:
+      return {JSONErrorCode::malformed, "is not valid UTF-8", firstInvalidUTF8(text)};
+    case simdjson::UNCLOSED_STRING:
+      return {JSONErrorCode::malformed, "ends inside a string", end};
+    case simdjson::UNESCAPED_CHARS:
+      return {JSONErrorCode::malformed, "has a control character inside a string",
+              firstControlCharacterInString(text)};
+    case simdjson::CAPACITY:
+    case simdjson::MEMALLOC:
+      return {JSONErrorCode::tooLarge, "is too large to read", nullptr};
+    default:
+      return {JSONErrorCode::malformed, "is not well formed", end};
+  }
+}
+
+Error errorOfFault(const Fault& fault, std::string_view text) {
+  std::string message = "The JSON text " + fault.cause;
+  if (fault.location >= text.data() && fault.location <= text.data() + text.size()) {
+    const auto offset = static_cast<std::size_t>(fault.location - text.data());
+    const std::string_view before = text.substr(0, offset);
+    const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+    const std::size_t column = offset - (before.rfind('\n') + 1) + 1;
+    message += " (line " + std::to_string(line) + ", column " + std::to_string(column) + ")";
+  }
+  return Error(JSONErrorDomain, static_cast<int>(fault.code), message + ".");
+}
+
+std::optional<Value> readPadded(const simdjson::padded_string& padded,
+                                std::optional<Error>* error) {
+  const std::string_view text = padded;
+  ondemand::parser parser;
+  ondemand::document document;
+  if (const error_code code = parser.iterate(padded).get(document)) {
+    kiv::fail(error, errorOfFault(faultOfText(code, text), text));
+    return std::nullopt;
+  }
+  Builder builder(document);
+  Value root = builder.build();
+  if (!builder.failed()) return root;
+  kiv::fail(error, errorOfFault(builder.fault(), text));
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Value> JSON::read(const Data& text, std::optional<Error>* error) {
+  constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+  std::string_view characters = text.view();
+  if (characters.starts_with(byteOrderMark)) characters.remove_prefix(byteOrderMark.size());
+  try {
+    return readPadded(simdjson::padded_string(characters), error);
+  } catch (const std::bad_alloc&) {
+    kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));
+    return std::nullopt;
+  }
+}
+
+}  // namespace kiv

@@ -1,0 +1,287 @@
+// The file manager on POSIX systems: Linux, macOS and the BSDs.
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+#include "Platform/Foundation/SystemFileManager.h"
+
+namespace kiv {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A path for the system's calls, which end a string at its first NUL: a path that holds one
+/// names nothing.
+class SystemPath {
+ public:
+  explicit SystemPath(std::string_view path) : path_(path) {}
+  [[nodiscard]] bool isValid() const { return path_.find('\0') == std::string::npos; }
+  [[nodiscard]] const char* c_str() const noexcept { return path_.c_str(); }
+
+ private:
+  std::string path_;
+};
+
+bool failWith(int number, std::string_view what, std::string_view path,
+              std::optional<Error>* error) {
+  return fail(error, systemError(number, what, path));
+}
+
+/// An open descriptor, closed when it goes.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) noexcept : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor& operator=(Descriptor&&) = delete;
+  ~Descriptor() {
+    if (number_ >= 0) ::close(number_);
+  }
+  [[nodiscard]] int number() const noexcept { return number_; }
+  [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
+  int release() noexcept { return std::exchange(number_, -1); }
+
+ private:
+  int number_;
+};
+
+Descriptor open(std::string_view path, int flags) {
+  const SystemPath systemPath(path);
+  if (!systemPath.isValid()) {
+    errno = EINVAL;
+    return Descriptor(-1);
+  }
+  int number = -1;
+  do {
+    number = ::open(systemPath.c_str(), flags | O_CLOEXEC, 0666);
+  } while (number < 0 && errno == EINTR);
+  return Descriptor(number);
+}
+
+/// Waits until the file's contents, or a directory's entries, have reached the disk itself. On
+/// macOS an fsync stops at the drive's cache, and F_FULLFSYNC goes on from there.
+int synchronizeDescriptor(int number) {
+#if defined(__APPLE__)
+  if (::fcntl(number, F_FULLFSYNC) == 0) return 0;
+#endif
+  return ::fsync(number);
+}
+
+class PosixWritableFile final : public WritableFile {
+ public:
+  PosixWritableFile(Descriptor descriptor, std::string path)
+      : descriptor_(std::move(descriptor)), path_(std::move(path)) {}
+
+  bool write(std::string_view bytes, std::optional<Error>* error) override {
+    while (!bytes.empty()) {
+      const ssize_t written = ::write(descriptor_.number(), bytes.data(), bytes.size());
+      if (written < 0 && errno == EINTR) continue;
+      if (written < 0) return failWith(errno, "write", path_, error);
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+  }
+
+  bool synchronize(std::optional<Error>* error) override {
+    return synchronizeDescriptor(descriptor_.number()) == 0 ||
+           failWith(errno, "synchronize", path_, error);
+  }
+
+  bool close(std::optional<Error>* error) override {
+    return ::close(descriptor_.release()) == 0 || failWith(errno, "close", path_, error);
+  }
+
+ private:
+  Descriptor descriptor_;
+  std::string path_;
+};
+
+class PosixFileLock final : public FileLock {
+ public:
+  explicit PosixFileLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+
+ private:
+  Descriptor descriptor_;  // the lock goes with it
+};
+
+class PosixFileManager final : public FileManager {
+ public:
+  bool fileExistsAtPath(std::string_view path) override {
+    struct stat status {};
+    const SystemPath systemPath(path);
+    return systemPath.isValid() && ::stat(systemPath.c_str(), &status) == 0 &&
+           S_ISREG(status.st_mode);
+  }
+
+  bool itemExistsAtPath(std::string_view path) override {
+    struct stat status {};
+    return lookAt(path, status);
+  }
+
+  bool directoryExistsAtPath(std::string_view path) override {
+    struct stat status {};
+    return lookAt(path, status) && S_ISDIR(status.st_mode);
+  }
+
+  std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
+      std::string_view path, std::optional<Error>* error) override;
+  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
+                                                 std::optional<Error>* error) override;
+  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                             std::optional<Error>* error) override;
+  bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
+                                         std::optional<Error>* error) override;
+  bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
+                                           std::optional<Error>* error) override;
+
+ private:
+  static bool lookAt(std::string_view path, struct stat& status) {
+    const SystemPath systemPath(path);
+    return systemPath.isValid() && ::lstat(systemPath.c_str(), &status) == 0;
+  }
+};
+
+std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
+                                                     std::optional<Error>* error) {
+  // Not blocking, so that opening a pipe cannot hang; the check below then refuses it.
+  const Descriptor file = open(path, O_RDONLY | O_NONBLOCK);
+  struct stat status {};
+  if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
+    failWith(errno, "open", path, error);
+    return std::nullopt;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    failWith(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path, error);
+    return std::nullopt;
+  }
+  std::string bytes;
+  bytes.resize(static_cast<std::size_t>(status.st_size));
+  std::size_t length = 0;
+  while (true) {
+    if (length == bytes.size()) bytes.resize(bytes.size() + 4096);
+    const ssize_t count = ::read(file.number(), bytes.data() + length, bytes.size() - length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      failWith(errno, "read", path, error);
+      return std::nullopt;
+    }
+    if (count == 0) break;
+    length += static_cast<std::size_t>(count);
+  }
+  bytes.resize(length);
+  return Data(std::move(bytes));
+}
+
+std::optional<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
+    std::string_view path, std::optional<Error>* error) {
+  Descriptor directory = open(path, O_RDONLY | O_DIRECTORY);
+  DIR* const stream = directory.isOpen() ? ::fdopendir(directory.number()) : nullptr;
+  if (!stream) {
+    failWith(errno, "list", path, error);
+    return std::nullopt;
+  }
+  directory.release();  // the stream owns it now
+  std::vector<std::string> names;
+  errno = 0;
+  while (const dirent* entry = ::readdir(stream)) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  const int number = errno;
+  ::closedir(stream);
+  if (number != 0) {
+    failWith(number, "list", path, error);
+    return std::nullopt;
+  }
+  return names;
+}
+
+bool PosixFileManager::createDirectoryAtPath(std::string_view path, std::optional<Error>* error) {
+  if (!SystemPath(path).isValid()) return failWith(EINVAL, "create", path, error);
+  std::error_code code;
+  fs::create_directories(fs::path(path), code);
+  return !code || failWith(code.value(), "create", path, error);
+}
+
+std::unique_ptr<WritableFile> PosixFileManager::createFileAtPath(std::string_view path,
+                                                                 std::optional<Error>* error) {
+  Descriptor file = open(path, O_WRONLY | O_CREAT | O_EXCL);
+  if (!file.isOpen()) {
+    failWith(errno, "create", path, error);
+    return nullptr;
+  }
+  return std::make_unique<PosixWritableFile>(std::move(file), std::string(path));
+}
+
+bool PosixFileManager::synchronizeDirectoryAtPath(std::string_view path,
+                                                  std::optional<Error>* error) {
+  const Descriptor directory = open(path, O_RDONLY | O_DIRECTORY);
+  if (directory.isOpen() && synchronizeDescriptor(directory.number()) == 0) return true;
+  return failWith(errno, "synchronize", path, error);
+}
+
+bool PosixFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                             std::optional<Error>* error) {
+  const SystemPath from(path);
+  const SystemPath to(newPath);
+  if (!from.isValid() || !to.isValid()) return failWith(EINVAL, "rename", path, error);
+  return ::rename(from.c_str(), to.c_str()) == 0 || failWith(errno, "rename", path, error);
+}
+
+bool PosixFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                                         std::string_view otherPath,
+                                                         std::optional<Error>* error) {
+  const SystemPath one(path);
+  const SystemPath other(otherPath);
+  if (!one.isValid() || !other.isValid()) return failWith(EINVAL, "exchange", path, error);
+#if defined(RENAME_EXCHANGE)
+  const int result = ::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
+#elif defined(RENAME_SWAP)
+  const int result = ::renamex_np(one.c_str(), other.c_str(), RENAME_SWAP);
+#else
+  const int result = -1;
+  errno = ENOTSUP;
+#endif
+  return result == 0 || failWith(errno, "exchange", path, error);
+}
+
+bool PosixFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
+  struct stat status {};
+  if (!lookAt(path, status)) return failWith(ENOENT, "remove", path, error);
+  std::error_code code;
+  fs::remove_all(fs::path(path), code);
+  return !code || failWith(code.value(), "remove", path, error);
+}
+
+std::unique_ptr<FileLock> PosixFileManager::lockFileAtPath(std::string_view path,
+                                                           std::optional<Error>* error) {
+  Descriptor file = open(path, O_RDWR | O_CREAT);
+  if (file.isOpen() && ::flock(file.number(), LOCK_EX | LOCK_NB) == 0) {
+    return std::make_unique<PosixFileLock>(std::move(file));
+  }
+  failWith(errno, "lock", path, error);
+  return nullptr;
+}
+
+}  // namespace
+
+FileManager& systemFileManager() {
+  static auto& manager = *new PosixFileManager;
+  return manager;
+}
+
+}  // namespace kiv

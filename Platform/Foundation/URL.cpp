@@ -1,0 +1,90 @@
+#include "Platform/Foundation/URL.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <curl/curl.h>
+
+namespace kiv {
+
+namespace {
+
+bool isLetter(char character) noexcept {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+}
+
+bool isDigit(char character) noexcept {
+  return character >= '0' && character <= '9';
+}
+
+bool isHexDigit(char character) noexcept {
+  return isDigit(character) || (character >= 'a' && character <= 'f') ||
+         (character >= 'A' && character <= 'F');
+}
+
+/// Unreserved and reserved characters of a URL; "%" is looked at apart.
+bool mayStandInURL(char character) noexcept {
+  constexpr std::string_view others = "-._~:/?#[]@!$&'()*+,;=";
+  return isLetter(character) || isDigit(character) || others.find(character) != others.npos;
+}
+
+bool hasOnlyURLCharacters(std::string_view string) noexcept {
+  for (std::size_t at = 0; at < string.size(); ++at) {
+    if (string[at] == '%') {
+      if (at + 2 >= string.size() || !isHexDigit(string[at + 1]) || !isHexDigit(string[at + 2])) {
+        return false;
+      }
+      at += 2;
+    } else if (!mayStandInURL(string[at])) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// The scheme before the first ":", in lower case; empty where what stands there is none.
+std::string schemeOf(std::string_view string) {
+  const std::size_t colon = string.find(':');
+  if (colon == string.npos || colon == 0 || !isLetter(string.front())) return {};
+  std::string scheme(string.substr(0, colon));
+  for (char& character : scheme) {
+    const bool allowed = isLetter(character) || isDigit(character) || character == '+' ||
+                         character == '-' || character == '.';
+    if (!allowed) return {};
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character + 32);
+  }
+  return scheme;
+}
+
+/// The host of an absolute URL, or nothing where the URL does not parse.
+std::optional<std::string> parseHost(const std::string& string) {
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parser(curl_url(), &curl_url_cleanup);
+  if (!parser) return std::nullopt;
+  if (curl_url_set(parser.get(), CURLUPART_URL, string.c_str(), CURLU_NON_SUPPORT_SCHEME)) {
+    return std::nullopt;
+  }
+  char* part = nullptr;
+  if (curl_url_get(parser.get(), CURLUPART_HOST, &part, 0) || !part) return std::nullopt;
+  const std::unique_ptr<char, decltype(&curl_free)> owner(part, &curl_free);
+  return std::string(part);
+}
+
+}  // namespace
+
+std::optional<URL> URL::fromString(std::string_view string) {
+  if (string.empty() || !hasOnlyURLCharacters(string)) return std::nullopt;
+  URL url;
+  url.string_ = string;
+  url.scheme_ = schemeOf(string);
+  if (url.scheme_.empty()) return url;
+  // Only "//" opens a host. The parser below would take one after a single slash too.
+  const std::string_view rest = string.substr(url.scheme_.size() + 1);
+  const bool hasHost = rest.starts_with("//") && rest.size() > 2 && rest[2] != '/';
+  if (!hasHost) return url;
+  auto host = parseHost(url.string_);
+  if (!host) return std::nullopt;
+  url.host_ = std::move(*host);
+  return url;
+}
+
+}  // namespace kiv
