@@ -142,20 +142,16 @@ Value::Value(const Value& other) noexcept : kind_(other.kind_), bits_(other.bits
   retain();
 }
 
+// `other` may be an element of what this value is about to let go of, so its contents are taken
+// first.
 Value& Value::operator=(const Value& other) noexcept {
-  other.retain();
-  release();
-  kind_ = other.kind_;
-  bits_ = other.bits_;
-  return *this;
+  return *this = Value(other);
 }
 
 Value& Value::operator=(Value&& other) noexcept {
-  if (this != &other) {
-    release();
-    kind_ = std::exchange(other.kind_, Kind::null);
-    bits_ = other.bits_;
-  }
+  Value taken(std::move(other));
+  std::swap(kind_, taken.kind_);
+  std::swap(bits_, taken.bits_);
   return *this;
 }
 
