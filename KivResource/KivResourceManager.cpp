@@ -1,0 +1,187 @@
+// The manager's core: creation, the saved list, the queries and the observers.
+
+#include "KivResource/KivResourceManager.h"
+
+#include <utility>
+
+#include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/Foundation/SystemLog.h"
+
+namespace {
+
+kiv::ResourceArray copiesOf(const kiv::ResourceArray& resources) {
+  kiv::ResourceArray copies;
+  copies.reserve(resources.size());
+  for (const auto& resource : resources) {
+    if (auto copy = resource->copyWithZone()) copies.push_back(std::move(copy));
+  }
+  return copies;
+}
+
+}  // namespace
+
+std::shared_ptr<KivResourceManager> KivResourceManager::sharedInstance() {
+  // Never destroyed: downloads and observers may still hold it while the process exits.
+  static auto& instance = *new std::shared_ptr<KivResourceManager>(newInstance());
+  return instance;
+}
+
+std::shared_ptr<KivResourceManager> KivResourceManager::newInstance() {
+  std::shared_ptr<KivResourceManager> manager(new KivResourceManager);
+  manager->create();
+  return manager;
+}
+
+KivResourceManager::~KivResourceManager() = default;
+
+void KivResourceManager::create() {
+  multicastObserver_ = std::make_shared<MulticastObserver>();
+  loadedResources_ = std::make_shared<kiv::ResourceList>();
+  loadingResourcesFilesCount_ = 0;
+  loadSavedResources();
+  loader_ = std::make_shared<KivResourceRESTModule>();
+}
+
+// --- The saved list ------------------------------------------------------------------------------
+
+void KivResourceManager::loadSavedResources() {
+  const auto list = KivResourceStorageModule::loadResourcesListWithError();
+  for (const kiv::Value& entry : list.value_or(kiv::Array())) {
+    auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
+    if (resource && resource->filesExist()) loadedResources_->append(std::move(resource));
+  }
+  kiv::SystemLog::write(
+      "KivResourceManager (-[KivResourceManager loadSavedResources]): "
+      "Cached resources were loaded.");
+}
+
+void KivResourceManager::saveLoadedResorcesList() const {
+  kiv::Array dictionaries;
+  dictionaries.reserve(loadedResources_->size());
+  for (const auto& resource : *loadedResources_) {
+    const auto dictionary = resource->resourceDictionary();
+    dictionaries.append(dictionary ? *dictionary : kiv::Dictionary());
+  }
+  KivResourceStorageModule::saveResourcesList_error(dictionaries);
+}
+
+// --- Queries -------------------------------------------------------------------------------------
+
+kiv::ResourceArray KivResourceManager::allLoadedResources() const {
+  return allLoadedResourcesWithCopy(true);
+}
+
+kiv::ResourceArray KivResourceManager::loadedResourcesWithID(
+    const std::optional<std::string>& resourceID) const {
+  return loadedResourcesWithID_copy(resourceID, true);
+}
+
+kiv::ResourceArray KivResourceManager::loadedResourcesWithType(
+    const std::optional<std::string>& type) const {
+  return loadedResourcesWithType_copy(type, true);
+}
+
+kiv::ResourceArray KivResourceManager::allLoadedResourcesWithCopy(bool copy) const {
+  return copy ? copiesOf(loadedResources_->resources()) : loadedResources_->resources();
+}
+
+kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
+    const std::optional<std::string>& resourceID, bool copy) const {
+  auto found = findResourcesInList_withValue_forPropertyName(loadedResources_->resources(),
+                                                             resourceID, "resourceID");
+  return copy ? copiesOf(found) : found;
+}
+
+kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
+    const std::optional<std::string>& type, bool copy) const {
+  auto found =
+      findResourcesInList_withValue_forPropertyName(loadedResources_->resources(), type, "type");
+  return copy ? copiesOf(found) : found;
+}
+
+kiv::ResourceArray KivResourceManager::findResourcesInList_withValue_forPropertyName(
+    const kiv::ResourceArray& list, const kiv::Value& value, std::string_view propertyName) {
+  kiv::ResourceArray found;
+  for (const auto& resource : list) {
+    const auto property = resource->valueForProperty(propertyName);
+    if (property && *property == value) found.push_back(resource);
+  }
+  return found;
+}
+
+// --- Observers -----------------------------------------------------------------------------------
+
+void KivResourceManager::addObserver(const std::shared_ptr<KivResourceManagerObserver>& observer,
+                                     const std::shared_ptr<kiv::DispatchQueue>& queue) {
+  multicastObserver_->addDelegate_delegateQueue(observer, queue);
+}
+
+void KivResourceManager::removeObserver(
+    const std::shared_ptr<KivResourceManagerObserver>& observer) {
+  multicastObserver_->removeDelegate(observer);
+}
+
+void KivResourceManager::announceLoaded(const std::shared_ptr<KivResource>& resource) {
+  multicastObserver_->send([self = shared_from_this(), resource](auto& observer) {
+    observer.resourceManager_didLoadResource(self, resource);
+  });
+}
+
+void KivResourceManager::announceFailed(const std::shared_ptr<KivResource>& resource,
+                                        const std::optional<kiv::Error>& error) {
+  multicastObserver_->send([self = shared_from_this(), resource, error](auto& observer) {
+    observer.resourceManager_didFailToLoadResource_withError(self, resource, error);
+  });
+}
+
+void KivResourceManager::announceFinish() {
+  multicastObserver_->send([self = shared_from_this()](auto& observer) {
+    observer.resourceManagerDidFinishLoading(self);
+  });
+}
+
+// --- Properties ----------------------------------------------------------------------------------
+
+const std::shared_ptr<KivResourceManager::MulticastObserver>&
+KivResourceManager::multicastObserver() const noexcept {
+  return multicastObserver_;
+}
+
+void KivResourceManager::setMulticastObserver(
+    std::shared_ptr<MulticastObserver> multicastObserver) {
+  multicastObserver_ = std::move(multicastObserver);
+}
+
+const std::shared_ptr<kiv::ResourceList>& KivResourceManager::loadedResources() const noexcept {
+  return loadedResources_;
+}
+
+void KivResourceManager::setLoadedResources(std::shared_ptr<kiv::ResourceList> loadedResources) {
+  loadedResources_ = std::move(loadedResources);
+}
+
+const std::optional<kiv::ResourceArray>& KivResourceManager::resourcesForRemove() const noexcept {
+  return resourcesForRemove_;
+}
+
+void KivResourceManager::setResourcesForRemove(
+    std::optional<kiv::ResourceArray> resourcesForRemove) {
+  resourcesForRemove_ = std::move(resourcesForRemove);
+}
+
+std::int64_t KivResourceManager::loadingResourcesFilesCount() const noexcept {
+  return loadingResourcesFilesCount_;
+}
+
+void KivResourceManager::setLoadingResourcesFilesCount(std::int64_t count) noexcept {
+  loadingResourcesFilesCount_ = count;
+}
+
+const std::shared_ptr<KivResourceRESTModule>& KivResourceManager::loader() const noexcept {
+  return loader_;
+}
+
+void KivResourceManager::setLoader(std::shared_ptr<KivResourceRESTModule> loader) {
+  loader_ = std::move(loader);
+}

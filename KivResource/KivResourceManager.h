@@ -1,0 +1,174 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KivResource/KivResourceList.h"
+#include "KivResource/KivResourceManagerObserver.h"
+#include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourceRESTModule.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
+
+/// The one object through which a host uses the framework: the registry of loaded resources, the
+/// passes that bring it up to date with a configuration, the queries and the observers.
+///
+/// A process has one manager, made by the first sharedInstance() and never destroyed. Apart from
+/// that creation nothing is locked: every call must be made on one thread or serial queue, the
+/// manager's queue, and the manager must have been created there too, since downloads come back on
+/// the queue of its creation. Normally that is the main queue. Observers are called asynchronously,
+/// each on its own queue.
+///
+/// Nothing is thrown and nothing returned but answers to queries: every outcome comes to the
+/// observers. After any failure the registry, the saved list and the stored files are what they
+/// were before, with whatever else completed.
+class KIV_EXPORT KivResourceManager final
+    : public std::enable_shared_from_this<KivResourceManager> {
+ public:
+  using MulticastObserver = GCDMulticastDelegate<KivResourceManagerObserver>;
+
+  /// The manager of the process. The first call creates it and restores the registry from the
+  /// saved list, so the storage root must be named before. May be called from any thread.
+  static std::shared_ptr<KivResourceManager> sharedInstance();
+
+  /// A manager of its own, made in the same way: for tests, and for tools that go through several
+  /// starts in one process. Never use two at a time on one storage root.
+  static std::shared_ptr<KivResourceManager> newInstance();
+
+  KivResourceManager(const KivResourceManager&) = delete;
+  KivResourceManager& operator=(const KivResourceManager&) = delete;
+  ~KivResourceManager();
+
+  // --- Passes: for the host ---
+
+  /// Loads what the configuration names and the registry lacks or holds in an older version. A
+  /// configuration is a dictionary whose "items" is an array of resource dictionaries; anything
+  /// else is one without items.
+  ///
+  /// While downloads of an earlier pass are in flight the pass is refused: every resource of the
+  /// configuration is reported failed with error 100, then comes a finish, and the earlier pass
+  /// goes on. Otherwise observers hear of each resource that is loaded or failed, and of the finish.
+  void loadResourcesForConfig(const kiv::Value& config);
+  /// The same for the resources of that identifier alone; without an identifier for all. An empty
+  /// one selects empty identifiers.
+  void loadResourceWithID_forConfig(const std::optional<std::string>& resourceID,
+                                    const kiv::Value& config);
+  /// The same for the resources of that type alone; without a type for all.
+  void loadResourcesWithType_forConfig(const std::optional<std::string>& type,
+                                       const kiv::Value& config);
+  /// Loads like loadResourcesForConfig, and when the pass ends takes the loaded resources that the
+  /// configuration does not name out of the registry. Their files stay on disk. A configuration
+  /// without a usable item removes nothing.
+  void updateResourcesForConfig(const kiv::Value& config);
+  /// Cancels every download and sends the finish. Nothing that the running pass was going to remove
+  /// is removed; what was complete stays.
+  void stopLoading();
+
+  // --- Queries and observers: for the host ---
+
+  /// Copies of the loaded resources, in the order in which they were loaded. The host may keep and
+  /// change them; the registry is not reached.
+  [[nodiscard]] kiv::ResourceArray allLoadedResources() const;
+  [[nodiscard]] kiv::ResourceArray loadedResourcesWithID(
+      const std::optional<std::string>& resourceID) const;
+  [[nodiscard]] kiv::ResourceArray loadedResourcesWithType(
+      const std::optional<std::string>& type) const;
+
+  /// Registers the observer, which is held weakly, with the queue on which it is to be called: the
+  /// caller's current one, or the one given. Without a queue, on a thread that serves none,
+  /// nothing is registered. May be called from any thread.
+  void addObserver(
+      const std::shared_ptr<KivResourceManagerObserver>& observer,
+      const std::shared_ptr<kiv::DispatchQueue>& queue = kiv::DispatchQueue::current());
+  /// Drops the observer, whatever its queues. May be called from any thread.
+  void removeObserver(const std::shared_ptr<KivResourceManagerObserver>& observer);
+
+  // --- The manager's own steps ---
+
+  /// Appends to the registry what the saved list holds and whose files are all there.
+  void loadSavedResources();
+  /// Writes the dictionaries of the registry as the saved list. A failure is ignored: the next
+  /// save writes the whole list again.
+  void saveLoadedResorcesList() const;
+
+  [[nodiscard]] kiv::ResourceArray allLoadedResourcesWithCopy(bool copy) const;
+  [[nodiscard]] kiv::ResourceArray loadedResourcesWithID_copy(
+      const std::optional<std::string>& resourceID, bool copy) const;
+  [[nodiscard]] kiv::ResourceArray loadedResourcesWithType_copy(
+      const std::optional<std::string>& type, bool copy) const;
+  /// The resources of the list whose property of that name equals the value, in their order. A
+  /// null value selects those whose property is none; an unknown property selects nothing.
+  [[nodiscard]] static kiv::ResourceArray findResourcesInList_withValue_forPropertyName(
+      const kiv::ResourceArray& list, const kiv::Value& value, std::string_view propertyName);
+
+  void loadResourcesFromConfig_withID_orType_replace(const kiv::Value& config,
+                                                     const std::optional<std::string>& resourceID,
+                                                     const std::optional<std::string>& type,
+                                                     bool replace);
+  /// Merges the new resources with the registry by identifier and version stamp.
+  void updateResourcesFromList_deleteRest(const kiv::ResourceArray& newResources, bool deleteRest);
+  /// Applies the pending removals and tells the observers that loading finished.
+  void finishLoading();
+
+  /// Starts the file pipeline of one resource: files found locally are attached at once, the
+  /// others are downloaded.
+  void loadFilesForResource(const std::shared_ptr<KivResource>& resource);
+  void saveLoadedData_forFileWithLink_andUpdateResource(
+      const kiv::Data& data, const std::string& fileLink,
+      const std::shared_ptr<KivResource>& resource);
+  /// Hands one local file to the resource, and takes the resource in when it has all its files.
+  void setLoadedFile_forResource(const std::string& path,
+                                 const std::shared_ptr<KivResource>& resource);
+  /// Takes the other resources with the same identifier out of the registry, with their files.
+  void removeOldResourcesForResource(const std::shared_ptr<KivResource>& resource);
+  /// Deletes those files of the resource that no other loaded resource uses.
+  void removeFilesForResource(const std::shared_ptr<KivResource>& resource);
+  /// Takes every occurrence of that object out of the registry, and does nothing else.
+  void removeResource(const std::shared_ptr<KivResource>& resource);
+
+  // --- Properties ---
+
+  [[nodiscard]] const std::shared_ptr<MulticastObserver>& multicastObserver() const noexcept;
+  void setMulticastObserver(std::shared_ptr<MulticastObserver> multicastObserver);
+  /// The registry itself.
+  [[nodiscard]] const std::shared_ptr<kiv::ResourceList>& loadedResources() const noexcept;
+  void setLoadedResources(std::shared_ptr<kiv::ResourceList> loadedResources);
+  /// What the running update pass will remove at its end; nothing outside such a pass.
+  [[nodiscard]] const std::optional<kiv::ResourceArray>& resourcesForRemove() const noexcept;
+  void setResourcesForRemove(std::optional<kiv::ResourceArray> resourcesForRemove);
+  /// Downloads started and not yet completed; above 0 the manager is busy.
+  [[nodiscard]] std::int64_t loadingResourcesFilesCount() const noexcept;
+  void setLoadingResourcesFilesCount(std::int64_t count) noexcept;
+  [[nodiscard]] const std::shared_ptr<KivResourceRESTModule>& loader() const noexcept;
+  void setLoader(std::shared_ptr<KivResourceRESTModule> loader);
+
+ private:
+  KivResourceManager() = default;
+  void create();
+
+  void refusePass(const kiv::ResourceArray& resources);
+  void mergeResource(const std::shared_ptr<KivResource>& resource, kiv::ResourceList& unmatched);
+  void downloadFile(const std::string& fileLink, const std::shared_ptr<KivResource>& resource);
+  void completeDownload(const std::optional<kiv::Data>& data,
+                        const std::optional<kiv::Error>& error, const std::string& fileLink,
+                        const std::shared_ptr<KivResource>& resource);
+  [[nodiscard]] bool isUsedByOthers(std::string_view path,
+                                    const std::shared_ptr<KivResource>& owner) const;
+
+  void announceLoaded(const std::shared_ptr<KivResource>& resource);
+  void announceFailed(const std::shared_ptr<KivResource>& resource,
+                      const std::optional<kiv::Error>& error);
+  void announceFinish();
+
+  std::shared_ptr<MulticastObserver> multicastObserver_;
+  std::shared_ptr<kiv::ResourceList> loadedResources_;
+  std::optional<kiv::ResourceArray> resourcesForRemove_;
+  std::int64_t loadingResourcesFilesCount_ = 0;
+  std::shared_ptr<KivResourceRESTModule> loader_;
+};

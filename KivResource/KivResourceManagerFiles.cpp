@@ -1,0 +1,132 @@
+// The manager's file pipeline: from a resource's missing links to its place in the registry, and
+// the removal of what it replaces.
+
+#include <algorithm>
+
+#include "KivResource/KivResourceManager.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/SystemLog.h"
+
+namespace {
+
+constexpr std::string_view logPrefix =
+    "KivResourceManager (-[KivResourceManager loadFilesForResource:]_block_invoke): ";
+
+void logLoadedFile(std::string_view fileName, const KivResource& resource) {
+  std::string line(logPrefix);
+  line.append("Loaded file with name \"").append(fileName);
+  line.append("\" for resource with ID ").append(resource.resourceID()).append(".");
+  kiv::SystemLog::write(line);
+}
+
+void logFailedFile(std::string_view fileName, const KivResource& resource,
+                   const std::optional<kiv::Error>& error) {
+  std::string line(logPrefix);
+  line.append("Error loading file with name \"").append(fileName);
+  line.append("\" for resource with ID ").append(resource.resourceID());
+  line.append(". Error: ").append(error ? error->description() : "(null)");
+  kiv::SystemLog::write(line);
+}
+
+}  // namespace
+
+void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  if (resource->filesExist()) {
+    // Complete on arrival: older versions with the same identifier stay beside it.
+    loadedResources_->append(resource);
+    saveLoadedResorcesList();
+    announceLoaded(resource);
+    return;
+  }
+  for (const std::string& fileLink : resource->missingFilesLinks()) {
+    const auto path = KivResourceStorageModule::pathToResourceFileWithName(
+        kiv::path::lastPathComponent(fileLink));
+    if (path) {
+      setLoadedFile_forResource(*path, resource);
+    } else {
+      downloadFile(fileLink, resource);
+    }
+  }
+}
+
+/// The count goes up first: the completion may come before the loader's call returns.
+void KivResourceManager::downloadFile(const std::string& fileLink,
+                                      const std::shared_ptr<KivResource>& resource) {
+  ++loadingResourcesFilesCount_;
+  loader_->loadDataForResource_usingFileLink_completionHandler(
+      resource, fileLink,
+      [self = shared_from_this(), resource, fileLink](const std::optional<kiv::Data>& data,
+                                                      const std::optional<kiv::Error>& error) {
+        self->completeDownload(data, error, fileLink, resource);
+      });
+}
+
+void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
+                                          const std::optional<kiv::Error>& error,
+                                          const std::string& fileLink,
+                                          const std::shared_ptr<KivResource>& resource) {
+  const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
+  if (error || !data) {
+    logFailedFile(fileName, *resource, error);
+    announceFailed(resource, error);
+  } else {
+    logLoadedFile(fileName, *resource);
+    saveLoadedData_forFileWithLink_andUpdateResource(*data, fileLink, resource);
+  }
+  --loadingResourcesFilesCount_;
+  if (loadingResourcesFilesCount_ <= 0) finishLoading();
+}
+
+void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
+    const kiv::Data& data, const std::string& fileLink,
+    const std::shared_ptr<KivResource>& resource) {
+  const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
+  std::optional<kiv::Error> error;
+  if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
+    announceFailed(resource, error);
+    return;
+  }
+  const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
+  if (path) setLoadedFile_forResource(*path, resource);
+}
+
+void KivResourceManager::setLoadedFile_forResource(const std::string& path,
+                                                   const std::shared_ptr<KivResource>& resource) {
+  resource->setPath(path);
+  if (!resource->filesExist()) return;
+  loadedResources_->append(resource);
+  removeOldResourcesForResource(resource);
+  saveLoadedResorcesList();
+  announceLoaded(resource);
+}
+
+void KivResourceManager::removeOldResourcesForResource(
+    const std::shared_ptr<KivResource>& resource) {
+  auto older = loadedResourcesWithID_copy(resource->resourceID(), false);
+  std::erase(older, resource);
+  // All leave the registry before any file goes, so that a file which only they share goes too.
+  loadedResources_->removeAll(older);
+  for (const auto& old : older) removeFilesForResource(old);
+}
+
+void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  for (const std::string& path : resource->useFilePaths()) {
+    if (!isUsedByOthers(path, resource)) {
+      KivResourceStorageModule::removeResourceFileWithPath_error(path);
+    }
+  }
+}
+
+bool KivResourceManager::isUsedByOthers(std::string_view path,
+                                        const std::shared_ptr<KivResource>& owner) const {
+  return std::any_of(loadedResources_->begin(), loadedResources_->end(), [&](const auto& other) {
+    if (other == owner) return false;
+    const auto paths = other->useFilePaths();
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
+  });
+}
+
+void KivResourceManager::removeResource(const std::shared_ptr<KivResource>& resource) {
+  loadedResources_->remove(resource);
+}

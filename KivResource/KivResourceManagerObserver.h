@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+
+class KivResource;
+class KivResourceManager;
+
+/// Hears what the manager does. An observer overrides the callbacks that it wants.
+///
+/// Each callback is called asynchronously, on the queue with which the observer was registered,
+/// in the order of the manager's steps. The resources are the manager's own objects, not copies.
+/// One that was loaded is not changed by the manager any more and may be read on the observer's
+/// queue; one that failed may still receive its other files, so on a queue other than the manager's
+/// only its name, type, engine, resourceID, uid, priority and updated may be read.
+class KIV_EXPORT KivResourceManagerObserver {
+ public:
+  virtual ~KivResourceManagerObserver() = default;
+
+  /// The resource is complete and among the loaded ones, or a pass found it there up to date.
+  virtual void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,
+                                               const std::shared_ptr<KivResource>& resource) {
+    (void)manager, (void)resource;
+  }
+
+  /// A pass was refused, which fails every resource of its configuration, or one file of the
+  /// resource could not be downloaded or stored. `error` is nothing where a download ended with
+  /// neither data nor error.
+  virtual void resourceManager_didFailToLoadResource_withError(
+      const std::shared_ptr<KivResourceManager>& manager,
+      const std::shared_ptr<KivResource>& resource, const std::optional<kiv::Error>& error) {
+    (void)manager, (void)resource, (void)error;
+  }
+
+  /// A pass ended, was refused or was stopped. May come more than once for one pass, where a
+  /// download fails at once while the pass still starts others.
+  virtual void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) {
+    (void)manager;
+  }
+};

@@ -1,0 +1,97 @@
+// The manager's passes: from a configuration to the merge, the finish and the stop.
+
+#include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceManager.h"
+#include "KivResource/NSError+KivResource.h"
+
+void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
+  loadResourcesFromConfig_withID_orType_replace(config, std::nullopt, std::nullopt, false);
+}
+
+void KivResourceManager::loadResourceWithID_forConfig(const std::optional<std::string>& resourceID,
+                                                      const kiv::Value& config) {
+  loadResourcesFromConfig_withID_orType_replace(config, resourceID, std::nullopt, false);
+}
+
+void KivResourceManager::loadResourcesWithType_forConfig(const std::optional<std::string>& type,
+                                                         const kiv::Value& config) {
+  loadResourcesFromConfig_withID_orType_replace(config, std::nullopt, type, false);
+}
+
+void KivResourceManager::updateResourcesForConfig(const kiv::Value& config) {
+  loadResourcesFromConfig_withID_orType_replace(config, std::nullopt, std::nullopt, true);
+}
+
+void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
+    const kiv::Value& config, const std::optional<std::string>& resourceID,
+    const std::optional<std::string>& type, bool replace) {
+  auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(config);
+  if (loadingResourcesFilesCount_ > 0) {
+    refusePass(resources);
+    return;
+  }
+  resourcesForRemove_ = std::nullopt;
+  loadingResourcesFilesCount_ = 0;
+  if (resourceID) {
+    resources = findResourcesInList_withValue_forPropertyName(resources, *resourceID, "resourceID");
+  }
+  if (type) resources = findResourcesInList_withValue_forPropertyName(resources, *type, "type");
+  if (resources.empty()) {
+    finishLoading();
+  } else {
+    updateResourcesFromList_deleteRest(resources, replace);
+  }
+}
+
+/// Reports every resource of the configuration, whatever the filters. The running pass goes on,
+/// but the finish applies its pending removals early.
+void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
+  const kiv::Error busy(
+      KivResourceErrorDomain, DownloadQueueIsBusyKivResourceErrorCode,
+      "Resource download was canceled because the download queue is busy.");
+  for (const auto& resource : resources) announceFailed(resource, busy);
+  finishLoading();
+}
+
+void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceArray& newResources,
+                                                            bool deleteRest) {
+  kiv::ResourceList unmatched = *loadedResources_;
+  for (const auto& resource : newResources) mergeResource(resource, unmatched);
+  if (deleteRest) resourcesForRemove_ = unmatched.resources();
+  if (loadingResourcesFilesCount_ > 0) return;
+  finishLoading();
+}
+
+/// Compares one new resource with its loaded counterpart, which can match no second one.
+void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resource,
+                                       kiv::ResourceList& unmatched) {
+  const auto counterparts = findResourcesInList_withValue_forPropertyName(
+      unmatched.resources(), resource->resourceID(), "resourceID");
+  if (counterparts.empty()) {
+    loadFilesForResource(resource);
+    return;
+  }
+  const auto& counterpart = counterparts.front();
+  if (resource->updated() <= counterpart->updated()) {
+    announceLoaded(counterpart);
+  } else {
+    loadFilesForResource(resource);
+  }
+  unmatched.remove(counterpart);
+}
+
+void KivResourceManager::finishLoading() {
+  if (resourcesForRemove_) {
+    for (const auto& resource : *resourcesForRemove_) removeResource(resource);
+    saveLoadedResorcesList();
+    resourcesForRemove_ = std::nullopt;
+  }
+  announceFinish();
+}
+
+void KivResourceManager::stopLoading() {
+  loader_->canselLoading();
+  loadingResourcesFilesCount_ = 0;
+  // Not finishLoading(): what a stopped update pass was going to remove stays.
+  announceFinish();
+}

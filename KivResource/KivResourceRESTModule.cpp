@@ -1,0 +1,102 @@
+#include "KivResource/KivResourceRESTModule.h"
+
+#include <utility>
+
+#include "KivResource/KivResourceObject.h"
+#include "KivResource/NSError+KivResource.h"
+#include "Platform/AppConfiguration/KivAppConfiguration.h"
+#include "Platform/Foundation/Path.h"
+
+namespace {
+
+std::optional<kiv::URL> urlOnServer(const std::optional<std::string>& domain,
+                                    std::string_view fileLink) {
+  if (!domain) return std::nullopt;
+  // An empty domain still puts its "/" before the link, so that a link never names its own server.
+  const std::string_view server = domain->empty() ? std::string_view("/") : *domain;
+  return kiv::URL::fromString(kiv::path::appendingPathComponent(server, fileLink));
+}
+
+kiv::Error invalidStatusError(std::string_view fileLink, std::int64_t statusCode) {
+  std::string message = "Error load file \"";
+  message.append(kiv::path::lastPathComponent(fileLink));
+  message += "\" with invalid response status code " + std::to_string(statusCode) + ".";
+  return kiv::Error(KivResourceRESTModuleErrorDomain, InvalidResponseStatusErrorCode, message);
+}
+
+void evaluateOutcome(const KivRESTServiceTask& task, std::string_view fileLink,
+                     const KivResourceRESTModule::CompletionHandler& completion) {
+  constexpr std::int64_t accepted = 200;
+  const std::int64_t statusCode = task.response() ? task.response()->statusCode() : 0;
+  if (!task.responseError() && statusCode != accepted) {
+    completion(std::nullopt, invalidStatusError(fileLink, statusCode));
+  } else {
+    completion(task.returnedData(), task.responseError());
+  }
+}
+
+}  // namespace
+
+KivResourceRESTModule::KivResourceRESTModule() : restService_(std::make_shared<KivRESTService>()) {}
+
+KivResourceRESTModule::~KivResourceRESTModule() = default;
+
+void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
+    const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
+    CompletionHandler completion) {
+  const auto task = std::make_shared<KivRESTServiceTask>();
+  task->setPriority(resource->priority());
+  task->setRequest(createGetRequestWithURL(mainURLForFileWithLink(fileLink)));
+  if (!task->request()) {
+    completion(std::nullopt, kiv::Error(KivResourceRESTModuleErrorDomain, CreateURLRequestErrorCode,
+                                        "Create request error."));
+    return;
+  }
+  task->setRequestMirrorURLs(mirrorURLsForFileWithLink(fileLink));
+  task->setCompletionHandler([fileLink, completion](KivRESTServiceTask& ended) {
+    evaluateOutcome(ended, fileLink, completion);
+  });
+  restService_->queue(task);
+}
+
+void KivResourceRESTModule::canselLoading() {
+  // The callbacks go first, so that no cancelled task can come back through its caller's handler.
+  for (const auto& task : restService_->currentQueue()) task->setCompletionHandler(nullptr);
+  restService_->cancelAllTasks();
+}
+
+std::optional<kiv::URLRequest> KivResourceRESTModule::createGetRequestWithURL(
+    const std::optional<kiv::URL>& url) const {
+  if (!url) return std::nullopt;
+  kiv::URLRequest request(*url);
+  request.httpMethod = "GET";
+  return request;
+}
+
+std::optional<kiv::URL> KivResourceRESTModule::mainURLForFileWithLink(
+    std::string_view fileLink) const {
+  return urlOnServer(KivAppConfiguration::sharedInstance()->mainACSDomain(), fileLink);
+}
+
+std::vector<kiv::URL> KivResourceRESTModule::mirrorURLsForFileWithLink(
+    std::string_view fileLink) const {
+  const auto url = urlOnServer(KivAppConfiguration::sharedInstance()->reserveACSDomain(), fileLink);
+  return url ? std::vector{*url} : std::vector<kiv::URL>();
+}
+
+std::shared_ptr<KivResourceRESTModuleDelegate> KivResourceRESTModule::delegate() const {
+  return delegate_.lock();
+}
+
+void KivResourceRESTModule::setDelegate(
+    const std::shared_ptr<KivResourceRESTModuleDelegate>& delegate) {
+  delegate_ = delegate;
+}
+
+const std::shared_ptr<KivRESTService>& KivResourceRESTModule::restService() const noexcept {
+  return restService_;
+}
+
+void KivResourceRESTModule::setRestService(std::shared_ptr<KivRESTService> restService) {
+  restService_ = std::move(restService);
+}

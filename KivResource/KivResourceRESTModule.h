@@ -1,0 +1,75 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/URL.h"
+#include "Platform/Foundation/URLRequest.h"
+#include "Platform/KivRESTService/KivRESTService.h"
+
+class KivResource;
+
+/// Stands in the interface only: the download module never calls its delegate.
+class KIV_EXPORT KivResourceRESTModuleDelegate {
+ public:
+  virtual ~KivResourceRESTModuleDelegate() = default;
+};
+
+/// Fetches the bytes of one resource file at a time from the main server, with the reserve server
+/// as its mirror.
+///
+/// Made and owned by the manager. It has no state of its own and no queue: its operations run on
+/// the caller's thread, and outcomes come on the queue of its client, the one on which the module
+/// was made. The domains of the servers are read anew from KivAppConfiguration for every download.
+class KIV_EXPORT KivResourceRESTModule {
+ public:
+  /// What a download ends with: the bytes, or an error, or both where a transfer broke after some
+  /// bytes had come.
+  using CompletionHandler = std::function<void(std::optional<kiv::Data>, std::optional<kiv::Error>)>;
+
+  /// A module with a client of its own.
+  KivResourceRESTModule();
+  virtual ~KivResourceRESTModule();
+  KivResourceRESTModule(const KivResourceRESTModule&) = delete;
+  KivResourceRESTModule& operator=(const KivResourceRESTModule&) = delete;
+
+  /// Starts to fetch the file of the link, with the resource's priority. `completion` is called
+  /// exactly once, or never where the download is cancelled: at once, before this returns, with
+  /// error 101 where no request can be made for the link; otherwise later, on the client's queue,
+  /// with the bytes of a response of status 200, error 102 for every other status, or the client's
+  /// own transfer error.
+  virtual void loadDataForResource_usingFileLink_completionHandler(
+      const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
+      CompletionHandler completion);
+
+  /// Cancels every download. None of their completions is called any more, not even that of one
+  /// that has just ended.
+  virtual void canselLoading();
+
+  /// A GET request for the URL, or nothing where there is none.
+  [[nodiscard]] std::optional<kiv::URLRequest> createGetRequestWithURL(
+      const std::optional<kiv::URL>& url) const;
+  /// The file's URL on the main server: its domain and the link, joined by one "/", with nothing
+  /// escaped or added. Nothing where there is no domain or the two make no URL.
+  [[nodiscard]] std::optional<kiv::URL> mainURLForFileWithLink(std::string_view fileLink) const;
+  /// The file's URL on the reserve server, or an empty array.
+  [[nodiscard]] std::vector<kiv::URL> mirrorURLsForFileWithLink(std::string_view fileLink) const;
+
+  [[nodiscard]] std::shared_ptr<KivResourceRESTModuleDelegate> delegate() const;
+  /// Held weakly.
+  void setDelegate(const std::shared_ptr<KivResourceRESTModuleDelegate>& delegate);
+
+  [[nodiscard]] const std::shared_ptr<KivRESTService>& restService() const noexcept;
+  void setRestService(std::shared_ptr<KivRESTService> restService);
+
+ private:
+  std::weak_ptr<KivResourceRESTModuleDelegate> delegate_;
+  std::shared_ptr<KivRESTService> restService_;
+};

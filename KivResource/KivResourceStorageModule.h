@@ -1,0 +1,74 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KivResource/KivResourceConstants.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Value.h"
+
+/// The framework's only door to the disk: where resource files and the saved list lie, and how a
+/// file name becomes a local path.
+///
+/// Never instantiated, without state; all operations are class operations and run on the caller's
+/// thread. Calls that write or delete the same file, the list above all, are for the caller to put
+/// in order. Nothing here logs.
+///
+/// Under the root of KivStorageService:
+///
+///     KivResource/resources_config.json         the saved list
+///     KivResource/Resources/NAME                a downloaded file, named after its link
+///     KivResource/Resources/STEM/index.html     the page of an archive downloaded as STEM.zip
+///
+/// Files packaged with the framework, in its InnerAdResources.bundle, go before downloaded ones.
+class KIV_EXPORT KivResourceStorageModule {
+ public:
+  KivResourceStorageModule() = delete;
+
+  /// Stores the bytes under the name, the last path component of the link that they came from. An
+  /// archive, a name that ends in ".zip", is unpacked. Fails without a change on disk where the
+  /// name may not be used for a file or the archive may not be unpacked.
+  static bool saveData_withResourceFileName_error(const kiv::Data& data, std::string_view fileName,
+                                                  std::optional<kiv::Error>* error = nullptr);
+
+  /// Removes the file at the absolute path; for the page of an unpacked archive, its whole
+  /// directory. Failure is reported only through `error`. Only the names of the file and its
+  /// directory are looked at: a path outside the storage root is removed like any other.
+  static void removeResourceFileWithPath_error(std::string_view path,
+                                               std::optional<kiv::Error>* error = nullptr);
+
+  /// Writes the saved list, an array of resource dictionaries, anew and whole. On failure the
+  /// previous list stays.
+  static bool saveResourcesList_error(const kiv::Array& resourceDictionaries,
+                                      std::optional<kiv::Error>* error = nullptr);
+
+  /// The dictionaries of the saved list, or nothing where no list was saved or it is unreadable. A
+  /// list that is no JSON array gives an empty array and an error.
+  static std::optional<kiv::Array> loadResourcesListWithError(
+      std::optional<kiv::Error>* error = nullptr);
+
+  /// The absolute path of the file that is there under the name, packaged before downloaded, or
+  /// nothing. For an archive's name the path of its unpacked "index.html". A name that may not be
+  /// used for a file is found nowhere.
+  static std::optional<std::string> pathToResourceFileWithName(std::string_view fileName);
+
+  /// The absolute path of the packaged file of that name, or nothing.
+  static std::optional<std::string> pathToInnerResourceFileWithName(std::string_view fileName);
+
+  /// The absolute path of the "index.html" of the packaged archive, named without its ".zip", or
+  /// nothing.
+  static std::optional<std::string> pathToInnerResourceArchiveWithName(std::string_view stem);
+
+  /// The dictionaries among the elements of a JSON array; other elements are dropped. Never
+  /// nothing: text that is no JSON gives the reader's error, text that is no array error 110 "Data
+  /// is not array.", both with an empty array.
+  static kiv::Array arrayOfDictionaryFromData_error(const kiv::Data& data,
+                                                    std::optional<kiv::Error>* error = nullptr);
+
+  /// The indented JSON text of the array, or nothing and the writer's error.
+  static std::optional<kiv::Data> dataForArray_error(const kiv::Array& array,
+                                                     std::optional<kiv::Error>* error = nullptr);
+};

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "Platform/Foundation/Export.h"
+
+/// The framework's version number and version string.
+extern KIV_EXPORT const double KivResourceVersionNumber;
+extern KIV_EXPORT const char* const KivResourceVersionString;
