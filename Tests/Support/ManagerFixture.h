@@ -1,0 +1,114 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "KivResource/KivResourceManager.h"
+#include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/Foundation/JSON.h"
+#include "Tests/Support/FakeRESTService.h"
+#include "Tests/Support/LogCapture.h"
+#include "Tests/Support/RecordingObserver.h"
+#include "Tests/Support/StorageFixture.h"
+
+namespace kiv::test {
+
+/// A test with a manager on real storage and a client that the test answers for. Everything runs on
+/// the test's own thread, which is the main one; callbacks arrive when the test drains them.
+class ManagerFixture : public StorageFixture {
+ protected:
+  ManagerFixture() {
+    KivAppConfiguration::sharedInstance()->setMainACSDomain("http://main.test/files");
+    restart();
+  }
+
+  ~ManagerFixture() override { kiv::DispatchQueue::main()->drain(); }
+
+  /// A new manager on the same storage, as after a restart of the host, with a new client.
+  void restart() {
+    kiv::DispatchQueue::main()->drain();
+    manager = KivResourceManager::newInstance();
+    client = std::make_shared<FakeRESTService>();
+    manager->loader()->setRestService(client);
+    observer = std::make_shared<RecordingObserver>();
+    manager->addObserver(observer);
+  }
+
+  /// The events since the last call, in order.
+  std::vector<std::string> takeEvents() {
+    kiv::DispatchQueue::main()->drain();
+    return std::exchange(observer->events, {});
+  }
+
+  /// The identifiers in the registry, in order.
+  [[nodiscard]] std::vector<std::string> registry() const {
+    std::vector<std::string> identifiers;
+    for (const auto& resource : *manager->loadedResources()) {
+      identifiers.push_back(resource->resourceID());
+    }
+    return identifiers;
+  }
+
+  /// The dictionaries of the saved list on disk.
+  [[nodiscard]] kiv::Array savedList() const {
+    const auto list = kiv::JSON::read(kiv::Data(read(listPath())));
+    return list ? list->array() : kiv::Array();
+  }
+
+  static kiv::Dictionary banner(const std::string& identifier, std::uint64_t updated,
+                                const std::string& link) {
+    return {{"engine", "eco_standard"}, {"name", "Banner " + identifier},
+            {"type", "banner"},         {"banner_id", identifier},
+            {"priority", 1},            {"updated", updated},
+            {"market_url", "market"},   {"image_728x90", link}};
+  }
+
+  static kiv::Dictionary video(const std::string& identifier, std::uint64_t updated,
+                               const std::string& iconLink, const std::string& videoLink) {
+    return {{"engine", "eco_video"},   {"name", "Video " + identifier},
+            {"type", "video"},         {"banner_id", identifier},
+            {"priority", 2},           {"updated", updated},
+            {"title", "Title"},        {"market_url", "market"},
+            {"image", iconLink},       {"video_file_landscape", videoLink}};
+  }
+
+  static kiv::Dictionary page(const std::string& identifier, std::uint64_t updated,
+                              const std::string& link) {
+    return {{"engine", "eco_fs"}, {"name", "Page " + identifier}, {"type", "page"},
+            {"banner_id", identifier}, {"priority", 3}, {"updated", updated}, {"html", link}};
+  }
+
+  /// A resource that needs no files.
+  static kiv::Dictionary plain(const std::string& identifier, std::uint64_t updated) {
+    return {{"engine", "eco_other"}, {"name", "Plain " + identifier}, {"type", "plain"},
+            {"banner_id", identifier}, {"priority", 0}, {"updated", updated}};
+  }
+
+  static kiv::Value config(std::initializer_list<kiv::Dictionary> items) {
+    kiv::Array array;
+    for (const auto& item : items) array.append(item);
+    return kiv::Dictionary{{"items", array}};
+  }
+
+  /// Brings the items into the registry by a load pass whose downloads all succeed, and forgets
+  /// what was heard.
+  void load(std::initializer_list<kiv::Dictionary> items) {
+    manager->loadResourcesForConfig(config(items));
+    while (!client->tasks.empty()) client->succeed("");
+    takeEvents();
+    observer->clear();
+    client->urls.clear();
+  }
+
+  std::shared_ptr<KivResourceManager> manager;
+  std::shared_ptr<FakeRESTService> client;
+  std::shared_ptr<RecordingObserver> observer;
+  LogCapture log;
+};
+
+using Events = std::vector<std::string>;
+using Names = std::vector<std::string>;
+
+}  // namespace kiv::test

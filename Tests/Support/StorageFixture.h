@@ -1,0 +1,59 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "Platform/AppConfiguration/KivAppConfiguration.h"
+#include "Platform/Foundation/Bundle.h"
+#include "Platform/KivStorageService/KivStorageService.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+namespace kiv::test {
+
+/// A test with a storage root and a packaged bundle of its own, both empty at first.
+class StorageFixture : public testing::Test {
+ protected:
+  StorageFixture() {
+    KivStorageService::setRootPath(root());
+    kiv::Bundle::setFrameworkResourcesPath(packaged());
+  }
+
+  ~StorageFixture() override {
+    KivStorageService::setRootPath(std::nullopt);
+    kiv::Bundle::setFrameworkResourcesPath(std::nullopt);
+    KivAppConfiguration::sharedInstance()->setMainACSDomain(std::nullopt);
+    KivAppConfiguration::sharedInstance()->setReserveACSDomain(std::nullopt);
+  }
+
+  [[nodiscard]] std::string root() const { return directory_.path() + "/root"; }
+  [[nodiscard]] std::string packaged() const { return directory_.path() + "/packaged"; }
+  [[nodiscard]] std::string listPath() const {
+    return root() + "/KivResource/resources_config.json";
+  }
+  /// Where a downloaded file, or a page of an unpacked archive, lies.
+  [[nodiscard]] std::string stored(std::string_view name) const {
+    return root() + "/KivResource/Resources/" + std::string(name);
+  }
+
+  static void write(const std::string& path, std::string_view bytes) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+  }
+  static std::string read(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  static bool exists(const std::string& path) {
+    return std::filesystem::exists(std::filesystem::symlink_status(path));
+  }
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+}  // namespace kiv::test
