@@ -1,0 +1,12 @@
+#pragma once
+
+#include <array>
+#include <string_view>
+
+/// How an archive is recognised: the suffix that marks the name of an archive file, and the name of
+/// the entry page at the top of the unpacked archive.
+inline constexpr std::array<std::string_view, 2> KivResouceArchiveKey = {".zip", "index.html"};
+
+/// Domain of the errors that the storage module makes.
+inline constexpr std::string_view KivResourceStorageModuleErrorDomain =
+    "kiv.KivResource.KivResourceStorageModule";

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+// Domains and codes of the errors that the manager and the download module make. They are part of
+// the interface: a code is never given a second meaning.
+
+/// Domain of the manager's own errors.
+inline constexpr std::string_view KivResourceErrorDomain = "kiv.KivResource";
+/// A pass was refused, because files of an earlier one are still being downloaded.
+inline constexpr std::int64_t DownloadQueueIsBusyKivResourceErrorCode = 100;
+
+/// Domain of the errors that the download module makes.
+inline constexpr std::string_view KivResourceRESTModuleErrorDomain =
+    "kiv.KivResource.KivResourceRESTModule";
+/// No request could be made of the main domain and the link of a file.
+inline constexpr std::int64_t CreateURLRequestErrorCode = 101;
+/// The transfer ended without an error of its own, but with another status than 200.
+inline constexpr std::int64_t InvalidResponseStatusErrorCode = 102;
