@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string_view>
+#include <utility>
+
+#include "Platform/Foundation/Value.h"
+
+// Resource dictionaries as a configuration has them, and changed copies of them.
+
+namespace kiv::test {
+
+inline Dictionary with(Dictionary dictionary, std::string_view key, Value value) {
+  dictionary.set(key, std::move(value));
+  return dictionary;
+}
+
+inline Dictionary without(Dictionary dictionary, std::string_view key) {
+  dictionary.remove(key);
+  return dictionary;
+}
+
+/// What every resource needs, with an engine that no kind claims.
+inline Dictionary plainItem() {
+  return {{"engine", "eco_unknown"}, {"name", "Spring"}, {"type", "banner"},
+          {"banner_id", "b-1"},      {"priority", 7},    {"updated", 1700000000}};
+}
+
+inline Dictionary standardItem() {
+  Dictionary item = with(plainItem(), "engine", "eco_standard");
+  item.set("market_url", "https://market.test/app/1");
+  item.set("image_728x90", "banners/wide.png");
+  item.set("image_320x50", "banners/small.png");
+  return item;
+}
+
+inline Dictionary videoItem() {
+  Dictionary item = with(plainItem(), "engine", "eco_video");
+  item.set("title", "Promo");
+  item.set("market_url", "https://market.test/app/2");
+  item.set("image", "media/icon.png");
+  item.set("video_file_landscape", "media/land.mp4");
+  item.set("video_file_portrait", "media/port.mp4");
+  item.set("votes", 120);
+  item.set("rating", 4.7);
+  return item;
+}
+
+inline Dictionary webItem() {
+  return with(with(plainItem(), "engine", "eco_fs"), "html", "promo/page.zip");
+}
+
+}  // namespace kiv::test
