@@ -1,0 +1,125 @@
+#include "KivResource/KivResourceObject.h"
+
+#include <typeinfo>
+
+#include "Platform/Foundation/FileManager.h"
+
+namespace {
+
+const kiv::Dictionary& contents(const std::shared_ptr<kiv::Dictionary>& dictionary) {
+  static const kiv::Dictionary none;
+  return dictionary ? *dictionary : none;
+}
+
+/// The string as a value: the given one where it holds just that string, to share its characters.
+kiv::Value sharing(const kiv::Value& value, std::string_view string) {
+  return value.isString() && value.stringView() == string ? value : kiv::Value(string);
+}
+
+kiv::Value uidOf(const kiv::Dictionary& dictionary) {
+  // Never destroyed, as other threads may still make resources while the process exits.
+  static const auto& undefined = *new kiv::Value("undefined");
+  const kiv::Value& uid = dictionary["banner_uid"];
+  return uid.isString() ? uid : undefined;
+}
+
+kiv::Value valueOf(const std::shared_ptr<kiv::Dictionary>& dictionary) {
+  return dictionary ? kiv::Value(*dictionary) : kiv::Value();
+}
+
+}  // namespace
+
+KivResource::KivResource() = default;
+KivResource::~KivResource() = default;
+
+std::shared_ptr<KivResource> KivResource::initWithDictionary_engine(
+    const kiv::Dictionary& dictionary, const std::string& engine) {
+  return initialised(std::shared_ptr<KivResource>(new KivResource), dictionary, engine);
+}
+
+bool KivResource::isValidResourceDictionary(const kiv::Dictionary& dictionary) {
+  return hasString(dictionary, "name") && hasString(dictionary, "type") &&
+         hasString(dictionary, "banner_id") && dictionary["priority"].isNumber() &&
+         dictionary["updated"].isNumber();
+}
+
+bool KivResource::setUp(const kiv::Dictionary& dictionary, const std::string& engine) {
+  if (!isValidResourceDictionary(dictionary)) return false;
+  resourceDictionary_ = std::make_shared<kiv::Dictionary>(dictionary);
+  name_ = dictionary["name"];
+  type_ = dictionary["type"];
+  engine_ = sharing(dictionary["engine"], engine);
+  resourceID_ = dictionary["banner_id"];
+  uid_ = uidOf(dictionary);
+  priority_ = dictionary["priority"].unsignedInteger();
+  updated_ = dictionary["updated"].unsignedInteger();
+  return true;
+}
+
+std::shared_ptr<KivResource> KivResource::emptyInstance() const {
+  return std::shared_ptr<KivResource>(new KivResource);
+}
+
+std::shared_ptr<KivResource> KivResource::copyWithZone(void* /*zone*/) const {
+  std::shared_ptr<KivResource> copy = emptyInstance();
+  if (!copy) return nullptr;
+  // A class that inherits emptyInstance() would come out as its base class: no copy is better.
+  const KivResource& instance = *copy;
+  if (typeid(instance) != typeid(*this)) return nullptr;
+  return initialised(std::move(copy), contents(resourceDictionary_), engine());
+}
+
+bool KivResource::filesExist() const {
+  return true;
+}
+
+std::vector<std::string> KivResource::missingFilesLinks() const {
+  return {};
+}
+
+std::vector<std::string> KivResource::useFilePaths() const {
+  return {};
+}
+
+void KivResource::setPath(const std::string& /*path*/) {}
+
+std::optional<kiv::Value> KivResource::valueForProperty(std::string_view name) const {
+  if (name == "name") return name_;
+  if (name == "type") return type_;
+  if (name == "engine") return engine_;
+  if (name == "resourceID") return resourceID_;
+  if (name == "uid") return uid_;
+  if (name == "priority") return priority_;
+  if (name == "updated") return updated_;
+  if (name == "resourceDictionary") return valueOf(resourceDictionary_);
+  if (name == "options") return valueOf(options_);
+  return std::nullopt;
+}
+
+bool KivResource::hasString(const kiv::Dictionary& dictionary, std::string_view key) {
+  return dictionary[key].isString();
+}
+
+bool KivResource::fileExistsAt(const kiv::Value& path) {
+  return path.isString() && kiv::FileManager::defaultManager().fileExistsAtPath(path.stringView());
+}
+
+std::vector<std::string> KivResource::listOf(const kiv::Value& string) {
+  if (!string.isString()) return {};
+  return {string.string()};
+}
+
+std::optional<std::string> KivResource::optionalString(const kiv::Value& string) {
+  if (!string.isString()) return std::nullopt;
+  return string.string();
+}
+
+const kiv::Value& KivResource::linkForKey(std::string_view key) const {
+  return contents(resourceDictionary_)[key];
+}
+
+void KivResource::recordPath_forKey(const kiv::Value& path, std::string_view key) {
+  if (linkForKey(key) == path) return;
+  if (!resourceDictionary_) resourceDictionary_ = std::make_shared<kiv::Dictionary>();
+  resourceDictionary_->set(key, path);
+}

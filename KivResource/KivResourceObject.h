@@ -1,0 +1,168 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Value.h"
+
+/// One advertising resource: the fields that all kinds share, the dictionary that describes it, and
+/// the operations through which the manager brings its files.
+///
+/// A resource is made from a resource dictionary and keeps its own copy of it as its persistent
+/// form: where a file has been stored, the kind writes the file's local path over the link that
+/// stood in the dictionary. Saved lists and copies are made of the dictionary alone, so a property
+/// that is set without changing the dictionary is neither saved nor copied. This class itself
+/// needs no files and is complete from the start; a kind that needs some overrides the file
+/// operations.
+///
+/// Queue: a resource has no lock and belongs to no queue; whoever changes one must be the only one
+/// that uses it. The manager changes a resource only while its files load, on the queue that drives
+/// the manager. From the moment that it announces a resource as complete, others may read it on
+/// their own queues: an operation that has nothing to change writes nothing, not even the same
+/// value.
+///
+/// Deriving a kind: override setUp() and the file operations, emptyInstance() for copies to be of
+/// the kind's own class, valueForProperty() for its properties; and give it an operation that
+/// yields `initialised(std::shared_ptr<Kind>(new Kind), dictionary, engine)`. An override must not
+/// throw.
+class KIV_EXPORT KivResource {
+ public:
+  /// A resource of the dictionary, or nullptr where that is not acceptable. `engine` is the string
+  /// that chose the kind; the dictionary is not asked for it. Nothing is logged.
+  static std::shared_ptr<KivResource> initWithDictionary_engine(const kiv::Dictionary& dictionary,
+                                                                const std::string& engine);
+
+  /// True where the dictionary has what every resource needs: the strings "name", "type" and
+  /// "banner_id", the numbers "priority" and "updated". Booleans count as numbers.
+  static bool isValidResourceDictionary(const kiv::Dictionary& dictionary);
+
+  KivResource(const KivResource&) = delete;
+  KivResource& operator=(const KivResource&) = delete;
+  virtual ~KivResource();
+
+  /// True where every file that the resource needs now lies on disk.
+  [[nodiscard]] virtual bool filesExist() const;
+  /// The links, as the dictionary gives them, of the files still to be fetched. The last path
+  /// component of a link is the name under which its file is stored.
+  [[nodiscard]] virtual std::vector<std::string> missingFilesLinks() const;
+  /// The local paths of the files that the resource uses.
+  [[nodiscard]] virtual std::vector<std::string> useFilePaths() const;
+  /// Takes in the absolute local path of a file that was found or stored for one of the links. A
+  /// path that belongs to none of them, or where no file lies, is passed over.
+  virtual void setPath(const std::string& path);
+
+  /// A new resource of the receiver's own class, made anew of the current dictionary and engine, or
+  /// nullptr where the dictionary is not acceptable any more, or where the class has no
+  /// emptyInstance() of its own. `options` and properties that the dictionary does not hold are
+  /// not carried over. The argument has no meaning.
+  [[nodiscard]] virtual std::shared_ptr<KivResource> copyWithZone(void* zone = nullptr) const;
+
+  /// The value of the property of that name: null for one that is none, nothing where the class has
+  /// no such property.
+  [[nodiscard]] virtual std::optional<kiv::Value> valueForProperty(std::string_view name) const;
+
+  /// Name of the resource, for the host.
+  [[nodiscard]] std::string name() const { return name_.string(); }
+  void setName(std::string_view name) { name_ = name; }
+
+  /// Category of the resource, by which the manager selects.
+  [[nodiscard]] std::string type() const { return type_.string(); }
+  void setType(std::string_view type) { type_ = type; }
+
+  /// The string that chose the kind.
+  [[nodiscard]] std::string engine() const { return engine_.string(); }
+  void setEngine(std::string_view engine) { engine_ = engine; }
+
+  /// Identifier, which the versions of one resource share.
+  [[nodiscard]] std::string resourceID() const { return resourceID_.string(); }
+  void setResourceID(std::string_view resourceID) { resourceID_ = resourceID; }
+
+  /// Another identifier, for the host; "undefined" where the dictionary has none.
+  [[nodiscard]] std::string uid() const { return uid_.string(); }
+  void setUid(std::string_view uid) { uid_ = uid; }
+
+  /// Priority of the resource's downloads; the largest comes first.
+  [[nodiscard]] std::uint64_t priority() const noexcept { return priority_; }
+  void setPriority(std::uint64_t priority) noexcept { priority_ = priority; }
+
+  /// Version stamp: of two resources with one identifier, the one with the greater stamp is newer.
+  [[nodiscard]] std::uint64_t updated() const noexcept { return updated_; }
+  void setUpdated(std::uint64_t updated) noexcept { updated_ = updated; }
+
+  /// The persistent form, to be changed in place. The setter keeps the given object itself; none
+  /// counts as an empty one.
+  [[nodiscard]] const std::shared_ptr<kiv::Dictionary>& resourceDictionary() const noexcept {
+    return resourceDictionary_;
+  }
+  void setResourceDictionary(std::shared_ptr<kiv::Dictionary> dictionary) noexcept {
+    resourceDictionary_ = std::move(dictionary);
+  }
+
+  /// Free for the host to use; none until the host sets it, neither copied nor saved.
+  [[nodiscard]] const std::shared_ptr<kiv::Dictionary>& options() const noexcept {
+    return options_;
+  }
+  void setOptions(std::shared_ptr<kiv::Dictionary> options) noexcept {
+    options_ = std::move(options);
+  }
+
+ protected:
+  /// An instance without contents, to be set up.
+  KivResource();
+
+  /// Fills a new instance from the dictionary; false where that is not acceptable, and the instance
+  /// is then discarded. An override runs its base's set-up first.
+  virtual bool setUp(const kiv::Dictionary& dictionary, const std::string& engine);
+
+  /// A new instance without contents of the receiver's own class.
+  [[nodiscard]] virtual std::shared_ptr<KivResource> emptyInstance() const;
+
+  /// The given new instance after its set-up, or nullptr where that failed.
+  template <class Kind>
+  static std::shared_ptr<Kind> initialised(std::shared_ptr<Kind> resource,
+                                           const kiv::Dictionary& dictionary,
+                                           const std::string& engine) {
+    KivResource& base = *resource;
+    return base.setUp(dictionary, engine) ? std::move(resource) : nullptr;
+  }
+
+  /// True where the dictionary holds a string under the key.
+  static bool hasString(const kiv::Dictionary& dictionary, std::string_view key);
+  /// True where a file lies at the path now; false where there is no path.
+  static bool fileExistsAt(const kiv::Value& path);
+  /// A list of the one string, or an empty list where there is none.
+  static std::vector<std::string> listOf(const kiv::Value& string);
+  /// The string, or nothing where there is none.
+  static std::optional<std::string> optionalString(const kiv::Value& string);
+
+  /// What the resource dictionary holds under the key: null, a link, or the local path in its
+  /// place.
+  [[nodiscard]] const kiv::Value& linkForKey(std::string_view key) const;
+  /// Writes a local path over the link under the key, unless it stands there already.
+  void recordPath_forKey(const kiv::Value& path, std::string_view key);
+
+  /// Sets a field, unless it has that value already.
+  template <class Field>
+  static void update(Field& field, const Field& value) {
+    if (!(field == value)) field = value;
+  }
+
+ private:
+  // Strings are held as values, because a value shares its characters with the dictionary that it
+  // was taken from.
+  kiv::Value name_;
+  kiv::Value type_;
+  kiv::Value engine_;
+  kiv::Value resourceID_;
+  kiv::Value uid_;
+  std::uint64_t priority_ = 0;
+  std::uint64_t updated_ = 0;
+  std::shared_ptr<kiv::Dictionary> resourceDictionary_;
+  std::shared_ptr<kiv::Dictionary> options_;
+};
