@@ -1,0 +1,55 @@
+#pragma once
+
+#include "KivResource/KivResourceObject.h"
+
+/// An image banner: a market link and one image file.
+///
+/// It is linked, with the image's link under its key in the resource dictionary, until the image
+/// lies on disk, and loaded from then on, with the local path in place of the link. Nothing brings
+/// it back: where the image is deleted later, filesExist() says so, while missingFilesLinks() and
+/// useFilePaths() go by `fileIsLoaded`.
+class KIV_EXPORT KivResourceStandard : public KivResource {
+ public:
+  /// A banner of the dictionary, or nullptr where that is not acceptable. Beyond what every
+  /// resource needs it must have the strings "market_url" and "image_728x90".
+  static std::shared_ptr<KivResourceStandard> initWithDictionary_engine(
+      const kiv::Dictionary& dictionary, const std::string& engine);
+
+  /// True where the dictionary has the keys of this kind; the common ones are not looked at.
+  [[nodiscard]] bool isValidResourceStandardDictionary(const kiv::Dictionary& dictionary) const;
+  /// Chooses the image that this resource uses: sets `requiredImageField`.
+  virtual void setRequiredFieldsForResource();
+
+  [[nodiscard]] bool filesExist() const override;
+  [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;
+  [[nodiscard]] std::vector<std::string> useFilePaths() const override;
+  void setPath(const std::string& path) override;
+  [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
+
+  /// The link to the market, for the host; never downloaded.
+  [[nodiscard]] std::string marketLink() const { return marketLink_.string(); }
+  void setMarketLink(std::string_view marketLink) { marketLink_ = marketLink; }
+
+  /// Local path of the image, or nothing as long as it is not loaded.
+  [[nodiscard]] std::optional<std::string> image() const { return optionalString(image_); }
+  void setImage(const std::optional<std::string>& image) { image_ = image; }
+
+  /// True once the image was seen on disk.
+  [[nodiscard]] bool fileIsLoaded() const noexcept { return fileIsLoaded_; }
+  void setFileIsLoaded(bool fileIsLoaded) noexcept { fileIsLoaded_ = fileIsLoaded; }
+
+  /// The resource dictionary's key of the image that was chosen.
+  [[nodiscard]] std::string requiredImageField() const { return requiredImageField_.string(); }
+  void setRequiredImageField(std::string_view field) { requiredImageField_ = field; }
+
+ protected:
+  KivResourceStandard() = default;
+  bool setUp(const kiv::Dictionary& dictionary, const std::string& engine) override;
+  [[nodiscard]] std::shared_ptr<KivResource> emptyInstance() const override;
+
+ private:
+  kiv::Value marketLink_;
+  kiv::Value image_;
+  bool fileIsLoaded_ = false;
+  kiv::Value requiredImageField_;
+};
