@@ -1,0 +1,135 @@
+#include "KivResource/KivResourceVideo.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "Platform/Foundation/Path.h"
+
+using kiv::path::lastPathComponent;
+
+namespace {
+
+using StringList = std::vector<std::string>;
+
+constexpr std::string_view titleKey = "title";
+constexpr std::string_view marketLinkKey = "market_url";
+constexpr std::string_view iconKey = "image";
+constexpr std::string_view landscapeVideoKey = "video_file_landscape";
+constexpr std::string_view portraitVideoKey = "video_file_portrait";
+
+const StringList& contents(const std::shared_ptr<StringList>& list) {
+  static const StringList none;
+  return list ? *list : none;
+}
+
+kiv::Value valueOf(const std::shared_ptr<StringList>& list) {
+  if (!list) return {};
+  kiv::Array array;
+  for (const std::string& string : *list)
+    array.append(string);
+  return array;
+}
+
+}  // namespace
+
+std::shared_ptr<KivResourceVideo> KivResourceVideo::initWithDictionary_engine(
+    const kiv::Dictionary& dictionary, const std::string& engine) {
+  return initialised(std::shared_ptr<KivResourceVideo>(new KivResourceVideo), dictionary, engine);
+}
+
+std::shared_ptr<KivResource> KivResourceVideo::emptyInstance() const {
+  return std::shared_ptr<KivResource>(new KivResourceVideo);
+}
+
+bool KivResourceVideo::setUp(const kiv::Dictionary& dictionary, const std::string& engine) {
+  if (!KivResource::setUp(dictionary, engine)) return false;
+  selectRequiredVideoField();
+  if (!isValidResourceVideoDictionary(dictionary)) return false;
+  fileLinks_ = std::make_shared<StringList>();
+  filePaths_ = std::make_shared<StringList>();
+  title_ = dictionary[titleKey];
+  marketLink_ = dictionary[marketLinkKey];
+  icon_ = findFile(dictionary[iconKey]);
+  const std::string_view field = requiredVideoField_.stringView();
+  resourceDictionary()->remove(field == portraitVideoKey ? landscapeVideoKey : portraitVideoKey);
+  video_ = findFile(dictionary[field]);
+  votes_ = dictionary["votes"].unsignedInteger();
+  rating_ = static_cast<double>(dictionary["rating"].singlePrecision());
+  return true;
+}
+
+bool KivResourceVideo::isValidResourceVideoDictionary(const kiv::Dictionary& dictionary) const {
+  return hasString(dictionary, titleKey) && hasString(dictionary, marketLinkKey) &&
+         hasString(dictionary, iconKey) && hasString(dictionary, requiredVideoField_.stringView());
+}
+
+void KivResourceVideo::selectRequiredVideoField() {
+  // One string for all resources, never destroyed, as threads may outlive the program's main part.
+  static const auto& landscapeVideo = *new kiv::Value(landscapeVideoKey);
+  requiredVideoField_ = landscapeVideo;
+}
+
+kiv::Value KivResourceVideo::findFile(const kiv::Value& pathOrLink) {
+  const bool present = fileExistsAt(pathOrLink);
+  (present ? filePaths_ : fileLinks_)->push_back(pathOrLink.string());
+  return present ? pathOrLink : kiv::Value();
+}
+
+bool KivResourceVideo::filesExist() const {
+  return fileExistsAt(icon_) && fileExistsAt(video_);
+}
+
+std::vector<std::string> KivResourceVideo::missingFilesLinks() const {
+  return contents(fileLinks_);
+}
+
+std::vector<std::string> KivResourceVideo::useFilePaths() const {
+  return contents(filePaths_);
+}
+
+void KivResourceVideo::setPath(const std::string& path) {
+  const kiv::Value stored(path);
+  if (!fileExistsAt(stored)) return;
+  // Both are asked: where icon and video have one file name, one file fills both places.
+  takeFile_forKey(stored, iconKey, icon_);
+  takeFile_forKey(stored, requiredVideoField_.stringView(), video_);
+}
+
+void KivResourceVideo::takeFile_forKey(const kiv::Value& path, std::string_view key,
+                                       kiv::Value& property) {
+  const std::string_view fileName = lastPathComponent(path.stringView());
+  if (lastPathComponent(linkForKey(key).stringView()) != fileName) return;
+  removeLinkForFileName(std::string(fileName));
+  addPath(path.string());
+  update(property, path);
+  recordPath_forKey(path, key);
+}
+
+void KivResourceVideo::removeLinkForFileName(const std::string& fileName) {
+  const auto endsWithName = [&](const std::string& link) { return link.ends_with(fileName); };
+  const StringList& links = contents(fileLinks_);
+  if (std::none_of(links.begin(), links.end(), endsWithName)) return;
+  auto others = std::make_shared<StringList>();
+  std::remove_copy_if(links.begin(), links.end(), std::back_inserter(*others), endsWithName);
+  fileLinks_ = std::move(others);
+}
+
+void KivResourceVideo::addPath(const std::string& path) {
+  const StringList& paths = contents(filePaths_);
+  if (std::find(paths.begin(), paths.end(), path) != paths.end()) return;
+  if (!filePaths_) filePaths_ = std::make_shared<StringList>();
+  filePaths_->push_back(path);
+}
+
+std::optional<kiv::Value> KivResourceVideo::valueForProperty(std::string_view name) const {
+  if (name == "title") return title_;
+  if (name == "marketLink") return marketLink_;
+  if (name == "icon") return icon_;
+  if (name == "video") return video_;
+  if (name == "votes") return votes_;
+  if (name == "rating") return rating_;
+  if (name == "fileLinks") return valueOf(fileLinks_);
+  if (name == "filePaths") return valueOf(filePaths_);
+  if (name == "requiredVideoField") return requiredVideoField_;
+  return KivResource::valueForProperty(name);
+}

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "KivResource/KivResourceObject.h"
+
+/// A video promotion: a title, a market link, votes and a rating for the host to show, and two
+/// files, an icon and a video.
+///
+/// Each of the two files is linked, its link in `fileLinks`, until it lies on disk, and present
+/// from then on, its local path in `filePaths`, in its property, and in the resource dictionary in
+/// place of the link. Nothing brings a file back: where it is deleted later, filesExist() says so,
+/// while the two lists stay as they are.
+class KIV_EXPORT KivResourceVideo : public KivResource {
+ public:
+  /// A promotion of the dictionary, or nullptr where that is not acceptable. Beyond what every
+  /// resource needs it must have the strings "title", "market_url", "image" and
+  /// "video_file_landscape".
+  static std::shared_ptr<KivResourceVideo> initWithDictionary_engine(
+      const kiv::Dictionary& dictionary, const std::string& engine);
+
+  /// True where the dictionary has the keys of this kind; the common ones are not looked at.
+  [[nodiscard]] bool isValidResourceVideoDictionary(const kiv::Dictionary& dictionary) const;
+  /// Chooses the video that this resource uses: sets `requiredVideoField`.
+  virtual void selectRequiredVideoField();
+
+  [[nodiscard]] bool filesExist() const override;
+  [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;
+  [[nodiscard]] std::vector<std::string> useFilePaths() const override;
+  void setPath(const std::string& path) override;
+  [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
+
+  /// Replaces `fileLinks` by a list without the links that end with the name, also those whose own
+  /// name is longer; where none does, nothing is replaced.
+  void removeLinkForFileName(const std::string& fileName);
+  /// Appends the path to `filePaths`, unless it stands there already.
+  void addPath(const std::string& path);
+
+  /// The title, for the host.
+  [[nodiscard]] std::string title() const { return title_.string(); }
+  void setTitle(std::string_view title) { title_ = title; }
+
+  /// The link to the market, for the host; never downloaded.
+  [[nodiscard]] std::string marketLink() const { return marketLink_.string(); }
+  void setMarketLink(std::string_view marketLink) { marketLink_ = marketLink; }
+
+  /// Local path of the icon, or nothing as long as it is only linked.
+  [[nodiscard]] std::optional<std::string> icon() const { return optionalString(icon_); }
+  void setIcon(const std::optional<std::string>& icon) { icon_ = icon; }
+
+  /// Local path of the video that was chosen, or nothing as long as it is only linked.
+  [[nodiscard]] std::optional<std::string> video() const { return optionalString(video_); }
+  void setVideo(const std::optional<std::string>& video) { video_ = video; }
+
+  /// How many votes there were; 0 where the dictionary gives no number.
+  [[nodiscard]] std::uint64_t votes() const noexcept { return votes_; }
+  void setVotes(std::uint64_t votes) noexcept { votes_ = votes; }
+
+  /// The rating, in single precision: 4.7 reads as 4.699999809265137. 0.0 where the dictionary
+  /// gives no number.
+  [[nodiscard]] double rating() const noexcept { return rating_; }
+  void setRating(double rating) noexcept { rating_ = rating; }
+
+  /// Links of the files still to be fetched: the icon's, then the video's. The setter keeps the
+  /// given list itself; none counts as an empty one.
+  [[nodiscard]] const std::shared_ptr<std::vector<std::string>>& fileLinks() const noexcept {
+    return fileLinks_;
+  }
+  void setFileLinks(std::shared_ptr<std::vector<std::string>> fileLinks) noexcept {
+    fileLinks_ = std::move(fileLinks);
+  }
+
+  /// Local paths of the files that are present, in the order in which they came. The setter keeps
+  /// the given list itself; none counts as an empty one.
+  [[nodiscard]] const std::shared_ptr<std::vector<std::string>>& filePaths() const noexcept {
+    return filePaths_;
+  }
+  void setFilePaths(std::shared_ptr<std::vector<std::string>> filePaths) noexcept {
+    filePaths_ = std::move(filePaths);
+  }
+
+  /// The resource dictionary's key of the video that was chosen.
+  [[nodiscard]] std::string requiredVideoField() const { return requiredVideoField_.string(); }
+  void setRequiredVideoField(std::string_view field) { requiredVideoField_ = field; }
+
+ protected:
+  KivResourceVideo() = default;
+  bool setUp(const kiv::Dictionary& dictionary, const std::string& engine) override;
+  [[nodiscard]] std::shared_ptr<KivResource> emptyInstance() const override;
+
+ private:
+  /// The local path of a file where it lies on disk; otherwise none, and its link joins the links.
+  kiv::Value findFile(const kiv::Value& pathOrLink);
+  /// Takes in a stored file under its key of the dictionary; `property` is its icon or video.
+  void takeFile_forKey(const kiv::Value& path, std::string_view key, kiv::Value& property);
+
+  kiv::Value title_;
+  kiv::Value marketLink_;
+  kiv::Value icon_;
+  kiv::Value video_;
+  std::uint64_t votes_ = 0;
+  double rating_ = 0;
+  std::shared_ptr<std::vector<std::string>> fileLinks_;
+  std::shared_ptr<std::vector<std::string>> filePaths_;
+  kiv::Value requiredVideoField_;
+};
