@@ -1,0 +1,44 @@
+#pragma once
+
+#include "KivResource/KivResourceObject.h"
+
+/// An HTML page: one file, which is either an archive, whose page storage unpacks as the
+/// "index.html" of a folder named after the archive, or a single HTML file.
+///
+/// It holds the page's link under "html" in the resource dictionary until the page lies on disk,
+/// and is loaded from then on, with the local path of the page in place of the link. Nothing brings
+/// it back: where the page is deleted later, filesExist() says so, while missingFilesLinks() and
+/// useFilePaths() go by `fileIsLoaded`.
+class KIV_EXPORT KivResourceWeb : public KivResource {
+ public:
+  /// A page of the dictionary, or nullptr where that is not acceptable. Beyond what every resource
+  /// needs it must have the string "html".
+  static std::shared_ptr<KivResourceWeb> initWithDictionary_engine(
+      const kiv::Dictionary& dictionary, const std::string& engine);
+
+  /// True where the dictionary has the key of this kind; the common ones are not looked at.
+  [[nodiscard]] bool isValidResourceFullscreenDictionary(const kiv::Dictionary& dictionary) const;
+
+  [[nodiscard]] bool filesExist() const override;
+  [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;
+  [[nodiscard]] std::vector<std::string> useFilePaths() const override;
+  void setPath(const std::string& path) override;
+  [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
+
+  /// Local path of the page, or nothing as long as it is not loaded.
+  [[nodiscard]] std::optional<std::string> html() const { return optionalString(html_); }
+  void setHtml(const std::optional<std::string>& html) { html_ = html; }
+
+  /// True once the page was seen on disk.
+  [[nodiscard]] bool fileIsLoaded() const noexcept { return fileIsLoaded_; }
+  void setFileIsLoaded(bool fileIsLoaded) noexcept { fileIsLoaded_ = fileIsLoaded; }
+
+ protected:
+  KivResourceWeb() = default;
+  bool setUp(const kiv::Dictionary& dictionary, const std::string& engine) override;
+  [[nodiscard]] std::shared_ptr<KivResource> emptyInstance() const override;
+
+ private:
+  kiv::Value html_;
+  bool fileIsLoaded_ = false;
+};
