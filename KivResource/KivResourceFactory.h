@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "KivResource/KivResourceObject.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Value.h"
+
+/// Makes resources of resource dictionaries: the string under "engine" chooses the class, and that
+/// class decides whether the dictionary is acceptable.
+///
+/// It has no state; its operations may be called from any thread.
+class KIV_EXPORT KivResourceFactory {
+ public:
+  KivResourceFactory() = delete;
+
+  /// A new resource of the dictionary, or nullptr, with one line in the system log, where it has no
+  /// engine or is not acceptable. An engine that no kind claims makes a plain KivResource.
+  static std::shared_ptr<KivResource> createResourceFromDictionary(
+      const kiv::Dictionary& dictionary);
+
+  /// The resources of a configuration's "items", in their order, without those that are not
+  /// acceptable. What is no configuration, a null value too, has none.
+  static std::vector<std::shared_ptr<KivResource>> resourcesArrayForResourcesConfig(
+      const kiv::Value& config);
+};
