@@ -72,6 +72,7 @@ class KIV_EXPORT Value {
   Value(Dictionary dictionary) noexcept;
   /// Nothing becomes null.
   template <class T>
+    requires(!std::same_as<T, Value>)
   Value(const std::optional<T>& value) : Value() {
     if (value) *this = Value(*value);
   }

@@ -224,10 +224,10 @@ TEST_F(KivResourceManagerFilesTest, AFailureToStoreIsReportedAfterTheSuccessLine
   EXPECT_THAT(log.lines()[0], HasSubstr("Loaded file with name \"a.png\""));
 }
 
-class HostileLinkTest : public KivResourceManagerFilesTest,
+class HostileFileLinkTest : public KivResourceManagerFilesTest,
                         public testing::WithParamInterface<std::string> {};
 
-TEST_P(HostileLinkTest, FailsWithAnErrorAndChangesNothingOnDisk) {
+TEST_P(HostileFileLinkTest, FailsWithAnErrorAndChangesNothingOnDisk) {
   load({banner("safe", 1, "safe.png"), page("zipped", 1, "keep.html")});
   const auto contents = [&] {
     std::vector<std::string> names;
@@ -254,7 +254,7 @@ TEST_P(HostileLinkTest, FailsWithAnErrorAndChangesNothingOnDisk) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Names, HostileLinkTest,
+    Names, HostileFileLinkTest,
     testing::Values("", ".", "..", "dir/", "dir/.", "dir/..", "/", ".zip", "..zip", "...zip",
                     "dir/.zip", "dir/..zip", "dir/...zip", std::string("nul\0.html", 9),
                     "back\\slash.html", std::string(256, 'n'), std::string(252, 'n') + ".zip"));

@@ -1,5 +1,6 @@
 #include "KivResource/KivResourceManager.h"
 
+#include <future>
 #include <thread>
 
 #include <gmock/gmock.h>

@@ -86,10 +86,10 @@ TEST_F(KivResourceStorageModuleTest, DirectoriesAndDevicesAreNoStoredFiles) {
   }
 }
 
-class HostileNameTest : public KivResourceStorageModuleTest,
+class HostileStoredNameTest : public KivResourceStorageModuleTest,
                         public testing::WithParamInterface<std::string> {};
 
-TEST_P(HostileNameTest, IsFoundNowhereAndNotStored) {
+TEST_P(HostileStoredNameTest, IsFoundNowhereAndNotStored) {
   // Pages where a careless look-up would land.
   for (const std::string& place : {stored("index.html"), root() + "/KivResource/index.html",
                                    inBundle("index.html"), packaged() + "/index.html"}) {
@@ -105,7 +105,7 @@ TEST_P(HostileNameTest, IsFoundNowhereAndNotStored) {
   EXPECT_EQ(read(stored("index.html")), "page");
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, HostileNameTest,
+INSTANTIATE_TEST_SUITE_P(Names, HostileStoredNameTest,
                          testing::Values("", ".", "..", ".zip", "..zip", "...zip", "a/b.png",
                                          "../a.png", "a\\b.png", std::string("a\0.png", 6),
                                          std::string(256, 'a'), std::string(252, 'a') + ".zip"));
