@@ -80,7 +80,8 @@ std::optional<URL> URL::fromString(std::string_view string) {
   // Only "//" opens a host. The parser below would take one after a single slash too.
   const std::string_view rest = string.substr(url.scheme_.size() + 1);
   const bool hasHost = rest.starts_with("//") && rest.size() > 2 && rest[2] != '/';
-  if (!hasHost) return url;
+  // Of a file's URL the parser takes none with a server, though it is one that parses.
+  if (!hasHost || url.scheme_ == "file") return url;
   auto host = parseHost(url.string_);
   if (!host) return std::nullopt;
   url.host_ = std::move(*host);

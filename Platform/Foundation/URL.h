@@ -19,7 +19,7 @@ class KIV_EXPORT URL {
   [[nodiscard]] const std::string& absoluteString() const noexcept { return string_; }
   /// The scheme in lower case, or an empty string: "ads.example/a.png" has none.
   [[nodiscard]] const std::string& scheme() const noexcept { return scheme_; }
-  /// The host after "//", or an empty string where there is none.
+  /// The host after "//", or an empty string where there is none, as with every "file" URL.
   [[nodiscard]] const std::string& host() const noexcept { return host_; }
 
   friend bool operator==(const URL& a, const URL& b) noexcept { return a.string_ == b.string_; }
