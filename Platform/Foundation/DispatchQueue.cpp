@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -12,12 +13,15 @@ namespace kiv {
 
 /// What a queue's handle and its thread share; it outlives the handle while jobs are left.
 struct DispatchQueue::State {
-  explicit State(std::string name) : label(std::move(name)) {}
+  enum class ServedBy { host, ownThread };
+
+  State(std::string name, ServedBy server) : label(std::move(name)), servedBy(server) {}
 
   /// The queue whose job runs on this thread, if any.
   static thread_local State* running;
 
   const std::string label;
+  const ServedBy servedBy;
   std::weak_ptr<DispatchQueue> handle;
   std::thread thread;  // of a serial queue only
 
@@ -29,13 +33,17 @@ struct DispatchQueue::State {
   // Held while the handler runs, so that no call of a removed handler is under way. Recursive,
   // since a handler may add a job.
   std::recursive_mutex wakeUpMutex;
-  std::function<void()> wakeUp;
+  std::shared_ptr<const std::function<void()>> wakeUp;
 
   void add(Job job);
   bool isEmpty();
+  /// True where the host may run jobs here and now.
+  bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
   bool runNext();
   std::size_t drain();
+  void runUntilStopped();
   void callWakeUp();
+  void callWakeUpForLeftJobs();
   void serve();
 };
 
@@ -73,7 +81,6 @@ bool DispatchQueue::State::runNext() {
 }
 
 std::size_t DispatchQueue::State::drain() {
-  if (running == this) return 0;
   std::size_t waiting = 0;
   {
     const std::lock_guard lock(mutex);
@@ -82,14 +89,32 @@ std::size_t DispatchQueue::State::drain() {
   std::size_t ran = 0;
   while (ran < waiting && runNext())
     ++ran;
-  // Jobs that were added meanwhile came to a queue that was not empty, so nobody heard of them.
-  if (!isEmpty()) callWakeUp();
+  callWakeUpForLeftJobs();
   return ran;
+}
+
+void DispatchQueue::State::runUntilStopped() {
+  while (true) {
+    {
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [this] { return stopped || !jobs.empty(); });
+      if (std::exchange(stopped, false)) break;
+    }
+    runNext();
+  }
+  callWakeUpForLeftJobs();
 }
 
 void DispatchQueue::State::callWakeUp() {
   const std::lock_guard lock(wakeUpMutex);
-  if (wakeUp) wakeUp();
+  // Held here too, since the handler may put another in its own place.
+  if (const auto handler = wakeUp) (*handler)();
+}
+
+/// Jobs left behind, as those that came while others ran, met a queue that was not empty: nobody
+/// has heard of them, nor will of any that follow.
+void DispatchQueue::State::callWakeUpForLeftJobs() {
+  if (!isEmpty()) callWakeUp();
 }
 
 void DispatchQueue::State::serve() {
@@ -105,17 +130,23 @@ void DispatchQueue::State::serve() {
 std::shared_ptr<DispatchQueue> DispatchQueue::main() {
   // Never destroyed: threads may still add jobs while the process exits.
   static auto& queue = *new std::shared_ptr<DispatchQueue>([] {
-    std::shared_ptr<DispatchQueue> made(new DispatchQueue("main"));
-    made->state_->handle = made;
+    const auto state = std::make_shared<State>("main", State::ServedBy::host);
+    std::shared_ptr<DispatchQueue> made(new DispatchQueue(state));
+    state->handle = made;
     return made;
   }());
   return queue;
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label) {
-  std::shared_ptr<DispatchQueue> queue(new DispatchQueue(std::move(label)));
-  queue->state_->handle = queue;
-  queue->state_->thread = std::thread([state = queue->state_] { state->serve(); });
+  const auto state = std::make_shared<State>(std::move(label), State::ServedBy::ownThread);
+  std::shared_ptr<DispatchQueue> queue(new DispatchQueue(state));
+  state->handle = queue;
+  try {
+    state->thread = std::thread([state] { state->serve(); });
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
   return queue;
 }
 
@@ -124,8 +155,7 @@ std::shared_ptr<DispatchQueue> DispatchQueue::current() {
   return isMainThread() ? main() : nullptr;
 }
 
-DispatchQueue::DispatchQueue(std::string label)
-    : state_(std::make_shared<State>(std::move(label))) {}
+DispatchQueue::DispatchQueue(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
 DispatchQueue::~DispatchQueue() {
   if (!state_->thread.joinable()) return;
@@ -146,14 +176,15 @@ const std::string& DispatchQueue::label() const noexcept {
 }
 
 void DispatchQueue::async(Job job) {
-  state_->add(std::move(job));
+  if (job) state_->add(std::move(job));
 }
 
 std::size_t DispatchQueue::drain() {
-  return state_->drain();
+  return state_->letsHostRunJobs() ? state_->drain() : 0;
 }
 
 std::size_t DispatchQueue::drainFor(std::chrono::milliseconds timeout) {
+  if (!state_->letsHostRunJobs()) return 0;
   {
     std::unique_lock lock(state_->mutex);
     state_->changed.wait_for(lock, timeout, [this] { return !state_->jobs.empty(); });
@@ -162,17 +193,11 @@ std::size_t DispatchQueue::drainFor(std::chrono::milliseconds timeout) {
 }
 
 void DispatchQueue::run() {
-  while (true) {
-    {
-      std::unique_lock lock(state_->mutex);
-      state_->changed.wait(lock, [this] { return state_->stopped || !state_->jobs.empty(); });
-      if (std::exchange(state_->stopped, false)) return;
-    }
-    if (!state_->runNext()) return;
-  }
+  if (state_->letsHostRunJobs()) state_->runUntilStopped();
 }
 
 void DispatchQueue::stop() {
+  if (state_->servedBy != State::ServedBy::host) return;
   {
     const std::lock_guard lock(state_->mutex);
     state_->stopped = true;
@@ -181,11 +206,14 @@ void DispatchQueue::stop() {
 }
 
 void DispatchQueue::setWakeUpHandler(std::function<void()> handler) {
+  if (state_->servedBy != State::ServedBy::host) return;
+  std::shared_ptr<const std::function<void()>> next;
+  if (handler) next = std::make_shared<const std::function<void()>>(std::move(handler));
   {
     const std::lock_guard lock(state_->wakeUpMutex);
-    state_->wakeUp = std::move(handler);
+    state_->wakeUp.swap(next);
   }
-  if (!state_->isEmpty()) state_->callWakeUp();
+  state_->callWakeUpForLeftJobs();
 }
 
 }  // namespace kiv

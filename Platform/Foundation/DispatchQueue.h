@@ -14,7 +14,8 @@ namespace kiv {
 ///
 /// There are two sorts. A queue from serial() has a thread of its own. The main queue belongs to
 /// the host's event loop: its jobs run only where the host calls drain(), drainFor() or run(), and
-/// a wake-up handler tells the loop that there is something to run.
+/// a wake-up handler tells the loop that there is something to run. One thread at a time may run
+/// them, as a rule the main thread.
 ///
 /// async() and current() may be called from any thread. A job must not throw.
 class KIV_EXPORT DispatchQueue {
@@ -26,11 +27,12 @@ class KIV_EXPORT DispatchQueue {
 
   /// A new queue with its own thread, which lives until the last holder lets go of the queue; the
   /// jobs that are waiting then still run, and the release returns when they have (on the queue's
-  /// own thread it returns at once, and they run after the job that let go).
+  /// own thread it returns at once, and they run after the job that let go). nullptr where the
+  /// system has no thread left.
   static std::shared_ptr<DispatchQueue> serial(std::string label);
 
   /// The queue whose job runs now on this thread; on the main thread otherwise the main queue;
-  /// on any other thread none.
+  /// on any other thread none. None also in the jobs of a queue that nobody holds any more.
   static std::shared_ptr<DispatchQueue> current();
 
   DispatchQueue(const DispatchQueue&) = delete;
@@ -39,27 +41,32 @@ class KIV_EXPORT DispatchQueue {
 
   [[nodiscard]] const std::string& label() const noexcept;
 
-  /// Adds a job; it runs later, never before this call has returned on the queue's own thread.
+  /// Adds a job; it runs later, never before this call has returned on the queue's own thread. An
+  /// empty job is none.
   void async(Job job);
 
-  /// For the main queue. Runs the jobs that wait now, not those that they add, and answers how many
-  /// it ran. Called from within a job of this queue it runs nothing: jobs never nest.
+  // The operations below are for the main queue; on a queue with its own thread they do nothing.
+  // Nor do drain(), drainFor() and run() within a job of this queue: jobs never nest.
+
+  /// Runs the jobs that wait now, not those that they add, and answers how many it ran.
   std::size_t drain();
-  /// For the main queue. Waits up to `timeout` for a job, then drains.
+  /// Waits up to `timeout` for a job, then drains.
   std::size_t drainFor(std::chrono::milliseconds timeout);
-  /// For the main queue. Runs jobs as they come until stop() is called.
+  /// Runs jobs as they come until stop() is called.
   void run();
-  /// Ends the run() of the main queue after the job that runs now, or the next run() at once.
+  /// Ends run() after the job that runs now, or the next run() at once. Jobs that wait stay.
   void stop();
 
-  /// For the main queue. `handler` is called, on whatever thread adds the job, each time a job
-  /// comes to the empty queue, and at once where jobs wait already. It should only wake the event
-  /// loop, which then calls drain(). An empty handler removes it.
+  /// `handler` is called each time a job comes to the empty queue, on whatever thread adds it; at
+  /// the end of a drain() or run() that leaves jobs; and at once where jobs wait already. It may
+  /// be called once too often, never too seldom. It should only wake the event loop, which then
+  /// calls drain(). An empty handler removes it; when that returns, the former one is not running
+  /// on any other thread.
   void setWakeUpHandler(std::function<void()> handler);
 
  private:
   struct State;
-  explicit DispatchQueue(std::string label);
+  explicit DispatchQueue(std::shared_ptr<State> state);
 
   std::shared_ptr<State> state_;
 };
