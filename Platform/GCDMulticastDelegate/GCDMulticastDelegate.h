@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -28,8 +30,9 @@ class GCDMulticastDelegate {
   void addDelegate_delegateQueue(const std::shared_ptr<Protocol>& delegate,
                                  const std::shared_ptr<kiv::DispatchQueue>& queue) {
     if (!delegate || !queue) return;
+    Nodes gone;
     const std::lock_guard lock(mutex_);
-    forgetGoneDelegates();
+    gone = takeOut([](const Node& node) { return node.delegate.expired(); });
     const bool known = std::any_of(nodes_.begin(), nodes_.end(), [&](const auto& node) {
       return node->identity == delegate.get() && node->queue == queue;
     });
@@ -39,20 +42,18 @@ class GCDMulticastDelegate {
   /// Drops the observer's registrations, whatever their queues. Callbacks that are on their way are
   /// not delivered any more; one that runs now on another thread is not waited for.
   void removeDelegate(const std::shared_ptr<Protocol>& delegate) {
+    Nodes gone;
     const std::lock_guard lock(mutex_);
-    std::erase_if(nodes_, [&](const auto& node) {
-      if (node->identity != delegate.get()) return false;
+    gone = takeOut([&](const Node& node) { return node.identity == delegate.get(); });
+    for (const auto& node : gone)
       node->removed = true;
-      return true;
-    });
   }
 
-  /// Sends a callback: `call` is run with each observer, on that observer's queue.
+  /// Sends a callback: `call` is run with each observer, on that observer's queue. Of callbacks
+  /// that several threads send at once, either may come first.
   void send(std::function<void(Protocol&)> call) {
-    const std::lock_guard lock(mutex_);
-    forgetGoneDelegates();
     const auto shared = std::make_shared<const std::function<void(Protocol&)>>(std::move(call));
-    for (const auto& node : nodes_) {
+    for (const auto& node : registeredNodes()) {
       node->queue->async([node, shared] {
         const auto delegate = node->delegate.lock();
         if (delegate && !node->removed) (*shared)(*delegate);
@@ -70,11 +71,28 @@ class GCDMulticastDelegate {
     const std::shared_ptr<kiv::DispatchQueue> queue;
     std::atomic<bool> removed = false;
   };
+  using Nodes = std::vector<std::shared_ptr<Node>>;
 
-  void forgetGoneDelegates() {
-    std::erase_if(nodes_, [](const auto& node) { return node->delegate.expired(); });
+  // No foreign code runs under the lock. A queue's wake-up handler does not, so jobs are added
+  // without it; nor do a queue's last jobs, which run when its last holder lets go, and that may be
+  // a node: so nodes that leave the list outlive the lock.
+
+  Nodes registeredNodes() {
+    Nodes gone;
+    const std::lock_guard lock(mutex_);
+    gone = takeOut([](const Node& node) { return node.delegate.expired(); });
+    return nodes_;
+  }
+
+  template <class Predicate>
+  Nodes takeOut(Predicate isToGo) {
+    const auto first = std::stable_partition(nodes_.begin(), nodes_.end(),
+                                             [&](const auto& node) { return !isToGo(*node); });
+    Nodes gone(std::make_move_iterator(first), std::make_move_iterator(nodes_.end()));
+    nodes_.erase(first, nodes_.end());
+    return gone;
   }
 
   std::mutex mutex_;
-  std::vector<std::shared_ptr<Node>> nodes_;
+  Nodes nodes_;
 };
