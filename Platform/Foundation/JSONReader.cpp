@@ -37,14 +37,20 @@ class Builder {
 
  private:
   Value buildValue(ondemand::value value);
+  Value buildContainer(ondemand::value value, ondemand::json_type type);
   Value buildArray(simdjson::simdjson_result<ondemand::array> source);
   Value buildDictionary(simdjson::simdjson_result<ondemand::object> source);
   Value buildNumber(ondemand::value value);
+  static Value buildDouble(std::string_view token);
   Value buildLargeInteger(std::string_view token);
+  Value buildString(ondemand::value value);
   Value buildLiteral(ondemand::value value, ondemand::json_type type);
   Value sharedKey(std::string_view key);
-  Value fail(JSONErrorCode code, std::string cause);
-  Value fail(error_code error) { return fail(JSONErrorCode::malformed, describe(error)); }
+  /// Notes the first fault, at `location` or else where the parser stands.
+  Value fail(JSONErrorCode code, std::string cause, const char* location = nullptr);
+  Value fail(error_code error, const char* location = nullptr) {
+    return fail(JSONErrorCode::malformed, describe(error), location);
+  }
   static std::string describe(error_code error);
 
   ondemand::document& document_;
@@ -77,20 +83,29 @@ Value Builder::buildValue(ondemand::value value) {
   if (const error_code error = value.type().get(type)) return fail(error);
   switch (type) {
     case ondemand::json_type::array:
-      return buildArray(value.get_array());
     case ondemand::json_type::object:
-      return buildDictionary(value.get_object());
+      return buildContainer(value, type);
     case ondemand::json_type::number:
       return buildNumber(value);
+    case ondemand::json_type::string:
+      return buildString(value);
     default:
       return buildLiteral(value, type);
   }
 }
 
+Value Builder::buildContainer(ondemand::value value, ondemand::json_type type) {
+  if (depth_ >= JSON::deepestNesting) {
+    return fail(JSONErrorCode::tooDeep, "nests too deep", value.raw_json_token().data());
+  }
+  if (type == ondemand::json_type::array) return buildArray(value.get_array());
+  return buildDictionary(value.get_object());
+}
+
 Value Builder::buildArray(simdjson::simdjson_result<ondemand::array> source) {
   ondemand::array elements;
   if (const error_code error = std::move(source).get(elements)) return fail(error);
-  if (++depth_ > JSON::deepestNesting) return fail(JSONErrorCode::tooDeep, "nests too deep");
+  ++depth_;
   Array array;
   for (auto result : elements) {
     ondemand::value element;
@@ -105,13 +120,14 @@ Value Builder::buildArray(simdjson::simdjson_result<ondemand::array> source) {
 Value Builder::buildDictionary(simdjson::simdjson_result<ondemand::object> source) {
   ondemand::object fields;
   if (const error_code error = std::move(source).get(fields)) return fail(error);
-  if (++depth_ > JSON::deepestNesting) return fail(JSONErrorCode::tooDeep, "nests too deep");
+  ++depth_;
   Dictionary dictionary;
   for (auto result : fields) {
     ondemand::field field;
     if (const error_code error = std::move(result).get(field)) return fail(error);
+    const char* const quote = field.key().raw() - 1;
     std::string_view key;
-    if (const error_code error = field.unescaped_key().get(key)) return fail(error);
+    if (const error_code error = field.unescaped_key().get(key)) return fail(error, quote);
     const Value keyString = sharedKey(key);
     dictionary.setWithSharedKey(keyString, buildValue(field.value()));
     if (failed_) return {};
@@ -126,7 +142,17 @@ Value Builder::buildNumber(ondemand::value value) {
   if (value.get_number().get(number)) return buildLargeInteger(token);
   if (number.is_int64()) return number.get_int64();
   if (number.is_uint64()) return number.get_uint64();
-  return number.get_double();
+  return buildDouble(token);
+}
+
+/// The parser has found the number well formed and not too large. Its value is read here: that of
+/// simdjson 3.0 is 0 where the number has more than 19 digits.
+Value Builder::buildDouble(std::string_view token) {
+  double number = 0;
+  const auto result = std::from_chars(token.data(), token.data() + token.size(), number);
+  const bool isTooSmall = result.ec == std::errc::result_out_of_range;
+  if (isTooSmall) return token.starts_with('-') ? -0.0 : 0.0;
+  return number;
 }
 
 /// The parser refuses integers beyond 64 bits; JSON allows them, so they become doubles.
@@ -134,29 +160,31 @@ Value Builder::buildLargeInteger(std::string_view token) {
   token = token.substr(0, token.find_last_not_of(" \t\r\n") + 1);
   const std::string_view digits = token.substr(token.starts_with('-') ? 1 : 0);
   const bool isInteger = !digits.empty() && digits.front() != '0' &&
-                         std::all_of(digits.begin(), digits.end(),
-                                     [](char digit) { return digit >= '0' && digit <= '9'; });
+                         digits.find_first_not_of("0123456789") == digits.npos;
   double number = 0;
-  if (isInteger) {
-    const auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), number);
-    if (error == std::errc() && end == token.data() + token.size()) return number;
+  if (isInteger &&
+      std::from_chars(token.data(), token.data() + token.size(), number).ec == std::errc()) {
+    return number;
   }
-  return fail(JSONErrorCode::malformed, "has a number that cannot be read");
+  return fail(simdjson::NUMBER_ERROR, token.data());
+}
+
+Value Builder::buildString(ondemand::value value) {
+  const char* const quote = value.raw_json_token().data();
+  std::string_view string;
+  if (const error_code error = value.get_string().get(string)) return fail(error, quote);
+  return string;
 }
 
 Value Builder::buildLiteral(ondemand::value value, ondemand::json_type type) {
-  if (type == ondemand::json_type::string) {
-    std::string_view string;
-    if (const error_code error = value.get_string().get(string)) return fail(error);
-    return string;
-  }
   if (type == ondemand::json_type::boolean) {
     bool boolean = false;
     if (const error_code error = value.get_bool().get(boolean)) return fail(error);
     return boolean;
   }
-  if (!value.is_null()) return fail(JSONErrorCode::malformed, "has a value that is none");
-  return nullptr;
+  bool isNull = false;
+  if (const error_code error = value.is_null().get(isNull)) return fail(error);
+  return isNull ? Value() : fail(JSONErrorCode::malformed, "has a value that is none");
 }
 
 Value Builder::sharedKey(std::string_view key) {
@@ -167,13 +195,11 @@ Value Builder::sharedKey(std::string_view key) {
   return string;
 }
 
-Value Builder::fail(JSONErrorCode code, std::string cause) {
-  if (!failed_) {
-    failed_ = true;
-    fault_ = {code, std::move(cause), nullptr};
-    const char* location = nullptr;
-    if (!document_.current_location().get(location)) fault_.location = location;
-  }
+Value Builder::fail(JSONErrorCode code, std::string cause, const char* location) {
+  if (failed_) return {};
+  failed_ = true;
+  if (!location && document_.current_location().get(location)) location = nullptr;
+  fault_ = {code, std::move(cause), location};
   return {};
 }
 
@@ -184,7 +210,7 @@ std::string Builder::describe(error_code error) {
     case simdjson::NUMBER_ERROR:
       return "has a number that cannot be read";
     case simdjson::INCOMPLETE_ARRAY_OR_OBJECT:
-      return "ends inside an array or an object";
+      return "does not end with the bracket that closes it";
     default:
       return "is not well formed";
   }
@@ -276,11 +302,13 @@ std::optional<Value> JSON::read(const Data& text, std::optional<Error>* error) {
   std::string_view characters = text.view();
   if (characters.starts_with(byteOrderMark)) characters.remove_prefix(byteOrderMark.size());
   try {
-    return readPadded(simdjson::padded_string(characters), error);
+    const simdjson::padded_string padded(characters);
+    // Without memory for its copy of the text, the parser's string is empty.
+    if (padded.size() == characters.size()) return readPadded(padded, error);
   } catch (const std::bad_alloc&) {
-    kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));
-    return std::nullopt;
   }
+  kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));
+  return std::nullopt;
 }
 
 }  // namespace kiv

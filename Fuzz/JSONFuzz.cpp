@@ -1,0 +1,18 @@
+// Any text through the JSON reader: it must answer, and agree with the reader beside it.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "Fuzz/JSONDifferential.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+  if (const auto disagreement = kiv::fuzz::disagreementOnJSON(text)) {
+    std::fprintf(stderr, "The text %s.\n", disagreement->c_str());
+    std::abort();
+  }
+  return 0;
+}
