@@ -31,19 +31,36 @@ struct StringBlock {
   }
 };
 
-struct ArrayBlock {
+/// What arrays and dictionaries have in common.
+struct ContainerBlock {
   References references{1};
-  std::vector<Value> values;
-  static void destroy(ArrayBlock* block) noexcept { delete block; }
+  ContainerBlock* nextDying = nullptr;
+
+  virtual ~ContainerBlock() = default;
+
+  /// Destroys a block that nobody holds any more. The containers that it was the last to hold are
+  /// destroyed after it, not within, so that no depth of nesting exhausts the stack.
+  static void destroy(ContainerBlock* block) noexcept {
+    thread_local ContainerBlock* dying = nullptr;
+    thread_local bool isDestroying = false;
+    block->nextDying = std::exchange(dying, block);
+    if (std::exchange(isDestroying, true)) return;
+    while (ContainerBlock* const next = dying) {
+      dying = next->nextDying;
+      delete next;
+    }
+    isDestroying = false;
+  }
 };
 
-struct DictionaryBlock {
-  References references{1};
+struct ArrayBlock : ContainerBlock {
+  std::vector<Value> values;
+};
+
+struct DictionaryBlock : ContainerBlock {
   std::vector<Dictionary::Entry> entries;
   /// Positions by key, only in a dictionary too large to scan; the keys point into the entries.
   std::unique_ptr<std::unordered_map<std::string_view, std::size_t>> positions;
-
-  static void destroy(DictionaryBlock* block) noexcept { delete block; }
 
   [[nodiscard]] std::size_t position(std::string_view key) const noexcept {
     if (positions) {
