@@ -37,7 +37,8 @@ class KIV_EXPORT FileLock {
 ///
 /// Paths are UTF-8. An operation that fails answers false or nothing and stores an error, most
 /// often in SystemErrorDomain, where the caller gave a place for it. Operations may be called from
-/// any thread; calls that concern one path are for the caller to put in order.
+/// any thread; calls that concern one path are for the caller to put in order. A "/" at the end of
+/// a path says that a directory is meant; a link that leads to one is none.
 class KIV_EXPORT FileManager {
  public:
   /// The file manager in use.
@@ -80,7 +81,7 @@ class KIV_EXPORT FileManager {
   virtual bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
                                                  std::optional<Error>* error = nullptr) = 0;
   /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
-  /// nothing lies there is an error too.
+  /// nothing lies there is an error too, and so is a path that ends in "." or "..".
   virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
   /// Takes the advisory lock of the file at the path, which is made where it is missing; nullptr

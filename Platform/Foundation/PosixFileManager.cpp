@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <dirent.h>
+#include <exception>
 #include <fcntl.h>
 #include <filesystem>
 #include <stdio.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Platform/Foundation/Path.h"
 #include "Platform/Foundation/SystemFileManager.h"
 
 namespace kiv {
@@ -149,11 +151,50 @@ class PosixFileManager final : public FileManager {
                                            std::optional<Error>* error) override;
 
  private:
-  static bool lookAt(std::string_view path, struct stat& status) {
-    const SystemPath systemPath(path);
-    return systemPath.isValid() && ::lstat(systemPath.c_str(), &status) == 0;
-  }
+  static bool lookAt(std::string_view path, struct stat& status);
 };
+
+std::string_view withoutSeparatorsAtEnd(std::string_view path) {
+  return path.substr(0, path.find_last_not_of('/') + 1);
+}
+
+/// Looks at the item itself, never at what a link leads to. A "/" behind a link would have the
+/// system follow it; here it only says that the item is to be a directory.
+bool PosixFileManager::lookAt(std::string_view path, struct stat& status) {
+  std::string_view item = withoutSeparatorsAtEnd(path);
+  if (item.empty()) item = path.substr(0, 1);
+  const SystemPath systemPath(item);
+  if (!systemPath.isValid()) {
+    errno = EINVAL;
+    return false;
+  }
+  if (::lstat(systemPath.c_str(), &status) != 0) return false;
+  if (item.size() == path.size() || S_ISDIR(status.st_mode)) return true;
+  errno = ENOTDIR;
+  return false;
+}
+
+/// Everything that is left to read, or nothing with the system's error number.
+std::optional<std::string> readToEnd(const Descriptor& file, std::size_t expectedSize) {
+  try {
+    // One more, so that the read that finds the end needs no larger buffer.
+    std::string bytes(expectedSize + 1, '\0');
+    std::size_t length = 0;
+    while (true) {
+      const ssize_t count = ::read(file.number(), bytes.data() + length, bytes.size() - length);
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return std::nullopt;
+      if (count == 0) break;
+      length += static_cast<std::size_t>(count);
+      if (length == bytes.size()) bytes.resize(2 * length);
+    }
+    bytes.resize(length);
+    return bytes;
+  } catch (const std::exception&) {  // a file larger than memory, or than any string
+    errno = ENOMEM;
+    return std::nullopt;
+  }
+}
 
 std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
                                                      std::optional<Error>* error) {
@@ -168,22 +209,12 @@ std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
     failWith(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path, error);
     return std::nullopt;
   }
-  std::string bytes;
-  bytes.resize(static_cast<std::size_t>(status.st_size));
-  std::size_t length = 0;
-  while (true) {
-    if (length == bytes.size()) bytes.resize(bytes.size() + 4096);
-    const ssize_t count = ::read(file.number(), bytes.data() + length, bytes.size() - length);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) {
-      failWith(errno, "read", path, error);
-      return std::nullopt;
-    }
-    if (count == 0) break;
-    length += static_cast<std::size_t>(count);
+  auto bytes = readToEnd(file, static_cast<std::size_t>(status.st_size));
+  if (!bytes) {
+    failWith(errno, "read", path, error);
+    return std::nullopt;
   }
-  bytes.resize(length);
-  return Data(std::move(bytes));
+  return Data(std::move(*bytes));
 }
 
 std::optional<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
@@ -196,12 +227,15 @@ std::optional<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtP
   }
   directory.release();  // the stream owns it now
   std::vector<std::string> names;
-  errno = 0;
-  while (const dirent* entry = ::readdir(stream)) {
+  int number = 0;
+  while (true) {
+    errno = 0;  // the only way to tell the end from an error
+    const dirent* const entry = ::readdir(stream);
+    number = errno;
+    if (!entry) break;
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);
   }
-  const int number = errno;
   ::closedir(stream);
   if (number != 0) {
     failWith(number, "list", path, error);
@@ -261,7 +295,10 @@ bool PosixFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
 
 bool PosixFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
   struct stat status {};
-  if (!lookAt(path, status)) return failWith(ENOENT, "remove", path, error);
+  if (!lookAt(path, status)) return failWith(errno, "remove", path, error);
+  // These name the directory that the path goes through, or the one above it: never what is meant.
+  const std::string_view name = path::lastPathComponent(withoutSeparatorsAtEnd(path));
+  if (name == "." || name == "..") return failWith(EINVAL, "remove", path, error);
   std::error_code code;
   fs::remove_all(fs::path(path), code);
   return !code || failWith(code.value(), "remove", path, error);
