@@ -22,17 +22,27 @@ Sink& sink() {
   return shared;
 }
 
+/// Bytes of the control character that the text begins with, or 0: one of ASCII, or one of the
+/// second set (U+0080 to U+009F), which terminals obey too.
+std::size_t controlCharacterLength(std::string_view text) noexcept {
+  const auto code = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  if (code(0) < 0x20 || code(0) == 0x7f) return 1;
+  const bool isSecondSet = text.size() > 1 && code(0) == 0xc2 && code(1) >= 0x80 && code(1) < 0xa0;
+  return isSecondSet ? 2 : 0;
+}
+
 std::string withoutControlCharacters(std::string_view line) {
+  constexpr std::string_view digits = "0123456789abcdef";
   std::string clean;
   clean.reserve(line.size());
-  for (const char character : line) {
-    const auto code = static_cast<unsigned char>(character);
-    if (code >= 0x20 && code != 0x7f) {
-      clean += character;
-    } else {
-      constexpr std::string_view digits = "0123456789abcdef";
+  while (!line.empty()) {
+    const std::size_t control = controlCharacterLength(line);
+    for (const char character : line.substr(0, control)) {
+      const auto code = static_cast<unsigned char>(character);
       clean.append("\\x").append(1, digits[code >> 4]).append(1, digits[code & 15]);
     }
+    if (control == 0) clean += line.front();
+    line.remove_prefix(control == 0 ? 1 : control);
   }
   return clean;
 }
