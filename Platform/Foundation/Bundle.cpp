@@ -1,7 +1,10 @@
 #include "Platform/Foundation/Bundle.h"
 
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/LibraryLocation.h"
@@ -33,8 +36,10 @@ std::string findResourcePath() {
   std::vector<std::string> candidates;
   if (const auto library = directoryOfThisLibrary()) {
     candidates.push_back(*library);
-    for (std::string_view prefix = path::deletingLastPathComponent(*library); prefix.size() > 1;
-         prefix = path::deletingLastPathComponent(prefix)) {
+    // The prefix is one level up from bin and lib, two from lib/x86_64-linux-gnu and its like.
+    std::string_view prefix = *library;
+    for (int level = 0; level < 2; ++level) {
+      prefix = path::deletingLastPathComponent(prefix);
       candidates.push_back(path::appendingPathComponent(prefix, "share/KivResource"));
     }
   }
@@ -58,6 +63,8 @@ Bundle Bundle::frameworkBundle() {
 }
 
 void Bundle::setFrameworkResourcesPath(std::optional<std::string> path) {
+  std::error_code ignored;
+  if (path) path = std::filesystem::absolute(*path, ignored).string();
   const std::lock_guard lock(configured().mutex);
   configured().path = std::move(path);
 }

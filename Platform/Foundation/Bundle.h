@@ -16,8 +16,9 @@ class KIV_EXPORT Bundle {
   /// tree, keeps its resources.
   static Bundle frameworkBundle();
 
-  /// Names the directory that holds InnerAdResources.bundle; nothing brings the default back. May
-  /// be called from any thread, and takes effect with the next frameworkBundle().
+  /// Names the directory that holds InnerAdResources.bundle; nothing brings the default back. A
+  /// relative path is taken from the directory that is current now. May be called from any thread,
+  /// and takes effect with the next frameworkBundle().
   static void setFrameworkResourcesPath(std::optional<std::string> path);
 
   /// The directory, empty where none was found.
