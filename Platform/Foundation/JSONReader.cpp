@@ -150,6 +150,7 @@ Value Builder::buildNumber(ondemand::value value) {
 Value Builder::buildDouble(std::string_view token) {
   double number = 0;
   const auto result = std::from_chars(token.data(), token.data() + token.size(), number);
+  // Some libraries answer with the zero itself, some with this error and no number.
   const bool isTooSmall = result.ec == std::errc::result_out_of_range;
   if (isTooSmall) return token.starts_with('-') ? -0.0 : 0.0;
   return number;
@@ -188,7 +189,7 @@ Value Builder::buildLiteral(ondemand::value value, ondemand::json_type type) {
 }
 
 Value Builder::sharedKey(std::string_view key) {
-  constexpr std::size_t mostKeys = 1024;
+  constexpr std::size_t mostKeys = 64;  // so few that keys chosen to collide cost little
   if (const auto known = keys_.find(key); known != keys_.end()) return known->second;
   Value string(key);
   if (keys_.size() < mostKeys) keys_.emplace(string.stringView(), string);

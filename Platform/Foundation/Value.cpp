@@ -3,8 +3,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <new>
-#include <unordered_map>
 
 namespace kiv {
 
@@ -59,8 +59,9 @@ struct ArrayBlock : ContainerBlock {
 
 struct DictionaryBlock : ContainerBlock {
   std::vector<Dictionary::Entry> entries;
-  /// Positions by key, only in a dictionary too large to scan; the keys point into the entries.
-  std::unique_ptr<std::unordered_map<std::string_view, std::size_t>> positions;
+  /// Positions by key, only in a dictionary too large to scan; the keys point into the entries. A
+  /// tree, since nobody can choose keys that make it slow, as can be done with a hash.
+  std::unique_ptr<std::map<std::string_view, std::size_t>> positions;
 
   [[nodiscard]] std::size_t position(std::string_view key) const noexcept {
     if (positions) {
@@ -83,8 +84,19 @@ struct DictionaryBlock : ContainerBlock {
     }
   }
 
+  void remove(std::string_view key) {
+    const std::size_t gone = position(key);
+    if (positions) {
+      positions->erase(key);  // first: its key points into the entry that is about to be freed
+      for (auto& indexed : *positions) {
+        if (indexed.second > gone) --indexed.second;
+      }
+    }
+    entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(gone));
+  }
+
   void indexEntries() {
-    positions = std::make_unique<std::unordered_map<std::string_view, std::size_t>>();
+    positions = std::make_unique<std::map<std::string_view, std::size_t>>();
     for (std::size_t index = 0; index < entries.size(); ++index) {
       positions->emplace(entries[index].key(), index);
     }
@@ -399,14 +411,7 @@ void Dictionary::setWithSharedKey(const Value& key, Value value) {
 }
 
 void Dictionary::remove(std::string_view key) {
-  if (!contains(key)) return;
-  detail::DictionaryBlock& block = own();
-  const auto position = static_cast<std::ptrdiff_t>(block.position(key));
-  // The index goes first: its keys point into the entry that is about to be freed.
-  const bool indexed = block.positions != nullptr;
-  block.positions.reset();
-  block.entries.erase(block.entries.begin() + position);
-  if (indexed) block.indexEntries();
+  if (contains(key)) own().remove(key);
 }
 
 bool operator==(const Dictionary& a, const Dictionary& b) noexcept {

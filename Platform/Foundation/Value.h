@@ -72,8 +72,7 @@ class KIV_EXPORT Value {
   Value(Dictionary dictionary) noexcept;
   /// Nothing becomes null.
   template <class T>
-    requires(!std::same_as<T, Value>)
-  Value(const std::optional<T>& value) : Value() {
+  requires(!std::same_as<T, Value>) Value(const std::optional<T>& value) : Value() {
     if (value) *this = Value(*value);
   }
 
@@ -167,7 +166,7 @@ class KIV_EXPORT Array {
 };
 
 /// String keys with their values, in order of insertion, with value semantics and shared contents
-/// (see Value). Looking up a key is a short scan, or a hash look-up in a large dictionary.
+/// (see Value). Looking up a key is a short scan, or a binary search in a large dictionary.
 class KIV_EXPORT Dictionary {
  public:
   /// One key with its value. The key is a string value, so that equal keys can share one string.
