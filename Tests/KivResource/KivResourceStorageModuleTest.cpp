@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "Platform/Foundation/JSON.h"
-#include "Tests/Support/StorageFixture.h"
+#include "Tests/Support/CacheFixture.h"
 
 namespace {
 
@@ -14,7 +14,7 @@ using testing::HasSubstr;
 using Module = KivResourceStorageModule;
 using MaybeError = std::optional<kiv::Error>;
 
-class KivResourceStorageModuleTest : public kiv::test::StorageFixture {
+class KivResourceStorageModuleTest : public kiv::test::CacheFixture {
  protected:
   [[nodiscard]] std::string inBundle(const std::string& name) const {
     return packaged() + "/InnerAdResources.bundle/" + name;

@@ -11,13 +11,13 @@
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/LogCapture.h"
 #include "Tests/Support/RecordingObserver.h"
-#include "Tests/Support/StorageFixture.h"
+#include "Tests/Support/CacheFixture.h"
 
 namespace kiv::test {
 
 /// A test with a manager on real storage and a client that the test answers for. Everything runs on
 /// the test's own thread, which is the main one; callbacks arrive when the test drains them.
-class ManagerFixture : public StorageFixture {
+class ManagerFixture : public CacheFixture {
  protected:
   ManagerFixture() {
     KivAppConfiguration::sharedInstance()->setMainACSDomain("http://main.test/files");

@@ -16,14 +16,14 @@
 namespace kiv::test {
 
 /// A test with a storage root and a packaged bundle of its own, both empty at first.
-class StorageFixture : public testing::Test {
+class CacheFixture : public testing::Test {
  protected:
-  StorageFixture() {
+  CacheFixture() {
     KivStorageService::setRootPath(root());
     kiv::Bundle::setFrameworkResourcesPath(packaged());
   }
 
-  ~StorageFixture() override {
+  ~CacheFixture() override {
     KivStorageService::setRootPath(std::nullopt);
     kiv::Bundle::setFrameworkResourcesPath(std::nullopt);
     KivAppConfiguration::sharedInstance()->setMainACSDomain(std::nullopt);
