@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "KivResource/KivResource.h"
+#include "Platform/Foundation/Path.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ int main(int argc, char** argv) {
   const auto path =
       KivResourceStorageModule::pathToResourceFileWithName(kiv::path::lastPathComponent(links[0]));
   if (!path) return fail("the packaged banner was not found");
-  if (!path->starts_with(prefix)) return fail("the packaged banner is not the installed one: " + *path);
+  if (!path->starts_with(prefix))
+    return fail("the packaged banner is not the installed one: " + *path);
   std::cout << KivResourceVersionString << ": " << *path << '\n';
 }

@@ -1,0 +1,176 @@
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include "Tools/contentserver/ContentServer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class ContentServerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "contentserver-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    write("content/banners/wide.png", wide_);
+    write("secret.txt", "not for you");
+    server_ = std::make_unique<kiv::ContentServer>((folder_ / "content").string());
+    ASSERT_TRUE(server_->start());
+  }
+
+  void TearDown() override {
+    server_.reset();
+    fs::remove_all(folder_);
+  }
+
+  void write(const std::string& name, const std::string& text) const {
+    fs::create_directories((folder_ / name).parent_path());
+    std::ofstream(folder_ / name, std::ios::binary) << text;
+  }
+
+  [[nodiscard]] httplib::Client client() const { return httplib::Client(server_->url()); }
+  [[nodiscard]] int status(const std::string& path) const {
+    const auto result = client().Get(path);
+    return result ? result->status : -1;
+  }
+
+  const std::string wide_ = std::string(200'000, 'w') + "end";
+  fs::path folder_;
+  std::unique_ptr<kiv::ContentServer> server_;
+};
+
+TEST_F(ContentServerTest, ServesTheFileWithItsType) {
+  const auto result = client().Get("/banners/wide.png");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(result->body, wide_);
+  EXPECT_EQ(result->get_header_value("Content-Type"), "image/png");
+  EXPECT_EQ(result->get_header_value("Content-Length"), std::to_string(wide_.size()));
+}
+
+TEST_F(ContentServerTest, ServesAnEmptyFileAsNoBytes) {
+  write("content/empty.html", "");
+  const auto result = client().Get("/empty.html");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(result->body, "");
+}
+
+TEST_F(ContentServerTest, AnswersHeadWithoutABody) {
+  const auto result = client().Head("/banners/wide.png");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(result->body, "");
+}
+
+TEST_F(ContentServerTest, ServesAByteRange) {
+  const auto result =
+      client().Get("/banners/wide.png", {httplib::make_range_header({{200'000, -1}})});
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 206);
+  EXPECT_EQ(result->body, "end");
+}
+
+TEST_F(ContentServerTest, AnswersNotFoundForWhatIsNoFile) {
+  EXPECT_EQ(status("/banners/none.png"), 404);
+  EXPECT_EQ(status("/banners"), 404);
+  EXPECT_EQ(status("/"), 404);
+}
+
+TEST_F(ContentServerTest, AnswersAnotherMethodWithAnError) {
+  const auto result = client().Post("/banners/wide.png", "text", "text/plain");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 405);
+}
+
+TEST_F(ContentServerTest, NothingOutsideTheDirectoryIsServed) {
+  fs::create_symlink(folder_ / "secret.txt", folder_ / "content/link.txt");
+  fs::create_directory_symlink(folder_, folder_ / "content/folder");
+  write("content-of-others/secret.txt", "not for you");
+  const std::vector<std::string> paths{"/../secret.txt",
+                                       "/%2e%2e/secret.txt",
+                                       "/..%2fsecret.txt",
+                                       "/banners/../../secret.txt",
+                                       "/../content-of-others/secret.txt",
+                                       "//" + (folder_ / "secret.txt").string(),
+                                       "/%2f" + (folder_ / "secret.txt").string(),
+                                       "/link.txt",
+                                       "/folder/secret.txt",
+                                       "/banners/wide.png%00.txt"};
+  for (const auto& path : paths)
+    EXPECT_EQ(status(path), 404) << path;
+  EXPECT_EQ(status("/banners/../banners/wide.png"), 200);
+}
+
+TEST_F(ContentServerTest, FailsWithAStatusUntilHealed) {
+  server_->failWithStatus("/banners/wide.png", 503);
+  EXPECT_EQ(status("/banners/wide.png"), 503);
+  server_->heal("/banners/wide.png");
+  EXPECT_EQ(status("/banners/wide.png"), 200);
+}
+
+TEST_F(ContentServerTest, BreaksOffInTheMiddle) {
+  server_->breakOff("/banners/wide.png");
+  std::size_t received = 0;
+  const auto result = client().Get("/banners/wide.png", [&](const char*, std::size_t length) {
+    received += length;
+    return true;
+  });
+  EXPECT_FALSE(result);
+  EXPECT_EQ(received, wide_.size() / 2);
+}
+
+TEST_F(ContentServerTest, BreaksOffAnEmptyFileToo) {
+  write("content/empty.html", "");
+  server_->breakOff("/empty.html");
+  EXPECT_FALSE(client().Get("/empty.html"));
+}
+
+TEST_F(ContentServerTest, CountsRequestsByPath) {
+  EXPECT_EQ(server_->requestCount(), 0U);
+  (void)status("/banners/wide.png");
+  (void)status("/banners/wide.png");
+  (void)status("/none");
+  EXPECT_EQ(server_->requestCount("/banners/wide.png"), 2U);
+  EXPECT_EQ(server_->requestCount("/none"), 1U);
+  EXPECT_EQ(server_->requestCount("/never"), 0U);
+  EXPECT_EQ(server_->requestCount(), 3U);
+}
+
+TEST_F(ContentServerTest, RefusesConnectionsWhenStoppedAndStartsAgain) {
+  server_->stop();
+  EXPECT_EQ(status("/banners/wide.png"), -1);
+  server_->stop();
+  ASSERT_TRUE(server_->start());
+  EXPECT_EQ(status("/banners/wide.png"), 200);
+}
+
+TEST_F(ContentServerTest, StopsAtOnceAfterTheStart) {
+  for (int round = 0; round < 50; ++round) {
+    ASSERT_TRUE(server_->start());
+    server_->stop();
+  }
+}
+
+TEST_F(ContentServerTest, DoesNotStartForAMissingDirectory) {
+  kiv::ContentServer server((folder_ / "none").string());
+  EXPECT_FALSE(server.start());
+  EXPECT_EQ(server.url(), "");
+  kiv::ContentServer file((folder_ / "secret.txt").string());
+  EXPECT_FALSE(file.start());
+}
+
+TEST_F(ContentServerTest, DoesNotStartOnATakenPort) {
+  const std::string url = server_->url();
+  kiv::ContentServer second((folder_ / "content").string());
+  EXPECT_FALSE(second.start(std::stoi(url.substr(url.rfind(':') + 1))));
+}
+
+}  // namespace
