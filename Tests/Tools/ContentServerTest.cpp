@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -7,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include "Tests/Support/TemporaryDirectory.h"
 #include "Tools/contentserver/ContentServer.h"
 
 namespace {
@@ -16,23 +16,10 @@ namespace fs = std::filesystem;
 class ContentServerTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "contentserver-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    folder_ = pattern;
-    write("content/banners/wide.png", wide_);
-    write("secret.txt", "not for you");
-    server_ = std::make_unique<kiv::ContentServer>((folder_ / "content").string());
+    folder_.write("content/banners/wide.png", wide_);
+    folder_.write("secret.txt", "not for you");
+    server_ = std::make_unique<kiv::ContentServer>(folder_.path("content"));
     ASSERT_TRUE(server_->start());
-  }
-
-  void TearDown() override {
-    server_.reset();
-    fs::remove_all(folder_);
-  }
-
-  void write(const std::string& name, const std::string& text) const {
-    fs::create_directories((folder_ / name).parent_path());
-    std::ofstream(folder_ / name, std::ios::binary) << text;
   }
 
   [[nodiscard]] httplib::Client client() const { return httplib::Client(server_->url()); }
@@ -42,7 +29,7 @@ class ContentServerTest : public testing::Test {
   }
 
   const std::string wide_ = std::string(200'000, 'w') + "end";
-  fs::path folder_;
+  const kiv::test::TemporaryDirectory folder_;
   std::unique_ptr<kiv::ContentServer> server_;
 };
 
@@ -56,7 +43,7 @@ TEST_F(ContentServerTest, ServesTheFileWithItsType) {
 }
 
 TEST_F(ContentServerTest, ServesAnEmptyFileAsNoBytes) {
-  write("content/empty.html", "");
+  folder_.write("content/empty.html", "");
   const auto result = client().Get("/empty.html");
   ASSERT_TRUE(result);
   EXPECT_EQ(result->status, 200);
@@ -91,16 +78,16 @@ TEST_F(ContentServerTest, AnswersAnotherMethodWithAnError) {
 }
 
 TEST_F(ContentServerTest, NothingOutsideTheDirectoryIsServed) {
-  fs::create_symlink(folder_ / "secret.txt", folder_ / "content/link.txt");
-  fs::create_directory_symlink(folder_, folder_ / "content/folder");
-  write("content-of-others/secret.txt", "not for you");
+  fs::create_symlink(folder_.path("secret.txt"), folder_.path("content/link.txt"));
+  fs::create_directory_symlink(folder_.path(), folder_.path("content/folder"));
+  folder_.write("content-of-others/secret.txt", "not for you");
   const std::vector<std::string> paths{"/../secret.txt",
                                        "/%2e%2e/secret.txt",
                                        "/..%2fsecret.txt",
                                        "/banners/../../secret.txt",
                                        "/../content-of-others/secret.txt",
-                                       "//" + (folder_ / "secret.txt").string(),
-                                       "/%2f" + (folder_ / "secret.txt").string(),
+                                       "//" + folder_.path("secret.txt"),
+                                       "/%2f" + folder_.path("secret.txt"),
                                        "/link.txt",
                                        "/folder/secret.txt",
                                        "/banners/wide.png%00.txt"};
@@ -128,7 +115,7 @@ TEST_F(ContentServerTest, BreaksOffInTheMiddle) {
 }
 
 TEST_F(ContentServerTest, BreaksOffAnEmptyFileToo) {
-  write("content/empty.html", "");
+  folder_.write("content/empty.html", "");
   server_->breakOff("/empty.html");
   EXPECT_FALSE(client().Get("/empty.html"));
 }
@@ -160,16 +147,16 @@ TEST_F(ContentServerTest, StopsAtOnceAfterTheStart) {
 }
 
 TEST_F(ContentServerTest, DoesNotStartForAMissingDirectory) {
-  kiv::ContentServer server((folder_ / "none").string());
+  kiv::ContentServer server(folder_.path("none"));
   EXPECT_FALSE(server.start());
   EXPECT_EQ(server.url(), "");
-  kiv::ContentServer file((folder_ / "secret.txt").string());
+  kiv::ContentServer file(folder_.path("secret.txt"));
   EXPECT_FALSE(file.start());
 }
 
 TEST_F(ContentServerTest, DoesNotStartOnATakenPort) {
   const std::string url = server_->url();
-  kiv::ContentServer second((folder_ / "content").string());
+  kiv::ContentServer second(folder_.path("content"));
   EXPECT_FALSE(second.start(std::stoi(url.substr(url.rfind(':') + 1))));
 }
 
