@@ -109,6 +109,7 @@ class ContentServer::Implementation {
   fs::path directory_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
+  std::atomic<bool> ended_ = false;
 
   mutable std::mutex mutex_;
   std::string url_;
