@@ -1,0 +1,163 @@
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tools/contentserver/ContentServer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class ContentServerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_.write("content/banners/wide.png", wide_);
+    folder_.write("secret.txt", "not for you");
+    server_ = std::make_unique<kiv::ContentServer>(folder_.path("content"));
+    ASSERT_TRUE(server_->start());
+  }
+
+  [[nodiscard]] httplib::Client client() const { return httplib::Client(server_->url()); }
+  [[nodiscard]] int status(const std::string& path) const {
+    const auto result = client().Get(path);
+    return result ? result->status : -1;
+  }
+
+  const std::string wide_ = std::string(200'000, 'w') + "end";
+  const kiv::test::TemporaryDirectory folder_;
+  std::unique_ptr<kiv::ContentServer> server_;
+};
+
+TEST_F(ContentServerTest, ServesTheFileWithItsType) {
+  const auto result = client().Get("/banners/wide.png");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(result->body, wide_);
+  EXPECT_EQ(result->get_header_value("Content-Type"), "image/png");
+  EXPECT_EQ(result->get_header_value("Content-Length"), std::to_string(wide_.size()));
+}
+
+TEST_F(ContentServerTest, ServesAnEmptyFileAsNoBytes) {
+  folder_.write("content/empty.html", "");
+  const auto result = client().Get("/empty.html");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(result->body, "");
+}
+
+TEST_F(ContentServerTest, AnswersHeadWithoutABody) {
+  const auto result = client().Head("/banners/wide.png");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200);
+  EXPECT_EQ(result->body, "");
+}
+
+TEST_F(ContentServerTest, ServesAByteRange) {
+  const auto result =
+      client().Get("/banners/wide.png", {httplib::make_range_header({{200'000, -1}})});
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 206);
+  EXPECT_EQ(result->body, "end");
+}
+
+TEST_F(ContentServerTest, AnswersNotFoundForWhatIsNoFile) {
+  EXPECT_EQ(status("/banners/none.png"), 404);
+  EXPECT_EQ(status("/banners"), 404);
+  EXPECT_EQ(status("/"), 404);
+}
+
+TEST_F(ContentServerTest, AnswersAnotherMethodWithAnError) {
+  const auto result = client().Post("/banners/wide.png", "text", "text/plain");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 405);
+}
+
+TEST_F(ContentServerTest, NothingOutsideTheDirectoryIsServed) {
+  fs::create_symlink(folder_.path("secret.txt"), folder_.path("content/link.txt"));
+  fs::create_directory_symlink(folder_.path(), folder_.path("content/folder"));
+  folder_.write("content-of-others/secret.txt", "not for you");
+  const std::vector<std::string> paths{"/../secret.txt",
+                                       "/%2e%2e/secret.txt",
+                                       "/..%2fsecret.txt",
+                                       "/banners/../../secret.txt",
+                                       "/../content-of-others/secret.txt",
+                                       "//" + folder_.path("secret.txt"),
+                                       "/%2f" + folder_.path("secret.txt"),
+                                       "/link.txt",
+                                       "/folder/secret.txt",
+                                       "/banners/wide.png%00.txt"};
+  for (const auto& path : paths)
+    EXPECT_EQ(status(path), 404) << path;
+  EXPECT_EQ(status("/banners/../banners/wide.png"), 200);
+}
+
+TEST_F(ContentServerTest, FailsWithAStatusUntilHealed) {
+  server_->failWithStatus("/banners/wide.png", 503);
+  EXPECT_EQ(status("/banners/wide.png"), 503);
+  server_->heal("/banners/wide.png");
+  EXPECT_EQ(status("/banners/wide.png"), 200);
+}
+
+TEST_F(ContentServerTest, BreaksOffInTheMiddle) {
+  server_->breakOff("/banners/wide.png");
+  std::size_t received = 0;
+  const auto result = client().Get("/banners/wide.png", [&](const char*, std::size_t length) {
+    received += length;
+    return true;
+  });
+  EXPECT_FALSE(result);
+  EXPECT_EQ(received, wide_.size() / 2);
+}
+
+TEST_F(ContentServerTest, BreaksOffAnEmptyFileToo) {
+  folder_.write("content/empty.html", "");
+  server_->breakOff("/empty.html");
+  EXPECT_FALSE(client().Get("/empty.html"));
+}
+
+TEST_F(ContentServerTest, CountsRequestsByPath) {
+  EXPECT_EQ(server_->requestCount(), 0U);
+  (void)status("/banners/wide.png");
+  (void)status("/banners/wide.png");
+  (void)status("/none");
+  EXPECT_EQ(server_->requestCount("/banners/wide.png"), 2U);
+  EXPECT_EQ(server_->requestCount("/none"), 1U);
+  EXPECT_EQ(server_->requestCount("/never"), 0U);
+  EXPECT_EQ(server_->requestCount(), 3U);
+}
+
+TEST_F(ContentServerTest, RefusesConnectionsWhenStoppedAndStartsAgain) {
+  server_->stop();
+  EXPECT_EQ(status("/banners/wide.png"), -1);
+  server_->stop();
+  ASSERT_TRUE(server_->start());
+  EXPECT_EQ(status("/banners/wide.png"), 200);
+}
+
+TEST_F(ContentServerTest, StopsAtOnceAfterTheStart) {
+  for (int round = 0; round < 50; ++round) {
+    ASSERT_TRUE(server_->start());
+    server_->stop();
+  }
+}
+
+TEST_F(ContentServerTest, DoesNotStartForAMissingDirectory) {
+  kiv::ContentServer server(folder_.path("none"));
+  EXPECT_FALSE(server.start());
+  EXPECT_EQ(server.url(), "");
+  kiv::ContentServer file(folder_.path("secret.txt"));
+  EXPECT_FALSE(file.start());
+}
+
+TEST_F(ContentServerTest, DoesNotStartOnATakenPort) {
+  const std::string url = server_->url();
+  kiv::ContentServer second(folder_.path("content"));
+  EXPECT_FALSE(second.start(std::stoi(url.substr(url.rfind(':') + 1))));
+}
+
+}  // namespace

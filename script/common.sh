@@ -1,0 +1,54 @@
+# shellcheck shell=bash
+# Shared by the scripts of this folder. Sourced, never run; leaves the caller in the root of the
+# repository.
+
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+if [[ -t 1 && -z ${NO_COLOR:-} ]]; then
+  bold=$'\e[1m' red=$'\e[31m' plain=$'\e[0m'
+else
+  bold='' red='' plain=''
+fi
+
+# Says what the script is doing now.
+step() { printf '%s==> %s%s\n' "$bold" "$*" "$plain"; }
+
+# Ends the script with a message.
+die() {
+  printf '%s%s: %s%s\n' "$red" "$(basename "$0")" "$*" "$plain" >&2
+  exit 1
+}
+
+# Prints the comment at the top of the script and ends it with the status.
+usage() {
+  sed -n '2,${/^#/!q; s/^# \{0,1\}//p}' "script/$(basename "$0")"
+  exit "$1"
+}
+
+processors() { getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2; }
+
+# Runs a command whose output matters only where it fails.
+quietly() {
+  local log
+  log=$(mktemp)
+  if "$@" >"$log" 2>&1; then
+    rm -f "$log"
+  else
+    local status=$?
+    cat "$log" >&2
+    rm -f "$log"
+    return "$status"
+  fi
+}
+
+# Configures a build by its preset, with the compiler cache where there is one. Further arguments
+# go to CMake.
+configure() {
+  local preset=$1
+  shift
+  if command -v ccache >/dev/null; then
+    set -- -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
+  fi
+  quietly cmake --preset "$preset" "$@"
+}
