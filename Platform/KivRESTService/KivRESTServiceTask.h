@@ -48,8 +48,8 @@ class KIV_EXPORT KivRESTServiceTask {
   [[nodiscard]] const std::vector<kiv::URL>& requestMirrorURLs() const noexcept { return mirrors_; }
   void setRequestMirrorURLs(std::vector<kiv::URL> urls);
 
-  /// Called once when the task has ended, on the client's queue; never when it was cancelled.
-  /// An empty handler removes it, and the task then ends silently.
+  /// Called once when the task has ended, on the client's queue, and then let go of; never called
+  /// when the task was cancelled. An empty handler removes it, and the task then ends silently.
   [[nodiscard]] const CompletionHandler& completionHandler() const noexcept { return completion_; }
   void setCompletionHandler(CompletionHandler handler);
 

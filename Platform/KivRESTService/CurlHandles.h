@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+
+namespace kiv {
+
+// The handles of libcurl, whose own headers say no more of their types than "void".
+
+struct EasyHandleDeleter {
+  void operator()(void* handle) const noexcept;
+};
+struct MultiHandleDeleter {
+  void operator()(void* handle) const noexcept;
+};
+
+/// One request. Belongs to one thread.
+using EasyHandle = std::unique_ptr<void, EasyHandleDeleter>;
+/// The requests that run together, and their open connections. Belongs to one thread, but for
+/// waking that thread up.
+using MultiHandle = std::unique_ptr<void, MultiHandleDeleter>;
+
+/// New handles; empty where memory or descriptors have run out. The library must be prepared.
+EasyHandle makeEasyHandle();
+MultiHandle makeMultiHandle();
+
+}  // namespace kiv

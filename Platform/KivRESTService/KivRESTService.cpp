@@ -1,0 +1,109 @@
+#include "Platform/KivRESTService/KivRESTService.h"
+
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/KivRESTService/TaskLedger.h"
+#include "Platform/KivRESTService/TransferEngine.h"
+#include "Platform/KivRESTService/TransferErrors.h"
+
+namespace {
+
+std::shared_ptr<kiv::DispatchQueue> queueOfCreation() {
+  auto queue = kiv::DispatchQueue::current();
+  return queue ? queue : kiv::DispatchQueue::main();
+}
+
+/// Why the task cannot be run at all, if it cannot.
+std::optional<kiv::Error> objectionTo(const KivRESTServiceTask& task) {
+  constexpr auto code = KivRESTServiceErrorCode::unsupportedRequest;
+  if (!task.request()) return kiv::transferError(code, {}, "the task has no request");
+  if (task.request()->httpMethod == "GET") return std::nullopt;
+  return kiv::transferError(code, task.request()->url.absoluteString(),
+                            "the method of the request is not GET");
+}
+
+kiv::TransferJob jobFor(std::uint64_t id, const KivRESTServiceTask& task) {
+  kiv::TransferJob job{id, task.priority(), {task.request()->url}};
+  const auto& mirrors = task.requestMirrorURLs();
+  job.servers.insert(job.servers.end(), mirrors.begin(), mirrors.end());
+  return job;
+}
+
+}  // namespace
+
+class KivRESTService::Implementation {
+ public:
+  explicit Implementation(KivRESTServiceSettings settings)
+      : ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation())),
+        engine_(std::move(settings),
+                [ledger = ledger_](std::uint64_t id, kiv::TransferOutcome outcome) {
+                  ledger->end(id, std::move(outcome));
+                }) {}
+
+  ~Implementation() {
+    auto tasks = ledger_->takeAll();
+    engine_.stop();
+    ledger_->releaseHandlers(std::move(tasks));
+  }
+
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+
+  void queue(std::shared_ptr<KivRESTServiceTask> task) {
+    std::uint64_t id = 0;
+    auto error = objectionTo(*task);
+    {
+      const std::lock_guard lock(ordersMutex_);
+      const auto added = ledger_->add(task);
+      if (!added) return;
+      id = *added;
+      if (!error && !engine_.add(jobFor(id, *task))) {
+        error = kiv::transferError(KivRESTServiceErrorCode::outOfResources,
+                                   task->request()->url.absoluteString());
+      }
+    }
+    if (error) ledger_->end(id, kiv::TransferOutcome::failed(std::move(*error)));
+  }
+
+  kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }
+
+  void cancelAll() {
+    // Letting go of handlers may destroy the client itself, so nothing of it is used after that.
+    const auto ledger = ledger_;
+    kiv::TaskLedger::Tasks tasks;
+    {
+      const std::lock_guard lock(ordersMutex_);
+      tasks = ledger->takeAll();
+      engine_.cancelAll();
+    }
+    ledger->releaseHandlers(std::move(tasks));
+  }
+
+ private:
+  std::mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
+  const std::shared_ptr<kiv::TaskLedger> ledger_;
+  kiv::TransferEngine engine_;
+};
+
+KivRESTService::KivRESTService() : KivRESTService(KivRESTServiceSettings()) {}
+
+KivRESTService::KivRESTService(KivRESTServiceSettings settings)
+    : implementation_(std::make_unique<Implementation>(std::move(settings))) {}
+
+KivRESTService::~KivRESTService() = default;
+
+void KivRESTService::queue(std::shared_ptr<KivRESTServiceTask> task) {
+  if (task) implementation_->queue(std::move(task));
+}
+
+std::vector<std::shared_ptr<KivRESTServiceTask>> KivRESTService::currentQueue() const {
+  return implementation_->tasks();
+}
+
+void KivRESTService::cancelAllTasks() {
+  implementation_->cancelAll();
+}

@@ -1,0 +1,27 @@
+#include "Platform/KivRESTService/KivRESTServiceTask.h"
+
+#include <utility>
+
+void KivRESTServiceTask::setRequest(std::optional<kiv::URLRequest> request) {
+  request_ = std::move(request);
+}
+
+void KivRESTServiceTask::setRequestMirrorURLs(std::vector<kiv::URL> urls) {
+  mirrors_ = std::move(urls);
+}
+
+void KivRESTServiceTask::setCompletionHandler(CompletionHandler handler) {
+  completion_ = std::move(handler);
+}
+
+void KivRESTServiceTask::setResponse(std::optional<kiv::HTTPResponse> response) noexcept {
+  response_ = response;
+}
+
+void KivRESTServiceTask::setResponseError(std::optional<kiv::Error> error) {
+  error_ = std::move(error);
+}
+
+void KivRESTServiceTask::setReturnedData(std::optional<kiv::Data> data) noexcept {
+  data_ = std::move(data);
+}

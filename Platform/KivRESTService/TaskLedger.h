@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <unordered_set>
+#include <vector>
+
+#include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/KivRESTService/KivRESTServiceTask.h"
+#include "Platform/KivRESTService/TransferJob.h"
+
+namespace kiv {
+
+/// The tasks that a client holds, and their way back to the client's queue.
+///
+/// A task that has been taken out before its completion runs is never completed: whoever asks last
+/// decides, also when the job that completes it waits on the queue already. Operations may be
+/// called from any thread.
+class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
+ public:
+  using Tasks = std::vector<std::shared_ptr<KivRESTServiceTask>>;
+
+  /// Tasks are completed on that queue.
+  explicit TaskLedger(std::shared_ptr<DispatchQueue> queue);
+
+  /// Holds the task; the number names it, and grows with every task. Nothing where the task is
+  /// held already.
+  std::optional<std::uint64_t> add(std::shared_ptr<KivRESTServiceTask> task);
+  /// The tasks held, in order of adding.
+  [[nodiscard]] Tasks tasks() const;
+  /// Takes out every task.
+  [[nodiscard]] Tasks takeAll();
+  /// Ends the task of that number, if it is still held when its turn on the queue has come.
+  void end(std::uint64_t id, TransferOutcome outcome);
+
+  /// Lets go of the handlers of tasks that were taken out: now where this is the queue, otherwise
+  /// on it.
+  void releaseHandlers(Tasks tasks) const;
+
+ private:
+  [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
+  void complete(std::uint64_t id, TransferOutcome outcome);
+
+  const std::shared_ptr<DispatchQueue> queue_;
+
+  mutable std::mutex mutex_;
+  std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_;
+  std::unordered_set<const KivRESTServiceTask*> heldTasks_;
+  std::uint64_t lastID_ = 0;
+};
+
+}  // namespace kiv

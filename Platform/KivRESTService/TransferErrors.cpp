@@ -1,0 +1,59 @@
+#include "Platform/KivRESTService/TransferErrors.h"
+
+namespace kiv {
+
+namespace {
+
+std::string_view clause(KivRESTServiceErrorCode code) {
+  switch (code) {
+    case KivRESTServiceErrorCode::unknown:
+      return "the transfer failed";
+    case KivRESTServiceErrorCode::unsupportedURL:
+      return "the URL cannot be loaded";
+    case KivRESTServiceErrorCode::cannotResolveHost:
+      return "the host was not found";
+    case KivRESTServiceErrorCode::cannotConnect:
+      return "the server could not be reached";
+    case KivRESTServiceErrorCode::timedOut:
+      return "the server did not answer in time, or stopped sending";
+    case KivRESTServiceErrorCode::connectionLost:
+      return "the connection ended before the response was whole";
+    case KivRESTServiceErrorCode::malformedResponse:
+      return "the server's response is no proper HTTP";
+    case KivRESTServiceErrorCode::secureConnectionFailed:
+      return "no secure connection to the server could be made";
+    case KivRESTServiceErrorCode::tooManyRedirects:
+      return "the server redirects too many times";
+    case KivRESTServiceErrorCode::refusedRedirect:
+      return "the server redirects to a place that may not be followed";
+    case KivRESTServiceErrorCode::bodyTooLarge:
+      return "the file is larger than the client takes";
+    case KivRESTServiceErrorCode::outOfResources:
+      return "memory, descriptors or threads have run out";
+    case KivRESTServiceErrorCode::unsupportedRequest:
+      return "the request cannot be performed";
+  }
+  return clause(KivRESTServiceErrorCode::unknown);
+}
+
+}  // namespace
+
+std::string displayedURL(std::string_view url) {
+  url = url.substr(0, url.find_first_of("?#"));
+  const auto schemeEnd = url.find("://");
+  const auto hostStart = schemeEnd == std::string_view::npos ? 0 : schemeEnd + 3;
+  const auto authority = url.substr(hostStart, url.find('/', hostStart) - hostStart);
+  const auto at = authority.rfind('@');
+  if (at == std::string_view::npos) return std::string(url);
+  return std::string(url.substr(0, hostStart)).append(url.substr(hostStart + at + 1));
+}
+
+Error transferError(KivRESTServiceErrorCode code, std::string_view url, std::string_view what) {
+  std::string message = "Could not load ";
+  message += url.empty() ? "the file" : "\"" + displayedURL(url) + "\"";
+  message += ": ";
+  message.append(what.empty() ? clause(code) : what).append(".");
+  return Error(KivRESTServiceErrorDomain, static_cast<std::int64_t>(code), message);
+}
+
+}  // namespace kiv

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/KivRESTService/KivRESTService.h"
+
+namespace kiv {
+
+/// The URL as a message may show it: without user name, password, query and fragment.
+KIV_EXPORT std::string displayedURL(std::string_view url);
+
+/// The error of that code for the URL, with a message of one sentence. `what` says what happened as
+/// a clause that fits after a colon ("the server sent two different lengths"); where it is empty,
+/// the code's own clause stands there.
+KIV_EXPORT Error transferError(KivRESTServiceErrorCode code, std::string_view url,
+                               std::string_view what = {});
+
+}  // namespace kiv
