@@ -12,6 +12,22 @@ namespace kiv {
 
 namespace {
 
+/// The scheme with which a reference begins, in lower case; empty where it is relative.
+std::string schemeOf(std::string_view reference) {
+  const auto end = reference.find_first_of(":/?#");
+  if (end == std::string_view::npos || reference[end] != ':') return {};
+  std::string scheme(reference.substr(0, end));
+  for (char& character : scheme) {
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character + 32);
+  }
+  return scheme;
+}
+
+/// True where a host follows the scheme. The resolver would make one up from the path.
+bool namesHost(std::string_view rest) noexcept {
+  return rest.starts_with("://") && rest.size() > 3 && rest[3] != '/';
+}
+
 /// The absolute URL that the reference stands for, with what may not stand in a URL escaped, as
 /// every browser does it for this header.
 std::optional<URL> resolved(const URL& base, std::string_view reference) {
@@ -50,12 +66,14 @@ std::variant<URL, Error> redirectTarget(const URL& from, std::string_view locati
   const auto refusal = [&](Code code, std::string_view what) {
     return transferError(code, from.absoluteString(), what);
   };
-  // The scheme is looked at first: the resolver takes "mailto:a@b" for a relative path.
-  const auto reference = URL::fromString(location);
-  const std::string scheme = reference ? reference->scheme() : std::string();
+  // Looked at first: the resolver takes "mailto:a@b" for a relative path.
+  const std::string scheme = schemeOf(location);
   if (!scheme.empty() && scheme != "http" && scheme != "https") {
     return refusal(Code::refusedRedirect,
                    "the server redirects to a scheme other than http and https");
+  }
+  if (!scheme.empty() && !namesHost(location.substr(scheme.size()))) {
+    return refusal(Code::malformedResponse, "the server redirects to what is no URL");
   }
   const auto target = resolved(from, location);
   if (!target) return refusal(Code::malformedResponse, "the server redirects to what is no URL");

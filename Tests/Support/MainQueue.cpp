@@ -1,0 +1,19 @@
+#include "Tests/Support/MainQueue.h"
+
+#include "Platform/Foundation/DispatchQueue.h"
+
+namespace kiv::test {
+
+bool waitUntil(const std::function<bool()>& predicate) {
+  using Clock = std::chrono::steady_clock;
+  // The predicate may look at what other threads do, of which the main queue does not tell.
+  constexpr std::chrono::milliseconds round{5};
+  const auto deadline = Clock::now() + patience;
+  while (!predicate()) {
+    if (Clock::now() >= deadline) return false;
+    DispatchQueue::main()->drainFor(round);
+  }
+  return true;
+}
+
+}  // namespace kiv::test
