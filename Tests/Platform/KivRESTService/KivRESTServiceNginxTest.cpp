@@ -1,0 +1,139 @@
+#include <algorithm>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "Platform/KivRESTService/KivRESTService.h"
+#include "Tests/Platform/KivRESTService/Load.h"
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/NginxServer.h"
+
+namespace {
+
+using namespace kiv::test;
+using Code = KivRESTServiceErrorCode;
+
+KivRESTServiceSettings trusting(const NginxServer& server) {
+  KivRESTServiceSettings settings;
+  settings.certificateAuthoritiesPath = server.certificatePath();
+  return settings;
+}
+
+TEST(KivRESTServiceNginx, LoadsFilesOfManySizesOverFewConnections) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  std::vector<std::string> files;
+  for (std::size_t number = 0; number < 100; ++number) {
+    files.emplace_back(number * number * number, static_cast<char>('a' + number % 26));
+    server.addFile(std::to_string(number), files.back());
+  }
+  KivRESTService client;
+  std::vector<Load> loads;
+  for (std::size_t number = 0; number < files.size(); ++number) {
+    loads.emplace_back(client, server.url("/" + std::to_string(number)));
+  }
+  for (std::size_t number = 0; number < files.size(); ++number) {
+    ASSERT_TRUE(loads[number].waitForEnd());
+    EXPECT_EQ(loads[number].status(), 200) << loads[number].message();
+    EXPECT_TRUE(loads[number].body() == files[number]) << number;
+  }
+  const auto log = server.stopAndTakeLog();
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 100);
+}
+
+TEST(KivRESTServiceNginx, StatusesAndRedirectsOfARealServer) {
+  NginxServer server(
+      "location /moved { return 301 /file; }\n"
+      "location /empty { return 204; }\n"
+      "location /down { return 503; }\n");
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", "contents");
+  KivRESTService client;
+  const Load moved(client, server.url("/moved"));
+  const Load missing(client, server.url("/missing"));
+  const Load empty(client, server.url("/empty"));
+  const Load down(client, {server.url("/down"), server.url("/file")});
+  ASSERT_TRUE(moved.waitForEnd() && missing.waitForEnd() && empty.waitForEnd() &&
+              down.waitForEnd());
+  EXPECT_EQ(moved.body(), "contents");
+  EXPECT_EQ(missing.status(), 404);
+  EXPECT_EQ(empty.status(), 204);
+  EXPECT_FALSE(empty.hasBody());
+  EXPECT_EQ(down.body(), "contents");
+}
+
+TEST(KivRESTServiceNginx, LoadsOverHTTPSFromAServerThatItTrusts) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", std::string(1'000'000, 'x'));
+  KivRESTService client(trusting(server));
+  for (int count = 0; count < 3; ++count) {
+    const Load load(client, server.secureURL("/file"));
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body().size(), 1'000'000u) << load.message();
+  }
+}
+
+TEST(KivRESTServiceNginx, ACertificateThatNobodyVouchesForIsRefused) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", "contents");
+  KivRESTService client;
+  const Load load(client, server.secureURL("/file"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+  EXPECT_FALSE(load.hasBody());
+  EXPECT_EQ(server.stopAndTakeLog(), "");
+}
+
+TEST(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", "contents");
+  KivRESTService client(trusting(server));
+  // Leads to this machine too, under a name for which the certificate does not speak.
+  auto url = server.secureURL("/file");
+  url.replace(url.find("127.0.0.1"), 9, "0.0.0.0");
+  const Load load(client, url);
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+}
+
+TEST(KivRESTServiceNginx, ARedirectFromHTTPToHTTPSIsFollowed) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", "contents");
+  LoopbackServer plain;
+  plain.serve("/a", Response::redirect(302, server.secureURL("/file")));
+  KivRESTService client(trusting(server));
+  const Load load(client, plain.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.body(), "contents") << load.message();
+}
+
+TEST(KivRESTServiceNginx, ARedirectFromHTTPSToHTTPIsRefused) {
+  LoopbackServer plain;
+  plain.serve("/file", Response::ok("contents"));
+  NginxServer server("location /a { return 302 " + plain.url("/file") + "; }");
+  ASSERT_TRUE(server.isRunning());
+  KivRESTService client(trusting(server));
+  const Load load(client, server.secureURL("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::refusedRedirect)) << load.message();
+  EXPECT_TRUE(plain.requests().empty());
+}
+
+TEST(KivRESTServiceNginx, ARedirectOverHTTPSBackToHTTPIsRefusedInAChainToo) {
+  LoopbackServer plain;
+  plain.serve("/file", Response::ok("contents"));
+  NginxServer server("location /a { return 302 " + plain.url("/file") + "; }");
+  ASSERT_TRUE(server.isRunning());
+  plain.serve("/start", Response::redirect(302, server.secureURL("/a")));
+  KivRESTService client(trusting(server));
+  const Load load(client, plain.url("/start"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::refusedRedirect)) << load.message();
+  EXPECT_TRUE(plain.requests("/file").empty());
+}
+
+}  // namespace
