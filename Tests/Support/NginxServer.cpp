@@ -39,37 +39,46 @@ SelfSignedCertificate::SelfSignedCertificate(const std::filesystem::path& direct
                     {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
                      "-nodes", "-days", "2", "-subj", "/CN=localhost", "-addext",
                      "subjectAltName=IP:127.0.0.1,DNS:localhost", "-keyout", key.string(), "-out",
-                     certificate.string(), "-batch", "-quiet"});
+                     certificate.string(), "-batch"});
   if (tool.waitForExit() != 0) giveUp("The openssl tool could not make a certificate.");
 }
 
 NginxServer::NginxServer(const std::string& locations)
-    : directory_(makeTemporaryDirectory()),
-      certificate_(directory_),
-      socket_(listeningSocket()),
-      secureSocket_(listeningSocket()) {
+    : directory_(makeTemporaryDirectory()), certificate_(directory_) {
+  const int plain = listeningSocket();
+  const int secure = listeningSocket();
+  port_ = portOf(plain);
+  securePort_ = portOf(secure);
   writeConfiguration(locations);
-  const auto inherited =
-      "NGINX=" + std::to_string(socket_) + ";" + std::to_string(secureSocket_) + ";";
   process_ = std::make_unique<ChildProcess>(
       nginxProgram(),
       std::vector<std::string>{"-p", directory_.string(), "-e", (directory_ / "error.log").string(),
                                "-c", (directory_ / "nginx.conf").string()},
-      std::vector{inherited}, std::vector{socket_, secureSocket_});
+      std::vector{"NGINX=" + std::to_string(plain) + ";" + std::to_string(secure) + ";"},
+      std::vector{plain, secure});
+  close(plain);
+  close(secure);
 }
 
 NginxServer::~NginxServer() {
-  process_.reset();
-  close(socket_);
-  close(secureSocket_);
+  stop(SIGTERM);
   std::error_code ignored;
   std::filesystem::remove_all(directory_, ignored);
 }
 
+/// Stops the server with a signal that it passes on to its worker, which a kill would leave behind.
+void NginxServer::stop(int signal) {
+  process_->sendSignal(signal);
+  (void)process_->waitForExit();
+}
+
 void NginxServer::writeConfiguration(const std::string& locations) const {
+  // The worker of a server that root has started would not be root, and could not read the files.
+  const char* const user = geteuid() == 0 ? "user root;\n" : "";
   std::ofstream(directory_ / "nginx.conf")
+      << user
       << "daemon off;\n"
-         "master_process off;\n"
+         "worker_processes 1;\n"
          "pid nginx.pid;\n"
          "events {}\n"
          "http {\n"
@@ -80,9 +89,9 @@ void NginxServer::writeConfiguration(const std::string& locations) const {
          "  gzip on; gzip_min_length 1; gzip_types *;\n"
          "  server {\n"
          "    listen 127.0.0.1:"
-      << portOf(socket_) << ";\n    listen 127.0.0.1:" << portOf(secureSocket_)
-      << " ssl;\n    ssl_certificate " << certificate_.certificate << ";\n    ssl_certificate_key "
-      << certificate_.key << ";\n    root root;\n"
+      << port_ << ";\n    listen 127.0.0.1:" << securePort_ << " ssl;\n    ssl_certificate "
+      << certificate_.certificate << ";\n    ssl_certificate_key " << certificate_.key
+      << ";\n    root root;\n"
       << locations << "\n  }\n}\n";
 }
 
@@ -91,16 +100,15 @@ void NginxServer::addFile(const std::string& name, std::string_view contents) co
 }
 
 std::string NginxServer::url(std::string_view path) const {
-  return loopbackURL(portOf(socket_), path);
+  return loopbackURL(port_, path);
 }
 
 std::string NginxServer::secureURL(std::string_view path) const {
-  return loopbackURL(portOf(secureSocket_), path).insert(4, "s");
+  return loopbackURL(securePort_, path).insert(4, "s");
 }
 
 std::string NginxServer::stopAndTakeLog() {
-  process_->sendSignal(SIGQUIT);
-  (void)process_->waitForExit();
+  stop(SIGQUIT);
   std::ostringstream log;
   log << std::ifstream(directory_ / "access.log").rdbuf();
   return log.str();

@@ -43,12 +43,13 @@ class NginxServer {
   std::string stopAndTakeLog();
 
  private:
+  void stop(int signal);
   void writeConfiguration(const std::string& locations) const;
 
   std::filesystem::path directory_;
   SelfSignedCertificate certificate_;
-  int socket_;
-  int secureSocket_;
+  int port_ = 0;
+  int securePort_ = 0;
   std::unique_ptr<ChildProcess> process_;
 };
 
