@@ -7,6 +7,7 @@
 #include <curl/curl.h>
 
 #include "Platform/KivRESTService/BrokenPipeSignal.h"
+#include "Platform/KivRESTService/ThreadName.h"
 
 namespace kiv {
 
@@ -72,6 +73,7 @@ void TransferEngine::wakeUp() {
 }
 
 void TransferEngine::serve(void* multiHandle) {
+  nameThisThread("KivRESTService");
   ignoreBrokenPipesOnThisThread();
   // Let go of here, last: closing the connections is work for this thread too.
   MultiHandle owned;
