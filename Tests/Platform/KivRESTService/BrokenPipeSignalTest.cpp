@@ -1,11 +1,11 @@
-#include "Platform/KivRESTService/BrokenPipeSignal.h"
-
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "Platform/KivRESTService/BrokenPipeSignal.h"
 
 namespace {
 

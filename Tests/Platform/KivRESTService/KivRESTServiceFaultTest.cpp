@@ -46,14 +46,14 @@ std::string repeated(std::string_view text, int times) {
 const std::string head = "HTTP/1.1 200 OK\r\n";
 const std::string five = "Content-Length: 5\r\n";
 
-std::vector<FaultCase> faultCases() {
-  const Outcome lost = error(Code::connectionLost);
-  const Outcome malformed = error(Code::malformedResponse);
-  const Outcome stalled = error(Code::timedOut);
-  const Outcome tooLarge = error(Code::bodyTooLarge);
-  const std::string chunked = head + "Transfer-Encoding: chunked\r\n";
+const Outcome lost = error(Code::connectionLost);
+const Outcome malformed = error(Code::malformedResponse);
+const Outcome stalled = error(Code::timedOut);
+const Outcome tooLarge = error(Code::bodyTooLarge);
+const std::string chunked = head + "Transfer-Encoding: chunked\r\n";
+
+std::vector<FaultCase> connectionFaults() {
   return {
-      // The connection
       {"ClosedWithoutAByte", Response::nothing(), lost},
       {"ResetWithoutAByte", Response::nothing().resetAt(0), lost},
       {"ClosedInStatusLine", Response::raw("HTTP/1.1 20"), lost},
@@ -74,7 +74,11 @@ std::vector<FaultCase> faultCases() {
       {"DrippingFastEnough",
        Response::ok(std::string(300, 'x')).drip(3, std::chrono::milliseconds(1)),
        body(std::string(300, 'x'))},
-      // The length of the body
+  };
+}
+
+std::vector<FaultCase> lengthFaults() {
+  return {
       {"MoreThanTheLength", Response::raw(head + five + "\r\n1234567"), body("12345")},
       {"SameLengthTwice", Response::raw(head + five + five + "\r\n12345"), body("12345")},
       {"TwoLengths", Response::raw(head + five + "Content-Length: 3\r\n\r\n12345"), malformed},
@@ -101,7 +105,11 @@ std::vector<FaultCase> faultCases() {
        lost},
       {"EndlessOverHTTP10", Response::ok(std::string(9999, 'x')).http10().endless(), tooLarge},
       {"EndlessChunks", Response::ok(std::string(9999, 'x')).chunked().endless(), tooLarge},
-      // Chunks
+  };
+}
+
+std::vector<FaultCase> chunkFaults() {
+  return {
       {"Chunks", Response::ok("1234567").chunked(3), body("1234567")},
       {"NoChunks", Response::ok("").chunked(), body("")},
       {"ChunksWithTrailer",
@@ -124,7 +132,11 @@ std::vector<FaultCase> faultCases() {
        Response::raw(
            "HTTP/1.0 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n12345\r\n0\r\n\r\n"),
        malformed},
-      // Codings nobody asked for
+  };
+}
+
+std::vector<FaultCase> codingFaults() {
+  return {
       {"GzipTransferCoding",
        Response::raw(head + "Transfer-Encoding: gzip\r\n\r\n\x1f\x8b\x08\x01\x02\x03"), malformed},
       {"GzipContentCoding", Response::ok("12345").header("Content-Encoding", "gzip"), malformed},
@@ -134,7 +146,11 @@ std::vector<FaultCase> faultCases() {
        body("12345")},
       {"EncodedErrorPage", Response::status(404, "12345").header("Content-Encoding", "gzip"),
        status(404)},
-      // Headers and status lines
+  };
+}
+
+std::vector<FaultCase> headFaults() {
+  return {
       {"NoHTTPAtAll", Response::raw("hello, here is your file: 12345"), malformed},
       {"HTTP09", Response::raw("12345"), malformed},
       {"OtherProtocol", Response::raw("ICY 200 OK\r\n" + five + "\r\n12345"), malformed},
@@ -155,7 +171,11 @@ std::vector<FaultCase> faultCases() {
        malformed},
       {"EndlessHeaders", Response::raw(repeated(head, 1) + repeated("X: y\r\n", 50'000)),
        malformed},
-      // Interim responses
+  };
+}
+
+std::vector<FaultCase> interimResponses() {
+  return {
       {"OneInterimResponse",
        Response::raw("HTTP/1.1 100 Continue\r\n\r\n" + head + five + "\r\n12345"), body("12345")},
       {"EarlyHints",
@@ -172,7 +192,11 @@ std::vector<FaultCase> faultCases() {
       {"SwitchingProtocols",
        Response::raw("HTTP/1.1 101 Switching\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\n12345"),
        status(101)},
-      // Statuses
+  };
+}
+
+std::vector<FaultCase> otherStatuses() {
+  return {
       {"NoContent", Response::status(204), status(204)},
       {"ResetContent", Response::status(205), status(205)},
       {"PartialContentUnasked", Response::status(206, "123").header("Content-Range", "bytes 0-2/5"),
@@ -221,8 +245,20 @@ TEST_P(KivRESTServiceFaults, EndAsTheyShould) {
   EXPECT_EQ(server.requests("/a").size(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, KivRESTServiceFaults, testing::ValuesIn(faultCases()),
-                         [](const auto& testCase) { return std::string(testCase.param.name); });
+std::string nameOf(const testing::TestParamInfo<FaultCase>& testCase) {
+  return testCase.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Connection, KivRESTServiceFaults, testing::ValuesIn(connectionFaults()),
+                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Length, KivRESTServiceFaults, testing::ValuesIn(lengthFaults()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Chunks, KivRESTServiceFaults, testing::ValuesIn(chunkFaults()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Codings, KivRESTServiceFaults, testing::ValuesIn(codingFaults()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Heads, KivRESTServiceFaults, testing::ValuesIn(headFaults()), nameOf);
+INSTANTIATE_TEST_SUITE_P(InterimResponses, KivRESTServiceFaults,
+                         testing::ValuesIn(interimResponses()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Statuses, KivRESTServiceFaults, testing::ValuesIn(otherStatuses()),
+                         nameOf);
 
 TEST(KivRESTService, ABrokenBodyIsNotGluedToThatOfTheMirror) {
   LoopbackServer server;
