@@ -140,13 +140,13 @@ bool ContentServer::Implementation::start(int port) {
   if (port <= 0) return false;
 
   server_ = std::move(server);
-  std::atomic<bool> ended = false;
-  thread_ = std::thread([&ended, running = server_.get()] {
-    running->listen_after_bind();
-    ended = true;
+  ended_ = false;
+  thread_ = std::thread([this] {
+    server_->listen_after_bind();
+    ended_ = true;
   });
   // Until it listens, the server would pass over a stop.
-  while (!server_->is_running() && !ended)
+  while (!server_->is_running() && !ended_)
     std::this_thread::yield();
   const std::lock_guard lock(mutex_);
   url_ = "http://" + std::string(loopback) + ":" + std::to_string(port);
