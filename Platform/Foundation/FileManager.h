@@ -56,6 +56,8 @@ class KIV_EXPORT FileManager {
   virtual bool itemExistsAtPath(std::string_view path) = 0;
   /// True where a directory, not a link to one, lies at the path.
   virtual bool directoryExistsAtPath(std::string_view path) = 0;
+  /// True where a symbolic link lies at the path, wherever it leads.
+  virtual bool linkExistsAtPath(std::string_view path) = 0;
 
   /// The whole contents of a regular file.
   virtual std::optional<Data> contentsAtPath(std::string_view path,
@@ -85,7 +87,9 @@ class KIV_EXPORT FileManager {
   virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
   /// Takes the advisory lock of the file at the path, which is made where it is missing; nullptr
-  /// where another process, or another lock of this one, holds it, or on failure.
+  /// where another process, or another lock of this one, holds it, or on failure. The file locked
+  /// is the one that lies at the path when this returns: as long as only its holder removes it, two
+  /// never hold the lock of one path.
   virtual std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
                                                    std::optional<Error>* error = nullptr) = 0;
 };

@@ -135,6 +135,11 @@ class PosixFileManager final : public FileManager {
     return lookAt(path, status) && S_ISDIR(status.st_mode);
   }
 
+  bool linkExistsAtPath(std::string_view path) override {
+    struct stat status {};
+    return lookAt(path, status) && S_ISLNK(status.st_mode);
+  }
+
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
@@ -304,14 +309,25 @@ bool PosixFileManager::removeItemAtPath(std::string_view path, std::optional<Err
   return !code || failWith(code.value(), "remove", path, error);
 }
 
+/// True where the open file still lies at the path: its former holder may have removed it between
+/// our opening and our locking it.
+bool liesAtPath(const Descriptor& file, std::string_view path) {
+  struct stat opened {};
+  struct stat named {};
+  return ::fstat(file.number(), &opened) == 0 && ::lstat(SystemPath(path).c_str(), &named) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
 std::unique_ptr<FileLock> PosixFileManager::lockFileAtPath(std::string_view path,
                                                            std::optional<Error>* error) {
-  Descriptor file = open(path, O_RDWR | O_CREAT);
-  if (file.isOpen() && ::flock(file.number(), LOCK_EX | LOCK_NB) == 0) {
-    return std::make_unique<PosixFileLock>(std::move(file));
+  while (true) {
+    Descriptor file = open(path, O_RDWR | O_CREAT | O_NOFOLLOW);
+    if (!file.isOpen() || ::flock(file.number(), LOCK_EX | LOCK_NB) != 0) {
+      failWith(errno, "lock", path, error);
+      return nullptr;
+    }
+    if (liesAtPath(file, path)) return std::make_unique<PosixFileLock>(std::move(file));
   }
-  failWith(errno, "lock", path, error);
-  return nullptr;
 }
 
 }  // namespace
