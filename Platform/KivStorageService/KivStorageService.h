@@ -7,6 +7,7 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/KivStorageService/ArchiveCeilings.h"
 
 /// Domain of the errors that the storage service makes itself; those of the operating system pass
 /// through with their own.
@@ -18,6 +19,7 @@ enum class KivStorageServiceErrorCode : int {
   noEntryPage = 3,     ///< The archive leaves no "index.html" at its top.
   nameIsTaken = 4,     ///< Something of another sort, a directory or a file, has the name.
   noRoot = 5,          ///< There is no directory to store in.
+  outOfResources = 6,  ///< Memory, or something else that the program runs on, gave out.
 };
 
 /// Files under relative paths of one storage root.
@@ -28,6 +30,9 @@ enum class KivStorageServiceErrorCode : int {
 /// root, `.KivStorageService`, and is swept when a process starts to use the root; what another
 /// living process is writing there is left alone.
 ///
+/// A failure of the operating system comes as its own error. When only the last step failed,
+/// waiting for a rename to reach the disk, the save fails although the new file is there already.
+///
 /// Operations may be called from any thread; those that save or delete the same file are for the
 /// caller to put in order.
 class KIV_EXPORT KivStorageService {
@@ -35,15 +40,25 @@ class KIV_EXPORT KivStorageService {
   /// The storage root: the one that the host named, otherwise a directory for this program among
   /// the user's application data. Empty where there is none.
   static std::string rootPath();
-  /// Names the storage root, an absolute path; nothing brings the default back. Temporary files
-  /// that earlier processes left under it are removed. Call it before the root is first used.
+  /// Names the storage root, an absolute path; nothing brings the default back, and a path that is
+  /// not absolute leaves the service without a root. Temporary files that earlier processes left
+  /// under the root are removed. Call it before the root is first used.
   static void setRootPath(std::optional<std::string> path);
+
+  /// What one archive may hold. In use for the archives that are saved from then on.
+  static kiv::ArchiveCeilings archiveCeilings();
+  static void setArchiveCeilings(const kiv::ArchiveCeilings& ceilings);
 
   /// Writes the bytes as ROOT/relativePath/fileName, creating missing directories and replacing an
   /// existing file. A name that ends in ".zip" is an archive: its contents are unpacked into
   /// ROOT/relativePath/STEM, STEM being the name without ".zip", in place of a directory that was
   /// there, and the archive itself is not kept. Where a folder is the only entry at the archive's
   /// top and holds the "index.html", its contents go to the top.
+  ///
+  /// Fails, changing nothing on the disk, where the name (or the stem) cannot be used for a file,
+  /// where relativePath is not made of usable names, where the archive holds what it may not hold
+  /// or has no "index.html" at its top, and where a directory has a file's name or the reverse. A
+  /// symbolic link under the name is replaced, never followed.
   static bool saveData_forFileName_atRelativePath_error(const kiv::Data& data,
                                                         std::string_view fileName,
                                                         std::string_view relativePath,

@@ -1,0 +1,248 @@
+#include "Platform/KivStorageService/ArchiveDirectory.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "Platform/KivStorageService/StorageErrors.h"
+#include "Platform/KivStorageService/ZipFormat.h"
+
+namespace kiv::storage {
+
+namespace {
+
+using namespace zip;
+
+constexpr std::string_view inconsistent = "contradicts itself about its list of entries";
+
+/// Where the list lies, and how many entries it has.
+struct ListPlace {
+  std::uint64_t offset = 0;
+  std::uint64_t size = 0;
+  std::uint64_t count = 0;
+};
+
+/// The position of the end record: the last one whose comment reaches exactly to the end.
+std::optional<std::size_t> findEndRecord(std::string_view bytes) {
+  if (bytes.size() < endRecordSize) return std::nullopt;
+  const std::size_t last = bytes.size() - endRecordSize;
+  const std::size_t first = last > longestComment ? last - longestComment : 0;
+  for (std::size_t at = last + 1; at-- > first;) {
+    if (number32(bytes, at) != endRecordSignature) continue;
+    if (at + endRecordSize + number16(bytes, at + 20) == bytes.size()) return at;
+  }
+  return std::nullopt;
+}
+
+/// Reads the end record of large archives, which stands before its locator and the ordinary one.
+std::optional<ListPlace> readEndRecord64(std::string_view bytes, std::size_t locatorAt) {
+  const std::uint64_t at = number64(bytes, locatorAt + 8);
+  if (locatorAt < endRecord64Size || at > locatorAt - endRecord64Size) return std::nullopt;
+  const auto start = static_cast<std::size_t>(at);
+  const bool reachesLocator = number64(bytes, start + 4) == locatorAt - start - 12;
+  const bool isOneDisk = number32(bytes, start + 16) == 0 && number32(bytes, start + 20) == 0;
+  if (number32(bytes, start) != endRecord64Signature || !reachesLocator || !isOneDisk) {
+    return std::nullopt;
+  }
+  ListPlace place{number64(bytes, start + 48), number64(bytes, start + 40),
+                  number64(bytes, start + 32)};
+  if (number64(bytes, start + 24) != place.count) return std::nullopt;
+  if (place.offset > at || place.size != at - place.offset) return std::nullopt;
+  return place;
+}
+
+/// True where an ordinary field says the same as the large one, or leaves the word to it.
+bool agrees(std::uint64_t field, std::uint64_t saturated, std::uint64_t large) {
+  return field == saturated || field == large;
+}
+
+std::optional<ListPlace> findList(std::string_view bytes, std::size_t endAt) {
+  const ListPlace place{number32(bytes, endAt + 16), number32(bytes, endAt + 12),
+                        number16(bytes, endAt + 10)};
+  const bool hasLocator = endAt >= endLocator64Size &&
+                          number32(bytes, endAt - endLocator64Size) == endLocator64Signature;
+  if (hasLocator) {
+    const auto large = readEndRecord64(bytes, endAt - endLocator64Size);
+    const bool agree = large && agrees(place.offset, 0xFFFFFFFF, large->offset) &&
+                       agrees(place.size, 0xFFFFFFFF, large->size) &&
+                       agrees(place.count, 0xFFFF, large->count);
+    return agree ? large : std::nullopt;
+  }
+  const bool isOneDisk = number16(bytes, endAt + 4) == 0 && number16(bytes, endAt + 6) == 0 &&
+                         number16(bytes, endAt + 8) == place.count;
+  if (!isOneDisk || place.offset > endAt || place.size != endAt - place.offset) {
+    return std::nullopt;
+  }
+  return place;
+}
+
+/// Replaces each of the fields that stand at their highest value by what the extra field for large
+/// archives gives for it, in the format's order; false where it gives too little.
+bool widen(std::string_view extra, ArchiveEntry& entry) {
+  std::uint64_t* const fields[] = {&entry.size, &entry.packedSize, &entry.headerOffset};
+  std::string_view wide;
+  for (std::string_view rest = extra; rest.size() >= 4;) {
+    const std::size_t length = number16(rest, 2);
+    if (length > rest.size() - 4) return false;
+    if (number16(rest, 0) == zip64Extra) wide = rest.substr(4, length);
+    rest.remove_prefix(4 + length);
+  }
+  for (std::uint64_t* const field : fields) {
+    if (*field != 0xFFFFFFFF) continue;
+    if (wide.size() < 8) return false;
+    *field = number64(wide, 0);
+    wide.remove_prefix(8);
+  }
+  return true;
+}
+
+/// Takes one entry off the front of the list; nothing where the list ends within it.
+std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
+  if (list.size() < centralHeaderSize || number32(list, 0) != centralHeaderSignature) {
+    return std::nullopt;
+  }
+  const std::size_t nameSize = number16(list, 28);
+  const std::size_t extraSize = number16(list, 30);
+  const std::size_t whole = centralHeaderSize + nameSize + extraSize + number16(list, 32);
+  if (whole > list.size()) return std::nullopt;
+  ArchiveEntry entry;
+  entry.rawName = list.substr(centralHeaderSize, nameSize);
+  entry.flags = number16(list, 8);
+  entry.method = number16(list, 10);
+  entry.packedSize = number32(list, 20);
+  entry.size = number32(list, 24);
+  entry.headerOffset = number32(list, 42);
+  entry.attributes = number32(list, 38);
+  if (!widen(list.substr(centralHeaderSize + nameSize, extraSize), entry)) return std::nullopt;
+  list.remove_prefix(whole);
+  return entry;
+}
+
+std::optional<std::vector<ArchiveEntry>> takeEntries(std::string_view list, std::uint64_t count,
+                                                     const ArchiveCeilings& ceilings,
+                                                     ArchiveObjection& objection) {
+  if (count > ceilings.entries) {
+    objection = "holds more than " + std::to_string(ceilings.entries) + " entries";
+    return std::nullopt;
+  }
+  std::vector<ArchiveEntry> entries;
+  entries.reserve(static_cast<std::size_t>(count));
+  while (!list.empty()) {
+    auto entry = takeEntry(list);
+    if (!entry || entries.size() == count) {
+      objection = inconsistent;
+      return std::nullopt;
+    }
+    entries.push_back(*entry);
+  }
+  if (entries.size() == count) return entries;
+  objection = inconsistent;
+  return std::nullopt;
+}
+
+/// From the start of an entry's header to the end of its packed bytes.
+struct Range {
+  std::uint64_t start;
+  std::uint64_t end;
+  const ArchiveEntry* entry;
+};
+
+/// Checks the header before an entry's bytes; its range, or an objection.
+std::optional<Range> rangeOf(const ArchiveEntry& entry, std::string_view body,
+                             ArchiveObjection& objection) {
+  const auto refuse = [&](std::string_view rule) {
+    objection = objectionToEntry(entry.rawName, rule);
+    return std::nullopt;
+  };
+  const std::string_view outside = "does not lie within the archive";
+  if (entry.headerOffset > body.size()) return refuse(outside);
+  const std::string_view header = body.substr(static_cast<std::size_t>(entry.headerOffset));
+  if (header.size() < localHeaderSize || number32(header, 0) != localHeaderSignature) {
+    return refuse("has no header before its contents");
+  }
+  const std::uint64_t nameSize = number16(header, 26);
+  const std::uint64_t before = localHeaderSize + nameSize + number16(header, 28);
+  if (before > header.size() || entry.packedSize > header.size() - before) return refuse(outside);
+  if (header.substr(localHeaderSize, static_cast<std::size_t>(nameSize)) != entry.rawName) {
+    return refuse("has another name before its contents than in the list");
+  }
+  if ((number16(header, 6) & encryptedFlag) != 0) return refuse("is encrypted");
+  return Range{entry.headerOffset, entry.headerOffset + before + entry.packedSize, &entry};
+}
+
+std::optional<ArchiveObjection> objectionToLayout(const std::vector<ArchiveEntry>& entries,
+                                                  std::string_view body) {
+  std::vector<Range> ranges;
+  ranges.reserve(entries.size());
+  for (const ArchiveEntry& entry : entries) {
+    ArchiveObjection objection;
+    const auto range = rangeOf(entry, body, objection);
+    if (!range) return objection;
+    ranges.push_back(*range);
+  }
+  std::sort(ranges.begin(), ranges.end(),
+            [](const Range& a, const Range& b) { return a.start < b.start; });
+  for (std::size_t i = 1; i < ranges.size(); ++i) {
+    if (ranges[i].start < ranges[i - 1].end) {
+      return objectionToEntry(ranges[i].entry->rawName, "overlaps another entry");
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<ArchiveObjection> objectionToRepeatedNames(const std::vector<ArchiveEntry>& entries) {
+  std::unordered_set<std::string_view> names;
+  for (const ArchiveEntry& entry : entries) {
+    if (!names.insert(entry.rawName).second) {
+      return objectionToEntry(entry.rawName, "is listed twice");
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+ArchiveObjection objectionToEntry(std::string_view name, std::string_view rule) {
+  return "holds the entry " + quoted(name) + ", which " + std::string(rule);
+}
+
+bool ArchiveEntry::isEncrypted() const noexcept {
+  return (flags & (encryptedFlag | strongEncryptionFlag | maskedHeadersFlag)) != 0;
+}
+
+bool ArchiveEntry::saysUTF8() const noexcept {
+  return (flags & utf8Flag) != 0;
+}
+
+std::uint32_t ArchiveEntry::unixFileType() const noexcept {
+  return (attributes >> 16) & 0170000;
+}
+
+std::optional<ArchiveDirectory> ArchiveDirectory::read(std::string_view bytes,
+                                                       const ArchiveCeilings& ceilings,
+                                                       ArchiveObjection& objection) {
+  const auto endAt = findEndRecord(bytes);
+  if (!endAt) {
+    objection = "is no zip archive, or is cut short";
+    return std::nullopt;
+  }
+  const auto place = findList(bytes, *endAt);
+  if (!place) {
+    objection = inconsistent;
+    return std::nullopt;
+  }
+  const auto offset = static_cast<std::size_t>(place->offset);
+  auto entries = takeEntries(bytes.substr(offset, static_cast<std::size_t>(place->size)),
+                             place->count, ceilings, objection);
+  if (!entries) return std::nullopt;
+  auto refusal = objectionToRepeatedNames(*entries);
+  if (!refusal) refusal = objectionToLayout(*entries, bytes.substr(0, offset));
+  if (refusal) {
+    objection = std::move(*refusal);
+    return std::nullopt;
+  }
+  ArchiveDirectory directory;
+  directory.entries_ = std::move(*entries);
+  return directory;
+}
+
+}  // namespace kiv::storage

@@ -1,0 +1,116 @@
+#include "Platform/KivStorageService/ArchiveUnpacker.h"
+
+#include <utility>
+
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/KivStorageService/ArchivePlan.h"
+#include "Platform/KivStorageService/StorageErrors.h"
+
+namespace kiv::storage {
+
+namespace {
+
+Error refusal(std::string_view archiveName, const ArchiveObjection& objection) {
+  return storageError(KivStorageServiceErrorCode::invalidArchive,
+                      "The archive " + quoted(archiveName) + " " + objection + ".");
+}
+
+/// Writes what a plan lays out, and counts what really comes out of the archive.
+class Unpacker {
+ public:
+  Unpacker(const ArchivePlan& plan, std::uint64_t archiveBytes, const ArchiveCeilings& ceilings,
+           std::string_view archiveName)
+      : plan_(plan),
+        archiveBytes_(archiveBytes),
+        ceilings_(ceilings),
+        archiveName_(archiveName),
+        files_(FileManager::defaultManager()) {}
+
+  /// Makes the directory and everything in it. Its entries are synced when all of them are there.
+  bool makeDirectory(const ArchiveNode& directory, const std::string& path,
+                     std::optional<Error>* error) {
+    if (!files_.createDirectoryAtPath(path, error)) return false;
+    for (const auto& [folded, child] : directory.children) {
+      const std::string childPath = path::appendingPathComponent(path, child->name);
+      const bool made = child->isDirectory() ? makeDirectory(*child, childPath, error)
+                                             : makeFile(*child->entry, childPath, error);
+      if (!made) return false;
+    }
+    return files_.synchronizeDirectoryAtPath(path, error);
+  }
+
+ private:
+  bool makeFile(std::uint64_t index, const std::string& path, std::optional<Error>* error) {
+    const auto file = files_.createFileAtPath(path, error);
+    return file && writeContents(index, *file, error) && file->synchronize(error) &&
+           file->close(error);
+  }
+
+  bool writeContents(std::uint64_t index, WritableFile& file, std::optional<Error>* error) {
+    const ArchiveEntry& entry = plan_.entries[static_cast<std::size_t>(index)];
+    std::uint64_t size = 0;
+    std::optional<std::string> rule;
+    bool isWritten = true;
+    std::string reason;
+    const auto outcome = plan_.reader->read(
+        index,
+        [&](std::string_view piece) {
+          size += piece.size();
+          total_ += piece.size();
+          rule = objectionToSize(entry, size);
+          return !rule && (isWritten = file.write(piece, error));
+        },
+        reason);
+    if (!isWritten) return false;
+    if (outcome == ArchiveReader::Outcome::broken) rule = "cannot be decoded: " + reason;
+    if (!rule && size != entry.size) rule = "is shorter than the archive says";
+    if (!rule) return true;
+    return fail(error, refusal(archiveName_, objectionToEntry(entry.rawName, *rule)));
+  }
+
+  [[nodiscard]] std::optional<std::string> objectionToSize(const ArchiveEntry& entry,
+                                                           std::uint64_t size) const {
+    if (size > entry.size) return "is longer than the archive says";
+    if (size > ceilings_.fileBytes) {
+      return "is larger than " + std::to_string(ceilings_.fileBytes) + " bytes";
+    }
+    if (total_ > ceilings_.totalBytes) {
+      return "brings the archive beyond " + std::to_string(ceilings_.totalBytes) + " bytes";
+    }
+    if (isTooDense(size, entry.packedSize) || isTooDense(total_, archiveBytes_)) {
+      return "unpacks to more than " + std::to_string(ceilings_.ratio) + " times its size";
+    }
+    return std::nullopt;
+  }
+
+  [[nodiscard]] bool isTooDense(std::uint64_t unpacked, std::uint64_t packed) const {
+    return unpacked > ceilings_.ratioFreeBytes && unpacked / ceilings_.ratio > packed;
+  }
+
+  const ArchivePlan& plan_;
+  std::uint64_t archiveBytes_;
+  const ArchiveCeilings& ceilings_;
+  std::string_view archiveName_;
+  FileManager& files_;
+  std::uint64_t total_ = 0;
+};
+
+}  // namespace
+
+bool unpackArchive(std::string_view bytes, std::string_view archiveName, const std::string& path,
+                   const ArchiveCeilings& ceilings, std::optional<Error>* error) {
+  ArchiveObjection objection;
+  const auto plan = planArchive(bytes, ceilings, objection);
+  if (!plan) return fail(error, refusal(archiveName, objection));
+  const ArchiveNode& top = plan->tree.top(archiveEntryPage);
+  const ArchiveNode* const page = top.child(archiveEntryPage);
+  if (!page || page->isDirectory()) {
+    return fail(error, storageError(KivStorageServiceErrorCode::noEntryPage,
+                                    "The archive " + quoted(archiveName) + " has no " +
+                                        quoted(archiveEntryPage) + " at its top."));
+  }
+  return Unpacker(*plan, bytes.size(), ceilings, archiveName).makeDirectory(top, path, error);
+}
+
+}  // namespace kiv::storage

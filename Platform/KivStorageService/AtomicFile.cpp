@@ -1,0 +1,31 @@
+#include "Platform/KivStorageService/AtomicFile.h"
+
+#include <utility>
+
+#include "Platform/Foundation/Path.h"
+
+namespace kiv::storage {
+
+AtomicFile::AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file)
+    : temporary_(std::move(temporary)), file_(std::move(file)) {}
+
+std::optional<AtomicFile> AtomicFile::create(StorageRoot& root, std::optional<Error>* error) {
+  auto temporary = root.makeTemporary(error);
+  if (!temporary) return std::nullopt;
+  auto file = FileManager::defaultManager().createFileAtPath(temporary->path(), error);
+  if (!file) return std::nullopt;
+  return AtomicFile(std::move(*temporary), std::move(file));
+}
+
+bool AtomicFile::write(std::string_view bytes, std::optional<Error>* error) {
+  return file_->write(bytes, error);
+}
+
+bool AtomicFile::commit(const std::string& path, std::optional<Error>* error) {
+  FileManager& files = FileManager::defaultManager();
+  if (!file_->synchronize(error) || !file_->close(error)) return false;
+  if (!files.moveItemAtPath_toPath(temporary_.path(), path, error)) return false;
+  return files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path), error);
+}
+
+}  // namespace kiv::storage

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/KivStorageService/StorageRoot.h"
+
+namespace kiv::storage {
+
+/// A file that appears under its name only when it is complete.
+///
+/// The bytes go to a temporary file. commit() waits until they are on the disk, gives the file its
+/// name in one step, and waits for that too: in the other order a power cut could leave an empty
+/// file under the name. The destructor discards what was not committed, and never commits.
+class AtomicFile {
+ public:
+  /// Begins a file somewhere under the root; nothing on failure.
+  static std::optional<AtomicFile> create(StorageRoot& root, std::optional<Error>* error);
+
+  bool write(std::string_view bytes, std::optional<Error>* error);
+  /// Puts the file at the path, in place of a file or a link there. Called at most once. When it
+  /// fails, the file at the path is the old one, or the new one where only the last wait failed.
+  bool commit(const std::string& path, std::optional<Error>* error);
+
+ private:
+  AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file);
+
+  Temporary temporary_;
+  std::unique_ptr<WritableFile> file_;
+};
+
+}  // namespace kiv::storage

@@ -1,0 +1,173 @@
+#include "Platform/KivStorageService/KivStorageService.h"
+
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/KivStorageService/ArchiveUnpacker.h"
+#include "Platform/KivStorageService/AtomicFile.h"
+#include "Platform/KivStorageService/CurrentRoot.h"
+#include "Platform/KivStorageService/DirectorySwap.h"
+#include "Platform/KivStorageService/StorageErrors.h"
+#include "Platform/KivStorageService/StoredPath.h"
+
+namespace {
+
+using kiv::Data;
+using kiv::Error;
+using kiv::FileManager;
+using kiv::storage::quoted;
+using kiv::storage::StorageRoot;
+
+struct CeilingsInUse {
+  std::mutex mutex;
+  kiv::ArchiveCeilings ceilings;
+};
+
+CeilingsInUse& ceilingsInUse() {
+  static auto& shared = *new CeilingsInUse;
+  return shared;
+}
+
+Error noRootError() {
+  return kiv::storage::storageError(KivStorageServiceErrorCode::noRoot,
+                                    "There is no directory to store files in.");
+}
+
+Error nameIsTakenError(std::string_view name, std::string_view sort) {
+  return kiv::storage::storageError(KivStorageServiceErrorCode::nameIsTaken,
+                                    "The name " + quoted(name) +
+                                        " is taken by something that is not a " +
+                                        std::string(sort) + ".");
+}
+
+std::string joined(std::string_view root, std::string_view relativePath,
+                   std::string_view fileName) {
+  std::string directory = relativePath.empty()
+                              ? std::string(root)
+                              : kiv::path::appendingPathComponent(root, relativePath);
+  return kiv::path::appendingPathComponent(directory, fileName);
+}
+
+bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
+              std::optional<Error>* error) {
+  FileManager& files = FileManager::defaultManager();
+  const bool isReplaceable =
+      !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) || files.fileExistsAtPath(path);
+  if (!isReplaceable) {
+    return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "file"));
+  }
+  auto file = kiv::storage::AtomicFile::create(root, error);
+  if (!file || !file->write(data.view(), error)) return false;
+  const std::string directory(kiv::path::deletingLastPathComponent(path));
+  return root.prepareDirectory(directory, error) && file->commit(path, error);
+}
+
+bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
+                 const std::string& path, std::optional<Error>* error) {
+  FileManager& files = FileManager::defaultManager();
+  const bool isReplaceable = !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) ||
+                             files.directoryExistsAtPath(path);
+  if (!isReplaceable) {
+    return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "directory"));
+  }
+  const auto temporary = root.makeTemporary(error);
+  if (!temporary) return false;
+  const std::string directory(kiv::path::deletingLastPathComponent(path));
+  return kiv::storage::unpackArchive(data.view(), fileName, temporary->path(),
+                                     KivStorageService::archiveCeilings(), error) &&
+         root.prepareDirectory(directory, error) &&
+         kiv::storage::swapDirectoryIn(root, *temporary, path, error);
+}
+
+bool save(const Data& data, std::string_view fileName, std::string_view relativePath,
+          std::optional<Error>* error) {
+  if (auto objection = kiv::storage::objectionToSaving(fileName, relativePath)) {
+    return kiv::fail(error, std::move(*objection));
+  }
+  const auto root = kiv::storage::currentRoot();
+  if (!root) return kiv::fail(error, noRootError());
+  if (!kiv::storage::isArchiveName(fileName)) {
+    return saveFile(*root, data, joined(root->path(), relativePath, fileName), error);
+  }
+  const std::string_view stem = kiv::storage::archiveStem(fileName);
+  return saveArchive(*root, data, fileName, joined(root->path(), relativePath, stem), error);
+}
+
+std::optional<Data> load(std::string_view fileName, std::string_view relativePath,
+                         std::optional<Error>* error) {
+  if (auto objection = kiv::storage::objectionToPlace(fileName, relativePath)) {
+    kiv::fail(error, std::move(*objection));
+    return std::nullopt;
+  }
+  const auto root = kiv::storage::currentRoot();
+  if (!root) {
+    kiv::fail(error, noRootError());
+    return std::nullopt;
+  }
+  return FileManager::defaultManager().contentsAtPath(joined(root->path(), relativePath, fileName),
+                                                      error);
+}
+
+/// What `operation` answers; where it runs out of memory, or a library throws, a failure instead.
+template <class Operation>
+auto guarded(std::string_view fileName, std::optional<Error>* error, const Operation& operation)
+    -> decltype(operation()) {
+  try {
+    return operation();
+  } catch (const std::exception& exception) {
+    kiv::fail(error,
+              kiv::storage::storageError(KivStorageServiceErrorCode::outOfResources,
+                                         "The file " + quoted(fileName) +
+                                             " could not be handled: " + exception.what() + "."));
+    return {};
+  }
+}
+
+}  // namespace
+
+std::string KivStorageService::rootPath() {
+  return kiv::storage::currentRootPath();
+}
+
+void KivStorageService::setRootPath(std::optional<std::string> path) {
+  kiv::storage::setCurrentRootPath(std::move(path));
+}
+
+kiv::ArchiveCeilings KivStorageService::archiveCeilings() {
+  const std::lock_guard guard(ceilingsInUse().mutex);
+  return ceilingsInUse().ceilings;
+}
+
+void KivStorageService::setArchiveCeilings(const kiv::ArchiveCeilings& ceilings) {
+  const std::lock_guard guard(ceilingsInUse().mutex);
+  ceilingsInUse().ceilings = ceilings;
+}
+
+bool KivStorageService::saveData_forFileName_atRelativePath_error(const Data& data,
+                                                                  std::string_view fileName,
+                                                                  std::string_view relativePath,
+                                                                  std::optional<Error>* error) {
+  return guarded(fileName, error, [&] { return save(data, fileName, relativePath, error); });
+}
+
+std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(
+    std::string_view fileName, std::string_view relativePath, std::optional<Error>* error) {
+  return guarded(fileName, error, [&] { return load(fileName, relativePath, error); });
+}
+
+bool KivStorageService::fileExistsWithName_atRelativePath(std::string_view fileName,
+                                                          std::string_view relativePath) {
+  if (kiv::storage::objectionToPlace(fileName, relativePath)) return false;
+  const auto root = kiv::storage::currentRoot();
+  return root && FileManager::defaultManager().fileExistsAtPath(
+                     joined(root->path(), relativePath, fileName));
+}
+
+std::string KivStorageService::filePathForFileName_atRelativePath(std::string_view fileName,
+                                                                  std::string_view relativePath) {
+  return joined(rootPath(), relativePath, fileName);
+}

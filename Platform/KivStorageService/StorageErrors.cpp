@@ -1,0 +1,57 @@
+#include "Platform/KivStorageService/StorageErrors.h"
+
+#include "Platform/KivStorageService/UTF8.h"
+
+namespace kiv::storage {
+
+namespace {
+
+constexpr std::size_t longestQuote = 300;
+
+void appendEscaped(std::string& out, char byte) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const auto value = static_cast<unsigned char>(byte);
+  out += "\\x";
+  out += digits[value >> 4];
+  out += digits[value & 15];
+}
+
+std::string escaped(std::string_view text) {
+  const bool isText = utf8::isValid(text);
+  std::string out;
+  for (const char byte : text) {
+    const auto value = static_cast<unsigned char>(byte);
+    const bool blurs = value < 0x20 || value == 0x7f || (value >= 0x80 && !isText);
+    if (blurs) {
+      appendEscaped(out, byte);
+    } else {
+      out += byte;
+    }
+  }
+  return out;
+}
+
+/// The position not above `at` where no character of the text is cut in two.
+std::size_t boundary(std::string_view text, std::size_t at) {
+  while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
+    --at;
+  return at;
+}
+
+}  // namespace
+
+Error storageError(KivStorageServiceErrorCode code, std::string_view message) {
+  return Error(KivStorageServiceErrorDomain, static_cast<std::int64_t>(code), message);
+}
+
+std::string quoted(std::string_view text) {
+  std::string shown = escaped(text);
+  if (shown.size() > longestQuote) {
+    const std::size_t head = boundary(shown, longestQuote / 2);
+    const std::size_t tail = boundary(shown, shown.size() - longestQuote / 2);
+    shown = shown.substr(0, head) + "..." + shown.substr(tail);
+  }
+  return '"' + shown + '"';
+}
+
+}  // namespace kiv::storage

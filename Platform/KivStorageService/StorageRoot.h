@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/KivStorageService/ProcessDirectory.h"
+#include "Platform/KivStorageService/Temporary.h"
+
+namespace kiv::storage {
+
+/// The directory under its root where the service keeps what is not complete.
+inline constexpr std::string_view privateDirectory = ".KivStorageService";
+
+/// One storage root in use by this process: its temporaries, and the directories in it that are
+/// known to survive a power cut. May be used from any thread.
+class StorageRoot {
+ public:
+  /// Starts to use the root: puts right and removes what dead processes left half done.
+  explicit StorageRoot(std::string path);
+
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+  /// The path for a new temporary on the root's file system; nothing lies there yet. Nothing of
+  /// the service's own lies under the root before the first one is asked for.
+  std::optional<Temporary> makeTemporary(std::optional<Error>* error);
+
+  /// Makes the directory, which is the root or lies under it, and those above it where they are
+  /// missing, and sees to it that they are on the disk.
+  bool prepareDirectory(const std::string& directory, std::optional<Error>* error);
+
+ private:
+  /// Brings back what a swap that never ended has moved away.
+  [[nodiscard]] ProcessDirectory::Salvage salvage() const;
+  std::shared_ptr<ProcessDirectory> processDirectory(std::optional<Error>* error);
+
+  const std::string path_;
+  std::mutex mutex_;
+  std::shared_ptr<ProcessDirectory> processDirectory_;
+  std::set<std::string> durableDirectories_;
+};
+
+}  // namespace kiv::storage
