@@ -1,0 +1,144 @@
+#include "Tests/Support/FaultyFileManager.h"
+
+#include <cerrno>
+#include <utility>
+
+namespace kiv::test {
+
+class FaultyFileManager::File : public WritableFile {
+ public:
+  File(FaultyFileManager& manager, std::unique_ptr<WritableFile> file, std::string path)
+      : manager_(manager), file_(std::move(file)), path_(std::move(path)) {}
+
+  bool write(std::string_view bytes, std::optional<Error>* error) override {
+    if (manager_.begin({"write", path_, {}}, error)) return file_->write(bytes, error);
+    if (manager_.writesShort()) file_->write(bytes.substr(0, bytes.size() / 2), nullptr);
+    return false;
+  }
+  bool synchronize(std::optional<Error>* error) override {
+    return manager_.begin({"synchronize", path_, {}}, error);
+  }
+  bool close(std::optional<Error>* error) override {
+    return manager_.begin({"close", path_, {}}, error) && file_->close(error);
+  }
+
+ private:
+  FaultyFileManager& manager_;
+  std::unique_ptr<WritableFile> file_;
+  std::string path_;
+};
+
+void FaultyFileManager::setFault(std::optional<Fault> fault) {
+  const std::lock_guard guard(mutex_);
+  fault_ = fault;
+  count_ = 0;
+  operations_.clear();
+}
+
+void FaultyFileManager::setFailingOperation(std::string name, int number) {
+  const std::lock_guard guard(mutex_);
+  failingName_ = std::move(name);
+  failingNumber_ = number;
+}
+
+void FaultyFileManager::refuseExchanges(bool refuse) {
+  const std::lock_guard guard(mutex_);
+  refusesExchanges_ = refuse;
+}
+
+void FaultyFileManager::setObserver(std::function<void(const Operation&)> observer) {
+  const std::lock_guard guard(mutex_);
+  observer_ = std::move(observer);
+}
+
+std::uint64_t FaultyFileManager::count() const {
+  const std::lock_guard guard(mutex_);
+  return count_;
+}
+
+std::vector<FaultyFileManager::Operation> FaultyFileManager::operations() const {
+  const std::lock_guard guard(mutex_);
+  return operations_;
+}
+
+bool FaultyFileManager::writesShort() const {
+  const std::lock_guard guard(mutex_);
+  return fault_ && fault_->shortWrite;
+}
+
+int FaultyFileManager::faultOf(const Operation& operation) const {
+  if (!failingName_.empty() && operation.name == failingName_) return failingNumber_;
+  if (refusesExchanges_ && operation.name == "exchange") return EINVAL;
+  if (!fault_ || count_ < fault_->at) return 0;
+  return count_ == fault_->at || fault_->repeat == Repeat::fromThenOn ? fault_->number : 0;
+}
+
+bool FaultyFileManager::begin(Operation operation, std::optional<Error>* error) {
+  std::function<void(const Operation&)> observer;
+  int number = 0;
+  {
+    const std::lock_guard guard(mutex_);
+    ++count_;
+    operations_.push_back(operation);
+    number = faultOf(operation);
+    observer = observer_;
+  }
+  if (observer) observer(operation);
+  return number == 0 || fail(error, systemError(number, operation.name, operation.path));
+}
+
+std::optional<Data> FaultyFileManager::contentsAtPath(std::string_view path,
+                                                      std::optional<Error>* error) {
+  if (!begin({"read", std::string(path), {}}, error)) return std::nullopt;
+  return ForwardingFileManager::contentsAtPath(path, error);
+}
+
+std::optional<std::vector<std::string>> FaultyFileManager::contentsOfDirectoryAtPath(
+    std::string_view path, std::optional<Error>* error) {
+  if (!begin({"list", std::string(path), {}}, error)) return std::nullopt;
+  return ForwardingFileManager::contentsOfDirectoryAtPath(path, error);
+}
+
+bool FaultyFileManager::createDirectoryAtPath(std::string_view path, std::optional<Error>* error) {
+  return begin({"createDirectory", std::string(path), {}}, error) &&
+         ForwardingFileManager::createDirectoryAtPath(path, error);
+}
+
+std::unique_ptr<WritableFile> FaultyFileManager::createFileAtPath(std::string_view path,
+                                                                  std::optional<Error>* error) {
+  if (!begin({"createFile", std::string(path), {}}, error)) return nullptr;
+  auto file = ForwardingFileManager::createFileAtPath(path, error);
+  if (!file) return nullptr;
+  return std::make_unique<File>(*this, std::move(file), std::string(path));
+}
+
+bool FaultyFileManager::synchronizeDirectoryAtPath(std::string_view path,
+                                                   std::optional<Error>* error) {
+  return begin({"synchronizeDirectory", std::string(path), {}}, error);
+}
+
+bool FaultyFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                              std::optional<Error>* error) {
+  return begin({"move", std::string(path), std::string(newPath)}, error) &&
+         ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error);
+}
+
+bool FaultyFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                                          std::string_view otherPath,
+                                                          std::optional<Error>* error) {
+  return begin({"exchange", std::string(path), std::string(otherPath)}, error) &&
+         ForwardingFileManager::exchangeItemAtPath_withItemAtPath(path, otherPath, error);
+}
+
+bool FaultyFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
+  return begin({"remove", std::string(path), {}}, error) &&
+         ForwardingFileManager::removeItemAtPath(path, error);
+}
+
+std::unique_ptr<FileLock> FaultyFileManager::lockFileAtPath(std::string_view path,
+                                                            std::optional<Error>* error) {
+  if (!begin({"lock", std::string(path), {}}, error)) return nullptr;
+  return ForwardingFileManager::lockFileAtPath(path, error);
+}
+
+}  // namespace kiv::test

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "Platform/Foundation/FileManager.h"
+
+namespace kiv::test {
+
+/// Hands every operation on to the file manager that was in use when it was made, and takes that
+/// one's place while it lives. A test double overrides what it wants to change.
+class ForwardingFileManager : public FileManager {
+ public:
+  ForwardingFileManager() : base_(FileManager::defaultManager()) {
+    former_ = FileManager::setDefaultManager(this);
+  }
+  ForwardingFileManager(const ForwardingFileManager&) = delete;
+  ForwardingFileManager& operator=(const ForwardingFileManager&) = delete;
+  ~ForwardingFileManager() override { FileManager::setDefaultManager(former_); }
+
+  bool fileExistsAtPath(std::string_view path) override { return base_.fileExistsAtPath(path); }
+  bool itemExistsAtPath(std::string_view path) override { return base_.itemExistsAtPath(path); }
+  bool directoryExistsAtPath(std::string_view path) override {
+    return base_.directoryExistsAtPath(path);
+  }
+  bool linkExistsAtPath(std::string_view path) override { return base_.linkExistsAtPath(path); }
+  std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override {
+    return base_.contentsAtPath(path, error);
+  }
+  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
+      std::string_view path, std::optional<Error>* error) override {
+    return base_.contentsOfDirectoryAtPath(path, error);
+  }
+  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override {
+    return base_.createDirectoryAtPath(path, error);
+  }
+  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
+                                                 std::optional<Error>* error) override {
+    return base_.createFileAtPath(path, error);
+  }
+  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override {
+    return base_.synchronizeDirectoryAtPath(path, error);
+  }
+  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                             std::optional<Error>* error) override {
+    return base_.moveItemAtPath_toPath(path, newPath, error);
+  }
+  bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
+                                         std::optional<Error>* error) override {
+    return base_.exchangeItemAtPath_withItemAtPath(path, otherPath, error);
+  }
+  bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override {
+    return base_.removeItemAtPath(path, error);
+  }
+  std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
+                                           std::optional<Error>* error) override {
+    return base_.lockFileAtPath(path, error);
+  }
+
+ private:
+  FileManager& base_;
+  FileManager* former_ = nullptr;
+};
+
+}  // namespace kiv::test

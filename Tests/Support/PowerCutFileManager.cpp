@@ -1,0 +1,258 @@
+#include "Tests/Support/PowerCutFileManager.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+#include "Platform/Foundation/Path.h"
+
+namespace kiv::test {
+
+namespace fs = std::filesystem;
+
+/// A file or directory, as programs see it and as the disk has it.
+struct PowerCutFileManager::Node {
+  bool isDirectory = true;
+  std::string bytes;
+  std::string durableBytes;
+  std::map<std::string, NodePointer, std::less<>> items;
+  std::map<std::string, NodePointer, std::less<>> durableItems;
+
+  void clear() {
+    for (const auto& [name, item] : items)
+      item->clear();
+    items.clear();
+  }
+};
+
+class PowerCutFileManager::File : public WritableFile {
+ public:
+  File(PowerCutFileManager& manager, std::unique_ptr<WritableFile> file, std::string path,
+       NodePointer node)
+      : manager_(manager), file_(std::move(file)), path_(std::move(path)), node_(std::move(node)) {}
+
+  bool write(std::string_view bytes, std::optional<Error>* error) override {
+    if (!manager_.begin(path_, error) || !file_->write(bytes, error)) return false;
+    const std::lock_guard guard(manager_.mutex_);
+    node_->bytes += bytes;
+    return true;
+  }
+  bool synchronize(std::optional<Error>* error) override {
+    if (!manager_.begin(path_, error)) return false;
+    const std::lock_guard guard(manager_.mutex_);
+    node_->durableBytes = node_->bytes;
+    return true;
+  }
+  bool close(std::optional<Error>* error) override {
+    return manager_.begin(path_, error) && file_->close(error);
+  }
+
+ private:
+  PowerCutFileManager& manager_;
+  std::unique_ptr<WritableFile> file_;
+  std::string path_;
+  NodePointer node_;
+};
+
+PowerCutFileManager::PowerCutFileManager(std::string root)
+    : rootPath_(std::move(root)), root_(scan(rootPath_)) {}
+
+PowerCutFileManager::~PowerCutFileManager() = default;
+
+PowerCutFileManager::NodePointer PowerCutFileManager::scan(const std::string& path) {
+  auto node = std::make_shared<Node>();
+  node->isDirectory = fs::is_directory(path);
+  if (node->isDirectory) {
+    for (const auto& item : fs::directory_iterator(path)) {
+      node->items.emplace(item.path().filename().string(), scan(item.path().string()));
+    }
+  } else {
+    std::ifstream stream(path, std::ios::binary);
+    node->bytes.assign(std::istreambuf_iterator<char>(stream), {});
+  }
+  node->durableBytes = node->bytes;
+  node->durableItems = node->items;
+  return node;
+}
+
+void PowerCutFileManager::cutAfter(std::uint64_t operations) {
+  const std::lock_guard guard(mutex_);
+  cutAt_ = operations_ + operations;
+  wasCut_ = false;
+}
+
+bool PowerCutFileManager::wasCut() const {
+  const std::lock_guard guard(mutex_);
+  return wasCut_;
+}
+
+void PowerCutFileManager::restart(Loss loss, std::uint32_t seed) {
+  const std::lock_guard guard(mutex_);
+  std::mt19937 chance(seed);
+  const NodePointer remembered = root_;
+  wipe();
+  write(*remembered, rootPath_, loss, chance);
+  root_ = scan(rootPath_);
+}
+
+void PowerCutFileManager::format() {
+  const std::lock_guard guard(mutex_);
+  wipe();
+}
+
+void PowerCutFileManager::wipe() {
+  for (const auto& item : fs::directory_iterator(rootPath_))
+    fs::remove_all(item.path());
+  root_ = std::make_shared<Node>();
+  cutAt_ = UINT64_MAX;
+}
+
+void PowerCutFileManager::write(const Node& node, const std::string& path, Loss loss,
+                                std::mt19937& chance) {
+  const auto survives = [&] { return loss == Loss::anyPart && (chance() & 1) != 0; };
+  if (!node.isDirectory) {
+    std::string bytes = node.durableBytes;
+    if (bytes != node.bytes && survives()) {
+      bytes = node.bytes.substr(0, chance() % (node.bytes.size() + 1));
+    }
+    std::ofstream(path, std::ios::binary) << bytes;
+    return;
+  }
+  fs::create_directories(path);
+  std::set<std::string> names;
+  for (const auto& [name, item] : node.durableItems)
+    names.insert(name);
+  for (const auto& [name, item] : node.items)
+    names.insert(name);
+  for (const auto& name : names) {
+    const auto now = node.items.find(name);
+    const auto durable = node.durableItems.find(name);
+    const NodePointer current = now == node.items.end() ? nullptr : now->second;
+    const NodePointer synced = durable == node.durableItems.end() ? nullptr : durable->second;
+    const NodePointer item = current != synced && survives() ? current : synced;
+    if (item) write(*item, path + "/" + name, loss, chance);
+  }
+}
+
+bool PowerCutFileManager::begin(std::string_view path, std::optional<Error>* error) {
+  const std::lock_guard guard(mutex_);
+  if (operations_ < cutAt_) {
+    ++operations_;
+    return true;
+  }
+  wasCut_ = true;
+  return fail(error, systemError(EIO, "reach", path));
+}
+
+PowerCutFileManager::NodePointer PowerCutFileManager::find(std::string_view path) {
+  if (path == rootPath_) return root_;
+  const NodePointer parent = parentOf(path);
+  const auto found = parent->items.find(path::lastPathComponent(path));
+  return found == parent->items.end() ? nullptr : found->second;
+}
+
+PowerCutFileManager::NodePointer PowerCutFileManager::parentOf(std::string_view path) {
+  const std::string_view parent = path::deletingLastPathComponent(path);
+  if (!path.starts_with(rootPath_ + "/")) {
+    throw std::logic_error(std::string(path) + " lies outside " + rootPath_);
+  }
+  NodePointer node = find(parent);
+  if (!node) throw std::logic_error(std::string(parent) + " was never made");
+  return node;
+}
+
+bool PowerCutFileManager::createDirectoryAtPath(std::string_view path,
+                                                std::optional<Error>* error) {
+  if (!begin(path, error) || !ForwardingFileManager::createDirectoryAtPath(path, error)) {
+    return false;
+  }
+  const std::lock_guard guard(mutex_);
+  NodePointer node = root_;
+  std::string_view rest = path.substr(rootPath_.size());
+  while (!rest.empty()) {
+    rest.remove_prefix(1);
+    const std::string name(rest.substr(0, rest.find('/')));
+    rest.remove_prefix(name.size());
+    NodePointer& item = node->items[name];
+    if (!item) item = std::make_shared<Node>();
+    node = item;
+  }
+  return true;
+}
+
+std::unique_ptr<WritableFile> PowerCutFileManager::createFileAtPath(std::string_view path,
+                                                                    std::optional<Error>* error) {
+  if (!begin(path, error)) return nullptr;
+  auto file = ForwardingFileManager::createFileAtPath(path, error);
+  if (!file) return nullptr;
+  const std::lock_guard guard(mutex_);
+  auto node = std::make_shared<Node>();
+  node->isDirectory = false;
+  parentOf(path)->items[std::string(path::lastPathComponent(path))] = node;
+  return std::make_unique<File>(*this, std::move(file), std::string(path), std::move(node));
+}
+
+bool PowerCutFileManager::synchronizeDirectoryAtPath(std::string_view path,
+                                                     std::optional<Error>* error) {
+  if (!begin(path, error)) return false;
+  const std::lock_guard guard(mutex_);
+  const bool isInside = path == rootPath_ || path.starts_with(rootPath_ + "/");
+  if (!isInside) return true;
+  const NodePointer node = find(path);
+  if (!node) return fail(error, systemError(ENOENT, "synchronize", path));
+  node->durableItems = node->items;
+  return true;
+}
+
+bool PowerCutFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                                std::optional<Error>* error) {
+  if (!begin(path, error) || !ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error)) {
+    return false;
+  }
+  const std::lock_guard guard(mutex_);
+  auto node = parentOf(path)->items.extract(std::string(path::lastPathComponent(path)));
+  parentOf(newPath)->items[std::string(path::lastPathComponent(newPath))] = node.mapped();
+  return true;
+}
+
+bool PowerCutFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                                            std::string_view otherPath,
+                                                            std::optional<Error>* error) {
+  if (!begin(path, error)) return false;
+  if (refusesExchanges) return fail(error, systemError(EINVAL, "exchange", path));
+  if (!ForwardingFileManager::exchangeItemAtPath_withItemAtPath(path, otherPath, error)) {
+    return false;
+  }
+  const std::lock_guard guard(mutex_);
+  std::swap(parentOf(path)->items[std::string(path::lastPathComponent(path))],
+            parentOf(otherPath)->items[std::string(path::lastPathComponent(otherPath))]);
+  return true;
+}
+
+bool PowerCutFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
+  if (!begin(path, error) || !ForwardingFileManager::removeItemAtPath(path, error)) return false;
+  const std::lock_guard guard(mutex_);
+  auto node = parentOf(path)->items.extract(std::string(path::lastPathComponent(path)));
+  node.mapped()->clear();
+  return true;
+}
+
+std::unique_ptr<FileLock> PowerCutFileManager::lockFileAtPath(std::string_view path,
+                                                              std::optional<Error>* error) {
+  if (!begin(path, error)) return nullptr;
+  auto lock = ForwardingFileManager::lockFileAtPath(path, error);
+  if (!lock) return nullptr;
+  const std::lock_guard guard(mutex_);
+  NodePointer& item = parentOf(path)->items[std::string(path::lastPathComponent(path))];
+  if (!item) {
+    item = std::make_shared<Node>();
+    item->isDirectory = false;
+  }
+  return lock;
+}
+
+}  // namespace kiv::test

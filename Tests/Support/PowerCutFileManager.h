@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "Tests/Support/ForwardingFileManager.h"
+
+namespace kiv::test {
+
+/// Remembers what of a directory tree has reached the disk, cuts the power after a given
+/// operation, and then leaves on the disk what would be there.
+///
+/// What it takes for lost is what a file system may lose, not what one usually does: the contents
+/// of a file that were not synced, and each single change of a directory (a name made, renamed or
+/// removed) since that directory was synced. A rename within or between directories never leaves a
+/// name with half of a file.
+class PowerCutFileManager : public ForwardingFileManager {
+ public:
+  enum class Loss {
+    everythingUnsynced,  ///< nothing survives but what was synced
+    anyPart              ///< of what was not synced, each change survives or not by chance
+  };
+
+  /// What lies under `root` now counts as on the disk.
+  explicit PowerCutFileManager(std::string root);
+  ~PowerCutFileManager() override;
+
+  /// Removes everything under the root, from the disk too.
+  void format();
+  /// Cuts the power after that many further operations: those that come later fail.
+  void cutAfter(std::uint64_t operations);
+  /// True once an operation has met the dead machine.
+  [[nodiscard]] bool wasCut() const;
+  /// Starts the machine again: puts under the root what would be there, and cuts no more.
+  void restart(Loss loss, std::uint32_t seed = 0);
+
+  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
+                                                 std::optional<Error>* error) override;
+  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                             std::optional<Error>* error) override;
+  bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
+                                         std::optional<Error>* error) override;
+  bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
+                                           std::optional<Error>* error) override;
+
+  /// Answers exchanges as a file system does that has no such step.
+  bool refusesExchanges = false;
+
+ private:
+  struct Node;
+  class File;
+  using NodePointer = std::shared_ptr<Node>;
+
+  bool begin(std::string_view path, std::optional<Error>* error);
+  NodePointer find(std::string_view path);
+  NodePointer parentOf(std::string_view path);
+  static NodePointer scan(const std::string& path);
+  void wipe();
+  void write(const Node& node, const std::string& path, Loss loss, std::mt19937& chance);
+
+  mutable std::mutex mutex_;
+  std::string rootPath_;
+  NodePointer root_;
+  std::uint64_t operations_ = 0;
+  std::uint64_t cutAt_ = UINT64_MAX;
+  bool wasCut_ = false;
+};
+
+}  // namespace kiv::test

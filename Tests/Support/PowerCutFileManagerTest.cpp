@@ -1,0 +1,75 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include <gtest/gtest.h>
+
+#include "Tests/Support/PowerCutFileManager.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+namespace kiv::test {
+namespace {
+
+/// The double itself: it must lose what was not synced, or the tests that use it prove nothing.
+class PowerCutFileManagerTest : public testing::Test {
+ protected:
+  void write(const std::string& name, std::string_view bytes, bool synced) {
+    const auto file = files_.createFileAtPath(scratch_.path(name), nullptr);
+    ASSERT_TRUE(file && file->write(bytes, nullptr));
+    if (synced) {
+      ASSERT_TRUE(file->synchronize(nullptr));
+    }
+    ASSERT_TRUE(file->close(nullptr));
+  }
+  std::optional<std::string> read(const std::string& name) {
+    if (!std::filesystem::exists(scratch_.path(name))) return std::nullopt;
+    std::ifstream stream(scratch_.path(name));
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+  }
+
+  TemporaryDirectory scratch_;
+  PowerCutFileManager files_{scratch_.path()};
+};
+
+TEST_F(PowerCutFileManagerTest, ANameThatWasNotSyncedIsLost) {
+  write("a", "bytes", true);
+  files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
+  EXPECT_EQ(read("a"), std::nullopt);
+}
+
+TEST_F(PowerCutFileManagerTest, BytesThatWereNotSyncedAreLostUnderASyncedName) {
+  write("a", "bytes", false);
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
+  EXPECT_EQ(read("a"), "");
+}
+
+TEST_F(PowerCutFileManagerTest, WhatWasSyncedStays) {
+  write("a", "bytes", true);
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
+  EXPECT_EQ(read("a"), "bytes");
+}
+
+TEST_F(PowerCutFileManagerTest, ARenameThatWasNotSyncedIsUndone) {
+  write("a", "old", true);
+  write("b", "new", true);
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  ASSERT_TRUE(files_.moveItemAtPath_toPath(scratch_.path("b"), scratch_.path("a"), nullptr));
+  EXPECT_EQ(read("a"), "new");
+  files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
+  EXPECT_EQ(read("a"), "old");
+  EXPECT_EQ(read("b"), "new");
+}
+
+TEST_F(PowerCutFileManagerTest, NothingWorksAfterTheCut) {
+  files_.cutAfter(1);
+  EXPECT_TRUE(files_.createDirectoryAtPath(scratch_.path("a"), nullptr));
+  EXPECT_FALSE(files_.wasCut());
+  EXPECT_FALSE(files_.createDirectoryAtPath(scratch_.path("b"), nullptr));
+  EXPECT_TRUE(files_.wasCut());
+  EXPECT_FALSE(std::filesystem::exists(scratch_.path("b")));
+}
+
+}  // namespace
+}  // namespace kiv::test
