@@ -31,18 +31,18 @@
 /// Names of operations are spelled keyword by keyword: every inner colon of a name is a `_`, as in
 /// loadResourceWithID_forConfig(resourceID, config).
 
-#include "KivResource/KivResourceConstants.h"        // IWYU pragma: export
-#include "KivResource/KivResourceFactory.h"          // IWYU pragma: export
-#include "KivResource/KivResourceManager.h"          // IWYU pragma: export
-#include "KivResource/KivResourceManagerObserver.h"  // IWYU pragma: export
-#include "KivResource/KivResourceObject.h"           // IWYU pragma: export
-#include "KivResource/KivResourceRESTModule.h"       // IWYU pragma: export
-#include "KivResource/KivResourceStandard.h"         // IWYU pragma: export
-#include "KivResource/KivResourceStorageModule.h"    // IWYU pragma: export
-#include "KivResource/KivResourceVersion.h"          // IWYU pragma: export
-#include "KivResource/KivResourceVideo.h"            // IWYU pragma: export
-#include "KivResource/KivResourceWeb.h"              // IWYU pragma: export
-#include "KivResource/NSError+KivResource.h"         // IWYU pragma: export
+#include "KivResource/KivResourceConstants.h"               // IWYU pragma: export
+#include "KivResource/KivResourceFactory.h"                 // IWYU pragma: export
+#include "KivResource/KivResourceManager.h"                 // IWYU pragma: export
+#include "KivResource/KivResourceManagerObserver.h"         // IWYU pragma: export
+#include "KivResource/KivResourceObject.h"                  // IWYU pragma: export
+#include "KivResource/KivResourceRESTModule.h"              // IWYU pragma: export
+#include "KivResource/KivResourceStandard.h"                // IWYU pragma: export
+#include "KivResource/KivResourceStorageModule.h"           // IWYU pragma: export
+#include "KivResource/KivResourceVersion.h"                 // IWYU pragma: export
+#include "KivResource/KivResourceVideo.h"                   // IWYU pragma: export
+#include "KivResource/KivResourceWeb.h"                     // IWYU pragma: export
+#include "KivResource/NSError+KivResource.h"                // IWYU pragma: export
 #include "Platform/AppConfiguration/KivAppConfiguration.h"  // IWYU pragma: export
 #include "Platform/Foundation/Bundle.h"                     // IWYU pragma: export
 #include "Platform/Foundation/DispatchQueue.h"              // IWYU pragma: export

@@ -5,12 +5,14 @@
 #include <utility>
 
 #include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/SystemLog.h"
 
 namespace {
 
-kiv::ResourceArray copiesOf(const kiv::ResourceArray& resources) {
+template <class Resources>
+kiv::ResourceArray copiesOf(const Resources& resources) {
   kiv::ResourceArray copies;
   copies.reserve(resources.size());
   for (const auto& resource : resources) {
@@ -83,20 +85,22 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithType(
 }
 
 kiv::ResourceArray KivResourceManager::allLoadedResourcesWithCopy(bool copy) const {
-  return copy ? copiesOf(loadedResources_->resources()) : loadedResources_->resources();
+  return copy ? copiesOf(*loadedResources_) : loadedResources_->resources();
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
     const std::optional<std::string>& resourceID, bool copy) const {
-  auto found = findResourcesInList_withValue_forPropertyName(loadedResources_->resources(),
-                                                             resourceID, "resourceID");
+  // No resource is without an identifier.
+  if (!resourceID) return {};
+  auto found = loadedResources_->resourcesWithID(*resourceID);
   return copy ? copiesOf(found) : found;
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
     const std::optional<std::string>& type, bool copy) const {
-  auto found =
-      findResourcesInList_withValue_forPropertyName(loadedResources_->resources(), type, "type");
+  // No resource is without a type.
+  if (!type) return {};
+  auto found = loadedResources_->resourcesWithType(*type);
   return copy ? copiesOf(found) : found;
 }
 
@@ -122,21 +126,41 @@ void KivResourceManager::removeObserver(
   multicastObserver_->removeDelegate(observer);
 }
 
+// --- Steps ---------------------------------------------------------------------------------------
+
+void KivResourceManager::endStep() {
+  if (std::exchange(listIsChanged_, false)) saveLoadedResorcesList();
+  for (auto& callback : std::exchange(callbacks_, {}))
+    multicastObserver_->send(std::move(callback));
+}
+
+void KivResourceManager::endStepLater() {
+  const auto queue = kiv::DispatchQueue::ofRunningJob();
+  if (!queue) {
+    endStep();
+  } else if (!std::exchange(endIsScheduled_, true)) {
+    queue->async([self = shared_from_this()] {
+      self->endIsScheduled_ = false;
+      self->endStep();
+    });
+  }
+}
+
 void KivResourceManager::announceLoaded(const std::shared_ptr<KivResource>& resource) {
-  multicastObserver_->send([self = shared_from_this(), resource](auto& observer) {
+  callbacks_.emplace_back([self = shared_from_this(), resource](auto& observer) {
     observer.resourceManager_didLoadResource(self, resource);
   });
 }
 
 void KivResourceManager::announceFailed(const std::shared_ptr<KivResource>& resource,
                                         const std::optional<kiv::Error>& error) {
-  multicastObserver_->send([self = shared_from_this(), resource, error](auto& observer) {
+  callbacks_.emplace_back([self = shared_from_this(), resource, error](auto& observer) {
     observer.resourceManager_didFailToLoadResource_withError(self, resource, error);
   });
 }
 
 void KivResourceManager::announceFinish() {
-  multicastObserver_->send([self = shared_from_this()](auto& observer) {
+  callbacks_.emplace_back([self = shared_from_this()](auto& observer) {
     observer.resourceManagerDidFinishLoading(self);
   });
 }

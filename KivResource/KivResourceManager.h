@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceManagerObserver.h"
@@ -15,6 +17,10 @@
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
+
+namespace kiv {
+class MergeCandidates;
+}
 
 /// The one object through which a host uses the framework: the registry of loaded resources, the
 /// passes that bring it up to date with a configuration, the queries and the observers.
@@ -53,7 +59,8 @@ class KIV_EXPORT KivResourceManager final
   ///
   /// While downloads of an earlier pass are in flight the pass is refused: every resource of the
   /// configuration is reported failed with error 100, then comes a finish, and the earlier pass
-  /// goes on. Otherwise observers hear of each resource that is loaded or failed, and of the finish.
+  /// goes on. Otherwise observers hear of each resource that is loaded or failed, and of the
+  /// finish.
   void loadResourcesForConfig(const kiv::Value& config);
   /// The same for the resources of that identifier alone; without an identifier for all. An empty
   /// one selects empty identifiers.
@@ -153,13 +160,17 @@ class KIV_EXPORT KivResourceManager final
   void create();
 
   void refusePass(const kiv::ResourceArray& resources);
-  void mergeResource(const std::shared_ptr<KivResource>& resource, kiv::ResourceList& unmatched);
+  void mergeResource(const std::shared_ptr<KivResource>& resource,
+                     kiv::MergeCandidates& candidates);
   void downloadFile(const std::string& fileLink, const std::shared_ptr<KivResource>& resource);
   void completeDownload(const std::optional<kiv::Data>& data,
                         const std::optional<kiv::Error>& error, const std::string& fileLink,
                         const std::shared_ptr<KivResource>& resource);
-  [[nodiscard]] bool isUsedByOthers(std::string_view path,
-                                    const std::shared_ptr<KivResource>& owner) const;
+  /// One step of the manager: what changed is saved, and what is to be heard is sent, when the
+  /// outermost step ends, or, where steps follow each other in the manager's queue, once for all.
+  class Step;
+  void endStep();
+  void endStepLater();
 
   void announceLoaded(const std::shared_ptr<KivResource>& resource);
   void announceFailed(const std::shared_ptr<KivResource>& resource,
@@ -171,4 +182,9 @@ class KIV_EXPORT KivResourceManager final
   std::optional<kiv::ResourceArray> resourcesForRemove_;
   std::int64_t loadingResourcesFilesCount_ = 0;
   std::shared_ptr<KivResourceRESTModule> loader_;
+
+  int stepDepth_ = 0;
+  bool listIsChanged_ = false;
+  bool endIsScheduled_ = false;
+  std::vector<std::function<void(KivResourceManagerObserver&)>> callbacks_;
 };

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "KivResource/KivResourceManager.h"
+#include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/Foundation/SystemLog.h"
@@ -32,10 +32,11 @@ void logFailedFile(std::string_view fileName, const KivResource& resource,
 }  // namespace
 
 void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  const Step step(*this);
   if (resource->filesExist()) {
     // Complete on arrival: older versions with the same identifier stay beside it.
     loadedResources_->append(resource);
-    saveLoadedResorcesList();
+    listIsChanged_ = true;
     announceLoaded(resource);
     return;
   }
@@ -66,6 +67,7 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
                                           const std::optional<kiv::Error>& error,
                                           const std::string& fileLink,
                                           const std::shared_ptr<KivResource>& resource) {
+  const Step step(*this, Step::End::withOthers);
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
   if (error || !data) {
     logFailedFile(fileName, *resource, error);
@@ -81,6 +83,7 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
 void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     const kiv::Data& data, const std::string& fileLink,
     const std::shared_ptr<KivResource>& resource) {
+  const Step step(*this);
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
   std::optional<kiv::Error> error;
   if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
@@ -93,11 +96,12 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
 
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,
                                                    const std::shared_ptr<KivResource>& resource) {
+  const Step step(*this);
   resource->setPath(path);
   if (!resource->filesExist()) return;
   loadedResources_->append(resource);
   removeOldResourcesForResource(resource);
-  saveLoadedResorcesList();
+  listIsChanged_ = true;
   announceLoaded(resource);
 }
 
@@ -107,24 +111,16 @@ void KivResourceManager::removeOldResourcesForResource(
   std::erase(older, resource);
   // All leave the registry before any file goes, so that a file which only they share goes too.
   loadedResources_->removeAll(older);
-  for (const auto& old : older) removeFilesForResource(old);
+  for (const auto& old : older)
+    removeFilesForResource(old);
 }
 
 void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
   for (const std::string& path : resource->useFilePaths()) {
-    if (!isUsedByOthers(path, resource)) {
+    if (!loadedResources_->isPathUsedByOthers(path, *resource)) {
       KivResourceStorageModule::removeResourceFileWithPath_error(path);
     }
   }
-}
-
-bool KivResourceManager::isUsedByOthers(std::string_view path,
-                                        const std::shared_ptr<KivResource>& owner) const {
-  return std::any_of(loadedResources_->begin(), loadedResources_->end(), [&](const auto& other) {
-    if (other == owner) return false;
-    const auto paths = other->useFilePaths();
-    return std::find(paths.begin(), paths.end(), path) != paths.end();
-  });
 }
 
 void KivResourceManager::removeResource(const std::shared_ptr<KivResource>& resource) {

@@ -1,7 +1,8 @@
 // The manager's passes: from a configuration to the merge, the finish and the stop.
 
 #include "KivResource/KivResourceFactory.h"
-#include "KivResource/KivResourceManager.h"
+#include "KivResource/KivResourceManagerStep.h"
+#include "KivResource/KivResourceMergeCandidates.h"
 #include "KivResource/NSError+KivResource.h"
 
 void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
@@ -25,6 +26,7 @@ void KivResourceManager::updateResourcesForConfig(const kiv::Value& config) {
 void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const kiv::Value& config, const std::optional<std::string>& resourceID,
     const std::optional<std::string>& type, bool replace) {
+  const Step step(*this);
   auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(config);
   if (loadingResourcesFilesCount_ > 0) {
     refusePass(resources);
@@ -46,50 +48,48 @@ void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
 /// Reports every resource of the configuration, whatever the filters. The running pass goes on,
 /// but the finish applies its pending removals early.
 void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
-  const kiv::Error busy(
-      KivResourceErrorDomain, DownloadQueueIsBusyKivResourceErrorCode,
-      "Resource download was canceled because the download queue is busy.");
-  for (const auto& resource : resources) announceFailed(resource, busy);
+  const kiv::Error busy(KivResourceErrorDomain, DownloadQueueIsBusyKivResourceErrorCode,
+                        "Resource download was canceled because the download queue is busy.");
+  for (const auto& resource : resources)
+    announceFailed(resource, busy);
   finishLoading();
 }
 
 void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceArray& newResources,
                                                             bool deleteRest) {
-  kiv::ResourceList unmatched = *loadedResources_;
-  for (const auto& resource : newResources) mergeResource(resource, unmatched);
-  if (deleteRest) resourcesForRemove_ = unmatched.resources();
+  const Step step(*this);
+  kiv::MergeCandidates candidates(*loadedResources_);
+  for (const auto& resource : newResources)
+    mergeResource(resource, candidates);
+  if (deleteRest) resourcesForRemove_ = candidates.rest();
   if (loadingResourcesFilesCount_ > 0) return;
   finishLoading();
 }
 
 /// Compares one new resource with its loaded counterpart, which can match no second one.
 void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resource,
-                                       kiv::ResourceList& unmatched) {
-  const auto counterparts = findResourcesInList_withValue_forPropertyName(
-      unmatched.resources(), resource->resourceID(), "resourceID");
-  if (counterparts.empty()) {
-    loadFilesForResource(resource);
-    return;
-  }
-  const auto& counterpart = counterparts.front();
-  if (resource->updated() <= counterpart->updated()) {
+                                       kiv::MergeCandidates& candidates) {
+  const auto counterpart = candidates.take(resource->resourceID());
+  if (counterpart && resource->updated() <= counterpart->updated()) {
     announceLoaded(counterpart);
   } else {
     loadFilesForResource(resource);
   }
-  unmatched.remove(counterpart);
 }
 
 void KivResourceManager::finishLoading() {
+  const Step step(*this);
   if (resourcesForRemove_) {
-    for (const auto& resource : *resourcesForRemove_) removeResource(resource);
-    saveLoadedResorcesList();
+    for (const auto& resource : *resourcesForRemove_)
+      removeResource(resource);
+    listIsChanged_ = true;
     resourcesForRemove_ = std::nullopt;
   }
   announceFinish();
 }
 
 void KivResourceManager::stopLoading() {
+  const Step step(*this);
   loader_->canselLoading();
   loadingResourcesFilesCount_ = 0;
   // Not finishLoading(): what a stopped update pass was going to remove stays.

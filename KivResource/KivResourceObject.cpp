@@ -29,6 +29,8 @@ kiv::Value valueOf(const std::shared_ptr<kiv::Dictionary>& dictionary) {
 
 }  // namespace
 
+std::atomic<std::uint64_t> KivResource::changesOfListedResources_ = 0;
+
 KivResource::KivResource() = default;
 KivResource::~KivResource() = default;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -10,6 +11,11 @@
 
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Value.h"
+
+namespace kiv {
+class ResourceIndex;
+class ResourceList;
+}  // namespace kiv
 
 /// One advertising resource: the fields that all kinds share, the dictionary that describes it, and
 /// the operations through which the manager brings its files.
@@ -26,6 +32,9 @@
 /// the manager. From the moment that it announces a resource as complete, others may read it on
 /// their own queues: an operation that has nothing to change writes nothing, not even the same
 /// value.
+///
+/// A registry finds its resources by an index, and trusts a resource of one of the framework's own
+/// classes to tell it of changes; see kiv::ResourceIndex.
 ///
 /// Deriving a kind: override setUp() and the file operations, emptyInstance() for copies to be of
 /// the kind's own class, valueForProperty() for its properties; and give it an operation that
@@ -73,7 +82,10 @@ class KIV_EXPORT KivResource {
 
   /// Category of the resource, by which the manager selects.
   [[nodiscard]] std::string type() const { return type_.string(); }
-  void setType(std::string_view type) { type_ = type; }
+  void setType(std::string_view type) {
+    type_ = type;
+    noteChange();
+  }
 
   /// The string that chose the kind.
   [[nodiscard]] std::string engine() const { return engine_.string(); }
@@ -81,7 +93,10 @@ class KIV_EXPORT KivResource {
 
   /// Identifier, which the versions of one resource share.
   [[nodiscard]] std::string resourceID() const { return resourceID_.string(); }
-  void setResourceID(std::string_view resourceID) { resourceID_ = resourceID; }
+  void setResourceID(std::string_view resourceID) {
+    resourceID_ = resourceID;
+    noteChange();
+  }
 
   /// Another identifier, for the host; "undefined" where the dictionary has none.
   [[nodiscard]] std::string uid() const { return uid_.string(); }
@@ -149,11 +164,36 @@ class KIV_EXPORT KivResource {
 
   /// Sets a field, unless it has that value already.
   template <class Field>
-  static void update(Field& field, const Field& value) {
-    if (!(field == value)) field = value;
+  void update(Field& field, const Field& value) {
+    if (field == value) return;
+    field = value;
+    noteChange();
+  }
+
+  /// To be called after every change of what a registry's index relies on: identifier, type, paths
+  /// of files in use.
+  void noteChange() noexcept {
+    if (isListed_) ++changesOfListedResources_;
+  }
+  /// To be called when something is handed out through which the paths of files in use can change
+  /// without a noteChange().
+  void noteExposure() const noexcept {
+    if (!isExposed_.exchange(true) && isListed_) ++changesOfListedResources_;
   }
 
  private:
+  friend class kiv::ResourceIndex;
+  friend class kiv::ResourceList;
+
+  /// How often resources of any registry changed what an index relies on.
+  static std::uint64_t changesOfListedResources() noexcept { return changesOfListedResources_; }
+  void noteListed() noexcept {
+    if (!isListed_) isListed_ = true;
+  }
+  [[nodiscard]] bool isExposed() const noexcept { return isExposed_; }
+
+  static std::atomic<std::uint64_t> changesOfListedResources_;
+
   // Strings are held as values, because a value shares its characters with the dictionary that it
   // was taken from.
   kiv::Value name_;
@@ -163,6 +203,8 @@ class KIV_EXPORT KivResource {
   kiv::Value uid_;
   std::uint64_t priority_ = 0;
   std::uint64_t updated_ = 0;
+  bool isListed_ = false;
+  mutable std::atomic<bool> isExposed_ = false;
   std::shared_ptr<kiv::Dictionary> resourceDictionary_;
   std::shared_ptr<kiv::Dictionary> options_;
 };

@@ -61,7 +61,8 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
 
 void KivResourceRESTModule::canselLoading() {
   // The callbacks go first, so that no cancelled task can come back through its caller's handler.
-  for (const auto& task : restService_->currentQueue()) task->setCompletionHandler(nullptr);
+  for (const auto& task : restService_->currentQueue())
+    task->setCompletionHandler(nullptr);
   restService_->cancelAllTasks();
 }
 

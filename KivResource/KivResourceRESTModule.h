@@ -32,7 +32,8 @@ class KIV_EXPORT KivResourceRESTModule {
  public:
   /// What a download ends with: the bytes, or an error, or both where a transfer broke after some
   /// bytes had come.
-  using CompletionHandler = std::function<void(std::optional<kiv::Data>, std::optional<kiv::Error>)>;
+  using CompletionHandler =
+      std::function<void(std::optional<kiv::Data>, std::optional<kiv::Error>)>;
 
   /// A module with a client of its own.
   KivResourceRESTModule();

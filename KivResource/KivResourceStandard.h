@@ -32,11 +32,17 @@ class KIV_EXPORT KivResourceStandard : public KivResource {
 
   /// Local path of the image, or nothing as long as it is not loaded.
   [[nodiscard]] std::optional<std::string> image() const { return optionalString(image_); }
-  void setImage(const std::optional<std::string>& image) { image_ = image; }
+  void setImage(const std::optional<std::string>& image) {
+    image_ = image;
+    noteChange();
+  }
 
   /// True once the image was seen on disk.
   [[nodiscard]] bool fileIsLoaded() const noexcept { return fileIsLoaded_; }
-  void setFileIsLoaded(bool fileIsLoaded) noexcept { fileIsLoaded_ = fileIsLoaded; }
+  void setFileIsLoaded(bool fileIsLoaded) noexcept {
+    fileIsLoaded_ = fileIsLoaded;
+    noteChange();
+  }
 
   /// The resource dictionary's key of the image that was chosen.
   [[nodiscard]] std::string requiredImageField() const { return requiredImageField_.string(); }

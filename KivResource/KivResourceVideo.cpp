@@ -119,6 +119,7 @@ void KivResourceVideo::addPath(const std::string& path) {
   if (std::find(paths.begin(), paths.end(), path) != paths.end()) return;
   if (!filePaths_) filePaths_ = std::make_shared<StringList>();
   filePaths_->push_back(path);
+  noteChange();
 }
 
 std::optional<kiv::Value> KivResourceVideo::valueForProperty(std::string_view name) const {

@@ -71,10 +71,13 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   /// Local paths of the files that are present, in the order in which they came. The setter keeps
   /// the given list itself; none counts as an empty one.
   [[nodiscard]] const std::shared_ptr<std::vector<std::string>>& filePaths() const noexcept {
+    noteExposure();
     return filePaths_;
   }
   void setFilePaths(std::shared_ptr<std::vector<std::string>> filePaths) noexcept {
     filePaths_ = std::move(filePaths);
+    noteExposure();
+    noteChange();
   }
 
   /// The resource dictionary's key of the video that was chosen.

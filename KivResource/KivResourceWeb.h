@@ -27,11 +27,17 @@ class KIV_EXPORT KivResourceWeb : public KivResource {
 
   /// Local path of the page, or nothing as long as it is not loaded.
   [[nodiscard]] std::optional<std::string> html() const { return optionalString(html_); }
-  void setHtml(const std::optional<std::string>& html) { html_ = html; }
+  void setHtml(const std::optional<std::string>& html) {
+    html_ = html;
+    noteChange();
+  }
 
   /// True once the page was seen on disk.
   [[nodiscard]] bool fileIsLoaded() const noexcept { return fileIsLoaded_; }
-  void setFileIsLoaded(bool fileIsLoaded) noexcept { fileIsLoaded_ = fileIsLoaded; }
+  void setFileIsLoaded(bool fileIsLoaded) noexcept {
+    fileIsLoaded_ = fileIsLoaded;
+    noteChange();
+  }
 
  protected:
   KivResourceWeb() = default;

@@ -150,8 +150,12 @@ std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label) {
   return queue;
 }
 
+std::shared_ptr<DispatchQueue> DispatchQueue::ofRunningJob() {
+  return State::running ? State::running->handle.lock() : nullptr;
+}
+
 std::shared_ptr<DispatchQueue> DispatchQueue::current() {
-  if (State::running) return State::running->handle.lock();
+  if (State::running) return ofRunningJob();
   return isMainThread() ? main() : nullptr;
 }
 

@@ -31,6 +31,9 @@ class KIV_EXPORT DispatchQueue {
   /// system has no thread left.
   static std::shared_ptr<DispatchQueue> serial(std::string label);
 
+  /// The queue whose job runs now on this thread; none where no job does.
+  static std::shared_ptr<DispatchQueue> ofRunningJob();
+
   /// The queue whose job runs now on this thread; on the main thread otherwise the main queue;
   /// on any other thread none. None also in the jobs of a queue that nobody holds any more.
   static std::shared_ptr<DispatchQueue> current();
