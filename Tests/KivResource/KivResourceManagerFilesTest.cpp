@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/NSError+KivResource.h"
+#include "Tests/Support/ForwardingFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
 
 namespace {
@@ -202,8 +203,8 @@ TEST_F(KivResourceManagerFilesTest, AFailedResourceEntersTheRegistryIfItStillBec
 
 TEST_F(KivResourceManagerFilesTest, TwoResourcesThatShareAFileEachDownloadIt) {
   manager->loadResourcesForConfig(config({banner("a", 1, "x/s.png"), banner("b", 1, "y/s.png")}));
-  EXPECT_THAT(client->urls, ElementsAre("http://main.test/files/x/s.png",
-                                        "http://main.test/files/y/s.png"));
+  EXPECT_THAT(client->urls,
+              ElementsAre("http://main.test/files/x/s.png", "http://main.test/files/y/s.png"));
   client->succeed("/x/s.png", "first");
   client->succeed("/y/s.png", "second");
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "finished"));
@@ -225,7 +226,7 @@ TEST_F(KivResourceManagerFilesTest, AFailureToStoreIsReportedAfterTheSuccessLine
 }
 
 class HostileFileLinkTest : public KivResourceManagerFilesTest,
-                        public testing::WithParamInterface<std::string> {};
+                            public testing::WithParamInterface<std::string> {};
 
 TEST_P(HostileFileLinkTest, FailsWithAnErrorAndChangesNothingOnDisk) {
   load({banner("safe", 1, "safe.png"), page("zipped", 1, "keep.html")});
@@ -253,11 +254,11 @@ TEST_P(HostileFileLinkTest, FailsWithAnErrorAndChangesNothingOnDisk) {
   EXPECT_THAT(manager->loadedResourcesWithID("evil"), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, HostileFileLinkTest,
-    testing::Values("", ".", "..", "dir/", "dir/.", "dir/..", "/", ".zip", "..zip", "...zip",
-                    "dir/.zip", "dir/..zip", "dir/...zip", std::string("nul\0.html", 9),
-                    "back\\slash.html", std::string(256, 'n'), std::string(252, 'n') + ".zip"));
+INSTANTIATE_TEST_SUITE_P(Names, HostileFileLinkTest,
+                         testing::Values("", ".", "..", "dir/", "dir/.", "dir/..", "/", ".zip",
+                                         "..zip", "...zip", "dir/.zip", "dir/..zip", "dir/...zip",
+                                         std::string("nul\0.html", 9), "back\\slash.html",
+                                         std::string(256, 'n'), std::string(252, 'n') + ".zip"));
 
 TEST_F(KivResourceManagerFilesTest, ANameOf255BytesIsStored) {
   const std::string name = std::string(251, 'n') + ".png";
@@ -266,15 +267,26 @@ TEST_F(KivResourceManagerFilesTest, ANameOf255BytesIsStored) {
   EXPECT_TRUE(exists(stored(name)));
 }
 
+/// Never finds files of one name.
+class ForgetfulFileManager final : public kiv::test::ForwardingFileManager {
+ public:
+  explicit ForgetfulFileManager(std::string name) : name_(std::move(name)) {}
+  bool fileExistsAtPath(std::string_view path) override {
+    return !path.ends_with(name_) && ForwardingFileManager::fileExistsAtPath(path);
+  }
+
+ private:
+  std::string name_;
+};
+
 TEST_F(KivResourceManagerFilesTest, StoredButNotFoundAgainByNameGivesNoCallback) {
-  // What is stored under the name is not a link's path here, so the kind ignores it.
-  load({banner("a", 1, "a.png")});
-  const auto resource = entry(0);
-  manager->removeResource(resource);
-  manager->saveLoadedData_forFileWithLink_andUpdateResource(kiv::Data("x"), "other.png",
-                                                            std::shared_ptr<KivResource>(resource));
-  takeEvents();
-  EXPECT_TRUE(exists(stored("other.png")));
+  const ForgetfulFileManager files("/lost.png");
+  manager->loadResourcesForConfig(config({banner("a", 1, "x/lost.png")}));
+  client->succeed("/lost.png");
+  EXPECT_TRUE(exists(stored("lost.png")));
+  EXPECT_THAT(takeEvents(), ElementsAre("finished"));
+  EXPECT_THAT(registry(), IsEmpty());
+  EXPECT_EQ(manager->loadingResourcesFilesCount(), 0);
 }
 
 // --- Replacing older versions --------------------------------------------------------------------

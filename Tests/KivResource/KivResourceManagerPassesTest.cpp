@@ -143,8 +143,7 @@ TEST_F(KivResourceManagerPassesTest, AnIdentifierThatNoItemHasGivesOneFinish) {
 }
 
 TEST_F(KivResourceManagerPassesTest, TheIdentifierSelectsEveryItemThatHasIt) {
-  manager->loadResourceWithID_forConfig("a",
-                                        config({plain("a", 1), plain("b", 1), plain("a", 2)}));
+  manager->loadResourceWithID_forConfig("a", config({plain("a", 1), plain("b", 1), plain("a", 2)}));
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded a", "finished"));
 }
 
@@ -206,7 +205,8 @@ TEST_F(KivResourceManagerPassesTest, ABusyManagerRefusesThePassAndGoesOn) {
               "Resource download was canceled because the download queue is busy.");
     EXPECT_EQ(failure.error->userInfo.size(), 1U);
   }
-  for (const char* name : {"/a.png", "/b.png", "/c.png"}) client->succeed(name);
+  for (const char* name : {"/a.png", "/b.png", "/c.png"})
+    client->succeed(name);
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "loaded c", "finished"));
 }
 

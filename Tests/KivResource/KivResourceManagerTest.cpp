@@ -1,11 +1,10 @@
-#include "KivResource/KivResourceManager.h"
-
 #include <future>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "Tests/Support/ManagerFixture.h"

@@ -1,11 +1,10 @@
-#include "KivResource/KivResourceRESTModule.h"
+#include <limits>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourceRESTModule.h"
 #include "KivResource/NSError+KivResource.h"
 #include "Platform/AppConfiguration/KivAppConfiguration.h"
 #include "Tests/Support/FakeRESTService.h"
@@ -223,8 +222,7 @@ TEST_F(KivResourceRESTModuleTest, NeitherResponseNorErrorIsError102WithStatus0) 
 
 TEST_F(KivResourceRESTModuleTest, ATransferErrorGoesOnUnchangedWhateverTheStatusAndTheData) {
   start("a.png");
-  client->end("a.png", kiv::HTTPResponse(500), kiv::Data("half"),
-              FakeRESTService::transferError());
+  client->end("a.png", kiv::HTTPResponse(500), kiv::Data("half"), FakeRESTService::transferError());
   EXPECT_EQ(outcomes[0].error, FakeRESTService::transferError());
   EXPECT_EQ(outcomes[0].data, kiv::Data("half"));
 }

@@ -1,10 +1,9 @@
-#include "KivResource/KivResourceStorageModule.h"
+#include <limits>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <limits>
-
+#include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/JSON.h"
 #include "Tests/Support/CacheFixture.h"
 
@@ -87,7 +86,7 @@ TEST_F(KivResourceStorageModuleTest, DirectoriesAndDevicesAreNoStoredFiles) {
 }
 
 class HostileStoredNameTest : public KivResourceStorageModuleTest,
-                        public testing::WithParamInterface<std::string> {};
+                              public testing::WithParamInterface<std::string> {};
 
 TEST_P(HostileStoredNameTest, IsFoundNowhereAndNotStored) {
   // Pages where a careless look-up would land.
@@ -97,8 +96,7 @@ TEST_P(HostileStoredNameTest, IsFoundNowhereAndNotStored) {
   }
   EXPECT_EQ(Module::pathToResourceFileWithName(GetParam()), std::nullopt);
   MaybeError error;
-  EXPECT_FALSE(
-      Module::saveData_withResourceFileName_error(kiv::Data("bytes"), GetParam(), &error));
+  EXPECT_FALSE(Module::saveData_withResourceFileName_error(kiv::Data("bytes"), GetParam(), &error));
   ASSERT_TRUE(error.has_value());
   EXPECT_EQ(error->domain, KivStorageServiceErrorDomain);
   EXPECT_FALSE(error->localizedDescription().empty());
@@ -197,11 +195,14 @@ TEST_F(KivResourceStorageModuleTest, AnEmptyListIsSavedAsAnEmptyArray) {
 }
 
 TEST_F(KivResourceStorageModuleTest, AListComesBackWithEveryKindOfValueInOrder) {
-  const kiv::Array list{
-      kiv::Dictionary{{"z", 18446744073709551615U}, {"a", -3}, {"m", 4.5}, {"t", true},
-                      {"n", nullptr}, {"s", "\u00e9 \"quoted\" \n"},
-                      {"nested", kiv::Array{1, kiv::Dictionary{{"k", "v"}}}}},
-      kiv::Dictionary{{"second", 2}}};
+  const kiv::Array list{kiv::Dictionary{{"z", 18446744073709551615U},
+                                        {"a", -3},
+                                        {"m", 4.5},
+                                        {"t", true},
+                                        {"n", nullptr},
+                                        {"s", "\u00e9 \"quoted\" \n"},
+                                        {"nested", kiv::Array{1, kiv::Dictionary{{"k", "v"}}}}},
+                        kiv::Dictionary{{"second", 2}}};
   ASSERT_TRUE(Module::saveResourcesList_error(list));
   EXPECT_THAT(read(listPath()), HasSubstr("[\n  {\n    \"z\": 18446744073709551615,\n"));
   EXPECT_EQ(Module::loadResourcesListWithError(), list);
@@ -248,9 +249,9 @@ TEST_F(KivResourceStorageModuleTest, WithoutAnErrorPlaceABadListIsStillEmpty) {
 TEST_F(KivResourceStorageModuleTest, AListThatCannotBeWrittenLeavesThePreviousOne) {
   ASSERT_TRUE(Module::saveResourcesList_error(kiv::Array{kiv::Dictionary{{"a", 1}}}));
   const auto before = read(listPath());
-  for (const kiv::Value& value : {kiv::Value(std::numeric_limits<double>::infinity()),
-                                  kiv::Value(std::numeric_limits<double>::quiet_NaN()),
-                                  kiv::Value("\xff broken")}) {
+  for (const kiv::Value& value :
+       {kiv::Value(std::numeric_limits<double>::infinity()),
+        kiv::Value(std::numeric_limits<double>::quiet_NaN()), kiv::Value("\xff broken")}) {
     MaybeError error;
     const kiv::Array list{kiv::Dictionary{{"a", value}}};
     EXPECT_FALSE(Module::saveResourcesList_error(list, &error));

@@ -8,10 +8,10 @@
 #include "KivResource/KivResourceManager.h"
 #include "Platform/Foundation/DispatchQueue.h"
 #include "Platform/Foundation/JSON.h"
+#include "Tests/Support/CacheFixture.h"
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/LogCapture.h"
 #include "Tests/Support/RecordingObserver.h"
-#include "Tests/Support/CacheFixture.h"
 
 namespace kiv::test {
 
@@ -24,11 +24,16 @@ class ManagerFixture : public CacheFixture {
     restart();
   }
 
-  ~ManagerFixture() override { kiv::DispatchQueue::main()->drain(); }
+  ~ManagerFixture() override {
+    // A download that a test leaves in flight holds its manager, and that its client.
+    manager->loader()->canselLoading();
+    kiv::DispatchQueue::main()->drain();
+  }
 
   /// A new manager on the same storage, as after a restart of the host, with a new client.
   void restart() {
     kiv::DispatchQueue::main()->drain();
+    if (manager) manager->loader()->canselLoading();
     manager = KivResourceManager::newInstance();
     client = std::make_shared<FakeRESTService>();
     manager->loader()->setRestService(client);
@@ -59,36 +64,44 @@ class ManagerFixture : public CacheFixture {
 
   static kiv::Dictionary banner(const std::string& identifier, std::uint64_t updated,
                                 const std::string& link) {
-    return {{"engine", "eco_standard"}, {"name", "Banner " + identifier},
-            {"type", "banner"},         {"banner_id", identifier},
-            {"priority", 1},            {"updated", updated},
-            {"market_url", "market"},   {"image_728x90", link}};
+    return {{"engine", "eco_standard"},
+            {"name", "Banner " + identifier},
+            {"type", "banner"},
+            {"banner_id", identifier},
+            {"priority", 1},
+            {"updated", updated},
+            {"market_url", "market"},
+            {"image_728x90", link}};
   }
 
   static kiv::Dictionary video(const std::string& identifier, std::uint64_t updated,
                                const std::string& iconLink, const std::string& videoLink) {
-    return {{"engine", "eco_video"},   {"name", "Video " + identifier},
-            {"type", "video"},         {"banner_id", identifier},
-            {"priority", 2},           {"updated", updated},
-            {"title", "Title"},        {"market_url", "market"},
-            {"image", iconLink},       {"video_file_landscape", videoLink}};
+    return {{"engine", "eco_video"}, {"name", "Video " + identifier},
+            {"type", "video"},       {"banner_id", identifier},
+            {"priority", 2},         {"updated", updated},
+            {"title", "Title"},      {"market_url", "market"},
+            {"image", iconLink},     {"video_file_landscape", videoLink}};
   }
 
   static kiv::Dictionary page(const std::string& identifier, std::uint64_t updated,
                               const std::string& link) {
-    return {{"engine", "eco_fs"}, {"name", "Page " + identifier}, {"type", "page"},
-            {"banner_id", identifier}, {"priority", 3}, {"updated", updated}, {"html", link}};
+    return {{"engine", "eco_fs"}, {"name", "Page " + identifier},
+            {"type", "page"},     {"banner_id", identifier},
+            {"priority", 3},      {"updated", updated},
+            {"html", link}};
   }
 
   /// A resource that needs no files.
   static kiv::Dictionary plain(const std::string& identifier, std::uint64_t updated) {
-    return {{"engine", "eco_other"}, {"name", "Plain " + identifier}, {"type", "plain"},
-            {"banner_id", identifier}, {"priority", 0}, {"updated", updated}};
+    return {{"engine", "eco_other"}, {"name", "Plain " + identifier},
+            {"type", "plain"},       {"banner_id", identifier},
+            {"priority", 0},         {"updated", updated}};
   }
 
   static kiv::Value config(std::initializer_list<kiv::Dictionary> items) {
     kiv::Array array;
-    for (const auto& item : items) array.append(item);
+    for (const auto& item : items)
+      array.append(item);
     return kiv::Dictionary{{"items", array}};
   }
 
@@ -96,7 +109,8 @@ class ManagerFixture : public CacheFixture {
   /// what was heard.
   void load(std::initializer_list<kiv::Dictionary> items) {
     manager->loadResourcesForConfig(config(items));
-    while (!client->tasks.empty()) client->succeed("");
+    while (!client->tasks.empty())
+      client->succeed("");
     takeEvents();
     observer->clear();
     client->urls.clear();

@@ -279,10 +279,10 @@ TEST(KivRESTService, ABodyOfExactlyTheBoundIsTaken) {
   settings.largestBody = 1000;
   KivRESTService client(settings);
   const Load plain(client, server.url("/a"));
-  const Load chunked(client, server.url("/b"));
-  ASSERT_TRUE(plain.waitForEnd() && chunked.waitForEnd());
+  const Load inChunks(client, server.url("/b"));
+  ASSERT_TRUE(plain.waitForEnd() && inChunks.waitForEnd());
   EXPECT_EQ(plain.body().size(), 1000u);
-  EXPECT_EQ(chunked.body().size(), 1000u);
+  EXPECT_EQ(inChunks.body().size(), 1000u);
 }
 
 TEST(KivRESTService, AHostThatNeverAnswersEndsWithTheConnectTimeout) {

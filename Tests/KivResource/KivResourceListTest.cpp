@@ -1,0 +1,284 @@
+#include <algorithm>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "KivResource/KivResourceList.h"
+#include "KivResource/KivResourceStandard.h"
+#include "KivResource/KivResourceVideo.h"
+#include "KivResource/KivResourceWeb.h"
+
+namespace {
+
+using kiv::ResourceArray;
+using kiv::ResourceList;
+
+/// A kind of a host's own, which answers for its files whatever it was told last, without a notice.
+class HostKind final : public KivResource {
+ public:
+  static std::shared_ptr<HostKind> make(const kiv::Dictionary& dictionary) {
+    return initialised(std::shared_ptr<HostKind>(new HostKind), dictionary, "host");
+  }
+  [[nodiscard]] std::vector<std::string> useFilePaths() const override { return paths; }
+  std::vector<std::string> paths;
+};
+
+kiv::Dictionary item(const std::string& identifier, const std::string& type) {
+  return {{"name", "n"},
+          {"type", type},
+          {"banner_id", identifier},
+          {"priority", 1},
+          {"updated", 1},
+          {"market_url", "m"},
+          {"image_728x90", ""},
+          {"title", "t"},
+          {"image", ""},
+          {"video_file_landscape", ""},
+          {"html", ""}};
+}
+
+std::shared_ptr<KivResourceStandard> banner(const std::string& identifier,
+                                            const std::string& path = "") {
+  auto made = KivResourceStandard::initWithDictionary_engine(item(identifier, "t"), "eco_standard");
+  made->setImage(path);
+  made->setFileIsLoaded(!path.empty());
+  return made;
+}
+
+std::vector<std::string> paths(const KivResource& resource) {
+  return resource.useFilePaths();
+}
+
+// --- The plain walk that every answer is held against --------------------------------------------
+
+struct PlainWalk {
+  ResourceArray list;
+
+  [[nodiscard]] ResourceArray select(const std::string& property, const std::string& value) const {
+    ResourceArray found;
+    for (const auto& resource : list) {
+      if (resource->valueForProperty(property) == kiv::Value(value)) found.push_back(resource);
+    }
+    return found;
+  }
+  [[nodiscard]] bool isPathUsedByOthers(const std::string& path, const KivResource& owner) const {
+    return std::any_of(list.begin(), list.end(), [&](const auto& other) {
+      const auto used = paths(*other);
+      return other.get() != &owner && std::find(used.begin(), used.end(), path) != used.end();
+    });
+  }
+};
+
+ResourceArray iterated(const ResourceList& list) {
+  ResourceArray resources;
+  for (const auto& resource : list)
+    resources.push_back(resource);
+  return resources;
+}
+
+// --- Order and identity --------------------------------------------------------------------------
+
+TEST(ResourceListTest, KeepsItsOrderAndItsDuplicates) {
+  const auto a = banner("a");
+  const auto b = banner("b");
+  ResourceList list({b, a, b});
+  EXPECT_EQ(list.size(), 3U);
+  EXPECT_EQ(list.resources(), (ResourceArray{b, a, b}));
+  EXPECT_EQ(iterated(list), list.resources());
+  EXPECT_EQ(list[2], b);
+}
+
+TEST(ResourceListTest, RemovesEveryOccurrenceOfThatVeryObject) {
+  const auto a = banner("a");
+  const auto twin = banner("a");
+  ResourceList list({a, twin, a});
+  list.remove(a);
+  EXPECT_EQ(list.size(), 1U);
+  EXPECT_EQ(iterated(list), ResourceArray{twin});
+  list.remove(a);
+  list.remove(nullptr);
+  list.append(nullptr);
+  EXPECT_EQ(list.resources(), ResourceArray{twin});
+  list.append(a);
+  EXPECT_EQ(list.resourcesWithID("a"), (ResourceArray{twin, a}));
+}
+
+TEST(ResourceListTest, AnEmptyListAnswersNothing) {
+  const ResourceList list;
+  EXPECT_TRUE(list.empty());
+  EXPECT_TRUE(list.resources().empty());
+  EXPECT_TRUE(iterated(list).empty());
+  EXPECT_TRUE(list.resourcesWithID("").empty());
+  EXPECT_FALSE(list.isPathUsedByOthers("", *banner("a")));
+}
+
+// --- Properties that change under the index ------------------------------------------------------
+
+TEST(ResourceListTest, FindsAResourceUnderTheIdentifierAndTypeThatItHasNow) {
+  const auto a = banner("a");
+  ResourceList list({a});
+  ASSERT_EQ(list.resourcesWithID("a").size(), 1U);
+  a->setResourceID("b");
+  a->setType("other");
+  EXPECT_TRUE(list.resourcesWithID("a").empty());
+  EXPECT_EQ(list.resourcesWithID("b"), ResourceArray{a});
+  EXPECT_EQ(list.resourcesWithType("other"), ResourceArray{a});
+  a->setResourceID("c");
+  list.remove(a);
+  EXPECT_TRUE(list.empty());
+}
+
+TEST(ResourceListTest, SeesThePathsThatSettersBring) {
+  const auto standard = banner("a");
+  const auto web = KivResourceWeb::initWithDictionary_engine(item("w", "t"), "eco_fs");
+  const auto video = KivResourceVideo::initWithDictionary_engine(item("v", "t"), "eco_video");
+  const auto stranger = banner("x");
+  ResourceList list({standard, web, video});
+  ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  standard->setImage("/p");
+  EXPECT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  standard->setFileIsLoaded(true);
+  EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
+  EXPECT_FALSE(list.isPathUsedByOthers("/p", *standard));
+  web->setHtml("/q");
+  web->setFileIsLoaded(true);
+  EXPECT_TRUE(list.isPathUsedByOthers("/q", *stranger));
+  video->addPath("/r");
+  EXPECT_TRUE(list.isPathUsedByOthers("/r", *stranger));
+  video->setFilePaths(std::make_shared<std::vector<std::string>>(1, "/s"));
+  EXPECT_TRUE(list.isPathUsedByOthers("/s", *stranger));
+  EXPECT_FALSE(list.isPathUsedByOthers("/r", *stranger));
+}
+
+TEST(ResourceListTest, SeesAPathThatIsWrittenIntoAListThatWasHandedOut) {
+  const auto video = KivResourceVideo::initWithDictionary_engine(item("v", "t"), "eco_video");
+  const auto stranger = banner("x");
+  ResourceList list({video});
+  ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  const auto handedOut = video->filePaths();
+  ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  handedOut->push_back("/p");
+  EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
+}
+
+TEST(ResourceListTest, AsksAHostsOwnKindEveryTime) {
+  const auto host = HostKind::make(item("h", "t"));
+  const auto stranger = banner("x");
+  ResourceList list({banner("a"), host});
+  ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  host->paths = {"/p"};
+  EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
+  EXPECT_EQ(list.resourcesWithID("h"), ResourceArray{host});
+  list.remove(host);
+  EXPECT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+}
+
+// --- Random operations ---------------------------------------------------------------------------
+
+class RandomOperations {
+ public:
+  explicit RandomOperations(std::uint32_t seed) : random_(seed) {
+    for (int number = 0; number < 40; ++number)
+      pool_.push_back(newResource());
+  }
+
+  void step() {
+    const auto& resource = pool_[below(pool_.size())];
+    switch (below(8)) {
+      case 0:
+      case 1:
+      case 2:
+        list_.append(resource);
+        walk_.list.push_back(resource);
+        break;
+      case 3:
+        list_.remove(resource);
+        std::erase(walk_.list, resource);
+        break;
+      case 4:
+        removeSeveral();
+        break;
+      case 5:
+        resource->setResourceID(name());
+        break;
+      case 6:
+        resource->setType(name());
+        break;
+      default:
+        changePaths(*resource);
+    }
+  }
+
+  void check() {
+    ASSERT_EQ(list_.size(), walk_.list.size());
+    ASSERT_EQ(iterated(list_), walk_.list);
+    const std::string value = name();
+    ASSERT_EQ(list_.resourcesWithID(value), walk_.select("resourceID", value));
+    ASSERT_EQ(list_.resourcesWithType(value), walk_.select("type", value));
+    const auto& owner = *pool_[below(pool_.size())];
+    ASSERT_EQ(list_.isPathUsedByOthers(value, owner), walk_.isPathUsedByOthers(value, owner));
+    if (below(20) == 0) {
+      ASSERT_EQ(list_.resources(), walk_.list);
+    }
+  }
+
+ private:
+  std::size_t below(std::size_t bound) { return random_() % bound; }
+  std::string name() { return std::string(1, static_cast<char>('a' + below(6))); }
+
+  std::shared_ptr<KivResource> newResource() {
+    switch (below(4)) {
+      case 0:
+        return KivResource::initWithDictionary_engine(item(name(), name()), "e");
+      case 1:
+        return banner(name(), name());
+      case 2:
+        return HostKind::make(item(name(), name()));
+      default:
+        return KivResourceVideo::initWithDictionary_engine(item(name(), name()), "eco_video");
+    }
+  }
+
+  void removeSeveral() {
+    ResourceArray several;
+    for (int number = 0; number < 3; ++number)
+      several.push_back(pool_[below(pool_.size())]);
+    list_.removeAll(several);
+    for (const auto& resource : several)
+      std::erase(walk_.list, resource);
+  }
+
+  void changePaths(KivResource& resource) {
+    if (auto* standard = dynamic_cast<KivResourceStandard*>(&resource)) {
+      standard->setImage(name());
+      standard->setFileIsLoaded(below(2) == 0);
+    } else if (auto* host = dynamic_cast<HostKind*>(&resource)) {
+      host->paths = {name()};
+    } else if (auto* video = dynamic_cast<KivResourceVideo*>(&resource)) {
+      if (below(8) == 0) {
+        video->filePaths()->assign(1, name());
+      } else {
+        video->addPath(name());
+      }
+    }
+  }
+
+  std::mt19937 random_;
+  ResourceArray pool_;
+  ResourceList list_;
+  PlainWalk walk_;
+};
+
+TEST(ResourceListTest, AnswersLikeThePlainWalkAfterRandomOperations) {
+  const std::uint32_t seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  RecordProperty("seed", std::to_string(seed));
+  RandomOperations operations(seed);
+  for (int number = 0; number < 20000 && !testing::Test::HasFatalFailure(); ++number) {
+    operations.step();
+    operations.check();
+  }
+}
+
+}  // namespace
