@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <limits>
 #include <thread>
@@ -125,8 +126,12 @@ TEST(KivRESTService, SixTransfersRunAtOneTimeByDefault) {
     ASSERT_TRUE(load.waitForEnd());
   ASSERT_TRUE(late.waitForEnd());
   EXPECT_EQ(server.mostWaiting(), 6u);
-  ASSERT_EQ(server.requests().size(), 21u);
-  EXPECT_EQ(server.requests()[6].path, "/late");
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 21u);
+  // Up to six start together when the gate opens, and their requests arrive in any order.
+  const auto found = std::find_if(requests.begin(), requests.end(),
+                                  [](const auto& request) { return request.path == "/late"; });
+  EXPECT_LT(found - requests.begin(), 12);
 }
 
 TEST(KivRESTService, ConnectionsAreKeptForTheNextTask) {
