@@ -37,3 +37,10 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   Platform/KivStorageService/ArchiveCeilings.h
   Platform/KivStorageService/KivStorageService.h
 )
+
+# Headers of the framework's own that no host includes: parts of the manager.
+set(KIVRESOURCE_PRIVATE_HEADERS
+  KivResource/KivResourceIndex.h
+  KivResource/KivResourceManagerStep.h
+  KivResource/KivResourceMergeCandidates.h
+)
