@@ -10,6 +10,7 @@
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/MainQueue.h"
 #include "Tests/Support/ManagerFixture.h"
+#include "Tests/Support/NginxServer.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace {
@@ -216,5 +217,48 @@ TEST_F(KivResourceManagerEndToEndTest, AnObserverThatGoesDuringAPassIsNotCalled)
   EXPECT_TRUE(waitUntil([&] { return other->count("finished") == 1; }));
   observer = other;
 }
+
+TEST_F(KivResourceManagerEndToEndTest, AgainstNginxEveryKindIsLoadedAndAMissingFileFails) {
+  kiv::test::NginxServer nginx;
+  ASSERT_TRUE(nginx.isRunning());
+  const std::string large(3'000'000, 'v');
+  nginx.addFile("a.png", "banner");
+  nginx.addFile("i.png", "icon");
+  nginx.addFile("v.mp4", large);
+  nginx.addFile("promo.zip", archive("page"));
+  KivAppConfiguration::sharedInstance()->setMainACSDomain(nginx.url());
+  KivAppConfiguration::sharedInstance()->setReserveACSDomain(std::nullopt);
+  update({banner("a", 1, "a.png"), video("v", 1, "i.png", "v.mp4"), page("p", 1, "promo.zip"),
+          banner("m", 1, "missing.png")});
+  EXPECT_THAT(registry(), UnorderedElementsAre("a", "v", "p"));
+  EXPECT_TRUE(read(stored("v.mp4")) == large);
+  EXPECT_EQ(read(stored("promo/index.html")), "page");
+  ASSERT_EQ(observer->failures.size(), 1U);
+  EXPECT_EQ(observer->failures[0].error->localizedDescription(),
+            "Error load file \"missing.png\" with invalid response status code 404.");
+  EXPECT_EQ(observer->count("finished"), 1U);
+}
+
+// --- A host that ends in the middle of a pass ----------------------------------------------------
+
+class LeavingHostTest : public KivResourceManagerEndToEndTest,
+                        public testing::WithParamInterface<const char*> {};
+
+TEST_P(LeavingHostTest, EndsCleanlyAndKeepsWhatWasAnnounced) {
+  server.serve("/whole.png", Response::ok("whole"));
+  server.serve("/stalls.png", Response::ok(std::string(100'000, 'x')).stallAt(50'000));
+  kiv::test::ChildProcess host(LEAVING_HOST, {GetParam(), root(), server.url()});
+  ASSERT_TRUE(host.hasStarted());
+  ASSERT_TRUE(server.waitForRequests("/stalls.png", 1));
+  host.closeInput();
+  EXPECT_EQ(host.waitForExit(), 0);
+  EXPECT_TRUE(server.waitForNoConnection());
+  restart();
+  EXPECT_THAT(registry(), ElementsAre("whole"));
+  EXPECT_FALSE(exists(stored("stalls.png")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, LeavingHostTest, testing::Values("return", "exit", "serial"),
+                         [](const auto& way) { return std::string(way.param); });
 
 }  // namespace
