@@ -53,9 +53,10 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
     return;
   }
   task->setRequestMirrorURLs(mirrorURLsForFileWithLink(fileLink));
-  task->setCompletionHandler([fileLink, completion](KivRESTServiceTask& ended) {
-    evaluateOutcome(ended, fileLink, completion);
-  });
+  task->setCompletionHandler(
+      [fileLink, handler = std::move(completion)](KivRESTServiceTask& ended) {
+        evaluateOutcome(ended, fileLink, handler);
+      });
   restService_->queue(task);
 }
 

@@ -43,7 +43,7 @@ class TemporaryDirectory {
 
   /// Writes a file, with the directories above it where they are missing, and answers its path.
   std::string write(std::string_view relativePath, std::string_view bytes = "contents") const {
-    const std::string file = path(relativePath);
+    std::string file = path(relativePath);
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());
     std::ofstream stream(file, std::ios::binary);
     stream.exceptions(std::ios::failbit | std::ios::badbit);
