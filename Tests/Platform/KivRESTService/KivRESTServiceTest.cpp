@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <limits>
@@ -125,8 +126,12 @@ TEST(KivRESTService, SixTransfersRunAtOneTimeByDefault) {
     ASSERT_TRUE(load.waitForEnd());
   ASSERT_TRUE(late.waitForEnd());
   EXPECT_EQ(server.mostWaiting(), 6u);
-  ASSERT_EQ(server.requests().size(), 21u);
-  EXPECT_EQ(server.requests()[6].path, "/late");
+  EXPECT_EQ(server.requests().size(), 21u);
+  // Up to six places become free at once: it is among the first to get one.
+  const auto order = paths(server.requests());
+  const auto place = std::find(order.begin(), order.end(), "/late") - order.begin();
+  EXPECT_GE(place, 6);
+  EXPECT_LT(place, 12);
 }
 
 TEST(KivRESTService, ConnectionsAreKeptForTheNextTask) {
