@@ -4,6 +4,33 @@
 
 namespace kiv {
 
+namespace {
+
+bool isTLSFailure(int result) noexcept {
+  switch (result) {
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_USE_SSL_FAILED:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_SHUTDOWN_FAILED:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_CLIENTCERT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
 KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept {
   using Code = KivRESTServiceErrorCode;
   switch (result) {
@@ -38,23 +65,6 @@ KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept {
     case CURLE_HTTP3:
       return Code::malformedResponse;
 
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_ENGINE_NOTFOUND:
-    case CURLE_SSL_ENGINE_SETFAILED:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_SSL_CIPHER:
-    case CURLE_PEER_FAILED_VERIFICATION:
-    case CURLE_USE_SSL_FAILED:
-    case CURLE_SSL_ENGINE_INITFAILED:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_SHUTDOWN_FAILED:
-    case CURLE_SSL_CRL_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-    case CURLE_SSL_INVALIDCERTSTATUS:
-    case CURLE_SSL_CLIENTCERT:
-      return Code::secureConnectionFailed;
-
     case CURLE_TOO_MANY_REDIRECTS:
       return Code::tooManyRedirects;
 
@@ -67,7 +77,7 @@ KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept {
       return Code::outOfResources;
 
     default:
-      return Code::unknown;
+      return isTLSFailure(result) ? Code::secureConnectionFailed : Code::unknown;
   }
 }
 

@@ -54,19 +54,19 @@ class KivRESTService::Implementation {
   Implementation& operator=(const Implementation&) = delete;
 
   void queue(std::shared_ptr<KivRESTServiceTask> task) {
-    std::uint64_t id = 0;
-    auto error = objectionTo(*task);
+    const KivRESTServiceTask& queued = *task;
+    auto error = objectionTo(queued);
+    std::optional<std::uint64_t> id;
     {
       const std::lock_guard lock(ordersMutex_);
-      const auto added = ledger_->add(task);
-      if (!added) return;
-      id = *added;
-      if (!error && !engine_.add(jobFor(id, *task))) {
+      id = ledger_->add(std::move(task));
+      if (!id) return;
+      if (!error && !engine_.add(jobFor(*id, queued))) {
         error = kiv::transferError(KivRESTServiceErrorCode::outOfResources,
-                                   task->request()->url.absoluteString());
+                                   queued.request()->url.absoluteString());
       }
     }
-    if (error) ledger_->end(id, kiv::TransferOutcome::failed(std::move(*error)));
+    if (error) ledger_->end(*id, kiv::TransferOutcome::failed(std::move(*error)));
   }
 
   kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }

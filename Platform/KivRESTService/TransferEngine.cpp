@@ -80,12 +80,15 @@ void TransferEngine::serve(void* multiHandle) {
   TransferLoop loop(multiHandle, settings_, ended_);
   idleUntil_ = Clock::now() + settings_.idleTime;
   while (true) {
+    // Orders are taken before free places are, so that a place goes to the best of all the jobs
+    // that wait when it becomes free.
     takeOrders(loop);
     owned = leaveIfDone(loop);
     if (owned) return;
-    loop.turn();
+    loop.startWaiting();
     if (!loop.isIdle()) idleUntil_ = Clock::now() + settings_.idleTime;
     loop.wait(longestWait(loop));
+    loop.move();
   }
 }
 

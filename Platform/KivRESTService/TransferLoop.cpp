@@ -31,13 +31,10 @@ void TransferLoop::dropAll() {
   running_.clear();
 }
 
-void TransferLoop::turn() {
+void TransferLoop::move() {
   int stillRunning = 0;
   if (curl_multi_perform(multiHandle_, &stillRunning) != CURLM_OK) failEverything();
   finishEnded();
-  // Last, so that a place that has become free is taken before anybody waits: a transfer that has
-  // just been started is due at once.
-  startWaiting();
 }
 
 void TransferLoop::wait(std::chrono::milliseconds longest) {

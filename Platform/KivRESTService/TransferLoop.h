@@ -35,8 +35,10 @@ class TransferLoop {
   void add(TransferJob job) { waiting_.add(std::move(job)); }
   /// Forgets every job and closes the connections of those that run. Nothing is reported.
   void dropAll();
-  /// Starts what has a place, moves what can be moved, and reports what has ended.
-  void turn();
+  /// Gives the free places to the jobs that wait.
+  void startWaiting();
+  /// Moves the transfers that can be moved, and reports what has ended.
+  void move();
   /// Returns when something can be moved, when the thread is woken up, or after that time.
   void wait(std::chrono::milliseconds longest);
   [[nodiscard]] bool isIdle() const noexcept { return waiting_.empty() && running_.empty(); }
@@ -57,7 +59,6 @@ class TransferLoop {
     int result;
   };
 
-  void startWaiting();
   void start(TransferJob job);
   bool tryNextServer(RunningJob& running);
   bool startTransfer(RunningJob& running);

@@ -62,7 +62,7 @@ class LoopbackServer::Connection {
       : server_(server),
         socket_(socket),
         number_(number),
-        thread_([this](std::stop_token stop) { serve(stop); }) {}
+        thread_([this](const std::stop_token& stop) { serve(stop); }) {}
 
   ~Connection() {
     thread_.request_stop();

@@ -127,7 +127,7 @@ std::string Response::head() const {
     head += "Content-Length: " + std::to_string(body_.size()) + "\r\n";
   }
   for (const auto& [name, value] : headers_)
-    head.append(name + ": " + value + "\r\n");
+    head.append(name).append(": ").append(value).append("\r\n");
   return head + "\r\n";
 }
 

@@ -81,7 +81,7 @@ UnreachableServer::UnreachableServer() : listener_(boundSocket()) {
   const auto address = loopbackAddress(portOf(listener_));
   for (int filler = 0; filler < 3; ++filler) {
     fillers_.push_back(newSocket(SOCK_NONBLOCK));
-    connect(fillers_.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    (void)connect(fillers_.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "Tests/Support/MainQueue.h"
 
-#include "Platform/Foundation/DispatchQueue.h"
+#include <future>
+#include <memory>
 
 namespace kiv::test {
 
@@ -14,6 +15,13 @@ bool waitUntil(const std::function<bool()>& predicate) {
     DispatchQueue::main()->drainFor(round);
   }
   return true;
+}
+
+void runOn(DispatchQueue& queue, const std::function<void()>& job) {
+  const auto task = std::make_shared<std::packaged_task<void()>>(job);
+  auto hasRun = task->get_future();
+  queue.async([task] { (*task)(); });
+  hasRun.get();
 }
 
 }  // namespace kiv::test

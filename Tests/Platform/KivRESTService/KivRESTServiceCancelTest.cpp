@@ -1,5 +1,7 @@
+#include <array>
 #include <atomic>
 #include <filesystem>
+#include <semaphore>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -38,9 +40,7 @@ TEST(KivRESTServiceCancel, RunningTransfersStopAtOnce) {
   LoopbackServer server;
   server.serve("/a", Response::ok(std::string(1000, 'x')).stallAt(10));
   KivRESTService client;
-  std::vector<Load> loads;
-  for (int count = 0; count < 6; ++count)
-    loads.emplace_back(client, server.url("/a"));
+  const auto loads = makeLoads(client, server.url("/a"), 6);
   ASSERT_TRUE(server.waitForRequests(6));
   client.cancelAllTasks();
   EXPECT_TRUE(client.currentQueue().empty());
@@ -65,9 +65,7 @@ TEST(KivRESTServiceCancel, WaitingTasksNeverStart) {
   LoopbackServer server;
   server.serve("/a", Response::nothing().stallAt(0));
   KivRESTService client;
-  std::vector<Load> loads;
-  for (int count = 0; count < 20; ++count)
-    loads.emplace_back(client, server.url("/a"));
+  const auto loads = makeLoads(client, server.url("/a"), 20);
   ASSERT_TRUE(server.waitForRequests(6));
   client.cancelAllTasks();
   settle(client, server);
@@ -91,12 +89,9 @@ TEST(KivRESTServiceCancel, ATaskWhoseCompletionIsOnItsWayIsNotCompleted) {
   KivRESTService client;
   const Load load(client, server.url("/a"));
   // Its completion comes to the main queue, which nobody drains.
-  std::atomic<bool> isPosted = false;
-  DispatchQueue::main()->setWakeUpHandler([&] {
-    isPosted = true;
-    isPosted.notify_all();
-  });
-  isPosted.wait(false);
+  const auto posted = std::make_shared<std::counting_semaphore<>>(0);
+  DispatchQueue::main()->setWakeUpHandler([posted] { posted->release(); });
+  posted->acquire();
   DispatchQueue::main()->setWakeUpHandler(nullptr);
   EXPECT_EQ(client.currentQueue().size(), 1u);
   client.cancelAllTasks();
@@ -195,9 +190,7 @@ TEST(KivRESTServiceCancel, LeavesNoThreadAndNoDescriptorBehind) {
   const auto descriptors = entriesOf("/proc/self/fd");
   KivRESTService client;
   ASSERT_TRUE(Load(client, server.url("/a")).waitForEnd());
-  std::vector<Load> loads;
-  for (int count = 0; count < 20; ++count)
-    loads.emplace_back(client, server.url("/slow"));
+  const auto loads = makeLoads(client, server.url("/slow"), 20);
   ASSERT_TRUE(server.waitForRequests("/slow", 6));
   client.cancelAllTasks();
   EXPECT_TRUE(waitUntil([&] { return entriesOf("/proc/self/fd") <= descriptors; }));
@@ -255,13 +248,8 @@ TEST(KivRESTServiceCancel, DestructionOnAnotherThreadThanTheQueues) {
   const auto queue = DispatchQueue::serial("client");
   std::atomic<int> completions = 0;
   for (int round = 0; round < 20; ++round) {
-    std::atomic<KivRESTService*> made = nullptr;
-    queue->async([&] {
-      made = new KivRESTService;
-      made.notify_all();
-    });
-    made.wait(nullptr);
-    const std::unique_ptr<KivRESTService> client(made);
+    std::unique_ptr<KivRESTService> client;
+    runOn(*queue, [&] { client = std::make_unique<KivRESTService>(); });
     for (int count = 0; count < 10; ++count) {
       auto task = Load::makeTask({server.url("/a")});
       task->setCompletionHandler([&](KivRESTServiceTask&) { ++completions; });
@@ -269,12 +257,10 @@ TEST(KivRESTServiceCancel, DestructionOnAnotherThreadThanTheQueues) {
     }
     ASSERT_TRUE(server.waitForRequests("/a", 1));
   }
-  std::atomic<bool> isDrained = false;
-  queue->async([&] {
-    isDrained = true;
-    isDrained.notify_all();
-  });
-  isDrained.wait(false);
+  runOn(*queue, [] {});
+  const int completionsSoFar = completions;
+  runOn(*queue, [] {});
+  EXPECT_EQ(completions, completionsSoFar);
   EXPECT_LE(completions, 200);
 }
 
@@ -282,13 +268,13 @@ TEST(KivRESTServiceCancel, QueuingAndCancellingFromManyThreadsCompletesNothingTw
   LoopbackServer server;
   server.serve("/a", Response::ok("x"));
   KivRESTService client;
-  std::vector<std::shared_ptr<int>> counts;
-  for (int count = 0; count < 200; ++count)
-    counts.push_back(std::make_shared<int>(0));
-  std::vector<std::thread> threads;
-  for (std::size_t thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (std::size_t at = thread; at < counts.size(); at += 4) {
+  std::vector<std::shared_ptr<int>> counts(200);
+  for (auto& count : counts)
+    count = std::make_shared<int>(0);
+  std::array<std::thread, 4> threads;
+  for (std::size_t first = 0; first < threads.size(); ++first) {
+    threads[first] = std::thread([&, first] {
+      for (std::size_t at = first; at < counts.size(); at += threads.size()) {
         auto task = Load::makeTask({server.url("/a")});
         task->setCompletionHandler([count = counts[at]](KivRESTServiceTask&) { ++*count; });
         client.queue(task);

@@ -35,7 +35,7 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfDownloadsIsClean) {
 TEST_P(KivRESTServiceExit, InTheMiddleOfASecureDownloadIsClean) {
   NginxServer server("limit_rate 50k;");
   ASSERT_TRUE(server.isRunning());
-  server.addFile("file", std::string(50'000'000, 'x'));
+  server.addFile("file", std::string(5'000'000, 'x'));
   // Asked when the secure server has answered that it has no such file: the secure connections
   // stand by then.
   LoopbackServer signal;

@@ -50,7 +50,7 @@ const Outcome lost = error(Code::connectionLost);
 const Outcome malformed = error(Code::malformedResponse);
 const Outcome stalled = error(Code::timedOut);
 const Outcome tooLarge = error(Code::bodyTooLarge);
-const std::string chunked = head + "Transfer-Encoding: chunked\r\n";
+const std::string chunks = head + "Transfer-Encoding: chunked\r\n";
 
 std::vector<FaultCase> connectionFaults() {
   return {
@@ -113,20 +113,19 @@ std::vector<FaultCase> chunkFaults() {
       {"Chunks", Response::ok("1234567").chunked(3), body("1234567")},
       {"NoChunks", Response::ok("").chunked(), body("")},
       {"ChunksWithTrailer",
-       Response::raw(chunked + "\r\n5\r\n12345\r\n0\r\nContent-Length: 9\r\n\r\n"), body("12345")},
-      {"ChunksOfTheLength", Response::raw(chunked + five + "\r\n5\r\n12345\r\n0\r\n\r\n"),
+       Response::raw(chunks + "\r\n5\r\n12345\r\n0\r\nContent-Length: 9\r\n\r\n"), body("12345")},
+      {"ChunksOfTheLength", Response::raw(chunks + five + "\r\n5\r\n12345\r\n0\r\n\r\n"),
        body("12345")},
-      {"ChunksOfAnotherLength", Response::raw(chunked + five + "\r\n3\r\n123\r\n0\r\n\r\n"), lost},
-      {"ClosedInChunk", Response::raw(chunked + "\r\n5\r\n123"), lost},
-      {"ClosedBetweenChunks", Response::raw(chunked + "\r\n5\r\n12345\r\n"), lost},
-      {"ClosedBeforeTheFinalLine", Response::raw(chunked + "\r\n5\r\n12345\r\n0\r\n"), lost},
-      {"ChunkSizeThatIsNone", Response::raw(chunked + "\r\nxyz\r\n12345\r\n0\r\n\r\n"), malformed},
-      {"ChunkSizeThatIsTooSmall", Response::raw(chunked + "\r\n3\r\n12345\r\n0\r\n\r\n"),
-       malformed},
+      {"ChunksOfAnotherLength", Response::raw(chunks + five + "\r\n3\r\n123\r\n0\r\n\r\n"), lost},
+      {"ClosedInChunk", Response::raw(chunks + "\r\n5\r\n123"), lost},
+      {"ClosedBetweenChunks", Response::raw(chunks + "\r\n5\r\n12345\r\n"), lost},
+      {"ClosedBeforeTheFinalLine", Response::raw(chunks + "\r\n5\r\n12345\r\n0\r\n"), lost},
+      {"ChunkSizeThatIsNone", Response::raw(chunks + "\r\nxyz\r\n12345\r\n0\r\n\r\n"), malformed},
+      {"ChunkSizeThatIsTooSmall", Response::raw(chunks + "\r\n3\r\n12345\r\n0\r\n\r\n"), malformed},
       {"ChunkSizeThatOverflows",
-       Response::raw(chunked + "\r\nfffffffffffffffff\r\n12345\r\n0\r\n\r\n"), malformed},
+       Response::raw(chunks + "\r\nfffffffffffffffff\r\n12345\r\n0\r\n\r\n"), malformed},
       {"ChunkedTwice",
-       Response::raw(chunked + "Transfer-Encoding: chunked\r\n\r\n5\r\n12345\r\n0\r\n\r\n"),
+       Response::raw(chunks + "Transfer-Encoding: chunked\r\n\r\n5\r\n12345\r\n0\r\n\r\n"),
        malformed},
       {"ChunkedOverHTTP10",
        Response::raw(

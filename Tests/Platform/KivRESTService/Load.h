@@ -27,6 +27,7 @@ class Load {
                                                       std::uint64_t priority = 0) {
     auto task = std::make_shared<KivRESTServiceTask>();
     std::vector<URL> parsed;
+    parsed.reserve(urls.size());
     for (const auto& url : urls)
       parsed.push_back(URL::fromString(url).value());
     task->setRequest(URLRequest(parsed.front()));
@@ -64,6 +65,16 @@ class Load {
   std::shared_ptr<int> completions_ = std::make_shared<int>(0);
   std::shared_ptr<KivRESTServiceTask> task_;
 };
+
+/// Queues that many tasks for one URL.
+inline std::vector<Load> makeLoads(KivRESTService& client, const std::string& url,
+                                   std::size_t count) {
+  std::vector<Load> loads;
+  loads.reserve(count);
+  while (loads.size() < count)
+    loads.emplace_back(client, url);
+  return loads;
+}
 
 /// The code as the task's error has it.
 constexpr std::int64_t codeOf(KivRESTServiceErrorCode code) {

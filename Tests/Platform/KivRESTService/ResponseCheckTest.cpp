@@ -129,7 +129,7 @@ TEST(ResponseCheck, ABodyOfItsLengthIsWhole) {
 }
 
 TEST(ResponseCheck, ABodyOfAnotherLengthIsNotWhole) {
-  for (const std::size_t size : {0, 4, 6}) {
+  for (const std::size_t size : {0U, 4U, 6U}) {
     ResponseCheck check(largestBody);
     feed(check, "HTTP/1.1 200 OK\nTransfer-Encoding: chunked\nContent-Length: 5");
     check.addBodyBytes(size);

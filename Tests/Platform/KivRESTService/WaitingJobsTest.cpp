@@ -6,7 +6,6 @@
 
 namespace {
 
-using kiv::TransferJob;
 using kiv::WaitingJobs;
 
 std::vector<std::uint64_t> takeAll(WaitingJobs& jobs) {
@@ -26,7 +25,7 @@ TEST(WaitingJobs, LargestPriorityComesFirst) {
 
 TEST(WaitingJobs, EqualPrioritiesComeInOrderOfQueuing) {
   WaitingJobs jobs;
-  for (const std::uint64_t id : {1, 2, 3, 4})
+  for (const std::uint64_t id : {1U, 2U, 3U, 4U})
     jobs.add({id, 5, {}});
   EXPECT_EQ(takeAll(jobs), (std::vector<std::uint64_t>{1, 2, 3, 4}));
 }
