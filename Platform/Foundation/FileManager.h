@@ -20,6 +20,12 @@ enum class FileManagerErrorCode : int {
   removalRefused = 1,  ///< The item lies outside the directories in which things may be removed.
 };
 
+/// How full a file system is, in bytes.
+struct FileSystemSpace {
+  std::uint64_t used = 0;
+  std::uint64_t available = 0;  ///< What this process may still write.
+};
+
 /// A file open for writing. Closed, without any promise about its contents, when it goes.
 class KIV_EXPORT WritableFile {
  public:
@@ -78,6 +84,19 @@ class KIV_EXPORT FileManager {
   virtual bool directoryExistsAtPath(std::string_view path) = 0;
   /// True where a symbolic link lies at the path, wherever it leads.
   virtual bool linkExistsAtPath(std::string_view path) = 0;
+
+  /// True where a regular file, or a link to one, can be opened and its first byte read.
+  virtual bool fileIsReadableAtPath(std::string_view path,
+                                    std::optional<Error>* error = nullptr) = 0;
+  /// The absolute path of what lies at the path, without links, "." or ".." or empty components.
+  virtual std::optional<std::string> resolvedPathOfItemAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  /// The bytes that an item takes on the disk; a directory with everything in it, a link by itself.
+  virtual std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
+                                                        std::optional<Error>* error = nullptr) = 0;
+  /// The space of the file system that the path lies on, or would lie on: it need not be there.
+  virtual std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                                     std::optional<Error>* error = nullptr) = 0;
 
   /// The whole contents of a regular file.
   virtual std::optional<Data> contentsAtPath(std::string_view path,

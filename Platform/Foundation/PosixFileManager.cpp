@@ -1,6 +1,7 @@
 // The file manager on POSIX systems: Linux, macOS and the BSDs.
 
 #include <cerrno>
+#include <cstdlib>
 #include <exception>
 #include <fcntl.h>
 #include <filesystem>
@@ -13,6 +14,7 @@
 
 #include "Platform/Foundation/PosixDescriptor.h"
 #include "Platform/Foundation/PosixRemoval.h"
+#include "Platform/Foundation/PosixSpace.h"
 #include "Platform/Foundation/SystemFileManager.h"
 
 namespace kiv {
@@ -126,6 +128,13 @@ class PosixFileManager final : public FileManager {
     return lookAt(path, status) && S_ISLNK(status.st_mode);
   }
 
+  bool fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::optional<std::string> resolvedPathOfItemAtPath(std::string_view path,
+                                                      std::optional<Error>* error) override;
+  std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
+                                                std::optional<Error>* error) override;
+  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                             std::optional<Error>* error) override;
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
@@ -213,6 +222,48 @@ std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
     return std::nullopt;
   }
   return Data(std::move(*bytes));
+}
+
+bool PosixFileManager::fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) {
+  struct stat status {};
+  const Descriptor file = openFile(path, status, error);
+  if (!file.isOpen()) return false;
+  char byte = 0;
+  ssize_t count = 0;
+  do {
+    count = ::read(file.number(), &byte, 1);
+  } while (count < 0 && errno == EINTR);
+  return count >= 0 || failWith(errno, "read", path, error);
+}
+
+std::optional<std::string> PosixFileManager::resolvedPathOfItemAtPath(std::string_view path,
+                                                                      std::optional<Error>* error) {
+  const SystemPath systemPath(path);
+  char* const resolved = systemPath.isValid() ? ::realpath(systemPath.c_str(), nullptr) : nullptr;
+  if (!resolved) {
+    failWith(systemPath.isValid() ? errno : EINVAL, "resolve", path, error);
+    return std::nullopt;
+  }
+  std::string result(resolved);
+  std::free(resolved);
+  return result;
+}
+
+std::optional<std::uint64_t> PosixFileManager::sizeOfItemAtPath(std::string_view path,
+                                                                std::optional<Error>* error) {
+  struct stat status {};
+  std::optional<std::uint64_t> size;
+  if (lookAt(path, status)) size = posix::sizeOnDisk(std::string(path), status);
+  if (!size) failWith(errno, "measure", path, error);
+  return size;
+}
+
+std::optional<FileSystemSpace> PosixFileManager::spaceAtPath(std::string_view path,
+                                                             std::optional<Error>* error) {
+  const bool isValid = SystemPath(path).isValid();
+  const auto space = isValid ? posix::spaceOfFileSystem(path) : std::nullopt;
+  if (!space) failWith(isValid ? errno : EINVAL, "measure the space at", path, error);
+  return space;
 }
 
 std::optional<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
