@@ -39,6 +39,7 @@
 #include "KivResource/KivResourceRESTModule.h"              // IWYU pragma: export
 #include "KivResource/KivResourceStandard.h"                // IWYU pragma: export
 #include "KivResource/KivResourceStorageModule.h"           // IWYU pragma: export
+#include "KivResource/KivResourceUpkeep.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceVersion.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceVideo.h"                   // IWYU pragma: export
 #include "KivResource/KivResourceWeb.h"                     // IWYU pragma: export
@@ -46,6 +47,7 @@
 #include "Platform/AppConfiguration/KivAppConfiguration.h"  // IWYU pragma: export
 #include "Platform/Foundation/Bundle.h"                     // IWYU pragma: export
 #include "Platform/Foundation/DispatchQueue.h"              // IWYU pragma: export
+#include "Platform/Foundation/FileManager.h"                // IWYU pragma: export
 #include "Platform/Foundation/JSON.h"                       // IWYU pragma: export
 #include "Platform/Foundation/SystemLog.h"                  // IWYU pragma: export
 #include "Platform/KivStorageService/KivStorageService.h"   // IWYU pragma: export

@@ -48,6 +48,11 @@ void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view
   kiv::FileManager::defaultManager().removeItemAtPath(isArchivePage ? parent : path, error);
 }
 
+std::string KivResourceStorageModule::resourcesDirectoryPath() {
+  const std::string root = KivStorageService::rootPath();
+  return root.empty() ? root : kiv::path::appendingPathComponent(root, resourcesDirectory);
+}
+
 bool KivResourceStorageModule::saveResourcesList_error(const kiv::Array& resourceDictionaries,
                                                        std::optional<kiv::Error>* error) {
   const auto bytes = dataForArray_error(resourceDictionaries, error);

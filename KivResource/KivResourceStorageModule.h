@@ -36,9 +36,14 @@ class KIV_EXPORT KivResourceStorageModule {
 
   /// Removes the file at the absolute path; for the page of an unpacked archive, its whole
   /// directory. Failure is reported only through `error`. Only the names of the file and its
-  /// directory are looked at: a path outside the storage root is removed like any other.
+  /// directory are looked at: a path outside the storage root is removed like any other, unless the
+  /// host has guarded removals (kiv::FileManager::setRemovalRoots).
   static void removeResourceFileWithPath_error(std::string_view path,
                                                std::optional<kiv::Error>* error = nullptr);
+
+  /// The absolute path of the directory in which downloaded files and unpacked archives lie;
+  /// empty where there is no storage root.
+  static std::string resourcesDirectoryPath();
 
   /// Writes the saved list, an array of resource dictionaries, anew and whole. On failure the
   /// previous list stays.

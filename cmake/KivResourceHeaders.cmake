@@ -12,6 +12,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceRESTModule.h
   KivResource/KivResourceStandard.h
   KivResource/KivResourceStorageModule.h
+  KivResource/KivResourceUpkeep.h
   KivResource/KivResourceVersion.h
   KivResource/KivResourceVideo.h
   KivResource/KivResourceWeb.h

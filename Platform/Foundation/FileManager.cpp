@@ -1,6 +1,8 @@
 #include "Platform/Foundation/FileManager.h"
 
 #include <atomic>
+#include <mutex>
+#include <utility>
 
 #include "Platform/Foundation/SystemFileManager.h"
 
@@ -9,6 +11,17 @@ namespace kiv {
 namespace {
 
 std::atomic<FileManager*> replacement{nullptr};
+
+/// Never destroyed: things are removed while the process exits.
+struct RemovalGuard {
+  std::mutex mutex;
+  std::optional<std::vector<std::string>> roots;
+};
+
+RemovalGuard& removalGuard() {
+  static auto& shared = *new RemovalGuard;
+  return shared;
+}
 
 }  // namespace
 
@@ -19,6 +32,16 @@ FileManager& FileManager::defaultManager() {
 
 FileManager* FileManager::setDefaultManager(FileManager* manager) {
   return replacement.exchange(manager, std::memory_order_acq_rel);
+}
+
+void FileManager::setRemovalRoots(std::optional<std::vector<std::string>> roots) {
+  const std::lock_guard guard(removalGuard().mutex);
+  removalGuard().roots = std::move(roots);
+}
+
+std::optional<std::vector<std::string>> FileManager::removalRoots() {
+  const std::lock_guard guard(removalGuard().mutex);
+  return removalGuard().roots;
 }
 
 }  // namespace kiv

@@ -13,6 +13,19 @@
 
 namespace kiv {
 
+/// Domain of the errors that the file manager makes itself.
+inline constexpr std::string_view FileManagerErrorDomain = "kiv.FileManager";
+
+enum class FileManagerErrorCode : int {
+  removalRefused = 1,  ///< The item lies outside the directories in which things may be removed.
+};
+
+/// How full a file system is, in bytes.
+struct FileSystemSpace {
+  std::uint64_t used = 0;
+  std::uint64_t available = 0;  ///< What this process may still write.
+};
+
 /// A file open for writing. Closed, without any promise about its contents, when it goes.
 class KIV_EXPORT WritableFile {
  public:
@@ -47,6 +60,19 @@ class KIV_EXPORT FileManager {
   /// that back. The caller keeps it alive while it is in use. For tests, before other threads run.
   static FileManager* setDefaultManager(FileManager* manager);
 
+  /// Guards removals, in every file manager that works on the system's files: from now on nothing
+  /// is removed unless it lies in one of these directories or below them, whatever its path says.
+  /// Nothing switches the guard off again, as it is at first; an empty list refuses all.
+  ///
+  /// What counts is the directory that holds the item, with every link on the way to it resolved at
+  /// the moment of the removal. The roots are absolute paths, resolved in the same way; one that is
+  /// not absolute, or where no directory stands, permits nothing. No other root is added: a host
+  /// names the storage root too, or the storage service cannot clear up what it replaces. May be
+  /// called from any thread.
+  static void setRemovalRoots(std::optional<std::vector<std::string>> roots);
+  /// The directories of the guard; nothing while it is off.
+  static std::optional<std::vector<std::string>> removalRoots();
+
   virtual ~FileManager() = default;
 
   /// True where a regular file, or a link to one, lies at the path. Directories and devices do not
@@ -58,6 +84,19 @@ class KIV_EXPORT FileManager {
   virtual bool directoryExistsAtPath(std::string_view path) = 0;
   /// True where a symbolic link lies at the path, wherever it leads.
   virtual bool linkExistsAtPath(std::string_view path) = 0;
+
+  /// True where a regular file, or a link to one, can be opened and its first byte read.
+  virtual bool fileIsReadableAtPath(std::string_view path,
+                                    std::optional<Error>* error = nullptr) = 0;
+  /// The absolute path of what lies at the path, without links, "." or ".." or empty components.
+  virtual std::optional<std::string> resolvedPathOfItemAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  /// The bytes that an item takes on the disk; a directory with everything in it, a link by itself.
+  virtual std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
+                                                        std::optional<Error>* error = nullptr) = 0;
+  /// The space of the file system that the path lies on, or would lie on: it need not be there.
+  virtual std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                                     std::optional<Error>* error = nullptr) = 0;
 
   /// The whole contents of a regular file.
   virtual std::optional<Data> contentsAtPath(std::string_view path,
@@ -83,7 +122,8 @@ class KIV_EXPORT FileManager {
   virtual bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
                                                  std::optional<Error>* error = nullptr) = 0;
   /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
-  /// nothing lies there is an error too, and so is a path that ends in "." or "..".
+  /// nothing lies there is an error too, and so is a path that ends in "." or "..", and that of the
+  /// file system's root. What the guard refuses (setRemovalRoots) is an error like any other.
   virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
   /// Takes the advisory lock of the file at the path, which is made where it is missing; nullptr

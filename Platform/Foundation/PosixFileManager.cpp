@@ -1,7 +1,7 @@
 // The file manager on POSIX systems: Linux, macOS and the BSDs.
 
 #include <cerrno>
-#include <dirent.h>
+#include <cstdlib>
 #include <exception>
 #include <fcntl.h>
 #include <filesystem>
@@ -12,7 +12,9 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/PosixDescriptor.h"
+#include "Platform/Foundation/PosixRemoval.h"
+#include "Platform/Foundation/PosixSpace.h"
 #include "Platform/Foundation/SystemFileManager.h"
 
 namespace kiv {
@@ -20,6 +22,11 @@ namespace kiv {
 namespace {
 
 namespace fs = std::filesystem;
+
+using posix::Descriptor;
+using posix::namesInDirectory;
+using posix::placeOfItem;
+using posix::removeItem;
 
 /// A path for the system's calls, which end a string at its first NUL: a path that holds one
 /// names nothing.
@@ -37,25 +44,6 @@ bool failWith(int number, std::string_view what, std::string_view path,
               std::optional<Error>* error) {
   return fail(error, systemError(number, what, path));
 }
-
-/// An open descriptor, closed when it goes.
-class Descriptor {
- public:
-  explicit Descriptor(int number) noexcept : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor& operator=(Descriptor&&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  [[nodiscard]] int number() const noexcept { return number_; }
-  [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
-  int release() noexcept { return std::exchange(number_, -1); }
-
- private:
-  int number_;
-};
 
 Descriptor open(std::string_view path, int flags) {
   const SystemPath systemPath(path);
@@ -140,6 +128,13 @@ class PosixFileManager final : public FileManager {
     return lookAt(path, status) && S_ISLNK(status.st_mode);
   }
 
+  bool fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::optional<std::string> resolvedPathOfItemAtPath(std::string_view path,
+                                                      std::optional<Error>* error) override;
+  std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
+                                                std::optional<Error>* error) override;
+  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                             std::optional<Error>* error) override;
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
@@ -201,19 +196,26 @@ std::optional<std::string> readToEnd(const Descriptor& file, std::size_t expecte
   }
 }
 
-std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
-                                                     std::optional<Error>* error) {
+/// The regular file at the path, open for reading, with its state; not open on failure.
+Descriptor openFile(std::string_view path, struct stat& status, std::optional<Error>* error) {
   // Not blocking, so that opening a pipe cannot hang; the check below then refuses it.
-  const Descriptor file = open(path, O_RDONLY | O_NONBLOCK);
-  struct stat status {};
+  Descriptor file = open(path, O_RDONLY | O_NONBLOCK);
   if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
     failWith(errno, "open", path, error);
-    return std::nullopt;
+    return Descriptor(-1);
   }
   if (!S_ISREG(status.st_mode)) {
     failWith(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path, error);
-    return std::nullopt;
+    return Descriptor(-1);
   }
+  return file;
+}
+
+std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
+                                                     std::optional<Error>* error) {
+  struct stat status {};
+  const Descriptor file = openFile(path, status, error);
+  if (!file.isOpen()) return std::nullopt;
   auto bytes = readToEnd(file, static_cast<std::size_t>(status.st_size));
   if (!bytes) {
     failWith(errno, "read", path, error);
@@ -222,30 +224,54 @@ std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
   return Data(std::move(*bytes));
 }
 
+bool PosixFileManager::fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) {
+  struct stat status {};
+  const Descriptor file = openFile(path, status, error);
+  if (!file.isOpen()) return false;
+  char byte = 0;
+  ssize_t count = 0;
+  do {
+    count = ::read(file.number(), &byte, 1);
+  } while (count < 0 && errno == EINTR);
+  return count >= 0 || failWith(errno, "read", path, error);
+}
+
+std::optional<std::string> PosixFileManager::resolvedPathOfItemAtPath(std::string_view path,
+                                                                      std::optional<Error>* error) {
+  const SystemPath systemPath(path);
+  char* const resolved = systemPath.isValid() ? ::realpath(systemPath.c_str(), nullptr) : nullptr;
+  if (!resolved) {
+    failWith(systemPath.isValid() ? errno : EINVAL, "resolve", path, error);
+    return std::nullopt;
+  }
+  std::string result(resolved);
+  std::free(resolved);
+  return result;
+}
+
+std::optional<std::uint64_t> PosixFileManager::sizeOfItemAtPath(std::string_view path,
+                                                                std::optional<Error>* error) {
+  struct stat status {};
+  std::optional<std::uint64_t> size;
+  if (lookAt(path, status)) size = posix::sizeOnDisk(std::string(path), status);
+  if (!size) failWith(errno, "measure", path, error);
+  return size;
+}
+
+std::optional<FileSystemSpace> PosixFileManager::spaceAtPath(std::string_view path,
+                                                             std::optional<Error>* error) {
+  const bool isValid = SystemPath(path).isValid();
+  const auto space = isValid ? posix::spaceOfFileSystem(path) : std::nullopt;
+  if (!space) failWith(isValid ? errno : EINVAL, "measure the space at", path, error);
+  return space;
+}
+
 std::optional<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
     std::string_view path, std::optional<Error>* error) {
   Descriptor directory = open(path, O_RDONLY | O_DIRECTORY);
-  DIR* const stream = directory.isOpen() ? ::fdopendir(directory.number()) : nullptr;
-  if (!stream) {
-    failWith(errno, "list", path, error);
-    return std::nullopt;
-  }
-  directory.release();  // the stream owns it now
-  std::vector<std::string> names;
-  int number = 0;
-  while (true) {
-    errno = 0;  // the only way to tell the end from an error
-    const dirent* const entry = ::readdir(stream);
-    number = errno;
-    if (!entry) break;
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-  }
-  ::closedir(stream);
-  if (number != 0) {
-    failWith(number, "list", path, error);
-    return std::nullopt;
-  }
+  std::optional<std::vector<std::string>> names;
+  if (directory.isOpen()) names = namesInDirectory(std::move(directory));
+  if (!names) failWith(errno, "list", path, error);
   return names;
 }
 
@@ -301,12 +327,9 @@ bool PosixFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
 bool PosixFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
   struct stat status {};
   if (!lookAt(path, status)) return failWith(errno, "remove", path, error);
-  // These name the directory that the path goes through, or the one above it: never what is meant.
-  const std::string_view name = path::lastPathComponent(withoutSeparatorsAtEnd(path));
-  if (name == "." || name == "..") return failWith(EINVAL, "remove", path, error);
-  std::error_code code;
-  fs::remove_all(fs::path(path), code);
-  return !code || failWith(code.value(), "remove", path, error);
+  const auto place = placeOfItem(path);
+  if (!place) return failWith(EINVAL, "remove", path, error);
+  return removeItem(*place, removalRoots(), path, error);
 }
 
 /// True where the open file still lies at the path: its former holder may have removed it between

@@ -5,6 +5,7 @@
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/ArchivePlan.h"
+#include "Platform/KivStorageService/FreeSpace.h"
 #include "Platform/KivStorageService/StorageErrors.h"
 
 namespace kiv::storage {
@@ -96,6 +97,14 @@ class Unpacker {
   std::uint64_t total_ = 0;
 };
 
+/// Each size is below its ceiling, and so is their sum.
+std::uint64_t unpackedSize(const ArchivePlan& plan) {
+  std::uint64_t size = 0;
+  for (const ArchiveEntry& entry : plan.entries)
+    size += entry.size;
+  return size;
+}
+
 }  // namespace
 
 bool unpackArchive(std::string_view bytes, std::string_view archiveName, const std::string& path,
@@ -109,6 +118,9 @@ bool unpackArchive(std::string_view bytes, std::string_view archiveName, const s
     return fail(error, storageError(KivStorageServiceErrorCode::noEntryPage,
                                     "The archive " + quoted(archiveName) + " has no " +
                                         quoted(archiveEntryPage) + " at its top."));
+  }
+  if (auto full = objectionToSize(unpackedSize(*plan), "archive", archiveName, path)) {
+    return fail(error, std::move(*full));
   }
   return Unpacker(*plan, bytes.size(), ceilings, archiveName).makeDirectory(top, path, error);
 }

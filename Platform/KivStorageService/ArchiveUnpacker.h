@@ -13,8 +13,9 @@ namespace kiv::storage {
 inline constexpr std::string_view archiveEntryPage = "index.html";
 
 /// Unpacks the archive, whose name serves the messages, as the directory at the path, where nothing
-/// must lie yet; all of it has reached the disk when this returns true. On failure something may
-/// be left there, which is for the caller to remove.
+/// must lie yet; refused before anything is written where the disk has no room for it. All of it
+/// has reached the disk when this returns true. On failure something may be left there, which is
+/// for the caller to remove.
 bool unpackArchive(std::string_view bytes, std::string_view archiveName, const std::string& path,
                    const ArchiveCeilings& ceilings, std::optional<Error>* error);
 

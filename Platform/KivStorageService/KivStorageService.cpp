@@ -11,6 +11,7 @@
 #include "Platform/KivStorageService/AtomicFile.h"
 #include "Platform/KivStorageService/CurrentRoot.h"
 #include "Platform/KivStorageService/DirectorySwap.h"
+#include "Platform/KivStorageService/FreeSpace.h"
 #include "Platform/KivStorageService/StorageErrors.h"
 #include "Platform/KivStorageService/StoredPath.h"
 
@@ -59,6 +60,10 @@ bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
       !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) || files.fileExistsAtPath(path);
   if (!isReplaceable) {
     return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "file"));
+  }
+  const std::string_view name = kiv::path::lastPathComponent(path);
+  if (auto objection = kiv::storage::objectionToSize(data.size(), "file", name, root.path())) {
+    return kiv::fail(error, std::move(*objection));
   }
   auto file = kiv::storage::AtomicFile::create(root, error);
   if (!file || !file->write(data.view(), error)) return false;
@@ -131,6 +136,12 @@ auto guarded(std::string_view fileName, std::optional<Error>* error, const Opera
 
 std::string KivStorageService::rootPath() {
   return kiv::storage::currentRootPath();
+}
+
+std::string KivStorageService::temporariesPath() {
+  const std::string root = rootPath();
+  return root.empty() ? root
+                      : kiv::path::appendingPathComponent(root, kiv::storage::privateDirectory);
 }
 
 void KivStorageService::setRootPath(std::optional<std::string> path) {

@@ -20,6 +20,7 @@ enum class KivStorageServiceErrorCode : int {
   nameIsTaken = 4,     ///< Something of another sort, a directory or a file, has the name.
   noRoot = 5,          ///< There is no directory to store in.
   outOfResources = 6,  ///< Memory, or something else that the program runs on, gave out.
+  noSpace = 7,         ///< The disk has no room for the file, or for what the archive holds.
 };
 
 /// Files under relative paths of one storage root.
@@ -29,6 +30,15 @@ enum class KivStorageServiceErrorCode : int {
 /// and after the process was killed. What is not complete lies in a directory of its own under the
 /// root, `.KivStorageService`, and is swept when a process starts to use the root; what another
 /// living process is writing there is left alone.
+///
+/// A file or an archive for which the disk has no room is refused before anything of it is written;
+/// beside what it takes, as much again, but no more than 1 MiB, is to stay free. Where the file
+/// system does not tell, or fills up meanwhile, the write fails.
+///
+/// The service removes only what lies under its root. A host that guards removals
+/// (kiv::FileManager::setRemovalRoots) names the root among those of the guard: otherwise saving
+/// goes on, but what was replaced and what was not completed stays in the service's own directory,
+/// until a process without that obstacle starts to use the root.
 ///
 /// A failure of the operating system comes as its own error. When only the last step failed,
 /// waiting for a rename to reach the disk, the save fails although the new file is there already.
@@ -44,6 +54,10 @@ class KIV_EXPORT KivStorageService {
   /// not absolute leaves the service without a root. Temporary files that earlier processes left
   /// under the root are removed. Call it before the root is first used.
   static void setRootPath(std::optional<std::string> path);
+
+  /// The directory under the root where the service keeps what is not complete; empty where there
+  /// is no root.
+  static std::string temporariesPath();
 
   /// What one archive may hold. In use for the archives that are saved from then on.
   static kiv::ArchiveCeilings archiveCeilings();

@@ -46,6 +46,21 @@ void FaultyFileManager::refuseExchanges(bool refuse) {
   refusesExchanges_ = refuse;
 }
 
+void FaultyFileManager::setAvailableSpace(std::optional<std::uint64_t> bytes) {
+  const std::lock_guard guard(mutex_);
+  availableSpace_ = bytes;
+}
+
+void FaultyFileManager::refuseSpace(bool refuse) {
+  const std::lock_guard guard(mutex_);
+  refusesSpace_ = refuse;
+}
+
+void FaultyFileManager::setUnreadableFile(std::string path) {
+  const std::lock_guard guard(mutex_);
+  unreadableFile_ = std::move(path);
+}
+
 void FaultyFileManager::setObserver(std::function<void(const Operation&)> observer) {
   const std::lock_guard guard(mutex_);
   observer_ = std::move(observer);
@@ -85,6 +100,23 @@ bool FaultyFileManager::begin(Operation operation, std::optional<Error>* error) 
   }
   if (observer) observer(operation);
   return number == 0 || fail(error, systemError(number, operation.name, operation.path));
+}
+
+bool FaultyFileManager::fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) {
+  {
+    const std::lock_guard guard(mutex_);
+    if (path == unreadableFile_) return fail(error, systemError(EIO, "read", path));
+  }
+  return ForwardingFileManager::fileIsReadableAtPath(path, error);
+}
+
+std::optional<FileSystemSpace> FaultyFileManager::spaceAtPath(std::string_view path,
+                                                              std::optional<Error>* error) {
+  auto space = ForwardingFileManager::spaceAtPath(path, error);
+  const std::lock_guard guard(mutex_);
+  if (refusesSpace_) return std::nullopt;
+  if (space && availableSpace_) space->available = *availableSpace_;
+  return space;
 }
 
 std::optional<Data> FaultyFileManager::contentsAtPath(std::string_view path,

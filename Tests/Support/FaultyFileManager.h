@@ -14,6 +14,8 @@ namespace kiv::test {
 
 /// Counts and records the operations that can fail, and makes some of them fail.
 ///
+/// Questions (what lies at a path, how large it is, how full the disk) are not counted.
+///
 /// Syncs are counted like the others but do not wait for the disk: a sweep performs thousands, and
 /// what they bring is the power cut's matter (PowerCutFileManager).
 class FaultyFileManager : public ForwardingFileManager {
@@ -38,6 +40,12 @@ class FaultyFileManager : public ForwardingFileManager {
   void setFault(std::optional<Fault> fault);
   /// Makes the operations of that name fail with the error, whatever their number; empty for none.
   void setFailingOperation(std::string name, int number);
+  /// Gives the disk that many free bytes; nothing brings the real ones back.
+  void setAvailableSpace(std::optional<std::uint64_t> bytes);
+  /// Has the disk keep no account of its space.
+  void refuseSpace(bool refuse);
+  /// Has the file at the path be there and yet not readable; empty for none.
+  void setUnreadableFile(std::string path);
   /// Answers exchanges as a file system does that has no such step.
   void refuseExchanges(bool refuse);
   /// Called before each operation, on the thread that asks for it.
@@ -46,6 +54,9 @@ class FaultyFileManager : public ForwardingFileManager {
   [[nodiscard]] std::uint64_t count() const;
   [[nodiscard]] std::vector<Operation> operations() const;
 
+  bool fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                             std::optional<Error>* error) override;
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
@@ -75,6 +86,9 @@ class FaultyFileManager : public ForwardingFileManager {
   std::string failingName_;
   int failingNumber_ = 0;
   bool refusesExchanges_ = false;
+  std::optional<std::uint64_t> availableSpace_;
+  bool refusesSpace_ = false;
+  std::string unreadableFile_;
   std::uint64_t count_ = 0;
   std::vector<Operation> operations_;
   std::function<void(const Operation&)> observer_;

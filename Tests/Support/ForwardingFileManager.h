@@ -21,6 +21,21 @@ class ForwardingFileManager : public FileManager {
     return base_.directoryExistsAtPath(path);
   }
   bool linkExistsAtPath(std::string_view path) override { return base_.linkExistsAtPath(path); }
+  bool fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) override {
+    return base_.fileIsReadableAtPath(path, error);
+  }
+  std::optional<std::string> resolvedPathOfItemAtPath(std::string_view path,
+                                                      std::optional<Error>* error) override {
+    return base_.resolvedPathOfItemAtPath(path, error);
+  }
+  std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
+                                                std::optional<Error>* error) override {
+    return base_.sizeOfItemAtPath(path, error);
+  }
+  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                             std::optional<Error>* error) override {
+    return base_.spaceAtPath(path, error);
+  }
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override {
     return base_.contentsAtPath(path, error);
   }

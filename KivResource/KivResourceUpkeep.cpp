@@ -1,0 +1,280 @@
+#include "KivResource/KivResourceUpkeep.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/KivStorageService/KivStorageService.h"
+
+using kiv::Error;
+using kiv::FileManager;
+using kiv::path::appendingPathComponent;
+using kiv::path::deletingLastPathComponent;
+using kiv::path::lastPathComponent;
+
+namespace {
+
+using Upkeep = KivResourceUpkeep;
+
+constexpr std::string_view lockSuffix = ".lock";
+
+FileManager& files() {
+  return FileManager::defaultManager();
+}
+
+Error upkeepError(KivResourceUpkeepErrorCode code, std::string_view message) {
+  return Error(KivResourceUpkeepErrorDomain, static_cast<std::int64_t>(code), message);
+}
+
+/// The places on the disk that the files in use depend on: the files themselves, and every name on
+/// the way to them, be it that of a link.
+class UsedPlaces {
+ public:
+  void add(std::string_view path) {
+    while (!path.empty() && isNew(path)) {
+      const std::string_view parent = deletingLastPathComponent(path);
+      places_.insert(resolved(path));
+      places_.insert(appendingPathComponent(resolved(parent), lastPathComponent(path)));
+      if (parent.size() == path.size()) return;
+      path = parent;
+    }
+  }
+
+  /// True where the place, or something below it, is in use.
+  [[nodiscard]] bool hold(const std::string& place) const {
+    if (places_.contains(place)) return true;
+    const std::string below = place + "/";
+    const auto first = places_.lower_bound(below);
+    return first != places_.end() && first->starts_with(below);
+  }
+
+ private:
+  bool isNew(std::string_view path) { return seen_.emplace(path).second; }
+
+  /// Where nothing lies, the name in the resolved directory above it.
+  const std::string& resolved(std::string_view path) {
+    const auto known = resolved_.find(path);
+    if (known != resolved_.end()) return known->second;
+    auto place = files().resolvedPathOfItemAtPath(path.empty() ? "." : path);
+    if (!place) {
+      const std::string_view parent = deletingLastPathComponent(path);
+      place = parent.size() < path.size()
+                  ? appendingPathComponent(resolved(parent), lastPathComponent(path))
+                  : std::string(path);
+    }
+    return resolved_.emplace(path, std::move(*place)).first->second;
+  }
+
+  std::set<std::string, std::less<>> seen_;
+  std::set<std::string> places_;
+  std::map<std::string, std::string, std::less<>> resolved_;
+};
+
+/// The files that the registry and the saved list speak of.
+struct ListedFiles {
+  UsedPlaces used;
+  std::map<std::string, std::string> resourceIDs;  ///< by path
+  std::optional<Error> listError;                  ///< where the saved list cannot be read
+
+  void need(const std::string& path, const KivResource& resource) {
+    resourceIDs.emplace(path, resource.resourceID());
+  }
+
+  void addLoaded(const KivResource& resource) {
+    for (const std::string& path : resource.useFilePaths()) {
+      used.add(path);
+      need(path, resource);
+    }
+  }
+
+  /// A list is saved when its resources are complete: what stands there for a file is its path.
+  void addSaved(const KivResource& resource) {
+    if (resource.filesExist()) return addLoaded(resource);
+    for (const std::string& path : resource.useFilePaths())
+      need(path, resource);
+    for (const std::string& path : resource.missingFilesLinks())
+      need(path, resource);
+  }
+};
+
+bool saysNotThere(const Error& error) {
+  return error.domain == kiv::SystemErrorDomain &&
+         error.code == static_cast<int>(std::errc::no_such_file_or_directory);
+}
+
+ListedFiles listedFiles(const KivResourceManager& manager) {
+  ListedFiles listed;
+  for (const auto& resource : *manager.loadedResources())
+    listed.addLoaded(*resource);
+  std::optional<Error> error;
+  const auto saved = KivResourceStorageModule::loadResourcesListWithError(&error);
+  if (error && !saysNotThere(*error)) listed.listError = std::move(error);
+  for (const kiv::Value& entry : saved.value_or(kiv::Array())) {
+    const auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
+    if (resource) listed.addSaved(*resource);
+  }
+  return listed;
+}
+
+std::optional<std::vector<std::string>> sortedNames(const std::string& directory,
+                                                    std::optional<Error>* error) {
+  if (!files().itemExistsAtPath(directory)) return std::vector<std::string>();
+  auto names = files().contentsOfDirectoryAtPath(directory, error);
+  if (names) std::sort(names->begin(), names->end());
+  return names;
+}
+
+Upkeep::Item itemAt(std::string path) {
+  auto size = files().sizeOfItemAtPath(path);
+  return {std::move(path), size, {}};
+}
+
+/// The resources directory without a link on the way, or nothing where none stands yet. A link
+/// below the root would make whatever it leads to the resources directory: that is an error.
+bool findResources(std::optional<std::string>& directory, std::optional<Error>* error) {
+  const std::string path = KivResourceStorageModule::resourcesDirectoryPath();
+  if (!files().itemExistsAtPath(path)) return true;
+  const std::string root = KivStorageService::rootPath();
+  const auto resolvedRoot = files().resolvedPathOfItemAtPath(root, error);
+  if (!resolvedRoot) return false;
+  directory = files().resolvedPathOfItemAtPath(path, error);
+  if (!directory) return false;
+  const std::string_view relativePath = std::string_view(path).substr(root.size());
+  if (*directory == appendingPathComponent(*resolvedRoot, relativePath)) return true;
+  return kiv::fail(
+      error, upkeepError(KivResourceUpkeepErrorCode::resourcesElsewhere,
+                         "The resources directory \"" + path +
+                             "\" is reached through a link, and lies in \"" + *directory + "\"."));
+}
+
+/// `place` is the item's path with the directory resolved, but not the item itself.
+bool isUsed(const std::string& place, const UsedPlaces& used) {
+  if (used.hold(place)) return true;
+  if (!files().linkExistsAtPath(place)) return false;
+  const auto target = files().resolvedPathOfItemAtPath(place);
+  return target && used.hold(*target);
+}
+
+bool isPartial(const std::string& place) {
+  return files().directoryExistsAtPath(place) &&
+         !files().fileExistsAtPath(appendingPathComponent(place, KivResouceArchiveKey[1]));
+}
+
+bool findOrphans(const UsedPlaces& used, Upkeep::Audit& audit, std::optional<Error>* error) {
+  std::optional<std::string> directory;
+  if (!findResources(directory, error)) return false;
+  if (!directory) return true;
+  const auto names = sortedNames(*directory, error);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    const std::string place = appendingPathComponent(*directory, name);
+    if (isUsed(place, used)) continue;
+    (isPartial(place) ? audit.partial : audit.orphaned).push_back(itemAt(place));
+  }
+  return true;
+}
+
+void findUnusable(const ListedFiles& listed, Upkeep::Audit& audit) {
+  for (const auto& [path, resourceID] : listed.resourceIDs) {
+    if (!files().fileExistsAtPath(path)) {
+      audit.missing.push_back({path, 0, resourceID});
+    } else if (!files().fileIsReadableAtPath(path)) {
+      audit.unreadable.push_back({path, files().sizeOfItemAtPath(path), resourceID});
+    }
+  }
+}
+
+/// Each process works in a directory of its own, beside which its lock lies; neither is what was
+/// not completed.
+bool findTemporaries(Upkeep::Audit& audit, std::optional<Error>* error) {
+  const std::string top = KivStorageService::temporariesPath();
+  const auto names = sortedNames(top, error);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    const std::string path = appendingPathComponent(top, name);
+    if (!files().directoryExistsAtPath(path)) {
+      if (!name.ends_with(lockSuffix)) audit.temporary.push_back(itemAt(path));
+      continue;
+    }
+    const auto items = sortedNames(path, error);
+    if (!items) return false;
+    for (const std::string& item : *items)
+      audit.temporary.push_back(itemAt(appendingPathComponent(path, item)));
+  }
+  return true;
+}
+
+void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
+  std::optional<Error> error;
+  if (files().removeItemAtPath(item.path, &error)) {
+    cleanUp.removed.push_back(std::move(item));
+    return;
+  }
+  if (!error) {
+    error = kiv::systemError(static_cast<int>(std::errc::io_error), "remove", item.path);
+  }
+  cleanUp.refused.push_back({std::move(item), std::move(*error)});
+}
+
+}  // namespace
+
+std::optional<Upkeep::Audit> KivResourceUpkeep::audit(const KivResourceManager& manager,
+                                                      std::optional<Error>* error) {
+  const ListedFiles listed = listedFiles(manager);
+  Audit audit;
+  audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
+  findUnusable(listed, audit);
+  if (!findOrphans(listed.used, audit, error) || !findTemporaries(audit, error)) {
+    return std::nullopt;
+  }
+  return audit;
+}
+
+std::optional<Upkeep::CleanUp> KivResourceUpkeep::cleanUpOrphans(const KivResourceManager& manager,
+                                                                 Mode mode,
+                                                                 std::optional<Error>* error) {
+  if (manager.loadingResourcesFilesCount() > 0) {
+    kiv::fail(error, upkeepError(KivResourceUpkeepErrorCode::downloadsInFlight,
+                                 "Nothing is cleaned up while downloads are in flight."));
+    return std::nullopt;
+  }
+  ListedFiles listed = listedFiles(manager);
+  if (listed.listError) {
+    kiv::fail(error, std::move(*listed.listError));
+    return std::nullopt;
+  }
+  Audit found;
+  if (!findOrphans(listed.used, found, error)) return std::nullopt;
+  CleanUp cleanUp;
+  for (auto* const items : {&found.orphaned, &found.partial}) {
+    for (Item& item : *items) {
+      if (mode == Mode::dryRun) {
+        cleanUp.removed.push_back(std::move(item));
+      } else {
+        removeItem(std::move(item), cleanUp);
+      }
+    }
+  }
+  return cleanUp;
+}
+
+std::optional<Upkeep::Space> KivResourceUpkeep::space(std::optional<Error>* error) {
+  const auto fileSystem = files().spaceAtPath(KivStorageService::rootPath(), error);
+  if (!fileSystem) return std::nullopt;
+  Space space{fileSystem->used, fileSystem->available, 0};
+  const std::string resources = KivResourceStorageModule::resourcesDirectoryPath();
+  for (const std::string& directory :
+       {std::string(deletingLastPathComponent(resources)), KivStorageService::temporariesPath()}) {
+    if (!files().itemExistsAtPath(directory)) continue;
+    const auto size = files().sizeOfItemAtPath(directory, error);
+    if (!size) return std::nullopt;
+    space.cacheUsed += *size;
+  }
+  return space;
+}

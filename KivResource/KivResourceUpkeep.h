@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KivResource/KivResourceManager.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+
+/// Domain of the errors that upkeep makes itself; those of the disk pass through with their own.
+inline constexpr std::string_view KivResourceUpkeepErrorDomain =
+    "kiv.KivResource.KivResourceUpkeep";
+
+enum class KivResourceUpkeepErrorCode : int {
+  downloadsInFlight = 120,   ///< A pass is running; files that it has stored are in no list yet.
+  resourcesElsewhere = 121,  ///< A link leads from the resources directory out of the root.
+};
+
+/// Looking after the cache: what the lists and the disk disagree about, what nobody needs any more,
+/// and how much room there is. Nothing here runs by itself: the framework never calls it, a host
+/// does, or lets a person do.
+///
+/// Never instantiated, without state; all operations run on the manager's queue, at once, and take
+/// time there in proportion to what is stored.
+///
+/// A resource counts as loaded when it is in the manager's registry, or in the saved list with all
+/// of its files. Paths are compared with every link in them resolved: a file of a loaded resource
+/// is recognised however its path is written, and so is every link that the path leads through.
+class KIV_EXPORT KivResourceUpkeep {
+ public:
+  KivResourceUpkeep() = delete;
+
+  /// One file, link or directory. An unpacked archive, the directory, is one item.
+  struct Item {
+    std::string path;
+    /// Bytes on the disk, of everything in a directory; nothing where they cannot be counted.
+    std::optional<std::uint64_t> size;
+    /// Of a resource that needs the file; empty where it is none's.
+    std::string resourceID;
+  };
+
+  /// What lists and disk disagree about, each part in the order of the paths.
+  struct Audit {
+    /// Files of resources in the registry or the saved list that are not there.
+    std::vector<Item> missing;
+    /// Those that are there but cannot be opened, or whose first byte cannot be read.
+    std::vector<Item> unreadable;
+    /// What lies in the resources directory and no loaded resource uses. Not only waste: what an
+    /// update dropped, and what was stored for a resource that failed, is found by name by the next
+    /// pass that needs it.
+    std::vector<Item> orphaned;
+    /// Orphaned directories without an "index.html", which no pass finds either.
+    std::vector<Item> partial;
+    /// What the storage service has not completed, of this process, of others that live, or left by
+    /// one that failed.
+    std::vector<Item> temporary;
+    /// True where downloads are in flight: what they have stored so far counts as orphaned.
+    bool downloadsAreInFlight = false;
+  };
+
+  /// Compares the registry and the saved list with the disk, and changes nothing. Nothing and an
+  /// error where the directories cannot be listed, or where the resources directory is reached
+  /// through a link.
+  static std::optional<Audit> audit(const KivResourceManager& manager,
+                                    std::optional<kiv::Error>* error = nullptr);
+
+  enum class Mode {
+    dryRun,  ///< Only tells what would be removed.
+    remove,
+  };
+
+  struct Refusal {
+    Item item;
+    kiv::Error error;
+  };
+
+  struct CleanUp {
+    std::vector<Item> removed;     ///< Or, in a dry run, what would be.
+    std::vector<Refusal> refused;  ///< What could not be removed; empty in a dry run.
+  };
+
+  /// Removes what the audit calls orphaned or partial, and nothing else: nothing that a loaded
+  /// resource uses, and nothing outside the resources directory; of a link, the link. What one item
+  /// refuses does not keep the others. A host that still shows a resource which an update dropped
+  /// waits until it does not.
+  ///
+  /// Nothing and an error, with nothing removed, while downloads are in flight (120), since files
+  /// of the resources that they belong to are in no list yet; where the saved list is there but
+  /// cannot be read, since it may name files that are in use; and where audit() fails.
+  static std::optional<CleanUp> cleanUpOrphans(const KivResourceManager& manager, Mode mode,
+                                               std::optional<kiv::Error>* error = nullptr);
+
+  /// Bytes.
+  struct Space {
+    std::uint64_t fileSystemUsed = 0;       ///< Of the file system of the storage root, by anybody.
+    std::uint64_t fileSystemAvailable = 0;  ///< What this process may still write there.
+    std::uint64_t cacheUsed = 0;            ///< By the framework: list, resources, temporaries.
+  };
+
+  /// How much room is there; also before anything was stored.
+  static std::optional<Space> space(std::optional<kiv::Error>* error = nullptr);
+};

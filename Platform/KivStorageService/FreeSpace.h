@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Error.h"
+
+namespace kiv::storage {
+
+/// What is to stay free, at most: room for the directories and for the small files that follow. A
+/// small file is not refused for the sake of a large reserve, so it is never more than the file.
+inline constexpr std::uint64_t largestReserve = std::uint64_t{1} << 20;
+
+/// The error for bytes that the file system of the path has no room for, or nothing where it has,
+/// or where that is not known. `sort` ("file") and `name` serve the message.
+std::optional<Error> objectionToSize(std::uint64_t bytes, std::string_view sort,
+                                     std::string_view name, std::string_view path);
+
+}  // namespace kiv::storage

@@ -1,0 +1,173 @@
+// Removals that a hostile saved list asks for, through the manager, with the guard and without.
+
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/ManagerFixture.h"
+#include "Tests/Support/RemovalGuard.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+namespace kiv::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+
+/// "outside" is a directory beside the storage root, with things that nobody may lose.
+class KivResourceRemovalGuardTest : public ManagerFixture {
+ protected:
+  KivResourceRemovalGuardTest() {
+    outside_.write("secret.txt", "precious");
+    outside_.write("site/index.html", "precious page");
+    outside_.write("site/data/more.txt", "precious too");
+  }
+
+  /// Restarts on a saved list that holds this item, and expects it to be loaded.
+  void startOnList(const kiv::Dictionary& item) {
+    write(listPath(), std::string(kiv::JSON::write(kiv::Array{item})->view()));
+    restart();
+    ASSERT_THAT(registry(), ElementsAre("a"));
+  }
+
+  /// Replaces the resource by a version with a file of its own: what it used goes.
+  void replaceByNewBanner() {
+    manager->loadResourcesForConfig(config({banner("a", 2, "x/new.png")}));
+    EXPECT_TRUE(client->succeed("/new.png"));
+    EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
+    ASSERT_EQ(manager->loadedResources()->size(), 1U);
+    EXPECT_EQ((*manager->loadedResources())[0]->updated(), 2U);
+    EXPECT_EQ(savedList().size(), 1U);
+    EXPECT_TRUE(exists(stored("new.png")));
+  }
+
+  [[nodiscard]] bool outsideIsWhole() const {
+    return read(outside_.path("secret.txt")) == "precious" &&
+           read(outside_.path("site/index.html")) == "precious page" &&
+           read(outside_.path("site/data/more.txt")) == "precious too";
+  }
+
+  const TemporaryDirectory outside_;
+};
+
+TEST_F(KivResourceRemovalGuardTest, AFileOutsideTheRootStays) {
+  const RemovalGuard guard({root()});
+  startOnList(banner("a", 1, outside_.path("secret.txt")));
+  replaceByNewBanner();
+  EXPECT_TRUE(outsideIsWhole());
+}
+
+TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardAFileOutsideTheRootIsRemovedLikeAnyOther) {
+  startOnList(banner("a", 1, outside_.path("secret.txt")));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(outside_.path("secret.txt")));
+}
+
+TEST_F(KivResourceRemovalGuardTest, TheDirectoryOfAPageOutsideTheRootStays) {
+  const RemovalGuard guard({root()});
+  startOnList(page("a", 1, outside_.path("site/index.html")));
+  replaceByNewBanner();
+  EXPECT_TRUE(outsideIsWhole());
+}
+
+TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardTheDirectoryOfAPageOutsideTheRootIsRemoved) {
+  startOnList(page("a", 1, outside_.path("site/index.html")));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(outside_.path("site")));
+  EXPECT_TRUE(exists(outside_.path("secret.txt")));
+}
+
+TEST_F(KivResourceRemovalGuardTest, AFileThroughALinkedDirectoryStays) {
+  write(stored("kept.png"), "");
+  fs::create_directory_symlink(outside_.path(), stored("linked"));
+  const RemovalGuard guard({root()});
+  startOnList(banner("a", 1, stored("linked/secret.txt")));
+  replaceByNewBanner();
+  EXPECT_TRUE(outsideIsWhole());
+  EXPECT_TRUE(exists(stored("linked")));
+}
+
+TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardAFileThroughALinkedDirectoryIsRemoved) {
+  write(stored("kept.png"), "");
+  fs::create_directory_symlink(outside_.path(), stored("linked"));
+  startOnList(banner("a", 1, stored("linked/secret.txt")));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(outside_.path("secret.txt")));
+}
+
+TEST_F(KivResourceRemovalGuardTest, AFileThroughDotsStays) {
+  write(stored("kept.png"), "");
+  const RemovalGuard guard({root()});
+  startOnList(banner(
+      "a", 1, stored("//") + fs::relative(outside_.path("secret.txt"), stored("")).string()));
+  replaceByNewBanner();
+  EXPECT_TRUE(outsideIsWhole());
+}
+
+TEST_F(KivResourceRemovalGuardTest, ALinkedDirectoryOfAPageIsItselfRemoved) {
+  write(stored("kept.png"), "");
+  fs::create_directory_symlink(outside_.path("site"), stored("linked"));
+  for (const bool isGuarded : {true, false}) {
+    if (!exists(stored("linked"))) {
+      fs::create_directory_symlink(outside_.path("site"), stored("linked"));
+    }
+    if (isGuarded) kiv::FileManager::setRemovalRoots(std::vector{root()});
+    startOnList(page("a", 1, stored("linked/index.html")));
+    replaceByNewBanner();
+    kiv::FileManager::setRemovalRoots(std::nullopt);
+    EXPECT_FALSE(exists(stored("linked"))) << isGuarded;
+    EXPECT_TRUE(outsideIsWhole()) << isGuarded;
+    fs::remove(stored("new.png"));
+  }
+}
+
+TEST_F(KivResourceRemovalGuardTest, AStoredLinkIsItselfRemoved) {
+  write(stored("kept.png"), "");
+  fs::create_symlink(outside_.path("secret.txt"), stored("link.png"));
+  const RemovalGuard guard({root()});
+  startOnList(banner("a", 1, stored("link.png")));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(stored("link.png")));
+  EXPECT_TRUE(outsideIsWhole());
+}
+
+TEST_F(KivResourceRemovalGuardTest, ADirectoryInPlaceOfAnImageMakesNoResource) {
+  auto item = video("a", 1, outside_.path("site"), outside_.path("secret.txt"));
+  for (const bool isGuarded : {true, false}) {
+    if (isGuarded) kiv::FileManager::setRemovalRoots(std::vector{root()});
+    write(listPath(), std::string(kiv::JSON::write(kiv::Array{item})->view()));
+    restart();
+    EXPECT_THAT(registry(), testing::IsEmpty());
+    replaceByNewBanner();
+    kiv::FileManager::setRemovalRoots(std::nullopt);
+    EXPECT_TRUE(outsideIsWhole()) << isGuarded;
+    fs::remove(stored("new.png"));
+  }
+}
+
+TEST_F(KivResourceRemovalGuardTest, WhatLiesUnderTheRootIsRemovedAsEver) {
+  const RemovalGuard guard({root()});
+  write(stored("old.png"), "old");
+  startOnList(banner("a", 1, stored("old.png")));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(stored("old.png")));
+  write(stored("promo/index.html"), "page");
+  write(stored("promo/more.css"), "style");
+  startOnList(page("a", 1, stored("promo/index.html")));
+  fs::remove(stored("new.png"));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(stored("promo")));
+}
+
+TEST_F(KivResourceRemovalGuardTest, APackagedFileStaysWhereTheGuardNamesTheStorageRootAlone) {
+  const std::string packagedFile = packaged() + "/InnerAdResources.bundle/p.png";
+  write(packagedFile, "packaged");
+  const RemovalGuard guard({root()});
+  startOnList(banner("a", 1, packagedFile));
+  replaceByNewBanner();
+  EXPECT_TRUE(exists(packagedFile));
+}
+
+}  // namespace
+}  // namespace kiv::test
