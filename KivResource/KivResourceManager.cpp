@@ -59,13 +59,17 @@ void KivResourceManager::loadSavedResources() {
 }
 
 void KivResourceManager::saveLoadedResorcesList() const {
+  (void)saveList();
+}
+
+bool KivResourceManager::saveList() const {
   kiv::Array dictionaries;
   dictionaries.reserve(loadedResources_->size());
   for (const auto& resource : *loadedResources_) {
     const auto dictionary = resource->resourceDictionary();
     dictionaries.append(dictionary ? *dictionary : kiv::Dictionary());
   }
-  KivResourceStorageModule::saveResourcesList_error(dictionaries);
+  return KivResourceStorageModule::saveResourcesList_error(dictionaries);
 }
 
 // --- Queries -------------------------------------------------------------------------------------
@@ -129,9 +133,16 @@ void KivResourceManager::removeObserver(
 // --- Steps ---------------------------------------------------------------------------------------
 
 void KivResourceManager::endStep() {
-  if (std::exchange(listIsChanged_, false)) saveLoadedResorcesList();
+  saveChanges();
   for (auto& callback : std::exchange(callbacks_, {}))
     multicastObserver_->send(std::move(callback));
+}
+
+void KivResourceManager::saveChanges() {
+  if (listIsChanged_) listIsChanged_ = !saveList();
+  if (listIsChanged_) return;  // the next step tries again
+  for (const std::string& path : std::exchange(filesToRemove_, {}))
+    KivResourceStorageModule::removeResourceFileWithPath_error(path);
 }
 
 void KivResourceManager::endStepLater() {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -101,7 +102,7 @@ class KIV_EXPORT KivResourceManager final
   /// Appends to the registry what the saved list holds and whose files are all there.
   void loadSavedResources();
   /// Writes the dictionaries of the registry as the saved list. A failure is ignored: the next
-  /// save writes the whole list again.
+  /// step of the manager writes the whole list again.
   void saveLoadedResorcesList() const;
 
   [[nodiscard]] kiv::ResourceArray allLoadedResourcesWithCopy(bool copy) const;
@@ -133,6 +134,7 @@ class KIV_EXPORT KivResourceManager final
   void setLoadedFile_forResource(const std::string& path,
                                  const std::shared_ptr<KivResource>& resource);
   /// Takes the other resources with the same identifier out of the registry, with their files.
+  /// Within a step the files go at its end, when the list on disk names them no more.
   void removeOldResourcesForResource(const std::shared_ptr<KivResource>& resource);
   /// Deletes those files of the resource that no other loaded resource uses.
   void removeFilesForResource(const std::shared_ptr<KivResource>& resource);
@@ -171,6 +173,16 @@ class KIV_EXPORT KivResourceManager final
   class Step;
   void endStep();
   void endStepLater();
+  /// Brings the disk up to the registry: saves the list, and when it is there removes the files
+  /// that only an older list named. So whatever fails or kills the host in between, the resources
+  /// of the list on disk have their files.
+  void saveChanges();
+  [[nodiscard]] bool saveList() const;
+  /// Where the file of that name lies, if it does. One that is to be removed is removed first.
+  std::optional<std::string> pathToFile(std::string_view fileName);
+  /// Removes the file now where it is to be removed, for whoever asks after it; false where it is
+  /// not.
+  bool settleRemoval(const std::string& path);
 
   void announceLoaded(const std::shared_ptr<KivResource>& resource);
   void announceFailed(const std::shared_ptr<KivResource>& resource,
@@ -184,7 +196,8 @@ class KIV_EXPORT KivResourceManager final
   std::shared_ptr<KivResourceRESTModule> loader_;
 
   int stepDepth_ = 0;
-  bool listIsChanged_ = false;
+  bool listIsChanged_ = false;  ///< Since the list was last saved.
+  std::set<std::string, std::less<>> filesToRemove_;
   bool endIsScheduled_ = false;
   std::vector<std::function<void(KivResourceManagerObserver&)>> callbacks_;
 };

@@ -33,6 +33,8 @@ void logFailedFile(std::string_view fileName, const KivResource& resource,
 
 void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>& resource) {
   const Step step(*this);
+  for (const std::string& path : resource->useFilePaths())
+    settleRemoval(path);
   if (resource->filesExist()) {
     // Complete on arrival: older versions with the same identifier stay beside it.
     loadedResources_->append(resource);
@@ -41,14 +43,25 @@ void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>
     return;
   }
   for (const std::string& fileLink : resource->missingFilesLinks()) {
-    const auto path = KivResourceStorageModule::pathToResourceFileWithName(
-        kiv::path::lastPathComponent(fileLink));
-    if (path) {
+    if (const auto path = pathToFile(kiv::path::lastPathComponent(fileLink))) {
       setLoadedFile_forResource(*path, resource);
     } else {
       downloadFile(fileLink, resource);
     }
   }
+}
+
+std::optional<std::string> KivResourceManager::pathToFile(std::string_view fileName) {
+  const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
+  if (!path || !settleRemoval(*path)) return path;
+  return KivResourceStorageModule::pathToResourceFileWithName(fileName);
+}
+
+bool KivResourceManager::settleRemoval(const std::string& path) {
+  if (!filesToRemove_.contains(path)) return false;
+  saveChanges();
+  filesToRemove_.erase(path);  // where it could not be removed, it is in use again
+  return true;
 }
 
 /// The count goes up first: the completion may come before the loader's call returns.
@@ -85,6 +98,7 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     const std::shared_ptr<KivResource>& resource) {
   const Step step(*this);
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
+  pathToFile(fileName);  // what is to be removed under the name goes before the new file comes
   std::optional<kiv::Error> error;
   if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
     announceFailed(resource, error);
@@ -116,9 +130,11 @@ void KivResourceManager::removeOldResourcesForResource(
 }
 
 void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
-  for (const std::string& path : resource->useFilePaths()) {
+  const Step step(*this);
+  auto paths = resource->useFilePaths();
+  for (std::string& path : paths) {
     if (!loadedResources_->isPathUsedByOthers(path, *resource)) {
-      KivResourceStorageModule::removeResourceFileWithPath_error(path);
+      filesToRemove_.insert(std::move(path));
     }
   }
 }

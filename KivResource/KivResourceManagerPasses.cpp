@@ -27,6 +27,7 @@ void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const kiv::Value& config, const std::optional<std::string>& resourceID,
     const std::optional<std::string>& type, bool replace) {
   const Step step(*this);
+  saveChanges();  // so that the new resources do not find files that are to be removed
   auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(config);
   if (loadingResourcesFilesCount_ > 0) {
     refusePass(resources);

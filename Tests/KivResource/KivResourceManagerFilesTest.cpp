@@ -321,6 +321,26 @@ TEST_F(KivResourceManagerFilesTest, AFileSharedOnlyAmongOlderVersionsIsDeleted) 
   EXPECT_FALSE(exists(stored("s.png")));
 }
 
+TEST_F(KivResourceManagerFilesTest, AReplacedFileIsGoneForWhateverNamesItsPathLaterInThePass) {
+  load({banner("a", 1, "a.png")});
+  write(stored("new.png"), "new");
+  manager->loadResourcesForConfig(
+      config({banner("a", 2, "x/new.png"), banner("late", 1, stored("a.png"))}));
+  EXPECT_FALSE(exists(stored("a.png")));
+  EXPECT_THAT(registry(), ElementsAre("a"));
+}
+
+TEST_F(KivResourceManagerFilesTest, AReplacedFileIsFetchedAnewForWhateverNeedsItLaterInThePass) {
+  load({banner("a", 1, "a.png")});
+  write(stored("new.png"), "new");
+  manager->loadResourcesForConfig(
+      config({banner("a", 2, "x/new.png"), banner("late", 1, "y/a.png")}));
+  EXPECT_THAT(client->urls, ElementsAre("http://main.test/files/y/a.png"));
+  client->succeed("/y/a.png", "anew");
+  EXPECT_EQ(read(stored("a.png")), "anew");
+  EXPECT_THAT(registry(), ElementsAre("a", "late"));
+}
+
 TEST_F(KivResourceManagerFilesTest, AFailureToDeleteAnOldFileIsIgnored) {
   load({banner("a", 1, "a.png")});
   std::filesystem::remove(stored("a.png"));
