@@ -52,7 +52,7 @@ void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>
 }
 
 std::optional<std::string> KivResourceManager::pathToFile(std::string_view fileName) {
-  const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
+  auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
   if (!path || !settleRemoval(*path)) return path;
   return KivResourceStorageModule::pathToResourceFileWithName(fileName);
 }
