@@ -1,13 +1,74 @@
 #include "Platform/Foundation/Data.h"
 
+#include <mutex>
 #include <utility>
+
+#include "Platform/Foundation/FileManager.h"
 
 namespace kiv {
 
-Data::Data(std::string bytes) : bytes_(std::make_shared<const std::string>(std::move(bytes))) {}
+class Data::Contents {
+ public:
+  Contents() = default;
+  Contents(const Contents&) = delete;
+  Contents& operator=(const Contents&) = delete;
+  virtual ~Contents() = default;
+
+  [[nodiscard]] virtual std::string_view view() const noexcept = 0;
+  [[nodiscard]] virtual std::optional<std::string> takeFile() const { return std::nullopt; }
+};
+
+class Data::MemoryContents final : public Contents {
+ public:
+  explicit MemoryContents(std::string bytes) : bytes_(std::move(bytes)) {}
+  [[nodiscard]] std::string_view view() const noexcept override { return bytes_; }
+
+ private:
+  const std::string bytes_;
+};
+
+class Data::FileContents final : public Contents {
+ public:
+  FileContents(std::unique_ptr<MappedFile> file, std::string path, std::shared_ptr<void> keeper)
+      : file_(std::move(file)), path_(std::move(path)), keeper_(std::move(keeper)) {}
+  FileContents(const FileContents&) = delete;
+  FileContents& operator=(const FileContents&) = delete;
+  ~FileContents() override {
+    if (path_) FileManager::defaultManager().removeItemAtPath(*path_);
+  }
+
+  [[nodiscard]] std::string_view view() const noexcept override { return file_->bytes(); }
+
+  [[nodiscard]] std::optional<std::string> takeFile() const override {
+    const std::lock_guard lock(mutex_);
+    keeper_.reset();
+    return std::exchange(path_, std::nullopt);
+  }
+
+ private:
+  const std::unique_ptr<MappedFile> file_;
+  mutable std::mutex mutex_;
+  mutable std::optional<std::string> path_;  // while the file is this object's
+  mutable std::shared_ptr<void> keeper_;
+};
+
+Data::Data(std::string bytes) : contents_(std::make_shared<MemoryContents>(std::move(bytes))) {}
+
+Data::Data(std::shared_ptr<const Contents> contents) noexcept : contents_(std::move(contents)) {}
+
+std::optional<Data> Data::ofFileAtPath(std::string path, std::shared_ptr<void> keeper,
+                                       std::optional<Error>* error) {
+  auto file = FileManager::defaultManager().mapFileAtPath(path, error);
+  if (!file) return std::nullopt;
+  return Data(std::make_shared<FileContents>(std::move(file), std::move(path), std::move(keeper)));
+}
+
+std::optional<std::string> Data::takeFile() const {
+  return contents_ ? contents_->takeFile() : std::nullopt;
+}
 
 std::string_view Data::view() const noexcept {
-  return bytes_ ? std::string_view(*bytes_) : std::string_view();
+  return contents_ ? contents_->view() : std::string_view();
 }
 
 }  // namespace kiv

@@ -2,21 +2,36 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 
 namespace kiv {
 
-/// Immutable bytes, cheap to copy: copies share one buffer, which lives as long as any of them.
-/// Copies may be used from different threads.
+/// Immutable bytes, cheap to copy: copies share one buffer, or one file, which lives as long as any
+/// of them. Copies may be used from different threads.
 class KIV_EXPORT Data {
  public:
   /// No bytes.
   Data() noexcept = default;
   /// Takes the bytes over.
   explicit Data(std::string bytes);
+
+  /// Takes over the regular file at the path, which nobody may write to any more. Its bytes are
+  /// mapped, not read. The file is removed with the last copy, unless takeFile() handed it on;
+  /// `keeper` is let go of at that moment too. Nothing where the file cannot be mapped; it is then
+  /// left alone.
+  static std::optional<Data> ofFileAtPath(std::string path, std::shared_ptr<void> keeper = nullptr,
+                                          std::optional<Error>* error = nullptr);
+
+  /// The path of the file that holds the bytes, for whoever wants to move it to where it shall stay
+  /// instead of writing the bytes again: the file is the caller's from now on, to move or to
+  /// remove. Answers so once, of all copies; otherwise, and where the bytes lie in memory, nothing.
+  /// The bytes of every copy stay readable, wherever the file goes.
+  [[nodiscard]] std::optional<std::string> takeFile() const;
 
   [[nodiscard]] std::size_t size() const noexcept { return view().size(); }
   [[nodiscard]] bool empty() const noexcept { return view().empty(); }
@@ -26,7 +41,13 @@ class KIV_EXPORT Data {
   friend bool operator==(const Data& a, const Data& b) noexcept { return a.view() == b.view(); }
 
  private:
-  std::shared_ptr<const std::string> bytes_;
+  class Contents;
+  class MemoryContents;
+  class FileContents;
+
+  explicit Data(std::shared_ptr<const Contents> contents) noexcept;
+
+  std::shared_ptr<const Contents> contents_;
 };
 
 }  // namespace kiv

@@ -39,6 +39,14 @@ class KIV_EXPORT WritableFile {
   virtual bool close(std::optional<Error>* error = nullptr) = 0;
 };
 
+/// The bytes of a regular file, read as they are looked at. They stay where they are while this
+/// lives, whatever becomes of the file's name; nobody may cut the file off meanwhile.
+class KIV_EXPORT MappedFile {
+ public:
+  virtual ~MappedFile() = default;
+  [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
+};
+
 /// An advisory lock on a file, held until it goes, or until the process ends in whatever way.
 class KIV_EXPORT FileLock {
  public:
@@ -101,6 +109,12 @@ class KIV_EXPORT FileManager {
   /// The whole contents of a regular file.
   virtual std::optional<Data> contentsAtPath(std::string_view path,
                                              std::optional<Error>* error = nullptr) = 0;
+  /// The bytes of a regular file, mapped instead of read; nullptr on failure.
+  virtual std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
+                                                    std::optional<Error>* error = nullptr) = 0;
+  /// The number of bytes in the regular file at the path, which may not be a link; nothing where
+  /// there is none.
+  virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
   /// The names of a directory's items, in no given order.
   virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;
@@ -111,6 +125,10 @@ class KIV_EXPORT FileManager {
   /// Creates a file that must not exist yet, open for writing; nullptr on failure.
   virtual std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                          std::optional<Error>* error = nullptr) = 0;
+  /// Opens the regular file at the path, which may not be a link, for writing at its end, cut off
+  /// after `length` bytes where it is longer; nullptr on failure.
+  virtual std::unique_ptr<WritableFile> openFileAtPath_length(
+      std::string_view path, std::uint64_t length, std::optional<Error>* error = nullptr) = 0;
   /// Returns when the directory's own entries (made, renamed, removed) have reached the disk.
   virtual bool synchronizeDirectoryAtPath(std::string_view path,
                                           std::optional<Error>* error = nullptr) = 0;

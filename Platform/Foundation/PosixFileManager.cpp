@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <stdio.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -96,6 +97,20 @@ class PosixWritableFile final : public WritableFile {
   std::string path_;
 };
 
+class PosixMappedFile final : public MappedFile {
+ public:
+  explicit PosixMappedFile(std::string_view bytes) noexcept : bytes_(bytes) {}
+  PosixMappedFile(const PosixMappedFile&) = delete;
+  PosixMappedFile& operator=(const PosixMappedFile&) = delete;
+  ~PosixMappedFile() override {
+    if (!bytes_.empty()) ::munmap(const_cast<char*>(bytes_.data()), bytes_.size());
+  }
+  [[nodiscard]] std::string_view bytes() const noexcept override { return bytes_; }
+
+ private:
+  const std::string_view bytes_;
+};
+
 class PosixFileLock final : public FileLock {
  public:
   explicit PosixFileLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
@@ -136,11 +151,16 @@ class PosixFileManager final : public FileManager {
   std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
                                              std::optional<Error>* error) override;
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
+                                            std::optional<Error>* error) override;
+  std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
   bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                  std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
+                                                      std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override;
@@ -224,6 +244,27 @@ std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
   return Data(std::move(*bytes));
 }
 
+std::unique_ptr<MappedFile> PosixFileManager::mapFileAtPath(std::string_view path,
+                                                            std::optional<Error>* error) {
+  struct stat status {};
+  const Descriptor file = openFile(path, status, error);
+  if (!file.isOpen()) return nullptr;
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size == 0) return std::make_unique<PosixMappedFile>(std::string_view());
+  void* const start = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file.number(), 0);
+  if (start == MAP_FAILED) {
+    failWith(errno, "map", path, error);
+    return nullptr;
+  }
+  return std::make_unique<PosixMappedFile>(std::string_view(static_cast<char*>(start), size));
+}
+
+std::optional<std::uint64_t> PosixFileManager::lengthOfFileAtPath(std::string_view path) {
+  struct stat status {};
+  if (!lookAt(path, status) || !S_ISREG(status.st_mode)) return std::nullopt;
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
 bool PosixFileManager::fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) {
   struct stat status {};
   const Descriptor file = openFile(path, status, error);
@@ -287,6 +328,25 @@ std::unique_ptr<WritableFile> PosixFileManager::createFileAtPath(std::string_vie
   Descriptor file = open(path, O_WRONLY | O_CREAT | O_EXCL);
   if (!file.isOpen()) {
     failWith(errno, "create", path, error);
+    return nullptr;
+  }
+  return std::make_unique<PosixWritableFile>(std::move(file), std::string(path));
+}
+
+std::unique_ptr<WritableFile> PosixFileManager::openFileAtPath_length(std::string_view path,
+                                                                      std::uint64_t length,
+                                                                      std::optional<Error>* error) {
+  struct stat status {};
+  Descriptor file = open(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK);
+  bool isReady = file.isOpen() && ::fstat(file.number(), &status) == 0;
+  if (isReady && !S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    isReady = false;
+  }
+  const auto wanted = static_cast<off_t>(length);
+  if (isReady && status.st_size > wanted) isReady = ::ftruncate(file.number(), wanted) == 0;
+  if (!isReady) {
+    failWith(errno, "open", path, error);
     return nullptr;
   }
   return std::make_unique<PosixWritableFile>(std::move(file), std::string(path));

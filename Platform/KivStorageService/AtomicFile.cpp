@@ -17,6 +17,20 @@ std::optional<AtomicFile> AtomicFile::create(StorageRoot& root, std::optional<Er
   return AtomicFile(std::move(*temporary), std::move(file));
 }
 
+std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data) {
+  const auto found = data.takeFile();
+  if (!found) return std::nullopt;
+  FileManager& files = FileManager::defaultManager();
+  auto temporary = root.makeTemporary(nullptr);
+  if (!temporary || !files.moveItemAtPath_toPath(*found, temporary->path())) {
+    files.removeItemAtPath(*found);
+    return std::nullopt;
+  }
+  auto file = files.openFileAtPath_length(temporary->path(), data.size());
+  if (!file) return std::nullopt;
+  return AtomicFile(std::move(*temporary), std::move(file));
+}
+
 bool AtomicFile::write(std::string_view bytes, std::optional<Error>* error) {
   return file_->write(bytes, error);
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/KivStorageService/StorageRoot.h"
@@ -13,13 +14,18 @@ namespace kiv::storage {
 
 /// A file that appears under its name only when it is complete.
 ///
-/// The bytes go to a temporary file. commit() waits until they are on the disk, gives the file its
-/// name in one step, and waits for that too: in the other order a power cut could leave an empty
-/// file under the name. The destructor discards what was not committed, and never commits.
+/// The bytes go to a temporary file, or lie in one already. commit() waits until they are on the
+/// disk, gives the file its name in one step, and waits for that too: in the other order a power
+/// cut could leave an empty file under the name. The destructor discards what was not committed,
+/// and never commits.
 class AtomicFile {
  public:
   /// Begins a file somewhere under the root; nothing on failure.
   static std::optional<AtomicFile> create(StorageRoot& root, std::optional<Error>* error);
+
+  /// Takes over the file in which the data lies, so that nothing is written again; nothing where
+  /// there is none to take over, or it lies on another file system.
+  static std::optional<AtomicFile> adopt(StorageRoot& root, const Data& data);
 
   bool write(std::string_view bytes, std::optional<Error>* error);
   /// Puts the file at the path, in place of a file or a link there. Called at most once. When it

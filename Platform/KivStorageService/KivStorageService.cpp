@@ -20,6 +20,7 @@ namespace {
 using kiv::Data;
 using kiv::Error;
 using kiv::FileManager;
+using kiv::storage::AtomicFile;
 using kiv::storage::quoted;
 using kiv::storage::StorageRoot;
 
@@ -53,6 +54,19 @@ std::string joined(std::string_view root, std::string_view relativePath,
   return kiv::path::appendingPathComponent(directory, fileName);
 }
 
+/// A file with the bytes that has no name yet; what is in a file already is not written again.
+std::optional<AtomicFile> unnamedFile(StorageRoot& root, const Data& data, std::string_view name,
+                                      std::optional<Error>* error) {
+  if (auto adopted = AtomicFile::adopt(root, data)) return adopted;
+  if (auto objection = kiv::storage::objectionToSize(data.size(), "file", name, root.path())) {
+    kiv::fail(error, std::move(*objection));
+    return std::nullopt;
+  }
+  auto file = AtomicFile::create(root, error);
+  if (!file || !file->write(data.view(), error)) return std::nullopt;
+  return file;
+}
+
 bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
               std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
@@ -61,12 +75,8 @@ bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
   if (!isReplaceable) {
     return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "file"));
   }
-  const std::string_view name = kiv::path::lastPathComponent(path);
-  if (auto objection = kiv::storage::objectionToSize(data.size(), "file", name, root.path())) {
-    return kiv::fail(error, std::move(*objection));
-  }
-  auto file = kiv::storage::AtomicFile::create(root, error);
-  if (!file || !file->write(data.view(), error)) return false;
+  auto file = unnamedFile(root, data, kiv::path::lastPathComponent(path), error);
+  if (!file) return false;
   const std::string directory(kiv::path::deletingLastPathComponent(path));
   return root.prepareDirectory(directory, error) && file->commit(path, error);
 }

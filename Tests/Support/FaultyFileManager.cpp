@@ -125,6 +125,12 @@ std::optional<Data> FaultyFileManager::contentsAtPath(std::string_view path,
   return ForwardingFileManager::contentsAtPath(path, error);
 }
 
+std::unique_ptr<MappedFile> FaultyFileManager::mapFileAtPath(std::string_view path,
+                                                             std::optional<Error>* error) {
+  if (!begin({"map", std::string(path), {}}, error)) return nullptr;
+  return ForwardingFileManager::mapFileAtPath(path, error);
+}
+
 std::optional<std::vector<std::string>> FaultyFileManager::contentsOfDirectoryAtPath(
     std::string_view path, std::optional<Error>* error) {
   if (!begin({"list", std::string(path), {}}, error)) return std::nullopt;
@@ -140,6 +146,14 @@ std::unique_ptr<WritableFile> FaultyFileManager::createFileAtPath(std::string_vi
                                                                   std::optional<Error>* error) {
   if (!begin({"createFile", std::string(path), {}}, error)) return nullptr;
   auto file = ForwardingFileManager::createFileAtPath(path, error);
+  if (!file) return nullptr;
+  return std::make_unique<File>(*this, std::move(file), std::string(path));
+}
+
+std::unique_ptr<WritableFile> FaultyFileManager::openFileAtPath_length(
+    std::string_view path, std::uint64_t length, std::optional<Error>* error) {
+  if (!begin({"openFile", std::string(path), {}}, error)) return nullptr;
+  auto file = ForwardingFileManager::openFileAtPath_length(path, length, error);
   if (!file) return nullptr;
   return std::make_unique<File>(*this, std::move(file), std::string(path));
 }

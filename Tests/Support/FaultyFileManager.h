@@ -58,11 +58,15 @@ class FaultyFileManager : public ForwardingFileManager {
   std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
                                              std::optional<Error>* error) override;
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
+                                            std::optional<Error>* error) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
   bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                  std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
+                                                      std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override;

@@ -39,6 +39,13 @@ class ForwardingFileManager : public FileManager {
   std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override {
     return base_.contentsAtPath(path, error);
   }
+  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
+                                            std::optional<Error>* error) override {
+    return base_.mapFileAtPath(path, error);
+  }
+  std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override {
+    return base_.lengthOfFileAtPath(path);
+  }
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override {
     return base_.contentsOfDirectoryAtPath(path, error);
@@ -49,6 +56,10 @@ class ForwardingFileManager : public FileManager {
   std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                  std::optional<Error>* error) override {
     return base_.createFileAtPath(path, error);
+  }
+  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
+                                                      std::optional<Error>* error) override {
+    return base_.openFileAtPath_length(path, length, error);
   }
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override {
     return base_.synchronizeDirectoryAtPath(path, error);

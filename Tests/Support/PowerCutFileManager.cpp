@@ -196,6 +196,17 @@ std::unique_ptr<WritableFile> PowerCutFileManager::createFileAtPath(std::string_
   return std::make_unique<File>(*this, std::move(file), std::string(path), std::move(node));
 }
 
+std::unique_ptr<WritableFile> PowerCutFileManager::openFileAtPath_length(
+    std::string_view path, std::uint64_t length, std::optional<Error>* error) {
+  if (!begin(path, error)) return nullptr;
+  auto file = ForwardingFileManager::openFileAtPath_length(path, length, error);
+  if (!file) return nullptr;
+  const std::lock_guard guard(mutex_);
+  auto node = find(path);
+  if (node->bytes.size() > length) node->bytes.resize(length);
+  return std::make_unique<File>(*this, std::move(file), std::string(path), std::move(node));
+}
+
 bool PowerCutFileManager::synchronizeDirectoryAtPath(std::string_view path,
                                                      std::optional<Error>* error) {
   if (!begin(path, error)) return false;

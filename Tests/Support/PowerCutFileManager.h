@@ -42,6 +42,8 @@ class PowerCutFileManager : public ForwardingFileManager {
   bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                  std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
+                                                      std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override;

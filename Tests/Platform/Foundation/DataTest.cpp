@@ -1,9 +1,13 @@
+#include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include <gtest/gtest.h>
 
 #include "Platform/Foundation/Data.h"
+#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
@@ -44,6 +48,77 @@ TEST(DataTest, EqualityLooksAtTheBytes) {
   EXPECT_EQ(Data(std::string("a")), Data(std::string("a")));
   EXPECT_FALSE(Data(std::string("a")) == Data(std::string("b")));
   EXPECT_FALSE(Data(std::string("a")) == Data(std::string("a\0", 2)));
+}
+
+// --- Files ---------------------------------------------------------------------------------------
+
+class DataFileTest : public testing::Test {
+ protected:
+  [[nodiscard]] bool isThere() const { return std::filesystem::exists(path_); }
+
+  kiv::test::TemporaryDirectory directory_;
+  const std::string path_ = directory_.write("file", "bytes");
+};
+
+TEST_F(DataFileTest, HoldsTheBytesOfTheFile) {
+  const auto data = Data::ofFileAtPath(path_);
+  ASSERT_TRUE(data);
+  EXPECT_EQ(data->view(), "bytes");
+  EXPECT_EQ(*data, Data(std::string("bytes")));
+}
+
+TEST_F(DataFileTest, TheFileGoesWithTheLastCopy) {
+  auto data = Data::ofFileAtPath(path_);
+  auto copy = std::make_optional(*data);
+  data.reset();
+  EXPECT_TRUE(isThere());
+  copy.reset();
+  EXPECT_FALSE(isThere());
+}
+
+TEST_F(DataFileTest, AFileThatIsTakenIsTheTakers) {
+  auto data = Data::ofFileAtPath(path_);
+  const auto copy = *data;
+  EXPECT_EQ(copy.takeFile(), path_);
+  EXPECT_EQ(data->takeFile(), std::nullopt) << "once, of all copies";
+  std::filesystem::rename(path_, directory_.path("elsewhere"));
+  EXPECT_EQ(data->view(), "bytes");
+  data.reset();
+  EXPECT_TRUE(std::filesystem::exists(directory_.path("elsewhere")));
+}
+
+TEST_F(DataFileTest, TheKeeperGoesWithTheFileOrWhenItIsTaken) {
+  auto keeper = std::make_shared<int>(1);
+  const std::weak_ptr<int> watched = keeper;
+  auto data = Data::ofFileAtPath(path_, std::move(keeper));
+  EXPECT_FALSE(watched.expired());
+  (void)data->takeFile();
+  EXPECT_TRUE(watched.expired());
+
+  keeper = std::make_shared<int>(2);
+  const std::weak_ptr<int> other = keeper;
+  data = Data::ofFileAtPath(path_, std::move(keeper));
+  data.reset();
+  EXPECT_TRUE(other.expired());
+}
+
+TEST_F(DataFileTest, AnEmptyFileHasNoBytes) {
+  const auto empty = Data::ofFileAtPath(directory_.write("empty", ""));
+  ASSERT_TRUE(empty);
+  EXPECT_TRUE(empty->empty());
+}
+
+TEST_F(DataFileTest, WhatCannotBeMappedIsLeftAlone) {
+  std::optional<kiv::Error> error;
+  EXPECT_FALSE(Data::ofFileAtPath(directory_.path("missing"), nullptr, &error));
+  EXPECT_TRUE(error);
+  EXPECT_FALSE(Data::ofFileAtPath(directory_.path()));
+  EXPECT_TRUE(std::filesystem::exists(directory_.path()));
+}
+
+TEST_F(DataFileTest, BytesInMemoryHaveNoFile) {
+  EXPECT_EQ(Data(std::string("x")).takeFile(), std::nullopt);
+  EXPECT_EQ(Data().takeFile(), std::nullopt);
 }
 
 }  // namespace

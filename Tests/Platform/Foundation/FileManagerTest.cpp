@@ -558,4 +558,62 @@ TEST_F(FileManagerLockTest, ALockEndsWithItsProcessEvenWhenThatIsKilled) {
   ::close(pipeEnds[1]);
 }
 
+// --- Files that are mapped or gone on with -------------------------------------------------------
+
+TEST_F(FileManagerTest, AMappedFileKeepsItsBytesWhenItsNameGoes) {
+  write("a", "bytes");
+  const auto file = FileManager::defaultManager().mapFileAtPath(path("a"));
+  ASSERT_TRUE(file);
+  fs::remove(path("a"));
+  EXPECT_EQ(file->bytes(), "bytes");
+}
+
+TEST_F(FileManagerTest, OnlyRegularFilesAreMapped) {
+  std::optional<Error> error;
+  EXPECT_FALSE(FileManager::defaultManager().mapFileAtPath(path("missing"), &error));
+  EXPECT_EQ(error->code, ENOENT);
+  EXPECT_FALSE(FileManager::defaultManager().mapFileAtPath(directory_.path(), &error));
+  EXPECT_EQ(error->code, EISDIR);
+}
+
+TEST_F(FileManagerTest, TheLengthOfAFileIsThatOfItsBytes) {
+  FileManager& files = FileManager::defaultManager();
+  EXPECT_EQ(files.lengthOfFileAtPath(write("a", "12345")), 5U);
+  EXPECT_EQ(files.lengthOfFileAtPath(write("empty", "")), 0U);
+  EXPECT_EQ(files.lengthOfFileAtPath(path("missing")), std::nullopt);
+  EXPECT_EQ(files.lengthOfFileAtPath(directory_.path()), std::nullopt);
+  fs::create_symlink("a", path("link"));
+  EXPECT_EQ(files.lengthOfFileAtPath(path("link")), std::nullopt);
+}
+
+TEST_F(FileManagerTest, AFileIsGoneOnWithAtItsEnd) {
+  write("a", "12345");
+  const auto file = FileManager::defaultManager().openFileAtPath_length(path("a"), 5);
+  ASSERT_TRUE(file);
+  EXPECT_TRUE(file->write("678") && file->close());
+  EXPECT_EQ(read("a"), "12345678");
+}
+
+TEST_F(FileManagerTest, WhatIsTooLongIsCutOffFirst) {
+  write("a", "12345");
+  const auto file = FileManager::defaultManager().openFileAtPath_length(path("a"), 2);
+  ASSERT_TRUE(file);
+  EXPECT_TRUE(file->write("x") && file->close());
+  EXPECT_EQ(read("a"), "12x");
+}
+
+TEST_F(FileManagerTest, OnlyARegularFileIsGoneOnWith) {
+  FileManager& files = FileManager::defaultManager();
+  std::optional<Error> error;
+  EXPECT_FALSE(files.openFileAtPath_length(path("missing"), 0, &error));
+  EXPECT_EQ(error->code, ENOENT);
+  EXPECT_FALSE(files.openFileAtPath_length(directory_.path(), 0));
+  write("a", "12345");
+  fs::create_symlink("a", path("link"));
+  EXPECT_FALSE(files.openFileAtPath_length(path("link"), 0));
+  EXPECT_EQ(read("a"), "12345");
+  ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(files.openFileAtPath_length(path("pipe"), 0));
+}
+
 }  // namespace

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -42,6 +43,62 @@ TEST_F(KivStorageServiceTest, SavesAFileWithoutBytes) {
   EXPECT_FALSE(save("a.png", ""));
   EXPECT_EQ(contents("a.png"), "");
   EXPECT_TRUE(KivStorageService::fileExistsWithName_atRelativePath("a.png", resources));
+}
+
+TEST_F(KivStorageServiceTest, AFileThatHoldsTheBytesIsMovedAndNotCopied) {
+  put(root() + "/spooled", "bytes");
+  struct stat before {};
+  ASSERT_EQ(::stat((root() + "/spooled").c_str(), &before), 0);
+  const auto data = Data::ofFileAtPath(root() + "/spooled");
+  ASSERT_TRUE(data);
+  FaultyFileManager files;
+  EXPECT_TRUE(
+      KivStorageService::saveData_forFileName_atRelativePath_error(*data, "a.png", resources));
+  struct stat after {};
+  ASSERT_EQ(::stat(stored("a.png").c_str(), &after), 0);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  EXPECT_FALSE(fs::exists(root() + "/spooled"));
+  EXPECT_EQ(data->view(), "bytes");
+  std::vector<std::string> names;
+  for (const auto& operation : files.operations())
+    names.push_back(operation.name);
+  EXPECT_EQ(std::count(names.begin(), names.end(), "write"), 0);
+  const auto synced = std::find(names.begin(), names.end(), "synchronize");
+  ASSERT_NE(synced, names.end());
+  EXPECT_NE(std::find(synced, names.end(), "move"), names.end()) << "synced before it has its name";
+}
+
+TEST_F(KivStorageServiceTest, TheSameFileIsSavedAgainFromItsBytes) {
+  put(root() + "/spooled", "bytes");
+  const auto data = Data::ofFileAtPath(root() + "/spooled");
+  ASSERT_TRUE(data);
+  for (const char* const name : {"a.png", "a.png", "b.png"}) {
+    EXPECT_TRUE(
+        KivStorageService::saveData_forFileName_atRelativePath_error(*data, name, resources));
+    EXPECT_EQ(contents(name), "bytes");
+  }
+}
+
+TEST_F(KivStorageServiceTest, AFileThatCannotBeMovedIsCopied) {
+  put(root() + "/spooled", "bytes");
+  const auto data = Data::ofFileAtPath(root() + "/spooled");
+  ASSERT_TRUE(data);
+  FaultyFileManager files;
+  files.setFault(FaultyFileManager::Fault{3, EXDEV});
+  EXPECT_TRUE(
+      KivStorageService::saveData_forFileName_atRelativePath_error(*data, "a.png", resources));
+  EXPECT_EQ(contents("a.png"), "bytes");
+}
+
+TEST_F(KivStorageServiceTest, AnArchiveInAFileIsUnpackedAndTheFileGoes) {
+  put(root() + "/spooled", pageArchive("page"));
+  {
+    const auto data = Data::ofFileAtPath(root() + "/spooled");
+    ASSERT_TRUE(data);
+    EXPECT_TRUE(KivStorageService::saveData_forFileName_atRelativePath_error(*data, "promo.zip",
+                                                                             resources));
+  }
+  EXPECT_EQ(tree(), pageTree("page"));
 }
 
 TEST_F(KivStorageServiceTest, SavesInTheRootItself) {
