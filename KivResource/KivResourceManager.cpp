@@ -43,6 +43,11 @@ void KivResourceManager::create() {
   loadingResourcesFilesCount_ = 0;
   loadSavedResources();
   loader_ = std::make_shared<KivResourceRESTModule>();
+  // Beside the resources, so that a large file is stored by giving it its name.
+  const auto& client = loader_->restService();
+  if (client->settings().spoolDirectory.empty()) {
+    client->setSpoolDirectory(KivResourceStorageModule::spoolDirectoryPath());
+  }
 }
 
 // --- The saved list ------------------------------------------------------------------------------

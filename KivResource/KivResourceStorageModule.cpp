@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view listDirectory = "KivResource";
 constexpr std::string_view resourcesDirectory = "KivResource/Resources";
+constexpr std::string_view spoolDirectory = ".KivRESTService";
 constexpr std::string_view listFile = "resources_config.json";
 constexpr std::string_view packagedBundle = "InnerAdResources.bundle";
 constexpr std::int64_t dataIsNotArrayErrorCode = 110;
@@ -51,6 +52,11 @@ void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view
 std::string KivResourceStorageModule::resourcesDirectoryPath() {
   const std::string root = KivStorageService::rootPath();
   return root.empty() ? root : kiv::path::appendingPathComponent(root, resourcesDirectory);
+}
+
+std::string KivResourceStorageModule::spoolDirectoryPath() {
+  const std::string root = KivStorageService::rootPath();
+  return root.empty() ? root : kiv::path::appendingPathComponent(root, spoolDirectory);
 }
 
 bool KivResourceStorageModule::saveResourcesList_error(const kiv::Array& resourceDictionaries,

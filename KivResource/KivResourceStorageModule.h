@@ -44,6 +44,9 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the directory in which downloaded files and unpacked archives lie;
   /// empty where there is no storage root.
   static std::string resourcesDirectoryPath();
+  /// The absolute path of the directory for bodies on their way, beside those; empty where there is
+  /// no storage root.
+  static std::string spoolDirectoryPath();
 
   /// Writes the saved list, an array of resource dictionaries, anew and whole. On failure the
   /// previous list stays.

@@ -23,6 +23,7 @@ namespace {
 using Upkeep = KivResourceUpkeep;
 
 constexpr std::string_view lockSuffix = ".lock";
+constexpr std::string_view partSuffix = ".part";
 
 FileManager& files() {
   return FileManager::defaultManager();
@@ -210,6 +211,18 @@ bool findTemporaries(Upkeep::Audit& audit, std::optional<Error>* error) {
   return true;
 }
 
+/// Of a body that has not been stored the bytes alone count.
+bool findUnfinishedDownloads(Upkeep::Audit& audit, std::optional<Error>* error) {
+  const std::string directory = KivResourceStorageModule::spoolDirectoryPath();
+  const auto names = sortedNames(directory, error);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    if (!name.ends_with(partSuffix)) continue;
+    audit.temporary.push_back(itemAt(appendingPathComponent(directory, name)));
+  }
+  return true;
+}
+
 void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
   std::optional<Error> error;
   if (files().removeItemAtPath(item.path, &error)) {
@@ -230,9 +243,9 @@ std::optional<Upkeep::Audit> KivResourceUpkeep::audit(const KivResourceManager& 
   Audit audit;
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
   findUnusable(listed, audit);
-  if (!findOrphans(listed.used, audit, error) || !findTemporaries(audit, error)) {
-    return std::nullopt;
-  }
+  const bool isWhole = findOrphans(listed.used, audit, error) && findTemporaries(audit, error) &&
+                       findUnfinishedDownloads(audit, error);
+  if (!isWhole) return std::nullopt;
   return audit;
 }
 
@@ -270,7 +283,8 @@ std::optional<Upkeep::Space> KivResourceUpkeep::space(std::optional<Error>* erro
   Space space{fileSystem->used, fileSystem->available, 0};
   const std::string resources = KivResourceStorageModule::resourcesDirectoryPath();
   for (const std::string& directory :
-       {std::string(deletingLastPathComponent(resources)), KivStorageService::temporariesPath()}) {
+       {std::string(deletingLastPathComponent(resources)), KivStorageService::temporariesPath(),
+        KivResourceStorageModule::spoolDirectoryPath()}) {
     if (!files().itemExistsAtPath(directory)) continue;
     const auto size = files().sizeOfItemAtPath(directory, error);
     if (!size) return std::nullopt;

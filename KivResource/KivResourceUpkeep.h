@@ -55,7 +55,7 @@ class KIV_EXPORT KivResourceUpkeep {
     /// Orphaned directories without an "index.html", which no pass finds either.
     std::vector<Item> partial;
     /// What the storage service has not completed, of this process, of others that live, or left by
-    /// one that failed.
+    /// one that failed; and bodies of downloads that have not come whole, or are not stored yet.
     std::vector<Item> temporary;
     /// True where downloads are in flight: what they have stored so far counts as orphaned.
     bool downloadsAreInFlight = false;

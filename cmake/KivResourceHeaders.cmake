@@ -33,6 +33,8 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   Platform/Foundation/Value.h
   Platform/GCDMulticastDelegate/GCDMulticastDelegate.h
   Platform/KivRESTService/KivRESTService.h
+  Platform/KivRESTService/KivRESTServiceErrors.h
+  Platform/KivRESTService/KivRESTServiceFigures.h
   Platform/KivRESTService/KivRESTServiceSettings.h
   Platform/KivRESTService/KivRESTServiceTask.h
   Platform/KivStorageService/ArchiveCeilings.h

@@ -33,16 +33,30 @@ kiv::TransferJob jobFor(std::uint64_t id, const KivRESTServiceTask& task) {
   return job;
 }
 
+struct DefaultSettings {
+  std::mutex mutex;
+  KivRESTServiceSettings settings;
+
+  static DefaultSettings& shared() {
+    static auto& object = *new DefaultSettings;
+    return object;
+  }
+};
+
 }  // namespace
 
 class KivRESTService::Implementation {
  public:
   explicit Implementation(KivRESTServiceSettings settings)
-      : ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation())),
-        engine_(std::move(settings),
-                [ledger = ledger_](std::uint64_t id, kiv::TransferOutcome outcome) {
-                  ledger->end(id, std::move(outcome));
-                }) {}
+      : backlog_(std::make_shared<kiv::Backlog>()),
+        ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), backlog_)),
+        engine_(
+            std::move(settings), backlog_,
+            [ledger = ledger_](std::uint64_t id, kiv::TaskResult result) {
+              ledger->end(id, std::move(result));
+            },
+            [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); }) {
+  }
 
   ~Implementation() {
     auto tasks = ledger_->takeAll();
@@ -66,8 +80,11 @@ class KivRESTService::Implementation {
                                    queued.request()->url.absoluteString());
       }
     }
-    if (error) ledger_->end(*id, kiv::TransferOutcome::failed(std::move(*error)));
+    if (error) ledger_->end(*id, {kiv::TransferOutcome::failed(std::move(*error)), {}, 0});
   }
+
+  kiv::TaskLedger& ledger() noexcept { return *ledger_; }
+  kiv::TransferEngine& engine() noexcept { return engine_; }
 
   kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }
 
@@ -85,11 +102,12 @@ class KivRESTService::Implementation {
 
  private:
   std::mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
+  const std::shared_ptr<kiv::Backlog> backlog_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;
   kiv::TransferEngine engine_;
 };
 
-KivRESTService::KivRESTService() : KivRESTService(KivRESTServiceSettings()) {}
+KivRESTService::KivRESTService() : KivRESTService(defaultSettings()) {}
 
 KivRESTService::KivRESTService(KivRESTServiceSettings settings)
     : implementation_(std::make_unique<Implementation>(std::move(settings))) {}
@@ -106,4 +124,33 @@ std::vector<std::shared_ptr<KivRESTServiceTask>> KivRESTService::currentQueue() 
 
 void KivRESTService::cancelAllTasks() {
   implementation_->cancelAll();
+}
+
+void KivRESTService::setProgressHandler(
+    std::function<void(const KivRESTServiceProgress& progress)> handler) {
+  const bool isWanted = static_cast<bool>(handler);
+  implementation_->ledger().setProgressObserver(std::move(handler));
+  implementation_->engine().reportProgress(isWanted);
+}
+
+void KivRESTService::setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler) {
+  implementation_->ledger().setEndObserver(std::move(handler));
+}
+
+const KivRESTServiceSettings& KivRESTService::settings() const noexcept {
+  return implementation_->engine().settings();
+}
+
+void KivRESTService::setSpoolDirectory(std::string path) {
+  implementation_->engine().setSpoolDirectory(std::move(path));
+}
+
+KivRESTServiceSettings KivRESTService::defaultSettings() {
+  const std::lock_guard lock(DefaultSettings::shared().mutex);
+  return DefaultSettings::shared().settings;
+}
+
+void KivRESTService::setDefaultSettings(KivRESTServiceSettings settings) {
+  const std::lock_guard lock(DefaultSettings::shared().mutex);
+  DefaultSettings::shared().settings = std::move(settings);
 }

@@ -1,35 +1,18 @@
 #pragma once
 
+#include <functional>
 #include <memory>
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/KivRESTService/KivRESTServiceErrors.h"
+#include "Platform/KivRESTService/KivRESTServiceFigures.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
 #include "Platform/KivRESTService/KivRESTServiceTask.h"
 
-/// Domain of the transfer errors; their codes are those of KivRESTServiceErrorCode.
-inline constexpr std::string_view KivRESTServiceErrorDomain = "kiv.KivRESTService";
-
-/// Why a transfer failed. The numbers are stable: new ones are added at the end.
-enum class KivRESTServiceErrorCode : int {
-  unknown = 1,
-  unsupportedURL = 2,  ///< No scheme, no host, or a scheme other than http and https.
-  cannotResolveHost = 3,
-  cannotConnect = 4,
-  timedOut = 5,                ///< The connection took too long, or no bytes came for too long.
-  connectionLost = 6,          ///< The connection broke, or ended before the body was whole.
-  malformedResponse = 7,       ///< The answer is no proper HTTP, or contradicts itself.
-  secureConnectionFailed = 8,  ///< TLS failed, or the certificate is not to be trusted.
-  tooManyRedirects = 9,
-  refusedRedirect = 10,  ///< A redirect to another scheme, or from https to http.
-  bodyTooLarge = 11,
-  outOfResources = 12,      ///< No memory, descriptors or disk left for the transfer.
-  unsupportedRequest = 13,  ///< No request, or one with another method than GET.
-};
-
-/// The HTTP client: performs GET tasks asynchronously, several at a time, and falls back to each
-/// task's mirrors.
+/// The HTTP client: performs GET tasks asynchronously, several at a time, falls back to each task's
+/// mirrors, and tries again what failed for a reason that may pass.
 ///
 /// A client has one transfer thread, which starts with the first task. It remembers the queue on
 /// which it was created (the main queue where there is none) and calls every completion there, one
@@ -46,9 +29,16 @@ enum class KivRESTServiceErrorCode : int {
 /// Redirects are followed, at most as many as the settings say, only to http and https, and never
 /// from https to http.
 ///
+/// Tasks for the same URLs that are held at one time share one transfer; each is completed. A body
+/// that is too large for memory goes to a file in the spool directory, if one is named, and the
+/// task's data is that file. What has come of one that did not come whole stays there, also when
+/// its task is cancelled or the process ends, and the next try for that URL, by whatever client or
+/// process, asks the server for the rest, provided that it is still the same version of the file.
+///
 /// The operations are virtual so that another client can stand in for it.
 class KIV_EXPORT KivRESTService {
  public:
+  /// A client with the default settings.
   KivRESTService();
   explicit KivRESTService(KivRESTServiceSettings settings);
   virtual ~KivRESTService();
@@ -58,11 +48,15 @@ class KIV_EXPORT KivRESTService {
   /// Takes the task over and runs it. Tasks start in order of priority, the largest first, and
   /// among equals in order of queuing. A task that the client holds already is not queued again.
   ///
-  /// The servers are tried in order, the request's own first, until one answers with status 200. A
-  /// task ends with the first 200 and its body, which may be empty; else with the response, without
-  /// a body, that the earliest server in the list gave; else with the transfer error of the
-  /// request's own server. It always ends later, on the client's queue, also where nothing could be
-  /// tried: it leaves currentQueue(), and then its completion handler is called.
+  /// The servers are tried in order, the request's own first, until one answers with status 200;
+  /// those that could not be reached a short while ago come last. One that failed for a reason that
+  /// may pass (a refused or broken connection, a time-out, the statuses 408, 429, 500, 502, 503 and
+  /// 504) is tried again after a wait, as often as the settings say. A task ends with the first 200
+  /// and its body, which may be empty; else with the last response, without a body, of the earliest
+  /// server in the list that gave one; else with the transfer error of the request's own server:
+  /// this does not depend on the order in which they were tried. It always ends later, on the
+  /// client's queue, also where nothing could be tried: it leaves currentQueue(), and then its
+  /// completion handler is called.
   virtual void queue(std::shared_ptr<KivRESTServiceTask> task);
 
   /// The tasks that the client holds now, in order of queuing: waiting, running, or ended with
@@ -73,6 +67,24 @@ class KIV_EXPORT KivRESTService {
   /// completed any more. Their completion handlers are let go of: before this returns where it is
   /// called on the client's queue, otherwise by a job of that queue.
   virtual void cancelAllTasks();
+
+  /// Called on the client's queue, at most ten times a second, while tasks are held, and once when
+  /// the last has ended. Each call has the state of that moment; what a slow queue has missed is
+  /// not made up for. An empty handler removes it.
+  void setProgressHandler(std::function<void(const KivRESTServiceProgress& progress)> handler);
+  /// Called on the client's queue for each task that has ended, before its completion: outcome and
+  /// figures are set. Not called for cancelled tasks. An empty handler removes it.
+  void setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler);
+
+  /// The settings in use.
+  [[nodiscard]] const KivRESTServiceSettings& settings() const noexcept;
+  /// Names the spool directory of this client. To be called before the first task is queued.
+  void setSpoolDirectory(std::string path);
+
+  /// The settings of clients that are made without any from now on; that of the framework's
+  /// manager is one of them. May be called from any thread.
+  static KivRESTServiceSettings defaultSettings();
+  static void setDefaultSettings(KivRESTServiceSettings settings);
 
  private:
   class Implementation;

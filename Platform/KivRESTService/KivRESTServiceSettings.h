@@ -3,35 +3,87 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 /// How a client transfers. The defaults suit a desktop application; a host that wants others hands
-/// them to the client's constructor.
+/// them to the client's constructor, or sets them for the clients that are made without settings
+/// (KivRESTService::setDefaultSettings) before the first of them is made.
 struct KivRESTServiceSettings {
+  // --- How much at one time ---
+
   /// Transfers that run at one time; the other tasks wait. At least one runs.
   std::size_t parallelTransfers = 6;
+  /// Of these, the transfers with one server, a host and port. At least one runs.
+  std::size_t parallelTransfersPerHost = 6;
+  /// Bytes a second that all transfers together may receive, 0 for no limit. Kept on average, over
+  /// a few seconds.
+  std::int64_t bandwidth = 0;
+
+  // --- When to give up a try ---
 
   /// How long looking up the host, connecting and the TLS handshake may take together.
   std::chrono::milliseconds connectTimeout{15'000};
-
   /// A transfer slower than `stallSpeed`, in bytes a second, for this long is given up. There is no
   /// limit on the total time: a slow download that goes on is left alone.
   std::chrono::seconds stallTimeout{30};
   std::int64_t stallSpeed = 64;
-
   /// Redirects followed for one server before it is given up.
   int redirects = 10;
 
+  // --- When to try again ---
+
+  /// Tries that one server has for a file where they fail for a reason that may pass. A try after
+  /// which more of the file is kept on the disk than before does not count. At least one is made.
+  int triesPerServer = 3;
+  /// Tries for a file in all, whatever they came to. At least one is made.
+  int triesInAll = 10;
+  /// Before a server is asked again the client waits for a random time of up to `firstRetryDelay`,
+  /// and of up to twice as much after each further failure, but no more than `longestRetryDelay`.
+  /// Other servers are asked meanwhile.
+  std::chrono::milliseconds firstRetryDelay{500};
+  std::chrono::milliseconds longestRetryDelay{30'000};
+  /// A server that says when to come again ("Retry-After") is waited for that long, but no longer
+  /// than this.
+  std::chrono::milliseconds longestRetryAfter{60'000};
+  /// How long a server that could not be reached comes after the others. Then one task tries it
+  /// first again.
+  std::chrono::milliseconds unreachablePause{30'000};
+
+  // --- What is taken ---
+
   /// Bytes of the largest body taken. A body without end stops here.
   std::int64_t largestBody = std::int64_t{2} * 1024 * 1024 * 1024;
+  /// Bytes of the largest body kept in memory. Larger ones go to a file in the spool directory,
+  /// where one has been named.
+  std::int64_t largestBodyInMemory = 1024 * 1024;
+  /// Bytes of bodies that may wait in memory for the client's queue to complete their tasks. No
+  /// transfer starts while there are more: who takes bodies slowly gets them slowly.
+  std::int64_t largestBacklog = 16 * 1024 * 1024;
 
+  // --- What is kept on the disk ---
+
+  /// Absolute path of a directory of the clients' own for bodies on their way, made where it is
+  /// missing; empty where every body is to stay in memory. Clients of several processes may use
+  /// one directory. Bodies that are not whole stay there, so that a later try goes on with them.
+  std::string spoolDirectory;
+  /// A partial body that nobody has gone on with for this long is removed.
+  std::chrono::hours longestPartialAge{7 * 24};
+  /// Bytes that partial bodies may take together; the oldest go first.
+  std::int64_t largestPartials = 1024 * 1024 * 1024;
+
+  // --- How to connect ---
+
+  /// URL of the proxy; empty for none; nothing for what the environment says ("https_proxy" ...).
+  std::optional<std::string> proxy;
   /// Path of a file with the certificates (PEM) of the authorities to trust, instead of the
   /// system's; empty for the system's.
   std::string certificateAuthoritiesPath;
-
   /// What the client calls itself.
   std::string userAgent = "KivRESTService/1.0";
-
+  /// Offers HTTP/2 to https servers. Off: the oldest libcurl that the library works with has known
+  /// trouble to notice HTTP/2 bodies that are not whole, and to use a stalled connection again.
+  bool http2 = false;
   /// How long the transfer thread and its open connections stay when there is nothing to do. They
   /// go at once when the tasks are cancelled.
   std::chrono::seconds idleTime{30};

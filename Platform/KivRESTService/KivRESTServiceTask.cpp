@@ -25,3 +25,11 @@ void KivRESTServiceTask::setResponseError(std::optional<kiv::Error> error) {
 void KivRESTServiceTask::setReturnedData(std::optional<kiv::Data> data) noexcept {
   data_ = std::move(data);
 }
+
+void KivRESTServiceTask::setProgress(KivRESTServiceTaskProgress progress) {
+  progress_ = std::move(progress);
+}
+
+void KivRESTServiceTask::setFigures(KivRESTServiceFigures figures) {
+  figures_ = std::move(figures);
+}

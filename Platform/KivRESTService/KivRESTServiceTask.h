@@ -10,6 +10,7 @@
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/URL.h"
 #include "Platform/Foundation/URLRequest.h"
+#include "Platform/KivRESTService/KivRESTServiceFigures.h"
 
 namespace kiv {
 
@@ -62,6 +63,16 @@ class KIV_EXPORT KivRESTServiceTask {
   /// The body of the response, or nothing.
   [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }
 
+  /// How far the task has come. Brought up to date, at most ten times a second, while its client
+  /// has a progress handler.
+  [[nodiscard]] const KivRESTServiceTaskProgress& progress() const noexcept { return progress_; }
+  /// What it took, when the task has ended.
+  [[nodiscard]] const KivRESTServiceFigures& figures() const noexcept { return figures_; }
+
+  /// Set by the client.
+  void setProgress(KivRESTServiceTaskProgress progress);
+  void setFigures(KivRESTServiceFigures figures);
+
   /// Set by the client when the task ends.
   void setResponse(std::optional<kiv::HTTPResponse> response) noexcept;
   void setResponseError(std::optional<kiv::Error> error);
@@ -75,4 +86,6 @@ class KIV_EXPORT KivRESTServiceTask {
   std::optional<kiv::HTTPResponse> response_;
   std::optional<kiv::Error> error_;
   std::optional<kiv::Data> data_;
+  KivRESTServiceTaskProgress progress_;
+  KivRESTServiceFigures figures_;
 };

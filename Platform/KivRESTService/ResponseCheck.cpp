@@ -4,6 +4,8 @@
 #include <charconv>
 #include <utility>
 
+#include "Platform/KivRESTService/HTTPDate.h"
+
 namespace kiv {
 
 namespace {
@@ -49,6 +51,27 @@ std::optional<std::int64_t> lengthFrom(std::string_view text) {
   return length;
 }
 
+/// "bytes 5-9/10": the first and the last place of the bytes that come, and the file's length.
+struct ContentRange {
+  std::int64_t first;
+  std::int64_t last;
+  std::int64_t length;
+};
+
+std::optional<ContentRange> contentRangeFrom(std::string_view text) {
+  constexpr std::string_view unit = "bytes ";
+  if (lowerCase(text.substr(0, unit.size())) != unit) return std::nullopt;
+  text.remove_prefix(unit.size());
+  const auto dash = text.find('-');
+  const auto slash = text.find('/');
+  if (dash == text.npos || slash == text.npos || dash > slash) return std::nullopt;
+  const auto first = lengthFrom(text.substr(0, dash));
+  const auto last = lengthFrom(text.substr(dash + 1, slash - dash - 1));
+  const auto length = lengthFrom(text.substr(slash + 1));
+  if (!first || !last || !length) return std::nullopt;
+  return ContentRange{*first, *last, *length};
+}
+
 void append(std::optional<std::string>& values, std::string_view value) {
   if (values) {
     values->append(",").append(value);
@@ -65,7 +88,32 @@ bool ResponseCheck::refuse(Code code, std::string what) {
 }
 
 bool ResponseCheck::endsWithConnection() const noexcept {
-  return isFile() && !length_ && !transferEncoding_;
+  return isFile() && !length_ && !transferEncoding_ && !isHTTP2_;
+}
+
+std::optional<std::int64_t> ResponseCheck::fileLength() const noexcept {
+  if (isContinuation_ && range_->length) return range_->length;
+  if (isContinuation_) return contentRangeFrom(contentRange_.value_or(""))->length;
+  return length_;
+}
+
+BodyVersion ResponseCheck::version() const {
+  BodyVersion version;
+  // A weak tag may stand for different bytes.
+  const bool isStrong = entityTag_ && entityTag_->size() >= 2 && entityTag_->front() == '"' &&
+                        entityTag_->find('"', 1) == entityTag_->size() - 1;
+  if (isStrong) version.entityTag = *entityTag_;
+  if (!lastModified_) return version;
+  // A file that was changed within the second of the date may be changed again within it.
+  const auto changed = secondsFromHTTPDate(*lastModified_);
+  const auto answered = date_ ? secondsFromHTTPDate(*date_) : secondsNow();
+  if (changed && answered && *changed < *answered) version.lastModified = *lastModified_;
+  return version;
+}
+
+std::optional<std::chrono::seconds> ResponseCheck::retryAfter() const {
+  if (!retryAfter_) return std::nullopt;
+  return waitFromRetryAfter(*retryAfter_, date_ ? secondsFromHTTPDate(*date_) : std::nullopt);
 }
 
 bool ResponseCheck::addHeaderLine(std::string_view line) {
@@ -87,16 +135,20 @@ bool ResponseCheck::addHeaderLine(std::string_view line) {
 }
 
 bool ResponseCheck::addStatusLine(std::string_view line) {
-  // "HTTP/1.1 200 OK": the version's last digit stands at 7, the status from 9 to 11.
-  const bool isProper = line.starts_with("HTTP/1.") && line.size() >= 12 && isDigit(line[7]) &&
-                        line[8] == ' ' && line[9] >= '1' && line[9] <= '5' && isDigit(line[10]) &&
-                        isDigit(line[11]) && (line.size() == 12 || line[12] == ' ');
+  // "HTTP/1.1 200 OK", or "HTTP/2 200" as the transport writes it.
+  const bool isHTTP2 = line.starts_with("HTTP/2 ") && protocols_ == Protocols::http1AndHTTP2;
+  const bool isHTTP1 = line.starts_with("HTTP/1.") && line.size() > 8 && isDigit(line[7]);
+  const std::string_view rest = isHTTP2 ? line.substr(6) : isHTTP1 ? line.substr(8) : "";
+  const bool isProper = rest.size() >= 4 && rest[0] == ' ' && rest[1] >= '1' && rest[1] <= '5' &&
+                        isDigit(rest[2]) && isDigit(rest[3]) &&
+                        (rest.size() == 4 || rest[4] == ' ');
   if (!isProper) {
     return refuse(Code::malformedResponse, "the server's response does not begin as HTTP does");
   }
   forgetHeaders();
-  isHTTP10_ = line[7] == '0';
-  std::from_chars(line.data() + 9, line.data() + 12, status_);
+  isHTTP2_ = isHTTP2;
+  isHTTP10_ = isHTTP1 && line[7] == '0';
+  std::from_chars(rest.data() + 1, rest.data() + 4, status_);
   stage_ = Stage::headers;
   return true;
 }
@@ -106,6 +158,11 @@ void ResponseCheck::forgetHeaders() {
   transferEncoding_.reset();
   contentEncoding_.reset();
   location_.reset();
+  contentRange_.reset();
+  entityTag_.reset();
+  lastModified_.reset();
+  date_.reset();
+  retryAfter_.reset();
   lastHeader_ = nullptr;
 }
 
@@ -120,13 +177,22 @@ bool ResponseCheck::addHeader(std::string_view line) {
   return addNamedHeader(lowerCase(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
 }
 
+std::optional<std::string>* ResponseCheck::keptHeader(std::string_view name) noexcept {
+  if (name == "content-length") return &contentLengthText_;
+  if (name == "transfer-encoding") return &transferEncoding_;
+  if (name == "content-encoding") return &contentEncoding_;
+  if (name == "location") return &location_;
+  if (name == "content-range") return &contentRange_;
+  if (name == "etag") return &entityTag_;
+  if (name == "last-modified") return &lastModified_;
+  if (name == "date") return &date_;
+  if (name == "retry-after") return &retryAfter_;
+  return nullptr;
+}
+
 bool ResponseCheck::addNamedHeader(std::string_view name, std::string_view value) {
-  std::optional<std::string>* header = nullptr;
   const auto properName = trimmed(name);
-  if (properName == "content-length") header = &contentLengthText_;
-  if (properName == "transfer-encoding") header = &transferEncoding_;
-  if (properName == "content-encoding") header = &contentEncoding_;
-  if (properName == "location") header = &location_;
+  auto* const header = keptHeader(properName);
   if (!header) return true;
   if (properName.size() != name.size()) {
     return refuse(Code::malformedResponse, "the server's response has a malformed header");
@@ -151,7 +217,27 @@ bool ResponseCheck::endHeaders() {
     return true;
   }
   stage_ = Stage::body;
-  return readContentLength() && checkTransferCoding() && (!isFile() || checkFile());
+  return readContentLength() && checkTransferCoding() && checkRange() && (!isFile() || checkFile());
+}
+
+/// A server may answer with the whole file at any time, but with a part only as it was asked for.
+bool ResponseCheck::checkRange() {
+  if (!range_ || (status_ != 206 && status_ != 416)) return true;
+  isContinuation_ = status_ == 206 && fitsRange();
+  deniesRange_ = !isContinuation_;
+  if (isContinuation_) return true;
+  return refuse(Code::malformedResponse, "the server does not give the rest of the file");
+}
+
+bool ResponseCheck::fitsRange() const {
+  const auto range = contentRangeFrom(contentRange_.value_or(""));
+  if (!range || range->first != range_->first || range->last != range->length - 1) return false;
+  if (range_->length && *range_->length != range->length) return false;
+  if (length_ && *length_ != range->length - range->first) return false;
+  // What the server says of the version again must be what it said before.
+  const BodyVersion& here = range_->version;
+  return (!entityTag_ || here.entityTag.empty() || *entityTag_ == here.entityTag) &&
+         (!lastModified_ || here.lastModified.empty() || *lastModified_ == here.lastModified);
 }
 
 bool ResponseCheck::readContentLength() {
@@ -187,7 +273,7 @@ bool ResponseCheck::checkFile() {
     return refuse(Code::malformedResponse,
                   "the server's response has a content coding that was not asked for");
   }
-  if (length_ && *length_ > largestBody_) return refuse(Code::bodyTooLarge, {});
+  if (fileLength() && *fileLength() > largestBody_) return refuse(Code::bodyTooLarge, {});
   // A cut connection looks exactly like the end of such a body. HTTP/1.0 had no other way to send a
   // body of unknown length; HTTP/1.1 has the chunked coding for it.
   if (endsWithConnection() && !isHTTP10_) {
@@ -201,14 +287,23 @@ bool ResponseCheck::addBodyBytes(std::size_t count) {
   bodyBytes_ += static_cast<std::int64_t>(count);
   if (!isFile()) return bodyBytes_ <= largestUnwantedBody;
   if (bodyBytes_ > largestBody_) return refuse(Code::bodyTooLarge, {});
+  if (isContinuation_ && bodyBytes_ > *expectedBytes()) {
+    return refuse(Code::malformedResponse, "the server sends more than the rest of the file");
+  }
   return true;
+}
+
+/// Bytes that the body of this response has to have.
+std::optional<std::int64_t> ResponseCheck::expectedBytes() const noexcept {
+  if (isContinuation_) return *fileLength() - range_->first;
+  return length_;
 }
 
 void ResponseCheck::end() {
   if (problem_) return;
   if (!hasHeaders()) {
     refuse(Code::connectionLost, "the connection ended before the headers of the response did");
-  } else if (isFile() && length_ && *length_ != bodyBytes_) {
+  } else if (isFile() && expectedBytes() && *expectedBytes() != bodyBytes_) {
     refuse(Code::connectionLost, "the server's response has not the length that it tells");
   }
 }

@@ -4,7 +4,20 @@
 
 namespace kiv {
 
-TaskLedger::TaskLedger(std::shared_ptr<DispatchQueue> queue) : queue_(std::move(queue)) {}
+TaskLedger::TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<Backlog> backlog)
+    : queue_(std::move(queue)), backlog_(std::move(backlog)) {}
+
+void TaskLedger::setEndObserver(EndObserver observer) {
+  auto shared = observer ? std::make_shared<const EndObserver>(std::move(observer)) : nullptr;
+  const std::lock_guard lock(mutex_);
+  endObserver_.swap(shared);
+}
+
+void TaskLedger::setProgressObserver(ProgressObserver observer) {
+  auto shared = observer ? std::make_shared<const ProgressObserver>(std::move(observer)) : nullptr;
+  const std::lock_guard lock(mutex_);
+  progressObserver_.swap(shared);
+}
 
 std::optional<std::uint64_t> TaskLedger::add(std::shared_ptr<KivRESTServiceTask> task) {
   const std::lock_guard lock(mutex_);
@@ -30,6 +43,7 @@ TaskLedger::Tasks TaskLedger::takeAll() {
     tasks.push_back(std::move(task));
   held_.clear();
   heldTasks_.clear();
+  report_.reset();
   return tasks;
 }
 
@@ -41,22 +55,57 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
   return std::move(held.mapped());
 }
 
-void TaskLedger::end(std::uint64_t id, TransferOutcome outcome) {
-  queue_->async([self = shared_from_this(), id, outcome = std::move(outcome)]() mutable {
-    self->complete(id, std::move(outcome));
+void TaskLedger::end(std::uint64_t id, TaskResult result) {
+  queue_->async([self = shared_from_this(), id, result = std::move(result)]() mutable {
+    const std::int64_t bytes = result.backlog;
+    self->complete(id, std::move(result));
+    self->backlog_->remove(bytes);
   });
 }
 
-void TaskLedger::complete(std::uint64_t id, TransferOutcome outcome) {
+void TaskLedger::complete(std::uint64_t id, TaskResult result) {
   const auto task = take(id);
   if (!task) return;
-  task->setResponse(outcome.response);
-  task->setResponseError(std::move(outcome.error));
-  task->setReturnedData(std::move(outcome.body));
+  task->setResponse(result.outcome.response);
+  task->setResponseError(std::move(result.outcome.error));
+  task->setReturnedData(std::move(result.outcome.body));
+  task->setFigures(std::move(result.figures));
+  if (const auto observer = endObserver()) (*observer)(*task);
   // Taken off the task, so that a handler that holds its own task does not keep it for ever.
   const auto handler = task->completionHandler();
   task->setCompletionHandler(nullptr);
   if (handler) handler(*task);
+}
+
+std::shared_ptr<const TaskLedger::EndObserver> TaskLedger::endObserver() const {
+  const std::lock_guard lock(mutex_);
+  return endObserver_;
+}
+
+void TaskLedger::report(ProgressReport report) {
+  const std::lock_guard lock(mutex_);
+  const bool isOnItsWay = report_.has_value();
+  report_ = std::move(report);
+  if (!isOnItsWay) queue_->async([self = shared_from_this()] { self->showProgress(); });
+}
+
+void TaskLedger::showProgress() {
+  std::optional<ProgressReport> report;
+  std::vector<std::pair<std::shared_ptr<KivRESTServiceTask>, KivRESTServiceTaskProgress>> tasks;
+  std::shared_ptr<const ProgressObserver> observer;
+  {
+    const std::lock_guard lock(mutex_);
+    report.swap(report_);
+    if (!report) return;
+    observer = progressObserver_;
+    for (auto& [id, progress] : report->tasks) {
+      const auto held = held_.find(id);
+      if (held != held_.end()) tasks.emplace_back(held->second, std::move(progress));
+    }
+  }
+  for (auto& [task, progress] : tasks)
+    task->setProgress(std::move(progress));
+  if (observer) (*observer)(report->client);
 }
 
 void TaskLedger::releaseHandlers(Tasks tasks) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -9,8 +10,9 @@
 #include <vector>
 
 #include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/KivRESTService/Backlog.h"
 #include "Platform/KivRESTService/KivRESTServiceTask.h"
-#include "Platform/KivRESTService/TransferJob.h"
+#include "Platform/KivRESTService/TaskResult.h"
 
 namespace kiv {
 
@@ -23,8 +25,16 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
  public:
   using Tasks = std::vector<std::shared_ptr<KivRESTServiceTask>>;
 
-  /// Tasks are completed on that queue.
-  explicit TaskLedger(std::shared_ptr<DispatchQueue> queue);
+  using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
+  using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
+
+  /// Tasks are completed on that queue; what a completed task leaves of the backlog goes with it.
+  TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<Backlog> backlog);
+
+  /// Called on the queue for every task that ends, before its completion; empty for nobody.
+  void setEndObserver(EndObserver observer);
+  /// Called on the queue with what report() brings, the latest where several wait.
+  void setProgressObserver(ProgressObserver observer);
 
   /// Holds the task; the number names it, and grows with every task. Nothing where the task is
   /// held already.
@@ -34,7 +44,10 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   /// Takes out every task.
   [[nodiscard]] Tasks takeAll();
   /// Ends the task of that number, if it is still held when its turn on the queue has come.
-  void end(std::uint64_t id, TransferOutcome outcome);
+  void end(std::uint64_t id, TaskResult result);
+
+  /// Brings the tasks' progress up to date, and the observer's, when their turn on the queue comes.
+  void report(ProgressReport report);
 
   /// Lets go of the handlers of tasks that were taken out: now where this is the queue, otherwise
   /// on it.
@@ -42,14 +55,21 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
 
  private:
   [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
-  void complete(std::uint64_t id, TransferOutcome outcome);
+  void complete(std::uint64_t id, TaskResult result);
+
+  [[nodiscard]] std::shared_ptr<const EndObserver> endObserver() const;
+  void showProgress();
 
   const std::shared_ptr<DispatchQueue> queue_;
+  const std::shared_ptr<Backlog> backlog_;
 
   mutable std::mutex mutex_;
   std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_;
   std::unordered_set<const KivRESTServiceTask*> heldTasks_;
   std::uint64_t lastID_ = 0;
+  std::shared_ptr<const EndObserver> endObserver_;
+  std::shared_ptr<const ProgressObserver> progressObserver_;
+  std::optional<ProgressReport> report_;  // that waits for the queue
 };
 
 }  // namespace kiv

@@ -31,15 +31,27 @@ Value info(void* handle, CURLINFO which) {
 
 }  // namespace
 
-Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, EasyHandle handle)
-    : settings_(settings), handle_(std::move(handle)), url_(std::move(url)) {
-  check_.emplace(settings.largestBody);
-}
+Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, const SpoolDirectory& spool,
+                   EasyHandle handle)
+    : settings_(settings),
+      handle_(std::move(handle)),
+      url_(url),
+      sink_(std::move(url), spool, settings.largestBodyInMemory),
+      range_(sink_.range()) {}
 
 Transfer::~Transfer() = default;
 
 bool Transfer::prepare() {
-  return setOptions() && setSecurityOptions();
+  startOver();
+  return setOptions() && setConnectionOptions() && setSecurityOptions() && setRange();
+}
+
+void Transfer::startOver() {
+  using Protocols = ResponseCheck::Protocols;
+  const bool mayBeHTTP2 = settings_.http2 && url_.scheme() == "https";
+  check_.emplace(settings_.largestBody, range_,
+                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1);
+  bodyHasBegun_ = false;
 }
 
 bool Transfer::setOptions() {
@@ -49,22 +61,26 @@ bool Transfer::setOptions() {
          set(handle, CURLOPT_PROTOCOLS_STR, "http,https") &&
          set(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
          // Redirects are followed here, one by one, so that the rules hold for each step.
-         set(handle, CURLOPT_FOLLOWLOCATION, 0L) &&
-         // HTTP/2 has known trouble with broken transfers in the oldest version that we link.
-         set(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1)) &&
-         set(handle, CURLOPT_HTTP09_ALLOWED, 0L) && set(handle, CURLOPT_NOSIGNAL, 1L) &&
-         set(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
+         set(handle, CURLOPT_FOLLOWLOCATION, 0L) && set(handle, CURLOPT_HTTP09_ALLOWED, 0L) &&
+         set(handle, CURLOPT_NOSIGNAL, 1L) && set(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
          // Letting go of a handle does not wait for a slow name server.
          set(handle, CURLOPT_QUICK_EXIT, 1L) &&
          set(handle, CURLOPT_USERAGENT, settings_.userAgent.c_str()) &&
-         set(handle, CURLOPT_CONNECTTIMEOUT_MS,
-             static_cast<long>(settings_.connectTimeout.count())) &&
-         set(handle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(settings_.stallSpeed)) &&
-         set(handle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(settings_.stallTimeout.count())) &&
          set(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
          set(handle, CURLOPT_HEADERDATA, this) &&
          set(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
          set(handle, CURLOPT_WRITEDATA, this);
+}
+
+bool Transfer::setConnectionOptions() {
+  void* const handle = handle_.get();
+  const long version = settings_.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
+  return set(handle, CURLOPT_HTTP_VERSION, version) &&
+         set(handle, CURLOPT_CONNECTTIMEOUT_MS,
+             static_cast<long>(settings_.connectTimeout.count())) &&
+         set(handle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(settings_.stallSpeed)) &&
+         set(handle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(settings_.stallTimeout.count())) &&
+         (!settings_.proxy || set(handle, CURLOPT_PROXY, settings_.proxy->c_str()));
 }
 
 bool Transfer::setSecurityOptions() {
@@ -75,16 +91,45 @@ bool Transfer::setSecurityOptions() {
          (authorities.empty() || set(handle, CURLOPT_CAINFO, authorities.c_str()));
 }
 
+/// Asks for the rest of what is kept, and for the whole where that is another version by now.
+bool Transfer::setRange() {
+  if (!range_) return true;
+  headers_ = makeHeaderList("If-Range: " + range_->version.validator());
+  const std::string range = std::to_string(range_->first) + "-";
+  return headers_ && set(handle_.get(), CURLOPT_RANGE, range.c_str()) &&
+         set(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
+}
+
+void Transfer::limitSpeed(std::int64_t bytesPerSecond) {
+  set(handle_.get(), CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(bytesPerSecond));
+}
+
 std::size_t Transfer::takeHeader(char* bytes, std::size_t, std::size_t count, void* transfer) {
   auto& self = *static_cast<Transfer*>(transfer);
   try {
-    if (!self.check_->addHeaderLine({bytes, count})) return 0;
-    if (self.check_->isFile()) self.reserveBody();
-    return count;
+    return self.takeHeaderLine({bytes, count}) ? count : 0;
   } catch (const std::exception&) {
-    self.outOfMemory_ = true;
+    self.cannotStore_ = true;
     return 0;
   }
+}
+
+bool Transfer::takeHeaderLine(std::string_view line) {
+  if (!check_->addHeaderLine(line)) return false;
+  if (!check_->isFile() || bodyHasBegun_) return true;
+  bodyHasBegun_ = true;
+  return beginBody();
+}
+
+bool Transfer::beginBody() {
+  if (!check_->isContinuation()) {
+    cannotStore_ = !sink_.begin(url_, check_->version(), check_->fileLength());
+  } else if (sink_.isFrom(url_)) {
+    cannotStore_ = !sink_.goOn();
+  } else {
+    return false;  // two servers may tell different versions in the same words
+  }
+  return !cannotStore_;
 }
 
 std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void* transfer) {
@@ -92,34 +137,60 @@ std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void
   constexpr std::size_t stop = CURL_WRITEFUNC_ERROR;
   try {
     if (!self.check_->addBodyBytes(count)) return stop;
-    if (self.check_->isFile()) self.body_.append(bytes, count);
-    return count;
+    self.cannotStore_ = self.check_->isFile() && !self.sink_.append({bytes, count});
   } catch (const std::exception&) {
-    self.outOfMemory_ = true;
-    return stop;
+    self.cannotStore_ = true;
   }
+  return self.cannotStore_ ? stop : count;
 }
 
-/// Takes the room that the body will need, but no more than a little on the server's word alone.
-void Transfer::reserveBody() {
-  constexpr std::int64_t largestReserve = 8 * 1024 * 1024;
-  const auto expected = std::min(check_->contentLength().value_or(0), largestReserve);
-  body_.reserve(static_cast<std::size_t>(expected));
+std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
+  return check_ && check_->isFile() ? check_->fileLength() : std::nullopt;
 }
 
-std::optional<TransferOutcome> Transfer::finish(int result) {
-  if (outOfMemory_) return failed(Code::outOfResources);
+std::optional<TryResult> Transfer::finish(int result) {
+  auto ended = outcome(result);
+  if (!ended) return std::nullopt;
+  TryResult tried(std::move(*ended));
+  describe(result, tried);
+  return tried;
+}
+
+std::optional<TransferOutcome> Transfer::outcome(int result) {
+  if (cannotStore_) return failed(Code::outOfResources, storageProblem());
   if (result == CURLE_OK) check_->end();
+  if (check_->deniesRange() && check_->status() == 416) return TransferOutcome::answered(416);
   if (check_->problem()) return failed(check_->problem()->code, check_->problem()->what);
   // Any other status than 200 is known by its headers; what became of its body does not matter.
-  if (check_->hasHeaders() && !check_->isFile()) return finishAnswered();
+  if (check_->hasHeaders() && !check_->isFile()) {
+    const bool leadsOn = isRedirect(check_->status()) && !check_->location().empty();
+    return leadsOn ? followRedirect() : TransferOutcome::answered(check_->status());
+  }
   if (result != CURLE_OK) return broken(result);
-  return TransferOutcome::succeeded(Data(std::move(body_)));
+  return finishBody();
 }
 
-std::optional<TransferOutcome> Transfer::finishAnswered() {
-  if (isRedirect(check_->status()) && !check_->location().empty()) return followRedirect();
-  return TransferOutcome::answered(check_->status());
+TransferOutcome Transfer::finishBody() {
+  auto data = sink_.finish();
+  if (!data) return failed(Code::outOfResources, storageProblem());
+  return TransferOutcome::succeeded(std::move(*data));
+}
+
+/// What the next try, and the figures, have to know.
+void Transfer::describe(int result, TryResult& tried) {
+  void* const handle = handle_.get();
+  const bool wasReached = info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
+  const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
+  const bool succeeded = tried.outcome.body.has_value();
+  tried.startsOver = !succeeded && (check_->deniesRange() || cameFromElsewhere);
+  if (tried.startsOver) sink_.discard();
+  tried.isUnreachable = result != CURLE_OK && !wasReached && redirects_ == 0;
+  tried.madeProgress = !succeeded && sink_.hasGrown();
+  tried.retryAfter = check_->retryAfter();
+  tried.resumedBytes = succeeded ? sink_.resumed() : 0;
+  tried.endedWithConnection = succeeded && check_->endsWithConnection();
+  tried.timeToFirstByte =
+      std::chrono::microseconds(info<curl_off_t>(handle, CURLINFO_STARTTRANSFER_TIME_T));
 }
 
 std::optional<TransferOutcome> Transfer::followRedirect() {
@@ -130,14 +201,16 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   }
   ++redirects_;
   url_ = std::get<URL>(std::move(target));
-  startOver();
   if (!prepare()) return failed(Code::outOfResources);
   return std::nullopt;
 }
 
-void Transfer::startOver() {
-  check_.emplace(settings_.largestBody);
-  body_.clear();
+/// What gave out; empty where it was memory.
+std::string Transfer::storageProblem() const {
+  if (!sink_.error()) return {};
+  std::string problem = "the body could not be stored: " + sink_.error()->localizedDescription();
+  if (problem.ends_with('.')) problem.pop_back();
+  return problem;
 }
 
 /// The outcome of a transfer that broke on its way. Some result codes mean something else when the

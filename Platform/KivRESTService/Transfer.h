@@ -1,14 +1,17 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Platform/Foundation/URL.h"
+#include "Platform/KivRESTService/BodySink.h"
 #include "Platform/KivRESTService/CurlHandles.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
 #include "Platform/KivRESTService/ResponseCheck.h"
-#include "Platform/KivRESTService/TransferJob.h"
+#include "Platform/KivRESTService/TryResult.h"
 
 namespace kiv {
 
@@ -16,8 +19,9 @@ namespace kiv {
 /// to the transfer thread.
 class Transfer {
  public:
-  /// `handle` must not be empty; `settings` must outlive the transfer.
-  Transfer(URL url, const KivRESTServiceSettings& settings, EasyHandle handle);
+  /// `handle` must not be empty; `settings` and `spool` must outlive the transfer.
+  Transfer(URL url, const KivRESTServiceSettings& settings, const SpoolDirectory& spool,
+           EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -26,9 +30,15 @@ class Transfer {
   bool prepare();
   /// The handle to run.
   [[nodiscard]] void* handle() const noexcept { return handle_.get(); }
+  /// Lets no more than that many bytes a second come in from now on; 0 for any number.
+  void limitSpeed(std::int64_t bytesPerSecond);
   /// To be called when the handle has run, with its result code. Nothing where the server redirects
   /// elsewhere: the handle is then ready to run again.
-  std::optional<TransferOutcome> finish(int result);
+  std::optional<TryResult> finish(int result);
+
+  /// Bytes of the body that are here, and those that there will be, as far as the server told.
+  [[nodiscard]] std::int64_t bytesReceived() const noexcept { return sink_.length(); }
+  [[nodiscard]] std::optional<std::int64_t> bytesExpected() const noexcept;
 
   /// Gives the handle back for another transfer. Nothing else may follow.
   EasyHandle takeHandle();
@@ -37,23 +47,33 @@ class Transfer {
   static std::size_t takeHeader(char* bytes, std::size_t size, std::size_t count, void* transfer);
   static std::size_t takeBody(char* bytes, std::size_t size, std::size_t count, void* transfer);
 
-  bool setOptions();
-  bool setSecurityOptions();
-  void reserveBody();
   void startOver();
-  std::optional<TransferOutcome> finishAnswered();
+  bool setOptions();
+  bool setConnectionOptions();
+  bool setSecurityOptions();
+  bool setRange();
+  bool takeHeaderLine(std::string_view line);
+  bool beginBody();
+
+  std::optional<TransferOutcome> outcome(int result);
   std::optional<TransferOutcome> followRedirect();
+  void describe(int result, TryResult& tried);
+  TransferOutcome finishBody();
+  [[nodiscard]] std::string storageProblem() const;
   [[nodiscard]] TransferOutcome broken(int result) const;
   [[nodiscard]] TransferOutcome failed(KivRESTServiceErrorCode code,
                                        std::string_view what = {}) const;
 
   const KivRESTServiceSettings& settings_;
   EasyHandle handle_;
+  HeaderList headers_;
   URL url_;
+  BodySink sink_;
+  std::optional<RangeAsked> range_;
   int redirects_ = 0;
   std::optional<ResponseCheck> check_;
-  std::string body_;
-  bool outOfMemory_ = false;
+  bool bodyHasBegun_ = false;
+  bool cannotStore_ = false;  // memory or disk gave out
 };
 
 }  // namespace kiv

@@ -13,14 +13,34 @@ namespace kiv {
 
 using Clock = std::chrono::steady_clock;
 
-TransferEngine::TransferEngine(KivRESTServiceSettings settings, TransferLoop::EndHandler ended)
-    : settings_(std::move(settings)), ended_(std::move(ended)) {
+TransferEngine::TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
+                               TransferLoop::EndHandler ended, ProgressHandler progressed)
+    : settings_(std::move(settings)),
+      backlog_(std::move(backlog)),
+      ended_(std::move(ended)),
+      progressed_(std::move(progressed)) {
+  backlog_->setWakeUp([this] {
+    const std::lock_guard lock(mutex_);
+    wakeUp();
+  });
   exitHook_.emplace([this] { stop(); });
 }
 
 TransferEngine::~TransferEngine() {
   exitHook_.reset();
+  backlog_->setWakeUp(nullptr);
   stop();
+}
+
+void TransferEngine::setSpoolDirectory(std::string path) {
+  const std::lock_guard lock(mutex_);
+  if (!multiHandle_) settings_.spoolDirectory = std::move(path);
+}
+
+void TransferEngine::reportProgress(bool isWanted) {
+  const std::lock_guard lock(mutex_);
+  reportsProgress_ = isWanted;
+  wakeUp();
 }
 
 bool TransferEngine::add(TransferJob job) {
@@ -77,7 +97,7 @@ void TransferEngine::serve(void* multiHandle) {
   ignoreBrokenPipesOnThisThread();
   // Let go of here, last: closing the connections is work for this thread too.
   MultiHandle owned;
-  TransferLoop loop(multiHandle, settings_, ended_);
+  TransferLoop loop(multiHandle, settings_, ended_, *backlog_);
   idleUntil_ = Clock::now() + settings_.idleTime;
   while (true) {
     // Orders are taken before free places are, so that a place goes to the best of all the jobs
@@ -89,6 +109,11 @@ void TransferEngine::serve(void* multiHandle) {
     if (!loop.isIdle()) idleUntil_ = Clock::now() + settings_.idleTime;
     loop.wait(longestWait(loop));
     loop.move();
+    // And before transfers end, so that a job for a file that was on its way when it came shares
+    // it.
+    takeOrders(loop);
+    loop.finishEnded();
+    reportProgressOf(loop);
   }
 }
 
@@ -117,12 +142,26 @@ MultiHandle TransferEngine::leaveIfDone(const TransferLoop& loop) {
   return std::move(multiHandle_);
 }
 
-std::chrono::milliseconds TransferEngine::longestWait(const TransferLoop& loop) const {
+bool TransferEngine::progressIsWanted() {
+  const std::lock_guard lock(mutex_);
+  return reportsProgress_;
+}
+
+void TransferEngine::reportProgressOf(TransferLoop& loop) {
+  if (!progressIsWanted()) return;
+  const auto next = loop.nextReport();
+  if (next && *next <= Clock::now()) progressed_(loop.takeReport());
+}
+
+std::chrono::milliseconds TransferEngine::longestWait(const TransferLoop& loop) {
   using std::chrono::milliseconds;
   constexpr milliseconds longest{60'000};  // libcurl knows its own deadlines
-  if (!loop.isIdle()) return longest;
-  const auto left = std::chrono::ceil<milliseconds>(idleUntil_ - Clock::now());
-  return std::clamp(left, milliseconds{0}, longest);
+  auto until = loop.isIdle() ? idleUntil_ : Clock::now() + longest;
+  if (const auto next = loop.nextStart()) until = std::min(until, *next);
+  const auto report = loop.nextReport();
+  if (report && progressIsWanted()) until = std::min(until, *report);
+  return std::clamp(std::chrono::ceil<milliseconds>(until - Clock::now()), milliseconds{0},
+                    longest);
 }
 
 }  // namespace kiv

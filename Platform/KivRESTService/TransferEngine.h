@@ -1,11 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "Platform/KivRESTService/Backlog.h"
 #include "Platform/KivRESTService/CurlHandles.h"
 #include "Platform/KivRESTService/CurlLibrary.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
@@ -20,9 +24,14 @@ namespace kiv {
 /// its jobs are cancelled; the next job starts a new one. Operations may be called from any thread.
 class TransferEngine {
  public:
-  /// `ended` is called on the transfer thread once for every job that ends. It must not wait for
-  /// other threads that use the engine, and is never called after stop() has returned.
-  TransferEngine(KivRESTServiceSettings settings, TransferLoop::EndHandler ended);
+  using ProgressHandler = std::function<void(ProgressReport report)>;
+
+  /// `ended` is called on the transfer thread once for every job that ends, and `progressed` no
+  /// more than ten times a second while somebody wants to know. Neither must wait for other threads
+  /// that use the engine, and neither is called after stop() has returned. What `ended` is given
+  /// counts in the backlog, from which the caller removes it.
+  TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
+                 TransferLoop::EndHandler ended, ProgressHandler progressed);
   /// Stops.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
@@ -31,6 +40,14 @@ class TransferEngine {
   /// Hands a job to the transfer thread. False where there is no way to run it: no thread can be
   /// started, or the engine has stopped.
   bool add(TransferJob job);
+  /// Where bodies go on their way, see KivRESTServiceSettings. Without effect once the transfer
+  /// thread runs.
+  void setSpoolDirectory(std::string path);
+  /// Has progress reported, or no longer.
+  void reportProgress(bool isWanted);
+  /// As they are in use.
+  [[nodiscard]] const KivRESTServiceSettings& settings() const noexcept { return settings_; }
+
   /// Drops every job added so far and closes their connections at once. One that has ended may be
   /// on its way to the handler.
   void cancelAll();
@@ -43,10 +60,14 @@ class TransferEngine {
   void serve(void* multiHandle);
   void takeOrders(TransferLoop& loop);
   MultiHandle leaveIfDone(const TransferLoop& loop);
-  [[nodiscard]] std::chrono::milliseconds longestWait(const TransferLoop& loop) const;
+  void reportProgressOf(TransferLoop& loop);
+  [[nodiscard]] bool progressIsWanted();
+  [[nodiscard]] std::chrono::milliseconds longestWait(const TransferLoop& loop);
 
-  const KivRESTServiceSettings settings_;
+  KivRESTServiceSettings settings_;
+  const std::shared_ptr<Backlog> backlog_;
   const TransferLoop::EndHandler ended_;
+  const ProgressHandler progressed_;
 
   std::mutex mutex_;
   std::thread thread_;
@@ -54,6 +75,7 @@ class TransferEngine {
   std::vector<TransferJob> added_;
   bool cancelled_ = false;
   bool stopped_ = false;
+  bool reportsProgress_ = false;
 
   std::chrono::steady_clock::time_point idleUntil_;  // the transfer thread's own
 

@@ -1,30 +1,77 @@
 #include "Platform/KivRESTService/TransferPlan.h"
 
+#include <algorithm>
+#include <tuple>
 #include <utility>
 
 namespace kiv {
 
-TransferPlan::TransferPlan(std::size_t servers) : outcomes_(servers) {}
+namespace {
 
-std::optional<std::size_t> TransferPlan::nextServer() const noexcept {
-  if (success_) return std::nullopt;
-  for (std::size_t server = 0; server < outcomes_.size(); ++server) {
-    if (!outcomes_[server]) return server;
-  }
-  return std::nullopt;
+bool isPassing(const TryResult& result) {
+  if (const auto code = result.errorCode()) return mayPass(*code);
+  return result.outcome.response && mayPass(result.outcome.response->statusCode());
 }
 
-void TransferPlan::record(std::size_t server, TransferOutcome outcome) {
-  if (outcome.body) success_ = server;
-  outcomes_[server] = std::move(outcome);
+}  // namespace
+
+TransferPlan::TransferPlan(std::size_t servers, const KivRESTServiceSettings& settings)
+    : triesPerServer_(std::max(1, settings.triesPerServer)),
+      triesInAll_(std::max(1, settings.triesInAll)),
+      servers_(servers) {}
+
+std::optional<TransferPlan::Step> TransferPlan::next(
+    Time now, const std::function<bool(std::size_t server)>& isAvoided) const {
+  if (success_ || tries_ >= triesInAll_) return std::nullopt;
+  // Who can be tried now comes before who must wait, the healthy before the avoided, and who has
+  // failed less often before the others.
+  using Rank = std::tuple<Time, bool, int>;
+  std::optional<Rank> best;
+  std::optional<Step> step;
+  for (std::size_t place = 0; place < servers_.size(); ++place) {
+    const Server& server = servers_[place];
+    if (server.isDone) continue;
+    const Rank rank{std::max(now, server.notBefore), isAvoided(place), server.tries};
+    if (best && *best <= rank) continue;
+    best = rank;
+    step = Step{place, server.notBefore};
+  }
+  return step;
+}
+
+void TransferPlan::record(std::size_t server, TryResult result, RetryPolicy& policy, Time now) {
+  Server& tried = servers_[server];
+  ++tries_;
+  if (result.outcome.body) success_ = server;
+  if (!result.startsOver) ++tried.tries;
+  if (result.startsOver) {
+    tried.notBefore = now;
+  } else if (isPassing(result)) {
+    if (!result.madeProgress) ++tried.spent;
+    tried.failures = result.madeProgress ? 1 : tried.failures + 1;
+    tried.notBefore = now + policy.wait(tried.failures, result.retryAfter);
+    tried.isDone = tried.spent >= triesPerServer_;
+  } else {
+    tried.isDone = true;
+  }
+  tried.outcome = std::move(result.outcome);
+}
+
+std::size_t TransferPlan::decisiveServer() const noexcept {
+  if (success_) return *success_;
+  const auto placeOf = [this](auto isIt) {
+    return static_cast<std::size_t>(std::find_if(servers_.begin(), servers_.end(), isIt) -
+                                    servers_.begin());
+  };
+  const auto answered =
+      placeOf([](const Server& server) { return server.outcome && server.outcome->response; });
+  if (answered < servers_.size()) return answered;
+  // The first may never have been tried, where another has used up all tries.
+  return placeOf([](const Server& server) { return server.outcome.has_value(); });
 }
 
 TransferOutcome TransferPlan::takeOutcome() {
-  if (success_) return std::move(*outcomes_[*success_]);
-  for (auto& outcome : outcomes_) {
-    if (outcome && outcome->response) return std::move(*outcome);
-  }
-  return std::move(*outcomes_.front());
+  return std::move(*servers_[decisiveServer()].outcome);
 }
 
 }  // namespace kiv

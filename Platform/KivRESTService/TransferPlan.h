@@ -1,34 +1,63 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <vector>
 
 #include "Platform/Foundation/Export.h"
-#include "Platform/KivRESTService/TransferJob.h"
+#include "Platform/KivRESTService/RetryPolicy.h"
+#include "Platform/KivRESTService/TryResult.h"
 
 namespace kiv {
 
-/// Decides which of a task's servers is tried next, and which of their outcomes the task ends with.
+/// Decides which of a task's servers is tried next, and when, and which of their outcomes the task
+/// ends with.
 ///
-/// What a task ends with depends on the order of the servers in its list alone, not on the order in
-/// which they were tried.
+/// A server that failed for a reason that may pass is tried again after a wait; meanwhile the
+/// others are. What a task ends with depends on what each server answered and on their order in the
+/// list alone, not on the order in which they were tried.
 class KIV_EXPORT TransferPlan {
  public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  struct Step {
+    std::size_t server;  ///< The place in the list.
+    Time notBefore;
+  };
+
   /// `servers` is the number of servers in the list, the request's own first; at least one.
-  explicit TransferPlan(std::size_t servers);
+  TransferPlan(std::size_t servers, const KivRESTServiceSettings& settings);
 
-  /// The place in the list of the server to try next; nothing where the task has ended.
-  [[nodiscard]] std::optional<std::size_t> nextServer() const noexcept;
-  /// Notes how the try of that server ended.
-  void record(std::size_t server, TransferOutcome outcome);
+  /// What to try next; nothing where the task has ended. Of the servers that may be tried now those
+  /// come first that are not avoided, of these those that have failed least often, and of these the
+  /// first in the list; where all must wait, the one that waits least.
+  [[nodiscard]] std::optional<Step> next(
+      Time now, const std::function<bool(std::size_t server)>& isAvoided) const;
+  /// Notes how the try of that server, which ended now, came out.
+  void record(std::size_t server, TryResult result, RetryPolicy& policy, Time now);
 
-  /// What the task ends with: the first 200; else the response that the earliest server gave; else
-  /// the error of the request's own server. To be asked once, when no server is left to try.
+  /// What the task ends with: the first 200; else the response that the earliest server gave last;
+  /// else the error of the request's own server. To be asked once, when nothing is left to try.
   [[nodiscard]] TransferOutcome takeOutcome();
+  /// The server whose outcome that is.
+  [[nodiscard]] std::size_t decisiveServer() const noexcept;
 
  private:
-  std::vector<std::optional<TransferOutcome>> outcomes_;
+  struct Server {
+    std::optional<TransferOutcome> outcome;  // of the last try
+    int tries = 0;                           // but for those that only started over
+    int spent = 0;                           // of these, those that count
+    int failures = 0;                        // in a row without progress
+    Time notBefore{};
+    bool isDone = false;
+  };
+
+  const int triesPerServer_;
+  const int triesInAll_;
+  std::vector<Server> servers_;
+  int tries_ = 0;
   std::optional<std::size_t> success_;
 };
 

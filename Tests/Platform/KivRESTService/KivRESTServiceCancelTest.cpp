@@ -206,7 +206,7 @@ TEST(KivRESTServiceCancel, DestructionWithTasksInEveryState) {
     KivRESTService client;
     loads.emplace_back(client, server.url("/a"));
     for (int count = 0; count < 20; ++count)
-      loads.emplace_back(client, server.url("/slow"));
+      loads.emplace_back(client, server.url("/slow?" + std::to_string(count)));
     ASSERT_TRUE(server.waitForRequests("/slow", 5));
   }
   EXPECT_TRUE(server.waitForNoConnection());

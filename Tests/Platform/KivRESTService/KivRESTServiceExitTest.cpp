@@ -21,7 +21,7 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfDownloadsIsClean) {
   std::vector<std::string> arguments{GetParam(), ""};
   for (int count = 0; count < 3; ++count) {
     for (const char* const path : {"/stalls", "/endless", "/silent"}) {
-      arguments.push_back(server.url(path));
+      arguments.push_back(server.url(path) + "?" + std::to_string(count));
     }
   }
   ChildProcess child(EXIT_DURING_DOWNLOAD, arguments);

@@ -18,6 +18,11 @@ struct Outcome {
   std::string body;
   int status = 200;
   Code error = {};
+
+  /// True where the client is to ask the server again, which then does the same.
+  [[nodiscard]] bool mayPass() const {
+    return error == Code::connectionLost || error == Code::timedOut || status == 500;
+  }
 };
 
 Outcome body(std::string bytes) {
@@ -230,7 +235,7 @@ TEST_P(KivRESTServiceFaults, EndAsTheyShould) {
   const auto& [name, response, outcome] = GetParam();
   LoopbackServer server;
   server.serve("/a", response);
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.stallTimeout = std::chrono::seconds(1);
   settings.largestBody = 1'000'000;
   KivRESTService client(settings);
@@ -241,7 +246,7 @@ TEST_P(KivRESTServiceFaults, EndAsTheyShould) {
   EXPECT_EQ(load.hasBody(), outcome.status == 200);
   EXPECT_TRUE(load.body() == outcome.body) << load.body();
   EXPECT_EQ(load.completions(), 1);
-  EXPECT_EQ(server.requests("/a").size(), 1u);
+  EXPECT_EQ(server.requests("/a").size(), outcome.mayPass() ? 3U : 1U);
 }
 
 std::string nameOf(const testing::TestParamInfo<FaultCase>& testCase) {
@@ -274,7 +279,7 @@ TEST(KivRESTService, ABodyOfExactlyTheBoundIsTaken) {
   LoopbackServer server;
   server.serve("/a", Response::ok(std::string(1000, 'x')));
   server.serve("/b", Response::ok(std::string(1000, 'x')).chunked(300));
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.largestBody = 1000;
   KivRESTService client(settings);
   const Load plain(client, server.url("/a"));
@@ -286,7 +291,7 @@ TEST(KivRESTService, ABodyOfExactlyTheBoundIsTaken) {
 
 TEST(KivRESTService, AHostThatNeverAnswersEndsWithTheConnectTimeout) {
   const UnreachableServer server;
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.connectTimeout = std::chrono::milliseconds(200);
   KivRESTService client(settings);
   const Load load(client, server.url("/a"));

@@ -14,7 +14,7 @@ using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
 KivRESTServiceSettings trusting(const NginxServer& server) {
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.certificateAuthoritiesPath = server.certificatePath();
   return settings;
 }

@@ -19,7 +19,7 @@ using kiv::DispatchQueue;
 using Code = KivRESTServiceErrorCode;
 
 KivRESTServiceSettings withParallelTransfers(std::size_t count) {
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.parallelTransfers = count;
   return settings;
 }
@@ -75,7 +75,7 @@ TEST(KivRESTService, ALargeBodyArrivesByteForByte) {
 TEST(KivRESTService, SendsAPlainGetRequest) {
   LoopbackServer server;
   server.serve("/a", Response::ok("x"));
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.userAgent = "Tester/2";
   KivRESTService client(settings);
   const Load load(client, server.url("/a?v=1&w=%20#part"));
@@ -169,7 +169,7 @@ TEST(KivRESTService, AfterAnErrorStatusTheConnectionServesAgain) {
 TEST(KivRESTService, AClientThatHasBeenIdleServesAgain) {
   LoopbackServer server;
   server.serve("/a", Response::ok("x"));
-  KivRESTServiceSettings settings;
+  auto settings = KivRESTService::defaultSettings();
   settings.idleTime = std::chrono::seconds(0);
   KivRESTService client(settings);
   for (int count = 0; count < 20; ++count) {
@@ -240,10 +240,10 @@ INSTANTIATE_TEST_SUITE_P(
         MirrorCase{"SecondMirror", {"404", "refused", "200"}, {1, 0, 1}, 200, "body 3"},
         MirrorCase{
             "ServersAfterASuccessAreNotAsked", {"404", "200", "200"}, {1, 1, 0}, 200, "body 2"},
-        MirrorCase{"MainResponseFirst", {"404", "500"}, {1, 1}, 404, ""},
+        MirrorCase{"MainResponseFirst", {"404", "500"}, {1, 3}, 404, ""},
         MirrorCase{"MainResponseBeforeMirrorError", {"404", "refused"}, {1, 0}, 404, ""},
-        MirrorCase{"MirrorResponseBeforeMainError", {"refused", "503"}, {0, 1}, 503, ""},
-        MirrorCase{"EarlierMirrorResponse", {"refused", "403", "500"}, {0, 1, 1}, 403, ""},
+        MirrorCase{"MirrorResponseBeforeMainError", {"refused", "503"}, {0, 3}, 503, ""},
+        MirrorCase{"EarlierMirrorResponse", {"refused", "403", "500"}, {0, 1, 3}, 403, ""},
         MirrorCase{"MainErrorWhereNobodyAnswers", {"refused", "refused"}, {0, 0}, 0, ""},
         MirrorCase{"StatusWithoutMirror", {"206"}, {1}, 206, ""},
         MirrorCase{"ErrorWithoutMirror", {"refused"}, {0}, 0, ""}),

@@ -66,13 +66,13 @@ class Load {
   std::shared_ptr<KivRESTServiceTask> task_;
 };
 
-/// Queues that many tasks for one URL.
+/// Queues that many tasks for one path, each with a query of its own: no two share a transfer.
 inline std::vector<Load> makeLoads(KivRESTService& client, const std::string& url,
                                    std::size_t count) {
   std::vector<Load> loads;
   loads.reserve(count);
   while (loads.size() < count)
-    loads.emplace_back(client, url);
+    loads.emplace_back(client, url + "?" + std::to_string(loads.size()));
   return loads;
 }
 

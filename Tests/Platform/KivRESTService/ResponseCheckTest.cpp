@@ -105,7 +105,7 @@ TEST(ResponseCheck, KnowsWhatTheHeadersSay) {
   feed(check, "HTTP/1.1 302 Go\nLocation: \t/there \nContent-Length: 3");
   EXPECT_EQ(check.status(), 302);
   EXPECT_EQ(check.location(), "/there");
-  EXPECT_EQ(check.contentLength(), 3);
+  EXPECT_EQ(check.fileLength(), 3);
   EXPECT_FALSE(check.isFile());
 }
 

@@ -1,4 +1,9 @@
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -6,14 +11,50 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using kiv::Data;
 using kiv::Error;
 using kiv::TransferOutcome;
 using kiv::TransferPlan;
 
+TransferOutcome failed(KivRESTServiceErrorCode code) {
+  return TransferOutcome::failed(
+      Error(KivRESTServiceErrorDomain, static_cast<std::int64_t>(code), "failed"));
+}
+
+/// Goes through a plan with a clock of its own, which jumps to wherever the plan wants to wait.
+struct Walk {
+  Walk(std::size_t servers, KivRESTServiceSettings chosen)
+      : settings(std::move(chosen)), plan(servers, settings), policy(settings, 1) {}
+
+  std::optional<std::size_t> next() {
+    const auto step =
+        plan.next(now, [this](std::size_t server) { return avoided.contains(server); });
+    if (!step) return std::nullopt;
+    if (step->notBefore > now) {
+      waits.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(step->notBefore - now));
+      now = step->notBefore;
+    }
+    order.push_back(step->server);
+    return step->server;
+  }
+  /// Notes how the last try came out.
+  void record(kiv::TryResult result) { plan.record(order.back(), std::move(result), policy, now); }
+  void record(TransferOutcome outcome) { record(kiv::TryResult(std::move(outcome))); }
+
+  const KivRESTServiceSettings settings;
+  TransferPlan plan;
+  kiv::RetryPolicy policy;
+  TransferPlan::Time now{1h};
+  std::set<std::size_t> avoided;
+  std::vector<std::size_t> order;
+  std::vector<std::chrono::milliseconds> waits;
+};
+
 /// "200" is a success whose body names the server, another number a response, "E" an error that
 /// names the server.
 TransferOutcome outcome(const std::string& sort, std::size_t server) {
+  if (sort == "lost") return failed(KivRESTServiceErrorCode::connectionLost);
   if (sort == "200") return TransferOutcome::succeeded(Data(std::to_string(server)));
   if (sort == "E")
     return TransferOutcome::failed(Error("test", static_cast<int>(server), "broken"));
@@ -37,13 +78,13 @@ class TransferPlanTable : public testing::TestWithParam<PlanCase> {};
 
 TEST_P(TransferPlanTable, EndsWith) {
   const auto& [name, servers, tried, result] = GetParam();
-  TransferPlan plan(servers.size());
-  std::vector<std::size_t> order;
-  while (const auto server = plan.nextServer()) {
-    order.push_back(*server);
-    plan.record(*server, outcome(servers[*server], *server));
-  }
-  EXPECT_EQ(order, tried);
+  KivRESTServiceSettings settings;
+  settings.triesPerServer = 1;
+  Walk walk(servers.size(), settings);
+  while (const auto server = walk.next())
+    walk.record(outcome(servers[*server], *server));
+  TransferPlan& plan = walk.plan;
+  EXPECT_EQ(walk.order, tried);
   EXPECT_EQ(describe(plan.takeOutcome()), result);
 }
 
@@ -62,22 +103,129 @@ INSTANTIATE_TEST_SUITE_P(
                     PlanCase{"OneServerAnswers", {"206"}, {0}, "206"}),
     [](const auto& testCase) { return std::string(testCase.param.name); });
 
+using Order = std::vector<std::size_t>;
+
 TEST(TransferPlan, TheOutcomeDoesNotDependOnTheOrderOfTrying) {
-  TransferPlan plan(3);
-  plan.record(2, outcome("500", 2));
-  plan.record(1, outcome("404", 1));
-  plan.record(0, outcome("E", 0));
-  EXPECT_FALSE(plan.nextServer());
+  KivRESTServiceSettings settings;
+  TransferPlan plan(3, settings);
+  kiv::RetryPolicy policy(settings, 1);
+  plan.record(2, kiv::TryResult(outcome("501", 2)), policy, {});
+  plan.record(1, kiv::TryResult(outcome("404", 1)), policy, {});
+  plan.record(0, kiv::TryResult(outcome("E", 0)), policy, {});
+  EXPECT_FALSE(plan.next({}, [](std::size_t) { return false; }));
   EXPECT_EQ(describe(plan.takeOutcome()), "404");
 }
 
 TEST(TransferPlan, AnEmptyBodyIsASuccess) {
-  TransferPlan plan(2);
-  plan.record(0, TransferOutcome::succeeded(Data()));
-  EXPECT_FALSE(plan.nextServer());
-  const auto result = plan.takeOutcome();
+  Walk walk(2, {});
+  walk.next();
+  walk.record(TransferOutcome::succeeded(Data()));
+  EXPECT_FALSE(walk.next());
+  const auto result = walk.plan.takeOutcome();
   ASSERT_TRUE(result.body);
   EXPECT_TRUE(result.body->empty());
+}
+
+TEST(TransferPlan, WhatMayPassIsTriedThreeTimesAServer) {
+  Walk walk(2, {});
+  while (const auto server = walk.next())
+    walk.record(outcome(*server == 0 ? "503" : "lost", *server));
+  // The mirror is asked while the main server is left alone.
+  EXPECT_EQ(std::count(walk.order.begin(), walk.order.end(), 0U), 3);
+  EXPECT_EQ(std::count(walk.order.begin(), walk.order.end(), 1U), 3);
+  EXPECT_EQ(walk.order[0], 0U);
+  EXPECT_EQ(walk.order[1], 1U);
+  EXPECT_EQ(describe(walk.plan.takeOutcome()), "503");
+}
+
+TEST(TransferPlan, WhatCannotPassIsTriedOnce) {
+  for (const char* const sort : {"400", "403", "404", "410", "501", "505", "E"}) {
+    Walk walk(1, {});
+    while (walk.next())
+      walk.record(outcome(sort, 0));
+    EXPECT_EQ(walk.order.size(), 1U) << sort;
+  }
+}
+
+TEST(TransferPlan, TheServerThatCanBeTriedNowComesBeforeTheOneThatWaits) {
+  KivRESTServiceSettings settings;
+  settings.firstRetryDelay = 1000ms;
+  Walk walk(2, settings);
+  walk.next();
+  walk.record(outcome("500", 0));
+  EXPECT_EQ(walk.next(), 1U);
+  EXPECT_TRUE(walk.waits.empty());
+  walk.record(outcome("404", 1));
+  EXPECT_EQ(walk.next(), 0U);
+}
+
+TEST(TransferPlan, ALaterSuccessOfTheMainServerCounts) {
+  Walk walk(2, {});
+  walk.next();
+  walk.record(outcome("503", 0));
+  walk.next();
+  walk.record(outcome("404", 1));
+  ASSERT_EQ(walk.next(), 0U);
+  walk.record(outcome("200", 0));
+  EXPECT_FALSE(walk.next());
+  EXPECT_EQ(describe(walk.plan.takeOutcome()), "body of 0");
+}
+
+TEST(TransferPlan, ATryThatMadeProgressIsNotSpentUpToTenInAll) {
+  Walk walk(1, {});
+  while (walk.next()) {
+    kiv::TryResult result(outcome("lost", 0));
+    result.madeProgress = true;
+    walk.record(std::move(result));
+  }
+  EXPECT_EQ(walk.order.size(), 10U);
+}
+
+TEST(TransferPlan, ProgressBeginsTheWaitsAnew) {
+  KivRESTServiceSettings settings;
+  settings.firstRetryDelay = 100ms;
+  Walk walk(1, settings);
+  while (walk.next()) {
+    kiv::TryResult result(outcome("lost", 0));
+    result.madeProgress = true;
+    walk.record(std::move(result));
+  }
+  for (const auto wait : walk.waits)
+    EXPECT_LE(wait, 100ms);
+}
+
+TEST(TransferPlan, StartingOverIsNotSpentAndComesAtOnce) {
+  Walk walk(1, {});
+  walk.next();
+  kiv::TryResult result(outcome("416", 0));
+  result.startsOver = true;
+  walk.record(std::move(result));
+  ASSERT_EQ(walk.next(), 0U);
+  EXPECT_TRUE(walk.waits.empty());
+}
+
+TEST(TransferPlan, AnAvoidedServerComesLastButComes) {
+  Walk walk(3, {});
+  walk.avoided = {0};
+  for (int count = 0; count < 3; ++count) {
+    const auto server = walk.next();
+    ASSERT_TRUE(server);
+    walk.record(outcome("404", *server));
+  }
+  EXPECT_EQ(walk.order, (Order{1, 2, 0}));
+  EXPECT_FALSE(walk.next());
+}
+
+TEST(TransferPlan, WhatWasNeverTriedDecidesNothing) {
+  KivRESTServiceSettings settings;
+  settings.triesInAll = 1;
+  Walk walk(2, settings);
+  walk.avoided = {0};
+  EXPECT_EQ(walk.next(), 1U);
+  walk.record(outcome("E", 1));
+  EXPECT_FALSE(walk.next());
+  EXPECT_EQ(walk.plan.decisiveServer(), 1U);
+  EXPECT_EQ(describe(walk.plan.takeOutcome()), "error of 1");
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+// Runs a command and says what it took:
+//
+//     kivresource-measure COMMAND [ARGUMENT]...
+//
+// prints the wall time in milliseconds and the peak of the resident memory in KiB, of the command
+// itself, and fails as the command does. The command's own output goes to standard error.
+
+#include <chrono>
+#include <cstdio>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int couldNotRun = 127;
+
+[[noreturn]] void run(char** command) {
+  ::dup2(STDERR_FILENO, STDOUT_FILENO);
+  ::execvp(command[0], command);
+  std::perror(command[0]);
+  ::_exit(couldNotRun);
+}
+
+/// Linux counts in KiB, macOS in bytes.
+long peakInKiB(const rusage& usage) {
+#if defined(__APPLE__)
+  return usage.ru_maxrss / 1024;
+#else
+  return usage.ru_maxrss;
+#endif
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 2) {
+    std::fputs("usage: kivresource-measure COMMAND [ARGUMENT]...\n", stderr);
+    return 2;
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  const pid_t child = ::fork();
+  if (child == 0) run(arguments + 1);
+  int status = 0;
+  rusage usage{};
+  if (child < 0 || ::wait4(child, &status, 0, &usage) != child) {
+    std::perror("kivresource-measure");
+    return couldNotRun;
+  }
+  const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+  std::printf("%.1f %ld\n", took.count(), peakInKiB(usage));
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/URL.h"
+#include "Platform/KivRESTService/PartialRecord.h"
+#include "Platform/KivRESTService/ResponseCheck.h"
+
+namespace kiv {
+
+class PartialBody;
+class SpoolDirectory;
+
+/// Where the body of one try goes: into memory while it is small, otherwise into the spool
+/// directory, after what an earlier try left there.
+///
+/// What a failed try leaves there stays for the next one; begin() throws it away.
+class BodySink {
+ public:
+  /// `spool` must outlive the sink. Looks for what is kept of the file.
+  BodySink(URL url, const SpoolDirectory& spool, std::int64_t largestInMemory);
+  ~BodySink();
+  BodySink(const BodySink&) = delete;
+  BodySink& operator=(const BodySink&) = delete;
+
+  /// What to ask the server for instead of the whole file; nothing where nothing is kept.
+  [[nodiscard]] std::optional<RangeAsked> range() const;
+  /// True where what is kept came from that URL.
+  [[nodiscard]] bool isFrom(const URL& url) const;
+
+  /// A whole body comes, of that version and length, from that URL.
+  bool begin(const URL& from, BodyVersion version, std::optional<std::int64_t> length);
+  /// The rest of the body comes, as range() asked.
+  bool goOn();
+  bool append(std::string_view bytes);
+  /// The body is whole. Nothing, with an error, where it cannot be handed on.
+  std::optional<Data> finish();
+  /// Nothing that is kept of the file is of use.
+  void discard();
+
+  /// Bytes that are here: kept and come.
+  [[nodiscard]] std::int64_t length() const noexcept;
+  /// Of these, those with which goOn() began.
+  [[nodiscard]] std::int64_t resumed() const noexcept { return resumed_; }
+  /// True where a later try can go on with more than this one found.
+  [[nodiscard]] bool hasGrown() const;
+  /// What failed on the disk; nothing where it was memory.
+  [[nodiscard]] const std::optional<Error>& error() const noexcept { return error_; }
+
+ private:
+  bool moveToDisk();
+
+  const URL url_;
+  const SpoolDirectory& spool_;
+  const std::int64_t largestInMemory_;
+  PartialRecord coming_;
+  std::string memory_;
+  std::unique_ptr<PartialBody> partial_;  // what is kept, or what comes where it is large
+  bool isOnDisk_ = false;
+  std::int64_t found_ = 0;
+  std::int64_t resumed_ = 0;
+  std::optional<Error> error_;
+};
+
+}  // namespace kiv

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/URL.h"
+#include "Platform/KivRESTService/KivRESTServiceFigures.h"
+#include "Platform/KivRESTService/Transfer.h"
+#include "Platform/KivRESTService/TransferJob.h"
+#include "Platform/KivRESTService/TransferPlan.h"
+
+namespace kiv {
+
+/// One file that the client fetches, for one task or for several that want the same. Belongs to the
+/// transfer thread.
+struct KIV_EXPORT Download {
+  using Time = std::chrono::steady_clock::time_point;
+
+  enum class State {
+    waiting,  ///< For a free place.
+    running,
+    pausing,  ///< Until the next try.
+  };
+
+  Download(TransferJob job, const KivRESTServiceSettings& settings);
+
+  /// What tasks have in common that can share a download: all of their URLs.
+  static std::string keyOf(const TransferJob& job);
+
+  [[nodiscard]] const URL& url() const { return urls[server]; }
+  /// Ends the try: notes how it came out, for the plan and for the figures.
+  void record(TryResult result, RetryPolicy& policy, Time now);
+  /// What the download ends with, and completes its figures.
+  TransferOutcome end(Time now);
+  [[nodiscard]] KivRESTServiceTaskProgress progress() const;
+
+  const std::string key;
+  std::vector<std::uint64_t> tasks;  ///< Their numbers, in order of queuing.
+  std::uint64_t priority;            ///< The largest of the tasks'.
+  const std::vector<URL> urls;
+  std::vector<std::string> servers;  ///< Of the URLs.
+
+  State state = State::waiting;
+  TransferPlan plan;
+  Time notBefore{};                    ///< While it pauses.
+  std::size_t server = 0;              ///< The place of the one being tried, or tried last.
+  std::unique_ptr<Transfer> transfer;  ///< While it runs.
+
+  std::optional<Time> begun;
+  KivRESTServiceFigures figures;
+  double bytesPerSecond = 0;       ///< As last measured,
+  std::int64_t measuredBytes = 0;  ///< with the bytes that were here then.
+};
+
+}  // namespace kiv

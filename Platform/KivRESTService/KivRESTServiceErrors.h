@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string_view>
+
+/// Domain of the transfer errors; their codes are those of KivRESTServiceErrorCode.
+inline constexpr std::string_view KivRESTServiceErrorDomain = "kiv.KivRESTService";
+
+/// Why a transfer failed. The numbers are stable: new ones are added at the end.
+enum class KivRESTServiceErrorCode : int {
+  unknown = 1,
+  unsupportedURL = 2,  ///< No scheme, no host, or a scheme other than http and https.
+  cannotResolveHost = 3,
+  cannotConnect = 4,
+  timedOut = 5,                ///< The connection took too long, or no bytes came for too long.
+  connectionLost = 6,          ///< The connection broke, or ended before the body was whole.
+  malformedResponse = 7,       ///< The answer is no proper HTTP, or contradicts itself.
+  secureConnectionFailed = 8,  ///< TLS failed, or the certificate is not to be trusted.
+  tooManyRedirects = 9,
+  refusedRedirect = 10,  ///< A redirect to another scheme, or from https to http.
+  bodyTooLarge = 11,
+  outOfResources = 12,      ///< No memory, descriptors or disk left for the transfer.
+  unsupportedRequest = 13,  ///< No request, or one with another method than GET.
+};

@@ -1,0 +1,99 @@
+#include "Platform/KivRESTService/PartialBody.h"
+
+#include <utility>
+
+#include "Platform/KivRESTService/HTTPDate.h"
+
+namespace kiv {
+
+namespace {
+
+FileManager& files() {
+  return FileManager::defaultManager();
+}
+
+}  // namespace
+
+PartialBody::PartialBody(std::string stem, std::unique_ptr<FileLock> lock)
+    : partPath_(stem + ".part"),
+      recordPath_(stem + ".json"),
+      lockPath_(stem + ".lock"),
+      lock_(std::move(lock)) {}
+
+std::unique_ptr<PartialBody> PartialBody::lock(const std::string& stem,
+                                               std::optional<Error>* error) {
+  auto lock = files().lockFileAtPath(stem + ".lock", error);
+  if (!lock) return nullptr;
+  return std::unique_ptr<PartialBody>(new PartialBody(stem, std::move(lock)));
+}
+
+PartialBody::~PartialBody() {
+  file_.reset();
+  const bool isKept = record_ && length_ > 0 && !isHandedOn_;
+  if (!isKept) {
+    removeIfThere(recordPath_);
+    if (!isHandedOn_) removeIfThere(partPath_);
+  }
+  files().removeItemAtPath(lockPath_);
+}
+
+void PartialBody::removeIfThere(const std::string& path) {
+  if (files().itemExistsAtPath(path)) files().removeItemAtPath(path);
+}
+
+void PartialBody::readRecord() {
+  const auto length = files().lengthOfFileAtPath(partPath_);
+  const auto text = length ? files().contentsAtPath(recordPath_) : std::nullopt;
+  record_ = text ? PartialRecord::fromText(text->view()) : std::nullopt;
+  length_ = record_ ? static_cast<std::int64_t>(*length) : 0;
+}
+
+bool PartialBody::begin(PartialRecord record, std::optional<Error>* error) {
+  discard();
+  file_ = files().createFileAtPath(partPath_, error);
+  if (!file_) return false;
+  if (record.version.validator().empty()) return true;
+  record_ = std::move(record);
+  return writeRecord(error);
+}
+
+/// Not synced, as the part itself is not: a record from before a power cut is not believed.
+bool PartialBody::writeRecord(std::optional<Error>* error) {
+  removeIfThere(recordPath_);
+  record_->date = secondsNow();
+  const auto file = files().createFileAtPath(recordPath_, error);
+  return file && file->write(record_->text(), error) && file->close(error);
+}
+
+bool PartialBody::goOn(std::int64_t length, std::optional<Error>* error) {
+  file_ = files().openFileAtPath_length(partPath_, static_cast<std::uint64_t>(length), error);
+  length_ = length;
+  return file_ && writeRecord(error);
+}
+
+bool PartialBody::append(std::string_view bytes, std::optional<Error>* error) {
+  if (!file_->write(bytes, error)) return false;
+  length_ += static_cast<std::int64_t>(bytes.size());
+  return true;
+}
+
+std::optional<Data> PartialBody::finish(std::unique_ptr<PartialBody> body,
+                                        std::optional<Error>* error) {
+  if (!std::exchange(body->file_, nullptr)->close(error)) return std::nullopt;
+  const std::string path = body->partPath_;
+  // The lock stays with the file until somebody has moved it away.
+  const std::shared_ptr<PartialBody> keeper = std::move(body);
+  auto data = Data::ofFileAtPath(path, keeper, error);
+  keeper->isHandedOn_ = data.has_value();
+  return data;
+}
+
+void PartialBody::discard() {
+  file_.reset();
+  record_.reset();
+  length_ = 0;
+  removeIfThere(recordPath_);
+  removeIfThere(partPath_);
+}
+
+}  // namespace kiv

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/KivRESTService/PartialRecord.h"
+
+namespace kiv {
+
+/// A body that is being written to a file of the spool directory, or was, in an earlier try or by
+/// an earlier process.
+///
+/// Three files with one stem: STEM.part holds the bytes, STEM.json the record, and STEM.lock is
+/// locked by whoever uses the other two, and alone removes them. What is not finished when the
+/// object goes is kept where a later try can go on with it, otherwise removed.
+class PartialBody {
+ public:
+  /// The body of that stem, a path, locked for this object; nullptr where another uses it, or
+  /// where nothing can be locked there. Nothing of it has been looked at.
+  static std::unique_ptr<PartialBody> lock(const std::string& stem,
+                                           std::optional<Error>* error = nullptr);
+  PartialBody(const PartialBody&) = delete;
+  PartialBody& operator=(const PartialBody&) = delete;
+  ~PartialBody();
+
+  /// What is known of the bytes kept; nothing where none are kept that could be gone on with.
+  [[nodiscard]] const std::optional<PartialRecord>& record() const noexcept { return record_; }
+  /// Reads the record. Without one that is of use, what is kept counts as nothing.
+  void readRecord();
+  /// Bytes kept.
+  [[nodiscard]] std::int64_t length() const noexcept { return length_; }
+
+  /// Begins the body anew; what was there is gone. The record is kept with it where it has a
+  /// validator.
+  bool begin(PartialRecord record, std::optional<Error>* error);
+  /// Goes on after the first `length` bytes, no more than are there.
+  bool goOn(std::int64_t length, std::optional<Error>* error);
+  bool append(std::string_view bytes, std::optional<Error>* error);
+  /// The body is whole: hands its file on. Nothing else may follow.
+  static std::optional<Data> finish(std::unique_ptr<PartialBody> body, std::optional<Error>* error);
+  /// Keeps nothing.
+  void discard();
+
+ private:
+  PartialBody(std::string stem, std::unique_ptr<FileLock> lock);
+
+  bool writeRecord(std::optional<Error>* error);
+  void removeIfThere(const std::string& path);
+
+  const std::string partPath_;
+  const std::string recordPath_;
+  const std::string lockPath_;
+  std::unique_ptr<FileLock> lock_;
+  std::optional<PartialRecord> record_;
+  std::unique_ptr<WritableFile> file_;  // while it is being written
+  std::int64_t length_ = 0;
+  bool isHandedOn_ = false;
+};
+
+}  // namespace kiv

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/KivRESTService/ResponseCheck.h"
+
+namespace kiv {
+
+/// What is known of a body of which a part is kept.
+struct PartialRecord {
+  std::string url;                     ///< That was asked for.
+  std::string finalURL;                ///< That gave the body, after redirects.
+  BodyVersion version;                 ///< Without a validator the part is of no use later.
+  std::optional<std::int64_t> length;  ///< Of the whole body.
+  std::int64_t date = 0;               ///< When it was last gone on with, in seconds since 1970.
+  /// Of the computer's run in which the part was written: since it was not synced, what another
+  /// run left may have holes.
+  std::string boot;
+
+  /// The text of the file that keeps the record.
+  [[nodiscard]] std::string text() const;
+  /// Nothing where the text is no record, or that of another run of the computer.
+  static std::optional<PartialRecord> fromText(std::string_view text);
+};
+
+}  // namespace kiv

@@ -1,0 +1,135 @@
+#include "Platform/KivRESTService/SpoolDirectory.h"
+
+#include <algorithm>
+#include <charconv>
+#include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/KivRESTService/HTTPDate.h"
+#include "Platform/KivRESTService/PartialBody.h"
+
+namespace kiv {
+
+namespace {
+
+/// Places for one URL: it may be on its way for several clients at one time, and two URLs may have
+/// one name.
+constexpr int slots = 16;
+
+FileManager& files() {
+  return FileManager::defaultManager();
+}
+
+/// A short name for the URL. Two that have the same one only lose the chance to go on: the record
+/// holds the URL itself.
+std::string nameFor(std::string_view url) {
+  std::uint64_t hash = 0xcbf29ce484222325;  // FNV-1a
+  for (const char character : url) {
+    hash ^= static_cast<unsigned char>(character);
+    hash *= 0x100000001b3;
+  }
+  char digits[16];
+  const auto [end, problem] = std::to_chars(std::begin(digits), std::end(digits), hash, 16);
+  return {std::begin(digits), end};
+}
+
+struct KeptBody {
+  std::int64_t date;
+  std::int64_t length;
+  std::string stem;
+};
+
+/// What can be gone on with at the stem; nothing where there is no such thing, which is removed, or
+/// where it is in use.
+std::optional<KeptBody> keptBody(const std::string& stem, std::int64_t oldest) {
+  const auto body = PartialBody::lock(stem);
+  if (!body) return std::nullopt;
+  body->readRecord();
+  if (body->record() && body->length() > 0 && body->record()->date >= oldest) {
+    return KeptBody{body->record()->date, body->length(), stem};
+  }
+  body->discard();
+  return std::nullopt;
+}
+
+void remove(const std::string& stem) {
+  if (const auto body = PartialBody::lock(stem)) body->discard();
+}
+
+std::set<std::string> stemsIn(const std::string& directory) {
+  std::set<std::string> stems;
+  for (const auto& name :
+       files().contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string>())) {
+    const std::string_view extension = path::pathExtension(name);
+    if (extension != "part" && extension != "json" && extension != "lock") continue;
+    stems.insert(path::appendingPathComponent(directory, path::deletingPathExtension(name)));
+  }
+  return stems;
+}
+
+}  // namespace
+
+SpoolDirectory::SpoolDirectory(const KivRESTServiceSettings& settings)
+    : settings_(settings), path_(settings.spoolDirectory) {}
+
+std::string SpoolDirectory::stem(const URL& url, int slot) const {
+  return path::appendingPathComponent(path_,
+                                      nameFor(url.absoluteString()) + "-" + std::to_string(slot));
+}
+
+std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
+  if (!isUsable()) return nullptr;
+  for (int slot = 0; slot < slots; ++slot) {
+    const std::string place = stem(url, slot);
+    if (!files().itemExistsAtPath(place + ".json")) continue;
+    auto body = PartialBody::lock(place);
+    if (!body) continue;
+    body->readRecord();
+    const bool isIt = body->record() && body->record()->url == url.absoluteString();
+    if (isIt && body->length() > 0) return body;
+    if (!body->record()) body->discard();
+  }
+  return nullptr;
+}
+
+std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url,
+                                                    std::optional<Error>* error) const {
+  if (!files().createDirectoryAtPath(path_, error)) return nullptr;
+  for (int slot = 0; slot < slots; ++slot) {
+    if (auto body = PartialBody::lock(stem(url, slot), error)) {
+      if (error) error->reset();
+      return body;
+    }
+  }
+  return nullptr;
+}
+
+void SpoolDirectory::forget(const URL& url) const {
+  if (const auto body = find(url)) body->discard();
+}
+
+void SpoolDirectory::sweep() const {
+  if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
+  const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
+  std::vector<KeptBody> kept;
+  std::int64_t total = 0;
+  for (const auto& stem : stemsIn(path_)) {
+    auto body = keptBody(stem, secondsNow() - age.count());
+    if (!body) continue;
+    total += body->length;
+    kept.push_back(std::move(*body));
+  }
+  std::sort(kept.begin(), kept.end(),
+            [](const KeptBody& a, const KeptBody& b) { return a.date < b.date; });
+  for (const auto& body : kept) {
+    if (total <= settings_.largestPartials) return;
+    remove(body.stem);
+    total -= body.length;
+  }
+}
+
+}  // namespace kiv

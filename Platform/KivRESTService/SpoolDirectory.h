@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/URL.h"
+#include "Platform/KivRESTService/KivRESTServiceSettings.h"
+
+namespace kiv {
+
+class PartialBody;
+
+/// The directory where bodies lie on their way: those that are too large for memory while they come
+/// in, and what is kept of those that did not come whole.
+///
+/// Clients of several processes may use one directory: each body in it is locked by who uses it.
+class SpoolDirectory {
+ public:
+  /// `settings` must outlive the directory. Nothing is made or looked at yet.
+  explicit SpoolDirectory(const KivRESTServiceSettings& settings);
+
+  /// False where no directory has been named: every body is to stay in memory.
+  [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
+
+  /// What is kept of the file of the URL; nullptr where nothing is, or another client uses it.
+  [[nodiscard]] std::unique_ptr<PartialBody> find(const URL& url) const;
+  /// A place for the file of the URL, with nothing in it; nullptr and an error on failure.
+  std::unique_ptr<PartialBody> create(const URL& url, std::optional<Error>* error) const;
+  /// Forgets what is kept of the file of the URL, if another client does not use it.
+  void forget(const URL& url) const;
+
+  /// Removes the bodies that nobody can go on with or has gone on with for too long, and the oldest
+  /// ones where they are too large together.
+  void sweep() const;
+
+ private:
+  [[nodiscard]] std::string stem(const URL& url, int slot) const;
+
+  const KivRESTServiceSettings& settings_;
+  const std::string path_;
+};
+
+}  // namespace kiv

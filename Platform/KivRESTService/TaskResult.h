@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "Platform/KivRESTService/KivRESTServiceFigures.h"
+#include "Platform/KivRESTService/TransferJob.h"
+
+namespace kiv {
+
+/// What a task ends with.
+struct TaskResult {
+  TransferOutcome outcome;
+  KivRESTServiceFigures figures;
+  std::int64_t backlog = 0;  ///< The bytes that leave the backlog with it.
+};
+
+/// How far a client has come, and its tasks, which are named by their numbers.
+struct ProgressReport {
+  KivRESTServiceProgress client;
+  std::vector<std::pair<std::uint64_t, KivRESTServiceTaskProgress>> tasks;
+};
+
+}  // namespace kiv

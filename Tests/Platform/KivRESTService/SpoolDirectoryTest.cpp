@@ -1,0 +1,248 @@
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Platform/Foundation/BootIdentity.h"
+#include "Platform/KivRESTService/PartialBody.h"
+#include "Platform/KivRESTService/SpoolDirectory.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kiv::PartialBody;
+using kiv::PartialRecord;
+using kiv::URL;
+
+class SpoolDirectoryTest : public testing::Test {
+ protected:
+  SpoolDirectoryTest() { settings_.spoolDirectory = directory_.path("spool"); }
+
+  [[nodiscard]] kiv::SpoolDirectory spool() const { return kiv::SpoolDirectory(settings_); }
+  static URL url(const std::string& path) { return *URL::fromString("http://a.test/" + path); }
+
+  static PartialRecord recordOf(const URL& url) {
+    PartialRecord record;
+    record.url = record.finalURL = url.absoluteString();
+    record.version.entityTag = "\"1\"";
+    record.length = 100;
+    return record;
+  }
+
+  /// Leaves a part with those bytes.
+  void leave(const URL& url, const std::string& bytes) {
+    auto body = spool().create(url, nullptr);
+    ASSERT_TRUE(body && body->begin(recordOf(url), nullptr) && body->append(bytes, nullptr));
+  }
+
+  static std::string contentsOf(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
+  /// Writes every record anew, as `change` has it.
+  void changeRecords(const std::function<std::string(const std::string& text)>& change) {
+    for (const auto& item : fs::directory_iterator(settings_.spoolDirectory)) {
+      if (item.path().extension() != ".json") continue;
+      const std::string text = change(contentsOf(item.path()));
+      std::ofstream(item.path(), std::ios::binary) << text;
+    }
+  }
+  /// Has it that the part was gone on with that long ago for the last time.
+  void setAge(const URL& url, std::int64_t seconds) {
+    changeRecords([&](const std::string& text) {
+      auto record = PartialRecord::fromText(text).value();
+      if (record.url == url.absoluteString()) record.date -= seconds;
+      return record.text();
+    });
+  }
+
+  [[nodiscard]] bool isKept(const URL& url) const { return spool().find(url) != nullptr; }
+  [[nodiscard]] std::size_t fileCount() const {
+    std::size_t count = 0;
+    if (!fs::exists(settings_.spoolDirectory)) return count;
+    for ([[maybe_unused]] const auto& item : fs::directory_iterator(settings_.spoolDirectory))
+      ++count;
+    return count;
+  }
+  kiv::test::TemporaryDirectory directory_;
+  KivRESTServiceSettings settings_;
+};
+
+TEST_F(SpoolDirectoryTest, WhatIsLeftIsFound) {
+  leave(url("a"), "12345");
+  const auto body = spool().find(url("a"));
+  ASSERT_TRUE(body);
+  EXPECT_EQ(body->length(), 5);
+  EXPECT_EQ(body->record()->version.entityTag, "\"1\"");
+  EXPECT_EQ(body->record()->length, 100);
+  EXPECT_FALSE(isKept(url("b")));
+}
+
+TEST_F(SpoolDirectoryTest, WhatIsInUseIsNotFound) {
+  leave(url("a"), "12345");
+  const auto body = spool().find(url("a"));
+  ASSERT_TRUE(body);
+  EXPECT_FALSE(isKept(url("a")));
+}
+
+TEST_F(SpoolDirectoryTest, AnotherPlaceIsMadeForWhatIsInUse) {
+  auto first = spool().create(url("a"), nullptr);
+  auto second = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(first && second);
+  ASSERT_TRUE(first->begin(recordOf(url("a")), nullptr) && first->append("first", nullptr));
+  ASSERT_TRUE(second->begin(recordOf(url("a")), nullptr) && second->append("second", nullptr));
+  EXPECT_EQ(PartialBody::finish(std::move(first), nullptr)->view(), "first");
+  EXPECT_EQ(PartialBody::finish(std::move(second), nullptr)->view(), "second");
+  EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(SpoolDirectoryTest, WithoutAVersionNothingIsKept) {
+  {
+    auto body = spool().create(url("a"), nullptr);
+    auto record = recordOf(url("a"));
+    record.version = {};
+    ASSERT_TRUE(body && body->begin(record, nullptr) && body->append("12345", nullptr));
+  }
+  EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(SpoolDirectoryTest, AnEmptyPartIsNotKept) {
+  {
+    auto body = spool().create(url("a"), nullptr);
+    ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
+  }
+  EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(SpoolDirectoryTest, WhatIsForgottenIsGone) {
+  leave(url("a"), "12345");
+  spool().forget(url("a"));
+  EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(SpoolDirectoryTest, AFileThatIsTakenStaysWhereItIs) {
+  auto body = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(body->begin(recordOf(url("a")), nullptr) && body->append("12345", nullptr));
+  auto data = PartialBody::finish(std::move(body), nullptr);
+  ASSERT_TRUE(data);
+  const auto path = data->takeFile();
+  ASSERT_TRUE(path);
+  EXPECT_FALSE(data->takeFile()) << "once";
+  EXPECT_EQ(fileCount(), 1U) << "record and lock went";
+  fs::rename(*path, directory_.path("stored"));
+  EXPECT_EQ(data->view(), "12345");
+  data.reset();
+  EXPECT_EQ(contentsOf(directory_.path("stored")), "12345");
+}
+
+struct BadRecord {
+  const char* name;
+  std::string from;
+  std::string to;
+};
+
+class BadRecords : public SpoolDirectoryTest, public testing::WithParamInterface<BadRecord> {};
+
+TEST_P(BadRecords, AreNotBelieved) {
+  leave(url("a"), "12345");
+  changeRecords([](std::string text) {
+    const auto& [name, from, to] = GetParam();
+    const auto place = text.find(from);
+    EXPECT_NE(place, std::string::npos) << text;
+    return text.replace(place, from.size(), to);
+  });
+  EXPECT_FALSE(isKept(url("a")));
+  EXPECT_EQ(fileCount(), 0U) << "and they go";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, BadRecords,
+    testing::Values(BadRecord{"OtherRunOfTheComputer", kiv::bootIdentity(), "another"},
+                    BadRecord{"NoRunOfTheComputer", kiv::bootIdentity(), ""},
+                    BadRecord{"NoVersion", R"(\"1\")", ""}, BadRecord{"NoJSON", "{", "["},
+                    BadRecord{"Truncated", "}", ""},
+                    BadRecord{"NoDictionary", "{\"url\"", "[{\"url\""}),
+    [](const auto& record) { return std::string(record.param.name); });
+
+TEST_F(SpoolDirectoryTest, APartOfAnotherURLOfTheSameNameIsNotUsed) {
+  leave(url("a"), "12345");
+  changeRecords([](const std::string& text) {
+    auto record = PartialRecord::fromText(text).value();
+    record.url = "http://a.test/other";
+    return record.text();
+  });
+  EXPECT_FALSE(isKept(url("a")));
+  EXPECT_EQ(fileCount(), 2U) << "it is the other's";
+}
+
+// --- Sweeping ------------------------------------------------------------------------------------
+
+TEST_F(SpoolDirectoryTest, SweepingKeepsWhatIsOfUse) {
+  leave(url("a"), "12345");
+  spool().sweep();
+  EXPECT_TRUE(isKept(url("a")));
+}
+
+TEST_F(SpoolDirectoryTest, SweepingRemovesWhatIsOld) {
+  settings_.longestPartialAge = std::chrono::hours(2);
+  leave(url("a"), "12345");
+  leave(url("b"), "12345");
+  setAge(url("a"), 2 * 3600 + 60);
+  setAge(url("b"), 2 * 3600 - 60);
+  spool().sweep();
+  EXPECT_FALSE(isKept(url("a")));
+  EXPECT_TRUE(isKept(url("b")));
+}
+
+TEST_F(SpoolDirectoryTest, SweepingRemovesTheOldestWhereTheyAreTooLarge) {
+  settings_.largestPartials = 2500;
+  for (const char* const name : {"a", "b", "c"})
+    leave(url(name), std::string(1000, 'x'));
+  setAge(url("b"), 600);
+  spool().sweep();
+  EXPECT_TRUE(isKept(url("a")));
+  EXPECT_FALSE(isKept(url("b")));
+  EXPECT_TRUE(isKept(url("c")));
+}
+
+TEST_F(SpoolDirectoryTest, SweepingRemovesWhatBelongsToNothing) {
+  directory_.write("spool/1-0.part");
+  directory_.write("spool/2-0.json");
+  directory_.write("spool/3-0.lock");
+  directory_.write("spool/4-0.part");
+  directory_.write("spool/4-0.json", "nonsense");
+  spool().sweep();
+  EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(SpoolDirectoryTest, SweepingLeavesAloneWhatIsNotItsOwn) {
+  directory_.write("spool/notes.txt");
+  fs::create_directory(directory_.path("spool/folder"));
+  spool().sweep();
+  EXPECT_EQ(fileCount(), 2U);
+}
+
+TEST_F(SpoolDirectoryTest, SweepingLeavesAloneWhatIsInUse) {
+  auto body = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(body->begin(recordOf(url("a")), nullptr) && body->append("12345", nullptr));
+  settings_.largestPartials = 0;
+  spool().sweep();
+  const auto data = PartialBody::finish(std::move(body), nullptr);
+  ASSERT_TRUE(data);
+  EXPECT_EQ(data->view(), "12345");
+}
+
+TEST_F(SpoolDirectoryTest, SweepingWithoutADirectoryMakesNone) {
+  spool().sweep();
+  EXPECT_FALSE(fs::exists(settings_.spoolDirectory));
+  settings_.spoolDirectory.clear();
+  spool().sweep();
+  EXPECT_FALSE(spool().isUsable());
+}
+
+}  // namespace

@@ -1,0 +1,22 @@
+// Failed transfers of the tests are tried again at once: the waits between tries have tests of
+// their own.
+
+#include <gtest/gtest.h>
+
+#include "Platform/KivRESTService/KivRESTService.h"
+
+namespace {
+
+class QuickRetries : public testing::Environment {
+ public:
+  void SetUp() override {
+    KivRESTServiceSettings settings;
+    settings.firstRetryDelay = std::chrono::milliseconds(0);
+    KivRESTService::setDefaultSettings(settings);
+  }
+};
+
+[[maybe_unused]] const auto* const environment =
+    testing::AddGlobalTestEnvironment(new QuickRetries);
+
+}  // namespace
