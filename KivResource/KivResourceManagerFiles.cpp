@@ -98,7 +98,8 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     const std::shared_ptr<KivResource>& resource) {
   const Step step(*this);
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
-  pathToFile(fileName);  // what is to be removed under the name goes before the new file comes
+  // What is to be removed under the name goes before the new file comes.
+  if (!filesToRemove_.empty()) pathToFile(fileName);
   std::optional<kiv::Error> error;
   if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
     announceFailed(resource, error);

@@ -8,7 +8,7 @@
 
 namespace kiv {
 
-BodySink::BodySink(URL url, const SpoolDirectory& spool, std::int64_t largestInMemory)
+BodySink::BodySink(URL url, SpoolDirectory& spool, std::int64_t largestInMemory)
     : url_(std::move(url)),
       spool_(spool),
       largestInMemory_(largestInMemory),

@@ -24,7 +24,7 @@ class SpoolDirectory;
 class BodySink {
  public:
   /// `spool` must outlive the sink. Looks for what is kept of the file.
-  BodySink(URL url, const SpoolDirectory& spool, std::int64_t largestInMemory);
+  BodySink(URL url, SpoolDirectory& spool, std::int64_t largestInMemory);
   ~BodySink();
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
@@ -57,7 +57,7 @@ class BodySink {
   bool moveToDisk();
 
   const URL url_;
-  const SpoolDirectory& spool_;
+  SpoolDirectory& spool_;
   const std::int64_t largestInMemory_;
   PartialRecord coming_;
   std::string memory_;

@@ -37,6 +37,11 @@ std::string nameFor(std::string_view url) {
   return {std::begin(digits), end};
 }
 
+std::string_view nameOfStem(std::string_view stem) {
+  const std::string_view file = path::lastPathComponent(stem);
+  return file.substr(0, file.find('-'));
+}
+
 struct KeptBody {
   std::int64_t date;
   std::int64_t length;
@@ -76,15 +81,15 @@ std::set<std::string> stemsIn(const std::string& directory) {
 SpoolDirectory::SpoolDirectory(const KivRESTServiceSettings& settings)
     : settings_(settings), path_(settings.spoolDirectory) {}
 
-std::string SpoolDirectory::stem(const URL& url, int slot) const {
-  return path::appendingPathComponent(path_,
-                                      nameFor(url.absoluteString()) + "-" + std::to_string(slot));
+std::string SpoolDirectory::stem(const std::string& name, int slot) const {
+  return path::appendingPathComponent(path_, name + "-" + std::to_string(slot));
 }
 
 std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
-  if (!isUsable()) return nullptr;
+  const std::string name = nameFor(url.absoluteString());
+  if (!names_.contains(name)) return nullptr;
   for (int slot = 0; slot < slots; ++slot) {
-    const std::string place = stem(url, slot);
+    const std::string place = stem(name, slot);
     if (!files().itemExistsAtPath(place + ".json")) continue;
     auto body = PartialBody::lock(place);
     if (!body) continue;
@@ -96,12 +101,13 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   return nullptr;
 }
 
-std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url,
-                                                    std::optional<Error>* error) const {
+std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url, std::optional<Error>* error) {
   if (!files().createDirectoryAtPath(path_, error)) return nullptr;
+  const std::string name = nameFor(url.absoluteString());
   for (int slot = 0; slot < slots; ++slot) {
-    if (auto body = PartialBody::lock(stem(url, slot), error)) {
+    if (auto body = PartialBody::lock(stem(name, slot), error)) {
       if (error) error->reset();
+      names_.insert(name);
       return body;
     }
   }
@@ -112,13 +118,15 @@ void SpoolDirectory::forget(const URL& url) const {
   if (const auto body = find(url)) body->discard();
 }
 
-void SpoolDirectory::sweep() const {
+void SpoolDirectory::sweep() {
+  names_.clear();
   if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
   const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
   std::vector<KeptBody> kept;
   std::int64_t total = 0;
   for (const auto& stem : stemsIn(path_)) {
     auto body = keptBody(stem, secondsNow() - age.count());
+    names_.insert(std::string(nameOfStem(stem)));
     if (!body) continue;
     total += body->length;
     kept.push_back(std::move(*body));

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "Platform/Foundation/Error.h"
@@ -25,22 +26,26 @@ class SpoolDirectory {
   /// False where no directory has been named: every body is to stay in memory.
   [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
 
-  /// What is kept of the file of the URL; nullptr where nothing is, or another client uses it.
+  /// Looks at what is there, removes the bodies that nobody can go on with or has gone on with for
+  /// too long, and the oldest ones where they are too large together.
+  void sweep();
+
+  /// What is kept of the file of the URL; nullptr where nothing is, or another client uses it. What
+  /// others have left since the last sweep is not found.
   [[nodiscard]] std::unique_ptr<PartialBody> find(const URL& url) const;
   /// A place for the file of the URL, with nothing in it; nullptr and an error on failure.
-  std::unique_ptr<PartialBody> create(const URL& url, std::optional<Error>* error) const;
+  std::unique_ptr<PartialBody> create(const URL& url, std::optional<Error>* error);
   /// Forgets what is kept of the file of the URL, if another client does not use it.
   void forget(const URL& url) const;
 
-  /// Removes the bodies that nobody can go on with or has gone on with for too long, and the oldest
-  /// ones where they are too large together.
-  void sweep() const;
-
  private:
-  [[nodiscard]] std::string stem(const URL& url, int slot) const;
+  [[nodiscard]] std::string stem(const std::string& name, int slot) const;
 
   const KivRESTServiceSettings& settings_;
   const std::string path_;
+  // Of the files of which something may be kept. Most are small and never come here: for them the
+  // disk is not even asked.
+  std::set<std::string> names_;
 };
 
 }  // namespace kiv

@@ -20,7 +20,7 @@ namespace kiv {
 class Transfer {
  public:
   /// `handle` must not be empty; `settings` and `spool` must outlive the transfer.
-  Transfer(URL url, const KivRESTServiceSettings& settings, const SpoolDirectory& spool,
+  Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
            EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;

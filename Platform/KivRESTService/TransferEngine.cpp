@@ -106,6 +106,7 @@ void TransferEngine::serve(void* multiHandle) {
     owned = leaveIfDone(loop);
     if (owned) return;
     loop.startWaiting();
+    loop.reportEnded();
     if (!loop.isIdle()) idleUntil_ = Clock::now() + settings_.idleTime;
     loop.wait(longestWait(loop));
     loop.move();
@@ -157,7 +158,7 @@ std::chrono::milliseconds TransferEngine::longestWait(const TransferLoop& loop) 
   using std::chrono::milliseconds;
   constexpr milliseconds longest{60'000};  // libcurl knows its own deadlines
   auto until = loop.isIdle() ? idleUntil_ : Clock::now() + longest;
-  if (const auto next = loop.nextStart()) until = std::min(until, *next);
+  if (const auto next = loop.nextDeadline()) until = std::min(until, *next);
   const auto report = loop.nextReport();
   if (report && progressIsWanted()) until = std::min(until, *report);
   return std::clamp(std::chrono::ceil<milliseconds>(until - Clock::now()), milliseconds{0},

@@ -18,6 +18,9 @@ namespace {
 using Code = KivRESTServiceErrorCode;
 using Clock = std::chrono::steady_clock;
 
+/// How long a result may wait for others.
+constexpr std::chrono::milliseconds longestReportDelay{10};
+
 TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
   return TransferOutcome::failed(transferError(code, url.absoluteString(), what));
 }
@@ -48,6 +51,8 @@ void TransferLoop::dropAll() {
   waiting_.clear();
   pausing_.clear();
   downloads_.clear();
+  for (const auto& [task, result] : std::exchange(results_, {}))
+    backlog_.remove(result.backlog);
   isReportDue_ = false;
 }
 
@@ -163,11 +168,6 @@ void TransferLoop::shareBandwidth() {
     download->transfer->limitSpeed(std::max<std::int64_t>(1, share));
 }
 
-std::optional<TransferLoop::Time> TransferLoop::nextStart() const {
-  if (pausing_.empty()) return std::nullopt;
-  return pausing_.begin()->first;
-}
-
 // --- Transfers -----------------------------------------------------------------------------------
 
 void TransferLoop::move() {
@@ -252,11 +252,27 @@ void TransferLoop::report(Download& download, TransferOutcome outcome) {
   TaskResult result{std::move(outcome), std::move(download.figures), held};
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
+  if (results_.empty()) reportAt_ = Clock::now() + longestReportDelay;
   for (const std::uint64_t task : tasks) {
     backlog_.add(held);
     // Nothing of the result stays here: whoever gets it may be the last to hold the body.
-    ended_(task, task == tasks.back() ? std::move(result) : result);
+    results_.emplace_back(task, task == tasks.back() ? std::move(result) : result);
   }
+}
+
+void TransferLoop::reportEnded() {
+  if (results_.empty()) return;
+  const bool mayWait = !running_.empty() && Clock::now() < reportAt_;
+  if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
+  for (auto& [task, result] : std::exchange(results_, {}))
+    ended_(task, std::move(result));
+}
+
+std::optional<TransferLoop::Time> TransferLoop::nextDeadline() const {
+  std::optional<Time> next;
+  if (!pausing_.empty()) next = pausing_.begin()->first;
+  if (!results_.empty() && (!next || reportAt_ < *next)) next = reportAt_;
+  return next;
 }
 
 /// Ends every job where libcurl itself has failed, which it does for want of memory only.

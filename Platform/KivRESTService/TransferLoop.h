@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Platform/KivRESTService/CurlHandles.h"
@@ -55,9 +56,13 @@ class TransferLoop {
   void finishEnded();
   /// Returns when something can be moved, when the thread is woken up, or after that time.
   void wait(std::chrono::milliseconds longest);
-  [[nodiscard]] bool isIdle() const noexcept { return downloads_.empty(); }
-  /// When the first of the jobs that pause goes on; nothing where none does.
-  [[nodiscard]] std::optional<Time> nextStart() const;
+  [[nodiscard]] bool isIdle() const noexcept { return downloads_.empty() && results_.empty(); }
+  /// Reports the jobs that have ended: at once where no other transfer runs, otherwise those of
+  /// some milliseconds together. Whoever is told of many at one time can store them for less.
+  void reportEnded();
+  /// When there will be something to do for startWaiting() or reportEnded() at the latest, whatever
+  /// happens; nothing where nothing waits.
+  [[nodiscard]] std::optional<Time> nextDeadline() const;
 
   /// When the next report of progress is due; nothing where nothing has happened since the last.
   [[nodiscard]] std::optional<Time> nextReport() const;
@@ -94,13 +99,15 @@ class TransferLoop {
   const KivRESTServiceSettings& settings_;
   const EndHandler& ended_;
   Backlog& backlog_;
-  const SpoolDirectory spool_;
+  SpoolDirectory spool_;
   HostHealth health_;
   RetryPolicy policy_;
   ProgressMeter meter_;
   bool isReportDue_ = false;
 
   std::map<std::string, std::unique_ptr<Download>> downloads_;  // all, by key
+  std::vector<std::pair<std::uint64_t, TaskResult>> results_;   // not reported yet
+  Time reportAt_{};                                             // for those
   WaitingDownloads waiting_;
   std::unordered_map<void*, Download*> running_;  // by easy handle
   std::map<std::string, std::size_t> runningPerServer_;

@@ -39,6 +39,7 @@ bool AtomicFile::commit(const std::string& path, std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
   if (!file_->synchronize(error) || !file_->close(error)) return false;
   if (!files.moveItemAtPath_toPath(temporary_.path(), path, error)) return false;
+  temporary_.leave();  // nothing lies there any more
   return files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path), error);
 }
 

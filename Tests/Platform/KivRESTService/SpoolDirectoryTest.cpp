@@ -23,7 +23,12 @@ class SpoolDirectoryTest : public testing::Test {
  protected:
   SpoolDirectoryTest() { settings_.spoolDirectory = directory_.path("spool"); }
 
-  [[nodiscard]] kiv::SpoolDirectory spool() const { return kiv::SpoolDirectory(settings_); }
+  /// As a client sees it that begins now.
+  [[nodiscard]] kiv::SpoolDirectory spool() const {
+    kiv::SpoolDirectory spool(settings_);
+    spool.sweep();
+    return spool;
+  }
   static URL url(const std::string& path) { return *URL::fromString("http://a.test/" + path); }
 
   static PartialRecord recordOf(const URL& url) {

@@ -98,7 +98,8 @@ TEST_F(KivStorageServiceTest, AnArchiveInAFileIsUnpackedAndTheFileGoes) {
     EXPECT_TRUE(KivStorageService::saveData_forFileName_atRelativePath_error(*data, "promo.zip",
                                                                              resources));
   }
-  EXPECT_EQ(tree(), pageTree("page"));
+  EXPECT_EQ(treeOf(root() + "/" + std::string(resources)), pageTree("page"));
+  EXPECT_FALSE(fs::exists(root() + "/spooled"));
 }
 
 TEST_F(KivStorageServiceTest, SavesInTheRootItself) {
