@@ -50,6 +50,7 @@ class Transfer {
   void startOver();
   bool setOptions();
   bool setConnectionOptions();
+  bool setProxy();
   bool setSecurityOptions();
   bool setRange();
   bool takeHeaderLine(std::string_view line);

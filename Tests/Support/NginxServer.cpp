@@ -33,18 +33,48 @@ std::string nginxProgram() {
 
 }  // namespace
 
-SelfSignedCertificate::SelfSignedCertificate(const std::filesystem::path& directory)
-    : certificate(directory / "certificate.pem"), key(directory / "key.pem") {
-  ChildProcess tool("openssl",
-                    {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-                     "-nodes", "-days", "2", "-subj", "/CN=localhost", "-addext",
-                     "subjectAltName=IP:127.0.0.1,DNS:localhost", "-keyout", key.string(), "-out",
-                     certificate.string(), "-batch"});
+namespace {
+
+void runOpenSSL(const std::vector<std::string>& arguments) {
+  ChildProcess tool("openssl", arguments);
   if (tool.waitForExit() != 0) giveUp("The openssl tool could not make a certificate.");
 }
 
-NginxServer::NginxServer(const std::string& locations)
-    : directory_(makeTemporaryDirectory()), certificate_(directory_) {
+/// The tool dates certificates back only where it plays the authority, with files of its own.
+void writeAuthority(const std::filesystem::path& directory) {
+  const std::string place = directory.string();
+  std::ofstream(directory / "index");
+  std::ofstream(directory / "authority.conf")
+      << "[ca]\ndefault_ca = own\n[own]\ndatabase = " << place
+      << "/index\nnew_certs_dir = " << place
+      << "\nrand_serial = yes\ndefault_md = sha256\npolicy = any\nx509_extensions = names\n"
+         "[any]\ncommonName = supplied\n"
+         "[names]\nsubjectAltName = IP:127.0.0.1,DNS:localhost\nbasicConstraints = CA:TRUE\n";
+}
+
+}  // namespace
+
+SelfSignedCertificate::SelfSignedCertificate(const std::filesystem::path& directory,
+                                             Validity validity)
+    : certificate(directory / "certificate.pem"), key(directory / "key.pem") {
+  const std::string request = (directory / "request.pem").string();
+  writeAuthority(directory);
+  runOpenSSL({"req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+              "-subj", "/CN=localhost", "-keyout", key.string(), "-out", request, "-batch"});
+  std::vector<std::string> signing{
+      "ca",       "-batch",     "-selfsign",
+      "-notext",  "-config",    (directory / "authority.conf").string(),
+      "-keyfile", key.string(), "-in",
+      request,    "-out",       certificate.string(),
+      "-days",    "2"};
+  if (validity == Validity::expired) {
+    signing.insert(signing.end(), {"-startdate", "20200101000000Z", "-enddate", "20200102000000Z"});
+  }
+  runOpenSSL(signing);
+}
+
+NginxServer::NginxServer(const std::string& locations, SelfSignedCertificate::Validity validity)
+    : directory_(makeTemporaryDirectory()), certificate_(directory_, validity) {
   const int plain = listeningSocket();
   const int secure = listeningSocket();
   port_ = portOf(plain);
@@ -82,14 +112,14 @@ void NginxServer::writeConfiguration(const std::string& locations) const {
          "pid nginx.pid;\n"
          "events {}\n"
          "http {\n"
-         "  log_format plain '$request_method $request_uri $status $connection';\n"
+         "  log_format plain '$request_method $request_uri $status $server_protocol $connection';\n"
          "  access_log access.log plain;\n"
          "  client_body_temp_path tmp; proxy_temp_path tmp; fastcgi_temp_path tmp;\n"
          "  uwsgi_temp_path tmp; scgi_temp_path tmp;\n"
          "  gzip on; gzip_min_length 1; gzip_types *;\n"
          "  server {\n"
          "    listen 127.0.0.1:"
-      << port_ << ";\n    listen 127.0.0.1:" << securePort_ << " ssl;\n    ssl_certificate "
+      << port_ << ";\n    listen 127.0.0.1:" << securePort_ << " ssl http2;\n    ssl_certificate "
       << certificate_.certificate << ";\n    ssl_certificate_key " << certificate_.key
       << ";\n    root root;\n"
       << locations << "\n  }\n}\n";

@@ -11,8 +11,11 @@ namespace kiv::test {
 
 /// A certificate for 127.0.0.1 and localhost that signs itself, made anew for each test.
 struct SelfSignedCertificate {
+  enum class Validity { now, expired };
+
   /// Made in that directory. Ends the test program where the openssl tool is missing.
-  explicit SelfSignedCertificate(const std::filesystem::path& directory);
+  explicit SelfSignedCertificate(const std::filesystem::path& directory,
+                                 Validity validity = Validity::now);
   std::filesystem::path certificate;
   std::filesystem::path key;
 };
@@ -25,7 +28,8 @@ struct SelfSignedCertificate {
 class NginxServer {
  public:
   /// `locations` is text in the server's own language that goes into its server block.
-  explicit NginxServer(const std::string& locations = {});
+  explicit NginxServer(const std::string& locations = {}, SelfSignedCertificate::Validity validity =
+                                                              SelfSignedCertificate::Validity::now);
   ~NginxServer();
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;

@@ -2,7 +2,7 @@
 // ends, in the middle of them. Looks whether the transfer thread has gone when the libraries that
 // were there first are taken down. Run by KivRESTServiceExitTest.
 //
-//     ExitDuringDownload return|exit|queue|drain authorities url[,mirror]...
+//     ExitDuringDownload return|exit|queue|drain authorities spool url[,mirror]...
 
 #include <chrono>
 #include <cstdio>
@@ -74,13 +74,15 @@ int leave(std::string_view way) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count < 4) return 2;
+  if (count < 5) return 2;
   // Registered before everything that the client registers, and so called after it.
   std::atexit(&expectNoTransferThread);
   KivRESTServiceSettings settings;
   settings.certificateAuthoritiesPath = arguments[2];
+  settings.spoolDirectory = arguments[3];
+  settings.largestBodyInMemory = 1000;
   static auto& client = *new KivRESTService(settings);
-  for (int at = 3; at < count; ++at)
+  for (int at = 4; at < count; ++at)
     queueDownload(client, arguments[at]);
   waitForEndOfInput();
   if (!transferThreadRuns()) return 5;

@@ -1,10 +1,17 @@
+#include <csignal>
+#include <filesystem>
+#include <optional>
 #include <string>
+#include <system_error>
 
 #include <gtest/gtest.h>
 
+#include "Tests/Platform/KivRESTService/Load.h"
+#include "Tests/Platform/KivRESTService/RangeServer.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/NginxServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
@@ -18,7 +25,7 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfDownloadsIsClean) {
   server.serve("/stalls", Response::ok(bytes).stallAt(500'000));
   server.serve("/endless", Response::ok(bytes).chunked(100'000).endless());
   server.serve("/silent", Response::nothing().stallAt(0));
-  std::vector<std::string> arguments{GetParam(), ""};
+  std::vector<std::string> arguments{GetParam(), "", ""};
   for (int count = 0; count < 3; ++count) {
     for (const char* const path : {"/stalls", "/endless", "/silent"}) {
       arguments.push_back(server.url(path) + "?" + std::to_string(count));
@@ -41,13 +48,61 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfASecureDownloadIsClean) {
   LoopbackServer signal;
   signal.serve("/a", Response::nothing().stallAt(0));
   ChildProcess child(EXIT_DURING_DOWNLOAD,
-                     {GetParam(), server.certificatePath(), server.secureURL("/file"),
+                     {GetParam(), server.certificatePath(), "", server.secureURL("/file"),
                       server.secureURL("/missing") + "," + signal.url("/a")});
   ASSERT_TRUE(child.hasStarted());
   ASSERT_TRUE(signal.waitForRequests(1));
   child.closeInput();
   EXPECT_EQ(child.waitForExit(), 0);
 }
+
+/// What a process leaves of a body that it was fetching, the next one goes on with.
+class PartOfADeadProcess : public testing::TestWithParam<const char*> {
+ protected:
+  [[nodiscard]] std::uintmax_t partLength() const {
+    std::error_code ignored;
+    for (const auto& item : std::filesystem::directory_iterator(spool_, ignored)) {
+      if (item.path().extension() == ".part") return item.file_size(ignored);
+    }
+    return 0;
+  }
+
+  TemporaryDirectory directory_;
+  const std::string spool_ = directory_.path("spool");
+  const std::string body_ = patternedBytes(100'000);
+};
+
+TEST_P(PartOfADeadProcess, IsGoneOnWith) {
+  LoopbackServer server;
+  server.serve("/a", Response::ok(body_).header("ETag", "\"a\"").stallAt(60'000));
+  {
+    ChildProcess child(EXIT_DURING_DOWNLOAD, {"exit", "", spool_, server.url("/a")});
+    ASSERT_TRUE(waitUntil([&] { return partLength() == 60'000; }));
+    if (std::string(GetParam()) == "killed") {
+      child.sendSignal(SIGKILL);
+      EXPECT_EQ(child.waitForExit(), std::nullopt);
+    } else {
+      child.closeInput();
+      EXPECT_EQ(child.waitForExit(), 0);
+    }
+  }
+  server.serve("/a",
+               [&](const Request& request) { return rangeResponse(request, body_, "\"a\""); });
+  auto settings = KivRESTService::defaultSettings();
+  settings.spoolDirectory = spool_;
+  settings.largestBodyInMemory = 1000;
+  {
+    KivRESTService client(settings);
+    const Load load(client, server.url("/a"));
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_TRUE(load.body() == body_);
+    EXPECT_EQ(server.requests("/a").back().header("Range"), "bytes=60000-");
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(spool_));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, PartOfADeadProcess, testing::Values("killed", "ended"),
+                         [](const auto& testCase) { return std::string(testCase.param); });
 
 INSTANTIATE_TEST_SUITE_P(All, KivRESTServiceExit,
                          testing::Values("return", "exit", "queue", "drain"),

@@ -5,8 +5,10 @@
 
 #include "Platform/KivRESTService/KivRESTService.h"
 #include "Tests/Platform/KivRESTService/Load.h"
+#include "Tests/Platform/KivRESTService/RangeServer.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/NginxServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
@@ -84,6 +86,78 @@ TEST(KivRESTServiceNginx, ACertificateThatNobodyVouchesForIsRefused) {
   EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
   EXPECT_FALSE(load.hasBody());
   EXPECT_EQ(server.stopAndTakeLog(), "");
+}
+
+TEST(KivRESTServiceNginx, ACertificateThatHasExpiredIsRefused) {
+  NginxServer server({}, SelfSignedCertificate::Validity::expired);
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", "contents");
+  KivRESTService client(trusting(server));
+  const Load load(client, server.secureURL("/file"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+  EXPECT_EQ(server.stopAndTakeLog(), "");
+}
+
+TEST(KivRESTServiceNginx, HTTP2IsSpokenWhereTheHostWantsIt) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", std::string(100'000, 'x'));
+  auto settings = trusting(server);
+  settings.http2 = true;
+  {
+    KivRESTService client(settings);
+    const Load load(client, server.secureURL("/file"));
+    const Load plain(client, server.url("/file"));
+    const Load missing(client, server.secureURL("/missing"));
+    ASSERT_TRUE(load.waitForEnd() && plain.waitForEnd() && missing.waitForEnd());
+    EXPECT_EQ(load.body().size(), 100'000U) << load.message();
+    EXPECT_EQ(plain.body().size(), 100'000U) << plain.message();
+    EXPECT_EQ(missing.status(), 404) << missing.message();
+  }
+  const auto log = server.stopAndTakeLog();
+  EXPECT_NE(log.find("GET /file 200 HTTP/2.0"), std::string::npos) << log;
+  EXPECT_NE(log.find("GET /file 200 HTTP/1.1"), std::string::npos) << log;
+}
+
+TEST(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  server.addFile("file", "contents");
+  {
+    KivRESTService client(trusting(server));
+    const Load load(client, server.secureURL("/file"));
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "contents");
+  }
+  EXPECT_EQ(server.stopAndTakeLog().find("HTTP/2"), std::string::npos);
+}
+
+TEST(KivRESTServiceNginx, ARealServerGivesTheRestOfAFile) {
+  NginxServer server("location /slow { alias root/file; limit_rate 1; limit_rate_after 300k; }");
+  ASSERT_TRUE(server.isRunning());
+  const std::string body = patternedBytes(1'000'000);
+  server.addFile("file", body);
+  const TemporaryDirectory directory;
+  auto settings = KivRESTService::defaultSettings();
+  settings.spoolDirectory = directory.path("spool");
+  settings.largestBodyInMemory = 1000;
+  settings.stallTimeout = std::chrono::seconds(1);
+  settings.stallSpeed = 100'000;
+  settings.triesInAll = 1;
+  const std::string url = server.url("/slow");
+  {
+    KivRESTService client(settings);
+    const Load load(client, url);
+    ASSERT_TRUE(load.waitForEnd());
+    ASSERT_EQ(load.errorCode(), codeOf(Code::timedOut));
+  }
+  settings.triesInAll = 10;
+  KivRESTService client(settings);
+  const Load load(client, url);
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_TRUE(load.body() == body) << load.message();
+  EXPECT_GE(load.task()->figures().resumedBytes, 300'000);
 }
 
 TEST(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {
