@@ -42,12 +42,7 @@ void KivResourceManager::create() {
   loadedResources_ = std::make_shared<kiv::ResourceList>();
   loadingResourcesFilesCount_ = 0;
   loadSavedResources();
-  loader_ = std::make_shared<KivResourceRESTModule>();
-  // Beside the resources, so that a large file is stored by giving it its name.
-  const auto& client = loader_->restService();
-  if (client->settings().spoolDirectory.empty()) {
-    client->setSpoolDirectory(KivResourceStorageModule::spoolDirectoryPath());
-  }
+  setLoader(std::make_shared<KivResourceRESTModule>());
 }
 
 // --- The saved list ------------------------------------------------------------------------------
@@ -224,4 +219,8 @@ const std::shared_ptr<KivResourceRESTModule>& KivResourceManager::loader() const
 
 void KivResourceManager::setLoader(std::shared_ptr<KivResourceRESTModule> loader) {
   loader_ = std::move(loader);
+  const auto client = loader_ ? loader_->restService() : nullptr;
+  if (!client || !client->settings().spoolDirectory.empty()) return;
+  // Beside the resources, so that a large file is stored by giving it its name.
+  client->setSpoolDirectory(KivResourceStorageModule::spoolDirectoryPath());
 }

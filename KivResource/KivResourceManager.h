@@ -155,6 +155,7 @@ class KIV_EXPORT KivResourceManager final
   [[nodiscard]] std::int64_t loadingResourcesFilesCount() const noexcept;
   void setLoadingResourcesFilesCount(std::int64_t count) noexcept;
   [[nodiscard]] const std::shared_ptr<KivResourceRESTModule>& loader() const noexcept;
+  /// A client of the loader that has no spool directory is given one under the storage root.
   void setLoader(std::shared_ptr<KivResourceRESTModule> loader);
 
  private:

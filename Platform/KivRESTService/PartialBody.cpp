@@ -85,6 +85,7 @@ std::optional<Data> PartialBody::finish(std::unique_ptr<PartialBody> body,
   const std::shared_ptr<PartialBody> keeper = std::move(body);
   auto data = Data::ofFileAtPath(path, keeper, error);
   keeper->isHandedOn_ = data.has_value();
+  if (!data) keeper->discard();
   return data;
 }
 

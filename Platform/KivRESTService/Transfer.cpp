@@ -9,6 +9,7 @@
 
 #include "Platform/KivRESTService/CurlErrors.h"
 #include "Platform/KivRESTService/RedirectPolicy.h"
+#include "Platform/KivRESTService/RetryPolicy.h"
 #include "Platform/KivRESTService/TransferErrors.h"
 
 namespace kiv {
@@ -201,7 +202,9 @@ void Transfer::describe(int result, TryResult& tried) {
   const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
   const bool succeeded = tried.outcome.body.has_value();
   tried.startsOver = !succeeded && (check_->deniesRange() || cameFromElsewhere);
-  if (tried.startsOver) sink_.discard();
+  // What breaks for good would break again: a body beyond the bound, or a disk without room.
+  const auto code = tried.errorCode();
+  if (tried.startsOver || (code && !mayPass(*code))) sink_.discard();
   tried.isUnreachable = result != CURLE_OK && !wasReached && redirects_ == 0;
   tried.madeProgress = !succeeded && sink_.hasGrown();
   tried.retryAfter = check_->retryAfter();

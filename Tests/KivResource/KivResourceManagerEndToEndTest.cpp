@@ -1,16 +1,21 @@
 // The manager with its real client, its real storage and a server on the loopback interface.
 
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
 #include <future>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivResource/KivResourceStorageModule.h"
 #include "KivResource/KivResourceWeb.h"
 #include "KivResource/NSError+KivResource.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/MainQueue.h"
 #include "Tests/Support/ManagerFixture.h"
 #include "Tests/Support/NginxServer.h"
+#include "Tests/Support/RangeServer.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace {
@@ -80,6 +85,46 @@ TEST_F(KivResourceManagerEndToEndTest, EveryKindIsFetchedStoredAndSurvivesAResta
   const auto web = std::dynamic_pointer_cast<KivResourceWeb>(pages.at(0));
   EXPECT_EQ(web->html(), stored("promo/index.html"));
   EXPECT_TRUE(web->filesExist());
+}
+
+TEST_F(KivResourceManagerEndToEndTest, ALargeFileThatBreaksOffIsGoneOnWithByTheNextPass) {
+  const std::string body = kiv::test::patternedBytes(3'000'000);
+  auto cut = std::make_shared<std::atomic<bool>>(true);
+  server.serve("/v.mp4", [&body, cut](const kiv::test::Request& request) {
+    auto response = kiv::test::rangeResponse(request, body, "\"1\"");
+    return *cut ? response.stallAt(2'000'000) : response;
+  });
+  server.serve("/i.png", Response::ok("icon"));
+  manager->updateResourcesForConfig(config({video("v", 1, "i.png", "v.mp4")}));
+  const std::string spool = KivResourceStorageModule::spoolDirectoryPath();
+  const auto spooled = [&] {
+    std::uintmax_t size = 0;
+    std::error_code ignored;
+    for (const auto& item : std::filesystem::directory_iterator(spool, ignored))
+      size = std::max(size, item.file_size(ignored));
+    return size;
+  };
+  ASSERT_TRUE(waitUntil([&] { return spooled() == 2'000'000; }));
+  manager->stopLoading();
+  ASSERT_TRUE(server.waitForNoConnection());
+  *cut = false;
+
+  restart();
+  update({video("v", 1, "i.png", "v.mp4")});
+  EXPECT_THAT(registry(), ElementsAre("v"));
+  EXPECT_TRUE(read(stored("v.mp4")) == body);
+  EXPECT_EQ(server.requests("/v.mp4").back().header("Range"), "bytes=2000000-");
+  EXPECT_TRUE(std::filesystem::is_empty(spool));
+}
+
+TEST_F(KivResourceManagerEndToEndTest, ResourcesThatShareALargeFileShareItsTransfer) {
+  const std::string body = kiv::test::patternedBytes(2'000'000);
+  server.serve("/shared.png", Response::ok(body));
+  update(
+      {banner("a", 1, "shared.png"), banner("b", 1, "shared.png"), banner("c", 1, "shared.png")});
+  EXPECT_THAT(registry(), ElementsAre("a", "b", "c"));
+  EXPECT_TRUE(read(stored("shared.png")) == body);
+  EXPECT_EQ(server.requests("/shared.png").size(), 1U);
 }
 
 TEST_F(KivResourceManagerEndToEndTest, AnUpdateReplacesDropsAndKeeps) {

@@ -200,6 +200,20 @@ TEST_F(KivResourceUpkeepTest, WhatTheServiceHasNotCompletedIsTemporary) {
   EXPECT_TRUE(exists(top + "/dead/3")) << "an audit removes nothing";
 }
 
+TEST_F(KivResourceUpkeepTest, BodiesThatHaveNotComeWholeAreTemporary) {
+  load({banner("a", 1, "x/a.png")});
+  const std::string spool = KivResourceStorageModule::spoolDirectoryPath();
+  EXPECT_EQ(spool, root() + "/.KivRESTService");
+  write(spool + "/1-0.part", std::string(5000, 'p'));
+  write(spool + "/1-0.json", "{}");
+  write(spool + "/1-0.lock", "");
+  const auto found = audit();
+  ASSERT_THAT(paths(found.temporary), ElementsAre(spool + "/1-0.part"));
+  EXPECT_GE(*found.temporary[0].size, 5000U);
+  EXPECT_THAT(cleanUp(Mode::remove).removed, IsEmpty());
+  EXPECT_TRUE(exists(spool + "/1-0.part"));
+}
+
 TEST_F(KivResourceUpkeepTest, AnAuditSaysThatDownloadsAreInFlight) {
   manager->loadResourcesForConfig(config({video("v", 1, "x/icon.png", "x/video.mp4")}));
   client->succeed("/icon.png");
@@ -434,13 +448,15 @@ TEST_F(KivResourceUpkeepTest, SpaceIsToldOfTheDiskAndOfTheCache) {
   files.setAvailableSpace(123'456'789);
   loadFile(banner("a", 1, "x/a.png"), "/a.png", std::string(500'000, 'a'));
   write(KivStorageService::temporariesPath() + "/dead/3", std::string(300'000, 't'));
+  write(KivResourceStorageModule::spoolDirectoryPath() + "/1-0.part", std::string(70'000, 'p'));
   write(root() + "/others.bin", std::string(900'000, 'x'));
   const auto space = Upkeep::space();
   ASSERT_TRUE(space);
   EXPECT_EQ(space->fileSystemAvailable, 123'456'789U);
   EXPECT_GT(space->fileSystemUsed, 0U);
-  EXPECT_EQ(space->cacheUsed,
-            sizeOnDisk(root() + "/KivResource") + sizeOnDisk(root() + "/.KivStorageService"));
+  EXPECT_EQ(space->cacheUsed, sizeOnDisk(root() + "/KivResource") +
+                                  sizeOnDisk(root() + "/.KivStorageService") +
+                                  sizeOnDisk(root() + "/.KivRESTService"));
   EXPECT_GE(space->cacheUsed, 800'000U);
   EXPECT_LT(space->cacheUsed, 900'000U + 800'000U);
 }

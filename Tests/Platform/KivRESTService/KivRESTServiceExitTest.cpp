@@ -7,10 +7,10 @@
 #include <gtest/gtest.h>
 
 #include "Tests/Platform/KivRESTService/Load.h"
-#include "Tests/Platform/KivRESTService/RangeServer.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/NginxServer.h"
+#include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace {

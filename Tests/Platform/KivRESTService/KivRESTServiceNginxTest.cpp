@@ -5,9 +5,9 @@
 
 #include "Platform/KivRESTService/KivRESTService.h"
 #include "Tests/Platform/KivRESTService/Load.h"
-#include "Tests/Platform/KivRESTService/RangeServer.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/NginxServer.h"
+#include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace {

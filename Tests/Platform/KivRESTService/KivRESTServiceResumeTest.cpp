@@ -9,9 +9,9 @@
 
 #include "Platform/KivRESTService/KivRESTService.h"
 #include "Tests/Platform/KivRESTService/Load.h"
-#include "Tests/Platform/KivRESTService/RangeServer.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
@@ -213,6 +213,17 @@ TEST_F(KivRESTServiceResume, MoreThanTheRestIsNotTaken) {
   EXPECT_FALSE(load.hasBody());
 }
 
+TEST_F(KivRESTServiceResume, OfABodyThatIsTooLargeNothingIsKept) {
+  server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").chunked());
+  settings_.largestBody = 50'000;
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge));
+  EXPECT_EQ(ranges().size(), 1U);
+  EXPECT_TRUE(spooled().empty());
+}
+
 TEST_F(KivRESTServiceResume, WithoutAVersionTheBodyStartsOver) {
   server_.serve("/a", {Response::ok(body_).closeAt(60'000), Response::ok(body_)});
   KivRESTService client(settings_);
@@ -394,6 +405,7 @@ TEST_P(FullDisk, EndsTheTaskAndIsNotTriedAgain) {
   EXPECT_EQ(load.errorCode(), codeOf(Code::outOfResources));
   EXPECT_NE(load.message().find("No space left on device"), std::string::npos) << load.message();
   EXPECT_EQ(ranges().size(), 1U);
+  EXPECT_TRUE(spooled().empty()) << "what takes up the disk goes";
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FullDisk,
