@@ -19,10 +19,6 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 
-namespace kiv {
-class MergeCandidates;
-}
-
 /// The one object through which a host uses the framework: the registry of loaded resources, the
 /// passes that bring it up to date with a configuration, the queries and the observers.
 ///
@@ -162,8 +158,9 @@ class KIV_EXPORT KivResourceManager final
   void create();
 
   void refusePass(const kiv::ResourceArray& resources);
+  /// Compares one new resource with its loaded counterpart, if it has one.
   void mergeResource(const std::shared_ptr<KivResource>& resource,
-                     kiv::MergeCandidates& candidates);
+                     std::shared_ptr<KivResource> counterpart);
   void downloadFile(const std::string& fileLink, const std::shared_ptr<KivResource>& resource);
   void completeDownload(const std::optional<kiv::Data>& data,
                         const std::optional<kiv::Error>& error, const std::string& fileLink,
