@@ -181,7 +181,7 @@ class KIV_EXPORT KivResourceManager final
   /// not.
   bool settleRemoval(const std::string& path);
 
-  void announceLoaded(const std::shared_ptr<KivResource>& resource);
+  void announceLoaded(std::shared_ptr<KivResource> resource);
   void announceFailed(const std::shared_ptr<KivResource>& resource,
                       const std::optional<kiv::Error>& error);
   void announceFinish();
@@ -196,5 +196,12 @@ class KIV_EXPORT KivResourceManager final
   bool listIsChanged_ = false;  ///< Since the list was last saved.
   std::set<std::string, std::less<>> filesToRemove_;
   bool endIsScheduled_ = false;
-  std::vector<std::function<void(KivResourceManagerObserver&)>> callbacks_;
+  /// One callback that observers are to hear; without a resource it is the finish.
+  struct Announcement {
+    std::shared_ptr<KivResource> resource;
+    /// Of a resource that failed, an error or nothing.
+    std::shared_ptr<const std::optional<kiv::Error>> failure;
+  };
+  void send(Announcement announcement);
+  std::vector<Announcement> announcements_;
 };
