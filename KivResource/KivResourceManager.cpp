@@ -56,7 +56,9 @@ void KivResourceManager::loadSavedResources() {
   const auto list = KivResourceStorageModule::loadResourcesListWithError();
   for (const kiv::Value& entry : list.value_or(kiv::Array())) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
-    if (resource && resource->filesExist()) loadedResources_->append(std::move(resource));
+    // Made just now, it has just looked for its files: where no link is left, all of them exist.
+    const bool filesExist = resource && resource->missingFilesLinks().empty();
+    if (filesExist) loadedResources_->append(std::move(resource));
   }
   kiv::SystemLog::write(
       "KivResourceManager (-[KivResourceManager loadSavedResources]): "
