@@ -1,20 +1,26 @@
 #include "KivResource/KivResourceIndex.h"
 
-#include <algorithm>
-#include <functional>
-#include <iterator>
+#include <bit>
+#include <string>
 #include <typeinfo>
+#include <utility>
 
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"
+#include "Platform/Foundation/KeyedHash.h"
 
 namespace kiv {
 
 namespace {
 
-std::size_t hashOf(std::string_view key) {
-  return std::hash<std::string_view>()(key);
+/// Of the resources that may be anything: one hash like any other.
+constexpr std::uint32_t unknownHash = 0x756e6b6e;
+
+/// Objects need no secret: nobody but the allocator chooses where they lie.
+std::uint32_t hashOfObject(const KivResource& resource) {
+  const auto address = reinterpret_cast<std::uintptr_t>(&resource);
+  return static_cast<std::uint32_t>((std::uint64_t{address} * 0x9e3779b97f4a7c15) >> 32);
 }
 
 /// A class of a host's own may answer differently every time it is asked.
@@ -26,45 +32,141 @@ bool isOfOurOwnClass(const KivResource& resource) {
 
 }  // namespace
 
-ResourceIndex::ResourceIndex() : changesSeen_(KivResource::changesOfListedResources()) {}
+ResourceIndex::ResourceIndex(Aspect aspect, std::size_t size)
+    : aspect_(aspect),
+      firstNodes_(1, 0),
+      buckets_(std::bit_ceil(size + 16), none),
+      changesSeen_(KivResource::changesOfListedResources()) {
+  nodes_.reserve(size);
+  firstNodes_.reserve(size + 1);
+}
 
 bool ResourceIndex::isCurrent() const noexcept {
   return changesSeen_ == KivResource::changesOfListedResources();
 }
 
-void ResourceIndex::add(const KivResource& resource, std::uint32_t place) {
-  if (!isOfOurOwnClass(resource) || resource.isExposed()) {
-    opaque_.push_back(place);
-    return;
+void ResourceIndex::add(const KivResource* resource) {
+  if (resource) addNodes(*resource, static_cast<std::uint32_t>(firstNodes_.size() - 1));
+  firstNodes_.push_back(static_cast<std::uint32_t>(nodes_.size()));
+}
+
+void ResourceIndex::addNodes(const KivResource& resource, std::uint32_t place) {
+  if (aspect_ == Aspect::object) {
+    addNode(hashOfObject(resource), place);
+  } else if (!isOfOurOwnClass(resource)) {
+    addNode(unknownHash, place);
+  } else if (aspect_ == Aspect::identifier) {
+    addNode(hashOf(resource.resourceID_.stringView()), place);
+  } else if (aspect_ == Aspect::type) {
+    addNode(hashOf(resource.type_.stringView()), place);
+  } else {
+    for (const std::string& path : resource.useFilePaths())
+      addNode(hashOf(path), place);
   }
-  byID_[hashOf(resource.resourceID())].push_back(place);
-  byType_[hashOf(resource.type())].push_back(place);
-  for (const std::string& path : resource.useFilePaths()) {
-    byPath_[hashOf(path)].push_back(place);
+}
+
+void ResourceIndex::remove(std::uint32_t place) {
+  for (std::uint32_t node = firstNodes_[place]; node < firstNodes_[place + 1]; ++node)
+    unlink(node);
+}
+
+bool ResourceIndex::contains(std::uint32_t place) const {
+  const std::uint32_t first = firstNodes_[place];
+  return first < firstNodes_[place + 1] && nodes_[first].place != none;
+}
+
+ResourceIndex::Candidates ResourceIndex::candidates(std::string_view value) const {
+  return Candidates(*this, hashOf(value));
+}
+
+ResourceIndex::Candidates ResourceIndex::candidates(const KivResource& resource) const {
+  return Candidates(*this, hashOfObject(resource));
+}
+
+std::uint32_t ResourceIndex::hashOf(std::string_view value) const {
+  return static_cast<std::uint32_t>(keyedHash(value, static_cast<std::uint64_t>(aspect_)));
+}
+
+// --- The nodes -----------------------------------------------------------------------------------
+
+void ResourceIndex::addNode(std::uint32_t hash, std::uint32_t place) {
+  nodes_.push_back({hash, place, none, none});
+  if (nodes_.size() > buckets_.size()) {
+    growBuckets();
+  } else {
+    link(static_cast<std::uint32_t>(nodes_.size() - 1));
   }
 }
 
-ResourceIndex::Places ResourceIndex::candidatesForID(std::string_view resourceID) const {
-  return candidates(byID_, resourceID);
+void ResourceIndex::link(std::uint32_t number) {
+  Node& node = nodes_[number];
+  std::uint32_t& first = bucket(node.hash);
+  if (first == none) {
+    first = number;
+    node.previous = number;
+  } else {
+    const std::uint32_t last = std::exchange(nodes_[first].previous, number);
+    nodes_[last].next = number;
+    node.previous = last;
+  }
+  node.next = none;
 }
 
-ResourceIndex::Places ResourceIndex::candidatesForType(std::string_view type) const {
-  return candidates(byType_, type);
+void ResourceIndex::unlink(std::uint32_t number) {
+  const Node& node = nodes_[number];
+  std::uint32_t& first = bucket(node.hash);
+  const bool isLast = node.next == none;
+  if (first == number) {
+    first = node.next;
+  } else {
+    nodes_[node.previous].next = node.next;
+  }
+  if (!isLast) {
+    nodes_[node.next].previous = node.previous;
+  } else if (first != none) {
+    nodes_[first].previous = node.previous;
+  }
+  nodes_[number].place = none;
 }
 
-ResourceIndex::Places ResourceIndex::candidatesForPath(std::string_view path) const {
-  return candidates(byPath_, path);
+void ResourceIndex::growBuckets() {
+  buckets_.assign(2 * buckets_.size(), none);
+  for (std::uint32_t number = 0; number < nodes_.size(); ++number) {
+    if (nodes_[number].place != none) link(number);
+  }
 }
 
-ResourceIndex::Places ResourceIndex::candidates(const PlacesByHash& places,
-                                                std::string_view key) const {
-  const auto found = places.find(hashOf(key));
-  if (found == places.end()) return opaque_;
-  if (opaque_.empty()) return found->second;
-  Places merged;
-  std::merge(found->second.begin(), found->second.end(), opaque_.begin(), opaque_.end(),
-             std::back_inserter(merged));
-  return merged;
+std::uint32_t ResourceIndex::find(std::uint32_t node, std::uint32_t hash) const {
+  while (node != none && nodes_[node].hash != hash)
+    node = nodes_[node].next;
+  return node;
+}
+
+std::uint32_t ResourceIndex::findFirst(std::uint32_t hash) const {
+  return find(buckets_[hash & (buckets_.size() - 1)], hash);
+}
+
+// --- Candidates ----------------------------------------------------------------------------------
+
+ResourceIndex::Candidates::Candidates(const ResourceIndex& index, std::uint32_t hash)
+    : index_(&index),
+      hash_(hash),
+      node_(index.findFirst(hash)),
+      unknownNode_(hash == unknownHash || index.aspect_ == Aspect::object
+                       ? none
+                       : index.findFirst(unknownHash)) {}
+
+std::optional<std::uint32_t> ResourceIndex::Candidates::next() {
+  const auto placeOf = [&](std::uint32_t node) {
+    return node == none ? none : index_->nodes_[node].place;
+  };
+  const auto place = placeOf(node_);
+  const auto unknownPlace = placeOf(unknownNode_);
+  if (place == none && unknownPlace == none) return std::nullopt;
+  const bool takesUnknown = unknownPlace < place;
+  std::uint32_t& node = takesUnknown ? unknownNode_ : node_;
+  node = index_->find(index_->nodes_[node].next, takesUnknown ? unknownHash : hash_);
+  return takesUnknown ? unknownPlace : place;
 }
 
 }  // namespace kiv

@@ -1,6 +1,9 @@
 #include "KivResource/KivResourceList.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "KivResource/KivResourceIndex.h"
@@ -8,9 +11,102 @@
 
 namespace kiv {
 
-ResourceList::ResourceList() = default;
+namespace {
 
-ResourceList::ResourceList(ResourceArray resources) {
+using Aspect = ResourceIndex::Aspect;
+
+// An index only names candidates: the resource itself is asked, as a plain walk would.
+
+bool has(const KivResource& resource, std::string_view property, std::string_view value) {
+  const auto answer = resource.valueForProperty(property);
+  return answer && answer->isString() && answer->stringView() == value;
+}
+
+bool uses(const KivResource& resource, std::string_view path) {
+  const auto paths = resource.useFilePaths();
+  return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
+
+}  // namespace
+
+/// The indexes of a list, one for each aspect that was asked for.
+class ResourceList::Indexes {
+ public:
+  explicit Indexes(const ResourceArray& places) : places_(places) {}
+
+  /// The index as the resources are now.
+  const ResourceIndex& of(Aspect aspect) {
+    auto& index = indexes_[static_cast<std::size_t>(aspect)];
+    if (index && !index->isCurrent()) clear();
+    if (!index) {
+      index.emplace(aspect, places_.size());
+      for (const auto& resource : places_)
+        index->add(resource.get());
+    }
+    return *index;
+  }
+
+  void add(const KivResource& resource, bool mayBeThereAlready) {
+    mayRepeat_ = mayRepeat_ || mayBeThereAlready;
+    for (auto& index : indexes_) {
+      if (index) index->add(&resource);
+    }
+  }
+
+  void remove(std::uint32_t place) {
+    for (auto& index : indexes_) {
+      if (index) index->remove(place);
+    }
+  }
+
+  void clear() { indexes_ = {}; }
+
+  [[nodiscard]] std::vector<std::uint32_t> placesOf(const KivResource& object) {
+    std::vector<std::uint32_t> places;
+    auto candidates = of(Aspect::object).candidates(object);
+    while (const auto place = candidates.next()) {
+      if (places_[*place].get() == &object) places.push_back(*place);
+    }
+    return places;
+  }
+
+  [[nodiscard]] ResourceArray select(Aspect aspect, std::string_view property,
+                                     std::string_view value) {
+    ResourceArray found;
+    auto candidates = of(aspect).candidates(value);
+    while (const auto place = candidates.next()) {
+      if (has(*places_[*place], property, value)) found.push_back(places_[*place]);
+    }
+    return found;
+  }
+
+  /// The first resource with the identifier in the given index, which it leaves, at all its places.
+  [[nodiscard]] std::shared_ptr<KivResource> take(std::string_view resourceID,
+                                                  ResourceIndex& identifiers) {
+    auto candidates = identifiers.candidates(resourceID);
+    while (const auto place = candidates.next()) {
+      const auto& resource = places_[*place];
+      if (!has(*resource, "resourceID", resourceID)) continue;
+      if (mayRepeat_) {
+        for (const std::uint32_t taken : placesOf(*resource))
+          identifiers.remove(taken);
+      } else {
+        identifiers.remove(*place);
+      }
+      return resource;
+    }
+    return nullptr;
+  }
+
+ private:
+  const ResourceArray& places_;
+  bool mayRepeat_ = false;  // whether some object may stand at several places
+  std::array<std::optional<ResourceIndex>, 4> indexes_;
+};
+
+ResourceList::ResourceList() : indexes_(std::make_unique<Indexes>(places_)) {}
+
+ResourceList::ResourceList(ResourceArray resources) : ResourceList() {
   for (auto& resource : resources)
     append(std::move(resource));
 }
@@ -23,38 +119,51 @@ const ResourceArray& ResourceList::resources() const {
 }
 
 ResourceArray ResourceList::resourcesWithID(std::string_view resourceID) const {
-  return resourcesAt(index().candidatesForID(resourceID), "resourceID", resourceID);
+  return indexes_->select(Aspect::identifier, "resourceID", resourceID);
 }
 
 ResourceArray ResourceList::resourcesWithType(std::string_view type) const {
-  return resourcesAt(index().candidatesForType(type), "type", type);
+  return indexes_->select(Aspect::type, "type", type);
 }
 
 bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& owner) const {
-  const auto candidates = index().candidatesForPath(path);
-  return std::any_of(candidates.begin(), candidates.end(), [&](std::uint32_t place) {
-    const KivResource* other = places_[place].get();
-    if (!other || other == &owner) return false;
-    const auto paths = other->useFilePaths();
-    return std::find(paths.begin(), paths.end(), path) != paths.end();
-  });
+  auto candidates = indexes_->of(Aspect::path).candidates(path);
+  while (const auto place = candidates.next()) {
+    const KivResource& other = *places_[*place];
+    if (&other != &owner && uses(other, path)) return true;
+  }
+  return false;
+}
+
+ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resources) const {
+  Counterparts counterparts;
+  counterparts.ofEach.reserve(resources.size());
+  ResourceIndex remaining = indexes_->of(Aspect::identifier);
+  for (const auto& resource : resources)
+    counterparts.ofEach.push_back(indexes_->take(resource->resourceID(), remaining));
+  for (std::uint32_t place = 0; place < places_.size(); ++place) {
+    if (remaining.contains(place)) counterparts.rest.push_back(places_[place]);
+  }
+  return counterparts;
 }
 
 void ResourceList::append(std::shared_ptr<KivResource> resource) {
   if (!resource) return;
-  resource->noteListed();
-  if (index_) index_->add(*resource, static_cast<std::uint32_t>(places_.size()));
+  const bool wasListed = resource->isListed_;
+  if (!wasListed) resource->noteListed();
+  indexes_->add(*resource, wasListed);
   places_.push_back(std::move(resource));
   ++size_;
 }
 
 void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
-  for (const std::uint32_t place : index().candidatesForID(resource->resourceID())) {
-    if (places_[place] != resource) continue;
+  const auto places = indexes_->placesOf(*resource);
+  for (const std::uint32_t place : places) {
+    indexes_->remove(place);
     places_[place] = nullptr;
-    --size_;
   }
+  size_ -= places.size();
   constexpr std::size_t fewGaps = 64;
   if (places_.size() > 2 * size_ + fewGaps) closeGaps();
 }
@@ -67,30 +176,7 @@ void ResourceList::removeAll(const ResourceArray& resources) {
 void ResourceList::closeGaps() const {
   if (places_.size() == size_) return;
   std::erase(places_, nullptr);
-  index_ = nullptr;
-}
-
-const ResourceIndex& ResourceList::index() const {
-  if (index_ && index_->isCurrent()) return *index_;
-  std::erase(places_, nullptr);
-  index_ = std::make_unique<ResourceIndex>();
-  for (std::size_t place = 0; place < places_.size(); ++place) {
-    index_->add(*places_[place], static_cast<std::uint32_t>(place));
-  }
-  return *index_;
-}
-
-ResourceArray ResourceList::resourcesAt(const std::vector<std::uint32_t>& places,
-                                        std::string_view property, std::string_view value) const {
-  ResourceArray found;
-  for (const std::uint32_t place : places) {
-    if (!places_[place]) continue;
-    const auto answer = places_[place]->valueForProperty(property);
-    if (answer && answer->isString() && answer->stringView() == value) {
-      found.push_back(places_[place]);
-    }
-  }
-  return found;
+  indexes_->clear();
 }
 
 }  // namespace kiv

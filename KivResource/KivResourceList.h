@@ -1,10 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -14,16 +11,17 @@ class KivResource;
 
 namespace kiv {
 
-class ResourceIndex;
-
 /// An immutable answer: resources in order, shared, never null.
 using ResourceArray = std::vector<std::shared_ptr<KivResource>>;
 
 /// The registry of loaded resources: a list that keeps its order of insertion and takes the same
 /// object more than once. Resources have no equality of their own: two of equal content are two.
 ///
-/// Every change goes through this class, which keeps an index for the questions below: they cost
-/// what they find, not the length of the list. Used on the manager's queue alone.
+/// Every change goes through this class, which keeps indexes for the questions below: they cost
+/// what they find, not the length of the list. The first question of a sort makes its index, and so
+/// does the first one after a listed resource has changed its identifier, its type or its paths by
+/// other means than the manager's passes; that costs as much as a walk. Used on the manager's queue
+/// alone.
 class KIV_EXPORT ResourceList {
  public:
   /// Goes through the resources in order; a change of the list ends its use.
@@ -72,6 +70,15 @@ class KIV_EXPORT ResourceList {
   [[nodiscard]] ResourceArray resourcesWithID(std::string_view resourceID) const;
   /// The resources of that type, in the order of the list.
   [[nodiscard]] ResourceArray resourcesWithType(std::string_view type) const;
+  /// Pairs resources with those of the list that have the same identifier.
+  struct Counterparts {
+    /// For each of the given resources the first of the list that has its identifier and is not the
+    /// counterpart of an earlier one, or nullptr.
+    ResourceArray ofEach;
+    /// What is nobody's counterpart, in the order of the list, as often as it stands there.
+    ResourceArray rest;
+  };
+  [[nodiscard]] Counterparts counterparts(const ResourceArray& resources) const;
   /// True where a resource of the list other than `owner` uses the file at that path.
   [[nodiscard]] bool isPathUsedByOthers(std::string_view path, const KivResource& owner) const;
 
@@ -87,15 +94,13 @@ class KIV_EXPORT ResourceList {
     return places_.data() + places_.size();
   }
   void closeGaps() const;
-  [[nodiscard]] const ResourceIndex& index() const;
-  [[nodiscard]] ResourceArray resourcesAt(const std::vector<std::uint32_t>& places,
-                                          std::string_view property, std::string_view value) const;
 
-  // What is removed leaves a gap, so that the places in the index stay right. The gaps are closed
+  // What is removed leaves a gap, so that the places in the indexes stay right. The gaps are closed
   // when they outnumber the resources, or when somebody wants the plain array.
   mutable ResourceArray places_;
   std::size_t size_ = 0;
-  mutable std::unique_ptr<ResourceIndex> index_;  // made when first asked
+  class Indexes;
+  std::unique_ptr<Indexes> indexes_;
 };
 
 }  // namespace kiv

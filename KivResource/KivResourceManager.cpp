@@ -51,7 +51,9 @@ void KivResourceManager::loadSavedResources() {
   const auto list = KivResourceStorageModule::loadResourcesListWithError();
   for (const kiv::Value& entry : list.value_or(kiv::Array())) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
-    if (resource && resource->filesExist()) loadedResources_->append(std::move(resource));
+    // Made just now, it has just looked for its files: where no link is left, all of them exist.
+    const bool filesExist = resource && resource->missingFilesLinks().empty();
+    if (filesExist) loadedResources_->append(std::move(resource));
   }
   kiv::SystemLog::write(
       "KivResourceManager (-[KivResourceManager loadSavedResources]): "
@@ -134,8 +136,8 @@ void KivResourceManager::removeObserver(
 
 void KivResourceManager::endStep() {
   saveChanges();
-  for (auto& callback : std::exchange(callbacks_, {}))
-    multicastObserver_->send(std::move(callback));
+  for (auto& announcement : std::exchange(announcements_, {}))
+    send(std::move(announcement));
 }
 
 void KivResourceManager::saveChanges() {
@@ -157,23 +159,36 @@ void KivResourceManager::endStepLater() {
   }
 }
 
-void KivResourceManager::announceLoaded(const std::shared_ptr<KivResource>& resource) {
-  callbacks_.emplace_back([self = shared_from_this(), resource](auto& observer) {
-    observer.resourceManager_didLoadResource(self, resource);
-  });
+void KivResourceManager::send(Announcement announcement) {
+  auto& [resource, failure] = announcement;
+  if (!resource) {
+    multicastObserver_->send([self = shared_from_this()](KivResourceManagerObserver& observer) {
+      observer.resourceManagerDidFinishLoading(self);
+    });
+  } else if (!failure) {
+    multicastObserver_->send([self = shared_from_this(), resource = std::move(resource)](
+                                 KivResourceManagerObserver& observer) {
+      observer.resourceManager_didLoadResource(self, resource);
+    });
+  } else {
+    multicastObserver_->send([self = shared_from_this(), resource = std::move(resource),
+                              failure = std::move(failure)](KivResourceManagerObserver& observer) {
+      observer.resourceManager_didFailToLoadResource_withError(self, resource, *failure);
+    });
+  }
+}
+
+void KivResourceManager::announceLoaded(std::shared_ptr<KivResource> resource) {
+  announcements_.push_back({std::move(resource), nullptr});
 }
 
 void KivResourceManager::announceFailed(const std::shared_ptr<KivResource>& resource,
                                         const std::optional<kiv::Error>& error) {
-  callbacks_.emplace_back([self = shared_from_this(), resource, error](auto& observer) {
-    observer.resourceManager_didFailToLoadResource_withError(self, resource, error);
-  });
+  announcements_.push_back({resource, std::make_shared<const std::optional<kiv::Error>>(error)});
 }
 
 void KivResourceManager::announceFinish() {
-  callbacks_.emplace_back([self = shared_from_this()](auto& observer) {
-    observer.resourceManagerDidFinishLoading(self);
-  });
+  announcements_.push_back({});
 }
 
 // --- Properties ----------------------------------------------------------------------------------

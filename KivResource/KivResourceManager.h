@@ -19,10 +19,6 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 
-namespace kiv {
-class MergeCandidates;
-}
-
 /// The one object through which a host uses the framework: the registry of loaded resources, the
 /// passes that bring it up to date with a configuration, the queries and the observers.
 ///
@@ -163,8 +159,9 @@ class KIV_EXPORT KivResourceManager final
   void create();
 
   void refusePass(const kiv::ResourceArray& resources);
+  /// Compares one new resource with its loaded counterpart, if it has one.
   void mergeResource(const std::shared_ptr<KivResource>& resource,
-                     kiv::MergeCandidates& candidates);
+                     std::shared_ptr<KivResource> counterpart);
   void downloadFile(const std::string& fileLink, const std::shared_ptr<KivResource>& resource);
   void completeDownload(const std::optional<kiv::Data>& data,
                         const std::optional<kiv::Error>& error, const std::string& fileLink,
@@ -185,7 +182,7 @@ class KIV_EXPORT KivResourceManager final
   /// not.
   bool settleRemoval(const std::string& path);
 
-  void announceLoaded(const std::shared_ptr<KivResource>& resource);
+  void announceLoaded(std::shared_ptr<KivResource> resource);
   void announceFailed(const std::shared_ptr<KivResource>& resource,
                       const std::optional<kiv::Error>& error);
   void announceFinish();
@@ -200,5 +197,12 @@ class KIV_EXPORT KivResourceManager final
   bool listIsChanged_ = false;  ///< Since the list was last saved.
   std::set<std::string, std::less<>> filesToRemove_;
   bool endIsScheduled_ = false;
-  std::vector<std::function<void(KivResourceManagerObserver&)>> callbacks_;
+  /// One callback that observers are to hear; without a resource it is the finish.
+  struct Announcement {
+    std::shared_ptr<KivResource> resource;
+    /// Of a resource that failed, an error or nothing.
+    std::shared_ptr<const std::optional<kiv::Error>> failure;
+  };
+  void send(Announcement announcement);
+  std::vector<Announcement> announcements_;
 };

@@ -1,8 +1,9 @@
 // The manager's passes: from a configuration to the merge, the finish and the stop.
 
+#include <utility>
+
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManagerStep.h"
-#include "KivResource/KivResourceMergeCandidates.h"
 #include "KivResource/NSError+KivResource.h"
 
 void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
@@ -59,20 +60,19 @@ void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
 void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceArray& newResources,
                                                             bool deleteRest) {
   const Step step(*this);
-  kiv::MergeCandidates candidates(*loadedResources_);
-  for (const auto& resource : newResources)
-    mergeResource(resource, candidates);
-  if (deleteRest) resourcesForRemove_ = candidates.rest();
+  // All are paired before any is merged: the merge goes by the registry as it stood at its start.
+  auto counterparts = loadedResources_->counterparts(newResources);
+  for (std::size_t index = 0; index < newResources.size(); ++index)
+    mergeResource(newResources[index], std::move(counterparts.ofEach[index]));
+  if (deleteRest) resourcesForRemove_ = std::move(counterparts.rest);
   if (loadingResourcesFilesCount_ > 0) return;
   finishLoading();
 }
 
-/// Compares one new resource with its loaded counterpart, which can match no second one.
 void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resource,
-                                       kiv::MergeCandidates& candidates) {
-  const auto counterpart = candidates.take(resource->resourceID());
+                                       std::shared_ptr<KivResource> counterpart) {
   if (counterpart && resource->updated() <= counterpart->updated()) {
-    announceLoaded(counterpart);
+    announceLoaded(std::move(counterpart));
   } else {
     loadFilesForResource(resource);
   }

@@ -3,6 +3,7 @@
 #include <typeinfo>
 
 #include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/StringList.h"
 
 namespace {
 
@@ -114,6 +115,10 @@ std::vector<std::string> KivResource::listOf(const kiv::Value& string) {
 std::optional<std::string> KivResource::optionalString(const kiv::Value& string) {
   if (!string.isString()) return std::nullopt;
   return string.string();
+}
+
+void KivResource::countChangesIfListed(kiv::StringList& list) const noexcept {
+  if (isListed_) list.countChangesIn(&changesOfListedResources_);
 }
 
 const kiv::Value& KivResource::linkForKey(std::string_view key) const {

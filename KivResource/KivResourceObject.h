@@ -15,6 +15,7 @@
 namespace kiv {
 class ResourceIndex;
 class ResourceList;
+class StringList;
 }  // namespace kiv
 
 /// One advertising resource: the fields that all kinds share, the dictionary that describes it, and
@@ -175,11 +176,10 @@ class KIV_EXPORT KivResource {
   void noteChange() noexcept {
     if (isListed_) ++changesOfListedResources_;
   }
-  /// To be called when something is handed out through which the paths of files in use can change
-  /// without a noteChange().
-  void noteExposure() const noexcept {
-    if (!isExposed_.exchange(true) && isListed_) ++changesOfListedResources_;
-  }
+  /// Has every change of the list, in which paths of files in use stand, noted in the same way.
+  void countChangesIfListed(kiv::StringList& list) const noexcept;
+  /// Called when a registry takes the resource in, at the latest now. An override calls its base's.
+  virtual void noteListed() noexcept { isListed_ = true; }
 
  private:
   friend class kiv::ResourceIndex;
@@ -187,10 +187,6 @@ class KIV_EXPORT KivResource {
 
   /// How often resources of any registry changed what an index relies on.
   static std::uint64_t changesOfListedResources() noexcept { return changesOfListedResources_; }
-  void noteListed() noexcept {
-    if (!isListed_) isListed_ = true;
-  }
-  [[nodiscard]] bool isExposed() const noexcept { return isExposed_; }
 
   static std::atomic<std::uint64_t> changesOfListedResources_;
 
@@ -204,7 +200,6 @@ class KIV_EXPORT KivResource {
   std::uint64_t priority_ = 0;
   std::uint64_t updated_ = 0;
   bool isListed_ = false;
-  mutable std::atomic<bool> isExposed_ = false;
   std::shared_ptr<kiv::Dictionary> resourceDictionary_;
   std::shared_ptr<kiv::Dictionary> options_;
 };

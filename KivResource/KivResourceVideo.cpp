@@ -1,15 +1,12 @@
 #include "KivResource/KivResourceVideo.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "Platform/Foundation/Path.h"
 
 using kiv::path::lastPathComponent;
 
 namespace {
 
-using StringList = std::vector<std::string>;
+using kiv::StringList;
 
 constexpr std::string_view titleKey = "title";
 constexpr std::string_view marketLinkKey = "market_url";
@@ -18,16 +15,12 @@ constexpr std::string_view landscapeVideoKey = "video_file_landscape";
 constexpr std::string_view portraitVideoKey = "video_file_portrait";
 
 const StringList& contents(const std::shared_ptr<StringList>& list) {
-  static const StringList none;
+  static const auto& none = *new StringList;
   return list ? *list : none;
 }
 
 kiv::Value valueOf(const std::shared_ptr<StringList>& list) {
-  if (!list) return {};
-  kiv::Array array;
-  for (const std::string& string : *list)
-    array.append(string);
-  return array;
+  return list ? kiv::Value(list->values()) : kiv::Value();
 }
 
 }  // namespace
@@ -71,7 +64,7 @@ void KivResourceVideo::selectRequiredVideoField() {
 
 kiv::Value KivResourceVideo::findFile(const kiv::Value& pathOrLink) {
   const bool present = fileExistsAt(pathOrLink);
-  (present ? filePaths_ : fileLinks_)->push_back(pathOrLink.string());
+  (present ? filePaths_ : fileLinks_)->push_back(pathOrLink);
   return present ? pathOrLink : kiv::Value();
 }
 
@@ -80,11 +73,11 @@ bool KivResourceVideo::filesExist() const {
 }
 
 std::vector<std::string> KivResourceVideo::missingFilesLinks() const {
-  return contents(fileLinks_);
+  return contents(fileLinks_).strings();
 }
 
 std::vector<std::string> KivResourceVideo::useFilePaths() const {
-  return contents(filePaths_);
+  return contents(filePaths_).strings();
 }
 
 void KivResourceVideo::setPath(const std::string& path) {
@@ -100,26 +93,39 @@ void KivResourceVideo::takeFile_forKey(const kiv::Value& path, std::string_view 
   const std::string_view fileName = lastPathComponent(path.stringView());
   if (lastPathComponent(linkForKey(key).stringView()) != fileName) return;
   removeLinkForFileName(std::string(fileName));
-  addPath(path.string());
+  addPathValue(path);
   update(property, path);
   recordPath_forKey(path, key);
 }
 
 void KivResourceVideo::removeLinkForFileName(const std::string& fileName) {
-  const auto endsWithName = [&](const std::string& link) { return link.ends_with(fileName); };
-  const StringList& links = contents(fileLinks_);
-  if (std::none_of(links.begin(), links.end(), endsWithName)) return;
   auto others = std::make_shared<StringList>();
-  std::remove_copy_if(links.begin(), links.end(), std::back_inserter(*others), endsWithName);
-  fileLinks_ = std::move(others);
+  const StringList& links = contents(fileLinks_);
+  for (const kiv::Value& link : links.values()) {
+    if (!link.stringView().ends_with(fileName)) others->push_back(link);
+  }
+  if (others->size() != links.size()) fileLinks_ = std::move(others);
 }
 
 void KivResourceVideo::addPath(const std::string& path) {
-  const StringList& paths = contents(filePaths_);
-  if (std::find(paths.begin(), paths.end(), path) != paths.end()) return;
-  if (!filePaths_) filePaths_ = std::make_shared<StringList>();
+  addPathValue(kiv::Value(path));
+}
+
+void KivResourceVideo::addPathValue(const kiv::Value& path) {
+  if (contents(filePaths_).contains(path.stringView())) return;
+  if (!filePaths_) setFilePaths(std::make_shared<StringList>());
   filePaths_->push_back(path);
+}
+
+void KivResourceVideo::setFilePaths(std::shared_ptr<kiv::StringList> filePaths) noexcept {
+  filePaths_ = std::move(filePaths);
+  if (filePaths_) countChangesIfListed(*filePaths_);
   noteChange();
+}
+
+void KivResourceVideo::noteListed() noexcept {
+  KivResource::noteListed();
+  if (filePaths_) countChangesIfListed(*filePaths_);
 }
 
 std::optional<kiv::Value> KivResourceVideo::valueForProperty(std::string_view name) const {

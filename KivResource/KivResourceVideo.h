@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KivResource/KivResourceObject.h"
+#include "Platform/Foundation/StringList.h"
 
 /// A video promotion: a title, a market link, votes and a rating for the host to show, and two
 /// files, an icon and a video.
@@ -59,26 +60,21 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   [[nodiscard]] double rating() const noexcept { return rating_; }
   void setRating(double rating) noexcept { rating_ = rating; }
 
-  /// Links of the files still to be fetched: the icon's, then the video's. The setter keeps the
-  /// given list itself; none counts as an empty one.
-  [[nodiscard]] const std::shared_ptr<std::vector<std::string>>& fileLinks() const noexcept {
+  /// Links of the files still to be fetched: the icon's, then the video's. To be changed in place;
+  /// the setter keeps the given list itself; none counts as an empty one.
+  [[nodiscard]] const std::shared_ptr<kiv::StringList>& fileLinks() const noexcept {
     return fileLinks_;
   }
-  void setFileLinks(std::shared_ptr<std::vector<std::string>> fileLinks) noexcept {
+  void setFileLinks(std::shared_ptr<kiv::StringList> fileLinks) noexcept {
     fileLinks_ = std::move(fileLinks);
   }
 
-  /// Local paths of the files that are present, in the order in which they came. The setter keeps
-  /// the given list itself; none counts as an empty one.
-  [[nodiscard]] const std::shared_ptr<std::vector<std::string>>& filePaths() const noexcept {
-    noteExposure();
+  /// Local paths of the files that are present, in the order in which they came. To be changed in
+  /// place; the setter keeps the given list itself; none counts as an empty one.
+  [[nodiscard]] const std::shared_ptr<kiv::StringList>& filePaths() const noexcept {
     return filePaths_;
   }
-  void setFilePaths(std::shared_ptr<std::vector<std::string>> filePaths) noexcept {
-    filePaths_ = std::move(filePaths);
-    noteExposure();
-    noteChange();
-  }
+  void setFilePaths(std::shared_ptr<kiv::StringList> filePaths) noexcept;
 
   /// The resource dictionary's key of the video that was chosen.
   [[nodiscard]] std::string requiredVideoField() const { return requiredVideoField_.string(); }
@@ -90,6 +86,8 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   [[nodiscard]] std::shared_ptr<KivResource> emptyInstance() const override;
 
  private:
+  void noteListed() noexcept override;
+  void addPathValue(const kiv::Value& path);
   /// The local path of a file where it lies on disk; otherwise none, and its link joins the links.
   kiv::Value findFile(const kiv::Value& pathOrLink);
   /// Takes in a stored file under its key of the dictionary; `property` is its icon or video.
@@ -101,7 +99,7 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   kiv::Value video_;
   std::uint64_t votes_ = 0;
   double rating_ = 0;
-  std::shared_ptr<std::vector<std::string>> fileLinks_;
-  std::shared_ptr<std::vector<std::string>> filePaths_;
+  std::shared_ptr<kiv::StringList> fileLinks_;
+  std::shared_ptr<kiv::StringList> filePaths_;
   kiv::Value requiredVideoField_;
 };

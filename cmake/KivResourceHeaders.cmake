@@ -27,6 +27,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   Platform/Foundation/FileName.h
   Platform/Foundation/JSON.h
   Platform/Foundation/Path.h
+  Platform/Foundation/StringList.h
   Platform/Foundation/SystemLog.h
   Platform/Foundation/URL.h
   Platform/Foundation/URLRequest.h
@@ -45,5 +46,4 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
 set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceIndex.h
   KivResource/KivResourceManagerStep.h
-  KivResource/KivResourceMergeCandidates.h
 )

@@ -6,10 +6,12 @@
 #include <system_error>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include <simdjson.h>
 
 #include "Platform/Foundation/JSON.h"
+#include "Platform/Foundation/JSONElements.h"
 
 namespace kiv {
 
@@ -25,17 +27,18 @@ struct Fault {
   const char* location = nullptr;
 };
 
-/// Makes one value tree of one text.
+/// Makes the value trees of texts. After a fault it is of no more use.
 class Builder {
  public:
-  explicit Builder(ondemand::document& document) : document_(document) {}
-
-  /// The root, or null with a fault.
-  Value build();
+  /// The root of a whole text, or null with a fault.
+  Value build(ondemand::document& document) { return build(document, 0); }
+  /// The same of an element's text, which lies within an array.
+  Value buildElement(ondemand::document& document) { return build(document, 1); }
   [[nodiscard]] bool failed() const noexcept { return failed_; }
   [[nodiscard]] const Fault& fault() const noexcept { return fault_; }
 
  private:
+  Value build(ondemand::document& document, int depth);
   Value buildValue(ondemand::value value);
   Value buildContainer(ondemand::value value, ondemand::json_type type);
   Value buildArray(simdjson::simdjson_result<ondemand::array> source);
@@ -45,7 +48,8 @@ class Builder {
   Value buildLargeInteger(std::string_view token);
   Value buildString(ondemand::value value);
   Value buildLiteral(ondemand::value value, ondemand::json_type type);
-  Value sharedKey(std::string_view key);
+  Dictionary takeFields(std::size_t first);
+  Dictionary::Key sharedKey(std::string_view key);
   /// Notes the first fault, at `location` or else where the parser stands.
   Value fail(JSONErrorCode code, std::string cause, const char* location = nullptr);
   Value fail(error_code error, const char* location = nullptr) {
@@ -53,26 +57,31 @@ class Builder {
   }
   static std::string describe(error_code error);
 
-  ondemand::document& document_;
-  /// Strings of keys seen already: the objects of a list mostly have the same keys, and share them.
-  std::unordered_map<std::string_view, Value> keys_;
+  ondemand::document* document_ = nullptr;
+  /// Keys seen already: the objects of a list mostly have the same keys, and share them.
+  std::unordered_map<std::string_view, Dictionary::Key> keys_;
+  /// The fields of the objects that are being read, those of an inner one after its outer's: a
+  /// dictionary is made when it is known how large it is to be.
+  std::vector<std::pair<Dictionary::Key, Value>> fields_;
   int depth_ = 0;
   bool failed_ = false;
   Fault fault_;
 };
 
-Value Builder::build() {
+Value Builder::build(ondemand::document& document, int depth) {
+  document_ = &document;
+  depth_ = depth;
   ondemand::json_type type{};
-  if (const error_code error = document_.type().get(type)) return fail(error);
+  if (const error_code error = document.type().get(type)) return fail(error);
   Value root;
   if (type == ondemand::json_type::array) {
-    root = buildArray(document_.get_array());
+    root = buildArray(document.get_array());
   } else if (type == ondemand::json_type::object) {
-    root = buildDictionary(document_.get_object());
+    root = buildDictionary(document.get_object());
   } else {
     return fail(JSONErrorCode::bareValue, "has neither an array nor an object at its top level");
   }
-  if (!failed_ && document_.current_location().error() != simdjson::OUT_OF_BOUNDS) {
+  if (!failed_ && document_->current_location().error() != simdjson::OUT_OF_BOUNDS) {
     return fail(JSONErrorCode::malformed, "goes on after its end");
   }
   return root;
@@ -121,18 +130,31 @@ Value Builder::buildDictionary(simdjson::simdjson_result<ondemand::object> sourc
   ondemand::object fields;
   if (const error_code error = std::move(source).get(fields)) return fail(error);
   ++depth_;
-  Dictionary dictionary;
+  const std::size_t first = fields_.size();
   for (auto result : fields) {
     ondemand::field field;
     if (const error_code error = std::move(result).get(field)) return fail(error);
     const char* const quote = field.key().raw() - 1;
     std::string_view key;
     if (const error_code error = field.unescaped_key().get(key)) return fail(error, quote);
-    const Value keyString = sharedKey(key);
-    dictionary.setWithSharedKey(keyString, buildValue(field.value()));
+    auto sharedString = sharedKey(key);
+    auto value = buildValue(field.value());
     if (failed_) return {};
+    fields_.emplace_back(std::move(sharedString), std::move(value));
   }
   --depth_;
+  return takeFields(first);
+}
+
+/// The dictionary of the fields from the first one on.
+Dictionary Builder::takeFields(std::size_t first) {
+  Dictionary dictionary;
+  if (first == fields_.size()) return dictionary;
+  dictionary.reserve(fields_.size() - first);
+  for (std::size_t index = first; index < fields_.size(); ++index) {
+    dictionary.set(std::move(fields_[index].first), std::move(fields_[index].second));
+  }
+  fields_.erase(fields_.begin() + static_cast<std::ptrdiff_t>(first), fields_.end());
   return dictionary;
 }
 
@@ -188,18 +210,18 @@ Value Builder::buildLiteral(ondemand::value value, ondemand::json_type type) {
   return isNull ? Value() : fail(JSONErrorCode::malformed, "has a value that is none");
 }
 
-Value Builder::sharedKey(std::string_view key) {
+Dictionary::Key Builder::sharedKey(std::string_view key) {
   constexpr std::size_t mostKeys = 64;  // so few that keys chosen to collide cost little
   if (const auto known = keys_.find(key); known != keys_.end()) return known->second;
-  Value string(key);
-  if (keys_.size() < mostKeys) keys_.emplace(string.stringView(), string);
+  Dictionary::Key string(key);
+  if (keys_.size() < mostKeys) keys_.emplace(string.view(), string);
   return string;
 }
 
 Value Builder::fail(JSONErrorCode code, std::string cause, const char* location) {
   if (failed_) return {};
   failed_ = true;
-  if (!location && document_.current_location().get(location)) location = nullptr;
+  if (!location && document_->current_location().get(location)) location = nullptr;
   fault_ = {code, std::move(cause), location};
   return {};
 }
@@ -289,11 +311,45 @@ std::optional<Value> readPadded(const simdjson::padded_string& padded,
     kiv::fail(error, errorOfFault(faultOfText(code, text), text));
     return std::nullopt;
   }
-  Builder builder(document);
-  Value root = builder.build();
+  Builder builder;
+  Value root = builder.build(document);
   if (!builder.failed()) return root;
   kiv::fail(error, errorOfFault(builder.fault(), text));
   return std::nullopt;
+}
+
+/// The whole of a text, with the error where it has a fault.
+std::optional<Value> readWhole(std::string_view text, std::optional<Error>* error) {
+  const simdjson::padded_string padded(text);
+  // Without memory for its copy of the text, the parser's string is empty.
+  if (padded.size() != text.size()) throw std::bad_alloc();
+  return readPadded(padded, error);
+}
+
+/// The array of a text that is one of objects and arrays, read element by element: no copy of the
+/// text is made, and the parser needs room for one element instead of all. Nothing where the text
+/// is another, or has a fault.
+std::optional<Value> readElements(std::string_view text) {
+  ondemand::parser parser;
+  Builder builder;
+  Array array;
+  JSONElements elements(text);
+  for (auto element = elements.next(); !element.empty(); element = elements.next()) {
+    // The parser may look at what follows an element in the text, as long as there is enough of it.
+    const auto left = static_cast<std::size_t>(text.data() + text.size() - element.data());
+    simdjson::padded_string copy;
+    simdjson::padded_string_view padded(element, left);
+    if (left - element.size() < simdjson::SIMDJSON_PADDING) {
+      copy = simdjson::padded_string(element);
+      padded = copy;
+    }
+    ondemand::document document;
+    if (parser.iterate(padded).get(document)) return std::nullopt;
+    array.append(builder.buildElement(document));
+    if (builder.failed()) return std::nullopt;
+  }
+  if (!elements.isAtEnd()) return std::nullopt;
+  return array;
 }
 
 }  // namespace
@@ -303,9 +359,8 @@ std::optional<Value> JSON::read(const Data& text, std::optional<Error>* error) {
   std::string_view characters = text.view();
   if (characters.starts_with(byteOrderMark)) characters.remove_prefix(byteOrderMark.size());
   try {
-    const simdjson::padded_string padded(characters);
-    // Without memory for its copy of the text, the parser's string is empty.
-    if (padded.size() == characters.size()) return readPadded(padded, error);
+    auto value = readElements(characters);
+    return value ? value : readWhole(characters, error);
   } catch (const std::bad_alloc&) {
   }
   kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));

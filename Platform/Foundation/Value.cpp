@@ -1,5 +1,6 @@
 #include "Platform/Foundation/Value.h"
 
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -12,24 +13,27 @@ namespace detail {
 
 using References = std::atomic<std::uint32_t>;
 
-/// A string's header; its characters follow in the same allocation.
-struct StringBlock {
-  References references{1};
-  std::size_t size = 0;
+/// What the blocks of strings have in common: the header, with the characters in the same
+/// allocation.
+template <class Block>
+Block* makeWithCharacters(std::string_view text) {
+  void* memory = ::operator new(sizeof(Block) + text.size());
+  auto* block = new (memory) Block;
+  if (!text.empty())
+    std::memcpy(static_cast<char*>(memory) + sizeof(Block), text.data(), text.size());
+  return block;
+}
 
-  [[nodiscard]] char* characters() noexcept { return reinterpret_cast<char*>(this + 1); }
-  static StringBlock* make(std::string_view text) {
-    void* memory = ::operator new(sizeof(StringBlock) + text.size());
-    auto* block = new (memory) StringBlock;
-    block->size = text.size();
-    if (!text.empty()) std::memcpy(block->characters(), text.data(), text.size());
-    return block;
-  }
-  static void destroy(StringBlock* block) noexcept {
-    block->~StringBlock();
+/// How a block is given back; those of strings know no more than their header.
+template <class Block>
+void destroy(Block* block) noexcept {
+  if constexpr (requires { Block::destroy(block); }) {
+    Block::destroy(block);
+  } else {
+    block->~Block();
     ::operator delete(block);
   }
-};
+}
 
 /// What arrays and dictionaries have in common.
 struct ContainerBlock {
@@ -74,9 +78,9 @@ struct DictionaryBlock : ContainerBlock {
     return index;
   }
 
-  void append(const Value& key, Value value) {
+  void append(Dictionary::Key key, Value value) {
     constexpr std::size_t largestScan = 16;
-    entries.emplace_back(key, std::move(value));
+    entries.emplace_back(std::move(key), std::move(value));
     if (positions) {
       positions->emplace(entries.back().key(), entries.size() - 1);
     } else if (entries.size() > largestScan) {
@@ -113,7 +117,7 @@ void retain(Block* block) noexcept {
 template <class Block>
 void release(Block* block) noexcept {
   if (block && block->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-    Block::destroy(block);
+    destroy(block);
   }
 }
 
@@ -155,80 +159,68 @@ std::uint64_t unsignedFromDouble(double number) noexcept {
 
 // --- Value ---------------------------------------------------------------------------------------
 
-Value::Value(std::string_view string) : kind_(Kind::string) {
-  bits_.string = detail::StringBlock::make(string);
+static_assert(sizeof(Value) == 16);
+
+Value::Value(std::string_view string) : Value() {
+  if (string.size() <= longestInPlace) {
+    small_ = {Kind::string, static_cast<std::uint8_t>(string.size()), {}};
+    if (!string.empty()) std::memcpy(small_.characters, string.data(), string.size());
+  } else {
+    auto* const block = detail::makeWithCharacters<detail::StringBlock>(string);
+    large_ = {Kind::string,
+              inBlock,
+              static_cast<std::uint16_t>(string.size() >> 32),
+              static_cast<std::uint32_t>(string.size()),
+              {.string = block}};
+  }
 }
 
-Value::Value(Array array) noexcept : kind_(Kind::array) {
-  bits_.array = std::exchange(array.block_, nullptr);
-}
+Value::Value(Array array) noexcept
+    : Value(Kind::array, {.array = std::exchange(array.block_, nullptr)}, inBlock) {}
 
-Value::Value(Dictionary dictionary) noexcept : kind_(Kind::dictionary) {
-  bits_.dictionary = std::exchange(dictionary.block_, nullptr);
-}
-
-Value::Value(const Value& other) noexcept : kind_(other.kind_), bits_(other.bits_) {
-  retain();
-}
-
-// `other` may be an element of what this value is about to let go of, so its contents are taken
-// first.
-Value& Value::operator=(const Value& other) noexcept {
-  return *this = Value(other);
-}
-
-Value& Value::operator=(Value&& other) noexcept {
-  Value taken(std::move(other));
-  std::swap(kind_, taken.kind_);
-  std::swap(bits_, taken.bits_);
-  return *this;
-}
-
-Value::~Value() {
-  release();
-}
+Value::Value(Dictionary dictionary) noexcept
+    : Value(Kind::dictionary, {.dictionary = std::exchange(dictionary.block_, nullptr)}, inBlock) {}
 
 void Value::retain() const noexcept {
-  if (kind_ == Kind::string) detail::retain(bits_.string);
-  if (kind_ == Kind::array) detail::retain(bits_.array);
-  if (kind_ == Kind::dictionary) detail::retain(bits_.dictionary);
+  if (isString()) detail::retain(large_.bits.string);
+  if (isArray()) detail::retain(large_.bits.array);
+  if (isDictionary()) detail::retain(large_.bits.dictionary);
 }
 
 void Value::release() noexcept {
-  if (kind_ == Kind::string) detail::release(bits_.string);
-  if (kind_ == Kind::array) detail::release(bits_.array);
-  if (kind_ == Kind::dictionary) detail::release(bits_.dictionary);
+  if (isString()) detail::release(large_.bits.string);
+  if (isArray()) detail::release(large_.bits.array);
+  if (isDictionary()) detail::release(large_.bits.dictionary);
 }
 
 bool Value::boolean() const noexcept {
-  return kind_ == Kind::boolean ? bits_.boolean : floating() != 0;
+  return kind() == Kind::boolean ? large_.bits.boolean : floating() != 0;
 }
 
 std::uint64_t Value::unsignedInteger() const noexcept {
-  switch (kind_) {
+  switch (kind()) {
     case Kind::boolean:
-      return bits_.boolean ? 1 : 0;
+      return large_.bits.boolean ? 1 : 0;
     case Kind::signedInteger:
-      return static_cast<std::uint64_t>(bits_.signedInteger);
     case Kind::unsignedInteger:
-      return bits_.unsignedInteger;
+      return large_.bits.unsignedInteger;
     case Kind::floating:
-      return unsignedFromDouble(bits_.floating);
+      return unsignedFromDouble(large_.bits.floating);
     default:
       return 0;
   }
 }
 
 double Value::floating() const noexcept {
-  switch (kind_) {
+  switch (kind()) {
     case Kind::boolean:
-      return bits_.boolean ? 1 : 0;
+      return large_.bits.boolean ? 1 : 0;
     case Kind::signedInteger:
-      return static_cast<double>(bits_.signedInteger);
+      return static_cast<double>(static_cast<std::int64_t>(large_.bits.unsignedInteger));
     case Kind::unsignedInteger:
-      return static_cast<double>(bits_.unsignedInteger);
+      return static_cast<double>(large_.bits.unsignedInteger);
     case Kind::floating:
-      return bits_.floating;
+      return large_.bits.floating;
     default:
       return 0;
   }
@@ -242,35 +234,32 @@ float Value::singlePrecision() const noexcept {
   return static_cast<float>(number);
 }
 
-std::string_view Value::stringView() const noexcept {
-  if (kind_ != Kind::string) return {};
-  return {bits_.string->characters(), bits_.string->size};
-}
-
 // An Array or a Dictionary is nothing but the pointer to its block, so the pointer that a value
 // holds can be looked at as one.
 const Array& Value::array() const noexcept {
   static_assert(sizeof(Array) == sizeof(detail::ArrayBlock*));
   static const Array none;
-  return kind_ == Kind::array ? reinterpret_cast<const Array&>(bits_.array) : none;
+  return kind() == Kind::array ? reinterpret_cast<const Array&>(large_.bits.array) : none;
 }
 
 const Dictionary& Value::dictionary() const noexcept {
   static_assert(sizeof(Dictionary) == sizeof(detail::DictionaryBlock*));
   static const Dictionary none;
-  return kind_ == Kind::dictionary ? reinterpret_cast<const Dictionary&>(bits_.dictionary) : none;
+  return kind() == Kind::dictionary ? reinterpret_cast<const Dictionary&>(large_.bits.dictionary)
+                                    : none;
 }
 
 bool operator==(const Value& a, const Value& b) noexcept {
   using Kind = Value::Kind;
   if (a.isNumber() && b.isNumber()) {
-    if (a.kind_ == Kind::floating || b.kind_ == Kind::floating) return a.floating() == b.floating();
-    const bool aNegative = a.kind_ == Kind::signedInteger;
-    const bool bNegative = b.kind_ == Kind::signedInteger;
+    if (a.kind() == Kind::floating || b.kind() == Kind::floating)
+      return a.floating() == b.floating();
+    const bool aNegative = a.kind() == Kind::signedInteger;
+    const bool bNegative = b.kind() == Kind::signedInteger;
     return aNegative == bNegative && a.unsignedInteger() == b.unsignedInteger();
   }
-  if (a.kind_ != b.kind_) return false;
-  switch (a.kind_) {
+  if (a.kind() != b.kind()) return false;
+  switch (a.kind()) {
     case Kind::string:
       return a.stringView() == b.stringView();
     case Kind::array:
@@ -346,6 +335,19 @@ bool operator==(const Array& a, const Array& b) noexcept {
 
 // --- Dictionary ----------------------------------------------------------------------------------
 
+Dictionary::Key::Key(std::string_view key)
+    : block_(detail::makeWithCharacters<detail::KeyBlock>(key)) {
+  block_->size = key.size();
+}
+
+Dictionary::Key::Key(const Key& other) noexcept : block_(other.block_) {
+  detail::retain(block_);
+}
+
+Dictionary::Key::~Key() {
+  detail::release(block_);
+}
+
 Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) {
   for (const auto& [key, value] : entries)
     set(key, value);
@@ -397,17 +399,27 @@ const Dictionary::Entry* Dictionary::end() const noexcept {
 }
 
 void Dictionary::set(std::string_view key, Value value) {
-  setWithSharedKey(Value(key), std::move(value));
-}
-
-void Dictionary::setWithSharedKey(const Value& key, Value value) {
   detail::DictionaryBlock& block = own();
-  const std::size_t position = block.position(key.stringView());
+  const std::size_t position = block.position(key);
   if (position < block.entries.size()) {
     block.entries[position].value = std::move(value);
   } else {
-    block.append(key, std::move(value));
+    block.append(Key(key), std::move(value));
   }
+}
+
+void Dictionary::set(Key key, Value value) {
+  detail::DictionaryBlock& block = own();
+  const std::size_t position = block.position(key.view());
+  if (position < block.entries.size()) {
+    block.entries[position].value = std::move(value);
+  } else {
+    block.append(std::move(key), std::move(value));
+  }
+}
+
+void Dictionary::reserve(std::size_t size) {
+  own().entries.reserve(size);
 }
 
 void Dictionary::remove(std::string_view key) {

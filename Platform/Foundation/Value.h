@@ -20,7 +20,24 @@ class Array;
 class Dictionary;
 
 namespace detail {
-struct StringBlock;
+/// A string too long to be held in place: this header, and then its characters in the same
+/// allocation. Its size stands in the values that hold it.
+struct StringBlock {
+  std::atomic<std::uint32_t> references{1};
+
+  [[nodiscard]] const char* characters() const noexcept {
+    return reinterpret_cast<const char*>(this + 1);
+  }
+};
+/// The same for a key, with its size.
+struct KeyBlock {
+  std::atomic<std::uint32_t> references{1};
+  std::size_t size = 0;
+
+  [[nodiscard]] std::string_view view() const noexcept {
+    return {reinterpret_cast<const char*>(this + 1), size};
+  }
+};
 struct ArrayBlock;
 struct DictionaryBlock;
 }  // namespace detail
@@ -29,8 +46,9 @@ struct DictionaryBlock;
 /// a dictionary.
 ///
 /// A value type of 16 bytes. Copies share their contents and copy on write, so a deep copy costs
-/// next to nothing and no change of one copy ever reaches another. Looked into through accessors
-/// that never throw: the wrong kind answers nothing, zero or an empty container.
+/// next to nothing and no change of one copy ever reaches another. A string of up to 14 bytes is
+/// held in place and shares nothing. Looked into through accessors that never throw: the wrong kind
+/// answers nothing, zero or an empty container.
 ///
 /// Different copies may be used from different threads; one object must not be changed while
 /// another thread uses it.
@@ -47,24 +65,17 @@ class KIV_EXPORT Value {
     dictionary
   };
 
-  Value() noexcept : kind_(Kind::null), bits_{} {}
+  Value() noexcept : Value(Kind::null, Bits{}) {}
   Value(std::nullptr_t) noexcept : Value() {}
   Value(std::nullopt_t) noexcept : Value() {}
-  Value(std::same_as<bool> auto boolean) noexcept : kind_(Kind::boolean) {
-    bits_.boolean = boolean;
-  }
+  Value(std::same_as<bool> auto boolean) noexcept : Value(Kind::boolean, {.boolean = boolean}) {}
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) Value(Integer number)
-  noexcept {
-    if (std::signed_integral<Integer> && number < Integer{0}) {
-      kind_ = Kind::signedInteger;
-      bits_.signedInteger = static_cast<std::int64_t>(number);
-    } else {
-      kind_ = Kind::unsignedInteger;
-      bits_.unsignedInteger = static_cast<std::uint64_t>(number);
-    }
-  }
-  Value(double number) noexcept : kind_(Kind::floating) { bits_.floating = number; }
+  noexcept
+      : Value(std::signed_integral<Integer> && number < Integer{0} ? Kind::signedInteger
+                                                                   : Kind::unsignedInteger,
+              {.unsignedInteger = static_cast<std::uint64_t>(number)}) {}
+  Value(double number) noexcept : Value(Kind::floating, {.floating = number}) {}
   Value(std::string_view string);
   Value(const std::string& string) : Value(std::string_view(string)) {}
   Value(const char* string) : Value(std::string_view(string)) {}
@@ -76,24 +87,35 @@ class KIV_EXPORT Value {
     if (value) *this = Value(*value);
   }
 
-  Value(const Value& other) noexcept;
-  Value(Value&& other) noexcept : kind_(other.kind_), bits_(other.bits_) {
-    other.kind_ = Kind::null;
+  Value(const Value& other) noexcept : large_(other.large_) {
+    if (holdsBlock()) retain();
   }
-  Value& operator=(const Value& other) noexcept;
-  Value& operator=(Value&& other) noexcept;
-  ~Value();
+  Value(Value&& other) noexcept : large_(other.large_) { other.large_ = {Kind::null, 0, 0, 0, {}}; }
+  Value& operator=(const Value& other) noexcept {
+    Value copy(other);
+    swap(copy);
+    return *this;
+  }
+  Value& operator=(Value&& other) noexcept {
+    // By way of a temporary: `other` may lie within what this value is the last to hold.
+    Value moved(std::move(other));
+    swap(moved);
+    return *this;
+  }
+  ~Value() {
+    if (holdsBlock()) release();
+  }
 
-  [[nodiscard]] Kind kind() const noexcept { return kind_; }
-  [[nodiscard]] bool isNull() const noexcept { return kind_ == Kind::null; }
-  [[nodiscard]] bool isBoolean() const noexcept { return kind_ == Kind::boolean; }
+  [[nodiscard]] Kind kind() const noexcept { return large_.kind; }
+  [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
+  [[nodiscard]] bool isBoolean() const noexcept { return kind() == Kind::boolean; }
   /// True for every number and for the booleans, which count as the numbers 1 and 0.
   [[nodiscard]] bool isNumber() const noexcept {
-    return kind_ >= Kind::boolean && kind_ <= Kind::floating;
+    return kind() >= Kind::boolean && kind() <= Kind::floating;
   }
-  [[nodiscard]] bool isString() const noexcept { return kind_ == Kind::string; }
-  [[nodiscard]] bool isArray() const noexcept { return kind_ == Kind::array; }
-  [[nodiscard]] bool isDictionary() const noexcept { return kind_ == Kind::dictionary; }
+  [[nodiscard]] bool isString() const noexcept { return kind() == Kind::string; }
+  [[nodiscard]] bool isArray() const noexcept { return kind() == Kind::array; }
+  [[nodiscard]] bool isDictionary() const noexcept { return kind() == Kind::dictionary; }
 
   /// The boolean; a number is true unless it is zero; everything else is false.
   [[nodiscard]] bool boolean() const noexcept;
@@ -106,7 +128,12 @@ class KIV_EXPORT Value {
   /// The number in single precision, clamped to what a float can hold; no number reads as 0.
   [[nodiscard]] float singlePrecision() const noexcept;
   /// The characters of a string, UTF-8, valid as long as this value holds them; otherwise empty.
-  [[nodiscard]] std::string_view stringView() const noexcept;
+  [[nodiscard]] std::string_view stringView() const noexcept {
+    if (!isString()) return {};
+    if (!holdsBlock()) return {small_.characters, small_.size};
+    const std::size_t size = std::size_t{large_.highSize} << 32 | large_.lowSize;
+    return {large_.bits.string->characters(), size};
+  }
   [[nodiscard]] std::string string() const { return std::string(stringView()); }
   /// The array, or an empty one.
   [[nodiscard]] const Array& array() const noexcept;
@@ -120,19 +147,41 @@ class KIV_EXPORT Value {
  private:
   union Bits {
     bool boolean;
-    std::int64_t signedInteger;
-    std::uint64_t unsignedInteger;
+    std::uint64_t unsignedInteger;  // of a signed number its pattern
     double floating;
     detail::StringBlock* string;
     detail::ArrayBlock* array;
     detail::DictionaryBlock* dictionary;
   };
+  static constexpr std::size_t longestInPlace = 14;
+  /// In place of the size of a string that is held in place: says that `bits` point to a block.
+  static constexpr std::uint8_t inBlock = 0xff;
 
+  // The two begin alike, so that kind and size can be read of either, and have no padding, so that
+  // either is copied with the other.
+  struct Small {
+    Kind kind;
+    std::uint8_t size;
+    char characters[longestInPlace];
+  };
+  struct Large {
+    Kind kind;
+    std::uint8_t size;
+    std::uint16_t highSize;  // of a string in a block: 48 bits of it
+    std::uint32_t lowSize;
+    Bits bits;
+  };
+
+  Value(Kind kind, Bits bits, std::uint8_t size = 0) noexcept : large_{kind, size, 0, 0, bits} {}
+  [[nodiscard]] bool holdsBlock() const noexcept { return large_.size == inBlock; }
   void retain() const noexcept;
   void release() noexcept;
+  void swap(Value& other) noexcept { std::swap(large_, other.large_); }
 
-  Kind kind_;
-  Bits bits_;
+  union {
+    Small small_;
+    Large large_;
+  };
 };
 
 /// An ordered list of values, with value semantics and shared contents (see Value).
@@ -169,15 +218,35 @@ class KIV_EXPORT Array {
 /// (see Value). Looking up a key is a short scan, or a binary search in a large dictionary.
 class KIV_EXPORT Dictionary {
  public:
-  /// One key with its value. The key is a string value, so that equal keys can share one string.
+  /// The key of an entry. Copies share one string.
+  class KIV_EXPORT Key {
+   public:
+    explicit Key(std::string_view key);
+    Key(const Key& other) noexcept;
+    Key(Key&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+    Key& operator=(Key other) noexcept {
+      std::swap(block_, other.block_);
+      return *this;
+    }
+    ~Key();
+    /// Valid as long as this key or a copy of it lives.
+    [[nodiscard]] std::string_view view() const noexcept {
+      return block_ ? block_->view() : std::string_view();
+    }
+
+   private:
+    detail::KeyBlock* block_;  // none once moved from
+  };
+
+  /// One key with its value.
   struct Entry {
-    Entry(Value entryKey, Value entryValue)
+    Entry(Key entryKey, Value entryValue)
         : key_(std::move(entryKey)), value(std::move(entryValue)) {}
-    [[nodiscard]] std::string_view key() const noexcept { return key_.stringView(); }
+    [[nodiscard]] std::string_view key() const noexcept { return key_.view(); }
 
    private:
     friend class Dictionary;
-    Value key_;
+    Key key_;
 
    public:
     Value value;
@@ -203,8 +272,10 @@ class KIV_EXPORT Dictionary {
 
   /// Sets the value under the key: in place where the key is there, otherwise at the end.
   void set(std::string_view key, Value value);
-  /// The same with a key that is a string value already; the dictionary then shares that string.
-  void setWithSharedKey(const Value& key, Value value);
+  /// The same with a key that the dictionary then shares with others.
+  void set(Key key, Value value);
+  /// Makes room for that many entries in all, and for no more.
+  void reserve(std::size_t size);
   void remove(std::string_view key);
 
   KIV_EXPORT friend bool operator==(const Dictionary& a, const Dictionary& b) noexcept;

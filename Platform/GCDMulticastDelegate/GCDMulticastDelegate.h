@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <functional>
+#include <concepts>
+#include <cstddef>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -30,35 +31,38 @@ class GCDMulticastDelegate {
   void addDelegate_delegateQueue(const std::shared_ptr<Protocol>& delegate,
                                  const std::shared_ptr<kiv::DispatchQueue>& queue) {
     if (!delegate || !queue) return;
-    Nodes gone;
+    Nodes former;
     const std::lock_guard lock(mutex_);
-    gone = takeOut([](const Node& node) { return node.delegate.expired(); });
-    const bool known = std::any_of(nodes_.begin(), nodes_.end(), [&](const auto& node) {
+    former = keep([](const Node& node) { return !node.delegate.expired(); });
+    const bool known = std::any_of(nodes_->begin(), nodes_->end(), [&](const auto& node) {
       return node->identity == delegate.get() && node->queue == queue;
     });
-    if (!known) nodes_.push_back(std::make_shared<Node>(delegate, queue));
+    if (known) return;
+    auto nodes = std::make_shared<std::vector<std::shared_ptr<Node>>>(*nodes_);
+    nodes->push_back(std::make_shared<Node>(delegate, queue));
+    nodes_ = std::move(nodes);
   }
 
   /// Drops the observer's registrations, whatever their queues. Callbacks that are on their way are
   /// not delivered any more; one that runs now on another thread is not waited for.
   void removeDelegate(const std::shared_ptr<Protocol>& delegate) {
-    Nodes gone;
+    Nodes former;
     const std::lock_guard lock(mutex_);
-    gone = takeOut([&](const Node& node) { return node.identity == delegate.get(); });
-    for (const auto& node : gone)
-      node->removed = true;
+    former = keep([&](const Node& node) { return node.identity != delegate.get(); });
+    for (const auto& node : *former) {
+      if (node->identity == delegate.get()) node->removed = true;
+    }
   }
 
   /// Sends a callback: `call` is run with each observer, on that observer's queue. Of callbacks
   /// that several threads send at once, either may come first.
-  void send(std::function<void(Protocol&)> call) {
-    const auto shared = std::make_shared<const std::function<void(Protocol&)>>(std::move(call));
-    for (const auto& node : registeredNodes()) {
-      node->queue->async([node, shared] {
-        const auto delegate = node->delegate.lock();
-        if (delegate && !node->removed) (*shared)(*delegate);
-      });
-    }
+  template <std::invocable<Protocol&> Call>
+  void send(Call call) {
+    const Nodes nodes = registeredNodes();
+    if (nodes->empty()) return;
+    for (std::size_t index = 0; index + 1 < nodes->size(); ++index)
+      deliver(call, (*nodes)[index]);
+    deliver(std::move(call), nodes->back());
   }
 
  private:
@@ -71,28 +75,40 @@ class GCDMulticastDelegate {
     const std::shared_ptr<kiv::DispatchQueue> queue;
     std::atomic<bool> removed = false;
   };
-  using Nodes = std::vector<std::shared_ptr<Node>>;
+  /// Never changed but replaced, so that a sender can go through it without the lock.
+  using Nodes = std::shared_ptr<const std::vector<std::shared_ptr<Node>>>;
+
+  template <class Call>
+  static void deliver(Call call, const std::shared_ptr<Node>& node) {
+    node->queue->async([node, call = std::move(call)] {
+      const auto delegate = node->delegate.lock();
+      if (delegate && !node->removed) call(*delegate);
+    });
+  }
 
   // No foreign code runs under the lock. A queue's wake-up handler does not, so jobs are added
   // without it; nor do a queue's last jobs, which run when its last holder lets go, and that may be
-  // a node: so nodes that leave the list outlive the lock.
+  // a node: so nodes that leave the list outlive the lock, in the former list.
 
   Nodes registeredNodes() {
-    Nodes gone;
+    Nodes former;
     const std::lock_guard lock(mutex_);
-    gone = takeOut([](const Node& node) { return node.delegate.expired(); });
+    former = keep([](const Node& node) { return !node.delegate.expired(); });
     return nodes_;
   }
 
+  /// Keeps those nodes alone, and answers the former list.
   template <class Predicate>
-  Nodes takeOut(Predicate isToGo) {
-    const auto first = std::stable_partition(nodes_.begin(), nodes_.end(),
-                                             [&](const auto& node) { return !isToGo(*node); });
-    Nodes gone(std::make_move_iterator(first), std::make_move_iterator(nodes_.end()));
-    nodes_.erase(first, nodes_.end());
-    return gone;
+  Nodes keep(Predicate isKept) {
+    const auto isKeptNode = [&](const auto& node) { return isKept(*node); };
+    Nodes former = nodes_;
+    if (std::all_of(former->begin(), former->end(), isKeptNode)) return former;
+    auto kept = std::make_shared<std::vector<std::shared_ptr<Node>>>();
+    std::copy_if(former->begin(), former->end(), std::back_inserter(*kept), isKeptNode);
+    nodes_ = std::move(kept);
+    return former;
   }
 
   std::mutex mutex_;
-  Nodes nodes_;
+  Nodes nodes_ = std::make_shared<const std::vector<std::shared_ptr<Node>>>();
 };

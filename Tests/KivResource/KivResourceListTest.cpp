@@ -70,6 +70,19 @@ struct PlainWalk {
   }
 };
 
+ResourceList::Counterparts counterpartsByWalk(ResourceArray list, const ResourceArray& resources) {
+  ResourceList::Counterparts counterparts;
+  for (const auto& resource : resources) {
+    const auto found = std::find_if(list.begin(), list.end(), [&](const auto& loaded) {
+      return loaded->resourceID() == resource->resourceID();
+    });
+    counterparts.ofEach.push_back(found == list.end() ? nullptr : *found);
+    if (counterparts.ofEach.back()) std::erase(list, counterparts.ofEach.back());
+  }
+  counterparts.rest = std::move(list);
+  return counterparts;
+}
+
 ResourceArray iterated(const ResourceList& list) {
   ResourceArray resources;
   for (const auto& resource : list)
@@ -113,6 +126,42 @@ TEST(ResourceListTest, AnEmptyListAnswersNothing) {
   EXPECT_FALSE(list.isPathUsedByOthers("", *banner("a")));
 }
 
+// --- Counterparts --------------------------------------------------------------------------------
+
+TEST(ResourceListTest, EachResourceIsACounterpartOnceInTheListsOrder) {
+  const auto first = banner("a");
+  const auto other = banner("b");
+  const auto second = banner("a");
+  const ResourceList list({first, other, second});
+  const auto counterparts =
+      list.counterparts({banner("a"), banner("nobody"), banner("a"), banner("a")});
+  EXPECT_EQ(counterparts.ofEach, (ResourceArray{first, nullptr, second, nullptr}));
+  EXPECT_EQ(counterparts.rest, ResourceArray{other});
+  EXPECT_EQ(list.resourcesWithID("a"), (ResourceArray{first, second}));
+}
+
+TEST(ResourceListTest, ACounterpartIsOneAtEveryPlaceWhereItStands) {
+  const auto twice = banner("a");
+  const auto other = banner("a");
+  const ResourceList list({twice, other, twice});
+  EXPECT_EQ(list.counterparts({banner("a")}).rest, ResourceArray{other});
+  EXPECT_EQ(list.counterparts({banner("a"), banner("a"), banner("a")}).ofEach,
+            (ResourceArray{twice, other, nullptr}));
+}
+
+TEST(ResourceListTest, WhatIsNoCounterpartRestsAsOftenAsItStands) {
+  const auto twice = banner("a");
+  const auto other = banner("b");
+  const ResourceList list({twice, other, twice});
+  EXPECT_EQ(list.counterparts({}).rest, (ResourceArray{twice, other, twice}));
+}
+
+TEST(ResourceListTest, AnEmptyIdentifierHasACounterpart) {
+  const auto nameless = banner("");
+  const ResourceList list({nameless});
+  EXPECT_EQ(list.counterparts({banner("")}).ofEach, ResourceArray{nameless});
+}
+
 // --- Properties that change under the index ------------------------------------------------------
 
 TEST(ResourceListTest, FindsAResourceUnderTheIdentifierAndTypeThatItHasNow) {
@@ -146,7 +195,8 @@ TEST(ResourceListTest, SeesThePathsThatSettersBring) {
   EXPECT_TRUE(list.isPathUsedByOthers("/q", *stranger));
   video->addPath("/r");
   EXPECT_TRUE(list.isPathUsedByOthers("/r", *stranger));
-  video->setFilePaths(std::make_shared<std::vector<std::string>>(1, "/s"));
+  video->setFilePaths(
+      std::make_shared<kiv::StringList>(std::initializer_list<std::string_view>{"/s"}));
   EXPECT_TRUE(list.isPathUsedByOthers("/s", *stranger));
   EXPECT_FALSE(list.isPathUsedByOthers("/r", *stranger));
 }
@@ -157,6 +207,23 @@ TEST(ResourceListTest, SeesAPathThatIsWrittenIntoAListThatWasHandedOut) {
   ResourceList list({video});
   ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
   const auto handedOut = video->filePaths();
+  ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  handedOut->push_back("/p");
+  EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
+  handedOut->clear();
+  EXPECT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  const auto given = std::make_shared<kiv::StringList>();
+  video->setFilePaths(given);
+  ASSERT_FALSE(list.isPathUsedByOthers("/q", *stranger));
+  given->assign({"/q"});
+  EXPECT_TRUE(list.isPathUsedByOthers("/q", *stranger));
+}
+
+TEST(ResourceListTest, SeesAPathThatIsWrittenIntoAListFromBeforeItsResourceWasListed) {
+  const auto video = KivResourceVideo::initWithDictionary_engine(item("v", "t"), "eco_video");
+  const auto handedOut = video->filePaths();
+  const auto stranger = banner("x");
+  ResourceList list({video});
   ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
   handedOut->push_back("/p");
   EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
@@ -221,6 +288,7 @@ class RandomOperations {
     if (below(20) == 0) {
       ASSERT_EQ(list_.resources(), walk_.list);
     }
+    if (below(10) == 0) checkCounterparts();
   }
 
  private:
@@ -240,6 +308,16 @@ class RandomOperations {
     }
   }
 
+  void checkCounterparts() {
+    ResourceArray resources;
+    for (int number = 0; number < 12; ++number)
+      resources.push_back(banner(name()));
+    const auto counterparts = list_.counterparts(resources);
+    const auto expected = counterpartsByWalk(walk_.list, resources);
+    ASSERT_EQ(counterparts.ofEach, expected.ofEach);
+    ASSERT_EQ(counterparts.rest, expected.rest);
+  }
+
   void removeSeveral() {
     ResourceArray several;
     for (int number = 0; number < 3; ++number)
@@ -257,7 +335,7 @@ class RandomOperations {
       host->paths = {name()};
     } else if (auto* video = dynamic_cast<KivResourceVideo*>(&resource)) {
       if (below(8) == 0) {
-        video->filePaths()->assign(1, name());
+        video->filePaths()->assign({name()});
       } else {
         video->addPath(name());
       }

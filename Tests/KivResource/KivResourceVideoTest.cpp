@@ -457,7 +457,8 @@ TEST_F(KivResourceVideoTest, WorkedExample) {
 
 TEST_F(KivResourceVideoTest, RemovingALinkReplacesTheListAndKeepsTheOrder) {
   const auto resource = make(videoItem());
-  const auto links = std::make_shared<Strings>(Strings{"a/1", "b/x1", "c/2", "1/d", "e/1"});
+  const auto links = std::make_shared<kiv::StringList>();
+  links->assign({"a/1", "b/x1", "c/2", "1/d", "e/1"});
   resource->setFileLinks(links);
   resource->removeLinkForFileName("1");
   EXPECT_EQ(*resource->fileLinks(), (Strings{"c/2", "1/d"}));
@@ -490,7 +491,7 @@ TEST_F(KivResourceVideoTest, TheAnswersAreSnapshots) {
 
 TEST_F(KivResourceVideoTest, SettersKeepTheGivenListsThemselves) {
   const auto resource = make(videoItem());
-  const auto paths = std::make_shared<Strings>();
+  const auto paths = std::make_shared<kiv::StringList>();
   resource->setFilePaths(paths);
   resource->addPath("/a");
   EXPECT_EQ(resource->filePaths(), paths);

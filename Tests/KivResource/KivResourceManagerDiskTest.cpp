@@ -1,0 +1,97 @@
+// What the manager asks of the file system: as much as its contract demands, and no more.
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/ForwardingFileManager.h"
+#include "Tests/Support/ManagerFixture.h"
+
+namespace kiv::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Writes down the paths that somebody asks after.
+class AskedPaths final : public ForwardingFileManager {
+ public:
+  bool fileExistsAtPath(std::string_view path) override {
+    asked.emplace_back(path);
+    return ForwardingFileManager::fileExistsAtPath(path);
+  }
+  bool itemExistsAtPath(std::string_view path) override {
+    asked.emplace_back(path);
+    return ForwardingFileManager::itemExistsAtPath(path);
+  }
+  std::vector<std::string> take() { return std::exchange(asked, {}); }
+
+  std::vector<std::string> asked;
+};
+
+class KivResourceManagerDiskTest : public ManagerFixture {
+ protected:
+  KivResourceManagerDiskTest() {
+    load({banner("b", 1, "x/b.png"), video("v", 1, "x/i.png", "x/v.mp4"), page("p", 1, "x/p.html"),
+          plain("n", 1)});
+  }
+
+  const std::string bannerFile = stored("b.png");
+  const std::string iconFile = stored("i.png");
+  const std::string videoFile = stored("v.mp4");
+  const std::string pageFile = stored("p.html");
+};
+
+TEST_F(KivResourceManagerDiskTest, RestoringAsksOnceForEachFile) {
+  AskedPaths files;
+  restart();
+  EXPECT_EQ(registry().size(), 4U);
+  std::vector<std::string> resourceFiles;
+  for (const auto& path : files.take()) {
+    if (path.starts_with(stored(""))) resourceFiles.push_back(path);
+  }
+  EXPECT_THAT(resourceFiles, ElementsAre(bannerFile, iconFile, videoFile, pageFile));
+}
+
+TEST_F(KivResourceManagerDiskTest, AQueryAsksOnceForEachFileOfItsAnswer) {
+  AskedPaths files;
+  EXPECT_EQ(manager->loadedResourcesWithID("v").size(), 1U);
+  EXPECT_THAT(files.take(), ElementsAre(iconFile, videoFile));
+  EXPECT_EQ(manager->loadedResourcesWithType("banner").size(), 1U);
+  EXPECT_THAT(files.take(), ElementsAre(bannerFile));
+  EXPECT_EQ(manager->loadedResourcesWithID("n").size(), 1U);
+  EXPECT_TRUE(manager->loadedResourcesWithID("nobody").empty());
+  EXPECT_THAT(files.take(), IsEmpty());
+  EXPECT_EQ(manager->allLoadedResources().size(), 4U);
+  EXPECT_THAT(files.take(), ElementsAre(bannerFile, iconFile, videoFile, pageFile));
+}
+
+TEST_F(KivResourceManagerDiskTest, WhatAHostReadsOfACopyAsksNothing) {
+  const auto copies = manager->allLoadedResources();
+  AskedPaths files;
+  for (const auto& copy : copies) {
+    EXPECT_EQ(copy->useFilePaths().empty(), copy->resourceID() == "n");
+    EXPECT_TRUE(copy->missingFilesLinks().empty());
+    EXPECT_NE(copy->valueForProperty("name"), Value());
+  }
+  EXPECT_EQ(manager->allLoadedResourcesWithCopy(false).size(), 4U);
+  EXPECT_EQ(manager->loadedResourcesWithID_copy("v", false).size(), 1U);
+  EXPECT_THAT(files.take(), IsEmpty());
+}
+
+TEST_F(KivResourceManagerDiskTest, AnUpdateInWhichAllIsCurrentAsksForNoStoredFile) {
+  AskedPaths files;
+  manager->updateResourcesForConfig(
+      config({banner("b", 1, "x/b.png"), video("v", 1, "x/i.png", "x/v.mp4"),
+              page("p", 1, "x/p.html"), plain("n", 1)}));
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("loaded b", "loaded v", "loaded p", "loaded n", "finished"));
+  EXPECT_THAT(files.take(), testing::Each(testing::Not(testing::StartsWith(stored("")))));
+}
+
+}  // namespace
+
+}  // namespace kiv::test
