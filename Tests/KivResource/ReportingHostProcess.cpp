@@ -10,15 +10,18 @@
 namespace kiv::test {
 
 ReportingHostProcess::ReportingHostProcess(const std::string& root, const std::string& server,
-                                           const std::vector<std::string>& steps) {
+                                           const std::vector<std::string>& steps,
+                                           const std::vector<std::string>& wrapper) {
   int ends[2];
   // Closed on exec, so that no other child keeps the pipe open when this one is dead.
   if (pipe2(ends, O_CLOEXEC) != 0) return;
   output_ = ends[0];
-  std::vector<std::string> arguments{std::to_string(ends[1]), root, server};
-  arguments.insert(arguments.end(), steps.begin(), steps.end());
-  process_ = std::make_unique<ChildProcess>(REPORTING_HOST, arguments, std::vector<std::string>(),
-                                            std::vector{ends[1]});
+  std::vector<std::string> words = wrapper;
+  words.insert(words.end(), {REPORTING_HOST, std::to_string(ends[1]), root, server});
+  words.insert(words.end(), steps.begin(), steps.end());
+  process_ = std::make_unique<ChildProcess>(
+      words.front(), std::vector<std::string>(words.begin() + 1, words.end()),
+      std::vector<std::string>(), std::vector{ends[1]});
   ::close(ends[1]);
 }
 

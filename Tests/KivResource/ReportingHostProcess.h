@@ -13,8 +13,10 @@ class ChildProcess;
 /// goes.
 class ReportingHostProcess {
  public:
+  /// `wrapper` is the beginning of a command line that runs the rest of it, if any.
   ReportingHostProcess(const std::string& root, const std::string& server,
-                       const std::vector<std::string>& steps);
+                       const std::vector<std::string>& steps,
+                       const std::vector<std::string>& wrapper = {});
   ~ReportingHostProcess();
   ReportingHostProcess(const ReportingHostProcess&) = delete;
   ReportingHostProcess& operator=(const ReportingHostProcess&) = delete;
