@@ -1,5 +1,6 @@
 #include "KivResource/KivResourceStorageModule.h"
 
+#include "KivResource/KivResourceArchiveRemoval.h"
 #include "Platform/Foundation/Bundle.h"
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/FileName.h"
@@ -46,7 +47,11 @@ void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view
   const bool isArchivePage =
       kiv::path::lastPathComponent(path) == entryPage &&
       kiv::path::lastPathComponent(parent) != kiv::path::lastPathComponent(resourcesDirectory);
-  kiv::FileManager::defaultManager().removeItemAtPath(isArchivePage ? parent : path, error);
+  if (isArchivePage) {
+    kiv::removeArchiveAtPath(std::string(parent), error);
+  } else {
+    kiv::FileManager::defaultManager().removeItemAtPath(path, error);
+  }
 }
 
 std::string KivResourceStorageModule::resourcesDirectoryPath() {

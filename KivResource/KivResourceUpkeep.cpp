@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "KivResource/KivResourceArchiveRemoval.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/FileManager.h"
@@ -225,7 +226,7 @@ bool findUnfinishedDownloads(Upkeep::Audit& audit, std::optional<Error>* error) 
 
 void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
   std::optional<Error> error;
-  if (files().removeItemAtPath(item.path, &error)) {
+  if (kiv::removeArchiveAtPath(item.path, &error)) {
     cleanUp.removed.push_back(std::move(item));
     return;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -45,6 +46,16 @@ class KIV_EXPORT MappedFile {
  public:
   virtual ~MappedFile() = default;
   [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
+};
+
+/// One wait for the disk in place of one for each file and directory.
+class KIV_EXPORT BatchSync {
+ public:
+  virtual ~BatchSync() = default;
+  /// Returns when everything that was written below the directory since this was made, contents
+  /// and entries, has reached the disk. Called at most once; after a failure the contents are
+  /// unknown: discard them.
+  virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
 };
 
 /// An advisory lock on a file, held until it goes, or until the process ends in whatever way.
@@ -132,6 +143,12 @@ class KIV_EXPORT FileManager {
   /// Returns when the directory's own entries (made, renamed, removed) have reached the disk.
   virtual bool synchronizeDirectoryAtPath(std::string_view path,
                                           std::optional<Error>* error = nullptr) = 0;
+
+  /// Begins to write that many files below the directory, which stands, and to sync all of them at
+  /// once. nullptr, which is no error, where that is not possible or not faster: each file and each
+  /// directory is then to be synced by itself.
+  virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                          std::size_t files) = 0;
 
   /// Renames in one step; a file at the new path is replaced, a directory there must be empty.
   virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,

@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Platform/Foundation/FileSystemSync.h"
 #include "Platform/Foundation/PosixDescriptor.h"
 #include "Platform/Foundation/PosixRemoval.h"
 #include "Platform/Foundation/PosixSpace.h"
@@ -162,6 +163,10 @@ class PosixFileManager final : public FileManager {
   std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
                                                       std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                  std::size_t files) override {
+    return beginFileSystemSync(path, files);
+  }
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override;
   bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KivResource/KivResourceObject.h"
 #include "Platform/Foundation/Path.h"
@@ -21,14 +22,24 @@ inline std::string bytesNamed(std::string_view name) {
   return bytes + "end";
 }
 
-/// What a server has under the name: an archive of two files, or the file itself.
+/// The files of the archive besides its page: one, or, where its name says that it is large, as
+/// many as are synced together.
+inline std::vector<std::string> filesBesideThePage(const std::string& stem) {
+  std::vector<std::string> files{"css/style.css"};
+  for (int i = 0; stem.starts_with("large") && i < 20; ++i)
+    files.push_back("css/" + std::to_string(i) + ".css");
+  return files;
+}
+
+/// What a server has under the name: an archive, or the file itself.
 inline std::string downloadNamed(std::string_view name) {
   if (!name.ends_with(".zip")) return bytesNamed(name);
   const std::string stem(path::deletingPathExtension(name));
-  return ZipBuilder()
-      .addFile("index.html", bytesNamed(stem))
-      .addFile("css/style.css", bytesNamed(stem + ".css"))
-      .build();
+  ZipBuilder archive;
+  archive.addFile("index.html", bytesNamed(stem));
+  for (const std::string& file : filesBesideThePage(stem))
+    archive.addFile(file, bytesNamed(stem + file));
+  return archive.build();
 }
 
 inline bool holdsBytesNamed(const std::string& path, std::string_view name) {
@@ -36,13 +47,16 @@ inline bool holdsBytesNamed(const std::string& path, std::string_view name) {
   return std::string(std::istreambuf_iterator<char>(file), {}) == bytesNamed(name);
 }
 
-/// True where the directory of the page holds both files of its archive, and nothing else.
+/// True where the directory of the page holds the files of its archive, and nothing else.
 inline bool isWholeArchive(const std::string& directory) {
   const std::string stem(path::lastPathComponent(directory));
   const auto items = std::filesystem::recursive_directory_iterator(directory);
-  return std::distance(begin(items), end(items)) == 3 &&
-         holdsBytesNamed(directory + "/index.html", stem) &&
-         holdsBytesNamed(directory + "/css/style.css", stem + ".css");
+  const auto files = filesBesideThePage(stem);
+  for (const std::string& file : files) {
+    if (!holdsBytesNamed(directory + "/" + file, stem + file)) return false;
+  }
+  return std::distance(begin(items), end(items)) == std::ptrdiff_t(files.size()) + 2 &&
+         holdsBytesNamed(directory + "/index.html", stem);
 }
 
 /// True where every file that the resource uses is whole.

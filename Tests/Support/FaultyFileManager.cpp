@@ -28,6 +28,19 @@ class FaultyFileManager::File : public WritableFile {
   std::string path_;
 };
 
+class FaultyFileManager::Batch : public BatchSync {
+ public:
+  Batch(FaultyFileManager& manager, std::string path) : manager_(manager), path_(std::move(path)) {}
+
+  bool synchronize(std::optional<Error>* error) override {
+    return manager_.begin({"synchronizeBatch", path_, {}}, error);
+  }
+
+ private:
+  FaultyFileManager& manager_;
+  std::string path_;
+};
+
 void FaultyFileManager::setFault(std::optional<Fault> fault) {
   const std::lock_guard guard(mutex_);
   fault_ = fault;
@@ -44,6 +57,11 @@ void FaultyFileManager::setFailingOperation(std::string name, int number) {
 void FaultyFileManager::refuseExchanges(bool refuse) {
   const std::lock_guard guard(mutex_);
   refusesExchanges_ = refuse;
+}
+
+void FaultyFileManager::allowBatchSyncs(bool allow) {
+  const std::lock_guard guard(mutex_);
+  allowsBatchSyncs_ = allow;
 }
 
 void FaultyFileManager::setAvailableSpace(std::optional<std::uint64_t> bytes) {
@@ -161,6 +179,12 @@ std::unique_ptr<WritableFile> FaultyFileManager::openFileAtPath_length(
 bool FaultyFileManager::synchronizeDirectoryAtPath(std::string_view path,
                                                    std::optional<Error>* error) {
   return begin({"synchronizeDirectory", std::string(path), {}}, error);
+}
+
+std::unique_ptr<BatchSync> FaultyFileManager::beginBatchSyncAtPath(std::string_view path,
+                                                                   std::size_t /*files*/) {
+  const std::lock_guard guard(mutex_);
+  return allowsBatchSyncs_ ? std::make_unique<Batch>(*this, std::string(path)) : nullptr;
 }
 
 bool FaultyFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,

@@ -48,6 +48,8 @@ class FaultyFileManager : public ForwardingFileManager {
   void setUnreadableFile(std::string path);
   /// Answers exchanges as a file system does that has no such step.
   void refuseExchanges(bool refuse);
+  /// Syncs at once whatever is written as a batch, however little; as it is at first, nothing.
+  void allowBatchSyncs(bool allow);
   /// Called before each operation, on the thread that asks for it.
   void setObserver(std::function<void(const Operation&)> observer);
 
@@ -68,6 +70,8 @@ class FaultyFileManager : public ForwardingFileManager {
   std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
                                                       std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                  std::size_t files) override;
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override;
   bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
@@ -78,6 +82,7 @@ class FaultyFileManager : public ForwardingFileManager {
 
  private:
   class File;
+  class Batch;
 
   /// Counts the operation; false, with the error stored, where it is to fail.
   bool begin(Operation operation, std::optional<Error>* error);
@@ -90,6 +95,7 @@ class FaultyFileManager : public ForwardingFileManager {
   std::string failingName_;
   int failingNumber_ = 0;
   bool refusesExchanges_ = false;
+  bool allowsBatchSyncs_ = false;
   std::optional<std::uint64_t> availableSpace_;
   bool refusesSpace_ = false;
   std::string unreadableFile_;

@@ -64,6 +64,10 @@ class ForwardingFileManager : public FileManager {
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override {
     return base_.synchronizeDirectoryAtPath(path, error);
   }
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                  std::size_t files) override {
+    return base_.beginBatchSyncAtPath(path, files);
+  }
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override {
     return base_.moveItemAtPath_toPath(path, newPath, error);

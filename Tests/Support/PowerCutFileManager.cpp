@@ -27,6 +27,12 @@ struct PowerCutFileManager::Node {
       item->clear();
     items.clear();
   }
+  void synchronizeAll() {
+    durableBytes = bytes;
+    durableItems = items;
+    for (const auto& [name, item] : items)
+      item->synchronizeAll();
+  }
 };
 
 class PowerCutFileManager::File : public WritableFile {
@@ -56,6 +62,25 @@ class PowerCutFileManager::File : public WritableFile {
   std::unique_ptr<WritableFile> file_;
   std::string path_;
   NodePointer node_;
+};
+
+class PowerCutFileManager::Batch : public BatchSync {
+ public:
+  Batch(PowerCutFileManager& manager, std::string path)
+      : manager_(manager), path_(std::move(path)) {}
+
+  bool synchronize(std::optional<Error>* error) override {
+    if (!manager_.begin(path_, error)) return false;
+    const std::lock_guard guard(manager_.mutex_);
+    const NodePointer node = manager_.find(path_);
+    if (!node) return fail(error, systemError(ENOENT, "synchronize", path_));
+    node->synchronizeAll();
+    return true;
+  }
+
+ private:
+  PowerCutFileManager& manager_;
+  std::string path_;
 };
 
 PowerCutFileManager::PowerCutFileManager(std::string root)
@@ -217,6 +242,11 @@ bool PowerCutFileManager::synchronizeDirectoryAtPath(std::string_view path,
   if (!node) return fail(error, systemError(ENOENT, "synchronize", path));
   node->durableItems = node->items;
   return true;
+}
+
+std::unique_ptr<BatchSync> PowerCutFileManager::beginBatchSyncAtPath(std::string_view path,
+                                                                     std::size_t /*files*/) {
+  return allowsBatchSyncs ? std::make_unique<Batch>(*this, std::string(path)) : nullptr;
 }
 
 bool PowerCutFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,

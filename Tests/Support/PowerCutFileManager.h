@@ -45,6 +45,8 @@ class PowerCutFileManager : public ForwardingFileManager {
   std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
                                                       std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                  std::size_t files) override;
   bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                              std::optional<Error>* error) override;
   bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
@@ -55,10 +57,13 @@ class PowerCutFileManager : public ForwardingFileManager {
 
   /// Answers exchanges as a file system does that has no such step.
   bool refusesExchanges = false;
+  /// Syncs at once whatever is written as a batch, however little.
+  bool allowsBatchSyncs = false;
 
  private:
   struct Node;
   class File;
+  class Batch;
   using NodePointer = std::shared_ptr<Node>;
 
   bool begin(std::string_view path, std::optional<Error>* error);

@@ -51,6 +51,21 @@ TEST_F(PowerCutFileManagerTest, WhatWasSyncedStays) {
   EXPECT_EQ(read("a"), "bytes");
 }
 
+TEST_F(PowerCutFileManagerTest, WhatABatchHasSyncedStaysAndWhatItHasNotIsLost) {
+  ASSERT_TRUE(files_.createDirectoryAtPath(scratch_.path("d"), nullptr));
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  EXPECT_EQ(files_.beginBatchSyncAtPath(scratch_.path("d"), 100), nullptr);
+  files_.allowsBatchSyncs = true;
+  const auto batch = files_.beginBatchSyncAtPath(scratch_.path("d"), 1);
+  ASSERT_TRUE(batch);
+  write("d/a", "bytes", false);
+  ASSERT_TRUE(batch->synchronize());
+  write("d/b", "bytes", false);
+  files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
+  EXPECT_EQ(read("d/a"), "bytes");
+  EXPECT_EQ(read("d/b"), std::nullopt);
+}
+
 TEST_F(PowerCutFileManagerTest, ARenameThatWasNotSyncedIsUndone) {
   write("a", "old", true);
   write("b", "new", true);

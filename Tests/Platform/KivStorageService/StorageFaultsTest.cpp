@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <functional>
 
 #include "Tests/Platform/KivStorageService/StorageServiceFixture.h"
+#include "Tests/Platform/KivStorageService/WholeVersions.h"
 #include "Tests/Support/FaultyFileManager.h"
 
 namespace kiv::test {
@@ -19,6 +21,7 @@ struct SaveCase {
   Tree before;
   Tree after;
   bool refusesExchanges = false;
+  bool syncsInBatches = false;
 };
 
 std::vector<SaveCase> saveCases() {
@@ -30,6 +33,9 @@ std::vector<SaveCase> saveCases() {
        pageTree("new")},
       {"ReplacedArchiveWithoutExchange", "promo.zip", pageArchive("old"), pageArchive("new"),
        pageTree("old"), pageTree("new"), true},
+      {"NewArchiveInABatch", "promo.zip", "", pageArchive("new"), {}, pageTree("new"), false, true},
+      {"ReplacedArchiveInABatch", "promo.zip", pageArchive("old"), pageArchive("new"),
+       pageTree("old"), pageTree("new"), false, true},
   };
 }
 
@@ -38,7 +44,10 @@ constexpr auto titleOf = [](const auto& test) { return test.param.title; };
 class StorageFaultsTest : public StorageServiceFixture,
                           public testing::WithParamInterface<SaveCase> {
  protected:
-  StorageFaultsTest() { files_.refuseExchanges(GetParam().refusesExchanges); }
+  StorageFaultsTest() {
+    files_.refuseExchanges(GetParam().refusesExchanges);
+    files_.allowBatchSyncs(GetParam().syncsInBatches);
+  }
 
   /// The state in which each attempt begins: a fresh process on a root with the old version.
   void begin() {
@@ -150,6 +159,44 @@ TEST_P(StorageFaultsTest, AtEveryMomentTheOldOrTheNewIsThere) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Saves, StorageFaultsTest, testing::ValuesIn(saveCases()), titleOf);
+
+class ArchiveSyncTest : public StorageServiceFixture {
+ protected:
+  /// How often the operation was asked for while the archive was saved for the first time, below
+  /// its temporary directory.
+  [[nodiscard]] int count(std::string_view name) const {
+    int found = 0;
+    for (const auto& operation : files_.operations()) {
+      const bool isBelow = operation.path.find("/.KivStorageService/") != std::string::npos;
+      if (operation.name == name && isBelow) ++found;
+    }
+    return found;
+  }
+
+  FaultyFileManager files_;
+};
+
+TEST_F(ArchiveSyncTest, InABatchAllIsSyncedOnceAndBeforeTheArchiveIsPutInPlace) {
+  files_.allowBatchSyncs(true);
+  EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
+  EXPECT_EQ(count("createFile"), filesOfAWholeArchive);
+  EXPECT_EQ(count("synchronize"), 0);
+  EXPECT_EQ(count("synchronizeDirectory"), 0);
+  EXPECT_EQ(count("synchronizeBatch"), 1);
+  std::vector<std::string> order;
+  for (const auto& operation : files_.operations())
+    order.push_back(operation.name);
+  const auto sync = std::find(order.begin(), order.end(), "synchronizeBatch");
+  EXPECT_EQ(std::find(sync, order.end(), "write"), order.end());
+  EXPECT_NE(std::find(sync, order.end(), "move"), order.end());
+}
+
+TEST_F(ArchiveSyncTest, WithoutABatchEachFileAndEachDirectoryIsSyncedOnce) {
+  EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
+  EXPECT_EQ(count("synchronize"), filesOfAWholeArchive);
+  EXPECT_EQ(count("synchronizeDirectory"), 4);  // the top and its three folders
+  EXPECT_EQ(count("synchronizeBatch"), 0);
+}
 
 class InterruptedSwapTest : public StorageServiceFixture {
  protected:

@@ -8,14 +8,21 @@ namespace {
 
 using Loss = PowerCutFileManager::Loss;
 
+/// What the file system has and has not.
+struct Ways {
+  bool refusesExchanges = false;
+  bool syncsInBatches = false;
+};
+
 class StoragePowerCutTest : public StorageServiceFixture {
  protected:
   /// Cuts the power after every number of operations of `save`, and checks what lies there after.
   void cutEverywhere(const std::function<bool()>& prepare, const std::function<bool()>& save,
                      const std::function<bool(const Tree&)>& isWhole,
-                     const std::function<bool(const Tree&)>& isNew, bool refusesExchanges) {
+                     const std::function<bool(const Tree&)>& isNew, Ways ways = {}) {
     PowerCutFileManager files(root());
-    files.refusesExchanges = refusesExchanges;
+    files.refusesExchanges = ways.refusesExchanges;
+    files.allowsBatchSyncs = ways.syncsInBatches;
     for (const auto& [loss, seeds] :
          {std::pair{Loss::everythingUnsynced, 1U}, std::pair{Loss::anyPart, 6U}}) {
       for (std::uint32_t seed = 0; seed < seeds; ++seed) {
@@ -66,10 +73,10 @@ TEST_F(StoragePowerCutTest, AFileIsOldNewOrAbsentNeverHalf) {
   const Tree fresh{{"a.png", "new bytes"}};
   const auto isNew = [&](const Tree& tree) { return tree == fresh; };
   cutEverywhere([] { return true; }, saves("new bytes"),
-                [&](const Tree& tree) { return tree.empty() || tree == fresh; }, isNew, false);
+                [&](const Tree& tree) { return tree.empty() || tree == fresh; }, isNew);
   cutEverywhere(
       saves("old bytes"), saves("new bytes"),
-      [&](const Tree& tree) { return tree == old || tree == fresh; }, isNew, false);
+      [&](const Tree& tree) { return tree == old || tree == fresh; }, isNew);
 }
 
 TEST_F(StoragePowerCutTest, AnArchiveIsOldOrNewNeverHalf) {
@@ -77,11 +84,14 @@ TEST_F(StoragePowerCutTest, AnArchiveIsOldOrNewNeverHalf) {
     return [=] { return !save("promo.zip", pageArchive(page)); };
   };
   const auto isNew = [](const Tree& tree) { return tree == pageTree("new"); };
-  cutEverywhere([] { return true; }, saves("new"),
-                [&](const Tree& tree) { return tree.empty() || isNew(tree); }, isNew, false);
-  cutEverywhere(
-      saves("old"), saves("new"),
-      [&](const Tree& tree) { return tree == pageTree("old") || isNew(tree); }, isNew, false);
+  for (const bool syncsInBatches : {false, true}) {
+    const Ways ways{.syncsInBatches = syncsInBatches};
+    cutEverywhere([] { return true; }, saves("new"),
+                  [&](const Tree& tree) { return tree.empty() || isNew(tree); }, isNew, ways);
+    cutEverywhere(
+        saves("old"), saves("new"),
+        [&](const Tree& tree) { return tree == pageTree("old") || isNew(tree); }, isNew, ways);
+  }
 }
 
 TEST_F(StoragePowerCutTest, WithoutExchangeAnArchiveIsOldNewOrAbsentNeverHalf) {
@@ -92,7 +102,7 @@ TEST_F(StoragePowerCutTest, WithoutExchangeAnArchiveIsOldNewOrAbsentNeverHalf) {
   cutEverywhere(
       saves("old"), saves("new"),
       [&](const Tree& tree) { return tree.empty() || tree == pageTree("old") || isNew(tree); },
-      isNew, true);
+      isNew, {.refusesExchanges = true});
 }
 
 }  // namespace

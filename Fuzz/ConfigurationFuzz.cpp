@@ -1,0 +1,19 @@
+// Any text as a configuration, from its bytes to the resources of a pass.
+
+#include <cstddef>
+#include <string>
+
+#include "Fuzz/Require.h"
+#include "Fuzz/Resources.h"
+#include "KivResource/KivResourceFactory.h"
+#include "Platform/Foundation/JSON.h"
+#include "Platform/Foundation/SystemLog.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  kiv::SystemLog::setHandler([](std::string_view) {});
+  const auto configuration =
+      kiv::JSON::read(kiv::Data(std::string(kiv::fuzz::textOf(bytes, size))));
+  if (!configuration) return 0;
+  kiv::fuzz::exercise(KivResourceFactory::resourcesArrayForResourcesConfig(*configuration));
+  return 0;
+}

@@ -1,0 +1,28 @@
+// Any bytes as the saved list: it is read or refused, and what was read becomes resources.
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "Fuzz/Require.h"
+#include "Fuzz/Resources.h"
+#include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/Foundation/SystemLog.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  using kiv::fuzz::require;
+  kiv::SystemLog::setHandler([](std::string_view) {});
+  std::optional<kiv::Error> error;
+  const auto list = KivResourceStorageModule::arrayOfDictionaryFromData_error(
+      kiv::Data(std::string(kiv::fuzz::textOf(bytes, size))), &error);
+  require(!error || list.empty(), "a list that is refused is empty");
+  std::vector<std::shared_ptr<KivResource>> resources;
+  for (const kiv::Value& entry : list) {
+    require(entry.isDictionary(), "a list holds dictionaries alone");
+    auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
+    if (resource) resources.push_back(std::move(resource));
+  }
+  kiv::fuzz::exercise(resources);
+  return 0;
+}

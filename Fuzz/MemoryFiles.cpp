@@ -1,0 +1,68 @@
+#include "Fuzz/MemoryFiles.h"
+
+#include "Fuzz/Require.h"
+#include "Platform/Foundation/FileName.h"
+#include "Platform/Foundation/Path.h"
+
+namespace kiv::fuzz {
+
+class MemoryFiles::File final : public WritableFile {
+ public:
+  explicit File(std::uint64_t& size) : size_(size) {}
+  bool write(std::string_view bytes, std::optional<Error>*) override {
+    size_ += bytes.size();
+    return true;
+  }
+  bool synchronize(std::optional<Error>*) override { return true; }
+  bool close(std::optional<Error>*) override { return true; }
+
+ private:
+  std::uint64_t& size_;
+};
+
+/// The path is the directory's, or below it with harmless names alone.
+void MemoryFiles::requireHarmless(std::string_view path) const {
+  require(path.starts_with(directory_), "everything is written below the directory");
+  std::string_view rest = path.substr(directory_.size());
+  while (!rest.empty()) {
+    require(rest.starts_with('/'), "names are joined by one separator");
+    rest.remove_prefix(1);
+    const std::string_view name = rest.substr(0, rest.find('/'));
+    require(filename::isHarmless(name), "every name is harmless");
+    rest.remove_prefix(name.size());
+  }
+}
+
+bool MemoryFiles::createDirectoryAtPath(std::string_view path, std::optional<Error>*) {
+  requireHarmless(path);
+  require(path == directory_ || directories_.contains(path::deletingLastPathComponent(path)),
+          "a directory is made in one that was made before");
+  require(directories_.emplace(path).second && !files_.contains(path),
+          "a directory is made where nothing lies");
+  return true;
+}
+
+std::unique_ptr<WritableFile> MemoryFiles::createFileAtPath(std::string_view path,
+                                                            std::optional<Error>*) {
+  requireHarmless(path);
+  require(directories_.contains(path::deletingLastPathComponent(path)),
+          "a file is made in a directory that was made before");
+  const auto [file, isNew] = files_.emplace(path, 0);
+  require(isNew && !directories_.contains(path), "a file is made where nothing lies");
+  return std::make_unique<File>(file->second);
+}
+
+bool MemoryFiles::synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>*) {
+  require(directories_.contains(path), "a directory is synced that was made before");
+  return true;
+}
+
+std::unique_ptr<BatchSync> MemoryFiles::beginBatchSyncAtPath(std::string_view, std::size_t) {
+  return nullptr;
+}
+
+std::optional<FileSystemSpace> MemoryFiles::spaceAtPath(std::string_view, std::optional<Error>*) {
+  return std::nullopt;
+}
+
+}  // namespace kiv::fuzz

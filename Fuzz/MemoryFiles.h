@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+#include "Tests/Support/ForwardingFileManager.h"
+
+namespace kiv::fuzz {
+
+/// Keeps what is written in memory, and ends the program where something is written outside the
+/// directory, twice, or without a directory to lie in. Everything else is the system's.
+class MemoryFiles final : public test::ForwardingFileManager {
+ public:
+  explicit MemoryFiles(std::string directory) : directory_(std::move(directory)) {}
+
+  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
+                                                 std::optional<Error>* error) override;
+  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                  std::size_t files) override;
+  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                             std::optional<Error>* error) override;
+
+  /// The sizes of the files, by path.
+  [[nodiscard]] const std::map<std::string, std::uint64_t, std::less<>>& files() const noexcept {
+    return files_;
+  }
+
+ private:
+  class File;
+  void requireHarmless(std::string_view path) const;
+
+  std::string directory_;
+  std::set<std::string, std::less<>> directories_;
+  std::map<std::string, std::uint64_t, std::less<>> files_;
+};
+
+}  // namespace kiv::fuzz

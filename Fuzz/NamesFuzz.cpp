@@ -1,0 +1,103 @@
+// Any text as a file name, a link, a name in an archive and a relative path.
+
+#include <cstddef>
+#include <string>
+
+#include "Fuzz/Require.h"
+#include "KivResource/KivResourceRESTModule.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/AppConfiguration/KivAppConfiguration.h"
+#include "Platform/Foundation/FileName.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/KivStorageService/ArchiveRules.h"
+#include "Platform/KivStorageService/KivStorageService.h"
+#include "Platform/KivStorageService/PathFolding.h"
+#include "Platform/KivStorageService/StoredPath.h"
+#include "Platform/KivStorageService/UTF8.h"
+
+namespace {
+
+namespace path = kiv::path;
+namespace storage = kiv::storage;
+using kiv::fuzz::require;
+
+constexpr std::string_view resources = "KivResource/Resources";
+
+/// What a system's call would take for one name in the directory, and for nothing else.
+bool isOneName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.size() <= 255 &&
+         name.find('/') == name.npos && name.find('\\') == name.npos &&
+         name.find('\0') == name.npos;
+}
+
+void checkPathStrings(std::string_view text) {
+  const auto name = path::lastPathComponent(text);
+  require(text.ends_with(name) && name.find('/') == name.npos, "the last component is one");
+  require(path::appendingPathComponent("/a", name).starts_with("/a"), "a component goes behind");
+  const auto stem = path::deletingPathExtension(text);
+  require(text.starts_with(stem) && text.ends_with(path::pathExtension(text)),
+          "stem and extension are parts");
+}
+
+void checkFileName(std::string_view name) {
+  const bool isHarmless = kiv::filename::isHarmless(name);
+  require(!isHarmless || isOneName(name), "a harmless name is one name");
+  const auto objection = storage::objectionToSaving(name, resources);
+  require(isHarmless || objection, "a harmful name is never saved");
+  if (!objection && storage::isArchiveName(name)) {
+    require(isOneName(storage::archiveStem(name)), "so is an archive's directory");
+  }
+  require(!KivStorageService::fileExistsWithName_atRelativePath(name, resources),
+          "nothing lies in an empty root");
+  require(!KivResourceStorageModule::pathToResourceFileWithName(name), "nor is anything found");
+}
+
+void requireNames(std::string_view relativePath) {
+  while (true) {
+    const auto name = relativePath.substr(0, relativePath.find('/'));
+    require(isOneName(name), "a relative path is made of names");
+    if (name.size() == relativePath.size()) return;
+    relativePath.remove_prefix(name.size() + 1);
+  }
+}
+
+void checkRelativePath(std::string_view text) {
+  if (!text.empty() && !storage::objectionToRelativePath(text)) requireNames(text);
+}
+
+void checkEntryName(std::string_view name) {
+  if (!storage::utf8::isValid(name)) return;  // refused before it comes to this
+  if (storage::objectionToEntryName(name, kiv::ArchiveCeilings())) return;
+  const auto way = storage::pathOfEntryName(name);
+  if (!way.empty()) requireNames(way);
+}
+
+void checkLink(std::string_view link) {
+  static const KivResourceRESTModule module;
+  for (const char* const domain : {"http://main.test", "https://main.test:81/base", "main.test"}) {
+    KivAppConfiguration::sharedInstance()->setMainACSDomain(domain);
+    const auto url = module.mainURLForFileWithLink(link);
+    if (!url) continue;
+    const std::string_view text = url->absoluteString();
+    require(text.starts_with(domain) && text.substr(std::string_view(domain).size())[0] == '/',
+            "a URL is the domain, a separator and the link");
+    require(url->host() == (std::string_view(domain) == "main.test" ? "" : "main.test"),
+            "a link never leads to another host");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  KivStorageService::setRootPath("/nonexistent/root");
+  const std::string_view text = kiv::fuzz::textOf(bytes, size);
+  checkPathStrings(text);
+  checkFileName(text);
+  checkFileName(path::lastPathComponent(text));
+  checkRelativePath(text);
+  checkEntryName(text);
+  checkLink(text);
+  const auto folded = storage::foldedName(text);
+  require(folded.size() <= 4 * text.size(), "folding takes a letter apart into few");
+  return 0;
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace kiv::fuzz {
+
+/// Ends the program, as a fuzzer wants it, where what must hold does not.
+inline void require(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "This does not hold: %s\n", what);
+  std::abort();
+}
+
+inline std::string_view textOf(const std::uint8_t* bytes, std::size_t size) {
+  return {reinterpret_cast<const char*>(bytes), size};
+}
+
+}  // namespace kiv::fuzz

@@ -1,0 +1,18 @@
+#include "KivResource/KivResourceArchiveRemoval.h"
+
+#include "KivResource/KivResourceConstants.h"
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
+
+namespace kiv {
+
+bool removeArchiveAtPath(const std::string& path, std::optional<Error>* error) {
+  FileManager& files = FileManager::defaultManager();
+  if (files.directoryExistsAtPath(path)) {  // behind a link the page would be another's
+    const std::string page = path::appendingPathComponent(path, KivResouceArchiveKey[1]);
+    if (files.itemExistsAtPath(page) && !files.removeItemAtPath(page, error)) return false;
+  }
+  return files.removeItemAtPath(path, error);
+}
+
+}  // namespace kiv

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Platform/Foundation/Error.h"
+
+namespace kiv {
+
+/// Removes the directory of an unpacked archive, or whatever lies at the path; of a link, the link.
+///
+/// A tree cannot be removed in one step, and what is left of one whose page is still there would be
+/// taken for the whole archive. So the page goes first: a host that is killed in between leaves a
+/// directory that no name leads to, and that the next archive of the name replaces.
+bool removeArchiveAtPath(const std::string& path, std::optional<Error>* error);
+
+}  // namespace kiv
