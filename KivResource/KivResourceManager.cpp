@@ -141,6 +141,8 @@ void KivResourceManager::endStep() {
 }
 
 void KivResourceManager::saveChanges() {
+  // The files' names reach the disk before a list does that names them.
+  savings_.reset();
   if (listIsChanged_) listIsChanged_ = !saveList();
   if (listIsChanged_) return;  // the next step tries again
   for (const std::string& path : std::exchange(filesToRemove_, {}))

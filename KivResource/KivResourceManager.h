@@ -18,6 +18,7 @@
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
+#include "Platform/KivStorageService/KivStorageService.h"
 
 /// The one object through which a host uses the framework: the registry of loaded resources, the
 /// passes that bring it up to date with a configuration, the queries and the observers.
@@ -197,6 +198,7 @@ class KIV_EXPORT KivResourceManager final
   bool listIsChanged_ = false;  ///< Since the list was last saved.
   std::set<std::string, std::less<>> filesToRemove_;
   bool endIsScheduled_ = false;
+  std::optional<KivStorageService::Batch> savings_;  ///< Of files stored since the last end.
   /// One callback that observers are to hear; without a resource it is the finish.
   struct Announcement {
     std::shared_ptr<KivResource> resource;

@@ -100,6 +100,7 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
   // What is to be removed under the name goes before the new file comes.
   if (!filesToRemove_.empty()) pathToFile(fileName);
+  if (!savings_) savings_.emplace();
   std::optional<kiv::Error> error;
   if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
     announceFailed(resource, error);

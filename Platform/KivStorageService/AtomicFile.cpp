@@ -35,12 +35,18 @@ bool AtomicFile::write(std::string_view bytes, std::optional<Error>* error) {
   return file_->write(bytes, error);
 }
 
-bool AtomicFile::commit(const std::string& path, std::optional<Error>* error) {
-  FileManager& files = FileManager::defaultManager();
+bool AtomicFile::place(const std::string& path, std::optional<Error>* error) {
   if (!file_->synchronize(error) || !file_->close(error)) return false;
-  if (!files.moveItemAtPath_toPath(temporary_.path(), path, error)) return false;
+  if (!FileManager::defaultManager().moveItemAtPath_toPath(temporary_.path(), path, error)) {
+    return false;
+  }
   temporary_.leave();  // nothing lies there any more
-  return files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path), error);
+  return true;
+}
+
+bool AtomicFile::commit(const std::string& path, std::optional<Error>* error) {
+  return place(path, error) && FileManager::defaultManager().synchronizeDirectoryAtPath(
+                                   path::deletingLastPathComponent(path), error);
 }
 
 }  // namespace kiv::storage

@@ -31,6 +31,8 @@ class AtomicFile {
   /// Puts the file at the path, in place of a file or a link there. Called at most once. When it
   /// fails, the file at the path is the old one, or the new one where only the last wait failed.
   bool commit(const std::string& path, std::optional<Error>* error);
+  /// The same without the last wait: the name reaches the disk when the directory is synced.
+  bool place(const std::string& path, std::optional<Error>* error);
 
  private:
   AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file);

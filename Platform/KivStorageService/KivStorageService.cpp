@@ -78,7 +78,8 @@ bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
   auto file = unnamedFile(root, data, kiv::path::lastPathComponent(path), error);
   if (!file) return false;
   const std::string directory(kiv::path::deletingLastPathComponent(path));
-  return root.prepareDirectory(directory, error) && file->commit(path, error);
+  return root.prepareDirectory(directory, error) && file->place(path, error) &&
+         root.synchronizeEntries(directory, error);
 }
 
 bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
@@ -173,6 +174,19 @@ bool KivStorageService::saveData_forFileName_atRelativePath_error(const Data& da
                                                                   std::string_view relativePath,
                                                                   std::optional<Error>* error) {
   return guarded(fileName, error, [&] { return save(data, fileName, relativePath, error); });
+}
+
+KivStorageService::Batch::Batch() : root_(kiv::storage::currentRoot()) {
+  if (root_) root_->beginBatch();
+}
+
+KivStorageService::Batch::~Batch() {
+  end();
+}
+
+bool KivStorageService::Batch::end(std::optional<Error>* error) {
+  const auto root = std::exchange(root_, nullptr);
+  return !root || root->endBatch(error);
 }
 
 std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +9,10 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/KivStorageService/ArchiveCeilings.h"
+
+namespace kiv::storage {
+class StorageRoot;
+}
 
 /// Domain of the errors that the storage service makes itself; those of the operating system pass
 /// through with their own.
@@ -77,6 +82,24 @@ class KIV_EXPORT KivStorageService {
                                                         std::string_view fileName,
                                                         std::string_view relativePath,
                                                         std::optional<kiv::Error>* error = nullptr);
+
+  /// One wait for the disk for the names of several files: as long as this lives, a file that is
+  /// saved under the root of that moment, by whatever thread, is complete under its name at once,
+  /// but only the end of the outermost batch makes sure that the name survives a power cut.
+  class KIV_EXPORT Batch {
+   public:
+    Batch();
+    /// Ends the batch, if end() did not; failures are ignored.
+    ~Batch();
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+    /// Ends the batch: returns when the names have reached the disk. Fails with the system's error,
+    /// the files being there all the same.
+    bool end(std::optional<kiv::Error>* error = nullptr);
+
+   private:
+    std::shared_ptr<kiv::storage::StorageRoot> root_;
+  };
 
   /// The bytes of ROOT/relativePath/fileName, or nothing where it is missing or unreadable.
   static std::optional<kiv::Data> loadDataForFileName_atRelativePath_error(

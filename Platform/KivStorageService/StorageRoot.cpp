@@ -72,4 +72,34 @@ bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<E
   return true;
 }
 
+bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional<Error>* error) {
+  {
+    const std::lock_guard guard(mutex_);
+    if (openBatches_ > 0) {
+      unsyncedDirectories_.insert(directory);
+      return true;
+    }
+  }
+  return FileManager::defaultManager().synchronizeDirectoryAtPath(directory, error);
+}
+
+void StorageRoot::beginBatch() {
+  const std::lock_guard guard(mutex_);
+  ++openBatches_;
+}
+
+bool StorageRoot::endBatch(std::optional<Error>* error) {
+  std::set<std::string> directories;
+  {
+    const std::lock_guard guard(mutex_);
+    if (--openBatches_ > 0) return true;
+    directories.swap(unsyncedDirectories_);
+  }
+  bool isDone = true;
+  for (const std::string& directory : directories) {
+    isDone = FileManager::defaultManager().synchronizeDirectoryAtPath(directory, error) && isDone;
+  }
+  return isDone;
+}
+
 }  // namespace kiv::storage

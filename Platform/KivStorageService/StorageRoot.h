@@ -32,6 +32,13 @@ class StorageRoot {
   /// missing, and sees to it that they are on the disk.
   bool prepareDirectory(const std::string& directory, std::optional<Error>* error);
 
+  /// Sees to it that the directory's entries are on the disk: now, or, while a batch is open, when
+  /// it ends.
+  bool synchronizeEntries(const std::string& directory, std::optional<Error>* error);
+  /// Batches nest: the end of the outermost waits for the disk, once for each directory.
+  void beginBatch();
+  bool endBatch(std::optional<Error>* error);
+
  private:
   /// Brings back what a swap that never ended has moved away.
   [[nodiscard]] ProcessDirectory::Salvage salvage() const;
@@ -41,6 +48,8 @@ class StorageRoot {
   std::mutex mutex_;
   std::shared_ptr<ProcessDirectory> processDirectory_;
   std::set<std::string> durableDirectories_;
+  int openBatches_ = 0;
+  std::set<std::string> unsyncedDirectories_;
 };
 
 }  // namespace kiv::storage

@@ -1,6 +1,9 @@
 // When the list is saved, and that nobody hears of a resource before a list that holds it is on
 // disk.
 
+#include <string>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -61,6 +64,24 @@ TEST_F(KivResourceManagerStepTest, CompletionsThatWaitInTheQueueTogetherShareOne
   EXPECT_EQ(savedList().size(), 3U);
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "loaded c", "finished"));
   EXPECT_EQ(saves(), 1);
+}
+
+TEST_F(KivResourceManagerStepTest, TheirFilesShareOneWaitForTheDiskBeforeTheListIsSaved) {
+  manager->loadResourcesForConfig(
+      config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
+  for (const char* name : {"/a.png", "/b.png", "/c.png"}) {
+    kiv::DispatchQueue::main()->async([this, name] { client->succeed(name); });
+  }
+  takeEvents();
+  std::vector<std::string> steps;
+  for (const auto& operation : files.operations()) {
+    if (operation.name == "move" && operation.newPath.ends_with(".png")) steps.push_back("file");
+    if (operation.name == "move" && operation.newPath == listPath()) steps.push_back("list");
+    if (operation.name == "synchronizeDirectory" && operation.path.ends_with("/Resources")) {
+      steps.push_back("sync");
+    }
+  }
+  EXPECT_THAT(steps, ElementsAre("file", "file", "file", "sync", "list"));
 }
 
 TEST_F(KivResourceManagerStepTest, ACallOfTheHostBetweenCompletionsKeepsTheOrder) {

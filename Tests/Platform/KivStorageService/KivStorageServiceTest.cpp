@@ -102,6 +102,54 @@ TEST_F(KivStorageServiceTest, AnArchiveInAFileIsUnpackedAndTheFileGoes) {
   EXPECT_FALSE(fs::exists(root() + "/spooled"));
 }
 
+/// How often the resources directory itself was synced.
+std::size_t syncsOfResources(const FaultyFileManager& files) {
+  const auto operations = files.operations();
+  return static_cast<std::size_t>(
+      std::count_if(operations.begin(), operations.end(), [](const auto& operation) {
+        return operation.name == "synchronizeDirectory" && operation.path.ends_with("/Resources");
+      }));
+}
+
+TEST_F(KivStorageServiceTest, ABatchWaitsOnceForTheNamesOfAllItsFiles) {
+  EXPECT_FALSE(save("first.png", "x"));  // the directories stand
+  FaultyFileManager files;
+  {
+    KivStorageService::Batch outer;
+    KivStorageService::Batch inner;
+    for (const char* const name : {"a.png", "b.png", "c.png"}) {
+      EXPECT_FALSE(save(name, "bytes"));
+      EXPECT_EQ(contents(name), "bytes") << "complete at once";
+    }
+    EXPECT_TRUE(inner.end());
+    EXPECT_EQ(syncsOfResources(files), 0U);
+    EXPECT_TRUE(outer.end());
+    EXPECT_EQ(syncsOfResources(files), 1U);
+  }
+  EXPECT_EQ(syncsOfResources(files), 1U);
+  EXPECT_FALSE(save("d.png", "bytes"));
+  EXPECT_EQ(syncsOfResources(files), 2U) << "outside of a batch each waits by itself";
+}
+
+TEST_F(KivStorageServiceTest, TheEndOfABatchTellsThatTheDiskFailed) {
+  EXPECT_FALSE(save("first.png", "x"));
+  FaultyFileManager files;
+  KivStorageService::Batch batch;
+  EXPECT_FALSE(save("a.png", "bytes"));
+  files.setFailingOperation("synchronizeDirectory", EIO);
+  std::optional<Error> error;
+  EXPECT_FALSE(batch.end(&error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, EIO);
+  EXPECT_EQ(contents("a.png"), "bytes");
+}
+
+TEST_F(KivStorageServiceTest, ABatchWithoutFilesWaitsForNothing) {
+  FaultyFileManager files;
+  EXPECT_TRUE(KivStorageService::Batch().end());
+  EXPECT_TRUE(files.operations().empty());
+}
+
 TEST_F(KivStorageServiceTest, SavesInTheRootItself) {
   EXPECT_TRUE(KivStorageService::saveData_forFileName_atRelativePath_error(Data("x"), "a", ""));
   EXPECT_EQ(tree(), (Tree{{"a", "x"}}));
