@@ -72,6 +72,7 @@ TEST_F(KivResourceManagerStepTest, TheirFilesShareOneWaitForTheDiskBeforeTheList
   for (const char* name : {"/a.png", "/b.png", "/c.png"}) {
     kiv::DispatchQueue::main()->async([this, name] { client->succeed(name); });
   }
+  kiv::DispatchQueue::main()->drain();
   takeEvents();
   std::vector<std::string> steps;
   for (const auto& operation : files.operations()) {
