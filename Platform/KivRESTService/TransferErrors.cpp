@@ -50,7 +50,11 @@ std::string displayedURL(std::string_view url) {
 
 Error transferError(KivRESTServiceErrorCode code, std::string_view url, std::string_view what) {
   std::string message = "Could not load ";
-  message += url.empty() ? "the file" : "\"" + displayedURL(url) + "\"";
+  if (url.empty()) {
+    message += "the file";
+  } else {
+    message.append("\"").append(displayedURL(url)).append("\"");
+  }
   message += ": ";
   message.append(what.empty() ? clause(code) : what).append(".");
   return Error(KivRESTServiceErrorDomain, static_cast<std::int64_t>(code), message);
