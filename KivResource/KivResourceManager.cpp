@@ -137,7 +137,7 @@ void KivResourceManager::removeObserver(
 void KivResourceManager::endStep() {
   saveChanges();
   for (auto& announcement : std::exchange(announcements_, {}))
-    send(std::move(announcement));
+    send(announcement);
 }
 
 void KivResourceManager::saveChanges() {
@@ -161,7 +161,7 @@ void KivResourceManager::endStepLater() {
   }
 }
 
-void KivResourceManager::send(Announcement announcement) {
+void KivResourceManager::send(Announcement& announcement) {
   auto& [resource, failure] = announcement;
   if (!resource) {
     multicastObserver_->send([self = shared_from_this()](KivResourceManagerObserver& observer) {

@@ -205,6 +205,7 @@ class KIV_EXPORT KivResourceManager final
     /// Of a resource that failed, an error or nothing.
     std::shared_ptr<const std::optional<kiv::Error>> failure;
   };
-  void send(Announcement announcement);
+  /// Hands over what the announcement holds.
+  void send(Announcement& announcement);
   std::vector<Announcement> announcements_;
 };
