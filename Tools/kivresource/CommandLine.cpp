@@ -53,6 +53,7 @@ CLI::Option* addText(CLI::App& app, const std::string& name, std::optional<std::
 CLI::App* addCommand(CLI::App& app, Options& options, const std::string& name,
                      const std::string& help, Options::Command command) {
   CLI::App* const added = app.add_subcommand(name, help);
+  added->group("Commands");
   added->fallthrough();  // the general options may also stand behind the command
   added->footer("The general options, see kivresource --help, may stand here too.");
   added->callback([&options, command] { options.command = command; });
@@ -144,17 +145,28 @@ std::string onOneLine(std::string text) {
   return text;
 }
 
+/// In the words of the tool where those of the library would mislead.
+std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
+  const auto unknown = app.remaining();
+  if (!app.get_subcommands().empty()) return onOneLine(error.what());
+  if (!unknown.empty()) {
+    return (unknown.front().starts_with('-') ? "there is no option " : "there is no command ") +
+           unknown.front();
+  }
+  const auto* const required = dynamic_cast<const CLI::RequiredError*>(&error);
+  return required ? "a command is missing" : onOneLine(error.what());
+}
+
 }  // namespace
 
 ParsedCommandLine parseCommandLine(int count, const char* const* arguments) {
   Options options;
   CLI::App app(description, "kivresource");
   app.set_version_flag("--version", KivResourceVersionString);
-  app.require_subcommand(0, 1);  // that one is missing is said below, after what is unknown
+  app.require_subcommand(1);
   app.footer(footer);
   app.get_formatter()->column_width(30);
   app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-  app.get_formatter()->label("Subcommands", "Commands");
   app.get_formatter()->label("REQUIRED", "");
   addGeneralOptions(app, options);
   addPassCommands(app, options);
@@ -166,9 +178,8 @@ ParsedCommandLine parseCommandLine(int count, const char* const* arguments) {
     app.exit(wish);
     return {std::nullopt, exitStatus::success};
   } catch (const CLI::ParseError& error) {
-    return refuse(onOneLine(error.what()));
+    return refuse(whatIsWrong(app, error));
   }
-  if (!options.command) return refuse("a command is missing");
   return {std::move(options), exitStatus::success};
 }
 

@@ -51,7 +51,9 @@ std::string progressLine(const KivRESTServiceProgress& progress, std::size_t wid
   const std::size_t cells = std::min(longestBar, width - text.size() - frame);
   const auto filled =
       static_cast<std::size_t>(partDone(progress, files) * static_cast<double>(cells));
-  return "[" + std::string(filled, '#') + std::string(cells - filled, '-') + "]  " + text;
+  std::string line(1, '[');
+  line.append(filled, '#').append(cells - filled, '-');
+  return line.append("]  ").append(text);
 }
 
 }  // namespace tool
