@@ -35,19 +35,27 @@ Try it:
   kivresource list
   kivresource gallery gallery.html)";
 
-/// An option given as "" counts as none, so that it can take back what the environment says.
-void takeText(CLI::Option* option, std::optional<std::string>& place) {
-  option->each([&place](const std::string& text) {
-    place = text.empty() ? std::nullopt : std::optional(text);
-  });
-}
-
 CLI::Option* addText(CLI::App& app, const std::string& name, std::optional<std::string>& place,
                      const std::string& help) {
-  CLI::Option* const option = app.add_option_function<std::string>(
-      name, [](const std::string&) {}, help);
-  takeText(option, place);
-  return option;
+  return app.add_option_function<std::string>(
+      name, [&place](const std::string& text) { place = text; }, help);
+}
+
+/// A server given as "" is none: so the command line can take back what the environment says.
+void addServer(CLI::App& app, const std::string& name, const char* variable,
+               std::optional<std::string>& place, const std::string& help) {
+  const auto take = [&place](const std::string& url) {
+    place = url.empty() ? std::nullopt : std::optional(url);
+  };
+  app.add_option_function<std::string>(name, take, help)->type_name("URL")->envname(variable);
+}
+
+/// A directory given as "" is a mistake, most often a variable that is not set.
+void addDirectory(CLI::App& app, const std::string& name, std::optional<std::string>& place,
+                  const std::string& help) {
+  const CLI::Validator isNamed(
+      [](const std::string& path) { return std::string(path.empty() ? "is empty" : ""); }, "");
+  addText(app, name, place, help)->type_name("DIR")->check(isNamed);
 }
 
 CLI::App* addCommand(CLI::App& app, Options& options, const std::string& name,
@@ -76,17 +84,14 @@ void addSelection(CLI::App& command, Options& options) {
 }
 
 void addGeneralOptions(CLI::App& app, Options& options) {
-  addText(app, "--root", options.root,
-          "The storage root; a folder in the user's data directory where none is named")
-      ->type_name("DIR");
-  addText(app, "--main", options.mainURL, "The main server, like https://ads.example/files")
-      ->type_name("URL")
-      ->envname("KIVRESOURCE_MAIN_URL");
-  addText(app, "--reserve", options.reserveURL, "The reserve server, its mirror")
-      ->type_name("URL")
-      ->envname("KIVRESOURCE_RESERVE_URL");
-  addText(app, "--resources", options.resources, "The directory that holds InnerAdResources.bundle")
-      ->type_name("DIR");
+  addDirectory(app, "--root", options.root,
+               "The storage root; a folder in the user's data directory where none is named");
+  addServer(app, "--main", "KIVRESOURCE_MAIN_URL", options.mainURL,
+            "The main server, like https://ads.example/files");
+  addServer(app, "--reserve", "KIVRESOURCE_RESERVE_URL", options.reserveURL,
+            "The reserve server, its mirror");
+  addDirectory(app, "--resources", options.resources,
+               "The directory that holds InnerAdResources.bundle");
   app.add_flag("--json", options.json, "Prints JSON, one object a line");
 }
 

@@ -26,7 +26,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::SizeIs;
 using testing::StartsWith;
 
 class OtherCommandsTest : public testing::Test {

@@ -116,6 +116,15 @@ TEST_F(PassCommandsTest, SelectsByIdentifierOrType) {
   EXPECT_EQ(run({"list", "--type", "t"}).lines.back(), "1 resource");
 }
 
+TEST_F(PassCommandsTest, AnEmptyIdentifierSelectsEmptyIdentifiers) {
+  const std::string items =
+      R"({"engine":"e","name":"N","type":"t","banner_id":"","priority":1,"updated":1},)"
+      R"({"engine":"e","name":"N","type":"","banner_id":"x","priority":1,"updated":1})";
+  EXPECT_EQ(run({"load", "-", "--id", ""}, items).lines.back(), "1 resource loaded");
+  EXPECT_THAT(run({"list", "--id", ""}).lines, ElementsAre("  t  N", "1 resource"));
+  EXPECT_THAT(run({"load", "-", "--type", ""}, items).lines.front(), "loaded  x  N");
+}
+
 TEST_F(PassCommandsTest, UpdateDropsWhatTheConfigurationDoesNotName) {
   server_.serve("/a.png", Response::ok("a"));
   server_.serve("/b.png", Response::ok("b"));
@@ -259,7 +268,8 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{{"serve", ".", "--port", "x"}, "", "x"},
         Wrong{{"serve", ".", "--fault", "nonsense"}, "", "nonsense"},
         Wrong{{"serve", ".", "--fault", "/a=700"}, "", "/a=700"},
-        Wrong{{"gallery"}, "", "FILE.html"}));
+        Wrong{{"list", "--root", ""}, "", "--root"},
+        Wrong{{"list", "--resources="}, "", "--resources"}, Wrong{{"gallery"}, "", "FILE.html"}));
 
 TEST(HelpTest, NamesTheVariables) {
   const auto help = runTool({"--help"});

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,7 +48,9 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
                          const std::vector<std::string>& variables) {
   std::array<int, 2> in{-1, -1};
   std::array<int, 2> out{-1, -1};
-  if (pipe2(in.data(), O_CLOEXEC) != 0 || pipe2(out.data(), O_CLOEXEC) != 0) return;
+  // A socket instead of a pipe: writing to a tool that has ended raises no signal.
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in.data()) != 0) return;
+  if (pipe2(out.data(), O_CLOEXEC) != 0) return;
   input_ = in[1];
   output_ = out[0];
 
@@ -81,7 +84,7 @@ ToolProcess::~ToolProcess() {
 
 void ToolProcess::write(std::string_view text) const {
   while (!text.empty()) {
-    const ssize_t length = ::write(input_, text.data(), text.size());
+    const ssize_t length = send(input_, text.data(), text.size(), MSG_NOSIGNAL);
     if (length < 0 && errno != EINTR) return;
     if (length > 0) text.remove_prefix(static_cast<std::size_t>(length));
   }

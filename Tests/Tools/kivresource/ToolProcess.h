@@ -21,7 +21,8 @@ class ToolProcess {
   ToolProcess(const ToolProcess&) = delete;
   ToolProcess& operator=(const ToolProcess&) = delete;
 
-  /// Writes the text to the tool's standard input; returns when the tool, or a pipe, has it.
+  /// Writes the text to the tool's standard input; returns when the tool has it, or is
+  /// about to, or has ended.
   void write(std::string_view text) const;
   void writeLine(std::string_view line) const { write(std::string(line) + "\n"); }
   void closeInput();
