@@ -26,6 +26,11 @@ usage() {
   exit "$1"
 }
 
+# The headers among the lines of a CMake list.
+listed_headers() { sed -n -E 's/^ +((Platform|KivResource)\/.*\.h)$/\1/p'; }
+# The headers that a host may include.
+public_headers() { sed '/^set(KIVRESOURCE_PRIVATE_HEADERS/,$d' cmake/KivResourceHeaders.cmake | listed_headers; }
+
 processors() { getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2; }
 
 # Runs a command whose output matters only where it fails.

@@ -99,6 +99,7 @@ class ContentServer::Implementation {
   void stop();
   [[nodiscard]] std::string url() const;
 
+  void setRequestHandler(RequestHandler handler);
   void setFault(std::string_view path, std::optional<Fault> fault);
   [[nodiscard]] std::size_t requestCount(std::optional<std::string_view> path) const;
 
@@ -110,6 +111,9 @@ class ContentServer::Implementation {
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   std::atomic<bool> ended_ = false;
+
+  std::mutex handlerMutex_;
+  RequestHandler handler_;
 
   mutable std::mutex mutex_;
   std::string url_;
@@ -165,6 +169,11 @@ std::string ContentServer::Implementation::url() const {
   return url_;
 }
 
+void ContentServer::Implementation::setRequestHandler(RequestHandler handler) {
+  const std::lock_guard lock(handlerMutex_);
+  handler_ = std::move(handler);
+}
+
 void ContentServer::Implementation::setFault(std::string_view path, std::optional<Fault> fault) {
   const std::lock_guard lock(mutex_);
   if (fault) {
@@ -205,6 +214,8 @@ void ContentServer::Implementation::answer(const httplib::Request& request,
   } else {
     response.status = 404;
   }
+  const std::lock_guard lock(handlerMutex_);
+  if (handler_) handler_(request.method, request.path, response.status < 0 ? 200 : response.status);
 }
 
 ContentServer::ContentServer(std::string directory)
@@ -224,6 +235,10 @@ void ContentServer::stop() {
 
 std::string ContentServer::url() const {
   return implementation_->url();
+}
+
+void ContentServer::setRequestHandler(RequestHandler handler) {
+  implementation_->setRequestHandler(std::move(handler));
 }
 
 void ContentServer::failWithStatus(std::string_view path, int status) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -32,6 +33,13 @@ class ContentServer {
   /// The server's address, like "http://127.0.0.1:41234"; it stays after stop(), and is empty
   /// before the first start().
   [[nodiscard]] std::string url() const;
+
+  /// Called with each request, before it is answered: method, path, and the status that it will
+  /// get; of one that breaks off, that of the file. On the threads of the server, one at a time. To
+  /// be set before the server is started.
+  using RequestHandler =
+      std::function<void(const std::string& method, const std::string& path, int status)>;
+  void setRequestHandler(RequestHandler handler);
 
   /// From now on answers requests for the path with that status, without looking for the file.
   void failWithStatus(std::string_view path, int status);

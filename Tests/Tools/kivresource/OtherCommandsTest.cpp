@@ -1,0 +1,165 @@
+// audit, clean, serve and gallery, as they are typed.
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Tools/kivresource/ToolProcess.h"
+
+namespace {
+
+using kiv::test::LoopbackServer;
+using kiv::test::Response;
+using kiv::test::runTool;
+using kiv::test::ToolProcess;
+using kiv::test::ToolRun;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+class OtherCommandsTest : public testing::Test {
+ protected:
+  [[nodiscard]] std::string root() const { return directory_.path("ro ot'"); }
+  [[nodiscard]] std::string stored(const std::string& name) const {
+    return root() + "/KivResource/Resources/" + name;
+  }
+  ToolRun run(std::vector<std::string> arguments, const std::string& input = {}) {
+    arguments.insert(arguments.end(), {"--root", root()});
+    return runTool(arguments, input);
+  }
+  /// Loads a banner with the identifier and file name.
+  void loadBanner(const std::string& id, const std::string& name) {
+    server_.serve("/" + name, Response::ok("bytes"));
+    const auto load =
+        run({"load", "-", "--main", server_.url()},
+            R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":")" + id +
+                R"(","priority":1,"updated":1,"market_url":"javascript:x",)"
+                R"("image_728x90":")" +
+                name + R"("}]})");
+    ASSERT_EQ(load.status, 0) << load.errors;
+  }
+
+  const kiv::test::TemporaryDirectory directory_;
+  LoopbackServer server_;
+};
+
+// --- audit and clean -----------------------------------------------------------------------------
+
+TEST_F(OtherCommandsTest, AuditOfACompleteCacheFindsNothing) {
+  loadBanner("a", "a.png");
+  const auto audit = run({"audit"});
+  EXPECT_EQ(audit.status, 0);
+  EXPECT_EQ(audit.lines.front(), "nothing is missing, orphaned or temporary");
+}
+
+TEST_F(OtherCommandsTest, AuditShowsWhatIsMissingAndOrphaned) {
+  loadBanner("a", "a.png");
+  std::filesystem::remove(stored("a.png"));
+  directory_.write("ro ot'/KivResource/Resources/orphan.png");
+  const auto audit = run({"audit"});
+  EXPECT_EQ(audit.status, 1);
+  EXPECT_THAT(audit.lines, Contains("    " + stored("a.png") + "  0 B  of a"));
+  EXPECT_THAT(audit.lines, Contains(StartsWith("    " + stored("orphan.png"))));
+  EXPECT_THAT(
+      run({"audit", "--json"}).lines,
+      ElementsAre(StartsWith(R"({"missing":[{"path":")" + stored("a.png") +
+                             R"(","size":0,"resourceID":"a"}],"unreadable":[],"orphaned")")));
+}
+
+TEST_F(OtherCommandsTest, CleanRemovesOrphansAndNothingElse) {
+  loadBanner("a", "a.png");
+  const std::string orphan = directory_.write("ro ot'/KivResource/Resources/orphan.png");
+  const auto dry = run({"clean", "--dry-run"});
+  EXPECT_EQ(dry.status, 0);
+  EXPECT_THAT(dry.lines, ElementsAre("to be removed", StartsWith("    " + orphan)));
+  EXPECT_TRUE(std::filesystem::exists(orphan));
+  EXPECT_THAT(run({"clean"}).lines, ElementsAre("removed", StartsWith("    " + orphan)));
+  EXPECT_FALSE(std::filesystem::exists(orphan));
+  EXPECT_TRUE(std::filesystem::exists(stored("a.png")));
+  EXPECT_THAT(run({"clean"}).lines, ElementsAre("nothing to remove"));
+}
+
+TEST_F(OtherCommandsTest, CleanRefusesWhereTheSavedListCannotBeRead) {
+  const std::string orphan = directory_.write("ro ot'/KivResource/Resources/orphan.png");
+  directory_.write("ro ot'/KivResource/resources_config.json", "nonsense");
+  const auto clean = run({"clean"});
+  EXPECT_EQ(clean.status, 1);
+  EXPECT_THAT(clean.lines, IsEmpty());
+  EXPECT_THAT(clean.errors, HasSubstr("\nkivresource: "));
+  EXPECT_TRUE(std::filesystem::exists(orphan));
+}
+
+TEST_F(OtherCommandsTest, LookingAtAnEmptyCacheMakesNothing) {
+  EXPECT_EQ(run({"list"}).status, 0);
+  EXPECT_EQ(run({"audit"}).status, 0);
+  EXPECT_EQ(run({"clean", "--dry-run"}).status, 0);
+  EXPECT_FALSE(std::filesystem::exists(root()));
+}
+
+// --- serve ---------------------------------------------------------------------------------------
+
+TEST_F(OtherCommandsTest, ServesADirectoryAndTellsOfRequests) {
+  directory_.write("site/a.png", "bytes of a");
+  directory_.write("site/b.png", "bytes of b");
+  directory_.write("site/c.png", "bytes of c");
+  ToolProcess serve(
+      {"serve", directory_.path("site"), "--fault", "/b.png=404", "--fault", "c.png=break"});
+  const std::string url = serve.readLine().value_or("");
+  ASSERT_THAT(url, StartsWith("http://127.0.0.1:"));
+  const auto item = [](const std::string& id) {
+    return R"({"engine":"eco_standard","name":"N","type":"t","banner_id":")" + id +
+           R"(","priority":1,"updated":1,"market_url":"m","image_728x90":")" + id + R"(.png"})";
+  };
+  const auto load = [&](const std::string& id) {
+    return run({"load", "-", "--main", url}, R"({"items":[)" + item(id) + "]}");
+  };
+  EXPECT_EQ(load("a").status, 0);
+  EXPECT_EQ(serve.readLine(), "GET /a.png 200");
+  EXPECT_EQ(load("b").status, 1);
+  EXPECT_EQ(serve.readLine(), "GET /b.png 404");
+  const auto broken = load("c");
+  EXPECT_EQ(broken.status, 1);
+  EXPECT_THAT(broken.lines.front(), HasSubstr("Domain=kiv.KivRESTService"));
+  serve.sendSignal(SIGINT);
+  EXPECT_THAT(serve.readLines(), Contains("GET /c.png 200"));
+  EXPECT_EQ(serve.waitForExit(), 130);
+}
+
+// --- gallery -------------------------------------------------------------------------------------
+
+std::string read(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(OtherCommandsTest, GalleryShowsWhatIsLoadedAndNothingOfItsMarkup) {
+  loadBanner("<script>", "a.png");
+  const std::string page = directory_.path("gallery.html");
+  const auto gallery = run({"gallery", page});
+  EXPECT_EQ(gallery.status, 0) << gallery.errors;
+  EXPECT_THAT(gallery.lines, ElementsAre(page + " shows 1 resource"));
+  EXPECT_THAT(read(page),
+              HasSubstr("\"file://" + directory_.path("ro%20ot%27/KivResource/Resources/a.png\"")));
+  EXPECT_THAT(read(page), HasSubstr("&lt;script&gt;"));
+  EXPECT_THAT(read(page), Not(HasSubstr("<script>")));
+  EXPECT_THAT(read(page), Not(HasSubstr("javascript:")));
+}
+
+TEST_F(OtherCommandsTest, GalleryThatCannotBeWrittenIsStatus1) {
+  const auto gallery = run({"gallery", directory_.path("none/gallery.html")});
+  EXPECT_EQ(gallery.status, 1);
+  EXPECT_THAT(gallery.errors, HasSubstr("none/gallery.html: No such file or directory\n"));
+}
+
+}  // namespace

@@ -1,0 +1,287 @@
+// load, update and list, as they are typed.
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Tools/kivresource/ToolProcess.h"
+
+namespace {
+
+using kiv::test::LoopbackServer;
+using kiv::test::Response;
+using kiv::test::runTool;
+using kiv::test::ToolProcess;
+using kiv::test::ToolRun;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+std::string banner(const std::string& id, const std::string& link, int updated = 1) {
+  return R"({"engine":"eco_standard","name":"Name of )" + id + R"(","type":"t","banner_id":")" +
+         id + R"(","priority":1,"updated":)" + std::to_string(updated) +
+         R"(,"market_url":"m","image_728x90":")" + link + R"("})";
+}
+
+std::string config(const std::string& items) {
+  return R"({"items":[)" + items + "]}";
+}
+
+class PassCommandsTest : public testing::Test {
+ protected:
+  [[nodiscard]] std::string root() const { return directory_.path("root"); }
+  [[nodiscard]] std::string stored(const std::string& name) const {
+    return root() + "/KivResource/Resources/" + name;
+  }
+  /// Runs the tool on this root and server, with the configuration on standard input.
+  ToolRun run(std::vector<std::string> arguments, const std::string& items = {}) {
+    arguments.insert(arguments.end(), {"--root", root(), "--main", server_.url()});
+    return runTool(arguments, config(items));
+  }
+
+  const kiv::test::TemporaryDirectory directory_;
+  LoopbackServer server_;
+};
+
+// --- What a person sees, and the exit status -----------------------------------------------------
+
+TEST_F(PassCommandsTest, LoadsFromStandardInput) {
+  server_.serve("/a.png", Response::ok("a"));
+  const auto load = run({"load", "-"}, banner("a", "a.png"));
+  EXPECT_EQ(load.status, 0) << load.errors;
+  EXPECT_THAT(load.lines, ElementsAre("loaded  a  Name of a", "1 resource loaded"));
+  EXPECT_THAT(run({"list"}).lines,
+              ElementsAre("a  t  Name of a", "    " + stored("a.png"), "1 resource"));
+}
+
+TEST_F(PassCommandsTest, LoadsFromAFileAndWhatIsCurrentCounts) {
+  server_.serve("/a.png", Response::ok("a"));
+  const std::string path = directory_.write("config.json", config(banner("a", "a.png")));
+  EXPECT_EQ(run({"load", path}).status, 0);
+  const auto again = run({"load", path});
+  EXPECT_EQ(again.status, 0);
+  EXPECT_THAT(again.lines, ElementsAre("loaded  a  Name of a", "1 resource loaded"));
+  EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(PassCommandsTest, OneFailureIsStatus1) {
+  server_.serve("/a.png", Response::ok("a"));
+  const auto load = run({"load", "-"}, banner("a", "a.png") + "," + banner("b", "b.png"));
+  EXPECT_EQ(load.status, 1);
+  EXPECT_THAT(load.lines, Contains(StartsWith("failed  b  Name of b: Error Domain=")));
+  EXPECT_EQ(load.lines.back(), "1 resource loaded, 1 failed");
+}
+
+TEST_F(PassCommandsTest, AnItemThatMakesNoResourceIsStatus1) {
+  const auto load = run({"load", "-"}, R"({"engine":"eco_standard"}, 7)");
+  EXPECT_EQ(load.status, 1);
+  EXPECT_THAT(load.lines,
+              ElementsAre(StartsWith("failed  item 1: "), StartsWith("failed  item 2: "),
+                          "0 resources loaded, 2 failed"));
+}
+
+TEST_F(PassCommandsTest, AResourceWhoseFilesComeToNothingIsStatus1) {
+  // Two links that end alike are one file; the page takes it, the video's icon is never found.
+  server_.serve("/x/index.html", Response::ok("page"));
+  const auto load =
+      run({"load", "-"}, R"({"engine":"eco_fs","name":"N","type":"t","banner_id":"p","priority":1,)"
+                         R"("updated":1,"html":"x/index.html"})");
+  EXPECT_EQ(load.status, 1);
+  EXPECT_THAT(load.lines,
+              ElementsAre("failed  p: its files are not complete", "0 resources loaded, 1 failed"));
+}
+
+TEST_F(PassCommandsTest, WithoutAServerSaysSo) {
+  const auto load = runTool({"load", "-", "--root", root()}, config(banner("a", "a.png")));
+  EXPECT_EQ(load.status, 1);
+  EXPECT_THAT(load.errors, HasSubstr("kivresource: no main server is named: see --main\n"));
+}
+
+TEST_F(PassCommandsTest, SelectsByIdentifierOrType) {
+  server_.serve("/a.png", Response::ok("a"));
+  const std::string items = banner("a", "a.png") + "," + banner("b", "b.png");
+  EXPECT_EQ(run({"load", "-", "--id", "a"}, items).status, 0);
+  EXPECT_EQ(run({"load", "-", "--type", "t"}, items).status, 1);
+  EXPECT_EQ(run({"load", "-", "--type", "none"}, items).status, 0);
+  EXPECT_THAT(run({"list", "--id", "b"}).lines, ElementsAre("0 resources"));
+  EXPECT_EQ(run({"list", "--type", "t"}).lines.back(), "1 resource");
+}
+
+TEST_F(PassCommandsTest, AnEmptyIdentifierSelectsEmptyIdentifiers) {
+  const std::string items =
+      R"({"engine":"e","name":"N","type":"t","banner_id":"","priority":1,"updated":1},)"
+      R"({"engine":"e","name":"N","type":"","banner_id":"x","priority":1,"updated":1})";
+  EXPECT_EQ(run({"load", "-", "--id", ""}, items).lines.back(), "1 resource loaded");
+  EXPECT_THAT(run({"list", "--id", ""}).lines, ElementsAre("  t  N", "1 resource"));
+  EXPECT_THAT(run({"load", "-", "--type", ""}, items).lines.front(), "loaded  x  N");
+}
+
+TEST_F(PassCommandsTest, UpdateDropsWhatTheConfigurationDoesNotName) {
+  server_.serve("/a.png", Response::ok("a"));
+  server_.serve("/b.png", Response::ok("b"));
+  EXPECT_EQ(run({"load", "-"}, banner("a", "a.png")).status, 0);
+  EXPECT_EQ(run({"update", "-"}, banner("b", "b.png")).status, 0);
+  EXPECT_THAT(run({"list"}).lines,
+              ElementsAre("b  t  Name of b", "    " + stored("b.png"), "1 resource"));
+}
+
+TEST_F(PassCommandsTest, PrintsEventsAndResultsAsJSON) {
+  server_.serve("/a.png", Response::ok("a"));
+  const auto load = run({"load", "-", "--json"}, banner("a", "a.png"));
+  EXPECT_EQ(load.status, 0);
+  EXPECT_THAT(load.lines,
+              ElementsAre(StartsWith(R"({"event":"didLoadResource","resource":{"class":"KivRes)"),
+                          R"({"event":"didFinishLoading"})"));
+  EXPECT_THAT(run({"--json", "list"}).lines,
+              ElementsAre(StartsWith(R"({"result":"allLoadedResources","resources":[{"class":)")));
+  EXPECT_THAT(run({"--json", "list", "--id", "none"}).lines,
+              ElementsAre(R"({"result":"loadedResourcesWithID","resources":[]})"));
+}
+
+TEST_F(PassCommandsTest, CtrlCKeepsWhatIsCompleteAndExits130) {
+  server_.serve("/a.png", Response::ok("a"));
+  server_.serve("/slow.png", Response::ok("slow").stallAt(1));
+  ToolProcess load({"load", "-", "--root", root(), "--main", server_.url()});
+  load.write(config(banner("a", "a.png") + "," + banner("slow", "slow.png")));
+  load.closeInput();
+  EXPECT_EQ(load.readLine(), "loaded  a  Name of a");
+  ASSERT_TRUE(server_.waitForRequests("/slow.png", 1));
+  load.sendSignal(SIGINT);
+  EXPECT_THAT(load.readLines(), ElementsAre("stopped; 1 resource loaded"));
+  EXPECT_EQ(load.waitForExit(), 130);
+  EXPECT_EQ(run({"list"}).lines.back(), "1 resource");
+}
+
+TEST_F(PassCommandsTest, TextsOfAConfigurationDoNotReachTheTerminalRaw) {
+  const auto load = run({"load", "-"}, R"({"engine":"e","name":"\u001b[31mred\u009b","type":"t",)"
+                                       R"("banner_id":"x\n","priority":1,"updated":1})");
+  EXPECT_EQ(load.lines.front(), "loaded  x?  ?[31mred?");
+}
+
+// --- Where things come from ----------------------------------------------------------------------
+
+TEST_F(PassCommandsTest, ServersCanComeFromTheEnvironment) {
+  LoopbackServer reserve;
+  reserve.serve("/a.png", Response::ok("a"));
+  const auto load = runTool(
+      {"load", "-", "--root", root()}, config(banner("a", "a.png")),
+      {"KIVRESOURCE_MAIN_URL=" + server_.url(), "KIVRESOURCE_RESERVE_URL=" + reserve.url()});
+  EXPECT_EQ(load.status, 0) << load.errors;
+  EXPECT_EQ(server_.requests().size(), 1U);
+  EXPECT_EQ(reserve.requests().size(), 1U);
+}
+
+TEST_F(PassCommandsTest, TheCommandLineGoesBeforeTheEnvironment) {
+  server_.serve("/a.png", Response::ok("a"));
+  const auto load =
+      runTool({"load", "-", "--root", root(), "--main", server_.url(), "--reserve", ""},
+              config(banner("a", "a.png")),
+              {"KIVRESOURCE_MAIN_URL=http://[", "KIVRESOURCE_RESERVE_URL=http://["});
+  EXPECT_EQ(load.status, 0) << load.errors;
+}
+
+TEST_F(PassCommandsTest, KeepsThingsInTheUsersDataDirectoryByDefault) {
+  const std::string item =
+      R"({"engine":"e","name":"N","type":"t","banner_id":"x","priority":1,"updated":1})";
+  ToolProcess load({"load", "-"});
+  load.write(config(item));
+  load.closeInput();
+  load.readLines();
+  EXPECT_EQ(load.waitForExit(), 0);
+  EXPECT_TRUE(std::filesystem::exists(
+      load.home().path(".local/share/kivresource/KivResource/resources_config.json")));
+}
+
+TEST_F(PassCommandsTest, TakesPackagedResourcesFromTheNamedDirectory) {
+  directory_.write("packaged/InnerAdResources.bundle/mine.png", "packaged");
+  const auto load = run({"load", "-", "--resources", directory_.path("packaged")},
+                        banner("a", "anywhere/mine.png"));
+  EXPECT_EQ(load.status, 0);
+  EXPECT_THAT(server_.requests(), IsEmpty());
+  EXPECT_FALSE(std::filesystem::exists(stored("mine.png")));
+}
+
+TEST_F(PassCommandsTest, RemovesNothingOutsideTheRoot) {
+  server_.serve("/new.png", Response::ok("new"));
+  const std::string foreign = directory_.write("foreign.png", "precious");
+  directory_.write("root/KivResource/resources_config.json", "[" + banner("a", foreign) + "]");
+  EXPECT_EQ(run({"load", "-"}, banner("a", "new.png", 2)).status, 0);
+  EXPECT_TRUE(std::filesystem::exists(foreign));
+  EXPECT_THAT(run({"list"}).lines, Contains("    " + stored("new.png")));
+}
+
+// --- Wrong usage ---------------------------------------------------------------------------------
+
+struct Wrong {
+  std::vector<std::string> arguments;
+  std::string input;
+  std::string says;
+};
+
+class WrongUsageTest : public testing::TestWithParam<Wrong> {};
+
+TEST_P(WrongUsageTest, IsStatus2AndOneLineAndChangesNothing) {
+  const auto& [arguments, input, says] = GetParam();
+  ToolProcess tool(arguments);
+  tool.write(input);
+  tool.closeInput();
+  EXPECT_THAT(tool.readLines(), IsEmpty());
+  EXPECT_EQ(tool.waitForExit(), 2);
+  const std::string errors = tool.errors();
+  EXPECT_THAT(errors, testing::AllOf(StartsWith("kivresource: "), HasSubstr(says)));
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
+  std::size_t items = 0;
+  for (const auto& item : std::filesystem::directory_iterator(tool.home().path())) {
+    if (item.path().filename() != "errors") ++items;
+  }
+  EXPECT_EQ(items, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, WrongUsageTest,
+    testing::Values(
+        Wrong{{}, "", "a command is missing"}, Wrong{{"--root", "r"}, "", "a command is missing"},
+        Wrong{{"bogus"}, "", "bogus"}, Wrong{{"load"}, "", "CONFIG"},
+        Wrong{{"load", "-", "extra"}, "{}", "extra"},
+        Wrong{{"load", "-", "--bogus"}, "{}", "--bogus"},
+        Wrong{{"load", "-", "--id"}, "{}", "--id"},
+        Wrong{{"load", "-", "--id", "a", "--type", "b"}, "{}", "--type"},
+        Wrong{{"update", "-", "--id", "a"}, "{}", "--id"}, Wrong{{"list", "load"}, "", "load"},
+        Wrong{{"load", "no/such/file"}, "", "no/such/file: No such file or directory"},
+        Wrong{{"load", "."}, "", ".: Is a directory"},
+        Wrong{{"load", "-", "--root", "r"}, "", "standard input: "},
+        Wrong{{"load", "-", "--root", "r"}, "{\"items\": [\n  {},\n  nope]}", "line 3, column 3"},
+        Wrong{{"update", "-", "--root", "r"}, "{} {}", "line 1, column 4"},
+        Wrong{{"load", "-", "--root", "r"}, "[]", "a configuration is a JSON object"},
+        Wrong{{"load", "-", "--root", "r"}, "7", "standard input: "}, Wrong{{"serve"}, "", "DIR"},
+        Wrong{{"serve", "no/such"}, "", "no/such"},
+        Wrong{{"serve", ".", "--port", "65536"}, "", "65536"},
+        Wrong{{"serve", ".", "--port", "x"}, "", "x"},
+        Wrong{{"serve", ".", "--fault", "nonsense"}, "", "nonsense"},
+        Wrong{{"serve", ".", "--fault", "/a=700"}, "", "/a=700"},
+        Wrong{{"list", "--root", ""}, "", "--root"},
+        Wrong{{"list", "--resources="}, "", "--resources"}, Wrong{{"gallery"}, "", "FILE.html"}));
+
+TEST(HelpTest, NamesTheVariables) {
+  const auto help = runTool({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_THAT(help.errors, IsEmpty());
+  EXPECT_THAT(help.lines, Contains(HasSubstr("KIVRESOURCE_MAIN_URL")));
+  EXPECT_THAT(help.lines, Contains(HasSubstr("KIVRESOURCE_RESERVE_URL")));
+  EXPECT_THAT(help.lines, Contains(HasSubstr("NO_COLOR")));
+}
+
+TEST(HelpTest, TellsTheVersion) {
+  EXPECT_THAT(runTool({"--version"}).lines, ElementsAre(StartsWith("KivResource 1.")));
+}
+
+}  // namespace

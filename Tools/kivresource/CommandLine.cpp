@@ -1,0 +1,191 @@
+#include "Tools/kivresource/CommandLine.h"
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "KivResource/KivResource.h"
+#include "Tools/kivresource/Commands.h"
+#include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/Host.h"
+
+namespace tool {
+
+namespace {
+
+constexpr const char* description =
+    "Keeps a local cache of remote advertising resources: loads what a configuration names, shows "
+    "what is loaded, and looks after it.";
+
+constexpr const char* footer = R"(
+Environment:
+  KIVRESOURCE_MAIN_URL     the main server, where --main does not name it
+  KIVRESOURCE_RESERVE_URL  the reserve server, where --reserve does not name it
+  NO_COLOR                 when set, nothing is coloured
+
+Exit status:
+  0    every resource is loaded or current
+  1    at least one failed
+  2    wrong usage, or a configuration that cannot be read
+  130  stopped by Ctrl-C; what was complete stays
+
+Try it:
+  kivresource serve Examples/content/server --port 8080 &
+  kivresource --main http://127.0.0.1:8080 load Examples/content/first.json
+  kivresource list
+  kivresource gallery gallery.html)";
+
+CLI::Option* addText(CLI::App& app, const std::string& name, std::optional<std::string>& place,
+                     const std::string& help) {
+  return app.add_option_function<std::string>(
+      name, [&place](const std::string& text) { place = text; }, help);
+}
+
+/// A server given as "" is none: so the command line can take back what the environment says.
+void addServer(CLI::App& app, const std::string& name, const char* variable,
+               std::optional<std::string>& place, const std::string& help) {
+  const auto take = [&place](const std::string& url) {
+    place = url.empty() ? std::nullopt : std::optional(url);
+  };
+  app.add_option_function<std::string>(name, take, help)->type_name("URL")->envname(variable);
+}
+
+/// A directory given as "" is a mistake, most often a variable that is not set.
+void addDirectory(CLI::App& app, const std::string& name, std::optional<std::string>& place,
+                  const std::string& help) {
+  const CLI::Validator isNamed(
+      [](const std::string& path) { return std::string(path.empty() ? "is empty" : ""); }, "");
+  addText(app, name, place, help)->type_name("DIR")->check(isNamed);
+}
+
+CLI::App* addCommand(CLI::App& app, Options& options, const std::string& name,
+                     const std::string& help, Options::Command command) {
+  CLI::App* const added = app.add_subcommand(name, help);
+  added->group("Commands");
+  added->fallthrough();  // the general options may also stand behind the command
+  added->footer("The general options, see kivresource --help, may stand here too.");
+  added->callback([&options, command] { options.command = command; });
+  return added;
+}
+
+void addConfig(CLI::App& command, Options& options) {
+  command
+      .add_option("CONFIG", options.config,
+                  "A configuration in JSON: a path, or - for standard input")
+      ->required()
+      ->type_name("");
+}
+
+void addSelection(CLI::App& command, Options& options) {
+  auto* const id = addText(command, "--id", options.id, "Only the resources with this identifier");
+  auto* const type = addText(command, "--type", options.type, "Only the resources of this type");
+  id->type_name("ID")->excludes(type);
+  type->type_name("TYPE")->excludes(id);
+}
+
+void addGeneralOptions(CLI::App& app, Options& options) {
+  addDirectory(app, "--root", options.root,
+               "The storage root; a folder in the user's data directory where none is named");
+  addServer(app, "--main", "KIVRESOURCE_MAIN_URL", options.mainURL,
+            "The main server, like https://ads.example/files");
+  addServer(app, "--reserve", "KIVRESOURCE_RESERVE_URL", options.reserveURL,
+            "The reserve server, its mirror");
+  addDirectory(app, "--resources", options.resources,
+               "The directory that holds InnerAdResources.bundle");
+  app.add_flag("--json", options.json, "Prints JSON, one object a line");
+}
+
+void addPassCommands(CLI::App& app, Options& options) {
+  auto* const load = addCommand(app, options, "load", "Loads what a configuration names", runLoad);
+  addConfig(*load, options);
+  addSelection(*load, options);
+  auto* const update = addCommand(
+      app, options, "update",
+      "Loads what a configuration names, and drops from the list what it does not name", runUpdate);
+  addConfig(*update, options);
+  auto* const list =
+      addCommand(app, options, "list", "Shows what is loaded, with local paths", runList);
+  addSelection(*list, options);
+}
+
+void addUpkeepCommands(CLI::App& app, Options& options) {
+  addCommand(app, options, "audit", "Shows what is missing, orphaned or temporary", runAudit);
+  auto* const clean =
+      addCommand(app, options, "clean", "Removes files that no loaded resource uses", runClean);
+  clean->add_flag("--dry-run", options.dryRun, "Only shows what would be removed");
+}
+
+void addOtherCommands(CLI::App& app, Options& options) {
+  auto* const serve =
+      addCommand(app, options, "serve",
+                 "Serves a directory on the loopback interface, for trying things out", runServe);
+  serve->add_option("DIR", options.directory, "The directory")->required()->type_name("");
+  serve->add_option("--port", options.port, "The port; a free one where none is named")
+      ->type_name("N")
+      ->check(CLI::Range(0, 65535));
+  serve
+      ->add_option("--fault", options.faults,
+                   "What goes wrong: PATH=STATUS answers with that status, PATH=break breaks off "
+                   "in the middle; may be given more than once")
+      ->type_name("RULE")
+      ->allow_extra_args(false);
+  addCommand(app, options, "session", "Reads calls as JSON lines, and prints what comes of them",
+             runSession);
+  auto* const gallery = addCommand(app, options, "gallery",
+                                   "Writes a page that shows every loaded resource", runGallery);
+  gallery->add_option("FILE.html", options.page, "The page to write")->required()->type_name("");
+}
+
+ParsedCommandLine refuse(const std::string& why) {
+  complain(why + " (see kivresource --help)");
+  return {std::nullopt, exitStatus::usage};
+}
+
+std::string onOneLine(std::string text) {
+  for (char& character : text) {
+    if (character == '\n') character = ' ';
+  }
+  while (!text.empty() && text.back() == ' ')
+    text.pop_back();
+  return text;
+}
+
+/// In the words of the tool where those of the library would mislead.
+std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
+  const auto unknown = app.remaining();
+  if (!app.get_subcommands().empty()) return onOneLine(error.what());
+  if (!unknown.empty()) {
+    return (unknown.front().starts_with('-') ? "there is no option " : "there is no command ") +
+           unknown.front();
+  }
+  const auto* const required = dynamic_cast<const CLI::RequiredError*>(&error);
+  return required ? "a command is missing" : onOneLine(error.what());
+}
+
+}  // namespace
+
+ParsedCommandLine parseCommandLine(int count, const char* const* arguments) {
+  Options options;
+  CLI::App app(description, "kivresource");
+  app.set_version_flag("--version", KivResourceVersionString);
+  app.require_subcommand(1);
+  app.footer(footer);
+  app.get_formatter()->column_width(30);
+  app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+  app.get_formatter()->label("REQUIRED", "");
+  addGeneralOptions(app, options);
+  addPassCommands(app, options);
+  addUpkeepCommands(app, options);
+  addOtherCommands(app, options);
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::Success& wish) {  // help, or the version
+    app.exit(wish);
+    return {std::nullopt, exitStatus::success};
+  } catch (const CLI::ParseError& error) {
+    return refuse(whatIsWrong(app, error));
+  }
+  return {std::move(options), exitStatus::success};
+}
+
+}  // namespace tool

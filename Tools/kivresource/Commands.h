@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Tools/kivresource/Options.h"
+
+namespace tool {
+
+// The commands. Each runs on the main thread, which drains the main queue, the manager's own, and
+// answers the exit status of the program.
+
+int runLoad(const Options& options);
+int runUpdate(const Options& options);
+int runList(const Options& options);
+int runAudit(const Options& options);
+int runClean(const Options& options);
+int runServe(const Options& options);
+int runSession(const Options& options);
+int runGallery(const Options& options);
+
+}  // namespace tool

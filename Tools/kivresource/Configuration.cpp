@@ -1,0 +1,63 @@
+#include "Tools/kivresource/Configuration.h"
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <fcntl.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "KivResource/KivResource.h"
+
+namespace tool {
+
+namespace {
+
+/// The bytes up to the end; nothing, with errno set, where they cannot be read.
+std::optional<std::string> readToEnd(int descriptor) {
+  std::string bytes;
+  std::array<char, std::size_t{64} * 1024> piece{};
+  while (true) {
+    const ssize_t length = read(descriptor, piece.data(), piece.size());
+    if (length == 0) return bytes;
+    if (length > 0) {
+      bytes.append(piece.data(), static_cast<std::size_t>(length));
+    } else if (errno != EINTR) {
+      return std::nullopt;
+    }
+  }
+}
+
+/// What lies at the path may be a pipe as well as a file.
+std::optional<std::string> readFile(const std::string& path) {
+  if (path == "-") return readToEnd(STDIN_FILENO);
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return std::nullopt;
+  auto bytes = readToEnd(descriptor);
+  const int failure = errno;
+  close(descriptor);
+  errno = failure;
+  return bytes;
+}
+
+}  // namespace
+
+std::optional<kiv::Value> readConfiguration(const std::string& path, std::string& objection) {
+  const std::string name = path == "-" ? "standard input" : path;
+  auto text = readFile(path);
+  if (!text) {
+    objection = name + ": " + std::error_code(errno, std::generic_category()).message();
+    return std::nullopt;
+  }
+  std::optional<kiv::Error> error;
+  auto config = kiv::JSON::read(kiv::Data(std::move(*text)), &error);
+  if (!config) {
+    objection = name + ": " + (error ? error->localizedDescription() : "is no JSON");
+  } else if (!config->isDictionary()) {
+    objection = name + ": a configuration is a JSON object, with an array \"items\"";
+    return std::nullopt;
+  }
+  return config;
+}
+
+}  // namespace tool

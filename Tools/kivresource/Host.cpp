@@ -1,0 +1,55 @@
+#include "Tools/kivresource/Host.h"
+
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <syslog.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "KivResource/KivResource.h"
+#include "Tools/kivresource/Text.h"
+
+namespace tool {
+
+namespace {
+
+/// An absolute path stays as it was typed.
+std::string absolutePath(const std::string& path) {
+  std::error_code ignored;
+  const auto absolute = std::filesystem::absolute(path, ignored);
+  // Only the disk can tell where ".." leads.
+  const bool leadsUp = path.find("..") != std::string::npos;
+  return path.starts_with('/') || leadsUp ? absolute.string()
+                                          : absolute.lexically_normal().string();
+}
+
+}  // namespace
+
+bool configureFramework(const Options& options) {
+  if (options.root) KivStorageService::setRootPath(absolutePath(*options.root));
+  const std::string root = KivStorageService::rootPath();
+  if (root.empty()) {
+    complain("there is no directory for the user's data: name a storage root with --root");
+    return false;
+  }
+  kiv::FileManager::setRemovalRoots({{root}});
+  if (options.resources) kiv::Bundle::setFrameworkResourcesPath(options.resources);
+  KivAppConfiguration::sharedInstance()->setMainACSDomain(options.mainURL);
+  KivAppConfiguration::sharedInstance()->setReserveACSDomain(options.reserveURL);
+  return true;
+}
+
+void keepLogFromTerminal() {
+  if (isatty(STDERR_FILENO) != 1) return;
+  kiv::SystemLog::setHandler([](std::string_view line) {
+    syslog(LOG_USER | LOG_NOTICE, "%s", std::string(line).c_str());
+  });
+}
+
+void complain(std::string_view text) {
+  std::cerr << "kivresource: " << printable(text) << std::endl;
+}
+
+}  // namespace tool

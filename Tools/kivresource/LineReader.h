@@ -1,0 +1,36 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace tool {
+
+/// Reads a descriptor line by line on a thread of its own, so that who writes to it is never kept
+/// waiting and nobody here waits for it.
+class LineReader {
+ public:
+  /// `takeLine` is called with each line, without its end, also with a last one that has none;
+  /// `takeEnd` once after them. Both are called on the reader's thread.
+  LineReader(int descriptor, std::function<void(std::string line)> takeLine,
+             std::function<void()> takeEnd);
+  /// Ends the reading, wherever it stands, and waits for the thread.
+  ~LineReader();
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+ private:
+  void read();
+  bool waitForBytes() const;
+  void takeBytes(const char* bytes, std::size_t length);
+
+  const int descriptor_;
+  const std::function<void(std::string)> takeLine_;
+  const std::function<void()> takeEnd_;
+  std::string begun_;
+  std::array<int, 2> stop_{-1, -1};
+  std::thread thread_;
+};
+
+}  // namespace tool

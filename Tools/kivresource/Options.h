@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// What one run of the tool was asked to do.
+struct Options {
+  using Command = int (*)(const Options&);
+  /// Runs the command; answers the exit status of the program.
+  Command command = nullptr;
+
+  // For every command.
+  std::optional<std::string> root;
+  std::optional<std::string> mainURL;
+  std::optional<std::string> reserveURL;
+  std::optional<std::string> resources;
+  bool json = false;
+
+  // For those that take them.
+  std::string config;  ///< A path, or "-" for standard input.
+  std::optional<std::string> id;
+  std::optional<std::string> type;
+  bool dryRun = false;
+  std::string directory;
+  int port = 0;
+  std::vector<std::string> faults;
+  std::string page;
+};
+
+}  // namespace tool

@@ -1,0 +1,122 @@
+// load and update: one pass, shown while it goes on.
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "KivResource/KivResource.h"
+#include "Tools/kivresource/Commands.h"
+#include "Tools/kivresource/Configuration.h"
+#include "Tools/kivresource/EventLines.h"
+#include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/Host.h"
+#include "Tools/kivresource/InterruptWatch.h"
+#include "Tools/kivresource/PassOutcome.h"
+#include "Tools/kivresource/PassView.h"
+#include "Tools/kivresource/Text.h"
+
+namespace tool {
+
+namespace {
+
+using Call = std::function<void(KivResourceManager&)>;
+
+/// Makes the call and runs the main queue until the pass has ended, with every callback of it.
+/// Answers the signal that stopped it, or 0.
+int runPass(KivResourceManager& manager, const Call& call) {
+  int stoppedBy = 0;
+  const InterruptWatch watch([&](int signal) {
+    stoppedBy = signal;
+    manager.stopLoading();
+  });
+  const auto queue = kiv::DispatchQueue::main();
+  call(manager);
+  while (manager.loadingResourcesFilesCount() > 0)
+    queue->drainFor(std::chrono::hours(1));
+  while (queue->drain() > 0) {
+  }
+  return stoppedBy;
+}
+
+void showWhatIsMissing(PassView& view, const Options& options, const Expected& expected,
+                       const PassOutcome& outcome) {
+  for (const auto place : expected.unacceptable) {
+    view.showFailure("item " + std::to_string(place),
+                     "lacks what its engine needs, or is no object");
+  }
+  for (const auto& resource : outcome.unheardOf(expected)) {
+    view.showFailure(printable(resource->resourceID()), "its files are not complete");
+  }
+  if (outcome.failed() > 0 && !options.mainURL) {
+    complain("no main server is named: see --main");
+  }
+}
+
+std::string summary(std::size_t loaded, std::size_t failed) {
+  return counted(loaded, "resource") + " loaded" +
+         (failed > 0 ? ", " + std::to_string(failed) + " failed" : "");
+}
+
+/// The books of the pass, an exit status.
+int close(const Expected& expected, const PassOutcome& outcome, int stoppedBy, PassView* view,
+          const Options& options) {
+  const std::size_t failed =
+      outcome.failed() + outcome.unheardOf(expected).size() + expected.unacceptable.size();
+  if (view && stoppedBy == 0) {
+    showWhatIsMissing(*view, options, expected, outcome);
+    view->showEnd(summary(outcome.loaded(), failed));
+  } else if (view) {
+    view->showEnd("stopped; " + counted(outcome.loaded(), "resource") + " loaded");
+  }
+  if (stoppedBy != 0) return exitStatus::signalled + stoppedBy;
+  return failed == 0 ? exitStatus::success : exitStatus::failure;
+}
+
+int passWithConfig(const Options& options,
+                   const std::function<void(KivResourceManager&, const kiv::Value&)>& call) {
+  std::string objection;
+  const auto config = readConfiguration(options.config, objection);
+  if (!config) {
+    complain(objection);
+    return exitStatus::usage;
+  }
+  if (!configureFramework(options)) return exitStatus::usage;
+  const Expected expected = Expected::of(*config, options.id, options.type);
+  if (!options.json) keepLogFromTerminal();
+
+  const auto manager = KivResourceManager::sharedInstance();
+  const auto outcome = std::make_shared<PassOutcome>();
+  const auto view = options.json ? nullptr : std::make_shared<PassView>();
+  const auto lines = options.json ? std::make_shared<EventLines>() : nullptr;
+  manager->addObserver(outcome);
+  manager->addObserver(view);
+  manager->addObserver(lines);
+  if (view) {
+    manager->loader()->restService()->setProgressHandler(
+        [view](const auto& progress) { view->showProgress(progress); });
+  }
+  const int stoppedBy = runPass(*manager, [&](auto& host) { call(host, *config); });
+  return close(expected, *outcome, stoppedBy, view.get(), options);
+}
+
+}  // namespace
+
+int runLoad(const Options& options) {
+  return passWithConfig(options, [&](auto& manager, const kiv::Value& config) {
+    if (options.id) {
+      manager.loadResourceWithID_forConfig(options.id, config);
+    } else if (options.type) {
+      manager.loadResourcesWithType_forConfig(options.type, config);
+    } else {
+      manager.loadResourcesForConfig(config);
+    }
+  });
+}
+
+int runUpdate(const Options& options) {
+  return passWithConfig(options, [](auto& manager, const kiv::Value& config) {
+    manager.updateResourcesForConfig(config);
+  });
+}
+
+}  // namespace tool

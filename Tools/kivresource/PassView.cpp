@@ -1,0 +1,64 @@
+#include "Tools/kivresource/PassView.h"
+
+#include <iostream>
+
+#include "Tools/kivresource/ProgressBar.h"
+#include "Tools/kivresource/Text.h"
+
+namespace tool {
+
+namespace {
+
+std::string titleOf(const KivResource& resource) {
+  return printable(resource.resourceID()) + "  " + printable(resource.name());
+}
+
+}  // namespace
+
+void PassView::resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
+                                               const std::shared_ptr<KivResource>& resource) {
+  printLine(terminal_.styled(Terminal::Style::green, "loaded") + "  " + titleOf(*resource));
+}
+
+void PassView::resourceManager_didFailToLoadResource_withError(
+    const std::shared_ptr<KivResourceManager>&, const std::shared_ptr<KivResource>& resource,
+    const std::optional<kiv::Error>& error) {
+  showFailure(titleOf(*resource), error ? error->description() : "no data came");
+}
+
+void PassView::showFailure(const std::string& what, std::string_view reason) {
+  printLine(terminal_.styled(Terminal::Style::red, "failed") + "  " + what + ": " +
+            terminal_.styled(Terminal::Style::dim, printable(reason)));
+}
+
+void PassView::showProgress(const KivRESTServiceProgress& progress) {
+  if (!terminal_.isTerminal()) return;
+  bar_ = progressLine(progress, terminal_.width() - 1);
+  eraseBar();
+  drawBar();
+  std::cout << std::flush;
+}
+
+void PassView::showEnd(const std::string& line) {
+  bar_.clear();
+  printLine(line);
+}
+
+void PassView::printLine(const std::string& line) {
+  eraseBar();
+  std::cout << line << '\n';
+  drawBar();
+  std::cout << std::flush;
+}
+
+void PassView::drawBar() {
+  std::cout << bar_;
+  barIsShown_ = !bar_.empty();
+}
+
+void PassView::eraseBar() {
+  if (barIsShown_) std::cout << "\r\033[K";
+  barIsShown_ = false;
+}
+
+}  // namespace tool

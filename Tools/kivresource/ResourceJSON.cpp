@@ -1,0 +1,107 @@
+#include "Tools/kivresource/ResourceJSON.h"
+
+#include <array>
+#include <iostream>
+#include <span>
+
+namespace tool {
+
+namespace {
+
+/// The properties that a kind adds, in the order in which it declares them.
+struct Kind {
+  const char* name = "KivResource";
+  std::span<const std::string_view> properties;
+};
+
+Kind kindOf(const KivResource& resource) {
+  static constexpr std::array<std::string_view, 4> standard{"marketLink", "image", "fileIsLoaded",
+                                                            "requiredImageField"};
+  static constexpr std::array<std::string_view, 9> video{
+      "title",     "marketLink",        "icon", "video", "votes", "rating", "fileLinks",
+      "filePaths", "requiredVideoField"};
+  static constexpr std::array<std::string_view, 2> web{"html", "fileIsLoaded"};
+  if (dynamic_cast<const KivResourceStandard*>(&resource)) return {"KivResourceStandard", standard};
+  if (dynamic_cast<const KivResourceVideo*>(&resource)) return {"KivResourceVideo", video};
+  if (dynamic_cast<const KivResourceWeb*>(&resource)) return {"KivResourceWeb", web};
+  return {};
+}
+
+kiv::Array arrayOf(const std::vector<std::string>& strings) {
+  kiv::Array array;
+  for (const auto& string : strings)
+    array.append(string);
+  return array;
+}
+
+void appendCompact(std::string& text, const kiv::Value& value) {
+  if (value.isArray()) {
+    char opening = '[';
+    for (const auto& element : value.array()) {
+      text += std::exchange(opening, ',');
+      appendCompact(text, element);
+    }
+    text += value.array().empty() ? "[]" : "]";
+  } else if (value.isDictionary()) {
+    char opening = '{';
+    for (const auto& entry : value.dictionary()) {
+      text += std::exchange(opening, ',');
+      text.append(kiv::JSON::describe(entry.key())).append(1, ':');
+      appendCompact(text, entry.value);
+    }
+    text += value.dictionary().empty() ? "{}" : "}";
+  } else {
+    text += kiv::JSON::describe(value);
+  }
+}
+
+}  // namespace
+
+kiv::Dictionary describeResource(const KivResource& resource) {
+  const Kind kind = kindOf(resource);
+  const auto& dictionary = resource.resourceDictionary();
+  kiv::Dictionary description{
+      {"class", kind.name},
+      {"resourceID", resource.resourceID()},
+      {"name", resource.name()},
+      {"type", resource.type()},
+      {"engine", resource.engine()},
+      {"uid", resource.uid()},
+      {"priority", resource.priority()},
+      {"updated", resource.updated()},
+      {"filesExist", resource.filesExist()},
+      {"missingFilesLinks", arrayOf(resource.missingFilesLinks())},
+      {"useFilePaths", arrayOf(resource.useFilePaths())},
+      {"resourceDictionary", dictionary ? *dictionary : kiv::Dictionary()},
+  };
+  // By name, and not by the getters: those of lists hand out what can be changed.
+  for (const auto property : kind.properties) {
+    description.set(property, resource.valueForProperty(property).value_or(nullptr));
+  }
+  return description;
+}
+
+kiv::Array describeResources(const kiv::ResourceArray& resources) {
+  kiv::Array array;
+  for (const auto& resource : resources)
+    array.append(describeResource(*resource));
+  return array;
+}
+
+kiv::Value describeError(const std::optional<kiv::Error>& error) {
+  if (!error) return nullptr;
+  return kiv::Dictionary{
+      {"domain", error->domain}, {"code", error->code}, {"message", error->localizedDescription()}};
+}
+
+std::string compactJSON(const kiv::Value& value) {
+  std::string text;
+  appendCompact(text, value);
+  return text;
+}
+
+void printJSONLine(const kiv::Value& value) {
+  std::cout << compactJSON(value).append(1, '\n') << std::flush;
+}
+
+}  // namespace tool

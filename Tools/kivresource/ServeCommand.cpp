@@ -1,0 +1,74 @@
+#include <chrono>
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+#include "KivResource/KivResource.h"
+#include "Tools/contentserver/ContentServer.h"
+#include "Tools/kivresource/Commands.h"
+#include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/Fault.h"
+#include "Tools/kivresource/Host.h"
+#include "Tools/kivresource/InterruptWatch.h"
+#include "Tools/kivresource/Text.h"
+
+namespace tool {
+
+namespace {
+
+std::optional<std::vector<Fault>> readFaults(const Options& options) {
+  std::vector<Fault> faults;
+  for (const auto& rule : options.faults) {
+    auto fault = Fault::of(rule);
+    if (!fault) {
+      complain("--fault: \"" + rule + "\" is neither PATH=STATUS nor PATH=break");
+      return std::nullopt;
+    }
+    faults.push_back(std::move(*fault));
+  }
+  return faults;
+}
+
+void apply(const std::vector<Fault>& faults, kiv::ContentServer& server) {
+  for (const auto& [path, status] : faults) {
+    if (status) {
+      server.failWithStatus(path, *status);
+    } else {
+      server.breakOff(path);
+    }
+  }
+}
+
+/// The first line is the address, and every further one a request: whoever started the server can
+/// read them.
+void printLine(std::string_view line) {
+  std::cout << printable(line).append(1, '\n') << std::flush;
+}
+
+}  // namespace
+
+int runServe(const Options& options) {
+  const auto faults = readFaults(options);
+  if (!faults) return exitStatus::usage;
+  kiv::ContentServer server(options.directory);
+  apply(*faults, server);
+  const auto queue = kiv::DispatchQueue::main();
+  int stoppedBy = 0;
+  const InterruptWatch watch([&](int signal) {
+    stoppedBy = signal;
+    queue->stop();
+  });
+  server.setRequestHandler([](const std::string& method, const std::string& path, int status) {
+    printLine(method + " " + path + " " + std::to_string(status));
+  });
+  if (!server.start(options.port)) {
+    complain(options.directory + ": cannot be served: no such directory, or the port is taken");
+    return exitStatus::usage;
+  }
+  printLine(server.url());
+  queue->run();
+  server.stop();
+  return exitStatus::signalled + stoppedBy;
+}
+
+}  // namespace tool

@@ -1,0 +1,134 @@
+// audit and clean: what lists and disk disagree about, and the removal of what nobody uses.
+
+#include <array>
+#include <iostream>
+#include <string_view>
+#include <utility>
+
+#include "KivResource/KivResource.h"
+#include "Tools/kivresource/Commands.h"
+#include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/Host.h"
+#include "Tools/kivresource/ResourceJSON.h"
+#include "Tools/kivresource/Terminal.h"
+#include "Tools/kivresource/Text.h"
+
+namespace tool {
+
+namespace {
+
+using Item = KivResourceUpkeep::Item;
+using Items = std::vector<Item>;
+using Parts = std::array<std::pair<std::string_view, const Items*>, 5>;
+
+Parts partsOf(const KivResourceUpkeep::Audit& audit) {
+  return {{{"missing", &audit.missing},
+           {"unreadable", &audit.unreadable},
+           {"orphaned", &audit.orphaned},
+           {"partial", &audit.partial},
+           {"temporary", &audit.temporary}}};
+}
+
+kiv::Dictionary describe(const Item& item) {
+  return {{"path", item.path},
+          {"size", item.size},
+          {"resourceID", item.resourceID.empty() ? kiv::Value() : kiv::Value(item.resourceID)}};
+}
+
+kiv::Array describe(const Items& items) {
+  kiv::Array array;
+  for (const auto& item : items)
+    array.append(describe(item));
+  return array;
+}
+
+void show(const Item& item) {
+  std::cout << "    " << printable(item.path);
+  if (item.size) std::cout << "  " << byteText(*item.size);
+  if (!item.resourceID.empty()) std::cout << "  of " << printable(item.resourceID);
+  std::cout << '\n';
+}
+
+void showPart(std::string_view name, const Items& items, const Terminal& terminal) {
+  if (items.empty()) return;
+  std::cout << terminal.styled(Terminal::Style::bold, name) << '\n';
+  for (const auto& item : items)
+    show(item);
+}
+
+void showSpace() {
+  const auto space = KivResourceUpkeep::space();
+  if (!space) return;
+  std::cout << byteText(space->cacheUsed) << " used by the cache, "
+            << byteText(space->fileSystemAvailable) << " free\n";
+}
+
+void showAudit(const KivResourceUpkeep::Audit& audit) {
+  const Terminal terminal;
+  bool isClean = true;
+  for (const auto& [name, items] : partsOf(audit)) {
+    showPart(name, *items, terminal);
+    isClean = isClean && items->empty();
+  }
+  if (isClean) std::cout << "nothing is missing, orphaned or temporary\n";
+  showSpace();
+}
+
+void printAudit(const KivResourceUpkeep::Audit& audit) {
+  kiv::Dictionary line;
+  for (const auto& [name, items] : partsOf(audit))
+    line.set(name, describe(*items));
+  printJSONLine(line);
+}
+
+int complainOf(const std::optional<kiv::Error>& error) {
+  complain(error ? error->localizedDescription() : "the storage root cannot be read");
+  return exitStatus::failure;
+}
+
+void showCleanUp(const KivResourceUpkeep::CleanUp& cleanUp, bool dryRun) {
+  const Terminal terminal;
+  showPart(dryRun ? "to be removed" : "removed", cleanUp.removed, terminal);
+  for (const auto& [item, error] : cleanUp.refused) {
+    std::cout << terminal.styled(Terminal::Style::red, "refused") << "  " << printable(item.path)
+              << ": " << printable(error.description()) << '\n';
+  }
+  if (cleanUp.removed.empty() && cleanUp.refused.empty()) std::cout << "nothing to remove\n";
+}
+
+void printCleanUp(const KivResourceUpkeep::CleanUp& cleanUp) {
+  kiv::Array refused;
+  for (const auto& [item, error] : cleanUp.refused) {
+    auto description = describe(item);
+    description.set("error", describeError(error));
+    refused.append(description);
+  }
+  printJSONLine(kiv::Dictionary{{"removed", describe(cleanUp.removed)}, {"refused", refused}});
+}
+
+}  // namespace
+
+int runAudit(const Options& options) {
+  if (!configureFramework(options)) return exitStatus::usage;
+  keepLogFromTerminal();
+  std::optional<kiv::Error> error;
+  const auto audit = KivResourceUpkeep::audit(*KivResourceManager::sharedInstance(), &error);
+  if (!audit) return complainOf(error);
+  options.json ? printAudit(*audit) : showAudit(*audit);
+  const bool isWhole = audit->missing.empty() && audit->unreadable.empty();
+  return isWhole ? exitStatus::success : exitStatus::failure;
+}
+
+int runClean(const Options& options) {
+  if (!configureFramework(options)) return exitStatus::usage;
+  keepLogFromTerminal();
+  using Mode = KivResourceUpkeep::Mode;
+  std::optional<kiv::Error> error;
+  const auto cleanUp = KivResourceUpkeep::cleanUpOrphans(
+      *KivResourceManager::sharedInstance(), options.dryRun ? Mode::dryRun : Mode::remove, &error);
+  if (!cleanUp) return complainOf(error);
+  options.json ? printCleanUp(*cleanUp) : showCleanUp(*cleanUp, options.dryRun);
+  return cleanUp->refused.empty() ? exitStatus::success : exitStatus::failure;
+}
+
+}  // namespace tool

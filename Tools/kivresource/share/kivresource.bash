@@ -1,0 +1,37 @@
+# Completion of kivresource for bash.
+
+_kivresource() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local commands='load update list audit clean serve session gallery'
+  local options='--root --main --reserve --resources --json --help'
+  local word command=
+  COMPREPLY=()
+  case $previous in
+    --root | --resources)
+      mapfile -t COMPREPLY < <(compgen -d -- "$current")
+      return
+      ;;
+    --main | --reserve | --id | --type | --port | --fault) return ;;
+  esac
+  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+    [[ " $commands " == *" $word "* ]] && command=$word && break
+  done
+  case $command in
+    load) options+=' --id --type' ;;
+    list) options+=' --id --type' ;;
+    clean) options+=' --dry-run' ;;
+    serve) options+=' --port --fault' ;;
+    '') options+=' --version' ;;
+  esac
+  if [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+  elif [[ -z $command ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$current")
+  elif [[ $command == serve ]]; then
+    mapfile -t COMPREPLY < <(compgen -d -- "$current")
+  elif [[ $command == load || $command == update || $command == gallery ]]; then
+    mapfile -t COMPREPLY < <(compgen -f -- "$current")
+  fi
+}
+
+complete -o filenames -F _kivresource kivresource

@@ -1,0 +1,44 @@
+# What `cpack` makes: a Debian package each for the library, for who builds against it, and for the
+# tool. Configure with BUILD_SHARED_LIBS and the prefix /usr; script/check-packages does it.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kivresource)
+set(CPACK_PACKAGE_CONTACT "KivResource maintainers <maintainers@kivresource.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+
+set(CPACK_COMPONENTS_ALL Runtime Development Tool)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+
+set(kivresource_library "libkivresource${PROJECT_VERSION_MAJOR}")
+set(kivresource_same "(= ${PROJECT_VERSION})")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "${kivresource_library}")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library, with the resources packaged with it.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkivresource-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${kivresource_library} ${kivresource_same}")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, CMake package and pkg-config file.")
+
+set(CPACK_DEBIAN_TOOL_PACKAGE_NAME kivresource)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${kivresource_library} ${kivresource_same}")
+set(CPACK_COMPONENT_TOOL_DESCRIPTION "The host for the command line, its manual page and completions.")
+# The tool's dependencies are read off the program, which needs the library of this very build.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+
+foreach(pair "Runtime;${kivresource_library}" "Development;libkivresource-dev" "Tool;kivresource")
+  list(GET pair 0 component)
+  list(GET pair 1 package)
+  install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package}"
+    RENAME copyright COMPONENT "${component}")
+endforeach()
+
+include(CPack)
