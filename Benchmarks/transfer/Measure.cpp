@@ -3,7 +3,8 @@
 //     kivresource-measure COMMAND [ARGUMENT]...
 //
 // prints the wall time in milliseconds and the peak of the resident memory in KiB, of the command
-// itself, and fails as the command does. The command's own output goes to standard error.
+// itself, and fails as the command does (on macOS, which counts differently, in bytes). The
+// command's own output goes to standard error.
 
 #include <chrono>
 #include <cstdio>
@@ -20,15 +21,6 @@ constexpr int couldNotRun = 127;
   ::execvp(command[0], command);
   std::perror(command[0]);
   ::_exit(couldNotRun);
-}
-
-/// Linux counts in KiB, macOS in bytes.
-long peakInKiB(const rusage& usage) {
-#if defined(__APPLE__)
-  return usage.ru_maxrss / 1024;
-#else
-  return usage.ru_maxrss;
-#endif
 }
 
 }  // namespace
@@ -48,6 +40,6 @@ int main(int count, char** arguments) {
     return couldNotRun;
   }
   const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-  std::printf("%.1f %ld\n", took.count(), peakInKiB(usage));
+  std::printf("%.1f %ld\n", took.count(), usage.ru_maxrss);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }

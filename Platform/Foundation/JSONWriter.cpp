@@ -242,7 +242,8 @@ void Writer::startLine() {
   if (spaces < lineAndSpaces.size()) {
     put(lineAndSpaces.substr(0, 1 + spaces));
   } else {
-    put("\n" + std::string(spaces, ' '));
+    put("\n");
+    put(std::string(spaces, ' '));
   }
 }
 
