@@ -71,10 +71,12 @@ std::string show(const KivResourceVideo& video) {
          "></video>\n";
 }
 
-/// A page may run its scripts, but in an origin of its own.
+/// A page may run its scripts and load the files beside it, for which it needs its own origin: a
+/// browser gives each local file one of its own, so that it can reach neither this page nor others.
+/// It may not open windows, send forms or lead this page elsewhere.
 std::string show(const KivResourceWeb& page) {
-  return "<iframe sandbox=\"allow-scripts\" title=\"" + escapedHTML(page.name()) + "\"" +
-         source(page.html()) + "></iframe>\n";
+  return "<iframe sandbox=\"allow-same-origin allow-scripts\" title=\"" + escapedHTML(page.name()) +
+         "\"" + source(page.html()) + "></iframe>\n";
 }
 
 std::string contents(const KivResource& resource) {

@@ -24,12 +24,14 @@ TEST(GalleryTest, ShowsAVideoWithTitleRatingAndVotes) {
   EXPECT_THAT(page, HasSubstr("★★★★★</span> 4.7 <span class=\"votes\">120 votes</span>"));
 }
 
-TEST(GalleryTest, ShowsAPageInAFrameWithoutRights) {
+TEST(GalleryTest, ShowsAPageInAFrameThatStaysInIt) {
   const kiv::test::TemporaryDirectory directory;
   const auto item = with(kiv::test::webItem(), "html", directory.write("page/index.html"));
-  EXPECT_THAT(tool::galleryPage({KivResourceWeb::initWithDictionary_engine(item, "eco_fs")}),
-              HasSubstr("<iframe sandbox=\"allow-scripts\" title=\"Spring\" src=\"file://" +
-                        directory.path("page/index.html") + "\">"));
+  EXPECT_THAT(
+      tool::galleryPage({KivResourceWeb::initWithDictionary_engine(item, "eco_fs")}),
+      HasSubstr(
+          "<iframe sandbox=\"allow-same-origin allow-scripts\" title=\"Spring\" src=\"file://" +
+          directory.path("page/index.html") + "\">"));
 }
 
 TEST(GalleryTest, ShowsAResourceWithoutFilesAndEvenTheWildestRating) {
