@@ -14,7 +14,7 @@ FileManager& files() {
 
 }  // namespace
 
-PartialBody::PartialBody(std::string stem, std::unique_ptr<FileLock> lock)
+PartialBody::PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock)
     : partPath_(stem + ".part"),
       recordPath_(stem + ".json"),
       lockPath_(stem + ".lock"),

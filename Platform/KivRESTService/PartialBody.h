@@ -48,7 +48,7 @@ class PartialBody {
   void discard();
 
  private:
-  PartialBody(std::string stem, std::unique_ptr<FileLock> lock);
+  PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock);
 
   bool writeRecord(std::optional<Error>* error);
   void removeIfThere(const std::string& path);

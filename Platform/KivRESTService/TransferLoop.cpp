@@ -253,11 +253,11 @@ void TransferLoop::report(Download& download, TransferOutcome outcome) {
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
   if (results_.empty()) reportAt_ = Clock::now() + longestReportDelay;
-  for (const std::uint64_t task : tasks) {
-    backlog_.add(held);
-    // Nothing of the result stays here: whoever gets it may be the last to hold the body.
-    results_.emplace_back(task, task == tasks.back() ? std::move(result) : result);
-  }
+  backlog_.add(held * static_cast<std::int64_t>(tasks.size()));
+  for (std::size_t index = 0; index + 1 < tasks.size(); ++index)
+    results_.emplace_back(tasks[index], result);
+  // Nothing of the result stays here: whoever gets it may be the last to hold the body.
+  results_.emplace_back(tasks.back(), std::move(result));
 }
 
 void TransferLoop::reportEnded() {

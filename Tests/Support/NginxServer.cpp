@@ -43,7 +43,7 @@ void runOpenSSL(const std::vector<std::string>& arguments) {
 /// The tool dates certificates back only where it plays the authority, with files of its own.
 void writeAuthority(const std::filesystem::path& directory) {
   const std::string place = directory.string();
-  std::ofstream(directory / "index");
+  std::ofstream(directory / "index") << "";  // no certificates yet
   std::ofstream(directory / "authority.conf")
       << "[ca]\ndefault_ca = own\n[own]\ndatabase = " << place
       << "/index\nnew_certs_dir = " << place
