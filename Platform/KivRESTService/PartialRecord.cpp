@@ -46,9 +46,9 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   record.version = {entries[entityTagKey].string(), entries[lastModifiedKey].string()};
   record.length = number(entries[lengthKey]);
   record.date = number(entries[dateKey]).value_or(0);
-  record.boot = entries[bootKey].string();
+  const std::string_view boot = entries[bootKey].stringView();
   const bool isUsable = !record.url.empty() && !record.version.validator().empty() &&
-                        !record.boot.empty() && record.boot == bootIdentity();
+                        !boot.empty() && boot == bootIdentity();
   if (!isUsable) return std::nullopt;
   return record;
 }

@@ -16,11 +16,9 @@ struct PartialRecord {
   BodyVersion version;                 ///< Without a validator the part is of no use later.
   std::optional<std::int64_t> length;  ///< Of the whole body.
   std::int64_t date = 0;               ///< When it was last gone on with, in seconds since 1970.
-  /// Of the computer's run in which the part was written: since it was not synced, what another
-  /// run left may have holes.
-  std::string boot;
 
-  /// The text of the file that keeps the record.
+  /// The text of the file that keeps the record. It names this run of the computer: since the part
+  /// is not synced, what another run left may have holes.
   [[nodiscard]] std::string text() const;
   /// Nothing where the text is no record, or that of another run of the computer.
   static std::optional<PartialRecord> fromText(std::string_view text);

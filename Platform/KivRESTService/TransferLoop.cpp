@@ -308,8 +308,9 @@ ProgressReport TransferLoop::takeReport() {
   ProgressReport report{meter_.measure(downloads_, Clock::now()), {}};
   for (const auto& [key, download] : downloads_) {
     if (!download->begun) continue;
+    const auto progress = download->progress();
     for (const std::uint64_t task : download->tasks)
-      report.tasks.emplace_back(task, download->progress());
+      report.tasks.emplace_back(task, progress);
   }
   return report;
 }

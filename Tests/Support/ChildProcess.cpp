@@ -6,19 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Tests/Support/PointerList.h"
+
 namespace kiv::test {
 
 namespace {
-
-/// The texts as the system calls want them; valid as long as the texts are.
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> all;
-  all.reserve(texts.size() + 1);
-  for (auto& text : texts)
-    all.push_back(text.data());
-  all.push_back(nullptr);
-  return all;
-}
 
 std::vector<std::string> environmentWith(const std::vector<std::string>& variables) {
   std::vector<std::string> all;

@@ -12,20 +12,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Tests/Support/PointerList.h"
+
 namespace kiv::test {
 
 namespace {
 
 constexpr int patience = 60'000;  // milliseconds
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> all;
-  all.reserve(texts.size() + 1);
-  for (auto& text : texts)
-    all.push_back(text.data());
-  all.push_back(nullptr);
-  return all;
-}
 
 /// The test's environment without what would change what the tool does.
 std::vector<std::string> environmentWith(const std::string& home,
