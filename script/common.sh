@@ -47,6 +47,9 @@ quietly() {
   fi
 }
 
+# One cache serves every clone: what it keeps does not depend on where the sources stand.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=true
+
 # Configures a build by its preset, with the compiler cache where there is one. Further arguments
 # go to CMake.
 configure() {

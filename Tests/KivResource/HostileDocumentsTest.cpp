@@ -2,6 +2,7 @@
 // manager: each loads, or fails with the reader's own error, and none of them crashes, hangs or
 // exhausts the stack, neither when it is read nor when it is copied nor when it is saved again.
 
+#include <initializer_list>
 #include <limits>
 #include <optional>
 #include <ostream>
@@ -24,45 +25,77 @@ using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::string repeated(std::string_view text, std::size_t count) {
-  if (text.size() == 1) return std::string(count, text.front());
-  std::string all;
-  all.reserve(text.size() * count);
-  while (count-- > 0)
-    all.append(text);
-  return all;
-}
+struct Piece {
+  std::string text;
+  std::size_t times = 1;
+};
+
+/// A text in pieces. Put together only by the test that reads it: every start of the test program
+/// makes all parameters, and some of these texts are megabytes.
+class Text {
+ public:
+  Text(const char* text) : pieces_{{text}} {}
+  Text(std::string text) : pieces_{{std::move(text)}} {}
+  Text(std::initializer_list<Piece> pieces) : pieces_(pieces) {}
+
+  /// The text between two others.
+  [[nodiscard]] Text within(std::string before, std::string behind) const {
+    Text whole = *this;
+    whole.pieces_.insert(whole.pieces_.begin(), Piece{std::move(before)});
+    whole.pieces_.push_back({std::move(behind)});
+    return whole;
+  }
+
+  [[nodiscard]] std::string string() const {
+    std::string all;
+    for (const auto& [text, times] : pieces_) {
+      all.reserve(all.size() + text.size() * times);
+      for (std::size_t i = 0; i < times; ++i)
+        all += text;
+    }
+    return all;
+  }
+
+ private:
+  std::vector<Piece> pieces_;
+};
 
 /// One document: as a list, or the same as a configuration.
 struct Document {
   friend void PrintTo(const Document& document, std::ostream* stream) { *stream << document.title; }
 
   std::string title;
-  std::string text;  ///< of an array of items
+  Text text;  ///< of an array of items
   std::optional<JSONErrorCode> refusal = {};
   std::size_t resources = 1;
 };
 
+constexpr const char* itemStart =
+    R"({"engine":"other","name":"n","type":"t","banner_id":"b","priority":1,"updated":1,"x":)";
+
 /// An item that needs no files, with one more value.
 std::string itemWith(std::string_view value) {
-  return R"({"engine":"other","name":"n","type":"t","banner_id":"b","priority":1,"updated":1,"x":)" +
-         std::string(value) + "}";
+  return itemStart + std::string(value) + "}";
+}
+/// An array of one such item.
+Text listWith(const Text& value) {
+  return value.within(std::string("[") + itemStart, "}]");
 }
 
-Document accepted(std::string title, std::string_view value) {
-  return {std::move(title), "[" + itemWith(value) + "]"};
+Document accepted(std::string title, const Text& value) {
+  return {std::move(title), listWith(value)};
 }
-Document refused(std::string title, std::string_view value,
+Document refused(std::string title, const Text& value,
                  JSONErrorCode code = JSONErrorCode::malformed) {
-  return {std::move(title), "[" + itemWith(value) + "]", code, 0};
+  return {std::move(title), listWith(value), code, 0};
 }
 
 /// A value of that many levels. The list takes two levels itself, a configuration three.
-std::string nested(std::size_t levels) {
-  return repeated("[", levels) + repeated("]", levels);
+Text nested(std::size_t levels) {
+  return {{"[", levels}, {"]", levels}};
 }
-std::string nestedObjects(std::size_t levels) {
-  return repeated(R"({"a":)", levels) + "1" + repeated("}", levels);
+Text nestedObjects(std::size_t levels) {
+  return {{R"({"a":)", levels}, {"1"}, {"}", levels}};
 }
 
 std::vector<Document> documents() {
@@ -79,15 +112,17 @@ std::vector<Document> documents() {
       {"NulBehind", "[" + itemWith("1") + "]\0"s, JSONErrorCode::malformed, 0},
       {"MarkOfUTF16", "\xff\xfe[\0]\0"s, JSONErrorCode::malformed, 0},
       {"OtherElements", "[1,null,\"x\",[{}],{}," + itemWith("1") + ",true]"},
-      {"ManyCopies", "[" + itemWith("1") + repeated("," + itemWith("[{}]"), 999) + "]",
-       std::nullopt, 1000},
+      {"ManyCopies",
+       {{"[" + itemWith("1")}, {"," + itemWith("[{}]"), 999}, {"]"}},
+       std::nullopt,
+       1000},
       accepted("NestedToTheLimit", nested(deepest)),
       accepted("ObjectsNestedToTheLimit", nestedObjects(deepest)),
       refused("NestedBeyondTheLimit", nested(deepest + 2), JSONErrorCode::tooDeep),
       refused("ObjectsNestedBeyondTheLimit", nestedObjects(deepest + 2), JSONErrorCode::tooDeep),
       refused("NestedAMillionDeep", nested(1'000'000), JSONErrorCode::tooDeep),
       refused("ObjectsNestedAMillionDeep", nestedObjects(1'000'000), JSONErrorCode::tooDeep),
-      refused("NeverClosed", repeated("[{\"a\":", 500'000), JSONErrorCode::tooDeep),
+      refused("NeverClosed", {{"[{\"a\":", 500'000}}, JSONErrorCode::tooDeep),
       refused("NoUTF8", "\"\xff\""),
       refused("CutUTF8", "\"\xe2\x82\""),
       refused("OverlongUTF8", "\"\xc0\xaf\""),
@@ -108,8 +143,8 @@ std::vector<Document> documents() {
       accepted("LargestInteger", "18446744073709551615"),
       accepted("IntegerBeyond64Bits", "18446744073709551616"),
       accepted("IntegerBelow64Bits", "-9223372036854775809"),
-      accepted("IntegerOfAThousandDigitsBehindAPoint", "0." + repeated("7", 1000)),
-      refused("IntegerOfAThousandDigits", repeated("7", 1000)),
+      accepted("IntegerOfAThousandDigitsBehindAPoint", {{"0."}, {"7", 1000}}),
+      refused("IntegerOfAThousandDigits", {{"7", 1000}}),
       refused("BeyondDoubles", "1e400"),
       accepted("BelowDoubles", "1e-400"),
       accepted("MinusZero", "-0"),
@@ -122,8 +157,8 @@ std::vector<Document> documents() {
       refused("Hexadecimal", "0x10"),
       refused("SingleQuotes", "'a'"),
       refused("Comment", "1/* */"),
-      accepted("AMillionCharacters", "\"" + repeated("x", 1'000'000) + "\""),
-      accepted("AHundredThousandValues", "[0" + repeated(",0", 99'999) + "]"),
+      accepted("AMillionCharacters", {{"\""}, {"x", 1'000'000}, {"\""}}),
+      accepted("AHundredThousandValues", {{"[0"}, {",0", 99'999}, {"]"}}),
   };
 }
 
@@ -149,7 +184,7 @@ class HostileDocumentsTest : public ManagerFixture, public testing::WithParamInt
 
 TEST_P(HostileDocumentsTest, AsTheSavedListItLoadsOrFailsWithTheReadersError) {
   const Document& document = GetParam();
-  write(listPath(), document.text);
+  write(listPath(), document.text.string());
   std::optional<Error> error;
   const auto list = KivResourceStorageModule::loadResourcesListWithError(&error);
   ASSERT_TRUE(list);
@@ -166,7 +201,7 @@ TEST_P(HostileDocumentsTest, AsTheSavedListItLoadsOrFailsWithTheReadersError) {
 TEST_P(HostileDocumentsTest, AsAConfigurationItLoadsOrFailsWithTheReadersError) {
   const Document& document = GetParam();
   std::optional<Error> error;
-  const auto configuration = JSON::read(Data("{\"items\":" + document.text + "}"), &error);
+  const auto configuration = JSON::read(Data("{\"items\":" + document.text.string() + "}"), &error);
   EXPECT_EQ(!configuration, document.refusal.has_value());
   if (!configuration) {
     ASSERT_TRUE(error);
@@ -196,12 +231,12 @@ INSTANTIATE_TEST_SUITE_P(Lists, HostileTextsTest,
                          [](const auto& test) { return test.param.title; });
 
 TEST_P(HostileTextsTest, AListThatIsNoArrayIsAnEmptyOne) {
-  write(listPath(), GetParam().text);
+  write(listPath(), GetParam().text.string());
   std::optional<Error> error;
   const auto list = KivResourceStorageModule::loadResourcesListWithError(&error);
   ASSERT_TRUE(list && error);
   EXPECT_THAT(*list, IsEmpty());
-  const bool isObject = GetParam().text == "{}";
+  const bool isObject = GetParam().title == "Object";
   EXPECT_EQ(error->domain, isObject ? KivResourceStorageModuleErrorDomain : JSONErrorDomain);
   EXPECT_EQ(error->code, isObject ? 110 : static_cast<int>(JSONErrorCode::bareValue));
   restart();
@@ -226,8 +261,8 @@ TEST_F(HostileDocumentsTest, AByteOrderMarkBeforeAListOrAConfigurationIsPassedOv
 TEST_F(HostileDocumentsTest, AHundredMegabytesAreReadCopiedAndSaved) {
   constexpr std::size_t megabyte = 1'000'000;
   constexpr std::size_t zeros = 500'000;
-  std::string item = itemWith("\"" + std::string(20 * megabyte, 'x') + "\",\"y\":[0" +
-                              repeated(",0", zeros) + "]");
+  const Text value{{"\""}, {"x", 20 * megabyte}, {"\",\"y\":[0"}, {",0", zeros}, {"]"}};
+  std::string item = itemWith(value.string());
   std::string text = std::string(80 * megabyte, ' ') + "[" + std::exchange(item, "") + "]";
   ASSERT_GT(text.size(), 100 * megabyte);
   write(listPath(), text);
