@@ -69,6 +69,10 @@ bool BodySink::append(std::string_view bytes) {
   return !isLarge || !spool_.isUsable() || moveToDisk();
 }
 
+bool BodySink::flush() {
+  return !isOnDisk_ || !partial_ || partial_->flush(&error_);
+}
+
 std::optional<Data> BodySink::finish() {
   if (!isOnDisk_) return Data(std::move(memory_));
   return PartialBody::finish(std::move(partial_), &error_);

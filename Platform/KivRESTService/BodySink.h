@@ -38,7 +38,9 @@ class BodySink {
   bool begin(const URL& from, BodyVersion version, std::optional<std::int64_t> length);
   /// The rest of the body comes, as range() asked.
   bool goOn();
+  /// The bytes may wait in memory until flush().
   bool append(std::string_view bytes);
+  bool flush();
   /// The body is whole. Nothing, with an error, where it cannot be handed on.
   std::optional<Data> finish();
   /// Nothing that is kept of the file is of use.

@@ -17,8 +17,10 @@
 
 namespace kiv {
 
+class TransferLane;
+
 /// One file that the client fetches, for one task or for several that want the same. Belongs to the
-/// transfer thread.
+/// scheduler; its transfer to the thread of the lane while it runs.
 struct KIV_EXPORT Download {
   using Time = std::chrono::steady_clock::time_point;
 
@@ -50,7 +52,8 @@ struct KIV_EXPORT Download {
   TransferPlan plan;
   Time notBefore{};                    ///< While it pauses.
   std::size_t server = 0;              ///< The place of the one being tried, or tried last.
-  std::unique_ptr<Transfer> transfer;  ///< While it runs.
+  std::unique_ptr<Transfer> transfer;  ///< While it runs,
+  TransferLane* lane = nullptr;        ///< there.
 
   std::optional<Time> begun;
   KivRESTServiceFigures figures;

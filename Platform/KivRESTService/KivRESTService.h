@@ -14,11 +14,11 @@
 /// The HTTP client: performs GET tasks asynchronously, several at a time, falls back to each task's
 /// mirrors, and tries again what failed for a reason that may pass.
 ///
-/// A client has one transfer thread, which starts with the first task. It remembers the queue on
-/// which it was created (the main queue where there is none) and calls every completion there, one
-/// at a time. Its operations may be called from any thread; the tasks they hand over or out belong
-/// to that queue. Its destruction cancels every task and waits for the transfer thread, which takes
-/// no longer than that thread needs to let go of its connections. When the process exits, the
+/// A client has transfer threads of its own, which start when there are tasks. It remembers the
+/// queue on which it was created (the main queue where there is none) and calls every completion
+/// there, one at a time. Its operations may be called from any thread; the tasks they hand over or
+/// out belong to that queue. Its destruction cancels every task and waits for the transfer threads,
+/// which takes no longer than they need to let go of their connections. When the process exits, the
 /// transfers of a client that still lives are stopped, and nothing is completed any more.
 ///
 /// A body is handed on only where it is known to be whole: its length was told, or its end was

@@ -20,6 +20,11 @@ struct KivRESTServiceSettings {
   /// a few seconds.
   std::int64_t bandwidth = 0;
 
+  /// Threads that move bytes, each for its share of the transfers; at least one does. The second
+  /// one starts with the second transfer at one time. More than one helps where the network is
+  /// faster than a processor takes, checks and stores what comes. With a `bandwidth` there is one.
+  std::size_t threads = 2;
+
   // --- When to give up a try ---
 
   /// How long looking up the host, connecting and the TLS handshake may take together.
@@ -84,7 +89,7 @@ struct KivRESTServiceSettings {
   /// Offers HTTP/2 to https servers. Off: the oldest libcurl that the library works with has known
   /// trouble to notice HTTP/2 bodies that are not whole, and to use a stalled connection again.
   bool http2 = false;
-  /// How long the transfer thread and its open connections stay when there is nothing to do. They
-  /// go at once when the tasks are cancelled.
+  /// How long the transfer threads and their open connections stay when there is nothing to do.
+  /// They go at once when the tasks are cancelled.
   std::chrono::seconds idleTime{30};
 };

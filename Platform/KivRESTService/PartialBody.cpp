@@ -8,6 +8,10 @@ namespace kiv {
 
 namespace {
 
+/// What is written at one time, at most. libcurl hands over 16 KiB at a time, which takes a fifth
+/// longer to write piece by piece.
+constexpr std::size_t blockSize = std::size_t{256} * 1024;
+
 FileManager& files() {
   return FileManager::defaultManager();
 }
@@ -28,6 +32,7 @@ std::unique_ptr<PartialBody> PartialBody::lock(const std::string& stem,
 }
 
 PartialBody::~PartialBody() {
+  flush(nullptr);
   file_.reset();
   const bool isKept = record_ && length_ > 0 && !isHandedOn_;
   if (!isKept) {
@@ -72,14 +77,27 @@ bool PartialBody::goOn(std::int64_t length, std::optional<Error>* error) {
 }
 
 bool PartialBody::append(std::string_view bytes, std::optional<Error>* error) {
-  if (!file_->write(bytes, error)) return false;
+  if (block_.size() + bytes.size() > block_.capacity() && !flush(error)) return false;
+  block_.reserve(blockSize);
   length_ += static_cast<std::int64_t>(bytes.size());
+  if (bytes.size() > blockSize) return file_->write(bytes, error);
+  block_.append(bytes);
   return true;
+}
+
+bool PartialBody::flush(std::optional<Error>* error) {
+  if (!file_ || block_.empty()) return true;
+  const bool isWritten = file_->write(block_, error);
+  block_.clear();
+  return isWritten;
 }
 
 std::optional<Data> PartialBody::finish(std::unique_ptr<PartialBody> body,
                                         std::optional<Error>* error) {
-  if (!std::exchange(body->file_, nullptr)->close(error)) return std::nullopt;
+  if (!body->flush(error) || !std::exchange(body->file_, nullptr)->close(error)) {
+    return std::nullopt;
+  }
+  body->block_ = {};
   const std::string path = body->partPath_;
   // The lock stays with the file until somebody has moved it away.
   const std::shared_ptr<PartialBody> keeper = std::move(body);
@@ -90,6 +108,7 @@ std::optional<Data> PartialBody::finish(std::unique_ptr<PartialBody> body,
 }
 
 void PartialBody::discard() {
+  block_.clear();
   file_.reset();
   record_.reset();
   length_ = 0;

@@ -33,7 +33,7 @@ class PartialBody {
   [[nodiscard]] const std::optional<PartialRecord>& record() const noexcept { return record_; }
   /// Reads the record. Without one that is of use, what is kept counts as nothing.
   void readRecord();
-  /// Bytes kept.
+  /// Bytes kept, with those that wait.
   [[nodiscard]] std::int64_t length() const noexcept { return length_; }
 
   /// Begins the body anew; what was there is gone. The record is kept with it where it has a
@@ -41,7 +41,9 @@ class PartialBody {
   bool begin(PartialRecord record, std::optional<Error>* error);
   /// Goes on after the first `length` bytes, no more than are there.
   bool goOn(std::int64_t length, std::optional<Error>* error);
+  /// The bytes may wait in memory until flush(), or until the object goes.
   bool append(std::string_view bytes, std::optional<Error>* error);
+  bool flush(std::optional<Error>* error);
   /// The body is whole: hands its file on. Nothing else may follow.
   static std::optional<Data> finish(std::unique_ptr<PartialBody> body, std::optional<Error>* error);
   /// Keeps nothing.
@@ -59,6 +61,7 @@ class PartialBody {
   std::unique_ptr<FileLock> lock_;
   std::optional<PartialRecord> record_;
   std::unique_ptr<WritableFile> file_;  // while it is being written
+  std::string block_;                   // of it, what has not been written yet
   std::int64_t length_ = 0;
   bool isHandedOn_ = false;
 };

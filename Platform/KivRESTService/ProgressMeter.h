@@ -12,7 +12,7 @@
 
 namespace kiv {
 
-/// Adds up how far a client has come, and measures how fast. Belongs to the transfer thread.
+/// Adds up how far a client has come, and measures how fast. Belongs to the scheduler.
 class ProgressMeter {
  public:
   using Time = std::chrono::steady_clock::time_point;

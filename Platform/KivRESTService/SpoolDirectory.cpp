@@ -85,9 +85,19 @@ std::string SpoolDirectory::stem(const std::string& name, int slot) const {
   return path::appendingPathComponent(path_, name + "-" + std::to_string(slot));
 }
 
+bool SpoolDirectory::knows(const std::string& name) const {
+  const std::lock_guard lock(namesMutex_);
+  return names_.contains(name);
+}
+
+void SpoolDirectory::know(const std::string& name) {
+  const std::lock_guard lock(namesMutex_);
+  names_.insert(name);
+}
+
 std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   const std::string name = nameFor(url.absoluteString());
-  if (!names_.contains(name)) return nullptr;
+  if (!knows(name)) return nullptr;
   for (int slot = 0; slot < slots; ++slot) {
     const std::string place = stem(name, slot);
     if (!files().itemExistsAtPath(place + ".json")) continue;
@@ -107,7 +117,7 @@ std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url, std::optiona
   for (int slot = 0; slot < slots; ++slot) {
     if (auto body = PartialBody::lock(stem(name, slot), error)) {
       if (error) error->reset();
-      names_.insert(name);
+      know(name);
       return body;
     }
   }
@@ -119,14 +129,13 @@ void SpoolDirectory::forget(const URL& url) const {
 }
 
 void SpoolDirectory::sweep() {
-  names_.clear();
   if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
   const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
   std::vector<KeptBody> kept;
   std::int64_t total = 0;
   for (const auto& stem : stemsIn(path_)) {
     auto body = keptBody(stem, secondsNow() - age.count());
-    names_.insert(std::string(nameOfStem(stem)));
+    know(std::string(nameOfStem(stem)));
     if (!body) continue;
     total += body->length;
     kept.push_back(std::move(*body));

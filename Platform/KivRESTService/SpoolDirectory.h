@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -18,6 +19,7 @@ class PartialBody;
 /// in, and what is kept of those that did not come whole.
 ///
 /// Clients of several processes may use one directory: each body in it is locked by who uses it.
+/// Operations may be called from any thread.
 class SpoolDirectory {
  public:
   /// `settings` must outlive the directory. Nothing is made or looked at yet.
@@ -39,6 +41,8 @@ class SpoolDirectory {
   void forget(const URL& url) const;
 
  private:
+  [[nodiscard]] bool knows(const std::string& name) const;
+  void know(const std::string& name);
   [[nodiscard]] std::string stem(const std::string& name, int slot) const;
 
   const KivRESTServiceSettings& settings_;
@@ -46,6 +50,7 @@ class SpoolDirectory {
   // Of the files of which something may be kept. Most are small and never come here: for them the
   // disk is not even asked.
   std::set<std::string> names_;
+  mutable std::mutex namesMutex_;
 };
 
 }  // namespace kiv

@@ -63,6 +63,13 @@ void Transfer::startOver() {
   check_.emplace(settings_.largestBody, range_,
                  mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1);
   bodyHasBegun_ = false;
+  noteLengths();
+}
+
+/// For those who ask on other threads.
+void Transfer::noteLengths() noexcept {
+  received_ = sink_.length();
+  expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
 }
 
 bool Transfer::setOptions() {
@@ -81,7 +88,9 @@ bool Transfer::setOptions() {
          set(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
          set(handle, CURLOPT_HEADERDATA, this) &&
          set(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
-         set(handle, CURLOPT_WRITEDATA, this);
+         set(handle, CURLOPT_WRITEDATA, this) &&
+         set(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::endTurn) &&
+         set(handle, CURLOPT_XFERINFODATA, this) && set(handle, CURLOPT_NOPROGRESS, 0L);
 }
 
 bool Transfer::setConnectionOptions() {
@@ -148,6 +157,7 @@ bool Transfer::beginBody() {
   } else {
     return false;  // two servers may tell different versions in the same words
   }
+  noteLengths();
   return !cannotStore_;
 }
 
@@ -157,14 +167,27 @@ std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void
   try {
     if (!self.check_->addBodyBytes(count)) return stop;
     self.cannotStore_ = self.check_->isFile() && !self.sink_.append({bytes, count});
+    self.noteLengths();
   } catch (const std::exception&) {
     self.cannotStore_ = true;
   }
   return self.cannotStore_ ? stop : count;
 }
 
+/// Called whenever libcurl has handed over what it has read, and every second.
+int Transfer::endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  try {
+    if (!self.sink_.flush()) self.cannotStore_ = true;
+  } catch (const std::exception&) {
+    self.cannotStore_ = true;
+  }
+  return self.cannotStore_ ? 1 : 0;
+}
+
 std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
-  return check_ && check_->isFile() ? check_->fileLength() : std::nullopt;
+  const std::int64_t expected = expected_;
+  return expected == unknown ? std::nullopt : std::optional(expected);
 }
 
 std::optional<TryResult> Transfer::finish(int result) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -15,8 +16,8 @@
 
 namespace kiv {
 
-/// One try to get a file from one server, through the redirects to which the server leads. Belongs
-/// to the transfer thread.
+/// One try to get a file from one server, through the redirects to which the server leads. Used by
+/// one thread at a time.
 class Transfer {
  public:
   /// `handle` must not be empty; `settings` and `spool` must outlive the transfer.
@@ -36,16 +37,20 @@ class Transfer {
   /// elsewhere: the handle is then ready to run again.
   std::optional<TryResult> finish(int result);
 
-  /// Bytes of the body that are here, and those that there will be, as far as the server told.
-  [[nodiscard]] std::int64_t bytesReceived() const noexcept { return sink_.length(); }
+  /// Bytes of the body that are here, and those that there will be, as far as the server told. May
+  /// be called from any thread.
+  [[nodiscard]] std::int64_t bytesReceived() const noexcept { return received_; }
   [[nodiscard]] std::optional<std::int64_t> bytesExpected() const noexcept;
 
   /// Gives the handle back for another transfer. Nothing else may follow.
   EasyHandle takeHandle();
 
  private:
+  static constexpr std::int64_t unknown = -1;
+
   static std::size_t takeHeader(char* bytes, std::size_t size, std::size_t count, void* transfer);
   static std::size_t takeBody(char* bytes, std::size_t size, std::size_t count, void* transfer);
+  static int endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t);
 
   void startOver();
   bool setOptions();
@@ -53,6 +58,7 @@ class Transfer {
   bool setProxy();
   bool setSecurityOptions();
   bool setRange();
+  void noteLengths() noexcept;
   bool takeHeaderLine(std::string_view line);
   bool beginBody();
 
@@ -75,6 +81,8 @@ class Transfer {
   std::optional<ResponseCheck> check_;
   bool bodyHasBegun_ = false;
   bool cannotStore_ = false;  // memory or disk gave out
+  std::atomic<std::int64_t> received_ = 0;
+  std::atomic<std::int64_t> expected_ = unknown;
 };
 
 }  // namespace kiv

@@ -14,14 +14,15 @@ namespace kiv {
 using Clock = std::chrono::steady_clock;
 
 TransferEngine::TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
-                               TransferLoop::EndHandler ended, ProgressHandler progressed)
+                               TransferScheduler::EndHandler ended, ProgressHandler progressed)
     : settings_(std::move(settings)),
       backlog_(std::move(backlog)),
       ended_(std::move(ended)),
-      progressed_(std::move(progressed)) {
+      progressed_(std::move(progressed)),
+      workers_(TransferScheduler::laneCount(settings_)) {
   backlog_->setWakeUp([this] {
     const std::lock_guard lock(mutex_);
-    wakeUp();
+    wakeUp(0);
   });
   exitHook_.emplace([this] { stop(); });
 }
@@ -32,23 +33,28 @@ TransferEngine::~TransferEngine() {
   stop();
 }
 
+// --- Orders --------------------------------------------------------------------------------------
+
 void TransferEngine::setSpoolDirectory(std::string path) {
   const std::lock_guard lock(mutex_);
-  if (!multiHandle_) settings_.spoolDirectory = std::move(path);
+  const bool isServing = std::any_of(workers_.begin(), workers_.end(), [](const Worker& worker) {
+    return worker.multiHandle != nullptr;
+  });
+  if (!isServing) settings_.spoolDirectory = std::move(path);
 }
 
 void TransferEngine::reportProgress(bool isWanted) {
   const std::lock_guard lock(mutex_);
   reportsProgress_ = isWanted;
-  wakeUp();
+  wakeUp(0);
 }
 
 bool TransferEngine::add(TransferJob job) {
   const std::lock_guard lock(mutex_);
   if (stopped_) return false;
-  if (!multiHandle_ && !startThread()) return false;
+  if (!workers_.front().multiHandle && !startThread(0)) return false;
   added_.push_back(std::move(job));
-  wakeUp();
+  wakeUp(0);
   return true;
 }
 
@@ -56,69 +62,106 @@ void TransferEngine::cancelAll() {
   const std::lock_guard lock(mutex_);
   added_.clear();
   cancelled_ = true;
-  wakeUp();
+  wakeUpAll();
 }
 
 void TransferEngine::stop() {
-  std::thread thread;
+  std::vector<std::thread> threads;
   {
     const std::lock_guard lock(mutex_);
     stopped_ = true;
     added_.clear();
-    wakeUp();
-    thread = std::move(thread_);
+    wakeUpAll();
+    for (Worker& worker : workers_)
+      threads.push_back(std::move(worker.thread));
   }
-  if (thread.joinable()) thread.join();
+  for (std::thread& thread : threads) {
+    if (thread.joinable()) thread.join();
+  }
 }
 
-/// Called with the lock held. A former thread that went for want of work no longer takes the lock.
-bool TransferEngine::startThread() {
-  if (!prepareCurlLibrary()) return false;
-  if (thread_.joinable()) thread_.join();
+/// Called with the lock held. A former thread that went for want of work takes no lock any more.
+bool TransferEngine::startThread(std::size_t index) {
+  Worker& worker = workers_[index];
+  if (stopped_ || !prepareCurlLibrary()) return false;
+  if (worker.thread.joinable()) worker.thread.join();
   auto multiHandle = makeMultiHandle();
   if (!multiHandle) return false;
   try {
-    thread_ = std::thread([this, handle = multiHandle.get()] { serve(handle); });
+    worker.thread =
+        std::thread([this, index, handle = multiHandle.get()] { serve(index, handle); });
   } catch (const std::system_error&) {
     return false;
   }
-  multiHandle_ = std::move(multiHandle);
-  cancelled_ = false;
+  worker.multiHandle = std::move(multiHandle);
   return true;
 }
 
-/// Called with the lock held.
-void TransferEngine::wakeUp() {
-  if (multiHandle_) curl_multi_wakeup(multiHandle_.get());
+/// Called with the lock held. False where no thread serves.
+bool TransferEngine::wakeUp(std::size_t index) {
+  const Worker& worker = workers_[index];
+  if (worker.multiHandle) curl_multi_wakeup(worker.multiHandle.get());
+  return worker.multiHandle != nullptr;
 }
 
-void TransferEngine::serve(void* multiHandle) {
+/// Called with the lock held.
+void TransferEngine::wakeUpAll() {
+  for (std::size_t index = 0; index < workers_.size(); ++index)
+    wakeUp(index);
+}
+
+// --- The transfer threads ------------------------------------------------------------------------
+
+void TransferEngine::serve(std::size_t index, void* multiHandle) {
   nameThisThread("KivRESTService");
   ignoreBrokenPipesOnThisThread();
-  // Let go of here, last: closing the connections is work for this thread too.
+  // Let go of here, last and without a lock: closing the connections is work for this thread too.
   MultiHandle owned;
-  TransferLoop loop(multiHandle, settings_, ended_, *backlog_);
-  idleUntil_ = Clock::now() + settings_.idleTime;
+  Lock lock(schedulerMutex_);
+  begin(index, multiHandle);
   while (true) {
-    // Orders are taken before free places are, so that a place goes to the best of all the jobs
-    // that wait when it becomes free.
-    takeOrders(loop);
-    owned = leaveIfDone(loop);
-    if (owned) return;
-    loop.startWaiting();
-    loop.reportEnded();
-    if (!loop.isIdle()) idleUntil_ = Clock::now() + settings_.idleTime;
-    loop.wait(longestWait(loop));
-    loop.move();
-    // And before transfers end, so that a job for a file that was on its way when it came shares
-    // it.
-    takeOrders(loop);
-    loop.finishEnded();
-    reportProgressOf(loop);
+    doWhatIsDue(index);
+    owned = leaveIfDone(index);
+    if (owned) return leave(index);
+    transfer(index, lock);
   }
 }
 
-void TransferEngine::takeOrders(TransferLoop& loop) {
+void TransferEngine::begin(std::size_t index, void* multiHandle) {
+  ++serving_;
+  if (!scheduler_) scheduler_.emplace(settings_, ended_, *backlog_);
+  scheduler_->lane(index).open(multiHandle);
+  workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+}
+
+void TransferEngine::doWhatIsDue(std::size_t index) {
+  TransferLane& lane = scheduler_->lane(index);
+  // Orders are taken before free places are, so that a place goes to the best of all the jobs that
+  // wait when it becomes free.
+  takeOrders();
+  lane.releaseDropped();
+  scheduler_->startWaiting();
+  scheduler_->runAssigned(lane);
+  callUpOthers(index);
+  scheduler_->reportEnded();
+  if (isBusy(index)) workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+}
+
+/// Without the lock while it waits and moves bytes.
+void TransferEngine::transfer(std::size_t index, Lock& lock) {
+  TransferLane& lane = scheduler_->lane(index);
+  const auto longest = longestWait(index);
+  lock.unlock();
+  const bool isWell = lane.wait(longest) && lane.move();
+  lock.lock();
+  // Before transfers end, so that a job for a file that was on its way when it came shares it.
+  takeOrders();
+  if (!isWell) scheduler_->failRunning(lane);
+  scheduler_->finishEnded(lane);
+  reportProgress();
+}
+
+void TransferEngine::takeOrders() {
   std::vector<TransferJob> jobs;
   bool isCancelled = false;
   {
@@ -127,39 +170,80 @@ void TransferEngine::takeOrders(TransferLoop& loop) {
     isCancelled = std::exchange(cancelled_, false);
   }
   if (isCancelled) {
-    loop.dropAll();
-    idleUntil_ = Clock::now();
+    scheduler_->dropAll();
+    for (Worker& worker : workers_)
+      worker.idleUntil = Clock::now();
   }
   for (auto& job : jobs)
-    loop.add(std::move(job));
+    scheduler_->add(std::move(job));
+}
+
+/// Tells the other threads what they have been assigned, or have to let go of, and the first one
+/// that nothing is left.
+void TransferEngine::callUpOthers(std::size_t self) {
+  for (std::size_t index = 0; index < workers_.size(); ++index) {
+    const TransferLane& lane = scheduler_->lane(index);
+    if (index == self) continue;
+    if (lane.hasAssigned()) {
+      if (callUp(index)) continue;
+      scheduler_->replaceLane(index, scheduler_->lane(self));
+      scheduler_->runAssigned(scheduler_->lane(self));
+    } else if (lane.hasDropped() || (index == 0 && scheduler_->isIdle())) {
+      const std::lock_guard lock(mutex_);
+      wakeUp(index);
+    }
+  }
+}
+
+/// Wakes the thread up, or starts it; false where there is none.
+bool TransferEngine::callUp(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  return wakeUp(index) || startThread(index);
+}
+
+/// The first thread stays while anything is to be done. Another one may go before, but not while
+/// something is due at a time of which it alone may know.
+bool TransferEngine::isBusy(std::size_t index) {
+  if (index == 0) return !scheduler_->isIdle();
+  const TransferLane& lane = scheduler_->lane(index);
+  return lane.load() > 0 || scheduler_->nextDeadline().has_value();
 }
 
 /// The handle of the connections, where the thread has to end now; otherwise nothing.
-MultiHandle TransferEngine::leaveIfDone(const TransferLoop& loop) {
+MultiHandle TransferEngine::leaveIfDone(std::size_t index) {
   const std::lock_guard lock(mutex_);
   const bool hasOrders = !added_.empty() || cancelled_;
-  const bool isIdle = !hasOrders && loop.isIdle() && Clock::now() >= idleUntil_;
-  if (!stopped_ && !isIdle) return {};
-  return std::move(multiHandle_);
+  const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= workers_[index].idleUntil;
+  if (!stopped_ && !isDone) return {};
+  return std::move(workers_[index].multiHandle);
 }
+
+/// Takes no lock: whoever starts another thread in place of this one may hold one, and waits.
+void TransferEngine::leave(std::size_t index) {
+  if (isBusy(index)) scheduler_->dropAll();
+  scheduler_->lane(index).close();
+  if (--serving_ == 0) scheduler_.reset();
+}
+
+// --- Reports -------------------------------------------------------------------------------------
 
 bool TransferEngine::progressIsWanted() {
   const std::lock_guard lock(mutex_);
   return reportsProgress_;
 }
 
-void TransferEngine::reportProgressOf(TransferLoop& loop) {
+void TransferEngine::reportProgress() {
   if (!progressIsWanted()) return;
-  const auto next = loop.nextReport();
-  if (next && *next <= Clock::now()) progressed_(loop.takeReport());
+  const auto next = scheduler_->nextReport();
+  if (next && *next <= Clock::now()) progressed_(scheduler_->takeReport());
 }
 
-std::chrono::milliseconds TransferEngine::longestWait(const TransferLoop& loop) {
+std::chrono::milliseconds TransferEngine::longestWait(std::size_t index) {
   using std::chrono::milliseconds;
   constexpr milliseconds longest{60'000};  // libcurl knows its own deadlines
-  auto until = loop.isIdle() ? idleUntil_ : Clock::now() + longest;
-  if (const auto next = loop.nextDeadline()) until = std::min(until, *next);
-  const auto report = loop.nextReport();
+  auto until = isBusy(index) ? Clock::now() + longest : workers_[index].idleUntil;
+  if (const auto next = scheduler_->nextDeadline()) until = std::min(until, *next);
+  const auto report = scheduler_->nextReport();
   if (report && progressIsWanted()) until = std::min(until, *report);
   return std::clamp(std::chrono::ceil<milliseconds>(until - Clock::now()), milliseconds{0},
                     longest);

@@ -12,7 +12,7 @@
 
 namespace kiv {
 
-/// What the transfer thread needs to know of a task. It never sees the task itself, which belongs
+/// What the transfer threads need to know of a task. It never sees the task itself, which belongs
 /// to the client's queue.
 struct TransferJob {
   /// Names the task between the threads. Grows with every task of a client, so that it is also the

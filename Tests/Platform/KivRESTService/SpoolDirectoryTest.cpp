@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,8 @@
 #include "Platform/Foundation/BootIdentity.h"
 #include "Platform/KivRESTService/PartialBody.h"
 #include "Platform/KivRESTService/SpoolDirectory.h"
+#include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
@@ -19,16 +22,16 @@ using kiv::PartialBody;
 using kiv::PartialRecord;
 using kiv::URL;
 
+struct Swept : kiv::SpoolDirectory {
+  explicit Swept(const KivRESTServiceSettings& settings) : SpoolDirectory(settings) { sweep(); }
+};
+
 class SpoolDirectoryTest : public testing::Test {
  protected:
   SpoolDirectoryTest() { settings_.spoolDirectory = directory_.path("spool"); }
 
   /// As a client sees it that begins now.
-  [[nodiscard]] kiv::SpoolDirectory spool() const {
-    kiv::SpoolDirectory spool(settings_);
-    spool.sweep();
-    return spool;
-  }
+  [[nodiscard]] Swept spool() const { return Swept(settings_); }
   static URL url(const std::string& path) { return *URL::fromString("http://a.test/" + path); }
 
   static PartialRecord recordOf(const URL& url) {
@@ -43,6 +46,13 @@ class SpoolDirectoryTest : public testing::Test {
   void leave(const URL& url, const std::string& bytes) {
     auto body = spool().create(url, nullptr);
     ASSERT_TRUE(body && body->begin(recordOf(url), nullptr) && body->append(bytes, nullptr));
+  }
+
+  /// The file of the only body.
+  [[nodiscard]] fs::path partPath() const {
+    for (const auto& item : fs::directory_iterator(settings_.spoolDirectory))
+      if (item.path().extension() == ".part") return item.path();
+    return {};
   }
 
   static std::string contentsOf(const fs::path& path) {
@@ -104,6 +114,55 @@ TEST_F(SpoolDirectoryTest, AnotherPlaceIsMadeForWhatIsInUse) {
   EXPECT_EQ(PartialBody::finish(std::move(first), nullptr)->view(), "first");
   EXPECT_EQ(PartialBody::finish(std::move(second), nullptr)->view(), "second");
   EXPECT_EQ(fileCount(), 0U);
+}
+
+// --- Bytes that wait for others ---
+
+TEST_F(SpoolDirectoryTest, BytesComeInTheirOrderWhateverTheirSizes) {
+  const std::string bytes = kiv::test::patternedBytes(2'000'000);
+  auto body = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
+  std::size_t at = 0;
+  for (const std::size_t size : {1, 16'384, 262'144, 262'143, 1, 300'000, 0, 524'288, 600'000}) {
+    ASSERT_TRUE(body->append(std::string_view(bytes).substr(at, size), nullptr));
+    at += size;
+    EXPECT_EQ(body->length(), static_cast<std::int64_t>(at));
+  }
+  ASSERT_TRUE(body->append(std::string_view(bytes).substr(at), nullptr));
+  EXPECT_TRUE(PartialBody::finish(std::move(body), nullptr)->view() == bytes);
+}
+
+TEST_F(SpoolDirectoryTest, WhatIsFlushedIsInTheFile) {
+  auto body = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
+  ASSERT_TRUE(body->append("12345", nullptr) && body->flush(nullptr));
+  EXPECT_EQ(contentsOf(partPath()), "12345");
+  EXPECT_TRUE(body->flush(nullptr)) << "nothing waits";
+  EXPECT_EQ(contentsOf(partPath()), "12345");
+}
+
+TEST_F(SpoolDirectoryTest, AFullDiskShowsWhenTheBytesAreWritten) {
+  kiv::test::FaultyFileManager manager;
+  auto body = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
+  manager.setFailingOperation("write", ENOSPC);
+  ASSERT_TRUE(body->append("12345", nullptr));
+  std::optional<kiv::Error> error;
+  EXPECT_FALSE(body->flush(&error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, ENOSPC);
+}
+
+TEST_F(SpoolDirectoryTest, ABodyWhoseEndCannotBeWrittenIsNotHandedOn) {
+  kiv::test::FaultyFileManager manager;
+  auto body = spool().create(url("a"), nullptr);
+  ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
+  manager.setFailingOperation("write", ENOSPC);
+  ASSERT_TRUE(body->append("12345", nullptr));
+  std::optional<kiv::Error> error;
+  EXPECT_FALSE(PartialBody::finish(std::move(body), &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, ENOSPC);
 }
 
 TEST_F(SpoolDirectoryTest, WithoutAVersionNothingIsKept) {

@@ -1,17 +1,16 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "Platform/KivRESTService/CurlHandles.h"
 #include "Platform/KivRESTService/Download.h"
 #include "Platform/KivRESTService/HostHealth.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
@@ -20,43 +19,62 @@
 #include "Platform/KivRESTService/SpoolDirectory.h"
 #include "Platform/KivRESTService/TaskResult.h"
 #include "Platform/KivRESTService/TransferJob.h"
+#include "Platform/KivRESTService/TransferLane.h"
 #include "Platform/KivRESTService/WaitingDownloads.h"
 
 namespace kiv {
 
 class Backlog;
 
-/// Runs jobs: keeps those that wait, moves those that run, tries again those that failed, and
-/// reports how each ended. Belongs to the transfer thread.
+/// Decides what the transfer threads do: keeps the jobs that wait, gives each free place to the
+/// best of them, tries again those that failed, and reports how each ended. Used by one transfer
+/// thread at a time.
 ///
 /// Only the transfers that run are known to libcurl, which knows no priorities and counts the time
 /// that a transfer waits against its time-outs.
-class TransferLoop {
+class TransferScheduler {
  public:
   using EndHandler = std::function<void(std::uint64_t id, TaskResult result)>;
   using Time = std::chrono::steady_clock::time_point;
 
-  /// All of them must outlive the loop.
-  TransferLoop(void* multiHandle, const KivRESTServiceSettings& settings, const EndHandler& ended,
-               Backlog& backlog);
-  ~TransferLoop();
-  TransferLoop(const TransferLoop&) = delete;
-  TransferLoop& operator=(const TransferLoop&) = delete;
+  /// How many lanes there are with those settings.
+  static std::size_t laneCount(const KivRESTServiceSettings& settings) noexcept;
+
+  /// All of them must outlive the scheduler.
+  TransferScheduler(const KivRESTServiceSettings& settings, const EndHandler& ended,
+                    Backlog& backlog);
+  /// Nothing may run.
+  ~TransferScheduler();
+  TransferScheduler(const TransferScheduler&) = delete;
+  TransferScheduler& operator=(const TransferScheduler&) = delete;
 
   /// A job for a file that is on its way already joins that download.
   void add(TransferJob job);
-  /// Forgets every job and closes the connections of those that run. Nothing is reported; what has
-  /// come of their bodies stays in the spool directory.
+  /// Forgets every job. Nothing is reported; what has come of their bodies stays in the spool
+  /// directory. Nothing starts until each lane has closed the connections of what ran there.
   void dropAll();
-  /// Gives the free places to the jobs that wait, and for which it is time.
+  /// Assigns the free places to jobs that wait, and for which it is time. The lane with the fewest
+  /// transfers gets the next, the first one of those that are equal: what comes alone always finds
+  /// the same open connections.
   void startWaiting();
-  /// Moves the transfers that can be moved.
-  void move();
-  /// Goes on with the jobs whose transfers have ended, or reports them.
-  void finishEnded();
-  /// Returns when something can be moved, when the thread is woken up, or after that time.
-  void wait(std::chrono::milliseconds longest);
-  [[nodiscard]] bool isIdle() const noexcept { return downloads_.empty() && results_.empty(); }
+  /// The lanes, of which each has its thread.
+  [[nodiscard]] TransferLane& lane(std::size_t index) noexcept { return lanes_[index]; }
+  /// The lane has no thread, and gets none: another takes what it has been assigned.
+  void replaceLane(std::size_t index, TransferLane& other);
+  /// True where no job is left.
+  [[nodiscard]] bool isIdle() const noexcept;
+
+  // --- On the thread of the lane ---
+
+  /// Runs what the lane has been assigned.
+  void runAssigned(TransferLane& lane);
+  /// Goes on with the jobs whose transfers have ended there, or reports them.
+  void finishEnded(TransferLane& lane);
+  /// Ends the jobs that run there where libcurl itself has failed.
+  void failRunning(TransferLane& lane);
+
+  // --- Reports ---
+
   /// Reports the jobs that have ended: at once where no other transfer runs, otherwise those of
   /// some milliseconds together. Whoever is told of many at one time can store them for less.
   void reportEnded();
@@ -69,33 +87,25 @@ class TransferLoop {
   ProgressReport takeReport();
 
  private:
-  struct EndedTransfer {
-    void* handle;
-    int result;
-  };
-
+  [[nodiscard]] bool hasDropped() const noexcept;
   void join(Download& download, const TransferJob& job);
   void endPauses(Time now);
   [[nodiscard]] bool mayStart(Download& download, Time now) const;
   [[nodiscard]] std::optional<TransferPlan::Step> nextStep(const Download& download,
                                                            Time now) const;
+  TransferLane& leastLoadedLane() noexcept;
   void start(Download& download);
-  /// What keeps the transfer from starting; nothing where it runs.
-  std::optional<TransferOutcome> startTransfer(Download& download);
-  bool run(Download& download);
+  /// What keeps the transfer from starting; nothing where it is assigned.
+  std::optional<TransferOutcome> startTransfer(Download& download, TransferLane& lane);
   void advance(Download& download);
   void shareBandwidth();
 
-  [[nodiscard]] std::vector<EndedTransfer> takeEnded();
-  void finish(const EndedTransfer& ended);
-  void stopRunning(Download& download);
+  void finish(TransferLane& lane, const TransferLane::Ended& ended);
+  void endTry(TransferLane& lane, Download& download, TryResult result);
+  void stopRunning(TransferLane& lane, Download& download);
   void noteHealth(const Download& download, const TryResult& result);
   void report(Download& download);
-  void report(Download& download, TransferOutcome outcome);
-  void failEverything();
-  EasyHandle takeSpareHandle();
 
-  void* const multiHandle_;
   const KivRESTServiceSettings& settings_;
   const EndHandler& ended_;
   Backlog& backlog_;
@@ -109,10 +119,11 @@ class TransferLoop {
   std::vector<std::pair<std::uint64_t, TaskResult>> results_;   // not reported yet
   Time reportAt_{};                                             // for those
   WaitingDownloads waiting_;
-  std::unordered_map<void*, Download*> running_;  // by easy handle
-  std::map<std::string, std::size_t> runningPerServer_;
   std::multimap<Time, Download*> pausing_;
-  std::vector<EasyHandle> spareHandles_;
+  std::size_t running_ = 0;
+  std::map<std::string, std::size_t> runningPerServer_;
+  std::vector<TransferLane> lanes_;
+  std::size_t lanesInUse_;  // the first ones
 };
 
 }  // namespace kiv

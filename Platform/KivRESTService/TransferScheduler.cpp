@@ -1,10 +1,8 @@
-#include "Platform/KivRESTService/TransferLoop.h"
+#include "Platform/KivRESTService/TransferScheduler.h"
 
 #include <algorithm>
 #include <random>
 #include <utility>
-
-#include <curl/curl.h>
 
 #include "Platform/KivRESTService/Backlog.h"
 #include "Platform/KivRESTService/RedirectPolicy.h"
@@ -27,26 +25,36 @@ TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
 
 }  // namespace
 
-TransferLoop::TransferLoop(void* multiHandle, const KivRESTServiceSettings& settings,
-                           const EndHandler& ended, Backlog& backlog)
-    : multiHandle_(multiHandle),
-      settings_(settings),
+// A limit of the speed is shared among transfers that only their own thread may change.
+std::size_t TransferScheduler::laneCount(const KivRESTServiceSettings& settings) noexcept {
+  if (settings.bandwidth > 0) return 1;
+  return std::max<std::size_t>(1, std::min(settings.threads, settings.parallelTransfers));
+}
+
+TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
+                                     const EndHandler& ended, Backlog& backlog)
+    : settings_(settings),
       ended_(ended),
       backlog_(backlog),
       spool_(settings),
       health_(settings.unreachablePause),
-      policy_(settings, std::random_device()()) {
+      policy_(settings, std::random_device()()),
+      lanes_(laneCount(settings)),
+      lanesInUse_(lanes_.size()) {
   spool_.sweep();
 }
 
-TransferLoop::~TransferLoop() {
+TransferScheduler::~TransferScheduler() {
   dropAll();
 }
 
-void TransferLoop::dropAll() {
-  for (const auto& [handle, download] : running_)
-    curl_multi_remove_handle(multiHandle_, handle);
-  running_.clear();
+void TransferScheduler::dropAll() {
+  for (auto& [key, download] : downloads_) {
+    if (download->state != Download::State::running) continue;
+    TransferLane& lane = *download->lane;
+    lane.drop(std::move(download));
+  }
+  running_ = 0;
   runningPerServer_.clear();
   waiting_.clear();
   pausing_.clear();
@@ -56,9 +64,19 @@ void TransferLoop::dropAll() {
   isReportDue_ = false;
 }
 
+bool TransferScheduler::isIdle() const noexcept {
+  return downloads_.empty() && results_.empty();
+}
+
+/// True while a lane holds what has been dropped: the bodies of those, too, are in use until then.
+bool TransferScheduler::hasDropped() const noexcept {
+  return std::any_of(lanes_.begin(), lanes_.end(),
+                     [](const TransferLane& lane) { return lane.hasDropped(); });
+}
+
 // --- Jobs ----------------------------------------------------------------------------------------
 
-void TransferLoop::add(TransferJob job) {
+void TransferScheduler::add(TransferJob job) {
   if (isIdle()) meter_.restart();
   isReportDue_ = true;
   auto& place = downloads_[Download::keyOf(job)];
@@ -67,7 +85,7 @@ void TransferLoop::add(TransferJob job) {
   waiting_.add(*place);
 }
 
-void TransferLoop::join(Download& download, const TransferJob& job) {
+void TransferScheduler::join(Download& download, const TransferJob& job) {
   const bool waits = download.state == Download::State::waiting;
   if (waits) waiting_.remove(download);
   download.tasks.push_back(job.id);
@@ -75,20 +93,20 @@ void TransferLoop::join(Download& download, const TransferJob& job) {
   if (waits) waiting_.add(download);
 }
 
-void TransferLoop::startWaiting() {
+void TransferScheduler::startWaiting() {
   const auto now = Clock::now();
   endPauses(now);
+  if (hasDropped()) return;
   const auto places = std::max<std::size_t>(1, settings_.parallelTransfers);
   const auto ready = [&](Download& download) { return mayStart(download, now); };
-  while (!waiting_.empty() && running_.size() < places &&
-         !backlog_.exceeds(settings_.largestBacklog)) {
+  while (!waiting_.empty() && running_ < places && !backlog_.exceeds(settings_.largestBacklog)) {
     Download* const next = waiting_.takeNext(ready);
     if (!next) return;
     start(*next);
   }
 }
 
-void TransferLoop::endPauses(Time now) {
+void TransferScheduler::endPauses(Time now) {
   while (!pausing_.empty() && pausing_.begin()->first <= now) {
     Download& download = *pausing_.begin()->second;
     pausing_.erase(pausing_.begin());
@@ -98,7 +116,7 @@ void TransferLoop::endPauses(Time now) {
 }
 
 /// Chooses the server too, so that the answer holds for the start that follows.
-bool TransferLoop::mayStart(Download& download, Time now) const {
+bool TransferScheduler::mayStart(Download& download, Time now) const {
   const auto step = nextStep(download, now);
   if (!step) return true;
   download.server = step->server;
@@ -107,47 +125,59 @@ bool TransferLoop::mayStart(Download& download, Time now) const {
          busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
 }
 
-std::optional<TransferPlan::Step> TransferLoop::nextStep(const Download& download, Time now) const {
+std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& download,
+                                                              Time now) const {
   return download.plan.next(
       now, [&](std::size_t server) { return health_.isAvoided(download.servers[server], now); });
 }
 
-void TransferLoop::start(Download& download) {
+void TransferScheduler::start(Download& download) {
   const auto now = Clock::now();
   if (!download.begun) download.begun = now;
   ++download.figures.tries;
   health_.noteTry(download.servers[download.server], now);
-  if (auto obstacle = startTransfer(download)) {
+  if (auto obstacle = startTransfer(download, leastLoadedLane())) {
     download.transfer.reset();
     download.record(TryResult(std::move(*obstacle)), policy_, now);
     advance(download);
   }
 }
 
-std::optional<TransferOutcome> TransferLoop::startTransfer(Download& download) {
+TransferLane& TransferScheduler::leastLoadedLane() noexcept {
+  return *std::min_element(
+      lanes_.begin(), lanes_.begin() + static_cast<std::ptrdiff_t>(lanesInUse_),
+      [](const TransferLane& a, const TransferLane& b) { return a.load() < b.load(); });
+}
+
+std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& download,
+                                                                TransferLane& lane) {
   const URL& url = download.url();
   if (const auto objection = objectionToURL(url); !objection.empty()) {
     return failure(Code::unsupportedURL, url, objection);
   }
-  auto handle = takeSpareHandle();
+  auto handle = lane.takeSpareHandle();
   if (!handle) return failure(Code::outOfResources, url);
   download.transfer = std::make_unique<Transfer>(url, settings_, spool_, std::move(handle));
-  if (!download.transfer->prepare() || !run(download)) return failure(Code::outOfResources, url);
-  ++runningPerServer_[download.servers[download.server]];
+  if (!download.transfer->prepare()) return failure(Code::outOfResources, url);
+  lane.assign(download);
+  download.lane = &lane;
   download.state = Download::State::running;
+  ++running_;
+  ++runningPerServer_[download.servers[download.server]];
   shareBandwidth();
   return std::nullopt;
 }
 
-bool TransferLoop::run(Download& download) {
-  void* const handle = download.transfer->handle();
-  if (curl_multi_add_handle(multiHandle_, handle) != CURLM_OK) return false;
-  running_.emplace(handle, &download);
-  return true;
+void TransferScheduler::replaceLane(std::size_t index, TransferLane& other) {
+  lanesInUse_ = index;
+  for (Download* const download : lanes_[index].takeAssigned()) {
+    download->lane = &other;
+    other.assign(*download);
+  }
 }
 
 /// Puts the download where it belongs after a try: its next try may come now, later or never.
-void TransferLoop::advance(Download& download) {
+void TransferScheduler::advance(Download& download) {
   const auto now = Clock::now();
   const auto step = nextStep(download, now);
   if (!step) return report(download);
@@ -161,68 +191,59 @@ void TransferLoop::advance(Download& download) {
 }
 
 /// libcurl knows only limits of single transfers.
-void TransferLoop::shareBandwidth() {
-  if (settings_.bandwidth <= 0 || running_.empty()) return;
-  const auto share = settings_.bandwidth / static_cast<std::int64_t>(running_.size());
-  for (const auto& [handle, download] : running_)
-    download->transfer->limitSpeed(std::max<std::int64_t>(1, share));
+void TransferScheduler::shareBandwidth() {
+  if (settings_.bandwidth <= 0 || running_ == 0) return;
+  const auto share = settings_.bandwidth / static_cast<std::int64_t>(running_);
+  for (TransferLane& lane : lanes_)
+    lane.limitSpeeds(std::max<std::int64_t>(1, share));
 }
 
 // --- Transfers -----------------------------------------------------------------------------------
 
-void TransferLoop::move() {
-  int stillRunning = 0;
-  if (curl_multi_perform(multiHandle_, &stillRunning) != CURLM_OK) failEverything();
-}
-
-void TransferLoop::wait(std::chrono::milliseconds longest) {
-  const auto code =
-      curl_multi_poll(multiHandle_, nullptr, 0, static_cast<int>(longest.count()), nullptr);
-  if (code != CURLM_OK) failEverything();
-}
-
-void TransferLoop::finishEnded() {
-  for (const auto& ended : takeEnded())
-    finish(ended);
-}
-
-std::vector<TransferLoop::EndedTransfer> TransferLoop::takeEnded() {
-  // Collected first: a message does not outlive the removal of its handle.
-  std::vector<EndedTransfer> ended;
-  int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(multiHandle_, &left)) {
-    if (message->msg != CURLMSG_DONE) continue;
-    ended.push_back({message->easy_handle, static_cast<int>(message->data.result)});
+void TransferScheduler::runAssigned(TransferLane& lane) {
+  for (Download* const download : lane.takeAssigned()) {
+    if (lane.run(*download)) continue;
+    endTry(lane, *download, TryResult(failure(Code::outOfResources, download->url())));
   }
-  return ended;
 }
 
-void TransferLoop::finish(const EndedTransfer& ended) {
-  const auto place = running_.find(ended.handle);
-  if (place == running_.end()) return;
-  Download& download = *place->second;
-  running_.erase(place);
-  curl_multi_remove_handle(multiHandle_, ended.handle);
+void TransferScheduler::finishEnded(TransferLane& lane) {
+  for (const auto& ended : lane.takeEnded())
+    finish(lane, ended);
+}
 
+void TransferScheduler::finish(TransferLane& lane, const TransferLane::Ended& ended) {
+  Download& download = ended.download;
   auto result = download.transfer->finish(ended.result);
-  const bool goesOn = !result && run(download);
+  const bool goesOn = !result && lane.run(download);
   if (goesOn) return shareBandwidth();
   if (!result) result.emplace(failure(Code::outOfResources, download.url()));
   noteHealth(download, *result);
-  stopRunning(download);
-  download.record(std::move(*result), policy_, Clock::now());
+  endTry(lane, download, std::move(*result));
+}
+
+void TransferScheduler::failRunning(TransferLane& lane) {
+  for (Download* const download : lane.takeRunning())
+    endTry(lane, *download, TryResult(failure(Code::outOfResources, download->url())));
+}
+
+void TransferScheduler::endTry(TransferLane& lane, Download& download, TryResult result) {
+  stopRunning(lane, download);
+  download.record(std::move(result), policy_, Clock::now());
   advance(download);
 }
 
-void TransferLoop::stopRunning(Download& download) {
+void TransferScheduler::stopRunning(TransferLane& lane, Download& download) {
   const auto running = runningPerServer_.find(download.servers[download.server]);
   if (--running->second == 0) runningPerServer_.erase(running);
-  spareHandles_.push_back(download.transfer->takeHandle());
+  --running_;
+  lane.keepSpareHandle(download.transfer->takeHandle());
   download.transfer.reset();
+  download.lane = nullptr;
   shareBandwidth();
 }
 
-void TransferLoop::noteHealth(const Download& download, const TryResult& result) {
+void TransferScheduler::noteHealth(const Download& download, const TryResult& result) {
   const std::string& server = download.servers[download.server];
   if (result.isUnreachable) {
     health_.noteUnreachable(server, Clock::now());
@@ -233,17 +254,13 @@ void TransferLoop::noteHealth(const Download& download, const TryResult& result)
 
 // --- Ends ----------------------------------------------------------------------------------------
 
-void TransferLoop::report(Download& download) {
+void TransferScheduler::report(Download& download) {
   TransferOutcome outcome = download.end(Clock::now());
   // A body that came from elsewhere makes what was kept of it useless.
   const bool mayHaveParts = outcome.body && !download.figures.failedTries.empty();
   for (std::size_t server = 0; mayHaveParts && server < download.urls.size(); ++server) {
     if (server != download.server) spool_.forget(download.urls[server]);
   }
-  report(download, std::move(outcome));
-}
-
-void TransferLoop::report(Download& download, TransferOutcome outcome) {
   const auto bytes = outcome.body ? static_cast<std::int64_t>(outcome.body->size()) : 0;
   meter_.noteEnded(download.tasks.size(), bytes);
   isReportDue_ = true;
@@ -260,50 +277,29 @@ void TransferLoop::report(Download& download, TransferOutcome outcome) {
   results_.emplace_back(tasks.back(), std::move(result));
 }
 
-void TransferLoop::reportEnded() {
+void TransferScheduler::reportEnded() {
   if (results_.empty()) return;
-  const bool mayWait = !running_.empty() && Clock::now() < reportAt_;
+  const bool mayWait = running_ > 0 && Clock::now() < reportAt_;
   if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
   for (auto& [task, result] : std::exchange(results_, {}))
     ended_(task, std::move(result));
 }
 
-std::optional<TransferLoop::Time> TransferLoop::nextDeadline() const {
+std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {
   std::optional<Time> next;
   if (!pausing_.empty()) next = pausing_.begin()->first;
   if (!results_.empty() && (!next || reportAt_ < *next)) next = reportAt_;
   return next;
 }
 
-/// Ends every job where libcurl itself has failed, which it does for want of memory only.
-void TransferLoop::failEverything() {
-  for (const auto& [handle, download] : running_)
-    curl_multi_remove_handle(multiHandle_, handle);
-  running_.clear();
-  runningPerServer_.clear();
-  waiting_.clear();
-  pausing_.clear();
-  while (!downloads_.empty()) {
-    Download& download = *downloads_.begin()->second;
-    report(download, failure(Code::outOfResources, download.urls.front()));
-  }
-}
-
-EasyHandle TransferLoop::takeSpareHandle() {
-  if (spareHandles_.empty()) return makeEasyHandle();
-  auto handle = std::move(spareHandles_.back());
-  spareHandles_.pop_back();
-  return handle;
-}
-
 // --- Progress ------------------------------------------------------------------------------------
 
-std::optional<TransferLoop::Time> TransferLoop::nextReport() const {
-  if (!isReportDue_ && running_.empty()) return std::nullopt;
+std::optional<TransferScheduler::Time> TransferScheduler::nextReport() const {
+  if (!isReportDue_ && running_ == 0) return std::nullopt;
   return meter_.nextTime();
 }
 
-ProgressReport TransferLoop::takeReport() {
+ProgressReport TransferScheduler::takeReport() {
   isReportDue_ = false;
   ProgressReport report{meter_.measure(downloads_, Clock::now()), {}};
   for (const auto& [key, download] : downloads_) {

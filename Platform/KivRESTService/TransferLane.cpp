@@ -1,0 +1,83 @@
+#include "Platform/KivRESTService/TransferLane.h"
+
+#include <algorithm>
+
+#include <curl/curl.h>
+
+namespace kiv {
+
+void TransferLane::drop(std::unique_ptr<Download> download) {
+  const bool wasRunning = running_.erase(download->transfer->handle()) > 0;
+  std::erase(assigned_, download.get());
+  if (wasRunning) dropped_.push_back(std::move(download));
+}
+
+EasyHandle TransferLane::takeSpareHandle() {
+  if (spareHandles_.empty()) return makeEasyHandle();
+  auto handle = std::move(spareHandles_.back());
+  spareHandles_.pop_back();
+  return handle;
+}
+
+void TransferLane::close() {
+  takeRunning();
+  releaseDropped();
+  multiHandle_ = nullptr;
+}
+
+bool TransferLane::run(Download& download) {
+  void* const handle = download.transfer->handle();
+  if (curl_multi_add_handle(multiHandle_, handle) != CURLM_OK) return false;
+  running_.emplace(handle, &download);
+  return true;
+}
+
+void TransferLane::releaseDropped() {
+  for (const auto& download : dropped_)
+    curl_multi_remove_handle(multiHandle_, download->transfer->handle());
+  dropped_.clear();
+}
+
+bool TransferLane::wait(std::chrono::milliseconds longest) {
+  return curl_multi_poll(multiHandle_, nullptr, 0, static_cast<int>(longest.count()), nullptr) ==
+         CURLM_OK;
+}
+
+bool TransferLane::move() {
+  int stillRunning = 0;
+  return curl_multi_perform(multiHandle_, &stillRunning) == CURLM_OK;
+}
+
+std::vector<TransferLane::Ended> TransferLane::takeEnded() {
+  // Collected first: a message does not outlive the removal of its handle.
+  std::vector<Ended> ended;
+  int left = 0;
+  while (const CURLMsg* const message = curl_multi_info_read(multiHandle_, &left)) {
+    const auto place = running_.find(message->easy_handle);
+    if (message->msg != CURLMSG_DONE || place == running_.end()) continue;
+    ended.push_back({*place->second, static_cast<int>(message->data.result)});
+    running_.erase(place);
+  }
+  for (const auto& [download, result] : ended)
+    curl_multi_remove_handle(multiHandle_, download.transfer->handle());
+  return ended;
+}
+
+std::vector<Download*> TransferLane::takeRunning() {
+  std::vector<Download*> stopped;
+  for (const auto& [handle, download] : running_) {
+    curl_multi_remove_handle(multiHandle_, handle);
+    stopped.push_back(download);
+  }
+  running_.clear();
+  return stopped;
+}
+
+void TransferLane::limitSpeeds(std::int64_t bytesPerSecond) {
+  for (const Download* const download : assigned_)
+    download->transfer->limitSpeed(bytesPerSecond);
+  for (const auto& [handle, download] : running_)
+    download->transfer->limitSpeed(bytesPerSecond);
+}
+
+}  // namespace kiv

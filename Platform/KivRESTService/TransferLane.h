@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "Platform/KivRESTService/CurlHandles.h"
+#include "Platform/KivRESTService/Download.h"
+
+namespace kiv {
+
+/// The transfers that one thread moves.
+///
+/// Of the operations only wait() and move() may run while other threads use the rest, which is for
+/// them to put in order.
+class TransferLane {
+ public:
+  struct Ended {
+    Download& download;
+    int result;  ///< libcurl's.
+  };
+
+  /// The transfers that run, or are to.
+  [[nodiscard]] std::size_t load() const noexcept { return assigned_.size() + running_.size(); }
+  /// Leaves a download, whose transfer is prepared, to the lane's thread.
+  void assign(Download& download) { assigned_.push_back(&download); }
+  [[nodiscard]] bool hasAssigned() const noexcept { return !assigned_.empty(); }
+  /// Takes back those that the thread has not taken yet.
+  std::vector<Download*> takeAssigned() { return std::exchange(assigned_, {}); }
+  /// Ends a download of the lane. Its connection is closed by the lane's thread.
+  void drop(std::unique_ptr<Download> download);
+  /// True while there are such connections.
+  [[nodiscard]] bool hasDropped() const noexcept { return !dropped_.empty(); }
+
+  EasyHandle takeSpareHandle();
+  void keepSpareHandle(EasyHandle handle) { spareHandles_.push_back(std::move(handle)); }
+
+  // --- On the lane's thread ---
+
+  /// The thread begins to serve, with a handle of its own; or ends, which closes all connections.
+  void open(void* multiHandle) noexcept { multiHandle_ = multiHandle; }
+  void close();
+  /// Has a prepared transfer run; false where that failed.
+  bool run(Download& download);
+  void releaseDropped();
+  /// Returns when something can be moved, when the thread is woken up, or after that time. False
+  /// where libcurl itself failed, which it does for want of memory only.
+  bool wait(std::chrono::milliseconds longest);
+  /// Moves the transfers that can be moved; false as above.
+  bool move();
+  /// Those that have ended, which run no more.
+  std::vector<Ended> takeEnded();
+  /// Stops all that run.
+  std::vector<Download*> takeRunning();
+  void limitSpeeds(std::int64_t bytesPerSecond);
+
+ private:
+  void* multiHandle_ = nullptr;
+  std::vector<Download*> assigned_;
+  std::unordered_map<void*, Download*> running_;  // by easy handle
+  std::vector<std::unique_ptr<Download>> dropped_;
+  std::vector<EasyHandle> spareHandles_;
+};
+
+}  // namespace kiv
