@@ -64,7 +64,7 @@ struct KivRESTServiceSettings {
   std::int64_t largestBodyInMemory = 1024 * 1024;
   /// Bytes of bodies that may wait in memory for the client's queue to complete their tasks. No
   /// transfer starts while there are more: who takes bodies slowly gets them slowly.
-  std::int64_t largestBacklog = 16 * 1024 * 1024;
+  std::int64_t largestBacklog = 4 * 1024 * 1024;
 
   // --- What is kept on the disk ---
 

@@ -145,6 +145,10 @@ void TransferEngine::doWhatIsDue(std::size_t index) {
   callUpOthers(index);
   scheduler_->reportEnded();
   if (isBusy(index)) workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+  if (index > 0 && scheduler_->isIdle()) {
+    const std::lock_guard lock(mutex_);
+    wakeUp(0);  // which waits for more than the end of its own transfers
+  }
 }
 
 /// Without the lock while it waits and moves bytes.
@@ -178,8 +182,7 @@ void TransferEngine::takeOrders() {
     scheduler_->add(std::move(job));
 }
 
-/// Tells the other threads what they have been assigned, or have to let go of, and the first one
-/// that nothing is left.
+/// Tells the other threads what they have been assigned, or have to let go of.
 void TransferEngine::callUpOthers(std::size_t self) {
   for (std::size_t index = 0; index < workers_.size(); ++index) {
     const TransferLane& lane = scheduler_->lane(index);
@@ -188,7 +191,7 @@ void TransferEngine::callUpOthers(std::size_t self) {
       if (callUp(index)) continue;
       scheduler_->replaceLane(index, scheduler_->lane(self));
       scheduler_->runAssigned(scheduler_->lane(self));
-    } else if (lane.hasDropped() || (index == 0 && scheduler_->isIdle())) {
+    } else if (lane.hasDropped()) {
       const std::lock_guard lock(mutex_);
       wakeUp(index);
     }
@@ -222,7 +225,8 @@ MultiHandle TransferEngine::leaveIfDone(std::size_t index) {
 void TransferEngine::leave(std::size_t index) {
   if (isBusy(index)) scheduler_->dropAll();
   scheduler_->lane(index).close();
-  if (--serving_ == 0) scheduler_.reset();
+  // Not while it has jobs: a thread that has been started for them may not have begun.
+  if (--serving_ == 0 && scheduler_->isIdle()) scheduler_.reset();
 }
 
 // --- Reports -------------------------------------------------------------------------------------

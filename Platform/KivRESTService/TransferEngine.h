@@ -95,7 +95,7 @@ class TransferEngine {
   // Held by a transfer thread whenever it does not wait or move bytes, by others never: nobody
   // waits for what the threads do. Taken before the other one.
   std::mutex schedulerMutex_;
-  std::optional<TransferScheduler> scheduler_;  // while a thread serves
+  std::optional<TransferScheduler> scheduler_;  // while a thread serves, or is about to
   std::size_t serving_ = 0;                     // threads that use it
 
   std::mutex mutex_;  // for all that follows, and the orders

@@ -16,8 +16,8 @@ namespace {
 using Code = KivRESTServiceErrorCode;
 using Clock = std::chrono::steady_clock;
 
-/// How long a result may wait for others.
-constexpr std::chrono::milliseconds longestReportDelay{10};
+/// The shortest time from one report of results to the next while transfers run.
+constexpr std::chrono::milliseconds reportInterval{10};
 
 TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
   return TransferOutcome::failed(transferError(code, url.absoluteString(), what));
@@ -269,7 +269,6 @@ void TransferScheduler::report(Download& download) {
   TaskResult result{std::move(outcome), std::move(download.figures), held};
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
-  if (results_.empty()) reportAt_ = Clock::now() + longestReportDelay;
   backlog_.add(held * static_cast<std::int64_t>(tasks.size()));
   for (std::size_t index = 0; index + 1 < tasks.size(); ++index)
     results_.emplace_back(tasks[index], result);
@@ -279,8 +278,10 @@ void TransferScheduler::report(Download& download) {
 
 void TransferScheduler::reportEnded() {
   if (results_.empty()) return;
-  const bool mayWait = running_ > 0 && Clock::now() < reportAt_;
+  const auto now = Clock::now();
+  const bool mayWait = running_ > 0 && now < reportAt_;
   if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
+  reportAt_ = now + reportInterval;
   for (auto& [task, result] : std::exchange(results_, {}))
     ended_(task, std::move(result));
 }

@@ -75,8 +75,8 @@ class TransferScheduler {
 
   // --- Reports ---
 
-  /// Reports the jobs that have ended: at once where no other transfer runs, otherwise those of
-  /// some milliseconds together. Whoever is told of many at one time can store them for less.
+  /// Reports the jobs that have ended: at once, but while others run those of some milliseconds
+  /// together. Whoever is told of many at one time can store them for less.
   void reportEnded();
   /// When there will be something to do for startWaiting() or reportEnded() at the latest, whatever
   /// happens; nothing where nothing waits.
@@ -117,7 +117,7 @@ class TransferScheduler {
 
   std::map<std::string, std::unique_ptr<Download>> downloads_;  // all, by key
   std::vector<std::pair<std::uint64_t, TaskResult>> results_;   // not reported yet
-  Time reportAt_{};                                             // for those
+  Time reportAt_{};                                             // not before, while others run
   WaitingDownloads waiting_;
   std::multimap<Time, Download*> pausing_;
   std::size_t running_ = 0;

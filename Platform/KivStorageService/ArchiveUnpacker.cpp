@@ -129,9 +129,11 @@ bool unpackArchive(std::string_view bytes, std::string_view archiveName, const s
                                     "The archive " + quoted(archiveName) + " has no " +
                                         quoted(archiveEntryPage) + " at its top."));
   }
-  if (auto full = objectionToSize(unpackedSize(*plan), "archive", archiveName, path)) {
-    return fail(error, std::move(*full));
-  }
+  // A disk that does not tell its room is tried.
+  const auto space = FileManager::defaultManager().spaceAtPath(path);
+  auto full =
+      space ? objectionToSize(unpackedSize(*plan), "archive", archiveName, *space) : std::nullopt;
+  if (full) return fail(error, std::move(*full));
   return Unpacker(*plan, bytes.size(), ceilings, archiveName).makeTree(top, path, error);
 }
 

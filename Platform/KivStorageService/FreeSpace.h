@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/FileManager.h"
 
 namespace kiv::storage {
 
@@ -13,9 +14,9 @@ namespace kiv::storage {
 /// small file is not refused for the sake of a large reserve, so it is never more than the file.
 inline constexpr std::uint64_t largestReserve = std::uint64_t{1} << 20;
 
-/// The error for bytes that the file system of the path has no room for, or nothing where it has,
-/// or where that is not known. `sort` ("file") and `name` serve the message.
+/// The error for bytes that there is no room for, or nothing where there is. `sort` ("file") and
+/// `name` serve the message.
 std::optional<Error> objectionToSize(std::uint64_t bytes, std::string_view sort,
-                                     std::string_view name, std::string_view path);
+                                     std::string_view name, const FileSystemSpace& space);
 
 }  // namespace kiv::storage

@@ -58,7 +58,7 @@ std::string joined(std::string_view root, std::string_view relativePath,
 std::optional<AtomicFile> unnamedFile(StorageRoot& root, const Data& data, std::string_view name,
                                       std::optional<Error>* error) {
   if (auto adopted = AtomicFile::adopt(root, data)) return adopted;
-  if (auto objection = kiv::storage::objectionToSize(data.size(), "file", name, root.path())) {
+  if (auto objection = root.objectionToFile(data.size(), name)) {
     kiv::fail(error, std::move(*objection));
     return std::nullopt;
   }
@@ -92,6 +92,7 @@ bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
   }
   const auto temporary = root.makeTemporary(error);
   if (!temporary) return false;
+  root.forgetRoom();
   const std::string directory(kiv::path::deletingLastPathComponent(path));
   return kiv::storage::unpackArchive(data.view(), fileName, temporary->path(),
                                      KivStorageService::archiveCeilings(), error) &&

@@ -1,14 +1,22 @@
 #include "Platform/KivStorageService/StorageRoot.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/DirectorySwap.h"
+#include "Platform/KivStorageService/FreeSpace.h"
 
 namespace kiv::storage {
 
 namespace {
+
+/// What a file of that size takes at most, as far as one can say without knowing the disk.
+std::uint64_t sizeOnDisk(std::uint64_t bytes) {
+  constexpr std::uint64_t block = 4096;
+  return (bytes / block + 2) * block;
+}
 
 std::string parentOf(const std::string& path) {
   return std::string(path::deletingLastPathComponent(path));
@@ -51,18 +59,24 @@ std::optional<Temporary> StorageRoot::makeTemporary(std::optional<Error>* error)
 
 std::shared_ptr<ProcessDirectory> StorageRoot::processDirectory(std::optional<Error>* error) {
   const std::lock_guard guard(mutex_);
+  if (processDirectoryStands_) return processDirectory_;
   if (!processDirectory_ || !processDirectory_->stands()) {
     processDirectory_ = ProcessDirectory::create(
         path::appendingPathComponent(path_, privateDirectory), salvage(), error);
   }
+  processDirectoryStands_ = isInBatch() && processDirectory_;
   return processDirectory_;
 }
 
 bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
   const std::lock_guard guard(mutex_);
+  if (standingDirectories_.contains(directory)) return true;
   const bool stands = files.itemExistsAtPath(directory);
-  if (stands && durableDirectories_.contains(directory)) return true;
+  if (stands && durableDirectories_.contains(directory)) {
+    if (isInBatch()) standingDirectories_.insert(directory);
+    return true;
+  }
   // One that stands may still be unknown to the disk: who made it may have died before syncing.
   const std::string standing = standingAncestor(directory);
   const std::string& top = standing.size() < path_.size() ? standing : path_;
@@ -83,6 +97,24 @@ bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional
   return FileManager::defaultManager().synchronizeDirectoryAtPath(directory, error);
 }
 
+std::optional<Error> StorageRoot::objectionToFile(std::uint64_t bytes, std::string_view name) {
+  const std::uint64_t taken = sizeOnDisk(bytes);
+  const std::lock_guard guard(mutex_);
+  if (roomLeft_ < taken + largestReserve) {
+    const auto space = FileManager::defaultManager().spaceAtPath(path_);
+    if (!space) return std::nullopt;
+    if (auto objection = objectionToSize(bytes, "file", name, *space)) return objection;
+    roomLeft_ = isInBatch() ? space->available : 0;
+  }
+  roomLeft_ -= std::min(roomLeft_, taken);
+  return std::nullopt;
+}
+
+void StorageRoot::forgetRoom() {
+  const std::lock_guard guard(mutex_);
+  roomLeft_ = 0;
+}
+
 void StorageRoot::beginBatch() {
   const std::lock_guard guard(mutex_);
   ++openBatches_;
@@ -93,6 +125,9 @@ bool StorageRoot::endBatch(std::optional<Error>* error) {
   {
     const std::lock_guard guard(mutex_);
     if (--openBatches_ > 0) return true;
+    standingDirectories_.clear();
+    processDirectoryStands_ = false;
+    roomLeft_ = 0;
     directories.swap(unsyncedDirectories_);
   }
   bool isDone = true;

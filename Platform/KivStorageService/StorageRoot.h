@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/KivStorageService/ProcessDirectory.h"
@@ -35,7 +37,15 @@ class StorageRoot {
   /// Sees to it that the directory's entries are on the disk: now, or, while a batch is open, when
   /// it ends.
   bool synchronizeEntries(const std::string& directory, std::optional<Error>* error);
-  /// Batches nest: the end of the outermost waits for the disk, once for each directory.
+  /// What keeps a file of that size from being stored, if the disk has no room for it.
+  std::optional<Error> objectionToFile(std::uint64_t bytes, std::string_view name);
+
+  /// Something large is about to be stored otherwise.
+  void forgetRoom();
+
+  /// Batches nest: the end of the outermost waits for the disk, once for each directory. What has
+  /// been looked up in a batch, whether directories stand and how much room there is, counts until
+  /// its end.
   void beginBatch();
   bool endBatch(std::optional<Error>* error);
 
@@ -43,6 +53,7 @@ class StorageRoot {
   /// Brings back what a swap that never ended has moved away.
   [[nodiscard]] ProcessDirectory::Salvage salvage() const;
   std::shared_ptr<ProcessDirectory> processDirectory(std::optional<Error>* error);
+  [[nodiscard]] bool isInBatch() const noexcept { return openBatches_ > 0; }
 
   const std::string path_;
   std::mutex mutex_;
@@ -50,6 +61,9 @@ class StorageRoot {
   std::set<std::string> durableDirectories_;
   int openBatches_ = 0;
   std::set<std::string> unsyncedDirectories_;
+  std::set<std::string> standingDirectories_;  // as seen in the batch
+  bool processDirectoryStands_ = false;        // likewise
+  std::uint64_t roomLeft_ = 0;                 // likewise, at least
 };
 
 }  // namespace kiv::storage

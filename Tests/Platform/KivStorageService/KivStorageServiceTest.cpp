@@ -144,6 +144,28 @@ TEST_F(KivStorageServiceTest, TheEndOfABatchTellsThatTheDiskFailed) {
   EXPECT_EQ(contents("a.png"), "bytes");
 }
 
+TEST_F(KivStorageServiceTest, AfterABatchDirectoriesThatWereRemovedAreMadeAgain) {
+  {
+    KivStorageService::Batch batch;
+    EXPECT_FALSE(save("a.png", "bytes"));
+    EXPECT_FALSE(save("b.png", "bytes"));
+  }
+  std::filesystem::remove_all(root());
+  KivStorageService::Batch batch;
+  EXPECT_FALSE(save("c.png", "bytes"));
+  EXPECT_EQ(contents("c.png"), "bytes");
+}
+
+TEST_F(KivStorageServiceTest, AFileWhoseDirectoryGoesDuringABatchFailsAndNoMore) {
+  KivStorageService::Batch batch;
+  EXPECT_FALSE(save("a.png", "bytes"));
+  std::filesystem::remove_all(root());
+  EXPECT_TRUE(save("b.png", "bytes"));
+  (void)batch.end();
+  EXPECT_FALSE(save("b.png", "bytes"));
+  EXPECT_EQ(contents("b.png"), "bytes");
+}
+
 TEST_F(KivStorageServiceTest, ABatchWithoutFilesWaitsForNothing) {
   FaultyFileManager files;
   EXPECT_TRUE(KivStorageService::Batch().end());

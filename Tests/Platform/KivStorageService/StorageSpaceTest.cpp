@@ -96,6 +96,47 @@ TEST_F(StorageSpaceTest, AnArchiveNeedsWhatItUnpacksTo) {
   EXPECT_EQ(contents("promo/a/more.html"), page);
 }
 
+// --- In a batch the disk is asked less often ---
+
+TEST_F(StorageSpaceTest, TheFilesOfABatchFillTheRoomThatWasFound) {
+  const std::string file(mebibyte / 2, 'x');
+  files_.setAvailableSpace(4 * mebibyte);
+  KivStorageService::Batch batch;
+  EXPECT_FALSE(save("1.png", file));
+  // What another program fills up meanwhile is not seen at once, but before it can matter much.
+  files_.setAvailableSpace(0);
+  int stored = 1;
+  while (stored < 10 && !save(std::to_string(stored + 1) + ".png", file))
+    ++stored;
+  EXPECT_EQ(stored, 5) << "3.5 MiB were left, of which 1 MiB stays free";
+}
+
+TEST_F(StorageSpaceTest, AnArchiveInABatchAsksAnewAndSoDoTheFilesAfterIt) {
+  files_.setAvailableSpace(1000 * mebibyte);
+  KivStorageService::Batch batch;
+  EXPECT_FALSE(save("a.png", "x"));
+  files_.setAvailableSpace(10);
+  EXPECT_TRUE(save("promo.zip", pageArchive("new")));
+  expectNoSpace(save("b.png", std::string(1000, 'x')), 1000, 10);
+}
+
+TEST_F(StorageSpaceTest, TheNextBatchAsksAnew) {
+  files_.setAvailableSpace(1000 * mebibyte);
+  {
+    KivStorageService::Batch batch;
+    EXPECT_FALSE(save("a.png", "x"));
+  }
+  files_.setAvailableSpace(10);
+  expectNoSpace(save("b.png", std::string(1000, 'x')), 1000, 10);
+}
+
+TEST_F(StorageSpaceTest, WithoutABatchEachFileAsks) {
+  files_.setAvailableSpace(1000 * mebibyte);
+  EXPECT_FALSE(save("a.png", "x"));
+  files_.setAvailableSpace(10);
+  expectNoSpace(save("b.png", std::string(1000, 'x')), 1000, 10);
+}
+
 TEST_F(StorageSpaceTest, WhereTheDiskKeepsNoAccountTheWriteDecides) {
   files_.refuseSpace(true);
   EXPECT_FALSE(save("a.png", "bytes"));
