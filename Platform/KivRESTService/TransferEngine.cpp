@@ -94,14 +94,17 @@ bool TransferEngine::startThread(std::size_t index) {
     return false;
   }
   worker.multiHandle = std::move(multiHandle);
+  worker.isCalled = false;
   return true;
 }
 
 /// Called with the lock held. False where no thread serves.
 bool TransferEngine::wakeUp(std::size_t index) {
-  const Worker& worker = workers_[index];
-  if (worker.multiHandle) curl_multi_wakeup(worker.multiHandle.get());
-  return worker.multiHandle != nullptr;
+  Worker& worker = workers_[index];
+  if (!worker.multiHandle) return false;
+  // Once is enough until the thread has looked: a host may queue a thousand tasks at one time.
+  if (!std::exchange(worker.isCalled, true)) curl_multi_wakeup(worker.multiHandle.get());
+  return true;
 }
 
 /// Called with the lock held.
@@ -138,7 +141,7 @@ void TransferEngine::doWhatIsDue(std::size_t index) {
   TransferLane& lane = scheduler_->lane(index);
   // Orders are taken before free places are, so that a place goes to the best of all the jobs that
   // wait when it becomes free.
-  takeOrders();
+  takeOrders(index);
   lane.releaseDropped();
   scheduler_->startWaiting();
   scheduler_->runAssigned(lane);
@@ -159,17 +162,18 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
   const bool isWell = lane.wait(longest) && lane.move();
   lock.lock();
   // Before transfers end, so that a job for a file that was on its way when it came shares it.
-  takeOrders();
+  takeOrders(index);
   if (!isWell) scheduler_->failRunning(lane);
   scheduler_->finishEnded(lane);
   reportProgress();
 }
 
-void TransferEngine::takeOrders() {
+void TransferEngine::takeOrders(std::size_t index) {
   std::vector<TransferJob> jobs;
   bool isCancelled = false;
   {
     const std::lock_guard lock(mutex_);
+    workers_[index].isCalled = false;
     jobs.swap(added_);
     isCancelled = std::exchange(cancelled_, false);
   }

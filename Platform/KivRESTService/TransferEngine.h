@@ -64,6 +64,7 @@ class TransferEngine {
   struct Worker {
     std::thread thread;
     MultiHandle multiHandle;  // there while the thread serves
+    bool isCalled = false;    // woken up, and has not looked yet
     Time idleUntil{};         // under the lock of the scheduler
   };
 
@@ -78,7 +79,7 @@ class TransferEngine {
   void begin(std::size_t index, void* multiHandle);
   void doWhatIsDue(std::size_t index);
   void transfer(std::size_t index, Lock& lock);
-  void takeOrders();
+  void takeOrders(std::size_t index);
   void callUpOthers(std::size_t self);
   [[nodiscard]] bool isBusy(std::size_t index);
   MultiHandle leaveIfDone(std::size_t index);
