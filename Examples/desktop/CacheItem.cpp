@@ -1,0 +1,81 @@
+#include "CacheItem.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+#include <QImageReader>
+
+#include <KivResource/KivResource.h>
+
+#include "WebLink.h"
+
+namespace {
+
+QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
+
+QString path(const std::optional<std::string>& local) { return local ? text(*local) : QString(); }
+
+/// What a file holds may change under its name, where it was removed and has come again.
+QString stampOf(const QString& file) {
+  const QFileInfo info(file);
+  return QString("%1 %2 %3;")
+      .arg(file)
+      .arg(info.size())
+      .arg(info.lastModified().toMSecsSinceEpoch());
+}
+
+/// The largest side of a picture that is worth decoding: others take memory and time, and no
+/// banner is that large.
+constexpr int largestSide = 4096;
+
+/// The file's bytes come from a server and may be anything. Its name does not say what it is
+/// either, so the bytes decide.
+QImage pictureAt(const QString& file) {
+  QImageReader reader(file);
+  reader.setDecideFormatFromContent(true);
+  const QSize size = reader.size();
+  if (size.width() > largestSide || size.height() > largestSide) return {};
+  return reader.read();
+}
+
+void describe(const KivResourceStandard& banner, CacheItem& item) {
+  const QString file = path(banner.image());
+  item.kind = CacheItem::Kind::banner;
+  item.market = webLink(text(banner.marketLink()));
+  item.picture = pictureAt(file);
+  item.version += stampOf(file);
+}
+
+void describe(const KivResourceVideo& promotion, CacheItem& item) {
+  const QString icon = path(promotion.icon());
+  item.kind = CacheItem::Kind::promotion;
+  item.title = text(promotion.title());
+  item.market = webLink(text(promotion.marketLink()));
+  item.picture = pictureAt(icon);
+  item.video = path(promotion.video());
+  item.votes = promotion.votes();
+  item.rating = promotion.rating();
+  item.version += stampOf(icon) + stampOf(item.video);
+}
+
+void describe(const KivResourceWeb& page, CacheItem& item) {
+  item.kind = CacheItem::Kind::page;
+  item.page = path(page.html());
+  item.version += stampOf(item.page);
+}
+
+}  // namespace
+
+CacheItem CacheItem::of(const KivResource& resource) {
+  CacheItem item;
+  item.id = text(resource.resourceID());
+  item.title = text(resource.name());
+  item.version = QString("%1;").arg(resource.updated());
+  if (const auto* banner = dynamic_cast<const KivResourceStandard*>(&resource)) {
+    describe(*banner, item);
+  } else if (const auto* promotion = dynamic_cast<const KivResourceVideo*>(&resource)) {
+    describe(*promotion, item);
+  } else if (const auto* page = dynamic_cast<const KivResourceWeb*>(&resource)) {
+    describe(*page, item);
+  }
+  return item;
+}

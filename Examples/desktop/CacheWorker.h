@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QPointer>
+#include <QString>
+#include <functional>
+#include <memory>
+
+#include <KivResource/KivResource.h>
+
+#include "CacheSession.h"
+
+/// The part of a session that lives on the manager's queue: made, used and called there alone. It
+/// makes plain values of what it sees there, and hands them to the session by the main queue.
+class CacheWorker final : public KivResourceManagerObserver,
+                          public std::enable_shared_from_this<CacheWorker> {
+ public:
+  explicit CacheWorker(const QPointer<CacheSession>& session) : session_(session) {}
+
+  /// Makes the manager, and announces what it holds.
+  void open(const std::shared_ptr<kiv::DispatchQueue>& queue);
+  void run(CacheSession::Pass pass, const QString& configuration);
+  void stop();
+  /// Stops, and is heard of no more.
+  void close();
+
+  void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,
+                                       const std::shared_ptr<KivResource>& resource) override;
+  void resourceManager_didFailToLoadResource_withError(
+      const std::shared_ptr<KivResourceManager>& manager,
+      const std::shared_ptr<KivResource>& resource,
+      const std::optional<kiv::Error>& error) override;
+  void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) override;
+
+ private:
+  /// Has the session do something, on its own thread, if it is still there.
+  void tell(std::function<void(CacheSession&)> job) const;
+  void tellProgress(const KivRESTServiceProgress& progress) const;
+  void tellFailure(const QString& what, const QString& reason) const;
+  void fetchConfiguration(const QString& address);
+  void useConfiguration(const kiv::Data& text);
+  void end();
+
+  QPointer<CacheSession> session_;  ///< Looked into on the main queue alone.
+  std::shared_ptr<KivResourceManager> manager_;
+  std::unique_ptr<KivRESTService> configurationClient_;
+  CacheSession::Pass pass_ = CacheSession::Pass::load;
+  bool passIsOpen_ = false;
+};

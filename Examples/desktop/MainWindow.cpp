@@ -1,0 +1,182 @@
+#include "MainWindow.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QLabel>
+#include <QPushButton>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+#include "FailureList.h"
+#include "Gallery.h"
+#include "PagePane.h"
+#include "PassStatus.h"
+
+MainWindow::MainWindow(CacheSession& session, const QStringList& configurations)
+    : session_(session),
+      gallery_(new Gallery),
+      pages_(new PagePane),
+      failures_(new FailureList),
+      status_(new PassStatus),
+      stack_(new QStackedWidget),
+      configuration_(new QComboBox) {
+  setWindowTitle(tr("Resource cache"));
+  makeToolBar(configurations);
+  stack_->addWidget(makeEmptyState());
+  stack_->addWidget(makeContents());
+  auto* const central = new QWidget;
+  auto* const layout = new QVBoxLayout(central);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  layout->addWidget(stack_, 1);
+  layout->addWidget(failures_);
+  setCentralWidget(central);
+  setStatusBar(status_);
+  listenToSession();
+  showRunning(session.isRunning());
+  resize(1240, 780);
+}
+
+QWidget* MainWindow::makeEmptyState() {
+  auto* const heading = new QLabel(tr("Nothing is cached yet"));
+  QFont font = heading->font();
+  font.setPointSizeF(font.pointSizeF() * 1.6);
+  heading->setFont(font);
+  heading->setAlignment(Qt::AlignCenter);
+  auto* const text = new QLabel(tr("Load a configuration to fetch what it names.\n"
+                                   "It is then shown here, also without a server."));
+  text->setAlignment(Qt::AlignCenter);
+  text->setForegroundRole(QPalette::PlaceholderText);
+  auto* const button = new QPushButton(load_->icon(), tr("Load"));
+  button->setDefault(true);
+  connect(button, &QPushButton::clicked, load_, &QAction::trigger);
+  connect(load_, &QAction::enabledChanged, button, &QWidget::setEnabled);
+  auto* const page = new QWidget;
+  auto* const layout = new QVBoxLayout(page);
+  layout->setSpacing(12);
+  layout->addStretch();
+  layout->addWidget(heading);
+  layout->addWidget(text);
+  layout->addWidget(button, 0, Qt::AlignCenter);
+  layout->addStretch();
+  return page;
+}
+
+QWidget* MainWindow::makeContents() {
+  auto* const splitter = new QSplitter;
+  splitter->addWidget(gallery_);
+  splitter->addWidget(pages_);
+  splitter->setStretchFactor(0, 0);
+  splitter->setStretchFactor(1, 1);
+  splitter->setSizes({800, 440});
+  splitter->setChildrenCollapsible(false);
+  return splitter;
+}
+
+QAction* MainWindow::makeAction(const QString& text, const QKeySequence& key,
+                                QStyle::StandardPixmap icon, const QString& tip) {
+  auto* const action = new QAction(style()->standardIcon(icon), text, this);
+  action->setShortcut(key);
+  action->setToolTip(QString("%1 (%2)").arg(tip, key.toString(QKeySequence::NativeText)));
+  return action;
+}
+
+void MainWindow::makeToolBar(const QStringList& configurations) {
+  load_ = makeAction(tr("Load"), Qt::CTRL | Qt::Key_L, QStyle::SP_ArrowDown,
+                     tr("Fetch what is new in the configuration"));
+  update_ = makeAction(tr("Update"), Qt::CTRL | Qt::Key_U, QStyle::SP_BrowserReload,
+                       tr("The same, and let go of what the configuration does not name"));
+  stop_ = makeAction(tr("Stop"), Qt::Key_Escape, QStyle::SP_BrowserStop, tr("Stop the pass"));
+  auto* const open = makeAction(tr("Open…"), QKeySequence::Open, QStyle::SP_DialogOpenButton,
+                                tr("Choose another configuration"));
+  connect(load_, &QAction::triggered, this, [this] { start(CacheSession::Pass::load); });
+  connect(update_, &QAction::triggered, this, [this] { start(CacheSession::Pass::update); });
+  connect(stop_, &QAction::triggered, this, &MainWindow::stop);
+  connect(open, &QAction::triggered, this, &MainWindow::chooseConfiguration);
+
+  configuration_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+  configuration_->setMinimumContentsLength(14);
+  configuration_->setAccessibleName(tr("Configuration"));
+  for (const QString& configuration : configurations)
+    configuration_->addItem(QFileInfo(configuration).fileName(), configuration);
+
+  QToolBar* const bar = addToolBar(tr("Cache"));
+  bar->setMovable(false);
+  bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  bar->setContentsMargins(8, 4, 8, 4);
+  auto* const label = new QLabel(tr("Configuration "));
+  label->setBuddy(configuration_);
+  bar->addWidget(label);
+  bar->addWidget(configuration_);
+  bar->addAction(open);
+  bar->addSeparator();
+  bar->addActions({load_, update_, stop_});
+}
+
+void MainWindow::listenToSession() {
+  connect(&session_, &CacheSession::contentsChanged, this, &MainWindow::showItems);
+  connect(&session_, &CacheSession::itemLoaded, this, &MainWindow::showItem);
+  connect(&session_, &CacheSession::started, this, [this] {
+    failures_->clear();
+    status_->showStart();
+    showRunning(true);
+  });
+  connect(&session_, &CacheSession::progressed, status_, &PassStatus::showProgress);
+  connect(&session_, &CacheSession::failed, failures_, &FailureList::add);
+  connect(&session_, &CacheSession::ended, this, [this] {
+    status_->showEnd(resources_, failures_->failures());
+    showRunning(false);
+  });
+}
+
+void MainWindow::start(CacheSession::Pass pass) {
+  if (configuration_->count() == 0) chooseConfiguration();
+  if (configuration_->count() != 0) session_.start(pass, configuration_->currentData().toString());
+}
+
+void MainWindow::stop() {
+  status_->showStopping();
+  session_.stop();
+}
+
+void MainWindow::chooseConfiguration() {
+  const QString file = QFileDialog::getOpenFileName(this, tr("Choose a configuration"), QString(),
+                                                    tr("Configurations (*.json);;All files (*)"));
+  if (file.isEmpty()) return;
+  configuration_->addItem(QFileInfo(file).fileName(), file);
+  configuration_->setCurrentIndex(configuration_->count() - 1);
+}
+
+void MainWindow::showItems(const QList<CacheItem>& items) {
+  QList<CacheItem> pages;
+  for (const CacheItem& item : items) {
+    if (item.kind == CacheItem::Kind::page) pages.append(item);
+  }
+  gallery_->present(items);
+  pages_->present(pages);
+  resources_ = items.size();
+  if (!session_.isRunning()) status_->showStored(resources_);
+  showWhatThereIs();
+}
+
+void MainWindow::showItem(const CacheItem& item) {
+  gallery_->add(item);
+  if (item.kind == CacheItem::Kind::page) pages_->add(item);
+  showWhatThereIs();
+}
+
+void MainWindow::showWhatThereIs() {
+  gallery_->setVisible(!gallery_->isEmpty());
+  pages_->setVisible(!pages_->isEmpty());
+  stack_->setCurrentIndex(gallery_->isEmpty() && pages_->isEmpty() ? 0 : 1);
+}
+
+void MainWindow::showRunning(bool runs) {
+  load_->setEnabled(!runs);
+  update_->setEnabled(!runs);
+  stop_->setEnabled(runs);
+}

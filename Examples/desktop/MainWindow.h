@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QStyle>
+
+#include "CacheSession.h"
+
+class FailureList;
+class Gallery;
+class PagePane;
+class PassStatus;
+class QComboBox;
+class QLabel;
+class QStackedWidget;
+
+/// The window: what the cache holds, the buttons that start and stop a pass, and how it goes.
+class MainWindow final : public QMainWindow {
+  Q_OBJECT
+
+ public:
+  /// The session outlives the window. `configurations` are files or addresses to choose from.
+  MainWindow(CacheSession& session, const QStringList& configurations);
+
+ private:
+  QWidget* makeEmptyState();
+  QWidget* makeContents();
+  void makeToolBar(const QStringList& configurations);
+  QAction* makeAction(const QString& text, const QKeySequence& key, QStyle::StandardPixmap icon,
+                      const QString& tip);
+  void listenToSession();
+
+  void start(CacheSession::Pass pass);
+  void stop();
+  void chooseConfiguration();
+  void showItems(const QList<CacheItem>& items);
+  void showItem(const CacheItem& item);
+  void showWhatThereIs();
+  void showRunning(bool runs);
+
+  CacheSession& session_;
+  Gallery* gallery_;
+  PagePane* pages_;
+  FailureList* failures_;
+  PassStatus* status_;
+  QStackedWidget* stack_;
+  QComboBox* configuration_;
+  QAction* load_ = nullptr;
+  QAction* update_ = nullptr;
+  QAction* stop_ = nullptr;
+  qsizetype resources_ = 0;
+};

@@ -1,0 +1,111 @@
+#include "PromotionView.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QMediaPlayer>
+#include <QPushButton>
+#include <QStyle>
+
+#include "ElidedLabel.h"
+#include "StarRating.h"
+#include "VideoArea.h"
+#include "WebLink.h"
+
+namespace {
+
+constexpr int iconSide = 56;
+
+QFont titleFont(QFont font) {
+  font.setBold(true);
+  font.setPointSizeF(font.pointSizeF() * 1.4);
+  return font;
+}
+
+}  // namespace
+
+PromotionView::PromotionView(QWidget* parent)
+    : QFrame(parent),
+      icon_(new QLabel),
+      title_(new ElidedLabel),
+      rating_(new StarRating),
+      votes_(new QLabel),
+      playButton_(new QPushButton),
+      marketButton_(new QPushButton(tr("&Visit"))),
+      video_(new VideoArea),
+      player_(new QMediaPlayer(this)) {
+  auto* const layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(10);
+  layout->addWidget(makeHeader());
+  layout->addWidget(video_);
+  player_->setVideoSink(video_->sink());
+  player_->setLoops(QMediaPlayer::Infinite);
+  connect(player_, &QMediaPlayer::playbackStateChanged, this, &PromotionView::showPlaying);
+  connect(player_, &QMediaPlayer::errorOccurred, this, &PromotionView::showFault);
+  connect(playButton_, &QPushButton::clicked, this, [this] {
+    player_->playbackState() == QMediaPlayer::PlayingState ? player_->pause() : play();
+  });
+  connect(marketButton_, &QPushButton::clicked, this, [this] { openInBrowser(market_); });
+  showPlaying();
+}
+
+QWidget* PromotionView::makeHeader() {
+  title_->setFont(titleFont(font()));
+  icon_->setFixedSize(iconSide, iconSide);
+  auto* const ratingLine = new QHBoxLayout;
+  ratingLine->setSpacing(8);
+  ratingLine->addWidget(rating_);
+  ratingLine->addWidget(votes_);
+  ratingLine->addStretch();
+  auto* const texts = new QVBoxLayout;
+  texts->setSpacing(4);
+  texts->addWidget(title_);
+  texts->addLayout(ratingLine);
+  auto* const header = new QWidget;
+  auto* const layout = new QHBoxLayout(header);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(12);
+  layout->addWidget(icon_);
+  layout->addLayout(texts, 1);
+  layout->addWidget(playButton_);
+  layout->addWidget(marketButton_);
+  return header;
+}
+
+void PromotionView::present(const CacheItem& item) {
+  title_->setText(item.title);
+  const QLocale locale;
+  const QString votes =
+      item.votes == 1 ? tr("1 vote") : tr("%1 votes").arg(locale.toString(item.votes));
+  votes_->setText(QString("%1 · %2").arg(locale.toString(item.rating, 'f', 1), votes));
+  rating_->setRating(item.rating);
+  market_ = item.market;
+  marketButton_->setVisible(!market_.isEmpty());
+  marketButton_->setToolTip(market_.toDisplayString());
+  const qreal scale = devicePixelRatioF();
+  QPixmap icon = QPixmap::fromImage(item.picture)
+                     .scaled(QSize(iconSide, iconSide) * scale, Qt::KeepAspectRatio,
+                             Qt::SmoothTransformation);
+  icon.setDevicePixelRatio(scale);
+  icon_->setPixmap(icon);
+  if (version_ == item.version) return;
+  version_ = item.version;
+  // The former file may be gone from the disk by now. The player has it open and shows it on, until
+  // it is given the new one; so whoever was watching goes on watching.
+  const bool wasPlaying = player_->playbackState() == QMediaPlayer::PlayingState;
+  player_->setSource(QUrl::fromLocalFile(item.video));
+  if (wasPlaying) player_->play();
+}
+
+void PromotionView::play() { player_->play(); }
+
+void PromotionView::showPlaying() {
+  const bool plays = player_->playbackState() == QMediaPlayer::PlayingState;
+  playButton_->setText(plays ? tr("&Pause") : tr("&Play"));
+  playButton_->setIcon(style()->standardIcon(plays ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
+}
+
+void PromotionView::showFault() {
+  video_->showText(tr("This video cannot be played: %1").arg(player_->errorString()));
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QFrame>
+#include <QUrl>
+
+#include "CacheItem.h"
+
+class ElidedLabel;
+class QLabel;
+class QMediaPlayer;
+class QPushButton;
+class StarRating;
+class VideoArea;
+
+/// A video promotion: icon, title, rating and votes, and the video below. The video plays without
+/// sound, over and over, from the moment that play() is called; a button pauses it, and another one
+/// opens the market link.
+class PromotionView final : public QFrame {
+  Q_OBJECT
+
+ public:
+  explicit PromotionView(QWidget* parent = nullptr);
+
+  void present(const CacheItem& item);
+  void play();
+  [[nodiscard]] const QMediaPlayer& player() const { return *player_; }
+
+ private:
+  QWidget* makeHeader();
+  void showFault();
+  void showPlaying();
+
+  QLabel* icon_;
+  ElidedLabel* title_;
+  StarRating* rating_;
+  QLabel* votes_;
+  QPushButton* playButton_;
+  QPushButton* marketButton_;
+  VideoArea* video_;
+  QMediaPlayer* player_;
+  QUrl market_;
+  QString version_;
+};

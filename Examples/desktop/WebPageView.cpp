@@ -1,0 +1,45 @@
+#include <QVBoxLayout>
+#include <QWebEngineProfile>
+#include <QWebEngineSettings>
+#include <QWebEngineView>
+
+#include "PageView.h"
+#include "WebPage.h"
+
+namespace {
+
+class WebPageView final : public PageView {
+ public:
+  explicit WebPageView(QWidget* parent)
+      : PageView(parent),
+        profile_(new QWebEngineProfile(this)),
+        page_(new WebPage(profile_)),
+        view_(new QWebEngineView) {
+    // One without a name keeps nothing on the disk: no cookies, no storage, no cache.
+    view_->setPage(page_);
+    view_->setContextMenuPolicy(Qt::NoContextMenu);
+    auto* const layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(view_);
+    setFocusProxy(view_);
+  }
+
+  // The page goes before the profile that it uses.
+  ~WebPageView() override { delete page_; }
+
+  void present(const CacheItem& item) override {
+    if (item.version == version_) return;
+    version_ = item.version;
+    page_->show(item.page);
+  }
+
+ private:
+  QWebEngineProfile* profile_;
+  WebPage* page_;
+  QWebEngineView* view_;
+  QString version_;
+};
+
+}  // namespace
+
+PageView* PageView::make(QWidget* parent) { return new WebPageView(parent); }
