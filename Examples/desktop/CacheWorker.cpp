@@ -133,7 +133,10 @@ void CacheWorker::tellProgress(const KivRESTServiceProgress& progress) const {
   told.bytes = progress.bytesReceived;
   if (progress.bytesExpected) told.bytesExpected = *progress.bytesExpected;
   told.bytesPerSecond = progress.bytesPerSecond;
-  tell([told](CacheSession& session) { emit session.progressed(told); });
+  // The client still reports its last state when the pass may be over.
+  tell([told](CacheSession& session) {
+    if (session.isRunning()) emit session.progressed(told);
+  });
 }
 
 void CacheWorker::tellFailure(const QString& what, const QString& reason) const {

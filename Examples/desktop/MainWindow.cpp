@@ -107,7 +107,8 @@ void MainWindow::makeToolBar(const QStringList& configurations) {
   QToolBar* const bar = addToolBar(tr("Cache"));
   bar->setMovable(false);
   bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
-  bar->setContentsMargins(8, 4, 8, 4);
+  bar->layout()->setContentsMargins(12, 6, 12, 6);
+  bar->layout()->setSpacing(6);
   auto* const label = new QLabel(tr("Configuration "));
   label->setBuddy(configuration_);
   bar->addWidget(label);

@@ -34,11 +34,16 @@ PromotionView::PromotionView(QWidget* parent)
       marketButton_(new QPushButton(tr("&Visit"))),
       video_(new VideoArea),
       player_(new QMediaPlayer(this)) {
-  auto* const layout = new QVBoxLayout(this);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->setSpacing(10);
-  layout->addWidget(makeHeader());
-  layout->addWidget(video_);
+  auto* const texts = new QVBoxLayout;
+  texts->setSpacing(12);
+  texts->addLayout(makeHeader());
+  texts->addStretch();
+  texts->addLayout(makeButtons());
+  auto* const layout = new QHBoxLayout(this);
+  layout->setContentsMargins(3, 0, 3, 0);
+  layout->setSpacing(16);
+  layout->addWidget(video_, 0, Qt::AlignTop);
+  layout->addLayout(texts, 1);
   player_->setVideoSink(video_->sink());
   player_->setLoops(QMediaPlayer::Infinite);
   connect(player_, &QMediaPlayer::playbackStateChanged, this, &PromotionView::showPlaying);
@@ -50,7 +55,7 @@ PromotionView::PromotionView(QWidget* parent)
   showPlaying();
 }
 
-QWidget* PromotionView::makeHeader() {
+QLayout* PromotionView::makeHeader() {
   title_->setFont(titleFont(font()));
   icon_->setFixedSize(iconSide, iconSide);
   auto* const ratingLine = new QHBoxLayout;
@@ -60,17 +65,24 @@ QWidget* PromotionView::makeHeader() {
   ratingLine->addStretch();
   auto* const texts = new QVBoxLayout;
   texts->setSpacing(4);
+  texts->addStretch();
   texts->addWidget(title_);
   texts->addLayout(ratingLine);
-  auto* const header = new QWidget;
-  auto* const layout = new QHBoxLayout(header);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->setSpacing(12);
-  layout->addWidget(icon_);
-  layout->addLayout(texts, 1);
-  layout->addWidget(playButton_);
-  layout->addWidget(marketButton_);
+  texts->addStretch();
+  auto* const header = new QHBoxLayout;
+  header->setSpacing(12);
+  header->addWidget(icon_);
+  header->addLayout(texts, 1);
   return header;
+}
+
+QLayout* PromotionView::makeButtons() {
+  auto* const buttons = new QHBoxLayout;
+  buttons->setSpacing(8);
+  buttons->addWidget(playButton_);
+  buttons->addWidget(marketButton_);
+  buttons->addStretch();
+  return buttons;
 }
 
 void PromotionView::present(const CacheItem& item) {

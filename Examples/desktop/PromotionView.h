@@ -7,12 +7,13 @@
 
 class ElidedLabel;
 class QLabel;
+class QLayout;
 class QMediaPlayer;
 class QPushButton;
 class StarRating;
 class VideoArea;
 
-/// A video promotion: icon, title, rating and votes, and the video below. The video plays without
+/// A video promotion: the video, and beside it icon, title, rating and votes. The video plays without
 /// sound, over and over, from the moment that play() is called; a button pauses it, and another one
 /// opens the market link.
 class PromotionView final : public QFrame {
@@ -26,7 +27,8 @@ class PromotionView final : public QFrame {
   [[nodiscard]] const QMediaPlayer& player() const { return *player_; }
 
  private:
-  QWidget* makeHeader();
+  QLayout* makeHeader();
+  QLayout* makeButtons();
   void showFault();
   void showPlaying();
 

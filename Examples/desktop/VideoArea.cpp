@@ -4,17 +4,8 @@
 #include <QVideoFrame>
 #include <QVideoSink>
 
-namespace {
-
-/// Until a frame has told its own.
-constexpr QSize usualSize{640, 360};
-
-}  // namespace
-
 VideoArea::VideoArea(QWidget* parent) : QWidget(parent), sink_(new QVideoSink(this)) {
-  QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Preferred);
-  policy.setHeightForWidth(true);
-  setSizePolicy(policy);
+  setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
   connect(sink_, &QVideoSink::videoFrameChanged, this, &VideoArea::takeFrame);
 }
 
@@ -22,10 +13,8 @@ VideoArea::VideoArea(QWidget* parent) : QWidget(parent), sink_(new QVideoSink(th
 void VideoArea::takeFrame() {
   const QVideoFrame frame = sink_->videoFrame();
   if (!frame.isValid() || visibleRegion().isEmpty()) return;
-  const QSize before = frame_.size();
   frame_ = frame.toImage();
   text_.clear();
-  if (frame_.size() != before) updateGeometry();
   update();
 }
 
@@ -35,12 +24,7 @@ void VideoArea::showText(const QString& text) {
   update();
 }
 
-QSize VideoArea::sizeHint() const { return frame_.isNull() ? usualSize : frame_.size(); }
-
-int VideoArea::heightForWidth(int width) const {
-  const QSize shape = sizeHint();
-  return width * shape.height() / std::max(1, shape.width());
-}
+QSize VideoArea::sizeHint() const { return {432, 243}; }
 
 void VideoArea::paintEvent(QPaintEvent*) {
   QPainter painter(this);

@@ -5,7 +5,7 @@
 
 class QVideoSink;
 
-/// Shows the frames of a player, as large as there is room for.
+/// Shows the frames of a player, in one size whatever theirs is, with black around them.
 ///
 /// An ordinary widget that paints: unlike QVideoWidget, which is a window of its own within the
 /// window, it scrolls with what is around it and is cut off where that is.
@@ -20,8 +20,6 @@ class VideoArea final : public QWidget {
   void showText(const QString& text);
 
   [[nodiscard]] QSize sizeHint() const override;
-  [[nodiscard]] bool hasHeightForWidth() const override { return true; }
-  [[nodiscard]] int heightForWidth(int width) const override;
 
  protected:
   void paintEvent(QPaintEvent* event) override;

@@ -29,7 +29,9 @@ void PageGuard::interceptRequest(QWebEngineUrlRequestInfo& request) {
 WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
   setUrlRequestInterceptor(&guard_);
   QWebEngineSettings& rules = *settings();
-  rules.setAttribute(QWebEngineSettings::LocalContentCanAccessFileUrls, false);
+  // Without this a page would show neither its pictures nor its styles. Which files it reaches is
+  // the guard's matter.
+  rules.setAttribute(QWebEngineSettings::LocalContentCanAccessFileUrls, true);
   rules.setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
   rules.setAttribute(QWebEngineSettings::JavascriptCanOpenWindows, false);
   rules.setAttribute(QWebEngineSettings::JavascriptCanAccessClipboard, false);

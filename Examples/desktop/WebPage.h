@@ -24,7 +24,6 @@ class PageGuard final : public QWebEngineUrlRequestInterceptor {
 /// A page from the cache, which is hostile content: it comes from a server, over http as it may be,
 /// and yet as a local file. So, beside what PageGuard keeps from it,
 ///
-/// - its scripts read no file, not even one that the page may show;
 /// - it never leads the view elsewhere: a link opens in the browser, and only one for each time
 ///   that a person has pressed a key or a button of the mouse, since a script can follow links too;
 /// - it opens no windows and no dialogs, downloads nothing, and gets no permission.
