@@ -95,12 +95,7 @@ void PromotionView::present(const CacheItem& item) {
   market_ = item.market;
   marketButton_->setVisible(!market_.isEmpty());
   marketButton_->setToolTip(market_.toDisplayString());
-  const qreal scale = devicePixelRatioF();
-  QPixmap icon = QPixmap::fromImage(item.picture)
-                     .scaled(QSize(iconSide, iconSide) * scale, Qt::KeepAspectRatio,
-                             Qt::SmoothTransformation);
-  icon.setDevicePixelRatio(scale);
-  icon_->setPixmap(icon);
+  showIcon(item.picture);
   if (version_ == item.version) return;
   version_ = item.version;
   // The former file may be gone from the disk by now. The player has it open and shows it on, until
@@ -108,6 +103,15 @@ void PromotionView::present(const CacheItem& item) {
   const bool wasPlaying = player_->playbackState() == QMediaPlayer::PlayingState;
   player_->setSource(QUrl::fromLocalFile(item.video));
   if (wasPlaying) player_->play();
+}
+
+void PromotionView::showIcon(const QImage& picture) {
+  if (picture.isNull()) return icon_->clear();
+  const qreal density = devicePixelRatioF();
+  QPixmap icon = QPixmap::fromImage(picture.scaled(
+      QSize(iconSide, iconSide) * density, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+  icon.setDevicePixelRatio(density);
+  icon_->setPixmap(icon);
 }
 
 void PromotionView::play() { player_->play(); }

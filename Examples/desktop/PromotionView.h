@@ -29,6 +29,7 @@ class PromotionView final : public QFrame {
  private:
   QLayout* makeHeader();
   QLayout* makeButtons();
+  void showIcon(const QImage& picture);
   void showFault();
   void showPlaying();
 

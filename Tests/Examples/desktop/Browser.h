@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QDesktopServices>
+#include <QList>
+#include <QObject>
+#include <QUrl>
+
+namespace kiv::test {
+
+/// Takes the place of the browser, and of whatever else the desktop opens links with.
+class Browser final : public QObject {
+  Q_OBJECT
+
+ public:
+  Browser() {
+    for (const char* scheme : schemes)
+      QDesktopServices::setUrlHandler(scheme, this, "open");
+  }
+  ~Browser() override {
+    for (const char* scheme : schemes)
+      QDesktopServices::unsetUrlHandler(scheme);
+  }
+
+  QList<QUrl> opened;
+
+ public slots:
+  void open(const QUrl& url) { opened.append(url); }
+
+ private:
+  static constexpr const char* schemes[]{"http", "https", "file"};
+};
+
+}  // namespace kiv::test

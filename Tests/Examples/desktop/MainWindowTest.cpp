@@ -1,0 +1,164 @@
+#include "Examples/desktop/MainWindow.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QScrollBar>
+#include <QStackedWidget>
+#include <QTabBar>
+#include <QTreeWidget>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "Examples/desktop/BannerView.h"
+#include "Examples/desktop/ElidedLabel.h"
+#include "Examples/desktop/Gallery.h"
+#include "Examples/desktop/PassStatus.h"
+#include "Tests/Examples/desktop/Browser.h"
+#include "Tests/Examples/desktop/Picture.h"
+#include "Tests/Examples/desktop/SessionFixture.h"
+
+using kiv::test::waitUntil;
+using Pass = CacheSession::Pass;
+
+class MainWindowTest : public kiv::test::SessionFixture {
+ protected:
+  void openWindow() {
+    open();
+    window_.emplace(*session_, QStringList{content("first.json"), content("second.json")});
+    window_->show();
+    window_->activateWindow();
+    ASSERT_TRUE(waitUntil([&] { return QApplication::activeWindow() == &*window_; }));
+    ASSERT_TRUE(waitForContents());
+  }
+
+  [[nodiscard]] bool isEmptyStateShown() const {
+    return window_->findChild<QStackedWidget*>()->currentIndex() == 0;
+  }
+
+  [[nodiscard]] BannerView* banner(const QString& title) const {
+    for (BannerView* view : window_->findChildren<BannerView*>()) {
+      if (view->text() == title) return view;
+    }
+    return nullptr;
+  }
+
+  [[nodiscard]] QString status() const {
+    return window_->findChild<PassStatus*>()->findChild<ElidedLabel*>()->text();
+  }
+
+  /// True where the view shows exactly the picture, a point for each pixel.
+  static bool shows(BannerView& view, const QString& file) {
+    const QImage picture = QImage(file).convertToFormat(QImage::Format_RGB32);
+    const QImage seen = view.grab(QRect(QPoint(3, 3), picture.size())).toImage();
+    return seen.convertToFormat(QImage::Format_RGB32) == picture;
+  }
+
+  kiv::test::Browser browser_;
+  std::optional<MainWindow> window_;
+};
+
+TEST_F(MainWindowTest, SaysThatNothingIsCachedAndThenShowsWhatHasCome) {
+  openWindow();
+  EXPECT_TRUE(isEmptyStateShown());
+  EXPECT_EQ(status(), "0 resources in the cache");
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  EXPECT_FALSE(isEmptyStateShown());
+  EXPECT_EQ(window_->findChildren<BannerView*>().size(), 3);
+  EXPECT_EQ(window_->findChild<QTabBar*>()->count(), 2);
+  EXPECT_EQ(status(), "Done: 6 resources in the cache");
+}
+
+TEST_F(MainWindowTest, ShowsABannerAtItsOwnSizeAndTheNewVersionInTheSameView) {
+  openWindow();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  BannerView* const view = banner("Northlight Bicycles, spring");
+  ASSERT_TRUE(view);
+  EXPECT_TRUE(shows(*view, served("banners/spring/v1/northlight-spring-1.png")));
+  view->setFocus();
+  ASSERT_TRUE(run(Pass::update, content("second.json")));
+  EXPECT_EQ(banner("Northlight Bicycles, end of spring"), view);
+  EXPECT_EQ(QApplication::focusWidget(), view);
+  EXPECT_FALSE(banner("Harbour Ferry"));
+  view->clearFocus();
+  EXPECT_TRUE(shows(*view, served("banners/spring/v2/northlight-spring-2.png")));
+}
+
+TEST_F(MainWindowTest, TellsWhatFailedInWords) {
+  openWindow();
+  ASSERT_TRUE(run(Pass::update, content("second.json")));
+  const auto* const list = window_->findChild<QTreeWidget*>();
+  ASSERT_EQ(list->topLevelItemCount(), 1);
+  EXPECT_TRUE(list->isVisible());
+  EXPECT_EQ(list->topLevelItem(0)->text(0), "Lost balloon");
+  EXPECT_TRUE(list->topLevelItem(0)->text(1).contains("404"));
+  EXPECT_TRUE(status().startsWith("6 resources in the cache · 1 failed: "));
+  // The next pass begins with a clean slate.
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  EXPECT_FALSE(list->isVisible());
+}
+
+TEST_F(MainWindowTest, KeysStartAndStopPasses) {
+  openWindow();
+  QTest::keyClick(&*window_, Qt::Key_L, Qt::ControlModifier);
+  EXPECT_TRUE(session_->isRunning());
+  ASSERT_TRUE(waitForEnd());
+  EXPECT_TRUE(item("harbour-ferry"));
+  ends_ = 0;
+  QTest::keyClick(&*window_, Qt::Key_U, Qt::ControlModifier);
+  QTest::keyClick(&*window_, Qt::Key_Escape);
+  ASSERT_TRUE(waitForEnd());
+  EXPECT_FALSE(session_->isRunning());
+}
+
+TEST_F(MainWindowTest, ABannerIsReachedByTabAndOpensItsMarketByReturn) {
+  openWindow();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  QWidget* const wanted = banner("Harbour Ferry");
+  for (int presses = 0; presses < 50 && QApplication::focusWidget() != wanted; ++presses)
+    QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &*window_,
+                    Qt::Key_Tab);
+  ASSERT_EQ(QApplication::focusWidget(), wanted);
+  QTest::keyClick(wanted, Qt::Key_Return);
+  ASSERT_EQ(browser_.opened.size(), 1);
+  EXPECT_EQ(browser_.opened[0], QUrl("https://ferry.example/timetable"));
+  QTest::mouseClick(wanted, Qt::LeftButton);
+  EXPECT_EQ(browser_.opened.size(), 2);
+}
+
+TEST_F(MainWindowTest, NeverOpensAMarketLinkThatDoesNotLeadToTheWeb) {
+  BannerView view;
+  CacheItem item;
+  item.market = QUrl("file:///etc/passwd");
+  view.present(item);
+  view.click();
+  EXPECT_TRUE(browser_.opened.isEmpty());
+}
+
+TEST_F(MainWindowTest, ScrollsWhereItIsTooSmallForItsContents) {
+  openWindow();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  window_->resize(640, 400);
+  kiv::test::runWaitingEvents();
+  const auto* const gallery = window_->findChild<Gallery*>();
+  EXPECT_GT(gallery->verticalScrollBar()->maximum(), 0);
+  EXPECT_LE(window_->width(), 800);
+  EXPECT_EQ(banner("Harbour Ferry")->size(), banner("Harbour Ferry")->sizeHint());
+}
+
+TEST_F(MainWindowTest, CanBeReadOnADarkPalette) {
+  QPalette dark(QColor(0x2b, 0x2b, 0x2e));  // the other colours follow from that of the buttons
+  dark.setColor(QPalette::Highlight, QColor(0x3d, 0xae, 0xe9));
+  QApplication::setPalette(dark);
+  openWindow();
+  ASSERT_TRUE(run(Pass::update, content("second.json")));
+  QString text;
+  QImage picture;
+  ASSERT_TRUE(waitUntil([&] {
+    picture = kiv::test::screenshot();
+    text = kiv::test::textIn(picture);
+    return text.contains("1,287 votes") && text.contains("Lost balloon") && text.contains("Visit");
+  })) << text.toStdString();
+  kiv::test::keep(picture, "dark");
+  EXPECT_LT(picture.pixelColor(600, 20).lightness(), 100);  // the tool bar
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <QList>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "Examples/desktop/CacheSession.h"
+#include "Examples/desktop/QtMainQueue.h"
+#include "KivResource/KivResource.h"
+#include "Tests/Examples/desktop/Waiting.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tools/contentserver/ContentServer.h"
+
+namespace kiv::test {
+
+/// A session with a storage root of its own and a server of the sample content, which keeps a
+/// record of what the session says.
+class SessionFixture : public testing::Test {
+ protected:
+  SessionFixture() {
+    KivStorageService::setRootPath(directory_.path("root"));
+    FileManager::setRemovalRoots({{KivStorageService::rootPath()}});
+    EXPECT_TRUE(server_.start());
+    useServer(server_.url());
+  }
+
+  static void useServer(const std::string& url) {
+    KivAppConfiguration::sharedInstance()->setMainACSDomain(url);
+  }
+
+  void open() {
+    using Session = CacheSession;
+    session_ = std::make_unique<Session>(DispatchQueue::serial("resources"));
+    const auto* session = session_.get();
+    QObject::connect(session, &Session::contentsChanged, [this](const QList<CacheItem>& items) {
+      ++announcements_;
+      items_ = items;
+    });
+    QObject::connect(session, &Session::itemLoaded, [this] { ++loaded_; });
+    QObject::connect(session, &Session::failed,
+                     [this](const PassFailure& failure) { failures_.append(failure); });
+    QObject::connect(session, &Session::progressed,
+                     [this](const PassProgress& progress) { progress_ = progress; });
+    QObject::connect(session, &Session::ended, [this] { ++ends_; });
+  }
+
+  bool waitForContents() {
+    return waitUntil([this] { return announcements_ > 0; });
+  }
+
+  bool waitForEnd() {
+    return waitUntil([this] { return ends_ > 0; });
+  }
+
+  /// Runs a pass to its end.
+  bool run(CacheSession::Pass pass, const QString& configuration) {
+    ends_ = loaded_ = 0;
+    failures_.clear();
+    session_->start(pass, configuration);
+    return waitForEnd() && !session_->isRunning();
+  }
+
+  [[nodiscard]] const CacheItem* item(const QString& id) const {
+    for (const CacheItem& item : items_) {
+      if (item.id == id) return &item;
+    }
+    return nullptr;
+  }
+
+  static QString content(const QString& path) { return QString(KIVRESOURCE_CONTENT) + "/" + path; }
+  static QString served(const QString& path) { return content("server/" + path); }
+
+  TemporaryDirectory directory_;
+  ContentServer server_{served("").toStdString()};
+  QtMainQueue mainQueue_;
+  std::unique_ptr<CacheSession> session_;
+
+  int announcements_ = 0;
+  QList<CacheItem> items_;
+  int loaded_ = 0;
+  QList<PassFailure> failures_;
+  PassProgress progress_;
+  int ends_ = 0;
+};
+
+}  // namespace kiv::test

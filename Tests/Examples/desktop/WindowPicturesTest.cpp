@@ -1,0 +1,217 @@
+// The program itself, on a screen, with the content server: keys are pressed and pictures are taken.
+
+#include <QProcess>
+#include <QTest>
+#include <csignal>
+#include <functional>
+#include <memory>
+
+#include <gtest/gtest.h>
+
+#include "Tests/Examples/desktop/Picture.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+using kiv::test::difference;
+using kiv::test::find;
+using kiv::test::keep;
+using kiv::test::screenshot;
+using kiv::test::textIn;
+
+namespace {
+
+constexpr int patience = 60'000;  // milliseconds
+
+QString content(const QString& path) { return QString(KIVRESOURCE_CONTENT) + "/" + path; }
+QImage served(const QString& path) { return QImage(content("server/" + path)); }
+
+/// A process that is ended when it goes out of scope.
+class Program {
+ public:
+  Program(const QString& path, const QStringList& arguments,
+          const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
+    process_.setProcessEnvironment(environment);
+    process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process_.start(path, arguments);
+    EXPECT_TRUE(process_.waitForStarted(patience));
+  }
+  ~Program() {
+    signal(SIGCONT);
+    process_.terminate();
+    if (!process_.waitForFinished(patience)) ADD_FAILURE() << "the program does not end";
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  void signal(int number) const { kill(static_cast<pid_t>(process_.processId()), number); }
+
+  /// The first line that it prints.
+  QString firstLine() {
+    while (!process_.canReadLine()) {
+      if (!process_.waitForReadyRead(patience)) return {};
+    }
+    return QString(process_.readLine()).trimmed();
+  }
+
+ private:
+  QProcess process_;
+};
+
+}  // namespace
+
+class WindowPictures : public testing::Test {
+ protected:
+  static std::unique_ptr<Program> serve(QString& url, const QStringList& more = {}) {
+    auto server = std::make_unique<Program>(KIVRESOURCE_TOOL,
+                                            QStringList{"serve", content("server")} + more);
+    url = server->firstLine();
+    EXPECT_TRUE(url.startsWith("http://"));
+    return server;
+  }
+
+  /// Opens the window on the cache of this test.
+  std::unique_ptr<Program> open(const QStringList& arguments, const QString& scale = "1") {
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", QString::fromStdString(directory_.path()));
+    environment.insert("QT_SCALE_FACTOR", scale);
+    return std::make_unique<Program>(
+        KIVRESOURCE_DESKTOP,
+        QStringList{"--root", QString::fromStdString(directory_.path("root"))} + arguments,
+        environment);
+  }
+
+  static void press(const QString& keys) {
+    QProcess xdotool;
+    xdotool.start("xdotool",
+                  {"search", "--sync", "--name", "Resource cache", "windowfocus", "key", keys});
+    EXPECT_TRUE(xdotool.waitForFinished(patience));
+    EXPECT_EQ(xdotool.exitCode(), 0);
+  }
+
+  /// Takes pictures until one is as it is to be; keeps that one, or the last.
+  static QImage waitForPicture(const QString& name,
+                               const std::function<bool(const QImage&)>& isAsItIsToBe) {
+    QImage picture;
+    const bool came = QTest::qWaitFor(
+        [&] {
+          picture = screenshot();
+          return isAsItIsToBe(picture);
+        },
+        patience);
+    keep(picture, name);
+    EXPECT_TRUE(came) << "never seen: " << name.toStdString() << ". The last picture says: "
+                      << textIn(picture).toStdString();
+    return picture;
+  }
+
+  static bool says(const QImage& picture, const QString& text) {
+    return textIn(picture).contains(text);
+  }
+
+  kiv::test::TemporaryDirectory directory_;
+  const QImage spring_ = served("banners/spring/v1/northlight-spring-1.png");
+  const QImage newSpring_ = served("banners/spring/v2/northlight-spring-2.png");
+  const QImage ferry_ = served("banners/harbour-ferry.png");
+};
+
+// The main server does not give the video, and the mirror keeps it back until it was seen that the
+// window shows a pass that is under way.
+TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
+  QString url;
+  QString mirrorURL;
+  auto server = serve(url, {"--fault", "/video/night-train.mp4=503"});
+  auto mirror = serve(mirrorURL);
+  mirror->signal(SIGSTOP);
+  auto window =
+      open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
+
+  const QImage before = waitForPicture("before", [&](const QImage& picture) {
+    return says(picture, "Nothing is cached yet");
+  });
+  EXPECT_FALSE(find(ferry_, before));
+
+  press("ctrl+l");
+  const QImage during = waitForPicture("during", [&](const QImage& picture) {
+    return find(ferry_, picture) && find(spring_, picture) && says(picture, "5 of 6 files");
+  });
+  EXPECT_FALSE(says(during, "1,287 votes"));
+
+  mirror->signal(SIGCONT);
+  const QImage after = waitForPicture("window", [&](const QImage& picture) {
+    return find(ferry_, picture) && says(picture, "Done: 6 resources") &&
+           says(picture, "1,287 votes") && says(picture, "Climb one hundred");
+  });
+  EXPECT_TRUE(find(spring_, after));
+  EXPECT_TRUE(says(after, "The Night Train"));
+
+  // Between two pictures the video has gone on, and nothing else has changed.
+  QRect changed;
+  waitForPicture("window-later", [&](const QImage& picture) {
+    changed = difference(after, picture);
+    return !changed.isEmpty();
+  });
+  EXPECT_LE(changed.width(), 432);
+  EXPECT_LE(changed.height(), 243);
+}
+
+TEST_F(WindowPictures, TheCacheWithoutAServerAndThenAnUpdate) {
+  QString url;
+  auto server = serve(url);
+  auto window = open({"--server", url, "--config", content("first.json")});
+  press("ctrl+l");
+  waitForPicture("loaded",
+                 [&](const QImage& picture) { return says(picture, "Done: 6 resources"); });
+  window.reset();
+  server.reset();
+
+  window = open({"--server", url, "--config", content("second.json")});
+  const QImage cached = waitForPicture("without-server", [&](const QImage& picture) {
+    return find(spring_, picture) && says(picture, "1,287 votes");
+  });
+  EXPECT_TRUE(says(cached, "6 resources in the cache"));
+  press("ctrl+u");
+  waitForPicture("server-is-off", [&](const QImage& picture) {
+    return says(picture, "Lost balloon") && find(spring_, picture) &&
+           says(picture, "resources in the cache");
+  });
+  window.reset();
+
+  server = serve(url);
+  window = open({"--server", url, "--config", content("second.json")});
+  waitForPicture("restarted", [&](const QImage& picture) { return find(spring_, picture).has_value(); });
+  press("ctrl+u");
+  const QImage updated = waitForPicture("updated", [&](const QImage& picture) {
+    return find(newSpring_, picture) && says(picture, "404");
+  });
+  EXPECT_FALSE(find(spring_, updated));
+  EXPECT_FALSE(find(ferry_, updated));
+}
+
+TEST_F(WindowPictures, EveryPointIsFourPixelsOnAScreenOfTwiceTheDensity) {
+  QString url;
+  auto server = serve(url);
+  auto window = open({"--server", url, "--config", content("first.json")}, "2");
+  press("ctrl+l");
+  const QImage twice =
+      ferry_.scaled(ferry_.size() * 2, Qt::IgnoreAspectRatio, Qt::FastTransformation);
+  const QImage picture = waitForPicture("high-dpi", [&](const QImage& seen) {
+    return find(twice, seen) && says(seen, "1,287 votes");
+  });
+  EXPECT_TRUE(says(picture, "The Night Train"));
+}
+
+TEST_F(WindowPictures, ANarrowWindowScrolls) {
+  QString url;
+  auto server = serve(url);
+  auto window = open({"--server", url, "--config", content("first.json")});
+  press("ctrl+l");
+  waitForPicture("wide", [&](const QImage& picture) {
+    return says(picture, "Done: 6 resources") && find(ferry_, picture);
+  });
+  QProcess xdotool;
+  xdotool.start("xdotool", {"search", "--name", "Resource cache", "windowsize", "700", "480"});
+  ASSERT_TRUE(xdotool.waitForFinished(patience));
+  const QImage picture = waitForPicture("narrow", [&](const QImage& seen) {
+    return !find(ferry_, seen) && says(seen, "Harbour");
+  });
+  EXPECT_TRUE(says(picture, "Done: 6 resources"));
+}
