@@ -23,6 +23,7 @@ MainWindow::MainWindow(CacheSession& session, const QStringList& configurations)
       failures_(new FailureList),
       status_(new PassStatus),
       stack_(new QStackedWidget),
+      splitter_(new QSplitter),
       configuration_(new QComboBox) {
   setWindowTitle(tr("Resource cache"));
   makeToolBar(configurations);
@@ -39,6 +40,7 @@ MainWindow::MainWindow(CacheSession& session, const QStringList& configurations)
   listenToSession();
   showRunning(session.isRunning());
   resize(1240, 780);
+  configuration_->setFocus();  // it stays, whatever comes to be shown below
 }
 
 QWidget* MainWindow::makeEmptyState() {
@@ -67,14 +69,19 @@ QWidget* MainWindow::makeEmptyState() {
 }
 
 QWidget* MainWindow::makeContents() {
-  auto* const splitter = new QSplitter;
-  splitter->addWidget(gallery_);
-  splitter->addWidget(pages_);
-  splitter->setStretchFactor(0, 0);
-  splitter->setStretchFactor(1, 1);
-  splitter->setSizes({800, 440});
-  splitter->setChildrenCollapsible(false);
-  return splitter;
+  splitter_->addWidget(gallery_);
+  splitter_->addWidget(pages_);
+  splitter_->setStretchFactor(0, 0);
+  splitter_->setStretchFactor(1, 1);
+  splitter_->setSizes({800, 440});
+  splitter_->setChildrenCollapsible(false);
+  return splitter_;
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+  QMainWindow::resizeEvent(event);
+  // A banner beside a page takes some room; where there is less, the pages go below.
+  splitter_->setOrientation(width() < 1000 ? Qt::Vertical : Qt::Horizontal);
 }
 
 QAction* MainWindow::makeAction(const QString& text, const QKeySequence& key,

@@ -11,6 +11,7 @@ class PagePane;
 class PassStatus;
 class QComboBox;
 class QLabel;
+class QSplitter;
 class QStackedWidget;
 
 /// The window: what the cache holds, the buttons that start and stop a pass, and how it goes.
@@ -20,6 +21,9 @@ class MainWindow final : public QMainWindow {
  public:
   /// The session outlives the window. `configurations` are files or addresses to choose from.
   MainWindow(CacheSession& session, const QStringList& configurations);
+
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   QWidget* makeEmptyState();
@@ -43,6 +47,7 @@ class MainWindow final : public QMainWindow {
   FailureList* failures_;
   PassStatus* status_;
   QStackedWidget* stack_;
+  QSplitter* splitter_;
   QComboBox* configuration_;
   QAction* load_ = nullptr;
   QAction* update_ = nullptr;

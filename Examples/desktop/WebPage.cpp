@@ -61,7 +61,8 @@ bool WebPage::eventFilter(QObject* object, QEvent* event) {
 
 bool WebPage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
   if (!isMainFrame) return guard_.allows(url);
-  if (url.matches(url_, QUrl::RemoveFragment)) return true;
+  const bool isOwn = url.matches(url_, QUrl::RemoveFragment);
+  if (isOwn || (url_.isEmpty() && url == QUrl("about:blank"))) return true;
   if (type == NavigationTypeLinkClicked) follow(url);
   return false;
 }

@@ -12,16 +12,19 @@ class WebPageView final : public PageView {
  public:
   explicit WebPageView(QWidget* parent)
       : PageView(parent),
+        // One without a name keeps nothing on the disk: no cookies, no storage, no cache.
         profile_(new QWebEngineProfile(this)),
         page_(new WebPage(profile_)),
         view_(new QWebEngineView) {
-    // One without a name keeps nothing on the disk: no cookies, no storage, no cache.
     view_->setPage(page_);
     view_->setContextMenuPolicy(Qt::NoContextMenu);
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(view_);
-    setFocusProxy(view_);
+    // The first page of all makes the view a thing that draws with OpenGL, and a window in which one
+    // comes to be while it is shown is made anew by Qt: it flickers, and loses the focus. An empty
+    // page now, before the window is shown, saves it that.
+    page_->load(QUrl("about:blank"));
   }
 
   // The page goes before the profile that it uses.

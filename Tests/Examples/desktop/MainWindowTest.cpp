@@ -13,6 +13,7 @@
 #include "Examples/desktop/BannerView.h"
 #include "Examples/desktop/ElidedLabel.h"
 #include "Examples/desktop/Gallery.h"
+#include "Examples/desktop/PageView.h"
 #include "Examples/desktop/PassStatus.h"
 #include "Tests/Examples/desktop/Browser.h"
 #include "Tests/Examples/desktop/Picture.h"
@@ -84,6 +85,16 @@ TEST_F(MainWindowTest, ShowsABannerAtItsOwnSizeAndTheNewVersionInTheSameView) {
   EXPECT_TRUE(shows(*view, served("banners/spring/v2/northlight-spring-2.png")));
 }
 
+TEST_F(MainWindowTest, IsNotMadeAnewWhenTheFirstPageComes) {
+  openWindow();
+  const WId before = window_->winId();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  ASSERT_TRUE(waitUntil([&] { return window_->findChild<PageView*>()->isVisible(); }));
+  kiv::test::runWaitingEvents();
+  EXPECT_EQ(window_->winId(), before);
+  EXPECT_EQ(QApplication::activeWindow(), &*window_);
+}
+
 TEST_F(MainWindowTest, TellsWhatFailedInWords) {
   openWindow();
   ASSERT_TRUE(run(Pass::update, content("second.json")));
@@ -115,10 +126,11 @@ TEST_F(MainWindowTest, ABannerIsReachedByTabAndOpensItsMarketByReturn) {
   openWindow();
   ASSERT_TRUE(run(Pass::load, content("first.json")));
   QWidget* const wanted = banner("Harbour Ferry");
-  for (int presses = 0; presses < 50 && QApplication::focusWidget() != wanted; ++presses)
-    QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &*window_,
-                    Qt::Key_Tab);
-  ASSERT_EQ(QApplication::focusWidget(), wanted);
+  EXPECT_TRUE(waitUntil([&] {
+    if (QApplication::focusWidget() == wanted) return true;
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    return false;
+  }));
   QTest::keyClick(wanted, Qt::Key_Return);
   ASSERT_EQ(browser_.opened.size(), 1);
   EXPECT_EQ(browser_.opened[0], QUrl("https://ferry.example/timetable"));
@@ -139,9 +151,8 @@ TEST_F(MainWindowTest, ScrollsWhereItIsTooSmallForItsContents) {
   openWindow();
   ASSERT_TRUE(run(Pass::load, content("first.json")));
   window_->resize(640, 400);
-  kiv::test::runWaitingEvents();
   const auto* const gallery = window_->findChild<Gallery*>();
-  EXPECT_GT(gallery->verticalScrollBar()->maximum(), 0);
+  EXPECT_TRUE(waitUntil([&] { return gallery->verticalScrollBar()->maximum() > 0; }));
   EXPECT_LE(window_->width(), 800);
   EXPECT_EQ(banner("Harbour Ferry")->size(), banner("Harbour Ferry")->sizeHint());
 }
