@@ -44,4 +44,6 @@ class BrowserPageView final : public PageView {
 
 }  // namespace
 
-PageView* PageView::make(QWidget* parent) { return new BrowserPageView(parent); }
+PageView* PageView::make(QWidget* parent) {
+  return new BrowserPageView(parent);
+}

@@ -1,18 +1,21 @@
 #include "CacheItem.h"
 
+#include <KivResource/KivResource.h>
 #include <QDateTime>
 #include <QFileInfo>
 #include <QImageReader>
-
-#include <KivResource/KivResource.h>
 
 #include "WebLink.h"
 
 namespace {
 
-QString text(const std::string& utf8) { return QString::fromStdString(utf8); }
+QString text(const std::string& utf8) {
+  return QString::fromStdString(utf8);
+}
 
-QString path(const std::optional<std::string>& local) { return local ? text(*local) : QString(); }
+QString path(const std::optional<std::string>& local) {
+  return local ? text(*local) : QString();
+}
 
 /// What a file holds may change under its name, where it was removed and has come again.
 QString stampOf(const QString& file) {

@@ -1,9 +1,8 @@
 #include "CacheSession.h"
 
+#include <KivResource/KivResource.h>
 #include <future>
 #include <utility>
-
-#include <KivResource/KivResource.h>
 
 #include "CacheWorker.h"
 

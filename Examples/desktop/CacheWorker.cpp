@@ -60,10 +60,11 @@ void CacheWorker::fetchConfiguration(const QString& address) {
     if (response && response->statusCode() == 200) {
       return useConfiguration(ended.returnedData().value_or(kiv::Data()));
     }
-    tellFailure(address, response ? CacheSession::tr("The server answered with status %1.")
-                                        .arg(response->statusCode())
-                                  : QString::fromStdString(
-                                        ended.responseError()->localizedDescription()));
+    tellFailure(
+        address,
+        response
+            ? CacheSession::tr("The server answered with status %1.").arg(response->statusCode())
+            : QString::fromStdString(ended.responseError()->localizedDescription()));
     end();
   });
   configurationClient_->queue(task);
@@ -93,9 +94,7 @@ void CacheWorker::stop() {
 
 void CacheWorker::resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
                                                   const std::shared_ptr<KivResource>& resource) {
-  tell([item = CacheItem::of(*resource)](CacheSession& session) {
-    emit session.itemLoaded(item);
-  });
+  tell([item = CacheItem::of(*resource)](CacheSession& session) { emit session.itemLoaded(item); });
 }
 
 void CacheWorker::resourceManager_didFailToLoadResource_withError(
@@ -140,7 +139,5 @@ void CacheWorker::tellProgress(const KivRESTServiceProgress& progress) const {
 }
 
 void CacheWorker::tellFailure(const QString& what, const QString& reason) const {
-  tell([what, reason](CacheSession& session) {
-    emit session.failed({what, reason});
-  });
+  tell([what, reason](CacheSession& session) { emit session.failed({what, reason}); });
 }

@@ -1,11 +1,10 @@
 #pragma once
 
+#include <KivResource/KivResource.h>
 #include <QPointer>
 #include <QString>
 #include <functional>
 #include <memory>
-
-#include <KivResource/KivResource.h>
 
 #include "CacheSession.h"
 

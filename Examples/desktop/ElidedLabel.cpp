@@ -15,7 +15,9 @@ void ElidedLabel::setText(const QString& text) {
   update();
 }
 
-bool ElidedLabel::isElided() const { return fontMetrics().horizontalAdvance(text_) > width(); }
+bool ElidedLabel::isElided() const {
+  return fontMetrics().horizontalAdvance(text_) > width();
+}
 
 QSize ElidedLabel::sizeHint() const {
   return {fontMetrics().horizontalAdvance(text_) + 1, fontMetrics().height()};

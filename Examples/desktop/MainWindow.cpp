@@ -49,8 +49,9 @@ QWidget* MainWindow::makeEmptyState() {
   font.setPointSizeF(font.pointSizeF() * 1.6);
   heading->setFont(font);
   heading->setAlignment(Qt::AlignCenter);
-  auto* const text = new QLabel(tr("Load a configuration to fetch what it names.\n"
-                                   "It is then shown here, also without a server."));
+  auto* const text =
+      new QLabel(tr("Load a configuration to fetch what it names.\n"
+                    "It is then shown here, also without a server."));
   text->setAlignment(Qt::AlignCenter);
   text->setForegroundRole(QPalette::PlaceholderText);
   auto* const button = new QPushButton(load_->icon(), tr("Load"));

@@ -60,7 +60,9 @@ void PassStatus::showProgress(const PassProgress& progress) {
   bar_->setValue(static_cast<int>(progress.filesDone));
 }
 
-void PassStatus::showStopping() { text_->setText(tr("Stopping")); }
+void PassStatus::showStopping() {
+  text_->setText(tr("Stopping"));
+}
 
 void PassStatus::showEnd(qsizetype resources, const QList<PassFailure>& failures) {
   bar_->hide();

@@ -108,13 +108,15 @@ void PromotionView::present(const CacheItem& item) {
 void PromotionView::showIcon(const QImage& picture) {
   if (picture.isNull()) return icon_->clear();
   const qreal density = devicePixelRatioF();
-  QPixmap icon = QPixmap::fromImage(picture.scaled(
-      QSize(iconSide, iconSide) * density, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+  QPixmap icon = QPixmap::fromImage(picture.scaled(QSize(iconSide, iconSide) * density,
+                                                   Qt::KeepAspectRatio, Qt::SmoothTransformation));
   icon.setDevicePixelRatio(density);
   icon_->setPixmap(icon);
 }
 
-void PromotionView::play() { player_->play(); }
+void PromotionView::play() {
+  player_->play();
+}
 
 void PromotionView::showPlaying() {
   const bool plays = player_->playbackState() == QMediaPlayer::PlayingState;

@@ -13,9 +13,9 @@ class QPushButton;
 class StarRating;
 class VideoArea;
 
-/// A video promotion: the video, and beside it icon, title, rating and votes. The video plays without
-/// sound, over and over, from the moment that play() is called; a button pauses it, and another one
-/// opens the market link.
+/// A video promotion: the video, and beside it icon, title, rating and votes. The video plays
+/// without sound, over and over, from the moment that play() is called; a button pauses it, and
+/// another one opens the market link.
 class PromotionView final : public QFrame {
   Q_OBJECT
 

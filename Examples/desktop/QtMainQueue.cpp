@@ -1,10 +1,9 @@
 #include "QtMainQueue.h"
 
+#include <KivResource/KivResource.h>
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QThread>
-
-#include <KivResource/KivResource.h>
 
 QtMainQueue::QtMainQueue() {
   Q_ASSERT(QCoreApplication::instance() &&

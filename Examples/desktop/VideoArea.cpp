@@ -24,7 +24,9 @@ void VideoArea::showText(const QString& text) {
   update();
 }
 
-QSize VideoArea::sizeHint() const { return {432, 243}; }
+QSize VideoArea::sizeHint() const {
+  return {432, 243};
+}
 
 void VideoArea::paintEvent(QPaintEvent*) {
   QPainter painter(this);

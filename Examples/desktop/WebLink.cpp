@@ -2,7 +2,9 @@
 
 #include <QDesktopServices>
 
-QUrl webLink(const QString& link) { return webLink(QUrl(link, QUrl::StrictMode)); }
+QUrl webLink(const QString& link) {
+  return webLink(QUrl(link, QUrl::StrictMode));
+}
 
 QUrl webLink(const QUrl& link) {
   const bool isWeb = link.scheme() == "http" || link.scheme() == "https";

@@ -77,7 +77,9 @@ QStringList WebPage::chooseFiles(FileSelectionMode, const QStringList&, const QS
 
 void WebPage::javaScriptAlert(const QUrl&, const QString&) {}
 
-bool WebPage::javaScriptConfirm(const QUrl&, const QString&) { return false; }
+bool WebPage::javaScriptConfirm(const QUrl&, const QString&) {
+  return false;
+}
 
 bool WebPage::javaScriptPrompt(const QUrl&, const QString&, const QString&, QString*) {
   return false;

@@ -1,8 +1,7 @@
+#include <KivResource/KivResource.h>
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
-
-#include <KivResource/KivResource.h>
 
 #include "CacheSession.h"
 #include "MainWindow.h"

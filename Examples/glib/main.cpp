@@ -2,12 +2,11 @@
 //
 //   kivresource-glib DIRECTORY SERVER FILE
 
+#include <KivResource/KivResource.h>
 #include <cstdio>
 #include <fstream>
 #include <glib.h>
 #include <iterator>
-
-#include <KivResource/KivResource.h>
 
 namespace {
 

@@ -1,14 +1,15 @@
-#include "Examples/desktop/CacheSession.h"
-
 #include <gtest/gtest.h>
 
+#include "Examples/desktop/CacheSession.h"
 #include "Tests/Examples/desktop/SessionFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/LoopbackServer.h"
 
+using kiv::test::content;
 using kiv::test::FaultyFileManager;
 using kiv::test::LoopbackServer;
 using kiv::test::Response;
+using kiv::test::served;
 using kiv::test::waitUntil;
 using Pass = CacheSession::Pass;
 

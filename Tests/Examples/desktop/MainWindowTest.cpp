@@ -1,5 +1,3 @@
-#include "Examples/desktop/MainWindow.h"
-
 #include <QAbstractButton>
 #include <QApplication>
 #include <QScrollBar>
@@ -13,12 +11,15 @@
 #include "Examples/desktop/BannerView.h"
 #include "Examples/desktop/ElidedLabel.h"
 #include "Examples/desktop/Gallery.h"
+#include "Examples/desktop/MainWindow.h"
 #include "Examples/desktop/PageView.h"
 #include "Examples/desktop/PassStatus.h"
 #include "Tests/Examples/desktop/Browser.h"
 #include "Tests/Examples/desktop/Picture.h"
 #include "Tests/Examples/desktop/SessionFixture.h"
 
+using kiv::test::content;
+using kiv::test::served;
 using kiv::test::waitUntil;
 using Pass = CacheSession::Pass;
 

@@ -57,8 +57,13 @@ QRect difference(const QImage& one, const QImage& other) {
 QString textIn(const QImage& picture) {
   const QTemporaryDir directory;
   const QString file = directory.filePath("picture.png");
+  // Of a screen without a desktop, what is not black is the window.
+  QImage black(picture.size(), QImage::Format_RGB32);
+  black.fill(Qt::black);
+  const QImage window = picture.copy(difference(picture, black));
   // Letters of a screen are small for a program that reads paper.
-  picture.scaled(picture.size() * 2, Qt::KeepAspectRatio, Qt::SmoothTransformation).save(file);
+  const int factor = window.width() < 2000 ? 2 : 1;
+  window.scaled(window.size() * factor, Qt::KeepAspectRatio, Qt::SmoothTransformation).save(file);
   QProcess tesseract;
   tesseract.setStandardErrorFile(QProcess::nullDevice());
   tesseract.start("tesseract", {file, "-", "--psm", "11"});

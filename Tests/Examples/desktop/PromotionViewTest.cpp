@@ -1,5 +1,3 @@
-#include "Examples/desktop/PromotionView.h"
-
 #include <QFile>
 #include <QMediaPlayer>
 #include <QPushButton>
@@ -8,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "Examples/desktop/ElidedLabel.h"
+#include "Examples/desktop/PromotionView.h"
 #include "Examples/desktop/VideoArea.h"
+#include "Tests/Examples/desktop/Content.h"
 #include "Tests/Examples/desktop/Waiting.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
@@ -26,7 +26,7 @@ class PromotionViewTest : public testing::Test {
   /// A copy of the sample video under that name.
   QString video(const char* name) const {
     const QString path = QString::fromStdString(directory_.path(name));
-    EXPECT_TRUE(QFile::copy(KIVRESOURCE_CONTENT "/server/video/night-train.mp4", path));
+    EXPECT_TRUE(QFile::copy(kiv::test::served("video/night-train.mp4"), path));
     return path;
   }
 

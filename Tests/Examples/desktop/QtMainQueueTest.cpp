@@ -1,5 +1,3 @@
-#include "Examples/desktop/QtMainQueue.h"
-
 #include <QThread>
 #include <QTimer>
 #include <atomic>
@@ -9,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Examples/desktop/QtMainQueue.h"
 #include "KivResource/KivResource.h"
 #include "Tests/Examples/desktop/Waiting.h"
 
@@ -24,9 +23,7 @@ const auto mainQueue = [] { return kiv::DispatchQueue::main(); };
 TEST(QtMainQueue, RunsAJobOfAnotherThreadOnThatOfTheApplication) {
   const QtMainQueue adapter;
   std::thread::id ranOn;
-  std::thread([&] {
-    mainQueue()->async([&] { ranOn = std::this_thread::get_id(); });
-  }).join();
+  std::thread([&] { mainQueue()->async([&] { ranOn = std::this_thread::get_id(); }); }).join();
   EXPECT_EQ(ranOn, std::thread::id());
   ASSERT_TRUE(waitUntil([&] { return ranOn != std::thread::id(); }));
   EXPECT_EQ(ranOn, std::this_thread::get_id());

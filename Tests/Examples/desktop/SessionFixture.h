@@ -9,6 +9,7 @@
 #include "Examples/desktop/CacheSession.h"
 #include "Examples/desktop/QtMainQueue.h"
 #include "KivResource/KivResource.h"
+#include "Tests/Examples/desktop/Content.h"
 #include "Tests/Examples/desktop/Waiting.h"
 #include "Tests/Support/TemporaryDirectory.h"
 #include "Tools/contentserver/ContentServer.h"
@@ -68,9 +69,6 @@ class SessionFixture : public testing::Test {
     }
     return nullptr;
   }
-
-  static QString content(const QString& path) { return QString(KIVRESOURCE_CONTENT) + "/" + path; }
-  static QString served(const QString& path) { return content("server/" + path); }
 
   TemporaryDirectory directory_;
   ContentServer server_{served("").toStdString()};

@@ -12,6 +12,8 @@ bool waitUntil(Predicate predicate) {
 }
 
 /// Runs what is waiting in the event loop now.
-inline void runWaitingEvents() { QCoreApplication::processEvents(); }
+inline void runWaitingEvents() {
+  QCoreApplication::processEvents();
+}
 
 }  // namespace kiv::test

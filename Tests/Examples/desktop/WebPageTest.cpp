@@ -1,5 +1,4 @@
-#include "Examples/desktop/WebPage.h"
-
+#include <QProcess>
 #include <QWebEngineProfile>
 #include <QWebEngineView>
 #include <atomic>
@@ -7,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Examples/desktop/WebPage.h"
 #include "Tests/Examples/desktop/Browser.h"
 #include "Tests/Examples/desktop/Waiting.h"
 #include "Tests/Support/LoopbackServer.h"
@@ -80,8 +80,9 @@ TEST_F(WebPageTest, ShowsItsOwnPictures) {
   picture.fill(Qt::red);
   directory_.write("page/images/a.png");
   picture.save(QString::fromStdString(directory_.path("page/images/a.png")));
-  ASSERT_TRUE(show("<img id='a' src='images/a.png'>" +
-                   script("document.title = 'done ' + document.getElementById('a').naturalWidth;")));
+  ASSERT_TRUE(
+      show("<img id='a' src='images/a.png'>" +
+           script("document.title = 'done ' + document.getElementById('a').naturalWidth;")));
   EXPECT_EQ(page_->title(), "done 7");
 }
 
@@ -96,20 +97,21 @@ TEST_F(WebPageTest, ReachesNeitherOtherFilesNorTheNetwork) {
   ASSERT_TRUE(show(
       "<img id='a' src='../secret.png'><img src='" + network + "'><iframe id='f' src='" + network +
       "'></iframe>" +
-      script("const seen = [];"
-             "for (const url of ['../secret.txt', 'file:///etc/passwd', '" +
-             network +
-             "']) {"
-             "  try { seen.push((await (await fetch(url)).text()).length); }"
-             "  catch (error) { seen.push('no'); }"
-             "  await new Promise(then => {"
-             "    const request = new XMLHttpRequest();"
-             "    request.onloadend = () => { seen.push(request.responseText || 'no'); then(); };"
-             "    try { request.open('GET', url); request.send(); }"
-             "    catch (error) { seen.push('no'); then(); }"
-             "  });"
-             "}"
-             "document.title = 'done ' + document.getElementById('a').naturalWidth + ' ' + seen;")));
+      script(
+          "const seen = [];"
+          "for (const url of ['../secret.txt', 'file:///etc/passwd', '" +
+          network +
+          "']) {"
+          "  try { seen.push((await (await fetch(url)).text()).length); }"
+          "  catch (error) { seen.push('no'); }"
+          "  await new Promise(then => {"
+          "    const request = new XMLHttpRequest();"
+          "    request.onloadend = () => { seen.push(request.responseText || 'no'); then(); };"
+          "    try { request.open('GET', url); request.send(); }"
+          "    catch (error) { seen.push('no'); then(); }"
+          "  });"
+          "}"
+          "document.title = 'done ' + document.getElementById('a').naturalWidth + ' ' + seen;")));
   EXPECT_EQ(page_->title(), "done 0 no,no,no,no,no,no");
   EXPECT_TRUE(server.requests().empty());
 }
@@ -132,14 +134,18 @@ TEST_F(WebPageTest, AScriptCannotLeadTheViewElsewhereNorOpenTheBrowser) {
 }
 
 TEST_F(WebPageTest, ALinkThatAPersonClicksOpensInTheBrowser) {
-  ASSERT_TRUE(show("<body style='margin:0'><a href='https://shop.example/' "
-                   "style='display:block;width:400px;height:300px'>a link</a>" +
-                   script("requestAnimationFrame(() => requestAnimationFrame(() => {"
-                          "document.title = 'done'; }));")));
-  ASSERT_TRUE(waitUntil([&] {
-    QTest::mouseClick(view_.windowHandle(), Qt::LeftButton, Qt::NoModifier, QPoint(100, 100));
-    return !browser_.opened.isEmpty();
-  }));
+  ASSERT_TRUE(
+      show("<body style='margin:0'><a href='https://shop.example/' "
+           "style='display:block;width:400px;height:300px'>a link</a>" +
+           script("requestAnimationFrame(() => requestAnimationFrame(() => {"
+                  "document.title = 'done'; }));")));
+  // The real pointer: the web view takes no notice of events that are made up.
+  const QPoint place = view_.mapToGlobal(QPoint(100, 100));
+  QProcess xdotool;
+  xdotool.start("xdotool", {"mousemove", QString::number(place.x()), QString::number(place.y()),
+                            "click", "1"});
+  ASSERT_TRUE(waitUntil([&] { return !browser_.opened.isEmpty(); }));
+  ASSERT_TRUE(xdotool.waitForFinished());
   EXPECT_EQ(browser_.opened[0], QUrl("https://shop.example/"));
   EXPECT_TRUE(page_->url().toLocalFile().endsWith("/page/index.html"));
 }

@@ -1,4 +1,5 @@
-// The program itself, on a screen, with the content server: keys are pressed and pictures are taken.
+// The program itself, on a screen, with the content server: keys are pressed and pictures are
+// taken.
 
 #include <QProcess>
 #include <QTest>
@@ -8,21 +9,28 @@
 
 #include <gtest/gtest.h>
 
+#include "Tests/Examples/desktop/Content.h"
 #include "Tests/Examples/desktop/Picture.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
+using kiv::test::content;
 using kiv::test::difference;
 using kiv::test::find;
 using kiv::test::keep;
 using kiv::test::screenshot;
+using kiv::test::served;
 using kiv::test::textIn;
 
 namespace {
 
 constexpr int patience = 60'000;  // milliseconds
 
-QString content(const QString& path) { return QString(KIVRESOURCE_CONTENT) + "/" + path; }
-QImage served(const QString& path) { return QImage(content("server/" + path)); }
+QString content(const QString& path) {
+  return QString(KIVRESOURCE_CONTENT) + "/" + path;
+}
+QImage served(const QString& path) {
+  return QImage(content("server/" + path));
+}
 
 /// A process that is ended when it goes out of scope.
 class Program {
@@ -61,8 +69,8 @@ class Program {
 class WindowPictures : public testing::Test {
  protected:
   static std::unique_ptr<Program> serve(QString& url, const QStringList& more = {}) {
-    auto server = std::make_unique<Program>(KIVRESOURCE_TOOL,
-                                            QStringList{"serve", content("server")} + more);
+    auto server =
+        std::make_unique<Program>(KIVRESOURCE_TOOL, QStringList{"serve", content("server")} + more);
     url = server->firstLine();
     EXPECT_TRUE(url.startsWith("http://"));
     return server;
@@ -98,8 +106,8 @@ class WindowPictures : public testing::Test {
         },
         patience);
     keep(picture, name);
-    EXPECT_TRUE(came) << "never seen: " << name.toStdString() << ". The last picture says: "
-                      << textIn(picture).toStdString();
+    EXPECT_TRUE(came) << "never seen: " << name.toStdString()
+                      << ". The last picture says: " << textIn(picture).toStdString();
     return picture;
   }
 
@@ -108,9 +116,9 @@ class WindowPictures : public testing::Test {
   }
 
   kiv::test::TemporaryDirectory directory_;
-  const QImage spring_ = served("banners/spring/v1/northlight-spring-1.png");
-  const QImage newSpring_ = served("banners/spring/v2/northlight-spring-2.png");
-  const QImage ferry_ = served("banners/harbour-ferry.png");
+  const QImage spring_{served("banners/spring/v1/northlight-spring-1.png")};
+  const QImage newSpring_{served("banners/spring/v2/northlight-spring-2.png")};
+  const QImage ferry_{served("banners/harbour-ferry.png")};
 };
 
 // The main server does not give the video, and the mirror keeps it back until it was seen that the
@@ -121,12 +129,10 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
   auto server = serve(url, {"--fault", "/video/night-train.mp4=503"});
   auto mirror = serve(mirrorURL);
   mirror->signal(SIGSTOP);
-  auto window =
-      open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
+  auto window = open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
 
-  const QImage before = waitForPicture("before", [&](const QImage& picture) {
-    return says(picture, "Nothing is cached yet");
-  });
+  const QImage before = waitForPicture(
+      "before", [&](const QImage& picture) { return says(picture, "Nothing is cached yet"); });
   EXPECT_FALSE(find(ferry_, before));
 
   press("ctrl+l");
@@ -177,7 +183,8 @@ TEST_F(WindowPictures, TheCacheWithoutAServerAndThenAnUpdate) {
 
   server = serve(url);
   window = open({"--server", url, "--config", content("second.json")});
-  waitForPicture("restarted", [&](const QImage& picture) { return find(spring_, picture).has_value(); });
+  waitForPicture("restarted",
+                 [&](const QImage& picture) { return find(spring_, picture).has_value(); });
   press("ctrl+u");
   const QImage updated = waitForPicture("updated", [&](const QImage& picture) {
     return find(newSpring_, picture) && says(picture, "404");
