@@ -25,13 +25,6 @@ namespace {
 
 constexpr int patience = 60'000;  // milliseconds
 
-QString content(const QString& path) {
-  return QString(KIVRESOURCE_CONTENT) + "/" + path;
-}
-QImage served(const QString& path) {
-  return QImage(content("server/" + path));
-}
-
 /// A process that is ended when it goes out of scope.
 class Program {
  public:
