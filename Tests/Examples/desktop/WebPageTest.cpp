@@ -145,7 +145,7 @@ TEST_F(WebPageTest, ALinkThatAPersonClicksOpensInTheBrowser) {
   xdotool.start("xdotool", {"mousemove", QString::number(place.x()), QString::number(place.y()),
                             "click", "1"});
   ASSERT_TRUE(waitUntil([&] { return !browser_.opened.isEmpty(); }));
-  ASSERT_TRUE(xdotool.waitForFinished());
+  EXPECT_TRUE(xdotool.state() == QProcess::NotRunning || xdotool.waitForFinished());
   EXPECT_EQ(browser_.opened[0], QUrl("https://shop.example/"));
   EXPECT_TRUE(page_->url().toLocalFile().endsWith("/page/index.html"));
 }
