@@ -82,7 +82,12 @@ QWidget* MainWindow::makeContents() {
 void MainWindow::resizeEvent(QResizeEvent* event) {
   QMainWindow::resizeEvent(event);
   // A banner beside a page takes some room; where there is less, the pages go below.
-  splitter_->setOrientation(width() < 1000 ? Qt::Vertical : Qt::Horizontal);
+  const auto orientation = width() < 1000 ? Qt::Vertical : Qt::Horizontal;
+  if (splitter_->orientation() == orientation) return;
+  splitter_->setOrientation(orientation);
+  const bool isVertical = orientation == Qt::Vertical;
+  splitter_->setStretchFactor(0, isVertical ? 1 : 0);
+  splitter_->setSizes(isVertical ? QList{height() / 2, height() / 2} : QList{800, width() - 800});
 }
 
 QAction* MainWindow::makeAction(const QString& text, const QKeySequence& key,

@@ -9,6 +9,7 @@
 
 PagePane::PagePane(QWidget* parent)
     : QWidget(parent), tabs_(new QTabBar), view_(PageView::make(this)) {
+  setMinimumSize(240, 160);
   tabs_->setExpanding(false);
   tabs_->setElideMode(Qt::ElideRight);
   tabs_->setDocumentMode(true);

@@ -6,6 +6,7 @@
 #include <QMediaPlayer>
 #include <QPushButton>
 #include <QStyle>
+#include <QTimer>
 
 #include "ElidedLabel.h"
 #include "StarRating.h"
@@ -15,6 +16,8 @@
 namespace {
 
 constexpr int iconSide = 56;
+constexpr int furtherTries = 5;
+constexpr int pauseBetweenTries = 700;  // milliseconds
 
 QFont titleFont(QFont font) {
   font.setBold(true);
@@ -47,7 +50,7 @@ PromotionView::PromotionView(QWidget* parent)
   player_->setVideoSink(video_->sink());
   player_->setLoops(QMediaPlayer::Infinite);
   connect(player_, &QMediaPlayer::playbackStateChanged, this, &PromotionView::showPlaying);
-  connect(player_, &QMediaPlayer::errorOccurred, this, &PromotionView::showFault);
+  connect(player_, &QMediaPlayer::errorOccurred, this, &PromotionView::tryAgain);
   connect(playButton_, &QPushButton::clicked, this, [this] {
     player_->playbackState() == QMediaPlayer::PlayingState ? player_->pause() : play();
   });
@@ -101,6 +104,7 @@ void PromotionView::present(const CacheItem& item) {
   // The former file may be gone from the disk by now. The player has it open and shows it on, until
   // it is given the new one; so whoever was watching goes on watching.
   const bool wasPlaying = player_->playbackState() == QMediaPlayer::PlayingState;
+  triesLeft_ = furtherTries;
   player_->setSource(QUrl::fromLocalFile(item.video));
   if (wasPlaying) player_->play();
 }
@@ -124,6 +128,18 @@ void PromotionView::showPlaying() {
   playButton_->setIcon(style()->standardIcon(plays ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
 }
 
-void PromotionView::showFault() {
-  video_->showText(tr("This video cannot be played: %1").arg(player_->errorString()));
+// What plays the video may give it up because the window took no frame for a second, as on a
+// computer that is busy, or while all of the program starts. So an error is shown when it stays.
+void PromotionView::tryAgain() {
+  if (triesLeft_ == 0) {
+    video_->showText(tr("This video cannot be played: %1").arg(player_->errorString()));
+    return;
+  }
+  --triesLeft_;
+  QTimer::singleShot(pauseBetweenTries, this, [this, source = player_->source()] {
+    if (player_->source() != source) return;
+    player_->setSource({});  // the same one alone would be no change
+    player_->setSource(source);
+    player_->play();
+  });
 }

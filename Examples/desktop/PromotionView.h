@@ -30,7 +30,7 @@ class PromotionView final : public QFrame {
   QLayout* makeHeader();
   QLayout* makeButtons();
   void showIcon(const QImage& picture);
-  void showFault();
+  void tryAgain();
   void showPlaying();
 
   QLabel* icon_;
@@ -43,4 +43,5 @@ class PromotionView final : public QFrame {
   QMediaPlayer* player_;
   QUrl market_;
   QString version_;
+  int triesLeft_ = 0;
 };

@@ -8,6 +8,14 @@
 
 #include "WebLink.h"
 
+namespace {
+
+QUrl emptyPage() {
+  return QUrl("about:blank");
+}
+
+}  // namespace
+
 void PageGuard::setPage(const QString& path) {
   const QFileInfo info(path);
   page_ = info.canonicalFilePath();
@@ -15,7 +23,8 @@ void PageGuard::setPage(const QString& path) {
 }
 
 bool PageGuard::allows(const QUrl& url) const {
-  if (url.scheme() == "data" || url.scheme() == "blob") return true;  // the page's own bytes
+  if (url == emptyPage() || url.scheme() == "data" || url.scheme() == "blob")
+    return true;  // no file
   if (!url.isLocalFile()) return false;
   const QString path = QFileInfo(url.toLocalFile()).canonicalFilePath();
   if (path.isEmpty()) return false;
@@ -41,13 +50,20 @@ WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
           [this](const QWebEngineNewWindowRequest& request) { follow(request.requestedUrl()); });
   // The view gives what a person does to a widget of its own making, whichever that is at the time.
   qApp->installEventFilter(this);
+  // The first page of all makes the view a thing that draws with OpenGL, and a window in which one
+  // comes to be while it is shown is made anew by Qt: it flickers, and loses the focus. An empty
+  // page now, before the window is shown, saves it that. Another one waits until it is there.
+  connect(this, &QWebEnginePage::loadFinished, this, [this] {
+    if (!std::exchange(isBegun_, true) && !url_.isEmpty()) load(url_);
+  });
+  load(emptyPage());
 }
 
 void WebPage::show(const QString& path) {
   guard_.setPage(path);
   url_ = QUrl::fromLocalFile(path);
   personActed_ = false;
-  load(url_);
+  if (isBegun_) load(url_);
 }
 
 bool WebPage::eventFilter(QObject* object, QEvent* event) {
@@ -62,7 +78,7 @@ bool WebPage::eventFilter(QObject* object, QEvent* event) {
 bool WebPage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
   if (!isMainFrame) return guard_.allows(url);
   const bool isOwn = url.matches(url_, QUrl::RemoveFragment);
-  if (isOwn || (url_.isEmpty() && url == QUrl("about:blank"))) return true;
+  if (isOwn || (!isBegun_ && url == emptyPage())) return true;
   if (type == NavigationTypeLinkClicked) follow(url);
   return false;
 }

@@ -54,5 +54,6 @@ class WebPage final : public QWebEnginePage {
 
   PageGuard guard_;
   QUrl url_;
+  bool isBegun_ = false;  ///< The empty page, with which all begins, is there.
   bool personActed_ = false;
 };

@@ -21,10 +21,6 @@ class WebPageView final : public PageView {
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(view_);
-    // The first page of all makes the view a thing that draws with OpenGL, and a window in which
-    // one comes to be while it is shown is made anew by Qt: it flickers, and loses the focus. An
-    // empty page now, before the window is shown, saves it that.
-    page_->load(QUrl("about:blank"));
   }
 
   // The page goes before the profile that it uses.

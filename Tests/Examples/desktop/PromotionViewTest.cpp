@@ -122,8 +122,9 @@ TEST_F(PromotionViewTest, AFileThatIsNoVideoIsToldAndBreaksNothing) {
   view_.present(item(QString::fromStdString(path), "1"));
   const QImage before = video_->grab().toImage();
   view_.play();
-  EXPECT_TRUE(waitUntil([&] { return view_.player().error() != QMediaPlayer::NoError; }));
-  EXPECT_NE(video_->grab().toImage(), before);  // says so where the video would be
+  // Says so where the video would be.
+  EXPECT_TRUE(waitUntil([&] { return video_->grab().toImage() != before; }));
+  EXPECT_NE(view_.player().error(), QMediaPlayer::NoError);
 }
 
 TEST_F(PromotionViewTest, AButtonPausesAndPlays) {

@@ -144,7 +144,8 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
   mirror->signal(SIGCONT);
   const QImage after = waitForPicture("window", [&](const QImage& picture) {
     return find(ferry_, picture) && says(picture, "Done: 6 resources") &&
-           says(picture, "1,287 votes") && says(picture, "Climb one hundred");
+           says(picture, "1,287 votes") && says(picture, "Fall asleep in the city") &&
+           says(picture, "Climb one hundred");
   });
   EXPECT_TRUE(find(spring_, after));
   EXPECT_TRUE(says(after, "The Night Train"));
@@ -201,7 +202,8 @@ TEST_F(WindowPictures, EveryPointIsFourPixelsOnAScreenOfTwiceTheDensity) {
   const QImage twice =
       ferry_.scaled(ferry_.size() * 2, Qt::IgnoreAspectRatio, Qt::FastTransformation);
   const QImage picture = waitForPicture("high-dpi", [&](const QImage& seen) {
-    return find(twice, seen) && says(seen, "1,287 votes");
+    return find(twice, seen) && says(seen, "1,287 votes") &&
+           says(seen, "Fall asleep in the city") && says(seen, "Climb one hundred");
   });
   EXPECT_TRUE(says(picture, "The Night Train"));
 }
@@ -215,11 +217,12 @@ TEST_F(WindowPictures, ANarrowWindowHasThePagesBelowAndScrolls) {
     return says(picture, "Done: 6 resources") && find(ferry_, picture);
   });
   QProcess xdotool;
-  xdotool.start("xdotool", {"search", "--name", "Resource cache", "windowsize", "700", "800"});
+  xdotool.start("xdotool", {"search", "--name", "Resource cache", "windowsize", "720", "1240"});
   ASSERT_TRUE(xdotool.waitForFinished(patience));
   const QImage leftPart = ferry_.copy(0, 0, 600, 90);
   const QImage picture = waitForPicture("narrow", [&](const QImage& seen) {
-    return find(leftPart, seen) && !find(ferry_, seen) && says(seen, "Lighthouse");
+    return find(leftPart, seen) && !find(ferry_, seen) && says(seen, "Lighthouse Museum") &&
+           says(seen, "1,287 votes");
   });
   EXPECT_TRUE(says(picture, "Done: 6 resources"));
 }
