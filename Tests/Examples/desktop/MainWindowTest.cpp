@@ -165,16 +165,13 @@ TEST_F(MainWindowTest, CanBeReadOnADarkPalette) {
   QApplication::setPalette(dark);
   openWindow();
   ASSERT_TRUE(run(Pass::update, content("second.json")));
-  // The web view draws in this process, and only while its events run: it comes first.
-  ASSERT_TRUE(waitUntil([] { return screenshot().pixelColor(1000, 600) != Qt::white; }));
   QString text;
   QImage picture;
   ASSERT_TRUE(waitUntil([&] {
     picture = screenshot();
     text = kiv::test::textIn(picture);
     return text.contains("1,287 votes") && text.contains("Lost balloon") &&
-           text.contains("Visit") && text.contains("Fall asleep in the city") &&
-           text.contains("Climb one hundred");
+           text.contains("Visit") && text.contains("Fall asleep in the city");
   })) << text.toStdString();
   kiv::test::keep(picture, "dark");
   EXPECT_LT(picture.pixelColor(600, 20).lightness(), 100);  // the tool bar
