@@ -113,6 +113,11 @@ class WindowPictures : public testing::Test {
     return lastText_.contains(text);
   }
 
+  /// The page that has come first is on show.
+  bool showsAPage(const QImage& picture) {
+    return says(picture, "Climb one hundred") || says(picture, "The second loaf");
+  }
+
   qint64 lastRead_ = 0;
   QString lastText_;
   kiv::test::TemporaryDirectory directory_;
@@ -145,7 +150,7 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
   const QImage after = waitForPicture("window", [&](const QImage& picture) {
     return find(ferry_, picture) && says(picture, "Done: 6 resources") &&
            says(picture, "1,287 votes") && says(picture, "Fall asleep in the city") &&
-           says(picture, "Climb one hundred");
+           showsAPage(picture);
   });
   EXPECT_TRUE(find(spring_, after));
   EXPECT_TRUE(says(after, "The Night Train"));
@@ -203,7 +208,7 @@ TEST_F(WindowPictures, EveryPointIsFourPixelsOnAScreenOfTwiceTheDensity) {
       ferry_.scaled(ferry_.size() * 2, Qt::IgnoreAspectRatio, Qt::FastTransformation);
   const QImage picture = waitForPicture("high-dpi", [&](const QImage& seen) {
     return find(twice, seen) && says(seen, "1,287 votes") &&
-           says(seen, "Fall asleep in the city") && says(seen, "Climb one hundred");
+           says(seen, "Fall asleep in the city") && showsAPage(seen);
   });
   EXPECT_TRUE(says(picture, "The Night Train"));
 }
