@@ -38,12 +38,17 @@ class Program {
   ~Program() {
     signal(SIGCONT);
     process_.terminate();
-    if (!process_.waitForFinished(patience)) ADD_FAILURE() << "the program does not end";
+    const bool hasEnded =
+        process_.state() == QProcess::NotRunning || process_.waitForFinished(patience);
+    EXPECT_TRUE(hasEnded) << "the program does not end";
   }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  void signal(int number) const { kill(static_cast<pid_t>(process_.processId()), number); }
+  void signal(int number) const {
+    const auto process = static_cast<pid_t>(process_.processId());
+    if (process > 0) kill(process, number);
+  }
 
   /// The first line that it prints.
   QString firstLine() {
@@ -163,6 +168,30 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
   });
   EXPECT_LE(changed.width(), 432);
   EXPECT_LE(changed.height(), 243);
+}
+
+TEST_F(WindowPictures, AServerThatDiesInThePassLeavesWhatCameAndTheReason) {
+  QString url;
+  QString mirrorURL;
+  auto server = serve(url, {"--fault", "/video/night-train.mp4=503"});
+  auto mirror = serve(mirrorURL);
+  mirror->signal(SIGSTOP);
+  auto window = open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
+  waitForPicture("before-death",
+                 [&](const QImage& picture) { return says(picture, "Nothing is cached yet"); });
+  press("ctrl+l");
+  waitForPicture("alive", [&](const QImage& picture) {
+    return find(ferry_, picture) && says(picture, "5 of 6 files");
+  });
+
+  mirror->signal(SIGKILL);  // with the request for the video in its hands
+  server->signal(SIGKILL);
+  const QImage dead = waitForPicture("dead", [&](const QImage& picture) {
+    return says(picture, "1 failed") && find(ferry_, picture);
+  });
+  EXPECT_TRUE(says(dead, "5 resources in the cache"));
+  EXPECT_TRUE(says(dead, "The Night Train, spot"));
+  EXPECT_TRUE(find(spring_, dead));
 }
 
 TEST_F(WindowPictures, TheCacheWithoutAServerAndThenAnUpdate) {
