@@ -98,6 +98,10 @@ Text nestedObjects(std::size_t levels) {
   return {{R"({"a":)", levels}, {"1"}, {"}", levels}};
 }
 
+Text manyCopies() {
+  return {{"[" + itemWith("1")}, {"," + itemWith("[{}]"), 999}, {"]"}};
+}
+
 std::vector<Document> documents() {
   const auto deepest = std::size_t{JSON::deepestNesting} - 3;
   return {
@@ -112,10 +116,7 @@ std::vector<Document> documents() {
       {"NulBehind", "[" + itemWith("1") + "]\0"s, JSONErrorCode::malformed, 0},
       {"MarkOfUTF16", "\xff\xfe[\0]\0"s, JSONErrorCode::malformed, 0},
       {"OtherElements", "[1,null,\"x\",[{}],{}," + itemWith("1") + ",true]"},
-      {"ManyCopies",
-       {{"[" + itemWith("1")}, {"," + itemWith("[{}]"), 999}, {"]"}},
-       std::nullopt,
-       1000},
+      {"ManyCopies", manyCopies(), std::nullopt, 1000},
       accepted("NestedToTheLimit", nested(deepest)),
       accepted("ObjectsNestedToTheLimit", nestedObjects(deepest)),
       refused("NestedBeyondTheLimit", nested(deepest + 2), JSONErrorCode::tooDeep),

@@ -123,7 +123,9 @@ TEST_F(SpoolDirectoryTest, BytesComeInTheirOrderWhateverTheirSizes) {
   auto body = spool().create(url("a"), nullptr);
   ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
   std::size_t at = 0;
-  for (const std::size_t size : {1, 16'384, 262'144, 262'143, 1, 300'000, 0, 524'288, 600'000}) {
+  const std::vector<std::size_t> sizes{1,       16'384, 262'144, 262'143, 1,
+                                       300'000, 0,      524'288, 600'000};
+  for (const std::size_t size : sizes) {
     ASSERT_TRUE(body->append(std::string_view(bytes).substr(at, size), nullptr));
     at += size;
     EXPECT_EQ(body->length(), static_cast<std::int64_t>(at));
