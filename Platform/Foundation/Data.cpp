@@ -20,11 +20,18 @@ class Data::Contents {
 
 class Data::MemoryContents final : public Contents {
  public:
-  explicit MemoryContents(std::string bytes) : bytes_(std::move(bytes)) {}
+  MemoryContents(std::string bytes, std::function<void(std::string)> release)
+      : bytes_(std::move(bytes)), release_(std::move(release)) {}
+  MemoryContents(const MemoryContents&) = delete;
+  MemoryContents& operator=(const MemoryContents&) = delete;
+  ~MemoryContents() override {
+    if (release_) release_(std::move(bytes_));
+  }
   [[nodiscard]] std::string_view view() const noexcept override { return bytes_; }
 
  private:
-  const std::string bytes_;
+  std::string bytes_;
+  const std::function<void(std::string)> release_;
 };
 
 class Data::FileContents final : public Contents {
@@ -52,7 +59,10 @@ class Data::FileContents final : public Contents {
   mutable std::shared_ptr<void> keeper_;
 };
 
-Data::Data(std::string bytes) : contents_(std::make_shared<MemoryContents>(std::move(bytes))) {}
+Data::Data(std::string bytes) : Data(std::move(bytes), nullptr) {}
+
+Data::Data(std::string bytes, std::function<void(std::string)> release)
+    : contents_(std::make_shared<MemoryContents>(std::move(bytes), std::move(release))) {}
 
 Data::Data(std::shared_ptr<const Contents> contents) noexcept : contents_(std::move(contents)) {}
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@ class KIV_EXPORT Data {
   Data() noexcept = default;
   /// Takes the bytes over.
   explicit Data(std::string bytes);
+  /// The same; gives them back to `release`, on whatever thread it is, when the last copy goes.
+  Data(std::string bytes, std::function<void(std::string)> release);
 
   /// Takes over the regular file at the path, which nobody may write to any more. Its bytes are
   /// mapped, not read. The file is removed with the last copy, unless takeFile() handed it on;

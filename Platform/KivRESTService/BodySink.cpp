@@ -3,19 +3,24 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/KivRESTService/BodyBuffers.h"
 #include "Platform/KivRESTService/PartialBody.h"
 #include "Platform/KivRESTService/SpoolDirectory.h"
 
 namespace kiv {
 
-BodySink::BodySink(URL url, SpoolDirectory& spool, std::int64_t largestInMemory)
+BodySink::BodySink(URL url, SpoolDirectory& spool, BodyBuffers& buffers,
+                   std::int64_t largestInMemory)
     : url_(std::move(url)),
       spool_(spool),
+      buffers_(buffers),
       largestInMemory_(largestInMemory),
       partial_(spool.find(url_)),
       found_(partial_ ? partial_->length() : 0) {}
 
-BodySink::~BodySink() = default;
+BodySink::~BodySink() {
+  buffers_.giveBack(std::move(memory_));
+}
 
 std::optional<RangeAsked> BodySink::range() const {
   if (!partial_ || !partial_->record()) return std::nullopt;
@@ -32,28 +37,31 @@ bool BodySink::isFrom(const URL& url) const {
   return partial_ && partial_->record() && partial_->record()->finalURL == url.absoluteString();
 }
 
-bool BodySink::begin(const URL& from, BodyVersion version, std::optional<std::int64_t> length) {
+bool BodySink::begin(const URL& from, const ResponseCheck& response) {
   discard();
   found_ = 0;
   coming_ = PartialRecord();
   coming_.url = url_.absoluteString();
   coming_.finalURL = from.absoluteString();
-  coming_.version = std::move(version);
-  coming_.length = length;
-  const std::int64_t expected = length.value_or(0);
+  coming_.length = response.fileLength();
+  response_ = &response;
+  const std::int64_t expected = coming_.length.value_or(0);
   if (spool_.isUsable() && expected > largestInMemory_) return moveToDisk();
   // Takes the room that the body will need, but no more than a little on the server's word alone.
   constexpr std::int64_t largestReserve = 8 * 1024 * 1024;
-  memory_.reserve(static_cast<std::size_t>(std::min(expected, largestReserve)));
+  memory_ = buffers_.take(static_cast<std::size_t>(std::min(expected, largestReserve)));
   return true;
 }
 
 bool BodySink::moveToDisk() {
+  coming_.version = response_->version();  // takes a while to read, and is of use on the disk alone
   partial_ = spool_.create(url_, &error_);
   if (!partial_ || !partial_->begin(coming_, &error_)) return false;
   isOnDisk_ = true;
-  const std::string bytes = std::exchange(memory_, {});
-  return partial_->append(bytes, &error_);
+  std::string bytes = std::exchange(memory_, {});
+  const bool isAppended = partial_->append(bytes, &error_);
+  buffers_.giveBack(std::move(bytes));
+  return isAppended;
 }
 
 bool BodySink::goOn() {
@@ -74,7 +82,7 @@ bool BodySink::flush() {
 }
 
 std::optional<Data> BodySink::finish() {
-  if (!isOnDisk_) return Data(std::move(memory_));
+  if (!isOnDisk_) return buffers_.data(std::move(memory_));
   return PartialBody::finish(std::move(partial_), &error_);
 }
 

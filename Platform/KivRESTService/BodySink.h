@@ -14,6 +14,7 @@
 
 namespace kiv {
 
+class BodyBuffers;
 class PartialBody;
 class SpoolDirectory;
 
@@ -23,8 +24,8 @@ class SpoolDirectory;
 /// What a failed try leaves there stays for the next one; begin() throws it away.
 class BodySink {
  public:
-  /// `spool` must outlive the sink. Looks for what is kept of the file.
-  BodySink(URL url, SpoolDirectory& spool, std::int64_t largestInMemory);
+  /// `spool` and `buffers` must outlive the sink. Looks for what is kept of the file.
+  BodySink(URL url, SpoolDirectory& spool, BodyBuffers& buffers, std::int64_t largestInMemory);
   ~BodySink();
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
@@ -34,8 +35,9 @@ class BodySink {
   /// True where what is kept came from that URL.
   [[nodiscard]] bool isFrom(const URL& url) const;
 
-  /// A whole body comes, of that version and length, from that URL.
-  bool begin(const URL& from, BodyVersion version, std::optional<std::int64_t> length);
+  /// A whole body comes from that URL, as the response says, which must stay until the body is
+  /// finished or discarded.
+  bool begin(const URL& from, const ResponseCheck& response);
   /// The rest of the body comes, as range() asked.
   bool goOn();
   /// The bytes may wait in memory until flush().
@@ -60,8 +62,10 @@ class BodySink {
 
   const URL url_;
   SpoolDirectory& spool_;
+  BodyBuffers& buffers_;
   const std::int64_t largestInMemory_;
   PartialRecord coming_;
+  const ResponseCheck* response_ = nullptr;  // with the version of what comes
   std::string memory_;
   std::unique_ptr<PartialBody> partial_;  // what is kept, or what comes where it is large
   bool isOnDisk_ = false;

@@ -43,11 +43,11 @@ Value info(void* handle, CURLINFO which) {
 }  // namespace
 
 Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
-                   EasyHandle handle)
+                   BodyBuffers& buffers, EasyHandle handle)
     : settings_(settings),
       handle_(std::move(handle)),
       url_(url),
-      sink_(std::move(url), spool, settings.largestBodyInMemory),
+      sink_(std::move(url), spool, buffers, settings.largestBodyInMemory),
       range_(sink_.range()) {}
 
 Transfer::~Transfer() = default;
@@ -151,7 +151,7 @@ bool Transfer::takeHeaderLine(std::string_view line) {
 
 bool Transfer::beginBody() {
   if (!check_->isContinuation()) {
-    cannotStore_ = !sink_.begin(url_, check_->version(), check_->fileLength());
+    cannotStore_ = !sink_.begin(url_, *check_);
   } else if (sink_.isFrom(url_)) {
     cannotStore_ = !sink_.goOn();
   } else {

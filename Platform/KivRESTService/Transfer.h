@@ -20,9 +20,9 @@ namespace kiv {
 /// one thread at a time.
 class Transfer {
  public:
-  /// `handle` must not be empty; `settings` and `spool` must outlive the transfer.
+  /// `handle` must not be empty; `settings`, `spool` and `buffers` must outlive the transfer.
   Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
-           EasyHandle handle);
+           BodyBuffers& buffers, EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;

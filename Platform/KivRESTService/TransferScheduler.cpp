@@ -37,6 +37,7 @@ TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
       ended_(ended),
       backlog_(backlog),
       spool_(settings),
+      buffers_(std::make_shared<BodyBuffers>(settings.largestBacklog)),
       health_(settings.unreachablePause),
       policy_(settings, std::random_device()()),
       lanes_(laneCount(settings)),
@@ -157,7 +158,8 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
   }
   auto handle = lane.takeSpareHandle();
   if (!handle) return failure(Code::outOfResources, url);
-  download.transfer = std::make_unique<Transfer>(url, settings_, spool_, std::move(handle));
+  download.transfer =
+      std::make_unique<Transfer>(url, settings_, spool_, *buffers_, std::move(handle));
   if (!download.transfer->prepare()) return failure(Code::outOfResources, url);
   lane.assign(download);
   download.lane = &lane;

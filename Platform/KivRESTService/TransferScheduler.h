@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/KivRESTService/BodyBuffers.h"
 #include "Platform/KivRESTService/Download.h"
 #include "Platform/KivRESTService/HostHealth.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
@@ -110,6 +111,7 @@ class TransferScheduler {
   const EndHandler& ended_;
   Backlog& backlog_;
   SpoolDirectory spool_;
+  const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
   RetryPolicy policy_;
   ProgressMeter meter_;

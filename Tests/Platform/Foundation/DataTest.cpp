@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -12,6 +13,20 @@
 namespace {
 
 using kiv::Data;
+
+TEST(DataTest, GivesItsBytesBackWithTheLastCopy) {
+  std::vector<std::string> released;
+  {
+    Data copy;
+    {
+      const Data data("bytes", [&](std::string bytes) { released.push_back(std::move(bytes)); });
+      copy = data;
+    }
+    EXPECT_TRUE(released.empty());
+    EXPECT_EQ(copy.view(), "bytes");
+  }
+  EXPECT_EQ(released, std::vector<std::string>{"bytes"});
+}
 
 TEST(DataTest, WithoutBytesIsEmpty) {
   EXPECT_TRUE(Data().empty());
