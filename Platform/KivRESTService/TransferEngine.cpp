@@ -20,10 +20,7 @@ TransferEngine::TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<
       ended_(std::move(ended)),
       progressed_(std::move(progressed)),
       workers_(TransferScheduler::laneCount(settings_)) {
-  backlog_->setWakeUp([this] {
-    const std::lock_guard lock(mutex_);
-    wakeUp(0);
-  });
+  backlog_->setWakeUp([this] { remind(0); });
   exitHook_.emplace([this] { stop(); });
 }
 
@@ -113,6 +110,12 @@ void TransferEngine::wakeUpAll() {
     wakeUp(index);
 }
 
+/// Wakes the thread up where one serves.
+void TransferEngine::remind(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  wakeUp(index);
+}
+
 // --- The transfer threads ------------------------------------------------------------------------
 
 void TransferEngine::serve(std::size_t index, void* multiHandle) {
@@ -148,10 +151,8 @@ void TransferEngine::doWhatIsDue(std::size_t index) {
   callUpOthers(index);
   scheduler_->reportEnded();
   if (isBusy(index)) workers_[index].idleUntil = Clock::now() + settings_.idleTime;
-  if (index > 0 && scheduler_->isIdle()) {
-    const std::lock_guard lock(mutex_);
-    wakeUp(0);  // which waits for more than the end of its own transfers
-  }
+  // The first thread waits for more than the end of its own transfers.
+  if (index > 0 && scheduler_->isIdle()) remind(0);
 }
 
 /// Without the lock while it waits and moves bytes.
@@ -196,8 +197,7 @@ void TransferEngine::callUpOthers(std::size_t self) {
       scheduler_->replaceLane(index, scheduler_->lane(self));
       scheduler_->runAssigned(scheduler_->lane(self));
     } else if (lane.hasDropped()) {
-      const std::lock_guard lock(mutex_);
-      wakeUp(index);
+      remind(index);
     }
   }
 }

@@ -72,6 +72,7 @@ class TransferEngine {
   bool startThread(std::size_t index);
   bool wakeUp(std::size_t index);
   void wakeUpAll();
+  void remind(std::size_t index);
   bool callUp(std::size_t index);
 
   // On the transfer threads, with the scheduler locked.

@@ -59,22 +59,22 @@ std::optional<Temporary> StorageRoot::makeTemporary(std::optional<Error>* error)
 
 std::shared_ptr<ProcessDirectory> StorageRoot::processDirectory(std::optional<Error>* error) {
   const std::lock_guard guard(mutex_);
-  if (processDirectoryStands_) return processDirectory_;
+  if (seen_.processDirectoryStands) return processDirectory_;
   if (!processDirectory_ || !processDirectory_->stands()) {
     processDirectory_ = ProcessDirectory::create(
         path::appendingPathComponent(path_, privateDirectory), salvage(), error);
   }
-  processDirectoryStands_ = isInBatch() && processDirectory_;
+  seen_.processDirectoryStands = isInBatch() && processDirectory_;
   return processDirectory_;
 }
 
 bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
   const std::lock_guard guard(mutex_);
-  if (standingDirectories_.contains(directory)) return true;
+  if (seen_.standingDirectories.contains(directory)) return true;
   const bool stands = files.itemExistsAtPath(directory);
   if (stands && durableDirectories_.contains(directory)) {
-    if (isInBatch()) standingDirectories_.insert(directory);
+    if (isInBatch()) seen_.standingDirectories.insert(directory);
     return true;
   }
   // One that stands may still be unknown to the disk: who made it may have died before syncing.
@@ -89,7 +89,7 @@ bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<E
 bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional<Error>* error) {
   {
     const std::lock_guard guard(mutex_);
-    if (openBatches_ > 0) {
+    if (isInBatch()) {
       unsyncedDirectories_.insert(directory);
       return true;
     }
@@ -100,19 +100,19 @@ bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional
 std::optional<Error> StorageRoot::objectionToFile(std::uint64_t bytes, std::string_view name) {
   const std::uint64_t taken = sizeOnDisk(bytes);
   const std::lock_guard guard(mutex_);
-  if (roomLeft_ < taken + largestReserve) {
+  if (seen_.roomLeft < taken + largestReserve) {
     const auto space = FileManager::defaultManager().spaceAtPath(path_);
     if (!space) return std::nullopt;
     if (auto objection = objectionToSize(bytes, "file", name, *space)) return objection;
-    roomLeft_ = isInBatch() ? space->available : 0;
+    seen_.roomLeft = isInBatch() ? space->available : 0;
   }
-  roomLeft_ -= std::min(roomLeft_, taken);
+  seen_.roomLeft -= std::min(seen_.roomLeft, taken);
   return std::nullopt;
 }
 
 void StorageRoot::forgetRoom() {
   const std::lock_guard guard(mutex_);
-  roomLeft_ = 0;
+  seen_.roomLeft = 0;
 }
 
 void StorageRoot::beginBatch() {
@@ -125,9 +125,7 @@ bool StorageRoot::endBatch(std::optional<Error>* error) {
   {
     const std::lock_guard guard(mutex_);
     if (--openBatches_ > 0) return true;
-    standingDirectories_.clear();
-    processDirectoryStands_ = false;
-    roomLeft_ = 0;
+    seen_ = {};
     directories.swap(unsyncedDirectories_);
   }
   bool isDone = true;

@@ -50,6 +50,13 @@ class StorageRoot {
   bool endBatch(std::optional<Error>* error);
 
  private:
+  /// What has been looked up in the batch that is open.
+  struct Seen {
+    bool processDirectoryStands = false;
+    std::set<std::string> standingDirectories;
+    std::uint64_t roomLeft = 0;  // at least
+  };
+
   /// Brings back what a swap that never ended has moved away.
   [[nodiscard]] ProcessDirectory::Salvage salvage() const;
   std::shared_ptr<ProcessDirectory> processDirectory(std::optional<Error>* error);
@@ -61,9 +68,7 @@ class StorageRoot {
   std::set<std::string> durableDirectories_;
   int openBatches_ = 0;
   std::set<std::string> unsyncedDirectories_;
-  std::set<std::string> standingDirectories_;  // as seen in the batch
-  bool processDirectoryStands_ = false;        // likewise
-  std::uint64_t roomLeft_ = 0;                 // likewise, at least
+  Seen seen_;
 };
 
 }  // namespace kiv::storage
