@@ -33,6 +33,27 @@ public_headers() { sed '/^set(KIVRESOURCE_PRIVATE_HEADERS/,$d' cmake/KivResource
 
 processors() { getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2; }
 
+# What has been started beside the script, and ends with it: `processes+=($!)`.
+processes=()
+end_processes() {
+  local process
+  for process in "${processes[@]}"; do
+    kill "$process" 2>/dev/null || true
+    wait "$process" 2>/dev/null || true
+  done
+  processes=()
+}
+
+# wait_for_line FILE: the first line of what a process writes when it is ready.
+wait_for_line() {
+  local attempt
+  for ((attempt = 0; attempt < 600; ++attempt)); do
+    [[ -s $1 ]] && break
+    sleep 0.1
+  done
+  head -n 1 "$1"
+}
+
 # Runs a command whose output matters only where it fails.
 quietly() {
   local log
