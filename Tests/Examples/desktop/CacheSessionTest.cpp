@@ -23,6 +23,15 @@ class CacheSessionTest : public kiv::test::SessionFixture {
             "priority": 1, "updated": 1, "market_url": "file:///etc/passwd", "image_728x90": ")" +
             link + R"("}]})"));
   }
+
+  /// Opens the session, and starts a pass whose one file the server does not give.
+  bool startAPassThatWaitsFor(LoopbackServer& silent) {
+    useServer(silent.url());
+    silent.serve("/a.png", Response::ok("x").stallAt(0));
+    open();
+    session_->start(Pass::load, banner("a.png"));
+    return silent.waitForRequests("/a.png", 1);
+  }
 };
 
 TEST_F(CacheSessionTest, AnnouncesAnEmptyCache) {
@@ -119,11 +128,7 @@ TEST_F(CacheSessionTest, AServerThatDiesInThePassEndsItWithTheReasonInWords) {
 
 TEST_F(CacheSessionTest, StopEndsAPassThatWouldWaitForLong) {
   LoopbackServer silent;
-  useServer(silent.url());
-  silent.serve("/a.png", Response::ok("x").stallAt(0));
-  open();
-  session_->start(Pass::load, banner("a.png"));
-  ASSERT_TRUE(silent.waitForRequests("/a.png", 1));
+  ASSERT_TRUE(startAPassThatWaitsFor(silent));
   EXPECT_TRUE(session_->isRunning());
   session_->stop();
   ASSERT_TRUE(waitForEnd());
@@ -137,11 +142,7 @@ TEST_F(CacheSessionTest, StopEndsAPassThatWouldWaitForLong) {
 
 TEST_F(CacheSessionTest, MayGoInTheMiddleOfAPass) {
   LoopbackServer silent;
-  useServer(silent.url());
-  silent.serve("/a.png", Response::ok("x").stallAt(0));
-  open();
-  session_->start(Pass::load, banner("a.png"));
-  ASSERT_TRUE(silent.waitForRequests("/a.png", 1));
+  ASSERT_TRUE(startAPassThatWaitsFor(silent));
   session_.reset();
   EXPECT_TRUE(silent.waitForNoConnection());
   const int before = announcements_;

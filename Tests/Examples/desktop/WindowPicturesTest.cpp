@@ -85,6 +85,25 @@ class WindowPictures : public testing::Test {
         environment);
   }
 
+  /// A pass that comes to no end by itself, so that it can be seen under way.
+  struct Halted {
+    std::unique_ptr<Program> server;
+    std::unique_ptr<Program> mirror;
+    std::unique_ptr<Program> window;
+  };
+
+  /// The main server does not give the video, and the mirror, which does not run, keeps it back.
+  Halted openWithTheVideoKeptBack() {
+    QString url;
+    QString mirrorURL;
+    Halted pass;
+    pass.server = serve(url, {"--fault", "/video/night-train.mp4=503"});
+    pass.mirror = serve(mirrorURL);
+    pass.mirror->signal(SIGSTOP);
+    pass.window = open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
+    return pass;
+  }
+
   static void press(const QString& keys) {
     QProcess xdotool;
     xdotool.start("xdotool",
@@ -131,15 +150,8 @@ class WindowPictures : public testing::Test {
   const QImage ferry_{served("banners/harbour-ferry.png")};
 };
 
-// The main server does not give the video, and the mirror keeps it back until it was seen that the
-// window shows a pass that is under way.
 TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
-  QString url;
-  QString mirrorURL;
-  auto server = serve(url, {"--fault", "/video/night-train.mp4=503"});
-  auto mirror = serve(mirrorURL);
-  mirror->signal(SIGSTOP);
-  auto window = open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
+  const Halted pass = openWithTheVideoKeptBack();
 
   const QImage before = waitForPicture(
       "before", [&](const QImage& picture) { return says(picture, "Nothing is cached yet"); });
@@ -151,7 +163,7 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
   });
   EXPECT_FALSE(says(during, "1,287 votes"));
 
-  mirror->signal(SIGCONT);
+  pass.mirror->signal(SIGCONT);
   const QImage after = waitForPicture("window", [&](const QImage& picture) {
     return find(ferry_, picture) && says(picture, "Done: 6 resources") &&
            says(picture, "1,287 votes") && says(picture, "Fall asleep in the city") &&
@@ -171,12 +183,7 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
 }
 
 TEST_F(WindowPictures, AServerThatDiesInThePassLeavesWhatCameAndTheReason) {
-  QString url;
-  QString mirrorURL;
-  auto server = serve(url, {"--fault", "/video/night-train.mp4=503"});
-  auto mirror = serve(mirrorURL);
-  mirror->signal(SIGSTOP);
-  auto window = open({"--server", url, "--mirror", mirrorURL, "--config", content("first.json")});
+  const Halted pass = openWithTheVideoKeptBack();
   waitForPicture("before-death",
                  [&](const QImage& picture) { return says(picture, "Nothing is cached yet"); });
   press("ctrl+l");
@@ -184,8 +191,8 @@ TEST_F(WindowPictures, AServerThatDiesInThePassLeavesWhatCameAndTheReason) {
     return find(ferry_, picture) && says(picture, "5 of 6 files");
   });
 
-  mirror->signal(SIGKILL);  // with the request for the video in its hands
-  server->signal(SIGKILL);
+  pass.mirror->signal(SIGKILL);  // with the request for the video in its hands
+  pass.server->signal(SIGKILL);
   const QImage dead = waitForPicture("dead", [&](const QImage& picture) {
     return says(picture, "1 failed") && find(ferry_, picture);
   });

@@ -143,26 +143,31 @@ TEST_F(SpoolDirectoryTest, WhatIsFlushedIsInTheFile) {
   EXPECT_EQ(contentsOf(partPath()), "12345");
 }
 
-TEST_F(SpoolDirectoryTest, AFullDiskShowsWhenTheBytesAreWritten) {
-  kiv::test::FaultyFileManager manager;
-  auto body = spool().create(url("a"), nullptr);
-  ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
-  manager.setFailingOperation("write", ENOSPC);
-  ASSERT_TRUE(body->append("12345", nullptr));
+class FullSpoolDirectoryTest : public SpoolDirectoryTest {
+ protected:
+  /// A body with some bytes that wait, when the disk is full.
+  std::unique_ptr<PartialBody> waitingBody() {
+    auto body = spool().create(url("a"), nullptr);
+    EXPECT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
+    manager_.setFailingOperation("write", ENOSPC);
+    EXPECT_TRUE(body->append("12345", nullptr));
+    return body;
+  }
+
+  kiv::test::FaultyFileManager manager_;
+};
+
+TEST_F(FullSpoolDirectoryTest, ShowsItWhenTheBytesAreWritten) {
+  const auto body = waitingBody();
   std::optional<kiv::Error> error;
   EXPECT_FALSE(body->flush(&error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, ENOSPC);
 }
 
-TEST_F(SpoolDirectoryTest, ABodyWhoseEndCannotBeWrittenIsNotHandedOn) {
-  kiv::test::FaultyFileManager manager;
-  auto body = spool().create(url("a"), nullptr);
-  ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr));
-  manager.setFailingOperation("write", ENOSPC);
-  ASSERT_TRUE(body->append("12345", nullptr));
+TEST_F(FullSpoolDirectoryTest, ABodyWhoseEndCannotBeWrittenIsNotHandedOn) {
   std::optional<kiv::Error> error;
-  EXPECT_FALSE(PartialBody::finish(std::move(body), &error));
+  EXPECT_FALSE(PartialBody::finish(waitingBody(), &error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, ENOSPC);
 }
