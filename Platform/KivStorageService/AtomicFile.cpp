@@ -10,11 +10,9 @@ AtomicFile::AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file)
     : temporary_(std::move(temporary)), file_(std::move(file)) {}
 
 std::optional<AtomicFile> AtomicFile::create(StorageRoot& root, std::optional<Error>* error) {
-  auto temporary = root.makeTemporary(error);
-  if (!temporary) return std::nullopt;
-  auto file = FileManager::defaultManager().createFileAtPath(temporary->path(), error);
-  if (!file) return std::nullopt;
-  return AtomicFile(std::move(*temporary), std::move(file));
+  auto created = root.createTemporaryFile(error);
+  if (!created) return std::nullopt;
+  return AtomicFile(std::move(created->temporary), std::move(created->file));
 }
 
 std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data) {

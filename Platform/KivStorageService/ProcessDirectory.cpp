@@ -96,12 +96,7 @@ bool ProcessDirectory::stands() const {
 }
 
 std::string ProcessDirectory::nextPath() {
-  FileManager& files = FileManager::defaultManager();
-  std::string path;
-  do {
-    path = path::appendingPathComponent(path_, std::to_string(counter_++));
-  } while (files.itemExistsAtPath(path));
-  return path;
+  return path::appendingPathComponent(path_, std::to_string(counter_++));
 }
 
 }  // namespace kiv::storage

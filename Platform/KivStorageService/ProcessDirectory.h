@@ -38,8 +38,9 @@ class ProcessDirectory {
 
   /// False where somebody has removed the directory or its lock file from under the process.
   [[nodiscard]] bool stands() const;
-  /// A path in the directory where nothing lies. Numbers name the files, so that a temporary is
-  /// never the reason that a long name cannot be stored.
+  /// A path in the directory, each time another one. Nothing lies there, unless somebody has broken
+  /// in. Numbers name the files, so that a temporary is never the reason that a long name cannot be
+  /// stored.
   std::string nextPath();
 
  private:

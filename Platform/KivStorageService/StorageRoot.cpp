@@ -1,6 +1,7 @@
 #include "Platform/KivStorageService/StorageRoot.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Foundation/FileManager.h"
@@ -40,6 +41,11 @@ bool synchronizeWay(const std::string& top, const std::string& bottom,
   return true;
 }
 
+bool isTaken(const std::optional<Error>& error) {
+  return error && error->domain == SystemErrorDomain &&
+         error->code == static_cast<int>(std::errc::file_exists);
+}
+
 }  // namespace
 
 StorageRoot::StorageRoot(std::string path) : path_(std::move(path)) {
@@ -53,8 +59,28 @@ ProcessDirectory::Salvage StorageRoot::salvage() const {
 std::optional<Temporary> StorageRoot::makeTemporary(std::optional<Error>* error) {
   auto directory = processDirectory(error);
   if (!directory) return std::nullopt;
-  std::string path = directory->nextPath();
+  std::string path;
+  do {
+    path = directory->nextPath();
+  } while (FileManager::defaultManager().itemExistsAtPath(path));
   return Temporary(std::move(path), std::move(directory));
+}
+
+/// Without a look before: the creation itself fails where something lies.
+std::optional<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(
+    std::optional<Error>* error) {
+  auto directory = processDirectory(error);
+  if (!directory) return std::nullopt;
+  constexpr int mostAttempts = 100;
+  std::optional<Error> problem;
+  for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+    std::string path = directory->nextPath();
+    auto file = FileManager::defaultManager().createFileAtPath(path, &problem);
+    if (file) return TemporaryFile{{std::move(path), std::move(directory)}, std::move(file)};
+    if (!isTaken(problem)) break;
+  }
+  if (error) *error = std::move(problem);
+  return std::nullopt;
 }
 
 std::shared_ptr<ProcessDirectory> StorageRoot::processDirectory(std::optional<Error>* error) {

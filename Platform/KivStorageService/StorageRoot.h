@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/FileManager.h"
 #include "Platform/KivStorageService/ProcessDirectory.h"
 #include "Platform/KivStorageService/Temporary.h"
 
@@ -29,6 +30,12 @@ class StorageRoot {
   /// The path for a new temporary on the root's file system; nothing lies there yet. Nothing of
   /// the service's own lies under the root before the first one is asked for.
   std::optional<Temporary> makeTemporary(std::optional<Error>* error);
+  /// The same with a new file that lies there, open for writing.
+  struct TemporaryFile {
+    Temporary temporary;
+    std::unique_ptr<WritableFile> file;
+  };
+  std::optional<TemporaryFile> createTemporaryFile(std::optional<Error>* error);
 
   /// Makes the directory, which is the root or lies under it, and those above it where they are
   /// missing, and sees to it that they are on the disk.

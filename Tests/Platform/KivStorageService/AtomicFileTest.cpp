@@ -1,5 +1,13 @@
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/AtomicFile.h"
 #include "Tests/Platform/KivStorageService/StorageServiceFixture.h"
+#include "Tests/Support/FaultyFileManager.h"
 
 namespace kiv::storage {
 namespace {
@@ -15,6 +23,19 @@ class AtomicFileTest : public testing::Test {
       count += !path.ends_with('/') && !path.ends_with(".lock");
     }
     return count;
+  }
+
+  /// Puts files where the next temporaries would lie, and answers their paths.
+  std::vector<std::string> takeNextPlaces() {
+    const std::string last = root_.makeTemporary(nullptr)->path();
+    const std::string directory(path::deletingLastPathComponent(last));
+    const int number = std::stoi(std::string(path::lastPathComponent(last)));
+    std::vector<std::string> taken;
+    for (int next = number + 1; next <= number + 3; ++next) {
+      taken.push_back(path::appendingPathComponent(directory, std::to_string(next)));
+      test::put(taken.back(), "somebody's");
+    }
+    return taken;
   }
 };
 
@@ -37,6 +58,42 @@ TEST_F(AtomicFileTest, IsDiscardedWhenItIsNotCommitted) {
     EXPECT_EQ(files(), 1U);
   }
   EXPECT_EQ(files(), 0U);
+}
+
+TEST_F(AtomicFileTest, LeavesAloneWhatLiesWhereItsTemporaryWouldLie) {
+  const auto taken = takeNextPlaces();
+  auto file = AtomicFile::create(root_, nullptr);
+  ASSERT_TRUE(file && file->write("bytes", nullptr));
+  ASSERT_TRUE(file->commit(scratch_.path("a"), nullptr));
+  EXPECT_EQ(test::treeOf(scratch_.path()).at("a"), "bytes");
+  for (const std::string& path : taken)
+    EXPECT_EQ(FileManager::defaultManager().contentsAtPath(path), Data("somebody's"));
+}
+
+TEST_F(AtomicFileTest, TemporariesOfOtherSortsComeWhereNothingLies) {
+  const auto taken = takeNextPlaces();
+  const auto temporary = root_.makeTemporary(nullptr);
+  ASSERT_TRUE(temporary);
+  EXPECT_FALSE(std::filesystem::exists(temporary->path()));
+  EXPECT_EQ(std::count(taken.begin(), taken.end(), temporary->path()), 0);
+}
+
+TEST_F(AtomicFileTest, FailsOnceWhereNoTemporaryCanBeCreated) {
+  test::FaultyFileManager files;
+  files.setFailingOperation("createFile", ENOSPC);
+  std::optional<Error> error;
+  EXPECT_FALSE(AtomicFile::create(root_, &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, ENOSPC);
+}
+
+TEST_F(AtomicFileTest, GivesUpWhereEveryPlaceIsTaken) {
+  test::FaultyFileManager files;
+  files.setFailingOperation("createFile", EEXIST);
+  std::optional<Error> error;
+  EXPECT_FALSE(AtomicFile::create(root_, &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, EEXIST);
 }
 
 TEST_F(AtomicFileTest, IsDiscardedWhenItCannotBeNamed) {

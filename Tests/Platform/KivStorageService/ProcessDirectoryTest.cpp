@@ -1,5 +1,6 @@
 #include <cerrno>
 
+#include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/ProcessDirectory.h"
 #include "Tests/Platform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
@@ -33,14 +34,12 @@ TEST_F(ProcessDirectoryTest, GoesWithItsLockWhenItsHolderLetsGo) {
   EXPECT_EQ(test::treeOf(parent_), test::Tree{});
 }
 
-TEST_F(ProcessDirectoryTest, NeverGivesAPathTwiceNorOneThatIsTaken) {
+TEST_F(ProcessDirectoryTest, NeverGivesAPathTwice) {
   const auto directory = create(nullptr);
   const std::string first = directory->nextPath();
   const std::string second = directory->nextPath();
   EXPECT_NE(first, second);
-  const auto number = std::stoi(second.substr(second.rfind('/') + 1));
-  test::put(second.substr(0, second.rfind('/') + 1) + std::to_string(number + 1), "taken");
-  EXPECT_EQ(std::stoi(directory->nextPath().substr(second.rfind('/') + 1)), number + 2);
+  EXPECT_EQ(path::deletingLastPathComponent(first), path::deletingLastPathComponent(second));
 }
 
 TEST_F(ProcessDirectoryTest, TheSweepLeavesOneThatIsHeld) {
