@@ -106,7 +106,8 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     announceFailed(resource, error);
     return;
   }
-  const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
+  // Whether it is there the resource sees for itself.
+  const auto path = KivResourceStorageModule::placeOfResourceFileWithName(fileName);
   if (path) setLoadedFile_forResource(*path, resource);
 }
 

@@ -20,17 +20,30 @@ constexpr std::int64_t dataIsNotArrayErrorCode = 110;
 constexpr std::string_view archiveSuffix = KivResouceArchiveKey[0];
 constexpr std::string_view entryPage = KivResouceArchiveKey[1];
 
-std::optional<std::string> storedFile(std::string_view name, std::string_view directory) {
-  if (!KivStorageService::fileExistsWithName_atRelativePath(name, directory)) return std::nullopt;
-  return KivStorageService::filePathForFileName_atRelativePath(name, directory);
+/// Where a file under a name is to be found.
+struct Place {
+  std::optional<std::string> packaged;  // which is there
+  std::string name;                     // otherwise, that of the stored file
+  std::string directory;
+};
+
+/// Nothing for a name that may not be used for a file.
+std::optional<Place> placeOf(std::string_view fileName) {
+  using Module = KivResourceStorageModule;
+  if (!kiv::filename::isHarmless(fileName)) return std::nullopt;
+  if (!fileName.ends_with(archiveSuffix)) {
+    return Place{Module::pathToInnerResourceFileWithName(fileName), std::string(fileName),
+                 std::string(resourcesDirectory)};
+  }
+  const std::string_view stem = kiv::path::deletingPathExtension(fileName);
+  if (!kiv::filename::isHarmless(stem)) return std::nullopt;
+  return Place{Module::pathToInnerResourceArchiveWithName(stem), std::string(entryPage),
+               kiv::path::appendingPathComponent(resourcesDirectory, stem)};
 }
 
-std::optional<std::string> pathToArchivePage(std::string_view stem) {
-  if (!kiv::filename::isHarmless(stem)) return std::nullopt;
-  if (auto packaged = KivResourceStorageModule::pathToInnerResourceArchiveWithName(stem)) {
-    return packaged;
-  }
-  return storedFile(entryPage, kiv::path::appendingPathComponent(resourcesDirectory, stem));
+std::string pathTo(Place place) {
+  if (place.packaged) return std::move(*place.packaged);
+  return KivStorageService::filePathForFileName_atRelativePath(place.name, place.directory);
 }
 
 }  // namespace
@@ -82,12 +95,17 @@ std::optional<kiv::Array> KivResourceStorageModule::loadResourcesListWithError(
 
 std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(
     std::string_view fileName) {
-  if (!kiv::filename::isHarmless(fileName)) return std::nullopt;
-  if (fileName.ends_with(archiveSuffix)) {
-    return pathToArchivePage(kiv::path::deletingPathExtension(fileName));
-  }
-  if (auto packaged = pathToInnerResourceFileWithName(fileName)) return packaged;
-  return storedFile(fileName, resourcesDirectory);
+  auto place = placeOf(fileName);
+  const bool isThere = place && (place->packaged ||
+                                 KivStorageService::fileExistsWithName_atRelativePath(
+                                     place->name, place->directory));
+  return isThere ? std::optional(pathTo(std::move(*place))) : std::nullopt;
+}
+
+std::optional<std::string> KivResourceStorageModule::placeOfResourceFileWithName(
+    std::string_view fileName) {
+  auto place = placeOf(fileName);
+  return place ? std::optional(pathTo(std::move(*place))) : std::nullopt;
 }
 
 std::optional<std::string> KivResourceStorageModule::pathToInnerResourceFileWithName(

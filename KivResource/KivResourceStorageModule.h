@@ -63,6 +63,9 @@ class KIV_EXPORT KivResourceStorageModule {
   /// used for a file is found nowhere.
   static std::optional<std::string> pathToResourceFileWithName(std::string_view fileName);
 
+  /// The same without a look at the disk: where the file lies if it has just been saved.
+  static std::optional<std::string> placeOfResourceFileWithName(std::string_view fileName);
+
   /// The absolute path of the packaged file of that name, or nothing.
   static std::optional<std::string> pathToInnerResourceFileWithName(std::string_view fileName);
 

@@ -49,6 +49,15 @@ TEST_F(KivResourceStorageModuleTest, AnArchiveIsFoundAsItsUnpackedPageAlone) {
   EXPECT_EQ(Module::pathToInnerResourceArchiveWithName("other"), std::nullopt);
 }
 
+TEST_F(KivResourceStorageModuleTest, ThePlaceOfAFileIsWhereItIsFoundOnceItIsThere) {
+  EXPECT_EQ(Module::placeOfResourceFileWithName("banner.png"), stored("banner.png"));
+  EXPECT_EQ(Module::placeOfResourceFileWithName("promo.zip"), stored("promo/index.html"));
+  write(inBundle("banner.png"), "packaged");
+  write(inBundle("promo/index.html"), "packaged page");
+  EXPECT_EQ(Module::placeOfResourceFileWithName("banner.png"), inBundle("banner.png"));
+  EXPECT_EQ(Module::placeOfResourceFileWithName("promo.zip"), inBundle("promo/index.html"));
+}
+
 TEST_F(KivResourceStorageModuleTest, AnUpperCaseArchiveNameIsAPlainFile) {
   write(stored("PROMO/index.html"), "page");
   EXPECT_EQ(Module::pathToResourceFileWithName("PROMO.ZIP"), std::nullopt);
@@ -95,6 +104,7 @@ TEST_P(HostileStoredNameTest, IsFoundNowhereAndNotStored) {
     write(place, "page");
   }
   EXPECT_EQ(Module::pathToResourceFileWithName(GetParam()), std::nullopt);
+  EXPECT_EQ(Module::placeOfResourceFileWithName(GetParam()), std::nullopt);
   MaybeError error;
   EXPECT_FALSE(Module::saveData_withResourceFileName_error(kiv::Data("bytes"), GetParam(), &error));
   ASSERT_TRUE(error.has_value());
