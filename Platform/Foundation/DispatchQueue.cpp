@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -35,7 +36,7 @@ struct DispatchQueue::State {
   std::recursive_mutex wakeUpMutex;
   std::shared_ptr<const std::function<void()>> wakeUp;
 
-  void add(Job job);
+  void add(std::vector<Job> added);
   bool isEmpty();
   /// True where the host may run jobs here and now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
@@ -49,12 +50,13 @@ struct DispatchQueue::State {
 
 thread_local DispatchQueue::State* DispatchQueue::State::running = nullptr;
 
-void DispatchQueue::State::add(Job job) {
+void DispatchQueue::State::add(std::vector<Job> added) {
   bool wasEmpty = false;
   {
     const std::lock_guard lock(mutex);
     wasEmpty = jobs.empty();
-    jobs.push_back(std::move(job));
+    jobs.insert(jobs.end(), std::make_move_iterator(added.begin()),
+                std::make_move_iterator(added.end()));
   }
   changed.notify_one();
   if (wasEmpty) callWakeUp();
@@ -180,7 +182,14 @@ const std::string& DispatchQueue::label() const noexcept {
 }
 
 void DispatchQueue::async(Job job) {
-  if (job) state_->add(std::move(job));
+  std::vector<Job> jobs;
+  jobs.push_back(std::move(job));
+  async(std::move(jobs));
+}
+
+void DispatchQueue::async(std::vector<Job> jobs) {
+  std::erase(jobs, nullptr);
+  if (!jobs.empty()) state_->add(std::move(jobs));
 }
 
 std::size_t DispatchQueue::drain() {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Platform/Foundation/Export.h"
 
@@ -47,6 +48,9 @@ class KIV_EXPORT DispatchQueue {
   /// Adds a job; it runs later, never before this call has returned on the queue's own thread. An
   /// empty job is none.
   void async(Job job);
+  /// Adds several jobs in their order, with none of another thread between them, and before the
+  /// first of them runs.
+  void async(std::vector<Job> jobs);
 
   // The operations below are for the main queue; on a queue with its own thread they do nothing.
   // Nor do drain(), drainFor() and run() within a job of this queue: jobs never nest.

@@ -52,9 +52,7 @@ class KivRESTService::Implementation {
         ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), backlog_)),
         engine_(
             std::move(settings), backlog_,
-            [ledger = ledger_](std::uint64_t id, kiv::TaskResult result) {
-              ledger->end(id, std::move(result));
-            },
+            [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
             [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); }) {
   }
 
@@ -80,7 +78,7 @@ class KivRESTService::Implementation {
                                    queued.request()->url.absoluteString());
       }
     }
-    if (error) ledger_->end(*id, {kiv::TransferOutcome::failed(std::move(*error)), {}, 0});
+    if (error) ledger_->end({{*id, {kiv::TransferOutcome::failed(std::move(*error)), {}, 0}}});
   }
 
   kiv::TaskLedger& ledger() noexcept { return *ledger_; }

@@ -55,12 +55,17 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
   return std::move(held.mapped());
 }
 
-void TaskLedger::end(std::uint64_t id, TaskResult result) {
-  queue_->async([self = shared_from_this(), id, result = std::move(result)]() mutable {
-    const std::int64_t bytes = result.backlog;
-    self->complete(id, std::move(result));
-    self->backlog_->remove(bytes);
-  });
+void TaskLedger::end(TaskResults results) {
+  std::vector<DispatchQueue::Job> jobs;
+  jobs.reserve(results.size());
+  for (auto& [id, result] : results) {
+    jobs.emplace_back([self = shared_from_this(), id = id, result = std::move(result)]() mutable {
+      const std::int64_t bytes = result.backlog;
+      self->complete(id, std::move(result));
+      self->backlog_->remove(bytes);
+    });
+  }
+  queue_->async(std::move(jobs));
 }
 
 void TaskLedger::complete(std::uint64_t id, TaskResult result) {

@@ -43,8 +43,9 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   [[nodiscard]] Tasks tasks() const;
   /// Takes out every task.
   [[nodiscard]] Tasks takeAll();
-  /// Ends the task of that number, if it is still held when its turn on the queue has come.
-  void end(std::uint64_t id, TaskResult result);
+  /// Ends the tasks of those numbers, each if it is still held when its turn on the queue has come.
+  /// They wait there together: whoever is told of the first knows that the others follow.
+  void end(TaskResults results);
 
   /// Brings the tasks' progress up to date, and the observer's, when their turn on the queue comes.
   void report(ProgressReport report);

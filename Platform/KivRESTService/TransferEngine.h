@@ -28,7 +28,7 @@ class TransferEngine {
  public:
   using ProgressHandler = std::function<void(ProgressReport report)>;
 
-  /// `ended` is called once for every job that ends, and `progressed` no more than ten times a
+  /// `ended` is called with every job that ends, once, and `progressed` no more than ten times a
   /// second while somebody wants to know; both on a transfer thread, on one at a time. Neither must
   /// wait for other threads that use the engine, and neither is called after stop() has returned.
   /// What `ended` is given counts in the backlog, from which the caller removes it.

@@ -16,8 +16,9 @@ namespace {
 using Code = KivRESTServiceErrorCode;
 using Clock = std::chrono::steady_clock;
 
-/// The shortest time from one report of results to the next while transfers run.
-constexpr std::chrono::milliseconds reportInterval{10};
+/// The shortest time from one report of results to the next while transfers run. Short, so that who
+/// stores them does not begin late: results gather by themselves where that one does not keep up.
+constexpr std::chrono::milliseconds reportInterval{3};
 
 TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
   return TransferOutcome::failed(transferError(code, url.absoluteString(), what));
@@ -284,8 +285,7 @@ void TransferScheduler::reportEnded() {
   const bool mayWait = running_ > 0 && now < reportAt_;
   if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
   reportAt_ = now + reportInterval;
-  for (auto& [task, result] : std::exchange(results_, {}))
-    ended_(task, std::move(result));
+  ended_(std::exchange(results_, {}));
 }
 
 std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {

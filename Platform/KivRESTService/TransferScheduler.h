@@ -35,7 +35,7 @@ class Backlog;
 /// that a transfer waits against its time-outs.
 class TransferScheduler {
  public:
-  using EndHandler = std::function<void(std::uint64_t id, TaskResult result)>;
+  using EndHandler = std::function<void(TaskResults results)>;
   using Time = std::chrono::steady_clock::time_point;
 
   /// How many lanes there are with those settings.
@@ -118,7 +118,7 @@ class TransferScheduler {
   bool isReportDue_ = false;
 
   std::map<std::string, std::unique_ptr<Download>> downloads_;  // all, by key
-  std::vector<std::pair<std::uint64_t, TaskResult>> results_;   // not reported yet
+  TaskResults results_;                                         // not reported yet
   Time reportAt_{};                                             // not before, while others run
   WaitingDownloads waiting_;
   std::multimap<Time, Download*> pausing_;

@@ -110,6 +110,24 @@ TEST(SerialQueueTest, AnEmptyJobIsNone) {
   EXPECT_TRUE(ran);
 }
 
+TEST(SerialQueueTest, JobsAddedTogetherStayTogether) {
+  const auto queue = DispatchQueue::serial("serial");
+  std::vector<int> ran;
+  std::vector<DispatchQueue::Job> jobs;
+  // What the first one adds comes after the last one.
+  jobs.emplace_back([&] {
+    ran.push_back(1);
+    queue->async([&] { ran.push_back(4); });
+  });
+  jobs.emplace_back();
+  jobs.emplace_back([&] { ran.push_back(2); });
+  jobs.emplace_back([&] { ran.push_back(3); });
+  queue->async(std::move(jobs));
+  finishJobs(queue);
+  finishJobs(queue);
+  EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
+}
+
 TEST(SerialQueueTest, LetsGoOfWhatAJobHoldsBeforeTheNextRuns) {
   const auto queue = DispatchQueue::serial("release");
   auto held = std::make_shared<int>(1);
@@ -405,6 +423,17 @@ TEST_F(MainQueueTest, WakesUpWhenAJobComesToTheEmptyQueueOnly) {
   EXPECT_EQ(calls, 1);
   main_->async([] {});
   EXPECT_EQ(calls, 2);
+}
+
+TEST_F(MainQueueTest, WakesUpOnceForJobsAddedTogetherAndNeverForNone) {
+  int calls = 0;
+  main_->setWakeUpHandler([&] { ++calls; });
+  main_->async(std::vector<DispatchQueue::Job>());
+  main_->async(std::vector<DispatchQueue::Job>(3));
+  EXPECT_EQ(calls, 0);
+  main_->async(std::vector<DispatchQueue::Job>(3, [] {}));
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(main_->drain(), 3U);
 }
 
 TEST_F(MainQueueTest, WakesUpAtOnceWhereJobsWaitAlready) {
