@@ -25,8 +25,7 @@ using MultiHandle = std::unique_ptr<void, MultiHandleDeleter>;
 /// Headers that a request has beyond those that libcurl gives it.
 using HeaderList = std::unique_ptr<void, HeaderListDeleter>;
 
-/// New handles; empty where memory or descriptors have run out. The library must be prepared.
-EasyHandle makeEasyHandle();
+/// A new handle; empty where memory or descriptors have run out. The library must be prepared.
 MultiHandle makeMultiHandle();
 /// A list with one header; empty where memory has run out.
 HeaderList makeHeaderList(const std::string& header);

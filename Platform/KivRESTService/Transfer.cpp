@@ -1,6 +1,5 @@
 #include "Platform/KivRESTService/Transfer.h"
 
-#include <algorithm>
 #include <exception>
 #include <utility>
 #include <variant>
@@ -18,16 +17,6 @@ namespace {
 
 using Code = KivRESTServiceErrorCode;
 
-/// What is read at one time. A large file takes less time, and a quarter less of the processor,
-/// than with libcurl's own 16 KiB. Where the speed is limited it is less: libcurl looks at its
-/// limit only after a hundred reads, which are then no more than what may come in a second.
-long bytesAtOnce(const KivRESTServiceSettings& settings) {
-  constexpr std::int64_t least = 1024;
-  constexpr std::int64_t most = 512 * 1024;
-  const std::int64_t bytes = settings.bandwidth > 0 ? settings.bandwidth / 100 : most;
-  return static_cast<long>(std::clamp(bytes, least, most));
-}
-
 template <class Value>
 bool set(void* handle, CURLoption option, Value value) {
   return curl_easy_setopt(handle, option, value) == CURLE_OK;
@@ -43,8 +32,9 @@ Value info(void* handle, CURLINFO which) {
 }  // namespace
 
 Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
-                   BodyBuffers& buffers, EasyHandle handle)
+                   BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle)
     : settings_(settings),
+      readSize_(readSize),
       handle_(std::move(handle)),
       url_(url),
       sink_(std::move(url), spool, buffers, settings.largestBodyInMemory),
@@ -54,7 +44,7 @@ Transfer::~Transfer() = default;
 
 bool Transfer::prepare() {
   startOver();
-  return setOptions() && setConnectionOptions() && setSecurityOptions() && setRange();
+  return setOptions() && setRange();
 }
 
 void Transfer::startOver() {
@@ -72,51 +62,20 @@ void Transfer::noteLengths() noexcept {
   expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
 }
 
+/// What the handle has been given for a transfer before this one is overwritten or taken back.
 bool Transfer::setOptions() {
   void* const handle = handle_.get();
-  curl_easy_reset(handle);
+  constexpr const char* none = nullptr;
   return set(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
-         set(handle, CURLOPT_PROTOCOLS_STR, "http,https") &&
-         set(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
-         // Redirects are followed here, one by one, so that the rules hold for each step.
-         set(handle, CURLOPT_FOLLOWLOCATION, 0L) && set(handle, CURLOPT_HTTP09_ALLOWED, 0L) &&
-         set(handle, CURLOPT_BUFFERSIZE, bytesAtOnce(settings_)) &&
-         set(handle, CURLOPT_NOSIGNAL, 1L) && set(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
-         // Letting go of a handle does not wait for a slow name server.
-         set(handle, CURLOPT_QUICK_EXIT, 1L) &&
-         set(handle, CURLOPT_USERAGENT, settings_.userAgent.c_str()) &&
+         set(handle, CURLOPT_BUFFERSIZE, static_cast<long>(readSize_)) &&
          set(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
          set(handle, CURLOPT_HEADERDATA, this) &&
          set(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
          set(handle, CURLOPT_WRITEDATA, this) &&
          set(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::endTurn) &&
-         set(handle, CURLOPT_XFERINFODATA, this) && set(handle, CURLOPT_NOPROGRESS, 0L);
-}
-
-bool Transfer::setConnectionOptions() {
-  void* const handle = handle_.get();
-  const long version = settings_.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
-  return set(handle, CURLOPT_HTTP_VERSION, version) &&
-         set(handle, CURLOPT_CONNECTTIMEOUT_MS,
-             static_cast<long>(settings_.connectTimeout.count())) &&
-         set(handle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(settings_.stallSpeed)) &&
-         set(handle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(settings_.stallTimeout.count())) &&
-         setProxy();
-}
-
-/// What the host says counts for every server, whatever the environment excepts.
-bool Transfer::setProxy() {
-  if (!settings_.proxy) return true;
-  return set(handle_.get(), CURLOPT_PROXY, settings_.proxy->c_str()) &&
-         set(handle_.get(), CURLOPT_NOPROXY, "");
-}
-
-bool Transfer::setSecurityOptions() {
-  void* const handle = handle_.get();
-  const std::string& authorities = settings_.certificateAuthoritiesPath;
-  return set(handle, CURLOPT_SSL_VERIFYPEER, 1L) && set(handle, CURLOPT_SSL_VERIFYHOST, 2L) &&
-         set(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2)) &&
-         (authorities.empty() || set(handle, CURLOPT_CAINFO, authorities.c_str()));
+         set(handle, CURLOPT_XFERINFODATA, this) && set(handle, CURLOPT_RANGE, none) &&
+         set(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) &&
+         set(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
 }
 
 /// Asks for the rest of what is kept, and for the whole where that is another version by now.

@@ -20,9 +20,10 @@ namespace kiv {
 /// one thread at a time.
 class Transfer {
  public:
-  /// `handle` must not be empty; `settings`, `spool` and `buffers` must outlive the transfer.
+  /// `handle` must have its lasting options (see LastingOptions.h); `settings`, `spool` and
+  /// `buffers` must outlive the transfer, which reads `readSize` bytes at one time.
   Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
-           BodyBuffers& buffers, EasyHandle handle);
+           BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -54,9 +55,6 @@ class Transfer {
 
   void startOver();
   bool setOptions();
-  bool setConnectionOptions();
-  bool setProxy();
-  bool setSecurityOptions();
   bool setRange();
   void noteLengths() noexcept;
   bool takeHeaderLine(std::string_view line);
@@ -72,6 +70,7 @@ class Transfer {
                                        std::string_view what = {}) const;
 
   const KivRESTServiceSettings& settings_;
+  const std::int64_t readSize_;
   EasyHandle handle_;
   HeaderList headers_;
   URL url_;

@@ -13,7 +13,7 @@ void TransferLane::drop(std::unique_ptr<Download> download) {
 }
 
 EasyHandle TransferLane::takeSpareHandle() {
-  if (spareHandles_.empty()) return makeEasyHandle();
+  if (spareHandles_.empty()) return {};
   auto handle = std::move(spareHandles_.back());
   spareHandles_.pop_back();
   return handle;

@@ -36,6 +36,7 @@ class TransferLane {
   /// True while there are such connections.
   [[nodiscard]] bool hasDropped() const noexcept { return !dropped_.empty(); }
 
+  /// A handle that another transfer has left; empty where there is none.
   EasyHandle takeSpareHandle();
   void keepSpareHandle(EasyHandle handle) { spareHandles_.push_back(std::move(handle)); }
 

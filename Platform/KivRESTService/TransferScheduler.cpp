@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Platform/KivRESTService/Backlog.h"
+#include "Platform/KivRESTService/LastingOptions.h"
 #include "Platform/KivRESTService/RedirectPolicy.h"
 #include "Platform/KivRESTService/Transfer.h"
 #include "Platform/KivRESTService/TransferErrors.h"
@@ -41,6 +42,7 @@ TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
       buffers_(std::make_shared<BodyBuffers>(settings.largestBacklog)),
       health_(settings.unreachablePause),
       policy_(settings, std::random_device()()),
+      readSize_(settings),
       lanes_(laneCount(settings)),
       lanesInUse_(lanes_.size()) {
   spool_.sweep();
@@ -158,9 +160,10 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
     return failure(Code::unsupportedURL, url, objection);
   }
   auto handle = lane.takeSpareHandle();
+  if (!handle) handle = makeEasyHandle(settings_);
   if (!handle) return failure(Code::outOfResources, url);
-  download.transfer =
-      std::make_unique<Transfer>(url, settings_, spool_, *buffers_, std::move(handle));
+  download.transfer = std::make_unique<Transfer>(url, settings_, spool_, *buffers_,
+                                                 readSize_.bytes(), std::move(handle));
   if (!download.transfer->prepare()) return failure(Code::outOfResources, url);
   lane.assign(download);
   download.lane = &lane;
@@ -265,6 +268,7 @@ void TransferScheduler::report(Download& download) {
     if (server != download.server) spool_.forget(download.urls[server]);
   }
   const auto bytes = outcome.body ? static_cast<std::int64_t>(outcome.body->size()) : 0;
+  if (outcome.body) readSize_.noteBody(bytes);
   meter_.noteEnded(download.tasks.size(), bytes);
   isReportDue_ = true;
   // A body on the disk takes no memory, but a lock, of which there are not many.

@@ -16,6 +16,7 @@
 #include "Platform/KivRESTService/HostHealth.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
 #include "Platform/KivRESTService/ProgressMeter.h"
+#include "Platform/KivRESTService/ReadSize.h"
 #include "Platform/KivRESTService/RetryPolicy.h"
 #include "Platform/KivRESTService/SpoolDirectory.h"
 #include "Platform/KivRESTService/TaskResult.h"
@@ -114,6 +115,7 @@ class TransferScheduler {
   const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
   RetryPolicy policy_;
+  ReadSize readSize_;
   ProgressMeter meter_;
   bool isReportDue_ = false;
 

@@ -102,6 +102,20 @@ TEST_F(KivRESTServiceResume, ABodyThatBreaksIsGoneOnWith) {
   EXPECT_EQ(load.task()->figures().bytes, 100'000);
 }
 
+TEST_F(KivRESTServiceResume, WhatComesAfterItAsksForTheWhole) {
+  serve({60'000});
+  server_.serve("/b", Response::ok("b"));
+  KivRESTService client(settings_);
+  ASSERT_TRUE(Load(client, url()).waitForEnd());
+  const Load next(client, server_.url("/b"));
+  ASSERT_TRUE(next.waitForEnd());
+  expectWhole(next, "b");
+  const auto requests = server_.requests("/b");
+  ASSERT_EQ(requests.size(), 1U);
+  EXPECT_FALSE(requests.front().header("Range"));
+  EXPECT_FALSE(requests.front().header("If-Range"));
+}
+
 TEST_F(KivRESTServiceResume, EachTryAddsToWhatIsThere) {
   serve({10'000, 10'000, 10'000, 10'000, 10'000});
   KivRESTService client(settings_);
