@@ -6,8 +6,6 @@
 // Fails where a resource did not become ready.
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 
@@ -34,11 +32,6 @@ class Observer : public KivResourceManagerObserver {
   std::size_t failed = 0;
 };
 
-std::string contentsOf(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -49,7 +42,8 @@ int main(int count, char** arguments) {
   KivStorageService::setRootPath(arguments[1]);
   KivAppConfiguration::sharedInstance()->setMainACSDomain(arguments[2]);
   kiv::SystemLog::setHandler([](std::string_view) {});
-  const auto config = kiv::JSON::read(kiv::Data(contentsOf(arguments[3])));
+  const auto text = kiv::FileManager::defaultManager().contentsAtPath(arguments[3]);
+  const auto config = text ? kiv::JSON::read(*text) : std::nullopt;
   if (!config) {
     std::fprintf(stderr, "%s is no configuration\n", arguments[3]);
     return 2;

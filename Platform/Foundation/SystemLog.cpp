@@ -31,18 +31,27 @@ std::size_t controlCharacterLength(std::string_view text) noexcept {
   return isSecondSet ? 2 : 0;
 }
 
+std::size_t lengthWithoutControlCharacters(std::string_view text) noexcept {
+  std::size_t length = 0;
+  while (length < text.size() && controlCharacterLength(text.substr(length)) == 0)
+    ++length;
+  return length;
+}
+
 std::string withoutControlCharacters(std::string_view line) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string clean;
   clean.reserve(line.size());
   while (!line.empty()) {
-    const std::size_t control = controlCharacterLength(line);
+    const std::size_t harmless = lengthWithoutControlCharacters(line);
+    clean.append(line.substr(0, harmless));
+    line.remove_prefix(harmless);
+    const std::size_t control = line.empty() ? 0 : controlCharacterLength(line);
     for (const char character : line.substr(0, control)) {
       const auto code = static_cast<unsigned char>(character);
       clean.append("\\x").append(1, digits[code >> 4]).append(1, digits[code & 15]);
     }
-    if (control == 0) clean += line.front();
-    line.remove_prefix(control == 0 ? 1 : control);
+    line.remove_prefix(control);
   }
   return clean;
 }

@@ -1,6 +1,6 @@
 #include "Platform/Foundation/URL.h"
 
-#include <algorithm>
+#include <array>
 #include <memory>
 
 #include <curl/curl.h>
@@ -9,11 +9,11 @@ namespace kiv {
 
 namespace {
 
-bool isLetter(char character) noexcept {
+constexpr bool isLetter(char character) noexcept {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
-bool isDigit(char character) noexcept {
+constexpr bool isDigit(char character) noexcept {
   return character >= '0' && character <= '9';
 }
 
@@ -23,9 +23,17 @@ bool isHexDigit(char character) noexcept {
 }
 
 /// Unreserved and reserved characters of a URL; "%" is looked at apart.
+constexpr auto urlCharacters = [] {
+  std::array<bool, 256> may{};
+  for (const unsigned char character : std::string_view("-._~:/?#[]@!$&'()*+,;="))
+    may[character] = true;
+  for (unsigned character = 0; character < may.size(); ++character)
+    may[character] |= isLetter(static_cast<char>(character)) || isDigit(static_cast<char>(character));
+  return may;
+}();
+
 bool mayStandInURL(char character) noexcept {
-  constexpr std::string_view others = "-._~:/?#[]@!$&'()*+,;=";
-  return isLetter(character) || isDigit(character) || others.find(character) != others.npos;
+  return urlCharacters[static_cast<unsigned char>(character)];
 }
 
 bool hasOnlyURLCharacters(std::string_view string) noexcept {
