@@ -106,8 +106,7 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     announceFailed(resource, error);
     return;
   }
-  // Whether it is there the resource sees for itself.
-  const auto path = KivResourceStorageModule::placeOfResourceFileWithName(fileName);
+  const auto path = KivResourceStorageModule::pathToSavedResourceFileWithName(fileName);
   if (path) setLoadedFile_forResource(*path, resource);
 }
 

@@ -102,8 +102,9 @@ std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(
   return isThere ? std::optional(pathTo(std::move(*place))) : std::nullopt;
 }
 
-std::optional<std::string> KivResourceStorageModule::placeOfResourceFileWithName(
+std::optional<std::string> KivResourceStorageModule::pathToSavedResourceFileWithName(
     std::string_view fileName) {
+  if (fileName.ends_with(archiveSuffix)) return pathToResourceFileWithName(fileName);
   auto place = placeOf(fileName);
   return place ? std::optional(pathTo(std::move(*place))) : std::nullopt;
 }

@@ -63,8 +63,9 @@ class KIV_EXPORT KivResourceStorageModule {
   /// used for a file is found nowhere.
   static std::optional<std::string> pathToResourceFileWithName(std::string_view fileName);
 
-  /// The same without a look at the disk: where the file lies if it has just been saved.
-  static std::optional<std::string> placeOfResourceFileWithName(std::string_view fileName);
+  /// The same for a name under which a file has just been saved: that it is there is not asked
+  /// again. Of an archive that may have no page the page is looked for.
+  static std::optional<std::string> pathToSavedResourceFileWithName(std::string_view fileName);
 
   /// The absolute path of the packaged file of that name, or nothing.
   static std::optional<std::string> pathToInnerResourceFileWithName(std::string_view fileName);
