@@ -28,7 +28,8 @@ constexpr auto urlCharacters = [] {
   for (const unsigned char character : std::string_view("-._~:/?#[]@!$&'()*+,;="))
     may[character] = true;
   for (unsigned character = 0; character < may.size(); ++character)
-    may[character] |= isLetter(static_cast<char>(character)) || isDigit(static_cast<char>(character));
+    may[character] |=
+        isLetter(static_cast<char>(character)) || isDigit(static_cast<char>(character));
   return may;
 }();
 

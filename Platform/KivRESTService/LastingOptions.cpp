@@ -17,7 +17,7 @@ bool set(void* handle, CURLoption option, Value value) {
 bool setGeneralOptions(void* handle, const KivRESTServiceSettings& settings) {
   return set(handle, CURLOPT_PROTOCOLS_STR, "http,https") &&
          set(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
-         // Redirects are followed by the transfer, one by one, so that the rules hold for each step.
+         // Transfers follow redirects themselves, one by one, so that the rules hold for each step.
          set(handle, CURLOPT_FOLLOWLOCATION, 0L) && set(handle, CURLOPT_HTTP09_ALLOWED, 0L) &&
          set(handle, CURLOPT_NOSIGNAL, 1L) && set(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
          // Letting go of a handle does not wait for a slow name server.

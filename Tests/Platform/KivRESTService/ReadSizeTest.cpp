@@ -1,9 +1,9 @@
-#include "Platform/KivRESTService/ReadSize.h"
-
 #include <cstdint>
 #include <limits>
 
 #include <gtest/gtest.h>
+
+#include "Platform/KivRESTService/ReadSize.h"
 
 namespace kiv {
 namespace {
