@@ -96,9 +96,9 @@ std::optional<kiv::Array> KivResourceStorageModule::loadResourcesListWithError(
 std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(
     std::string_view fileName) {
   auto place = placeOf(fileName);
-  const bool isThere = place && (place->packaged ||
-                                 KivStorageService::fileExistsWithName_atRelativePath(
-                                     place->name, place->directory));
+  const bool isThere =
+      place && (place->packaged || KivStorageService::fileExistsWithName_atRelativePath(
+                                       place->name, place->directory));
   return isThere ? std::optional(pathTo(std::move(*place))) : std::nullopt;
 }
 
