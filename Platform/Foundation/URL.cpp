@@ -25,8 +25,8 @@ bool isHexDigit(char character) noexcept {
 /// Unreserved and reserved characters of a URL; "%" is looked at apart.
 constexpr auto urlCharacters = [] {
   std::array<bool, 256> may{};
-  for (const unsigned char character : std::string_view("-._~:/?#[]@!$&'()*+,;="))
-    may[character] = true;
+  for (const char character : std::string_view("-._~:/?#[]@!$&'()*+,;="))
+    may[static_cast<unsigned char>(character)] = true;
   for (unsigned character = 0; character < may.size(); ++character)
     may[character] |=
         isLetter(static_cast<char>(character)) || isDigit(static_cast<char>(character));

@@ -58,12 +58,13 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
 void TaskLedger::end(TaskResults results) {
   std::vector<DispatchQueue::Job> jobs;
   jobs.reserve(results.size());
-  for (auto& [id, result] : results) {
-    jobs.emplace_back([self = shared_from_this(), id = id, result = std::move(result)]() mutable {
-      const std::int64_t bytes = result.backlog;
-      self->complete(id, std::move(result));
-      self->backlog_->remove(bytes);
-    });
+  for (auto& ended : results) {
+    jobs.emplace_back(
+        [self = shared_from_this(), id = ended.first, result = std::move(ended.second)]() mutable {
+          const std::int64_t bytes = result.backlog;
+          self->complete(id, std::move(result));
+          self->backlog_->remove(bytes);
+        });
   }
   queue_->async(std::move(jobs));
 }
