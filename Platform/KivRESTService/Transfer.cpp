@@ -7,6 +7,7 @@
 #include <curl/curl.h>
 
 #include "Platform/KivRESTService/CurlErrors.h"
+#include "Platform/KivRESTService/CurlOption.h"
 #include "Platform/KivRESTService/RedirectPolicy.h"
 #include "Platform/KivRESTService/RetryPolicy.h"
 #include "Platform/KivRESTService/TransferErrors.h"
@@ -16,11 +17,6 @@ namespace kiv {
 namespace {
 
 using Code = KivRESTServiceErrorCode;
-
-template <class Value>
-bool set(void* handle, CURLoption option, Value value) {
-  return curl_easy_setopt(handle, option, value) == CURLE_OK;
-}
 
 template <class Value>
 Value info(void* handle, CURLINFO which) {
@@ -66,16 +62,16 @@ void Transfer::noteLengths() noexcept {
 bool Transfer::setOptions() {
   void* const handle = handle_.get();
   constexpr const char* none = nullptr;
-  return set(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
-         set(handle, CURLOPT_BUFFERSIZE, static_cast<long>(readSize_)) &&
-         set(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
-         set(handle, CURLOPT_HEADERDATA, this) &&
-         set(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
-         set(handle, CURLOPT_WRITEDATA, this) &&
-         set(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::endTurn) &&
-         set(handle, CURLOPT_XFERINFODATA, this) && set(handle, CURLOPT_RANGE, none) &&
-         set(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) &&
-         set(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
+  return setOption(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
+         setOption(handle, CURLOPT_BUFFERSIZE, static_cast<long>(readSize_)) &&
+         setOption(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
+         setOption(handle, CURLOPT_HEADERDATA, this) &&
+         setOption(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
+         setOption(handle, CURLOPT_WRITEDATA, this) &&
+         setOption(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::endTurn) &&
+         setOption(handle, CURLOPT_XFERINFODATA, this) && setOption(handle, CURLOPT_RANGE, none) &&
+         setOption(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) &&
+         setOption(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
 }
 
 /// Asks for the rest of what is kept, and for the whole where that is another version by now.
@@ -83,12 +79,12 @@ bool Transfer::setRange() {
   if (!range_) return true;
   headers_ = makeHeaderList("If-Range: " + range_->version.validator());
   const std::string range = std::to_string(range_->first) + "-";
-  return headers_ && set(handle_.get(), CURLOPT_RANGE, range.c_str()) &&
-         set(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
+  return headers_ && setOption(handle_.get(), CURLOPT_RANGE, range.c_str()) &&
+         setOption(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
 }
 
 void Transfer::limitSpeed(std::int64_t bytesPerSecond) {
-  set(handle_.get(), CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(bytesPerSecond));
+  setOption(handle_.get(), CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(bytesPerSecond));
 }
 
 std::size_t Transfer::takeHeader(char* bytes, std::size_t, std::size_t count, void* transfer) {

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/AtomicFile.h"
+#include "Platform/KivStorageService/StorageErrors.h"
 #include "Platform/KivStorageService/StoredPath.h"
 
 namespace kiv::storage {
@@ -23,10 +24,9 @@ bool synchronizeParent(const std::string& path, std::optional<Error>* error) {
 
 /// True where the file system has no such step, rather than that it failed.
 bool isUnsupported(const std::optional<Error>& error) {
-  if (!error || error->domain != SystemErrorDomain) return false;
   for (const auto code : {std::errc::invalid_argument, std::errc::function_not_supported,
                           std::errc::not_supported, std::errc::operation_not_supported}) {
-    if (error->code == static_cast<int>(code)) return true;
+    if (isSystemError(error, code)) return true;
   }
   return false;
 }

@@ -3,10 +3,10 @@
 #include <random>
 #include <set>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "Platform/Foundation/Path.h"
+#include "Platform/KivStorageService/StorageErrors.h"
 
 namespace kiv::storage {
 
@@ -31,8 +31,7 @@ std::string lockPath(const std::string& directory) {
 /// True where a lock was just made, and another process that sweeps at this very moment holds it;
 /// that name is then given up for another.
 bool isHeldElsewhere(const std::optional<Error>& error) {
-  return error && error->domain == SystemErrorDomain &&
-         error->code == static_cast<int>(std::errc::resource_unavailable_try_again);
+  return isSystemError(error, std::errc::resource_unavailable_try_again);
 }
 
 /// The caller holds the directory's lock. The lock file goes last, as long as it guards something.

@@ -44,6 +44,10 @@ Error storageError(KivStorageServiceErrorCode code, std::string_view message) {
   return Error(KivStorageServiceErrorDomain, static_cast<std::int64_t>(code), message);
 }
 
+bool isSystemError(const std::optional<Error>& error, std::errc number) noexcept {
+  return error && error->domain == SystemErrorDomain && error->code == static_cast<int>(number);
+}
+
 std::string quoted(std::string_view text) {
   std::string shown = escaped(text);
   if (shown.size() > longestQuote) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/KivStorageService/KivStorageService.h"
@@ -10,6 +12,9 @@
 namespace kiv::storage {
 
 Error storageError(KivStorageServiceErrorCode code, std::string_view message);
+
+/// True where the error is the operating system's of that number.
+bool isSystemError(const std::optional<Error>& error, std::errc number) noexcept;
 
 /// The text in double quotes, with what would blur a message (control characters, bytes that are no
 /// UTF-8) written as "\xNN" and the middle of a very long text left out.

@@ -1,13 +1,13 @@
 #include "Platform/KivStorageService/StorageRoot.h"
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/DirectorySwap.h"
 #include "Platform/KivStorageService/FreeSpace.h"
+#include "Platform/KivStorageService/StorageErrors.h"
 
 namespace kiv::storage {
 
@@ -41,11 +41,6 @@ bool synchronizeWay(const std::string& top, const std::string& bottom,
   return true;
 }
 
-bool isTaken(const std::optional<Error>& error) {
-  return error && error->domain == SystemErrorDomain &&
-         error->code == static_cast<int>(std::errc::file_exists);
-}
-
 }  // namespace
 
 StorageRoot::StorageRoot(std::string path) : path_(std::move(path)) {
@@ -77,7 +72,7 @@ std::optional<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(
     std::string path = directory->nextPath();
     auto file = FileManager::defaultManager().createFileAtPath(path, &problem);
     if (file) return TemporaryFile{{std::move(path), std::move(directory)}, std::move(file)};
-    if (!isTaken(problem)) break;
+    if (!isSystemError(problem, std::errc::file_exists)) break;
   }
   if (error) *error = std::move(problem);
   return std::nullopt;
