@@ -1,8 +1,8 @@
 #include "Platform/Foundation/DispatchQueue.h"
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
-#include <iterator>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -16,6 +16,12 @@ namespace kiv {
 struct DispatchQueue::State {
   enum class ServedBy { host, ownThread };
 
+  struct Entry {
+    Job job;
+    const void* turn;
+    std::uint64_t number;  // grows with every job
+  };
+
   State(std::string name, ServedBy server) : label(std::move(name)), servedBy(server) {}
 
   /// The queue whose job runs on this thread, if any.
@@ -28,19 +34,29 @@ struct DispatchQueue::State {
 
   std::mutex mutex;
   std::condition_variable changed;
-  std::deque<Job> jobs;
+  std::deque<Entry> jobs;
   bool stopped = false;
+  std::uint64_t lastNumber = 0;
+
+  // The turn of the job that ran last. Used only by the thread that runs the jobs.
+  const void* turn = nullptr;
+  std::uint64_t lastOfTurn = 0;  // no later job continues the turn
+  std::vector<Job> turnEnds;
 
   // Held while the handler runs, so that no call of a removed handler is under way. Recursive,
   // since a handler may add a job.
   std::recursive_mutex wakeUpMutex;
   std::shared_ptr<const std::function<void()>> wakeUp;
 
-  void add(std::vector<Job> added);
+  void add(std::vector<Job> added, const void* itsTurn);
   bool isEmpty();
   /// True where the host may run jobs here and now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
   bool runNext();
+  void run(Job job);
+  void addTurnEnd(Job job);
+  bool turnContinues();
+  void endTurn();
   std::size_t drain();
   void runUntilStopped();
   void callWakeUp();
@@ -50,13 +66,13 @@ struct DispatchQueue::State {
 
 thread_local DispatchQueue::State* DispatchQueue::State::running = nullptr;
 
-void DispatchQueue::State::add(std::vector<Job> added) {
+void DispatchQueue::State::add(std::vector<Job> added, const void* itsTurn) {
   bool wasEmpty = false;
   {
     const std::lock_guard lock(mutex);
     wasEmpty = jobs.empty();
-    jobs.insert(jobs.end(), std::make_move_iterator(added.begin()),
-                std::make_move_iterator(added.end()));
+    for (Job& job : added)
+      jobs.push_back({std::move(job), itsTurn, ++lastNumber});
   }
   changed.notify_one();
   if (wasEmpty) callWakeUp();
@@ -68,18 +84,48 @@ bool DispatchQueue::State::isEmpty() {
 }
 
 bool DispatchQueue::State::runNext() {
-  Job job;
+  Entry next;
   {
     const std::lock_guard lock(mutex);
     if (jobs.empty()) return false;
-    job = std::move(jobs.front());
+    next = std::move(jobs.front());
     jobs.pop_front();
   }
+  turn = next.turn;
+  run(std::move(next.job));
+  if (!turnEnds.empty() && !turnContinues()) endTurn();
+  return true;
+}
+
+void DispatchQueue::State::run(Job job) {
   State* const outer = std::exchange(running, this);
   job();
   job = nullptr;  // what the job holds is let go of while it still counts as running
   running = outer;
-  return true;
+}
+
+/// Jobs that come later do not continue the turn: what waits for its end would wait for as long as
+/// they keep coming.
+void DispatchQueue::State::addTurnEnd(Job job) {
+  if (turnEnds.empty()) {
+    const std::lock_guard lock(mutex);
+    lastOfTurn = lastNumber;
+  }
+  turnEnds.push_back(std::move(job));
+}
+
+bool DispatchQueue::State::turnContinues() {
+  const std::lock_guard lock(mutex);
+  const bool returnsToHost = stopped && servedBy == ServedBy::host;
+  if (!turn || returnsToHost || jobs.empty()) return false;
+  return jobs.front().turn == turn && jobs.front().number <= lastOfTurn;
+}
+
+void DispatchQueue::State::endTurn() {
+  while (!turnEnds.empty()) {
+    for (Job& job : std::exchange(turnEnds, {}))
+      run(std::move(job));
+  }
 }
 
 std::size_t DispatchQueue::State::drain() {
@@ -91,6 +137,7 @@ std::size_t DispatchQueue::State::drain() {
   std::size_t ran = 0;
   while (ran < waiting && runNext())
     ++ran;
+  endTurn();
   callWakeUpForLeftJobs();
   return ran;
 }
@@ -104,6 +151,7 @@ void DispatchQueue::State::runUntilStopped() {
     }
     runNext();
   }
+  endTurn();
   callWakeUpForLeftJobs();
 }
 
@@ -187,9 +235,18 @@ void DispatchQueue::async(Job job) {
   async(std::move(jobs));
 }
 
-void DispatchQueue::async(std::vector<Job> jobs) {
+void DispatchQueue::async(std::vector<Job> jobs, const void* turn) {
   std::erase(jobs, nullptr);
-  if (!jobs.empty()) state_->add(std::move(jobs));
+  if (!jobs.empty()) state_->add(std::move(jobs), turn);
+}
+
+void DispatchQueue::atEndOfTurn(Job job) {
+  if (!job) return;
+  if (State::running) {
+    State::running->addTurnEnd(std::move(job));
+  } else {
+    job();
+  }
 }
 
 std::size_t DispatchQueue::drain() {

@@ -49,8 +49,14 @@ class KIV_EXPORT DispatchQueue {
   /// empty job is none.
   void async(Job job);
   /// Adds several jobs in their order, with none of another thread between them, and before the
-  /// first of them runs.
-  void async(std::vector<Job> jobs);
+  /// first of them runs. Jobs with the same `turn`, which is only compared, share a turn
+  /// where they wait behind each other; a job without one has a turn of its own.
+  void async(std::vector<Job> jobs, const void* turn = nullptr);
+
+  /// Runs the job when the turn of the job that runs now on this thread ends: before a job of
+  /// another turn, and before drain() or run() returns. At once where no job runs. It lets jobs
+  /// share what each would do at its end, and no job of another turn sees a difference.
+  static void atEndOfTurn(Job job);
 
   // The operations below are for the main queue; on a queue with its own thread they do nothing.
   // Nor do drain(), drainFor() and run() within a job of this queue: jobs never nest.

@@ -66,7 +66,7 @@ void TaskLedger::end(TaskResults results) {
           self->backlog_->remove(bytes);
         });
   }
-  queue_->async(std::move(jobs));
+  queue_->async(std::move(jobs), this);
 }
 
 void TaskLedger::complete(std::uint64_t id, TaskResult result) {

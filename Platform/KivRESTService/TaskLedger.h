@@ -44,7 +44,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   /// Takes out every task.
   [[nodiscard]] Tasks takeAll();
   /// Ends the tasks of those numbers, each if it is still held when its turn on the queue has come.
-  /// They wait there together: whoever is told of the first knows that the others follow.
+  /// Those that wait there together share a turn of the queue.
   void end(TaskResults results);
 
   /// Brings the tasks' progress up to date, and the observer's, when their turn on the queue comes.

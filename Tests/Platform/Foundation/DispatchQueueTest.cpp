@@ -319,6 +319,101 @@ TEST_F(MainQueueTest, DrainLeavesWhatItsJobsAdd) {
   EXPECT_EQ(order, "abc");
 }
 
+// --- Turns ---------------------------------------------------------------------------------------
+
+/// A job that adds its letter to the text, and at the end of its turn the letter in upper case.
+DispatchQueue::Job letter(std::string& text, char name) {
+  return [&text, name] {
+    text += name;
+    DispatchQueue::atEndOfTurn([&text, name] { text += static_cast<char>(name - 'a' + 'A'); });
+  };
+}
+
+TEST_F(MainQueueTest, ATurnEndsAfterItsLastJobAndBeforeAnotherJob) {
+  std::string order;
+  const int turn = 0;
+  main_->async({letter(order, 'a'), letter(order, 'b')}, &turn);
+  main_->async({letter(order, 'c')}, &turn);
+  main_->async([&] { order += "-"; });
+  main_->async({letter(order, 'd')}, &turn);
+  main_->drain();
+  EXPECT_EQ(order, "abcABC-dD");
+}
+
+TEST_F(MainQueueTest, AJobWithoutATurnHasOneOfItsOwn) {
+  std::string order;
+  main_->async({letter(order, 'a'), letter(order, 'b')});
+  main_->drain();
+  EXPECT_EQ(order, "aAbB");
+}
+
+TEST_F(MainQueueTest, OtherTurnsAreNotShared) {
+  std::string order;
+  const int turns[2] = {};
+  main_->async({letter(order, 'a')}, &turns[0]);
+  main_->async({letter(order, 'b')}, &turns[1]);
+  main_->drain();
+  EXPECT_EQ(order, "aAbB");
+}
+
+TEST_F(MainQueueTest, JobsThatComeLaterDoNotContinueATurn) {
+  std::string order;
+  const int turn = 0;
+  main_->async({[&] {
+                 letter(order, 'a')();
+                 main_->async({letter(order, 'b')}, &turn);
+                 main_->async([&] { main_->stop(); });
+               }},
+               &turn);
+  main_->run();
+  EXPECT_EQ(order, "aAbB");
+}
+
+TEST_F(MainQueueTest, ATurnEndsBeforeTheHostGetsControlBack) {
+  std::string order;
+  const int turn = 0;
+  main_->async({[&] {
+                  letter(order, 'a')();
+                  main_->stop();
+                },
+                letter(order, 'b')},
+               &turn);
+  main_->run();
+  EXPECT_EQ(order, "aA");
+  main_->drain();
+  EXPECT_EQ(order, "aAbB");
+}
+
+TEST_F(MainQueueTest, AnEndOfATurnMayHaveOneItself) {
+  std::string order;
+  main_->async([&] {
+    DispatchQueue::atEndOfTurn([&] {
+      EXPECT_EQ(DispatchQueue::ofRunningJob(), main_);
+      letter(order, 'a')();
+    });
+  });
+  main_->async([&] { order += "-"; });
+  main_->drain();
+  EXPECT_EQ(order, "aA-");
+}
+
+TEST_F(MainQueueTest, WhereNoJobRunsTheTurnHasEnded) {
+  std::string order;
+  letter(order, 'a')();
+  EXPECT_EQ(order, "aA");
+}
+
+TEST(SerialQueueTest, HasTurnsToo) {
+  std::string order;
+  const int turn = 0;
+  {
+    const auto queue = DispatchQueue::serial("turns");
+    queue->async({letter(order, 'a'), letter(order, 'b')}, &turn);
+    queue->async([&] { order += "-"; });
+  }
+  EXPECT_EQ(order, "abAB-");
+}
+
 TEST_F(MainQueueTest, DrainsDoNotNest) {
   std::string order;
   main_->async([&] {
