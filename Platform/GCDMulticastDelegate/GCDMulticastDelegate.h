@@ -15,10 +15,10 @@
 /// Fans the callbacks of one protocol out to its observers, each on its own queue.
 ///
 /// Keeps pairs of an observer, held weakly, and a queue. A callback is delivered asynchronously to
-/// each pair that was registered when it was sent, in the order of registration; callbacks to one
-/// observer keep the order in which they were sent. An observer that has gone, or was removed
-/// meanwhile, hears nothing any more. Observers may add and remove observers, themselves too,
-/// during a callback. All operations may be called from any thread.
+/// each pair that was registered when it was sent, or when its recipients were taken, in the order
+/// of registration; callbacks to one observer keep the order in which they were sent. An observer
+/// that has gone, or was removed meanwhile, hears nothing any more. Observers may add and remove
+/// observers, themselves too, during a callback. All operations may be called from any thread.
 ///
 /// `Protocol` is an abstract class whose callbacks have empty default bodies, so that an observer
 /// implements those that it wants.
@@ -54,15 +54,17 @@ class GCDMulticastDelegate {
     }
   }
 
+  class Recipients;
+
+  /// The observers that are registered now: a callback that is sent to them later tells of what has
+  /// happened now.
+  [[nodiscard]] Recipients recipients() { return Recipients(registeredNodes()); }
+
   /// Sends a callback: `call` is run with each observer, on that observer's queue. Of callbacks
   /// that several threads send at once, either may come first.
   template <std::invocable<Protocol&> Call>
   void send(Call call) {
-    const Nodes nodes = registeredNodes();
-    if (nodes->empty()) return;
-    for (std::size_t index = 0; index + 1 < nodes->size(); ++index)
-      deliver(call, (*nodes)[index]);
-    deliver(std::move(call), nodes->back());
+    recipients().send(std::move(call));
   }
 
  private:
@@ -111,4 +113,26 @@ class GCDMulticastDelegate {
 
   std::mutex mutex_;
   Nodes nodes_ = std::make_shared<const std::vector<std::shared_ptr<Node>>>();
+};
+
+/// Observers of one moment. One that is removed later hears nothing all the same.
+template <class Protocol>
+class GCDMulticastDelegate<Protocol>::Recipients {
+ public:
+  Recipients() = default;
+
+  /// Sends them a callback, as GCDMulticastDelegate::send() does.
+  template <std::invocable<Protocol&> Call>
+  void send(Call call) const {
+    if (!nodes_ || nodes_->empty()) return;
+    for (std::size_t index = 0; index + 1 < nodes_->size(); ++index)
+      deliver(call, (*nodes_)[index]);
+    deliver(std::move(call), nodes_->back());
+  }
+
+ private:
+  friend class GCDMulticastDelegate;
+  explicit Recipients(Nodes nodes) : nodes_(std::move(nodes)) {}
+
+  Nodes nodes_;
 };
