@@ -5,10 +5,12 @@
 #include <typeinfo>
 #include <utility>
 
+#include "KivResource/KivResourceConstants.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"
 #include "Platform/Foundation/KeyedHash.h"
+#include "Platform/Foundation/Path.h"
 
 namespace kiv {
 
@@ -23,14 +25,21 @@ std::uint32_t hashOfObject(const KivResource& resource) {
   return static_cast<std::uint32_t>((std::uint64_t{address} * 0x9e3779b97f4a7c15) >> 32);
 }
 
-/// A class of a host's own may answer differently every time it is asked.
-bool isOfOurOwnClass(const KivResource& resource) {
+/// The name under which the file is stored: that of its directory for the page of an archive, as
+/// all pages have one name.
+std::string_view storedName(std::string_view path) {
+  const std::string_view name = path::lastPathComponent(path);
+  if (name != KivResouceArchiveKey[1]) return name;
+  return path::lastPathComponent(path::deletingLastPathComponent(path));
+}
+
+}  // namespace
+
+bool isOfFrameworkClass(const KivResource& resource) {
   const std::type_info& type = typeid(resource);
   return type == typeid(KivResource) || type == typeid(KivResourceStandard) ||
          type == typeid(KivResourceVideo) || type == typeid(KivResourceWeb);
 }
-
-}  // namespace
 
 ResourceIndex::ResourceIndex(Aspect aspect, std::size_t size)
     : aspect_(aspect),
@@ -53,7 +62,7 @@ void ResourceIndex::add(const KivResource* resource) {
 void ResourceIndex::addNodes(const KivResource& resource, std::uint32_t place) {
   if (aspect_ == Aspect::object) {
     addNode(hashOfObject(resource), place);
-  } else if (!isOfOurOwnClass(resource)) {
+  } else if (!isOfFrameworkClass(resource)) {
     addNode(unknownHash, place);
   } else if (aspect_ == Aspect::identifier) {
     addNode(hashOf(resource.resourceID_.stringView()), place);
@@ -61,7 +70,7 @@ void ResourceIndex::addNodes(const KivResource& resource, std::uint32_t place) {
     addNode(hashOf(resource.type_.stringView()), place);
   } else {
     for (const std::string& path : resource.useFilePaths())
-      addNode(hashOf(path), place);
+      addNode(hashOf(storedName(path)), place);
   }
 }
 
@@ -76,7 +85,7 @@ bool ResourceIndex::contains(std::uint32_t place) const {
 }
 
 ResourceIndex::Candidates ResourceIndex::candidates(std::string_view value) const {
-  return Candidates(*this, hashOf(value));
+  return Candidates(*this, hashOf(aspect_ == Aspect::path ? storedName(value) : value));
 }
 
 ResourceIndex::Candidates ResourceIndex::candidates(const KivResource& resource) const {

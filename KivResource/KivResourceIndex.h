@@ -10,8 +10,15 @@ class KivResource;
 
 namespace kiv {
 
+/// True for the framework's own classes. A class of a host's own may answer differently every time
+/// it is asked.
+bool isOfFrameworkClass(const KivResource& resource);
+
 /// Finds the places of a list at which a resource with a given identifier, a given type or a given
 /// file, or a given object stands, without walking the list: an index is for one of these aspects.
+///
+/// Files are found by the names under which they are stored, since one file has several paths where
+/// a link leads to its directory.
 ///
 /// Invariant: of every resource that is in it, the place is among the candidates for what the
 /// resource has of the aspect, as it is now. There may be more candidates than right ones, never
@@ -59,7 +66,7 @@ class ResourceIndex {
   /// True where a resource that is a candidate for anything stands at the place.
   [[nodiscard]] bool contains(std::uint32_t place) const;
 
-  /// The candidates for the identifier, type or path.
+  /// The candidates for the identifier, the type, or the path of a file.
   [[nodiscard]] Candidates candidates(std::string_view value) const;
   /// The candidates for the object.
   [[nodiscard]] Candidates candidates(const KivResource& resource) const;

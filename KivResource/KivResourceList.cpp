@@ -4,10 +4,13 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceObject.h"
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
 
 namespace kiv {
 
@@ -22,10 +25,30 @@ bool has(const KivResource& resource, std::string_view property, std::string_vie
   return answer && answer->isString() && answer->stringView() == value;
 }
 
-bool uses(const KivResource& resource, std::string_view path) {
-  const auto paths = resource.useFilePaths();
-  return std::find(paths.begin(), paths.end(), path) != paths.end();
-}
+/// A file, which may have several paths.
+class FileAtPath {
+ public:
+  explicit FileAtPath(std::string_view path) : path_(path) {}
+
+  [[nodiscard]] bool isUsedBy(const KivResource& resource) {
+    const auto paths = resource.useFilePaths();
+    return std::any_of(paths.begin(), paths.end(),
+                       [this](const std::string& path) { return isAt(path); });
+  }
+
+ private:
+  /// The system is asked only where another path may lead to the file.
+  [[nodiscard]] bool isAt(std::string_view path) {
+    if (path == path_) return true;
+    if (path::lastPathComponent(path) != path::lastPathComponent(path_)) return false;
+    FileManager& files = FileManager::defaultManager();
+    if (!resolvedPath_) resolvedPath_ = files.resolvedPathOfItemAtPath(path_).value_or("");
+    return !resolvedPath_->empty() && files.resolvedPathOfItemAtPath(path) == *resolvedPath_;
+  }
+
+  const std::string_view path_;
+  std::optional<std::string> resolvedPath_;  // empty where nothing is there
+};
 
 }  // namespace
 
@@ -127,10 +150,11 @@ ResourceArray ResourceList::resourcesWithType(std::string_view type) const {
 }
 
 bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& owner) const {
+  FileAtPath file(path);
   auto candidates = indexes_->of(Aspect::path).candidates(path);
   while (const auto place = candidates.next()) {
     const KivResource& other = *places_[*place];
-    if (&other != &owner && uses(other, path)) return true;
+    if (&other != &owner && file.isUsedBy(other)) return true;
   }
   return false;
 }
@@ -139,8 +163,10 @@ ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resou
   Counterparts counterparts;
   counterparts.ofEach.reserve(resources.size());
   ResourceIndex remaining = indexes_->of(Aspect::identifier);
-  for (const auto& resource : resources)
-    counterparts.ofEach.push_back(indexes_->take(resource->resourceID(), remaining));
+  for (const auto& resource : resources) {
+    counterparts.ofEach.push_back(resource ? indexes_->take(resource->resourceID(), remaining)
+                                           : nullptr);
+  }
   for (std::uint32_t place = 0; place < places_.size(); ++place) {
     if (remaining.contains(place)) counterparts.rest.push_back(places_[place]);
   }

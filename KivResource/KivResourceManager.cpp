@@ -6,17 +6,25 @@
 
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManagerStep.h"
+#include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/SystemLog.h"
 
 namespace {
+
+/// A copy, or nullptr where the resource's dictionary is not acceptable any more. A host's own kind
+/// that cannot be copied is handed out itself: it would be missing otherwise.
+std::shared_ptr<KivResource> copyOf(const std::shared_ptr<KivResource>& resource) {
+  if (auto copy = resource->copyWithZone()) return copy;
+  return resource->isCopyable() ? nullptr : resource;
+}
 
 template <class Resources>
 kiv::ResourceArray copiesOf(const Resources& resources) {
   kiv::ResourceArray copies;
   copies.reserve(resources.size());
   for (const auto& resource : resources) {
-    if (auto copy = resource->copyWithZone()) copies.push_back(std::move(copy));
+    if (auto copy = copyOf(resource)) copies.push_back(std::move(copy));
   }
   return copies;
 }
@@ -35,6 +43,7 @@ std::shared_ptr<KivResourceManager> KivResourceManager::newInstance() {
   return manager;
 }
 
+KivResourceManager::KivResourceManager() : removals_(std::make_unique<kiv::PendingRemovals>()) {}
 KivResourceManager::~KivResourceManager() = default;
 
 void KivResourceManager::create() {
@@ -48,6 +57,7 @@ void KivResourceManager::create() {
 // --- The saved list ------------------------------------------------------------------------------
 
 void KivResourceManager::loadSavedResources() {
+  if (listIsChanged_) saveChanges();
   const auto list = KivResourceStorageModule::loadResourcesListWithError();
   for (const kiv::Value& entry : list.value_or(kiv::Array())) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
@@ -114,7 +124,7 @@ kiv::ResourceArray KivResourceManager::findResourcesInList_withValue_forProperty
     const kiv::ResourceArray& list, const kiv::Value& value, std::string_view propertyName) {
   kiv::ResourceArray found;
   for (const auto& resource : list) {
-    const auto property = resource->valueForProperty(propertyName);
+    const auto property = resource ? resource->valueForProperty(propertyName) : std::nullopt;
     if (property && *property == value) found.push_back(resource);
   }
   return found;
@@ -143,54 +153,56 @@ void KivResourceManager::endStep() {
 void KivResourceManager::saveChanges() {
   // The files' names reach the disk before a list does that names them.
   savings_.reset();
-  if (listIsChanged_) listIsChanged_ = !saveList();
-  if (listIsChanged_) return;  // the next step tries again
-  for (const std::string& path : std::exchange(filesToRemove_, {}))
-    KivResourceStorageModule::removeResourceFileWithPath_error(path);
+  if (std::exchange(listIsChanged_, false)) listIsOutOfDate_ = !saveList();
+  if (!listIsOutOfDate_) removals_->removeUnused(*loadedResources_);
 }
 
-void KivResourceManager::endStepLater() {
-  const auto queue = kiv::DispatchQueue::ofRunningJob();
-  if (!queue) {
-    endStep();
-  } else if (!std::exchange(endIsScheduled_, true)) {
-    queue->async([self = shared_from_this()] {
-      self->endIsScheduled_ = false;
-      self->endStep();
-    });
-  }
+/// Who sees the manager idle finds everything done.
+void KivResourceManager::endStepWithTurn() {
+  if (loadingResourcesFilesCount_ <= 0) return endStep();
+  if (std::exchange(endIsScheduled_, true)) return;
+  kiv::DispatchQueue::atEndOfTurn([self = shared_from_this()] {
+    self->endIsScheduled_ = false;
+    self->endStep();
+  });
 }
 
 void KivResourceManager::send(Announcement& announcement) {
-  auto& [resource, failure] = announcement;
+  auto& [recipients, resource, failure] = announcement;
   if (!resource) {
-    multicastObserver_->send([self = shared_from_this()](KivResourceManagerObserver& observer) {
+    recipients.send([self = shared_from_this()](KivResourceManagerObserver& observer) {
       observer.resourceManagerDidFinishLoading(self);
     });
   } else if (!failure) {
-    multicastObserver_->send([self = shared_from_this(), resource = std::move(resource)](
-                                 KivResourceManagerObserver& observer) {
+    recipients.send([self = shared_from_this(),
+                     resource = std::move(resource)](KivResourceManagerObserver& observer) {
       observer.resourceManager_didLoadResource(self, resource);
     });
   } else {
-    multicastObserver_->send([self = shared_from_this(), resource = std::move(resource),
-                              failure = std::move(failure)](KivResourceManagerObserver& observer) {
+    recipients.send([self = shared_from_this(), resource = std::move(resource),
+                     failure = std::move(failure)](KivResourceManagerObserver& observer) {
       observer.resourceManager_didFailToLoadResource_withError(self, resource, *failure);
     });
   }
 }
 
 void KivResourceManager::announceLoaded(std::shared_ptr<KivResource> resource) {
-  announcements_.push_back({std::move(resource), nullptr});
+  announce(std::move(resource), nullptr);
 }
 
 void KivResourceManager::announceFailed(const std::shared_ptr<KivResource>& resource,
                                         const std::optional<kiv::Error>& error) {
-  announcements_.push_back({resource, std::make_shared<const std::optional<kiv::Error>>(error)});
+  announce(resource, std::make_shared<const std::optional<kiv::Error>>(error));
 }
 
 void KivResourceManager::announceFinish() {
-  announcements_.push_back({});
+  announce(nullptr, nullptr);
+}
+
+void KivResourceManager::announce(std::shared_ptr<KivResource> resource,
+                                  std::shared_ptr<const std::optional<kiv::Error>> failure) {
+  announcements_.push_back(
+      {multicastObserver_->recipients(), std::move(resource), std::move(failure)});
 }
 
 // --- Properties ----------------------------------------------------------------------------------
@@ -202,7 +214,8 @@ KivResourceManager::multicastObserver() const noexcept {
 
 void KivResourceManager::setMulticastObserver(
     std::shared_ptr<MulticastObserver> multicastObserver) {
-  multicastObserver_ = std::move(multicastObserver);
+  multicastObserver_ =
+      multicastObserver ? std::move(multicastObserver) : std::make_shared<MulticastObserver>();
 }
 
 const std::shared_ptr<kiv::ResourceList>& KivResourceManager::loadedResources() const noexcept {
@@ -210,7 +223,8 @@ const std::shared_ptr<kiv::ResourceList>& KivResourceManager::loadedResources() 
 }
 
 void KivResourceManager::setLoadedResources(std::shared_ptr<kiv::ResourceList> loadedResources) {
-  loadedResources_ = std::move(loadedResources);
+  loadedResources_ =
+      loadedResources ? std::move(loadedResources) : std::make_shared<kiv::ResourceList>();
 }
 
 const std::optional<kiv::ResourceArray>& KivResourceManager::resourcesForRemove() const noexcept {

@@ -4,7 +4,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +19,10 @@
 #include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 #include "Platform/KivStorageService/KivStorageService.h"
 
+namespace kiv {
+class PendingRemovals;
+}  // namespace kiv
+
 /// The one object through which a host uses the framework: the registry of loaded resources, the
 /// passes that bring it up to date with a configuration, the queries and the observers.
 ///
@@ -32,6 +35,11 @@
 /// Nothing is thrown and nothing returned but answers to queries: every outcome comes to the
 /// observers. After any failure the registry, the saved list and the stored files are what they
 /// were before, with whatever else completed.
+///
+/// Nothing that is handed over is an error: an operation on no resource does nothing, a list is
+/// taken without its null elements, and a property that is set to nothing is as good as an empty
+/// one. Without a registry there is an empty one, without a multicaster one without observers;
+/// without a loader, or with one without a client, every download fails at once with error 101.
 class KIV_EXPORT KivResourceManager final
     : public std::enable_shared_from_this<KivResourceManager> {
  public:
@@ -78,7 +86,8 @@ class KIV_EXPORT KivResourceManager final
   // --- Queries and observers: for the host ---
 
   /// Copies of the loaded resources, in the order in which they were loaded. The host may keep and
-  /// change them; the registry is not reached.
+  /// change them; the registry is not reached. A resource of a host's own class that cannot be
+  /// copied (KivResource::isCopyable) is handed out itself.
   [[nodiscard]] kiv::ResourceArray allLoadedResources() const;
   [[nodiscard]] kiv::ResourceArray loadedResourcesWithID(
       const std::optional<std::string>& resourceID) const;
@@ -99,7 +108,7 @@ class KIV_EXPORT KivResourceManager final
   /// Appends to the registry what the saved list holds and whose files are all there.
   void loadSavedResources();
   /// Writes the dictionaries of the registry as the saved list. A failure is ignored: the next
-  /// step of the manager writes the whole list again.
+  /// change of the registry, or the next pass, writes the whole list again.
   void saveLoadedResorcesList() const;
 
   [[nodiscard]] kiv::ResourceArray allLoadedResourcesWithCopy(bool copy) const;
@@ -142,7 +151,7 @@ class KIV_EXPORT KivResourceManager final
 
   [[nodiscard]] const std::shared_ptr<MulticastObserver>& multicastObserver() const noexcept;
   void setMulticastObserver(std::shared_ptr<MulticastObserver> multicastObserver);
-  /// The registry itself.
+  /// The registry itself; never nullptr.
   [[nodiscard]] const std::shared_ptr<kiv::ResourceList>& loadedResources() const noexcept;
   void setLoadedResources(std::shared_ptr<kiv::ResourceList> loadedResources);
   /// What the running update pass will remove at its end; nothing outside such a pass.
@@ -156,7 +165,7 @@ class KIV_EXPORT KivResourceManager final
   void setLoader(std::shared_ptr<KivResourceRESTModule> loader);
 
  private:
-  KivResourceManager() = default;
+  KivResourceManager();
   void create();
 
   void refusePass(const kiv::ResourceArray& resources);
@@ -168,20 +177,20 @@ class KIV_EXPORT KivResourceManager final
                         const std::optional<kiv::Error>& error, const std::string& fileLink,
                         const std::shared_ptr<KivResource>& resource);
   /// One step of the manager: what changed is saved, and what is to be heard is sent, when the
-  /// outermost step ends, or, where steps follow each other in the manager's queue, once for all.
+  /// outermost step ends, or, for downloads that complete in one turn of the queue, once for all.
   class Step;
   void endStep();
-  void endStepLater();
+  void endStepWithTurn();
   /// Brings the disk up to the registry: saves the list, and when it is there removes the files
   /// that only an older list named. So whatever fails or kills the host in between, the resources
   /// of the list on disk have their files.
   void saveChanges();
   [[nodiscard]] bool saveList() const;
-  /// Where the file of that name lies, if it does. One that is to be removed is removed first.
+  /// Brings the disk up to the registry where a pending removal could change the answer to a
+  /// question that follows. Where the list cannot be saved, the files stay.
+  void settleBefore(bool isAffected);
+  /// Where the file of that name lies, if it does.
   std::optional<std::string> pathToFile(std::string_view fileName);
-  /// Removes the file now where it is to be removed, for whoever asks after it; false where it is
-  /// not.
-  bool settleRemoval(const std::string& path);
 
   void announceLoaded(std::shared_ptr<KivResource> resource);
   void announceFailed(const std::shared_ptr<KivResource>& resource,
@@ -195,16 +204,21 @@ class KIV_EXPORT KivResourceManager final
   std::shared_ptr<KivResourceRESTModule> loader_;
 
   int stepDepth_ = 0;
-  bool listIsChanged_ = false;  ///< Since the list was last saved.
-  std::set<std::string, std::less<>> filesToRemove_;
+  bool listIsChanged_ = false;    ///< Since it was last written, or that was tried.
+  bool listIsOutOfDate_ = false;  ///< On the disk, because it could not be written.
+  std::unique_ptr<kiv::PendingRemovals> removals_;
   bool endIsScheduled_ = false;
   std::optional<KivStorageService::Batch> savings_;  ///< Of files stored since the last end.
-  /// One callback that observers are to hear; without a resource it is the finish.
+  /// One callback, for those who were registered when there was something to hear; without a
+  /// resource it is the finish.
   struct Announcement {
+    MulticastObserver::Recipients recipients;
     std::shared_ptr<KivResource> resource;
     /// Of a resource that failed, an error or nothing.
     std::shared_ptr<const std::optional<kiv::Error>> failure;
   };
+  void announce(std::shared_ptr<KivResource> resource,
+                std::shared_ptr<const std::optional<kiv::Error>> failure);
   /// Hands over what the announcement holds.
   void send(Announcement& announcement);
   std::vector<Announcement> announcements_;

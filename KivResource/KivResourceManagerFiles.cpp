@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "KivResource/KivResourceManagerStep.h"
+#include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/Foundation/SystemLog.h"
@@ -32,9 +33,9 @@ void logFailedFile(std::string_view fileName, const KivResource& resource,
 }  // namespace
 
 void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  if (!resource) return;
   const Step step(*this);
-  for (const std::string& path : resource->useFilePaths())
-    settleRemoval(path);
+  settleBefore(removals_->affect(*resource));
   if (resource->filesExist()) {
     // Complete on arrival: older versions with the same identifier stay beside it.
     loadedResources_->append(resource);
@@ -53,21 +54,26 @@ void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>
 
 std::optional<std::string> KivResourceManager::pathToFile(std::string_view fileName) {
   auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
-  if (!path || !settleRemoval(*path)) return path;
+  if (!path || !removals_->affect(*path)) return path;
+  settleBefore(true);
   return KivResourceStorageModule::pathToResourceFileWithName(fileName);
 }
 
-bool KivResourceManager::settleRemoval(const std::string& path) {
-  if (!filesToRemove_.contains(path)) return false;
+void KivResourceManager::settleBefore(bool isAffected) {
+  if (!isAffected) return;
+  listIsChanged_ = listIsChanged_ || listIsOutOfDate_;
   saveChanges();
-  filesToRemove_.erase(path);  // where it could not be removed, it is in use again
-  return true;
+  removals_->clear();
 }
 
 /// The count goes up first: the completion may come before the loader's call returns.
 void KivResourceManager::downloadFile(const std::string& fileLink,
                                       const std::shared_ptr<KivResource>& resource) {
   ++loadingResourcesFilesCount_;
+  if (!loader_) {
+    completeDownload(std::nullopt, KivResourceRESTModule::createRequestError(), fileLink, resource);
+    return;
+  }
   loader_->loadDataForResource_usingFileLink_completionHandler(
       resource, fileLink,
       [self = shared_from_this(), resource, fileLink](const std::optional<kiv::Data>& data,
@@ -80,7 +86,7 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
                                           const std::optional<kiv::Error>& error,
                                           const std::string& fileLink,
                                           const std::shared_ptr<KivResource>& resource) {
-  const Step step(*this, Step::End::withOthers);
+  const Step step(*this, Step::End::withTurn);
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
   if (error || !data) {
     logFailedFile(fileName, *resource, error);
@@ -96,10 +102,11 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
 void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     const kiv::Data& data, const std::string& fileLink,
     const std::shared_ptr<KivResource>& resource) {
+  if (!resource) return;
   const Step step(*this);
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
-  // What is to be removed under the name goes before the new file comes.
-  if (!filesToRemove_.empty()) pathToFile(fileName);
+  const auto item = KivResourceStorageModule::pathOfItemSavedWithName(fileName);
+  settleBefore(item && removals_->affectSaving(*item));
   if (!savings_) savings_.emplace();
   std::optional<kiv::Error> error;
   if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
@@ -112,7 +119,9 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
 
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,
                                                    const std::shared_ptr<KivResource>& resource) {
+  if (!resource) return;
   const Step step(*this);
+  settleBefore(removals_->affect(path) || removals_->affect(*resource));
   resource->setPath(path);
   if (!resource->filesExist()) return;
   loadedResources_->append(resource);
@@ -123,6 +132,7 @@ void KivResourceManager::setLoadedFile_forResource(const std::string& path,
 
 void KivResourceManager::removeOldResourcesForResource(
     const std::shared_ptr<KivResource>& resource) {
+  if (!resource) return;
   auto older = loadedResourcesWithID_copy(resource->resourceID(), false);
   std::erase(older, resource);
   // All leave the registry before any file goes, so that a file which only they share goes too.
@@ -132,11 +142,12 @@ void KivResourceManager::removeOldResourcesForResource(
 }
 
 void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  if (!resource) return;
   const Step step(*this);
   auto paths = resource->useFilePaths();
   for (std::string& path : paths) {
     if (!loadedResources_->isPathUsedByOthers(path, *resource)) {
-      filesToRemove_.insert(std::move(path));
+      removals_->add(std::move(path), resource);
     }
   }
 }

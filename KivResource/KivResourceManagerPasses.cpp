@@ -28,7 +28,10 @@ void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const kiv::Value& config, const std::optional<std::string>& resourceID,
     const std::optional<std::string>& type, bool replace) {
   const Step step(*this);
-  saveChanges();  // so that the new resources do not find files that are to be removed
+  // So that the new resources do not find files that are to be removed; and a list that could not
+  // be written is tried again.
+  listIsChanged_ = listIsChanged_ || listIsOutOfDate_;
+  saveChanges();
   auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(config);
   if (loadingResourcesFilesCount_ > 0) {
     refusePass(resources);
@@ -71,6 +74,7 @@ void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceA
 
 void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resource,
                                        std::shared_ptr<KivResource> counterpart) {
+  if (!resource) return;
   if (counterpart && resource->updated() <= counterpart->updated()) {
     announceLoaded(std::move(counterpart));
   } else {
@@ -91,7 +95,7 @@ void KivResourceManager::finishLoading() {
 
 void KivResourceManager::stopLoading() {
   const Step step(*this);
-  loader_->canselLoading();
+  if (loader_) loader_->canselLoading();
   loadingResourcesFilesCount_ = 0;
   // Not finishLoading(): what a stopped update pass was going to remove stays.
   announceFinish();

@@ -4,16 +4,20 @@
 
 /// The scope of one step of the manager. Steps nest: an operation that is one is made of others.
 ///
-/// Within a step the manager only notes that the list has changed and what observers shall hear.
-/// The end of the outermost step saves the list, once, and then sends what was noted, in order: so
-/// no observer hears of a resource before a list that holds it is on disk, and the cost of the list
-/// is paid once for a whole pass. Completions of downloads that wait in the manager's queue
-/// together share one end too.
+/// Within a step the manager only notes that the list has changed, which files are to go and what
+/// observers shall hear. The end of the outermost step saves the list, once, removes the files, and
+/// then sends what was noted, in order: so no observer hears of a resource before a list that holds
+/// it is on disk, and the cost of the list is paid once for a whole pass.
+///
+/// Downloads that complete in one turn of the queue share one end too. Nobody can tell: no other
+/// job runs before that end, a removal that could change the answer to a question to the disk is
+/// carried out before the question (PendingRemovals), and the last download of a pass does not
+/// share its end.
 class KivResourceManager::Step {
  public:
   enum class End {
     now,
-    withOthers,  ///< Where a job of a queue runs: after the jobs that wait there already.
+    withTurn,  ///< Where a job of a queue runs: when its turn ends.
   };
 
   explicit Step(KivResourceManager& manager, End end = End::now) : manager_(manager), end_(end) {
@@ -23,8 +27,8 @@ class KivResourceManager::Step {
   Step& operator=(const Step&) = delete;
   ~Step() {
     if (--manager_.stepDepth_ > 0) return;
-    if (end_ == End::withOthers) {
-      manager_.endStepLater();
+    if (end_ == End::withTurn) {
+      manager_.endStepWithTurn();
     } else {
       manager_.endStep();
     }

@@ -1,5 +1,8 @@
 #include "KivResource/KivResourceObject.h"
 
+#include <map>
+#include <mutex>
+#include <typeindex>
 #include <typeinfo>
 
 #include "Platform/Foundation/FileManager.h"
@@ -26,6 +29,17 @@ kiv::Value uidOf(const kiv::Dictionary& dictionary) {
 
 kiv::Value valueOf(const std::shared_ptr<kiv::Dictionary>& dictionary) {
   return dictionary ? kiv::Value(*dictionary) : kiv::Value();
+}
+
+/// Of the hosts' own kinds that have been seen.
+struct KnownConstructors {
+  std::mutex mutex;
+  std::map<std::type_index, std::shared_ptr<KivResource> (*)()> constructors;
+};
+
+KnownConstructors& knownConstructors() {
+  static auto& known = *new KnownConstructors;
+  return known;
 }
 
 }  // namespace
@@ -64,12 +78,30 @@ std::shared_ptr<KivResource> KivResource::emptyInstance() const {
 }
 
 std::shared_ptr<KivResource> KivResource::copyWithZone(void* /*zone*/) const {
-  std::shared_ptr<KivResource> copy = emptyInstance();
-  if (!copy) return nullptr;
-  // A class that inherits emptyInstance() would come out as its base class: no copy is better.
-  const KivResource& instance = *copy;
-  if (typeid(instance) != typeid(*this)) return nullptr;
-  return initialised(std::move(copy), contents(resourceDictionary_), engine());
+  auto copy = instanceOfOwnClass();
+  return copy ? initialised(std::move(copy), contents(resourceDictionary_), engine()) : nullptr;
+}
+
+bool KivResource::isCopyable() const {
+  return instanceOfOwnClass() != nullptr;
+}
+
+std::shared_ptr<KivResource> KivResource::instanceOfOwnClass() const {
+  auto instance = emptyInstance();
+  if (!instance) return nullptr;
+  // A class that inherits emptyInstance() would come out as its base class.
+  const KivResource& made = *instance;
+  if (typeid(made) == typeid(*this)) return instance;
+  KnownConstructors& known = knownConstructors();
+  const std::lock_guard lock(known.mutex);
+  const auto found = known.constructors.find(typeid(*this));
+  return found == known.constructors.end() ? nullptr : found->second();
+}
+
+bool KivResource::noteConstructor(const std::type_info& type, Constructor constructor) {
+  KnownConstructors& known = knownConstructors();
+  const std::lock_guard lock(known.mutex);
+  return known.constructors.emplace(type, constructor).second;
 }
 
 bool KivResource::filesExist() const {

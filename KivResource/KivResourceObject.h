@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -37,10 +39,10 @@ class StringList;
 /// A registry finds its resources by an index, and trusts a resource of one of the framework's own
 /// classes to tell it of changes; see kiv::ResourceIndex.
 ///
-/// Deriving a kind: override setUp() and the file operations, emptyInstance() for copies to be of
-/// the kind's own class, valueForProperty() for its properties; and give it an operation that
-/// yields `initialised(std::shared_ptr<Kind>(new Kind), dictionary, engine)`. An override must not
-/// throw.
+/// Deriving a kind: override setUp() and the file operations, and valueForProperty() for its
+/// properties; and give it an operation that yields `initialised(std::make_shared<Kind>(),
+/// dictionary, engine)`. A kind without a public default constructor overrides emptyInstance() too,
+/// so that it can be copied. An override must not throw.
 class KIV_EXPORT KivResource {
  public:
   /// A resource of the dictionary, or nullptr where that is not acceptable. `engine` is the string
@@ -68,10 +70,13 @@ class KIV_EXPORT KivResource {
   virtual void setPath(const std::string& path);
 
   /// A new resource of the receiver's own class, made anew of the current dictionary and engine, or
-  /// nullptr where the dictionary is not acceptable any more, or where the class has no
-  /// emptyInstance() of its own. `options` and properties that the dictionary does not hold are
-  /// not carried over. The argument has no meaning.
+  /// nullptr where the dictionary is not acceptable any more, or where the class cannot be copied.
+  /// `options` and properties that the dictionary does not hold are not carried over. The argument
+  /// has no meaning.
   [[nodiscard]] virtual std::shared_ptr<KivResource> copyWithZone(void* zone = nullptr) const;
+  /// True where copyWithZone() knows how to make an instance of the receiver's own class: by its
+  /// emptyInstance(), or by its default constructor where initialised() has seen the class.
+  [[nodiscard]] bool isCopyable() const;
 
   /// The value of the property of that name: null for one that is none, nothing where the class has
   /// no such property.
@@ -136,7 +141,8 @@ class KIV_EXPORT KivResource {
   /// is then discarded. An override runs its base's set-up first.
   virtual bool setUp(const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// A new instance without contents of the receiver's own class.
+  /// A new instance without contents of the receiver's own class. Not needed for a class with a
+  /// public default constructor.
   [[nodiscard]] virtual std::shared_ptr<KivResource> emptyInstance() const;
 
   /// The given new instance after its set-up, or nullptr where that failed.
@@ -144,6 +150,9 @@ class KIV_EXPORT KivResource {
   static std::shared_ptr<Kind> initialised(std::shared_ptr<Kind> resource,
                                            const kiv::Dictionary& dictionary,
                                            const std::string& engine) {
+    if constexpr (std::is_default_constructible_v<Kind>) {
+      [[maybe_unused]] static const bool isKnown = noteConstructor(typeid(Kind), &construct<Kind>);
+    }
     KivResource& base = *resource;
     return base.setUp(dictionary, engine) ? std::move(resource) : nullptr;
   }
@@ -182,6 +191,16 @@ class KIV_EXPORT KivResource {
   virtual void noteListed() noexcept { isListed_ = true; }
 
  private:
+  using Constructor = std::shared_ptr<KivResource> (*)();
+  template <class Kind>
+  static std::shared_ptr<KivResource> construct() {
+    return std::shared_ptr<KivResource>(new Kind);
+  }
+  /// Instances of the class can be made by the constructor, which is remembered by the process.
+  static bool noteConstructor(const std::type_info& type, Constructor constructor);
+  /// An instance of the receiver's own class, or nullptr where none can be made.
+  [[nodiscard]] std::shared_ptr<KivResource> instanceOfOwnClass() const;
+
   friend class kiv::ResourceIndex;
   friend class kiv::ResourceList;
 

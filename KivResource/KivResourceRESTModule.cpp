@@ -45,11 +45,11 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
     const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
     CompletionHandler completion) {
   const auto task = std::make_shared<KivRESTServiceTask>();
-  task->setPriority(resource->priority());
+  task->setPriority(resource ? resource->priority() : 0);
   task->setRequest(createGetRequestWithURL(mainURLForFileWithLink(fileLink)));
-  if (!task->request()) {
-    completion(std::nullopt, kiv::Error(KivResourceRESTModuleErrorDomain, CreateURLRequestErrorCode,
-                                        "Create request error."));
+  if (!completion) completion = [](const auto&, const auto&) {};
+  if (!task->request() || !restService_) {
+    completion(std::nullopt, createRequestError());
     return;
   }
   task->setRequestMirrorURLs(mirrorURLsForFileWithLink(fileLink));
@@ -61,10 +61,17 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
 }
 
 void KivResourceRESTModule::canselLoading() {
+  if (!restService_) return;
   // The callbacks go first, so that no cancelled task can come back through its caller's handler.
-  for (const auto& task : restService_->currentQueue())
-    task->setCompletionHandler(nullptr);
+  for (const auto& task : restService_->currentQueue()) {
+    if (task) task->setCompletionHandler(nullptr);
+  }
   restService_->cancelAllTasks();
+}
+
+kiv::Error KivResourceRESTModule::createRequestError() {
+  return kiv::Error(KivResourceRESTModuleErrorDomain, CreateURLRequestErrorCode,
+                    "Create request error.");
 }
 
 std::optional<kiv::URLRequest> KivResourceRESTModule::createGetRequestWithURL(

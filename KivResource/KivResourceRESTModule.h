@@ -41,11 +41,11 @@ class KIV_EXPORT KivResourceRESTModule {
   KivResourceRESTModule(const KivResourceRESTModule&) = delete;
   KivResourceRESTModule& operator=(const KivResourceRESTModule&) = delete;
 
-  /// Starts to fetch the file of the link, with the resource's priority. `completion` is called
-  /// exactly once, or never where the download is cancelled: at once, before this returns, with
-  /// error 101 where no request can be made for the link; otherwise later, on the client's queue,
-  /// with the bytes of a response of status 200, error 102 for every other status, or the client's
-  /// own transfer error.
+  /// Starts to fetch the file of the link, with the resource's priority, or 0 without a resource.
+  /// `completion` is called exactly once, or never where the download is cancelled: at once, before
+  /// this returns, with error 101 where no request can be made for the link or there is no client;
+  /// otherwise later, on the client's queue, with the bytes of a response of status 200, error 102
+  /// for every other status, or the client's own transfer error. An empty one does nothing.
   virtual void loadDataForResource_usingFileLink_completionHandler(
       const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
       CompletionHandler completion);
@@ -62,6 +62,9 @@ class KIV_EXPORT KivResourceRESTModule {
   [[nodiscard]] std::optional<kiv::URL> mainURLForFileWithLink(std::string_view fileLink) const;
   /// The file's URL on the reserve server, or an empty array.
   [[nodiscard]] std::vector<kiv::URL> mirrorURLsForFileWithLink(std::string_view fileLink) const;
+
+  /// Error 101, of a download for which no request can be made.
+  static kiv::Error createRequestError();
 
   [[nodiscard]] std::shared_ptr<KivResourceRESTModuleDelegate> delegate() const;
   /// Held weakly.

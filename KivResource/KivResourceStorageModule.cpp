@@ -41,6 +41,13 @@ std::optional<Place> placeOf(std::string_view fileName) {
                kiv::path::appendingPathComponent(resourcesDirectory, stem)};
 }
 
+/// True for the page of an unpacked archive, by the names of the file and its directory alone.
+bool isArchivePage(std::string_view path) {
+  const std::string_view parent = kiv::path::deletingLastPathComponent(path);
+  return kiv::path::lastPathComponent(path) == entryPage &&
+         kiv::path::lastPathComponent(parent) != kiv::path::lastPathComponent(resourcesDirectory);
+}
+
 std::string pathTo(Place place) {
   if (place.packaged) return std::move(*place.packaged);
   return KivStorageService::filePathForFileName_atRelativePath(place.name, place.directory);
@@ -56,15 +63,15 @@ bool KivResourceStorageModule::saveData_withResourceFileName_error(
 
 void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view path,
                                                                 std::optional<kiv::Error>* error) {
-  const std::string_view parent = kiv::path::deletingLastPathComponent(path);
-  const bool isArchivePage =
-      kiv::path::lastPathComponent(path) == entryPage &&
-      kiv::path::lastPathComponent(parent) != kiv::path::lastPathComponent(resourcesDirectory);
-  if (isArchivePage) {
-    kiv::removeArchiveAtPath(std::string(parent), error);
+  if (isArchivePage(path)) {
+    kiv::removeArchiveAtPath(itemRemovedWithPath(path), error);
   } else {
     kiv::FileManager::defaultManager().removeItemAtPath(path, error);
   }
+}
+
+std::string KivResourceStorageModule::itemRemovedWithPath(std::string_view path) {
+  return std::string(isArchivePage(path) ? kiv::path::deletingLastPathComponent(path) : path);
 }
 
 std::string KivResourceStorageModule::resourcesDirectoryPath() {
@@ -75,6 +82,14 @@ std::string KivResourceStorageModule::resourcesDirectoryPath() {
 std::string KivResourceStorageModule::spoolDirectoryPath() {
   const std::string root = KivStorageService::rootPath();
   return root.empty() ? root : kiv::path::appendingPathComponent(root, spoolDirectory);
+}
+
+std::optional<std::string> KivResourceStorageModule::pathOfItemSavedWithName(
+    std::string_view fileName) {
+  const std::string_view name =
+      fileName.ends_with(archiveSuffix) ? kiv::path::deletingPathExtension(fileName) : fileName;
+  if (!kiv::filename::isHarmless(name)) return std::nullopt;
+  return kiv::path::appendingPathComponent(resourcesDirectoryPath(), name);
 }
 
 bool KivResourceStorageModule::saveResourcesList_error(const kiv::Array& resourceDictionaries,

@@ -40,6 +40,8 @@ class KIV_EXPORT KivResourceStorageModule {
   /// host has guarded removals (kiv::FileManager::setRemovalRoots).
   static void removeResourceFileWithPath_error(std::string_view path,
                                                std::optional<kiv::Error>* error = nullptr);
+  /// The path of what that removes: the page's directory, or the file itself.
+  static std::string itemRemovedWithPath(std::string_view path);
 
   /// The absolute path of the directory in which downloaded files and unpacked archives lie;
   /// empty where there is no storage root.
@@ -47,6 +49,10 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the directory for bodies on their way, beside those; empty where there is
   /// no storage root.
   static std::string spoolDirectoryPath();
+
+  /// Where saving under the name puts the file, or the directory of an archive; nothing for a name
+  /// that may not be used.
+  static std::optional<std::string> pathOfItemSavedWithName(std::string_view fileName);
 
   /// Writes the saved list, an array of resource dictionaries, anew and whole. On failure the
   /// previous list stays.

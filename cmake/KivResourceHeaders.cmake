@@ -47,4 +47,5 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceArchiveRemoval.h
   KivResource/KivResourceIndex.h
   KivResource/KivResourceManagerStep.h
+  KivResource/KivResourcePendingRemovals.h
 )

@@ -19,6 +19,45 @@ class KivResourceManagerFilesTest : public ManagerFixture {
   }
 };
 
+// --- A host's own kind ---------------------------------------------------------------------------
+
+/// Counts the files that it was given, and overrides nothing that it does not need.
+class Leaflet : public KivResource {
+ public:
+  static std::shared_ptr<Leaflet> make(const kiv::Dictionary& dictionary) {
+    return initialised(std::make_shared<Leaflet>(), dictionary, "leaflet");
+  }
+  [[nodiscard]] bool filesExist() const override { return !linkForKey("leaflet").isNull(); }
+};
+
+/// One of which the framework can make no other.
+class OneOfAKind final : public Leaflet {
+ public:
+  explicit OneOfAKind(int) {}
+  static std::shared_ptr<OneOfAKind> make(const kiv::Dictionary& dictionary) {
+    return initialised(std::make_shared<OneOfAKind>(1), dictionary, "leaflet");
+  }
+};
+
+kiv::Dictionary leaflet() {
+  return {{"name", "n"},   {"type", "t"},  {"banner_id", "l"},
+          {"priority", 1}, {"updated", 1}, {"leaflet", "there"}};
+}
+
+TEST_F(KivResourceManagerFilesTest, AHostsKindIsInTheAnswersToQueries) {
+  manager->loadFilesForResource(Leaflet::make(leaflet()));
+  ASSERT_EQ(manager->allLoadedResources().size(), 1U);
+  const auto copy = manager->loadedResourcesWithID("l").at(0);
+  EXPECT_TRUE(std::dynamic_pointer_cast<Leaflet>(copy));
+  EXPECT_NE(copy, entry(0));
+}
+
+TEST_F(KivResourceManagerFilesTest, AHostsKindThatCannotBeCopiedIsHandedOutItself) {
+  manager->loadFilesForResource(OneOfAKind::make(leaflet()));
+  EXPECT_THAT(manager->allLoadedResources(), ElementsAre(entry(0)));
+  EXPECT_THAT(manager->loadedResourcesWithType("t"), ElementsAre(entry(0)));
+}
+
 // --- Files found locally -------------------------------------------------------------------------
 
 TEST_F(KivResourceManagerFilesTest, AFileStoredEarlierIsAttachedBeforeTheCallReturns) {

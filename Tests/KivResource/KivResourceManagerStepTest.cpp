@@ -9,6 +9,7 @@
 
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
+#include "Tests/Support/ZipBuilder.h"
 
 namespace {
 
@@ -26,7 +27,22 @@ class KivResourceManagerStepTest : public ManagerFixture {
     });
   }
 
+  void loadThreeBanners() {
+    manager->loadResourcesForConfig(
+        config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
+  }
+
+  /// Has the downloads of the URLs that end so complete as the client's own do that have ended
+  /// together.
+  void completeInOneTurn(const std::vector<std::string>& urlEnds) {
+    std::vector<kiv::DispatchQueue::Job> jobs;
+    for (const std::string& urlEnd : urlEnds)
+      jobs.emplace_back([this, urlEnd] { client->succeed(urlEnd); });
+    kiv::DispatchQueue::main()->async(std::move(jobs), client.get());
+  }
+
   FaultyFileManager files;
+  std::ptrdiff_t savesSeen = 0;
 };
 
 TEST_F(KivResourceManagerStepTest, APassThatFindsItsFilesSavesTheListOnce) {
@@ -50,29 +66,28 @@ TEST_F(KivResourceManagerStepTest, AStepThatIsCalledAloneSavesAtItsEnd) {
   EXPECT_EQ(saves(), 3);
 }
 
-TEST_F(KivResourceManagerStepTest, CompletionsThatWaitInTheQueueTogetherShareOneSave) {
-  manager->loadResourcesForConfig(
-      config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
-  for (const char* name : {"/a.png", "/b.png", "/c.png"}) {
-    kiv::DispatchQueue::main()->async([this, name] { client->succeed(name); });
-  }
+TEST_F(KivResourceManagerStepTest, DownloadsThatCompleteInOneTurnShareOneSave) {
+  loadThreeBanners();
+  completeInOneTurn({"/a.png", "/b.png"});
+  kiv::DispatchQueue::main()->async([this] { savesSeen = saves(); });
   kiv::DispatchQueue::main()->drain();
-  EXPECT_EQ(saves(), 0);
-  EXPECT_TRUE(observer->events.empty());
-  kiv::DispatchQueue::main()->drain();
-  EXPECT_EQ(saves(), 1);
-  EXPECT_EQ(savedList().size(), 3U);
-  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "loaded c", "finished"));
+  EXPECT_EQ(savesSeen, 1);
+  EXPECT_EQ(savedList().size(), 2U);
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b"));
   EXPECT_EQ(saves(), 1);
 }
 
-TEST_F(KivResourceManagerStepTest, TheirFilesShareOneWaitForTheDiskBeforeTheListIsSaved) {
-  manager->loadResourcesForConfig(
-      config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
-  for (const char* name : {"/a.png", "/b.png", "/c.png"}) {
+TEST_F(KivResourceManagerStepTest, ADownloadThatCompletesInATurnOfItsOwnSavesAtItsEnd) {
+  loadThreeBanners();
+  for (const char* name : {"/a.png", "/b.png"})
     kiv::DispatchQueue::main()->async([this, name] { client->succeed(name); });
-  }
   kiv::DispatchQueue::main()->drain();
+  EXPECT_EQ(saves(), 2);
+}
+
+TEST_F(KivResourceManagerStepTest, TheFilesOfATurnShareOneWaitForTheDiskBeforeTheListIsSaved) {
+  loadThreeBanners();
+  completeInOneTurn({"/a.png", "/b.png"});
   takeEvents();
   std::vector<std::string> steps;
   for (const auto& operation : files.operations()) {
@@ -82,8 +97,160 @@ TEST_F(KivResourceManagerStepTest, TheirFilesShareOneWaitForTheDiskBeforeTheList
       steps.push_back("sync");
     }
   }
-  EXPECT_THAT(steps, ElementsAre("file", "file", "file", "sync", "list"));
+  EXPECT_THAT(steps, ElementsAre("file", "file", "sync", "list"));
 }
+
+TEST_F(KivResourceManagerStepTest, TheCountIsZeroWhenTheListIsSavedAndTheFinishIsSent) {
+  loadThreeBanners();
+  kiv::DispatchQueue::main()->async([this] {
+    for (const char* name : {"/a.png", "/b.png", "/c.png"})
+      client->succeed(name);
+    EXPECT_EQ(manager->loadingResourcesFilesCount(), 0);
+    EXPECT_EQ(savedList().size(), 3U);
+  });
+  kiv::DispatchQueue::main()->drain();
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "loaded c", "finished"));
+}
+
+TEST_F(KivResourceManagerStepTest, AHostThatDrainsWhileTheCountIsAboveZeroHasTheListAndCallbacks) {
+  loadThreeBanners();
+  completeInOneTurn({"/a.png", "/b.png", "/c.png"});
+  while (manager->loadingResourcesFilesCount() > 0)
+    kiv::DispatchQueue::main()->drain();
+  EXPECT_EQ(savedList().size(), 3U);
+  kiv::DispatchQueue::main()->drain();
+  EXPECT_EQ(observer->count("finished"), 1U);
+}
+
+TEST_F(KivResourceManagerStepTest, AJobBehindACompletionSeesListAndRegistryAgree) {
+  loadThreeBanners();
+  completeInOneTurn({"/a.png", "/b.png"});
+  std::size_t loaded = 0;
+  std::size_t saved = 0;
+  kiv::DispatchQueue::main()->async([&] {
+    loaded = manager->allLoadedResources().size();
+    saved = savedList().size();
+  });
+  completeInOneTurn({"/c.png"});
+  kiv::DispatchQueue::main()->drain();
+  EXPECT_EQ(loaded, 2U);
+  EXPECT_EQ(saved, 2U);
+}
+
+// --- Observers -----------------------------------------------------------------------------------
+
+TEST_F(KivResourceManagerStepTest, AnObserverThatIsAddedLaterInTheTurnHearsNothingOfIt) {
+  loadThreeBanners();
+  const auto late = std::make_shared<kiv::test::RecordingObserver>();
+  kiv::DispatchQueue::main()->async([&] {
+    client->succeed("/a.png");
+    manager->addObserver(late);
+    client->succeed("/b.png");
+  });
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b"));
+  EXPECT_THAT(late->events, ElementsAre("loaded b"));
+}
+
+TEST_F(KivResourceManagerStepTest, AnObserverThatIsRemovedInTheTurnHearsNothingMore) {
+  loadThreeBanners();
+  kiv::DispatchQueue::main()->async([&] {
+    client->succeed("/a.png");
+    manager->removeObserver(observer);
+    manager->addObserver(observer);
+    client->succeed("/b.png");
+  });
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded b"));
+}
+
+// --- Files of replaced versions ------------------------------------------------------------------
+
+TEST_F(KivResourceManagerStepTest, AFileThatIsToBeRemovedCompletesNothing) {
+  load({banner("w", 1, "i.png")});
+  manager->updateResourcesForConfig(
+      config({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")}));
+  completeInOneTurn({"/n.png", "/v.mp4"});
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
+  EXPECT_THAT(registry(), ElementsAre("w"));
+  EXPECT_FALSE(exists(stored("i.png")));
+  EXPECT_TRUE(exists(stored("v.mp4")));
+  manager->updateResourcesForConfig(
+      config({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")}));
+  client->succeed("/x/i.png");
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded v", "finished"));
+}
+
+TEST_F(KivResourceManagerStepTest, SoItDoesWhereALinkLeadsToTheRoot) {
+  load({banner("w", 1, "i.png")});
+  const std::string link = root() + ".link";
+  std::filesystem::create_directory_symlink(root(), link);
+  KivStorageService::setRootPath(link);
+  restart();
+  manager->updateResourcesForConfig(
+      config({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")}));
+  completeInOneTurn({"/n.png", "/v.mp4"});
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
+  EXPECT_FALSE(exists(stored("i.png")));
+}
+
+TEST_F(KivResourceManagerStepTest, AFileInUseByAnotherPathStays) {
+  load({banner("w", 1, "i.png")});
+  const std::string link = root() + ".link";
+  std::filesystem::create_directory_symlink(root(), link);
+  KivStorageService::setRootPath(link);
+  restart();
+  manager->updateResourcesForConfig(config({banner("w", 2, "x/i.png")}));
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
+  EXPECT_THAT((*manager->loadedResources())[0]->useFilePaths(),
+              ElementsAre(link + "/KivResource/Resources/i.png"));
+  EXPECT_TRUE(exists(stored("i.png")));
+}
+
+TEST_F(KivResourceManagerStepTest, ThePageOfAReplacedVersionMakesRoomForAFileOfItsName) {
+  manager->loadResourcesForConfig(config({page("w", 1, "p.zip")}));
+  client->succeed("/p.zip", kiv::test::ZipBuilder().addFile("index.html", "page").build());
+  takeEvents();
+  manager->updateResourcesForConfig(config({page("w", 2, "n.html"), banner("b", 1, "p")}));
+  completeInOneTurn({"/n.html", "/p"});
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded b", "finished"));
+  EXPECT_EQ(read(stored("p")), "bytes");
+}
+
+// --- A list that cannot be saved -----------------------------------------------------------------
+
+TEST_F(KivResourceManagerStepTest, StoppingWritesNoListAfterAFailedSave) {
+  loadThreeBanners();
+  files.setFailingOperation("createFile", ENOSPC);
+  manager->loadFilesForResource(KivResource::initWithDictionary_engine(plain("p", 1), "eco_other"));
+  files.setFailingOperation("", 0);
+  manager->stopLoading();
+  EXPECT_EQ(saves(), 0);
+  EXPECT_FALSE(exists(listPath()));
+  manager->loadResourcesForConfig(config({plain("q", 1)}));
+  EXPECT_EQ(savedList().size(), 2U);
+}
+
+TEST_F(KivResourceManagerStepTest, StoppingKeepsWhatCompletedBeforeInTheTurn) {
+  loadThreeBanners();
+  kiv::DispatchQueue::main()->async([this] {
+    client->succeed("/a.png");
+    manager->stopLoading();
+    EXPECT_EQ(savedList().size(), 1U);
+  });
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
+}
+
+TEST_F(KivResourceManagerStepTest, FilesOfAReplacedVersionStayUntilTheListIsSaved) {
+  load({banner("w", 1, "i.png")});
+  manager->updateResourcesForConfig(config({banner("w", 2, "n.png")}));
+  files.setFailingMove(listPath());
+  client->succeed("/n.png");
+  EXPECT_TRUE(exists(stored("i.png")));
+  files.setFailingMove("");
+  manager->loadResourcesForConfig(config({plain("q", 1)}));
+  EXPECT_FALSE(exists(stored("i.png")));
+}
+
+// --- Who hears when ------------------------------------------------------------------------------
 
 TEST_F(KivResourceManagerStepTest, ACallOfTheHostBetweenCompletionsKeepsTheOrder) {
   manager->loadResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));

@@ -474,24 +474,47 @@ TEST(KivResourceObjectTest, AHostsKindGetsItsPathsIntoADictionaryThatItHadNot) {
   EXPECT_EQ(*coupon->resourceDictionary(), (Dictionary{{"coupon", "/data/spring.pdf"}}));
 }
 
-/// A kind that does not say how to make an empty instance of it.
+/// A kind that overrides only what it needs for its files.
+class Leaflet : public KivResource {
+ public:
+  static std::shared_ptr<Leaflet> initWithDictionary_engine(const Dictionary& dictionary,
+                                                            const std::string& engine) {
+    return initialised(std::make_shared<Leaflet>(), dictionary, engine);
+  }
+  [[nodiscard]] bool filesExist() const override { return true; }
+};
+
+TEST(KivResourceObjectTest, AHostsKindWithADefaultConstructorIsCopiedByIt) {
+  const auto leaflet = Leaflet::initWithDictionary_engine(plainItem(), "host");
+  ASSERT_TRUE(leaflet);
+  EXPECT_TRUE(leaflet->isCopyable());
+  const auto copy = std::dynamic_pointer_cast<Leaflet>(leaflet->copyWithZone());
+  ASSERT_TRUE(copy);
+  EXPECT_NE(copy, leaflet);
+  EXPECT_EQ(copy->name(), "Spring");
+  leaflet->setResourceDictionary(nullptr);
+  EXPECT_FALSE(leaflet->copyWithZone());
+}
+
+/// A kind that can only be made with what it needs.
 class Uncopyable : public KivResource {
  public:
-  Uncopyable() = default;
+  explicit Uncopyable(int) {}
   static std::shared_ptr<Uncopyable> initWithDictionary_engine(const Dictionary& dictionary,
                                                                const std::string& engine) {
-    return initialised(std::make_shared<Uncopyable>(), dictionary, engine);
+    return initialised(std::make_shared<Uncopyable>(1), dictionary, engine);
   }
 };
 
-TEST(KivResourceObjectTest, AHostsKindWithoutEmptyInstanceHasNoCopyRatherThanOneOfItsBase) {
+TEST(KivResourceObjectTest, AHostsKindThatCannotBeMadeHasNoCopyRatherThanOneOfItsBase) {
   const auto resource = Uncopyable::initWithDictionary_engine(plainItem(), "host");
   ASSERT_TRUE(resource);
+  EXPECT_FALSE(resource->isCopyable());
   EXPECT_FALSE(resource->copyWithZone());
 }
 
 /// A kind that refuses to be copied.
-class Refusing : public Uncopyable {
+class Refusing : public Leaflet {
  public:
   static std::shared_ptr<Refusing> initWithDictionary_engine(const Dictionary& dictionary,
                                                              const std::string& engine) {
@@ -505,6 +528,7 @@ class Refusing : public Uncopyable {
 TEST(KivResourceObjectTest, AHostsKindWhoseEmptyInstanceIsNoneHasNoCopy) {
   const auto resource = Refusing::initWithDictionary_engine(plainItem(), "host");
   ASSERT_TRUE(resource);
+  EXPECT_FALSE(resource->isCopyable());
   EXPECT_FALSE(resource->copyWithZone());
 }
 

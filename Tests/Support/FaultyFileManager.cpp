@@ -79,6 +79,11 @@ void FaultyFileManager::setUnreadableFile(std::string path) {
   unreadableFile_ = std::move(path);
 }
 
+void FaultyFileManager::setFailingMove(std::string newPath) {
+  const std::lock_guard guard(mutex_);
+  failingMove_ = std::move(newPath);
+}
+
 void FaultyFileManager::setObserver(std::function<void(const Operation&)> observer) {
   const std::lock_guard guard(mutex_);
   observer_ = std::move(observer);
@@ -101,6 +106,7 @@ bool FaultyFileManager::writesShort() const {
 
 int FaultyFileManager::faultOf(const Operation& operation) const {
   if (!failingName_.empty() && operation.name == failingName_) return failingNumber_;
+  if (!failingMove_.empty() && operation.newPath == failingMove_) return EIO;
   if (refusesExchanges_ && operation.name == "exchange") return EINVAL;
   if (!fault_ || count_ < fault_->at) return 0;
   return count_ == fault_->at || fault_->repeat == Repeat::fromThenOn ? fault_->number : 0;

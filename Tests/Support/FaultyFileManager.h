@@ -40,6 +40,8 @@ class FaultyFileManager : public ForwardingFileManager {
   void setFault(std::optional<Fault> fault);
   /// Makes the operations of that name fail with the error, whatever their number; empty for none.
   void setFailingOperation(std::string name, int number);
+  /// Has nothing be moved to the path; empty for none.
+  void setFailingMove(std::string newPath);
   /// Gives the disk that many free bytes; nothing brings the real ones back.
   void setAvailableSpace(std::optional<std::uint64_t> bytes);
   /// Has the disk keep no account of its space.
@@ -94,6 +96,7 @@ class FaultyFileManager : public ForwardingFileManager {
   std::optional<Fault> fault_;
   std::string failingName_;
   int failingNumber_ = 0;
+  std::string failingMove_;
   bool refusesExchanges_ = false;
   bool allowsBatchSyncs_ = false;
   std::optional<std::uint64_t> availableSpace_;

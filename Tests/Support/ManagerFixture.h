@@ -43,7 +43,8 @@ class ManagerFixture : public CacheFixture {
 
   /// The events since the last call, in order.
   std::vector<std::string> takeEvents() {
-    kiv::DispatchQueue::main()->drain();
+    while (kiv::DispatchQueue::main()->drain() > 0) {
+    }
     return std::exchange(observer->events, {});
   }
 

@@ -1,0 +1,88 @@
+#include "KivResource/KivResourcePendingRemovals.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "KivResource/KivResourceIndex.h"
+#include "KivResource/KivResourceList.h"
+#include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/Path.h"
+
+namespace kiv {
+
+namespace {
+
+std::optional<std::string> resolved(std::string_view path) {
+  return FileManager::defaultManager().resolvedPathOfItemAtPath(path);
+}
+
+/// The path of the directory entry itself, whether or not one is there: a link in the last
+/// component is not followed.
+std::string placeOf(std::string_view path) {
+  const auto directory = resolved(path::deletingLastPathComponent(path));
+  if (!directory) return std::string(path);
+  return path::appendingPathComponent(*directory, path::lastPathComponent(path));
+}
+
+}  // namespace
+
+void PendingRemovals::add(std::string path, std::shared_ptr<const KivResource> user) {
+  if (!paths_.insert(path).second) return;
+  const std::string item = KivResourceStorageModule::itemRemovedWithPath(path);
+  places_.insert(placeOf(item));
+  if (auto target = resolved(item)) places_.insert(std::move(*target));
+  files_.push_back({std::move(path), std::move(user)});
+}
+
+bool PendingRemovals::affect(std::string_view path) const {
+  if (empty()) return false;
+  const auto target = resolved(path);
+  if (!target) return false;  // nothing is there that could be taken away
+  return takeAway(*target) || takeAway(placeOf(path));
+}
+
+bool PendingRemovals::affectSaving(std::string_view path) const {
+  if (empty()) return false;
+  const std::string place = placeOf(path);
+  if (takeAway(place)) return true;
+  const std::string below = place + "/";
+  const auto first = places_.lower_bound(below);
+  return first != places_.end() && first->starts_with(below);
+}
+
+bool PendingRemovals::takeAway(std::string_view place) const {
+  while (place.size() > 1) {
+    if (places_.contains(place)) return true;
+    place = path::deletingLastPathComponent(place);
+  }
+  return false;
+}
+
+/// A kind of a host's own may ask the disk for anything.
+bool PendingRemovals::affect(const KivResource& resource) const {
+  if (empty()) return false;
+  if (!isOfFrameworkClass(resource)) return true;
+  const auto paths = resource.useFilePaths();
+  return std::any_of(paths.begin(), paths.end(),
+                     [this](const std::string& path) { return affect(path); });
+}
+
+void PendingRemovals::removeUnused(const ResourceList& registry) {
+  paths_.clear();
+  places_.clear();
+  for (const File& file : std::exchange(files_, {})) {
+    if (registry.isPathUsedByOthers(file.path, *file.user)) continue;
+    KivResourceStorageModule::removeResourceFileWithPath_error(file.path);
+  }
+}
+
+void PendingRemovals::clear() {
+  files_.clear();
+  paths_.clear();
+  places_.clear();
+}
+
+}  // namespace kiv
