@@ -16,6 +16,10 @@ void HeaderListDeleter::operator()(void* list) const noexcept {
   curl_slist_free_all(static_cast<curl_slist*>(list));
 }
 
+EasyHandle makeEasyHandle() {
+  return EasyHandle(curl_easy_init());
+}
+
 MultiHandle makeMultiHandle() {
   return MultiHandle(curl_multi_init());
 }

@@ -26,6 +26,7 @@ using MultiHandle = std::unique_ptr<void, MultiHandleDeleter>;
 using HeaderList = std::unique_ptr<void, HeaderListDeleter>;
 
 /// A new handle; empty where memory or descriptors have run out. The library must be prepared.
+EasyHandle makeEasyHandle();
 MultiHandle makeMultiHandle();
 /// A list with one header; empty where memory has run out.
 HeaderList makeHeaderList(const std::string& header);

@@ -4,7 +4,8 @@
 
 namespace kiv {
 
-/// Sets an option of an easy handle; false where memory has run out, or libcurl does not know it.
+/// Sets an option of an easy handle; false where libcurl refuses it: it does not know the option,
+/// the value does not suit it or the state that the handle is in, or memory has run out.
 template <class Value>
 bool setOption(void* handle, CURLoption option, Value value) {
   return curl_easy_setopt(handle, option, value) == CURLE_OK;

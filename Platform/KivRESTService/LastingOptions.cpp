@@ -1,7 +1,6 @@
 #include "Platform/KivRESTService/LastingOptions.h"
 
 #include <string>
-#include <utility>
 
 #include <curl/curl.h>
 
@@ -52,12 +51,9 @@ bool setSecurityOptions(void* handle, const KivRESTServiceSettings& settings) {
 
 }  // namespace
 
-EasyHandle makeEasyHandle(const KivRESTServiceSettings& settings) {
-  EasyHandle handle(curl_easy_init());
-  const bool isReady = handle && setGeneralOptions(handle.get(), settings) &&
-                       setConnectionOptions(handle.get(), settings) &&
-                       setSecurityOptions(handle.get(), settings);
-  return isReady ? std::move(handle) : EasyHandle();
+bool setLastingOptions(void* easyHandle, const KivRESTServiceSettings& settings) {
+  return setGeneralOptions(easyHandle, settings) && setConnectionOptions(easyHandle, settings) &&
+         setSecurityOptions(easyHandle, settings);
 }
 
 }  // namespace kiv

@@ -8,6 +8,7 @@
 
 #include "Platform/KivRESTService/CurlErrors.h"
 #include "Platform/KivRESTService/CurlOption.h"
+#include "Platform/KivRESTService/LastingOptions.h"
 #include "Platform/KivRESTService/RedirectPolicy.h"
 #include "Platform/KivRESTService/RetryPolicy.h"
 #include "Platform/KivRESTService/TransferErrors.h"
@@ -38,9 +39,15 @@ Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirecto
 
 Transfer::~Transfer() = default;
 
-bool Transfer::prepare() {
+std::optional<TransferOutcome> Transfer::prepare() {
   startOver();
-  return setOptions() && setRange();
+  if (handle_ && setOptions()) return std::nullopt;
+  // One that has been used keeps its receive buffer while other requests share its connection, and
+  // refuses another size.
+  handle_ = makeEasyHandle();
+  if (!handle_) return failed(Code::outOfResources);
+  if (setLastingOptions(handle_.get(), settings_) && setOptions()) return std::nullopt;
+  return failed(Code::unknown, "the request could not be prepared");
 }
 
 void Transfer::startOver() {
@@ -58,8 +65,12 @@ void Transfer::noteLengths() noexcept {
   expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
 }
 
-/// What the handle has been given for a transfer before this one is overwritten or taken back.
 bool Transfer::setOptions() {
+  return setRequest() && setRange();
+}
+
+/// What the handle has been given for a transfer before this one is overwritten or taken back.
+bool Transfer::setRequest() {
   void* const handle = handle_.get();
   constexpr const char* none = nullptr;
   return setOption(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
@@ -200,8 +211,7 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   }
   ++redirects_;
   url_ = std::get<URL>(std::move(target));
-  if (!prepare()) return failed(Code::outOfResources);
-  return std::nullopt;
+  return prepare();
 }
 
 /// What gave out; empty where it was memory.
@@ -238,7 +248,7 @@ TransferOutcome Transfer::failed(Code code, std::string_view what) const {
 }
 
 EasyHandle Transfer::takeHandle() {
-  return std::move(handle_);
+  return check_->hasHeaders() ? std::move(handle_) : EasyHandle();
 }
 
 }  // namespace kiv

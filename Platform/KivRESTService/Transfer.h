@@ -20,22 +20,22 @@ namespace kiv {
 /// one thread at a time.
 class Transfer {
  public:
-  /// `handle` must have its lasting options (see LastingOptions.h); `settings`, `spool` and
-  /// `buffers` must outlive the transfer, which reads `readSize` bytes at one time.
+  /// `handle` is one that another transfer of the same client has left, or empty; `settings`,
+  /// `spool` and `buffers` must outlive the transfer, which reads `readSize` bytes at one time.
   Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
            BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
-  /// Makes the handle ready to run; false where that failed.
-  bool prepare();
+  /// Makes a handle ready to run. How the try ends where that failed; otherwise nothing.
+  std::optional<TransferOutcome> prepare();
   /// The handle to run.
   [[nodiscard]] void* handle() const noexcept { return handle_.get(); }
   /// Lets no more than that many bytes a second come in from now on; 0 for any number.
   void limitSpeed(std::int64_t bytesPerSecond);
   /// To be called when the handle has run, with its result code. Nothing where the server redirects
-  /// elsewhere: the handle is then ready to run again.
+  /// elsewhere: the handle, which may be another one, is then ready to run.
   std::optional<TryResult> finish(int result);
 
   /// Bytes of the body that are here, and those that there will be, as far as the server told. May
@@ -43,7 +43,8 @@ class Transfer {
   [[nodiscard]] std::int64_t bytesReceived() const noexcept { return received_; }
   [[nodiscard]] std::optional<std::int64_t> bytesExpected() const noexcept;
 
-  /// Gives the handle back for another transfer. Nothing else may follow.
+  /// Gives the handle back for another transfer; empty where its last request got no response, for
+  /// then libcurl may leave it in a state in which it takes no options. Nothing else may follow.
   EasyHandle takeHandle();
 
  private:
@@ -55,6 +56,7 @@ class Transfer {
 
   void startOver();
   bool setOptions();
+  bool setRequest();
   bool setRange();
   void noteLengths() noexcept;
   bool takeHeaderLine(std::string_view line);

@@ -19,6 +19,10 @@ EasyHandle TransferLane::takeSpareHandle() {
   return handle;
 }
 
+void TransferLane::keepSpareHandle(EasyHandle handle) {
+  if (handle) spareHandles_.push_back(std::move(handle));
+}
+
 void TransferLane::close() {
   takeRunning();
   releaseDropped();

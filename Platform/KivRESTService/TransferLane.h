@@ -38,7 +38,8 @@ class TransferLane {
 
   /// A handle that another transfer has left; empty where there is none.
   EasyHandle takeSpareHandle();
-  void keepSpareHandle(EasyHandle handle) { spareHandles_.push_back(std::move(handle)); }
+  /// Does nothing with an empty one.
+  void keepSpareHandle(EasyHandle handle);
 
   // --- On the lane's thread ---
 

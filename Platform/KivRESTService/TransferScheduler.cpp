@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "Platform/KivRESTService/Backlog.h"
-#include "Platform/KivRESTService/LastingOptions.h"
 #include "Platform/KivRESTService/RedirectPolicy.h"
 #include "Platform/KivRESTService/Transfer.h"
 #include "Platform/KivRESTService/TransferErrors.h"
@@ -159,12 +158,9 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
   if (const auto objection = objectionToURL(url); !objection.empty()) {
     return failure(Code::unsupportedURL, url, objection);
   }
-  auto handle = lane.takeSpareHandle();
-  if (!handle) handle = makeEasyHandle(settings_);
-  if (!handle) return failure(Code::outOfResources, url);
   download.transfer = std::make_unique<Transfer>(url, settings_, spool_, *buffers_,
-                                                 readSize_.bytes(), std::move(handle));
-  if (!download.transfer->prepare()) return failure(Code::outOfResources, url);
+                                                 readSize_.bytes(), lane.takeSpareHandle());
+  if (auto problem = download.transfer->prepare()) return problem;
   lane.assign(download);
   download.lane = &lane;
   download.state = Download::State::running;

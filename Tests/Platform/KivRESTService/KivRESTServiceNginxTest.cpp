@@ -120,6 +120,33 @@ TEST(KivRESTServiceNginx, HTTP2IsSpokenWhereTheHostWantsIt) {
   EXPECT_NE(log.find("GET /file 200 HTTP/1.1"), std::string::npos) << log;
 }
 
+TEST(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
+  NginxServer server("location /moved { rewrite ^/moved/(.*)$ /$1 redirect; }");
+  ASSERT_TRUE(server.isRunning());
+  std::vector<std::string> files;
+  for (std::size_t number = 0; number < 60; ++number) {
+    files.emplace_back(number * number * 100, static_cast<char>('a' + number % 26));
+    server.addFile(std::to_string(number), files.back());
+  }
+  auto settings = trusting(server);
+  settings.http2 = true;
+  settings.threads = 1;
+  settings.parallelTransfers = settings.parallelTransfersPerHost = 20;
+  KivRESTService client(settings);
+  std::vector<Load> loads;
+  for (std::size_t number = 0; number < files.size(); ++number) {
+    const std::string path = (number % 2 == 0 ? "/moved/" : "/") + std::to_string(number);
+    loads.emplace_back(client, server.secureURL(path));
+  }
+  for (std::size_t number = 0; number < files.size(); ++number) {
+    ASSERT_TRUE(loads[number].waitForEnd());
+    EXPECT_EQ(loads[number].status(), 200) << loads[number].message();
+    EXPECT_TRUE(loads[number].body() == files[number]) << number;
+    EXPECT_EQ(loads[number].task()->figures().tries, 1);
+  }
+  EXPECT_NE(server.stopAndTakeLog().find(" 200 HTTP/2.0"), std::string::npos);
+}
+
 TEST(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
   NginxServer server;
   ASSERT_TRUE(server.isRunning());

@@ -101,6 +101,17 @@ TEST_F(KivRESTServiceSettingsTest, ALimitedClientIsOutrunByOneThatIsNot) {
   limited.cancelAllTasks();
 }
 
+TEST_F(KivRESTServiceSettingsTest, ASettingThatCannotBeSetIsNoWantOfMemory) {
+  server_.serve("/a", Response::ok("x"));
+  settings_.userAgent = std::string(9'000'000, 'x');  // libcurl takes 8,000,000 bytes
+  KivRESTService client(settings_);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(KivRESTServiceErrorCode::unknown));
+  EXPECT_EQ(load.message(),
+            "Could not load \"" + server_.url("/a") + "\": the request could not be prepared.");
+}
+
 TEST_F(KivRESTServiceSettingsTest, ASpoolDirectoryIsNamedBeforeTheFirstTask) {
   KivRESTService client(settings_);
   client.setSpoolDirectory("/some/where");

@@ -1,0 +1,125 @@
+#include "Tests/Support/FakeHostName.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <dlfcn.h>
+#include <map>
+#include <mutex>
+#include <netdb.h>
+#include <optional>
+
+namespace kiv::test {
+
+namespace {
+
+using Answer = FakeHostName::Answer;
+
+struct Entry {
+  Answer answer;
+  std::size_t lookUps = 0;
+  std::size_t waiting = 0;
+};
+
+/// The names that are faked now. Never destroyed: a look-up may outlive the tests.
+class Names {
+ public:
+  static Names& shared() {
+    static auto& names = *new Names;
+    return names;
+  }
+
+  void add(const std::string& name, Answer answer) {
+    const std::lock_guard lock(mutex_);
+    entries_.emplace(name, Entry{answer});
+  }
+
+  void remove(const std::string& name) {
+    std::unique_lock lock(mutex_);
+    Entry& entry = entries_.at(name);
+    entry.answer = Answer::noSuchName;
+    changed_.notify_all();
+    changed_.wait(lock, [&] { return entry.waiting == 0; });
+    entries_.erase(name);
+  }
+
+  void change(const std::string& name, Answer answer) {
+    const std::lock_guard lock(mutex_);
+    entries_.at(name).answer = answer;
+    changed_.notify_all();
+  }
+
+  std::size_t lookUps(const std::string& name) {
+    const std::lock_guard lock(mutex_);
+    return entries_.at(name).lookUps;
+  }
+
+  /// Nothing for a name that is not faked. Waits while the answer is silence.
+  std::optional<Answer> lookUp(const char* name) {
+    std::unique_lock lock(mutex_);
+    const auto found = name ? entries_.find(name) : entries_.end();
+    if (found == entries_.end()) return std::nullopt;
+    Entry& entry = found->second;
+    ++entry.lookUps;
+    ++entry.waiting;
+    changed_.wait(lock, [&] { return entry.answer != Answer::silence; });
+    --entry.waiting;
+    changed_.notify_all();
+    return entry.answer;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::map<std::string, Entry, std::less<>> entries_;
+};
+
+std::string newName() {
+  static std::atomic<int> count = 0;
+  return "name" + std::to_string(++count) + ".test";
+}
+
+}  // namespace
+
+FakeHostName::FakeHostName(Answer answer) : name_(newName()) {
+  Names::shared().add(name_, answer);
+}
+
+FakeHostName::~FakeHostName() {
+  Names::shared().remove(name_);
+}
+
+void FakeHostName::setAnswer(Answer answer) {
+  Names::shared().change(name_, answer);
+}
+
+std::string FakeHostName::in(std::string url) const {
+  const std::string address = "127.0.0.1";
+  return url.replace(url.find(address), address.size(), name_);
+}
+
+std::size_t FakeHostName::lookUps() const {
+  return Names::shared().lookUps(name_);
+}
+
+}  // namespace kiv::test
+
+// A program's own definition of a function comes before that of the C library, also for the shared
+// libraries that it is linked with.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
+                                                                  const char* service,
+                                                                  const addrinfo* hints,
+                                                                  addrinfo** result) {
+  using kiv::test::FakeHostName;
+  static const auto systems =
+      reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+  const auto answer = kiv::test::Names::shared().lookUp(name);
+  if (!answer) return systems(name, service, hints, result);
+  switch (*answer) {
+    case FakeHostName::Answer::loopback:
+      return systems("127.0.0.1", service, hints, result);
+    case FakeHostName::Answer::serverFails:
+      return EAI_AGAIN;
+    default:
+      return EAI_NONAME;
+  }
+}
