@@ -75,6 +75,7 @@ bool Transfer::setRequest() {
   constexpr const char* none = nullptr;
   return setOption(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
          setOption(handle, CURLOPT_BUFFERSIZE, static_cast<long>(readSize_)) &&
+         setOption(handle, CURLOPT_FRESH_CONNECT, isOnFreshConnection_ ? 1L : 0L) &&
          setOption(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
          setOption(handle, CURLOPT_HEADERDATA, this) &&
          setOption(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
@@ -158,6 +159,7 @@ std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
 
 std::optional<TryResult> Transfer::finish(int result) {
   auto ended = outcome(result);
+  if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
   if (!ended) return std::nullopt;
   TryResult tried(std::move(*ended));
   describe(result, tried);
@@ -210,7 +212,24 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
     return TransferOutcome::failed(std::move(*refusal));
   }
   ++redirects_;
+  isOnFreshConnection_ = false;
   url_ = std::get<URL>(std::move(target));
+  return prepare();
+}
+
+/// True where no response came on a connection that had served before, or none that is HTTP. What
+/// was read may be the rest of what the server sent to the request before, and the server may have
+/// been about to close the connection.
+bool Transfer::mayBeTheConnectionsFault(const TransferOutcome& ended) const {
+  if (isOnFreshConnection_ || bodyHasBegun_ || !ended.error) return false;
+  const auto code = static_cast<Code>(ended.error->code);
+  const bool isLost = code == Code::connectionLost && !check_->hasHeaders();
+  if (!isLost && code != Code::malformedResponse) return false;
+  return info<long>(handle_.get(), CURLINFO_NUM_CONNECTS) == 0;
+}
+
+std::optional<TransferOutcome> Transfer::askOnFreshConnection() {
+  isOnFreshConnection_ = true;
   return prepare();
 }
 

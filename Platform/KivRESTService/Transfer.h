@@ -34,8 +34,9 @@ class Transfer {
   [[nodiscard]] void* handle() const noexcept { return handle_.get(); }
   /// Lets no more than that many bytes a second come in from now on; 0 for any number.
   void limitSpeed(std::int64_t bytesPerSecond);
-  /// To be called when the handle has run, with its result code. Nothing where the server redirects
-  /// elsewhere: the handle, which may be another one, is then ready to run.
+  /// To be called when the handle has run, with its result code. Nothing where there is another
+  /// request to make: the server redirects elsewhere, or has to be asked once more on a connection
+  /// of its own. The handle, which may be another one, is then ready to run.
   std::optional<TryResult> finish(int result);
 
   /// Bytes of the body that are here, and those that there will be, as far as the server told. May
@@ -64,6 +65,8 @@ class Transfer {
 
   std::optional<TransferOutcome> outcome(int result);
   std::optional<TransferOutcome> followRedirect();
+  [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
+  std::optional<TransferOutcome> askOnFreshConnection();
   void describe(int result, TryResult& tried);
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
@@ -80,6 +83,7 @@ class Transfer {
   std::optional<RangeAsked> range_;
   int redirects_ = 0;
   std::optional<ResponseCheck> check_;
+  bool isOnFreshConnection_ = false;  // as it was asked to be
   bool bodyHasBegun_ = false;
   bool cannotStore_ = false;  // memory or disk gave out
   std::atomic<std::int64_t> received_ = 0;

@@ -109,6 +109,11 @@ Response& Response::thenCloseUnannounced() {
   return endAt(std::string::npos, End::close);
 }
 
+Response& Response::thenAlso(std::string bytes) {
+  surplus_ = std::move(bytes);
+  return *this;
+}
+
 Response& Response::drip(std::size_t piece, std::chrono::milliseconds pause) {
   piece_ = piece;
   pause_ = pause;
@@ -137,7 +142,7 @@ bool ResponseWriter::write(const Response& response) {
   if (!mayBegin || !send(response.head()) || !writeBody(response)) return false;
   switch (response.end_) {
     case Response::End::keepOpen:
-      return true;
+      return send(response.surplus_);
     case Response::End::close:
       return false;
     case Response::End::reset:

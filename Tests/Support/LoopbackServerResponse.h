@@ -65,6 +65,9 @@ class Response {
   Response& thenClose();
   /// Closes the connection after the whole response, which does not say so.
   Response& thenCloseUnannounced();
+  /// Sends these bytes too, after the whole response, which does not count them, and keeps the
+  /// connection open.
+  Response& thenAlso(std::string bytes);
   /// Sends the body in pieces of that size, with a pause after each.
   Response& drip(std::size_t piece, std::chrono::milliseconds pause);
   /// Sends the body again and again until the client goes.
@@ -88,6 +91,7 @@ class Response {
   std::optional<std::pair<std::size_t, Gate>> gate_;
   std::size_t endPlace_ = std::string::npos;
   End end_ = End::keepOpen;
+  std::string surplus_;
   std::size_t piece_ = 64 * 1024;
   std::chrono::milliseconds pause_{0};
   bool isEndless_ = false;
