@@ -25,6 +25,7 @@ BodySink::~BodySink() {
 std::optional<RangeAsked> BodySink::range() const {
   if (!partial_ || !partial_->record()) return std::nullopt;
   const PartialRecord& record = *partial_->record();
+  if (record.restFailed) return std::nullopt;
   std::int64_t first = partial_->length();
   // There is no range behind the end: of a body that is here whole, the last byte is asked for,
   // which says that the rest is still the same version.
@@ -84,6 +85,10 @@ bool BodySink::flush() {
 std::optional<Data> BodySink::finish() {
   if (!isOnDisk_) return buffers_.data(std::move(memory_));
   return PartialBody::finish(std::move(partial_), &error_);
+}
+
+void BodySink::askOtherwise() {
+  if (partial_ && partial_->record()) partial_->setRestFailed(!partial_->record()->restFailed);
 }
 
 void BodySink::discard() {

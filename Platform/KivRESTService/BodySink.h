@@ -30,7 +30,8 @@ class BodySink {
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
 
-  /// What to ask the server for instead of the whole file; nothing where nothing is kept.
+  /// What to ask the server for instead of the whole file; nothing where nothing is kept, or
+  /// where the last request for the rest failed.
   [[nodiscard]] std::optional<RangeAsked> range() const;
   /// True where what is kept came from that URL.
   [[nodiscard]] bool isFrom(const URL& url) const;
@@ -45,6 +46,9 @@ class BodySink {
   bool flush();
   /// The body is whole. Nothing, with an error, where it cannot be handed on.
   std::optional<Data> finish();
+  /// The response had nothing of the file: the next try asks for the whole where this one asked for
+  /// the rest, and for the rest where this one asked for the whole.
+  void askOtherwise();
   /// Nothing that is kept of the file is of use.
   void discard();
 

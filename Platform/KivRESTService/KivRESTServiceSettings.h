@@ -72,7 +72,7 @@ struct KivRESTServiceSettings {
   /// missing; empty where every body is to stay in memory. Clients of several processes may use
   /// one directory. Bodies that are not whole stay there, so that a later try goes on with them.
   std::string spoolDirectory;
-  /// A partial body that nobody has gone on with for this long is removed.
+  /// A partial body to which nothing has been added for this long is removed.
   std::chrono::hours longestPartialAge{7 * 24};
   /// Bytes that partial bodies may take together; the oldest go first.
   std::int64_t largestPartials = 1024 * 1024 * 1024;

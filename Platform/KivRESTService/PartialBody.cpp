@@ -59,13 +59,13 @@ bool PartialBody::begin(PartialRecord record, std::optional<Error>* error) {
   if (!file_) return false;
   if (record.version.validator().empty()) return true;
   record_ = std::move(record);
+  record_->date = secondsNow();
   return writeRecord(error);
 }
 
 /// Not synced, as the part itself is not: a record from before a power cut is not believed.
 bool PartialBody::writeRecord(std::optional<Error>* error) {
   removeIfThere(recordPath_);
-  record_->date = secondsNow();
   const auto file = files().createFileAtPath(recordPath_, error);
   return file && file->write(record_->text(), error) && file->close(error);
 }
@@ -73,21 +73,37 @@ bool PartialBody::writeRecord(std::optional<Error>* error) {
 bool PartialBody::goOn(std::int64_t length, std::optional<Error>* error) {
   file_ = files().openFileAtPath_length(partPath_, static_cast<std::uint64_t>(length), error);
   length_ = length;
-  return file_ && writeRecord(error);
+  isDateOld_ = true;
+  return file_ != nullptr;
+}
+
+void PartialBody::setRestFailed(bool failed) {
+  if (!record_) return;
+  record_->restFailed = failed;
+  writeRecord(nullptr);
+}
+
+/// A response that has only begun does not make the part any younger.
+bool PartialBody::write(std::string_view bytes, std::optional<Error>* error) {
+  if (std::exchange(isDateOld_, false)) {
+    record_->date = secondsNow();
+    if (!writeRecord(error)) return false;
+  }
+  return file_->write(bytes, error);
 }
 
 bool PartialBody::append(std::string_view bytes, std::optional<Error>* error) {
   if (block_.size() + bytes.size() > block_.capacity() && !flush(error)) return false;
   block_.reserve(blockSize);
   length_ += static_cast<std::int64_t>(bytes.size());
-  if (bytes.size() > blockSize) return file_->write(bytes, error);
+  if (bytes.size() > blockSize) return write(bytes, error);
   block_.append(bytes);
   return true;
 }
 
 bool PartialBody::flush(std::optional<Error>* error) {
   if (!file_ || block_.empty()) return true;
-  const bool isWritten = file_->write(block_, error);
+  const bool isWritten = write(block_, error);
   block_.clear();
   return isWritten;
 }
@@ -111,6 +127,7 @@ void PartialBody::discard() {
   block_.clear();
   file_.reset();
   record_.reset();
+  isDateOld_ = false;
   length_ = 0;
   removeIfThere(recordPath_);
   removeIfThere(partPath_);

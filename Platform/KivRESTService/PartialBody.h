@@ -39,11 +39,14 @@ class PartialBody {
   /// Begins the body anew; what was there is gone. The record is kept with it where it has a
   /// validator.
   bool begin(PartialRecord record, std::optional<Error>* error);
-  /// Goes on after the first `length` bytes, no more than are there.
+  /// Goes on after the first `length` bytes, no more than are there. The record gets a new date
+  /// when a byte is added.
   bool goOn(std::int64_t length, std::optional<Error>* error);
   /// The bytes may wait in memory until flush(), or until the object goes.
   bool append(std::string_view bytes, std::optional<Error>* error);
   bool flush(std::optional<Error>* error);
+  /// Notes in the record how the last request for the rest came out.
+  void setRestFailed(bool failed);
   /// The body is whole: hands its file on. Nothing else may follow.
   static std::optional<Data> finish(std::unique_ptr<PartialBody> body, std::optional<Error>* error);
   /// Keeps nothing.
@@ -53,6 +56,7 @@ class PartialBody {
   PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock);
 
   bool writeRecord(std::optional<Error>* error);
+  bool write(std::string_view bytes, std::optional<Error>* error);
   void removeIfThere(const std::string& path);
 
   const std::string partPath_;
@@ -63,6 +67,7 @@ class PartialBody {
   std::unique_ptr<WritableFile> file_;  // while it is being written
   std::string block_;                   // of it, what has not been written yet
   std::int64_t length_ = 0;
+  bool isDateOld_ = false;  // nothing has been added since the date
   bool isHandedOn_ = false;
 };
 

@@ -15,6 +15,7 @@ constexpr std::string_view entityTagKey = "entityTag";
 constexpr std::string_view lastModifiedKey = "lastModified";
 constexpr std::string_view lengthKey = "length";
 constexpr std::string_view dateKey = "date";
+constexpr std::string_view restFailedKey = "restFailed";
 constexpr std::string_view bootKey = "boot";
 
 /// A length or a date; nothing where it is absent or beyond the range.
@@ -33,6 +34,7 @@ std::string PartialRecord::text() const {
                                    {lastModifiedKey, version.lastModified},
                                    {lengthKey, length},
                                    {dateKey, date},
+                                   {restFailedKey, restFailed},
                                    {bootKey, bootIdentity()}});
 }
 
@@ -46,6 +48,7 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   record.version = {entries[entityTagKey].string(), entries[lastModifiedKey].string()};
   record.length = number(entries[lengthKey]);
   record.date = number(entries[dateKey]).value_or(0);
+  record.restFailed = entries[restFailedKey].boolean();
   const std::string_view boot = entries[bootKey].stringView();
   const bool isUsable = !record.url.empty() && !record.version.validator().empty() &&
                         !boot.empty() && boot == bootIdentity();

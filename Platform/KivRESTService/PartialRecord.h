@@ -15,7 +15,9 @@ struct PartialRecord {
   std::string finalURL;                ///< That gave the body, after redirects.
   BodyVersion version;                 ///< Without a validator the part is of no use later.
   std::optional<std::int64_t> length;  ///< Of the whole body.
-  std::int64_t date = 0;               ///< When it was last gone on with, in seconds since 1970.
+  std::int64_t date = 0;               ///< When a try last began to add to it, in s since 1970.
+  /// The last request for the rest brought none of it: the next one is to be for the whole.
+  bool restFailed = false;
 
   /// The text of the file that keeps the record. It names this run of the computer: since the part
   /// is not synced, what another run left may have holes.

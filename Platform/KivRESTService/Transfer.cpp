@@ -190,19 +190,31 @@ TransferOutcome Transfer::finishBody() {
 void Transfer::describe(int result, TryResult& tried) {
   void* const handle = handle_.get();
   const bool wasReached = info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
-  const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
   const bool succeeded = tried.outcome.body.has_value();
-  tried.startsOver = !succeeded && (check_->deniesRange() || cameFromElsewhere);
-  // What breaks for good would break again: a body beyond the bound, or a disk without room.
-  const auto code = tried.errorCode();
-  if (tried.startsOver || (code && !mayPass(*code))) sink_.discard();
   tried.isUnreachable = result != CURLE_OK && !wasReached && redirects_ == 0;
-  tried.madeProgress = !succeeded && sink_.hasGrown();
+  if (!succeeded) settlePart(tried);
   tried.retryAfter = check_->retryAfter();
   tried.resumedBytes = succeeded ? sink_.resumed() : 0;
   tried.endedWithConnection = succeeded && check_->endsWithConnection();
   tried.timeToFirstByte =
       std::chrono::microseconds(info<curl_off_t>(handle, CURLINFO_STARTTRANSFER_TIME_T));
+}
+
+/// What a failed try leaves of the file, and what the next one is to ask for. A server that was not
+/// reached has said nothing about either.
+void Transfer::settlePart(TryResult& tried) {
+  const auto code = tried.errorCode();
+  const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
+  tried.startsOver = check_->deniesRange() || cameFromElsewhere;
+  // A body beyond the bound, or a disk without room: that would come again.
+  const bool isBeyondUs = code == Code::bodyTooLarge || code == Code::outOfResources;
+  const bool isSpoilt = bodyHasBegun_ && code && !mayPass(*code);
+  if (tried.startsOver || isBeyondUs || isSpoilt) sink_.discard();
+  tried.madeProgress = sink_.hasGrown();
+  const bool gaveTheWhole = bodyHasBegun_ && !check_->isContinuation();
+  if (tried.isUnreachable || tried.madeProgress || gaveTheWhole || isBeyondUs) return;
+  tried.restFailed = range_.has_value();
+  sink_.askOtherwise();
 }
 
 std::optional<TransferOutcome> Transfer::followRedirect() {

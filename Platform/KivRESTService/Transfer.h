@@ -68,6 +68,7 @@ class Transfer {
   [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
   std::optional<TransferOutcome> askOnFreshConnection();
   void describe(int result, TryResult& tried);
+  void settlePart(TryResult& tried);
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
   [[nodiscard]] TransferOutcome broken(int result) const;

@@ -43,14 +43,16 @@ void TransferPlan::record(std::size_t server, TryResult result, RetryPolicy& pol
   Server& tried = servers_[server];
   ++tries_;
   if (result.outcome.body) success_ = server;
-  if (!result.startsOver) ++tried.tries;
-  if (result.startsOver) {
+  // What cannot pass may still be the server's answer to requests for the rest alone.
+  const bool startsOver = result.startsOver || (result.restFailed && !isPassing(result));
+  if (!startsOver) ++tried.tries;
+  if (startsOver) {
     tried.notBefore = now;
   } else if (isPassing(result)) {
     if (!result.madeProgress) ++tried.spent;
     tried.failures = result.madeProgress ? 1 : tried.failures + 1;
     tried.notBefore = now + policy.wait(tried.failures, result.retryAfter);
-    tried.isDone = tried.spent >= triesPerServer_;
+    tried.isDone = tried.spent >= triesPerServer_ && !result.restFailed;
   } else {
     tried.isDone = true;
   }

@@ -28,6 +28,8 @@ struct TryResult {
   /// What was kept of the file has turned out to be of no use, and is gone: the try says nothing
   /// about the server.
   bool startsOver = false;
+  /// The try asked for the rest of the file and got none of it: the next one asks for the whole.
+  bool restFailed = false;
   /// The server wants to be left alone for this long.
   std::optional<std::chrono::milliseconds> retryAfter;
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,8 @@
 #include "Tests/Platform/KivRESTService/Load.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/Support/NginxServer.h"
 #include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
@@ -142,7 +145,7 @@ TEST_F(KivRESTServiceResume, TriesWithoutProgressAreSpent) {
   const Load load(client, url());
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::connectionLost));
-  EXPECT_EQ(ranges(), (Ranges{"", "bytes=10000-", "bytes=10000-", "bytes=10000-"}));
+  EXPECT_EQ(ranges(), (Ranges{"", "bytes=10000-", "", ""}));
 }
 
 TEST_F(KivRESTServiceResume, AnotherVersionStartsOver) {
@@ -212,21 +215,6 @@ TEST_F(KivRESTServiceResume, AServerThatNeverGivesTheRestOfAFileIsNotAskedForEve
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
 }
 
-TEST_F(KivRESTServiceResume, MoreThanTheRestIsNotTaken) {
-  leavePart(60'000);
-  server_.serve("/a", [&](const Request& request) {
-    if (!request.header("Range")) return rangeResponse(request, body_, "\"a\"");
-    return Response::status(206, std::string(50'000, 'x'))
-        .chunked()
-        .header("Content-Range", "bytes 60000-99999/100000");
-  });
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::malformedResponse));
-  EXPECT_FALSE(load.hasBody());
-}
-
 TEST_F(KivRESTServiceResume, OfABodyThatIsTooLargeNothingIsKept) {
   server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").chunked());
   settings_.largestBody = 50'000;
@@ -262,17 +250,163 @@ TEST_F(KivRESTServiceResume, ADateTellsTheVersionToo) {
   expectWhole(load, body_);
 }
 
-TEST_F(KivRESTServiceResume, AnErrorInBetweenLeavesThePartAlone) {
-  leavePart(60'000);
-  auto count = std::make_shared<std::atomic<int>>(0);
-  server_.serve("/a", [&, count](const Request& request) {
-    return (*count)++ == 0 ? Response::status(503) : rangeResponse(request, body_, "\"a\"");
-  });
+/// What servers do with a request for the rest that give the whole file to a plain one.
+struct BrokenRange {
+  const char* name;
+  Response response;
+};
+
+void PrintTo(const BrokenRange& range, std::ostream* out) {
+  *out << range.name;
+}
+
+/// The rest from byte 60,000 as it should come; the cases below add a fault to it.
+Response rest() {
+  return Response::status(206, patternedBytes(100'000).substr(60'000))
+      .header("Content-Range", "bytes 60000-99999/100000")
+      .header("ETag", "\"a\"");
+}
+
+std::vector<BrokenRange> brokenRanges() {
+  static const RefusingServer dead;
+  const std::string head = "HTTP/1.1 206 Partial\r\nContent-Range: bytes 60000-99999/100000\r\n";
+  return {
+      {"BadRequest", Response::status(400)},
+      {"Forbidden", Response::status(403)},
+      {"NotFound", Response::status(404)},
+      {"ServerError", Response::status(500)},
+      {"Unavailable", Response::status(503).header("Retry-After", "0")},
+      {"AnotherStatus", Response::status(299)},
+      {"ClosedWithoutAByte", Response::nothing()},
+      {"ResetWithoutAByte", Response::nothing().resetAt(0)},
+      {"Silent", Response::nothing().stallAt(0)},
+      {"ClosedInHeaders", Response::raw(head)},
+      {"SilentInHeaders", Response::raw(head + "X").stallAt(head.size())},
+      {"ClosedAfterHeaders", rest().closeAt(0)},
+      {"ResetAfterHeaders", rest().resetAt(0)},
+      {"SilentAfterHeaders", rest().stallAt(0)},
+      {"Garbage", Response::raw("here you are")},
+      {"TwoLengths", rest().header("Content-Length", "39999")},
+      {"NoChunks", Response::raw(head + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n")},
+      {"GarbageAfterAChunk",
+       Response::raw(head + "Transfer-Encoding: chunked\r\n\r\n3\r\nxxx\r\nxyz\r\n")},
+      {"MoreThanTheRest", Response::status(206, std::string(50'000, 'x'))
+                              .chunked()
+                              .header("Content-Range", "bytes 60000-99999/100000")},
+      {"OtherTransferCoding", rest().withoutLength().header("Transfer-Encoding", "gzip")},
+      {"RedirectToNothing", Response::redirect(302, "/b")},
+      {"RedirectToADeadServer", Response::redirect(302, dead.url("/a"))},
+      {"RedirectToAnotherScheme", Response::redirect(302, "ftp://127.0.0.1/a")},
+  };
+}
+
+class BrokenRanges : public KivRESTServiceResume, public testing::WithParamInterface<BrokenRange> {
+ protected:
+  void breakRanges() {
+    settings_.stallTimeout = std::chrono::seconds(1);
+    leavePart(60'000);
+    server_.serve("/a", [this](const Request& request) {
+      return request.header("Range") ? GetParam().response : rangeResponse(request, body_, "\"a\"");
+    });
+  }
+};
+
+TEST_P(BrokenRanges, AreFollowedByARequestForTheWhole) {
+  breakRanges();
+  settings_.triesPerServer = 1;
   KivRESTService client(settings_);
   const Load load(client, url());
   ASSERT_TRUE(load.waitForEnd());
   expectWhole(load, body_);
-  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", "bytes=60000-"}));
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
+  EXPECT_EQ(load.task()->figures().failedTries.size(), 1U);
+  EXPECT_EQ(load.completions(), 1);
+}
+
+TEST_P(BrokenRanges, AreFollowedByItInTheNextPassWhereNoTryIsLeft) {
+  breakRanges();
+  settings_.triesInAll = 1;
+  {
+    KivRESTService client(settings_);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_FALSE(load.hasBody());
+  }
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BrokenRanges, testing::ValuesIn(brokenRanges()),
+                         [](const auto& range) { return std::string(range.param.name); });
+
+TEST_F(KivRESTServiceResume, ARestThatComesInPartIsGoneOnWith) {
+  leavePart(60'000);
+  serve({1});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", "bytes=60001-"}));
+}
+
+TEST_F(KivRESTServiceResume, APartOutlivesAServerThatIsDown) {
+  leavePart(60'000);
+  server_.serve("/a", Response::status(503));
+  {
+    KivRESTService client(settings_);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.status(), 503);
+  }
+  EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
+  former_ = server_.requests("/a").size();
+  serve({});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  EXPECT_EQ(load.task()->figures().resumedBytes, 60'000);
+}
+
+/// The server is out of reach: through a proxy that cannot be reached either.
+class OutOfReach : public KivRESTServiceResume {
+ protected:
+  void expectThatThePartStays(const std::string& proxy, Code expected) {
+    leavePart(60'000);
+    {
+      auto settings = settings_;
+      settings.proxy = proxy;
+      KivRESTService client(settings);
+      const Load load(client, url());
+      ASSERT_TRUE(load.waitForEnd());
+      EXPECT_EQ(load.errorCode(), codeOf(expected)) << load.message();
+    }
+    serve({});
+    KivRESTService client(settings_);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    expectWhole(load, body_);
+    EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  }
+};
+
+TEST_F(OutOfReach, ARefusedConnectionLeavesThePart) {
+  const RefusingServer proxy;
+  expectThatThePartStays(proxy.url(), Code::cannotConnect);
+}
+
+TEST_F(OutOfReach, ANameThatIsNotFoundLeavesThePart) {
+  expectThatThePartStays("http://no-such-host.invalid:1", Code::cannotResolveHost);
+}
+
+TEST_F(OutOfReach, AHandshakeThatFailsLeavesThePart) {
+  const NginxServer proxy;
+  ASSERT_TRUE(proxy.isRunning());
+  expectThatThePartStays(proxy.secureURL(), Code::secureConnectionFailed);
 }
 
 TEST_F(KivRESTServiceResume, OfAPartThatIsWholeTheLastByteIsAskedFor) {
@@ -420,6 +554,20 @@ TEST_P(FullDisk, EndsTheTaskAndIsNotTriedAgain) {
   EXPECT_NE(load.message().find("No space left on device"), std::string::npos) << load.message();
   EXPECT_EQ(ranges().size(), 1U);
   EXPECT_TRUE(spooled().empty()) << "what takes up the disk goes";
+}
+
+TEST_F(KivRESTServiceResume, ARestForWhichTheDiskHasNoRoomIsNotAskedForAgain) {
+  leavePart(60'000);
+  serve({});
+  FaultyFileManager files;
+  KivRESTService client(settings_);
+  files.setFailingOperation("write", ENOSPC);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  files.setFailingOperation("", 0);
+  EXPECT_EQ(load.errorCode(), codeOf(Code::outOfResources));
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  EXPECT_TRUE(spooled().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FullDisk,

@@ -270,6 +270,42 @@ TEST_F(SpoolDirectoryTest, SweepingRemovesWhatIsOld) {
   EXPECT_TRUE(isKept(url("b")));
 }
 
+TEST_F(SpoolDirectoryTest, APartThatIsGoneOnWithInVainGrowsOld) {
+  settings_.longestPartialAge = std::chrono::hours(2);
+  leave(url("a"), "12345");
+  setAge(url("a"), 2 * 3600 - 60);
+  {
+    const auto body = spool().find(url("a"));
+    ASSERT_TRUE(body && body->goOn(5, nullptr));
+  }
+  setAge(url("a"), 120);
+  EXPECT_FALSE(isKept(url("a")));
+}
+
+TEST_F(SpoolDirectoryTest, APartToWhichAByteIsAddedIsYoungAgain) {
+  settings_.longestPartialAge = std::chrono::hours(2);
+  leave(url("a"), "12345");
+  setAge(url("a"), 2 * 3600 - 60);
+  {
+    const auto body = spool().find(url("a"));
+    ASSERT_TRUE(body && body->goOn(5, nullptr) && body->append("6", nullptr));
+  }
+  setAge(url("a"), 120);
+  EXPECT_TRUE(isKept(url("a")));
+}
+
+TEST_F(SpoolDirectoryTest, HowTheLastRequestForTheRestCameOutIsKept) {
+  leave(url("a"), "12345");
+  setAge(url("a"), 60);
+  const auto date = spool().find(url("a"))->record()->date;
+  EXPECT_FALSE(spool().find(url("a"))->record()->restFailed);
+  spool().find(url("a"))->setRestFailed(true);
+  EXPECT_TRUE(spool().find(url("a"))->record()->restFailed);
+  EXPECT_EQ(spool().find(url("a"))->record()->date, date);
+  spool().find(url("a"))->setRestFailed(false);
+  EXPECT_FALSE(spool().find(url("a"))->record()->restFailed);
+}
+
 TEST_F(SpoolDirectoryTest, SweepingRemovesTheOldestWhereTheyAreTooLarge) {
   settings_.largestPartials = 2500;
   for (const char* const name : {"a", "b", "c"})

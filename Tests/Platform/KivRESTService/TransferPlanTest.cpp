@@ -204,6 +204,46 @@ TEST(TransferPlan, StartingOverIsNotSpentAndComesAtOnce) {
   EXPECT_TRUE(walk.waits.empty());
 }
 
+/// Counts the tries of a server that answers so to requests for the rest, and then to all others.
+std::size_t triesAfterARest(const std::string& toTheRest, const std::string& later, int allowed) {
+  KivRESTServiceSettings settings;
+  settings.triesPerServer = allowed;
+  Walk walk(1, settings);
+  walk.next();
+  kiv::TryResult result(outcome(toTheRest, 0));
+  result.restFailed = true;
+  walk.record(std::move(result));
+  while (walk.next())
+    walk.record(outcome(later, 0));
+  return walk.order.size();
+}
+
+TEST(TransferPlan, TheWholeIsAskedForAfterARestThatDidNotCome) {
+  EXPECT_EQ(triesAfterARest("503", "200", 1), 2U);
+  EXPECT_EQ(triesAfterARest("lost", "200", 1), 2U);
+  EXPECT_EQ(triesAfterARest("403", "200", 1), 2U);
+  EXPECT_EQ(triesAfterARest("E", "200", 1), 2U);
+}
+
+TEST(TransferPlan, ARestThatDidNotComeIsSpentWhereItMayPass) {
+  EXPECT_EQ(triesAfterARest("503", "503", 3), 3U);
+  EXPECT_EQ(triesAfterARest("503", "503", 1), 2U);
+  EXPECT_EQ(triesAfterARest("403", "503", 3), 4U);
+  EXPECT_EQ(triesAfterARest("403", "403", 3), 2U);
+}
+
+TEST(TransferPlan, TheWholeIsAskedForAtOnceWhereTheAnswerCannotPass) {
+  KivRESTServiceSettings settings;
+  settings.firstRetryDelay = 1000ms;
+  Walk walk(1, settings);
+  walk.next();
+  kiv::TryResult result(outcome("403", 0));
+  result.restFailed = true;
+  walk.record(std::move(result));
+  EXPECT_EQ(walk.next(), 0U);
+  EXPECT_TRUE(walk.waits.empty());
+}
+
 TEST(TransferPlan, AnAvoidedServerComesLastButComes) {
   Walk walk(3, {});
   walk.avoided = {0};
