@@ -59,6 +59,10 @@ struct KivRESTServiceSettings {
 
   /// Bytes of the largest body taken. A body without end stops here.
   std::int64_t largestBody = std::int64_t{2} * 1024 * 1024 * 1024;
+  /// Takes bodies over HTTP/1.1 that have neither length nor chunks, of which only the end of the
+  /// connection marks the end, as some small servers send them. Off: such a body may be cut short
+  /// without anyone noticing. The figures of a task that took one say so (endedWithConnection).
+  bool takesBodiesWithoutLength = false;
   /// Bytes of the largest body kept in memory. Larger ones go to a file in the spool directory,
   /// where one has been named.
   std::int64_t largestBodyInMemory = 1024 * 1024;

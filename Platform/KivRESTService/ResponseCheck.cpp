@@ -88,7 +88,7 @@ bool ResponseCheck::refuse(Code code, std::string what) {
 }
 
 bool ResponseCheck::endsWithConnection() const noexcept {
-  return isFile() && !length_ && !transferEncoding_ && !isHTTP2_;
+  return isFile() && !expectedBytes() && !transferEncoding_ && !isHTTP2_;
 }
 
 std::optional<std::int64_t> ResponseCheck::fileLength() const noexcept {
@@ -274,12 +274,16 @@ bool ResponseCheck::checkFile() {
                   "the server's response has a content coding that was not asked for");
   }
   if (fileLength() && *fileLength() > largestBody_) return refuse(Code::bodyTooLarge, {});
-  // A cut connection looks exactly like the end of such a body. HTTP/1.0 had no other way to send a
-  // body of unknown length; HTTP/1.1 has the chunked coding for it.
-  if (endsWithConnection() && !isHTTP10_) {
-    return refuse(Code::malformedResponse, "the server's response does not tell its length");
-  }
-  return true;
+  return checkEnd();
+}
+
+/// A cut connection looks exactly like the end of a body that ends with it. HTTP/1.0 had no other
+/// way to send a body of unknown length; HTTP/1.1 has the chunked coding for it.
+bool ResponseCheck::checkEnd() {
+  if (!endsWithConnection() || isHTTP10_ || openEnds_ == OpenEnds::all) return true;
+  return refuse(Code::malformedResponse,
+                "the server's response does not tell its length, and the setting "
+                "takesBodiesWithoutLength is off");
 }
 
 bool ResponseCheck::addBodyBytes(std::size_t count) {

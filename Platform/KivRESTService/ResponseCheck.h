@@ -51,11 +51,17 @@ class KIV_EXPORT ResponseCheck {
   static constexpr std::int64_t largestUnwantedBody = 64 * 1024;
 
   enum class Protocols { http1, http1AndHTTP2 };
+  /// Over which protocols a body is taken of which only the end of the connection marks the end.
+  enum class OpenEnds { http10, all };
 
   /// `largestBody` is the number of bytes that a file may have.
   explicit ResponseCheck(std::int64_t largestBody, std::optional<RangeAsked> range = std::nullopt,
-                         Protocols protocols = Protocols::http1)
-      : largestBody_(largestBody), range_(std::move(range)), protocols_(protocols) {}
+                         Protocols protocols = Protocols::http1,
+                         OpenEnds openEnds = OpenEnds::http10)
+      : largestBody_(largestBody),
+        range_(std::move(range)),
+        protocols_(protocols),
+        openEnds_(openEnds) {}
   ResponseCheck(const ResponseCheck&) = delete;
   ResponseCheck& operator=(const ResponseCheck&) = delete;
 
@@ -104,6 +110,7 @@ class KIV_EXPORT ResponseCheck {
   bool readContentLength();
   bool checkTransferCoding();
   bool checkFile();
+  bool checkEnd();
   bool checkRange();
   [[nodiscard]] bool fitsRange() const;
   [[nodiscard]] std::optional<std::int64_t> expectedBytes() const noexcept;
@@ -113,6 +120,7 @@ class KIV_EXPORT ResponseCheck {
   const std::int64_t largestBody_;
   const std::optional<RangeAsked> range_;
   const Protocols protocols_;
+  const OpenEnds openEnds_;
   Stage stage_ = Stage::statusLine;
   std::optional<Problem> problem_;
   std::size_t headerBytes_ = 0;

@@ -52,9 +52,11 @@ std::optional<TransferOutcome> Transfer::prepare() {
 
 void Transfer::startOver() {
   using Protocols = ResponseCheck::Protocols;
+  using OpenEnds = ResponseCheck::OpenEnds;
   const bool mayBeHTTP2 = settings_.http2 && url_.scheme() == "https";
   check_.emplace(settings_.largestBody, range_,
-                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1);
+                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1,
+                 settings_.takesBodiesWithoutLength ? OpenEnds::all : OpenEnds::http10);
   bodyHasBegun_ = false;
   noteLengths();
 }

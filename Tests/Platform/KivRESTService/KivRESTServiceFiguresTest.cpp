@@ -91,6 +91,65 @@ TEST_F(KivRESTServiceFiguresTest, ABodyThatEndsWithTheConnectionIsNoted) {
   EXPECT_FALSE(with.task()->figures().endedWithConnection);
 }
 
+/// Bodies over HTTP/1.1 with neither length nor chunks.
+class BodiesWithoutLength : public KivRESTServiceFiguresTest {
+ protected:
+  static Response withoutLength() { return Response::ok("12345").withoutLength(); }
+
+  Load load(const Response& response, bool isTaken) {
+    server_.serve("/a", response);
+    auto settings = KivRESTService::defaultSettings();
+    settings.takesBodiesWithoutLength = isTaken;
+    KivRESTService client(settings);
+    Load load(client, server_.url("/a"));
+    EXPECT_TRUE(load.waitForEnd());
+    return load;
+  }
+};
+
+TEST_F(BodiesWithoutLength, AreTakenAndNotedWhereTheHostWantsIt) {
+  for (auto response : {withoutLength().thenClose(), withoutLength().thenCloseUnannounced()}) {
+    const Load taken = load(response, true);
+    EXPECT_EQ(taken.body(), "12345") << taken.message();
+    EXPECT_TRUE(taken.task()->figures().endedWithConnection);
+  }
+  const Load empty = load(Response::ok("").withoutLength().thenClose(), true);
+  EXPECT_TRUE(empty.hasBody());
+  EXPECT_TRUE(empty.task()->figures().endedWithConnection);
+}
+
+TEST_F(BodiesWithoutLength, AreNotNotedWhereTheyHaveOneAfterAll) {
+  EXPECT_FALSE(load(Response::ok("12345"), true).task()->figures().endedWithConnection);
+  EXPECT_FALSE(load(Response::ok("12345").chunked(), true).task()->figures().endedWithConnection);
+}
+
+TEST_F(BodiesWithoutLength, AreRefusedByDefaultWithTheNameOfTheSetting) {
+  EXPECT_FALSE(KivRESTServiceSettings().takesBodiesWithoutLength);
+  const Load refused = load(withoutLength().thenClose(), false);
+  EXPECT_EQ(refused.errorCode(), codeOf(Code::malformedResponse));
+  EXPECT_FALSE(refused.hasBody());
+  EXPECT_FALSE(refused.task()->figures().endedWithConnection);
+  EXPECT_NE(refused.message().find("takesBodiesWithoutLength"), std::string::npos)
+      << refused.message();
+}
+
+TEST_F(BodiesWithoutLength, AreNotWholeWhereTheConnectionBreaks) {
+  const Load reset = load(withoutLength().resetAt(3), true);
+  EXPECT_EQ(reset.errorCode(), codeOf(Code::connectionLost)) << reset.message();
+  EXPECT_FALSE(reset.hasBody());
+}
+
+TEST_F(BodiesWithoutLength, AreBoundedAsOthersAre) {
+  server_.serve("/a", Response::ok(std::string(9999, 'x')).withoutLength().endless());
+  auto settings = KivRESTService::defaultSettings();
+  settings.takesBodiesWithoutLength = true;
+  settings.largestBody = 100'000;
+  KivRESTService client(settings);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge)) << load.message();
+}
+
 TEST_F(KivRESTServiceFiguresTest, TheEndHandlerComesBeforeEachCompletion) {
   server_.serve("/a", Response::ok("12345"));
   server_.serve("/b", Response::status(404));

@@ -109,6 +109,16 @@ TEST(ResponseCheckRange, TheRestMustHaveItsLength) {
   EXPECT_FALSE(many.addBodyBytes(6));
 }
 
+TEST(ResponseCheckRange, TheRestNeedsNoOtherLength) {
+  ResponseCheck check(1000, fromFive);
+  ASSERT_TRUE(feed(check, partial("bytes 5-9/10")));
+  EXPECT_FALSE(check.endsWithConnection()) << "its range tells where it ends";
+  EXPECT_TRUE(check.addBodyBytes(4));
+  check.end();
+  ASSERT_TRUE(check.problem());
+  EXPECT_EQ(check.problem()->code, KivRESTServiceErrorCode::connectionLost);
+}
+
 TEST(ResponseCheckRange, TheBoundHoldsForTheWholeFile) {
   ResponseCheck check(9, RangeAsked{5, std::nullopt, versionA});
   EXPECT_FALSE(feed(check, partial("bytes 5-9/10")));

@@ -155,6 +155,24 @@ TEST(ResponseCheck, OverHTTP10TheEndOfTheConnectionEndsTheBody) {
   EXPECT_FALSE(check.problem());
 }
 
+TEST(ResponseCheck, OverHTTP11ABodyWithoutLengthIsRefusedWithTheNameOfTheSetting) {
+  ResponseCheck check(largestBody);
+  feed(check, "HTTP/1.1 200 OK\nServer: small");
+  ASSERT_TRUE(check.problem());
+  EXPECT_EQ(check.problem()->code, malformed);
+  EXPECT_NE(check.problem()->what.find("takesBodiesWithoutLength"), std::string::npos);
+}
+
+TEST(ResponseCheck, OverHTTP11ABodyWithoutLengthIsTakenWhereTheHostWantsIt) {
+  ResponseCheck check(largestBody, std::nullopt, ResponseCheck::Protocols::http1,
+                      ResponseCheck::OpenEnds::all);
+  feed(check, "HTTP/1.1 200 OK\nServer: small");
+  EXPECT_TRUE(check.endsWithConnection());
+  EXPECT_TRUE(check.addBodyBytes(7));
+  check.end();
+  EXPECT_FALSE(check.problem());
+}
+
 TEST(ResponseCheck, ABodyWithoutEndStopsAtTheBound) {
   ResponseCheck check(largestBody);
   feed(check, "HTTP/1.1 200 OK\nTransfer-Encoding: chunked");
