@@ -31,7 +31,8 @@ struct KivRESTServiceFigures {
   /// From the start of the first try to the end, with what was waited between tries.
   std::chrono::microseconds totalTime{0};
   /// True where only the end of the connection marked the end of the body, as it may over HTTP/1.0,
-  /// and over HTTP/1.1 with `takesBodiesWithoutLength`: nobody can tell whether it is whole.
+  /// and over HTTP/1.1 with `takesBodiesWithoutLength`, never over https: nobody can tell whether
+  /// it is whole.
   bool endedWithConnection = false;
   std::vector<KivRESTServiceFailedTry> failedTries;  ///< In the order in which they were made.
 };

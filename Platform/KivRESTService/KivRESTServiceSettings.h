@@ -62,6 +62,7 @@ struct KivRESTServiceSettings {
   /// Takes bodies over HTTP/1.1 that have neither length nor chunks, of which only the end of the
   /// connection marks the end, as some small servers send them. Off: such a body may be cut short
   /// without anyone noticing. The figures of a task that took one say so (endedWithConnection).
+  /// Over https such a body is never taken, HTTP/1.0 included.
   bool takesBodiesWithoutLength = false;
   /// Bytes of the largest body kept in memory. Larger ones go to a file in the spool directory,
   /// where one has been named.

@@ -280,7 +280,14 @@ bool ResponseCheck::checkFile() {
 /// A cut connection looks exactly like the end of a body that ends with it. HTTP/1.0 had no other
 /// way to send a body of unknown length; HTTP/1.1 has the chunked coding for it.
 bool ResponseCheck::checkEnd() {
-  if (!endsWithConnection() || isHTTP10_ || openEnds_ == OpenEnds::all) return true;
+  if (!endsWithConnection() || openEnds_ == OpenEnds::all) return true;
+  if (openEnds_ == OpenEnds::none) {
+    return refuse(
+        Code::malformedResponse,
+        "the server's response does not tell its length, and over https its end cannot be "
+        "told from a cut");
+  }
+  if (isHTTP10_) return true;
   return refuse(Code::malformedResponse,
                 "the server's response does not tell its length, and the setting "
                 "takesBodiesWithoutLength is off");

@@ -52,7 +52,7 @@ class KIV_EXPORT ResponseCheck {
 
   enum class Protocols { http1, http1AndHTTP2 };
   /// Over which protocols a body is taken of which only the end of the connection marks the end.
-  enum class OpenEnds { http10, all };
+  enum class OpenEnds { none, http10, all };
 
   /// `largestBody` is the number of bytes that a file may have.
   explicit ResponseCheck(std::int64_t largestBody, std::optional<RangeAsked> range = std::nullopt,

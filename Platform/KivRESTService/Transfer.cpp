@@ -52,13 +52,19 @@ std::optional<TransferOutcome> Transfer::prepare() {
 
 void Transfer::startOver() {
   using Protocols = ResponseCheck::Protocols;
-  using OpenEnds = ResponseCheck::OpenEnds;
   const bool mayBeHTTP2 = settings_.http2 && url_.scheme() == "https";
   check_.emplace(settings_.largestBody, range_,
-                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1,
-                 settings_.takesBodiesWithoutLength ? OpenEnds::all : OpenEnds::http10);
+                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1, openEnds());
   bodyHasBegun_ = false;
   noteLengths();
+}
+
+/// Over TLS the end of a connection is announced, so that nobody on the way can cut a body off.
+/// libcurl reports success with or without the announcement, and does not tell which it was.
+ResponseCheck::OpenEnds Transfer::openEnds() const {
+  using OpenEnds = ResponseCheck::OpenEnds;
+  if (url_.scheme() == "https") return OpenEnds::none;
+  return settings_.takesBodiesWithoutLength ? OpenEnds::all : OpenEnds::http10;
 }
 
 /// For those who ask on other threads.

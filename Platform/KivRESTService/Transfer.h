@@ -56,6 +56,7 @@ class Transfer {
   static int endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t);
 
   void startOver();
+  [[nodiscard]] ResponseCheck::OpenEnds openEnds() const;
   bool setOptions();
   bool setRequest();
   bool setRange();

@@ -7,6 +7,7 @@
 #include "Tests/Platform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/NginxServer.h"
+#include "Tests/Support/OldSecureServer.h"
 #include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
@@ -199,6 +200,39 @@ TEST(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
 }
+
+/// What comes over https must tell its length: whether TLS ended in order is not known here.
+class BodiesWithoutLengthOverHTTPS : public testing::TestWithParam<bool> {
+ protected:
+  static void expectRefused(const std::string& url, KivRESTServiceSettings settings) {
+    settings.takesBodiesWithoutLength = GetParam();
+    KivRESTService client(settings);
+    const Load load(client, url);
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.errorCode(), codeOf(Code::malformedResponse)) << load.message();
+    EXPECT_FALSE(load.hasBody());
+    EXPECT_NE(load.message().find("over https"), std::string::npos) << load.message();
+  }
+};
+
+TEST_P(BodiesWithoutLengthOverHTTPS, AreRefusedOverHTTP10) {
+  const OldSecureServer server;
+  server.addFile("file", std::string(1000, 'x'));
+  auto settings = KivRESTService::defaultSettings();
+  settings.certificateAuthoritiesPath = server.certificatePath();
+  expectRefused(server.url("/file"), settings);
+}
+
+TEST_P(BodiesWithoutLengthOverHTTPS, AreRefusedOverHTTP11) {
+  LoopbackServer old;
+  old.serve("/file", Response::ok("12345").withoutLength().http10());
+  NginxServer server("location / { proxy_pass " + old.url() +
+                     "; chunked_transfer_encoding off; keepalive_timeout 0; }");
+  ASSERT_TRUE(server.isRunning());
+  expectRefused(server.secureURL("/file"), trusting(server));
+}
+
+INSTANTIATE_TEST_SUITE_P(WhateverTheSetting, BodiesWithoutLengthOverHTTPS, testing::Bool());
 
 TEST(KivRESTServiceNginx, ARedirectFromHTTPToHTTPSIsFollowed) {
   NginxServer server;

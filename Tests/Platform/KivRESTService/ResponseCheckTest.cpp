@@ -173,6 +173,29 @@ TEST(ResponseCheck, OverHTTP11ABodyWithoutLengthIsTakenWhereTheHostWantsIt) {
   EXPECT_FALSE(check.problem());
 }
 
+TEST(ResponseCheck, ABodyWithoutLengthIsRefusedWhereACutCannotBeNoticed) {
+  for (const char* const version : {"HTTP/1.0", "HTTP/1.1"}) {
+    ResponseCheck check(largestBody, std::nullopt, ResponseCheck::Protocols::http1,
+                        ResponseCheck::OpenEnds::none);
+    feed(check, std::string(version) + " 200 OK\nServer: old");
+    ASSERT_TRUE(check.problem()) << version;
+    EXPECT_EQ(check.problem()->code, malformed);
+    EXPECT_NE(check.problem()->what.find("over https"), std::string::npos);
+  }
+}
+
+TEST(ResponseCheck, WithoutOpenEndsABodyOfItsLengthIsTaken) {
+  for (const char* const head :
+       {"HTTP/1.0 200 OK\nContent-Length: 5", "HTTP/1.1 200 OK\nTransfer-Encoding: chunked"}) {
+    ResponseCheck check(largestBody, std::nullopt, ResponseCheck::Protocols::http1,
+                        ResponseCheck::OpenEnds::none);
+    feed(check, head);
+    check.addBodyBytes(5);
+    check.end();
+    EXPECT_FALSE(check.problem()) << head;
+  }
+}
+
 TEST(ResponseCheck, ABodyWithoutEndStopsAtTheBound) {
   ResponseCheck check(largestBody);
   feed(check, "HTTP/1.1 200 OK\nTransfer-Encoding: chunked");
