@@ -4,8 +4,6 @@
 #include <system_error>
 #include <utility>
 
-#include <curl/curl.h>
-
 #include "Platform/KivRESTService/BrokenPipeSignal.h"
 #include "Platform/KivRESTService/ThreadName.h"
 
@@ -35,7 +33,7 @@ TransferEngine::~TransferEngine() {
 void TransferEngine::setSpoolDirectory(std::string path) {
   const std::lock_guard lock(mutex_);
   const bool isServing = std::any_of(workers_.begin(), workers_.end(), [](const Worker& worker) {
-    return worker.multiHandle != nullptr;
+    return static_cast<bool>(worker.handles);
   });
   if (!isServing) settings_.spoolDirectory = std::move(path);
 }
@@ -49,7 +47,7 @@ void TransferEngine::reportProgress(bool isWanted) {
 bool TransferEngine::add(TransferJob job) {
   const std::lock_guard lock(mutex_);
   if (stopped_) return false;
-  if (!workers_.front().multiHandle && !startThread(0)) return false;
+  if (!workers_.front().handles && !startThread(0)) return false;
   added_.push_back(std::move(job));
   wakeUp(0);
   return true;
@@ -82,15 +80,16 @@ bool TransferEngine::startThread(std::size_t index) {
   Worker& worker = workers_[index];
   if (stopped_ || !prepareCurlLibrary()) return false;
   if (worker.thread.joinable()) worker.thread.join();
-  auto multiHandle = makeMultiHandle();
-  if (!multiHandle) return false;
+  LaneHandles handles{makeMultiHandle(), std::make_unique<WakeUpPipe>()};
+  if (!handles) return false;
+  // Before the thread starts, which looks at them without this lock.
+  worker.handles = std::move(handles);
   try {
-    worker.thread =
-        std::thread([this, index, handle = multiHandle.get()] { serve(index, handle); });
+    worker.thread = std::thread([this, index] { serve(index, workers_[index].handles); });
   } catch (const std::system_error&) {
+    worker.handles = {};
     return false;
   }
-  worker.multiHandle = std::move(multiHandle);
   worker.isCalled = false;
   return true;
 }
@@ -98,9 +97,9 @@ bool TransferEngine::startThread(std::size_t index) {
 /// Called with the lock held. False where no thread serves.
 bool TransferEngine::wakeUp(std::size_t index) {
   Worker& worker = workers_[index];
-  if (!worker.multiHandle) return false;
+  if (!worker.handles) return false;
   // Once is enough until the thread has looked: a host may queue a thousand tasks at one time.
-  if (!std::exchange(worker.isCalled, true)) curl_multi_wakeup(worker.multiHandle.get());
+  if (!std::exchange(worker.isCalled, true)) worker.handles.wakeUp->wakeUp();
   return true;
 }
 
@@ -118,13 +117,13 @@ void TransferEngine::remind(std::size_t index) {
 
 // --- The transfer threads ------------------------------------------------------------------------
 
-void TransferEngine::serve(std::size_t index, void* multiHandle) {
+void TransferEngine::serve(std::size_t index, const LaneHandles& handles) {
   nameThisThread("KivRESTService");
   ignoreBrokenPipesOnThisThread();
   // Let go of here, last and without a lock: closing the connections is work for this thread too.
-  MultiHandle owned;
+  LaneHandles owned;
   Lock lock(schedulerMutex_);
-  begin(index, multiHandle);
+  begin(index, handles);
   while (true) {
     doWhatIsDue(index);
     owned = leaveIfDone(index);
@@ -133,10 +132,10 @@ void TransferEngine::serve(std::size_t index, void* multiHandle) {
   }
 }
 
-void TransferEngine::begin(std::size_t index, void* multiHandle) {
+void TransferEngine::begin(std::size_t index, const LaneHandles& handles) {
   ++serving_;
   if (!scheduler_) scheduler_.emplace(settings_, ended_, *backlog_);
-  scheduler_->lane(index).open(multiHandle);
+  scheduler_->lane(index).open(handles);
   workers_[index].idleUntil = Clock::now() + settings_.idleTime;
 }
 
@@ -216,13 +215,13 @@ bool TransferEngine::isBusy(std::size_t index) {
   return lane.load() > 0 || scheduler_->nextDeadline().has_value();
 }
 
-/// The handle of the connections, where the thread has to end now; otherwise nothing.
-MultiHandle TransferEngine::leaveIfDone(std::size_t index) {
+/// The thread's handles, where the thread has to end now; otherwise nothing.
+LaneHandles TransferEngine::leaveIfDone(std::size_t index) {
   const std::lock_guard lock(mutex_);
   const bool hasOrders = !added_.empty() || cancelled_;
   const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= workers_[index].idleUntil;
   if (!stopped_ && !isDone) return {};
-  return std::move(workers_[index].multiHandle);
+  return std::exchange(workers_[index].handles, {});
 }
 
 /// Takes no lock: whoever starts another thread in place of this one may hold one, and waits.

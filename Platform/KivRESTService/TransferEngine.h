@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "Platform/KivRESTService/Backlog.h"
-#include "Platform/KivRESTService/CurlHandles.h"
 #include "Platform/KivRESTService/CurlLibrary.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
 #include "Platform/KivRESTService/TransferJob.h"
+#include "Platform/KivRESTService/TransferLane.h"
 #include "Platform/KivRESTService/TransferScheduler.h"
 
 namespace kiv {
@@ -63,9 +63,9 @@ class TransferEngine {
   /// A transfer thread, which serves the lane of the same number.
   struct Worker {
     std::thread thread;
-    MultiHandle multiHandle;  // there while the thread serves
-    bool isCalled = false;    // woken up, and has not looked yet
-    Time idleUntil{};         // under the lock of the scheduler
+    LaneHandles handles;    // there while the thread serves
+    bool isCalled = false;  // woken up, and has not looked yet
+    Time idleUntil{};       // under the lock of the scheduler
   };
 
   // What other threads ask for.
@@ -76,14 +76,14 @@ class TransferEngine {
   bool callUp(std::size_t index);
 
   // On the transfer threads, with the scheduler locked.
-  void serve(std::size_t index, void* multiHandle);
-  void begin(std::size_t index, void* multiHandle);
+  void serve(std::size_t index, const LaneHandles& handles);
+  void begin(std::size_t index, const LaneHandles& handles);
   void doWhatIsDue(std::size_t index);
   void transfer(std::size_t index, Lock& lock);
   void takeOrders(std::size_t index);
   void callUpOthers(std::size_t self);
   [[nodiscard]] bool isBusy(std::size_t index);
-  MultiHandle leaveIfDone(std::size_t index);
+  LaneHandles leaveIfDone(std::size_t index);
   void leave(std::size_t index);
   void reportProgress();
   [[nodiscard]] bool progressIsWanted();

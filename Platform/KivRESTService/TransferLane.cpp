@@ -1,6 +1,7 @@
 #include "Platform/KivRESTService/TransferLane.h"
 
 #include <algorithm>
+#include <thread>
 
 #include <curl/curl.h>
 
@@ -23,10 +24,16 @@ void TransferLane::keepSpareHandle(EasyHandle handle) {
   if (handle) spareHandles_.push_back(std::move(handle));
 }
 
+void TransferLane::open(const LaneHandles& handles) noexcept {
+  multiHandle_ = handles.multiHandle.get();
+  wakeUp_ = handles.wakeUp.get();
+}
+
 void TransferLane::close() {
   takeRunning();
   releaseDropped();
   multiHandle_ = nullptr;
+  wakeUp_ = nullptr;
 }
 
 bool TransferLane::run(Download& download) {
@@ -43,8 +50,18 @@ void TransferLane::releaseDropped() {
 }
 
 bool TransferLane::wait(std::chrono::milliseconds longest) {
-  return curl_multi_poll(multiHandle_, nullptr, 0, static_cast<int>(longest.count()), nullptr) ==
-         CURLM_OK;
+  constexpr std::chrono::milliseconds interval{10};
+  const auto descriptor = wakeUp_->descriptor();
+  if (!descriptor) {
+    std::this_thread::sleep_for(std::min(longest, interval));
+    return true;
+  }
+  // Not the wake-up of libcurl itself, which would take a closed descriptor for its own.
+  curl_waitfd orders{*descriptor, CURL_WAIT_POLLIN, 0};
+  const auto timeout = static_cast<int>(longest.count());
+  if (curl_multi_wait(multiHandle_, &orders, 1, timeout, nullptr) != CURLM_OK) return false;
+  if (orders.revents != 0) wakeUp_->clear();
+  return true;
 }
 
 bool TransferLane::move() {

@@ -10,8 +10,17 @@
 
 #include "Platform/KivRESTService/CurlHandles.h"
 #include "Platform/KivRESTService/Download.h"
+#include "Platform/KivRESTService/WakeUpPipe.h"
 
 namespace kiv {
+
+/// What a transfer thread moves its transfers and is woken up with.
+struct LaneHandles {
+  MultiHandle multiHandle;
+  std::unique_ptr<WakeUpPipe> wakeUp;
+
+  explicit operator bool() const noexcept { return multiHandle != nullptr; }
+};
 
 /// The transfers that one thread moves.
 ///
@@ -43,14 +52,15 @@ class TransferLane {
 
   // --- On the lane's thread ---
 
-  /// The thread begins to serve, with a handle of its own; or ends, which closes all connections.
-  void open(void* multiHandle) noexcept { multiHandle_ = multiHandle; }
+  /// The thread begins to serve, with handles of its own; or ends, which closes all connections.
+  void open(const LaneHandles& handles) noexcept;
   void close();
   /// Has a prepared transfer run; false where that failed.
   bool run(Download& download);
   void releaseDropped();
-  /// Returns when something can be moved, when the thread is woken up, or after that time. False
-  /// where libcurl itself failed, which it does for want of memory only.
+  /// Returns when something can be moved, when the thread is woken up, or after that time; at short
+  /// intervals where the thread cannot be woken up. False where libcurl itself failed, which it
+  /// does for want of memory only.
   bool wait(std::chrono::milliseconds longest);
   /// Moves the transfers that can be moved; false as above.
   bool move();
@@ -62,6 +72,7 @@ class TransferLane {
 
  private:
   void* multiHandle_ = nullptr;
+  const WakeUpPipe* wakeUp_ = nullptr;
   std::vector<Download*> assigned_;
   std::unordered_map<void*, Download*> running_;  // by easy handle
   std::vector<std::unique_ptr<Download>> dropped_;

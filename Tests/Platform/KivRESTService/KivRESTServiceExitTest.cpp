@@ -2,7 +2,9 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -55,6 +57,32 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfASecureDownloadIsClean) {
   child.closeInput();
   EXPECT_EQ(child.waitForExit(), 0);
 }
+
+/// What wakes a transfer thread up may be missing, or taken away by the host.
+class ExitWithoutDescriptors : public testing::TestWithParam<std::tuple<const char*, const char*>> {
+};
+
+TEST_P(ExitWithoutDescriptors, DoesNotWaitForTheTransferThreadToLook) {
+  const auto [way, order] = GetParam();
+  LoopbackServer server;
+  server.serve("/a", Response::ok("12345"));
+  server.serve("/silent", Response::nothing().stallAt(0));
+  const bool isRunning = std::string_view(way) == "running";
+  ChildProcess child(EXIT_WITHOUT_DESCRIPTORS,
+                     {way, order, server.url(isRunning ? "/silent" : "/a")});
+  ASSERT_TRUE(child.hasStarted());
+  ASSERT_TRUE(!isRunning || server.waitForRequests(1));
+  child.closeInput();
+  EXPECT_EQ(child.waitForExit(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ExitWithoutDescriptors,
+                         testing::Combine(testing::Values("few", "closed", "taken", "running"),
+                                          testing::Values("exit", "destroy")),
+                         [](const auto& testCase) {
+                           return std::string(std::get<0>(testCase.param)) + "_" +
+                                  std::get<1>(testCase.param);
+                         });
 
 /// What a process leaves of a body that it was fetching, the next one goes on with.
 class PartOfADeadProcess : public testing::TestWithParam<const char*> {
