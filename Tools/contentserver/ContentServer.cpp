@@ -13,6 +13,8 @@
 
 #include <httplib.h>
 
+#include "Tools/contentserver/Workers.h"
+
 namespace kiv {
 
 namespace {
@@ -89,6 +91,20 @@ void setSocketOptions(socket_t socket) {
   setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
 }
 
+constexpr std::size_t workerCount = 8;
+
+/// The threads that answer requests, started before the library listens. Its own pool is made while
+/// it listens, and would end the program where the system has no thread left.
+class WorkerQueue : public httplib::TaskQueue {
+ public:
+  explicit WorkerQueue(std::shared_ptr<Workers> workers) : workers_(std::move(workers)) {}
+  void enqueue(std::function<void()> job) override { workers_->add(std::move(job)); }
+  void shutdown() override { workers_->stop(); }
+
+ private:
+  const std::shared_ptr<Workers> workers_;
+};
+
 }  // namespace
 
 class ContentServer::Implementation {
@@ -143,6 +159,8 @@ bool ContentServer::Implementation::start(int port) {
   }
   if (port <= 0) return false;
 
+  const auto workers = std::make_shared<Workers>(workerCount);
+  server->new_task_queue = [workers] { return new WorkerQueue(workers); };
   server_ = std::move(server);
   ended_ = false;
   thread_ = std::thread([this] {
@@ -160,7 +178,7 @@ bool ContentServer::Implementation::start(int port) {
 void ContentServer::Implementation::stop() {
   if (!server_) return;
   server_->stop();
-  thread_.join();
+  if (thread_.joinable()) thread_.join();  // it may not have been started
   server_.reset();
 }
 

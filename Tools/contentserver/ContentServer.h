@@ -24,7 +24,8 @@ class ContentServer {
   ContentServer& operator=(const ContentServer&) = delete;
 
   /// Starts to serve on a free port of 127.0.0.1, or on `port` where one is given. False where the
-  /// directory does not exist or no port is to be had.
+  /// directory does not exist or no port is to be had. Throws std::system_error where the system
+  /// has no thread left.
   bool start(int port = 0);
   /// Ends every connection and frees the port: whoever connects now is refused. Returns when no
   /// thread of the server runs any more. A stopped server can be started again.

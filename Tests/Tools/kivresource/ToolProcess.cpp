@@ -38,7 +38,8 @@ std::vector<std::string> environmentWith(const std::string& home,
 }  // namespace
 
 ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
-                         const std::vector<std::string>& variables) {
+                         const std::vector<std::string>& variables,
+                         const std::vector<std::string>& launcher) {
   std::array<int, 2> in{-1, -1};
   std::array<int, 2> out{-1, -1};
   // A socket instead of a pipe: writing to a tool that has ended raises no signal.
@@ -55,11 +56,12 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
                                    O_WRONLY | O_CREAT | O_APPEND, 0600);
   posix_spawn_file_actions_addchdir_np(&actions, home_.path().c_str());
 
-  std::vector<std::string> words{KIVRESOURCE_TOOL};
+  std::vector<std::string> words = launcher;
+  words.emplace_back(KIVRESOURCE_TOOL);
   words.insert(words.end(), arguments.begin(), arguments.end());
   auto environment = environmentWith(home_.path(), variables);
-  if (posix_spawn(&process_, KIVRESOURCE_TOOL, &actions, nullptr, pointers(words).data(),
-                  pointers(environment).data()) != 0) {
+  if (posix_spawnp(&process_, words.front().c_str(), &actions, nullptr, pointers(words).data(),
+                   pointers(environment).data()) != 0) {
     process_ = -1;
   }
   posix_spawn_file_actions_destroy(&actions);
@@ -128,8 +130,9 @@ std::string ToolProcess::errors() const {
 }
 
 ToolRun runTool(const std::vector<std::string>& arguments, std::string_view input,
-                const std::vector<std::string>& variables) {
-  ToolProcess tool(arguments, variables);
+                const std::vector<std::string>& variables,
+                const std::vector<std::string>& launcher) {
+  ToolProcess tool(arguments, variables, launcher);
   tool.write(input);
   tool.closeInput();
   ToolRun run;
@@ -137,6 +140,10 @@ ToolRun runTool(const std::vector<std::string>& arguments, std::string_view inpu
   run.status = tool.waitForExit();
   run.errors = tool.errors();
   return run;
+}
+
+std::vector<std::string> withRedirections(const std::string& redirections) {
+  return {"sh", "-c", "exec \"$@\" " + redirections, "sh"};
 }
 
 }  // namespace kiv::test

@@ -15,8 +15,10 @@ namespace kiv::test {
 /// no server. Killed, where it still runs, when this goes.
 class ToolProcess {
  public:
+  /// `launcher` is the beginning of a command that the tool and its arguments complete.
   explicit ToolProcess(const std::vector<std::string>& arguments,
-                       const std::vector<std::string>& variables = {});
+                       const std::vector<std::string>& variables = {},
+                       const std::vector<std::string>& launcher = {});
   ~ToolProcess();
   ToolProcess(const ToolProcess&) = delete;
   ToolProcess& operator=(const ToolProcess&) = delete;
@@ -57,6 +59,10 @@ struct ToolRun {
 
 /// Runs the tool with that input to its end.
 ToolRun runTool(const std::vector<std::string>& arguments, std::string_view input = {},
-                const std::vector<std::string>& variables = {});
+                const std::vector<std::string>& variables = {},
+                const std::vector<std::string>& launcher = {});
+
+/// Starts a shell's redirections, as "<&- >&-", around the tool.
+std::vector<std::string> withRedirections(const std::string& redirections);
 
 }  // namespace kiv::test

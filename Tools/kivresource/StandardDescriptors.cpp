@@ -1,0 +1,17 @@
+#include "Tools/kivresource/StandardDescriptors.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tool {
+
+bool openStandardDescriptors() {
+  for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+    if (fcntl(number, F_GETFD) >= 0) continue;
+    // The lowest number that is free, and so this one.
+    if (open("/dev/null", O_RDWR) != number) return false;
+  }
+  return true;
+}
+
+}  // namespace tool
