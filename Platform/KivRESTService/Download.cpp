@@ -24,6 +24,14 @@ std::string Download::keyOf(const TransferJob& job) {
   return key;
 }
 
+std::vector<std::size_t> Download::placesToTry(const std::string& name, Time now) const {
+  std::vector<std::size_t> places;
+  for (std::size_t place = 0; place < servers.size(); ++place) {
+    if (servers[place] == name && plan.mayTry(place, now)) places.push_back(place);
+  }
+  return places;
+}
+
 void Download::record(TryResult result, RetryPolicy& policy, Time now) {
   figures.timeToFirstByte = result.timeToFirstByte;
   if (result.outcome.body) {

@@ -35,7 +35,11 @@ struct KIV_EXPORT Download {
   /// What tasks have in common that can share a download: all of their URLs.
   static std::string keyOf(const TransferJob& job);
 
+  /// Tells the try that runs from all others.
+  [[nodiscard]] std::uint64_t tryID() const { return tasks.front(); }
   [[nodiscard]] const URL& url() const { return urls[server]; }
+  /// Where in the list that server stands, as far as it may be tried now.
+  [[nodiscard]] std::vector<std::size_t> placesToTry(const std::string& name, Time now) const;
   /// Ends the try: notes how it came out, for the plan and for the figures.
   void record(TryResult result, RetryPolicy& policy, Time now);
   /// What the download ends with, and completes its figures.
@@ -50,7 +54,7 @@ struct KIV_EXPORT Download {
 
   State state = State::waiting;
   TransferPlan plan;
-  Time notBefore{};                    ///< While it pauses.
+  Time notBefore{};                    ///< When its next try may begin.
   std::size_t server = 0;              ///< The place of the one being tried, or tried last.
   std::unique_ptr<Transfer> transfer;  ///< While it runs,
   TransferLane* lane = nullptr;        ///< there.

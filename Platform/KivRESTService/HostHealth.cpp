@@ -15,22 +15,51 @@ std::string serverOf(const URL& url) {
   return (url.scheme() + "://").append(authority);
 }
 
-bool HostHealth::isAvoided(const std::string& server, Time now) const {
-  const auto found = avoidedUntil_.find(server);
-  return found != avoidedUntil_.end() && now < found->second;
+ServerState HostHealth::state(const std::string& server, Time now) const {
+  const auto found = unreachable_.find(server);
+  if (found == unreachable_.end()) return ServerState::good;
+  if (found->second.probe) return ServerState::probed;
+  return now < found->second.avoidedUntil ? ServerState::avoided : ServerState::good;
 }
 
-void HostHealth::noteTry(const std::string& server, Time now) {
-  const auto found = avoidedUntil_.find(server);
-  if (found != avoidedUntil_.end()) found->second = now + pause_;
+bool HostHealth::isUnreachable(const std::string& server) const {
+  return unreachable_.contains(server);
 }
 
-void HostHealth::noteUnreachable(const std::string& server, Time now) {
-  avoidedUntil_[server] = now + pause_;
+bool HostHealth::isProbe(const std::string& server, std::uint64_t tryID) const {
+  const auto found = unreachable_.find(server);
+  return found != unreachable_.end() && found->second.probe == tryID;
 }
 
-void HostHealth::noteReached(const std::string& server) {
-  avoidedUntil_.erase(server);
+std::vector<std::string> HostHealth::probed() const {
+  std::vector<std::string> servers;
+  for (const auto& [server, unreachable] : unreachable_) {
+    if (unreachable.probe) servers.push_back(server);
+  }
+  return servers;
+}
+
+void HostHealth::noteTry(const std::string& server, std::uint64_t tryID) {
+  const auto found = unreachable_.find(server);
+  if (found != unreachable_.end() && !found->second.probe) found->second.probe = tryID;
+}
+
+void HostHealth::noteUnreachable(const std::string& server, std::uint64_t tryID, Time now) {
+  unreachable_[server].avoidedUntil = now + pause_;
+  noteEnd(server, tryID);
+}
+
+void HostHealth::noteEnd(const std::string& server, std::uint64_t tryID) {
+  if (isProbe(server, tryID)) unreachable_.at(server).probe.reset();
+}
+
+bool HostHealth::noteReached(const std::string& server) {
+  return unreachable_.erase(server) > 0;
+}
+
+void HostHealth::forgetProbes() noexcept {
+  for (auto& [server, unreachable] : unreachable_)
+    unreachable.probe.reset();
 }
 
 }  // namespace kiv

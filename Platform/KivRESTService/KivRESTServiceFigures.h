@@ -22,7 +22,8 @@ struct KivRESTServiceFailedTry {
 struct KivRESTServiceFigures {
   /// The URL that gave what the task ended with; nothing where no server answered.
   std::optional<kiv::URL> server;
-  /// Requests sent or attempted, of all servers; redirects followed do not count.
+  /// Requests sent or attempted, of all servers; redirects followed do not count. 0 where another
+  /// task found out that the servers cannot be reached.
   int tries = 0;
   std::int64_t bytes = 0;         ///< Of the body handed on; 0 without one.
   std::int64_t resumedBytes = 0;  ///< Of these, those that the last try found on the disk.

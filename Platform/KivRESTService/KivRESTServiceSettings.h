@@ -27,7 +27,8 @@ struct KivRESTServiceSettings {
 
   // --- When to give up a try ---
 
-  /// How long looking up the host, connecting and the TLS handshake may take together.
+  /// How long looking up the host, connecting and the TLS handshake may take together. Where a
+  /// second try takes longer, too, the server is given up for the files that wait for it.
   std::chrono::milliseconds connectTimeout{15'000};
   /// A transfer slower than `stallSpeed`, in bytes a second, for this long is given up. There is no
   /// limit on the total time: a slow download that goes on is left alone.
@@ -51,8 +52,8 @@ struct KivRESTServiceSettings {
   /// A server that says when to come again ("Retry-After") is waited for that long, but no longer
   /// than this.
   std::chrono::milliseconds longestRetryAfter{60'000};
-  /// How long a server that could not be reached comes after the others. Then one task tries it
-  /// first again.
+  /// How long a server that could not be reached comes after the others. Until it is reached, one
+  /// task at a time tries it.
   std::chrono::milliseconds unreachablePause{30'000};
 
   // --- What is taken ---

@@ -26,6 +26,11 @@ Value info(void* handle, CURLINFO which) {
   return value;
 }
 
+/// True for the errors that keep a connection from coming about and are not this machine's own.
+bool mayBeTheServersFault(Code code) noexcept {
+  return mayPass(code) || code == Code::cannotResolveHost || code == Code::secureConnectionFailed;
+}
+
 }  // namespace
 
 Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
@@ -170,7 +175,7 @@ std::optional<TryResult> Transfer::finish(int result) {
   if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
   if (!ended) return std::nullopt;
   TryResult tried(std::move(*ended));
-  describe(result, tried);
+  describe(tried);
   return tried;
 }
 
@@ -195,11 +200,12 @@ TransferOutcome Transfer::finishBody() {
 }
 
 /// What the next try, and the figures, have to know.
-void Transfer::describe(int result, TryResult& tried) {
+void Transfer::describe(TryResult& tried) {
   void* const handle = handle_.get();
-  const bool wasReached = info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
   const bool succeeded = tried.outcome.body.has_value();
-  tried.isUnreachable = result != CURLE_OK && !wasReached && redirects_ == 0;
+  const auto code = tried.errorCode();
+  tried.wasReached = redirects_ > 0 || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
+  tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
   if (!succeeded) settlePart(tried);
   tried.retryAfter = check_->retryAfter();
   tried.resumedBytes = succeeded ? sink_.resumed() : 0;

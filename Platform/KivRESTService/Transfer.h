@@ -43,6 +43,8 @@ class Transfer {
   /// be called from any thread.
   [[nodiscard]] std::int64_t bytesReceived() const noexcept { return received_; }
   [[nodiscard]] std::optional<std::int64_t> bytesExpected() const noexcept;
+  /// True when the server has begun to send the file. May be called from any thread.
+  [[nodiscard]] bool bodyHasBegun() const noexcept { return bodyHasBegun_; }
 
   /// Gives the handle back for another transfer; empty where its last request got no response, for
   /// then libcurl may leave it in a state in which it takes no options. Nothing else may follow.
@@ -68,7 +70,7 @@ class Transfer {
   std::optional<TransferOutcome> followRedirect();
   [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
   std::optional<TransferOutcome> askOnFreshConnection();
-  void describe(int result, TryResult& tried);
+  void describe(TryResult& tried);
   void settlePart(TryResult& tried);
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
@@ -86,7 +88,7 @@ class Transfer {
   int redirects_ = 0;
   std::optional<ResponseCheck> check_;
   bool isOnFreshConnection_ = false;  // as it was asked to be
-  bool bodyHasBegun_ = false;
+  std::atomic<bool> bodyHasBegun_ = false;
   bool cannotStore_ = false;  // memory or disk gave out
   std::atomic<std::int64_t> received_ = 0;
   std::atomic<std::int64_t> expected_ = unknown;

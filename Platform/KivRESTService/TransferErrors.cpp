@@ -60,4 +60,14 @@ Error transferError(KivRESTServiceErrorCode code, std::string_view url, std::str
   return Error(KivRESTServiceErrorDomain, static_cast<std::int64_t>(code), message);
 }
 
+Error sameTransferError(const Error& error, std::string_view url) {
+  const std::string message = error.localizedDescription();
+  std::string_view what = message;
+  constexpr std::string_view separator = ": ";  // which no URL holds
+  const auto end = what.find(separator);
+  if (end != what.npos) what.remove_prefix(end + separator.size());
+  if (what.ends_with('.')) what.remove_suffix(1);
+  return transferError(static_cast<KivRESTServiceErrorCode>(error.code), url, what);
+}
+
 }  // namespace kiv

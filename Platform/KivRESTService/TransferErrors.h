@@ -17,5 +17,7 @@ KIV_EXPORT std::string displayedURL(std::string_view url);
 /// the code's own clause stands there.
 KIV_EXPORT Error transferError(KivRESTServiceErrorCode code, std::string_view url,
                                std::string_view what = {});
+/// The same transfer error for another URL.
+KIV_EXPORT Error sameTransferError(const Error& error, std::string_view url);
 
 }  // namespace kiv

@@ -7,6 +7,13 @@
 
 namespace kiv {
 
+bool TransferLane::isAnsweredBy(const std::string& server) const {
+  return std::any_of(running_.begin(), running_.end(), [&](const auto& entry) {
+    const Download& download = *entry.second;
+    return download.servers[download.server] == server && download.transfer->bodyHasBegun();
+  });
+}
+
 void TransferLane::drop(std::unique_ptr<Download> download) {
   const bool wasRunning = running_.erase(download->transfer->handle()) > 0;
   std::erase(assigned_, download.get());

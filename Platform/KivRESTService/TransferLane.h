@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -37,6 +38,8 @@ class TransferLane {
   [[nodiscard]] std::size_t load() const noexcept { return assigned_.size() + running_.size(); }
   /// Leaves a download, whose transfer is prepared, to the lane's thread.
   void assign(Download& download) { assigned_.push_back(&download); }
+  /// True where a transfer with that server runs, and its file has begun to come.
+  [[nodiscard]] bool isAnsweredBy(const std::string& server) const;
   [[nodiscard]] bool hasAssigned() const noexcept { return !assigned_.empty(); }
   /// Takes back those that the thread has not taken yet.
   std::vector<Download*> takeAssigned() { return std::exchange(assigned_, {}); }

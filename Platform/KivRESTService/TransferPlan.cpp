@@ -21,22 +21,29 @@ TransferPlan::TransferPlan(std::size_t servers, const KivRESTServiceSettings& se
       servers_(servers) {}
 
 std::optional<TransferPlan::Step> TransferPlan::next(
-    Time now, const std::function<bool(std::size_t server)>& isAvoided) const {
+    Time now, const std::function<ServerState(std::size_t server)>& stateOf) const {
   if (success_ || tries_ >= triesInAll_) return std::nullopt;
   // Who can be tried now comes before who must wait, the healthy before the avoided, and who has
   // failed less often before the others.
-  using Rank = std::tuple<Time, bool, int>;
+  using Rank = std::tuple<Time, ServerState, int>;
   std::optional<Rank> best;
   std::optional<Step> step;
   for (std::size_t place = 0; place < servers_.size(); ++place) {
     const Server& server = servers_[place];
     if (server.isDone) continue;
-    const Rank rank{std::max(now, server.notBefore), isAvoided(place), server.tries};
+    const ServerState state = stateOf(place);
+    const Time notBefore = state == ServerState::probed ? Time::max() : server.notBefore;
+    const Rank rank{std::max(now, notBefore), state, server.tries};
     if (best && *best <= rank) continue;
     best = rank;
-    step = Step{place, server.notBefore};
+    step = Step{place, notBefore};
   }
   return step;
+}
+
+bool TransferPlan::mayTry(std::size_t server, Time now) const {
+  const bool isOver = success_ || tries_ >= triesInAll_;
+  return !isOver && !servers_[server].isDone && servers_[server].notBefore <= now;
 }
 
 void TransferPlan::record(std::size_t server, TryResult result, RetryPolicy& policy, Time now) {
@@ -52,7 +59,8 @@ void TransferPlan::record(std::size_t server, TryResult result, RetryPolicy& pol
     if (!result.madeProgress) ++tried.spent;
     tried.failures = result.madeProgress ? 1 : tried.failures + 1;
     tried.notBefore = now + policy.wait(tried.failures, result.retryAfter);
-    tried.isDone = tried.spent >= triesPerServer_ && !result.restFailed;
+    const bool isSpent = tried.spent >= triesPerServer_ && !result.restFailed;
+    tried.isDone = result.isLast || isSpent;
   } else {
     tried.isDone = true;
   }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/KivRESTService/HostHealth.h"
 #include "Platform/KivRESTService/RetryPolicy.h"
 #include "Platform/KivRESTService/TryResult.h"
 
@@ -24,7 +25,7 @@ class KIV_EXPORT TransferPlan {
 
   struct Step {
     std::size_t server;  ///< The place in the list.
-    Time notBefore;
+    Time notBefore;      ///< Time::max() where a probe has to end first.
   };
 
   /// `servers` is the number of servers in the list, the request's own first; at least one.
@@ -32,9 +33,12 @@ class KIV_EXPORT TransferPlan {
 
   /// What to try next; nothing where the task has ended. Of the servers that may be tried now those
   /// come first that are not avoided, of these those that have failed least often, and of these the
-  /// first in the list; where all must wait, the one that waits least.
+  /// first in the list; where all must wait, the one that waits least. One that is being probed
+  /// waits longest.
   [[nodiscard]] std::optional<Step> next(
-      Time now, const std::function<bool(std::size_t server)>& isAvoided) const;
+      Time now, const std::function<ServerState(std::size_t server)>& stateOf) const;
+  /// True where that server may be tried now, as far as this task is concerned.
+  [[nodiscard]] bool mayTry(std::size_t server, Time now) const;
   /// Notes how the try of that server, which ended now, came out.
   void record(std::size_t server, TryResult result, RetryPolicy& policy, Time now);
 

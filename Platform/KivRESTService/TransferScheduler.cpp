@@ -62,6 +62,7 @@ void TransferScheduler::dropAll() {
   waiting_.clear();
   pausing_.clear();
   downloads_.clear();
+  health_.forgetProbes();
   for (const auto& [task, result] : std::exchange(results_, {}))
     backlog_.remove(result.backlog);
   isReportDue_ = false;
@@ -98,31 +99,38 @@ void TransferScheduler::join(Download& download, const TransferJob& job) {
 
 void TransferScheduler::startWaiting() {
   const auto now = Clock::now();
-  endPauses(now);
+  endPauses(pausing_.begin(), pausing_.upper_bound(now));
   if (hasDropped()) return;
   const auto places = std::max<std::size_t>(1, settings_.parallelTransfers);
   const auto ready = [&](Download& download) { return mayStart(download, now); };
   while (!waiting_.empty() && running_ < places && !backlog_.exceeds(settings_.largestBacklog)) {
     Download* const next = waiting_.takeNext(ready);
     if (!next) return;
-    start(*next);
+    if (next->notBefore <= now) {
+      start(*next);
+    } else {
+      pause(*next);
+    }
   }
 }
 
-void TransferScheduler::endPauses(Time now) {
-  while (!pausing_.empty() && pausing_.begin()->first <= now) {
-    Download& download = *pausing_.begin()->second;
-    pausing_.erase(pausing_.begin());
+void TransferScheduler::endPauses(Pauses::iterator first, Pauses::iterator last) {
+  for (auto ended = first; ended != last; ++ended) {
+    Download& download = *ended->second;
     download.state = Download::State::waiting;
     waiting_.add(download);
   }
+  pausing_.erase(first, last);
 }
 
-/// Chooses the server too, so that the answer holds for the start that follows.
+/// Chooses the server too, so that the answer holds for the start that follows. A download that has
+/// to wait for more than a free place leaves the line, too, which others stand in.
 bool TransferScheduler::mayStart(Download& download, Time now) const {
   const auto step = nextStep(download, now);
   if (!step) return true;
   download.server = step->server;
+  download.notBefore = step->notBefore;
+  if (step->notBefore > now) return true;
   const auto busy = runningPerServer_.find(download.servers[step->server]);
   return busy == runningPerServer_.end() ||
          busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
@@ -131,18 +139,17 @@ bool TransferScheduler::mayStart(Download& download, Time now) const {
 std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& download,
                                                               Time now) const {
   return download.plan.next(
-      now, [&](std::size_t server) { return health_.isAvoided(download.servers[server], now); });
+      now, [&](std::size_t server) { return health_.state(download.servers[server], now); });
 }
 
 void TransferScheduler::start(Download& download) {
   const auto now = Clock::now();
   if (!download.begun) download.begun = now;
   ++download.figures.tries;
-  health_.noteTry(download.servers[download.server], now);
+  health_.noteTry(download.servers[download.server], download.tryID());
   if (auto obstacle = startTransfer(download, leastLoadedLane())) {
     download.transfer.reset();
-    download.record(TryResult(std::move(*obstacle)), policy_, now);
-    advance(download);
+    conclude(download, TryResult(std::move(*obstacle)));
   }
 }
 
@@ -187,9 +194,14 @@ void TransferScheduler::advance(Download& download) {
     download.state = Download::State::waiting;
     waiting_.add(download);
   } else {
-    download.state = Download::State::pausing;
-    pausing_.emplace(step->notBefore, &download);
+    download.notBefore = step->notBefore;
+    pause(download);
   }
+}
+
+void TransferScheduler::pause(Download& download) {
+  download.state = Download::State::pausing;
+  pausing_.emplace(download.notBefore, &download);
 }
 
 /// libcurl knows only limits of single transfers.
@@ -210,6 +222,7 @@ void TransferScheduler::runAssigned(TransferLane& lane) {
 }
 
 void TransferScheduler::finishEnded(TransferLane& lane) {
+  noteAnswers();
   for (const auto& ended : lane.takeEnded())
     finish(lane, ended);
 }
@@ -218,9 +231,11 @@ void TransferScheduler::finish(TransferLane& lane, const TransferLane::Ended& en
   Download& download = ended.download;
   auto result = download.transfer->finish(ended.result);
   const bool goesOn = !result && lane.run(download);
-  if (goesOn) return shareBandwidth();
+  if (goesOn) {
+    noteReached(download.servers[download.server]);
+    return shareBandwidth();
+  }
   if (!result) result.emplace(failure(Code::outOfResources, download.url()));
-  noteHealth(download, *result);
   endTry(lane, download, std::move(*result));
 }
 
@@ -231,7 +246,17 @@ void TransferScheduler::failRunning(TransferLane& lane) {
 
 void TransferScheduler::endTry(TransferLane& lane, Download& download, TryResult result) {
   stopRunning(lane, download);
-  download.record(std::move(result), policy_, Clock::now());
+  conclude(download, std::move(result));
+}
+
+/// Notes how a try came out, which may have failed to begin, and what comes after it.
+void TransferScheduler::conclude(Download& download, TryResult result) {
+  const auto now = Clock::now();
+  const std::string& server = download.servers[download.server];
+  const bool wasProbe = isProbing(download);
+  noteHealth(download, result, now);
+  if (wasProbe) endProbe(server, result, now);
+  download.record(std::move(result), policy_, now);
   advance(download);
 }
 
@@ -245,13 +270,81 @@ void TransferScheduler::stopRunning(TransferLane& lane, Download& download) {
   shareBandwidth();
 }
 
-void TransferScheduler::noteHealth(const Download& download, const TryResult& result) {
-  const std::string& server = download.servers[download.server];
-  if (result.isUnreachable) {
-    health_.noteUnreachable(server, Clock::now());
-  } else {
-    health_.noteReached(server);
+// --- Servers that cannot be reached --------------------------------------------------------------
+
+bool TransferScheduler::isProbing(const Download& download) const {
+  return health_.isProbe(download.servers[download.server], download.tryID());
+}
+
+bool TransferScheduler::isAnswering(const std::string& server) const {
+  return std::any_of(lanes_.begin(), lanes_.end(),
+                     [&](const TransferLane& lane) { return lane.isAnsweredBy(server); });
+}
+
+/// Others need not wait for the end of a large file to know that the server can be reached.
+void TransferScheduler::noteAnswers() {
+  for (const auto& server : health_.probed()) {
+    if (isAnswering(server)) noteReached(server);
   }
+}
+
+void TransferScheduler::noteReached(const std::string& server) {
+  const bool isBack = health_.noteReached(server);
+  if (isBack) endPauses(pausing_.begin(), pausing_.end());
+}
+
+void TransferScheduler::noteHealth(const Download& download, const TryResult& result, Time now) {
+  const std::string& server = download.servers[download.server];
+  // A server that sends to one and refuses another is busy, not gone.
+  if (result.wasReached || (result.isUnreachable && isAnswering(server))) {
+    noteReached(server);
+  } else if (result.isUnreachable) {
+    health_.noteUnreachable(server, download.tryID(), now);
+  } else {
+    health_.noteEnd(server, download.tryID());
+  }
+}
+
+/// A failure is that of all who have nowhere else to go, so that many files wait no longer than
+/// one. Where even a probe has run into the time-out for connecting, no further try of a file is
+/// worth another such wait.
+void TransferScheduler::endProbe(const std::string& server, TryResult& result, Time now) {
+  endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
+  if (!result.isUnreachable || !health_.isUnreachable(server)) return;
+  result.isLast = result.errorCode() == Code::timedOut;
+  for (Download* const download : leftTo(server, now))
+    shareFailure(*download, server, result, now);
+}
+
+std::vector<Download*> TransferScheduler::leftTo(const std::string& server, Time now) const {
+  std::vector<Download*> left;
+  for (const auto& [key, download] : downloads_) {
+    if (isLeftTo(*download, server, now)) left.push_back(download.get());
+  }
+  return left;
+}
+
+/// True where the download could try the server now and has none that is known to be better: it
+/// waits, or probes another one.
+bool TransferScheduler::isLeftTo(const Download& download, const std::string& server,
+                                 Time now) const {
+  const bool isFree = download.state == Download::State::waiting || isProbing(download);
+  if (!isFree || download.placesToTry(server, now).empty()) return false;
+  const auto step = nextStep(download, now);
+  return step && health_.isUnreachable(download.servers[step->server]);
+}
+
+void TransferScheduler::shareFailure(Download& download, const std::string& server,
+                                     const TryResult& result, Time now) {
+  const bool waits = download.state == Download::State::waiting;
+  if (waits) waiting_.remove(download);
+  for (const std::size_t place : download.placesToTry(server, now)) {
+    const auto& url = download.urls[place].absoluteString();
+    TryResult shared(TransferOutcome::failed(sameTransferError(*result.outcome.error, url)));
+    shared.isLast = result.isLast;
+    download.plan.record(place, std::move(shared), policy_, now);
+  }
+  if (waits) advance(download);
 }
 
 // --- Ends ----------------------------------------------------------------------------------------

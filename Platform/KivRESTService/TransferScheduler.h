@@ -91,7 +91,9 @@ class TransferScheduler {
  private:
   [[nodiscard]] bool hasDropped() const noexcept;
   void join(Download& download, const TransferJob& job);
-  void endPauses(Time now);
+  using Pauses = std::multimap<Time, Download*>;
+
+  void endPauses(Pauses::iterator first, Pauses::iterator last);
   [[nodiscard]] bool mayStart(Download& download, Time now) const;
   [[nodiscard]] std::optional<TransferPlan::Step> nextStep(const Download& download,
                                                            Time now) const;
@@ -100,13 +102,25 @@ class TransferScheduler {
   /// What keeps the transfer from starting; nothing where it is assigned.
   std::optional<TransferOutcome> startTransfer(Download& download, TransferLane& lane);
   void advance(Download& download);
+  void pause(Download& download);
   void shareBandwidth();
 
   void finish(TransferLane& lane, const TransferLane::Ended& ended);
   void endTry(TransferLane& lane, Download& download, TryResult result);
   void stopRunning(TransferLane& lane, Download& download);
-  void noteHealth(const Download& download, const TryResult& result);
+  void conclude(Download& download, TryResult result);
   void report(Download& download);
+
+  [[nodiscard]] bool isProbing(const Download& download) const;
+  [[nodiscard]] bool isAnswering(const std::string& server) const;
+  void noteAnswers();
+  void noteReached(const std::string& server);
+  void noteHealth(const Download& download, const TryResult& result, Time now);
+  void endProbe(const std::string& server, TryResult& result, Time now);
+  [[nodiscard]] bool isLeftTo(const Download& download, const std::string& server, Time now) const;
+  [[nodiscard]] std::vector<Download*> leftTo(const std::string& server, Time now) const;
+  void shareFailure(Download& download, const std::string& server, const TryResult& result,
+                    Time now);
 
   const KivRESTServiceSettings& settings_;
   const EndHandler& ended_;
@@ -123,7 +137,7 @@ class TransferScheduler {
   TaskResults results_;                                         // not reported yet
   Time reportAt_{};                                             // not before, while others run
   WaitingDownloads waiting_;
-  std::multimap<Time, Download*> pausing_;
+  Pauses pausing_;
   std::size_t running_ = 0;
   std::map<std::string, std::size_t> runningPerServer_;
   std::vector<TransferLane> lanes_;

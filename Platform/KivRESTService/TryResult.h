@@ -21,8 +21,12 @@ struct TryResult {
   }
 
   TransferOutcome outcome;
-  /// No connection to the server came about.
+  /// No connection to the server came about, for a reason that may lie with the server.
   bool isUnreachable = false;
+  /// The server has been sent the request.
+  bool wasReached = false;
+  /// A try that may pass is not to be repeated with that server all the same.
+  bool isLast = false;
   /// More of the file is kept for the next try than there was before.
   bool madeProgress = false;
   /// What was kept of the file has turned out to be of no use, and is gone: the try says nothing

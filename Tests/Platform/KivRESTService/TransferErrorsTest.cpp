@@ -7,6 +7,7 @@
 namespace {
 
 using kiv::displayedURL;
+using kiv::sameTransferError;
 using kiv::transferError;
 
 TEST(TransferErrors, TheMessageIsOneSentenceThatNamesTheURL) {
@@ -38,6 +39,19 @@ TEST(TransferErrors, EveryCodeHasAClauseOfItsOwn) {
         transferError(static_cast<KivRESTServiceErrorCode>(code), "u").localizedDescription());
   }
   EXPECT_EQ(messages.size(), 13u);
+}
+
+TEST(TransferErrors, TheSameErrorOfAnotherURLHasItsURLAlone) {
+  const auto plain = transferError(KivRESTServiceErrorCode::timedOut, "http://a.test/x");
+  EXPECT_EQ(
+      sameTransferError(plain, "http://b.test/y?z=1").localizedDescription(),
+      transferError(KivRESTServiceErrorCode::timedOut, "http://b.test/y").localizedDescription());
+  const auto told = transferError(KivRESTServiceErrorCode::unknown, "http://a.test/x", "so: it is");
+  EXPECT_EQ(sameTransferError(told, "http://b.test/y").localizedDescription(),
+            "Could not load \"http://b.test/y\": so: it is.");
+  EXPECT_EQ(sameTransferError(told, "http://b.test/y").code, told.code);
+  EXPECT_EQ(sameTransferError(told, {}).localizedDescription(),
+            "Could not load the file: so: it is.");
 }
 
 TEST(TransferErrors, SecretsOfAURLAreNotShown) {

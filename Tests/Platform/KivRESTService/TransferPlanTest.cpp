@@ -14,6 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using kiv::Data;
 using kiv::Error;
+using kiv::ServerState;
 using kiv::TransferOutcome;
 using kiv::TransferPlan;
 
@@ -28,8 +29,10 @@ struct Walk {
       : settings(std::move(chosen)), plan(servers, settings), policy(settings, 1) {}
 
   std::optional<std::size_t> next() {
-    const auto step =
-        plan.next(now, [this](std::size_t server) { return avoided.contains(server); });
+    const auto step = plan.next(now, [this](std::size_t server) {
+      if (probed.contains(server)) return ServerState::probed;
+      return avoided.contains(server) ? ServerState::avoided : ServerState::good;
+    });
     if (!step) return std::nullopt;
     if (step->notBefore > now) {
       waits.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(step->notBefore - now));
@@ -47,6 +50,7 @@ struct Walk {
   kiv::RetryPolicy policy;
   TransferPlan::Time now{1h};
   std::set<std::size_t> avoided;
+  std::set<std::size_t> probed;
   std::vector<std::size_t> order;
   std::vector<std::chrono::milliseconds> waits;
 };
@@ -112,7 +116,7 @@ TEST(TransferPlan, TheOutcomeDoesNotDependOnTheOrderOfTrying) {
   plan.record(2, kiv::TryResult(outcome("501", 2)), policy, {});
   plan.record(1, kiv::TryResult(outcome("404", 1)), policy, {});
   plan.record(0, kiv::TryResult(outcome("E", 0)), policy, {});
-  EXPECT_FALSE(plan.next({}, [](std::size_t) { return false; }));
+  EXPECT_FALSE(plan.next({}, [](std::size_t) { return ServerState::good; }));
   EXPECT_EQ(describe(plan.takeOutcome()), "404");
 }
 
@@ -254,6 +258,55 @@ TEST(TransferPlan, AnAvoidedServerComesLastButComes) {
   }
   EXPECT_EQ(walk.order, (Order{1, 2, 0}));
   EXPECT_FALSE(walk.next());
+}
+
+TEST(TransferPlan, OneThatIsProbedComesAfterEveryOther) {
+  Walk walk(3, {});
+  walk.probed = {0};
+  walk.avoided = {1};
+  EXPECT_EQ(walk.next(), 2U);
+  walk.record(outcome("503", 2));
+  EXPECT_EQ(walk.next(), 1U);
+  walk.record(outcome("404", 1));
+  EXPECT_EQ(walk.next(), 2U) << "after its own wait, rather than for a probe without end";
+}
+
+TEST(TransferPlan, WhereOnlyAProbedOneIsLeftTheWaitHasNoEndOfItsOwn) {
+  Walk walk(2, {});
+  walk.probed = {0};
+  walk.next();
+  walk.record(outcome("404", 1));
+  EXPECT_EQ(walk.next(), 0U);
+  EXPECT_EQ(walk.now, TransferPlan::Time::max());
+}
+
+TEST(TransferPlan, ALastTryEndsItsServerWhateverTheReason) {
+  Walk walk(2, {});
+  walk.next();
+  kiv::TryResult result(outcome("lost", 0));
+  result.isLast = true;
+  walk.record(std::move(result));
+  EXPECT_FALSE(walk.plan.mayTry(0, walk.now + 1h));
+  EXPECT_TRUE(walk.plan.mayTry(1, walk.now));
+  while (const auto server = walk.next())
+    walk.record(outcome("lost", *server));
+  EXPECT_EQ(walk.order, (Order{0, 1, 1, 1}));
+}
+
+TEST(TransferPlan, AServerMayBeTriedWhenItsWaitIsOver) {
+  KivRESTServiceSettings settings;
+  settings.triesInAll = 2;
+  Walk walk(1, settings);
+  EXPECT_TRUE(walk.plan.mayTry(0, walk.now));
+  walk.next();
+  kiv::TryResult result(outcome("503", 0));
+  result.retryAfter = 10s;
+  walk.record(std::move(result));
+  EXPECT_FALSE(walk.plan.mayTry(0, walk.now + 9s));
+  EXPECT_TRUE(walk.plan.mayTry(0, walk.now + 10s));
+  walk.next();
+  walk.record(outcome("503", 0));
+  EXPECT_FALSE(walk.plan.mayTry(0, walk.now + 1h)) << "no try is left";
 }
 
 TEST(TransferPlan, WhatWasNeverTriedDecidesNothing) {
