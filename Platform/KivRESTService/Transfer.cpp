@@ -6,6 +6,7 @@
 
 #include <curl/curl.h>
 
+#include "Platform/KivRESTService/CertificateErrors.h"
 #include "Platform/KivRESTService/CurlErrors.h"
 #include "Platform/KivRESTService/CurlOption.h"
 #include "Platform/KivRESTService/LastingOptions.h"
@@ -86,9 +87,11 @@ bool Transfer::setOptions() {
 bool Transfer::setRequest() {
   void* const handle = handle_.get();
   constexpr const char* none = nullptr;
+  static_assert(sizeof message_ >= CURL_ERROR_SIZE);
   return setOption(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
          setOption(handle, CURLOPT_BUFFERSIZE, static_cast<long>(readSize_)) &&
          setOption(handle, CURLOPT_FRESH_CONNECT, isOnFreshConnection_ ? 1L : 0L) &&
+         setOption(handle, CURLOPT_ERRORBUFFER, message_.data()) &&
          setOption(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
          setOption(handle, CURLOPT_HEADERDATA, this) &&
          setOption(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
@@ -282,10 +285,21 @@ TransferOutcome Transfer::broken(int result) const {
     return failed(Code::malformedResponse, "the server's response has a malformed body");
   }
   const Code code = errorCodeForCurlResult(result);
-  if (code == Code::unknown || code == Code::secureConnectionFailed) {
+  if (code == Code::secureConnectionFailed) return failed(code, secureConnectionProblem(result));
+  if (code == Code::unknown) {
     return failed(code, curl_easy_strerror(static_cast<CURLcode>(result)));
   }
   return failed(code);
+}
+
+std::string Transfer::secureConnectionProblem(int result) const {
+  if (result != CURLE_PEER_FAILED_VERIFICATION) {
+    return curl_easy_strerror(static_cast<CURLcode>(result));
+  }
+  const auto ofProxy = info<long>(handle_.get(), CURLINFO_PROXY_SSL_VERIFYRESULT);
+  if (ofProxy != 0) return certificateProblem("the proxy", message_.data(), ofProxy);
+  return certificateProblem("\"" + url_.host() + "\"", message_.data(),
+                            info<long>(handle_.get(), CURLINFO_SSL_VERIFYRESULT));
 }
 
 TransferOutcome Transfer::failed(Code code, std::string_view what) const {
@@ -293,7 +307,9 @@ TransferOutcome Transfer::failed(Code code, std::string_view what) const {
 }
 
 EasyHandle Transfer::takeHandle() {
-  return check_->hasHeaders() ? std::move(handle_) : EasyHandle();
+  if (!check_->hasHeaders()) return {};
+  setOption(handle_.get(), CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
+  return std::move(handle_);
 }
 
 }  // namespace kiv

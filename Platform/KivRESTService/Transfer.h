@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -75,11 +76,13 @@ class Transfer {
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
   [[nodiscard]] TransferOutcome broken(int result) const;
+  [[nodiscard]] std::string secureConnectionProblem(int result) const;
   [[nodiscard]] TransferOutcome failed(KivRESTServiceErrorCode code,
                                        std::string_view what = {}) const;
 
   const KivRESTServiceSettings& settings_;
   const std::int64_t readSize_;
+  std::array<char, 256> message_{};  // libcurl's own, of what went wrong
   EasyHandle handle_;
   HeaderList headers_;
   URL url_;

@@ -6,6 +6,7 @@
 #include "Platform/KivRESTService/KivRESTService.h"
 #include "Tests/Platform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/LoopbackServerSockets.h"
 #include "Tests/Support/NginxServer.h"
 #include "Tests/Support/OldSecureServer.h"
 #include "Tests/Support/RangeServer.h"
@@ -85,6 +86,9 @@ TEST(KivRESTServiceNginx, ACertificateThatNobodyVouchesForIsRefused) {
   const Load load(client, server.secureURL("/file"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+  EXPECT_EQ(load.message(), "Could not load \"" + server.secureURL("/file") +
+                                "\": the certificate of \"127.0.0.1\" is signed by itself, and not "
+                                "trusted here.");
   EXPECT_FALSE(load.hasBody());
   EXPECT_EQ(server.stopAndTakeLog(), "");
 }
@@ -97,6 +101,8 @@ TEST(KivRESTServiceNginx, ACertificateThatHasExpiredIsRefused) {
   const Load load(client, server.secureURL("/file"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+  EXPECT_EQ(load.message(), "Could not load \"" + server.secureURL("/file") +
+                                "\": the certificate of \"127.0.0.1\" has expired.");
   EXPECT_EQ(server.stopAndTakeLog(), "");
 }
 
@@ -199,6 +205,50 @@ TEST(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {
   const Load load(client, url);
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+  EXPECT_EQ(load.message(),
+            "Could not load \"" + url + "\": the server's certificate is not for \"0.0.0.0\".");
+}
+
+TEST(KivRESTServiceNginx, TheCertificateOfTheHostToWhichARedirectLeadsIsNamed) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  LoopbackServer plain;
+  auto target = server.secureURL("/file");
+  target.replace(target.find("127.0.0.1"), 9, "0.0.0.0");
+  plain.serve("/a", Response::redirect(302, target));
+  KivRESTService client(trusting(server));
+  const Load load(client, plain.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.message(),
+            "Could not load \"" + target + "\": the server's certificate is not for \"0.0.0.0\".");
+}
+
+TEST(KivRESTServiceNginx, TheCertificateOfAProxyIsNotTakenForTheServers) {
+  NginxServer proxy;
+  ASSERT_TRUE(proxy.isRunning());
+  auto settings = KivRESTService::defaultSettings();
+  settings.proxy = proxy.secureURL();
+  KivRESTService client(settings);
+  const Load load(client, "http://ads.invalid/a");
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.message(),
+            "Could not load \"http://ads.invalid/a\": the certificate of the proxy is signed by "
+            "itself, and not trusted here.");
+}
+
+/// A handle that has met a bad certificate serves the next transfer, which fails for another
+/// reason.
+TEST(KivRESTServiceNginx, TheNextErrorSaysNothingOfTheCertificate) {
+  NginxServer server;
+  ASSERT_TRUE(server.isRunning());
+  const RefusingServer refusing;
+  KivRESTService client;
+  const Load first(client, server.secureURL("/file"));
+  ASSERT_TRUE(first.waitForEnd());
+  const Load second(client, refusing.url("/a"));
+  ASSERT_TRUE(second.waitForEnd());
+  EXPECT_EQ(second.message(),
+            "Could not load \"" + refusing.url("/a") + "\": the server could not be reached.");
 }
 
 /// What comes over https must tell its length: whether TLS ended in order is not known here.
