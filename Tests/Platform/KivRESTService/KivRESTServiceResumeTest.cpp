@@ -293,6 +293,7 @@ std::vector<BrokenRange> brokenRanges() {
       {"MoreThanTheRest", Response::status(206, std::string(50'000, 'x'))
                               .chunked()
                               .header("Content-Range", "bytes 60000-99999/100000")},
+      {"ContentCoding", rest().header("Content-Encoding", "gzip")},
       {"OtherTransferCoding", rest().withoutLength().header("Transfer-Encoding", "gzip")},
       {"RedirectToNothing", Response::redirect(302, "/b")},
       {"RedirectToADeadServer", Response::redirect(302, dead.url("/a"))},
