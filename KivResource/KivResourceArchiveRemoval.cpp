@@ -3,12 +3,16 @@
 #include "KivResource/KivResourceConstants.h"
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
+#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace kiv {
 
 bool removeArchiveAtPath(const std::string& path, std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
   if (files.directoryExistsAtPath(path)) {  // behind a link the page would be another's
+    if (const auto withdrawn = KivStorageService::withdrawDirectoryAtPath(path)) {
+      return files.removeItemAtPath(*withdrawn, error);
+    }
     const std::string page = path::appendingPathComponent(path, KivResouceArchiveKey[1]);
     if (files.itemExistsAtPath(page) && !files.removeItemAtPath(page, error)) return false;
   }

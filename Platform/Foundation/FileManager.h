@@ -156,6 +156,11 @@ class KIV_EXPORT FileManager {
   /// Lets two items change places in one step. Fails where the file system has no such step.
   virtual bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
                                                  std::optional<Error>* error = nullptr) = 0;
+  /// Renames, under the guard of removals, an item that is to be removed at the new path: refused
+  /// where one of the two directories lies outside the guard's roots. What is moved is what lies
+  /// there by name, a link itself.
+  virtual bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                         std::optional<Error>* error = nullptr) = 0;
   /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
   /// nothing lies there is an error too, and so is a path that ends in "." or "..", and that of the
   /// file system's root. What the guard refuses (setRemovalRoots) is an error like any other.

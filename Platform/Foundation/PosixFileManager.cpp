@@ -171,6 +171,8 @@ class PosixFileManager final : public FileManager {
                              std::optional<Error>* error) override;
   bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
                                          std::optional<Error>* error) override;
+  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                 std::optional<Error>* error) override;
   bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
                                            std::optional<Error>* error) override;
@@ -387,6 +389,16 @@ bool PosixFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
   errno = ENOTSUP;
 #endif
   return result == 0 || failWith(errno, "exchange", path, error);
+}
+
+bool PosixFileManager::withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                                 std::optional<Error>* error) {
+  struct stat status {};
+  if (!lookAt(path, status)) return failWith(errno, "withdraw", path, error);
+  const auto place = placeOfItem(path);
+  const auto newPlace = SystemPath(newPath).isValid() ? placeOfItem(newPath) : std::nullopt;
+  if (!place || !newPlace) return failWith(EINVAL, "withdraw", path, error);
+  return posix::withdrawItem(*place, *newPlace, removalRoots(), path, error);
 }
 
 bool PosixFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 
 #include "Platform/Foundation/FileManager.h"
@@ -89,6 +90,10 @@ int removeAt(const Descriptor& directory, const std::string& name) {
   return ::unlinkat(directory.number(), name.c_str(), flags) == 0 ? 0 : errno;
 }
 
+Descriptor openDirectory(const std::string& path) {
+  return Descriptor(::open(path.c_str(), searchOnly | O_DIRECTORY | O_CLOEXEC));
+}
+
 Error refusal(std::string_view path) {
   return Error(FileManagerErrorDomain, static_cast<int>(FileManagerErrorCode::removalRefused),
                "Could not remove \"" + std::string(path) +
@@ -105,9 +110,22 @@ std::optional<ItemPlace> placeOfItem(std::string_view path) {
   return ItemPlace{std::string(directory.empty() ? "." : directory), std::string(name)};
 }
 
+bool withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
+                  const std::optional<std::vector<std::string>>& roots, std::string_view path,
+                  std::optional<Error>* error) {
+  const Descriptor from = openDirectory(place.directory);
+  const Descriptor to = from.isOpen() ? openDirectory(newPlace.directory) : Descriptor(-1);
+  if (!to.isOpen()) return fail(error, systemError(errno, "withdraw", path));
+  if (roots && !(liesUnder(from, *roots) && liesUnder(to, *roots))) {
+    return fail(error, refusal(path));
+  }
+  return ::renameat(from.number(), place.name.c_str(), to.number(), newPlace.name.c_str()) == 0 ||
+         fail(error, systemError(errno, "withdraw", path));
+}
+
 bool removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,
                 std::string_view path, std::optional<Error>* error) {
-  const Descriptor directory(::open(place.directory.c_str(), searchOnly | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor directory = openDirectory(place.directory);
   if (!directory.isOpen()) return fail(error, systemError(errno, "remove", path));
   if (roots && !liesUnder(directory, *roots)) return fail(error, refusal(path));
   const int number = removeAt(directory, place.name);

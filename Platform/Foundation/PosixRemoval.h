@@ -24,6 +24,12 @@ struct ItemPlace {
 /// system's root, or, with "." or ".." at its end, a directory by way of one in it.
 std::optional<ItemPlace> placeOfItem(std::string_view path);
 
+/// Renames the item to the new place, where it is to be removed. With roots, both directories must
+/// lie in them or below. `path` serves the message.
+bool withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
+                  const std::optional<std::vector<std::string>>& roots, std::string_view path,
+                  std::optional<Error>* error);
+
 /// Removes the item, a directory with everything in it. With roots, one that lies neither in them
 /// nor below is refused. `path` serves the message.
 bool removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,

@@ -190,6 +190,16 @@ bool KivStorageService::Batch::end(std::optional<Error>* error) {
   return !root || root->endBatch(error);
 }
 
+std::optional<std::string> KivStorageService::withdrawDirectoryAtPath(std::string_view path) {
+  const auto root = kiv::storage::currentRoot();
+  auto temporary = root ? root->makeTemporary(nullptr) : std::nullopt;
+  if (!temporary) return std::nullopt;
+  temporary->leave();
+  const bool isWithdrawn =
+      FileManager::defaultManager().withdrawItemAtPath_toPath(path, temporary->path());
+  return isWithdrawn ? std::optional(temporary->path()) : std::nullopt;
+}
+
 std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(
     std::string_view fileName, std::string_view relativePath, std::optional<Error>* error) {
   return guarded(fileName, error, [&] { return load(fileName, relativePath, error); });

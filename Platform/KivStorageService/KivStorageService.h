@@ -101,6 +101,14 @@ class KIV_EXPORT KivStorageService {
     std::shared_ptr<kiv::storage::StorageRoot> root_;
   };
 
+  /// Takes the directory at the absolute path, under the root or elsewhere, out of its place in one
+  /// step, with everything in it, and answers where it lies now: in the service's own directory,
+  /// for the caller to remove. What is not removed, because the process died or the disk failed,
+  /// goes when a process next starts to use the root. Nothing, with nothing changed, where that is
+  /// not possible: on another file system, without a root, or under a guard of removals that
+  /// permits one of the two places only.
+  static std::optional<std::string> withdrawDirectoryAtPath(std::string_view path);
+
   /// The bytes of ROOT/relativePath/fileName, or nothing where it is missing or unreadable.
   static std::optional<kiv::Data> loadDataForFileName_atRelativePath_error(
       std::string_view fileName, std::string_view relativePath,

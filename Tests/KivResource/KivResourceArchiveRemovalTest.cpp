@@ -1,17 +1,22 @@
 #include <cerrno>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 
 #include "KivResource/KivResourceStorageModule.h"
 #include "KivResource/KivResourceUpkeep.h"
+#include "Platform/KivStorageService/KivStorageService.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
+#include "Tests/Support/RemovalGuard.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace kiv::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::StartsWith;
 
 class KivResourceArchiveRemovalTest : public ManagerFixture {
  protected:
@@ -28,6 +33,20 @@ class KivResourceArchiveRemovalTest : public ManagerFixture {
     return paths;
   }
 
+  /// In one step, to where the storage service keeps what is not complete, and there it is removed.
+  void expectTheWholeGoesAtOnce() const {
+    Names moves;
+    for (const auto& operation : files_.operations()) {
+      if (operation.name == "withdraw" && operation.path == stored("promo")) {
+        moves.push_back(operation.newPath);
+      }
+    }
+    ASSERT_THAT(moves, ElementsAre(StartsWith(KivStorageService::temporariesPath() + "/")));
+    EXPECT_THAT(removals(), ElementsAre(moves.front()));
+    EXPECT_FALSE(exists(moves.front()));
+    EXPECT_FALSE(exists(stored("promo")));
+  }
+
   void expectThePageGoesFirst() const {
     EXPECT_THAT(removals(), ElementsAre(stored("promo/index.html"), stored("promo")));
     EXPECT_FALSE(exists(stored("promo")));
@@ -41,19 +60,88 @@ class KivResourceArchiveRemovalTest : public ManagerFixture {
   FaultyFileManager files_;
 };
 
+// Removed file by file, an archive whose removal a kill cut short left the rest of it for good.
+TEST_F(KivResourceArchiveRemovalTest, AReplacedArchiveGoesAtOnce) {
+  std::optional<Error> error;
+  KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);
+  EXPECT_FALSE(error);
+  expectTheWholeGoesAtOnce();
+}
+
+TEST_F(KivResourceArchiveRemovalTest, AnOrphanedArchiveGoesAtOnce) {
+  EXPECT_TRUE(KivResourceUpkeep::cleanUpOrphans(*manager, KivResourceUpkeep::Mode::remove));
+  expectTheWholeGoesAtOnce();
+}
+
+TEST_F(KivResourceArchiveRemovalTest, UnderAGuardOfTheRootItDoesToo) {
+  const RemovalGuard guard({root()});
+  KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"));
+  expectTheWholeGoesAtOnce();
+}
+
+TEST_F(KivResourceArchiveRemovalTest, WhatCannotBeRemovedThereIsAnErrorAndGoesLater) {
+  files_.setFailingOperation("remove", EIO);
+  std::optional<Error> error;
+  KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, EIO);
+  EXPECT_FALSE(exists(stored("promo")));
+  const std::string left = removals().back();
+  EXPECT_TRUE(exists(left));
+  files_.setFailingOperation("", 0);
+  KivStorageService::setRootPath("");
+  KivStorageService::setRootPath(root());
+  EXPECT_FALSE(exists(left));
+}
+
+TEST_F(KivResourceArchiveRemovalTest, WhatAKilledHostLeftThereGoesAtTheNextStart) {
+  KivStorageService::setRootPath("");
+  const pid_t host = fork();
+  if (host == 0) {
+    KivStorageService::setRootPath(root());
+    _exit(KivStorageService::withdrawDirectoryAtPath(stored("promo")) ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(host, &status, 0), host);
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(exists(stored("promo")));
+  const std::string temporaries = root() + "/.KivStorageService";
+  EXPECT_FALSE(std::filesystem::is_empty(temporaries));
+  KivStorageService::setRootPath(root());
+  EXPECT_TRUE(std::filesystem::is_empty(temporaries));
+}
+
 // Removed in any other order, the rest of an archive whose removal a kill cut short was found by
 // its name and taken for whole.
-TEST_F(KivResourceArchiveRemovalTest, ThePageOfAReplacedArchiveGoesFirst) {
+TEST_F(KivResourceArchiveRemovalTest, WhereItCannotGoAtOnceThePageGoesFirst) {
+  files_.setFailingOperation("withdraw", EXDEV);
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"));
   expectThePageGoesFirst();
 }
 
-TEST_F(KivResourceArchiveRemovalTest, ThePageOfAnOrphanedArchiveGoesFirst) {
-  EXPECT_TRUE(KivResourceUpkeep::cleanUpOrphans(*manager, KivResourceUpkeep::Mode::remove));
+TEST_F(KivResourceArchiveRemovalTest, SoItDoesWhereTheGuardNamesTheResourcesAlone) {
+  const RemovalGuard guard({stored("")});
+  KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"));
   expectThePageGoesFirst();
 }
 
+TEST_F(KivResourceArchiveRemovalTest, AnArchiveOutsideTheGuardStaysWhereItIs) {
+  const RemovalGuard guard({KivStorageService::temporariesPath()});
+  std::optional<Error> error;
+  KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain, FileManagerErrorDomain);
+  expectTheWholeArchive();
+}
+
+TEST_F(KivResourceArchiveRemovalTest, ADirectoryThatHoldsTheRootIsNotMovedIntoIt) {
+  write(root() + "/index.html", "page");
+  KivResourceStorageModule::removeResourceFileWithPath_error(root() + "/index.html");
+  EXPECT_FALSE(exists(root()));
+}
+
 TEST_F(KivResourceArchiveRemovalTest, AnArchiveWhosePageStaysKeepsItsOtherFiles) {
+  const RemovalGuard guard({stored("")});
   files_.setFailingOperation("remove", EIO);
   std::optional<Error> error;
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);

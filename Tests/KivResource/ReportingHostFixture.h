@@ -116,8 +116,8 @@ class ReportingHostFixture : public ManagerFixture {
   }
 
   /// The list is JSON, or was never saved; every resource of it that is loaded has whole files;
-  /// whatever else a name leads to is whole too, and nothing is left of what was not completed. An
-  /// archive whose removal the kill has cut short is found by no name: it has lost its page.
+  /// whatever else lies there is whole too, and nothing is left of what was not completed, nor of
+  /// what was being removed.
   void expectSoundRoot() const {
     if (exists(listPath())) {
       EXPECT_TRUE(JSON::read(Data(read(listPath())))) << "the list does not parse";
@@ -128,7 +128,7 @@ class ReportingHostFixture : public ManagerFixture {
       for (const auto& entry : std::filesystem::directory_iterator(stored(""))) {
         const std::string file = entry.path().string();
         const bool isWhole = entry.is_directory()
-                                 ? !exists(file + "/index.html") || isWholeArchive(file)
+                                 ? isWholeArchive(file)
                                  : holdsBytesNamed(file, path::lastPathComponent(file));
         EXPECT_TRUE(isWhole) << file;
       }

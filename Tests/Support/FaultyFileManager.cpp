@@ -199,6 +199,12 @@ bool FaultyFileManager::moveItemAtPath_toPath(std::string_view path, std::string
          ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error);
 }
 
+bool FaultyFileManager::withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                                  std::optional<Error>* error) {
+  return begin({"withdraw", std::string(path), std::string(newPath)}, error) &&
+         ForwardingFileManager::withdrawItemAtPath_toPath(path, newPath, error);
+}
+
 bool FaultyFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
                                                           std::string_view otherPath,
                                                           std::optional<Error>* error) {

@@ -33,7 +33,7 @@ class FaultyFileManager : public ForwardingFileManager {
   struct Operation {
     std::string name;
     std::string path;
-    std::string newPath;  ///< of "move" and "exchange"
+    std::string newPath;  ///< of "move", "withdraw" and "exchange"
   };
 
   /// Begins counting anew; nothing stands for no fault.
@@ -78,6 +78,8 @@ class FaultyFileManager : public ForwardingFileManager {
                              std::optional<Error>* error) override;
   bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
                                          std::optional<Error>* error) override;
+  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                 std::optional<Error>* error) override;
   bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
                                            std::optional<Error>* error) override;

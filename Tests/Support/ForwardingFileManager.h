@@ -76,6 +76,10 @@ class ForwardingFileManager : public FileManager {
                                          std::optional<Error>* error) override {
     return base_.exchangeItemAtPath_withItemAtPath(path, otherPath, error);
   }
+  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                 std::optional<Error>* error) override {
+    return base_.withdrawItemAtPath_toPath(path, newPath, error);
+  }
   bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override {
     return base_.removeItemAtPath(path, error);
   }

@@ -254,10 +254,24 @@ bool PowerCutFileManager::moveItemAtPath_toPath(std::string_view path, std::stri
   if (!begin(path, error) || !ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error)) {
     return false;
   }
+  noteMove(path, newPath);
+  return true;
+}
+
+bool PowerCutFileManager::withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                                    std::optional<Error>* error) {
+  if (!begin(path, error) ||
+      !ForwardingFileManager::withdrawItemAtPath_toPath(path, newPath, error)) {
+    return false;
+  }
+  noteMove(path, newPath);
+  return true;
+}
+
+void PowerCutFileManager::noteMove(std::string_view path, std::string_view newPath) {
   const std::lock_guard guard(mutex_);
   auto node = parentOf(path)->items.extract(std::string(path::lastPathComponent(path)));
   parentOf(newPath)->items[std::string(path::lastPathComponent(newPath))] = node.mapped();
-  return true;
 }
 
 bool PowerCutFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,

@@ -51,6 +51,8 @@ class PowerCutFileManager : public ForwardingFileManager {
                              std::optional<Error>* error) override;
   bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
                                          std::optional<Error>* error) override;
+  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                 std::optional<Error>* error) override;
   bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
                                            std::optional<Error>* error) override;
@@ -61,6 +63,7 @@ class PowerCutFileManager : public ForwardingFileManager {
   bool allowsBatchSyncs = false;
 
  private:
+  void noteMove(std::string_view path, std::string_view newPath);
   struct Node;
   class File;
   class Batch;

@@ -220,5 +220,63 @@ TEST_F(FileManagerRemovalGuardTest, WhatIsMissingIsTheSystemsErrorAsEver) {
   }
 }
 
+// --- What is withdrawn in order to be removed ----------------------------------------------------
+
+class FileManagerWithdrawalTest : public FileManagerRemovalGuardTest {
+ protected:
+  static std::optional<Error> withdraw(const std::string& path, const std::string& newPath) {
+    std::optional<Error> error;
+    const bool isDone =
+        FileManager::defaultManager().withdrawItemAtPath_toPath(path, newPath, &error);
+    EXPECT_NE(isDone, error.has_value());
+    EXPECT_EQ(exists(newPath), isDone) << newPath;
+    return error;
+  }
+  static void expectWithdrawalRefused(const std::string& path, const std::string& newPath) {
+    const auto error = withdraw(path, newPath);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain, FileManagerErrorDomain);
+    EXPECT_TRUE(exists(path)) << path;
+  }
+};
+
+TEST_F(FileManagerWithdrawalTest, MovesADirectoryWithEverythingInIt) {
+  scratch_.write("outside/dir/file");
+  EXPECT_FALSE(withdraw(outside_ + "/dir/", root_ + "/1"));
+  EXPECT_TRUE(exists(root_ + "/1/file"));
+  EXPECT_FALSE(exists(outside_ + "/dir"));
+}
+
+TEST_F(FileManagerWithdrawalTest, BothDirectoriesLieUnderTheGuard) {
+  scratch_.write("root/dir/file");
+  scratch_.write("outside/dir/file");
+  const RemovalGuard guard({root_});
+  expectWithdrawalRefused(outside_ + "/dir", root_ + "/1");
+  expectWithdrawalRefused(root_ + "/dir", outside_ + "/1");
+  expectWithdrawalRefused(root_, root_ + "/1");
+  EXPECT_FALSE(withdraw(root_ + "/dir", root_ + "/1"));
+}
+
+TEST_F(FileManagerWithdrawalTest, LinksOnTheWayCountAsWhereTheyLead) {
+  scratch_.write("root/dir/file");
+  scratch_.write("outside/dir/file");
+  fs::create_directory_symlink(outside_, root_ + "/link");
+  const RemovalGuard guard({root_});
+  expectWithdrawalRefused(root_ + "/link/dir", root_ + "/1");
+  expectWithdrawalRefused(root_ + "/dir", root_ + "/link/1");
+  EXPECT_FALSE(withdraw(root_ + "/link", root_ + "/1"));
+  EXPECT_TRUE(fs::is_symlink(root_ + "/1"));
+  EXPECT_TRUE(exists(outside_ + "/dir/file"));
+}
+
+TEST_F(FileManagerWithdrawalTest, WhatIsNoItemIsAnError) {
+  scratch_.write("root/dir/file");
+  for (const std::string path : {"/none", "/dir/.", "/dir/..", "/dir/file/"})
+    EXPECT_TRUE(withdraw(root_ + path, root_ + "/1")) << path;
+  EXPECT_TRUE(withdraw(root_ + "/dir", root_ + "/dir/1"));
+  EXPECT_TRUE(withdraw(root_ + "/dir", root_ + "/none/1"));
+  EXPECT_TRUE(exists(root_ + "/dir/file"));
+}
+
 }  // namespace
 }  // namespace kiv::test
