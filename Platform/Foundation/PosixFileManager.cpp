@@ -409,25 +409,32 @@ bool PosixFileManager::removeItemAtPath(std::string_view path, std::optional<Err
   return removeItem(*place, removalRoots(), path, error);
 }
 
-/// True where the open file still lies at the path: its former holder may have removed it between
-/// our opening and our locking it.
-bool liesAtPath(const Descriptor& file, std::string_view path) {
+/// Zero where the open file still lies at the path, ENOENT where it does not: its former holder may
+/// have removed it between our opening and our locking it. Otherwise the system's error number.
+int lookForFile(const Descriptor& file, std::string_view path) {
   struct stat opened {};
   struct stat named {};
-  return ::fstat(file.number(), &opened) == 0 && ::lstat(SystemPath(path).c_str(), &named) == 0 &&
-         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  if (::fstat(file.number(), &opened) != 0 || ::lstat(SystemPath(path).c_str(), &named) != 0) {
+    return errno;
+  }
+  return opened.st_dev == named.st_dev && opened.st_ino == named.st_ino ? 0 : ENOENT;
 }
 
 std::unique_ptr<FileLock> PosixFileManager::lockFileAtPath(std::string_view path,
                                                            std::optional<Error>* error) {
-  while (true) {
+  constexpr int mostAttempts = 100;
+  int number = ENOENT;
+  for (int attempt = 0; attempt < mostAttempts && number == ENOENT; ++attempt) {
     Descriptor file = open(path, O_RDWR | O_CREAT | O_NOFOLLOW);
     if (!file.isOpen() || ::flock(file.number(), LOCK_EX | LOCK_NB) != 0) {
       failWith(errno, "lock", path, error);
       return nullptr;
     }
-    if (liesAtPath(file, path)) return std::make_unique<PosixFileLock>(std::move(file));
+    number = lookForFile(file, path);
+    if (number == 0) return std::make_unique<PosixFileLock>(std::move(file));
   }
+  failWith(number, "lock", path, error);
+  return nullptr;
 }
 
 }  // namespace
