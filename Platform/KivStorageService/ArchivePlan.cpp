@@ -25,6 +25,7 @@ std::optional<ArchiveObjection> objectionToList(const std::vector<ArchiveEntry>&
     if (const auto rule = objectionToListedEntry(entry, ceilings)) {
       return objectionToEntry(entry.rawName, *rule);
     }
+    if (isLeftOut(entry.rawName)) continue;
     total += entry.size;  // no overflow: at most as many sizes as entries, each below its ceiling
     if (total > ceilings.totalBytes) {
       return "holds more than " + std::to_string(ceilings.totalBytes) + " bytes unpacked";
@@ -38,7 +39,7 @@ std::optional<std::string> addEntry(const ArchivePlan& plan, std::uint64_t index
   const std::string name = plan.reader->name(index);
   if (auto objection = objectionToEntryName(name, ceilings)) return objection;
   const std::string_view path = pathOfEntryName(name);
-  if (path.empty()) return std::nullopt;
+  if (path.empty() || isLeftOut(name)) return std::nullopt;
   return name.ends_with('/') ? tree.addDirectory(path) : tree.addFile(path, index);
 }
 

@@ -62,6 +62,13 @@ std::string_view pathOfEntryName(std::string_view name) {
   return name;
 }
 
+bool isLeftOut(std::string_view name) {
+  constexpr std::string_view folder = "__MACOSX";
+  const std::string_view path = pathOfEntryName(name);
+  const std::string_view first = path.substr(0, path.find('/'));
+  return first == folder && (path.size() > folder.size() || name.ends_with('/'));
+}
+
 std::optional<std::string> objectionToEntryName(std::string_view name,
                                                 const ArchiveCeilings& ceilings) {
   if (name.empty()) return "has no name";

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/KivStorageService/ArchivePlan.h"
+#include "Platform/KivStorageService/ArchiveRules.h"
 #include "Platform/KivStorageService/FreeSpace.h"
 #include "Platform/KivStorageService/StorageErrors.h"
 
@@ -110,8 +111,9 @@ class Unpacker {
 /// Each size is below its ceiling, and so is their sum.
 std::uint64_t unpackedSize(const ArchivePlan& plan) {
   std::uint64_t size = 0;
-  for (const ArchiveEntry& entry : plan.entries)
-    size += entry.size;
+  for (const ArchiveEntry& entry : plan.entries) {
+    if (!isLeftOut(entry.rawName)) size += entry.size;
+  }
   return size;
 }
 

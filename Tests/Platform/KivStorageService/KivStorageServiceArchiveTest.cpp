@@ -69,6 +69,45 @@ TEST_F(KivStorageServiceArchiveTest, StripsOnlyOneFolder) {
   EXPECT_EQ(error->code, static_cast<int>(Code::noEntryPage));
 }
 
+/// As the archiver of macOS packs the folder "promo".
+ZipBuilder macOSArchive() {
+  const std::string attributes("\0\5\x16\7 what macOS knows of a file", 30);
+  return ZipBuilder()
+      .addDirectory("promo/")
+      .addFile("promo/index.html", "page")
+      .addFile("__MACOSX/promo/._index.html", attributes)
+      .addFile("promo/.DS_Store", "view")
+      .addFile("__MACOSX/promo/._.DS_Store", attributes)
+      .addFile("__MACOSX/._promo", attributes);
+}
+
+TEST_F(KivStorageServiceArchiveTest, LeavesTheAttributesOfMacOSOut) {
+  const Tree expected{{"index.html", "page"}, {".DS_Store", "view"}};
+  EXPECT_EQ(unpacked(macOSArchive()), expected);
+  EXPECT_EQ(unpacked(macOSArchive().addDirectory("__MACOSX/")), expected);
+  EXPECT_EQ(unpacked(ZipBuilder()
+                         .addFile("./__MACOSX/._index.html", "x")
+                         .addFile("index.html", "page")
+                         .addFile(".DS_Store", "view")
+                         .addFile("__MACOSX/._.DS_Store", "x")),
+            expected);
+}
+
+TEST_F(KivStorageServiceArchiveTest, OnlyAFolderOfThatNameAtTheTopIsLeftOut) {
+  EXPECT_EQ(unpacked(ZipBuilder()
+                         .addFile("index.html", "page")
+                         .addFile("__macosx/b", "b")
+                         .addFile("c/__MACOSX/c", "c")),
+            (Tree{{"index.html", "page"},
+                  {"__macosx/", ""},
+                  {"__macosx/b", "b"},
+                  {"c/", ""},
+                  {"c/__MACOSX/", ""},
+                  {"c/__MACOSX/c", "c"}}));
+  EXPECT_EQ(unpacked(ZipBuilder().addFile("index.html", "page").addFile("__MACOSX", "a")),
+            (Tree{{"index.html", "page"}, {"__MACOSX", "a"}}));
+}
+
 TEST_F(KivStorageServiceArchiveTest, UnpacksZip64) {
   ZipBuilder archive;
   archive.add({.name = "index.html", .contents = "page", .method = 8, .zip64 = true})
@@ -144,6 +183,7 @@ TEST_F(KivStorageServiceArchiveTest, RefusesAnArchiveWithoutPageAtTheTop) {
       ZipBuilder().addFile("page.html", "page"),
       ZipBuilder().addFile("INDEX.HTML", "page"),
       ZipBuilder().addDirectory("index.html/"),
+      ZipBuilder().addFile("__MACOSX/index.html", "page"),
       ZipBuilder().addFile("site/index.html", "page").addFile("readme.txt", "r"),
       ZipBuilder().addFile("a/index.html", "page").addDirectory("b/"),
   };
@@ -224,6 +264,9 @@ std::vector<HostileCase> hostileTwins() {
       {"TwiceByCyrillicCase", withBoth("БАННЕР", "баннер"), "баннер", "spelling"},
       {"TwiceByNormalisation", withBoth("caf\u00e9", "cafe\u0301"), "caf", "spelling"},
       {"TwiceByBoth", withBoth("CAF\u00c9", "cafe\u0301"), "caf", "spelling"},
+      {"LinkAmongWhatIsLeftOut", with({.name = "__MACOSX/l", .contents = "/etc", .mode = 0120777}),
+       "__MACOSX/l", "symbolic link"},
+      {"UpOutOfWhatIsLeftOut", with("__MACOSX/../../a"), "__MACOSX/../../a", "\"..\""},
       {"PageTwiceByCase", with("INDEX.html"), "INDEX.html", "spelling"},
       {"FileThenDirectory", withBoth("a", "a/b"), "a/b", "both a file and a directory"},
       {"DirectoryThenFile", withBoth("a/b", "a"), "a", "both a file and a directory"},
@@ -440,6 +483,21 @@ TEST_F(ArchiveCeilingTest, CountsDirectoriesThatAreNotListed) {
   KivStorageService::setArchiveCeilings(ceilings);
   expectRefusal(ZipBuilder().addFile("index.html", "page").addFile("a/b/c/d/e", "x"),
                 "more than 5 files and directories");
+}
+
+TEST_F(ArchiveCeilingTest, WhatIsLeftOutCountsAsAnEntryAlone) {
+  ArchiveCeilings ceilings;
+  ceilings.entries = 3;
+  ceilings.items = 1;
+  ceilings.totalBytes = 1000;
+  KivStorageService::setArchiveCeilings(ceilings);
+  const std::string contents(1000, 'p');
+  ZipBuilder archive;
+  archive.addFile("index.html", contents).addFile("__MACOSX/a", contents);
+  archive.addFile("__MACOSX/b/c", contents);
+  ZipBuilder larger = archive;
+  expectRefusal(larger.addFile("__MACOSX/d", "d"), "more than 3 entries");
+  EXPECT_EQ(unpacked(archive).size(), 1U);
 }
 
 TEST_F(ArchiveCeilingTest, TakesExactlyThirtyTwoLevels) {
