@@ -1,56 +1,38 @@
 #include "Platform/KivStorageService/PathFolding.h"
 
-#include <algorithm>
-#include <array>
-#include <iterator>
-
-#include "Platform/KivStorageService/UTF8.h"
+#include <cstddef>
+#include <utf8proc.h>
+#include <vector>
 
 namespace kiv::storage {
 
 namespace {
 
-/// One character with its folded form, which ends at the first zero.
-struct Folding {
-  char32_t character;
-  std::array<char32_t, 3> folded;
-};
-
-/// In the order of the characters.
-constexpr Folding foldings[] = {
-#include "Platform/KivStorageService/PathFoldingTable.inc"
-};
-
-const Folding* findFolding(char32_t character) {
-  const auto* const found = std::lower_bound(
-      std::begin(foldings), std::end(foldings), character,
-      [](const Folding& folding, char32_t wanted) { return folding.character < wanted; });
-  return found != std::end(foldings) && found->character == character ? found : nullptr;
-}
-
-std::u32string bytesOf(std::string_view name) {
+/// Whatever is not UTF-8 has no letters but those of ASCII.
+std::u32string foldedBytes(std::string_view name) {
   std::u32string points;
-  for (const char byte : name)
-    points += static_cast<unsigned char>(byte);
+  for (const char byte : name) {
+    const bool isCapital = byte >= 'A' && byte <= 'Z';
+    points += static_cast<unsigned char>(isCapital ? byte + ('a' - 'A') : byte);
+  }
   return points;
 }
 
 }  // namespace
 
 std::u32string foldedName(std::string_view name) {
-  const auto text = utf8::decode(name);
-  std::u32string folded;
-  for (const char32_t character : text ? *text : bytesOf(name)) {
-    if (const Folding* folding = text ? findFolding(character) : nullptr) {
-      for (const char32_t part : folding->folded) {
-        if (part != 0) folded += part;
-      }
-    } else {
-      const bool isCapital = character >= U'A' && character <= U'Z';
-      folded += isCapital ? character + (U'a' - U'A') : character;
-    }
+  constexpr auto form =
+      static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD);
+  const auto* const bytes = reinterpret_cast<const utf8proc_uint8_t*>(name.data());
+  const auto size = static_cast<utf8proc_ssize_t>(name.size());
+  std::vector<utf8proc_int32_t> points(name.size());
+  auto count = utf8proc_decompose(bytes, size, points.data(), size, form);
+  if (count > size) {
+    points.resize(static_cast<std::size_t>(count));
+    count = utf8proc_decompose(bytes, size, points.data(), count, form);
   }
-  return folded;
+  if (count < 0) return foldedBytes(name);
+  return {points.begin(), points.begin() + count};
 }
 
 }  // namespace kiv::storage
