@@ -2,11 +2,12 @@
 
 #include "KivResource/KivResourceManager.h"
 
+#include <system_error>
 #include <utility>
 
-#include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
+#include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/SystemLog.h"
 
@@ -49,6 +50,7 @@ KivResourceManager::~KivResourceManager() = default;
 void KivResourceManager::create() {
   multicastObserver_ = std::make_shared<MulticastObserver>();
   loadedResources_ = std::make_shared<kiv::ResourceList>();
+  savedList_ = std::make_unique<kiv::SavedList>();
   loadingResourcesFilesCount_ = 0;
   loadSavedResources();
   setLoader(std::make_shared<KivResourceRESTModule>());
@@ -58,30 +60,41 @@ void KivResourceManager::create() {
 
 void KivResourceManager::loadSavedResources() {
   if (listIsChanged_) saveChanges();
-  const auto list = KivResourceStorageModule::loadResourcesListWithError();
-  for (const kiv::Value& entry : list.value_or(kiv::Array())) {
-    auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
-    // Made just now, it has just looked for its files: where no link is left, all of them exist.
-    const bool filesExist = resource && resource->missingFilesLinks().empty();
-    if (filesExist) loadedResources_->append(std::move(resource));
-  }
+  savedList_->restore(*loadedResources_);
   kiv::SystemLog::write(
       "KivResourceManager (-[KivResourceManager loadSavedResources]): "
       "Cached resources were loaded.");
 }
 
 void KivResourceManager::saveLoadedResorcesList() const {
-  (void)saveList();
+  kiv::SavedList::Access(*savedList_, *loadedResources_).save();
 }
 
-bool KivResourceManager::saveList() const {
-  kiv::Array dictionaries;
-  dictionaries.reserve(loadedResources_->size());
-  for (const auto& resource : *loadedResources_) {
-    const auto dictionary = resource->resourceDictionary();
-    dictionaries.append(dictionary ? *dictionary : kiv::Dictionary());
+std::optional<kiv::Error> KivResourceManager::lastSaveError() const {
+  return savedList_->lastSaveError();
+}
+
+std::optional<kiv::Error> KivResourceManager::savedListError() const {
+  return savedList_->doubt();
+}
+
+void KivResourceManager::noteMerge() {
+  const kiv::ListMerge merge = savedList_->takeMerge();
+  for (const auto& resource : merge.replaced)
+    markFiles(resource);
+  for (const auto& resource : merge.lost)
+    failAnnouncements(resource);
+}
+
+/// What observers were going to hear loaded has lost a file to another process.
+void KivResourceManager::failAnnouncements(const std::shared_ptr<KivResource>& resource) {
+  const auto paths = resource->useFilePaths();
+  const kiv::Error error = kiv::systemError(static_cast<int>(std::errc::no_such_file_or_directory),
+                                            "find", paths.empty() ? std::string() : paths.front());
+  for (Announcement& announcement : announcements_) {
+    if (announcement.resource != resource || announcement.failure) continue;
+    announcement.failure = std::make_shared<const std::optional<kiv::Error>>(error);
   }
-  return KivResourceStorageModule::saveResourcesList_error(dictionaries);
 }
 
 // --- Queries -------------------------------------------------------------------------------------
@@ -153,8 +166,11 @@ void KivResourceManager::endStep() {
 void KivResourceManager::saveChanges() {
   // The files' names reach the disk before a list does that names them.
   savings_.reset();
-  if (std::exchange(listIsChanged_, false)) listIsOutOfDate_ = !saveList();
-  if (!listIsOutOfDate_) removals_->removeUnused(*loadedResources_);
+  if (!listIsChanged_ && removals_->empty() && !savedList_->doubt()) return;
+  kiv::SavedList::Access access(*savedList_, *loadedResources_);
+  noteMerge();
+  if (std::exchange(listIsChanged_, false)) listIsOutOfDate_ = !access.save();
+  if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
 }
 
 /// Who sees the manager idle finds everything done.

@@ -21,6 +21,7 @@
 
 namespace kiv {
 class PendingRemovals;
+class SavedList;
 }  // namespace kiv
 
 /// The one object through which a host uses the framework: the registry of loaded resources, the
@@ -50,7 +51,8 @@ class KIV_EXPORT KivResourceManager final
   static std::shared_ptr<KivResourceManager> sharedInstance();
 
   /// A manager of its own, made in the same way: for tests, and for tools that go through several
-  /// starts in one process. Never use two at a time on one storage root.
+  /// starts in one process. Several on one storage root share the saved list as processes do; each
+  /// knows of the others' resources from its own next save on.
   static std::shared_ptr<KivResourceManager> newInstance();
 
   KivResourceManager(const KivResourceManager&) = delete;
@@ -103,12 +105,26 @@ class KIV_EXPORT KivResourceManager final
   /// Drops the observer, whatever its queues. May be called from any thread.
   void removeObserver(const std::shared_ptr<KivResourceManagerObserver>& observer);
 
+  /// Why the list could not be saved the last time; nothing after a save that succeeded, and before
+  /// the first one. Observers hear nothing of it: resources are loaded although the list is not
+  /// saved, the next change of the registry and the next pass try again, and a host that ends before
+  /// finds at its next start what was saved last. A resource whose dictionary has no JSON form, such as one in which
+  /// the host has put a number that is not finite, keeps the whole list from being saved; the log
+  /// names it.
+  [[nodiscard]] std::optional<kiv::Error> lastSaveError() const;
+  /// Why the saved list could not be read, as long as it is in doubt: from a start at which it was
+  /// there and unreadable until it is read after all, or replaced. Before a list in doubt is
+  /// replaced it is read again, which brings its resources into the registry, and where that fails
+  /// again it is set aside under another name in its directory.
+  [[nodiscard]] std::optional<kiv::Error> savedListError() const;
+
   // --- The manager's own steps ---
 
   /// Appends to the registry what the saved list holds and whose files are all there.
   void loadSavedResources();
-  /// Writes the dictionaries of the registry as the saved list. A failure is ignored: the next
-  /// change of the registry, or the next pass, writes the whole list again.
+  /// Writes the dictionaries of the registry as the saved list. A failure is only kept for
+  /// lastSaveError(): the next change of the registry, or the next pass, writes the whole list
+  /// again.
   void saveLoadedResorcesList() const;
 
   [[nodiscard]] kiv::ResourceArray allLoadedResourcesWithCopy(bool copy) const;
@@ -185,7 +201,11 @@ class KIV_EXPORT KivResourceManager final
   /// that only an older list named. So whatever fails or kills the host in between, the resources
   /// of the list on disk have their files.
   void saveChanges();
-  [[nodiscard]] bool saveList() const;
+  /// Brings what waits for the end of the step up to what a merge has done to the registry.
+  void noteMerge();
+  void failAnnouncements(const std::shared_ptr<KivResource>& resource);
+  /// Marks those files of the resource for removal that no other loaded resource uses.
+  void markFiles(const std::shared_ptr<KivResource>& resource);
   /// Brings the disk up to the registry where a pending removal could change the answer to a
   /// question that follows. Where the list cannot be saved, the files stay.
   void settleBefore(bool isAffected);
@@ -199,6 +219,7 @@ class KIV_EXPORT KivResourceManager final
 
   std::shared_ptr<MulticastObserver> multicastObserver_;
   std::shared_ptr<kiv::ResourceList> loadedResources_;
+  std::unique_ptr<kiv::SavedList> savedList_;
   std::optional<kiv::ResourceArray> resourcesForRemove_;
   std::int64_t loadingResourcesFilesCount_ = 0;
   std::shared_ptr<KivResourceRESTModule> loader_;

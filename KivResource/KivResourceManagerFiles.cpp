@@ -144,8 +144,11 @@ void KivResourceManager::removeOldResourcesForResource(
 void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
   const Step step(*this);
-  auto paths = resource->useFilePaths();
-  for (std::string& path : paths) {
+  markFiles(resource);
+}
+
+void KivResourceManager::markFiles(const std::shared_ptr<KivResource>& resource) {
+  for (std::string& path : resource->useFilePaths()) {
     if (!loadedResources_->isPathUsedByOthers(path, *resource)) {
       removals_->add(std::move(path), resource);
     }

@@ -1,5 +1,7 @@
 #include "KivResource/KivResourceStorageModule.h"
 
+#include <system_error>
+
 #include "KivResource/KivResourceArchiveRemoval.h"
 #include "Platform/Foundation/Bundle.h"
 #include "Platform/Foundation/FileManager.h"
@@ -14,6 +16,7 @@ constexpr std::string_view listDirectory = "KivResource";
 constexpr std::string_view resourcesDirectory = "KivResource/Resources";
 constexpr std::string_view spoolDirectory = ".KivRESTService";
 constexpr std::string_view listFile = "resources_config.json";
+constexpr int mostListsSetAside = 99;
 constexpr std::string_view packagedBundle = "InnerAdResources.bundle";
 constexpr std::int64_t dataIsNotArrayErrorCode = 110;
 
@@ -51,6 +54,12 @@ bool isArchivePage(std::string_view path) {
 std::string pathTo(Place place) {
   if (place.packaged) return std::move(*place.packaged);
   return KivStorageService::filePathForFileName_atRelativePath(place.name, place.directory);
+}
+
+std::string pathOfListSetAside(int number) {
+  std::string name = "resources_config.unreadable-";
+  name.append(std::to_string(number)).append(".json");
+  return KivStorageService::filePathForFileName_atRelativePath(name, listDirectory);
 }
 
 }  // namespace
@@ -92,6 +101,11 @@ std::optional<std::string> KivResourceStorageModule::pathOfItemSavedWithName(
   return kiv::path::appendingPathComponent(resourcesDirectoryPath(), name);
 }
 
+std::string KivResourceStorageModule::resourcesListPath() {
+  if (KivStorageService::rootPath().empty()) return {};
+  return KivStorageService::filePathForFileName_atRelativePath(listFile, listDirectory);
+}
+
 bool KivResourceStorageModule::saveResourcesList_error(const kiv::Array& resourceDictionaries,
                                                        std::optional<kiv::Error>* error) {
   const auto bytes = dataForArray_error(resourceDictionaries, error);
@@ -106,6 +120,37 @@ std::optional<kiv::Array> KivResourceStorageModule::loadResourcesListWithError(
       KivStorageService::loadDataForFileName_atRelativePath_error(listFile, listDirectory, error);
   if (!bytes) return std::nullopt;
   return arrayOfDictionaryFromData_error(*bytes, error);
+}
+
+std::optional<std::string> KivResourceStorageModule::setResourcesListAsideWithError(
+    std::optional<kiv::Error>* error) {
+  auto& files = kiv::FileManager::defaultManager();
+  const std::string path = resourcesListPath();
+  const bool isFile = files.fileExistsAtPath(path) || files.linkExistsAtPath(path);
+  int number = isFile ? 1 : mostListsSetAside + 1;
+  while (number <= mostListsSetAside && files.itemExistsAtPath(pathOfListSetAside(number)))
+    ++number;
+  if (number > mostListsSetAside) {
+    const auto reason = isFile ? std::errc::file_exists : std::errc::invalid_argument;
+    kiv::fail(error, kiv::systemError(static_cast<int>(reason), "set aside", path));
+    return std::nullopt;
+  }
+  std::string newPath = pathOfListSetAside(number);
+  // On the disk before another list can take the name.
+  const std::string_view directory = kiv::path::deletingLastPathComponent(path);
+  if (!files.moveItemAtPath_toPath(path, newPath, error)) return std::nullopt;
+  if (files.synchronizeDirectoryAtPath(directory, error)) return newPath;
+  files.moveItemAtPath_toPath(newPath, path);
+  return std::nullopt;
+}
+
+std::vector<std::string> KivResourceStorageModule::setAsideResourcesLists() {
+  std::vector<std::string> paths;
+  for (int number = 1; number <= mostListsSetAside; ++number) {
+    std::string path = pathOfListSetAside(number);
+    if (kiv::FileManager::defaultManager().itemExistsAtPath(path)) paths.push_back(std::move(path));
+  }
+  return paths;
 }
 
 std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(

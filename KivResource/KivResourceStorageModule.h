@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KivResource/KivResourceConstants.h"
 #include "Platform/Foundation/Data.h"
@@ -20,6 +21,8 @@
 /// Under the root of KivStorageService:
 ///
 ///     KivResource/resources_config.json         the saved list
+///     KivResource/resources_config.unreadable-NUMBER.json
+///                                               one that could not be read and was set aside
 ///     KivResource/Resources/NAME                a downloaded file, named after its link
 ///     KivResource/Resources/STEM/index.html     the page of an archive downloaded as STEM.zip
 ///
@@ -54,6 +57,9 @@ class KIV_EXPORT KivResourceStorageModule {
   /// that may not be used.
   static std::optional<std::string> pathOfItemSavedWithName(std::string_view fileName);
 
+  /// The absolute path of the saved list; empty where there is no storage root.
+  static std::string resourcesListPath();
+
   /// Writes the saved list, an array of resource dictionaries, anew and whole. On failure the
   /// previous list stays.
   static bool saveResourcesList_error(const kiv::Array& resourceDictionaries,
@@ -63,6 +69,15 @@ class KIV_EXPORT KivResourceStorageModule {
   /// list that is no JSON array gives an empty array and an error.
   static std::optional<kiv::Array> loadResourcesListWithError(
       std::optional<kiv::Error>* error = nullptr);
+
+  /// Renames the saved list, so that another one can be written and this one stays as it is, to the
+  /// first name that is free: resources_config.unreadable-NUMBER.json, from 1 to 99. Answers its
+  /// path, or nothing and an error, with the list where it was.
+  static std::optional<std::string> setResourcesListAsideWithError(
+      std::optional<kiv::Error>* error = nullptr);
+  /// The absolute paths of the lists that were set aside. They are for a person to put back or to
+  /// remove.
+  static std::vector<std::string> setAsideResourcesLists();
 
   /// The absolute path of the file that is there under the name, packaged before downloaded, or
   /// nothing. For an archive's name the path of its unpacked "index.html". A name that may not be

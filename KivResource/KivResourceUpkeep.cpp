@@ -124,6 +124,33 @@ ListedFiles listedFiles(const KivResourceManager& manager) {
   return listed;
 }
 
+Error doubtError(std::string_view what, const std::optional<Error>& reason,
+                 std::string_view remedy) {
+  std::string message(what);
+  if (reason) message += " (" + reason->localizedDescription() + ")";
+  message.append(". It may name files that are in use: ").append(remedy);
+  return upkeepError(KivResourceUpkeepErrorCode::listInDoubt, message);
+}
+
+/// Why files that no known entry names may be in use, if they may.
+std::optional<Error> doubtOfList(const KivResourceManager& manager, const ListedFiles& listed) {
+  const std::string list = "The saved list \"" + KivResourceStorageModule::resourcesListPath();
+  if (listed.listError) {
+    return doubtError(list + "\" cannot be read", listed.listError,
+                      "make it readable, put back a copy of it or remove it, and clean up again.");
+  }
+  if (const auto error = manager.savedListError()) {
+    return doubtError(list + "\" could not be read by this process", error,
+                      "load a configuration or start the program again, and clean up again.");
+  }
+  const auto setAside = KivResourceStorageModule::setAsideResourcesLists();
+  if (setAside.empty()) return std::nullopt;
+  return doubtError("\"" + setAside.front() + "\" is a saved list that could not be read",
+                    std::nullopt,
+                    "put it back in place of the saved list once it is repaired, with the program "
+                    "stopped, or remove it, and clean up again.");
+}
+
 std::optional<std::vector<std::string>> sortedNames(const std::string& directory,
                                                     std::optional<Error>* error) {
   if (!files().itemExistsAtPath(directory)) return std::vector<std::string>();
@@ -243,6 +270,7 @@ std::optional<Upkeep::Audit> KivResourceUpkeep::audit(const KivResourceManager& 
   const ListedFiles listed = listedFiles(manager);
   Audit audit;
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
+  audit.listDoubt = doubtOfList(manager, listed);
   findUnusable(listed, audit);
   const bool isWhole = findOrphans(listed.used, audit, error) && findTemporaries(audit, error) &&
                        findUnfinishedDownloads(audit, error);
@@ -258,9 +286,9 @@ std::optional<Upkeep::CleanUp> KivResourceUpkeep::cleanUpOrphans(const KivResour
                                  "Nothing is cleaned up while downloads are in flight."));
     return std::nullopt;
   }
-  ListedFiles listed = listedFiles(manager);
-  if (listed.listError) {
-    kiv::fail(error, std::move(*listed.listError));
+  const ListedFiles listed = listedFiles(manager);
+  if (auto doubt = doubtOfList(manager, listed)) {
+    kiv::fail(error, std::move(*doubt));
     return std::nullopt;
   }
   Audit found;

@@ -17,6 +17,7 @@ inline constexpr std::string_view KivResourceUpkeepErrorDomain =
 enum class KivResourceUpkeepErrorCode : int {
   downloadsInFlight = 120,   ///< A pass is running; files that it has stored are in no list yet.
   resourcesElsewhere = 121,  ///< A link leads from the resources directory out of the root.
+  listInDoubt = 122,         ///< A saved list that cannot be read may name files that are in use.
 };
 
 /// Looking after the cache: what the lists and the disk disagree about, what nobody needs any more,
@@ -59,6 +60,9 @@ class KIV_EXPORT KivResourceUpkeep {
     std::vector<Item> temporary;
     /// True where downloads are in flight: what they have stored so far counts as orphaned.
     bool downloadsAreInFlight = false;
+    /// Why a clean-up would remove nothing (122), where a saved list is in doubt: orphans may then
+    /// be files in use. The message says what a person can do.
+    std::optional<kiv::Error> listDoubt;
   };
 
   /// Compares the registry and the saved list with the disk, and changes nothing. Nothing and an
@@ -88,8 +92,10 @@ class KIV_EXPORT KivResourceUpkeep {
   /// waits until it does not.
   ///
   /// Nothing and an error, with nothing removed, while downloads are in flight (120), since files
-  /// of the resources that they belong to are in no list yet; where the saved list is there but
-  /// cannot be read, since it may name files that are in use; and where audit() fails.
+  /// of the resources that they belong to are in no list yet; where a saved list may name files
+  /// that are in use and are not known (122): one that cannot be read, now or when the manager last
+  /// tried, or one that was set aside for that; and where audit() fails. A message with code 122
+  /// says what a person can do.
   static std::optional<CleanUp> cleanUpOrphans(const KivResourceManager& manager, Mode mode,
                                                std::optional<kiv::Error>* error = nullptr);
 

@@ -10,6 +10,8 @@
 inline constexpr std::string_view KivResourceErrorDomain = "kiv.KivResource";
 /// A pass was refused, because files of an earlier one are still being downloaded.
 inline constexpr std::int64_t DownloadQueueIsBusyKivResourceErrorCode = 100;
+/// The list was not saved: the one on the disk cannot be read, and could not be set aside either.
+inline constexpr std::int64_t SavedListInDoubtKivResourceErrorCode = 103;
 
 /// Domain of the errors that the download module makes.
 inline constexpr std::string_view KivResourceRESTModuleErrorDomain =

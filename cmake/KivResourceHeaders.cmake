@@ -46,6 +46,8 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
 set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceArchiveRemoval.h
   KivResource/KivResourceIndex.h
+  KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h
   KivResource/KivResourcePendingRemovals.h
+  KivResource/KivResourceSavedList.h
 )

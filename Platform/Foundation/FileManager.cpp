@@ -44,4 +44,9 @@ std::optional<std::vector<std::string>> FileManager::removalRoots() {
   return removalGuard().roots;
 }
 
+std::optional<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path,
+                                                              std::optional<Error>* error) {
+  return systemFileManager().identityOfFileAtPath(path, error);
+}
+
 }  // namespace kiv

@@ -27,6 +27,18 @@ struct FileSystemSpace {
   std::uint64_t available = 0;  ///< What this process may still write.
 };
 
+/// Tells one state of a file from another: a file that was replaced, written or cut off has another
+/// identity. Only while a file is held open, or mapped, is its number not given to a new one.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t number = 0;
+  std::uint64_t length = 0;
+  std::int64_t modified = 0;  ///< Nanoseconds since 1970, as fine as the file system counts.
+  std::int64_t changed = 0;   ///< The same of the file's attributes, its name among them.
+
+  friend bool operator==(const FileIdentity& a, const FileIdentity& b) = default;
+};
+
 /// A file open for writing. Closed, without any promise about its contents, when it goes.
 class KIV_EXPORT WritableFile {
  public:
@@ -126,6 +138,10 @@ class KIV_EXPORT FileManager {
   /// The number of bytes in the regular file at the path, which may not be a link; nothing where
   /// there is none.
   virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
+  /// What tells the file at the path, or that to which a link leads, from any other state of it.
+  /// Unless overridden, of the system's file.
+  virtual std::optional<FileIdentity> identityOfFileAtPath(std::string_view path,
+                                                           std::optional<Error>* error = nullptr);
   /// The names of a directory's items, in no given order.
   virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;

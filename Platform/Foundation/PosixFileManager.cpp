@@ -155,6 +155,8 @@ class PosixFileManager final : public FileManager {
   std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
                                             std::optional<Error>* error) override;
   std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override;
+  std::optional<FileIdentity> identityOfFileAtPath(std::string_view path,
+                                                   std::optional<Error>* error) override;
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
   bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
@@ -270,6 +272,30 @@ std::optional<std::uint64_t> PosixFileManager::lengthOfFileAtPath(std::string_vi
   struct stat status {};
   if (!lookAt(path, status) || !S_ISREG(status.st_mode)) return std::nullopt;
   return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::int64_t nanoseconds(const struct timespec& time) {
+  return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+std::optional<FileIdentity> PosixFileManager::identityOfFileAtPath(std::string_view path,
+                                                                   std::optional<Error>* error) {
+  struct stat status {};
+  const SystemPath systemPath(path);
+  if (!systemPath.isValid() || ::stat(systemPath.c_str(), &status) != 0) {
+    failWith(systemPath.isValid() ? errno : EINVAL, "look at", path, error);
+    return std::nullopt;
+  }
+#if defined(__APPLE__)
+  const auto modified = nanoseconds(status.st_mtimespec);
+  const auto changed = nanoseconds(status.st_ctimespec);
+#else
+  const auto modified = nanoseconds(status.st_mtim);
+  const auto changed = nanoseconds(status.st_ctim);
+#endif
+  return FileIdentity{static_cast<std::uint64_t>(status.st_dev),
+                      static_cast<std::uint64_t>(status.st_ino),
+                      static_cast<std::uint64_t>(status.st_size), modified, changed};
 }
 
 bool PosixFileManager::fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) {

@@ -76,10 +76,12 @@ class ReportingHostFixture : public ManagerFixture {
       for (const std::string& name : namesOf(identifier, version))
         serve(name);
     }
+    return stepForItems(pass.isUpdate ? "update:" : "load:", items);
+  }
+
+  std::string stepForItems(const std::string& kind, const Array& items) {
     const auto bytes = JSON::write(Dictionary{{"items", items}});
-    const std::string file =
-        configurations_.write(std::to_string(++configurationCount_), bytes->view());
-    return (pass.isUpdate ? "update:" : "load:") + file;
+    return kind + configurations_.write(std::to_string(++configurationCount_), bytes->view());
   }
 
   /// Runs the steps in a host that nobody disturbs.
@@ -154,7 +156,6 @@ class ReportingHostFixture : public ManagerFixture {
     requestHandler_ = std::move(handler);
   }
 
- private:
   void serve(const std::string& name) {
     if (!served_.insert(name).second) return;
     server.serve("/" + name, [this, bytes = downloadNamed(name)](const Request&) {
@@ -163,6 +164,7 @@ class ReportingHostFixture : public ManagerFixture {
     });
   }
 
+ private:
   void noteRequest() {
     const std::lock_guard guard(handlerMutex_);
     requestHandler_();

@@ -46,6 +46,10 @@ class ForwardingFileManager : public FileManager {
   std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override {
     return base_.lengthOfFileAtPath(path);
   }
+  std::optional<FileIdentity> identityOfFileAtPath(std::string_view path,
+                                                   std::optional<Error>* error) override {
+    return base_.identityOfFileAtPath(path, error);
+  }
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override {
     return base_.contentsOfDirectoryAtPath(path, error);

@@ -1,0 +1,243 @@
+#include "KivResource/KivResourceSavedList.h"
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourceStorageModule.h"
+#include "KivResource/NSError+KivResource.h"
+#include "Platform/Foundation/JSON.h"
+#include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/SystemLog.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr std::string_view logPrefix =
+    "KivResourceManager (-[KivResourceManager saveLoadedResorcesList]): ";
+
+constexpr std::string_view lockSuffix = ".lock";
+/// Longer than a save of a very long list takes another process.
+constexpr auto patience = std::chrono::seconds(5);
+
+FileManager& files() {
+  return FileManager::defaultManager();
+}
+
+bool isSystemError(const Error& error, std::errc number) {
+  return error.domain == SystemErrorDomain && error.code == static_cast<int>(number);
+}
+
+void append(ResourceArray& all, ResourceArray& more) {
+  all.insert(all.end(), more.begin(), more.end());
+}
+
+Error notSetAsideError(const Error& doubt, const std::optional<Error>& refusal) {
+  std::string message = "The saved list \"" + KivResourceStorageModule::resourcesListPath() +
+                        "\" cannot be read (" + doubt.localizedDescription() +
+                        "), and is not replaced, because it cannot be renamed";
+  if (refusal) message += " (" + refusal->localizedDescription() + ")";
+  return {KivResourceErrorDomain, SavedListInDoubtKivResourceErrorCode, message + "."};
+}
+
+void logUnwritable(const KivResource& resource, const Error& error) {
+  std::string line(logPrefix);
+  line.append("Resource with ID ").append(resource.resourceID());
+  line.append(" and name \"").append(resource.name());
+  line.append("\" keeps the list from being saved. Error: ").append(error.description());
+  SystemLog::write(line);
+}
+
+}  // namespace
+
+// --- Reading -------------------------------------------------------------------------------------
+
+void SavedList::restore(ResourceList& registry) {
+  base_ = read().value_or(Array());
+  for (const Value& entry : base_) {
+    auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
+    // Made just now, it has just looked for its files: where no link is left, all of them exist.
+    const bool filesExist = resource && resource->missingFilesLinks().empty();
+    if (filesExist) registry.append(std::move(resource));
+  }
+}
+
+/// Before the contents are read: a list that takes this one's place meanwhile is then seen to be
+/// another one.
+void SavedList::identify() {
+  const std::string path = KivResourceStorageModule::resourcesListPath();
+  held_ = files().itemExistsAtPath(path) ? files().mapFileAtPath(path) : nullptr;
+  identity_ = files().identityOfFileAtPath(path);
+}
+
+std::optional<Array> SavedList::read() {
+  identify();
+  std::optional<Error> error;
+  auto list = KivResourceStorageModule::loadResourcesListWithError(&error);
+  if (error && isSystemError(*error, std::errc::no_such_file_or_directory)) error.reset();
+  if (error) list.reset();
+  doubt_ = std::move(error);
+  return list;
+}
+
+/// A list that is gone was not saved by anybody: then nothing is known to have been removed from
+/// it.
+void SavedList::catchUp(ResourceList& registry) {
+  if (isToBeRead()) {
+    auto saved = read();
+    if (doubt_ && doubt_->domain == SystemErrorDomain) saved = read();  // it may have passed
+    if (doubt_) return;
+    if (saved) note(mergeIntoRegistry(base_, *saved, registry));
+    base_ = saved.value_or(Array());
+  }
+  keepTaken(registry);
+}
+
+bool SavedList::isToBeRead() const {
+  const bool isSame =
+      identity_ == files().identityOfFileAtPath(KivResourceStorageModule::resourcesListPath());
+  const bool mayHavePassed = doubt_ && doubt_->domain == SystemErrorDomain;
+  return !isSame || mayHavePassed;
+}
+
+void SavedList::note(ListMerge merge) {
+  for (const auto& resource : merge.taken) {
+    auto& newest = taken_[resource->resourceID()];
+    if (!newest || newest->updated() < resource->updated()) newest = resource;
+  }
+  append(merge_.taken, merge.taken);
+  append(merge_.replaced, merge.replaced);
+  append(merge_.lost, merge.lost);
+}
+
+/// A pass compares stamps when it starts. What came by a merge since then, and an older version
+/// that completed later has replaced, comes back in its place.
+void SavedList::keepTaken(ResourceList& registry) {
+  ListMerge merge;
+  std::erase_if(taken_, [&](const auto& entry) {
+    const std::shared_ptr<KivResource>& resource = entry.second;
+    const auto own = registry.resourcesWithID(entry.first);
+    if (std::find(own.begin(), own.end(), resource) != own.end()) return false;
+    const bool isReplaced = !own.empty() && std::all_of(own.begin(), own.end(), [&](auto& other) {
+      return other->updated() < resource->updated();
+    });
+    if (!isReplaced || !resource->filesExist()) return true;
+    registry.removeAll(own);
+    registry.append(resource);
+    merge.replaced.insert(merge.replaced.end(), own.begin(), own.end());
+    merge.taken.push_back(resource);
+    return false;
+  });
+  append(merge_.taken, merge.taken);
+  append(merge_.replaced, merge.replaced);
+}
+
+ListMerge SavedList::takeMerge() {
+  return std::exchange(merge_, {});
+}
+
+// --- Writing -------------------------------------------------------------------------------------
+
+SavedList::Access::Access(SavedList& list, ResourceList& registry)
+    : list_(list), registry_(registry), lock_(list.lock(refusal_)) {
+  if (!refusal_) list_.catchUp(registry_);
+}
+
+/// nullptr also where locks cannot be had, which is no refusal.
+std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
+  const std::string list = KivResourceStorageModule::resourcesListPath();
+  const std::string path = list + std::string(lockSuffix);
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  std::optional<Error> error;
+  auto lock = files().lockFileAtPath(path, &error);
+  if (!lock && error && isSystemError(*error, std::errc::no_such_file_or_directory)) {
+    files().createDirectoryAtPath(path::deletingLastPathComponent(list));
+    lock = files().lockFileAtPath(path, &error);
+  }
+  const auto isHeld = [&] {
+    return !lock && error && isSystemError(*error, std::errc::resource_unavailable_try_again);
+  };
+  while (isHeld() && isPatient_ && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    lock = files().lockFileAtPath(path, &error);
+  }
+  isPatient_ = !isHeld();
+  if (isHeld()) refusal = std::move(error);
+  return lock;
+}
+
+bool SavedList::Access::save() {
+  if (refusal_) {
+    list_.lastSaveError_ = refusal_;
+    return false;
+  }
+  Array dictionaries;
+  dictionaries.reserve(registry_.size());
+  for (const auto& resource : registry_) {
+    const auto dictionary = resource->resourceDictionary();
+    dictionaries.append(dictionary ? *dictionary : Dictionary());
+  }
+  std::optional<Error> error;
+  const bool isSaved = list_.write(dictionaries, &error);
+  if (error && error->domain == JSONErrorDomain) {
+    list_.logUnwritable(registry_);
+  } else {
+    list_.unwritable_.clear();
+  }
+  list_.lastSaveError_ = std::move(error);
+  return isSaved;
+}
+
+bool SavedList::write(const Array& dictionaries, std::optional<Error>* error) {
+  if (doubt_) return replaceUnreadable(dictionaries, error);
+  const bool isSaved = KivResourceStorageModule::saveResourcesList_error(dictionaries, error);
+  // A save can fail although the new list is in place.
+  if (isToBeRead()) {
+    identify();
+    base_ = dictionaries;
+  }
+  return isSaved;
+}
+
+/// Once for each resource, however often the list is not saved, until it can be written again.
+void SavedList::logUnwritable(const ResourceList& registry) {
+  ResourceSet unwritable;
+  for (const auto& resource : registry) {
+    const auto dictionary = resource->resourceDictionary();
+    std::optional<Error> error;
+    if (!dictionary || KivResourceStorageModule::dataForArray_error({*dictionary}, &error))
+      continue;
+    const bool isNew = unwritable.insert(resource).second && !unwritable_.contains(resource);
+    if (isNew && error) kiv::logUnwritable(*resource, *error);
+  }
+  unwritable_ = std::move(unwritable);
+}
+
+/// Only for a list that can be written: otherwise there would be none.
+bool SavedList::replaceUnreadable(const Array& dictionaries, std::optional<Error>* error) {
+  if (!KivResourceStorageModule::dataForArray_error(dictionaries, error)) return false;
+  std::optional<Error> refusal;
+  const auto aside = KivResourceStorageModule::setResourcesListAsideWithError(&refusal);
+  if (!aside) return fail(error, notSetAsideError(*doubt_, refusal));
+  const std::string path = KivResourceStorageModule::resourcesListPath();
+  const Error doubt = *std::exchange(doubt_, std::nullopt);
+  identify();  // nothing lies there now
+  if (!write(dictionaries, error)) {
+    if (!files().itemExistsAtPath(path) && files().moveItemAtPath_toPath(*aside, path)) {
+      doubt_ = doubt;
+    }
+    return false;
+  }
+  SystemLog::write(std::string(logPrefix) +
+                   "The saved list could not be read and was renamed to \"" + *aside +
+                   "\". Error: " + doubt.description());
+  return true;
+}
+
+}  // namespace kiv

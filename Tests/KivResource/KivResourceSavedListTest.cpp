@@ -1,0 +1,433 @@
+// The saved list when it cannot be read or written, and when another process writes it too.
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "KivResource/KivResourceUpkeep.h"
+#include "KivResource/NSError+KivResource.h"
+#include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/ManagerFixture.h"
+
+namespace kiv::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using Upkeep = KivResourceUpkeep;
+
+class KivResourceSavedListTest : public ManagerFixture {
+ protected:
+  /// Five banners, each with a file of its own, on a root whose list names them.
+  void loadFive() {
+    load({banner("a", 1, "x/a.png"), banner("b", 1, "x/b.png"), banner("c", 1, "x/c.png"),
+          banner("d", 1, "x/d.png"), banner("e", 1, "x/e.png")});
+    ASSERT_THAT(listed(), ElementsAre("a", "b", "c", "d", "e"));
+  }
+
+  /// A start at which the list cannot be read, and a moment later it can.
+  void restartWithAFailedRead(int number) {
+    files.setFailingOperation("read", number);
+    restart();
+    files.setFailingOperation({}, 0);
+    ASSERT_THAT(registry(), IsEmpty());
+  }
+
+  [[nodiscard]] Names listed() const {
+    Names identifiers;
+    for (const Value& entry : savedList())
+      identifiers.push_back(entry.dictionary()["banner_id"].string());
+    return identifiers;
+  }
+
+  [[nodiscard]] std::string setAside(int number) const {
+    return root() + "/KivResource/resources_config.unreadable-" + std::to_string(number) + ".json";
+  }
+
+  /// A clean-up removes nothing, and says which file a person has to look after.
+  void expectInDoubt(const std::string& path) {
+    std::optional<Error> error;
+    EXPECT_FALSE(Upkeep::cleanUpOrphans(*manager, Upkeep::Mode::remove, &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain, KivResourceUpkeepErrorDomain);
+    EXPECT_EQ(error->code, static_cast<int>(KivResourceUpkeepErrorCode::listInDoubt));
+    EXPECT_THAT(error->localizedDescription(), HasSubstr(path));
+    EXPECT_EQ(Upkeep::audit(*manager)->listDoubt, error);
+  }
+
+  FaultyFileManager files;
+};
+
+// --- A list that cannot be read ------------------------------------------------------------------
+
+TEST_F(KivResourceSavedListTest, AReadThatFailsOnceLosesNoEntry) {
+  loadFive();
+  for (const int number : {EMFILE, ENFILE, ENOMEM, EIO, EACCES}) {
+    SCOPED_TRACE(number);
+    restartWithAFailedRead(number);
+    manager->loadResourcesForConfig(config({plain("new" + std::to_string(number), 1)}));
+    takeEvents();
+    EXPECT_THAT(listed(), testing::IsSupersetOf({"a", "b", "c", "d", "e"}));
+    EXPECT_EQ(listed().back(), "new" + std::to_string(number));
+    EXPECT_EQ(registry(), listed());
+    EXPECT_FALSE(exists(setAside(1)));
+  }
+}
+
+TEST_F(KivResourceSavedListTest, AnUnreadableListIsSetAsideBeforeANewOneIsWritten) {
+  loadFive();
+  std::string torn = read(listPath());
+  torn.resize(torn.size() / 2);
+  int count = 0;
+  for (const std::string& text : {torn, std::string(), std::string("{}"), std::string("no JSON")}) {
+    SCOPED_TRACE(text);
+    write(listPath(), text);
+    restart();
+    EXPECT_EQ(read(listPath()), text);
+    load({plain("new", 1)});
+    EXPECT_THAT(listed(), ElementsAre("new"));
+    EXPECT_EQ(read(setAside(++count)), text);
+  }
+  EXPECT_EQ(read(setAside(1)), torn) << "a later one was put over it";
+}
+
+TEST_F(KivResourceSavedListTest, APassAfterAFailedReadFetchesNothingThatTheListHas) {
+  loadFive();
+  restartWithAFailedRead(EMFILE);
+  manager->updateResourcesForConfig(
+      config({banner("a", 1, "x/a.png"), banner("c", 2, "x/c2.png")}));
+  EXPECT_TRUE(client->succeed("/c2.png", "c"));
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded c", "finished"));
+  EXPECT_THAT(listed(), ElementsAre("a", "c"));
+  EXPECT_FALSE(exists(stored("c.png")));
+  EXPECT_TRUE(exists(stored("b.png"))) << "what an update drops stays on the disk";
+}
+
+TEST_F(KivResourceSavedListTest, WhatCompletedMeanwhileIsMergedByItsStamp) {
+  write(stored("same.png"), "s");
+  load({banner("same", 2, "x/same.png"), banner("older", 1, "x/older-1.png"),
+        banner("newer", 3, "x/newer-3.png"), plain("other", 1)});
+  files.setFailingOperation("read", EIO);
+  restart();
+  // The reads at the start of the pass fail too, and the one before the first save does not.
+  int reads = 0;
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    if (operation.name == "read" && ++reads == 2) files.setFailingOperation({}, 0);
+  });
+  manager->loadResourcesForConfig(
+      config({banner("same", 2, "x/same.png"), banner("older", 2, "x/older-2.png"),
+              banner("newer", 2, "x/newer-2.png")}));
+  const auto own = manager->loadedResourcesWithID_copy("same", false);
+  ASSERT_EQ(own.size(), 1U) << "found by its name";
+  files.setObserver({});
+  EXPECT_TRUE(client->succeed("/newer-2.png", "n"));
+  EXPECT_TRUE(client->succeed("/older-2.png", "o"));
+  takeEvents();
+  EXPECT_EQ(manager->savedListError(), std::nullopt);
+  EXPECT_THAT(registry(), ElementsAre("same", "other", "newer", "older"));
+  EXPECT_EQ(listed(), registry());
+  EXPECT_EQ(manager->loadedResourcesWithID_copy("same", false), own) << "the object stays";
+  EXPECT_EQ(manager->loadedResourcesWithID("newer")[0]->updated(), 3U);
+  EXPECT_EQ(manager->loadedResourcesWithID("older")[0]->updated(), 2U);
+  EXPECT_FALSE(exists(stored("older-1.png")));
+  EXPECT_FALSE(exists(stored("newer-2.png")));
+  EXPECT_TRUE(exists(stored("newer-3.png")));
+}
+
+TEST_F(KivResourceSavedListTest, ADoubtEndsWhereTheListTurnsOutToBeGone) {
+  loadFive();
+  restartWithAFailedRead(EIO);
+  EXPECT_TRUE(manager->savedListError());
+  std::filesystem::remove(listPath());
+  load({plain("new", 1)});
+  EXPECT_FALSE(manager->savedListError());
+  EXPECT_THAT(listed(), ElementsAre("new"));
+  EXPECT_FALSE(exists(setAside(1)));
+}
+
+TEST_F(KivResourceSavedListTest, AListThatCannotBeSetAsideIsNotReplaced) {
+  loadFive();
+  write(listPath(), "no JSON");
+  restart();
+  files.setFailingOperation("move", EACCES);
+  load({plain("new", 1)});
+  EXPECT_EQ(read(listPath()), "no JSON");
+  EXPECT_FALSE(exists(setAside(1)));
+  EXPECT_THAT(registry(), ElementsAre("new"));
+  files.setFailingOperation({}, 0);
+  load({plain("later", 1)});
+  EXPECT_THAT(listed(), ElementsAre("new", "later"));
+  EXPECT_EQ(read(setAside(1)), "no JSON");
+}
+
+TEST_F(KivResourceSavedListTest, AListIsPutBackWhereNoNewOneCouldBeWritten) {
+  loadFive();
+  const std::string list = read(listPath());
+  files.setFailingOperation("read", EMFILE);
+  restart();
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    if (operation.newPath == setAside(1)) files.setFailingOperation("createFile", EMFILE);
+  });
+  load({plain("new", 1)});
+  files.setObserver({});
+  EXPECT_EQ(read(listPath()), list);
+  EXPECT_FALSE(exists(setAside(1)));
+  files.setFailingOperation({}, 0);
+  load({plain("later", 1)});
+  EXPECT_THAT(listed(), ElementsAre("a", "b", "c", "d", "e", "new", "later"));
+}
+
+TEST_F(KivResourceSavedListTest, ADirectoryUnderTheListsNameIsNotSetAside) {
+  std::filesystem::create_directories(listPath());
+  restart();
+  load({plain("new", 1)});
+  EXPECT_TRUE(std::filesystem::is_directory(listPath()));
+  EXPECT_FALSE(exists(setAside(1)));
+}
+
+TEST_F(KivResourceSavedListTest, TheFilesThatAnUnreadableListNamesAreNotCleanedUp) {
+  loadFive();
+  std::string flipped = read(listPath());
+  flipped[0] ^= 1;
+  write(listPath(), flipped);
+  restart();
+  expectInDoubt(listPath());
+  load({plain("new", 1)});
+  expectInDoubt(setAside(1));
+  restart();
+  expectInDoubt(setAside(1));
+  for (const char* const name : {"a.png", "b.png", "c.png", "d.png", "e.png"})
+    EXPECT_TRUE(exists(stored(name))) << name;
+  std::filesystem::remove(setAside(1));
+  EXPECT_EQ(Upkeep::cleanUpOrphans(*manager, Upkeep::Mode::remove)->removed.size(), 5U);
+}
+
+TEST_F(KivResourceSavedListTest, NothingIsCleanedUpWhileTheManagerDoesNotKnowTheList) {
+  loadFive();
+  restartWithAFailedRead(EIO);
+  expectInDoubt(listPath());
+  load({});
+  EXPECT_FALSE(Upkeep::audit(*manager)->listDoubt);
+  EXPECT_THAT(Upkeep::cleanUpOrphans(*manager, Upkeep::Mode::remove)->removed, IsEmpty());
+  EXPECT_TRUE(exists(stored("a.png")));
+}
+
+// --- A list that cannot be written ---------------------------------------------------------------
+
+TEST_F(KivResourceSavedListTest, TheErrorOfTheLastSaveCanBeAskedFor) {
+  EXPECT_EQ(manager->lastSaveError(), std::nullopt);
+  files.setFailingOperation("createFile", ENOSPC);
+  load({plain("a", 1)});
+  ASSERT_TRUE(manager->lastSaveError());
+  EXPECT_EQ(manager->lastSaveError()->domain, SystemErrorDomain);
+  EXPECT_EQ(manager->lastSaveError()->code, ENOSPC);
+  manager->saveLoadedResorcesList();
+  EXPECT_TRUE(manager->lastSaveError());
+  files.setFailingOperation({}, 0);
+  load({});
+  EXPECT_EQ(manager->lastSaveError(), std::nullopt);
+  EXPECT_THAT(listed(), ElementsAre("a"));
+}
+
+TEST_F(KivResourceSavedListTest, ThatAListWasNotReplacedIsTheErrorOfItsSave) {
+  write(listPath(), "no JSON");
+  restart();
+  files.setFailingOperation("move", EACCES);
+  load({plain("new", 1)});
+  ASSERT_TRUE(manager->lastSaveError());
+  EXPECT_EQ(manager->lastSaveError()->code, SavedListInDoubtKivResourceErrorCode);
+  EXPECT_THAT(manager->lastSaveError()->localizedDescription(), HasSubstr(listPath()));
+}
+
+TEST_F(KivResourceSavedListTest, AResourceThatCannotBeWrittenIsNamedInTheLogOnce) {
+  load({plain("a", 1), plain("b", 1), plain("c", 1)});
+  const std::string before = read(listPath());
+  const auto resource = [&](const char* identifier) {
+    return manager->loadedResourcesWithID_copy(identifier, false)[0];
+  };
+  const auto linesNaming = [&](const std::string& identifier) {
+    const auto lines = log.lines();
+    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+      return line.starts_with(
+                 "KivResourceManager (-[KivResourceManager saveLoadedResorcesList]): Resource with "
+                 "ID " +
+                 identifier + " and name \"Plain " + identifier + "\" ") &&
+             line.find("not finite") != std::string::npos;
+    });
+  };
+  resource("b")->resourceDictionary()->set("rating", std::nan(""));
+  load({plain("d", 1)});
+  manager->saveLoadedResorcesList();
+  EXPECT_EQ(linesNaming("b"), 1);
+  EXPECT_EQ(manager->lastSaveError()->code, static_cast<int>(JSONErrorCode::unwritable));
+  EXPECT_EQ(read(listPath()), before);
+
+  resource("a")->resourceDictionary()->set("rating", HUGE_VAL);
+  manager->saveLoadedResorcesList();
+  manager->saveLoadedResorcesList();
+  EXPECT_EQ(linesNaming("a"), 1);
+  EXPECT_EQ(linesNaming("b"), 1);
+
+  resource("b")->resourceDictionary()->set("rating", 1.5);
+  manager->saveLoadedResorcesList();
+  resource("b")->resourceDictionary()->set("rating", std::nan(""));
+  manager->saveLoadedResorcesList();
+  EXPECT_EQ(linesNaming("a"), 1);
+  EXPECT_EQ(linesNaming("b"), 2) << "a new fault";
+
+  for (const char* const identifier : {"a", "b"})
+    resource(identifier)->resourceDictionary()->set("rating", 1.5);
+  load({});
+  EXPECT_EQ(manager->lastSaveError(), std::nullopt);
+  EXPECT_THAT(listed(), ElementsAre("a", "b", "c", "d"));
+  resource("a")->resourceDictionary()->set("rating", std::nan(""));
+  manager->saveLoadedResorcesList();
+  EXPECT_EQ(linesNaming("a"), 2);
+  EXPECT_EQ(linesNaming("c") + linesNaming("d"), 0);
+}
+
+// --- A list that others write too ----------------------------------------------------------------
+
+/// Two managers on one root, as two processes have them.
+class KivResourceSharedListTest : public KivResourceSavedListTest {
+ protected:
+  /// Runs the operation with the other manager and client in place of the first ones.
+  template <class Operation>
+  void asTheOther(const Operation& operation) {
+    std::swap(manager, otherManager_);
+    std::swap(client, otherClient_);
+    std::swap(observer, otherObserver_);
+    if (!manager) restart();
+    operation();
+    std::swap(manager, otherManager_);
+    std::swap(client, otherClient_);
+    std::swap(observer, otherObserver_);
+  }
+
+  ~KivResourceSharedListTest() override {
+    if (otherManager_) otherManager_->loader()->canselLoading();
+  }
+
+ private:
+  std::shared_ptr<KivResourceManager> otherManager_;
+  std::shared_ptr<FakeRESTService> otherClient_;
+  std::shared_ptr<RecordingObserver> otherObserver_;
+};
+
+TEST_F(KivResourceSharedListTest, EachSaveKeepsWhatTheOtherSaved) {
+  load({plain("a", 1)});
+  asTheOther([&] { load({plain("b", 1)}); });
+  load({plain("c", 1)});
+  EXPECT_THAT(listed(), ElementsAre("a", "b", "c"));
+  asTheOther([&] { load({plain("d", 1)}); });
+  EXPECT_THAT(listed(), ElementsAre("a", "b", "c", "d"));
+  EXPECT_THAT(registry(), ElementsAre("a", "b", "c"));
+  EXPECT_THAT(takeEvents(), IsEmpty());
+}
+
+TEST_F(KivResourceSharedListTest, WhatTheOtherDroppedLeavesUnlessItWasChangedHere) {
+  load({plain("a", 1), plain("b", 1), plain("c", 1)});
+  asTheOther([&] {
+    manager->updateResourcesForConfig(config({plain("c", 1)}));
+    takeEvents();
+  });
+  EXPECT_THAT(listed(), ElementsAre("c"));
+  (*manager->loadedResources())[1]->resourceDictionary()->set("note", "mine");
+  load({plain("d", 1)});
+  EXPECT_THAT(listed(), ElementsAre("c", "b", "d"));
+  EXPECT_EQ(registry(), listed());
+}
+
+TEST_F(KivResourceSharedListTest, TheGreatestStampWinsAndKeepsItsFiles) {
+  load({banner("a", 1, "x/a1.png"), banner("b", 1, "x/b1.png")});
+  asTheOther([&] { load({banner("a", 3, "x/a3.png"), banner("b", 2, "x/b2.png")}); });
+  load({banner("a", 2, "x/a2.png"), banner("b", 3, "x/b3.png")});
+  EXPECT_EQ(manager->loadedResourcesWithID("a")[0]->updated(), 3U);
+  EXPECT_EQ(manager->loadedResourcesWithID("b")[0]->updated(), 3U);
+  EXPECT_THAT(listed(), UnorderedElementsAre("a", "b"));
+  for (const char* const name : {"a3.png", "b3.png"})
+    EXPECT_TRUE(exists(stored(name))) << name;
+  for (const char* const name : {"a1.png", "a2.png", "b1.png", "b2.png"})
+    EXPECT_FALSE(exists(stored(name))) << name;
+}
+
+TEST_F(KivResourceSharedListTest, AnOlderVersionThatCompletesLaterDoesNotReplaceTheOthers) {
+  manager->loadResourcesForConfig(config({banner("a", 1, "x/a1.png"), banner("b", 1, "x/b1.png")}));
+  asTheOther([&] { load({banner("a", 2, "x/a2.png")}); });
+  EXPECT_TRUE(client->succeed("/b1.png", "b"));
+  takeEvents();
+  EXPECT_THAT(listed(), ElementsAre("a", "b"));
+  EXPECT_TRUE(client->succeed("/a1.png", "a"));
+  takeEvents();
+  EXPECT_EQ(manager->loadedResourcesWithID("a")[0]->updated(), 2U);
+  EXPECT_THAT(listed(), UnorderedElementsAre("a", "b"));
+  EXPECT_TRUE(exists(stored("a2.png")));
+  EXPECT_FALSE(exists(stored("a1.png")));
+}
+
+TEST_F(KivResourceSharedListTest, AFileThatAnEntryOfTheOtherUsesIsNotRemoved) {
+  load({banner("a", 1, "x/shared.png")});
+  asTheOther([&] { load({banner("b", 1, "x/shared.png")}); });
+  load({banner("a", 2, "x/a2.png")});
+  EXPECT_TRUE(exists(stored("shared.png")));
+  EXPECT_THAT(listed(), ElementsAre("b", "a"));
+}
+
+TEST_F(KivResourceSharedListTest, ANewResourceWhoseFileTheOtherRemovedIsFailedAndNotListed) {
+  load({banner("a", 1, "x/shared.png")});
+  asTheOther([&] {});
+  kiv::DispatchQueue::main()->drain();
+  // Found by its name, and gone before it is saved: the lock is the first thing that a save takes.
+  bool isRemoved = false;
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    if (operation.name != "lock" || std::exchange(isRemoved, true)) return;
+    asTheOther([&] { load({banner("a", 2, "x/a2.png")}); });
+  });
+  manager->loadResourcesForConfig(config({banner("b", 1, "x/shared.png")}));
+  files.setObserver({});
+  EXPECT_TRUE(isRemoved);
+  EXPECT_THAT(takeEvents(), ElementsAre("failed b", "finished"));
+  EXPECT_THAT(registry(), ElementsAre("a"));
+  EXPECT_THAT(listed(), ElementsAre("a"));
+  EXPECT_FALSE(exists(stored("shared.png")));
+}
+
+TEST_F(KivResourceSharedListTest, AnUnchangedListIsNotReadAgain) {
+  load({plain("a", 1)});
+  files.setFault(std::nullopt);
+  load({plain("b", 1)});
+  manager->saveLoadedResorcesList();
+  for (const auto& operation : files.operations())
+    EXPECT_NE(operation.name, "read") << operation.path;
+}
+
+TEST_F(KivResourceSharedListTest, WithoutLocksListsAreStillMerged) {
+  load({plain("a", 1)});  // the storage service has its own lock by now
+  files.setFailingOperation("lock", ENOLCK);
+  asTheOther([&] { load({plain("b", 1)}); });
+  load({plain("c", 1)});
+  EXPECT_THAT(listed(), ElementsAre("a", "b", "c"));
+}
+
+TEST_F(KivResourceSharedListTest, NothingIsSavedWhileAnotherKeepsTheLock) {
+  load({plain("a", 1)});
+  auto lock = FileManager::defaultManager().lockFileAtPath(listPath() + ".lock");
+  ASSERT_TRUE(lock);
+  load({plain("b", 1)});
+  EXPECT_THAT(listed(), ElementsAre("a"));
+  ASSERT_TRUE(manager->lastSaveError());
+  EXPECT_EQ(manager->lastSaveError()->code, EAGAIN);
+  lock.reset();
+  load({});
+  EXPECT_THAT(listed(), ElementsAre("a", "b"));
+  EXPECT_EQ(manager->lastSaveError(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace kiv::test
