@@ -25,7 +25,7 @@ Environment:
 
 Exit status:
   0    every resource is loaded or current
-  1    at least one failed
+  1    at least one failed, or the list or the output could not be written
   2    wrong usage, or a configuration that cannot be read
   130  stopped by Ctrl-C; what was complete stays
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "KivResource/KivResource.h"
+#include "Tools/kivresource/ExitStatus.h"
 #include "Tools/kivresource/Text.h"
 
 namespace tool {
@@ -46,6 +47,18 @@ void keepLogFromTerminal() {
   kiv::SystemLog::setHandler([](std::string_view line) {
     syslog(LOG_USER | LOG_NOTICE, "%s", std::string(line).c_str());
   });
+}
+
+std::optional<std::string> complaintOfSaving(const KivResourceManager& manager) {
+  const auto error = manager.lastSaveError();
+  if (!error) return std::nullopt;
+  return "the list could not be saved: " + error->localizedDescription();
+}
+
+int endOutput(int status) {
+  if (std::cout.flush()) return status;
+  complain("standard output could not be written");
+  return status == exitStatus::success ? exitStatus::failure : status;
 }
 
 void complain(std::string_view text) {

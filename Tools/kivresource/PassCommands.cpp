@@ -58,8 +58,8 @@ std::string summary(std::size_t loaded, std::size_t failed) {
 }
 
 /// The books of the pass, an exit status.
-int close(const Expected& expected, const PassOutcome& outcome, int stoppedBy, PassView* view,
-          const Options& options) {
+int close(const KivResourceManager& manager, const Expected& expected, const PassOutcome& outcome,
+          int stoppedBy, PassView* view, const Options& options) {
   const std::size_t failed =
       outcome.failed() + outcome.unheardOf(expected).size() + expected.unacceptable.size();
   if (view && stoppedBy == 0) {
@@ -68,8 +68,10 @@ int close(const Expected& expected, const PassOutcome& outcome, int stoppedBy, P
   } else if (view) {
     view->showEnd("stopped; " + counted(outcome.loaded(), "resource") + " loaded");
   }
+  const auto complaint = complaintOfSaving(manager);
+  if (complaint) complain(*complaint);
   if (stoppedBy != 0) return exitStatus::signalled + stoppedBy;
-  return failed == 0 ? exitStatus::success : exitStatus::failure;
+  return failed == 0 && !complaint ? exitStatus::success : exitStatus::failure;
 }
 
 int passWithConfig(const Options& options,
@@ -96,7 +98,7 @@ int passWithConfig(const Options& options,
         [view](const auto& progress) { view->showProgress(progress); });
   }
   const int stoppedBy = runPass(*manager, [&](auto& host) { call(host, *config); });
-  return close(expected, *outcome, stoppedBy, view.get(), options);
+  return close(*manager, expected, *outcome, stoppedBy, view.get(), options);
 }
 
 }  // namespace

@@ -66,6 +66,7 @@ int runServe(const Options& options) {
     return exitStatus::usage;
   }
   printLine(server.url());
+  if (!std::cout) return exitStatus::failure;  // nobody could learn the address
   queue->run();
   server.stop();
   return exitStatus::signalled + stoppedBy;

@@ -24,7 +24,9 @@ int Session::run() {
   if (signal_) manager_->stopLoading();
   while (queue->drain() > 0) {
   }
-  return signal_ ? exitStatus::signalled + *signal_ : exitStatus::success;
+  tellOfSaving();
+  if (signal_) return exitStatus::signalled + *signal_;
+  return hasToldOfSaving_ ? exitStatus::failure : exitStatus::success;
 }
 
 bool Session::isOver() const {
@@ -90,6 +92,13 @@ void Session::make(const SessionCall::Invalid& invalid) {
   printJSONLine(kiv::Dictionary{{"error", invalid.objection}});
 }
 
+/// One line, however many saves fail before one succeeds.
+void Session::tellOfSaving() {
+  const auto complaint = complaintOfSaving(*manager_);
+  if (complaint && !hasToldOfSaving_) printJSONLine(kiv::Dictionary{{"error", *complaint}});
+  hasToldOfSaving_ = complaint.has_value();
+}
+
 // --- Waiting -------------------------------------------------------------------------------------
 
 void Session::make(const SessionCall::WaitForFinish& wait) {
@@ -116,6 +125,7 @@ void Session::endWaiting() {
 
 void Session::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) {
   EventLines::resourceManagerDidFinishLoading(manager);
+  tellOfSaving();
   if (waiting_ == Waiting::forFinish) {
     endWaiting();
   } else {

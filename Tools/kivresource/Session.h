@@ -50,11 +50,13 @@ class Session : public EventLines, public std::enable_shared_from_this<Session> 
   void make(const SessionCall::Invalid& invalid);
   void waitUntil(Waiting what, std::chrono::milliseconds time);
   void endWaiting();
+  void tellOfSaving();
 
   const std::shared_ptr<KivResourceManager> manager_;
   std::deque<std::string> lines_;
   bool hasEnded_ = false;
   bool isScheduled_ = false;
+  bool hasToldOfSaving_ = false;      ///< That the list could not be saved, and still cannot.
   std::uint64_t unusedFinishes_ = 0;  ///< Printed, and not yet waited for.
   Waiting waiting_ = Waiting::no;
   Clock::time_point deadline_;

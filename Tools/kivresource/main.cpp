@@ -24,7 +24,7 @@ int main(int count, char** arguments) {
       tool::complain("/dev/null cannot be opened");
       return tool::exitStatus::failure;
     }
-    return run(count, arguments);
+    return tool::endOutput(run(count, arguments));
   } catch (const std::system_error& error) {  // most often a thread that cannot be started
     tool::complain(std::string("the system refuses a thread or another resource: ") + error.what());
   } catch (const std::exception& error) {

@@ -1,0 +1,159 @@
+// What cannot be written, the saved list or the tool's own output, is a failure of the tool.
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Tools/kivresource/ToolProcess.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using kiv::test::LoopbackServer;
+using kiv::test::Response;
+using kiv::test::runTool;
+using kiv::test::ToolProcess;
+using kiv::test::ToolRun;
+using kiv::test::withRedirections;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr const char* complaint = "kivresource: the list could not be saved: ";
+
+std::string config(const std::string& name) {
+  return R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":")" + name +
+         R"(","priority":1,"updated":1,"market_url":"m","image_728x90":")" + name + R"("}]})";
+}
+
+std::string call(const std::string& name, const std::string& file) {
+  return R"({"call":")" + name + R"(","config":)" + config(file) + "}\n";
+}
+
+class FailedWritesTest : public testing::Test {
+ protected:
+  FailedWritesTest() {
+    for (const char* name : {"/a.png", "/b.png"})
+      server_.serve(name, Response::ok("bytes"));
+  }
+  [[nodiscard]] std::vector<std::string> general(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.end(), {"--root", directory_.path("root"), "--main", server_.url()});
+    return arguments;
+  }
+  ToolRun run(const std::vector<std::string>& arguments, const std::string& input = {}) {
+    return runTool(general(arguments), input);
+  }
+  [[nodiscard]] std::string list() const {
+    return directory_.path("root/KivResource/resources_config.json");
+  }
+  /// A directory has the list's name, which no right to write overcomes.
+  void takeTheName() const { fs::create_directories(list() + "/taken"); }
+
+  const kiv::test::TemporaryDirectory directory_;
+  LoopbackServer server_;
+};
+
+// --- The saved list ------------------------------------------------------------------------------
+
+TEST_F(FailedWritesTest, ALoadWhoseListIsNotSavedIsStatus1) {
+  takeTheName();
+  const auto load = run({"load", "-"}, config("a.png"));
+  EXPECT_EQ(load.status, 1);
+  EXPECT_THAT(load.lines, ElementsAre("loaded  a.png  N", "1 resource loaded"));
+  EXPECT_THAT(load.errors, HasSubstr(complaint));
+}
+
+TEST_F(FailedWritesTest, SoItIsInJSON) {
+  takeTheName();
+  const auto load = run({"load", "-", "--json"}, config("a.png"));
+  EXPECT_EQ(load.status, 1);
+  EXPECT_THAT(load.lines, SizeIs(2));
+  EXPECT_THAT(load.errors, HasSubstr(complaint));
+}
+
+TEST_F(FailedWritesTest, AnUpdateWhoseListIsNotSavedIsStatus1) {
+  EXPECT_EQ(run({"load", "-"}, config("a.png")).status, 0);
+  fs::remove(list());
+  takeTheName();
+  const auto update = run({"update", "-"}, config("b.png"));
+  EXPECT_EQ(update.status, 1);
+  EXPECT_THAT(update.errors, HasSubstr(complaint));
+}
+
+TEST_F(FailedWritesTest, CommandsThatSaveNothingDoNotMind) {
+  takeTheName();
+  EXPECT_EQ(run({"list"}).status, 0);
+  EXPECT_EQ(run({"load", "-"}, R"({"items":[]})").status, 0);
+}
+
+TEST_F(FailedWritesTest, ASessionTellsOfAListThatIsNotSavedOnce) {
+  takeTheName();
+  const auto session =
+      run({"session"}, call("loadResourcesForConfig", "a.png") + R"({"call":"waitForFinish"})" +
+                           "\n" + call("loadResourcesForConfig", "b.png"));
+  EXPECT_EQ(session.status, 1);
+  EXPECT_THAT(session.lines,
+              ElementsAre(HasSubstr("didLoadResource"), HasSubstr("didFinishLoading"),
+                          StartsWith(R"({"error":"the list could not be saved: )"),
+                          HasSubstr("didLoadResource"), HasSubstr("didFinishLoading")));
+}
+
+TEST_F(FailedWritesTest, ASessionWhoseListIsSavedAfterAllIsStatus0) {
+  takeTheName();
+  ToolProcess session(general({"session"}));
+  session.write(call("loadResourcesForConfig", "a.png"));
+  EXPECT_THAT(session.readLine().value_or(""), HasSubstr("didLoadResource"));
+  EXPECT_THAT(session.readLine().value_or(""), HasSubstr("didFinishLoading"));
+  EXPECT_THAT(session.readLine().value_or(""), HasSubstr("could not be saved"));
+  fs::remove_all(list());
+  session.write(call("loadResourcesForConfig", "b.png"));
+  session.closeInput();
+  EXPECT_THAT(session.readLines(), Not(Contains(HasSubstr("could not be saved"))));
+  EXPECT_EQ(session.waitForExit(), 0);
+  EXPECT_EQ(run({"list"}).lines.back(), "2 resources");
+}
+
+// --- Standard output -----------------------------------------------------------------------------
+
+TEST_F(FailedWritesTest, OutputThatFindsNoRoomIsStatus1) {
+  const std::string page = directory_.path("page.html");
+  const std::vector<std::vector<std::string>> commands{{"load", "-"},       {"load", "-", "--json"},
+                                                       {"update", "-"},     {"list"},
+                                                       {"list", "--json"},  {"audit"},
+                                                       {"audit", "--json"}, {"clean"},
+                                                       {"clean", "--json"}, {"gallery", page},
+                                                       {"session"},         {"--version"},
+                                                       {"--help"},          {"load", "--help"},
+                                                       {"serve", "."}};
+  for (const auto& command : commands) {
+    const std::string input =
+        command[0] == "session" ? R"({"call":"allLoadedResources"})" : config("a.png");
+    const auto full = runTool(command[0] == "serve" ? command : general(command), input, {},
+                              withRedirections(">/dev/full"));
+    EXPECT_EQ(full.status, 1) << command[0];
+    EXPECT_THAT(full.errors, EndsWith("kivresource: standard output could not be written\n"));
+  }
+}
+
+TEST_F(FailedWritesTest, AnEarlierFailureKeepsItsStatus) {
+  EXPECT_EQ(runTool({"bogus"}, {}, {}, withRedirections(">/dev/full")).status, 2);
+}
+
+TEST_F(FailedWritesTest, OutputThatCannotBeWrittenToIsStatus1) {
+  const std::string file = directory_.write("readable");
+  const auto list = runTool(general({"list"}), {}, {}, withRedirections(">&- 1<" + file));
+  EXPECT_EQ(list.status, 1);
+  EXPECT_THAT(list.errors, HasSubstr("kivresource: standard output could not be written"));
+}
+
+}  // namespace
