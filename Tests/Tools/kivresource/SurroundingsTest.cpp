@@ -16,9 +16,7 @@ namespace {
 using kiv::test::LoopbackServer;
 using kiv::test::Response;
 using kiv::test::runTool;
-using kiv::test::ToolProcess;
 using kiv::test::withRedirections;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
