@@ -14,9 +14,10 @@ namespace kiv::storage {
 /// which some archivers write, and "/" at the end, which marks a directory. Empty for "./" itself.
 std::string_view pathOfEntryName(std::string_view name);
 
-/// True for what macOS adds to the archives that it packs: beside each file another one, in a folder
-/// "__MACOSX" at the top, with attributes that mean nothing elsewhere. Checked as any entry, and not
-/// unpacked.
+/// True for what macOS adds to the archives that it packs: beside each file another one, in a
+/// folder
+/// "__MACOSX" at the top, with attributes that mean nothing elsewhere. Checked as any entry, and
+/// not unpacked.
 bool isLeftOut(std::string_view name);
 
 /// Why a file or directory may not have the name, UTF-8, as an archive gives it: it would lie
