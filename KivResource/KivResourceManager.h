@@ -107,10 +107,10 @@ class KIV_EXPORT KivResourceManager final
 
   /// Why the list could not be saved the last time; nothing after a save that succeeded, and before
   /// the first one. Observers hear nothing of it: resources are loaded although the list is not
-  /// saved, the next change of the registry and the next pass try again, and a host that ends before
-  /// finds at its next start what was saved last. A resource whose dictionary has no JSON form, such as one in which
-  /// the host has put a number that is not finite, keeps the whole list from being saved; the log
-  /// names it.
+  /// saved, the next change of the registry and the next pass try again, and a host that ends
+  /// before finds at its next start what was saved last. A resource whose dictionary has no JSON
+  /// form, such as one in which the host has put a number that is not finite, keeps the whole list
+  /// from being saved; the log names it.
   [[nodiscard]] std::optional<kiv::Error> lastSaveError() const;
   /// Why the saved list could not be read, as long as it is in doubt: from a start at which it was
   /// there and unreadable until it is read after all, or replaced. Before a list in doubt is
