@@ -82,6 +82,8 @@ void KivResourceManager::noteMerge() {
   const kiv::ListMerge merge = savedList_->takeMerge();
   for (const auto& resource : merge.replaced)
     markFiles(resource);
+  for (const auto& resource : merge.taken)
+    removals_->keepFilesOf(*resource);
   for (const auto& resource : merge.lost)
     failAnnouncements(resource);
 }

@@ -79,6 +79,13 @@ void PendingRemovals::removeUnused(const ResourceList& registry) {
   }
 }
 
+void PendingRemovals::keepFilesOf(const KivResource& user) {
+  // The places stay: a question too many is settled, none too few.
+  std::erase_if(files_, [&](const File& file) {
+    return file.user.get() == &user && paths_.erase(file.path) > 0;
+  });
+}
+
 void PendingRemovals::clear() {
   files_.clear();
   paths_.clear();

@@ -35,6 +35,8 @@ class PendingRemovals {
   /// Removes the files that no other resource of the registry uses now, in the order of adding, and
   /// forgets all. Failures are ignored.
   void removeUnused(const ResourceList& registry);
+  /// Keeps the files that only this resource has used so far: it is in use again.
+  void keepFilesOf(const KivResource& user);
   /// Keeps the files: what was to be removed stays on the disk.
   void clear();
 
