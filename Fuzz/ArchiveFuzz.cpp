@@ -81,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const std::string archive =
       text.starts_with('\xff') ? Recipe(text.substr(1)).archive() : std::string(text);
   const bool isUnpacked =
-      kiv::storage::unpackArchive(archive, "a.zip", "/unpacked", ceilings(), &error);
+      kiv::storage::unpackArchive(kiv::Data(archive), "a.zip", "/unpacked", ceilings(), &error);
   require(isUnpacked != error.has_value(), "an archive is unpacked or refused with an error");
   require(!error || !error->localizedDescription().empty(), "an error says something");
   std::uint64_t total = 0;

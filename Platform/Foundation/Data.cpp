@@ -1,5 +1,6 @@
 #include "Platform/Foundation/Data.h"
 
+#include <cerrno>
 #include <mutex>
 #include <utility>
 
@@ -15,6 +16,7 @@ class Data::Contents {
   virtual ~Contents() = default;
 
   [[nodiscard]] virtual std::string_view view() const noexcept = 0;
+  [[nodiscard]] virtual const MappedFile* file() const noexcept { return nullptr; }
   [[nodiscard]] virtual std::optional<std::string> takeFile() const { return std::nullopt; }
 };
 
@@ -45,6 +47,7 @@ class Data::FileContents final : public Contents {
   }
 
   [[nodiscard]] std::string_view view() const noexcept override { return file_->bytes(); }
+  [[nodiscard]] const MappedFile* file() const noexcept override { return file_.get(); }
 
   [[nodiscard]] std::optional<std::string> takeFile() const override {
     const std::lock_guard lock(mutex_);
@@ -79,6 +82,21 @@ std::optional<std::string> Data::takeFile() const {
 
 std::string_view Data::view() const noexcept {
   return contents_ ? contents_->view() : std::string_view();
+}
+
+bool Data::isFile() const noexcept {
+  return contents_ && contents_->file();
+}
+
+bool Data::copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                     std::optional<Error>* error) const {
+  if (isFile()) return contents_->file()->copyBytes(offset, to, count, error);
+  const std::string_view bytes = view();
+  if (offset > bytes.size() || count > bytes.size() - offset) {
+    return fail(error, systemError(EINVAL, "read", "the data"));
+  }
+  bytes.copy(to, count, static_cast<std::size_t>(offset));
+  return true;
 }
 
 }  // namespace kiv

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -24,9 +25,9 @@ class KIV_EXPORT Data {
   Data(std::string bytes, std::function<void(std::string)> release);
 
   /// Takes over the regular file at the path, which nobody may write to any more. Its bytes are
-  /// mapped, not read. The file is removed with the last copy, unless takeFile() handed it on;
-  /// `keeper` is let go of at that moment too. Nothing where the file cannot be mapped; it is then
-  /// left alone.
+  /// mapped, not read, and it takes a descriptor. The file is removed with the last copy, unless
+  /// takeFile() handed it on; `keeper` is let go of at that moment too. Nothing where the file
+  /// cannot be mapped; it is then left alone.
   static std::optional<Data> ofFileAtPath(std::string path, std::shared_ptr<void> keeper = nullptr,
                                           std::optional<Error>* error = nullptr);
 
@@ -38,8 +39,15 @@ class KIV_EXPORT Data {
 
   [[nodiscard]] std::size_t size() const noexcept { return view().size(); }
   [[nodiscard]] bool empty() const noexcept { return view().empty(); }
-  /// The bytes, valid as long as this object or a copy of it lives.
+  /// The bytes, valid as long as this object or a copy of it lives. Where they lie in a file, and
+  /// another process cuts that off in spite of what was said, looking at them ends the process.
   [[nodiscard]] std::string_view view() const noexcept;
+  /// True where the bytes lie in a file, wherever that has been moved to.
+  [[nodiscard]] bool isFile() const noexcept;
+  /// Copies `count` bytes from `offset` on. False where the data has no such bytes, or they can no
+  /// longer be read from its file, which may have been cut off.
+  bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                 std::optional<Error>* error = nullptr) const;
 
   friend bool operator==(const Data& a, const Data& b) noexcept { return a.view() == b.view(); }
 

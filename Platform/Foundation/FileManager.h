@@ -52,12 +52,18 @@ class KIV_EXPORT WritableFile {
   virtual bool close(std::optional<Error>* error = nullptr) = 0;
 };
 
-/// The bytes of a regular file, read as they are looked at. They stay where they are while this
-/// lives, whatever becomes of the file's name; nobody may cut the file off meanwhile.
+/// The bytes of a regular file. They stay where they are while this lives, whatever becomes of the
+/// file's name.
 class KIV_EXPORT MappedFile {
  public:
   virtual ~MappedFile() = default;
+  /// The bytes, read as they are looked at. To look at bytes that another process has cut off ends
+  /// the process.
   [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
+  /// Copies `count` bytes from `offset` on. False where they cannot be read, or are not there, also
+  /// because the file has been cut off.
+  virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                         std::optional<Error>* error = nullptr) const = 0;
 };
 
 /// One wait for the disk in place of one for each file and directory.
@@ -132,7 +138,7 @@ class KIV_EXPORT FileManager {
   /// The whole contents of a regular file.
   virtual std::optional<Data> contentsAtPath(std::string_view path,
                                              std::optional<Error>* error = nullptr) = 0;
-  /// The bytes of a regular file, mapped instead of read; nullptr on failure.
+  /// A regular file, mapped instead of read; nullptr on failure.
   virtual std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
                                                     std::optional<Error>* error = nullptr) = 0;
   /// The number of bytes in the regular file at the path, which may not be a link; nothing where

@@ -100,7 +100,8 @@ class PosixWritableFile final : public WritableFile {
 
 class PosixMappedFile final : public MappedFile {
  public:
-  explicit PosixMappedFile(std::string_view bytes) noexcept : bytes_(bytes) {}
+  PosixMappedFile(Descriptor descriptor, std::string_view bytes, std::string path)
+      : descriptor_(std::move(descriptor)), bytes_(bytes), path_(std::move(path)) {}
   PosixMappedFile(const PosixMappedFile&) = delete;
   PosixMappedFile& operator=(const PosixMappedFile&) = delete;
   ~PosixMappedFile() override {
@@ -108,8 +109,27 @@ class PosixMappedFile final : public MappedFile {
   }
   [[nodiscard]] std::string_view bytes() const noexcept override { return bytes_; }
 
+  bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                 std::optional<Error>* error) const override {
+    if (offset > bytes_.size() || count > bytes_.size() - offset) {
+      return failWith(EINVAL, "read", path_, error);
+    }
+    for (auto place = static_cast<off_t>(offset); count > 0;) {
+      const ssize_t copied = ::pread(descriptor_.number(), to, count, place);
+      if (copied < 0 && errno == EINTR) continue;
+      // No byte where there was one: another process has cut the file off.
+      if (copied <= 0) return failWith(copied < 0 ? errno : EIO, "read", path_, error);
+      to += copied;
+      place += copied;
+      count -= static_cast<std::size_t>(copied);
+    }
+    return true;
+  }
+
  private:
+  const Descriptor descriptor_;
   const std::string_view bytes_;
+  const std::string path_;
 };
 
 class PosixFileLock final : public FileLock {
@@ -256,16 +276,20 @@ std::optional<Data> PosixFileManager::contentsAtPath(std::string_view path,
 std::unique_ptr<MappedFile> PosixFileManager::mapFileAtPath(std::string_view path,
                                                             std::optional<Error>* error) {
   struct stat status {};
-  const Descriptor file = openFile(path, status, error);
+  Descriptor file = openFile(path, status, error);
   if (!file.isOpen()) return nullptr;
   const auto size = static_cast<std::size_t>(status.st_size);
-  if (size == 0) return std::make_unique<PosixMappedFile>(std::string_view());
+  std::string name(path);
+  if (size == 0) {
+    return std::make_unique<PosixMappedFile>(std::move(file), std::string_view(), std::move(name));
+  }
   void* const start = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file.number(), 0);
   if (start == MAP_FAILED) {
     failWith(errno, "map", path, error);
     return nullptr;
   }
-  return std::make_unique<PosixMappedFile>(std::string_view(static_cast<char*>(start), size));
+  const std::string_view bytes(static_cast<char*>(start), size);
+  return std::make_unique<PosixMappedFile>(std::move(file), bytes, std::move(name));
 }
 
 std::optional<std::uint64_t> PosixFileManager::lengthOfFileAtPath(std::string_view path) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 #include "Platform/KivStorageService/StorageErrors.h"
 #include "Platform/KivStorageService/ZipFormat.h"
@@ -13,6 +14,7 @@ namespace {
 using namespace zip;
 
 constexpr std::string_view inconsistent = "contradicts itself about its list of entries";
+constexpr std::string_view unreadable = "cannot be read from the disk";
 
 /// Where the list lies, and how many entries it has.
 struct ListPlace {
@@ -20,6 +22,27 @@ struct ListPlace {
   std::uint64_t size = 0;
   std::uint64_t count = 0;
 };
+
+/// Bytes of the archive; nothing where they cannot be read.
+std::optional<std::string> bytesAt(const Data& archive, std::uint64_t offset, std::uint64_t count) {
+  std::string bytes(static_cast<std::size_t>(count), '\0');
+  if (!archive.copyBytes(offset, bytes.data(), bytes.size())) return std::nullopt;
+  return bytes;
+}
+
+/// The end of the archive, as much as the end record and what belongs to it may take.
+struct Tail {
+  std::uint64_t start = 0;  // in the archive
+  std::string bytes;
+};
+
+std::optional<Tail> readTail(const Data& archive) {
+  constexpr std::uint64_t longest = endLocator64Size + endRecordSize + longestComment;
+  const std::uint64_t length = std::min<std::uint64_t>(archive.size(), longest);
+  auto bytes = bytesAt(archive, archive.size() - length, length);
+  if (!bytes) return std::nullopt;
+  return Tail{archive.size() - length, std::move(*bytes)};
+}
 
 /// The position of the end record: the last one whose comment reaches exactly to the end.
 std::optional<std::size_t> findEndRecord(std::string_view bytes) {
@@ -34,18 +57,18 @@ std::optional<std::size_t> findEndRecord(std::string_view bytes) {
 }
 
 /// Reads the end record of large archives, which stands before its locator and the ordinary one.
-std::optional<ListPlace> readEndRecord64(std::string_view bytes, std::size_t locatorAt) {
-  const std::uint64_t at = number64(bytes, locatorAt + 8);
+std::optional<ListPlace> readEndRecord64(const Data& archive, std::uint64_t locatorAt,
+                                         std::string_view locator) {
+  const std::uint64_t at = number64(locator, 8);
   if (locatorAt < endRecord64Size || at > locatorAt - endRecord64Size) return std::nullopt;
-  const auto start = static_cast<std::size_t>(at);
-  const bool reachesLocator = number64(bytes, start + 4) == locatorAt - start - 12;
-  const bool isOneDisk = number32(bytes, start + 16) == 0 && number32(bytes, start + 20) == 0;
-  if (number32(bytes, start) != endRecord64Signature || !reachesLocator || !isOneDisk) {
+  const std::string record = bytesAt(archive, at, endRecord64Size).value_or(std::string());
+  const bool reachesLocator = number64(record, 4) == locatorAt - at - 12;
+  const bool isOneDisk = number32(record, 16) == 0 && number32(record, 20) == 0;
+  if (number32(record, 0) != endRecord64Signature || !reachesLocator || !isOneDisk) {
     return std::nullopt;
   }
-  ListPlace place{number64(bytes, start + 48), number64(bytes, start + 40),
-                  number64(bytes, start + 32)};
-  if (number64(bytes, start + 24) != place.count) return std::nullopt;
+  ListPlace place{number64(record, 48), number64(record, 40), number64(record, 32)};
+  if (number64(record, 24) != place.count) return std::nullopt;
   if (place.offset > at || place.size != at - place.offset) return std::nullopt;
   return place;
 }
@@ -55,13 +78,16 @@ bool agrees(std::uint64_t field, std::uint64_t saturated, std::uint64_t large) {
   return field == saturated || field == large;
 }
 
-std::optional<ListPlace> findList(std::string_view bytes, std::size_t endAt) {
+std::optional<ListPlace> findList(const Data& archive, const Tail& tail, std::size_t endAt) {
+  const std::string_view bytes = tail.bytes;
   const ListPlace place{number32(bytes, endAt + 16), number32(bytes, endAt + 12),
                         number16(bytes, endAt + 10)};
   const bool hasLocator = endAt >= endLocator64Size &&
                           number32(bytes, endAt - endLocator64Size) == endLocator64Signature;
   if (hasLocator) {
-    const auto large = readEndRecord64(bytes, endAt - endLocator64Size);
+    const std::size_t locatorAt = endAt - endLocator64Size;
+    const auto large =
+        readEndRecord64(archive, tail.start + locatorAt, bytes.substr(locatorAt, endLocator64Size));
     const bool agree = large && agrees(place.offset, 0xFFFFFFFF, large->offset) &&
                        agrees(place.size, 0xFFFFFFFF, large->size) &&
                        agrees(place.count, 0xFFFF, large->count);
@@ -69,7 +95,8 @@ std::optional<ListPlace> findList(std::string_view bytes, std::size_t endAt) {
   }
   const bool isOneDisk = number16(bytes, endAt + 4) == 0 && number16(bytes, endAt + 6) == 0 &&
                          number16(bytes, endAt + 8) == place.count;
-  if (!isOneDisk || place.offset > endAt || place.size != endAt - place.offset) {
+  const std::uint64_t end = tail.start + endAt;
+  if (!isOneDisk || place.offset > end || place.size != end - place.offset) {
     return std::nullopt;
   }
   return place;
@@ -117,13 +144,25 @@ std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
   return entry;
 }
 
-std::optional<std::vector<ArchiveEntry>> takeEntries(std::string_view list, std::uint64_t count,
-                                                     const ArchiveCeilings& ceilings,
-                                                     ArchiveObjection& objection) {
-  if (count > ceilings.entries) {
+/// The text of the list, where it is not too long to be read.
+std::optional<std::string> readList(const Data& archive, const ListPlace& place,
+                                    const ArchiveCeilings& ceilings, ArchiveObjection& objection) {
+  if (place.count > ceilings.entries) {
     objection = "holds more than " + std::to_string(ceilings.entries) + " entries";
     return std::nullopt;
   }
+  if (place.size > ArchiveDirectory::longestList) {
+    objection = "has a list of entries of more than " +
+                std::to_string(ArchiveDirectory::longestList) + " bytes";
+    return std::nullopt;
+  }
+  auto list = bytesAt(archive, place.offset, place.size);
+  if (!list) objection = unreadable;
+  return list;
+}
+
+std::optional<std::vector<ArchiveEntry>> takeEntries(std::string_view list, std::uint64_t count,
+                                                     ArchiveObjection& objection) {
   std::vector<ArchiveEntry> entries;
   entries.reserve(static_cast<std::size_t>(count));
   while (!list.empty()) {
@@ -132,7 +171,7 @@ std::optional<std::vector<ArchiveEntry>> takeEntries(std::string_view list, std:
       objection = inconsistent;
       return std::nullopt;
     }
-    entries.push_back(*entry);
+    entries.push_back(std::move(*entry));
   }
   if (entries.size() == count) return entries;
   objection = inconsistent;
@@ -147,22 +186,27 @@ struct Range {
 };
 
 /// Checks the header before an entry's bytes; its range, or an objection.
-std::optional<Range> rangeOf(const ArchiveEntry& entry, std::string_view body,
-                             ArchiveObjection& objection) {
+std::optional<Range> rangeOf(const ArchiveEntry& entry, const Data& archive,
+                             std::uint64_t listOffset, ArchiveObjection& objection) {
   const auto refuse = [&](std::string_view rule) {
     objection = objectionToEntry(entry.rawName, rule);
     return std::nullopt;
   };
   const std::string_view outside = "does not lie within the archive";
-  if (entry.headerOffset > body.size()) return refuse(outside);
-  const std::string_view header = body.substr(static_cast<std::size_t>(entry.headerOffset));
+  if (entry.headerOffset > listOffset) return refuse(outside);
+  const std::uint64_t room = listOffset - entry.headerOffset;
+  const std::uint64_t wanted = localHeaderSize + entry.rawName.size();
+  const auto read = bytesAt(archive, entry.headerOffset, std::min(room, wanted));
+  if (!read) return refuse(unreadable);
+  const std::string_view header = *read;
   if (header.size() < localHeaderSize || number32(header, 0) != localHeaderSignature) {
     return refuse("has no header before its contents");
   }
   const std::uint64_t nameSize = number16(header, 26);
   const std::uint64_t before = localHeaderSize + nameSize + number16(header, 28);
-  if (before > header.size() || entry.packedSize > header.size() - before) return refuse(outside);
-  if (header.substr(localHeaderSize, static_cast<std::size_t>(nameSize)) != entry.rawName) {
+  if (before > room || entry.packedSize > room - before) return refuse(outside);
+  if (nameSize != entry.rawName.size() ||
+      header.substr(localHeaderSize, static_cast<std::size_t>(nameSize)) != entry.rawName) {
     return refuse("has another name before its contents than in the list");
   }
   if ((number16(header, 6) & encryptedFlag) != 0) return refuse("is encrypted");
@@ -170,12 +214,12 @@ std::optional<Range> rangeOf(const ArchiveEntry& entry, std::string_view body,
 }
 
 std::optional<ArchiveObjection> objectionToLayout(const std::vector<ArchiveEntry>& entries,
-                                                  std::string_view body) {
+                                                  const Data& archive, std::uint64_t listOffset) {
   std::vector<Range> ranges;
   ranges.reserve(entries.size());
   for (const ArchiveEntry& entry : entries) {
     ArchiveObjection objection;
-    const auto range = rangeOf(entry, body, objection);
+    const auto range = rangeOf(entry, archive, listOffset, objection);
     if (!range) return objection;
     ranges.push_back(*range);
   }
@@ -217,25 +261,25 @@ std::uint32_t ArchiveEntry::unixFileType() const noexcept {
   return (attributes >> 16) & 0170000;
 }
 
-std::optional<ArchiveDirectory> ArchiveDirectory::read(std::string_view bytes,
+std::optional<ArchiveDirectory> ArchiveDirectory::read(const Data& archive,
                                                        const ArchiveCeilings& ceilings,
                                                        ArchiveObjection& objection) {
-  const auto endAt = findEndRecord(bytes);
+  const auto tail = readTail(archive);
+  const auto endAt = tail ? findEndRecord(tail->bytes) : std::nullopt;
   if (!endAt) {
-    objection = "is no zip archive, or is cut short";
+    objection = tail ? "is no zip archive, or is cut short" : unreadable;
     return std::nullopt;
   }
-  const auto place = findList(bytes, *endAt);
+  const auto place = findList(archive, *tail, *endAt);
   if (!place) {
     objection = inconsistent;
     return std::nullopt;
   }
-  const auto offset = static_cast<std::size_t>(place->offset);
-  auto entries = takeEntries(bytes.substr(offset, static_cast<std::size_t>(place->size)),
-                             place->count, ceilings, objection);
+  const auto list = readList(archive, *place, ceilings, objection);
+  auto entries = list ? takeEntries(*list, place->count, objection) : std::nullopt;
   if (!entries) return std::nullopt;
   auto refusal = objectionToRepeatedNames(*entries);
-  if (!refusal) refusal = objectionToLayout(*entries, bytes.substr(0, offset));
+  if (!refusal) refusal = objectionToLayout(*entries, archive, place->offset);
   if (refusal) {
     objection = std::move(*refusal);
     return std::nullopt;

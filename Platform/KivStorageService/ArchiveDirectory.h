@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Foundation/Data.h"
 #include "Platform/KivStorageService/ArchiveCeilings.h"
 
 namespace kiv::storage {
@@ -19,7 +20,7 @@ ArchiveObjection objectionToEntry(std::string_view name, std::string_view rule);
 
 /// What an archive says of one entry, as it stands in the archive.
 struct ArchiveEntry {
-  std::string_view rawName;  ///< Within the archive's bytes; not yet known to be text.
+  std::string rawName;  ///< Not yet known to be text.
   std::uint16_t flags = 0;
   std::uint16_t method = 0;
   std::uint64_t packedSize = 0;
@@ -43,10 +44,11 @@ struct ArchiveEntry {
 /// which it turns into a space, and data that two entries share, which it takes.
 class ArchiveDirectory {
  public:
-  /// The list of the archive; nothing and an objection where it cannot be trusted. The bytes must
-  /// outlive it.
-  static std::optional<ArchiveDirectory> read(std::string_view bytes,
-                                              const ArchiveCeilings& ceilings,
+  /// The longest list that is read, in bytes.
+  static constexpr std::uint64_t longestList = std::uint64_t{64} << 20;
+
+  /// The list of the archive; nothing and an objection where it cannot be trusted.
+  static std::optional<ArchiveDirectory> read(const Data& archive, const ArchiveCeilings& ceilings,
                                               ArchiveObjection& objection);
 
   [[nodiscard]] const std::vector<ArchiveEntry>& entries() const noexcept { return entries_; }

@@ -62,16 +62,16 @@ std::optional<ArchiveObjection> layOut(ArchivePlan& plan, const ArchiveCeilings&
 
 }  // namespace
 
-std::optional<ArchivePlan> planArchive(std::string_view bytes, const ArchiveCeilings& ceilings,
+std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveCeilings& ceilings,
                                        ArchiveObjection& objection) {
-  auto directory = ArchiveDirectory::read(bytes, ceilings, objection);
+  auto directory = ArchiveDirectory::read(archive, ceilings, objection);
   if (!directory) return std::nullopt;
   if (auto refusal = objectionToList(directory->entries(), ceilings)) {
     objection = std::move(*refusal);
     return std::nullopt;
   }
   std::string reason;
-  auto reader = ArchiveReader::open(bytes, reason);
+  auto reader = ArchiveReader::open(archive, reason);
   if (!reader) {
     objection = "cannot be read: " + reason;
     return std::nullopt;

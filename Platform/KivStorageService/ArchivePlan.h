@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <optional>
-#include <string_view>
 #include <vector>
 
 #include "Platform/KivStorageService/ArchiveCeilings.h"
@@ -20,8 +19,8 @@ struct ArchivePlan {
   ArchiveTree tree;
 };
 
-/// The plan for the archive, whose bytes must outlive it; nothing and an objection otherwise.
-std::optional<ArchivePlan> planArchive(std::string_view bytes, const ArchiveCeilings& ceilings,
+/// The plan for the archive; nothing and an objection otherwise.
+std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveCeilings& ceilings,
                                        ArchiveObjection& objection);
 
 }  // namespace kiv::storage

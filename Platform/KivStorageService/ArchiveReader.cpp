@@ -6,6 +6,8 @@
 
 #include <zip.h>
 
+#include "Platform/KivStorageService/ArchiveSource.h"
+
 namespace kiv::storage {
 
 namespace {
@@ -45,10 +47,10 @@ struct ArchiveReader::Handle {
   zip_t* archive;
 };
 
-std::unique_ptr<ArchiveReader> ArchiveReader::open(std::string_view bytes, std::string& reason) {
+std::unique_ptr<ArchiveReader> ArchiveReader::open(const Data& data, std::string& reason) {
   zip_error_t error;
   zip_error_init(&error);
-  zip_source_t* const source = zip_source_buffer_create(bytes.data(), bytes.size(), 0, &error);
+  zip_source_t* const source = makeArchiveSource(data, &error);
   if (!source) {
     reason = takeReason(error);
     return nullptr;

@@ -6,9 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Foundation/Data.h"
+
 namespace kiv::storage {
 
-/// Decodes the entries of a zip archive that lies in memory; it never touches the disk.
+/// Decodes the entries of a zip archive. It writes nothing, and reads an archive that lies in a
+/// file from there: what another process does to the file is no more than an error.
 class ArchiveReader {
  public:
   /// Takes a piece of an entry's contents; false ends the reading.
@@ -20,9 +23,8 @@ class ArchiveReader {
     broken     ///< The bytes cannot be decoded, or are not what the checksum says.
   };
 
-  /// The reader of the archive, which must outlive it; nullptr and a reason where the archive
-  /// cannot be read.
-  static std::unique_ptr<ArchiveReader> open(std::string_view bytes, std::string& reason);
+  /// The reader of the archive; nullptr and a reason where the archive cannot be read.
+  static std::unique_ptr<ArchiveReader> open(const Data& archive, std::string& reason);
 
   ArchiveReader(const ArchiveReader&) = delete;
   ArchiveReader& operator=(const ArchiveReader&) = delete;

@@ -119,10 +119,10 @@ std::uint64_t unpackedSize(const ArchivePlan& plan) {
 
 }  // namespace
 
-bool unpackArchive(std::string_view bytes, std::string_view archiveName, const std::string& path,
+bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
                    const ArchiveCeilings& ceilings, std::optional<Error>* error) {
   ArchiveObjection objection;
-  const auto plan = planArchive(bytes, ceilings, objection);
+  const auto plan = planArchive(archive, ceilings, objection);
   if (!plan) return fail(error, refusal(archiveName, objection));
   const ArchiveNode& top = plan->tree.top(archiveEntryPage);
   const ArchiveNode* const page = top.child(archiveEntryPage);
@@ -136,7 +136,7 @@ bool unpackArchive(std::string_view bytes, std::string_view archiveName, const s
   auto full =
       space ? objectionToSize(unpackedSize(*plan), "archive", archiveName, *space) : std::nullopt;
   if (full) return fail(error, std::move(*full));
-  return Unpacker(*plan, bytes.size(), ceilings, archiveName).makeTree(top, path, error);
+  return Unpacker(*plan, archive.size(), ceilings, archiveName).makeTree(top, path, error);
 }
 
 }  // namespace kiv::storage

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/KivStorageService/ArchiveCeilings.h"
 
@@ -16,7 +17,7 @@ inline constexpr std::string_view archiveEntryPage = "index.html";
 /// must lie yet; refused before anything is written where the disk has no room for it. All of it
 /// has reached the disk when this returns true. On failure something may be left there, which is
 /// for the caller to remove.
-bool unpackArchive(std::string_view bytes, std::string_view archiveName, const std::string& path,
+bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
                    const ArchiveCeilings& ceilings, std::optional<Error>* error);
 
 }  // namespace kiv::storage

@@ -1,5 +1,7 @@
 #include "Platform/KivStorageService/AtomicFile.h"
 
+#include <algorithm>
+#include <string>
 #include <utility>
 
 #include "Platform/Foundation/Path.h"
@@ -25,12 +27,25 @@ std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data)
     return std::nullopt;
   }
   auto file = files.openFileAtPath_length(temporary->path(), data.size());
-  if (!file) return std::nullopt;
+  // Cut off by another process, it is no longer what it was.
+  if (!file || files.lengthOfFileAtPath(temporary->path()) != data.size()) return std::nullopt;
   return AtomicFile(std::move(*temporary), std::move(file));
 }
 
 bool AtomicFile::write(std::string_view bytes, std::optional<Error>* error) {
   return file_->write(bytes, error);
+}
+
+bool AtomicFile::write(const Data& data, std::optional<Error>* error) {
+  if (!data.isFile()) return file_->write(data.view(), error);
+  constexpr std::size_t pieceSize = 256 * 1024;
+  std::string piece(std::min(pieceSize, data.size()), '\0');
+  for (std::size_t offset = 0; offset < data.size(); offset += piece.size()) {
+    piece.resize(std::min(pieceSize, data.size() - offset));
+    if (!data.copyBytes(offset, piece.data(), piece.size(), error)) return false;
+    if (!file_->write(piece, error)) return false;
+  }
+  return true;
 }
 
 bool AtomicFile::place(const std::string& path, std::optional<Error>* error) {

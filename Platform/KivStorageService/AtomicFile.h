@@ -28,6 +28,8 @@ class AtomicFile {
   static std::optional<AtomicFile> adopt(StorageRoot& root, const Data& data);
 
   bool write(std::string_view bytes, std::optional<Error>* error);
+  /// The same, reading what lies in a file from there, never through a mapping.
+  bool write(const Data& data, std::optional<Error>* error);
   /// Puts the file at the path, in place of a file or a link there. Called at most once. When it
   /// fails, the file at the path is the old one, or the new one where only the last wait failed.
   bool commit(const std::string& path, std::optional<Error>* error);

@@ -63,7 +63,7 @@ std::optional<AtomicFile> unnamedFile(StorageRoot& root, const Data& data, std::
     return std::nullopt;
   }
   auto file = AtomicFile::create(root, error);
-  if (!file || !file->write(data.view(), error)) return std::nullopt;
+  if (!file || !file->write(data, error)) return std::nullopt;
   return file;
 }
 
@@ -94,7 +94,7 @@ bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
   if (!temporary) return false;
   root.forgetRoom();
   const std::string directory(kiv::path::deletingLastPathComponent(path));
-  return kiv::storage::unpackArchive(data.view(), fileName, temporary->path(),
+  return kiv::storage::unpackArchive(data, fileName, temporary->path(),
                                      KivStorageService::archiveCeilings(), error) &&
          root.prepareDirectory(directory, error) &&
          kiv::storage::swapDirectoryIn(root, *temporary, path, error);
