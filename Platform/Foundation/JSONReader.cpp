@@ -354,7 +354,7 @@ std::optional<Value> readElements(std::string_view text) {
 
 }  // namespace
 
-std::optional<Value> JSON::read(const Data& text, std::optional<Error>* error) {
+OptionalValue JSON::read(const Data& text, std::optional<Error>* error) {
   constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
   std::string_view characters = text.view();
   if (characters.starts_with(byteOrderMark)) characters.remove_prefix(byteOrderMark.size());

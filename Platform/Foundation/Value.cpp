@@ -236,13 +236,13 @@ float Value::singlePrecision() const noexcept {
 
 // An Array or a Dictionary is nothing but the pointer to its block, so the pointer that a value
 // holds can be looked at as one.
-const Array& Value::array() const noexcept {
+const Array& Value::array() const& noexcept {
   static_assert(sizeof(Array) == sizeof(detail::ArrayBlock*));
   static const Array none;
   return kind() == Kind::array ? reinterpret_cast<const Array&>(large_.bits.array) : none;
 }
 
-const Dictionary& Value::dictionary() const noexcept {
+const Dictionary& Value::dictionary() const& noexcept {
   static_assert(sizeof(Dictionary) == sizeof(detail::DictionaryBlock*));
   static const Dictionary none;
   return kind() == Kind::dictionary ? reinterpret_cast<const Dictionary&>(large_.bits.dictionary)
@@ -304,7 +304,7 @@ std::size_t Array::size() const noexcept {
   return block_ ? block_->values.size() : 0;
 }
 
-const Value& Array::operator[](std::size_t index) const noexcept {
+const Value& Array::operator[](std::size_t index) const& noexcept {
   return index < size() ? block_->values[index] : nullValue();
 }
 
@@ -385,7 +385,7 @@ const Value* Dictionary::find(std::string_view key) const noexcept {
   return position < block_->entries.size() ? &block_->entries[position].value : nullptr;
 }
 
-const Value& Dictionary::operator[](std::string_view key) const noexcept {
+const Value& Dictionary::operator[](std::string_view key) const& noexcept {
   const Value* value = find(key);
   return value ? *value : nullValue();
 }

@@ -48,7 +48,8 @@ struct DictionaryBlock;
 /// A value type of 16 bytes. Copies share their contents and copy on write, so a deep copy costs
 /// next to nothing and no change of one copy ever reaches another. A string of up to 14 bytes is
 /// held in place and shares nothing. Looked into through accessors that never throw: the wrong kind
-/// answers nothing, zero or an empty container.
+/// answers nothing, zero or an empty container. The containers of a temporary are handed out as
+/// copies, so that a loop over them may outlive it; those of any other value as references into it.
 ///
 /// Different copies may be used from different threads; one object must not be changed while
 /// another thread uses it.
@@ -136,9 +137,11 @@ class KIV_EXPORT Value {
   }
   [[nodiscard]] std::string string() const { return std::string(stringView()); }
   /// The array, or an empty one.
-  [[nodiscard]] const Array& array() const noexcept;
+  [[nodiscard]] const Array& array() const& noexcept;
+  [[nodiscard]] Array array() const&& noexcept;
   /// The dictionary, or an empty one.
-  [[nodiscard]] const Dictionary& dictionary() const noexcept;
+  [[nodiscard]] const Dictionary& dictionary() const& noexcept;
+  [[nodiscard]] Dictionary dictionary() const&& noexcept;
 
   /// Equality of content. Numbers and booleans are equal where their numeric values are, whatever
   /// their kinds; the order of a dictionary's keys does not matter.
@@ -198,7 +201,8 @@ class KIV_EXPORT Array {
   [[nodiscard]] std::size_t size() const noexcept;
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
   /// The value at the index; null beyond the end.
-  [[nodiscard]] const Value& operator[](std::size_t index) const noexcept;
+  [[nodiscard]] const Value& operator[](std::size_t index) const& noexcept;
+  [[nodiscard]] Value operator[](std::size_t index) const&& noexcept { return (*this)[index]; }
   [[nodiscard]] const Value* begin() const noexcept;
   [[nodiscard]] const Value* end() const noexcept;
 
@@ -266,7 +270,8 @@ class KIV_EXPORT Dictionary {
   /// The value under the key, or nullptr where the key is absent.
   [[nodiscard]] const Value* find(std::string_view key) const noexcept;
   /// The value under the key, or null where the key is absent.
-  [[nodiscard]] const Value& operator[](std::string_view key) const noexcept;
+  [[nodiscard]] const Value& operator[](std::string_view key) const& noexcept;
+  [[nodiscard]] Value operator[](std::string_view key) const&& noexcept { return (*this)[key]; }
   [[nodiscard]] const Entry* begin() const noexcept;
   [[nodiscard]] const Entry* end() const noexcept;
 
@@ -285,6 +290,50 @@ class KIV_EXPORT Dictionary {
   detail::DictionaryBlock& own();
 
   detail::DictionaryBlock* block_ = nullptr;
+};
+
+inline Array Value::array() const&& noexcept {
+  return array();
+}
+
+inline Dictionary Value::dictionary() const&& noexcept {
+  return dictionary();
+}
+
+/// A value, or nothing. Like std::optional<Value>, but a temporary one keeps to what Value says of
+/// temporaries when it is looked into with "->", too.
+class OptionalValue : public std::optional<Value> {
+ public:
+  /// The value of a temporary.
+  class Temporary {
+   public:
+    explicit Temporary(Value value) noexcept : value_(std::move(value)) {}
+    const Temporary* operator->() const noexcept { return this; }
+
+    [[nodiscard]] Value::Kind kind() const noexcept { return value_.kind(); }
+    [[nodiscard]] bool isArray() const noexcept { return value_.isArray(); }
+    [[nodiscard]] bool isDictionary() const noexcept { return value_.isDictionary(); }
+    [[nodiscard]] Array array() const noexcept { return value_.array(); }
+    [[nodiscard]] Dictionary dictionary() const noexcept { return value_.dictionary(); }
+
+   private:
+    Value value_;
+  };
+
+  using std::optional<Value>::optional;
+  OptionalValue(std::optional<Value> value) noexcept : std::optional<Value>(std::move(value)) {}
+
+  Value* operator->() & noexcept { return &**this; }
+  const Value* operator->() const& noexcept { return &**this; }
+  Temporary operator->() const&& noexcept { return Temporary(**this); }
+
+  friend bool operator==(const OptionalValue& a, std::nullopt_t) noexcept { return !a; }
+  friend bool operator==(const OptionalValue& a, const std::optional<Value>& b) noexcept {
+    return a.has_value() == b.has_value() && (!a || *a == *b);
+  }
+  friend bool operator==(const OptionalValue& a, const OptionalValue& b) noexcept {
+    return a.has_value() == b.has_value() && (!a || *a == *b);
+  }
 };
 
 }  // namespace kiv

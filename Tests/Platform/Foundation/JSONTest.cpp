@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -592,6 +593,48 @@ TEST(JSONDescribeTest, WhatHasNoJSONFormIsNull) {
             "[1, null, null, 2]");
   const std::string deepest = JSON::describe(nestedValue(JSON::deepestNesting + 5));
   EXPECT_EQ(deepest, std::string(1000, '[') + "null" + std::string(1000, ']'));
+}
+
+// --- Temporaries ---------------------------------------------------------------------------------
+
+/// The text of a list, long enough to share its storage with nothing.
+Data listText() {
+  return Data(R"({"items":["a string too long to be held in place","b",["c"]]})");
+}
+
+TEST(JSONTest, ALoopOverATemporaryKeepsWhatItLoopsOver) {
+  const std::vector<std::string> expected{"a string too long to be held in place", "b", ""};
+  std::vector<std::string> strings;
+  for (auto& item : JSON::read(listText())->dictionary()["items"].array())
+    strings.push_back(item.string());
+  EXPECT_EQ(strings, expected);
+  strings.clear();
+  for (auto& item : JSON::read(listText()).value().dictionary()["items"].array())
+    strings.push_back(item.string());
+  EXPECT_EQ(strings, expected);
+  strings.clear();
+  for (auto& item : (*JSON::read(listText())).dictionary()["items"].array())
+    strings.push_back(item.string());
+  EXPECT_EQ(strings, expected);
+  strings.clear();
+  for (auto& item : JSON::read(listText())->dictionary()["items"].array()[2].array())
+    strings.push_back(item.string());
+  EXPECT_EQ(strings, std::vector<std::string>{"c"});
+  std::size_t keys = 0;
+  for (auto& entry : JSON::read(listText())->dictionary())
+    keys += entry.key().size();
+  EXPECT_EQ(keys, 5U);
+}
+
+TEST(JSONTest, WhatIsReadComparesAndConvertsAsAnOptionalValue) {
+  const auto read = JSON::read(listText());
+  const std::optional<kiv::Value> plain = JSON::read(listText());
+  EXPECT_TRUE(read == plain && plain == read && read == JSON::read(listText()));
+  EXPECT_TRUE(JSON::read(Data(std::string("["))) == std::nullopt);
+  EXPECT_FALSE(read == JSON::read(Data(std::string("["))));
+  EXPECT_TRUE(JSON::read(listText())->isDictionary());
+  EXPECT_FALSE(JSON::read(listText())->isArray());
+  EXPECT_EQ(JSON::read(listText())->kind(), kiv::Value::Kind::dictionary);
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -145,6 +147,28 @@ TEST(ValueTest, EqualityLooksAtContent) {
   EXPECT_FALSE(Value("1") == Value(1));
   EXPECT_EQ(Value(Dictionary({{"a", 1}, {"b", 2}})), Value(Dictionary({{"b", 2}, {"a", 1}})));
   EXPECT_FALSE(Value(Array({1, 2})) == Value(Array({2, 1})));
+}
+
+// What a temporary holds is handed out as a copy, what any other value holds as a reference.
+template <class T>
+constexpr bool handsOutCopies = std::is_same_v<decltype(std::declval<T>().array()), kiv::Array>&&
+    std::is_same_v<decltype(std::declval<T>().dictionary()), kiv::Dictionary>&&
+        std::is_same_v<decltype(std::declval<T>().array()[0]), kiv::Value>&&
+            std::is_same_v<decltype(std::declval<T>().dictionary()["a"]), kiv::Value>;
+template <class T>
+constexpr bool handsOutReferences =
+    std::is_same_v<decltype(std::declval<T>().array()), const kiv::Array&>&&
+        std::is_same_v<decltype(std::declval<T>().dictionary()), const kiv::Dictionary&>&&
+            std::is_same_v<decltype(std::declval<T>().array()[0]), const kiv::Value&>&&
+                std::is_same_v<decltype(std::declval<T>().dictionary()["a"]), const kiv::Value&>;
+static_assert(handsOutCopies<kiv::Value> && handsOutCopies<const kiv::Value>);
+static_assert(handsOutReferences<kiv::Value&> && handsOutReferences<const kiv::Value&>);
+
+TEST(ValueTest, WhatATemporaryHandsOutSharesItsContents) {
+  const kiv::Value value(kiv::Array{std::string(100, 'x')});
+  const kiv::Array copy = kiv::Value(value).array();
+  EXPECT_EQ(copy.begin(), value.array().begin());
+  EXPECT_EQ(kiv::Value(copy), value);
 }
 
 }  // namespace
