@@ -4,6 +4,7 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/JSON.h"
 #include "Platform/Foundation/Value.h"
+#include "Platform/KivRESTService/EntityTag.h"
 
 namespace kiv {
 
@@ -45,7 +46,11 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   PartialRecord record;
   record.url = entries[urlKey].string();
   record.finalURL = entries[finalURLKey].string();
-  record.version = {entries[entityTagKey].string(), entries[lastModifiedKey].string()};
+  // Whatever lies in the file goes into a request.
+  const std::string_view tag = entries[entityTagKey].stringView();
+  const std::string_view date = entries[lastModifiedKey].stringView();
+  if (isEntityTag(tag)) record.version.entityTag = tag;
+  if (hasCharactersOfDate(date)) record.version.lastModified = date;
   record.length = number(entries[lengthKey]);
   record.date = number(entries[dateKey]).value_or(0);
   record.restFailed = entries[restFailedKey].boolean();

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <utility>
 
+#include "Platform/KivRESTService/EntityTag.h"
 #include "Platform/KivRESTService/HTTPDate.h"
 
 namespace kiv {
@@ -100,10 +101,9 @@ std::optional<std::int64_t> ResponseCheck::fileLength() const noexcept {
 BodyVersion ResponseCheck::version() const {
   BodyVersion version;
   // A weak tag may stand for different bytes.
-  const bool isStrong = entityTag_ && entityTag_->size() >= 2 && entityTag_->front() == '"' &&
-                        entityTag_->find('"', 1) == entityTag_->size() - 1;
+  const bool isStrong = entityTag_ && isEntityTag(*entityTag_) && entityTag_->front() == '"';
   if (isStrong) version.entityTag = *entityTag_;
-  if (!lastModified_) return version;
+  if (!lastModified_ || !hasCharactersOfDate(*lastModified_)) return version;
   // A file that was changed within the second of the date may be changed again within it.
   const auto changed = secondsFromHTTPDate(*lastModified_);
   const auto answered = date_ ? secondsFromHTTPDate(*date_) : secondsNow();

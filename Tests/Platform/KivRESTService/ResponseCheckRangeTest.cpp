@@ -134,7 +134,8 @@ BodyVersion versionOf(const std::vector<std::string>& headers) {
 }
 
 TEST(ResponseVersion, IsAStrongTag) {
-  EXPECT_EQ(versionOf({"ETag: \"x y\""}).validator(), "\"x y\"");
+  EXPECT_EQ(versionOf({"ETag: \"x!y\""}).validator(), "\"x!y\"");
+  EXPECT_EQ(versionOf({"ETag: \"x y\""}).validator(), "");
   EXPECT_EQ(versionOf({"ETag: W/\"x\""}).validator(), "");
   EXPECT_EQ(versionOf({"ETag: x"}).validator(), "");
   EXPECT_EQ(versionOf({"ETag: \""}).validator(), "");
