@@ -43,7 +43,8 @@ PartialBody::~PartialBody() {
 }
 
 void PartialBody::removeIfThere(const std::string& path) {
-  if (files().itemExistsAtPath(path)) files().removeItemAtPath(path);
+  // Nothing but a regular file has been made here.
+  if (files().lengthOfFileAtPath(path)) files().removeItemAtPath(path);
 }
 
 void PartialBody::readRecord() {

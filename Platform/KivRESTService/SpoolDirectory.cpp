@@ -37,6 +37,18 @@ std::string nameFor(std::string_view url) {
   return {std::begin(digits), end};
 }
 
+/// True where the name is one that stem() gives, without directory.
+bool isStemName(std::string_view name) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const auto dash = name.find('-');
+  if (dash == name.npos || dash == 0 || dash > 16) return false;
+  if (name.substr(0, dash).find_first_not_of(digits) != name.npos) return false;
+  const std::string_view slot = name.substr(dash + 1);
+  int number = -1;
+  std::from_chars(slot.data(), slot.data() + slot.size(), number);
+  return number >= 0 && number < slots && slot == std::to_string(number);
+}
+
 std::string_view nameOfStem(std::string_view stem) {
   const std::string_view file = path::lastPathComponent(stem);
   return file.substr(0, file.find('-'));
@@ -71,7 +83,10 @@ std::set<std::string> stemsIn(const std::string& directory) {
        files().contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string>())) {
     const std::string_view extension = path::pathExtension(name);
     if (extension != "part" && extension != "json" && extension != "lock") continue;
-    stems.insert(path::appendingPathComponent(directory, path::deletingPathExtension(name)));
+    // A host may have named a directory where other files lie, too.
+    const std::string_view stem = path::deletingPathExtension(name);
+    if (!isStemName(stem)) continue;
+    stems.insert(path::appendingPathComponent(directory, stem));
   }
   return stems;
 }

@@ -352,4 +352,35 @@ TEST_F(SpoolDirectoryTest, SweepingWithoutADirectoryMakesNone) {
   EXPECT_FALSE(spool().isUsable());
 }
 
+TEST_F(SpoolDirectoryTest, WhatOthersKeepThereIsLeftAlone) {
+  // What a host may keep in the directory that it names, and names that are nearly the client's.
+  const std::vector<std::string> names{
+      "package.json", "yarn.lock",    "settings.json", "a.part",    "a-0.json.bak",
+      "g-0.part",     "A-0.part",     "a-16.part",     "a-00.part", "a-+1.part",
+      "a-0x1.part",   "a-.part",      "-0.part",       "a0.part",   "a-0-1.part",
+      "a-1 .part",    "a.json",       ".json",         "part",      "0123456789abcdef0-0.part",
+      "a-0.Part",     "a-0.part.lock"};
+  for (const auto& name : names)
+    directory_.write("spool/" + name, "kept");
+  directory_.write("spool/dir.json/kept", "kept");
+  directory_.write("spool/a-1.json/kept", "kept");
+  directory_.write("spool/a-2.part/kept", "kept");
+  directory_.write("spool/a-3.json", "{}");
+  directory_.write("spool/a-3.part", "bytes");
+  directory_.write("spool/0123456789abcdef-15.part", "bytes");
+  fs::create_symlink(directory_.path("spool/a.part"), directory_.path("spool/a-4.part"));
+  fs::create_directory_symlink(directory_.path("spool/dir.json"),
+                               directory_.path("spool/a-5.json"));
+  static_cast<void>(spool());
+  for (const auto& name : names)
+    EXPECT_EQ(contentsOf(directory_.path("spool/" + name)), "kept") << name;
+  for (const char* const directory : {"dir.json", "a-1.json", "a-2.part", "a-5.json"})
+    EXPECT_EQ(contentsOf(directory_.path("spool/") + directory + "/kept"), "kept") << directory;
+  EXPECT_TRUE(fs::is_symlink(directory_.path("spool/a-4.part")));
+  EXPECT_FALSE(fs::exists(directory_.path("spool/a-3.json")));
+  EXPECT_FALSE(fs::exists(directory_.path("spool/a-3.part")));
+  EXPECT_FALSE(fs::exists(directory_.path("spool/0123456789abcdef-15.part")));
+  EXPECT_EQ(fileCount(), names.size() + 5);
+}
+
 }  // namespace
