@@ -18,7 +18,13 @@ namespace kiv {
 /// a wake-up handler tells the loop that there is something to run. One thread at a time may run
 /// them, as a rule the main thread.
 ///
-/// async() and current() may be called from any thread. A job must not throw.
+/// async() and current() may be called from any thread. What a job throws is caught and written to
+/// the system log, and the queue continues with the next job.
+///
+/// When the process exits, the serial queues are stopped before the libraries that the framework
+/// stands on are taken down: the job that runs is finished, for half a minute at most, and those
+/// that wait never run. A child of fork has a copy of the main queue with its jobs, and begins each
+/// serial queue without jobs and with a thread of its own when it adds the first.
 class KIV_EXPORT DispatchQueue {
  public:
   using Job = std::function<void()>;
@@ -72,13 +78,16 @@ class KIV_EXPORT DispatchQueue {
 
   /// `handler` is called each time a job comes to the empty queue, on whatever thread adds it; at
   /// the end of a drain() or run() that leaves jobs; and at once where jobs wait already. It may
-  /// be called once too often, never too seldom. It should only wake the event loop, which then
-  /// calls drain(). An empty handler removes it; when that returns, the former one is not running
-  /// on any other thread.
+  /// be called once too often, never too seldom, and on one thread at a time: where another thread
+  /// is calling it, that one calls it again. No lock is held meanwhile. It should only wake the
+  /// event loop, which then calls drain(). What it throws is caught and written to the system log.
+  /// An empty handler removes it; when that returns, the former one is not running on any other
+  /// thread.
   void setWakeUpHandler(std::function<void()> handler);
 
  private:
   struct State;
+  class SerialQueues;
   explicit DispatchQueue(std::shared_ptr<State> state);
 
   std::shared_ptr<State> state_;

@@ -3,6 +3,8 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +13,7 @@
 
 #include "Platform/Foundation/DispatchQueue.h"
 #include "Platform/Foundation/MainThread.h"
+#include "Tests/Support/LogCapture.h"
 
 namespace {
 
@@ -602,6 +605,82 @@ TEST_F(MainQueueTest, ARemovedHandlerRunsOnNoOtherThread) {
     producer.join();
     main_->drain();
   }
+}
+
+TEST_F(MainQueueTest, AHandlerRunsWithoutALock) {
+  // The thread that adds a job must not wait for the handler, which waits for that thread.
+  Moment added;
+  std::atomic<int> calls = 0;
+  bool isInTime = true;
+  main_->setWakeUpHandler([&] {
+    if (++calls > 1) return;
+    std::thread([&] {
+      main_->drain();
+      main_->async([] {});  // to the empty queue: the handler is due again
+      added.come();
+    }).detach();
+    isInTime = added.hasCome();
+  });
+  main_->async([] {});
+  EXPECT_TRUE(isInTime);
+  EXPECT_EQ(calls, 2);
+}
+
+TEST_F(MainQueueTest, AHandlerThatThrowsIsCalledAgain) {
+  const kiv::test::LogCapture log;
+  int calls = 0;
+  main_->setWakeUpHandler([&] {
+    ++calls;
+    throw std::runtime_error("no loop");
+  });
+  main_->async([] {});
+  main_->drain();
+  main_->async([] {});
+  EXPECT_EQ(calls, 2);
+  ASSERT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.lines()[0], "The wake-up handler of the queue \"main\" has thrown: no loop");
+}
+
+// --- Jobs that throw -----------------------------------------------------------------------------
+
+TEST_F(MainQueueTest, AJobThatThrowsDoesNotKeepOthersFromRunning) {
+  const kiv::test::LogCapture log;
+  int ran = 0;
+  main_->async([] { throw std::runtime_error("bad job"); });
+  main_->async([] { throw 1; });
+  main_->async([&] { ++ran; });
+  EXPECT_EQ(main_->drain(), 3U);
+  EXPECT_EQ(ran, 1);
+  main_->async([&] { ++ran; });
+  EXPECT_EQ(main_->drainFor(milliseconds(0)), 1U);
+  EXPECT_EQ(ran, 2);
+  EXPECT_EQ(DispatchQueue::ofRunningJob(), nullptr);
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{
+                "A job of the queue \"main\" has thrown: bad job",
+                "A job of the queue \"main\" has thrown: something that is no std::exception"}));
+}
+
+TEST_F(MainQueueTest, AJobThatThrowsDoesNotEndARun) {
+  const kiv::test::LogCapture log;
+  bool ran = false;
+  main_->async([] { throw std::bad_alloc(); });
+  main_->async([&] {
+    ran = true;
+    main_->stop();
+  });
+  main_->run();
+  EXPECT_TRUE(ran);
+}
+
+TEST(SerialQueueTest, AJobThatThrowsDoesNotKeepOthersFromRunning) {
+  const kiv::test::LogCapture log;
+  const auto queue = DispatchQueue::serial("work");
+  queue->async([] { throw std::runtime_error("bad job"); });
+  queue->async([] { throw 1; });
+  finishJobs(queue);
+  ASSERT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.lines()[0], "A job of the queue \"work\" has thrown: bad job");
 }
 
 TEST_F(MainQueueTest, NoWakeUpIsLost) {
