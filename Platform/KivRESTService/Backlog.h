@@ -5,6 +5,8 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/Foundation/ForkGuard.h"
+
 namespace kiv {
 
 /// The bytes that have been fetched and wait for the client's queue. May be used from any thread.
@@ -35,6 +37,7 @@ class Backlog {
 
  private:
   std::mutex mutex_;
+  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::backlog};
   std::function<void()> wakeUp_;
   std::int64_t bytes_ = 0;
   std::int64_t bound_ = 0;

@@ -2,16 +2,22 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <string>
 #include <unordered_set>
 #include <utility>
 
 #include <curl/curl.h>
 
+#include "Platform/Foundation/ForkGuard.h"
+#include "Platform/Foundation/JSON.h"
+
 namespace kiv {
 
 /// Those that the end of the process has to stop. Never destroyed: more may come and go meanwhile.
 struct LivingThreads {
+  std::mutex stopping;  // held while they are stopped
   std::mutex mutex;
+  const ForkGuard forkGuard{mutex, ForkGuard::Rank::exit};
   std::unordered_set<const StopAtExit*> all;
 
   static LivingThreads& shared() {
@@ -20,17 +26,26 @@ struct LivingThreads {
   }
 
   static void stop() {
-    const std::lock_guard lock(shared().mutex);
-    for (const auto* const living : shared().all)
+    std::unique_lock lock(shared().stopping, std::defer_lock);
+    // A child that was forked while its parent exited would wait for ever, and has nothing to stop.
+    if (forkDepth() == 0) lock.lock();
+    if (!lock && !lock.try_lock()) return;
+    for (const auto* const living : shared().living())
       living->stop_();
+  }
+
+  std::unordered_set<const StopAtExit*> living() {
+    const std::lock_guard lock(mutex);
+    return all;
   }
 };
 
 bool prepareCurlLibrary() noexcept {
   // Handlers run last in, first out: this one is registered after those of the libraries that
-  // libcurl has just prepared, and so runs before them.
-  static const bool isReady =
-      curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK && std::atexit(&LivingThreads::stop) == 0;
+  // libcurl has just prepared, and of the JSON library, and so runs before them.
+  static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
+                              JSON::read(Data(std::string("[\"\"]"))).has_value() &&
+                              std::atexit(&LivingThreads::stop) == 0;
   return isReady;
 }
 
@@ -42,6 +57,7 @@ StopAtExit::StopAtExit(std::function<void()> stop) : stop_(std::move(stop)) {
 
 StopAtExit::~StopAtExit() {
   auto& living = LivingThreads::shared();
+  const std::lock_guard stopping(living.stopping);
   const std::lock_guard lock(living.mutex);
   living.all.erase(this);
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/Foundation/ForkGuard.h"
 #include "Platform/KivRESTService/TaskLedger.h"
 #include "Platform/KivRESTService/TransferEngine.h"
 #include "Platform/KivRESTService/TransferErrors.h"
@@ -53,8 +54,8 @@ class KivRESTService::Implementation {
         engine_(
             std::move(settings), backlog_,
             [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
-            [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); }) {
-  }
+            [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); },
+            [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); }) {}
 
   ~Implementation() {
     auto tasks = ledger_->takeAll();
@@ -68,6 +69,10 @@ class KivRESTService::Implementation {
   void queue(std::shared_ptr<KivRESTServiceTask> task) {
     const KivRESTServiceTask& queued = *task;
     auto error = objectionTo(queued);
+    if (!error && engine_.isInherited()) {
+      error = kiv::transferError(KivRESTServiceErrorCode::forkedProcess,
+                                 queued.request()->url.absoluteString());
+    }
     std::optional<std::uint64_t> id;
     {
       const std::lock_guard lock(ordersMutex_);
@@ -100,6 +105,7 @@ class KivRESTService::Implementation {
 
  private:
   std::mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
+  const kiv::ForkGuard forkGuard_{ordersMutex_, kiv::ForkGuard::Rank::orders};
   const std::shared_ptr<kiv::Backlog> backlog_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;
   kiv::TransferEngine engine_;
@@ -110,7 +116,12 @@ KivRESTService::KivRESTService() : KivRESTService(defaultSettings()) {}
 KivRESTService::KivRESTService(KivRESTServiceSettings settings)
     : implementation_(std::make_unique<Implementation>(std::move(settings))) {}
 
-KivRESTService::~KivRESTService() = default;
+KivRESTService::~KivRESTService() {
+  if (!implementation_->engine().isInherited()) return;
+  // Connections, files and threads are the parent's, who uses them still.
+  implementation_->cancelAll();
+  static_cast<void>(implementation_.release());
+}
 
 void KivRESTService::queue(std::shared_ptr<KivRESTServiceTask> task) {
   if (task) implementation_->queue(std::move(task));

@@ -21,6 +21,13 @@
 /// which takes no longer than they need to let go of their connections. When the process exits, the
 /// transfers of a client that still lives are stopped, and nothing is completed any more.
 ///
+/// A client that was made before a fork belongs to the parent process, whose transfers continue. In
+/// the child every task that is queued with it ends with the error forkedProcess, and neither its
+/// destruction nor the end of the child stops anything. A child makes a client of its own.
+///
+/// Where memory runs out on a transfer thread, every task that is held ends with the error
+/// outOfResources, and the client can be used further.
+///
 /// A body is handed on only where it is known to be whole: its length was told, or its end was
 /// marked, or it came over HTTP/1.0, where the end of the connection is all that marks it. A body
 /// of unknown length over HTTP/1.1, one with a content coding that was not asked for, and one with

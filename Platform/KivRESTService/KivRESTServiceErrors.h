@@ -20,4 +20,5 @@ enum class KivRESTServiceErrorCode : int {
   bodyTooLarge = 11,
   outOfResources = 12,      ///< No memory, descriptors or disk left for the transfer.
   unsupportedRequest = 13,  ///< No request, or one with another method than GET.
+  forkedProcess = 14,       ///< The client was made before a fork, and is the parent process's.
 };

@@ -14,6 +14,10 @@ void KivRESTServiceTask::setCompletionHandler(CompletionHandler handler) {
   completion_ = std::move(handler);
 }
 
+KivRESTServiceTask::CompletionHandler KivRESTServiceTask::takeCompletionHandler() noexcept {
+  return std::exchange(completion_, nullptr);
+}
+
 void KivRESTServiceTask::setResponse(std::optional<kiv::HTTPResponse> response) noexcept {
   response_ = response;
 }

@@ -53,6 +53,8 @@ class KIV_EXPORT KivRESTServiceTask {
   /// when the task was cancelled. An empty handler removes it, and the task then ends silently.
   [[nodiscard]] const CompletionHandler& completionHandler() const noexcept { return completion_; }
   void setCompletionHandler(CompletionHandler handler);
+  /// Removes it, and hands it over without copying what it holds.
+  [[nodiscard]] CompletionHandler takeCompletionHandler() noexcept;
 
   /// The HTTP response of the task, or nothing where no server gave one.
   [[nodiscard]] const std::optional<kiv::HTTPResponse>& response() const noexcept {

@@ -1,6 +1,10 @@
 #include "Platform/KivRESTService/TaskLedger.h"
 
+#include <exception>
+#include <string>
 #include <utility>
+
+#include "Platform/KivRESTService/TransferErrors.h"
 
 namespace kiv {
 
@@ -56,17 +60,41 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
 }
 
 void TaskLedger::end(TaskResults results) {
-  std::vector<DispatchQueue::Job> jobs;
-  jobs.reserve(results.size());
-  for (auto& ended : results) {
-    jobs.emplace_back(
-        [self = shared_from_this(), id = ended.first, result = std::move(ended.second)]() mutable {
-          const std::int64_t bytes = result.backlog;
-          self->complete(id, std::move(result));
-          self->backlog_->remove(bytes);
-        });
+  std::int64_t backlog = 0;
+  for (const auto& [id, result] : results)
+    backlog += result.backlog;
+  try {
+    std::vector<DispatchQueue::Job> jobs;
+    jobs.reserve(results.size());
+    for (auto& [id, result] : results)
+      jobs.push_back(completionOf(id, std::move(result)));
+    queue_->async(std::move(jobs), this);
+  } catch (const std::exception&) {  // out of memory: none of them is on its way
+    backlog_->remove(backlog);
+    throw;
   }
-  queue_->async(std::move(jobs), this);
+}
+
+DispatchQueue::Job TaskLedger::completionOf(std::uint64_t id, TaskResult result) {
+  return [self = shared_from_this(), id, result = std::move(result)]() mutable {
+    const std::int64_t bytes = result.backlog;
+    self->complete(id, std::move(result));
+    self->backlog_->remove(bytes);
+  };
+}
+
+void TaskLedger::failAll(KivRESTServiceErrorCode code) {
+  TaskResults results;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [id, task] : held_) {
+      // What the host has given the task, it does not change while the client holds it.
+      const auto& request = task->request();
+      const std::string url = request ? request->url.absoluteString() : std::string();
+      results.push_back({id, {TransferOutcome::failed(transferError(code, url)), {}, 0}});
+    }
+  }
+  end(std::move(results));
 }
 
 void TaskLedger::complete(std::uint64_t id, TaskResult result) {
@@ -78,8 +106,7 @@ void TaskLedger::complete(std::uint64_t id, TaskResult result) {
   task->setFigures(std::move(result.figures));
   if (const auto observer = endObserver()) (*observer)(*task);
   // Taken off the task, so that a handler that holds its own task does not keep it for ever.
-  const auto handler = task->completionHandler();
-  task->setCompletionHandler(nullptr);
+  const auto handler = task->takeCompletionHandler();
   if (handler) handler(*task);
 }
 
@@ -89,10 +116,13 @@ std::shared_ptr<const TaskLedger::EndObserver> TaskLedger::endObserver() const {
 }
 
 void TaskLedger::report(ProgressReport report) {
-  const std::lock_guard lock(mutex_);
-  const bool isOnItsWay = report_.has_value();
-  report_ = std::move(report);
-  if (!isOnItsWay) queue_->async([self = shared_from_this()] { self->showProgress(); });
+  {
+    const std::lock_guard lock(mutex_);
+    const bool isOnItsWay = report_.has_value();
+    report_ = std::move(report);
+    if (isOnItsWay) return;
+  }
+  queue_->async([self = shared_from_this()] { self->showProgress(); });
 }
 
 void TaskLedger::showProgress() {

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "Platform/Foundation/DispatchQueue.h"
+#include "Platform/Foundation/ForkGuard.h"
 #include "Platform/KivRESTService/Backlog.h"
+#include "Platform/KivRESTService/KivRESTServiceErrors.h"
 #include "Platform/KivRESTService/KivRESTServiceTask.h"
 #include "Platform/KivRESTService/TaskResult.h"
 
@@ -46,6 +48,8 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   /// Ends the tasks of those numbers, each if it is still held when its turn on the queue has come.
   /// Those that wait there together share a turn of the queue.
   void end(TaskResults results);
+  /// Ends every task that is held now and has not ended yet with that error.
+  void failAll(KivRESTServiceErrorCode code);
 
   /// Brings the tasks' progress up to date, and the observer's, when their turn on the queue comes.
   void report(ProgressReport report);
@@ -56,6 +60,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
 
  private:
   [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
+  [[nodiscard]] DispatchQueue::Job completionOf(std::uint64_t id, TaskResult result);
   void complete(std::uint64_t id, TaskResult result);
 
   [[nodiscard]] std::shared_ptr<const EndObserver> endObserver() const;
@@ -64,7 +69,8 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   const std::shared_ptr<DispatchQueue> queue_;
   const std::shared_ptr<Backlog> backlog_;
 
-  mutable std::mutex mutex_;
+  mutable std::mutex mutex_;  // never held while the queue gets a job, whose wake-up is the host's
+  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::tasks};
   std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_;
   std::unordered_set<const KivRESTServiceTask*> heldTasks_;
   std::uint64_t lastID_ = 0;

@@ -1,7 +1,7 @@
 #include "Platform/KivRESTService/TransferEngine.h"
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
 #include <utility>
 
 #include "Platform/KivRESTService/BrokenPipeSignal.h"
@@ -12,11 +12,13 @@ namespace kiv {
 using Clock = std::chrono::steady_clock;
 
 TransferEngine::TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
-                               TransferScheduler::EndHandler ended, ProgressHandler progressed)
+                               TransferScheduler::EndHandler ended, ProgressHandler progressed,
+                               FailureHandler failed)
     : settings_(std::move(settings)),
       backlog_(std::move(backlog)),
       ended_(std::move(ended)),
       progressed_(std::move(progressed)),
+      failed_(std::move(failed)),
       workers_(TransferScheduler::laneCount(settings_)) {
   backlog_->setWakeUp([this] { remind(0); });
   exitHook_.emplace([this] { stop(); });
@@ -31,6 +33,7 @@ TransferEngine::~TransferEngine() {
 // --- Orders --------------------------------------------------------------------------------------
 
 void TransferEngine::setSpoolDirectory(std::string path) {
+  if (isInherited()) return;
   const std::lock_guard lock(mutex_);
   const bool isServing = std::any_of(workers_.begin(), workers_.end(), [](const Worker& worker) {
     return static_cast<bool>(worker.handles);
@@ -39,12 +42,14 @@ void TransferEngine::setSpoolDirectory(std::string path) {
 }
 
 void TransferEngine::reportProgress(bool isWanted) {
+  if (isInherited()) return;
   const std::lock_guard lock(mutex_);
   reportsProgress_ = isWanted;
   wakeUp(0);
 }
 
 bool TransferEngine::add(TransferJob job) {
+  if (isInherited()) return false;
   const std::lock_guard lock(mutex_);
   if (stopped_) return false;
   if (!workers_.front().handles && !startThread(0)) return false;
@@ -54,6 +59,7 @@ bool TransferEngine::add(TransferJob job) {
 }
 
 void TransferEngine::cancelAll() {
+  if (isInherited()) return;
   const std::lock_guard lock(mutex_);
   added_.clear();
   cancelled_ = true;
@@ -61,6 +67,7 @@ void TransferEngine::cancelAll() {
 }
 
 void TransferEngine::stop() {
+  if (isInherited()) return;
   std::vector<std::thread> threads;
   {
     const std::lock_guard lock(mutex_);
@@ -80,13 +87,13 @@ bool TransferEngine::startThread(std::size_t index) {
   Worker& worker = workers_[index];
   if (stopped_ || !prepareCurlLibrary()) return false;
   if (worker.thread.joinable()) worker.thread.join();
-  LaneHandles handles{makeMultiHandle(), std::make_unique<WakeUpPipe>()};
-  if (!handles) return false;
-  // Before the thread starts, which looks at them without this lock.
-  worker.handles = std::move(handles);
   try {
+    LaneHandles handles{makeMultiHandle(), std::make_unique<WakeUpPipe>()};
+    if (!handles) return false;
+    // Before the thread starts, which looks at them without this lock.
+    worker.handles = std::move(handles);
     worker.thread = std::thread([this, index] { serve(index, workers_[index].handles); });
-  } catch (const std::system_error&) {
+  } catch (const std::exception&) {  // no memory, or no thread left
     worker.handles = {};
     return false;
   }
@@ -111,6 +118,7 @@ void TransferEngine::wakeUpAll() {
 
 /// Wakes the thread up where one serves.
 void TransferEngine::remind(std::size_t index) {
+  if (isInherited()) return;
   const std::lock_guard lock(mutex_);
   wakeUp(index);
 }
@@ -123,23 +131,53 @@ void TransferEngine::serve(std::size_t index, const LaneHandles& handles) {
   // Let go of here, last and without a lock: closing the connections is work for this thread too.
   LaneHandles owned;
   Lock lock(schedulerMutex_);
+  ++serving_;
+  workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+  while (!owned) {
+    try {
+      owned = takeTurn(index, handles, lock);
+    } catch (const std::exception&) {  // out of memory
+      owned = recover(index, lock);
+    }
+  }
+  leave(index);
+}
+
+/// The thread's handles, where it has to end now; otherwise nothing.
+LaneHandles TransferEngine::takeTurn(std::size_t index, const LaneHandles& handles, Lock& lock) {
   begin(index, handles);
+  doWhatIsDue(index, lock);
+  auto owned = leaveIfDone(index);
+  if (!owned) transfer(index, lock);
+  return owned;
+}
+
+/// What the exception has left half done is dropped with everything else.
+LaneHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
+  constexpr std::chrono::milliseconds pause{10};
+  if (!lock.owns_lock()) lock.lock();
   while (true) {
-    doWhatIsDue(index);
-    owned = leaveIfDone(index);
-    if (owned) return leave(index);
-    transfer(index, lock);
+    if (auto owned = leaveIfStopped(index)) return owned;
+    try {
+      if (scheduler_) scheduler_->dropAll();
+      lock.unlock();
+      failed_();
+      lock.lock();
+      return {};
+    } catch (const std::exception&) {
+      if (lock.owns_lock()) lock.unlock();
+      std::this_thread::sleep_for(pause);
+      lock.lock();
+    }
   }
 }
 
 void TransferEngine::begin(std::size_t index, const LaneHandles& handles) {
-  ++serving_;
   if (!scheduler_) scheduler_.emplace(settings_, ended_, *backlog_);
   scheduler_->lane(index).open(handles);
-  workers_[index].idleUntil = Clock::now() + settings_.idleTime;
 }
 
-void TransferEngine::doWhatIsDue(std::size_t index) {
+void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   TransferLane& lane = scheduler_->lane(index);
   // Orders are taken before free places are, so that a place goes to the best of all the jobs that
   // wait when it becomes free.
@@ -148,7 +186,7 @@ void TransferEngine::doWhatIsDue(std::size_t index) {
   scheduler_->startWaiting();
   scheduler_->runAssigned(lane);
   callUpOthers(index);
-  scheduler_->reportEnded();
+  scheduler_->reportEnded(lock);
   if (isBusy(index)) workers_[index].idleUntil = Clock::now() + settings_.idleTime;
   // The first thread waits for more than the end of its own transfers.
   if (index > 0 && scheduler_->isIdle()) remind(0);
@@ -165,7 +203,7 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
   takeOrders(index);
   if (!isWell) scheduler_->failRunning(lane);
   scheduler_->finishEnded(lane);
-  reportProgress();
+  reportProgress(lock);
 }
 
 void TransferEngine::takeOrders(std::size_t index) {
@@ -224,8 +262,14 @@ LaneHandles TransferEngine::leaveIfDone(std::size_t index) {
   return std::exchange(workers_[index].handles, {});
 }
 
+LaneHandles TransferEngine::leaveIfStopped(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  return stopped_ ? std::exchange(workers_[index].handles, {}) : LaneHandles{};
+}
+
 /// Takes no lock: whoever starts another thread in place of this one may hold one, and waits.
 void TransferEngine::leave(std::size_t index) {
+  if (!scheduler_) return static_cast<void>(--serving_);
   if (isBusy(index)) scheduler_->dropAll();
   scheduler_->lane(index).close();
   // Not while it has jobs: a thread that has been started for them may not have begun.
@@ -239,10 +283,14 @@ bool TransferEngine::progressIsWanted() {
   return reportsProgress_;
 }
 
-void TransferEngine::reportProgress() {
+void TransferEngine::reportProgress(Lock& lock) {
   if (!progressIsWanted()) return;
   const auto next = scheduler_->nextReport();
-  if (next && *next <= Clock::now()) progressed_(scheduler_->takeReport());
+  if (!next || *next > Clock::now()) return;
+  auto report = scheduler_->takeReport();
+  lock.unlock();
+  progressed_(std::move(report));
+  lock.lock();
 }
 
 std::chrono::milliseconds TransferEngine::longestWait(std::size_t index) {

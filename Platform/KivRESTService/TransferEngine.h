@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Foundation/ForkGuard.h"
 #include "Platform/KivRESTService/Backlog.h"
 #include "Platform/KivRESTService/CurlLibrary.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
@@ -27,17 +29,24 @@ namespace kiv {
 class TransferEngine {
  public:
   using ProgressHandler = std::function<void(ProgressReport report)>;
+  using FailureHandler = std::function<void()>;
 
   /// `ended` is called with every job that ends, once, and `progressed` no more than ten times a
-  /// second while somebody wants to know; both on a transfer thread, on one at a time. Neither must
-  /// wait for other threads that use the engine, and neither is called after stop() has returned.
-  /// What `ended` is given counts in the backlog, from which the caller removes it.
+  /// second while somebody wants to know. `failed` is called where memory has run out, and every
+  /// job has been dropped; where it throws, it is called again. All of them come on a transfer
+  /// thread, without a lock, and none after stop() has returned. What `ended` is given counts in
+  /// the backlog, from which the caller removes it.
   TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
-                 TransferScheduler::EndHandler ended, ProgressHandler progressed);
-  /// Stops.
+                 TransferScheduler::EndHandler ended, ProgressHandler progressed,
+                 FailureHandler failed);
+  /// Stops. Not for an inherited engine, which is not to be destroyed.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
   TransferEngine& operator=(const TransferEngine&) = delete;
+
+  /// True in a child of fork for an engine of the parent. Nothing can be ordered from it there, and
+  /// there is nothing to stop.
+  [[nodiscard]] bool isInherited() const noexcept { return forkDepth_ != forkDepth(); }
 
   /// Hands a job to the transfer threads. False where there is no way to run it: no thread can be
   /// started, or the engine has stopped.
@@ -77,15 +86,18 @@ class TransferEngine {
 
   // On the transfer threads, with the scheduler locked.
   void serve(std::size_t index, const LaneHandles& handles);
+  LaneHandles takeTurn(std::size_t index, const LaneHandles& handles, Lock& lock);
+  LaneHandles recover(std::size_t index, Lock& lock) noexcept;
   void begin(std::size_t index, const LaneHandles& handles);
-  void doWhatIsDue(std::size_t index);
+  void doWhatIsDue(std::size_t index, Lock& lock);
   void transfer(std::size_t index, Lock& lock);
   void takeOrders(std::size_t index);
   void callUpOthers(std::size_t self);
   [[nodiscard]] bool isBusy(std::size_t index);
   LaneHandles leaveIfDone(std::size_t index);
+  LaneHandles leaveIfStopped(std::size_t index);
   void leave(std::size_t index);
-  void reportProgress();
+  void reportProgress(Lock& lock);
   [[nodiscard]] bool progressIsWanted();
   [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index);
 
@@ -93,6 +105,8 @@ class TransferEngine {
   const std::shared_ptr<Backlog> backlog_;
   const TransferScheduler::EndHandler ended_;
   const ProgressHandler progressed_;
+  const FailureHandler failed_;
+  const std::uint64_t forkDepth_ = forkDepth();
 
   // Held by a transfer thread whenever it does not wait or move bytes, by others never: nobody
   // waits for what the threads do. Taken before the other one.

@@ -32,6 +32,8 @@ std::string_view clause(KivRESTServiceErrorCode code) {
       return "memory, descriptors or threads have run out";
     case KivRESTServiceErrorCode::unsupportedRequest:
       return "the request cannot be performed";
+    case KivRESTServiceErrorCode::forkedProcess:
+      return "the client belongs to the process from which this one was forked";
   }
   return clause(KivRESTServiceErrorCode::unknown);
 }

@@ -45,9 +45,11 @@ void TransferLane::close() {
 
 bool TransferLane::run(Download& download) {
   void* const handle = download.transfer->handle();
-  if (curl_multi_add_handle(multiHandle_, handle) != CURLM_OK) return false;
+  // First, so that no handle runs of which the lane does not know.
   running_.emplace(handle, &download);
-  return true;
+  if (curl_multi_add_handle(multiHandle_, handle) == CURLM_OK) return true;
+  running_.erase(handle);
+  return false;
 }
 
 void TransferLane::releaseDropped() {
@@ -65,7 +67,10 @@ bool TransferLane::wait(std::chrono::milliseconds longest) {
   }
   // Not the wake-up of libcurl itself, which would take a closed descriptor for its own.
   curl_waitfd orders{*descriptor, CURL_WAIT_POLLIN, 0};
-  const auto timeout = static_cast<int>(longest.count());
+  // A host may have closed the descriptor since, and opened another under its number, of which
+  // nothing would come.
+  constexpr std::chrono::milliseconds longestInOne{500};
+  const auto timeout = static_cast<int>(std::min(longest, longestInOne).count());
   if (curl_multi_wait(multiHandle_, &orders, 1, timeout, nullptr) != CURLM_OK) return false;
   if (orders.revents != 0) wakeUp_->clear();
   return true;

@@ -53,7 +53,8 @@ TransferScheduler::~TransferScheduler() {
 
 void TransferScheduler::dropAll() {
   for (auto& [key, download] : downloads_) {
-    if (download->state != Download::State::running) continue;
+    // One that memory gave out for may be half made.
+    if (!download || !download->lane || !download->transfer) continue;
     TransferLane& lane = *download->lane;
     lane.drop(std::move(download));
   }
@@ -365,20 +366,26 @@ void TransferScheduler::report(Download& download) {
   TaskResult result{std::move(outcome), std::move(download.figures), held};
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
-  backlog_.add(held * static_cast<std::int64_t>(tasks.size()));
-  for (std::size_t index = 0; index + 1 < tasks.size(); ++index)
+  results_.reserve(results_.size() + tasks.size());
+  for (std::size_t index = 0; index + 1 < tasks.size(); ++index) {
     results_.emplace_back(tasks[index], result);
+    backlog_.add(held);
+  }
+  backlog_.add(held);
   // Nothing of the result stays here: whoever gets it may be the last to hold the body.
   results_.emplace_back(tasks.back(), std::move(result));
 }
 
-void TransferScheduler::reportEnded() {
+void TransferScheduler::reportEnded(std::unique_lock<std::mutex>& lock) {
   if (results_.empty()) return;
   const auto now = Clock::now();
   const bool mayWait = running_ > 0 && now < reportAt_;
   if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
   reportAt_ = now + reportInterval;
-  ended_(std::exchange(results_, {}));
+  auto results = std::exchange(results_, {});
+  lock.unlock();
+  ended_(std::move(results));
+  lock.lock();
 }
 
 std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -78,8 +79,9 @@ class TransferScheduler {
   // --- Reports ---
 
   /// Reports the jobs that have ended: at once, but while others run those of some milliseconds
-  /// together. Whoever is told of many at one time can store them for less.
-  void reportEnded();
+  /// together. Whoever is told of many at one time can store them for less. The lock, by which the
+  /// threads take turns, is free meanwhile: how long the report takes, the receiver decides.
+  void reportEnded(std::unique_lock<std::mutex>& lock);
   /// When there will be something to do for startWaiting() or reportEnded() at the latest, whatever
   /// happens; nothing where nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;
