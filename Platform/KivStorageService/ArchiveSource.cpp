@@ -87,7 +87,7 @@ zip_int64_t perform(void* object, void* data, zip_uint64_t size, zip_source_cmd_
 zip_source_t* makeArchiveSource(const Data& archive, zip_error_t* error) {
   auto source = std::make_unique<Source>(archive);
   zip_source_t* const made = zip_source_function_create(&perform, source.get(), error);
-  if (made) source.release();  // freed by ZIP_SOURCE_FREE
+  if (made) static_cast<void>(source.release());  // freed by ZIP_SOURCE_FREE
   return made;
 }
 
