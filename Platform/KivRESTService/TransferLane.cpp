@@ -34,6 +34,7 @@ void TransferLane::keepSpareHandle(EasyHandle handle) {
 void TransferLane::open(const LaneHandles& handles) noexcept {
   multiHandle_ = handles.multiHandle.get();
   wakeUp_ = handles.wakeUp.get();
+  wakeUpSeenAt_ = {};
 }
 
 void TransferLane::close() {
@@ -58,9 +59,19 @@ void TransferLane::releaseDropped() {
   dropped_.clear();
 }
 
+/// Looked at from time to time: that costs as much as a wait that ends at once.
+std::optional<int> TransferLane::wakeUpDescriptor() {
+  constexpr std::chrono::milliseconds interval{50};
+  const auto now = std::chrono::steady_clock::now();
+  if (now - wakeUpSeenAt_ < interval) return wakeUpDescriptor_;
+  wakeUpSeenAt_ = now;
+  wakeUpDescriptor_ = wakeUp_->descriptor();
+  return wakeUpDescriptor_;
+}
+
 bool TransferLane::wait(std::chrono::milliseconds longest) {
   constexpr std::chrono::milliseconds interval{10};
-  const auto descriptor = wakeUp_->descriptor();
+  const auto descriptor = wakeUpDescriptor();
   if (!descriptor) {
     std::this_thread::sleep_for(std::min(longest, interval));
     return true;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -74,8 +75,12 @@ class TransferLane {
   void limitSpeeds(std::int64_t bytesPerSecond);
 
  private:
+  std::optional<int> wakeUpDescriptor();
+
   void* multiHandle_ = nullptr;
   const WakeUpPipe* wakeUp_ = nullptr;
+  std::optional<int> wakeUpDescriptor_;
+  std::chrono::steady_clock::time_point wakeUpSeenAt_{};
   std::vector<Download*> assigned_;
   std::unordered_map<void*, Download*> running_;  // by easy handle
   std::vector<std::unique_ptr<Download>> dropped_;
