@@ -39,7 +39,7 @@ class PartialBody {
   /// Begins the body anew; what was there is gone. The record is kept with it where it has a
   /// validator.
   bool begin(PartialRecord record, std::optional<Error>* error);
-  /// Goes on after the first `length` bytes, no more than are there. The record gets a new date
+  /// Continues after the first `length` bytes, no more than are there. The record gets a new date
   /// when a byte is added.
   bool goOn(std::int64_t length, std::optional<Error>* error);
   /// The bytes may wait in memory until flush(), or until the object goes.

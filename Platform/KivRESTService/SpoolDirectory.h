@@ -28,8 +28,8 @@ class SpoolDirectory {
   /// False where no directory has been named: every body is to stay in memory.
   [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
 
-  /// Looks at what is there, removes the bodies that nobody can go on with or that have not grown
-  /// for too long, and the oldest ones where they are too large together.
+  /// Looks at what is there, removes the bodies that cannot be resumed or that have not grown for
+  /// too long, and the oldest ones where they are too large together.
   void sweep();
 
   /// What is kept of the file of the URL; nullptr where nothing is, or another client uses it. What
