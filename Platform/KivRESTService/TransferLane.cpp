@@ -32,6 +32,7 @@ void TransferLane::keepSpareHandle(EasyHandle handle) {
 }
 
 void TransferLane::open(const LaneHandles& handles) noexcept {
+  if (multiHandle_) return;
   multiHandle_ = handles.multiHandle.get();
   wakeUp_ = handles.wakeUp.get();
   wakeUpSeenAt_ = {};

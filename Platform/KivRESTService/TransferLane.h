@@ -56,7 +56,8 @@ class TransferLane {
 
   // --- On the lane's thread ---
 
-  /// The thread begins to serve, with handles of its own; or ends, which closes all connections.
+  /// The thread serves, with handles of its own: called before each turn; or it ends, which closes
+  /// all connections.
   void open(const LaneHandles& handles) noexcept;
   void close();
   /// Has a prepared transfer run; false where that failed.
