@@ -175,7 +175,7 @@ TEST_F(MainWindowTest, CanBeReadOnADarkPalette) {
     picture = screenshot();
     text = kiv::test::textIn(picture);
     return text.contains("1,287 votes") && text.contains("Lost balloon") &&
-           text.contains("Visit") && text.contains("Fall asleep in the city");
+           text.contains("Visit") && text.contains("The Night Train");
   })) << text.toStdString();
   kiv::test::keep(picture, "dark");
   EXPECT_LT(picture.pixelColor(600, 20).lightness(), 100);  // the tool bar
