@@ -66,8 +66,8 @@ void TaskLedger::end(TaskResults results) {
   try {
     std::vector<DispatchQueue::Job> jobs;
     jobs.reserve(results.size());
-    for (auto& [id, result] : results)
-      jobs.push_back(completionOf(id, std::move(result)));
+    for (auto& ended : results)
+      jobs.push_back(completionOf(ended.first, std::move(ended.second)));
     queue_->async(std::move(jobs), this);
   } catch (const std::exception&) {  // out of memory: none of them is on its way
     backlog_->remove(backlog);

@@ -51,14 +51,14 @@ void expectNothingInSockets() {
 }
 
 bool load(KivRESTService& client, std::string_view url, bool isWaitedFor) {
-  static bool hasEnded = false;
   auto task = std::make_shared<KivRESTServiceTask>();
   task->setRequest(kiv::URLRequest(kiv::URL::fromString(url).value()));
-  task->setCompletionHandler([](KivRESTServiceTask&) { hasEnded = true; });
-  client.queue(std::move(task));
-  while (isWaitedFor && !hasEnded)
+  task->setCompletionHandler([](KivRESTServiceTask&) {});
+  client.queue(task);
+  const auto hasEnded = [&] { return task->completionHandler() == nullptr; };
+  while (isWaitedFor && !hasEnded())
     kiv::DispatchQueue::main()->drainFor(std::chrono::milliseconds(100));
-  return hasEnded;
+  return hasEnded();
 }
 
 }  // namespace
