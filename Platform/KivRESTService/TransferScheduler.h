@@ -78,9 +78,9 @@ class TransferScheduler {
 
   // --- Reports ---
 
-  /// Reports the jobs that have ended: at once, but while others run those of some milliseconds
-  /// together. Whoever is told of many at one time can store them for less. The lock, by which the
-  /// threads take turns, is free meanwhile: how long the report takes, the receiver decides.
+  /// Reports the jobs that have ended: at once, or, while others run, those of some milliseconds
+  /// together, since storing many at a time costs less. The scheduler's lock is released meanwhile:
+  /// the receiver decides how long the report takes.
   void reportEnded(std::unique_lock<std::mutex>& lock);
   /// When there will be something to do for startWaiting() or reportEnded() at the latest, whatever
   /// happens; nothing where nothing waits.
