@@ -40,18 +40,20 @@ std::shared_ptr<DispatchQueue> DispatchQueue::current() {
 DispatchQueue::DispatchQueue(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
 DispatchQueue::~DispatchQueue() {
-  if (!state_->thread.joinable()) return;
+  std::thread thread;
   bool isStuck = false;
   {
     const std::lock_guard lock(state_->mutex);
     state_->stopped = true;
     isStuck = state_->isClosed && !state_->hasEnded;
+    thread.swap(state_->thread);
   }
+  if (!thread.joinable()) return;
   state_->changed.notify_all();
-  if (isStuck || state_->thread.get_id() == std::this_thread::get_id()) {
-    state_->thread.detach();
+  if (isStuck || thread.get_id() == std::this_thread::get_id()) {
+    thread.detach();
   } else {
-    state_->thread.join();
+    thread.join();
   }
 }
 

@@ -88,6 +88,7 @@ class KIV_EXPORT DispatchQueue {
  private:
   struct State;
   class SerialQueues;
+  friend bool stopSerialQueuesAtExit() noexcept;
   explicit DispatchQueue(std::shared_ptr<State> state);
 
   std::shared_ptr<State> state_;

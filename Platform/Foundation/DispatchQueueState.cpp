@@ -41,7 +41,7 @@ void DispatchQueue::State::add(std::vector<Job> added, const void* itsTurn) {
     for (Job& job : added)
       jobs.push_back({std::move(job), itsTurn, ++lastNumber});
     // In a child of fork the thread is not there yet.
-    if (servedBy == ServedBy::ownThread && !thread.joinable() && !isClosed) startThread();
+    if (servedBy == ServedBy::ownThread && server == std::thread::id() && !isClosed) startThread();
   }
   changed.notify_one();
   if (wasEmpty) callWakeUp();
@@ -179,6 +179,7 @@ void DispatchQueue::State::forgetOtherThreads() {
 bool DispatchQueue::State::startThread() {
   try {
     thread = std::thread([self = shared_from_this()] { self->serve(); });
+    server = thread.get_id();
   } catch (const std::system_error&) {
     return false;
   }
@@ -208,9 +209,15 @@ void DispatchQueue::State::close() {
 }
 
 void DispatchQueue::State::waitForEnd(Time deadline) {
-  std::unique_lock lock(mutex);
-  if (!thread.joinable() || thread.get_id() == std::this_thread::get_id()) return;
-  changed.wait_until(lock, deadline, [this] { return hasEnded; });
+  std::thread ended;
+  {
+    std::unique_lock lock(mutex);
+    if (server == std::thread::id() || server == std::this_thread::get_id()) return;
+    if (!changed.wait_until(lock, deadline, [this] { return hasEnded; })) return;
+    ended.swap(thread);
+  }
+  // The destructors of what libraries keep for each thread run after the last job.
+  if (ended.joinable()) ended.join();
 }
 
 }  // namespace kiv

@@ -28,7 +28,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     std::uint64_t number = 0;  // grows with every job
   };
 
-  State(std::string name, ServedBy server) : label(std::move(name)), servedBy(server) {}
+  State(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
 
   /// The queue whose job runs on this thread, if any.
   static thread_local State* running;
@@ -36,7 +36,8 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   const std::string label;
   const ServedBy servedBy;
   std::weak_ptr<DispatchQueue> handle;
-  std::thread thread;  // of a serial queue only
+  std::thread thread;      // of a serial queue only; taken by what joins it
+  std::thread::id server;  // that thread's, for good
 
   std::mutex mutex;
   const ForkGuard forkGuard{mutex, ForkGuard::Rank::queue};
@@ -85,7 +86,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   bool startThread();
   void serve();
   void close();
-  /// Waits until the thread runs no job any more; not on that thread itself.
+  /// Waits until the thread has gone, or runs a job at the deadline; not on that thread itself.
   void waitForEnd(Time deadline);
 };
 
@@ -94,6 +95,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 class DispatchQueue::SerialQueues {
  public:
   static void add(const std::shared_ptr<State>& queue);
+  static bool stopAtExit();
 
  private:
   static SerialQueues& shared();

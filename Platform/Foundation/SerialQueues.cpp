@@ -1,5 +1,8 @@
+#include "Platform/Foundation/SerialQueues.h"
+
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 
 #include "Platform/Foundation/DispatchQueueState.h"
 #include "Platform/Foundation/JSON.h"
@@ -18,6 +21,19 @@ DispatchQueue::SerialQueues::SerialQueues() {
   JSON::read(Data(std::string("[\"\"]")));
   std::atexit(&SerialQueues::stop);
   callInForkedChildren(&SerialQueues::beginAgain);
+}
+
+bool DispatchQueue::SerialQueues::stopAtExit() {
+  static_cast<void>(shared());
+  return std::atexit(&SerialQueues::stop) == 0;
+}
+
+bool stopSerialQueuesAtExit() noexcept {
+  try {
+    return DispatchQueue::SerialQueues::stopAtExit();
+  } catch (const std::exception&) {  // no memory
+    return false;
+  }
 }
 
 void DispatchQueue::SerialQueues::add(const std::shared_ptr<State>& queue) {

@@ -9,7 +9,7 @@
 #include <curl/curl.h>
 
 #include "Platform/Foundation/ForkGuard.h"
-#include "Platform/Foundation/JSON.h"
+#include "Platform/Foundation/SerialQueues.h"
 
 namespace kiv {
 
@@ -41,11 +41,10 @@ struct LivingThreads {
 };
 
 bool prepareCurlLibrary() noexcept {
-  // Handlers run last in, first out: this one is registered after those of the libraries that
-  // libcurl has just prepared, and of the JSON library, and so runs before them.
+  // Handlers run last in, first out: these are registered after those of the libraries that libcurl
+  // has just prepared, and so run before them. The jobs of a queue use those libraries, too.
   static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
-                              JSON::read(Data(std::string("[\"\"]"))).has_value() &&
-                              std::atexit(&LivingThreads::stop) == 0;
+                              stopSerialQueuesAtExit() && std::atexit(&LivingThreads::stop) == 0;
   return isReady;
 }
 

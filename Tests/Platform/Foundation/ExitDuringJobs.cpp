@@ -5,11 +5,8 @@
 //     ExitDuringJobs return|exit|job|finish
 
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -26,28 +23,32 @@ std::atomic<bool> exitHasBegun = false;
 std::atomic<int> jobs = 0;
 std::atomic<bool> isFinished = false;
 bool isToFinish = false;
-std::ptrdiff_t threadsLeft = 1;
+std::atomic<int> threadsWithJobs = 0;
 
-std::ptrdiff_t threads() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
+/// What libraries keep for each thread, and let go of when it ends.
+struct KeptForThread {
+  KeptForThread() { ++threadsWithJobs; }
+  KeptForThread(const KeptForThread&) = delete;
+  KeptForThread& operator=(const KeptForThread&) = delete;
+  ~KeptForThread() {
+    for (int round = 0; round < 1000; ++round)
+      std::this_thread::yield();
+    --threadsWithJobs;
+  }
+};
 
-/// Runs last, as the destructor of a library that was there first. A thread that has ended may be
-/// seen for a moment more.
+/// Runs last, as the destructor of a library that was there first.
 void expectNoJobs() {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (threads() > threadsLeft) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      std::fputs("The queue still runs while the process is taken down.\n", stderr);
-      std::_Exit(4);
-    }
-    std::this_thread::yield();
+  if (threadsWithJobs > 0) {
+    std::fputs("The queue still runs while the process is taken down.\n", stderr);
+    std::_Exit(4);
   }
   if (isToFinish && !isFinished) std::_Exit(5);
 }
 
 /// Each job adds the next one.
 void work(const std::shared_ptr<DispatchQueue>& queue) {
+  static thread_local const KeptForThread kept;
   const auto text = kiv::JSON::write(
       kiv::Dictionary{{"items", kiv::Array{std::string(1000, 'x'), "\xc3\xa4", jobs.load()}}});
   if (!text || !kiv::JSON::read(*text)) std::_Exit(6);
@@ -89,7 +90,6 @@ int main(int count, char** arguments) {
       std::this_thread::yield();
   }
   if (way == "job") {
-    threadsLeft = 2;  // the main thread, and the one that ends the process
     queue->async([] { std::exit(0); });
     DispatchQueue::main()->run();
   }
