@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -95,16 +96,16 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 class DispatchQueue::SerialQueues {
  public:
   static void add(const std::shared_ptr<State>& queue);
-  static bool stopAtExit();
+  static void stop();
 
  private:
   static SerialQueues& shared();
   SerialQueues();
 
-  static void stop();
   static void beginAgain();
   std::vector<std::shared_ptr<State>> living();
 
+  static std::atomic<bool> areUsed_;
   std::mutex mutex_;
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::queues};
   std::vector<std::weak_ptr<State>> all_;

@@ -14,7 +14,8 @@ std::uint64_t forkDepth() noexcept;
 /// until it is free, so that what it protects is whole, too.
 ///
 /// A thread that holds several such mutexes has locked them in the order of their ranks, none while
-/// it held another of the same rank.
+/// it held another of the same rank. A guard comes and goes while its thread holds none: a fork
+/// keeps it waiting until all of them are free.
 class ForkGuard {
  public:
   enum class Rank { orders, tasks, backlog, exit, queues, queue };

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <exception>
 
 #include "Platform/Foundation/DispatchQueueState.h"
 #include "Platform/Foundation/JSON.h"
 
 namespace kiv {
+
+std::atomic<bool> DispatchQueue::SerialQueues::areUsed_ = false;
 
 DispatchQueue::SerialQueues& DispatchQueue::SerialQueues::shared() {
   // Never destroyed: queues may come and go while the process exits.
@@ -21,19 +22,11 @@ DispatchQueue::SerialQueues::SerialQueues() {
   JSON::read(Data(std::string("[\"\"]")));
   std::atexit(&SerialQueues::stop);
   callInForkedChildren(&SerialQueues::beginAgain);
-}
-
-bool DispatchQueue::SerialQueues::stopAtExit() {
-  static_cast<void>(shared());
-  return std::atexit(&SerialQueues::stop) == 0;
+  areUsed_ = true;
 }
 
 bool stopSerialQueuesAtExit() noexcept {
-  try {
-    return DispatchQueue::SerialQueues::stopAtExit();
-  } catch (const std::exception&) {  // no memory
-    return false;
-  }
+  return std::atexit(&DispatchQueue::SerialQueues::stop) == 0;
 }
 
 void DispatchQueue::SerialQueues::add(const std::shared_ptr<State>& queue) {
@@ -56,6 +49,7 @@ std::vector<std::shared_ptr<DispatchQueue::State>> DispatchQueue::SerialQueues::
 /// it from ending.
 void DispatchQueue::SerialQueues::stop() {
   constexpr std::chrono::seconds longestJob{30};
+  if (!areUsed_) return;
   const auto queues = shared().living();
   for (const auto& queue : queues)
     queue->close();

@@ -9,6 +9,7 @@
 #include <curl/curl.h>
 
 #include "Platform/Foundation/ForkGuard.h"
+#include "Platform/Foundation/JSON.h"
 #include "Platform/Foundation/SerialQueues.h"
 
 namespace kiv {
@@ -42,8 +43,10 @@ struct LivingThreads {
 
 bool prepareCurlLibrary() noexcept {
   // Handlers run last in, first out: these are registered after those of the libraries that libcurl
-  // has just prepared, and so run before them. The jobs of a queue use those libraries, too.
+  // has just prepared, and of the JSON library, and so run before them. The jobs of a queue use
+  // those libraries, too.
   static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
+                              JSON::read(Data(std::string("[\"\"]"))).has_value() &&
                               stopSerialQueuesAtExit() && std::atexit(&LivingThreads::stop) == 0;
   return isReady;
 }
