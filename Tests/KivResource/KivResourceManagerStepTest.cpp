@@ -192,6 +192,50 @@ TEST_F(KivResourceManagerStepTest, SoItDoesWhereALinkLeadsToTheRoot) {
   EXPECT_FALSE(exists(stored("i.png")));
 }
 
+TEST_F(KivResourceManagerStepTest, APassDoesNotFindAFileThatItHasReplaced) {
+  load({banner("w", 1, "i.png")});
+  write(stored("n.png"), "new");
+  manager->updateResourcesForConfig(config({banner("w", 2, "n.png"), banner("v", 1, "x/i.png")}));
+  EXPECT_FALSE(exists(stored("i.png")));
+  EXPECT_EQ(manager->loadingResourcesFilesCount(), 1);
+  client->succeed("/x/i.png");
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded v", "finished"));
+  EXPECT_TRUE(exists(stored("i.png")));
+}
+
+TEST_F(KivResourceManagerStepTest, NorThroughALinkThatLeadsToIt) {
+  load({banner("w", 1, "i.png")});
+  write(stored("n.png"), "new");
+  std::filesystem::create_symlink("i.png", stored("link.png"));
+  manager->updateResourcesForConfig(
+      config({banner("w", 2, "n.png"), banner("v", 1, "x/link.png")}));
+  EXPECT_FALSE(exists(stored("i.png")));
+  EXPECT_EQ(manager->loadingResourcesFilesCount(), 1);
+  EXPECT_THAT(registry(), ElementsAre("w"));
+}
+
+TEST_F(KivResourceManagerStepTest, NorThePageOfAnArchiveThatItHasReplaced) {
+  write(stored("promo/index.html"), "page");
+  write(stored("other/index.html"), "another page");
+  load({page("w", 1, "promo.zip")});
+  ASSERT_THAT(registry(), ElementsAre("w"));
+  manager->updateResourcesForConfig(
+      config({page("w", 2, "other.zip"), page("v", 1, "x/promo.zip")}));
+  EXPECT_FALSE(exists(stored("promo")));
+  EXPECT_EQ(manager->loadingResourcesFilesCount(), 1);
+  EXPECT_THAT(registry(), ElementsAre("w"));
+}
+
+TEST_F(KivResourceManagerStepTest, NorAFileThatAnItemNamesByItsPath) {
+  load({banner("w", 1, "i.png")});
+  write(stored("n.png"), "new");
+  manager->updateResourcesForConfig(
+      config({banner("w", 2, "n.png"), banner("v", 1, stored("i.png"))}));
+  EXPECT_FALSE(exists(stored("i.png")));
+  EXPECT_THAT(registry(), ElementsAre("w"));
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
+}
+
 TEST_F(KivResourceManagerStepTest, AFileInUseByAnotherPathStays) {
   load({banner("w", 1, "i.png")});
   const std::string link = root() + ".link";
@@ -213,6 +257,46 @@ TEST_F(KivResourceManagerStepTest, ThePageOfAReplacedVersionMakesRoomForAFileOfI
   completeInOneTurn({"/n.html", "/p"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded b", "finished"));
   EXPECT_EQ(read(stored("p")), "bytes");
+}
+
+TEST_F(KivResourceManagerStepTest, AnArchiveKeepsAFileOfTheNameThatAReplacedVersionHad) {
+  write(stored("promo/x.png"), "old");
+  load({banner("w", 1, stored("promo/x.png"))});
+  manager->updateResourcesForConfig(config({banner("w", 2, "n.png"), page("v", 1, "promo.zip")}));
+  const auto archive =
+      kiv::test::ZipBuilder().addFile("index.html", "page").addFile("x.png", "new").build();
+  kiv::DispatchQueue::main()->async(
+      {[this] { client->succeed("/n.png"); }, [&] { client->succeed("/promo.zip", archive); }},
+      client.get());
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded v", "finished"));
+  EXPECT_EQ(read(stored("promo/x.png")), "new");
+}
+
+/// A kind of a host's own, which asks the disk for a file of which the framework does not know.
+class Neighbour final : public KivResource {
+ public:
+  static std::shared_ptr<Neighbour> make(const kiv::Dictionary& dictionary, std::string path) {
+    auto made = std::make_shared<Neighbour>();
+    made->path_ = std::move(path);
+    return initialised(std::move(made), dictionary, "neighbour");
+  }
+  [[nodiscard]] bool filesExist() const override {
+    return kiv::FileManager::defaultManager().fileExistsAtPath(path_);
+  }
+
+ private:
+  std::string path_;
+};
+
+TEST_F(KivResourceManagerStepTest, AHostsKindDoesNotFindAFileThatIsToBeRemoved) {
+  load({banner("w", 1, "i.png")});
+  manager->updateResourcesForConfig(config({banner("w", 2, "n.png")}));
+  const auto neighbour = Neighbour::make(plain("b", 1), stored("i.png"));
+  kiv::DispatchQueue::main()->async(
+      {[this] { client->succeed("/n.png"); }, [&] { manager->loadFilesForResource(neighbour); }},
+      client.get());
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
+  EXPECT_THAT(registry(), ElementsAre("w"));
 }
 
 // --- A list that cannot be saved -----------------------------------------------------------------
