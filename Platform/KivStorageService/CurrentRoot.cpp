@@ -1,7 +1,9 @@
 #include "Platform/KivStorageService/CurrentRoot.h"
 
+#include <filesystem>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Foundation/Path.h"
@@ -24,12 +26,18 @@ Current& current() {
   return shared;
 }
 
-/// Only an absolute path is a root: a relative one would move with the current directory.
 std::string tidied(std::string path) {
   if (!path.starts_with('/') || path.find('\0') != path.npos) return {};
   while (path.size() > 1 && path.ends_with('/'))
     path.pop_back();
   return path;
+}
+
+/// A relative path would move with the current directory: what it means now, it means for good.
+std::string namedPath(const std::string& path) {
+  if (path.empty()) return path;
+  std::error_code failure;
+  return tidied(std::filesystem::absolute(path, failure).string());
 }
 
 std::string defaultPath() {
@@ -63,7 +71,7 @@ void setCurrentRootPath(std::optional<std::string> path) {
   const std::lock_guard guard(current().mutex);
   // The former root goes first, so that naming the same one again finds its directory removed.
   current().root.reset();
-  current().namedPath = path ? std::optional(tidied(std::move(*path))) : std::nullopt;
+  current().namedPath = path ? std::optional(namedPath(*path)) : std::nullopt;
   if (current().namedPath) rootOf(current());
 }
 

@@ -40,10 +40,10 @@ enum class KivStorageServiceErrorCode : int {
 /// beside what it takes, as much again, but no more than 1 MiB, is to stay free. Where the file
 /// system does not tell, or fills up meanwhile, the write fails.
 ///
-/// The service removes only what lies under its root. A host that guards removals
-/// (kiv::FileManager::setRemovalRoots) names the root among those of the guard: otherwise saving
-/// goes on, but what was replaced and what was not completed stays in the service's own directory,
-/// until a process without that obstacle starts to use the root.
+/// The service removes only what lies in that directory. A host that names directories of its own
+/// for removals (kiv::FileManager::setRemovalRoots) names the root among them: otherwise saving
+/// goes on, but what was replaced and what was not completed stays there, until a process without
+/// that obstacle starts to use the root.
 ///
 /// A failure of the operating system comes as its own error. When only the last step failed,
 /// waiting for a rename to reach the disk, the save fails although the new file is there already.
@@ -55,9 +55,10 @@ class KIV_EXPORT KivStorageService {
   /// The storage root: the one that the host named, otherwise a directory for this program among
   /// the user's application data. Empty where there is none.
   static std::string rootPath();
-  /// Names the storage root, an absolute path; nothing brings the default back, and a path that is
-  /// not absolute leaves the service without a root. Temporary files that earlier processes left
-  /// under the root are removed. Call it before the root is first used.
+  /// Names the storage root. A relative path is taken from the directory that is current now;
+  /// nothing brings the default back, and an empty path leaves the service without a root.
+  /// Temporary files that earlier processes left under the root are removed. Call it before the
+  /// root is first used.
   static void setRootPath(std::optional<std::string> path);
 
   /// The directory under the root where the service keeps what is not complete; empty where there

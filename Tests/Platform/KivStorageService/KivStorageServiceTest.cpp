@@ -7,6 +7,8 @@
 #include "Platform/KivStorageService/KivStorageService.h"
 #include "Tests/Platform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/RemovalGuard.h"
+#include "Tests/Support/WorkingDirectory.h"
 
 namespace kiv::test {
 namespace {
@@ -91,6 +93,7 @@ TEST_F(KivStorageServiceTest, AFileThatCannotBeMovedIsCopied) {
 }
 
 TEST_F(KivStorageServiceTest, AnArchiveInAFileIsUnpackedAndTheFileGoes) {
+  const test::UnguardedRemovals unguarded;
   put(root() + "/spooled", pageArchive("page"));
   {
     const auto data = Data::ofFileAtPath(root() + "/spooled");
@@ -423,16 +426,25 @@ TEST_F(KivStorageServiceTest, ARootThatCannotBeWrittenFailsWithTheSystemsError) 
 }
 
 TEST_F(KivStorageServiceTest, WithoutARootEverythingFails) {
-  for (const std::string path : {"", "relative/path"}) {
-    KivStorageService::setRootPath(path);
-    EXPECT_EQ(KivStorageService::rootPath(), "");
-    expectOwnError(save("a.png", "x"), Code::noRoot);
-    EXPECT_FALSE(KivStorageService::fileExistsWithName_atRelativePath("a.png", resources));
-    std::optional<Error> error;
-    EXPECT_FALSE(
-        KivStorageService::loadDataForFileName_atRelativePath_error("a.png", resources, &error));
-    expectOwnError(error, Code::noRoot);
+  KivStorageService::setRootPath("");
+  EXPECT_EQ(KivStorageService::rootPath(), "");
+  expectOwnError(save("a.png", "x"), Code::noRoot);
+  EXPECT_FALSE(KivStorageService::fileExistsWithName_atRelativePath("a.png", resources));
+  std::optional<Error> error;
+  EXPECT_FALSE(
+      KivStorageService::loadDataForFileName_atRelativePath_error("a.png", resources, &error));
+  expectOwnError(error, Code::noRoot);
+}
+
+TEST_F(KivStorageServiceTest, ARelativeRootIsTakenFromTheDirectoryThatIsCurrentWhenItIsNamed) {
+  const fs::path scratch = fs::canonical(scratch_.path());
+  {
+    const test::WorkingDirectory working(scratch.string());
+    KivStorageService::setRootPath("some/./cache/");
   }
+  EXPECT_EQ(KivStorageService::rootPath(), scratch / "some/./cache");
+  EXPECT_FALSE(save("a.png", "x"));
+  EXPECT_TRUE(fs::exists(scratch / "some/cache" / resources / "a.png"));
 }
 
 TEST_F(KivStorageServiceTest, TheDefaultRootIsTheProgramsDirectoryAmongTheUsersData) {
