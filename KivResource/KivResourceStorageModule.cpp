@@ -8,6 +8,7 @@
 #include "Platform/Foundation/FileName.h"
 #include "Platform/Foundation/JSON.h"
 #include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/RemovalGuard.h"
 #include "Platform/KivStorageService/KivStorageService.h"
 
 namespace {
@@ -72,6 +73,7 @@ bool KivResourceStorageModule::saveData_withResourceFileName_error(
 
 void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view path,
                                                                 std::optional<kiv::Error>* error) {
+  kiv::removal::addOwnDirectory(resourcesDirectoryPath());
   if (isArchivePage(path)) {
     kiv::removeArchiveAtPath(itemRemovedWithPath(path), error);
   } else {

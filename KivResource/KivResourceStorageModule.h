@@ -39,8 +39,8 @@ class KIV_EXPORT KivResourceStorageModule {
 
   /// Removes the file at the absolute path; for the page of an unpacked archive, its whole
   /// directory. Failure is reported only through `error`. Only the names of the file and its
-  /// directory are looked at: a path outside the storage root is removed like any other, unless the
-  /// host has guarded removals (kiv::FileManager::setRemovalRoots).
+  /// directory are looked at here; where the path leads, the file manager asks, and refuses to
+  /// remove what lies outside the resources directory (kiv::FileManager::setRemovalRoots).
   static void removeResourceFileWithPath_error(std::string_view path,
                                                std::optional<kiv::Error>* error = nullptr);
   /// The path of what that removes: the page's directory, or the file itself.

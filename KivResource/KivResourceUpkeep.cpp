@@ -11,6 +11,7 @@
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/RemovalGuard.h"
 #include "Platform/KivStorageService/KivStorageService.h"
 
 using kiv::Error;
@@ -253,6 +254,7 @@ bool findUnfinishedDownloads(Upkeep::Audit& audit, std::optional<Error>* error) 
 
 void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
   std::optional<Error> error;
+  kiv::removal::addOwnDirectory(KivResourceStorageModule::resourcesDirectoryPath());
   if (kiv::removeArchiveAtPath(item.path, &error)) {
     cleanUp.removed.push_back(std::move(item));
     return;

@@ -24,8 +24,6 @@ void configureFramework(const QCommandLineParser& parser, const Options& options
     const QString root = QDir::current().absoluteFilePath(parser.value(options.root));
     KivStorageService::setRootPath(root.toStdString());
   }
-  // Whatever a saved list says, nothing outside of the cache is removed.
-  kiv::FileManager::setRemovalRoots({{KivStorageService::rootPath()}});
   const auto servers = KivAppConfiguration::sharedInstance();
   if (parser.isSet(options.server))
     servers->setMainACSDomain(parser.value(options.server).toStdString());

@@ -71,7 +71,6 @@ int main(int count, char** arguments) {
     return 2;
   }
   KivStorageService::setRootPath(arguments[1]);
-  kiv::FileManager::setRemovalRoots({{KivStorageService::rootPath()}});
   KivAppConfiguration::sharedInstance()->setMainACSDomain(arguments[2]);
   std::ifstream file(arguments[3], std::ios::binary);
   const kiv::Data text(std::string(std::istreambuf_iterator<char>(file), {}));

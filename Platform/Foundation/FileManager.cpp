@@ -1,9 +1,9 @@
 #include "Platform/Foundation/FileManager.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
+#include "Platform/Foundation/RemovalGuard.h"
 #include "Platform/Foundation/SystemFileManager.h"
 
 namespace kiv {
@@ -11,17 +11,6 @@ namespace kiv {
 namespace {
 
 std::atomic<FileManager*> replacement{nullptr};
-
-/// Never destroyed: things are removed while the process exits.
-struct RemovalGuard {
-  std::mutex mutex;
-  std::optional<std::vector<std::string>> roots;
-};
-
-RemovalGuard& removalGuard() {
-  static auto& shared = *new RemovalGuard;
-  return shared;
-}
 
 }  // namespace
 
@@ -35,13 +24,15 @@ FileManager* FileManager::setDefaultManager(FileManager* manager) {
 }
 
 void FileManager::setRemovalRoots(std::optional<std::vector<std::string>> roots) {
-  const std::lock_guard guard(removalGuard().mutex);
-  removalGuard().roots = std::move(roots);
+  removal::setRoots(std::move(roots));
+}
+
+void FileManager::restoreRemovalRoots() {
+  removal::restoreOwnDirectories();
 }
 
 std::optional<std::vector<std::string>> FileManager::removalRoots() {
-  const std::lock_guard guard(removalGuard().mutex);
-  return removalGuard().roots;
+  return removal::roots();
 }
 
 std::optional<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path,

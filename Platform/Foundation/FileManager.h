@@ -97,17 +97,22 @@ class KIV_EXPORT FileManager {
   /// that back. The caller keeps it alive while it is in use. For tests, before other threads run.
   static FileManager* setDefaultManager(FileManager* manager);
 
-  /// Guards removals, in every file manager that works on the system's files: from now on nothing
-  /// is removed unless it lies in one of these directories or below them, whatever its path says.
-  /// Nothing switches the guard off again, as it is at first; an empty list refuses all.
+  /// Names the directories that removals are confined to, in every file manager that works on the
+  /// system's files: nothing is removed unless it lies in one of them or below, whatever its path
+  /// says. An empty list refuses all; nothing lifts the guard, and then whatever a path names goes.
+  ///
+  /// At first they are those that hold what the framework makes itself: the directory of downloaded
+  /// resources under the storage root, and the private directories of its services.
   ///
   /// What counts is the directory that holds the item, with every link on the way to it resolved at
   /// the moment of the removal. The roots are absolute paths, resolved in the same way; one that is
   /// not absolute, or where no directory stands, permits nothing. No other root is added: a host
-  /// names the storage root too, or the storage service cannot clear up what it replaces. May be
-  /// called from any thread.
+  /// that names some names the storage root too, or the storage service cannot clear up what it
+  /// replaces. May be called from any thread.
   static void setRemovalRoots(std::optional<std::vector<std::string>> roots);
-  /// The directories of the guard; nothing while it is off.
+  /// Brings back those of the framework itself.
+  static void restoreRemovalRoots();
+  /// The directories that removals are confined to; nothing where the guard has been lifted.
   static std::optional<std::vector<std::string>> removalRoots();
 
   virtual ~FileManager() = default;

@@ -9,6 +9,7 @@
 
 #include "Platform/Foundation/FileManager.h"
 #include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/RemovalGuard.h"
 #include "Platform/KivRESTService/HTTPDate.h"
 #include "Platform/KivRESTService/PartialBody.h"
 
@@ -94,7 +95,9 @@ std::set<std::string> stemsIn(const std::string& directory) {
 }  // namespace
 
 SpoolDirectory::SpoolDirectory(const KivRESTServiceSettings& settings)
-    : settings_(settings), path_(settings.spoolDirectory) {}
+    : settings_(settings), path_(settings.spoolDirectory) {
+  if (!path_.empty()) removal::addOwnDirectory(path_);
+}
 
 std::string SpoolDirectory::stem(const std::string& name, int slot) const {
   return path::appendingPathComponent(path_, name + "-" + std::to_string(slot));

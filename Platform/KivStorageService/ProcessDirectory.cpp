@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/RemovalGuard.h"
 #include "Platform/KivStorageService/StorageErrors.h"
 
 namespace kiv::storage {
@@ -56,6 +57,7 @@ std::shared_ptr<ProcessDirectory> ProcessDirectory::create(const std::string& pa
                                                            Salvage salvage,
                                                            std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
+  removal::addOwnDirectory(parent);
   if (!files.createDirectoryAtPath(parent, error)) return nullptr;
   std::optional<Error> lockError;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
@@ -73,6 +75,7 @@ std::shared_ptr<ProcessDirectory> ProcessDirectory::create(const std::string& pa
 
 void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) {
   FileManager& files = FileManager::defaultManager();
+  removal::addOwnDirectory(parent);
   if (!files.directoryExistsAtPath(parent)) return;
   const auto items = files.contentsOfDirectoryAtPath(parent);
   if (!items) return;

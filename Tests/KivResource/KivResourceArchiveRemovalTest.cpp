@@ -99,6 +99,7 @@ TEST_F(KivResourceArchiveRemovalTest, WhatAKilledHostLeftThereGoesAtTheNextStart
   const pid_t host = fork();
   if (host == 0) {
     KivStorageService::setRootPath(root());
+    FileManager::setRemovalRoots({{root()}});
     _exit(KivStorageService::withdrawDirectoryAtPath(stored("promo")) ? 0 : 1);
   }
   int status = -1;
@@ -135,6 +136,7 @@ TEST_F(KivResourceArchiveRemovalTest, AnArchiveOutsideTheGuardStaysWhereItIs) {
 }
 
 TEST_F(KivResourceArchiveRemovalTest, ADirectoryThatHoldsTheRootIsNotMovedIntoIt) {
+  const UnguardedRemovals unguarded;
   write(root() + "/index.html", "page");
   KivResourceStorageModule::removeResourceFileWithPath_error(root() + "/index.html");
   EXPECT_FALSE(exists(root()));

@@ -1,4 +1,5 @@
-// Removals that a hostile saved list asks for, through the manager, with the guard and without.
+// Removals that a hostile saved list asks for, through the manager, as a host finds the guard that
+// does nothing for it, and without.
 
 #include <filesystem>
 
@@ -52,26 +53,26 @@ class KivResourceRemovalGuardTest : public ManagerFixture {
 };
 
 TEST_F(KivResourceRemovalGuardTest, AFileOutsideTheRootStays) {
-  const RemovalGuard guard({root()});
   startOnList(banner("a", 1, outside_.path("secret.txt")));
   replaceByNewBanner();
   EXPECT_TRUE(outsideIsWhole());
 }
 
 TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardAFileOutsideTheRootIsRemovedLikeAnyOther) {
+  const UnguardedRemovals unguarded;
   startOnList(banner("a", 1, outside_.path("secret.txt")));
   replaceByNewBanner();
   EXPECT_FALSE(exists(outside_.path("secret.txt")));
 }
 
 TEST_F(KivResourceRemovalGuardTest, TheDirectoryOfAPageOutsideTheRootStays) {
-  const RemovalGuard guard({root()});
   startOnList(page("a", 1, outside_.path("site/index.html")));
   replaceByNewBanner();
   EXPECT_TRUE(outsideIsWhole());
 }
 
 TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardTheDirectoryOfAPageOutsideTheRootIsRemoved) {
+  const UnguardedRemovals unguarded;
   startOnList(page("a", 1, outside_.path("site/index.html")));
   replaceByNewBanner();
   EXPECT_FALSE(exists(outside_.path("site")));
@@ -81,7 +82,6 @@ TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardTheDirectoryOfAPageOutsideThe
 TEST_F(KivResourceRemovalGuardTest, AFileThroughALinkedDirectoryStays) {
   write(stored("kept.png"), "");
   fs::create_directory_symlink(outside_.path(), stored("linked"));
-  const RemovalGuard guard({root()});
   startOnList(banner("a", 1, stored("linked/secret.txt")));
   replaceByNewBanner();
   EXPECT_TRUE(outsideIsWhole());
@@ -89,6 +89,7 @@ TEST_F(KivResourceRemovalGuardTest, AFileThroughALinkedDirectoryStays) {
 }
 
 TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardAFileThroughALinkedDirectoryIsRemoved) {
+  const UnguardedRemovals unguarded;
   write(stored("kept.png"), "");
   fs::create_directory_symlink(outside_.path(), stored("linked"));
   startOnList(banner("a", 1, stored("linked/secret.txt")));
@@ -98,7 +99,6 @@ TEST_F(KivResourceRemovalGuardTest, WithoutTheGuardAFileThroughALinkedDirectoryI
 
 TEST_F(KivResourceRemovalGuardTest, AFileThroughDotsStays) {
   write(stored("kept.png"), "");
-  const RemovalGuard guard({root()});
   startOnList(banner(
       "a", 1, stored("//") + fs::relative(outside_.path("secret.txt"), stored("")).string()));
   replaceByNewBanner();
@@ -112,10 +112,10 @@ TEST_F(KivResourceRemovalGuardTest, ALinkedDirectoryOfAPageIsItselfRemoved) {
     if (!exists(stored("linked"))) {
       fs::create_directory_symlink(outside_.path("site"), stored("linked"));
     }
-    if (isGuarded) kiv::FileManager::setRemovalRoots(std::vector{root()});
+    if (!isGuarded) kiv::FileManager::setRemovalRoots(std::nullopt);
     startOnList(page("a", 1, stored("linked/index.html")));
     replaceByNewBanner();
-    kiv::FileManager::setRemovalRoots(std::nullopt);
+    kiv::FileManager::restoreRemovalRoots();
     EXPECT_FALSE(exists(stored("linked"))) << isGuarded;
     EXPECT_TRUE(outsideIsWhole()) << isGuarded;
     fs::remove(stored("new.png"));
@@ -125,7 +125,6 @@ TEST_F(KivResourceRemovalGuardTest, ALinkedDirectoryOfAPageIsItselfRemoved) {
 TEST_F(KivResourceRemovalGuardTest, AStoredLinkIsItselfRemoved) {
   write(stored("kept.png"), "");
   fs::create_symlink(outside_.path("secret.txt"), stored("link.png"));
-  const RemovalGuard guard({root()});
   startOnList(banner("a", 1, stored("link.png")));
   replaceByNewBanner();
   EXPECT_FALSE(exists(stored("link.png")));
@@ -135,19 +134,18 @@ TEST_F(KivResourceRemovalGuardTest, AStoredLinkIsItselfRemoved) {
 TEST_F(KivResourceRemovalGuardTest, ADirectoryInPlaceOfAnImageMakesNoResource) {
   auto item = video("a", 1, outside_.path("site"), outside_.path("secret.txt"));
   for (const bool isGuarded : {true, false}) {
-    if (isGuarded) kiv::FileManager::setRemovalRoots(std::vector{root()});
+    if (!isGuarded) kiv::FileManager::setRemovalRoots(std::nullopt);
     write(listPath(), std::string(kiv::JSON::write(kiv::Array{item})->view()));
     restart();
     EXPECT_THAT(registry(), testing::IsEmpty());
     replaceByNewBanner();
-    kiv::FileManager::setRemovalRoots(std::nullopt);
+    kiv::FileManager::restoreRemovalRoots();
     EXPECT_TRUE(outsideIsWhole()) << isGuarded;
     fs::remove(stored("new.png"));
   }
 }
 
 TEST_F(KivResourceRemovalGuardTest, WhatLiesUnderTheRootIsRemovedAsEver) {
-  const RemovalGuard guard({root()});
   write(stored("old.png"), "old");
   startOnList(banner("a", 1, stored("old.png")));
   replaceByNewBanner();
@@ -160,10 +158,37 @@ TEST_F(KivResourceRemovalGuardTest, WhatLiesUnderTheRootIsRemovedAsEver) {
   EXPECT_FALSE(exists(stored("promo")));
 }
 
-TEST_F(KivResourceRemovalGuardTest, APackagedFileStaysWhereTheGuardNamesTheStorageRootAlone) {
+TEST_F(KivResourceRemovalGuardTest, WhatAHostKeepsBesideTheResourcesStays) {
+  const std::string beside = root() + "/own/site/index.html";
+  write(beside, "precious");
+  startOnList(page("a", 1, beside));
+  replaceByNewBanner();
+  EXPECT_EQ(read(beside), "precious");
+}
+
+TEST_F(KivResourceRemovalGuardTest, TheDirectoryOfTheListStays) {
+  const std::string beside = root() + "/KivResource/index.html";
+  write(beside, "page");
+  startOnList(page("a", 1, beside));
+  replaceByNewBanner();
+  EXPECT_TRUE(exists(beside));
+}
+
+TEST_F(KivResourceRemovalGuardTest, TheRootsThatAHostNamesTakeThePlaceOfTheFrameworksOwn) {
+  const RemovalGuard guard({outside_.path()});
+  write(stored("old.png"), "old");
+  startOnList(banner("a", 1, stored("old.png")));
+  replaceByNewBanner();
+  EXPECT_TRUE(exists(stored("old.png")));
+  std::filesystem::remove(stored("new.png"));
+  startOnList(banner("a", 1, outside_.path("secret.txt")));
+  replaceByNewBanner();
+  EXPECT_FALSE(exists(outside_.path("secret.txt")));
+}
+
+TEST_F(KivResourceRemovalGuardTest, APackagedFileStays) {
   const std::string packagedFile = packaged() + "/InnerAdResources.bundle/p.png";
   write(packagedFile, "packaged");
-  const RemovalGuard guard({root()});
   startOnList(banner("a", 1, packagedFile));
   replaceByNewBanner();
   EXPECT_TRUE(exists(packagedFile));

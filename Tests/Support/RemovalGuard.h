@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,7 +9,7 @@
 
 namespace kiv::test {
 
-/// Guards removals with these roots until the end of the scope.
+/// Confines removals to these roots until the end of the scope.
 class RemovalGuard {
  public:
   explicit RemovalGuard(std::vector<std::string> roots) {
@@ -16,7 +17,16 @@ class RemovalGuard {
   }
   RemovalGuard(const RemovalGuard&) = delete;
   RemovalGuard& operator=(const RemovalGuard&) = delete;
-  ~RemovalGuard() { FileManager::setRemovalRoots(std::nullopt); }
+  ~RemovalGuard() { FileManager::restoreRemovalRoots(); }
+};
+
+/// Lifts the guard of removals until the end of the scope.
+class UnguardedRemovals {
+ public:
+  UnguardedRemovals() { FileManager::setRemovalRoots(std::nullopt); }
+  UnguardedRemovals(const UnguardedRemovals&) = delete;
+  UnguardedRemovals& operator=(const UnguardedRemovals&) = delete;
+  ~UnguardedRemovals() { FileManager::restoreRemovalRoots(); }
 };
 
 }  // namespace kiv::test

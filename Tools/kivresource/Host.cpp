@@ -30,12 +30,10 @@ std::string absolutePath(const std::string& path) {
 
 bool configureFramework(const Options& options) {
   if (options.root) KivStorageService::setRootPath(absolutePath(*options.root));
-  const std::string root = KivStorageService::rootPath();
-  if (root.empty()) {
+  if (KivStorageService::rootPath().empty()) {
     complain("there is no directory for the user's data: name a storage root with --root");
     return false;
   }
-  kiv::FileManager::setRemovalRoots({{root}});
   if (options.resources) kiv::Bundle::setFrameworkResourcesPath(options.resources);
   KivAppConfiguration::sharedInstance()->setMainACSDomain(options.mainURL);
   KivAppConfiguration::sharedInstance()->setReserveACSDomain(options.reserveURL);

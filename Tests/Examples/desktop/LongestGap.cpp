@@ -75,7 +75,6 @@ int main(int count, char** arguments) {
   kiv::ContentServer server(directory.path("server"));
   if (!server.start()) return 1;
   KivStorageService::setRootPath(directory.path("root"));
-  kiv::FileManager::setRemovalRoots({{KivStorageService::rootPath()}});
   KivAppConfiguration::sharedInstance()->setMainACSDomain(server.url());
 
   const QtMainQueue mainQueue;

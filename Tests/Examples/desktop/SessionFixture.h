@@ -22,7 +22,6 @@ class SessionFixture : public testing::Test {
  protected:
   SessionFixture() {
     KivStorageService::setRootPath(directory_.path("root"));
-    FileManager::setRemovalRoots({{KivStorageService::rootPath()}});
     EXPECT_TRUE(server_.start());
     useServer(server_.url());
   }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Foundation/Data.h"
+#include "Tests/Support/RemovalGuard.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
@@ -83,6 +84,7 @@ TEST_F(DataFileTest, HoldsTheBytesOfTheFile) {
 }
 
 TEST_F(DataFileTest, TheFileGoesWithTheLastCopy) {
+  const kiv::test::UnguardedRemovals unguarded;
   auto data = Data::ofFileAtPath(path_);
   auto copy = std::make_optional(*data);
   data.reset();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/RemovalGuard.h"
 #include "Tests/Support/ForwardingFileManager.h"
 #include "Tests/Support/RemovalGuard.h"
 #include "Tests/Support/TemporaryDirectory.h"
@@ -49,15 +50,33 @@ class FileManagerRemovalGuardTest : public testing::Test {
   const std::string outside_ = scratch_.path("outside");
 };
 
-TEST_F(FileManagerRemovalGuardTest, IsOffAtFirstAndAfterItWasTakenBack) {
-  EXPECT_FALSE(FileManager::removalRoots());
-  expectRemoved(scratch_.write("outside/file"));
+TEST_F(FileManagerRemovalGuardTest, PermitsTheFrameworksOwnDirectoriesAtFirst) {
+  ASSERT_TRUE(FileManager::removalRoots());
+  removal::addOwnDirectory(root_);
+  EXPECT_THAT(*FileManager::removalRoots(), testing::Contains(root_));
+  expectRemoved(scratch_.write("root/file"));
+  expectRefused(scratch_.write("outside/file"));
+}
+
+TEST_F(FileManagerRemovalGuardTest, AHostsRootsTakeTheirPlaceUntilTheyAreRestored) {
+  removal::addOwnDirectory(root_);
   {
-    const RemovalGuard guard({root_});
-    EXPECT_EQ(FileManager::removalRoots(), std::vector{root_});
+    const RemovalGuard guard({outside_});
+    EXPECT_EQ(FileManager::removalRoots(), std::vector{outside_});
+    removal::addOwnDirectory(root_);
+    expectRefused(scratch_.write("root/file"));
+    expectRemoved(scratch_.write("outside/file"));
   }
+  expectRemoved(root_ + "/file");
+  expectRefused(scratch_.write("outside/file"));
+}
+
+TEST_F(FileManagerRemovalGuardTest, NothingLiftsIt) {
+  const std::string file = scratch_.write("outside/file");
+  expectRefused(file);
+  const UnguardedRemovals unguarded;
   EXPECT_FALSE(FileManager::removalRoots());
-  expectRemoved(scratch_.write("outside/file"));
+  expectRemoved(file);
 }
 
 TEST_F(FileManagerRemovalGuardTest, WhatLiesInARootOrBelowItIsRemoved) {
@@ -241,6 +260,7 @@ class FileManagerWithdrawalTest : public FileManagerRemovalGuardTest {
 };
 
 TEST_F(FileManagerWithdrawalTest, MovesADirectoryWithEverythingInIt) {
+  const UnguardedRemovals unguarded;
   scratch_.write("outside/dir/file");
   EXPECT_FALSE(withdraw(outside_ + "/dir/", root_ + "/1"));
   EXPECT_TRUE(exists(root_ + "/1/file"));
@@ -270,6 +290,7 @@ TEST_F(FileManagerWithdrawalTest, LinksOnTheWayCountAsWhereTheyLead) {
 }
 
 TEST_F(FileManagerWithdrawalTest, WhatIsNoItemIsAnError) {
+  const UnguardedRemovals unguarded;
   scratch_.write("root/dir/file");
   for (const std::string path : {"/none", "/dir/.", "/dir/..", "/dir/file/"})
     EXPECT_TRUE(withdraw(root_ + path, root_ + "/1")) << path;

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Foundation/FileManager.h"
+#include "Tests/Support/RemovalGuard.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
@@ -402,6 +403,8 @@ class FileManagerRemovalTest : public FileManagerTest {
       return manager_.removeItemAtPath(item, error);
     };
   }
+
+  const kiv::test::UnguardedRemovals unguarded_;
 };
 
 TEST_F(FileManagerRemovalTest, RemovesAFileAndNothingBesideIt) {

@@ -4,6 +4,7 @@
 #include "Platform/KivStorageService/ProcessDirectory.h"
 #include "Tests/Platform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/RemovalGuard.h"
 
 namespace kiv::storage {
 namespace {
@@ -84,6 +85,7 @@ TEST_F(ProcessDirectoryTest, ANameWhoseLockSomebodyHoldsIsGivenUpForAnother) {
 }
 
 TEST_F(ProcessDirectoryTest, NoticesThatSomebodyRemovedIt) {
+  const test::UnguardedRemovals unguarded;
   const auto one = create(nullptr);
   FileManager::defaultManager().removeItemAtPath(parent_);
   EXPECT_FALSE(one->stands());

@@ -9,6 +9,7 @@
 #include "Platform/Foundation/FileManager.h"
 #include "Tests/Platform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/ForwardingFileManager.h"
+#include "Tests/Support/RemovalGuard.h"
 
 namespace kiv::test {
 namespace {
@@ -136,6 +137,7 @@ TEST_F(StorageCutOffTest, AFileThatCannotBeMovedIsNotStoredInPart) {
 }
 
 TEST_F(StorageCutOffTest, AFileThatCannotBeMovedIsCopied) {
+  const UnguardedRemovals unguarded;
   const std::string bytes(900'000, 'x');
   files_.pathThatStays = spoolPath_;
   EXPECT_FALSE(saveData("a.bin", spooled(bytes)));
