@@ -272,29 +272,30 @@ TEST_F(KivResourceManagerStepTest, AnArchiveKeepsAFileOfTheNameThatAReplacedVers
   EXPECT_EQ(read(stored("promo/x.png")), "new");
 }
 
-/// A kind of a host's own, which asks the disk for a file of which the framework does not know.
+/// A kind of a host's own, which needs a file of which the framework does not know beside its own.
 class Neighbour final : public KivResource {
  public:
-  static std::shared_ptr<Neighbour> make(const kiv::Dictionary& dictionary, std::string path) {
+  static std::shared_ptr<Neighbour> make(const kiv::Dictionary& dictionary, std::string needed) {
     auto made = std::make_shared<Neighbour>();
-    made->path_ = std::move(path);
+    made->needed_ = std::move(needed);
     return initialised(std::move(made), dictionary, "neighbour");
   }
   [[nodiscard]] bool filesExist() const override {
-    return kiv::FileManager::defaultManager().fileExistsAtPath(path_);
+    return !own_.empty() && kiv::FileManager::defaultManager().fileExistsAtPath(needed_);
   }
+  [[nodiscard]] std::vector<std::string> missingFilesLinks() const override { return {"own.bin"}; }
+  void setPath(const std::string& path) override { own_ = path; }
 
  private:
-  std::string path_;
+  std::string needed_;
+  std::string own_;
 };
 
 TEST_F(KivResourceManagerStepTest, AHostsKindDoesNotFindAFileThatIsToBeRemoved) {
   load({banner("w", 1, "i.png")});
   manager->updateResourcesForConfig(config({banner("w", 2, "n.png")}));
-  const auto neighbour = Neighbour::make(plain("b", 1), stored("i.png"));
-  kiv::DispatchQueue::main()->async(
-      {[this] { client->succeed("/n.png"); }, [&] { manager->loadFilesForResource(neighbour); }},
-      client.get());
+  manager->loadFilesForResource(Neighbour::make(plain("b", 1), stored("i.png")));
+  completeInOneTurn({"/n.png", "/own.bin"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
   EXPECT_THAT(registry(), ElementsAre("w"));
 }
