@@ -9,21 +9,10 @@ namespace kiv {
 
 namespace {
 
-struct Key {
-  std::uint64_t low;
-  std::uint64_t high;
-};
-
-Key randomKey() noexcept {
-  std::random_device random;
-  const auto word = [&] { return std::uint64_t{random()} << 32 | random(); };
-  return {word(), word()};
-}
-
 /// SipHash with one round for each word of the text and three at the end.
 class SipHash {
  public:
-  explicit SipHash(const Key& key) noexcept
+  explicit SipHash(const HashKey& key) noexcept
       : a_(key.low ^ 0x736f6d6570736575),
         b_(key.high ^ 0x646f72616e646f6d),
         c_(key.low ^ 0x6c7967656e657261),
@@ -65,8 +54,18 @@ class SipHash {
 
 }  // namespace
 
+HashKey HashKey::random() noexcept {
+  std::random_device random;
+  const auto word = [&] { return std::uint64_t{random()} << 32 | random(); };
+  return {word(), word()};
+}
+
 std::uint64_t keyedHash(std::string_view text, std::uint64_t domain) noexcept {
-  static const Key key = randomKey();
+  static const HashKey key = HashKey::random();
+  return keyedHash(text, key, domain);
+}
+
+std::uint64_t keyedHash(std::string_view text, const HashKey& key, std::uint64_t domain) noexcept {
   SipHash hash(key);
   hash.add(domain);
   const char* bytes = text.data();

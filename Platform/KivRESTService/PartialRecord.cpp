@@ -10,8 +10,8 @@ namespace kiv {
 
 namespace {
 
-constexpr std::string_view urlKey = "url";
-constexpr std::string_view finalURLKey = "finalURL";
+constexpr std::string_view urlKey = "urlDigest";
+constexpr std::string_view finalURLKey = "finalURLDigest";
 constexpr std::string_view entityTagKey = "entityTag";
 constexpr std::string_view lastModifiedKey = "lastModified";
 constexpr std::string_view lengthKey = "length";
@@ -29,8 +29,8 @@ std::optional<std::int64_t> number(const Value& value) {
 }  // namespace
 
 std::string PartialRecord::text() const {
-  return JSON::describe(Dictionary{{urlKey, url},
-                                   {finalURLKey, finalURL},
+  return JSON::describe(Dictionary{{urlKey, url.text()},
+                                   {finalURLKey, finalURL.text()},
                                    {entityTagKey, version.entityTag},
                                    {lastModifiedKey, version.lastModified},
                                    {lengthKey, length},
@@ -43,9 +43,12 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   const auto value = JSON::read(Data(std::string(text)));
   if (!value || !value->isDictionary()) return std::nullopt;
   const Dictionary& entries = value->dictionary();
+  const auto url = URLDigest::fromText(entries[urlKey].stringView());
+  const auto finalURL = URLDigest::fromText(entries[finalURLKey].stringView());
+  if (!url || !finalURL) return std::nullopt;
   PartialRecord record;
-  record.url = entries[urlKey].string();
-  record.finalURL = entries[finalURLKey].string();
+  record.url = *url;
+  record.finalURL = *finalURL;
   // Whatever lies in the file goes into a request.
   const std::string_view tag = entries[entityTagKey].stringView();
   const std::string_view date = entries[lastModifiedKey].stringView();
@@ -55,8 +58,8 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   record.date = number(entries[dateKey]).value_or(0);
   record.restFailed = entries[restFailedKey].boolean();
   const std::string_view boot = entries[bootKey].stringView();
-  const bool isUsable = !record.url.empty() && !record.version.validator().empty() &&
-                        !boot.empty() && boot == bootIdentity();
+  const bool isUsable =
+      !record.version.validator().empty() && !boot.empty() && boot == bootIdentity();
   if (!isUsable) return std::nullopt;
   return record;
 }

@@ -6,13 +6,14 @@
 #include <string_view>
 
 #include "Platform/KivRESTService/ResponseCheck.h"
+#include "Platform/KivRESTService/URLDigest.h"
 
 namespace kiv {
 
 /// What is known of a body of which a part is kept.
 struct PartialRecord {
-  std::string url;                     ///< That was asked for.
-  std::string finalURL;                ///< That gave the body, after redirects.
+  URLDigest url;                       ///< That was asked for.
+  URLDigest finalURL;                  ///< That gave the body, after redirects.
   BodyVersion version;                 ///< Without a validator the part is of no use later.
   std::optional<std::int64_t> length;  ///< Of the whole body.
   std::int64_t date = 0;               ///< When a try last began to add to it, in s since 1970.

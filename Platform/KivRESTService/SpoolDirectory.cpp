@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Platform/Foundation/FileManager.h"
+#include "Platform/Foundation/KeyedHash.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/Foundation/RemovalGuard.h"
 #include "Platform/KivRESTService/HTTPDate.h"
@@ -25,16 +26,13 @@ FileManager& files() {
   return FileManager::defaultManager();
 }
 
-/// A short name for the URL. Two that have the same one only lose the chance to go on: the record
-/// holds the URL itself.
+/// A short name for the URL, the same in every process. Two that have the same one only lose the
+/// chance to go on: the record tells them apart.
 std::string nameFor(std::string_view url) {
-  std::uint64_t hash = 0xcbf29ce484222325;  // FNV-1a
-  for (const char character : url) {
-    hash ^= static_cast<unsigned char>(character);
-    hash *= 0x100000001b3;
-  }
+  constexpr HashKey key{0x6b69762e73706f6f, 0x6c2e6e616d657300};
   char digits[16];
-  const auto [end, problem] = std::to_chars(std::begin(digits), std::end(digits), hash, 16);
+  const auto [end, problem] =
+      std::to_chars(std::begin(digits), std::end(digits), keyedHash(url, key), 16);
   return {std::begin(digits), end};
 }
 

@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(PartialRecordTest, AVersionThatMayNotBeSentIsNotBelieved) {
   kiv::PartialRecord record;
-  record.url = record.finalURL = "http://a.test/";
+  record.url = record.finalURL = std::string("http://a.test/");
   record.length = 100;
   record.version.entityTag = "\"1\"";
   EXPECT_TRUE(kiv::PartialRecord::fromText(record.text()));

@@ -61,6 +61,17 @@ TEST(TransferErrors, SecretsOfAURLAreNotShown) {
   EXPECT_EQ(displayedURL("http://a@b@c.test/x"), "http://c.test/x");
 }
 
+TEST(TransferErrors, SecretsAreNotShownWhereTheSlashesBeforeThemAreWrong) {
+  EXPECT_EQ(displayedURL("http:/user:word@a.test/x?token=1"), "http:/a.test/x");
+  EXPECT_EQ(displayedURL("http:///user:word@a.test/x"), "http:///a.test/x");
+  EXPECT_EQ(displayedURL("//user:word@a.test/x"), "//a.test/x");
+  EXPECT_EQ(displayedURL("http:user:word@a.test/x"), "a.test/x");
+  EXPECT_EQ(displayedURL("user:word@a.test/x:/y"), "a.test/x:/y");
+  EXPECT_EQ(displayedURL("http://"), "http://");
+  EXPECT_EQ(displayedURL("/"), "/");
+  EXPECT_EQ(displayedURL(""), "");
+}
+
 TEST(TransferErrors, AnAtSignInThePathStays) {
   EXPECT_EQ(displayedURL("http://a.test/@x/b@2x.png"), "http://a.test/@x/b@2x.png");
 }
