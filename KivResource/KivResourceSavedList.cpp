@@ -59,6 +59,7 @@ void logUnwritable(const KivResource& resource, const Error& error) {
 // --- Reading -------------------------------------------------------------------------------------
 
 void SavedList::restore(ResourceList& registry) {
+  KivResourceStorageModule::makeResourcesListsPrivate();  // lists of older versions are not
   base_ = read().value_or(Array());
   for (const Value& entry : base_) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());

@@ -112,8 +112,8 @@ bool KivResourceStorageModule::saveResourcesList_error(const kiv::Array& resourc
                                                        std::optional<kiv::Error>* error) {
   const auto bytes = dataForArray_error(resourceDictionaries, error);
   if (!bytes) return false;
-  return KivStorageService::saveData_forFileName_atRelativePath_error(*bytes, listFile,
-                                                                      listDirectory, error);
+  return KivStorageService::savePrivateData_forFileName_atRelativePath_error(*bytes, listFile,
+                                                                             listDirectory, error);
 }
 
 std::optional<kiv::Array> KivResourceStorageModule::loadResourcesListWithError(
@@ -137,6 +137,7 @@ std::optional<std::string> KivResourceStorageModule::setResourcesListAsideWithEr
     kiv::fail(error, kiv::systemError(static_cast<int>(reason), "set aside", path));
     return std::nullopt;
   }
+  files.makePrivateItemAtPath(path);
   std::string newPath = pathOfListSetAside(number);
   // On the disk before another list can take the name.
   const std::string_view directory = kiv::path::deletingLastPathComponent(path);
@@ -153,6 +154,15 @@ std::vector<std::string> KivResourceStorageModule::setAsideResourcesLists() {
     if (kiv::FileManager::defaultManager().itemExistsAtPath(path)) paths.push_back(std::move(path));
   }
   return paths;
+}
+
+void KivResourceStorageModule::makeResourcesListsPrivate() {
+  const std::string list = resourcesListPath();
+  if (list.empty()) return;
+  auto& files = kiv::FileManager::defaultManager();
+  files.makePrivateItemAtPath(list);
+  for (const std::string& path : setAsideResourcesLists())
+    files.makePrivateItemAtPath(path);
 }
 
 std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(

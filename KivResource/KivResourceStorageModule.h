@@ -60,8 +60,8 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the saved list; empty where there is no storage root.
   static std::string resourcesListPath();
 
-  /// Writes the saved list, an array of resource dictionaries, anew and whole. On failure the
-  /// previous list stays.
+  /// Writes the saved list, an array of resource dictionaries, anew and whole, for its owner alone.
+  /// On failure the previous list stays.
   static bool saveResourcesList_error(const kiv::Array& resourceDictionaries,
                                       std::optional<kiv::Error>* error = nullptr);
 
@@ -78,6 +78,10 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute paths of the lists that were set aside. They are for a person to put back or to
   /// remove.
   static std::vector<std::string> setAsideResourcesLists();
+
+  /// Takes the rights of everybody but its owner from the saved list and from those that were set
+  /// aside, where this process runs as their owner.
+  static void makeResourcesListsPrivate();
 
   /// The absolute path of the file that is there under the name, packaged before downloaded, or
   /// nothing. For an archive's name the path of its unpacked "index.html". A name that may not be

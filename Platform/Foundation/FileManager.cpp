@@ -40,4 +40,27 @@ std::optional<FileIdentity> FileManager::identityOfFileAtPath(std::string_view p
   return systemFileManager().identityOfFileAtPath(path, error);
 }
 
+bool FileManager::createPrivateDirectoryAtPath(std::string_view path, std::optional<Error>* error) {
+  if (!createDirectoryAtPath(path, error)) return false;
+  makePrivateItemAtPath(path);
+  return true;
+}
+
+std::unique_ptr<WritableFile> FileManager::createPrivateFileAtPath(std::string_view path,
+                                                                   std::optional<Error>* error) {
+  auto file = createFileAtPath(path, error);
+  if (file) makePrivateItemAtPath(path);
+  return file;
+}
+
+void FileManager::makePrivateItemAtPath(std::string_view path) {
+  systemFileManager().makePrivateItemAtPath(path);
+}
+
+bool FileManager::copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
+                                                        std::string_view otherPath,
+                                                        std::optional<Error>* error) {
+  return systemFileManager().copyAccessToFileAtPath_fromFileAtPath(path, otherPath, error);
+}
+
 }  // namespace kiv

@@ -157,12 +157,32 @@ class KIV_EXPORT FileManager {
   virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
-  /// Makes the directory and the missing ones above it; true also where it stood already.
+  /// Makes the directory and the missing ones above it; true also where it stood already. Who may
+  /// use a new one follows the process's umask, but others may never write to it.
   virtual bool createDirectoryAtPath(std::string_view path,
                                      std::optional<Error>* error = nullptr) = 0;
-  /// Creates a file that must not exist yet, open for writing; nullptr on failure.
+  /// The same for its owner alone (mode 0700), whatever the umask. Those above it are as any other.
+  /// Unless overridden, createDirectoryAtPath() and makePrivateItemAtPath().
+  virtual bool createPrivateDirectoryAtPath(std::string_view path,
+                                            std::optional<Error>* error = nullptr);
+  /// Creates a file that must not exist yet, open for writing; nullptr on failure. Who may use it
+  /// follows the process's umask, but others may never write to it.
   virtual std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                          std::optional<Error>* error = nullptr) = 0;
+  /// The same for its owner alone (mode 0600), whatever the umask. Unless overridden,
+  /// createFileAtPath() and makePrivateItemAtPath().
+  virtual std::unique_ptr<WritableFile> createPrivateFileAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr);
+  /// Takes the rights of everybody but its owner from a regular file or a directory, where this
+  /// process runs as its owner; anything else, such as a link or a directory with the sticky bit,
+  /// is left alone. A failure is no error: what was too open stays so. Unless overridden, the
+  /// system's item.
+  virtual void makePrivateItemAtPath(std::string_view path);
+  /// Gives the regular file at the path, which may not be a link, the rights of that at the other
+  /// path. Unless overridden, the system's files.
+  virtual bool copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
+                                                     std::string_view otherPath,
+                                                     std::optional<Error>* error = nullptr);
   /// Opens the regular file at the path, which may not be a link, for writing at its end, cut off
   /// after `length` bytes where it is longer; nullptr on failure.
   virtual std::unique_ptr<WritableFile> openFileAtPath_length(
@@ -193,7 +213,8 @@ class KIV_EXPORT FileManager {
   /// file system's root. What the guard refuses (setRemovalRoots) is an error like any other.
   virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
-  /// Takes the advisory lock of the file at the path, which is made where it is missing; nullptr
+  /// Takes the advisory lock of the file at the path, which is made where it is missing, for its
+  /// owner alone (mode 0600), and made private where it is not; nullptr
   /// where another process, or another lock of this one, holds it, or on failure. The file locked
   /// is the one that lies at the path when this returns: as long as only its holder removes it, two
   /// never hold the lock of one path.

@@ -4,16 +4,15 @@
 #include <cstdlib>
 #include <exception>
 #include <fcntl.h>
-#include <filesystem>
 #include <stdio.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 #include "Platform/Foundation/FileSystemSync.h"
+#include "Platform/Foundation/PosixAccess.h"
 #include "Platform/Foundation/PosixDescriptor.h"
 #include "Platform/Foundation/PosixRemoval.h"
 #include "Platform/Foundation/PosixSpace.h"
@@ -22,8 +21,6 @@
 namespace kiv {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 using posix::Descriptor;
 using posix::namesInDirectory;
@@ -47,7 +44,7 @@ bool failWith(int number, std::string_view what, std::string_view path,
   return fail(error, systemError(number, what, path));
 }
 
-Descriptor open(std::string_view path, int flags) {
+Descriptor open(std::string_view path, int flags, mode_t mode = posix::sharedFileMode) {
   const SystemPath systemPath(path);
   if (!systemPath.isValid()) {
     errno = EINVAL;
@@ -55,7 +52,7 @@ Descriptor open(std::string_view path, int flags) {
   }
   int number = -1;
   do {
-    number = ::open(systemPath.c_str(), flags | O_CLOEXEC, 0666);
+    number = ::open(systemPath.c_str(), flags | O_CLOEXEC, mode);
   } while (number < 0 && errno == EINTR);
   return Descriptor(number);
 }
@@ -180,8 +177,14 @@ class PosixFileManager final : public FileManager {
   std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error) override;
   bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  bool createPrivateDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
   std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
                                                  std::optional<Error>* error) override;
+  std::unique_ptr<WritableFile> createPrivateFileAtPath(std::string_view path,
+                                                        std::optional<Error>* error) override;
+  void makePrivateItemAtPath(std::string_view path) override;
+  bool copyAccessToFileAtPath_fromFileAtPath(std::string_view path, std::string_view otherPath,
+                                             std::optional<Error>* error) override;
   std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
                                                       std::optional<Error>* error) override;
   bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
@@ -374,20 +377,51 @@ std::optional<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtP
 }
 
 bool PosixFileManager::createDirectoryAtPath(std::string_view path, std::optional<Error>* error) {
-  if (!SystemPath(path).isValid()) return failWith(EINVAL, "create", path, error);
-  std::error_code code;
-  fs::create_directories(fs::path(path), code);
-  return !code || failWith(code.value(), "create", path, error);
+  const bool isValid = SystemPath(path).isValid();
+  const int number = isValid ? posix::makeDirectories(std::string(path)) : EINVAL;
+  return number == 0 || failWith(number, "create", path, error);
 }
 
-std::unique_ptr<WritableFile> PosixFileManager::createFileAtPath(std::string_view path,
-                                                                 std::optional<Error>* error) {
-  Descriptor file = open(path, O_WRONLY | O_CREAT | O_EXCL);
+bool PosixFileManager::createPrivateDirectoryAtPath(std::string_view path,
+                                                    std::optional<Error>* error) {
+  const bool isValid = SystemPath(path).isValid();
+  const int number = isValid ? posix::makePrivateDirectory(std::string(path)) : EINVAL;
+  return number == 0 || failWith(number, "create", path, error);
+}
+
+std::unique_ptr<WritableFile> writableFile(Descriptor file, std::string_view path,
+                                           std::optional<Error>* error) {
   if (!file.isOpen()) {
     failWith(errno, "create", path, error);
     return nullptr;
   }
   return std::make_unique<PosixWritableFile>(std::move(file), std::string(path));
+}
+
+std::unique_ptr<WritableFile> PosixFileManager::createFileAtPath(std::string_view path,
+                                                                 std::optional<Error>* error) {
+  return writableFile(open(path, O_WRONLY | O_CREAT | O_EXCL), path, error);
+}
+
+std::unique_ptr<WritableFile> PosixFileManager::createPrivateFileAtPath(
+    std::string_view path, std::optional<Error>* error) {
+  Descriptor file = open(path, O_WRONLY | O_CREAT | O_EXCL, posix::privateFileMode);
+  if (file.isOpen()) posix::makePrivate(file.number());
+  return writableFile(std::move(file), path, error);
+}
+
+void PosixFileManager::makePrivateItemAtPath(std::string_view path) {
+  if (SystemPath(path).isValid()) posix::makePrivate(std::string(path));
+}
+
+bool PosixFileManager::copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
+                                                             std::string_view otherPath,
+                                                             std::optional<Error>* error) {
+  struct stat status {};
+  if (!lookAt(otherPath, status)) return failWith(errno, "look at", otherPath, error);
+  const Descriptor file = open(path, O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
+  return (file.isOpen() && ::fchmod(file.number(), status.st_mode & 0777) == 0) ||
+         failWith(errno, "share", path, error);
 }
 
 std::unique_ptr<WritableFile> PosixFileManager::openFileAtPath_length(std::string_view path,
@@ -475,12 +509,13 @@ std::unique_ptr<FileLock> PosixFileManager::lockFileAtPath(std::string_view path
   constexpr int mostAttempts = 100;
   int number = ENOENT;
   for (int attempt = 0; attempt < mostAttempts && number == ENOENT; ++attempt) {
-    Descriptor file = open(path, O_RDWR | O_CREAT | O_NOFOLLOW);
+    Descriptor file = open(path, O_RDWR | O_CREAT | O_NOFOLLOW, posix::privateFileMode);
     if (!file.isOpen() || ::flock(file.number(), LOCK_EX | LOCK_NB) != 0) {
       failWith(errno, "lock", path, error);
       return nullptr;
     }
     number = lookForFile(file, path);
+    posix::makePrivate(file.number());
     if (number == 0) return std::make_unique<PosixFileLock>(std::move(file));
   }
   failWith(number, "lock", path, error);

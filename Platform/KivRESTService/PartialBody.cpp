@@ -56,7 +56,7 @@ void PartialBody::readRecord() {
 
 bool PartialBody::begin(PartialRecord record, std::optional<Error>* error) {
   discard();
-  file_ = files().createFileAtPath(partPath_, error);
+  file_ = files().createPrivateFileAtPath(partPath_, error);
   if (!file_) return false;
   if (record.version.validator().empty()) return true;
   record_ = std::move(record);
@@ -67,7 +67,7 @@ bool PartialBody::begin(PartialRecord record, std::optional<Error>* error) {
 /// Not synced, as the part itself is not: a record from before a power cut is not believed.
 bool PartialBody::writeRecord(std::optional<Error>* error) {
   removeIfThere(recordPath_);
-  const auto file = files().createFileAtPath(recordPath_, error);
+  const auto file = files().createPrivateFileAtPath(recordPath_, error);
   return file && file->write(record_->text(), error) && file->close(error);
 }
 

@@ -17,8 +17,9 @@ namespace kiv {
 /// an earlier process.
 ///
 /// Three files with one stem: STEM.part holds the bytes, STEM.json the record, and STEM.lock is
-/// locked by whoever uses the other two, and alone removes them. What is not finished when the
-/// object goes is kept where a later try can go on with it, otherwise removed.
+/// locked by whoever uses the other two, and alone removes them. All are their owner's alone. What
+/// is not finished when the object goes is kept where a later try can go on with it, otherwise
+/// removed.
 class PartialBody {
  public:
   /// The body of that stem, a path, locked for this object; nullptr where another uses it, or

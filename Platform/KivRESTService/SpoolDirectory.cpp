@@ -76,16 +76,19 @@ void remove(const std::string& stem) {
   if (const auto body = PartialBody::lock(stem)) body->discard();
 }
 
-std::set<std::string> stemsIn(const std::string& directory) {
+/// True for the name of a file of the client's own. A host may have named a directory where other
+/// files lie, too.
+bool isOwnName(std::string_view name) {
+  const std::string_view extension = path::pathExtension(name);
+  return (extension == "part" || extension == "json" || extension == "lock") &&
+         isStemName(path::deletingPathExtension(name));
+}
+
+std::set<std::string> stemsOf(const std::vector<std::string>& names, const std::string& directory) {
   std::set<std::string> stems;
-  for (const auto& name :
-       files().contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string>())) {
-    const std::string_view extension = path::pathExtension(name);
-    if (extension != "part" && extension != "json" && extension != "lock") continue;
-    // A host may have named a directory where other files lie, too.
-    const std::string_view stem = path::deletingPathExtension(name);
-    if (!isStemName(stem)) continue;
-    stems.insert(path::appendingPathComponent(directory, stem));
+  for (const auto& name : names) {
+    if (!isOwnName(name)) continue;
+    stems.insert(path::appendingPathComponent(directory, path::deletingPathExtension(name)));
   }
   return stems;
 }
@@ -127,8 +130,14 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   return nullptr;
 }
 
+/// One that stands may be a host's own, which others use too: sweep() has looked at it.
+bool SpoolDirectory::makeDirectory(std::optional<Error>* error) const {
+  return files().itemExistsAtPath(path_) ? files().createDirectoryAtPath(path_, error)
+                                         : files().createPrivateDirectoryAtPath(path_, error);
+}
+
 std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url, std::optional<Error>* error) {
-  if (!files().createDirectoryAtPath(path_, error)) return nullptr;
+  if (!makeDirectory(error)) return nullptr;
   const std::string name = nameFor(url.absoluteString());
   for (int slot = 0; slot < slots; ++slot) {
     if (auto body = PartialBody::lock(stem(name, slot), error)) {
@@ -146,10 +155,13 @@ void SpoolDirectory::forget(const URL& url) const {
 
 void SpoolDirectory::sweep() {
   if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
+  const auto names = files().contentsOfDirectoryAtPath(path_).value_or(std::vector<std::string>());
+  // Versions that left it open to others have made nothing else in it.
+  if (std::all_of(names.begin(), names.end(), isOwnName)) files().makePrivateItemAtPath(path_);
   const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
   std::vector<KeptBody> kept;
   std::int64_t total = 0;
-  for (const auto& stem : stemsIn(path_)) {
+  for (const auto& stem : stemsOf(names, path_)) {
     auto body = keptBody(stem, secondsNow() - age.count());
     know(std::string(nameOfStem(stem)));
     if (!body) continue;

@@ -19,6 +19,8 @@ class PartialBody;
 /// in, and what is kept of those that did not come whole.
 ///
 /// Clients of several processes may use one directory: each body in it is locked by who uses it.
+/// What is made here, the directory too, is its owner's alone, whatever the umask. A directory that
+/// stands already is left as open as it is if other files lie in it, too.
 /// Operations may be called from any thread.
 class SpoolDirectory {
  public:
@@ -43,6 +45,7 @@ class SpoolDirectory {
  private:
   [[nodiscard]] bool knows(const std::string& name) const;
   void know(const std::string& name);
+  bool makeDirectory(std::optional<Error>* error) const;
   [[nodiscard]] std::string stem(const std::string& name, int slot) const;
 
   const KivRESTServiceSettings& settings_;

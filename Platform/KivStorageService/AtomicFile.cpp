@@ -11,8 +11,22 @@ namespace kiv::storage {
 AtomicFile::AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file)
     : temporary_(std::move(temporary)), file_(std::move(file)) {}
 
-std::optional<AtomicFile> AtomicFile::create(StorageRoot& root, std::optional<Error>* error) {
-  auto created = root.createTemporaryFile(error);
+namespace {
+
+/// Gives the file, which was its owner's alone on its way, the rights that the umask leaves to a
+/// new one. The umask itself cannot be asked for without changing it for every thread.
+void share(StorageRoot& root, const std::string& path) {
+  const auto model = root.createTemporaryFile(Access::shared, nullptr);
+  if (!model) return;  // no room for one more file: this one then stays its owner's
+  FileManager::defaultManager().copyAccessToFileAtPath_fromFileAtPath(path,
+                                                                      model->temporary.path());
+}
+
+}  // namespace
+
+std::optional<AtomicFile> AtomicFile::create(StorageRoot& root, Access access,
+                                             std::optional<Error>* error) {
+  auto created = root.createTemporaryFile(access, error);
   if (!created) return std::nullopt;
   return AtomicFile(std::move(created->temporary), std::move(created->file));
 }
@@ -29,6 +43,7 @@ std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data)
   auto file = files.openFileAtPath_length(temporary->path(), data.size());
   // Cut off by another process, it is no longer what it was.
   if (!file || files.lengthOfFileAtPath(temporary->path()) != data.size()) return std::nullopt;
+  share(root, temporary->path());
   return AtomicFile(std::move(*temporary), std::move(file));
 }
 

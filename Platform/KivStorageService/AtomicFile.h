@@ -21,10 +21,12 @@ namespace kiv::storage {
 class AtomicFile {
  public:
   /// Begins a file somewhere under the root; nothing on failure.
-  static std::optional<AtomicFile> create(StorageRoot& root, std::optional<Error>* error);
+  static std::optional<AtomicFile> create(StorageRoot& root, Access access,
+                                          std::optional<Error>* error);
 
-  /// Takes over the file in which the data lies, so that nothing is written again; nothing where
-  /// there is none to take over, or it lies on another file system.
+  /// Takes over the file in which the data lies, so that nothing is written again, with the rights
+  /// that a new shared file has; nothing where there is none to take over, or it lies on another
+  /// file system.
   static std::optional<AtomicFile> adopt(StorageRoot& root, const Data& data);
 
   bool write(std::string_view bytes, std::optional<Error>* error);

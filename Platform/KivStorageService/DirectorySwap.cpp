@@ -35,7 +35,7 @@ bool isUnsupported(const std::optional<Error>& error) {
 /// not lose it either.
 bool writeNote(StorageRoot& root, const std::string& spare, std::string_view path,
                std::optional<Error>* error) {
-  auto note = AtomicFile::create(root, error);
+  auto note = AtomicFile::create(root, Access::owner, error);
   const std::string directory(path::deletingLastPathComponent(spare));
   return note && note->write(path.substr(root.path().size() + 1), error) &&
          root.prepareDirectory(directory, error) &&

@@ -20,6 +20,7 @@ namespace {
 using kiv::Data;
 using kiv::Error;
 using kiv::FileManager;
+using kiv::storage::Access;
 using kiv::storage::AtomicFile;
 using kiv::storage::quoted;
 using kiv::storage::StorageRoot;
@@ -56,18 +57,20 @@ std::string joined(std::string_view root, std::string_view relativePath,
 
 /// A file with the bytes that has no name yet; what is in a file already is not written again.
 std::optional<AtomicFile> unnamedFile(StorageRoot& root, const Data& data, std::string_view name,
-                                      std::optional<Error>* error) {
-  if (auto adopted = AtomicFile::adopt(root, data)) return adopted;
+                                      Access access, std::optional<Error>* error) {
+  if (access == Access::shared) {
+    if (auto adopted = AtomicFile::adopt(root, data)) return adopted;
+  }
   if (auto objection = root.objectionToFile(data.size(), name)) {
     kiv::fail(error, std::move(*objection));
     return std::nullopt;
   }
-  auto file = AtomicFile::create(root, error);
+  auto file = AtomicFile::create(root, access, error);
   if (!file || !file->write(data, error)) return std::nullopt;
   return file;
 }
 
-bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
+bool saveFile(StorageRoot& root, const Data& data, const std::string& path, Access access,
               std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
   const bool isReplaceable =
@@ -75,7 +78,7 @@ bool saveFile(StorageRoot& root, const Data& data, const std::string& path,
   if (!isReplaceable) {
     return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "file"));
   }
-  auto file = unnamedFile(root, data, kiv::path::lastPathComponent(path), error);
+  auto file = unnamedFile(root, data, kiv::path::lastPathComponent(path), access, error);
   if (!file) return false;
   const std::string directory(kiv::path::deletingLastPathComponent(path));
   return root.prepareDirectory(directory, error) && file->place(path, error) &&
@@ -100,7 +103,7 @@ bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
          kiv::storage::swapDirectoryIn(root, *temporary, path, error);
 }
 
-bool save(const Data& data, std::string_view fileName, std::string_view relativePath,
+bool save(const Data& data, std::string_view fileName, std::string_view relativePath, Access access,
           std::optional<Error>* error) {
   if (auto objection = kiv::storage::objectionToSaving(fileName, relativePath)) {
     return kiv::fail(error, std::move(*objection));
@@ -108,7 +111,7 @@ bool save(const Data& data, std::string_view fileName, std::string_view relative
   const auto root = kiv::storage::currentRoot();
   if (!root) return kiv::fail(error, noRootError());
   if (!kiv::storage::isArchiveName(fileName)) {
-    return saveFile(*root, data, joined(root->path(), relativePath, fileName), error);
+    return saveFile(*root, data, joined(root->path(), relativePath, fileName), access, error);
   }
   const std::string_view stem = kiv::storage::archiveStem(fileName);
   return saveArchive(*root, data, fileName, joined(root->path(), relativePath, stem), error);
@@ -174,7 +177,15 @@ bool KivStorageService::saveData_forFileName_atRelativePath_error(const Data& da
                                                                   std::string_view fileName,
                                                                   std::string_view relativePath,
                                                                   std::optional<Error>* error) {
-  return guarded(fileName, error, [&] { return save(data, fileName, relativePath, error); });
+  return guarded(fileName, error,
+                 [&] { return save(data, fileName, relativePath, Access::shared, error); });
+}
+
+bool KivStorageService::savePrivateData_forFileName_atRelativePath_error(
+    const Data& data, std::string_view fileName, std::string_view relativePath,
+    std::optional<Error>* error) {
+  return guarded(fileName, error,
+                 [&] { return save(data, fileName, relativePath, Access::owner, error); });
 }
 
 KivStorageService::Batch::Batch() : root_(kiv::storage::currentRoot()) {

@@ -36,6 +36,10 @@ enum class KivStorageServiceErrorCode : int {
 /// root, `.KivStorageService`, and is swept when a process starts to use the root; what another
 /// living process is writing there is left alone.
 ///
+/// Who may use a stored file or directory follows the process's umask, but others may never write
+/// to it; an archive has no say in it. The service's own directory is its owner's alone (mode
+/// 0700).
+///
 /// A file or an archive for which the disk has no room is refused before anything of it is written;
 /// beside what it takes, as much again, but no more than 1 MiB, is to stay free. Where the file
 /// system does not tell, or fills up meanwhile, the write fails.
@@ -83,6 +87,12 @@ class KIV_EXPORT KivStorageService {
                                                         std::string_view fileName,
                                                         std::string_view relativePath,
                                                         std::optional<kiv::Error>* error = nullptr);
+
+  /// The same for a file that its owner alone may read or write (mode 0600), whatever the umask.
+  /// What is unpacked of an archive is as any other.
+  static bool savePrivateData_forFileName_atRelativePath_error(
+      const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
+      std::optional<kiv::Error>* error = nullptr);
 
   /// One wait for the disk for the names of several files: as long as this lives, a file that is
   /// saved under the root of that moment, by whatever thread, is complete under its name at once,

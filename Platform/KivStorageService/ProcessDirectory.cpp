@@ -58,14 +58,14 @@ std::shared_ptr<ProcessDirectory> ProcessDirectory::create(const std::string& pa
                                                            std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
   removal::addOwnDirectory(parent);
-  if (!files.createDirectoryAtPath(parent, error)) return nullptr;
+  if (!files.createPrivateDirectoryAtPath(parent, error)) return nullptr;
   std::optional<Error> lockError;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
     const std::string path = path::appendingPathComponent(parent, randomName());
     if (auto lock = files.lockFileAtPath(lockPath(path), &lockError)) {
       std::shared_ptr<ProcessDirectory> directory(
           new ProcessDirectory(path, std::move(lock), std::move(salvage)));
-      return files.createDirectoryAtPath(path, error) ? directory : nullptr;
+      return files.createPrivateDirectoryAtPath(path, error) ? directory : nullptr;
     }
     if (!isHeldElsewhere(lockError)) break;
   }
@@ -77,6 +77,7 @@ void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) 
   FileManager& files = FileManager::defaultManager();
   removal::addOwnDirectory(parent);
   if (!files.directoryExistsAtPath(parent)) return;
+  files.makePrivateItemAtPath(parent);
   const auto items = files.contentsOfDirectoryAtPath(parent);
   if (!items) return;
   std::set<std::string_view> names;

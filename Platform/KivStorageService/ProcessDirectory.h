@@ -13,7 +13,7 @@
 namespace kiv::storage {
 
 /// This process's own directory NAME among those of all processes that use one root, for what it
-/// has not completed yet.
+/// has not completed yet. It and its parent are for their owner alone.
 ///
 /// Beside it lies NAME.lock, which the process keeps locked as long as it lives. The one rule that
 /// keeps processes out of each other's way: a directory and its lock file are removed only by

@@ -31,6 +31,13 @@ std::string standingAncestor(std::string path) {
   return path;
 }
 
+std::unique_ptr<WritableFile> createFile(const std::string& path, Access access,
+                                         std::optional<Error>* error) {
+  FileManager& files = FileManager::defaultManager();
+  return access == Access::owner ? files.createPrivateFileAtPath(path, error)
+                                 : files.createFileAtPath(path, error);
+}
+
 /// Syncs the entries of every directory from `top` down to the parent of `bottom`.
 bool synchronizeWay(const std::string& top, const std::string& bottom,
                     std::optional<Error>* error) {
@@ -63,14 +70,14 @@ std::optional<Temporary> StorageRoot::makeTemporary(std::optional<Error>* error)
 
 /// Without a look before: the creation itself fails where something lies.
 std::optional<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(
-    std::optional<Error>* error) {
+    Access access, std::optional<Error>* error) {
   auto directory = processDirectory(error);
   if (!directory) return std::nullopt;
   constexpr int mostAttempts = 100;
   std::optional<Error> problem;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
     std::string path = directory->nextPath();
-    auto file = FileManager::defaultManager().createFileAtPath(path, &problem);
+    auto file = createFile(path, access, &problem);
     if (file) return TemporaryFile{{std::move(path), std::move(directory)}, std::move(file)};
     if (!isSystemError(problem, std::errc::file_exists)) break;
   }

@@ -18,6 +18,9 @@ namespace kiv::storage {
 /// The directory under its root where the service keeps what is not complete.
 inline constexpr std::string_view privateDirectory = ".KivStorageService";
 
+/// Who may use a file: whom the process's umask lets, or its owner alone.
+enum class Access { shared, owner };
+
 /// One storage root in use by this process: its temporaries, and the directories in it that are
 /// known to survive a power cut. May be used from any thread.
 class StorageRoot {
@@ -35,7 +38,7 @@ class StorageRoot {
     Temporary temporary;
     std::unique_ptr<WritableFile> file;
   };
-  std::optional<TemporaryFile> createTemporaryFile(std::optional<Error>* error);
+  std::optional<TemporaryFile> createTemporaryFile(Access access, std::optional<Error>* error);
 
   /// Makes the directory, which is the root or lies under it, and those above it where they are
   /// missing, and sees to it that they are on the disk.

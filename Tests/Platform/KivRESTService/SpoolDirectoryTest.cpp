@@ -15,6 +15,7 @@
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Support/Umask.h"
 
 namespace {
 
@@ -126,6 +127,34 @@ TEST_F(SpoolDirectoryTest, ARecordWithTheURLItselfIsRemovedWithItsPart) {
   });
   EXPECT_FALSE(isKept(url("a")));
   EXPECT_EQ(fileCount(), 0U);
+}
+
+TEST_F(SpoolDirectoryTest, EverythingIsItsOwnersAloneWhateverTheUmask) {
+  for (const mode_t mask : {0000, 0022, 0077}) {
+    const kiv::test::Umask umask(mask);
+    fs::remove_all(settings_.spoolDirectory);
+    auto body = spool().create(url("a"), nullptr);
+    ASSERT_TRUE(body && body->begin(recordOf(url("a")), nullptr) && body->append("1", nullptr));
+    EXPECT_EQ(kiv::test::modeOf(settings_.spoolDirectory), 0700);
+    EXPECT_EQ(fileCount(), 3U);
+    for (const auto& item : fs::directory_iterator(settings_.spoolDirectory))
+      EXPECT_EQ(kiv::test::modeOf(item.path()), 0600) << item.path();
+  }
+}
+
+TEST_F(SpoolDirectoryTest, ADirectoryThatWasOpenToOthersIsMadePrivate) {
+  leave(url("a"), "12345");
+  ::chmod(settings_.spoolDirectory.c_str(), 0777);
+  EXPECT_TRUE(isKept(url("a")));
+  EXPECT_EQ(kiv::test::modeOf(settings_.spoolDirectory), 0700);
+}
+
+TEST_F(SpoolDirectoryTest, ADirectoryWithOtherFilesStaysAsOpenAsItIs) {
+  leave(url("a"), "12345");
+  std::ofstream(settings_.spoolDirectory + "/notes.txt") << "somebody else's";
+  ::chmod(settings_.spoolDirectory.c_str(), 0755);
+  leave(url("b"), "12345");
+  EXPECT_EQ(kiv::test::modeOf(settings_.spoolDirectory), 0755);
 }
 
 TEST_F(SpoolDirectoryTest, WhatIsInUseIsNotFound) {

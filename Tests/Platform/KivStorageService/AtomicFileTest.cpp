@@ -40,7 +40,7 @@ class AtomicFileTest : public testing::Test {
 };
 
 TEST_F(AtomicFileTest, AppearsWhenItIsCommitted) {
-  auto file = AtomicFile::create(root_, nullptr);
+  auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
   ASSERT_TRUE(file);
   EXPECT_TRUE(file->write("one ", nullptr));
   EXPECT_TRUE(file->write("two", nullptr));
@@ -53,7 +53,7 @@ TEST_F(AtomicFileTest, AppearsWhenItIsCommitted) {
 
 TEST_F(AtomicFileTest, IsDiscardedWhenItIsNotCommitted) {
   {
-    auto file = AtomicFile::create(root_, nullptr);
+    auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
     ASSERT_TRUE(file && file->write("bytes", nullptr));
     EXPECT_EQ(files(), 1U);
   }
@@ -62,7 +62,7 @@ TEST_F(AtomicFileTest, IsDiscardedWhenItIsNotCommitted) {
 
 TEST_F(AtomicFileTest, LeavesAloneWhatLiesWhereItsTemporaryWouldLie) {
   const auto taken = takeNextPlaces();
-  auto file = AtomicFile::create(root_, nullptr);
+  auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
   ASSERT_TRUE(file && file->write("bytes", nullptr));
   ASSERT_TRUE(file->commit(scratch_.path("a"), nullptr));
   EXPECT_EQ(test::treeOf(scratch_.path()).at("a"), "bytes");
@@ -83,7 +83,7 @@ TEST_F(AtomicFileTest, TriesAnotherPlaceOnlyWhereOneIsTakenAndNotForEver) {
     test::FaultyFileManager files;
     files.setFailingOperation("createFile", number);
     std::optional<Error> error;
-    EXPECT_FALSE(AtomicFile::create(root_, &error));
+    EXPECT_FALSE(AtomicFile::create(root_, kiv::storage::Access::shared, &error));
     EXPECT_TRUE(error && error->code == number);
     const auto operations = files.operations();
     return std::count_if(operations.begin(), operations.end(),
@@ -96,7 +96,7 @@ TEST_F(AtomicFileTest, TriesAnotherPlaceOnlyWhereOneIsTakenAndNotForEver) {
 TEST_F(AtomicFileTest, IsDiscardedWhenItCannotBeNamed) {
   std::optional<Error> error;
   {
-    auto file = AtomicFile::create(root_, nullptr);
+    auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
     ASSERT_TRUE(file && file->write("bytes", nullptr));
     EXPECT_FALSE(file->commit(scratch_.path("missing/a"), &error));
   }

@@ -39,7 +39,7 @@ void awaitEndOfInput() {
 int hold(const std::string& version) {
   if (!saveOnce("files", version)) return 1;
   const auto root = kiv::storage::currentRoot();
-  auto unfinished = kiv::storage::AtomicFile::create(*root, nullptr);
+  auto unfinished = kiv::storage::AtomicFile::create(*root, kiv::storage::Access::shared, nullptr);
   if (!unfinished || !unfinished->write("half", nullptr)) return 1;
   sayReady();
   awaitEndOfInput();
