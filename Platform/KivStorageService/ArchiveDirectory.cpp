@@ -44,16 +44,24 @@ std::optional<Tail> readTail(const Data& archive) {
   return Tail{archive.size() - length, std::move(*bytes)};
 }
 
-/// The position of the end record: the last one whose comment reaches exactly to the end.
-std::optional<std::size_t> findEndRecord(std::string_view bytes) {
-  if (bytes.size() < endRecordSize) return std::nullopt;
+/// The positions of the records that may be the end record, whose comment reaches exactly to the
+/// end: the last one, and one before it.
+struct EndRecords {
+  std::optional<std::size_t> last;
+  bool hasAnother = false;
+};
+
+EndRecords findEndRecords(std::string_view bytes) {
+  EndRecords found;
+  if (bytes.size() < endRecordSize) return found;
   const std::size_t last = bytes.size() - endRecordSize;
-  const std::size_t first = last > longestComment ? last - longestComment : 0;
-  for (std::size_t at = last + 1; at-- > first;) {
+  for (std::size_t at = last + 1; at-- > 0 && !found.hasAnother;) {
     if (number32(bytes, at) != endRecordSignature) continue;
-    if (at + endRecordSize + number16(bytes, at + 20) == bytes.size()) return at;
+    if (at + endRecordSize + number16(bytes, at + 20) != bytes.size()) continue;
+    found.hasAnother = found.last.has_value();
+    if (!found.last) found.last = at;
   }
-  return std::nullopt;
+  return found;
 }
 
 /// Reads the end record of large archives, which stands before its locator and the ordinary one.
@@ -265,12 +273,16 @@ std::optional<ArchiveDirectory> ArchiveDirectory::read(const Data& archive,
                                                        const ArchiveCeilings& ceilings,
                                                        ArchiveObjection& objection) {
   const auto tail = readTail(archive);
-  const auto endAt = tail ? findEndRecord(tail->bytes) : std::nullopt;
-  if (!endAt) {
+  const auto endRecords = tail ? findEndRecords(tail->bytes) : EndRecords();
+  if (!endRecords.last) {
     objection = tail ? "is no zip archive, or is cut short" : unreadable;
     return std::nullopt;
   }
-  const auto place = findList(archive, *tail, *endAt);
+  if (endRecords.hasAnother) {
+    objection = "has two end records, and with them two lists of entries";
+    return std::nullopt;
+  }
+  const auto place = findList(archive, *tail, *endRecords.last);
   if (!place) {
     objection = inconsistent;
     return std::nullopt;

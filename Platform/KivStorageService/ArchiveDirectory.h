@@ -41,11 +41,15 @@ struct ArchiveEntry {
 /// overlapping another, each named alike in both places and only once.
 ///
 /// The decoder reads the list again. This reading shows what the decoder does not: a NUL in a name,
-/// which it turns into a space, and data that two entries share, which it takes.
+/// which it turns into a space, and data that two entries share, which it takes. And it bounds what
+/// the decoder reads into memory: of a second end record, which a comment can hold, the decoder
+/// would read the list as well, however long that is.
 class ArchiveDirectory {
  public:
-  /// The longest list that is read, in bytes.
-  static constexpr std::uint64_t longestList = std::uint64_t{64} << 20;
+  /// The longest list that is read, in bytes, with the extra fields and the comments of its
+  /// entries. An entry of an ordinary archive takes 100 to 200. The list lies in memory, here and
+  /// in the decoder.
+  static constexpr std::uint64_t longestList = std::uint64_t{8} << 20;
 
   /// The list of the archive; nothing and an objection where it cannot be trusted.
   static std::optional<ArchiveDirectory> read(const Data& archive, const ArchiveCeilings& ceilings,
