@@ -21,7 +21,8 @@ enum class JSONErrorCode : int {
   tooLarge = 5,    ///< The text is larger than the reader takes.
 };
 
-/// Reads and writes JSON text. May be used from any thread.
+/// Reads and writes JSON text. May be used from any thread, also one with a small stack: what nests
+/// takes none of it.
 class KIV_EXPORT JSON {
  public:
   /// How deep arrays and dictionaries may nest, both when read and when written.

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <unordered_map>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include <simdjson.h>
@@ -27,7 +28,29 @@ struct Fault {
   const char* location = nullptr;
 };
 
+/// An array that is being read: where the parser stands in it, and what has been read of it.
+struct ArrayLevel {
+  using Iterator = decltype(std::declval<ondemand::array&>().begin());
+
+  Iterator next;
+  Iterator end;
+  Array array;
+};
+
+/// The same of an object.
+struct DictionaryLevel {
+  using Iterator = decltype(std::declval<ondemand::object&>().begin());
+
+  Iterator next;
+  Iterator end;
+  std::size_t firstField = 0;          ///< Of those read so far, among those of all objects.
+  std::optional<Dictionary::Key> key;  ///< Of the field that is being read.
+};
+
 /// Makes the value trees of texts. After a fault it is of no more use.
+///
+/// What nests is kept on a stack of its own and not on the thread's: however deep a text may nest,
+/// a thread with a small stack reads it.
 class Builder {
  public:
   /// The root of a whole text, or null with a fault.
@@ -38,11 +61,17 @@ class Builder {
   [[nodiscard]] const Fault& fault() const noexcept { return fault_; }
 
  private:
-  Value build(ondemand::document& document, int depth);
-  Value buildValue(ondemand::value value);
-  Value buildContainer(ondemand::value value, ondemand::json_type type);
-  Value buildArray(simdjson::simdjson_result<ondemand::array> source);
-  Value buildDictionary(simdjson::simdjson_result<ondemand::object> source);
+  Value build(ondemand::document& document, std::size_t depth);
+  Value buildLevels();
+  void buildChild(ondemand::value value);
+  void beginContainer(ondemand::value value, ondemand::json_type type);
+  void beginArray(simdjson::simdjson_result<ondemand::array> source);
+  void beginDictionary(simdjson::simdjson_result<ondemand::object> source);
+  std::optional<ondemand::value> nextChild();
+  std::optional<ondemand::value> nextElement(ArrayLevel& level);
+  std::optional<ondemand::value> nextField(DictionaryLevel& level);
+  void take(Value value);
+  Value endContainer();
   Value buildNumber(ondemand::value value);
   static Value buildDouble(std::string_view token);
   Value buildLargeInteger(std::string_view token);
@@ -63,87 +92,152 @@ class Builder {
   /// The fields of the objects that are being read, those of an inner one after its outer's: a
   /// dictionary is made when it is known how large it is to be.
   std::vector<std::pair<Dictionary::Key, Value>> fields_;
-  int depth_ = 0;
+  /// The containers that have begun and not ended, the outermost first.
+  std::vector<std::variant<ArrayLevel, DictionaryLevel>> levels_;
+  std::size_t depth_ = 0;  // of what those lie in
   bool failed_ = false;
   Fault fault_;
 };
 
-Value Builder::build(ondemand::document& document, int depth) {
+Value Builder::build(ondemand::document& document, std::size_t depth) {
   document_ = &document;
   depth_ = depth;
   ondemand::json_type type{};
   if (const error_code error = document.type().get(type)) return fail(error);
-  Value root;
   if (type == ondemand::json_type::array) {
-    root = buildArray(document.get_array());
+    beginArray(document.get_array());
   } else if (type == ondemand::json_type::object) {
-    root = buildDictionary(document.get_object());
+    beginDictionary(document.get_object());
   } else {
     return fail(JSONErrorCode::bareValue, "has neither an array nor an object at its top level");
   }
+  Value root = buildLevels();
   if (!failed_ && document_->current_location().error() != simdjson::OUT_OF_BOUNDS) {
     return fail(JSONErrorCode::malformed, "goes on after its end");
   }
   return root;
 }
 
-Value Builder::buildValue(ondemand::value value) {
+/// Reads what has begun to its end, and answers the outermost container.
+Value Builder::buildLevels() {
+  while (!failed_) {
+    if (const auto child = nextChild()) {
+      buildChild(*child);
+    } else if (!failed_) {
+      Value container = endContainer();
+      if (levels_.empty()) return container;
+      take(std::move(container));
+    }
+  }
+  return {};
+}
+
+void Builder::buildChild(ondemand::value value) {
   ondemand::json_type type{};
-  if (const error_code error = value.type().get(type)) return fail(error);
+  if (const error_code error = value.type().get(type)) {
+    fail(error);
+    return;
+  }
   switch (type) {
     case ondemand::json_type::array:
     case ondemand::json_type::object:
-      return buildContainer(value, type);
+      return beginContainer(value, type);
     case ondemand::json_type::number:
-      return buildNumber(value);
+      return take(buildNumber(value));
     case ondemand::json_type::string:
-      return buildString(value);
+      return take(buildString(value));
     default:
-      return buildLiteral(value, type);
+      return take(buildLiteral(value, type));
   }
 }
 
-Value Builder::buildContainer(ondemand::value value, ondemand::json_type type) {
-  if (depth_ >= JSON::deepestNesting) {
-    return fail(JSONErrorCode::tooDeep, "nests too deep", value.raw_json_token().data());
+void Builder::beginContainer(ondemand::value value, ondemand::json_type type) {
+  if (depth_ + levels_.size() >= JSON::deepestNesting) {
+    fail(JSONErrorCode::tooDeep, "nests too deep", value.raw_json_token().data());
+  } else if (type == ondemand::json_type::array) {
+    beginArray(value.get_array());
+  } else {
+    beginDictionary(value.get_object());
   }
-  if (type == ondemand::json_type::array) return buildArray(value.get_array());
-  return buildDictionary(value.get_object());
 }
 
-Value Builder::buildArray(simdjson::simdjson_result<ondemand::array> source) {
+void Builder::beginArray(simdjson::simdjson_result<ondemand::array> source) {
   ondemand::array elements;
-  if (const error_code error = std::move(source).get(elements)) return fail(error);
-  ++depth_;
-  Array array;
-  for (auto result : elements) {
-    ondemand::value element;
-    if (const error_code error = std::move(result).get(element)) return fail(error);
-    array.append(buildValue(element));
-    if (failed_) return {};
+  if (const error_code error = std::move(source).get(elements)) {
+    fail(error);
+  } else {
+    levels_.emplace_back(ArrayLevel{elements.begin(), elements.end(), {}});
   }
-  --depth_;
-  return array;
 }
 
-Value Builder::buildDictionary(simdjson::simdjson_result<ondemand::object> source) {
+void Builder::beginDictionary(simdjson::simdjson_result<ondemand::object> source) {
   ondemand::object fields;
-  if (const error_code error = std::move(source).get(fields)) return fail(error);
-  ++depth_;
-  const std::size_t first = fields_.size();
-  for (auto result : fields) {
-    ondemand::field field;
-    if (const error_code error = std::move(result).get(field)) return fail(error);
-    const char* const quote = field.key().raw() - 1;
-    std::string_view key;
-    if (const error_code error = field.unescaped_key().get(key)) return fail(error, quote);
-    auto sharedString = sharedKey(key);
-    auto value = buildValue(field.value());
-    if (failed_) return {};
-    fields_.emplace_back(std::move(sharedString), std::move(value));
+  if (const error_code error = std::move(source).get(fields)) {
+    fail(error);
+  } else {
+    levels_.emplace_back(DictionaryLevel{fields.begin(), fields.end(), fields_.size(), {}});
   }
-  --depth_;
-  return takeFields(first);
+}
+
+/// The next value of the innermost container; nothing at its end, or with a fault.
+std::optional<ondemand::value> Builder::nextChild() {
+  auto& level = levels_.back();
+  if (auto* const array = std::get_if<ArrayLevel>(&level)) return nextElement(*array);
+  return nextField(std::get<DictionaryLevel>(level));
+}
+
+std::optional<ondemand::value> Builder::nextElement(ArrayLevel& level) {
+  if (!(level.next != level.end)) return std::nullopt;
+  ondemand::value element;
+  if (const error_code error = (*level.next).get(element)) {
+    fail(error);
+    return std::nullopt;
+  }
+  return element;
+}
+
+std::optional<ondemand::value> Builder::nextField(DictionaryLevel& level) {
+  if (!(level.next != level.end)) return std::nullopt;
+  ondemand::field field;
+  if (const error_code error = (*level.next).get(field)) {
+    fail(error);
+    return std::nullopt;
+  }
+  const char* const quote = field.key().raw() - 1;
+  std::string_view key;
+  if (const error_code error = field.unescaped_key().get(key)) {
+    fail(error, quote);
+    return std::nullopt;
+  }
+  level.key = sharedKey(key);
+  return field.value();
+}
+
+/// Adds a value that is whole to the innermost container, and goes on to the next.
+void Builder::take(Value value) {
+  if (failed_) return;
+  auto& level = levels_.back();
+  if (auto* const array = std::get_if<ArrayLevel>(&level)) {
+    array->array.append(std::move(value));
+    ++array->next;
+  } else {
+    auto& dictionary = std::get<DictionaryLevel>(level);
+    fields_.emplace_back(*std::exchange(dictionary.key, std::nullopt), std::move(value));
+    ++dictionary.next;
+  }
+}
+
+/// Takes the innermost container, all of whose values have been read, off the stack.
+Value Builder::endContainer() {
+  auto& level = levels_.back();
+  Value container;
+  if (auto* const array = std::get_if<ArrayLevel>(&level)) {
+    container = std::move(array->array);
+  } else {
+    container = takeFields(std::get<DictionaryLevel>(level).firstField);
+  }
+  levels_.pop_back();
+  return container;
 }
 
 /// The dictionary of the fields from the first one on.

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include <simdjson.h>
 
@@ -18,6 +20,9 @@ namespace {
 constexpr std::string_view notUTF8 = "a string is not valid UTF-8";
 
 /// Appends the JSON text of values to one string.
+///
+/// What nests is kept on a stack of its own and not on the thread's: however deep values may nest,
+/// a thread with a small stack writes them.
 class Writer {
  public:
   enum class Layout { indented, oneLine };
@@ -41,9 +46,26 @@ class Writer {
   [[nodiscard]] const std::string& objection() const noexcept { return objection_; }
 
  private:
-  bool writeArray(const Array& array);
+  /// An array or a dictionary of which a part is written.
+  struct Level {
+    const Value* firstValue = nullptr;  // of an array
+    const Value* nextValue = nullptr;
+    const Value* lastValue = nullptr;
+    const Dictionary::Entry* nextEntry = nullptr;  // of a dictionary
+    const Dictionary::Entry* lastEntry = nullptr;
+    bool isArray = false;
+    bool isEmpty = true;  // so far
+
+    [[nodiscard]] bool isAtEnd() const noexcept {
+      return nextValue == lastValue && nextEntry == lastEntry;
+    }
+  };
+
+  bool writeValue(const Value& value);
+  bool writeNext();
+  bool beginContainer(const Value& value);
+  void endContainer();
   void makeRoom(std::size_t expectedSize);
-  bool writeDictionary(const Dictionary& dictionary);
   bool writeString(std::string_view string);
   static bool needsEscape(char character);
   static std::size_t lengthWithoutEscapes(std::string_view string);
@@ -54,7 +76,6 @@ class Writer {
   template <class Number>
   void writeNumber(Number number);
   void startItem(bool first);
-  void endContainer(bool empty);
   void startLine();
   bool refuse(std::string_view objection);
 
@@ -67,7 +88,7 @@ class Writer {
   void flush();
 
   const Layout layout_;
-  int depth_ = 0;
+  std::vector<Level> levels_;  // the outermost first
   // Most pieces are short: they are gathered before they join the text.
   std::array<char, 4096> buffer_;
   std::size_t used_ = 0;
@@ -86,6 +107,19 @@ void Writer::flush() {
 }
 
 bool Writer::write(const Value& value) {
+  bool isWritten = writeValue(value);
+  while (isWritten && !levels_.empty()) {
+    if (levels_.back().isAtEnd()) {
+      endContainer();
+    } else {
+      isWritten = writeNext();
+    }
+  }
+  return isWritten;
+}
+
+/// Writes a value, of an array or a dictionary the beginning.
+bool Writer::writeValue(const Value& value) {
   switch (value.kind()) {
     case Value::Kind::null:
       put("null");
@@ -104,51 +138,54 @@ bool Writer::write(const Value& value) {
     case Value::Kind::string:
       return writeString(value.stringView());
     case Value::Kind::array:
-      return writeArray(value.array());
     case Value::Kind::dictionary:
-      return writeDictionary(value.dictionary());
+      return beginContainer(value);
   }
   return false;
 }
 
-bool Writer::writeArray(const Array& array) {
-  constexpr std::size_t sample = 64;
-  if (depth_ >= JSON::deepestNesting) return refuse("arrays and dictionaries nest too deep");
-  ++depth_;
-  put("[");
-  std::size_t index = 0;
-  for (const Value& element : array) {
-    if (index == sample && depth_ == 1) makeRoom((text_.size() + used_) / sample * array.size());
-    startItem(index++ == 0);
-    if (!write(element)) return false;
+/// Writes the next value of the innermost container, with its key where it has one.
+bool Writer::writeNext() {
+  constexpr std::ptrdiff_t sample = 64;
+  Level& level = levels_.back();
+  const bool isOutermost = levels_.size() == 1;
+  if (isOutermost && level.isArray && level.nextValue - level.firstValue == sample) {
+    const auto count = static_cast<std::size_t>(level.lastValue - level.firstValue);
+    makeRoom((text_.size() + used_) / sample * count);
   }
-  --depth_;
-  endContainer(array.empty());
-  put("]");
+  startItem(std::exchange(level.isEmpty, false));
+  if (level.isArray) return writeValue(*level.nextValue++);
+  const Dictionary::Entry& entry = *level.nextEntry++;
+  if (!writeString(entry.key())) return false;
+  put(": ");
+  return writeValue(entry.value);
+}
+
+bool Writer::beginContainer(const Value& value) {
+  if (levels_.size() >= JSON::deepestNesting)
+    return refuse("arrays and dictionaries nest too deep");
+  Level level;
+  level.isArray = value.isArray();
+  level.firstValue = level.nextValue = value.array().begin();
+  level.lastValue = value.array().end();
+  level.nextEntry = value.dictionary().begin();
+  level.lastEntry = value.dictionary().end();
+  levels_.push_back(level);
+  put(level.isArray ? "[" : "{");
   return true;
+}
+
+void Writer::endContainer() {
+  const Level level = levels_.back();
+  levels_.pop_back();
+  if (!level.isEmpty && layout_ == Layout::indented) startLine();
+  put(level.isArray ? "]" : "}");
 }
 
 /// The elements of a long list are much alike: room for all is made when a few have shown it.
 void Writer::makeRoom(std::size_t expectedSize) {
   constexpr std::size_t mostAtOnce = std::size_t{1} << 26;  // the first few may be odd ones
   text_.reserve(std::min(expectedSize + expectedSize / 16, mostAtOnce));
-}
-
-bool Writer::writeDictionary(const Dictionary& dictionary) {
-  if (depth_ >= JSON::deepestNesting) return refuse("arrays and dictionaries nest too deep");
-  ++depth_;
-  put("{");
-  bool first = true;
-  for (const auto& entry : dictionary) {
-    startItem(std::exchange(first, false));
-    if (!writeString(entry.key())) return false;
-    put(": ");
-    if (!write(entry.value)) return false;
-  }
-  --depth_;
-  endContainer(dictionary.empty());
-  put("}");
-  return true;
 }
 
 bool Writer::writeString(std::string_view string) {
@@ -232,13 +269,9 @@ void Writer::startItem(bool first) {
   if (layout_ == Layout::indented) startLine();
 }
 
-void Writer::endContainer(bool empty) {
-  if (!empty && layout_ == Layout::indented) startLine();
-}
-
 void Writer::startLine() {
   constexpr std::string_view lineAndSpaces = "\n                                ";
-  const std::size_t spaces = static_cast<std::size_t>(depth_) * 2;
+  const std::size_t spaces = levels_.size() * 2;
   if (spaces < lineAndSpaces.size()) {
     put(lineAndSpaces.substr(0, 1 + spaces));
   } else {

@@ -249,26 +249,74 @@ const Dictionary& Value::dictionary() const& noexcept {
                                     : none;
 }
 
-bool operator==(const Value& a, const Value& b) noexcept {
-  using Kind = Value::Kind;
-  if (a.isNumber() && b.isNumber()) {
+namespace {
+
+/// Compares values. Containers within containers wait on a list for their turn, so that no depth of
+/// nesting exhausts the stack.
+class Comparison {
+ public:
+  bool areEqual(const Value& a, const Value& b) { return maybeEqual(a, b) && areWaitingEqual(); }
+  template <class Container>
+  bool areEqual(const Container& a, const Container& b) {
+    return haveEqualItems(a, b) && areWaitingEqual();
+  }
+
+ private:
+  bool areWaitingEqual() {
+    while (!waiting_.empty()) {
+      const auto [a, b] = waiting_.back();
+      waiting_.pop_back();
+      const bool areEqual = a->isArray() ? haveEqualItems(a->array(), b->array())
+                                         : haveEqualItems(a->dictionary(), b->dictionary());
+      if (!areEqual) return false;
+    }
+    return true;
+  }
+
+  /// False where the two differ; true where they do not, as far as nothing of them waits.
+  bool maybeEqual(const Value& a, const Value& b) {
+    if (a.isNumber() && b.isNumber()) return areNumbersEqual(a, b);
+    if (a.kind() != b.kind()) return false;
+    if (a.isString()) return a.stringView() == b.stringView();
+    if (a.isArray() || a.isDictionary()) waiting_.emplace_back(&a, &b);
+    return true;
+  }
+
+  static bool areNumbersEqual(const Value& a, const Value& b) {
+    using Kind = Value::Kind;
     if (a.kind() == Kind::floating || b.kind() == Kind::floating)
       return a.floating() == b.floating();
     const bool aNegative = a.kind() == Kind::signedInteger;
     const bool bNegative = b.kind() == Kind::signedInteger;
     return aNegative == bNegative && a.unsignedInteger() == b.unsignedInteger();
   }
-  if (a.kind() != b.kind()) return false;
-  switch (a.kind()) {
-    case Kind::string:
-      return a.stringView() == b.stringView();
-    case Kind::array:
-      return a.array() == b.array();
-    case Kind::dictionary:
-      return a.dictionary() == b.dictionary();
-    default:
-      return true;
+
+  bool haveEqualItems(const Array& a, const Array& b) {
+    if (a.size() != b.size()) return false;
+    if (a.begin() == b.begin()) return true;
+    for (std::size_t index = 0; index < a.size(); ++index) {
+      if (!maybeEqual(a[index], b[index])) return false;
+    }
+    return true;
   }
+
+  bool haveEqualItems(const Dictionary& a, const Dictionary& b) {
+    if (a.size() != b.size()) return false;
+    if (a.begin() == b.begin()) return true;
+    for (const auto& entry : a) {
+      const Value* const other = b.find(entry.key());
+      if (!other || !maybeEqual(entry.value, *other)) return false;
+    }
+    return true;
+  }
+
+  std::vector<std::pair<const Value*, const Value*>> waiting_;
+};
+
+}  // namespace
+
+bool operator==(const Value& a, const Value& b) noexcept {
+  return Comparison().areEqual(a, b);
 }
 
 // --- Array ---------------------------------------------------------------------------------------
@@ -325,12 +373,7 @@ void Array::reserve(std::size_t capacity) {
 }
 
 bool operator==(const Array& a, const Array& b) noexcept {
-  if (a.block_ == b.block_) return true;
-  if (a.size() != b.size()) return false;
-  for (std::size_t index = 0; index < a.size(); ++index) {
-    if (!(a[index] == b[index])) return false;
-  }
-  return true;
+  return Comparison().areEqual(a, b);
 }
 
 // --- Dictionary ----------------------------------------------------------------------------------
@@ -427,13 +470,7 @@ void Dictionary::remove(std::string_view key) {
 }
 
 bool operator==(const Dictionary& a, const Dictionary& b) noexcept {
-  if (a.block_ == b.block_) return true;
-  if (a.size() != b.size()) return false;
-  for (const auto& entry : a) {
-    const Value* other = b.find(entry.key());
-    if (!other || !(entry.value == *other)) return false;
-  }
-  return true;
+  return Comparison().areEqual(a, b);
 }
 
 }  // namespace kiv
