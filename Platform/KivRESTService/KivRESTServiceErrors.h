@@ -21,4 +21,7 @@ enum class KivRESTServiceErrorCode : int {
   outOfResources = 12,      ///< No memory, descriptors or disk left for the transfer.
   unsupportedRequest = 13,  ///< No request, or one with another method than GET.
   forkedProcess = 14,       ///< The client was made before a fork, and is the parent process's.
+  /// A redirect from a public server into a private network, see
+  /// KivRESTServiceSettings::followsRedirectsToPrivateAddresses.
+  redirectToPrivateAddress = 15,
 };

@@ -36,6 +36,13 @@ struct KivRESTServiceSettings {
   std::int64_t stallSpeed = 64;
   /// Redirects followed for one server before it is given up.
   int redirects = 10;
+  /// Follows redirects from a server with a public address to one with a private address: loopback,
+  /// private, link-local, or another that the public Internet does not route. Off: no server can
+  /// have the client send requests to this machine, or to its neighbours. Redirects of a server
+  /// that has a private address itself are followed in any case. The addresses that are connected
+  /// to count; where a proxy connects, the hosts of the URLs do, and a redirect is then not
+  /// excepted from the environment's proxy ("no_proxy").
+  bool followsRedirectsToPrivateAddresses = false;
 
   // --- When to try again ---
 

@@ -17,7 +17,8 @@ KIV_EXPORT std::string_view objectionToURL(const URL& url) noexcept;
 KIV_EXPORT bool isRedirect(int status) noexcept;
 
 /// Where a response with that Location leads from the URL that it was given for, or why it may not
-/// be followed there: never to a scheme other than http and https, never from https to http.
+/// be followed there: never to a scheme other than http and https, never from https to http. See
+/// RedirectGuard for the addresses to which it may not lead.
 KIV_EXPORT std::variant<URL, Error> redirectTarget(const URL& from, std::string_view location);
 
 }  // namespace kiv

@@ -41,7 +41,8 @@ Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirecto
       handle_(std::move(handle)),
       url_(url),
       sink_(std::move(url), spool, buffers, settings.largestBodyInMemory),
-      range_(sink_.range()) {}
+      range_(sink_.range()),
+      redirectGuard_(settings) {}
 
 Transfer::~Transfer() = default;
 
@@ -80,7 +81,7 @@ void Transfer::noteLengths() noexcept {
 }
 
 bool Transfer::setOptions() {
-  return setRequest() && setRange();
+  return setRequest() && setRange() && redirectGuard_.setOptions(handle_.get());
 }
 
 /// What the handle has been given for a transfer before this one is overwritten or taken back.
@@ -184,6 +185,9 @@ std::optional<TryResult> Transfer::finish(int result) {
 
 std::optional<TransferOutcome> Transfer::outcome(int result) {
   if (cannotStore_) return failed(Code::outOfResources, storageProblem());
+  if (auto refusal = redirectGuard_.refusal()) {
+    return TransferOutcome::failed(std::move(*refusal));
+  }
   if (result == CURLE_OK) check_->end();
   if (check_->deniesRange() && check_->status() == 416) return TransferOutcome::answered(416);
   if (check_->problem()) return failed(check_->problem()->code, check_->problem()->what);
@@ -240,9 +244,13 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   if (auto* const refusal = std::get_if<Error>(&target)) {
     return TransferOutcome::failed(std::move(*refusal));
   }
+  const auto& next = std::get<URL>(target);
+  if (auto refusal = redirectGuard_.noteRedirect(handle_.get(), url_, next)) {
+    return TransferOutcome::failed(std::move(*refusal));
+  }
   ++redirects_;
   isOnFreshConnection_ = false;
-  url_ = std::get<URL>(std::move(target));
+  url_ = next;
   return prepare();
 }
 

@@ -12,6 +12,7 @@
 #include "Platform/KivRESTService/BodySink.h"
 #include "Platform/KivRESTService/CurlHandles.h"
 #include "Platform/KivRESTService/KivRESTServiceSettings.h"
+#include "Platform/KivRESTService/RedirectGuard.h"
 #include "Platform/KivRESTService/ResponseCheck.h"
 #include "Platform/KivRESTService/TryResult.h"
 
@@ -89,6 +90,7 @@ class Transfer {
   BodySink sink_;
   std::optional<RangeAsked> range_;
   int redirects_ = 0;
+  RedirectGuard redirectGuard_;
   std::optional<ResponseCheck> check_;
   bool isOnFreshConnection_ = false;  // as it was asked to be
   std::atomic<bool> bodyHasBegun_ = false;

@@ -36,6 +36,8 @@ std::string_view clause(KivRESTServiceErrorCode code) {
       return "the request cannot be performed";
     case KivRESTServiceErrorCode::forkedProcess:
       return "the client belongs to the process from which this one was forked";
+    case KivRESTServiceErrorCode::redirectToPrivateAddress:
+      return "the server redirects into a private network";
   }
   return clause(KivRESTServiceErrorCode::unknown);
 }

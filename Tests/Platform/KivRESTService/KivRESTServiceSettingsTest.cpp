@@ -1,32 +1,17 @@
 // The settings that change how a client connects.
 
-#include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "Platform/KivRESTService/KivRESTService.h"
 #include "Tests/Platform/KivRESTService/Load.h"
+#include "Tests/Support/EnvironmentProxy.h"
 #include "Tests/Support/LoopbackServer.h"
 
 namespace {
 
 using namespace kiv::test;
-
-/// A proxy in the environment, for every server.
-class EnvironmentProxy {
- public:
-  explicit EnvironmentProxy(const std::string& url) {
-    setenv("http_proxy", url.c_str(), 1);
-    unsetenv("no_proxy");
-  }
-  EnvironmentProxy(const EnvironmentProxy&) = delete;
-  EnvironmentProxy& operator=(const EnvironmentProxy&) = delete;
-  ~EnvironmentProxy() {
-    unsetenv("http_proxy");
-    setenv("no_proxy", "*", 1);
-  }
-};
 
 class KivRESTServiceSettingsTest : public testing::Test {
  protected:

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+namespace kiv::test {
+
+/// A proxy in the environment, for every server.
+class EnvironmentProxy {
+ public:
+  explicit EnvironmentProxy(const std::string& url) {
+    setenv("http_proxy", url.c_str(), 1);
+    unsetenv("no_proxy");
+  }
+  EnvironmentProxy(const EnvironmentProxy&) = delete;
+  EnvironmentProxy& operator=(const EnvironmentProxy&) = delete;
+  ~EnvironmentProxy() {
+    unsetenv("http_proxy");
+    setenv("no_proxy", "*", 1);
+  }
+};
+
+}  // namespace kiv::test
