@@ -16,8 +16,10 @@ struct KivRESTServiceSettings {
   std::size_t parallelTransfers = 6;
   /// Of these, the transfers with one server, a host and port. At least one runs.
   std::size_t parallelTransfersPerHost = 6;
-  /// Bytes a second that all transfers together may receive, 0 for no limit. Kept on average, over
-  /// a few seconds.
+  /// Bytes a second that all transfers together may receive, headers and bodies, 0 for no limit.
+  /// Kept on average, however many transfers the bytes come with: no transfer starts while more has
+  /// come than the limit allows. A transfer that has just started may bring the bytes of one second
+  /// before it is slowed down, so that the first ones that start together come faster.
   std::int64_t bandwidth = 0;
 
   /// Threads that move bytes, each for its share of the transfers; at least one does. The second

@@ -118,6 +118,7 @@ void Transfer::limitSpeed(std::int64_t bytesPerSecond) {
 
 std::size_t Transfer::takeHeader(char* bytes, std::size_t, std::size_t count, void* transfer) {
   auto& self = *static_cast<Transfer*>(transfer);
+  self.bytesCome_ += static_cast<std::int64_t>(count);
   try {
     return self.takeHeaderLine({bytes, count}) ? count : 0;
   } catch (const std::exception&) {
@@ -147,6 +148,7 @@ bool Transfer::beginBody() {
 
 std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void* transfer) {
   auto& self = *static_cast<Transfer*>(transfer);
+  self.bytesCome_ += static_cast<std::int64_t>(count);
   constexpr std::size_t stop = CURL_WRITEFUNC_ERROR;
   try {
     if (!self.check_->addBodyBytes(count)) return stop;

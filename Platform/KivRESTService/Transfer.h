@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Platform/Foundation/URL.h"
 #include "Platform/KivRESTService/BodySink.h"
@@ -36,6 +37,9 @@ class Transfer {
   [[nodiscard]] void* handle() const noexcept { return handle_.get(); }
   /// Lets no more than that many bytes a second come in from now on; 0 for any number.
   void limitSpeed(std::int64_t bytesPerSecond);
+  /// The bytes of responses, headers and bodies of any kind, that have come since this was last
+  /// called. To be called on the thread that runs the handle.
+  std::int64_t takeBytesCome() noexcept { return std::exchange(bytesCome_, 0); }
   /// To be called when the handle has run, with its result code. Nothing where there is another
   /// request to make: the server redirects elsewhere, or has to be asked once more on a connection
   /// of its own. The handle, which may be another one, is then ready to run.
@@ -93,6 +97,7 @@ class Transfer {
   RedirectGuard redirectGuard_;
   std::optional<ResponseCheck> check_;
   bool isOnFreshConnection_ = false;  // as it was asked to be
+  std::int64_t bytesCome_ = 0;
   std::atomic<bool> bodyHasBegun_ = false;
   bool cannotStore_ = false;  // memory or disk gave out
   std::atomic<std::int64_t> received_ = 0;

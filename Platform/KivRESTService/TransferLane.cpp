@@ -93,6 +93,13 @@ bool TransferLane::move() {
   return curl_multi_perform(multiHandle_, &stillRunning) == CURLM_OK;
 }
 
+std::int64_t TransferLane::takeBytesCome() {
+  std::int64_t bytes = 0;
+  for (const auto& [handle, download] : running_)
+    bytes += download->transfer->takeBytesCome();
+  return bytes;
+}
+
 std::vector<TransferLane::Ended> TransferLane::takeEnded() {
   // Collected first: a message does not outlive the removal of its handle.
   std::vector<Ended> ended;

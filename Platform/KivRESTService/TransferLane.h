@@ -69,6 +69,9 @@ class TransferLane {
   bool wait(std::chrono::milliseconds longest);
   /// Moves the transfers that can be moved; false as above.
   bool move();
+  /// The bytes that have come since this was last called, with those of transfers that have ended
+  /// and have not been taken yet.
+  std::int64_t takeBytesCome();
   /// Those that have ended, which run no more.
   std::vector<Ended> takeEnded();
   /// Stops all that run.

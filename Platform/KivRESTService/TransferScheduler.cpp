@@ -41,6 +41,7 @@ TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
       buffers_(std::make_shared<BodyBuffers>(settings.largestBacklog)),
       health_(settings.unreachablePause),
       policy_(settings, std::random_device()()),
+      budget_(settings.bandwidth),
       readSize_(settings),
       lanes_(laneCount(settings)),
       lanesInUse_(lanes_.size()) {
@@ -63,6 +64,7 @@ void TransferScheduler::dropAll() {
   waiting_.clear();
   pausing_.clear();
   downloads_.clear();
+  heldBackUntil_.reset();
   health_.forgetProbes();
   for (const auto& [task, result] : std::exchange(results_, {}))
     backlog_.remove(result.backlog);
@@ -101,7 +103,7 @@ void TransferScheduler::join(Download& download, const TransferJob& job) {
 void TransferScheduler::startWaiting() {
   const auto now = Clock::now();
   endPauses(pausing_.begin(), pausing_.upper_bound(now));
-  if (hasDropped()) return;
+  if (holdsBack(now) || hasDropped()) return;
   const auto places = std::max<std::size_t>(1, settings_.parallelTransfers);
   const auto ready = [&](Download& download) { return mayStart(download, now); };
   while (!waiting_.empty() && running_ < places && !backlog_.exceeds(settings_.largestBacklog)) {
@@ -113,6 +115,17 @@ void TransferScheduler::startWaiting() {
       pause(*next);
     }
   }
+}
+
+/// True while more has come than may have come by now, and others wait to begin.
+bool TransferScheduler::holdsBack(Time now) {
+  const auto places = std::max<std::size_t>(1, settings_.parallelTransfers);
+  const bool couldStart = !waiting_.empty() && running_ < places;
+  const bool holds = couldStart && budget_.paidAt() > now;
+  const bool held = heldBackUntil_.has_value();
+  heldBackUntil_ = holds ? std::optional(budget_.paidAt()) : std::nullopt;
+  if (holds != held) shareBandwidth();
+  return holds;
 }
 
 void TransferScheduler::endPauses(Pauses::iterator first, Pauses::iterator last) {
@@ -205,10 +218,12 @@ void TransferScheduler::pause(Download& download) {
   pausing_.emplace(download.notBefore, &download);
 }
 
-/// libcurl knows only limits of single transfers.
+/// libcurl knows only limits of single transfers. Those that are held back have a share, too: with
+/// it the others' surplus is paid for, which they would otherwise renew as long as they run.
 void TransferScheduler::shareBandwidth() {
-  if (settings_.bandwidth <= 0 || running_ == 0) return;
-  const auto share = settings_.bandwidth / static_cast<std::int64_t>(running_);
+  if (!budget_.isLimited() || running_ == 0) return;
+  const auto shares = static_cast<std::int64_t>(running_) + (heldBackUntil_ ? 1 : 0);
+  const auto share = settings_.bandwidth / shares;
   for (TransferLane& lane : lanes_)
     lane.limitSpeeds(std::max<std::int64_t>(1, share));
 }
@@ -224,6 +239,7 @@ void TransferScheduler::runAssigned(TransferLane& lane) {
 
 void TransferScheduler::finishEnded(TransferLane& lane) {
   noteAnswers();
+  if (budget_.isLimited()) budget_.spend(lane.takeBytesCome(), Clock::now());
   for (const auto& ended : lane.takeEnded())
     finish(lane, ended);
 }
@@ -390,8 +406,10 @@ void TransferScheduler::reportEnded(std::unique_lock<std::mutex>& lock) {
 
 std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {
   std::optional<Time> next;
-  if (!pausing_.empty()) next = pausing_.begin()->first;
-  if (!results_.empty() && (!next || reportAt_ < *next)) next = reportAt_;
+  const auto consider = [&](Time time) { next = next ? std::min(*next, time) : time; };
+  if (!pausing_.empty()) consider(pausing_.begin()->first);
+  if (!results_.empty()) consider(reportAt_);
+  if (heldBackUntil_) consider(*heldBackUntil_);
   return next;
 }
 

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/KivRESTService/BandwidthBudget.h"
 #include "Platform/KivRESTService/BodyBuffers.h"
 #include "Platform/KivRESTService/Download.h"
 #include "Platform/KivRESTService/HostHealth.h"
@@ -105,6 +106,7 @@ class TransferScheduler {
   std::optional<TransferOutcome> startTransfer(Download& download, TransferLane& lane);
   void advance(Download& download);
   void pause(Download& download);
+  bool holdsBack(Time now);
   void shareBandwidth();
 
   void finish(TransferLane& lane, const TransferLane::Ended& ended);
@@ -131,6 +133,8 @@ class TransferScheduler {
   const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
   RetryPolicy policy_;
+  BandwidthBudget budget_;
+  std::optional<Time> heldBackUntil_;  // while nothing starts for want of bandwidth
   ReadSize readSize_;
   ProgressMeter meter_;
   bool isReportDue_ = false;
