@@ -30,6 +30,7 @@ class Addresses {
   void remove(in_addr_t address) {
     const std::lock_guard lock(mutex_);
     addresses_.erase(address);
+    std::erase_if(connected_, [&](const auto& entry) { return entry.second == address; });
   }
 
   /// True where the address is a faked one: the socket is about to be connected to it.

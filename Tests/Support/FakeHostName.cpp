@@ -101,6 +101,24 @@ std::size_t FakeHostName::lookUps() const {
   return Names::shared().lookUps(name_);
 }
 
+using Resolver = decltype(&getaddrinfo);
+
+/// What the two addresses come to, one after the other.
+static int resolveBoth(Resolver resolve, const char* service, const addrinfo* hints,
+                       addrinfo** result) {
+  addrinfo* second = nullptr;
+  if (const int error = resolve("203.0.113.7", service, hints, &second)) return error;
+  if (const int error = resolve("127.0.0.1", service, hints, result)) {
+    freeaddrinfo(second);
+    return error;
+  }
+  addrinfo* last = *result;
+  while (last->ai_next)
+    last = last->ai_next;
+  last->ai_next = second;
+  return 0;
+}
+
 }  // namespace kiv::test
 
 // A program's own definition of a function comes before that of the C library, also for the shared
@@ -111,12 +129,14 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
                                                                   addrinfo** result) {
   using kiv::test::FakeHostName;
   static const auto systems =
-      reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+      reinterpret_cast<kiv::test::Resolver>(dlsym(RTLD_NEXT, "getaddrinfo"));
   const auto answer = kiv::test::Names::shared().lookUp(name);
   if (!answer) return systems(name, service, hints, result);
   switch (*answer) {
     case FakeHostName::Answer::loopback:
       return systems("127.0.0.1", service, hints, result);
+    case FakeHostName::Answer::twoAddresses:
+      return kiv::test::resolveBoth(systems, service, hints, result);
     case FakeHostName::Answer::serverFails:
       return EAI_AGAIN;
     default:

@@ -15,10 +15,11 @@ namespace kiv::test {
 class FakeHostName {
  public:
   enum class Answer {
-    loopback,     ///< 127.0.0.1.
-    noSuchName,   ///< As a name server says that the name does not exist (NXDOMAIN).
-    serverFails,  ///< As a name server that cannot tell (SERVFAIL), or none that can be asked.
-    silence,      ///< None, until the answer is another one or the object is destroyed.
+    loopback,      ///< 127.0.0.1.
+    twoAddresses,  ///< 127.0.0.1, and after it 203.0.113.7 (see FakeAddress).
+    noSuchName,    ///< As a name server says that the name does not exist (NXDOMAIN).
+    serverFails,   ///< As a name server that cannot tell (SERVFAIL), or none that can be asked.
+    silence,       ///< None, until the answer is another one or the object is destroyed.
   };
 
   explicit FakeHostName(Answer answer);

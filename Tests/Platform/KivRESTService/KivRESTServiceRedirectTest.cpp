@@ -135,6 +135,26 @@ TEST_F(KivRESTServiceRedirectTest, ToAnotherPublicAddressIsFollowed) {
   EXPECT_EQ(load({outsideURL()}).body(), "of the mirror");
 }
 
+TEST_F(KivRESTServiceRedirectTest, OfAHostWithAddressesOfBothSortsThePublicOneIsUsed) {
+  const FakeHostName name(FakeHostName::Answer::twoAddresses);
+  redirectTo(name.in(mirror_.url("/a")));
+  const Load followed = load({outsideURL()});
+  EXPECT_EQ(followed.body(), "of the mirror") << followed.message();
+  EXPECT_EQ(mirror_.connectionCount(), 1U);
+}
+
+TEST_F(KivRESTServiceRedirectTest, ThatFailsAtThePublicAddressIsNoRefusal) {
+  std::string gone;
+  {
+    const LoopbackServer closed;
+    gone = closed.url("/a");
+  }
+  const FakeHostName name(FakeHostName::Answer::twoAddresses);
+  redirectTo(name.in(gone));
+  const Load failed = load({outsideURL()});
+  EXPECT_EQ(failed.errorCode(), codeOf(Code::cannotConnect)) << failed.message();
+}
+
 TEST_F(KivRESTServiceRedirectTest, FromAServerInAPrivateNetworkIsFollowed) {
   mirror_.serve("/b", Response::redirect(302, inside_.url("/secret")));
   EXPECT_EQ(load({mirror_.url("/b")}).body(), "of the private network");
