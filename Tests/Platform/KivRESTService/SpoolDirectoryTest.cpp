@@ -296,7 +296,10 @@ INSTANTIATE_TEST_SUITE_P(
                     BadRecord{"NoRunOfTheComputer", kiv::bootIdentity(), ""},
                     BadRecord{"NoVersion", R"(\"1\")", ""}, BadRecord{"NoJSON", "{", "["},
                     BadRecord{"Truncated", "}", ""},
-                    BadRecord{"NoDictionary", "{\"url\"", "[{\"url\""}),
+                    BadRecord{"NoDictionary", "{\"urlDigest\"", "[{\"urlDigest\""},
+                    BadRecord{"NoDigest", "\"urlDigest\"", "\"other\""},
+                    BadRecord{"LongDigest", "\"urlDigest\": \"", "\"urlDigest\": \"0"},
+                    BadRecord{"NoDigestOfTheFinalURL", "\"finalURLDigest\"", "\"other\""}),
     [](const auto& record) { return std::string(record.param.name); });
 
 TEST_F(SpoolDirectoryTest, APartOfAnotherURLOfTheSameNameIsNotUsed) {
