@@ -73,7 +73,7 @@ bool KivResourceStorageModule::saveData_withResourceFileName_error(
 
 void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view path,
                                                                 std::optional<kiv::Error>* error) {
-  kiv::removal::addOwnDirectory(resourcesDirectoryPath());
+  kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources, resourcesDirectoryPath());
   if (isArchivePage(path)) {
     kiv::removeArchiveAtPath(itemRemovedWithPath(path), error);
   } else {

@@ -254,7 +254,8 @@ bool findUnfinishedDownloads(Upkeep::Audit& audit, std::optional<Error>* error) 
 
 void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
   std::optional<Error> error;
-  kiv::removal::addOwnDirectory(KivResourceStorageModule::resourcesDirectoryPath());
+  kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources,
+                                KivResourceStorageModule::resourcesDirectoryPath());
   if (kiv::removeArchiveAtPath(item.path, &error)) {
     cleanUp.removed.push_back(std::move(item));
     return;

@@ -1,5 +1,6 @@
 #include "Platform/Foundation/RemovalGuard.h"
 
+#include <map>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -13,7 +14,8 @@ struct Guard {
   std::mutex mutex;
   bool isHosts = false;  // the host has named the roots, or lifted the guard
   std::optional<std::vector<std::string>> hostsRoots;
-  std::set<std::string> ownDirectories;
+  std::map<OwnDirectory, std::string> ownDirectories;
+  std::set<std::string> spoolDirectories;
 };
 
 Guard& guard() {
@@ -23,9 +25,14 @@ Guard& guard() {
 
 }  // namespace
 
-void addOwnDirectory(std::string path) {
+void setOwnDirectory(OwnDirectory which, std::string path) {
   const std::lock_guard lock(guard().mutex);
-  guard().ownDirectories.insert(std::move(path));
+  guard().ownDirectories[which] = std::move(path);
+}
+
+void addSpoolDirectory(std::string path) {
+  const std::lock_guard lock(guard().mutex);
+  guard().spoolDirectories.insert(std::move(path));
 }
 
 void restoreOwnDirectories() {
@@ -42,9 +49,12 @@ void setRoots(std::optional<std::vector<std::string>> roots) {
 
 std::optional<std::vector<std::string>> roots() {
   const std::lock_guard lock(guard().mutex);
-  const auto& own = guard().ownDirectories;
-  return guard().isHosts ? guard().hostsRoots
-                         : std::optional(std::vector<std::string>(own.begin(), own.end()));
+  if (guard().isHosts) return guard().hostsRoots;
+  const auto& spools = guard().spoolDirectories;
+  std::vector<std::string> own(spools.begin(), spools.end());
+  for (const auto& [which, directory] : guard().ownDirectories)
+    own.push_back(directory);
+  return own;
 }
 
 }  // namespace kiv::removal

@@ -57,7 +57,7 @@ std::shared_ptr<ProcessDirectory> ProcessDirectory::create(const std::string& pa
                                                            Salvage salvage,
                                                            std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
-  removal::addOwnDirectory(parent);
+  removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
   if (!files.createPrivateDirectoryAtPath(parent, error)) return nullptr;
   std::optional<Error> lockError;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
@@ -75,7 +75,7 @@ std::shared_ptr<ProcessDirectory> ProcessDirectory::create(const std::string& pa
 
 void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) {
   FileManager& files = FileManager::defaultManager();
-  removal::addOwnDirectory(parent);
+  removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
   if (!files.directoryExistsAtPath(parent)) return;
   files.makePrivateItemAtPath(parent);
   const auto items = files.contentsOfDirectoryAtPath(parent);

@@ -52,18 +52,18 @@ class FileManagerRemovalGuardTest : public testing::Test {
 
 TEST_F(FileManagerRemovalGuardTest, PermitsTheFrameworksOwnDirectoriesAtFirst) {
   ASSERT_TRUE(FileManager::removalRoots());
-  removal::addOwnDirectory(root_);
+  removal::setOwnDirectory(removal::OwnDirectory::temporaries, root_);
   EXPECT_THAT(*FileManager::removalRoots(), testing::Contains(root_));
   expectRemoved(scratch_.write("root/file"));
   expectRefused(scratch_.write("outside/file"));
 }
 
 TEST_F(FileManagerRemovalGuardTest, AHostsRootsTakeTheirPlaceUntilTheyAreRestored) {
-  removal::addOwnDirectory(root_);
+  removal::setOwnDirectory(removal::OwnDirectory::temporaries, root_);
   {
     const RemovalGuard guard({outside_});
     EXPECT_EQ(FileManager::removalRoots(), std::vector{outside_});
-    removal::addOwnDirectory(root_);
+    removal::setOwnDirectory(removal::OwnDirectory::temporaries, root_);
     expectRefused(scratch_.write("root/file"));
     expectRemoved(scratch_.write("outside/file"));
   }
