@@ -57,7 +57,7 @@ TEST_F(FileManagerAccessTest, WhatIsSharedFollowsTheUmaskButOthersNeverWrite) {
 }
 
 TEST_F(FileManagerAccessTest, WhatIsPrivateIsItsOwnersAloneWhateverTheUmask) {
-  for (const mode_t mask : {0000, 0022, 0077, 0277, 0777}) {
+  for (const mode_t mask : {0000U, 0022U, 0077U, 0277U, 0777U}) {
     const std::string name = std::to_string(mask);
     {
       const Umask umask(mask);

@@ -130,7 +130,7 @@ TEST_F(SpoolDirectoryTest, ARecordWithTheURLItselfIsRemovedWithItsPart) {
 }
 
 TEST_F(SpoolDirectoryTest, EverythingIsItsOwnersAloneWhateverTheUmask) {
-  for (const mode_t mask : {0000, 0022, 0077}) {
+  for (const mode_t mask : {0000U, 0022U, 0077U}) {
     const kiv::test::Umask umask(mask);
     fs::remove_all(settings_.spoolDirectory);
     auto body = spool().create(url("a"), nullptr);
