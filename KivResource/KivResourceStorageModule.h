@@ -39,8 +39,8 @@ class KIV_EXPORT KivResourceStorageModule {
 
   /// Removes the file at the absolute path; for the page of an unpacked archive, its whole
   /// directory. Failure is reported only through `error`. Only the names of the file and its
-  /// directory are looked at here; where the path leads, the file manager asks, and refuses to
-  /// remove what lies outside the resources directory (kiv::FileManager::setRemovalRoots).
+  /// directory are looked at here. The file manager resolves the path, and refuses to remove what
+  /// lies outside the resources directory (kiv::FileManager::setRemovalRoots).
   static void removeResourceFileWithPath_error(std::string_view path,
                                                std::optional<kiv::Error>* error = nullptr);
   /// The path of what that removes: the page's directory, or the file itself.
@@ -60,8 +60,8 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the saved list; empty where there is no storage root.
   static std::string resourcesListPath();
 
-  /// Writes the saved list, an array of resource dictionaries, anew and whole, for its owner alone.
-  /// On failure the previous list stays.
+  /// Replaces the saved list by this array of resource dictionaries. Only the owner may read or
+  /// write the file. On failure the previous list stays.
   static bool saveResourcesList_error(const kiv::Array& resourceDictionaries,
                                       std::optional<kiv::Error>* error = nullptr);
 

@@ -213,7 +213,7 @@ std::optional<ondemand::value> Builder::nextField(DictionaryLevel& level) {
   return field.value();
 }
 
-/// Adds a value that is whole to the innermost container, and goes on to the next.
+/// Adds a complete value to the innermost container, and moves to the next one.
 void Builder::take(Value value) {
   if (failed_) return;
   auto& level = levels_.back();

@@ -17,9 +17,9 @@ namespace kiv {
 /// an earlier process.
 ///
 /// Three files with one stem: STEM.part holds the bytes, STEM.json the record, and STEM.lock is
-/// locked by whoever uses the other two, and alone removes them. All are their owner's alone. What
-/// is not finished when the object goes is kept where a later try can go on with it, otherwise
-/// removed.
+/// locked by the process that uses the other two; only that one may remove them. All have mode
+/// 0600. When the object is destroyed, an unfinished body is kept if a later try can resume it, and
+/// removed otherwise.
 class PartialBody {
  public:
   /// The body of that stem, a path, locked for this object; nullptr where another uses it, or

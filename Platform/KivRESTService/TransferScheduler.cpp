@@ -104,9 +104,8 @@ void TransferScheduler::startWaiting() {
   const auto now = Clock::now();
   endPauses(pausing_.begin(), pausing_.upper_bound(now));
   if (holdsBack(now) || hasDropped()) return;
-  const auto places = std::max<std::size_t>(1, settings_.parallelTransfers);
   const auto ready = [&](Download& download) { return mayStart(download, now); };
-  while (!waiting_.empty() && running_ < places && !backlog_.exceeds(settings_.largestBacklog)) {
+  while (!waiting_.empty() && hasFreePlace() && !backlog_.exceeds(settings_.largestBacklog)) {
     Download* const next = waiting_.takeNext(ready);
     if (!next) return;
     if (next->notBefore <= now) {
@@ -117,10 +116,13 @@ void TransferScheduler::startWaiting() {
   }
 }
 
+bool TransferScheduler::hasFreePlace() const noexcept {
+  return running_ < std::max<std::size_t>(1, settings_.parallelTransfers);
+}
+
 /// True while more has come than may have come by now, and others wait to begin.
 bool TransferScheduler::holdsBack(Time now) {
-  const auto places = std::max<std::size_t>(1, settings_.parallelTransfers);
-  const bool couldStart = !waiting_.empty() && running_ < places;
+  const bool couldStart = !waiting_.empty() && hasFreePlace();
   const bool holds = couldStart && budget_.paidAt() > now;
   const bool held = heldBackUntil_.has_value();
   heldBackUntil_ = holds ? std::optional(budget_.paidAt()) : std::nullopt;

@@ -106,6 +106,7 @@ class TransferScheduler {
   std::optional<TransferOutcome> startTransfer(Download& download, TransferLane& lane);
   void advance(Download& download);
   void pause(Download& download);
+  [[nodiscard]] bool hasFreePlace() const noexcept;
   bool holdsBack(Time now);
   void shareBandwidth();
 

@@ -12,8 +12,9 @@ namespace kiv {
 /// What tells one URL from another without holding any of it: a URL may have a password or a token
 /// in it, which have no place on a disk.
 ///
-/// A hash with a key of its own, which is random and stands beside it, so that nobody can look for
-/// another URL with the same digest before it is made, nor prepare a table of digests.
+/// A hash with a random key, which is stored with it. The key differs for each digest, so that
+/// nobody can prepare a table of digests, or choose a URL beforehand whose digest equals that of
+/// another.
 class URLDigest {
  public:
   /// Of no URL.

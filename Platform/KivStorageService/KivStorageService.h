@@ -45,9 +45,9 @@ enum class KivStorageServiceErrorCode : int {
 /// system does not tell, or fills up meanwhile, the write fails.
 ///
 /// The service removes only what lies in that directory. A host that names directories of its own
-/// for removals (kiv::FileManager::setRemovalRoots) names the root among them: otherwise saving
-/// goes on, but what was replaced and what was not completed stays there, until a process without
-/// that obstacle starts to use the root.
+/// for removals (kiv::FileManager::setRemovalRoots) names the root among them. Otherwise
+/// files are still saved, but replaced directories and incomplete files stay there until a process
+/// that may remove them starts to use the root.
 ///
 /// A failure of the operating system comes as its own error. When only the last step failed,
 /// waiting for a rename to reach the disk, the save fails although the new file is there already.
