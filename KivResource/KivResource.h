@@ -9,6 +9,8 @@
 ///     KivStorageService::setRootPath("/var/lib/app/cache");
 ///     KivAppConfiguration::sharedInstance()->setMainACSDomain("https://ads.example/files");
 ///     KivAppConfiguration::sharedInstance()->setReserveACSDomain("https://mirror.example/files");
+///     // A configuration then cannot find out which other files lie on this machine.
+///     KivResourceLookup::setRoots(std::vector<std::string>());
 ///
 ///     // 2. Take the manager. What earlier runs loaded is there at once, without a network.
 ///     auto manager = KivResourceManager::sharedInstance();
@@ -33,6 +35,7 @@
 
 #include "KivResource/KivResourceConstants.h"               // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                 // IWYU pragma: export
+#include "KivResource/KivResourceLookup.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceManager.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceManagerObserver.h"         // IWYU pragma: export
 #include "KivResource/KivResourceObject.h"                  // IWYU pragma: export

@@ -5,7 +5,7 @@
 #include <typeindex>
 #include <typeinfo>
 
-#include "Platform/Foundation/FileManager.h"
+#include "KivResource/KivResourceLookup.h"
 #include "Platform/Foundation/StringList.h"
 
 namespace {
@@ -136,7 +136,7 @@ bool KivResource::hasString(const kiv::Dictionary& dictionary, std::string_view 
 }
 
 bool KivResource::fileExistsAt(const kiv::Value& path) {
-  return path.isString() && kiv::FileManager::defaultManager().fileExistsAtPath(path.stringView());
+  return path.isString() && KivResourceLookup::fileExistsAtPath(path.stringView());
 }
 
 std::vector<std::string> KivResource::listOf(const kiv::Value& string) {

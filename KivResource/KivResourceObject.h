@@ -159,7 +159,8 @@ class KIV_EXPORT KivResource {
 
   /// True where the dictionary holds a string under the key.
   static bool hasString(const kiv::Dictionary& dictionary, std::string_view key);
-  /// True where a file lies at the path now; false where there is no path.
+  /// True where a file lies at the path now, where KivResourceLookup looks; false where there is no
+  /// path.
   static bool fileExistsAt(const kiv::Value& path);
   /// A list of the one string, or an empty list where there is none.
   static std::vector<std::string> listOf(const kiv::Value& string);

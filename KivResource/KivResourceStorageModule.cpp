@@ -95,6 +95,13 @@ std::string KivResourceStorageModule::spoolDirectoryPath() {
   return root.empty() ? root : kiv::path::appendingPathComponent(root, spoolDirectory);
 }
 
+std::string KivResourceStorageModule::packagedResourcesPath() {
+  const kiv::Bundle bundle = kiv::Bundle::frameworkBundle();
+  const std::string& directory = bundle.resourcePath();
+  return directory.empty() ? directory
+                           : kiv::path::appendingPathComponent(directory, packagedBundle);
+}
+
 std::optional<std::string> KivResourceStorageModule::pathOfItemSavedWithName(
     std::string_view fileName) {
   const std::string_view name =

@@ -52,6 +52,8 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the directory for bodies on their way, beside those; empty where there is
   /// no storage root.
   static std::string spoolDirectoryPath();
+  /// The absolute path of the directory of packaged files; empty where none was found.
+  static std::string packagedResourcesPath();
 
   /// Where saving under the name puts the file, or the directory of an archive; nothing for a name
   /// that may not be used.

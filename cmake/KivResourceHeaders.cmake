@@ -6,6 +6,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceConstants.h
   KivResource/KivResourceFactory.h
   KivResource/KivResourceList.h
+  KivResource/KivResourceLookup.h
   KivResource/KivResourceManager.h
   KivResource/KivResourceManagerObserver.h
   KivResource/KivResourceObject.h

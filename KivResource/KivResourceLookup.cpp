@@ -1,0 +1,63 @@
+#include "KivResource/KivResourceLookup.h"
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "KivResource/KivResourceStorageModule.h"
+#include "Platform/Foundation/FileManager.h"
+
+namespace {
+
+using Roots = std::vector<std::string>;
+
+/// Never destroyed: other threads may still make resources while the process exits.
+struct Bound {
+  std::mutex mutex;
+  std::shared_ptr<const Roots> roots;  // none where no bound is set
+};
+
+Bound& bound() {
+  static auto& shared = *new Bound;
+  return shared;
+}
+
+std::shared_ptr<const Roots> rootsInForce() {
+  const std::lock_guard lock(bound().mutex);
+  return bound().roots;
+}
+
+bool liesBelow(std::string_view resolvedPath, const std::string& root) {
+  if (!root.starts_with('/')) return false;
+  const auto resolvedRoot = kiv::FileManager::defaultManager().resolvedPathOfItemAtPath(root);
+  if (!resolvedRoot) return false;
+  if (*resolvedRoot == "/") return true;
+  return resolvedPath.starts_with(*resolvedRoot) &&
+         resolvedPath.substr(resolvedRoot->size()).starts_with('/');
+}
+
+}  // namespace
+
+void KivResourceLookup::setRoots(std::optional<std::vector<std::string>> roots) {
+  auto newRoots = roots ? std::make_shared<const Roots>(*std::move(roots)) : nullptr;
+  const std::lock_guard lock(bound().mutex);
+  bound().roots = std::move(newRoots);
+}
+
+std::optional<std::vector<std::string>> KivResourceLookup::roots() {
+  const auto roots = rootsInForce();
+  return roots ? std::optional(*roots) : std::nullopt;
+}
+
+bool KivResourceLookup::fileExistsAtPath(std::string_view path) {
+  auto& files = kiv::FileManager::defaultManager();
+  const auto roots = rootsInForce();
+  if (!roots) return files.fileExistsAtPath(path);
+  const auto resolved = files.resolvedPathOfItemAtPath(path);
+  if (!resolved || !files.fileExistsAtPath(*resolved)) return false;
+  return liesBelow(*resolved, KivResourceStorageModule::resourcesDirectoryPath()) ||
+         liesBelow(*resolved, KivResourceStorageModule::packagedResourcesPath()) ||
+         std::any_of(roots->begin(), roots->end(),
+                     [&](const std::string& root) { return liesBelow(*resolved, root); });
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Export.h"
+
+/// Where the kinds look for a file when an item of a configuration, or of the saved list, names a
+/// path in place of a link.
+///
+/// At first everywhere: an item that names a regular file of this machine counts as loaded, and its
+/// link is not fetched. A host whose configurations come from a server that it does not trust calls
+///
+///     KivResourceLookup::setRoots(std::vector<std::string>());
+///
+/// before it makes the manager. Otherwise whoever writes the configuration learns, from what is
+/// fetched and what is not, which files lie on the user's machine.
+///
+/// Never instantiated. May be called from any thread.
+class KIV_EXPORT KivResourceLookup {
+ public:
+  KivResourceLookup() = delete;
+
+  /// Confines the kinds' question whether a file exists to the resources directory under the
+  /// storage root, the packaged bundle, and these directories; nothing lifts the bound. What lies
+  /// elsewhere counts as absent, so its path is taken for a link. What counts is the file with
+  /// every link on the way to it resolved, so a link out of these directories is no way out. A root
+  /// that is not absolute, or where no directory stands, adds nothing. Takes effect with the next
+  /// question: resources that are loaded already stay so.
+  static void setRoots(std::optional<std::vector<std::string>> roots);
+  /// The directories that the host has added; nothing where no bound is set.
+  static std::optional<std::vector<std::string>> roots();
+
+  /// True where a regular file lies at the path, within the bound if one is set.
+  static bool fileExistsAtPath(std::string_view path);
+};
