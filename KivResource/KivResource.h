@@ -49,6 +49,7 @@
 #include "KivResource/NSError+KivResource.h"                // IWYU pragma: export
 #include "Platform/AppConfiguration/KivAppConfiguration.h"  // IWYU pragma: export
 #include "Platform/Foundation/Bundle.h"                     // IWYU pragma: export
+#include "Platform/Foundation/ControlCharacters.h"          // IWYU pragma: export
 #include "Platform/Foundation/DispatchQueue.h"              // IWYU pragma: export
 #include "Platform/Foundation/FileManager.h"                // IWYU pragma: export
 #include "Platform/Foundation/JSON.h"                       // IWYU pragma: export

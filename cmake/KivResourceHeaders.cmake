@@ -20,6 +20,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/NSError+KivResource.h
   Platform/AppConfiguration/KivAppConfiguration.h
   Platform/Foundation/Bundle.h
+  Platform/Foundation/ControlCharacters.h
   Platform/Foundation/Data.h
   Platform/Foundation/DispatchQueue.h
   Platform/Foundation/Error.h

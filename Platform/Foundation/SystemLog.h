@@ -14,7 +14,8 @@ class KIV_EXPORT SystemLog {
   using Handler = std::function<void(std::string_view line)>;
 
   /// Writes one line. Control characters in it, which text from a server may hold, are written as
-  /// escapes, so that one call is always one line.
+  /// escapes, so that one call is always one line and reads as it is written; see
+  /// escapingControlCharacters().
   static void write(std::string_view line);
 
   /// Sends every further line to `handler` instead; an empty handler brings the system log back.

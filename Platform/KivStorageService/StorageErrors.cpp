@@ -1,5 +1,6 @@
 #include "Platform/KivStorageService/StorageErrors.h"
 
+#include "Platform/Foundation/ControlCharacters.h"
 #include "Platform/KivStorageService/UTF8.h"
 
 namespace kiv::storage {
@@ -8,24 +9,15 @@ namespace {
 
 constexpr std::size_t longestQuote = 300;
 
-void appendEscaped(std::string& out, char byte) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  const auto value = static_cast<unsigned char>(byte);
-  out += "\\x";
-  out += digits[value >> 4];
-  out += digits[value & 15];
-}
-
 std::string escaped(std::string_view text) {
-  const bool isText = utf8::isValid(text);
+  if (utf8::isValid(text)) return escapingControlCharacters(text);
   std::string out;
-  for (const char byte : text) {
-    const auto value = static_cast<unsigned char>(byte);
-    const bool blurs = value < 0x20 || value == 0x7f || (value >= 0x80 && !isText);
-    if (blurs) {
-      appendEscaped(out, byte);
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool isPlain = text[at] >= ' ' && text[at] <= '~';
+    if (isPlain) {
+      out += text[at];
     } else {
-      out += byte;
+      appendEscaped(out, text.substr(at, 1));
     }
   }
   return out;

@@ -23,8 +23,8 @@ int runGallery(const Options& options) {
     complain(options.page + ": " + std::error_code(errno, std::generic_category()).message());
     return exitStatus::failure;
   }
-  std::cout << printable(options.page) << " shows " << counted(resources.size(), "resource")
-            << std::endl;
+  std::cout << kiv::escapingControlCharacters(options.page) << " shows "
+            << counted(resources.size(), "resource") << std::endl;
   return exitStatus::success;
 }
 

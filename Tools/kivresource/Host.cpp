@@ -10,7 +10,6 @@
 
 #include "KivResource/KivResource.h"
 #include "Tools/kivresource/ExitStatus.h"
-#include "Tools/kivresource/Text.h"
 
 namespace tool {
 
@@ -60,7 +59,7 @@ int endOutput(int status) {
 }
 
 void complain(std::string_view text) {
-  std::cerr << "kivresource: " << printable(text) << std::endl;
+  std::cerr << "kivresource: " << kiv::escapingControlCharacters(text) << std::endl;
 }
 
 }  // namespace tool

@@ -25,10 +25,12 @@ Answer ask(const KivResourceManager& manager, const Options& options) {
 }
 
 void show(const KivResource& resource, const Terminal& terminal) {
-  std::cout << terminal.styled(Terminal::Style::bold, printable(resource.resourceID())) << "  "
-            << printable(resource.type()) << "  " << printable(resource.name()) << '\n';
+  std::cout << terminal.styled(Terminal::Style::bold,
+                               kiv::escapingControlCharacters(resource.resourceID()))
+            << "  " << kiv::escapingControlCharacters(resource.type()) << "  "
+            << kiv::escapingControlCharacters(resource.name()) << '\n';
   for (const auto& path : resource.useFilePaths())
-    std::cout << "    " << printable(path) << '\n';
+    std::cout << "    " << kiv::escapingControlCharacters(path) << '\n';
   if (!resource.filesExist()) {
     std::cout << "    " << terminal.styled(Terminal::Style::red, "its files are gone") << '\n';
   }

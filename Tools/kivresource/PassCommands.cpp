@@ -45,7 +45,8 @@ void showWhatIsMissing(PassView& view, const Options& options, const Expected& e
                      "lacks what its engine needs, or is no object");
   }
   for (const auto& resource : outcome.unheardOf(expected)) {
-    view.showFailure(printable(resource->resourceID()), "its files are not complete");
+    view.showFailure(kiv::escapingControlCharacters(resource->resourceID()),
+                     "its files are not complete");
   }
   if (outcome.failed() > 0 && !options.mainURL) {
     complain("no main server is named: see --main");

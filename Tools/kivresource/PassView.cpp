@@ -3,14 +3,14 @@
 #include <iostream>
 
 #include "Tools/kivresource/ProgressBar.h"
-#include "Tools/kivresource/Text.h"
 
 namespace tool {
 
 namespace {
 
 std::string titleOf(const KivResource& resource) {
-  return printable(resource.resourceID()) + "  " + printable(resource.name());
+  return kiv::escapingControlCharacters(resource.resourceID()) + "  " +
+         kiv::escapingControlCharacters(resource.name());
 }
 
 }  // namespace
@@ -28,7 +28,7 @@ void PassView::resourceManager_didFailToLoadResource_withError(
 
 void PassView::showFailure(const std::string& what, std::string_view reason) {
   printLine(terminal_.styled(Terminal::Style::red, "failed") + "  " + what + ": " +
-            terminal_.styled(Terminal::Style::dim, printable(reason)));
+            terminal_.styled(Terminal::Style::dim, kiv::escapingControlCharacters(reason)));
 }
 
 void PassView::showProgress(const KivRESTServiceProgress& progress) {

@@ -10,7 +10,6 @@
 #include "Tools/kivresource/Fault.h"
 #include "Tools/kivresource/Host.h"
 #include "Tools/kivresource/InterruptWatch.h"
-#include "Tools/kivresource/Text.h"
 
 namespace tool {
 
@@ -42,7 +41,7 @@ void apply(const std::vector<Fault>& faults, kiv::ContentServer& server) {
 /// The first line is the address, and every further one a request: whoever started the server can
 /// read them.
 void printLine(std::string_view line) {
-  std::cout << printable(line).append(1, '\n') << std::flush;
+  std::cout << kiv::escapingControlCharacters(line).append(1, '\n') << std::flush;
 }
 
 }  // namespace

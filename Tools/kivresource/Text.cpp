@@ -7,15 +7,6 @@ namespace tool {
 
 namespace {
 
-/// Bytes of the control character that the text begins with, or 0. Terminals obey those of the
-/// second set (U+0080 to U+009F) too.
-std::size_t controlCharacterLength(std::string_view text) {
-  const auto code = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-  if (code(0) < 0x20 || code(0) == 0x7f) return 1;
-  const bool isSecondSet = text.size() > 1 && code(0) == 0xc2 && code(1) >= 0x80 && code(1) < 0xa0;
-  return isSecondSet ? 2 : 0;
-}
-
 template <class... Arguments>
 std::string formatted(const char* format, Arguments... arguments) {
   std::array<char, 64> text{};
@@ -24,16 +15,6 @@ std::string formatted(const char* format, Arguments... arguments) {
 }
 
 }  // namespace
-
-std::string printable(std::string_view text) {
-  std::string clean;
-  while (!text.empty()) {
-    const std::size_t control = controlCharacterLength(text);
-    clean += control > 0 ? '?' : text.front();
-    text.remove_prefix(control > 0 ? control : 1);
-  }
-  return clean;
-}
 
 std::string counted(std::size_t count, std::string_view noun) {
   return std::to_string(count).append(1, ' ').append(noun).append(count == 1 ? "" : "s");

@@ -6,10 +6,6 @@
 
 namespace tool {
 
-/// The text with a "?" for each control character, which a name from a configuration may hold and a
-/// terminal would obey.
-std::string printable(std::string_view text);
-
 /// "1 file", "2 files".
 std::string counted(std::size_t count, std::string_view noun);
 

@@ -43,9 +43,10 @@ kiv::Array describe(const Items& items) {
 }
 
 void show(const Item& item) {
-  std::cout << "    " << printable(item.path);
+  std::cout << "    " << kiv::escapingControlCharacters(item.path);
   if (item.size) std::cout << "  " << byteText(*item.size);
-  if (!item.resourceID.empty()) std::cout << "  of " << printable(item.resourceID);
+  if (!item.resourceID.empty())
+    std::cout << "  of " << kiv::escapingControlCharacters(item.resourceID);
   std::cout << '\n';
 }
 
@@ -90,8 +91,9 @@ void showCleanUp(const KivResourceUpkeep::CleanUp& cleanUp, bool dryRun) {
   const Terminal terminal;
   showPart(dryRun ? "to be removed" : "removed", cleanUp.removed, terminal);
   for (const auto& [item, error] : cleanUp.refused) {
-    std::cout << terminal.styled(Terminal::Style::red, "refused") << "  " << printable(item.path)
-              << ": " << printable(error.description()) << '\n';
+    std::cout << terminal.styled(Terminal::Style::red, "refused") << "  "
+              << kiv::escapingControlCharacters(item.path) << ": "
+              << kiv::escapingControlCharacters(error.description()) << '\n';
   }
   if (cleanUp.removed.empty() && cleanUp.refused.empty()) std::cout << "nothing to remove\n";
 }

@@ -164,7 +164,7 @@ TEST_F(PassCommandsTest, CtrlCKeepsWhatIsCompleteAndExits130) {
 TEST_F(PassCommandsTest, TextsOfAConfigurationDoNotReachTheTerminalRaw) {
   const auto load = run({"load", "-"}, R"({"engine":"e","name":"\u001b[31mred\u009b","type":"t",)"
                                        R"("banner_id":"x\n","priority":1,"updated":1})");
-  EXPECT_EQ(load.lines.front(), "loaded  x?  ?[31mred?");
+  EXPECT_EQ(load.lines.front(), R"(loaded  x\x0a  \x1b[31mred\xc2\x9b)");
 }
 
 // --- Where things come from ----------------------------------------------------------------------
