@@ -52,6 +52,11 @@ bool isArchivePage(std::string_view path) {
          kiv::path::lastPathComponent(parent) != kiv::path::lastPathComponent(resourcesDirectory);
 }
 
+bool isDirectoryAt(std::string_view resolvedPath, const std::string& path) {
+  if (path.empty()) return false;
+  return kiv::FileManager::defaultManager().resolvedPathOfItemAtPath(path) == resolvedPath;
+}
+
 std::string pathTo(Place place) {
   if (place.packaged) return std::move(*place.packaged);
   return KivStorageService::filePathForFileName_atRelativePath(place.name, place.directory);
@@ -100,6 +105,16 @@ std::string KivResourceStorageModule::packagedResourcesPath() {
   const std::string& directory = bundle.resourcePath();
   return directory.empty() ? directory
                            : kiv::path::appendingPathComponent(directory, packagedBundle);
+}
+
+std::optional<std::string> KivResourceStorageModule::directoryOfPageAtPath(std::string_view path) {
+  const auto page = kiv::FileManager::defaultManager().resolvedPathOfItemAtPath(path);
+  if (!page || kiv::path::lastPathComponent(*page) != entryPage) return std::nullopt;
+  const std::string_view directory = kiv::path::deletingLastPathComponent(*page);
+  const std::string_view parent = kiv::path::deletingLastPathComponent(directory);
+  const bool isArchive = isDirectoryAt(parent, resourcesDirectoryPath()) ||
+                         isDirectoryAt(parent, packagedResourcesPath());
+  return isArchive ? std::optional<std::string>(directory) : std::nullopt;
 }
 
 std::optional<std::string> KivResourceStorageModule::pathOfItemSavedWithName(

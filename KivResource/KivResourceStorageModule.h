@@ -55,6 +55,12 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the directory of packaged files; empty where none was found.
   static std::string packagedResourcesPath();
 
+  /// The directory of which everything belongs to the page at the path, because it came as an
+  /// archive: a directory of its own directly below that of downloaded or of packaged resources,
+  /// with every link resolved. Nothing for a page that is one file. A host that shows pages lets
+  /// each of them read its directory, or its file alone, and nothing else.
+  static std::optional<std::string> directoryOfPageAtPath(std::string_view path);
+
   /// Where saving under the name puts the file, or the directory of an archive; nothing for a name
   /// that may not be used.
   static std::optional<std::string> pathOfItemSavedWithName(std::string_view fileName);

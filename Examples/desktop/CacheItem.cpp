@@ -63,6 +63,8 @@ void describe(const KivResourceVideo& promotion, CacheItem& item) {
 void describe(const KivResourceWeb& page, CacheItem& item) {
   item.kind = CacheItem::Kind::page;
   item.page = path(page.html());
+  item.pageFolder =
+      path(KivResourceStorageModule::directoryOfPageAtPath(page.html().value_or(std::string())));
   item.version += stampOf(item.page);
 }
 

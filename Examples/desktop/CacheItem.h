@@ -23,6 +23,8 @@ struct CacheItem {
   QImage picture;  ///< Null where the file cannot be read as a picture.
   QString video;   ///< Local path.
   QString page;    ///< Local path.
+  /// Where the page's own files lie; empty where it is one file.
+  QString pageFolder;
   quint64 votes = 0;
   double rating = 0;
   /// Differs where anything differs that is to be seen, also the contents of a file.

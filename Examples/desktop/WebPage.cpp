@@ -16,10 +16,10 @@ QUrl emptyPage() {
 
 }  // namespace
 
-void PageGuard::setPage(const QString& path) {
-  const QFileInfo info(path);
-  page_ = info.canonicalFilePath();
-  folder_ = info.fileName() == "index.html" ? info.canonicalPath() + '/' : QString();
+void PageGuard::setPage(const QString& path, const QString& folder) {
+  page_ = QFileInfo(path).canonicalFilePath();
+  folder_ = QFileInfo(folder).canonicalFilePath();
+  if (!folder_.isEmpty()) folder_ += '/';
 }
 
 bool PageGuard::allows(const QUrl& url) const {
@@ -59,8 +59,8 @@ WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
   load(emptyPage());
 }
 
-void WebPage::show(const QString& path) {
-  guard_.setPage(path);
+void WebPage::show(const QString& path, const QString& folder) {
+  guard_.setPage(path, folder);
   url_ = QUrl::fromLocalFile(path);
   personActed_ = false;
   if (isBegun_) load(url_);

@@ -11,14 +11,15 @@ class PageGuard final : public QWebEngineUrlRequestInterceptor {
  public:
   using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
 
-  /// The page that may be reached from now on, an absolute path.
-  void setPage(const QString& path);
+  /// The page that may be reached from now on, an absolute path, and the folder of its files;
+  /// without one, the page alone.
+  void setPage(const QString& path, const QString& folder);
   [[nodiscard]] bool allows(const QUrl& url) const;
   void interceptRequest(QWebEngineUrlRequestInfo& request) override;
 
  private:
   QString page_;
-  QString folder_;  ///< Empty where the page is a single file.
+  QString folder_;  ///< Ends in "/"; empty where the page is a single file.
 };
 
 /// A page from the cache, which is hostile content: it comes from a server, over http as it may be,
@@ -34,8 +35,9 @@ class WebPage final : public QWebEnginePage {
   /// The profile outlives the page.
   explicit WebPage(QWebEngineProfile* profile);
 
-  /// Shows the page at the path, anew where it is shown already.
-  void show(const QString& path);
+  /// Shows the page at the path, anew where it is shown already. It may read what lies in the
+  /// folder; without one, nothing but itself.
+  void show(const QString& path, const QString& folder);
 
  protected:
   bool eventFilter(QObject* object, QEvent* event) override;

@@ -29,7 +29,7 @@ class WebPageView final : public PageView {
   void present(const CacheItem& item) override {
     if (item.version == version_) return;
     version_ = item.version;
-    page_->show(item.page);
+    page_->show(item.page, item.pageFolder);
   }
 
  private:

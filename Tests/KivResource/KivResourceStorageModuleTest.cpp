@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <limits>
 
 #include <gmock/gmock.h>
@@ -84,6 +85,40 @@ TEST_F(KivResourceStorageModuleTest, PackagedFilesAreFoundByTheirExactNames) {
   write(inBundle("end"), "x");
   EXPECT_EQ(Module::pathToInnerResourceFileWithName("end."), std::nullopt);
   EXPECT_EQ(Module::pathToInnerResourceFileWithName("PLAIN"), std::nullopt);
+}
+
+TEST_F(KivResourceStorageModuleTest, APageOfAnArchiveHasItsDirectory) {
+  write(stored("promo/index.html"), "page");
+  write(stored("Resources/index.html"), "page of an archive of that name");
+  write(inBundle("packed/index.html"), "packaged page");
+  std::filesystem::create_directory_symlink(root(), root() + "/../link");
+  const auto resolved = [](const std::string& path) {
+    return std::filesystem::canonical(path).string();
+  };
+  EXPECT_EQ(Module::directoryOfPageAtPath(stored("promo/index.html")), resolved(stored("promo")));
+  EXPECT_EQ(Module::directoryOfPageAtPath(stored("promo/../promo//index.html")),
+            resolved(stored("promo")));
+  EXPECT_EQ(Module::directoryOfPageAtPath(stored("Resources/index.html")),
+            resolved(stored("Resources")));
+  EXPECT_EQ(Module::directoryOfPageAtPath(inBundle("packed/index.html")),
+            resolved(inBundle("packed")));
+  EXPECT_EQ(
+      Module::directoryOfPageAtPath(root() + "/../link/KivResource/Resources/promo/index.html"),
+      resolved(stored("promo")));
+}
+
+TEST_F(KivResourceStorageModuleTest, APageOfOneFileHasNoDirectory) {
+  for (const std::string& path :
+       {stored("index.html"), stored("page.html"), stored("promo/page.html"),
+        stored("promo/deeper/index.html"), inBundle("index.html"), root() + "/index.html",
+        root() + "/KivResource/index.html", root() + "/home/index.html"}) {
+    write(path, "page");
+    EXPECT_EQ(Module::directoryOfPageAtPath(path), std::nullopt) << path;
+  }
+  EXPECT_EQ(Module::directoryOfPageAtPath(stored("none/index.html")), std::nullopt);
+  EXPECT_EQ(Module::directoryOfPageAtPath(""), std::nullopt);
+  std::filesystem::create_directory_symlink(root() + "/home", stored("out"));
+  EXPECT_EQ(Module::directoryOfPageAtPath(stored("out/index.html")), std::nullopt);
 }
 
 TEST_F(KivResourceStorageModuleTest, ANameFoundNowhereYieldsNothing) {

@@ -9,10 +9,14 @@ namespace tool {
 
 namespace {
 
+// The policy holds for the framed pages too: a document in "srcdoc" has that of the page around it.
 constexpr std::string_view head = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
 <meta charset="utf-8">
+<meta http-equiv="Content-Security-Policy" content="default-src 'none'; img-src file: data:;
+ media-src file: data:; font-src file: data:; style-src 'unsafe-inline' file:; base-uri file:;
+ form-action 'none'">
 <meta name="viewport" content="width=device-width, initial-scale=1">
 <title>Loaded resources</title>
 <style>
@@ -32,6 +36,8 @@ iframe { border: 1px solid #ccc; height: 30rem; width: 100%; }
 </head>
 <body>
 )";
+
+constexpr std::size_t largestPage = std::size_t{4} * 1024 * 1024;
 
 /// A link to the market where it is one that a page may lead to, otherwise just the contents.
 std::string linked(const std::string& marketLink, const std::string& contents) {
@@ -71,12 +77,22 @@ std::string show(const KivResourceVideo& video) {
          "></video>\n";
 }
 
-/// A page may run its scripts and load the files beside it, for which it needs its own origin: a
-/// browser gives each local file one of its own, so that it can reach neither this page nor others.
-/// It may not open windows, send forms or lead this page elsewhere.
+/// A page as it is without its scripts. Opened as a file, it would run them with the rights that
+/// the browser gives to local files; here it reaches neither the network nor this page, opens no
+/// windows and sends no forms. One that came as an archive has the origin of this page, without
+/// which the browser would not show its pictures; one file alone needs none, and reads no file.
 std::string show(const KivResourceWeb& page) {
-  return "<iframe sandbox=\"allow-same-origin allow-scripts\" title=\"" + escapedHTML(page.name()) +
-         "\"" + source(page.html()) + "></iframe>\n";
+  const std::string path = page.html().value_or("");
+  auto& files = kiv::FileManager::defaultManager();
+  if (files.sizeOfItemAtPath(path) > largestPage) return "<p>The page is too large to show.</p>\n";
+  const auto contents = files.contentsAtPath(path);
+  if (!contents) return "<p>The page cannot be read.</p>\n";
+  const auto directory = KivResourceStorageModule::directoryOfPageAtPath(path);
+  const std::string base =
+      directory ? "<base href=\"" + escapedHTML(fileURL(*directory)) + "/\">" : std::string();
+  return "<iframe sandbox=\"" + std::string(directory ? "allow-same-origin" : "") + "\" title=\"" +
+         escapedHTML(page.name()) + "\" srcdoc=\"" + escapedHTML(base) +
+         escapedHTML(contents->view()) + "\"></iframe>\n";
 }
 
 std::string contents(const KivResource& resource) {

@@ -25,7 +25,7 @@ TEST(PageGuard, LetsAPageOfAnArchiveHaveItsFolderAndNothingElse) {
   for (const char* path : {"page/index.html", "page/images/a.png", "page-2/a.png", "secret"})
     directory.write(path);
   PageGuard guard;
-  guard.setPage(url("page/index.html").toLocalFile());
+  guard.setPage(url("page/index.html").toLocalFile(), url("page").toLocalFile());
   EXPECT_TRUE(guard.allows(url("page/index.html")));
   EXPECT_TRUE(guard.allows(url("page/images/a.png")));
   EXPECT_FALSE(guard.allows(url("page-2/a.png")));
@@ -41,12 +41,25 @@ TEST(PageGuard, LetsAPageOfAnArchiveHaveItsFolderAndNothingElse) {
 
 TEST(PageGuard, LetsASinglePageHaveItselfAlone) {
   const TemporaryDirectory directory;
-  const auto page = QString::fromStdString(directory.write("page.html"));
   const auto other = QString::fromStdString(directory.write("other.html"));
+  for (const char* name : {"page.html", "index.html"}) {
+    const auto page = QString::fromStdString(directory.write(name));
+    PageGuard guard;
+    guard.setPage(page, QString());
+    EXPECT_TRUE(guard.allows(QUrl::fromLocalFile(page)));
+    EXPECT_FALSE(guard.allows(QUrl::fromLocalFile(other)));
+  }
+}
+
+TEST(PageGuard, WithoutAPageNothingIsReached) {
+  const TemporaryDirectory directory;
+  directory.write("index.html");
   PageGuard guard;
-  guard.setPage(page);
-  EXPECT_TRUE(guard.allows(QUrl::fromLocalFile(page)));
-  EXPECT_FALSE(guard.allows(QUrl::fromLocalFile(other)));
+  guard.setPage(QString::fromStdString(directory.path("none.html")),
+                QString::fromStdString(directory.path("none")));
+  EXPECT_FALSE(
+      guard.allows(QUrl::fromLocalFile(QString::fromStdString(directory.path("index.html")))));
+  EXPECT_FALSE(guard.allows(QUrl("file:///")));
 }
 
 class WebPageTest : public testing::Test {
@@ -60,7 +73,7 @@ class WebPageTest : public testing::Test {
     view_.resize(400, 300);
     view_.show();
     const auto path = directory_.write("page/index.html", "<title>new</title>" + body);
-    page_->show(QString::fromStdString(path));
+    page_->show(QString::fromStdString(path), QString::fromStdString(directory_.path("page")));
     return waitUntil([this] { return page_->title().startsWith("done"); });
   }
 
@@ -116,6 +129,30 @@ TEST_F(WebPageTest, ReachesNeitherOtherFilesNorTheNetwork) {
   EXPECT_TRUE(server.requests().empty());
 }
 
+TEST_F(WebPageTest, APageOfOneFileReachesNoFileBesideIt) {
+  page_.emplace(&profile_);
+  view_.setPage(&*page_);
+  view_.show();
+  QImage picture(7, 5, QImage::Format_RGB32);
+  directory_.write("neighbour.png");
+  picture.save(QString::fromStdString(directory_.path("neighbour.png")));
+  directory_.write("other/index.html", "<title>other</title>");
+  const auto path =
+      directory_.write("index.html",
+                       "<title>new</title><img id='a' src='neighbour.png'>"
+                       "<iframe id='f' src='other/index.html'></iframe>" +
+                           script("const seen = [];"
+                                  "for (const url of ['neighbour.png', 'other/index.html']) {"
+                                  "  try { seen.push((await (await fetch(url)).text()).length); }"
+                                  "  catch (error) { seen.push('no'); }"
+                                  "}"
+                                  "document.title = 'done ' + "
+                                  "document.getElementById('a').naturalWidth + ' ' + seen;"));
+  page_->show(QString::fromStdString(path), QString());
+  ASSERT_TRUE(waitUntil([this] { return page_->title().startsWith("done"); }));
+  EXPECT_EQ(page_->title(), "done 0 no,no");
+}
+
 TEST_F(WebPageTest, AScriptCannotLeadTheViewElsewhereNorOpenTheBrowser) {
   LoopbackServer server;
   const std::string other = server.url("/other");
@@ -156,6 +193,6 @@ TEST_F(WebPageTest, StaysOnShowWhenItsFileIsRemovedAndThenShowsTheNewOne) {
   kiv::test::runWaitingEvents();
   EXPECT_EQ(page_->title(), "done 1");
   const auto path = directory_.write("page/index.html", "<title>second</title>");
-  page_->show(QString::fromStdString(path));
+  page_->show(QString::fromStdString(path), QString::fromStdString(directory_.path("page")));
   EXPECT_TRUE(waitUntil([&] { return page_->title() == "second"; }));
 }
