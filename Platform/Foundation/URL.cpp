@@ -1,5 +1,6 @@
 #include "Platform/Foundation/URL.h"
 
+#include <algorithm>
 #include <array>
 #include <memory>
 
@@ -78,6 +79,15 @@ std::optional<std::string> parseHost(const std::string& string) {
   return std::string(part);
 }
 
+/// Where the host begins, or what somebody has meant as one: a wrong number of slashes may stand
+/// before a password, too.
+std::size_t startOfHost(std::string_view url) {
+  const auto colon = url.find(':');
+  const bool isAfterScheme = colon != url.npos && url.substr(colon + 1).starts_with('/');
+  const auto before = isAfterScheme ? colon + 1 : 0;
+  return std::min(url.find_first_not_of('/', before), url.size());
+}
+
 }  // namespace
 
 std::optional<URL> URL::fromString(std::string_view string) {
@@ -95,6 +105,15 @@ std::optional<URL> URL::fromString(std::string_view string) {
   if (!host) return std::nullopt;
   url.host_ = std::move(*host);
   return url;
+}
+
+std::string displayedURL(std::string_view url) {
+  url = url.substr(0, url.find_first_of("?#"));
+  const auto hostStart = startOfHost(url);
+  const auto authority = url.substr(hostStart, url.find('/', hostStart) - hostStart);
+  const auto at = authority.rfind('@');
+  if (at == std::string_view::npos) return std::string(url);
+  return std::string(url.substr(0, hostStart)).append(url.substr(hostStart + at + 1));
 }
 
 }  // namespace kiv

@@ -32,4 +32,7 @@ class KIV_EXPORT URL {
   std::string host_;
 };
 
+/// The URL as a message may show it: without user name, password, query and fragment.
+KIV_EXPORT std::string displayedURL(std::string_view url);
+
 }  // namespace kiv

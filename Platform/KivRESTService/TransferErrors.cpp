@@ -1,6 +1,6 @@
 #include "Platform/KivRESTService/TransferErrors.h"
 
-#include <algorithm>
+#include "Platform/Foundation/URL.h"
 
 namespace kiv {
 
@@ -42,25 +42,7 @@ std::string_view clause(KivRESTServiceErrorCode code) {
   return clause(KivRESTServiceErrorCode::unknown);
 }
 
-/// Where the host begins, or what somebody has meant as one: a wrong number of slashes may stand
-/// before a password, too.
-std::size_t startOfHost(std::string_view url) {
-  const auto colon = url.find(':');
-  const bool isAfterScheme = colon != url.npos && url.substr(colon + 1).starts_with('/');
-  const auto before = isAfterScheme ? colon + 1 : 0;
-  return std::min(url.find_first_not_of('/', before), url.size());
-}
-
 }  // namespace
-
-std::string displayedURL(std::string_view url) {
-  url = url.substr(0, url.find_first_of("?#"));
-  const auto hostStart = startOfHost(url);
-  const auto authority = url.substr(hostStart, url.find('/', hostStart) - hostStart);
-  const auto at = authority.rfind('@');
-  if (at == std::string_view::npos) return std::string(url);
-  return std::string(url.substr(0, hostStart)).append(url.substr(hostStart + at + 1));
-}
 
 Error transferError(KivRESTServiceErrorCode code, std::string_view url, std::string_view what) {
   std::string message = "Could not load ";

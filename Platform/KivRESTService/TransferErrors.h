@@ -9,9 +9,6 @@
 
 namespace kiv {
 
-/// The URL as a message may show it: without user name, password, query and fragment.
-KIV_EXPORT std::string displayedURL(std::string_view url);
-
 /// The error of that code for the URL, with a message of one sentence. `what` says what happened as
 /// a clause that fits after a colon ("the server sent two different lengths"); where it is empty,
 /// the code's own clause stands there.

@@ -56,6 +56,9 @@ std::optional<kiv::Value> readConfiguration(const std::string& path, std::string
   } else if (!config->isDictionary()) {
     objection = name + ": a configuration is a JSON object, with an array \"items\"";
     return std::nullopt;
+  } else if (!config->dictionary()["items"].isArray()) {
+    objection = name + ": the configuration has no array \"items\"";
+    return std::nullopt;
   }
   return config;
 }

@@ -40,10 +40,8 @@ int runPass(KivResourceManager& manager, const Call& call) {
 
 void showWhatIsMissing(PassView& view, const Options& options, const Expected& expected,
                        const PassOutcome& outcome) {
-  for (const auto place : expected.unacceptable) {
-    view.showFailure("item " + std::to_string(place),
-                     "lacks what its engine needs, or is no object");
-  }
+  for (const auto& [place, text] : expected.unacceptable)
+    view.showFailure("item " + std::to_string(place), text);
   for (const auto& resource : outcome.unheardOf(expected)) {
     view.showFailure(kiv::escapingControlCharacters(resource->resourceID()),
                      "its files are not complete");
@@ -85,6 +83,8 @@ int passWithConfig(const Options& options,
   }
   if (!configureFramework(options)) return exitStatus::usage;
   const Expected expected = Expected::of(*config, options.id, options.type);
+  for (const auto& [place, text] : expected.odd)
+    complain("item " + std::to_string(place) + ": " + text);
   if (!options.json) keepLogFromTerminal();
 
   const auto manager = KivResourceManager::sharedInstance();
@@ -97,6 +97,8 @@ int passWithConfig(const Options& options,
   if (view) {
     manager->loader()->restService()->setProgressHandler(
         [view](const auto& progress) { view->showProgress(progress); });
+    manager->loader()->restService()->setEndHandler(
+        [view](const auto& task) { view->noteEnd(task); });
   }
   const int stoppedBy = runPass(*manager, [&](auto& host) { call(host, *config); });
   return close(*manager, expected, *outcome, stoppedBy, view.get(), options);

@@ -1,5 +1,9 @@
 #include "Tools/kivresource/PassOutcome.h"
 
+#include <utility>
+
+#include "Tools/kivresource/ConfigurationCheck.h"
+
 namespace tool {
 
 Expected Expected::of(const kiv::Value& config, const std::optional<std::string>& id,
@@ -11,8 +15,10 @@ Expected Expected::of(const kiv::Value& config, const std::optional<std::string>
     ++place;
     auto resource = KivResourceFactory::createResourceFromDictionary(item.dictionary());
     if (!resource) {
-      expected.unacceptable.push_back(place);
+      expected.unacceptable.push_back({place, objectionTo(item)});
     } else if ((!id || resource->resourceID() == *id) && (!type || resource->type() == *type)) {
+      if (auto remark = remarkOn(*resource); !remark.empty())
+        expected.odd.push_back({place, std::move(remark)});
       expected.resources.push_back(std::move(resource));
     }
   }

@@ -14,9 +14,17 @@ namespace tool {
 
 /// What a pass is to bring: the resources that the configuration names and the selection leaves.
 struct Expected {
+  /// Something about one item.
+  struct Note {
+    std::size_t place;  ///< Of the item, counted from 1.
+    std::string text;
+  };
+
   kiv::ResourceArray resources;
-  /// The places, counted from 1, of items that make no resource.
-  std::vector<std::size_t> unacceptable;
+  /// Why items make no resource.
+  std::vector<Note> unacceptable;
+  /// What is odd about those that do.
+  std::vector<Note> odd;
 
   /// Makes the resources of the items anew; what the factory has to say of them is not logged, as
   /// the pass says it again.

@@ -21,9 +21,31 @@ void PassView::resourceManager_didLoadResource(const std::shared_ptr<KivResource
 }
 
 void PassView::resourceManager_didFailToLoadResource_withError(
-    const std::shared_ptr<KivResourceManager>&, const std::shared_ptr<KivResource>& resource,
-    const std::optional<kiv::Error>& error) {
-  showFailure(titleOf(*resource), error ? error->description() : "no data came");
+    const std::shared_ptr<KivResourceManager>& manager,
+    const std::shared_ptr<KivResource>& resource, const std::optional<kiv::Error>& error) {
+  if (!failed_.insert(resource).second) return;
+  const std::string url = failedURL(*manager, *resource);
+  const std::string reason = error ? error->localizedDescription() : "no data came";
+  const bool isTold = url.empty() || reason.find(url) != std::string::npos;
+  showFailure(titleOf(*resource), isTold ? reason : url + ": " + reason);
+}
+
+void PassView::noteEnd(const KivRESTServiceTask& task) {
+  if (task.request() && !task.returnedData())
+    failedURLs_.push_back(kiv::displayedURL(task.request()->url.absoluteString()));
+}
+
+std::string PassView::failedURL(const KivResourceManager& manager,
+                                const KivResource& resource) const {
+  std::set<std::string> missing;
+  for (const std::string& link : resource.missingFilesLinks()) {
+    if (const auto url = manager.loader()->mainURLForFileWithLink(link))
+      missing.insert(kiv::displayedURL(url->absoluteString()));
+  }
+  for (const std::string& url : failedURLs_) {
+    if (missing.contains(url)) return url;
+  }
+  return missing.empty() ? std::string() : *missing.begin();
 }
 
 void PassView::showFailure(const std::string& what, std::string_view reason) {

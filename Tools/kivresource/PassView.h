@@ -1,14 +1,16 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KivResource/KivResource.h"
 #include "Tools/kivresource/Terminal.h"
 
 namespace tool {
 
-/// Shows a person how a pass goes: a line for each resource as it completes or fails, and on a
+/// Shows a person how a pass goes: one line for each resource as it completes or fails, and on a
 /// terminal a progress bar below them. Used on the main queue.
 class PassView : public KivResourceManagerObserver {
  public:
@@ -19,6 +21,8 @@ class PassView : public KivResourceManagerObserver {
       const std::shared_ptr<KivResource>& resource,
       const std::optional<kiv::Error>& error) override;
 
+  /// To be called with each download that has ended, before the observer hears of its resource.
+  void noteEnd(const KivRESTServiceTask& task);
   void showProgress(const KivRESTServiceProgress& progress);
   /// A line about something that did not go well.
   void showFailure(const std::string& what, std::string_view reason);
@@ -30,7 +34,13 @@ class PassView : public KivResourceManagerObserver {
   void drawBar();
   void eraseBar();
 
+  /// Where the file that failed first was to come from, as far as that is known.
+  [[nodiscard]] std::string failedURL(const KivResourceManager& manager,
+                                      const KivResource& resource) const;
+
   const Terminal terminal_;
+  std::vector<std::string> failedURLs_;            ///< In the order in which they failed.
+  std::set<std::shared_ptr<KivResource>> failed_;  ///< Of which a line was printed.
   std::string bar_;
   bool barIsShown_ = false;
 };

@@ -24,6 +24,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 
 std::string banner(const std::string& id, const std::string& link, int updated = 1) {
@@ -77,7 +78,9 @@ TEST_F(PassCommandsTest, OneFailureIsStatus1) {
   server_.serve("/a.png", Response::ok("a"));
   const auto load = run({"load", "-"}, banner("a", "a.png") + "," + banner("b", "b.png"));
   EXPECT_EQ(load.status, 1);
-  EXPECT_THAT(load.lines, Contains(StartsWith("failed  b  Name of b: Error Domain=")));
+  EXPECT_THAT(load.lines, Contains("failed  b  Name of b: " + server_.url("/b.png") +
+                                   ": Error load file \"b.png\" with invalid response status "
+                                   "code 404."));
   EXPECT_EQ(load.lines.back(), "1 resource loaded, 1 failed");
 }
 
@@ -85,8 +88,89 @@ TEST_F(PassCommandsTest, AnItemThatMakesNoResourceIsStatus1) {
   const auto load = run({"load", "-"}, R"({"engine":"eco_standard"}, 7)");
   EXPECT_EQ(load.status, 1);
   EXPECT_THAT(load.lines,
-              ElementsAre(StartsWith("failed  item 1: "), StartsWith("failed  item 2: "),
-                          "0 resources loaded, 2 failed"));
+              ElementsAre("failed  item 1: lacks \"name\", a string",
+                          "failed  item 2: is no JSON object", "0 resources loaded, 2 failed"));
+}
+
+TEST_F(PassCommandsTest, WhatIsMissingInAnItemIsNamed) {
+  const auto reasonWithout = [&](const std::string& item, const std::string& member,
+                                 const std::string& other = R"("x":0)") {
+    std::string text = item;
+    const auto place = text.find(member);
+    EXPECT_NE(place, text.npos) << member;
+    text.replace(place, member.size(), other);
+    const auto load = run({"load", "-"}, text);
+    EXPECT_EQ(load.status, 1) << member;
+    return load.lines.front();
+  };
+  const std::string item = banner("a", "a.png");
+  EXPECT_EQ(reasonWithout(item, R"("engine":"eco_standard")"),
+            "failed  item 1: lacks \"engine\", a string");
+  EXPECT_EQ(reasonWithout(item, R"("banner_id":"a")"),
+            "failed  item 1: lacks \"banner_id\", a string");
+  EXPECT_EQ(reasonWithout(item, R"("banner_id":"a")", R"("banner_id":7)"),
+            "failed  item 1: has no string under \"banner_id\"");
+  EXPECT_EQ(reasonWithout(item, R"("updated":1)", R"("updated":"1")"),
+            "failed  item 1: has no number under \"updated\"");
+  EXPECT_EQ(reasonWithout(item, R"("image_728x90":"a.png")"),
+            "failed  item 1: lacks \"image_728x90\", a string");
+  for (const char* engine : {"eco_fs", "eco_context"}) {
+    EXPECT_EQ(reasonWithout(item, "eco_standard", engine),
+              "failed  item 1: lacks \"html\", a string");
+  }
+  EXPECT_EQ(reasonWithout(item, "eco_standard", "eco_video"),
+            "failed  item 1: lacks \"title\", a string");
+}
+
+TEST_F(PassCommandsTest, AResourceOfWhichTwoFilesFailHasOneLine) {
+  server_.serve("/i.png", Response::status(404));
+  server_.serve("/v.mp4", Response::status(410));
+  const auto load =
+      run({"load", "-"}, R"({"engine":"eco_video","name":"V","type":"t","banner_id":"v",)"
+                         R"("priority":1,"updated":1,"title":"T","market_url":"m",)"
+                         R"("image":"i.png","video_file_landscape":"v.mp4"})");
+  EXPECT_THAT(load.lines, ElementsAre(StartsWith("failed  v  V: " + server_.url("/")),
+                                      "0 resources loaded, 1 failed"));
+}
+
+TEST_F(PassCommandsTest, SecretsOfAServersURLAreNotPrinted) {
+  std::string url = server_.url();
+  url.insert(url.find("//") + 2, "user:word@");
+  const auto load =
+      runTool({"load", "-", "--root", root(), "--main", url}, config(banner("b", "b.png")));
+  EXPECT_THAT(load.lines.front(), StartsWith("failed  b  Name of b: " + server_.url("/b.png")));
+  EXPECT_EQ((load.lines.front() + load.errors).find("word"), std::string::npos);
+}
+
+TEST_F(PassCommandsTest, AnUnknownEngineIsNamed) {
+  const auto load = run({"load", "-"}, banner("a", "a.png").replace(11, 12, "eco_stadard"));
+  EXPECT_EQ(load.status, 0);
+  EXPECT_THAT(load.errors, HasSubstr("kivresource: item 1: the engine \"eco_stadard\" is unknown, "
+                                     "so no file is loaded for it\n"));
+}
+
+TEST_F(PassCommandsTest, AFileOfThisMachineIsNamed) {
+  server_.serve("/a.png", Response::ok("a"));
+  const auto load = run({"load", "-"}, banner("a", "a.png") + "," + banner("b", "/etc/passwd"));
+  EXPECT_EQ(load.status, 0);
+  EXPECT_THAT(load.errors, HasSubstr("kivresource: item 2: \"/etc/passwd\" is a file of this "
+                                     "machine, which is used as it is\n"));
+  EXPECT_THAT(load.errors, Not(HasSubstr("item 1")));
+  const auto again = run({"load", "-"}, banner("a", stored("a.png")));
+  EXPECT_EQ(again.status, 0);
+  EXPECT_THAT(again.errors, Not(HasSubstr("item 1")));
+}
+
+TEST_F(PassCommandsTest, AConfigurationWithoutItemsIsStatus2) {
+  for (const char* text : {"{}", R"({"items":{}})", R"({"item":[]})", R"({"items":null})"}) {
+    for (const char* command : {"load", "update"}) {
+      const auto pass = runTool({command, "-", "--root", root()}, text);
+      EXPECT_EQ(pass.status, 2) << text;
+      EXPECT_EQ(pass.errors,
+                "kivresource: standard input: the configuration has no array \"items\"\n");
+    }
+  }
+  EXPECT_EQ(run({"load", "-"}).status, 0);
 }
 
 TEST_F(PassCommandsTest, AResourceWhoseFilesComeToNothingIsStatus1) {
