@@ -1,6 +1,12 @@
+#include <chrono>
+#include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <string>
+#include <sys/stat.h>
+#include <system_error>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -48,6 +54,52 @@ TEST_F(ContentServerTest, ServesAnEmptyFileAsNoBytes) {
   ASSERT_TRUE(result);
   EXPECT_EQ(result->status, 200);
   EXPECT_EQ(result->body, "");
+}
+
+TEST_F(ContentServerTest, FilesHaveValidatorsThatChangeWithThem) {
+  const auto first = client().Get("/banners/wide.png");
+  const auto same = client().Get("/banners/wide.png");
+  ASSERT_TRUE(first && same);
+  const std::string tag = first->get_header_value("ETag");
+  EXPECT_TRUE(std::regex_match(tag, std::regex("\"[0-9a-f]+-[0-9a-f]+\""))) << tag;
+  EXPECT_EQ(same->get_header_value("ETag"), tag);
+  fs::last_write_time(folder_.path("content/banners/wide.png"),
+                      fs::file_time_type::clock::now() - std::chrono::hours(1));
+  const auto touched = client().Get("/banners/wide.png");
+  ASSERT_TRUE(touched);
+  EXPECT_NE(touched->get_header_value("ETag"), tag);
+  EXPECT_NE(touched->get_header_value("Last-Modified"), first->get_header_value("Last-Modified"));
+}
+
+TEST_F(ContentServerTest, TheDateIsThatOfTheFileAsHTTPWritesIt) {
+  const timespec time{784111777, 0};
+  const timespec times[2] = {time, time};
+  ASSERT_EQ(::utimensat(AT_FDCWD, folder_.path("content/banners/wide.png").c_str(), times, 0), 0);
+  const auto result = client().Head("/banners/wide.png");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->get_header_value("Last-Modified"), "Sun, 06 Nov 1994 08:49:37 GMT");
+}
+
+TEST_F(ContentServerTest, ARangeGoesWithTheVersionThatItBelongsTo) {
+  const auto head = client().Head("/banners/wide.png");
+  ASSERT_TRUE(head);
+  const auto get = [&](const std::string& ifRange) {
+    return client().Get("/banners/wide.png",
+                        {httplib::make_range_header({{200'000, -1}}), {"If-Range", ifRange}});
+  };
+  for (const char* name : {"ETag", "Last-Modified"}) {
+    const auto rest = get(head->get_header_value(name));
+    ASSERT_TRUE(rest) << name;
+    EXPECT_EQ(rest->status, 206) << name;
+    EXPECT_EQ(rest->body, "end") << name;
+  }
+  for (const std::string& other :
+       {std::string("\"other\""), "W/" + head->get_header_value("ETag")}) {
+    const auto whole = get(other);
+    ASSERT_TRUE(whole) << other;
+    EXPECT_EQ(whole->status, 200) << other;
+    EXPECT_EQ(whole->body, wide_) << other;
+  }
 }
 
 TEST_F(ContentServerTest, AnswersHeadWithoutABody) {
@@ -148,7 +200,9 @@ TEST_F(ContentServerTest, StopsAtOnceAfterTheStart) {
 
 TEST_F(ContentServerTest, DoesNotStartForAMissingDirectory) {
   kiv::ContentServer server(folder_.path("none"));
-  EXPECT_FALSE(server.start());
+  std::error_code error;
+  EXPECT_FALSE(server.start(0, &error));
+  EXPECT_EQ(error, std::errc::not_a_directory);
   EXPECT_EQ(server.url(), "");
   kiv::ContentServer file(folder_.path("secret.txt"));
   EXPECT_FALSE(file.start());
@@ -157,7 +211,9 @@ TEST_F(ContentServerTest, DoesNotStartForAMissingDirectory) {
 TEST_F(ContentServerTest, DoesNotStartOnATakenPort) {
   const std::string url = server_->url();
   kiv::ContentServer second(folder_.path("content"));
-  EXPECT_FALSE(second.start(std::stoi(url.substr(url.rfind(':') + 1))));
+  std::error_code error;
+  EXPECT_FALSE(second.start(std::stoi(url.substr(url.rfind(':') + 1)), &error));
+  EXPECT_EQ(error, std::errc::address_in_use);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -13,6 +14,7 @@
 
 #include <httplib.h>
 
+#include "Tools/contentserver/FileValidators.h"
 #include "Tools/contentserver/Workers.h"
 
 namespace kiv {
@@ -60,6 +62,35 @@ std::optional<fs::path> findFile(const fs::path& directory, const std::string& r
       std::mismatch(directory.begin(), directory.end(), file.begin(), file.end());
   if (end != directory.end() || rest == file.end()) return std::nullopt;
   return file;
+}
+
+/// A request for a range of another version of the file is one for all of it.
+void setValidators(const fs::path& file, const httplib::Request& request,
+                   httplib::Response& response) {
+  const FileValidators validators = FileValidators::of(file);
+  response.set_header("ETag", validators.entityTag);
+  response.set_header("Last-Modified", validators.lastModified);
+  if (validators.permitRange(request.get_header_value("If-Range"))) return;
+  // The library parses the ranges before it calls a handler, and asks it nothing about them.
+  const_cast<httplib::Request&>(request).ranges.clear();
+}
+
+int statusOf(const httplib::Request& request, const httplib::Response& response) {
+  if (response.status >= 0) return response.status;
+  return request.ranges.empty() ? 200 : 206;
+}
+
+bool bindToPort(httplib::Server& server, int& port, std::error_code& error) {
+  errno = 0;
+  if (port == 0) {
+    port = server.bind_to_any_port(loopback);
+  } else if (!server.bind_to_port(loopback, port)) {
+    port = -1;
+  }
+  if (port > 0) return true;
+  error = errno != 0 ? std::error_code(errno, std::generic_category())
+                     : std::make_error_code(std::errc::address_in_use);
+  return false;
 }
 
 /// Sends the file piece by piece. Where it is to break off it announces the whole length, at least
@@ -111,7 +142,7 @@ class ContentServer::Implementation {
  public:
   explicit Implementation(std::string directory) : directory_(std::move(directory)) {}
 
-  bool start(int port);
+  bool start(int port, std::error_code& error);
   void stop();
   [[nodiscard]] std::string url() const;
 
@@ -137,11 +168,13 @@ class ContentServer::Implementation {
   std::map<std::string, std::size_t, std::less<>> counts_;
 };
 
-bool ContentServer::Implementation::start(int port) {
+bool ContentServer::Implementation::start(int port, std::error_code& error) {
   stop();
-  std::error_code error;
   const fs::path directory = fs::canonical(directory_, error);
-  if (error || !fs::is_directory(directory, error)) return false;
+  if (error || !fs::is_directory(directory, error)) {
+    error = std::make_error_code(std::errc::not_a_directory);
+    return false;
+  }
   directory_ = directory;
 
   auto server = std::make_unique<httplib::Server>();
@@ -152,12 +185,7 @@ bool ContentServer::Implementation::start(int port) {
     answer(request, response);
     return httplib::Server::HandlerResponse::Handled;
   });
-  if (port == 0) {
-    port = server->bind_to_any_port(loopback);
-  } else if (!server->bind_to_port(loopback, port)) {
-    port = -1;
-  }
-  if (port <= 0) return false;
+  if (!bindToPort(*server, port, error)) return false;
 
   const auto workers = std::make_shared<Workers>(workerCount);
   server->new_task_queue = [workers] { return new WorkerQueue(workers); };
@@ -228,12 +256,13 @@ void ContentServer::Implementation::answer(const httplib::Request& request,
   } else if (fault && fault->status) {
     response.status = *fault->status;
   } else if (const auto file = findFile(directory_, request.path)) {
+    setValidators(*file, request, response);
     sendFile(*file, fault.has_value(), response);
   } else {
     response.status = 404;
   }
   const std::lock_guard lock(handlerMutex_);
-  if (handler_) handler_(request.method, request.path, response.status < 0 ? 200 : response.status);
+  if (handler_) handler_(request.method, request.path, statusOf(request, response));
 }
 
 ContentServer::ContentServer(std::string directory)
@@ -243,8 +272,9 @@ ContentServer::~ContentServer() {
   stop();
 }
 
-bool ContentServer::start(int port) {
-  return implementation_->start(port);
+bool ContentServer::start(int port, std::error_code* error) {
+  std::error_code ignored;
+  return implementation_->start(port, error ? *error : ignored);
 }
 
 void ContentServer::stop() {

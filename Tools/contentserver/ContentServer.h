@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace kiv {
 
@@ -23,10 +24,11 @@ class ContentServer {
   ContentServer(const ContentServer&) = delete;
   ContentServer& operator=(const ContentServer&) = delete;
 
-  /// Starts to serve on a free port of 127.0.0.1, or on `port` where one is given. False where the
-  /// directory does not exist or no port is to be had. Throws std::system_error where the system
-  /// has no thread left.
-  bool start(int port = 0);
+  /// Starts to serve on a free port of 127.0.0.1, or on `port` where one is given. Files go with
+  /// entity tag and date, so that a download can go on where it broke off. False where the
+  /// directory does not exist (not_a_directory) or no port is to be had (any other error). Throws
+  /// std::system_error where the system has no thread left.
+  bool start(int port = 0, std::error_code* error = nullptr);
   /// Ends every connection and frees the port: whoever connects now is refused. Returns when no
   /// thread of the server runs any more. A stopped server can be started again.
   void stop();

@@ -129,6 +129,7 @@ void addOtherCommands(CLI::App& app, Options& options) {
                    "in the middle; may be given more than once")
       ->type_name("RULE")
       ->allow_extra_args(false);
+  serve->add_flag("--quiet", options.quiet, "Prints its address, but not the requests");
   addCommand(app, options, "session", "Reads calls as JSON lines, and prints what comes of them",
              runSession);
   auto* const gallery = addCommand(app, options, "gallery",

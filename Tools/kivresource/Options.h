@@ -27,6 +27,7 @@ struct Options {
   std::string directory;
   int port = 0;
   std::vector<std::string> faults;
+  bool quiet = false;
   std::string page;
 };
 

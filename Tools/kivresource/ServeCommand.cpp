@@ -1,6 +1,8 @@
 #include <chrono>
 #include <iostream>
+#include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "KivResource/KivResource.h"
@@ -44,6 +46,14 @@ void printLine(std::string_view line) {
   std::cout << kiv::escapingControlCharacters(line).append(1, '\n') << std::flush;
 }
 
+std::string objectionToStart(const Options& options, const std::error_code& error) {
+  if (error == std::errc::not_a_directory)
+    return options.directory + ": there is no such directory";
+  const std::string port = options.port == 0 ? "a port" : "port " + std::to_string(options.port);
+  if (error == std::errc::address_in_use) return port + " is taken";
+  return port + " is not to be had: " + error.message();
+}
+
 }  // namespace
 
 int runServe(const Options& options) {
@@ -57,11 +67,13 @@ int runServe(const Options& options) {
     stoppedBy = signal;
     queue->stop();
   });
-  server.setRequestHandler([](const std::string& method, const std::string& path, int status) {
-    printLine(method + " " + path + " " + std::to_string(status));
-  });
-  if (!server.start(options.port)) {
-    complain(options.directory + ": cannot be served: no such directory, or the port is taken");
+  if (!options.quiet)
+    server.setRequestHandler([](const std::string& method, const std::string& path, int status) {
+      printLine(method + " " + path + " " + std::to_string(status));
+    });
+  std::error_code error;
+  if (!server.start(options.port, &error)) {
+    complain(objectionToStart(options, error));
     return exitStatus::usage;
   }
   printLine(server.url());

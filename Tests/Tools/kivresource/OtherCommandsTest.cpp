@@ -130,10 +130,38 @@ TEST_F(OtherCommandsTest, ServesADirectoryAndTellsOfRequests) {
   EXPECT_EQ(serve.readLine(), "GET /b.png 404");
   const auto broken = load("c");
   EXPECT_EQ(broken.status, 1);
-  EXPECT_THAT(broken.lines.front(), HasSubstr("Domain=kiv.KivRESTService"));
+  EXPECT_EQ(broken.lines.front(), "failed  c  N: Could not load \"" + url +
+                                      "/c.png\": the connection ended before the response was "
+                                      "whole.");
   serve.sendSignal(SIGINT);
   EXPECT_THAT(serve.readLines(), Contains("GET /c.png 200"));
   EXPECT_EQ(serve.waitForExit(), 130);
+}
+
+TEST_F(OtherCommandsTest, ServeSaysWhyItCannot) {
+  const auto none = run({"serve", directory_.path("none")});
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(none.errors,
+            "kivresource: " + directory_.path("none") + ": there is no such directory\n");
+  ToolProcess serve({"serve", directory_.path()});
+  const std::string url = serve.readLine().value_or("");
+  const std::string port = url.substr(url.rfind(':') + 1);
+  const auto second = run({"serve", directory_.path(), "--port", port});
+  EXPECT_EQ(second.status, 2);
+  EXPECT_EQ(second.errors, "kivresource: port " + port + " is taken\n");
+}
+
+TEST_F(OtherCommandsTest, ServeCanKeepQuiet) {
+  directory_.write("site/a.png", "bytes of a");
+  ToolProcess serve({"serve", directory_.path("site"), "--quiet"});
+  const std::string url = serve.readLine().value_or("");
+  EXPECT_EQ(run({"load", "-", "--main", url},
+                R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":"a",)"
+                R"("priority":1,"updated":1,"market_url":"m","image_728x90":"a.png"}]})")
+                .status,
+            0);
+  serve.sendSignal(SIGINT);
+  EXPECT_TRUE(serve.readLines().empty());
 }
 
 // --- gallery -------------------------------------------------------------------------------------

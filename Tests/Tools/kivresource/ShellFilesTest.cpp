@@ -50,7 +50,7 @@ std::set<std::string> options() {
 
 TEST(ShellFilesTest, TheHelpIsRead) {
   EXPECT_EQ(commands().size(), 8U);
-  EXPECT_EQ(options().size(), 12U);
+  EXPECT_EQ(options().size(), 13U);
 }
 
 TEST(ShellFilesTest, EveryCommandStandsInAllOfThem) {

@@ -20,7 +20,7 @@ _kivresource() {
     load) options+=' --id --type' ;;
     list) options+=' --id --type' ;;
     clean) options+=' --dry-run' ;;
-    serve) options+=' --port --fault' ;;
+    serve) options+=' --port --fault --quiet' ;;
     '') options+=' --version' ;;
   esac
   if [[ $current == -* ]]; then

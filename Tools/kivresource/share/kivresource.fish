@@ -28,3 +28,4 @@ complete -c kivresource -n '__fish_seen_subcommand_from clean' -l dry-run -d 'on
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -x -a '(__fish_complete_directories)'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -l port -x -d 'the port'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -l fault -x -d 'PATH=STATUS or PATH=break'
+complete -c kivresource -n '__fish_seen_subcommand_from serve' -l quiet -d 'Print the address alone'
