@@ -19,7 +19,9 @@
 ///     auto observer = std::make_shared<MyObserver>();
 ///     manager->addObserver(observer);
 ///
-///     // 4. Hand over a configuration, and let the event loop drain the main queue.
+///     // 4. Hand over a configuration, a text in JSON that the host has got from wherever it
+///     comes,
+///     // and let the event loop drain the main queue.
 ///     if (auto config = kiv::JSON::read(text)) manager->updateResourcesForConfig(*config);
 ///     kiv::DispatchQueue::main()->run();
 ///

@@ -33,6 +33,7 @@ class KIV_EXPORT JSON {
   /// last one counts. Integers from -2^63 to 2^64-1 stay exact; larger ones become doubles. A
   /// byte order mark before the text is passed over.
   static OptionalValue read(const Data& text, std::optional<Error>* error = nullptr);
+  static OptionalValue read(std::string_view text, std::optional<Error>* error = nullptr);
 
   /// The indented text of the value, ending in a line feed; nothing and an error where it has
   /// none. A floating number keeps a fraction or an exponent, so that it reads back as one.

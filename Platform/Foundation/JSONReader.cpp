@@ -449,12 +449,15 @@ std::optional<Value> readElements(std::string_view text) {
 }  // namespace
 
 OptionalValue JSON::read(const Data& text, std::optional<Error>* error) {
+  return read(text.view(), error);
+}
+
+OptionalValue JSON::read(std::string_view text, std::optional<Error>* error) {
   constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
-  std::string_view characters = text.view();
-  if (characters.starts_with(byteOrderMark)) characters.remove_prefix(byteOrderMark.size());
+  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
   try {
-    auto value = readElements(characters);
-    return value ? value : readWhole(characters, error);
+    auto value = readElements(text);
+    return value ? value : readWhole(text, error);
   } catch (const std::bad_alloc&) {
   }
   kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));

@@ -19,7 +19,7 @@ DispatchQueue::SerialQueues& DispatchQueue::SerialQueues::shared() {
 DispatchQueue::SerialQueues::SerialQueues() {
   // Handlers run last in, first out: what the JSON library makes when it is first used is to be
   // there before this one is registered, and so is destroyed after the queues have stopped.
-  JSON::read(Data(std::string("[\"\"]")));
+  JSON::read("[\"\"]");
   std::atexit(&SerialQueues::stop);
   callInForkedChildren(&SerialQueues::beginAgain);
   areUsed_ = true;

@@ -46,7 +46,7 @@ bool prepareCurlLibrary() noexcept {
   // has just prepared, and of the JSON library, and so run before them. The jobs of a queue use
   // those libraries, too.
   static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
-                              JSON::read(Data(std::string("[\"\"]"))).has_value() &&
+                              JSON::read("[\"\"]").has_value() &&
                               stopSerialQueuesAtExit() && std::atexit(&LivingThreads::stop) == 0;
   return isReady;
 }

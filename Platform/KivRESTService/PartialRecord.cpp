@@ -40,7 +40,7 @@ std::string PartialRecord::text() const {
 }
 
 std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
-  const auto value = JSON::read(Data(std::string(text)));
+  const auto value = JSON::read(text);
   if (!value || !value->isDictionary()) return std::nullopt;
   const Dictionary& entries = value->dictionary();
   const auto url = URLDigest::fromText(entries[urlKey].stringView());

@@ -50,7 +50,7 @@ std::optional<kiv::Value> readConfiguration(const std::string& path, std::string
     return std::nullopt;
   }
   std::optional<kiv::Error> error;
-  auto config = kiv::JSON::read(kiv::Data(std::move(*text)), &error);
+  auto config = kiv::JSON::read(*text, &error);
   if (!config) {
     objection = name + ": " + (error ? error->localizedDescription() : "is no JSON");
   } else if (!config->isDictionary()) {

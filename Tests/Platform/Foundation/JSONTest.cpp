@@ -133,6 +133,18 @@ INSTANTIATE_TEST_SUITE_P(
         Number{"-123456789012345678901234567890e-20", Kind::floating, 0, -1234567890.1234567},
         Number{"18446744073709551615.0", Kind::floating, 0, twoTo64}));
 
+TEST(JSONReadTest, TextIsTakenFromAnyKindOfString) {
+  const std::string text = "\xef\xbb\xbf[1]";
+  const Value expected = kiv::Array{1};
+  EXPECT_EQ(JSON::read(text).value_or(Value()), expected);
+  EXPECT_EQ(JSON::read(std::string_view(text)).value_or(Value()), expected);
+  EXPECT_EQ(JSON::read("[1]").value_or(Value()), expected);
+  EXPECT_EQ(JSON::read(dataOf(text)).value_or(Value()), expected);
+  std::optional<Error> error;
+  EXPECT_FALSE(JSON::read("[1", &error));
+  EXPECT_TRUE(error);
+}
+
 TEST(JSONReadTest, LongIntegersAreDoublesWhereverTheyStand) {
   const Value root = read(
       "{\"a\":18446744073709551616 , \"b\" : [ -9223372036854775809\n,\t1],"
