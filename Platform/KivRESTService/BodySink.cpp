@@ -82,6 +82,13 @@ bool BodySink::flush() {
   return !isOnDisk_ || !partial_ || partial_->flush(&error_);
 }
 
+void BodySink::keep() {
+  if (isOnDisk_ || memory_.empty() || !spool_.isUsable()) return;
+  if (response_->version().validator().empty() || moveToDisk()) return;
+  discard();
+  error_.reset();
+}
+
 std::optional<Data> BodySink::finish() {
   if (!isOnDisk_) return buffers_.data(std::move(memory_));
   return PartialBody::finish(std::move(partial_), &error_);

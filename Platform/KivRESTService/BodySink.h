@@ -44,6 +44,8 @@ class BodySink {
   /// The bytes may wait in memory until flush().
   bool append(std::string_view bytes);
   bool flush();
+  /// No more comes now: moves to the disk what is in memory, where a later try can continue it.
+  void keep();
   /// The body is whole. Nothing, with an error, where it cannot be handed on.
   std::optional<Data> finish();
   /// The response had nothing of the file: the next try asks for the whole where this one asked for

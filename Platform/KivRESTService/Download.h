@@ -11,6 +11,7 @@
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/URL.h"
 #include "Platform/KivRESTService/KivRESTServiceFigures.h"
+#include "Platform/KivRESTService/SpeedPolicy.h"
 #include "Platform/KivRESTService/Transfer.h"
 #include "Platform/KivRESTService/TransferJob.h"
 #include "Platform/KivRESTService/TransferPlan.h"
@@ -38,6 +39,8 @@ struct KIV_EXPORT Download {
   /// Tells the try that runs from all others.
   [[nodiscard]] std::uint64_t tryID() const { return tasks.front(); }
   [[nodiscard]] const URL& url() const { return urls[server]; }
+  /// How long its tries have run, with the one that runs now.
+  [[nodiscard]] SpeedPolicy::Duration age(Time now) const { return ranBefore + (now - tryBegun); }
   /// Where in the list that server stands, as far as it may be tried now.
   [[nodiscard]] std::vector<std::size_t> placesToTry(const std::string& name, Time now) const;
   /// Ends the try: notes how it came out, for the plan and for the figures.
@@ -58,6 +61,10 @@ struct KIV_EXPORT Download {
   std::size_t server = 0;              ///< The place of the one being tried, or tried last.
   std::unique_ptr<Transfer> transfer;  ///< While it runs,
   TransferLane* lane = nullptr;        ///< there.
+
+  Time tryBegun{};                    ///< That runs, or ran last.
+  SpeedPolicy::Duration ranBefore{};  ///< Its tries in all, without the one that runs.
+  SpeedMeter speed;                   ///< Of the request that runs.
 
   std::optional<Time> begun;
   KivRESTServiceFigures figures;

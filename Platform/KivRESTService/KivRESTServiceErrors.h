@@ -24,4 +24,5 @@ enum class KivRESTServiceErrorCode : int {
   /// A redirect from a public server into a private network, see
   /// KivRESTServiceSettings::followsRedirectsToPrivateAddresses.
   redirectToPrivateAddress = 15,
+  deadlineExceeded = 16,  ///< The file took longer than KivRESTServiceSettings::deadline.
 };

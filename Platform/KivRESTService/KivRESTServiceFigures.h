@@ -36,6 +36,9 @@ struct KivRESTServiceFigures {
   /// it is whole.
   bool endedWithConnection = false;
   std::vector<KivRESTServiceFailedTry> failedTries;  ///< In the order in which they were made.
+  /// How often a try ended, since it was slow, to give its place to another download. Not among the
+  /// failed ones.
+  int timesGivenWay = 0;
 };
 
 /// How far one task has come.

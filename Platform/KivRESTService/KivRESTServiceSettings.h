@@ -16,6 +16,13 @@ struct KivRESTServiceSettings {
   std::size_t parallelTransfers = 6;
   /// Of these, the transfers with one server, a host and port. At least one runs.
   std::size_t parallelTransfersPerHost = 6;
+  /// While other downloads wait for its place, a transfer slower than `slowSpeed`, in bytes a
+  /// second, gives way after `slowTurn`: it ends, what has come is kept, and it continues when
+  /// those that wait have had their turn. That is no failed try. Its next turn is twice as long.
+  /// The half of the places that was taken first is left alone, so that files are completed on slow
+  /// lines, too. A `slowSpeed` of 0: nothing gives way.
+  std::int64_t slowSpeed = 8 * 1024;
+  std::chrono::seconds slowTurn{30};
   /// Bytes a second that all transfers together may receive, headers and bodies, 0 for no limit.
   /// Kept on average, however many transfers the bytes come with: no transfer starts while more has
   /// come than the limit allows. A transfer that has just started may bring the bytes of one second
@@ -32,10 +39,20 @@ struct KivRESTServiceSettings {
   /// How long looking up the host, connecting and the TLS handshake may take together. Where a
   /// second try takes longer, too, the server is given up for the files that wait for it.
   std::chrono::milliseconds connectTimeout{15'000};
-  /// A transfer slower than `stallSpeed`, in bytes a second, for this long is given up. There is no
-  /// limit on the total time: a slow download that goes on is left alone.
+  /// A try that is slower than `stallSpeed`, in bytes a second, for this long is ended. 0 for no
+  /// limit.
   std::chrono::seconds stallTimeout{30};
   std::int64_t stallSpeed = 64;
+  /// The older a download, the faster it has to be: `stallSpeed` doubles each time that its tries
+  /// have run for this long in all, up to `largestStallSpeed`. 0 for never. The largest is what is
+  /// left to each of six transfers on a line of 3 KB/s; with a `bandwidth`, it is at most half of
+  /// what that leaves to each.
+  std::chrono::seconds stallSpeedDoubling{5 * 60};
+  std::int64_t largestStallSpeed = 512;
+  /// How long a file may take, with all tries and what is waited between them, from the start of
+  /// the first one. Then its tasks end with the error deadlineExceeded, and what has come of it is
+  /// kept as after any other failure. 0 for no limit.
+  std::chrono::seconds deadline{6 * 60 * 60};
   /// Redirects followed for one server before it is given up.
   int redirects = 10;
   /// Follows redirects from a server with a public address to one with a private address: loopback,

@@ -63,6 +63,7 @@ void Transfer::startOver() {
   check_.emplace(settings_.largestBody, range_,
                  mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1, openEnds());
   bodyHasBegun_ = false;
+  isTooSlow_ = false;
   noteLengths();
 }
 
@@ -283,6 +284,7 @@ std::string Transfer::storageProblem() const {
 /// The outcome of a transfer that broke on its way. Some result codes mean something else when the
 /// server has been asked already.
 TransferOutcome Transfer::broken(int result) const {
+  if (isTooSlow_) return failed(Code::timedOut, "the server sends too slowly");
   const bool wasAsked = info<long>(handle_.get(), CURLINFO_REQUEST_SIZE) > 0;
   const bool systemFailed = info<long>(handle_.get(), CURLINFO_OS_ERRNO) != 0;
   if (wasAsked && result == CURLE_UNSUPPORTED_PROTOCOL) {

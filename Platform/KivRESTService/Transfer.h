@@ -39,7 +39,16 @@ class Transfer {
   void limitSpeed(std::int64_t bytesPerSecond);
   /// The bytes of responses, headers and bodies of any kind, that have come since this was last
   /// called. To be called on the thread that runs the handle.
-  std::int64_t takeBytesCome() noexcept { return std::exchange(bytesCome_, 0); }
+  std::int64_t takeBytesCome() noexcept {
+    return bytesCome_ - std::exchange(bytesTaken_, bytesCome_);
+  }
+  /// The same of the whole try.
+  [[nodiscard]] std::int64_t bytesCome() const noexcept { return bytesCome_; }
+  /// The try is to end while its request runs: keeps for another one what has come of the body, in
+  /// memory too, as far as it can be continued.
+  void keepPart() { sink_.keep(); }
+  /// The request, which ends like one that ran into a time-out, was too slow.
+  void noteTooSlow() noexcept { isTooSlow_ = true; }
   /// To be called when the handle has run, with its result code. Nothing where there is another
   /// request to make: the server redirects elsewhere, or has to be asked once more on a connection
   /// of its own. The handle, which may be another one, is then ready to run.
@@ -98,6 +107,8 @@ class Transfer {
   std::optional<ResponseCheck> check_;
   bool isOnFreshConnection_ = false;  // as it was asked to be
   std::int64_t bytesCome_ = 0;
+  std::int64_t bytesTaken_ = 0;
+  bool isTooSlow_ = false;
   std::atomic<bool> bodyHasBegun_ = false;
   bool cannotStore_ = false;  // memory or disk gave out
   std::atomic<std::int64_t> received_ = 0;

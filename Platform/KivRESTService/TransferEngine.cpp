@@ -203,6 +203,7 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
   takeOrders(index);
   if (!isWell) scheduler_->failRunning(lane);
   scheduler_->finishEnded(lane);
+  scheduler_->endSlow(lane);
   reportProgress(lock);
 }
 

@@ -38,6 +38,8 @@ std::string_view clause(KivRESTServiceErrorCode code) {
       return "the client belongs to the process from which this one was forked";
     case KivRESTServiceErrorCode::redirectToPrivateAddress:
       return "the server redirects into a private network";
+    case KivRESTServiceErrorCode::deadlineExceeded:
+      return "it did not come within the time that is allowed for a file";
   }
   return clause(KivRESTServiceErrorCode::unknown);
 }

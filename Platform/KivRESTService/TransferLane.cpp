@@ -115,6 +115,19 @@ std::vector<TransferLane::Ended> TransferLane::takeEnded() {
   return ended;
 }
 
+Download* TransferLane::findRunning(const std::function<bool(Download&)>& predicate) const {
+  const auto found = std::find_if(running_.begin(), running_.end(),
+                                  [&](const auto& entry) { return predicate(*entry.second); });
+  return found == running_.end() ? nullptr : found->second;
+}
+
+TransferLane::Ended TransferLane::stop(Download& download) {
+  void* const handle = download.transfer->handle();
+  running_.erase(handle);
+  curl_multi_remove_handle(multiHandle_, handle);
+  return {download, CURLE_OPERATION_TIMEDOUT};
+}
+
 std::vector<Download*> TransferLane::takeRunning() {
   std::vector<Download*> stopped;
   for (const auto& [handle, download] : running_) {

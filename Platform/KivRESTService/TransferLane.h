@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -63,9 +64,9 @@ class TransferLane {
   /// Has a prepared transfer run; false where that failed.
   bool run(Download& download);
   void releaseDropped();
-  /// Returns when something can be moved, when the thread is woken up, or after that time; at short
-  /// intervals where the thread cannot be woken up. False where libcurl itself failed, which it
-  /// does for want of memory only.
+  /// Returns when something can be moved, when the thread is woken up, or after that time, half a
+  /// second at most; at short intervals where the thread cannot be woken up. False where libcurl
+  /// itself failed, which it does for want of memory only.
   bool wait(std::chrono::milliseconds longest);
   /// Moves the transfers that can be moved; false as above.
   bool move();
@@ -74,6 +75,10 @@ class TransferLane {
   std::int64_t takeBytesCome();
   /// Those that have ended, which run no more.
   std::vector<Ended> takeEnded();
+  /// One that runs and for which the predicate holds; nullptr where there is none.
+  [[nodiscard]] Download* findRunning(const std::function<bool(Download&)>& predicate) const;
+  /// Stops one that runs, as libcurl itself does after a time-out.
+  Ended stop(Download& download);
   /// Stops all that run.
   std::vector<Download*> takeRunning();
   void limitSpeeds(std::int64_t bytesPerSecond);

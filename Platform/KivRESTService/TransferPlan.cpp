@@ -22,7 +22,7 @@ TransferPlan::TransferPlan(std::size_t servers, const KivRESTServiceSettings& se
 
 std::optional<TransferPlan::Step> TransferPlan::next(
     Time now, const std::function<ServerState(std::size_t server)>& stateOf) const {
-  if (success_ || tries_ >= triesInAll_) return std::nullopt;
+  if (isOver()) return std::nullopt;
   // Who can be tried now comes before who must wait, the healthy before the avoided, and who has
   // failed less often before the others.
   using Rank = std::tuple<Time, ServerState, int>;
@@ -42,8 +42,7 @@ std::optional<TransferPlan::Step> TransferPlan::next(
 }
 
 bool TransferPlan::mayTry(std::size_t server, Time now) const {
-  const bool isOver = success_ || tries_ >= triesInAll_;
-  return !isOver && !servers_[server].isDone && servers_[server].notBefore <= now;
+  return !isOver() && !servers_[server].isDone && servers_[server].notBefore <= now;
 }
 
 void TransferPlan::record(std::size_t server, TryResult result, RetryPolicy& policy, Time now) {
@@ -81,7 +80,7 @@ std::size_t TransferPlan::decisiveServer() const noexcept {
 }
 
 TransferOutcome TransferPlan::takeOutcome() {
-  return std::move(*servers_[decisiveServer()].outcome);
+  return std::move(givenUp_ ? *givenUp_ : *servers_[decisiveServer()].outcome);
 }
 
 }  // namespace kiv

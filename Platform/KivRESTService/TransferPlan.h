@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Platform/Foundation/Export.h"
@@ -42,8 +43,12 @@ class KIV_EXPORT TransferPlan {
   /// Notes how the try of that server, which ended now, came out.
   void record(std::size_t server, TryResult result, RetryPolicy& policy, Time now);
 
-  /// What the task ends with: the first 200; else the response that the earliest server gave last;
-  /// else the error of the request's own server. To be asked once, when nothing is left to try.
+  /// Nothing more is to be tried: the task ends with that, whatever the tries came to.
+  void giveUp(TransferOutcome outcome) { givenUp_ = std::move(outcome); }
+
+  /// What the task ends with, where it was not given up: the first 200; else the response that the
+  /// earliest server gave last; else the error of the request's own server. To be asked once, when
+  /// nothing is left to try.
   [[nodiscard]] TransferOutcome takeOutcome();
   /// The server whose outcome that is.
   [[nodiscard]] std::size_t decisiveServer() const noexcept;
@@ -58,11 +63,16 @@ class KIV_EXPORT TransferPlan {
     bool isDone = false;
   };
 
+  [[nodiscard]] bool isOver() const noexcept {
+    return success_ || givenUp_ || tries_ >= triesInAll_;
+  }
+
   const int triesPerServer_;
   const int triesInAll_;
   std::vector<Server> servers_;
   int tries_ = 0;
   std::optional<std::size_t> success_;
+  std::optional<TransferOutcome> givenUp_;
 };
 
 }  // namespace kiv

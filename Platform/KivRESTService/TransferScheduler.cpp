@@ -41,6 +41,7 @@ TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
       buffers_(std::make_shared<BodyBuffers>(settings.largestBacklog)),
       health_(settings.unreachablePause),
       policy_(settings, std::random_device()()),
+      speeds_(settings),
       budget_(settings.bandwidth),
       readSize_(settings),
       lanes_(laneCount(settings)),
@@ -59,8 +60,9 @@ void TransferScheduler::dropAll() {
     TransferLane& lane = *download->lane;
     lane.drop(std::move(download));
   }
-  running_ = 0;
+  running_.clear();
   runningPerServer_.clear();
+  deadlines_.clear();
   waiting_.clear();
   pausing_.clear();
   downloads_.clear();
@@ -102,6 +104,7 @@ void TransferScheduler::join(Download& download, const TransferJob& job) {
 
 void TransferScheduler::startWaiting() {
   const auto now = Clock::now();
+  endOverdue(now);
   endPauses(pausing_.begin(), pausing_.upper_bound(now));
   if (holdsBack(now) || hasDropped()) return;
   const auto ready = [&](Download& download) { return mayStart(download, now); };
@@ -117,7 +120,13 @@ void TransferScheduler::startWaiting() {
 }
 
 bool TransferScheduler::hasFreePlace() const noexcept {
-  return running_ < std::max<std::size_t>(1, settings_.parallelTransfers);
+  return running_.size() < std::max<std::size_t>(1, settings_.parallelTransfers);
+}
+
+bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
+  const auto busy = runningPerServer_.find(server);
+  return busy == runningPerServer_.end() ||
+         busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
 }
 
 /// True while more has come than may have come by now, and others wait to begin.
@@ -146,10 +155,7 @@ bool TransferScheduler::mayStart(Download& download, Time now) const {
   if (!step) return true;
   download.server = step->server;
   download.notBefore = step->notBefore;
-  if (step->notBefore > now) return true;
-  const auto busy = runningPerServer_.find(download.servers[step->server]);
-  return busy == runningPerServer_.end() ||
-         busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
+  return step->notBefore > now || hasFreePlaceAt(download.servers[step->server]);
 }
 
 std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& download,
@@ -160,7 +166,10 @@ std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& do
 
 void TransferScheduler::start(Download& download) {
   const auto now = Clock::now();
-  if (!download.begun) download.begun = now;
+  if (!download.begun) {
+    download.begun = now;
+    if (const auto deadline = speeds_.deadline(now)) deadlines_.emplace(*deadline, &download);
+  }
   ++download.figures.tries;
   health_.noteTry(download.servers[download.server], download.tryID());
   if (auto obstacle = startTransfer(download, leastLoadedLane())) {
@@ -187,7 +196,9 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
   lane.assign(download);
   download.lane = &lane;
   download.state = Download::State::running;
-  ++running_;
+  download.tryBegun = Clock::now();
+  download.speed.restart(0, download.tryBegun);
+  running_.push_back(&download);
   ++runningPerServer_[download.servers[download.server]];
   shareBandwidth();
   return std::nullopt;
@@ -223,8 +234,8 @@ void TransferScheduler::pause(Download& download) {
 /// libcurl knows only limits of single transfers. Those that are held back have a share, too: with
 /// it the others' surplus is paid for, which they would otherwise renew as long as they run.
 void TransferScheduler::shareBandwidth() {
-  if (!budget_.isLimited() || running_ == 0) return;
-  const auto shares = static_cast<std::int64_t>(running_) + (heldBackUntil_ ? 1 : 0);
+  if (!budget_.isLimited() || running_.empty()) return;
+  const auto shares = static_cast<std::int64_t>(running_.size()) + (heldBackUntil_ ? 1 : 0);
   const auto share = settings_.bandwidth / shares;
   for (TransferLane& lane : lanes_)
     lane.limitSpeeds(std::max<std::int64_t>(1, share));
@@ -251,6 +262,7 @@ void TransferScheduler::finish(TransferLane& lane, const TransferLane::Ended& en
   auto result = download.transfer->finish(ended.result);
   const bool goesOn = !result && lane.run(download);
   if (goesOn) {
+    download.speed.restart(download.transfer->bytesCome(), Clock::now());
     noteReached(download.servers[download.server]);
     return shareBandwidth();
   }
@@ -282,7 +294,8 @@ void TransferScheduler::conclude(Download& download, TryResult result) {
 void TransferScheduler::stopRunning(TransferLane& lane, Download& download) {
   const auto running = runningPerServer_.find(download.servers[download.server]);
   if (--running->second == 0) runningPerServer_.erase(running);
-  --running_;
+  std::erase(running_, &download);
+  download.ranBefore = download.age(Clock::now());
   lane.keepSpareHandle(download.transfer->takeHandle());
   download.transfer.reset();
   download.lane = nullptr;
@@ -382,6 +395,10 @@ void TransferScheduler::report(Download& download) {
   // A body on the disk takes no memory, but a lock, of which there are not many.
   const auto held = std::min(bytes, settings_.largestBodyInMemory);
   TaskResult result{std::move(outcome), std::move(download.figures), held};
+  if (download.begun) {
+    const auto deadline = speeds_.deadline(*download.begun);
+    if (deadline) deadlines_.erase({*deadline, &download});
+  }
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
   results_.reserve(results_.size() + tasks.size());
@@ -397,7 +414,7 @@ void TransferScheduler::report(Download& download) {
 void TransferScheduler::reportEnded(std::unique_lock<std::mutex>& lock) {
   if (results_.empty()) return;
   const auto now = Clock::now();
-  const bool mayWait = running_ > 0 && now < reportAt_;
+  const bool mayWait = !running_.empty() && now < reportAt_;
   if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
   reportAt_ = now + reportInterval;
   auto results = std::exchange(results_, {});
@@ -418,7 +435,7 @@ std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {
 // --- Progress ------------------------------------------------------------------------------------
 
 std::optional<TransferScheduler::Time> TransferScheduler::nextReport() const {
-  if (!isReportDue_ && running_ == 0) return std::nullopt;
+  if (!isReportDue_ && running_.empty()) return std::nullopt;
   return meter_.nextTime();
 }
 

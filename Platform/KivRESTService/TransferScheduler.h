@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "Platform/KivRESTService/ProgressMeter.h"
 #include "Platform/KivRESTService/ReadSize.h"
 #include "Platform/KivRESTService/RetryPolicy.h"
+#include "Platform/KivRESTService/SpeedPolicy.h"
 #include "Platform/KivRESTService/SpoolDirectory.h"
 #include "Platform/KivRESTService/TaskResult.h"
 #include "Platform/KivRESTService/TransferJob.h"
@@ -76,6 +78,9 @@ class TransferScheduler {
   void finishEnded(TransferLane& lane);
   /// Ends the jobs that run there where libcurl itself has failed.
   void failRunning(TransferLane& lane);
+  /// Ends the tries that are too slow, the jobs whose deadline has passed, and the tries that are
+  /// to give way to others. To be called at least every second.
+  void endSlow(TransferLane& lane);
 
   // --- Reports ---
 
@@ -107,12 +112,22 @@ class TransferScheduler {
   void advance(Download& download);
   void pause(Download& download);
   [[nodiscard]] bool hasFreePlace() const noexcept;
+  [[nodiscard]] bool hasFreePlaceAt(const std::string& server) const;
   bool holdsBack(Time now);
   void shareBandwidth();
 
   void finish(TransferLane& lane, const TransferLane::Ended& ended);
   void endTry(TransferLane& lane, Download& download, TryResult result);
   void stopRunning(TransferLane& lane, Download& download);
+  void endAsTooSlow(TransferLane& lane, Download& download);
+  void giveWay(TransferLane& lane, Download& download);
+  [[nodiscard]] bool isTooSlow(Download& download, Time now);
+  [[nodiscard]] bool isToGiveWay(Download& download, Time now);
+  [[nodiscard]] bool couldStartAfter(const Download& download, Download& waiting, Time now) const;
+  [[nodiscard]] std::size_t olderThan(const Download& download, bool onItsServer) const;
+  [[nodiscard]] bool isOverdue(const Download& download, Time now) const;
+  void endOverdue(Time now);
+  TryResult giveUp(Download& download);
   void conclude(Download& download, TryResult result);
   void report(Download& download);
 
@@ -134,6 +149,7 @@ class TransferScheduler {
   const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
   RetryPolicy policy_;
+  SpeedPolicy speeds_;
   BandwidthBudget budget_;
   std::optional<Time> heldBackUntil_;  // while nothing starts for want of bandwidth
   ReadSize readSize_;
@@ -145,8 +161,9 @@ class TransferScheduler {
   Time reportAt_{};                                             // not before, while others run
   WaitingDownloads waiting_;
   Pauses pausing_;
-  std::size_t running_ = 0;
+  std::vector<Download*> running_;  // in order of their beginning
   std::map<std::string, std::size_t> runningPerServer_;
+  std::set<std::pair<Time, Download*>> deadlines_;  // of those that have begun
   std::vector<TransferLane> lanes_;
   std::size_t lanesInUse_;  // the first ones
 };

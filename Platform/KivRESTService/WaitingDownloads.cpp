@@ -1,5 +1,6 @@
 #include "Platform/KivRESTService/WaitingDownloads.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -8,12 +9,13 @@
 namespace kiv {
 
 bool WaitingDownloads::Place::operator<(const Place& other) const noexcept {
+  if (timesGivenWay != other.timesGivenWay) return timesGivenWay < other.timesGivenWay;
   if (priority != other.priority) return priority > other.priority;
   return task < other.task;
 }
 
 WaitingDownloads::Place WaitingDownloads::placeOf(const Download& download) {
-  return {download.priority, download.tasks.front()};
+  return {download.figures.timesGivenWay, download.priority, download.tasks.front()};
 }
 
 std::string WaitingDownloads::lineOf(const Download& download) {
@@ -45,6 +47,11 @@ Download* WaitingDownloads::takeNext(const std::function<bool(Download&)>& maySt
   Download* const download = best->second;
   remove(*download);
   return download;
+}
+
+bool WaitingDownloads::anyFirst(const std::function<bool(Download&)>& predicate) const {
+  return std::any_of(lines_.begin(), lines_.end(),
+                     [&](const auto& entry) { return predicate(*entry.second.begin()->second); });
 }
 
 void WaitingDownloads::clear() noexcept {

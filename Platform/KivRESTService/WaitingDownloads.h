@@ -12,9 +12,10 @@ namespace kiv {
 
 struct Download;
 
-/// The downloads that wait for a free place: the largest priority comes first, and among equals the
-/// one that was queued first. Those whose servers are the same stand in one line, so that a busy
-/// server costs a look at one of them and not at each.
+/// The downloads that wait for a free place: those that have given way less often come first, among
+/// these the largest priority, and among equals the one that was queued first. Those whose servers
+/// are the same stand in one line, so that a busy server costs a look at one of them and not at
+/// each.
 class KIV_EXPORT WaitingDownloads {
  public:
   /// The download must live until it is taken out.
@@ -22,12 +23,15 @@ class KIV_EXPORT WaitingDownloads {
   void remove(Download& download);
   /// Takes out the one that comes next of those that may start; nullptr where none may.
   Download* takeNext(const std::function<bool(Download&)>& mayStart);
+  /// True where the predicate holds for the first of a line.
+  [[nodiscard]] bool anyFirst(const std::function<bool(Download&)>& predicate) const;
   void clear() noexcept;
   [[nodiscard]] bool empty() const noexcept { return count_ == 0; }
   [[nodiscard]] std::size_t size() const noexcept { return count_; }
 
  private:
   struct Place {
+    int timesGivenWay;
     std::uint64_t priority;
     std::uint64_t task;
     bool operator<(const Place& other) const noexcept;

@@ -109,6 +109,16 @@ INSTANTIATE_TEST_SUITE_P(
 
 using Order = std::vector<std::size_t>;
 
+TEST(TransferPlan, OneThatIsGivenUpEndsWithThatWhateverTheServersAnswered) {
+  Walk walk(2, {});
+  walk.next();
+  walk.record(outcome("404", 0));
+  walk.plan.giveUp(outcome("E", 7));
+  EXPECT_EQ(walk.next(), std::nullopt);
+  EXPECT_FALSE(walk.plan.mayTry(1, walk.now));
+  EXPECT_EQ(describe(walk.plan.takeOutcome()), "error of 7");
+}
+
 TEST(TransferPlan, TheOutcomeDoesNotDependOnTheOrderOfTrying) {
   KivRESTServiceSettings settings;
   TransferPlan plan(3, settings);

@@ -18,9 +18,10 @@ using kiv::WaitingDownloads;
 class WaitingDownloadsTest : public testing::Test {
  protected:
   Download& add(std::uint64_t task, std::uint64_t priority,
-                const std::string& url = "http://a.test/x") {
+                const std::string& url = "http://a.test/x", int timesGivenWay = 0) {
     const kiv::TransferJob job{task, priority, {*URL::fromString(url)}};
     all_.push_back(std::make_unique<Download>(job, settings_));
+    all_.back()->figures.timesGivenWay = timesGivenWay;
     waiting_.add(*all_.back());
     return *all_.back();
   }
@@ -62,6 +63,28 @@ TEST_F(WaitingDownloadsTest, PrioritiesCompareUnsigned) {
   add(2, std::numeric_limits<std::uint64_t>::max());
   add(3, std::numeric_limits<std::int64_t>::max());
   EXPECT_EQ(takeAll(), (Tasks{2, 3, 1}));
+}
+
+TEST_F(WaitingDownloadsTest, ThoseThatHaveGivenWayComeBehindAllOthersWhateverTheirPriority) {
+  add(1, 9, "http://a.test/1", 1);
+  add(2, 9, "http://b.test/2", 2);
+  add(3, 5, "http://a.test/3", 1);
+  add(4, 0, "http://b.test/4");
+  EXPECT_EQ(takeAll(), (Tasks{4, 1, 3, 2}));
+}
+
+TEST_F(WaitingDownloadsTest, TheFirstOfEachLineIsLookedAt) {
+  add(1, 5, "http://a.test/1");
+  add(2, 9, "http://a.test/2");
+  add(3, 1, "http://b.test/3");
+  std::set<std::uint64_t> seen;
+  EXPECT_FALSE(waiting_.anyFirst([&](Download& download) {
+    seen.insert(download.tasks.front());
+    return false;
+  }));
+  EXPECT_EQ(seen, (std::set<std::uint64_t>{2, 3}));
+  EXPECT_TRUE(waiting_.anyFirst([](Download& download) { return download.priority == 1; }));
+  EXPECT_EQ(waiting_.size(), 3U);
 }
 
 TEST_F(WaitingDownloadsTest, ServersShareOneOrder) {
