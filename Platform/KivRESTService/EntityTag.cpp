@@ -27,6 +27,10 @@ bool isEntityTag(std::string_view text) noexcept {
   return std::all_of(opaque.begin(), opaque.end(), mayStandInTag);
 }
 
+bool isStrongEntityTag(std::string_view text) noexcept {
+  return text.starts_with('"') && isEntityTag(text);
+}
+
 bool hasCharactersOfDate(std::string_view text) noexcept {
   return !text.empty() && std::all_of(text.begin(), text.end(), mayStandInDate);
 }

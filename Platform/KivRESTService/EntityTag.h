@@ -11,6 +11,8 @@ namespace kiv {
 /// "W/". What is none must not be sent back to a server: it may hold a line end, and with it
 /// headers of its own.
 KIV_EXPORT bool isEntityTag(std::string_view text) noexcept;
+/// The same for one that is not weak: a weak tag may stand for different bytes.
+KIV_EXPORT bool isStrongEntityTag(std::string_view text) noexcept;
 
 /// True where the text has only characters that the dates of HTTP have (section 5.6.7).
 KIV_EXPORT bool hasCharactersOfDate(std::string_view text) noexcept;

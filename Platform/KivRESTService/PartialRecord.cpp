@@ -52,7 +52,7 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   // Whatever lies in the file goes into a request.
   const std::string_view tag = entries[entityTagKey].stringView();
   const std::string_view date = entries[lastModifiedKey].stringView();
-  if (isEntityTag(tag)) record.version.entityTag = tag;
+  if (isStrongEntityTag(tag)) record.version.entityTag = tag;
   if (hasCharactersOfDate(date)) record.version.lastModified = date;
   record.length = number(entries[lengthKey]);
   record.date = number(entries[dateKey]).value_or(0);

@@ -100,9 +100,7 @@ std::optional<std::int64_t> ResponseCheck::fileLength() const noexcept {
 
 BodyVersion ResponseCheck::version() const {
   BodyVersion version;
-  // A weak tag may stand for different bytes.
-  const bool isStrong = entityTag_ && isEntityTag(*entityTag_) && entityTag_->front() == '"';
-  if (isStrong) version.entityTag = *entityTag_;
+  if (entityTag_ && isStrongEntityTag(*entityTag_)) version.entityTag = *entityTag_;
   if (!lastModified_ || !hasCharactersOfDate(*lastModified_)) return version;
   // A file that was changed within the second of the date may be changed again within it.
   const auto changed = secondsFromHTTPDate(*lastModified_);

@@ -31,6 +31,8 @@ class EntityTags : public testing::TestWithParam<Case> {};
 
 TEST_P(EntityTags, AreThoseOfTheGrammar) {
   EXPECT_EQ(kiv::isEntityTag(GetParam().text), GetParam().isProper);
+  const bool isWeak = std::string_view(GetParam().text).starts_with("W/");
+  EXPECT_EQ(kiv::isStrongEntityTag(GetParam().text), GetParam().isProper && !isWeak);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -111,6 +113,8 @@ TEST(PartialRecordTest, AVersionThatMayNotBeSentIsNotBelieved) {
   EXPECT_FALSE(kiv::PartialRecord::fromText(record.text()));
   record.version = {"", "Sun, 06 Nov 1994 08:49:37 GMT\r\nX-Injected: yes"};
   EXPECT_FALSE(kiv::PartialRecord::fromText(record.text()));
+  record.version.entityTag = "W/\"1\"";
+  EXPECT_FALSE(kiv::PartialRecord::fromText(record.text())) << "a weak tag is no validator";
 }
 
 }  // namespace
