@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <utility>
@@ -62,17 +63,22 @@ class ResourceList::Indexes {
     auto& index = indexes_[static_cast<std::size_t>(aspect)];
     if (index && !index->isCurrent()) clear();
     if (!index) {
-      index.emplace(aspect, places_.size());
+      ResourceIndex made(aspect, places_.size());
       for (const auto& resource : places_)
-        index->add(resource.get());
+        made.add(resource.get());
+      index = std::move(made);
     }
     return *index;
   }
 
-  void add(const KivResource& resource, bool mayBeThereAlready) {
+  void add(const KivResource& resource, bool mayBeThereAlready) noexcept {
     mayRepeat_ = mayRepeat_ || mayBeThereAlready;
-    for (auto& index : indexes_) {
-      if (index) index->add(&resource);
+    try {
+      for (auto& index : indexes_) {
+        if (index) index->add(&resource);
+      }
+    } catch (const std::exception&) {
+      clear();  // memory has run out: they are made when they are asked for
     }
   }
 
@@ -175,11 +181,12 @@ ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resou
 
 void ResourceList::append(std::shared_ptr<KivResource> resource) {
   if (!resource) return;
-  const bool wasListed = resource->isListed_;
-  if (!wasListed) resource->noteListed();
-  indexes_->add(*resource, wasListed);
+  KivResource& appended = *resource;
   places_.push_back(std::move(resource));
   ++size_;
+  const bool wasListed = appended.isListed_;
+  if (!wasListed) appended.noteListed();
+  indexes_->add(appended, wasListed);
 }
 
 void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {

@@ -160,9 +160,9 @@ void KivResourceManager::removeObserver(
 // --- Steps ---------------------------------------------------------------------------------------
 
 void KivResourceManager::endStep() {
-  saveChanges();
+  insist([this] { saveChanges(); });
   for (auto& announcement : std::exchange(announcements_, {}))
-    send(announcement);
+    insist([&] { send(announcement); });
 }
 
 void KivResourceManager::saveChanges() {
@@ -171,7 +171,8 @@ void KivResourceManager::saveChanges() {
   if (!listIsChanged_ && removals_->empty() && !savedList_->doubt()) return;
   kiv::SavedList::Access access(*savedList_, *loadedResources_);
   noteMerge();
-  if (std::exchange(listIsChanged_, false)) listIsOutOfDate_ = !access.save();
+  if (listIsChanged_) listIsOutOfDate_ = !access.save();
+  listIsChanged_ = false;
   if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
 }
 
@@ -179,10 +180,15 @@ void KivResourceManager::saveChanges() {
 void KivResourceManager::endStepWithTurn() {
   if (loadingResourcesFilesCount_ <= 0) return endStep();
   if (std::exchange(endIsScheduled_, true)) return;
-  kiv::DispatchQueue::atEndOfTurn([self = shared_from_this()] {
-    self->endIsScheduled_ = false;
-    self->endStep();
+  const bool isScheduled = contain([this] {
+    kiv::DispatchQueue::atEndOfTurn([self = shared_from_this()] {
+      self->endIsScheduled_ = false;
+      self->endStep();
+    });
   });
+  if (isScheduled) return;
+  endIsScheduled_ = false;
+  endStep();
 }
 
 void KivResourceManager::send(Announcement& announcement) {
@@ -192,15 +198,14 @@ void KivResourceManager::send(Announcement& announcement) {
       observer.resourceManagerDidFinishLoading(self);
     });
   } else if (!failure) {
-    recipients.send([self = shared_from_this(),
-                     resource = std::move(resource)](KivResourceManagerObserver& observer) {
+    recipients.send([self = shared_from_this(), resource](KivResourceManagerObserver& observer) {
       observer.resourceManager_didLoadResource(self, resource);
     });
   } else {
-    recipients.send([self = shared_from_this(), resource = std::move(resource),
-                     failure = std::move(failure)](KivResourceManagerObserver& observer) {
-      observer.resourceManager_didFailToLoadResource_withError(self, resource, *failure);
-    });
+    recipients.send(
+        [self = shared_from_this(), resource, failure](KivResourceManagerObserver& observer) {
+          observer.resourceManager_didFailToLoadResource_withError(self, resource, *failure);
+        });
   }
 }
 

@@ -8,6 +8,7 @@
 #include "KivResource/KivResourceStorageModule.h"
 #include "Platform/Foundation/Path.h"
 #include "Platform/Foundation/SystemLog.h"
+#include "Platform/KivRESTService/KivRESTServiceErrors.h"
 
 namespace {
 
@@ -28,6 +29,13 @@ void logFailedFile(std::string_view fileName, const KivResource& resource,
   line.append("\" for resource with ID ").append(resource.resourceID());
   line.append(". Error: ").append(error ? error->description() : "(null)");
   kiv::SystemLog::write(line);
+}
+
+kiv::Error outOfMemory(const std::string& fileLink) {
+  std::string message = "Could not store \"";
+  message.append(kiv::path::lastPathComponent(fileLink)).append("\": memory has run out.");
+  return kiv::Error(KivRESTServiceErrorDomain,
+                    static_cast<std::int64_t>(KivRESTServiceErrorCode::outOfResources), message);
 }
 
 }  // namespace
@@ -87,16 +95,19 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
                                           const std::string& fileLink,
                                           const std::shared_ptr<KivResource>& resource) {
   const Step step(*this, Step::End::withTurn);
-  const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
-  if (error || !data) {
-    logFailedFile(fileName, *resource, error);
-    announceFailed(resource, error);
-  } else {
-    logLoadedFile(fileName, *resource);
-    saveLoadedData_forFileWithLink_andUpdateResource(*data, fileLink, resource);
-  }
+  const bool isTaken = contain([&] {
+    const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
+    if (error || !data) {
+      logFailedFile(fileName, *resource, error);
+      announceFailed(resource, error);
+    } else {
+      logLoadedFile(fileName, *resource);
+      saveLoadedData_forFileWithLink_andUpdateResource(*data, fileLink, resource);
+    }
+  });
+  if (!isTaken) insist([&] { announceFailed(resource, outOfMemory(fileLink)); });
   --loadingResourcesFilesCount_;
-  if (loadingResourcesFilesCount_ <= 0) finishLoading();
+  if (loadingResourcesFilesCount_ <= 0) insist([this] { finishLoading(); });
 }
 
 void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(

@@ -1,6 +1,27 @@
 #pragma once
 
+#include <exception>
+
 #include "KivResource/KivResourceManager.h"
+
+/// Runs a part of a step; false where it threw, which it does where memory has run out. The manager
+/// must not be left busy for good then, nor the process be ended by the end of a step.
+template <class Part>
+bool contain(const Part& part) noexcept {
+  try {
+    part();
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+/// The same for what has to happen, and may be done twice: tried once more where it threw, since
+/// the memory that it had taken is free again.
+template <class Part>
+void insist(const Part& part) noexcept {
+  if (!contain(part)) contain(part);
+}
 
 /// The scope of one step of the manager. Steps nest: an operation that is one is made of others.
 ///

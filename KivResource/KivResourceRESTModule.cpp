@@ -1,5 +1,6 @@
 #include "KivResource/KivResourceRESTModule.h"
 
+#include <exception>
 #include <utility>
 
 #include "KivResource/KivResourceObject.h"
@@ -28,11 +29,15 @@ void evaluateOutcome(const KivRESTServiceTask& task, std::string_view fileLink,
                      const KivResourceRESTModule::CompletionHandler& completion) {
   constexpr std::int64_t accepted = 200;
   const std::int64_t statusCode = task.response() ? task.response()->statusCode() : 0;
-  if (!task.responseError() && statusCode != accepted) {
-    completion(std::nullopt, invalidStatusError(fileLink, statusCode));
-  } else {
-    completion(task.returnedData(), task.responseError());
+  if (task.responseError() || statusCode == accepted) {
+    return completion(task.returnedData(), task.responseError());
   }
+  std::optional<kiv::Error> error;
+  try {
+    error = invalidStatusError(fileLink, statusCode);
+  } catch (const std::exception&) {  // no memory for the error: that no data came has to do
+  }
+  completion(std::nullopt, error);
 }
 
 }  // namespace

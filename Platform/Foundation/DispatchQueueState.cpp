@@ -38,13 +38,27 @@ void DispatchQueue::State::add(std::vector<Job> added, const void* itsTurn) {
   {
     const std::lock_guard lock(mutex);
     wasEmpty = jobs.empty();
-    for (Job& job : added)
-      jobs.push_back({std::move(job), itsTurn, ++lastNumber});
+    append(added, itsTurn);
     // In a child of fork the thread is not there yet.
     if (servedBy == ServedBy::ownThread && server == std::thread::id() && !isClosed) startThread();
   }
   changed.notify_one();
   if (wasEmpty) callWakeUp();
+}
+
+/// All of them or, where memory has run out, none.
+void DispatchQueue::State::append(std::vector<Job>& added, const void* itsTurn) {
+  const std::size_t before = jobs.size();
+  try {
+    for (std::size_t index = 0; index < added.size(); ++index) {
+      jobs.emplace_back();
+      jobs.back() = {std::move(added[index]), itsTurn, ++lastNumber};
+    }
+  } catch (const std::exception&) {
+    for (; jobs.size() > before; jobs.pop_back())
+      added[jobs.size() - before - 1] = std::move(jobs.back().job);
+    throw;
+  }
 }
 
 bool DispatchQueue::State::isEmpty() {

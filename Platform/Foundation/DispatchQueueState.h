@@ -66,6 +66,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   bool isToBeCalledAgain = false;
 
   void add(std::vector<Job> added, const void* itsTurn);
+  void append(std::vector<Job>& added, const void* itsTurn);
   bool isEmpty();
   /// True where the host may run jobs here and now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }

@@ -193,7 +193,10 @@ KivStorageService::Batch::Batch() : root_(kiv::storage::currentRoot()) {
 }
 
 KivStorageService::Batch::~Batch() {
-  end();
+  try {
+    end();
+  } catch (const std::exception&) {  // memory has run out: what was stored waits for no disk
+  }
 }
 
 bool KivStorageService::Batch::end(std::optional<Error>* error) {

@@ -1,6 +1,7 @@
 // Fetches files again and again, while the first, the second, the third ... allocation on a thread
 // of the framework fails, until a round needs no more of them. Each file must come, or its task end
-// with the error of resources that have run out. Run by KivRESTServiceMemoryTest.
+// with the error of resources that have run out. And jobs that are added together are all added, or
+// none of them. Run by KivRESTServiceMemoryTest.
 //
 //     FailingAllocations spool url...
 
@@ -104,9 +105,34 @@ bool failEachInTurn(const std::string& spool, const std::vector<std::string>& ur
   return false;
 }
 
+/// True where jobs that are added together are all on the queue or, where that failed, none.
+bool addAllOrNone() {
+  constexpr int jobs = 100;
+  bool hasFailed = false;
+  for (long allocation = 0; allocation < 50; ++allocation) {
+    int ran = 0;
+    bool isAdded = true;
+    std::thread([&] {
+      std::vector<kiv::DispatchQueue::Job> added(jobs, [&ran] { ++ran; });
+      left = allocation;
+      try {
+        kiv::DispatchQueue::main()->async(std::move(added));
+      } catch (const std::bad_alloc&) {
+        isAdded = false;
+      }
+      left = -1;
+    }).join();
+    kiv::DispatchQueue::main()->drain();
+    if (ran != (isAdded ? jobs : 0)) return false;
+    hasFailed = hasFailed || !isAdded;
+  }
+  return hasFailed;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   if (count < 3) return 2;
+  if (!addAllOrNone()) return 3;
   return failEachInTurn(arguments[1], {arguments + 2, arguments + count}) ? 0 : 1;
 }

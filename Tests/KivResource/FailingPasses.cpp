@@ -1,0 +1,173 @@
+// A host whose manager has a serial queue of its own loads one pass after the other, while one
+// allocation on a thread of the framework fails in each: the first after the pass has begun, then a
+// later one, until a pass needs no more of them. The process must go on, each pass must end with
+// one finish, and the pass that follows it must load everything. Run by
+// KivResourceManagerMemoryTest.
+//
+//     FailingPasses ROOT SERVER STRIDE
+//
+// STRIDE says how many allocations lie between those that fail in two passes.
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "KivResource/KivResource.h"
+
+namespace {
+
+const std::thread::id mainThread = std::this_thread::get_id();
+/// Allocations that succeed before the one that fails; negative for none that fails.
+std::atomic<long> left = -1;
+
+bool fails() {
+  if (left < 0 || std::this_thread::get_id() == mainThread) return false;
+  return left-- == 0;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (fails()) throw std::bad_alloc();
+  if (void* const place = std::malloc(size == 0 ? 1 : size)) return place;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* place) noexcept {
+  std::free(place);
+}
+void operator delete(void* place, std::size_t) noexcept {
+  std::free(place);
+}
+
+namespace {
+
+constexpr std::chrono::seconds patience{30};
+constexpr int banners = 3;
+
+/// What an observer hears of one pass.
+struct Heard {
+  int loaded = 0;
+  int failed = 0;
+  int finished = 0;
+};
+
+/// Is called on the main queue, which is drained on the main thread alone.
+class Observer final : public KivResourceManagerObserver {
+ public:
+  void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
+                                       const std::shared_ptr<KivResource>&) override {
+    ++heard.loaded;
+  }
+  void resourceManager_didFailToLoadResource_withError(const std::shared_ptr<KivResourceManager>&,
+                                                       const std::shared_ptr<KivResource>&,
+                                                       const std::optional<kiv::Error>&) override {
+    ++heard.failed;
+  }
+  void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>&) override {
+    ++heard.finished;
+  }
+
+  Heard heard;
+};
+
+kiv::Value configurationOf(int version) {
+  kiv::Array items;
+  for (int number = 0; number < banners; ++number) {
+    const auto name = std::to_string(number);
+    items.append(kiv::Dictionary{{"engine", "eco_standard"},
+                                 {"name", "n"},
+                                 {"type", "t"},
+                                 {"banner_id", name},
+                                 {"priority", 1},
+                                 {"updated", version},
+                                 {"market_url", "m"},
+                                 {"image_728x90", name + "-" + std::to_string(version) + ".png"}});
+  }
+  return kiv::Dictionary{{"items", items}};
+}
+
+class Host {
+ public:
+  Host() : queue_(kiv::DispatchQueue::serial("host")) {
+    runAndWait([this] {
+      manager_ = KivResourceManager::sharedInstance();
+      manager_->addObserver(observer_, kiv::DispatchQueue::main());
+    });
+  }
+
+  /// A pass in which the allocation of that number fails, or none where it is negative.
+  Heard pass(int version, long failing) {
+    observer_->heard = {};
+    const auto configuration = configurationOf(version);
+    runAndWait([&] {
+      manager_->updateResourcesForConfig(configuration);
+      left = failing;
+    });
+    waitFor([this] { return observer_->heard.finished > 0; });
+    return observer_->heard;
+  }
+
+ private:
+  void runAndWait(const std::function<void()>& job) {
+    std::atomic<bool> hasRun = false;
+    queue_->async([&] {
+      job();
+      hasRun = true;
+    });
+    waitFor([&] { return hasRun.load(); });
+  }
+
+  static void waitFor(const std::function<bool()>& predicate) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!predicate() && std::chrono::steady_clock::now() < deadline)
+      kiv::DispatchQueue::main()->drainFor(std::chrono::milliseconds(1));
+  }
+
+  std::shared_ptr<kiv::DispatchQueue> queue_;
+  std::shared_ptr<Observer> observer_ = std::make_shared<Observer>();
+  std::shared_ptr<KivResourceManager> manager_;
+};
+
+/// True where every pass came out right.
+bool failEachInTurn(long stride) {
+  Host host;
+  int version = 0;
+  int failed = 0;
+  for (long count = 0; count < 1'000'000; count += stride) {
+    const Heard heard = host.pass(++version, count);
+    const bool isOver = left >= 0;
+    left = -1;
+    const Heard next = host.pass(++version, -1);
+    const bool isRight = heard.finished == 1 && heard.loaded + heard.failed >= banners &&
+                         next.finished == 1 && next.loaded == banners && next.failed == 0;
+    if (!isRight) {
+      std::fprintf(stderr, "Allocation %ld: %d loaded, %d failed, %d finished; then %d, %d, %d.\n",
+                   count, heard.loaded, heard.failed, heard.finished, next.loaded, next.failed,
+                   next.finished);
+      return false;
+    }
+    if (heard.failed > 0) ++failed;
+    if (isOver) {
+      std::fprintf(stderr, "%ld allocations, %d passes with failures\n", count, failed);
+      return count > 50 && failed > 0;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 4) return 2;
+  kiv::SystemLog::setHandler([](std::string_view) {});
+  KivStorageService::setRootPath(arguments[1]);
+  KivAppConfiguration::sharedInstance()->setMainACSDomain(arguments[2]);
+  return failEachInTurn(std::atol(arguments[3])) ? 0 : 1;
+}
