@@ -1,0 +1,135 @@
+// Any text as the record of a body of which a part is kept: what a hostile or a damaged file leads
+// to. "@BOOT@" in it stands for this run of the computer, and "@URL@" for the digest of the URL, so
+// that a record can be believed. What is believed is then asked for: no byte of a record that a
+// header may not have comes into a request, and no range that the part does not have.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+#include "Fuzz/Require.h"
+#include "Platform/Foundation/BootIdentity.h"
+#include "Platform/KivRESTService/BodyBuffers.h"
+#include "Platform/KivRESTService/BodySink.h"
+#include "Platform/KivRESTService/PartialBody.h"
+#include "Platform/KivRESTService/PartialRecord.h"
+#include "Platform/KivRESTService/SpoolDirectory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kiv::PartialRecord;
+using kiv::fuzz::require;
+
+constexpr std::string_view url = "http://a.test/x";
+constexpr std::int64_t partLength = 100;
+
+void replaceAll(std::string& text, std::string_view token, std::string_view value) {
+  for (auto at = text.find(token); at != text.npos; at = text.find(token, at + value.size()))
+    text.replace(at, token.size(), value);
+}
+
+bool mayStandInHeader(std::string_view value) {
+  return std::all_of(value.begin(), value.end(), [](char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte >= 0x20 && byte != 0x7F;
+  });
+}
+
+void checkVersion(const kiv::BodyVersion& version) {
+  require(!version.validator().empty(), "a part is continued with a validator");
+  require(!version.entityTag.starts_with("W/"), "a weak tag says nothing about bytes");
+  require(mayStandInHeader(version.entityTag) && mayStandInHeader(version.lastModified),
+          "a validator has no character that ends a header");
+}
+
+bool areEqual(const PartialRecord& a, const PartialRecord& b) {
+  return a.url.text() == b.url.text() && a.finalURL.text() == b.finalURL.text() &&
+         a.version.entityTag == b.version.entityTag &&
+         a.version.lastModified == b.version.lastModified && a.length == b.length &&
+         a.date == b.date && a.restFailed == b.restFailed;
+}
+
+void checkText(const std::string& text) {
+  const auto record = PartialRecord::fromText(text);
+  if (!record) return;
+  checkVersion(record->version);
+  require(record->length.value_or(0) >= 0 && record->date >= 0, "lengths and dates are positive");
+  const auto again = PartialRecord::fromText(record->text());
+  require(again && areEqual(*record, *again), "a record is read as it was written");
+}
+
+/// A directory of the program's own, which goes with it.
+class Spool {
+ public:
+  Spool() {
+    path_ = (fs::temp_directory_path() / "KivResourceFuzz-XXXXXX").string();
+    require(mkdtemp(path_.data()) != nullptr, "there is a directory");
+    settings.spoolDirectory = path_;
+    settings.longestPartialAge = std::chrono::hours(24 * 365 * 200);
+    // The name under which a client keeps the file.
+    kiv::SpoolDirectory spool(settings);
+    const auto body = spool.create(*kiv::URL::fromString(url), nullptr);
+    require(body && !fs::is_empty(path_), "a body has a place");
+    stem_ = fs::path(fs::directory_iterator(path_)->path()).replace_extension().string();
+  }
+  ~Spool() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  Spool(const Spool&) = delete;
+  Spool& operator=(const Spool&) = delete;
+
+  void put(const std::string& record) const {
+    std::ofstream(stem_ + ".json", std::ios::binary) << record;
+    std::ofstream(stem_ + ".part", std::ios::binary) << std::string(partLength, 'x');
+  }
+  [[nodiscard]] bool isThere(const std::string& extension) const {
+    return fs::exists(stem_ + extension);
+  }
+
+  KivRESTServiceSettings settings;
+
+ private:
+  std::string path_;
+  std::string stem_;
+};
+
+void checkRange(const kiv::RangeAsked& range, const PartialRecord& record) {
+  require(range.first > 0 && range.first <= partLength, "a range begins where the part ends");
+  require(!range.length || range.first < *range.length, "and before the end of the file");
+  require(!record.restFailed, "not after a request for the rest that failed");
+  checkVersion(range.version);
+}
+
+void checkFile(const std::string& text) {
+  static const Spool spool;
+  spool.put(text);
+  kiv::SpoolDirectory directory(spool.settings);
+  directory.sweep();
+  const auto record = PartialRecord::fromText(text);
+  require(spool.isThere(".part") == record.has_value(), "what is not believed goes");
+  const auto buffers = std::make_shared<kiv::BodyBuffers>(1000);
+  kiv::BodySink sink(*kiv::URL::fromString(url), directory, *buffers, 1000);
+  const auto range = sink.range();
+  if (!range) return sink.discard();
+  require(record && record->url == std::string(url), "a part is that of the URL");
+  checkRange(*range, *record);
+  sink.discard();
+  require(!spool.isThere(".part") && !spool.isThere(".json"), "what is discarded goes");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  std::string text(kiv::fuzz::textOf(bytes, size));
+  replaceAll(text, "@BOOT@", kiv::bootIdentity());
+  replaceAll(text, "@URL@", kiv::URLDigest(std::string(url)).text());
+  checkText(text);
+  checkFile(text);
+  return 0;
+}

@@ -1,0 +1,107 @@
+// Any text as a chain of redirects: its first line is the URL with which a try begins, each further
+// one the Location of a response. Each step is held against the rules for the whole chain, and what
+// the host of a step means against the system's own reading of it.
+
+#include <cstddef>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/socket.h>
+#include <variant>
+
+#include "Fuzz/Require.h"
+#include "Platform/KivRESTService/CurlHandles.h"
+#include "Platform/KivRESTService/CurlLibrary.h"
+#include "Platform/KivRESTService/PrivateAddress.h"
+#include "Platform/KivRESTService/RedirectGuard.h"
+#include "Platform/KivRESTService/RedirectPolicy.h"
+
+namespace {
+
+using kiv::URL;
+using kiv::fuzz::require;
+
+/// Takes the text up to the end of the line off the front, without that.
+std::string_view takeLine(std::string_view& text) {
+  const auto line = text.substr(0, text.find('\n'));
+  text.remove_prefix(std::min(line.size() + 1, text.size()));
+  return line;
+}
+
+/// The first byte of the IPv4 address that the system takes the host for; it asks nobody. Nothing
+/// where it takes it for none.
+std::optional<unsigned> firstByteOfAddress(const std::string& host) {
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_flags = AI_NUMERICHOST;
+  addrinfo* found = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0) return std::nullopt;
+  const auto* const address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
+  const unsigned first = ntohl(address->sin_addr.s_addr) >> 24;
+  freeaddrinfo(found);
+  return first;
+}
+
+/// Only the target of a redirect: where the first URL leads, its host has decided.
+void checkHost(const URL& url) {
+  const auto first = firstByteOfAddress(url.host());
+  if (!first) return;
+  const bool isOnlyForThisMachine = *first == 0 || *first == 10 || *first == 127;
+  require(!isOnlyForThisMachine || kiv::isPrivateHost(url.host()),
+          "what the system takes for a private address is one");
+  require(!kiv::isPublicAddress(url.host()) || !kiv::isPrivateHost(url.host()),
+          "no address is public and private");
+}
+
+void checkTarget(const URL& from, const URL& target) {
+  require(target.scheme() == "http" || target.scheme() == "https", "only to http and https");
+  require(from.scheme() != "https" || target.scheme() == "https", "never from https to http");
+  require(!target.host().empty(), "to a host");
+  require(kiv::objectionToURL(target).empty(), "to what can be loaded");
+  const auto again = URL::fromString(target.absoluteString());
+  require(again && again->host() == target.host() && again->scheme() == target.scheme(),
+          "its text is the same URL");
+  checkHost(target);
+}
+
+/// Where the chain goes on; nothing where the redirect is refused.
+std::optional<URL> follow(kiv::RedirectGuard& guard, void* handle, bool beganInPrivate,
+                          const URL& from, std::string_view location) {
+  auto target = kiv::redirectTarget(from, location);
+  if (const auto* const refusal = std::get_if<kiv::Error>(&target)) {
+    require(!refusal->localizedDescription().empty(), "a refusal says why");
+    return std::nullopt;
+  }
+  const URL& next = std::get<URL>(target);
+  checkTarget(from, next);
+  const auto refusal = guard.noteRedirect(handle, from, next);
+  const bool leadsIn = !beganInPrivate && kiv::isPrivateHost(next.host());
+  require(refusal.has_value() == leadsIn, "into a private network from one alone");
+  require(guard.setOptions(handle), "the next request can be prepared");
+  require(!guard.refusal(), "nothing is refused that was not asked");
+  return refusal ? std::nullopt : std::optional(next);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  static const bool isReady = kiv::prepareCurlLibrary();
+  static const KivRESTServiceSettings settings = [] {
+    KivRESTServiceSettings withoutProxy;
+    withoutProxy.proxy = "";
+    return withoutProxy;
+  }();
+  static const kiv::EasyHandle handle = kiv::makeEasyHandle();
+  require(isReady && handle, "libcurl is there");
+
+  std::string_view text = kiv::fuzz::textOf(bytes, size);
+  auto url = URL::fromString(takeLine(text));
+  if (!url || !kiv::objectionToURL(*url).empty()) return 0;
+  const bool beganInPrivate = kiv::isPrivateHost(url->host());
+  kiv::RedirectGuard guard(settings);
+  for (int step = 0; url && !text.empty() && step < settings.redirects; ++step)
+    url = follow(guard, handle.get(), beganInPrivate, *url, takeLine(text));
+  return 0;
+}
