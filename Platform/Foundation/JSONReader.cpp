@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <charconv>
 #include <limits>
 #include <new>
 #include <string>
@@ -11,6 +10,7 @@
 
 #include <simdjson.h>
 
+#include "Platform/Foundation/DecimalNumber.h"
 #include "Platform/Foundation/JSON.h"
 #include "Platform/Foundation/JSONElements.h"
 
@@ -265,9 +265,7 @@ Value Builder::buildNumber(ondemand::value value) {
 /// simdjson 3.0 is 0 where the number has more than 19 digits.
 Value Builder::buildDouble(std::string_view token) {
   double number = 0;
-  const auto result = std::from_chars(token.data(), token.data() + token.size(), number);
-  // Some libraries answer with the zero itself, some with this error and no number.
-  const bool isTooSmall = result.ec == std::errc::result_out_of_range;
+  const bool isTooSmall = readDecimal(token, number) == std::errc::result_out_of_range;
   if (isTooSmall) return token.starts_with('-') ? -0.0 : 0.0;
   return number;
 }
@@ -279,10 +277,7 @@ Value Builder::buildLargeInteger(std::string_view token) {
   const bool isInteger = !digits.empty() && digits.front() != '0' &&
                          digits.find_first_not_of("0123456789") == digits.npos;
   double number = 0;
-  if (isInteger &&
-      std::from_chars(token.data(), token.data() + token.size(), number).ec == std::errc()) {
-    return number;
-  }
+  if (isInteger && readDecimal(token, number) == std::errc()) return number;
   return fail(simdjson::NUMBER_ERROR, token.data());
 }
 
