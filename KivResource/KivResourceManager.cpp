@@ -198,14 +198,15 @@ void KivResourceManager::send(Announcement& announcement) {
       observer.resourceManagerDidFinishLoading(self);
     });
   } else if (!failure) {
-    recipients.send([self = shared_from_this(), resource](KivResourceManagerObserver& observer) {
-      observer.resourceManager_didLoadResource(self, resource);
-    });
-  } else {
     recipients.send(
-        [self = shared_from_this(), resource, failure](KivResourceManagerObserver& observer) {
-          observer.resourceManager_didFailToLoadResource_withError(self, resource, *failure);
+        [self = shared_from_this(), loaded = resource](KivResourceManagerObserver& observer) {
+          observer.resourceManager_didLoadResource(self, loaded);
         });
+  } else {
+    recipients.send([self = shared_from_this(), failed = resource,
+                     error = failure](KivResourceManagerObserver& observer) {
+      observer.resourceManager_didFailToLoadResource_withError(self, failed, *error);
+    });
   }
 }
 
