@@ -15,6 +15,7 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/DispatchQueue.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/InstalledResources.h"  // IWYU pragma: keep
 #include "Platform/Foundation/Value.h"
 #include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 #include "Platform/KivStorageService/KivStorageService.h"

@@ -9,6 +9,7 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/InstalledResources.h"  // IWYU pragma: keep
 #include "Platform/Foundation/Value.h"
 
 /// The framework's only door to the disk: where resource files and the saved list lie, and how a

@@ -27,6 +27,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   Platform/Foundation/Export.h
   Platform/Foundation/FileManager.h
   Platform/Foundation/FileName.h
+  Platform/Foundation/InstalledResources.h
   Platform/Foundation/JSON.h
   Platform/Foundation/Path.h
   Platform/Foundation/StringList.h

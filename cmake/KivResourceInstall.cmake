@@ -16,9 +16,10 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/InnerAdResources.bundle"
 
 install(EXPORT KivResourceTargets NAMESPACE KivResource::
   DESTINATION "${kivresource_cmakedir}" COMPONENT Development)
+set(kivresource_resourcesdir "${CMAKE_INSTALL_DATADIR}/KivResource")
 configure_package_config_file(
   "${CMAKE_CURRENT_LIST_DIR}/KivResourceConfig.cmake.in" "${PROJECT_BINARY_DIR}/KivResourceConfig.cmake"
-  INSTALL_DESTINATION "${kivresource_cmakedir}")
+  INSTALL_DESTINATION "${kivresource_cmakedir}" PATH_VARS kivresource_resourcesdir)
 write_basic_package_version_file(
   "${PROJECT_BINARY_DIR}/KivResourceConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
 install(FILES
@@ -35,7 +36,12 @@ else()
   set(kivresource_pc_requires "libcurl, libutf8proc, libzip, simdjson")
   list(TRANSFORM CMAKE_DL_LIBS PREPEND "-l" OUTPUT_VARIABLE kivresource_dl)
   set(kivresource_pc_libs "-pthread ${kivresource_dl}")
-  set(kivresource_pc_cflags "-DKIVRESOURCE_STATIC")
+  # A program finds the packaged resources from where it found the headers: InstalledResources.h.
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_DATADIR
+    BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${kivresource_includedir}/Platform/Foundation"
+    OUTPUT_VARIABLE kivresource_pc_datadir)
+  set(kivresource_pc_cflags "-DKIVRESOURCE_STATIC \
+-DKIVRESOURCE_RESOURCES_FROM_HEADER=${kivresource_pc_datadir}/KivResource")
 endif()
 # The prefix is said relative to the file itself, so that an installed tree can be moved.
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}"

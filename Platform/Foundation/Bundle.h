@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/InstalledResources.h"  // IWYU pragma: keep
 
 namespace kiv {
 
@@ -12,8 +13,10 @@ namespace kiv {
 class KIV_EXPORT Bundle {
  public:
   /// The framework's own bundle: the directory that the host named with setFrameworkResourcesPath,
-  /// otherwise the first that exists of those where an installed library, or one in its build
-  /// tree, keeps its resources.
+  /// otherwise the first that holds InnerAdResources.bundle of these: that of the library or, where
+  /// it is linked statically, of the program; share/KivResource of the prefix that this lies in, of
+  /// the prefix that the program was built against, and of that which the library was configured
+  /// for.
   static Bundle frameworkBundle();
 
   /// Names the directory that holds InnerAdResources.bundle; nothing brings the default back. A
