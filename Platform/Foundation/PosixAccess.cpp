@@ -21,7 +21,7 @@ bool isOurs(const struct stat& status) {
 
 /// Not through a link, which somebody may have put there meanwhile.
 void setMode(const std::string& path, mode_t mode) {
-  static_cast<void>(::fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW));
+  [[maybe_unused]] const int result = ::fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW);
 }
 
 /// Zero where a directory, or a link to one, lies at the path.
