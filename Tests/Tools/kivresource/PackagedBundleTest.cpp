@@ -14,11 +14,9 @@
 namespace {
 
 using kiv::test::runTool;
-using kiv::test::ToolRun;
 using testing::AllOf;
 using testing::Contains;
 using testing::EndsWith;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 constexpr const char* placeholder = "InnerAdResources.bundle/kivresource-placeholder-728x90.png";
