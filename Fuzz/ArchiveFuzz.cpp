@@ -11,7 +11,7 @@
 
 #include "Fuzz/MemoryFiles.h"
 #include "Fuzz/Require.h"
-#include "Platform/KivStorageService/ArchiveUnpacker.h"
+#include "KivPlatform/KivStorageService/ArchiveUnpacker.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace {

@@ -5,9 +5,9 @@
 
 #include "Fuzz/Require.h"
 #include "Fuzz/Resources.h"
+#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/SystemLog.h"
 #include "KivResource/KivResourceFactory.h"
-#include "Platform/Foundation/JSON.h"
-#include "Platform/Foundation/SystemLog.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   kiv::SystemLog::setHandler([](std::string_view) {});

@@ -4,7 +4,7 @@
 
 #include <simdjson.h>
 
-#include "Platform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/JSON.h"
 
 namespace kiv::fuzz {
 

@@ -6,9 +6,9 @@
 
 #include "Fuzz/Require.h"
 #include "Fuzz/Resources.h"
+#include "KivPlatform/Foundation/SystemLog.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/SystemLog.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using kiv::fuzz::require;

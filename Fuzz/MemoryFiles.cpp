@@ -1,8 +1,8 @@
 #include "Fuzz/MemoryFiles.h"
 
 #include "Fuzz/Require.h"
-#include "Platform/Foundation/FileName.h"
-#include "Platform/Foundation/Path.h"
+#include "KivPlatform/Foundation/FileName.h"
+#include "KivPlatform/Foundation/Path.h"
 
 namespace kiv::fuzz {
 

@@ -4,16 +4,16 @@
 #include <string>
 
 #include "Fuzz/Require.h"
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
+#include "KivPlatform/Foundation/FileName.h"
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/KivStorageService/ArchiveRules.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivPlatform/KivStorageService/PathFolding.h"
+#include "KivPlatform/KivStorageService/StoredPath.h"
+#include "KivPlatform/KivStorageService/UTF8.h"
 #include "KivResource/KivResourceRESTModule.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/AppConfiguration/KivAppConfiguration.h"
-#include "Platform/Foundation/FileName.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/KivStorageService/ArchiveRules.h"
-#include "Platform/KivStorageService/KivStorageService.h"
-#include "Platform/KivStorageService/PathFolding.h"
-#include "Platform/KivStorageService/StoredPath.h"
-#include "Platform/KivStorageService/UTF8.h"
 
 namespace {
 

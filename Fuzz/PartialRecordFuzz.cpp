@@ -12,12 +12,12 @@
 #include <string_view>
 
 #include "Fuzz/Require.h"
-#include "Platform/Foundation/BootIdentity.h"
-#include "Platform/KivRESTService/BodyBuffers.h"
-#include "Platform/KivRESTService/BodySink.h"
-#include "Platform/KivRESTService/PartialBody.h"
-#include "Platform/KivRESTService/PartialRecord.h"
-#include "Platform/KivRESTService/SpoolDirectory.h"
+#include "KivPlatform/Foundation/BootIdentity.h"
+#include "KivPlatform/KivRESTService/BodyBuffers.h"
+#include "KivPlatform/KivRESTService/BodySink.h"
+#include "KivPlatform/KivRESTService/PartialBody.h"
+#include "KivPlatform/KivRESTService/PartialRecord.h"
+#include "KivPlatform/KivRESTService/SpoolDirectory.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <variant>
 
 #include "Fuzz/Require.h"
-#include "Platform/KivRESTService/CurlHandles.h"
-#include "Platform/KivRESTService/CurlLibrary.h"
-#include "Platform/KivRESTService/PrivateAddress.h"
-#include "Platform/KivRESTService/RedirectGuard.h"
-#include "Platform/KivRESTService/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/CurlHandles.h"
+#include "KivPlatform/KivRESTService/CurlLibrary.h"
+#include "KivPlatform/KivRESTService/PrivateAddress.h"
+#include "KivPlatform/KivRESTService/RedirectGuard.h"
+#include "KivPlatform/KivRESTService/RedirectPolicy.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include "Fuzz/Resources.h"
 
 #include "Fuzz/Require.h"
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceRESTModule.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/AppConfiguration/KivAppConfiguration.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace kiv::fuzz {
 

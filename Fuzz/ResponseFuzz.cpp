@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "Fuzz/Require.h"
-#include "Platform/KivRESTService/ResponseCheck.h"
+#include "KivPlatform/KivRESTService/ResponseCheck.h"
 
 namespace {
 

@@ -23,8 +23,8 @@
 
 #include "Fuzz/Require.h"
 #include "Fuzz/ScriptedServer.h"
-#include "Platform/Foundation/DispatchQueue.h"
-#include "Platform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
 
 namespace {
 

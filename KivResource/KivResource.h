@@ -19,8 +19,7 @@
 ///     auto observer = std::make_shared<MyObserver>();
 ///     manager->addObserver(observer);
 ///
-///     // 4. Hand over a configuration, a text in JSON that the host has got from wherever it
-///     comes,
+///     // 4. Hand over a configuration, a text in JSON that the host has got from its own server,
 ///     // and let the event loop drain the main queue.
 ///     if (auto config = kiv::JSON::read(text)) manager->updateResourcesForConfig(*config);
 ///     kiv::DispatchQueue::main()->run();
@@ -35,25 +34,25 @@
 /// Names of operations are spelled keyword by keyword: every inner colon of a name is a `_`, as in
 /// loadResourceWithID_forConfig(resourceID, config).
 
-#include "KivResource/KivResourceConstants.h"               // IWYU pragma: export
-#include "KivResource/KivResourceFactory.h"                 // IWYU pragma: export
-#include "KivResource/KivResourceLookup.h"                  // IWYU pragma: export
-#include "KivResource/KivResourceManager.h"                 // IWYU pragma: export
-#include "KivResource/KivResourceManagerObserver.h"         // IWYU pragma: export
-#include "KivResource/KivResourceObject.h"                  // IWYU pragma: export
-#include "KivResource/KivResourceRESTModule.h"              // IWYU pragma: export
-#include "KivResource/KivResourceStandard.h"                // IWYU pragma: export
-#include "KivResource/KivResourceStorageModule.h"           // IWYU pragma: export
-#include "KivResource/KivResourceUpkeep.h"                  // IWYU pragma: export
-#include "KivResource/KivResourceVersion.h"                 // IWYU pragma: export
-#include "KivResource/KivResourceVideo.h"                   // IWYU pragma: export
-#include "KivResource/KivResourceWeb.h"                     // IWYU pragma: export
-#include "KivResource/NSError+KivResource.h"                // IWYU pragma: export
-#include "Platform/AppConfiguration/KivAppConfiguration.h"  // IWYU pragma: export
-#include "Platform/Foundation/Bundle.h"                     // IWYU pragma: export
-#include "Platform/Foundation/ControlCharacters.h"          // IWYU pragma: export
-#include "Platform/Foundation/DispatchQueue.h"              // IWYU pragma: export
-#include "Platform/Foundation/FileManager.h"                // IWYU pragma: export
-#include "Platform/Foundation/JSON.h"                       // IWYU pragma: export
-#include "Platform/Foundation/SystemLog.h"                  // IWYU pragma: export
-#include "Platform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"  // IWYU pragma: export
+#include "KivPlatform/Foundation/Bundle.h"                     // IWYU pragma: export
+#include "KivPlatform/Foundation/ControlCharacters.h"          // IWYU pragma: export
+#include "KivPlatform/Foundation/DispatchQueue.h"              // IWYU pragma: export
+#include "KivPlatform/Foundation/FileManager.h"                // IWYU pragma: export
+#include "KivPlatform/Foundation/JSON.h"                       // IWYU pragma: export
+#include "KivPlatform/Foundation/SystemLog.h"                  // IWYU pragma: export
+#include "KivPlatform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
+#include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
+#include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export
+#include "KivResource/KivResourceLookup.h"                     // IWYU pragma: export
+#include "KivResource/KivResourceManager.h"                    // IWYU pragma: export
+#include "KivResource/KivResourceManagerObserver.h"            // IWYU pragma: export
+#include "KivResource/KivResourceObject.h"                     // IWYU pragma: export
+#include "KivResource/KivResourceRESTModule.h"                 // IWYU pragma: export
+#include "KivResource/KivResourceStandard.h"                   // IWYU pragma: export
+#include "KivResource/KivResourceStorageModule.h"              // IWYU pragma: export
+#include "KivResource/KivResourceUpkeep.h"                     // IWYU pragma: export
+#include "KivResource/KivResourceVersion.h"                    // IWYU pragma: export
+#include "KivResource/KivResourceVideo.h"                      // IWYU pragma: export
+#include "KivResource/KivResourceWeb.h"                        // IWYU pragma: export
+#include "KivResource/NSError+KivResource.h"                   // IWYU pragma: export

@@ -1,9 +1,9 @@
 #include "KivResource/KivResourceArchiveRemoval.h"
 
+#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceConstants.h"
-#include "Platform/Foundation/FileManager.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace kiv {
 

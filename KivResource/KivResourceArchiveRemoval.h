@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Foundation/Error.h"
+#include "KivPlatform/Foundation/Error.h"
 
 namespace kiv {
 

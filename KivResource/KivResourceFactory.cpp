@@ -4,11 +4,11 @@
 #include <string_view>
 #include <utility>
 
+#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/SystemLog.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"
-#include "Platform/Foundation/JSON.h"
-#include "Platform/Foundation/SystemLog.h"
 
 namespace {
 

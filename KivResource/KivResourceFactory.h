@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Value.h"
 #include "KivResource/KivResourceObject.h"
-#include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/Value.h"
 
 /// Makes resources of resource dictionaries: the string under "engine" chooses the class, and that
 /// class decides whether the dictionary is acceptable.

@@ -5,12 +5,12 @@
 #include <typeinfo>
 #include <utility>
 
+#include "KivPlatform/Foundation/KeyedHash.h"
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResourceConstants.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"
-#include "Platform/Foundation/KeyedHash.h"
-#include "Platform/Foundation/Path.h"
 
 namespace kiv {
 

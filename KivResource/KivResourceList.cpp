@@ -8,10 +8,10 @@
 #include <string>
 #include <utility>
 
+#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceObject.h"
-#include "Platform/Foundation/FileManager.h"
-#include "Platform/Foundation/Path.h"
 
 namespace kiv {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Export.h"
 
 class KivResource;
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "KivPlatform/Foundation/Value.h"
 #include "KivResource/KivResourceList.h"
-#include "Platform/Foundation/Value.h"
 
 namespace kiv {
 

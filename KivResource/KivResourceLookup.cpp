@@ -5,8 +5,8 @@
 #include <mutex>
 #include <utility>
 
+#include "KivPlatform/Foundation/FileManager.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/FileManager.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Export.h"
 
 /// Where the kinds look for a file when an item of a configuration, or of the saved list, names a
 /// path in place of a link.

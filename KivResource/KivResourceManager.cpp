@@ -5,11 +5,11 @@
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/SystemLog.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/SystemLog.h"
 
 namespace {
 

@@ -8,17 +8,17 @@
 #include <string_view>
 #include <vector>
 
+#include "KivPlatform/Foundation/Data.h"
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/InstalledResources.h"  // IWYU pragma: keep
+#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceManagerObserver.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceRESTModule.h"
-#include "Platform/Foundation/Data.h"
-#include "Platform/Foundation/DispatchQueue.h"
-#include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/InstalledResources.h"  // IWYU pragma: keep
-#include "Platform/Foundation/Value.h"
-#include "Platform/GCDMulticastDelegate/GCDMulticastDelegate.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace kiv {
 class PendingRemovals;

@@ -3,12 +3,12 @@
 
 #include <algorithm>
 
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/Foundation/SystemLog.h"
-#include "Platform/KivRESTService/KivRESTServiceErrors.h"
 
 namespace {
 

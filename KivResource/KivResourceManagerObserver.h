@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/Export.h"
 
 class KivResource;
 class KivResourceManager;

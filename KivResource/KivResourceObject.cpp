@@ -5,8 +5,8 @@
 #include <typeindex>
 #include <typeinfo>
 
+#include "KivPlatform/Foundation/StringList.h"
 #include "KivResource/KivResourceLookup.h"
-#include "Platform/Foundation/StringList.h"
 
 namespace {
 

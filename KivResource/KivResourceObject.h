@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/Value.h"
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Value.h"
 
 namespace kiv {
 class ResourceIndex;

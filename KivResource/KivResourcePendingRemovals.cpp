@@ -4,12 +4,12 @@
 #include <optional>
 #include <utility>
 
+#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/FileManager.h"
-#include "Platform/Foundation/Path.h"
 
 namespace kiv {
 

@@ -3,10 +3,10 @@
 #include <exception>
 #include <utility>
 
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/NSError+KivResource.h"
-#include "Platform/AppConfiguration/KivAppConfiguration.h"
-#include "Platform/Foundation/Path.h"
 
 namespace {
 

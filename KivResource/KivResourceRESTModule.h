@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Foundation/Data.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/URL.h"
-#include "Platform/Foundation/URLRequest.h"
-#include "Platform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/Foundation/Data.h"
+#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/URL.h"
+#include "KivPlatform/Foundation/URLRequest.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
 
 class KivResource;
 

@@ -7,13 +7,13 @@
 #include <thread>
 #include <utility>
 
+#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/SystemLog.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "KivResource/NSError+KivResource.h"
-#include "Platform/Foundation/JSON.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/Foundation/SystemLog.h"
 
 namespace kiv {
 

@@ -6,10 +6,10 @@
 #include <set>
 #include <string>
 
+#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/Value.h"
 #include "KivResource/KivResourceListMerge.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/FileManager.h"
-#include "Platform/Foundation/Value.h"
 
 namespace kiv {
 

@@ -1,6 +1,6 @@
 #include "KivResource/KivResourceStandard.h"
 
-#include "Platform/Foundation/Path.h"
+#include "KivPlatform/Foundation/Path.h"
 
 namespace {
 

@@ -2,14 +2,14 @@
 
 #include <system_error>
 
+#include "KivPlatform/Foundation/Bundle.h"
+#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/FileName.h"
+#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/RemovalGuard.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceArchiveRemoval.h"
-#include "Platform/Foundation/Bundle.h"
-#include "Platform/Foundation/FileManager.h"
-#include "Platform/Foundation/FileName.h"
-#include "Platform/Foundation/JSON.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/Foundation/RemovalGuard.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace {
 

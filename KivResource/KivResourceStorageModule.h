@@ -5,12 +5,12 @@
 #include <string_view>
 #include <vector>
 
+#include "KivPlatform/Foundation/Data.h"
+#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/InstalledResources.h"  // IWYU pragma: keep
+#include "KivPlatform/Foundation/Value.h"
 #include "KivResource/KivResourceConstants.h"
-#include "Platform/Foundation/Data.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/InstalledResources.h"  // IWYU pragma: keep
-#include "Platform/Foundation/Value.h"
 
 /// The framework's only door to the disk: where resource files and the saved list lie, and how a
 /// file name becomes a local path.

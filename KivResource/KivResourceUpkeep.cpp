@@ -6,13 +6,13 @@
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/RemovalGuard.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceArchiveRemoval.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/FileManager.h"
-#include "Platform/Foundation/Path.h"
-#include "Platform/Foundation/RemovalGuard.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 using kiv::Error;
 using kiv::FileManager;

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
+#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/Export.h"
 #include "KivResource/KivResourceManager.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Export.h"
 
 /// Domain of the errors that upkeep makes itself; those of the disk pass through with their own.
 inline constexpr std::string_view KivResourceUpkeepErrorDomain =

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Export.h"
 
 /// The framework's version number and version string.
 extern KIV_EXPORT const double KivResourceVersionNumber;

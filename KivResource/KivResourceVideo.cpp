@@ -1,6 +1,6 @@
 #include "KivResource/KivResourceVideo.h"
 
-#include "Platform/Foundation/Path.h"
+#include "KivPlatform/Foundation/Path.h"
 
 using kiv::path::lastPathComponent;
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "KivPlatform/Foundation/StringList.h"
 #include "KivResource/KivResourceObject.h"
-#include "Platform/Foundation/StringList.h"
 
 /// A video promotion: a title, a market link, votes and a rating for the host to show, and two
 /// files, an icon and a video.

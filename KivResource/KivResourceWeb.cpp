@@ -1,7 +1,7 @@
 #include "KivResource/KivResourceWeb.h"
 
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResourceConstants.h"
-#include "Platform/Foundation/Path.h"
 
 using kiv::path::deletingLastPathComponent;
 using kiv::path::deletingPathExtension;

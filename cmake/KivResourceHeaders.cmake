@@ -18,31 +18,31 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceVideo.h
   KivResource/KivResourceWeb.h
   KivResource/NSError+KivResource.h
-  Platform/AppConfiguration/KivAppConfiguration.h
-  Platform/Foundation/Bundle.h
-  Platform/Foundation/ControlCharacters.h
-  Platform/Foundation/Data.h
-  Platform/Foundation/DispatchQueue.h
-  Platform/Foundation/Error.h
-  Platform/Foundation/Export.h
-  Platform/Foundation/FileManager.h
-  Platform/Foundation/FileName.h
-  Platform/Foundation/InstalledResources.h
-  Platform/Foundation/JSON.h
-  Platform/Foundation/Path.h
-  Platform/Foundation/StringList.h
-  Platform/Foundation/SystemLog.h
-  Platform/Foundation/URL.h
-  Platform/Foundation/URLRequest.h
-  Platform/Foundation/Value.h
-  Platform/GCDMulticastDelegate/GCDMulticastDelegate.h
-  Platform/KivRESTService/KivRESTService.h
-  Platform/KivRESTService/KivRESTServiceErrors.h
-  Platform/KivRESTService/KivRESTServiceFigures.h
-  Platform/KivRESTService/KivRESTServiceSettings.h
-  Platform/KivRESTService/KivRESTServiceTask.h
-  Platform/KivStorageService/ArchiveCeilings.h
-  Platform/KivStorageService/KivStorageService.h
+  KivPlatform/AppConfiguration/KivAppConfiguration.h
+  KivPlatform/Foundation/Bundle.h
+  KivPlatform/Foundation/ControlCharacters.h
+  KivPlatform/Foundation/Data.h
+  KivPlatform/Foundation/DispatchQueue.h
+  KivPlatform/Foundation/Error.h
+  KivPlatform/Foundation/Export.h
+  KivPlatform/Foundation/FileManager.h
+  KivPlatform/Foundation/FileName.h
+  KivPlatform/Foundation/InstalledResources.h
+  KivPlatform/Foundation/JSON.h
+  KivPlatform/Foundation/Path.h
+  KivPlatform/Foundation/StringList.h
+  KivPlatform/Foundation/SystemLog.h
+  KivPlatform/Foundation/URL.h
+  KivPlatform/Foundation/URLRequest.h
+  KivPlatform/Foundation/Value.h
+  KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h
+  KivPlatform/KivRESTService/KivRESTService.h
+  KivPlatform/KivRESTService/KivRESTServiceErrors.h
+  KivPlatform/KivRESTService/KivRESTServiceFigures.h
+  KivPlatform/KivRESTService/KivRESTServiceSettings.h
+  KivPlatform/KivRESTService/KivRESTServiceTask.h
+  KivPlatform/KivStorageService/ArchiveCeilings.h
+  KivPlatform/KivStorageService/KivStorageService.h
 )
 
 # Headers of the framework's own that no host includes: parts of the manager.

@@ -27,7 +27,7 @@ usage() {
 }
 
 # The headers among the lines of a CMake list.
-listed_headers() { sed -n -E 's/^ +((Platform|KivResource)\/.*\.h)$/\1/p'; }
+listed_headers() { sed -n -E 's/^ +((KivPlatform|KivResource)\/.*\.h)$/\1/p'; }
 # The headers that a host may include.
 public_headers() { sed '/^set(KIVRESOURCE_PRIVATE_HEADERS/,$d' cmake/KivResourceHeaders.cmake | listed_headers; }
 

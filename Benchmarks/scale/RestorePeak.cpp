@@ -11,9 +11,9 @@
 #include <string_view>
 #include <sys/resource.h>
 
+#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceManager.h"
-#include "Platform/Foundation/SystemLog.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <random>
 #include <stdexcept>
 
+#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceManager.h"
-#include "Platform/Foundation/JSON.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 
 namespace kiv::bench {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Foundation/Value.h"
+#include "KivPlatform/Foundation/Value.h"
 
 namespace kiv::bench {
 

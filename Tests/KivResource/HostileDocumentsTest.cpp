@@ -12,9 +12,9 @@
 
 #include <gmock/gmock.h>
 
+#include "KivPlatform/Foundation/JSON.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/JSON.h"
 #include "Tests/Support/ManagerFixture.h"
 #include "Tests/Support/ResourceItems.h"
 

@@ -4,9 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "KivResource/KivResourceUpkeep.h"
-#include "Platform/KivStorageService/KivStorageService.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
 #include "Tests/Support/RemovalGuard.h"

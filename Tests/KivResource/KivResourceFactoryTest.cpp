@@ -6,11 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include "KivPlatform/Foundation/JSON.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"
-#include "Platform/Foundation/JSON.h"
 #include "Tests/Support/LogCapture.h"
 #include "Tests/Support/ResourceItems.h"
 #include "Tests/Support/TemporaryDirectory.h"

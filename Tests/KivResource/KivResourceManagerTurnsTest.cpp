@@ -20,10 +20,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
+#include "KivPlatform/Foundation/Bundle.h"
+#include "KivPlatform/Foundation/JSON.h"
 #include "KivResource/KivResourceManager.h"
-#include "Platform/AppConfiguration/KivAppConfiguration.h"
-#include "Platform/Foundation/Bundle.h"
-#include "Platform/Foundation/JSON.h"
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/LogCapture.h"

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceRESTModule.h"
 #include "KivResource/NSError+KivResource.h"
-#include "Platform/AppConfiguration/KivAppConfiguration.h"
 #include "Tests/Support/FakeRESTService.h"
 
 namespace {

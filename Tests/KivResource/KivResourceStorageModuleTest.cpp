@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivPlatform/Foundation/JSON.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "Platform/Foundation/JSON.h"
 #include "Tests/Support/CacheFixture.h"
 #include "Tests/Support/RemovalGuard.h"
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResourceObject.h"
-#include "Platform/Foundation/Path.h"
 #include "Tests/Support/ZipBuilder.h"
 
 /// Files whose contents follow from their names, so that whoever finds one can tell whether it is

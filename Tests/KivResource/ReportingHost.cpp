@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/FileManager.h"
 #include "KivResource/KivResource.h"
 #include "KivResource/KivResourceUpkeep.h"
-#include "Platform/Foundation/FileManager.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Foundation/JSON.h"
-#include "Platform/Foundation/Path.h"
+#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/Path.h"
 #include "Tests/KivResource/KnownFiles.h"
 #include "Tests/KivResource/ReportingHostProcess.h"
 #include "Tests/Support/LoopbackServer.h"

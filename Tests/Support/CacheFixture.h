@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "Platform/AppConfiguration/KivAppConfiguration.h"
-#include "Platform/Foundation/Bundle.h"
-#include "Platform/KivStorageService/KivStorageService.h"
+#include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
+#include "KivPlatform/Foundation/Bundle.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace kiv::test {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
 
 namespace kiv::test {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/FileManager.h"
 
 namespace kiv::test {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/SystemLog.h"
 
 namespace kiv::test {
 

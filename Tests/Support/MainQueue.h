@@ -3,7 +3,7 @@
 #include <chrono>
 #include <functional>
 
-#include "Platform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/DispatchQueue.h"
 
 namespace kiv::test {
 

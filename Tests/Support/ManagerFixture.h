@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/JSON.h"
 #include "KivResource/KivResourceManager.h"
-#include "Platform/Foundation/DispatchQueue.h"
-#include "Platform/Foundation/JSON.h"
 #include "Tests/Support/CacheFixture.h"
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/LogCapture.h"

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Platform/Foundation/Path.h"
+#include "KivPlatform/Foundation/Path.h"
 
 namespace kiv::test {
 

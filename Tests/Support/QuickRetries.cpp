@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Platform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/FileManager.h"
 
 namespace kiv::test {
 

@@ -5,8 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "KivPlatform/Foundation/Path.h"
 #include "KivResource/KivResource.h"
-#include "Platform/Foundation/Path.h"
+#include "Platform/Foundation/JSON.h"
 
 namespace {
 
@@ -27,7 +28,8 @@ int main(int argc, char** argv) {
   if (argc != 2) return fail("takes one argument, the prefix");
   const std::string prefix = std::string(argv[1]) + "/";
 
-  const auto config = kiv::JSON::read(kiv::Data(std::string(text)));
+  static_assert(consumersJSON == 1);
+  const auto config = kiv::JSON::read(text);
   if (!config) return fail("the configuration does not read");
   const auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(*config);
   if (resources.size() != 1) return fail("the factory made no resource");

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Foundation/Value.h"
+#include "KivPlatform/Foundation/Value.h"
 
 namespace tool {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "Platform/KivRESTService/KivRESTServiceFigures.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
 
 namespace tool {
 

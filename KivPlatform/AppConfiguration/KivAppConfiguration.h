@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "KivPlatform/Foundation/Export.h"
+
+/// The configuration of the application: the domains of the two file servers.
+///
+/// One object of the process. The host sets the domains before the first pass and may change them
+/// at any time, from any thread; each download reads them anew.
+class KIV_EXPORT KivAppConfiguration {
+ public:
+  static std::shared_ptr<KivAppConfiguration> sharedInstance();
+
+  KivAppConfiguration(const KivAppConfiguration&) = delete;
+  KivAppConfiguration& operator=(const KivAppConfiguration&) = delete;
+
+  /// The main server with its scheme, for example "https://ads.example/files"; the links of files
+  /// are appended to it. Nothing as long as the host has set none.
+  [[nodiscard]] std::optional<std::string> mainACSDomain() const;
+  void setMainACSDomain(std::optional<std::string> domain);
+
+  /// The reserve server, in the same form, or nothing.
+  [[nodiscard]] std::optional<std::string> reserveACSDomain() const;
+  void setReserveACSDomain(std::optional<std::string> domain);
+
+ private:
+  KivAppConfiguration() = default;
+
+  mutable std::mutex mutex_;
+  std::optional<std::string> mainDomain_;
+  std::optional<std::string> reserveDomain_;
+};

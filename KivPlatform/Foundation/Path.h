@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "KivPlatform/Foundation/Export.h"
+
+/// Operations on path strings: UTF-8 text with "/" between components, local paths and links alike.
+/// They look at the text alone, never at the disk.
+namespace kiv::path {
+
+/// The text after the final "/"; the whole string where there is none. "a/" has the empty name.
+KIV_EXPORT std::string_view lastPathComponent(std::string_view path) noexcept;
+
+/// The text before the last component, without the separator; "/" stays for a child of the root.
+KIV_EXPORT std::string_view deletingLastPathComponent(std::string_view path) noexcept;
+
+/// The text after the last "." of the last component, empty where there is none.
+KIV_EXPORT std::string_view pathExtension(std::string_view path) noexcept;
+
+/// The path without its extension and the "." before it: "a.b.zip" becomes "a.b", ".zip" empty.
+KIV_EXPORT std::string_view deletingPathExtension(std::string_view path) noexcept;
+
+/// The two joined by exactly one "/", whether or not either brings one of its own. An empty path
+/// yields the component alone.
+KIV_EXPORT std::string appendingPathComponent(std::string_view path, std::string_view component);
+
+}  // namespace kiv::path

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KivPlatform/Foundation/Export.h"
+
+namespace kiv {
+
+/// A URL, absolute or relative, kept as it was written: nothing is escaped, guessed or tidied.
+class KIV_EXPORT URL {
+ public:
+  /// The URL of the string, or nothing where it is none: an empty string, one with a character
+  /// that may not stand in a URL (a space, a control character, a letter outside ASCII), a "%"
+  /// that does not begin an escape, or a scheme followed by a host or port that cannot be one.
+  static std::optional<URL> fromString(std::string_view string);
+
+  [[nodiscard]] const std::string& absoluteString() const noexcept { return string_; }
+  /// The scheme in lower case, or an empty string: "ads.example/a.png" has none.
+  [[nodiscard]] const std::string& scheme() const noexcept { return scheme_; }
+  /// The host after "//", or an empty string where there is none, as with every "file" URL.
+  [[nodiscard]] const std::string& host() const noexcept { return host_; }
+
+  friend bool operator==(const URL& a, const URL& b) noexcept { return a.string_ == b.string_; }
+
+ private:
+  URL() = default;
+
+  std::string string_;
+  std::string scheme_;
+  std::string host_;
+};
+
+/// The URL as a message may show it: without user name, password, query and fragment.
+KIV_EXPORT std::string displayedURL(std::string_view url);
+
+}  // namespace kiv

@@ -1,0 +1,339 @@
+#pragma once
+
+#include <atomic>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "KivPlatform/Foundation/Export.h"
+
+namespace kiv {
+
+class Array;
+class Dictionary;
+
+namespace detail {
+/// A string too long to be held in place: this header, and then its characters in the same
+/// allocation. Its size stands in the values that hold it.
+struct StringBlock {
+  std::atomic<std::uint32_t> references{1};
+
+  [[nodiscard]] const char* characters() const noexcept {
+    return reinterpret_cast<const char*>(this + 1);
+  }
+};
+/// The same for a key, with its size.
+struct KeyBlock {
+  std::atomic<std::uint32_t> references{1};
+  std::size_t size = 0;
+
+  [[nodiscard]] std::string_view view() const noexcept {
+    return {reinterpret_cast<const char*>(this + 1), size};
+  }
+};
+struct ArrayBlock;
+struct DictionaryBlock;
+}  // namespace detail
+
+/// One JSON value: null, a boolean, a signed, unsigned or floating number, a string, an array or
+/// a dictionary.
+///
+/// A value type of 16 bytes. Copies share their contents and copy on write, so a deep copy costs
+/// next to nothing and no change of one copy ever reaches another. A string of up to 14 bytes is
+/// held in place and shares nothing. Looked into through accessors that never throw: the wrong kind
+/// answers nothing, zero or an empty container. The containers of a temporary are handed out as
+/// copies, so that a loop over them may outlive it; those of any other value as references into it.
+///
+/// Different copies may be used from different threads; one object must not be changed while
+/// another thread uses it.
+class KIV_EXPORT Value {
+ public:
+  enum class Kind : std::uint8_t {
+    null,
+    boolean,
+    signedInteger,  ///< Negative integers only; others that fit are unsignedInteger.
+    unsignedInteger,
+    floating,
+    string,
+    array,
+    dictionary
+  };
+
+  Value() noexcept : Value(Kind::null, Bits{}) {}
+  Value(std::nullptr_t) noexcept : Value() {}
+  Value(std::nullopt_t) noexcept : Value() {}
+  Value(std::same_as<bool> auto boolean) noexcept : Value(Kind::boolean, {.boolean = boolean}) {}
+  template <std::integral Integer>
+  requires(!std::same_as<Integer, bool>) Value(Integer number)
+  noexcept
+      : Value(std::signed_integral<Integer> && number < Integer{0} ? Kind::signedInteger
+                                                                   : Kind::unsignedInteger,
+              {.unsignedInteger = static_cast<std::uint64_t>(number)}) {}
+  Value(double number) noexcept : Value(Kind::floating, {.floating = number}) {}
+  Value(std::string_view string);
+  Value(const std::string& string) : Value(std::string_view(string)) {}
+  Value(const char* string) : Value(std::string_view(string)) {}
+  Value(Array array) noexcept;
+  Value(Dictionary dictionary) noexcept;
+  /// Nothing becomes null.
+  template <class T>
+  requires(!std::same_as<T, Value>) Value(const std::optional<T>& value) : Value() {
+    if (value) *this = Value(*value);
+  }
+
+  Value(const Value& other) noexcept : large_(other.large_) {
+    if (holdsBlock()) retain();
+  }
+  Value(Value&& other) noexcept : large_(other.large_) { other.large_ = {Kind::null, 0, 0, 0, {}}; }
+  Value& operator=(const Value& other) noexcept {
+    Value copy(other);
+    swap(copy);
+    return *this;
+  }
+  Value& operator=(Value&& other) noexcept {
+    // By way of a temporary: `other` may lie within what this value is the last to hold.
+    Value moved(std::move(other));
+    swap(moved);
+    return *this;
+  }
+  ~Value() {
+    if (holdsBlock()) release();
+  }
+
+  [[nodiscard]] Kind kind() const noexcept { return large_.kind; }
+  [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
+  [[nodiscard]] bool isBoolean() const noexcept { return kind() == Kind::boolean; }
+  /// True for every number and for the booleans, which count as the numbers 1 and 0.
+  [[nodiscard]] bool isNumber() const noexcept {
+    return kind() >= Kind::boolean && kind() <= Kind::floating;
+  }
+  [[nodiscard]] bool isString() const noexcept { return kind() == Kind::string; }
+  [[nodiscard]] bool isArray() const noexcept { return kind() == Kind::array; }
+  [[nodiscard]] bool isDictionary() const noexcept { return kind() == Kind::dictionary; }
+
+  /// The boolean; a number is true unless it is zero; everything else is false.
+  [[nodiscard]] bool boolean() const noexcept;
+  /// The number as an unsigned 64-bit integer. A fraction is cut off towards zero, a negative
+  /// integer wraps modulo 2^64, and a floating number beyond the 64-bit range takes the nearest
+  /// end of that range: 2^64-1 above, the pattern of -2^63 below. What is no number reads as 0.
+  [[nodiscard]] std::uint64_t unsignedInteger() const noexcept;
+  /// The number as a double; what is no number reads as 0.
+  [[nodiscard]] double floating() const noexcept;
+  /// The number in single precision, clamped to what a float can hold; no number reads as 0.
+  [[nodiscard]] float singlePrecision() const noexcept;
+  /// The characters of a string, UTF-8, valid as long as this value holds them; otherwise empty.
+  [[nodiscard]] std::string_view stringView() const noexcept {
+    if (!isString()) return {};
+    if (!holdsBlock()) return {small_.characters, small_.size};
+    const std::size_t size = std::size_t{large_.highSize} << 32 | large_.lowSize;
+    return {large_.bits.string->characters(), size};
+  }
+  [[nodiscard]] std::string string() const { return std::string(stringView()); }
+  /// The array, or an empty one.
+  [[nodiscard]] const Array& array() const& noexcept;
+  [[nodiscard]] Array array() const&& noexcept;
+  /// The dictionary, or an empty one.
+  [[nodiscard]] const Dictionary& dictionary() const& noexcept;
+  [[nodiscard]] Dictionary dictionary() const&& noexcept;
+
+  /// Equality of content. Numbers and booleans are equal where their numeric values are, whatever
+  /// their kinds; the order of a dictionary's keys does not matter.
+  KIV_EXPORT friend bool operator==(const Value& a, const Value& b) noexcept;
+
+ private:
+  union Bits {
+    bool boolean;
+    std::uint64_t unsignedInteger;  // of a signed number its pattern
+    double floating;
+    detail::StringBlock* string;
+    detail::ArrayBlock* array;
+    detail::DictionaryBlock* dictionary;
+  };
+  static constexpr std::size_t longestInPlace = 14;
+  /// In place of the size of a string that is held in place: says that `bits` point to a block.
+  static constexpr std::uint8_t inBlock = 0xff;
+
+  // The two begin alike, so that kind and size can be read of either, and have no padding, so that
+  // either is copied with the other.
+  struct Small {
+    Kind kind;
+    std::uint8_t size;
+    char characters[longestInPlace];
+  };
+  struct Large {
+    Kind kind;
+    std::uint8_t size;
+    std::uint16_t highSize;  // of a string in a block: 48 bits of it
+    std::uint32_t lowSize;
+    Bits bits;
+  };
+
+  Value(Kind kind, Bits bits, std::uint8_t size = 0) noexcept : large_{kind, size, 0, 0, bits} {}
+  [[nodiscard]] bool holdsBlock() const noexcept { return large_.size == inBlock; }
+  void retain() const noexcept;
+  void release() noexcept;
+  void swap(Value& other) noexcept { std::swap(large_, other.large_); }
+
+  union {
+    Small small_;
+    Large large_;
+  };
+};
+
+/// An ordered list of values, with value semantics and shared contents (see Value).
+class KIV_EXPORT Array {
+ public:
+  Array() noexcept = default;
+  /// The listed values. Mind that `Array{other}` is an array that holds `other`, not a copy of it.
+  Array(std::initializer_list<Value> values);
+  Array(const Array& other) noexcept;
+  Array(Array&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+  Array& operator=(Array other) noexcept;
+  ~Array();
+
+  [[nodiscard]] std::size_t size() const noexcept;
+  [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+  /// The value at the index; null beyond the end.
+  [[nodiscard]] const Value& operator[](std::size_t index) const& noexcept;
+  [[nodiscard]] Value operator[](std::size_t index) const&& noexcept { return (*this)[index]; }
+  [[nodiscard]] const Value* begin() const noexcept;
+  [[nodiscard]] const Value* end() const noexcept;
+
+  void append(Value value);
+  void reserve(std::size_t capacity);
+
+  KIV_EXPORT friend bool operator==(const Array& a, const Array& b) noexcept;
+
+ private:
+  friend class Value;
+  std::vector<Value>& own();
+
+  detail::ArrayBlock* block_ = nullptr;
+};
+
+/// String keys with their values, in order of insertion, with value semantics and shared contents
+/// (see Value). Looking up a key is a short scan, or a binary search in a large dictionary.
+class KIV_EXPORT Dictionary {
+ public:
+  /// The key of an entry. Copies share one string.
+  class KIV_EXPORT Key {
+   public:
+    explicit Key(std::string_view key);
+    Key(const Key& other) noexcept;
+    Key(Key&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+    Key& operator=(Key other) noexcept {
+      std::swap(block_, other.block_);
+      return *this;
+    }
+    ~Key();
+    /// Valid as long as this key or a copy of it lives.
+    [[nodiscard]] std::string_view view() const noexcept {
+      return block_ ? block_->view() : std::string_view();
+    }
+
+   private:
+    detail::KeyBlock* block_;  // none once moved from
+  };
+
+  /// One key with its value.
+  struct Entry {
+    Entry(Key entryKey, Value entryValue)
+        : key_(std::move(entryKey)), value(std::move(entryValue)) {}
+    [[nodiscard]] std::string_view key() const noexcept { return key_.view(); }
+
+   private:
+    friend class Dictionary;
+    Key key_;
+
+   public:
+    Value value;
+  };
+
+  Dictionary() noexcept = default;
+  /// The listed entries; of two with one key the later one counts.
+  Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
+  Dictionary(const Dictionary& other) noexcept;
+  Dictionary(Dictionary&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+  Dictionary& operator=(Dictionary other) noexcept;
+  ~Dictionary();
+
+  [[nodiscard]] std::size_t size() const noexcept;
+  [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+  [[nodiscard]] bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
+  /// The value under the key, or nullptr where the key is absent.
+  [[nodiscard]] const Value* find(std::string_view key) const noexcept;
+  /// The value under the key, or null where the key is absent.
+  [[nodiscard]] const Value& operator[](std::string_view key) const& noexcept;
+  [[nodiscard]] Value operator[](std::string_view key) const&& noexcept { return (*this)[key]; }
+  [[nodiscard]] const Entry* begin() const noexcept;
+  [[nodiscard]] const Entry* end() const noexcept;
+
+  /// Sets the value under the key: in place where the key is there, otherwise at the end.
+  void set(std::string_view key, Value value);
+  /// The same with a key that the dictionary then shares with others.
+  void set(Key key, Value value);
+  /// Makes room for that many entries in all, and for no more.
+  void reserve(std::size_t size);
+  void remove(std::string_view key);
+
+  KIV_EXPORT friend bool operator==(const Dictionary& a, const Dictionary& b) noexcept;
+
+ private:
+  friend class Value;
+  detail::DictionaryBlock& own();
+
+  detail::DictionaryBlock* block_ = nullptr;
+};
+
+inline Array Value::array() const&& noexcept {
+  return array();
+}
+
+inline Dictionary Value::dictionary() const&& noexcept {
+  return dictionary();
+}
+
+/// A value, or nothing. Like std::optional<Value>, but a temporary one keeps to what Value says of
+/// temporaries when it is looked into with "->", too.
+class OptionalValue : public std::optional<Value> {
+ public:
+  /// The value of a temporary.
+  class Temporary {
+   public:
+    explicit Temporary(Value value) noexcept : value_(std::move(value)) {}
+    const Temporary* operator->() const noexcept { return this; }
+
+    [[nodiscard]] Value::Kind kind() const noexcept { return value_.kind(); }
+    [[nodiscard]] bool isArray() const noexcept { return value_.isArray(); }
+    [[nodiscard]] bool isDictionary() const noexcept { return value_.isDictionary(); }
+    [[nodiscard]] Array array() const noexcept { return value_.array(); }
+    [[nodiscard]] Dictionary dictionary() const noexcept { return value_.dictionary(); }
+
+   private:
+    Value value_;
+  };
+
+  using std::optional<Value>::optional;
+  OptionalValue(std::optional<Value> value) noexcept : std::optional<Value>(std::move(value)) {}
+
+  Value* operator->() & noexcept { return &**this; }
+  const Value* operator->() const& noexcept { return &**this; }
+  Temporary operator->() const&& noexcept { return Temporary(**this); }
+
+  friend bool operator==(const OptionalValue& a, std::nullopt_t) noexcept { return !a; }
+  friend bool operator==(const OptionalValue& a, const std::optional<Value>& b) noexcept {
+    return a.has_value() == b.has_value() && (!a || *a == *b);
+  }
+  friend bool operator==(const OptionalValue& a, const OptionalValue& b) noexcept {
+    return a.has_value() == b.has_value() && (!a || *a == *b);
+  }
+};
+
+}  // namespace kiv

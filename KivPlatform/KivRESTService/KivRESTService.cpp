@@ -1,0 +1,165 @@
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/ForkGuard.h"
+#include "KivPlatform/KivRESTService/TaskLedger.h"
+#include "KivPlatform/KivRESTService/TransferEngine.h"
+#include "KivPlatform/KivRESTService/TransferErrors.h"
+
+namespace {
+
+std::shared_ptr<kiv::DispatchQueue> queueOfCreation() {
+  auto queue = kiv::DispatchQueue::current();
+  return queue ? queue : kiv::DispatchQueue::main();
+}
+
+/// Why the task cannot be run at all, if it cannot.
+std::optional<kiv::Error> objectionTo(const KivRESTServiceTask& task) {
+  constexpr auto code = KivRESTServiceErrorCode::unsupportedRequest;
+  if (!task.request()) return kiv::transferError(code, {}, "the task has no request");
+  if (task.request()->httpMethod == "GET") return std::nullopt;
+  return kiv::transferError(code, task.request()->url.absoluteString(),
+                            "the method of the request is not GET");
+}
+
+kiv::TransferJob jobFor(std::uint64_t id, const KivRESTServiceTask& task) {
+  kiv::TransferJob job{id, task.priority(), {task.request()->url}};
+  const auto& mirrors = task.requestMirrorURLs();
+  job.servers.insert(job.servers.end(), mirrors.begin(), mirrors.end());
+  return job;
+}
+
+struct DefaultSettings {
+  std::mutex mutex;
+  KivRESTServiceSettings settings;
+
+  static DefaultSettings& shared() {
+    static auto& object = *new DefaultSettings;
+    return object;
+  }
+};
+
+}  // namespace
+
+class KivRESTService::Implementation {
+ public:
+  explicit Implementation(KivRESTServiceSettings settings)
+      : backlog_(std::make_shared<kiv::Backlog>()),
+        ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), backlog_)),
+        engine_(
+            std::move(settings), backlog_,
+            [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
+            [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); },
+            [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); }) {}
+
+  ~Implementation() {
+    auto tasks = ledger_->takeAll();
+    engine_.stop();
+    ledger_->releaseHandlers(std::move(tasks));
+  }
+
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
+
+  void queue(std::shared_ptr<KivRESTServiceTask> task) {
+    const KivRESTServiceTask& queued = *task;
+    auto error = objectionTo(queued);
+    if (!error && engine_.isInherited()) {
+      error = kiv::transferError(KivRESTServiceErrorCode::forkedProcess,
+                                 queued.request()->url.absoluteString());
+    }
+    std::optional<std::uint64_t> id;
+    {
+      const std::lock_guard lock(ordersMutex_);
+      id = ledger_->add(std::move(task));
+      if (!id) return;
+      if (!error && !engine_.add(jobFor(*id, queued))) {
+        error = kiv::transferError(KivRESTServiceErrorCode::outOfResources,
+                                   queued.request()->url.absoluteString());
+      }
+    }
+    if (error) ledger_->end({{*id, {kiv::TransferOutcome::failed(std::move(*error)), {}, 0}}});
+  }
+
+  kiv::TaskLedger& ledger() noexcept { return *ledger_; }
+  kiv::TransferEngine& engine() noexcept { return engine_; }
+
+  kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }
+
+  void cancelAll() {
+    // Letting go of handlers may destroy the client itself, so nothing of it is used after that.
+    const auto ledger = ledger_;
+    kiv::TaskLedger::Tasks tasks;
+    {
+      const std::lock_guard lock(ordersMutex_);
+      tasks = ledger->takeAll();
+      engine_.cancelAll();
+    }
+    ledger->releaseHandlers(std::move(tasks));
+  }
+
+ private:
+  std::mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
+  const kiv::ForkGuard forkGuard_{ordersMutex_, kiv::ForkGuard::Rank::orders};
+  const std::shared_ptr<kiv::Backlog> backlog_;
+  const std::shared_ptr<kiv::TaskLedger> ledger_;
+  kiv::TransferEngine engine_;
+};
+
+KivRESTService::KivRESTService() : KivRESTService(defaultSettings()) {}
+
+KivRESTService::KivRESTService(KivRESTServiceSettings settings)
+    : implementation_(std::make_unique<Implementation>(std::move(settings))) {}
+
+KivRESTService::~KivRESTService() {
+  if (!implementation_->engine().isInherited()) return;
+  // Connections, files and threads are the parent's, who uses them still.
+  implementation_->cancelAll();
+  static_cast<void>(implementation_.release());
+}
+
+void KivRESTService::queue(std::shared_ptr<KivRESTServiceTask> task) {
+  if (task) implementation_->queue(std::move(task));
+}
+
+std::vector<std::shared_ptr<KivRESTServiceTask>> KivRESTService::currentQueue() const {
+  return implementation_->tasks();
+}
+
+void KivRESTService::cancelAllTasks() {
+  implementation_->cancelAll();
+}
+
+void KivRESTService::setProgressHandler(
+    std::function<void(const KivRESTServiceProgress& progress)> handler) {
+  const bool isWanted = static_cast<bool>(handler);
+  implementation_->ledger().setProgressObserver(std::move(handler));
+  implementation_->engine().reportProgress(isWanted);
+}
+
+void KivRESTService::setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler) {
+  implementation_->ledger().setEndObserver(std::move(handler));
+}
+
+const KivRESTServiceSettings& KivRESTService::settings() const noexcept {
+  return implementation_->engine().settings();
+}
+
+void KivRESTService::setSpoolDirectory(std::string path) {
+  implementation_->engine().setSpoolDirectory(std::move(path));
+}
+
+KivRESTServiceSettings KivRESTService::defaultSettings() {
+  const std::lock_guard lock(DefaultSettings::shared().mutex);
+  return DefaultSettings::shared().settings;
+}
+
+void KivRESTService::setDefaultSettings(KivRESTServiceSettings settings) {
+  const std::lock_guard lock(DefaultSettings::shared().mutex);
+  DefaultSettings::shared().settings = std::move(settings);
+}

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "KivPlatform/Foundation/Data.h"
+#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/URL.h"
+#include "KivPlatform/Foundation/URLRequest.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
+
+namespace kiv {
+
+/// What is kept of an HTTP response apart from its body.
+class HTTPResponse {
+ public:
+  explicit HTTPResponse(std::int64_t statusCode) noexcept : statusCode_(statusCode) {}
+  [[nodiscard]] std::int64_t statusCode() const noexcept { return statusCode_; }
+
+ private:
+  std::int64_t statusCode_;
+};
+
+}  // namespace kiv
+
+/// One GET of a file: a request, the mirrors of its server, and, when it has ended, the outcome.
+///
+/// Made and configured by whoever wants the file, then handed to KivRESTService. From then on it is
+/// used on the client's queue alone, where the client sets the outcome and calls the completion.
+class KIV_EXPORT KivRESTServiceTask {
+ public:
+  using CompletionHandler = std::function<void(KivRESTServiceTask& task)>;
+
+  KivRESTServiceTask() = default;
+  KivRESTServiceTask(const KivRESTServiceTask&) = delete;
+  KivRESTServiceTask& operator=(const KivRESTServiceTask&) = delete;
+
+  /// Of the tasks that wait, those with the largest priority start first.
+  [[nodiscard]] std::uint64_t priority() const noexcept { return priority_; }
+  void setPriority(std::uint64_t priority) noexcept { priority_ = priority; }
+
+  [[nodiscard]] const std::optional<kiv::URLRequest>& request() const noexcept { return request_; }
+  void setRequest(std::optional<kiv::URLRequest> request);
+
+  /// The URLs to try, in this order, when the request's own server fails.
+  [[nodiscard]] const std::vector<kiv::URL>& requestMirrorURLs() const noexcept { return mirrors_; }
+  void setRequestMirrorURLs(std::vector<kiv::URL> urls);
+
+  /// Called once when the task has ended, on the client's queue, and then let go of; never called
+  /// when the task was cancelled. An empty handler removes it, and the task then ends silently.
+  [[nodiscard]] const CompletionHandler& completionHandler() const noexcept { return completion_; }
+  void setCompletionHandler(CompletionHandler handler);
+  /// Removes it, and hands it over without copying what it holds.
+  [[nodiscard]] CompletionHandler takeCompletionHandler() noexcept;
+
+  /// The HTTP response of the task, or nothing where no server gave one.
+  [[nodiscard]] const std::optional<kiv::HTTPResponse>& response() const noexcept {
+    return response_;
+  }
+  /// The transfer error, or nothing where a server answered.
+  [[nodiscard]] const std::optional<kiv::Error>& responseError() const noexcept { return error_; }
+  /// The body of the response, or nothing.
+  [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }
+
+  /// How far the task has come. Brought up to date, at most ten times a second, while its client
+  /// has a progress handler.
+  [[nodiscard]] const KivRESTServiceTaskProgress& progress() const noexcept { return progress_; }
+  /// What it took, when the task has ended.
+  [[nodiscard]] const KivRESTServiceFigures& figures() const noexcept { return figures_; }
+
+  /// Set by the client.
+  void setProgress(KivRESTServiceTaskProgress progress);
+  void setFigures(KivRESTServiceFigures figures);
+
+  /// Set by the client when the task ends.
+  void setResponse(std::optional<kiv::HTTPResponse> response) noexcept;
+  void setResponseError(std::optional<kiv::Error> error);
+  void setReturnedData(std::optional<kiv::Data> data) noexcept;
+
+ private:
+  std::uint64_t priority_ = 0;
+  std::optional<kiv::URLRequest> request_;
+  std::vector<kiv::URL> mirrors_;
+  CompletionHandler completion_;
+  std::optional<kiv::HTTPResponse> response_;
+  std::optional<kiv::Error> error_;
+  std::optional<kiv::Data> data_;
+  KivRESTServiceTaskProgress progress_;
+  KivRESTServiceFigures figures_;
+};

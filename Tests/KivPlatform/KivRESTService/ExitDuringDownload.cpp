@@ -1,0 +1,90 @@
+// Starts downloads with a client that nobody destroys, and ends the process when its standard input
+// ends, in the middle of them. Looks whether the transfer thread has gone when the libraries that
+// were there first are taken down. Run by KivRESTServiceExitTest.
+//
+//     ExitDuringDownload return|exit|queue|drain authorities spool url[,mirror]...
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+
+namespace {
+
+bool transferThreadRuns() {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    if (name == "KivRESTService") return true;
+  }
+  return false;
+}
+
+/// Runs at the end of the process. A thread that has been joined may be seen for a moment more.
+void expectNoTransferThread() {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (transferThreadRuns()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      std::fputs("The transfer thread still runs while the process is taken down.\n", stderr);
+      std::_Exit(4);
+    }
+    std::this_thread::yield();
+  }
+}
+
+void queueDownload(KivRESTService& client, std::string_view urls) {
+  auto task = std::make_shared<KivRESTServiceTask>();
+  const auto comma = urls.find(',');
+  task->setRequest(kiv::URLRequest(kiv::URL::fromString(urls.substr(0, comma)).value()));
+  if (comma != urls.npos) {
+    task->setRequestMirrorURLs({kiv::URL::fromString(urls.substr(comma + 1)).value()});
+  }
+  task->setCompletionHandler([](KivRESTServiceTask&) {
+    std::fputs("A download ended that should have gone on.\n", stderr);
+    std::_Exit(3);
+  });
+  client.queue(std::move(task));
+}
+
+void waitForEndOfInput() {
+  while (std::getchar() != EOF) {
+  }
+}
+
+int leave(std::string_view way) {
+  if (way == "exit") std::exit(0);
+  if (way == "queue") {
+    // The main thread waits while the process is ended under it.
+    const auto queue = kiv::DispatchQueue::serial("leaving");
+    queue->async([] { std::exit(0); });
+    kiv::DispatchQueue::main()->run();
+  }
+  if (way == "drain") kiv::DispatchQueue::main()->drain();
+  return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 5) return 2;
+  // Registered before everything that the client registers, and so called after it.
+  std::atexit(&expectNoTransferThread);
+  KivRESTServiceSettings settings;
+  settings.certificateAuthoritiesPath = arguments[2];
+  settings.spoolDirectory = arguments[3];
+  settings.largestBodyInMemory = 1000;
+  static auto& client = *new KivRESTService(settings);
+  for (int at = 4; at < count; ++at)
+    queueDownload(client, arguments[at]);
+  waitForEndOfInput();
+  if (!transferThreadRuns()) return 5;
+  return leave(arguments[1]);
+}

@@ -1,0 +1,94 @@
+// Fetches a file, takes its own descriptors away, and ends the process while the transfer thread
+// has nothing to do: what would wake that thread up is not there. Killed by an alarm where it does
+// not end. Run by KivRESTServiceExitTest.
+//
+//     ExitWithoutDescriptors few|closed|taken|running exit|destroy url
+//
+// few: there are none from the start. closed: closed after the download. taken: closed, and sockets
+// opened under their numbers, to which nobody else may write. running: closed in the middle of a
+// download.
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+
+namespace {
+
+constexpr int firstOther = 3;  // after the standard ones
+constexpr int behindLast = 64;
+
+/// No descriptor can be opened any more.
+void useUpDescriptors() {
+  const rlimit limit{firstOther, firstOther};
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void closeDescriptors() {
+  for (int descriptor = firstOther; descriptor < behindLast; ++descriptor)
+    close(descriptor);
+}
+
+void takeDescriptors() {
+  int ends[2] = {0, 0};
+  while (ends[1] < behindLast && socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0) {
+  }
+}
+
+/// Runs at the end of the process.
+void expectNothingInSockets() {
+  for (int descriptor = firstOther; descriptor < behindLast; ++descriptor) {
+    char byte = 0;
+    if (recv(descriptor, &byte, 1, MSG_DONTWAIT) > 0) std::_Exit(5);
+  }
+}
+
+bool load(KivRESTService& client, std::string_view url, bool isWaitedFor) {
+  auto task = std::make_shared<KivRESTServiceTask>();
+  task->setRequest(kiv::URLRequest(kiv::URL::fromString(url).value()));
+  task->setCompletionHandler([](KivRESTServiceTask&) {});
+  client.queue(task);
+  const auto hasEnded = [&] { return task->completionHandler() == nullptr; };
+  while (isWaitedFor && !hasEnded())
+    kiv::DispatchQueue::main()->drainFor(std::chrono::milliseconds(100));
+  return hasEnded();
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 4) return 2;
+  const std::string_view way = arguments[1];
+  const std::string_view order = arguments[2];
+  alarm(20);
+  // Registered before everything that the client registers, and so called after it.
+  if (way == "taken") std::atexit(&expectNothingInSockets);
+  KivRESTServiceSettings settings;
+  settings.idleTime = std::chrono::hours(1);
+  settings.stallTimeout = std::chrono::hours(1);
+  settings.firstRetryDelay = std::chrono::milliseconds(1);
+  settings.longestRetryDelay = std::chrono::milliseconds(1);
+  static auto& client = *new KivRESTService(settings);
+  if (way == "few") useUpDescriptors();
+  load(client, arguments[3], way != "running");
+  if (way == "running") {
+    // Until the test has seen the request.
+    char byte = 0;
+    while (read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+  }
+  if (way != "few") closeDescriptors();
+  if (way == "taken") takeDescriptors();
+  if (order == "destroy") {
+    client.cancelAllTasks();
+    delete &client;
+  }
+  std::exit(0);
+}

@@ -1,0 +1,138 @@
+// Fetches files again and again, while the first, the second, the third ... allocation on a thread
+// of the framework fails, until a round needs no more of them. Each file must come, or its task end
+// with the error of resources that have run out. And jobs that are added together are all added, or
+// none of them. Run by KivRESTServiceMemoryTest.
+//
+//     FailingAllocations spool url...
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+
+namespace {
+
+const std::thread::id mainThread = std::this_thread::get_id();
+/// Allocations that succeed before the one that fails; negative for none that fails.
+std::atomic<long> left = -1;
+
+bool fails() {
+  if (left < 0 || std::this_thread::get_id() == mainThread) return false;
+  return left-- == 0;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (fails()) throw std::bad_alloc();
+  if (void* const place = std::malloc(size == 0 ? 1 : size)) return place;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* place) noexcept {
+  std::free(place);
+}
+void operator delete(void* place, std::size_t) noexcept {
+  std::free(place);
+}
+
+namespace {
+
+/// How a round came out.
+struct Round {
+  int completions = 0;
+  int failures = 0;
+  bool isRight = true;
+};
+
+Round fetch(KivRESTService& client, const std::vector<std::string>& urls) {
+  Round round;
+  for (const auto& url : urls) {
+    auto task = std::make_shared<KivRESTServiceTask>();
+    task->setRequest(kiv::URLRequest(kiv::URL::fromString(url).value()));
+    task->setCompletionHandler([&round](KivRESTServiceTask& ended) {
+      constexpr auto expected = static_cast<std::int64_t>(KivRESTServiceErrorCode::outOfResources);
+      ++round.completions;
+      if (ended.responseError()) ++round.failures;
+      if (ended.responseError() && ended.responseError()->code != expected) round.isRight = false;
+      if (!ended.responseError() && !ended.returnedData()) round.isRight = false;
+    });
+    client.queue(std::move(task));
+  }
+  while (!client.currentQueue().empty())
+    kiv::DispatchQueue::main()->drainFor(std::chrono::milliseconds(100));
+  if (round.completions != static_cast<int>(urls.size())) round.isRight = false;
+  return round;
+}
+
+KivRESTServiceSettings settingsWith(const std::string& spool) {
+  KivRESTServiceSettings settings;
+  settings.spoolDirectory = spool;
+  settings.largestBodyInMemory = 1000;
+  settings.triesPerServer = 1;
+  settings.idleTime = std::chrono::seconds(0);
+  return settings;
+}
+
+/// True where every round came out right; the number of rounds in which a task failed is printed.
+bool failEachInTurn(const std::string& spool, const std::vector<std::string>& urls) {
+  int failed = 0;
+  for (long count = 0; count < 100'000; ++count) {
+    KivRESTService client(settingsWith(spool));
+    client.setProgressHandler([](const KivRESTServiceProgress&) {});
+    left = count;
+    const Round round = fetch(client, urls);
+    const bool isOver = left >= 0;
+    left = -1;
+    const Round next = fetch(client, urls);
+    if (!round.isRight || !next.isRight || next.failures > 0) {
+      std::fprintf(stderr, "Allocation %ld: %d and %d of %zu tasks ended, %d and %d failed.\n",
+                   count, round.completions, next.completions, urls.size(), round.failures,
+                   next.failures);
+      return false;
+    }
+    if (round.failures > 0) ++failed;
+    if (isOver) return count > 50 && failed > 0;
+  }
+  return false;
+}
+
+/// True where jobs that are added together are all on the queue or, where that failed, none.
+bool addAllOrNone() {
+  constexpr int jobs = 100;
+  bool hasFailed = false;
+  for (long allocation = 0; allocation < 50; ++allocation) {
+    int ran = 0;
+    bool isAdded = true;
+    std::thread([&] {
+      std::vector<kiv::DispatchQueue::Job> added(jobs, [&ran] { ++ran; });
+      left = allocation;
+      try {
+        kiv::DispatchQueue::main()->async(std::move(added));
+      } catch (const std::bad_alloc&) {
+        isAdded = false;
+      }
+      left = -1;
+    }).join();
+    kiv::DispatchQueue::main()->drain();
+    if (ran != (isAdded ? jobs : 0)) return false;
+    hasFailed = hasFailed || !isAdded;
+  }
+  return hasFailed;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 3) return 2;
+  if (!addAllOrNone()) return 3;
+  return failEachInTurn(arguments[1], {arguments + 2, arguments + count}) ? 0 : 1;
+}

@@ -1,0 +1,279 @@
+// What a host can see of the transfers: progress while they run, figures when they have ended.
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/LoopbackServerSockets.h"
+
+namespace {
+
+using namespace kiv::test;
+using Code = KivRESTServiceErrorCode;
+
+class KivRESTServiceFiguresTest : public testing::Test {
+ protected:
+  /// Drains the main queue until a report fulfils the condition.
+  bool waitForReport(const std::function<bool(const KivRESTServiceProgress&)>& condition) {
+    return waitUntil([&] { return !reports_.empty() && condition(reports_.back()); });
+  }
+  void collectReports(KivRESTService& client) {
+    client.setProgressHandler([this](const auto& report) { reports_.push_back(report); });
+  }
+
+  LoopbackServer server_;
+  Gate gate_;
+  std::vector<KivRESTServiceProgress> reports_;
+};
+
+TEST_F(KivRESTServiceFiguresTest, OfASuccessAtOnce) {
+  server_.serve("/a", Response::ok("12345"));
+  KivRESTService client;
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  const auto& figures = load.task()->figures();
+  EXPECT_EQ(figures.tries, 1);
+  EXPECT_EQ(figures.bytes, 5);
+  EXPECT_EQ(figures.resumedBytes, 0);
+  EXPECT_EQ(figures.server->absoluteString(), server_.url("/a"));
+  EXPECT_TRUE(figures.failedTries.empty());
+  EXPECT_FALSE(figures.endedWithConnection);
+  EXPECT_GT(figures.timeToFirstByte.count(), 0);
+  EXPECT_GE(figures.totalTime, figures.timeToFirstByte);
+}
+
+TEST_F(KivRESTServiceFiguresTest, EachFailedTryHasItsReason) {
+  const RefusingServer refusing;
+  server_.serve("/a",
+                {Response::status(503), Response::ok("12345").closeAt(2), Response::status(404)});
+  KivRESTService client;
+  const Load load(client, {server_.url("/a"), refusing.url("/a")});
+  ASSERT_TRUE(load.waitForEnd());
+  const auto& figures = load.task()->figures();
+  EXPECT_EQ(figures.tries, 6);
+  ASSERT_EQ(figures.failedTries.size(), 6U);
+  std::vector<std::string> reasons;
+  for (const auto& failed : figures.failedTries) {
+    const bool isMain = failed.server.absoluteString() == server_.url("/a");
+    EXPECT_NE(failed.error.has_value(), failed.statusCode != 0);
+    reasons.push_back((isMain ? "main " : "mirror ") +
+                      std::to_string(failed.error ? -static_cast<int>(*failed.error)
+                                                  : static_cast<int>(failed.statusCode)));
+  }
+  EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main 503"), 1);
+  EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main -6"), 1) << "connection lost";
+  EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main 404"), 1);
+  EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "mirror -4"), 3) << "cannot connect";
+  EXPECT_EQ(figures.server->absoluteString(), server_.url("/a"));
+  EXPECT_EQ(figures.bytes, 0);
+}
+
+TEST_F(KivRESTServiceFiguresTest, WithoutAnyAnswerThereIsNoServer) {
+  const RefusingServer refusing;
+  KivRESTService client;
+  const Load load(client, refusing.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_FALSE(load.task()->figures().server);
+}
+
+TEST_F(KivRESTServiceFiguresTest, ABodyThatEndsWithTheConnectionIsNoted) {
+  server_.serve("/a", Response::ok("12345").withoutLength().http10());
+  server_.serve("/b", Response::ok("12345").http10());
+  KivRESTService client;
+  const Load without(client, server_.url("/a"));
+  const Load with(client, server_.url("/b"));
+  ASSERT_TRUE(without.waitForEnd() && with.waitForEnd());
+  EXPECT_TRUE(without.task()->figures().endedWithConnection);
+  EXPECT_FALSE(with.task()->figures().endedWithConnection);
+}
+
+/// Bodies over HTTP/1.1 with neither length nor chunks.
+class BodiesWithoutLength : public KivRESTServiceFiguresTest {
+ protected:
+  static Response withoutLength() { return Response::ok("12345").withoutLength(); }
+
+  Load load(const Response& response, bool isTaken) {
+    server_.serve("/a", response);
+    auto settings = KivRESTService::defaultSettings();
+    settings.takesBodiesWithoutLength = isTaken;
+    KivRESTService client(settings);
+    Load load(client, server_.url("/a"));
+    EXPECT_TRUE(load.waitForEnd());
+    return load;
+  }
+};
+
+TEST_F(BodiesWithoutLength, AreTakenAndNotedWhereTheHostWantsIt) {
+  for (auto response : {withoutLength().thenClose(), withoutLength().thenCloseUnannounced()}) {
+    const Load taken = load(response, true);
+    EXPECT_EQ(taken.body(), "12345") << taken.message();
+    EXPECT_TRUE(taken.task()->figures().endedWithConnection);
+  }
+  const Load empty = load(Response::ok("").withoutLength().thenClose(), true);
+  EXPECT_TRUE(empty.hasBody());
+  EXPECT_TRUE(empty.task()->figures().endedWithConnection);
+}
+
+TEST_F(BodiesWithoutLength, AreNotNotedWhereTheyHaveOneAfterAll) {
+  EXPECT_FALSE(load(Response::ok("12345"), true).task()->figures().endedWithConnection);
+  EXPECT_FALSE(load(Response::ok("12345").chunked(), true).task()->figures().endedWithConnection);
+}
+
+TEST_F(BodiesWithoutLength, AreRefusedByDefaultWithTheNameOfTheSetting) {
+  EXPECT_FALSE(KivRESTServiceSettings().takesBodiesWithoutLength);
+  const Load refused = load(withoutLength().thenClose(), false);
+  EXPECT_EQ(refused.errorCode(), codeOf(Code::malformedResponse));
+  EXPECT_FALSE(refused.hasBody());
+  EXPECT_FALSE(refused.task()->figures().endedWithConnection);
+  EXPECT_NE(refused.message().find("takesBodiesWithoutLength"), std::string::npos)
+      << refused.message();
+}
+
+TEST_F(BodiesWithoutLength, AreNotWholeWhereTheConnectionBreaks) {
+  const Load reset = load(withoutLength().resetAt(3), true);
+  EXPECT_EQ(reset.errorCode(), codeOf(Code::connectionLost)) << reset.message();
+  EXPECT_FALSE(reset.hasBody());
+}
+
+TEST_F(BodiesWithoutLength, AreBoundedAsOthersAre) {
+  server_.serve("/a", Response::ok(std::string(9999, 'x')).withoutLength().endless());
+  auto settings = KivRESTService::defaultSettings();
+  settings.takesBodiesWithoutLength = true;
+  settings.largestBody = 100'000;
+  KivRESTService client(settings);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge)) << load.message();
+}
+
+TEST_F(KivRESTServiceFiguresTest, TheEndHandlerComesBeforeEachCompletion) {
+  server_.serve("/a", Response::ok("12345"));
+  server_.serve("/b", Response::status(404));
+  KivRESTService client;
+  std::vector<std::string> calls;
+  client.setEndHandler([&](const KivRESTServiceTask& task) {
+    calls.push_back("end " + std::to_string(task.response()->statusCode()) + " " +
+                    std::to_string(task.figures().bytes));
+  });
+  for (const char* const path : {"/a", "/b"}) {
+    auto task = Load::makeTask({server_.url(path)});
+    task->setCompletionHandler([&](auto&) { calls.push_back("completion"); });
+    client.queue(task);
+    ASSERT_TRUE(waitUntil([&] { return !calls.empty() && calls.back() == "completion"; }));
+    calls.push_back("next");
+  }
+  EXPECT_EQ(calls, (std::vector<std::string>{"end 200 5", "completion", "next", "end 404 0",
+                                             "completion", "next"}));
+}
+
+TEST_F(KivRESTServiceFiguresTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
+  server_.serve("/a", Response::ok(std::string(1000, 'x')).gateAt(400, gate_));
+  KivRESTService client;
+  collectReports(client);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 400; }));
+  const auto& report = reports_.back();
+  EXPECT_EQ(report.bytesExpected, 1000);
+  EXPECT_EQ(report.tasksRunning, 1U);
+  EXPECT_EQ(report.tasksWaiting, 0U);
+  EXPECT_EQ(report.tasksEnded, 0U);
+  ASSERT_EQ(report.running.size(), 1U);
+  EXPECT_EQ(report.running[0].bytesReceived, 400);
+  EXPECT_EQ(report.running[0].bytesExpected, 1000);
+  EXPECT_EQ(report.running[0].server->absoluteString(), server_.url("/a"));
+  EXPECT_EQ(report.running[0].tries, 1);
+  EXPECT_EQ(load.task()->progress().bytesReceived, 400);
+  gate_.open();
+  ASSERT_TRUE(waitForReport([](const auto& last) { return last.tasksEnded == 1; }));
+  EXPECT_EQ(reports_.back().bytesReceived, 1000);
+  EXPECT_EQ(reports_.back().bytesExpected, 1000);
+  EXPECT_EQ(reports_.back().tasksRunning, 0U);
+}
+
+TEST_F(KivRESTServiceFiguresTest, TheSpeedShowsWhileBytesCome) {
+  server_.serve("/a", Response::ok(std::string(4000, 'x')).drip(10, std::chrono::milliseconds(1)));
+  KivRESTService client;
+  collectReports(client);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(waitForReport([](const auto& report) {
+    return report.bytesPerSecond > 0 && report.running.size() == 1 &&
+           report.running[0].bytesPerSecond > 0;
+  }));
+}
+
+TEST_F(KivRESTServiceFiguresTest, WhatIsExpectedIsNeverGuessed) {
+  server_.serve("/a", Response::ok(std::string(1000, 'x')).chunked(100).gateAt(400, gate_));
+  server_.serve("/b", Response::ok("12345").gateAt(2, gate_));
+  KivRESTService client;
+  collectReports(client);
+  const Load unknown(client, server_.url("/a"));
+  const Load known(client, server_.url("/b"));
+  ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 402; }));
+  EXPECT_FALSE(reports_.back().bytesExpected);
+  EXPECT_FALSE(unknown.task()->progress().bytesExpected);
+  EXPECT_EQ(known.task()->progress().bytesExpected, 5);
+}
+
+TEST_F(KivRESTServiceFiguresTest, TasksThatWaitAreCounted) {
+  server_.serve("/a", Response::ok("x").after(gate_));
+  server_.serve("/b", Response::ok("x"));
+  auto settings = KivRESTService::defaultSettings();
+  settings.parallelTransfers = 1;
+  KivRESTService client(settings);
+  collectReports(client);
+  const Load running(client, server_.url("/a"));
+  const Load same(client, server_.url("/a"));
+  const Load waiting(client, server_.url("/b"));
+  ASSERT_TRUE(waitForReport(
+      [](const auto& report) { return report.tasksRunning == 2 && report.tasksWaiting == 1; }));
+  EXPECT_FALSE(reports_.back().bytesExpected);
+}
+
+TEST_F(KivRESTServiceFiguresTest, ANewBatchCountsFromNothing) {
+  server_.serve("/a", Response::ok("12345"));
+  server_.serve("/b", Response::ok("123").gateAt(1, gate_));
+  KivRESTService client;
+  collectReports(client);
+  const Load first(client, server_.url("/a"));
+  ASSERT_TRUE(waitForReport([](const auto& report) { return report.tasksEnded == 1; }));
+  const Load second(client, server_.url("/b"));
+  ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 1; }));
+  EXPECT_EQ(reports_.back().tasksEnded, 0U);
+}
+
+TEST_F(KivRESTServiceFiguresTest, CancelledTasksAreNotReportedAnyMore) {
+  server_.serve("/a", Response::ok(std::string(1000, 'x')).stallAt(400));
+  KivRESTService client;
+  collectReports(client);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 400; }));
+  client.cancelAllTasks();
+  const auto count = reports_.size();
+  ASSERT_TRUE(server_.waitForNoConnection());
+  server_.serve("/b", Response::ok("x"));
+  client.setProgressHandler(nullptr);
+  const Load other(client, server_.url("/b"));
+  ASSERT_TRUE(other.waitForEnd());
+  EXPECT_EQ(reports_.size(), count);
+}
+
+TEST_F(KivRESTServiceFiguresTest, AHandlerMayRemoveItself) {
+  server_.serve("/a", Response::ok("12345").after(gate_));
+  KivRESTService client;
+  int calls = 0;
+  client.setProgressHandler([&](const auto&) {
+    ++calls;
+    client.setProgressHandler(nullptr);
+  });
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
+  gate_.open();
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(calls, 1);
+}
+
+}  // namespace

@@ -1,0 +1,330 @@
+// Servers that cannot be reached: one try at a time finds out for all whether they are back.
+
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/Support/FakeHostName.h"
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/LoopbackServerSockets.h"
+
+namespace {
+
+using namespace kiv::test;
+using Answer = FakeHostName::Answer;
+using Code = KivRESTServiceErrorCode;
+
+int triesOf(const std::vector<Load>& loads) {
+  return std::accumulate(loads.begin(), loads.end(), 0, [](int sum, const Load& load) {
+    return sum + load.task()->figures().tries;
+  });
+}
+
+// --- Servers that swallow connections ------------------------------------------------------------
+
+class KivRESTServiceSwallowed : public testing::Test {
+ protected:
+  KivRESTServiceSwallowed() {
+    settings_.threads = 1;
+    settings_.connectTimeout = std::chrono::milliseconds(300);
+  }
+
+  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  UnreachableServer server_;
+};
+
+TEST_F(KivRESTServiceSwallowed, OneProbeDecidesForManyFiles) {
+  KivRESTService client(settings_);
+  const auto loads = makeLoads(client, server_.url("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
+    EXPECT_NE(load.message().find(server_.url("/a")), std::string::npos) << load.message();
+    EXPECT_EQ(load.completions(), 1);
+  }
+  EXPECT_EQ(triesOf(loads), 6 + 1) << "six that did not know, and the probe";
+}
+
+TEST_F(KivRESTServiceSwallowed, OneFileAloneIsTriedTwice) {
+  KivRESTService client(settings_);
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
+  EXPECT_EQ(load.task()->figures().tries, 2);
+}
+
+TEST_F(KivRESTServiceSwallowed, TheMirrorIsAskedForTheOthersAtOnce) {
+  LoopbackServer mirror;
+  mirror.serve("/a", Response::ok("of the mirror"));
+  KivRESTService client(settings_);
+  std::vector<Load> loads;
+  for (int number = 0; number < 18; ++number) {
+    const std::string query = "?" + std::to_string(number);
+    loads.emplace_back(client, std::vector{server_.url("/a") + query, mirror.url("/a") + query});
+  }
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "of the mirror") << load.message();
+  }
+  EXPECT_EQ(triesOf(loads), 6 + 18);
+}
+
+TEST_F(KivRESTServiceSwallowed, WhereTheMirrorDoesSoTooEachIsProbedOnce) {
+  const UnreachableServer mirror;
+  KivRESTService client(settings_);
+  std::vector<Load> loads;
+  for (int number = 0; number < 18; ++number) {
+    const std::string query = "?" + std::to_string(number);
+    loads.emplace_back(client, std::vector{server_.url("/a") + query, mirror.url("/a") + query});
+  }
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
+    EXPECT_NE(load.message().find(server_.url("/a")), std::string::npos) << load.message();
+  }
+  EXPECT_EQ(triesOf(loads), 6 + 6 + 1 + 1);
+}
+
+TEST_F(KivRESTServiceSwallowed, FilesThatComeLaterWaitForOneProbe) {
+  KivRESTService client(settings_);
+  const Load first(client, server_.url("/a"));
+  ASSERT_TRUE(first.waitForEnd());
+  const auto loads = makeLoads(client, server_.url("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
+  }
+  EXPECT_EQ(triesOf(loads), 1);
+}
+
+TEST_F(KivRESTServiceSwallowed, AnotherServersFilesComeMeanwhile) {
+  LoopbackServer other;
+  other.serve("/a", Response::ok("other"));
+  settings_.connectTimeout = std::chrono::hours(1);
+  settings_.parallelTransfersPerHost = 3;
+  KivRESTService client(settings_);
+  const auto swallowed = makeLoads(client, server_.url("/a"), 18);
+  const auto loads = makeLoads(client, other.url("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "other") << load.message();
+  }
+  client.cancelAllTasks();
+}
+
+// --- Probes --------------------------------------------------------------------------------------
+
+/// A server whose name could not be resolved, so that the next try is a probe.
+class KivRESTServiceProbe : public testing::Test {
+ protected:
+  KivRESTServiceProbe() {
+    settings_.threads = 1;
+    settings_.connectTimeout = std::chrono::hours(1);
+    server_.serve("/a", Response::ok("body"));
+    mirror_.serve("/a", Response::ok("of the mirror"));
+  }
+
+  void findUnreachable(KivRESTService& client) {
+    const Load load(client, named("/a"));
+    ASSERT_TRUE(load.waitForEnd());
+    ASSERT_EQ(load.errorCode(), codeOf(Code::cannotResolveHost));
+    ASSERT_EQ(name_.lookUps(), 1U);
+  }
+
+  [[nodiscard]] std::string named(const std::string& path) const {
+    return name_.in(server_.url(path));
+  }
+  [[nodiscard]] bool waitForLookUps(std::size_t count) const {
+    return waitUntil([&] { return name_.lookUps() >= count; });
+  }
+
+  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  LoopbackServer server_;
+  LoopbackServer mirror_;
+  FakeHostName name_{Answer::serverFails};
+};
+
+TEST_F(KivRESTServiceProbe, WhenItSucceedsAllGoOn) {
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::silence);
+  const auto loads = makeLoads(client, named("/a"), 18);
+  ASSERT_TRUE(waitForLookUps(2));
+  name_.setAnswer(Answer::loopback);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+    EXPECT_EQ(load.task()->figures().tries, 1);
+  }
+  EXPECT_EQ(name_.lookUps(), 2U) << "nobody else looked the name up meanwhile";
+}
+
+TEST_F(KivRESTServiceProbe, WhenItFailsAllFailWithTheirOwnURLs) {
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::silence);
+  std::vector<Load> loads;
+  for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f", "/g", "/h"})
+    loads.emplace_back(client, named(path));
+  ASSERT_TRUE(waitForLookUps(2));
+  name_.setAnswer(Answer::noSuchName);
+  char letter = 'a';
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.message(),
+              "Could not load \"" + named("/") + letter++ + "\": the host was not found.");
+    EXPECT_EQ(load.completions(), 1);
+  }
+  EXPECT_EQ(triesOf(loads), 1);
+  EXPECT_EQ(name_.lookUps(), 2U);
+}
+
+TEST_F(KivRESTServiceProbe, FilesThatHaveAMirrorDoNotWait) {
+  mirror_.serve("/missing", Response::status(404));
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::silence);
+  // Neither of them has another server left, once the mirror has answered.
+  const Load probe(client, {named("/missing?1"), mirror_.url("/missing?1")});
+  const Load waiting(client, {named("/missing?2"), mirror_.url("/missing?2")});
+  ASSERT_TRUE(waitForLookUps(2) && mirror_.waitForRequests("/missing", 2));
+  for (int number = 0; number < 18; ++number) {
+    const std::string query = "?" + std::to_string(number);
+    const Load load(client, {named("/a") + query, mirror_.url("/a") + query});
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "of the mirror") << load.message();
+  }
+  EXPECT_FALSE(probe.hasEnded() || waiting.hasEnded());
+  name_.setAnswer(Answer::noSuchName);
+  ASSERT_TRUE(probe.waitForEnd() && waiting.waitForEnd());
+  EXPECT_EQ(probe.status(), 404);
+  EXPECT_EQ(waiting.status(), 404);
+  EXPECT_EQ(name_.lookUps(), 2U);
+}
+
+TEST_F(KivRESTServiceProbe, OthersDoNotWaitForTheEndOfItsFile) {
+  const Gate gate;
+  server_.serve("/large", Response::ok(std::string(100'000, 'x')).gateAt(10, gate));
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::loopback);
+  const Load large(client, named("/large"));
+  const auto loads = makeLoads(client, named("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+  }
+  EXPECT_FALSE(large.hasEnded());
+  gate.open();
+  ASSERT_TRUE(large.waitForEnd());
+  EXPECT_EQ(large.body().size(), 100'000U);
+}
+
+TEST_F(KivRESTServiceProbe, NorForTheServerToWhichItIsRedirected) {
+  const Gate gate;
+  mirror_.serve("/slow", Response::ok("elsewhere").after(gate));
+  server_.serve("/moved", Response::redirect(302, mirror_.url("/slow")));
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::loopback);
+  const Load moved(client, named("/moved"));
+  const auto loads = makeLoads(client, named("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+  }
+  EXPECT_FALSE(moved.hasEnded());
+  gate.open();
+  ASSERT_TRUE(moved.waitForEnd());
+  EXPECT_EQ(moved.body(), "elsewhere");
+}
+
+TEST_F(KivRESTServiceProbe, AnErrorPageTellsThatTheServerIsBack) {
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::loopback);
+  const Load missing(client, named("/missing"));
+  const auto loads = makeLoads(client, named("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+  }
+  ASSERT_TRUE(missing.waitForEnd());
+  EXPECT_EQ(missing.status(), 404);
+}
+
+TEST_F(KivRESTServiceProbe, WhenItIsCancelledTheNextOneProbes) {
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::silence);
+  const auto cancelled = makeLoads(client, named("/a"), 8);
+  ASSERT_TRUE(waitForLookUps(2));
+  for (const auto& load : cancelled)
+    load.task()->setCompletionHandler(nullptr);
+  client.cancelAllTasks();
+  const auto loads = makeLoads(client, named("/a"), 8);
+  ASSERT_TRUE(waitForLookUps(3));
+  name_.setAnswer(Answer::loopback);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+  }
+  for (const auto& load : cancelled)
+    EXPECT_EQ(load.completions(), 0);
+}
+
+TEST_F(KivRESTServiceProbe, ItIsTheOnlyOneOfAllThreads) {
+  settings_.threads = 4;
+  KivRESTService client(settings_);
+  findUnreachable(client);
+  name_.setAnswer(Answer::silence);
+  const auto loads = makeLoads(client, named("/a"), 18);
+  ASSERT_TRUE(waitForLookUps(2));
+  name_.setAnswer(Answer::noSuchName);
+  for (const auto& load : loads)
+    ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(triesOf(loads), 1);
+  EXPECT_EQ(name_.lookUps(), 2U);
+}
+
+TEST_F(KivRESTServiceProbe, AServerThatRefusesIsProbedForEachOfTheTries) {
+  const RefusingServer refusing;
+  KivRESTService client(settings_);
+  const auto loads = makeLoads(client, refusing.url("/a"), 18);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.errorCode(), codeOf(Code::cannotConnect)) << load.message();
+    EXPECT_EQ(load.completions(), 1);
+  }
+  EXPECT_LT(triesOf(loads), 18);
+}
+
+TEST_F(KivRESTServiceProbe, AServerThatSendsToOneIsNotUnreachableForFailingAnother) {
+  const Gate gate;
+  server_.serve("/large", Response::ok(std::string(100'000, 'x')).gateAt(10, gate));
+  name_.setAnswer(Answer::loopback);
+  settings_.threads = 2;  // each looks names up for itself
+  KivRESTService client(settings_);
+  client.setProgressHandler([](const KivRESTServiceProgress&) {});
+  const Load large(client, named("/large"));
+  ASSERT_TRUE(waitUntil([&] {
+    const auto& progress = large.task()->progress();
+    return progress.bytesReceived > 0;
+  }));
+  name_.setAnswer(Answer::serverFails);
+  for (const std::string query : {"?1", "?2"}) {
+    const Load load(client, {named("/a") + query, mirror_.url("/a") + query});
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "of the mirror") << load.message();
+    EXPECT_EQ(load.task()->figures().tries, 2);
+  }
+  gate.open();
+  ASSERT_TRUE(large.waitForEnd());
+  EXPECT_EQ(large.body().size(), 100'000U);
+}
+
+}  // namespace

@@ -1,0 +1,579 @@
+// What has come of a large body is not fetched again, and never mixed with another version.
+
+#include <cerrno>
+#include <filesystem>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/Support/NginxServer.h"
+#include "Tests/Support/RangeServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+namespace {
+
+using namespace kiv::test;
+using Code = KivRESTServiceErrorCode;
+using Ranges = std::vector<std::string>;
+
+class KivRESTServiceResume : public testing::Test {
+ protected:
+  KivRESTServiceResume() {
+    settings_.spoolDirectory = directory_.path("spool");
+    settings_.largestBodyInMemory = 1000;
+  }
+
+  /// Serves the file of that version, and cuts the first bodies off after so many bytes of them.
+  void serve(std::vector<std::size_t> cuts, const std::string& tag = "\"a\"") {
+    auto count = std::make_shared<std::atomic<std::size_t>>(0);
+    server_.serve("/a", [this, cuts, tag, count](const Request& request) {
+      auto response = rangeResponse(request, body_, tag);
+      const std::size_t number = (*count)++;
+      if (number < cuts.size()) response.closeAt(cuts[number]);
+      return response;
+    });
+  }
+
+  [[nodiscard]] std::string url() const { return server_.url("/a"); }
+
+  /// What the requests so far asked for, "" standing for the whole.
+  [[nodiscard]] Ranges ranges() const {
+    Ranges ranges;
+    for (const auto& request : server_.requests("/a"))
+      ranges.push_back(request.header("Range").value_or(""));
+    return ranges;
+  }
+
+  /// The names in the spool directory.
+  [[nodiscard]] std::vector<std::string> spooled() const {
+    std::vector<std::string> names;
+    if (!std::filesystem::exists(settings_.spoolDirectory)) return names;
+    for (const auto& item : std::filesystem::directory_iterator(settings_.spoolDirectory))
+      names.push_back(item.path().extension().string());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  /// A try that leaves a part of that many bytes behind.
+  void leavePart(std::size_t size, const std::string& tag = "\"a\"") {
+    server_.serve("/a", Response::ok(body_).header("ETag", tag).closeAt(size));
+    auto settings = settings_;
+    settings.triesPerServer = settings.triesInAll = 1;
+    KivRESTService client(settings);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    ASSERT_EQ(load.errorCode(), codeOf(Code::connectionLost));
+    ASSERT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
+    former_ = server_.requests("/a").size();
+  }
+
+  /// What the requests since leavePart() asked for.
+  [[nodiscard]] Ranges laterRanges() const {
+    const auto all = ranges();
+    return {all.begin() + static_cast<std::ptrdiff_t>(former_), all.end()};
+  }
+
+  void expectWhole(const Load& load, const std::string& body) {
+    EXPECT_EQ(load.status(), 200) << load.message();
+    EXPECT_EQ(load.errorCode(), 0);
+    EXPECT_TRUE(load.body() == body) << load.body().size() << " bytes";
+  }
+
+  TemporaryDirectory directory_;
+  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  LoopbackServer server_;
+  const std::string body_ = patternedBytes(100'000);
+  std::size_t former_ = 0;
+};
+
+TEST_F(KivRESTServiceResume, ABodyThatBreaksIsGoneOnWith) {
+  serve({60'000});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(ranges(), (Ranges{"", "bytes=60000-"}));
+  EXPECT_EQ(server_.requests("/a").back().header("If-Range"), "\"a\"");
+  EXPECT_EQ(load.task()->figures().resumedBytes, 60'000);
+  EXPECT_EQ(load.task()->figures().bytes, 100'000);
+}
+
+TEST_F(KivRESTServiceResume, WhatComesAfterItAsksForTheWhole) {
+  serve({60'000});
+  server_.serve("/b", Response::ok("b"));
+  KivRESTService client(settings_);
+  ASSERT_TRUE(Load(client, url()).waitForEnd());
+  const Load next(client, server_.url("/b"));
+  ASSERT_TRUE(next.waitForEnd());
+  expectWhole(next, "b");
+  const auto requests = server_.requests("/b");
+  ASSERT_EQ(requests.size(), 1U);
+  EXPECT_FALSE(requests.front().header("Range"));
+  EXPECT_FALSE(requests.front().header("If-Range"));
+}
+
+TEST_F(KivRESTServiceResume, EachTryAddsToWhatIsThere) {
+  serve({10'000, 10'000, 10'000, 10'000, 10'000});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(ranges(), (Ranges{"", "bytes=10000-", "bytes=20000-", "bytes=30000-", "bytes=40000-",
+                              "bytes=50000-"}));
+}
+
+TEST_F(KivRESTServiceResume, TenTriesAreTheEnd) {
+  serve(std::vector<std::size_t>(50, 5'000));
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::connectionLost));
+  EXPECT_FALSE(load.hasBody());
+  EXPECT_EQ(ranges().size(), 10U);
+}
+
+TEST_F(KivRESTServiceResume, TriesWithoutProgressAreSpent) {
+  serve({10'000, 0, 0, 0, 0});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::connectionLost));
+  EXPECT_EQ(ranges(), (Ranges{"", "bytes=10000-", "", ""}));
+}
+
+TEST_F(KivRESTServiceResume, AnotherVersionStartsOver) {
+  leavePart(60'000);
+  const std::string other = patternedBytes(90'000, 77);
+  server_.serve("/a",
+                [&](const Request& request) { return rangeResponse(request, other, "\"b\""); });
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, other);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  EXPECT_EQ(load.task()->figures().resumedBytes, 0);
+}
+
+/// What servers do that do not keep to the rules: each time the client asks for the whole.
+class DeniedRanges : public KivRESTServiceResume, public testing::WithParamInterface<const char*> {
+ protected:
+  static Response denial(const std::string& other) {
+    const std::string sort = GetParam();
+    if (sort == "NotSatisfiable") return Response::status(416);
+    const std::string rest = other.substr(60'000);
+    if (sort == "OtherTag")
+      return Response::status(206, rest)
+          .header("Content-Range", "bytes 60000-99999/100000")
+          .header("ETag", "\"b\"");
+    if (sort == "OtherPlace")
+      return Response::status(206, other.substr(50'000))
+          .header("Content-Range", "bytes 50000-99999/100000");
+    if (sort == "OtherLength")
+      return Response::status(206, rest).header("Content-Range", "bytes 60000-99999/100001");
+    if (sort == "UnknownLength")
+      return Response::status(206, rest).header("Content-Range", "bytes 60000-99999/*");
+    if (sort == "NoPlace") return Response::status(206, rest);
+    return Response::status(206, rest).header("Content-Range", "nonsense");
+  }
+};
+
+TEST_P(DeniedRanges, StartOver) {
+  leavePart(60'000);
+  const std::string other = patternedBytes(100'000, 77);
+  server_.serve("/a", [&](const Request& request) {
+    return request.header("Range") ? denial(other) : rangeResponse(request, other, "\"b\"");
+  });
+  auto settings = settings_;
+  settings.triesPerServer = 1;
+  KivRESTService client(settings);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, other);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
+  EXPECT_EQ(load.task()->figures().failedTries.size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, DeniedRanges,
+                         testing::Values("NotSatisfiable", "OtherTag", "OtherPlace", "OtherLength",
+                                         "UnknownLength", "NoPlace", "Nonsense"),
+                         [](const auto& sort) { return std::string(sort.param); });
+
+TEST_F(KivRESTServiceResume, AServerThatNeverGivesTheRestOfAFileIsNotAskedForEver) {
+  leavePart(60'000);
+  server_.serve("/a", Response::status(416));
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.status(), 416);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
+}
+
+TEST_F(KivRESTServiceResume, OfABodyThatIsTooLargeNothingIsKept) {
+  server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").chunked());
+  settings_.largestBody = 50'000;
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge));
+  EXPECT_EQ(ranges().size(), 1U);
+  EXPECT_TRUE(spooled().empty());
+}
+
+TEST_F(KivRESTServiceResume, WithoutAVersionTheBodyStartsOver) {
+  server_.serve("/a", {Response::ok(body_).closeAt(60'000), Response::ok(body_)});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(ranges(), (Ranges{"", ""}));
+}
+
+TEST_F(KivRESTServiceResume, ADateTellsTheVersionToo) {
+  const std::string date = "Wed, 01 Jan 2025 00:00:00 GMT";
+  server_.serve("/a", [&](const Request& request) {
+    return rangeResponse(request, body_, date).header("Last-Modified", date).closeAt(60'000);
+  });
+  auto settings = settings_;
+  settings.triesInAll = 2;
+  KivRESTService client(settings);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(ranges(), (Ranges{"", "bytes=60000-"}));
+  EXPECT_EQ(server_.requests("/a").back().header("If-Range"), date);
+  expectWhole(load, body_);
+}
+
+/// What servers do with a request for the rest that give the whole file to a plain one.
+struct BrokenRange {
+  const char* name;
+  Response response;
+};
+
+void PrintTo(const BrokenRange& range, std::ostream* out) {
+  *out << range.name;
+}
+
+/// The rest from byte 60,000 as it should come; the cases below add a fault to it.
+Response rest() {
+  return Response::status(206, patternedBytes(100'000).substr(60'000))
+      .header("Content-Range", "bytes 60000-99999/100000")
+      .header("ETag", "\"a\"");
+}
+
+std::vector<BrokenRange> brokenRanges() {
+  static const RefusingServer dead;
+  const std::string head = "HTTP/1.1 206 Partial\r\nContent-Range: bytes 60000-99999/100000\r\n";
+  return {
+      {"BadRequest", Response::status(400)},
+      {"Forbidden", Response::status(403)},
+      {"NotFound", Response::status(404)},
+      {"ServerError", Response::status(500)},
+      {"Unavailable", Response::status(503).header("Retry-After", "0")},
+      {"AnotherStatus", Response::status(299)},
+      {"ClosedWithoutAByte", Response::nothing()},
+      {"ResetWithoutAByte", Response::nothing().resetAt(0)},
+      {"Silent", Response::nothing().stallAt(0)},
+      {"ClosedInHeaders", Response::raw(head)},
+      {"SilentInHeaders", Response::raw(head + "X").stallAt(head.size())},
+      {"ClosedAfterHeaders", rest().closeAt(0)},
+      {"ResetAfterHeaders", rest().resetAt(0)},
+      {"SilentAfterHeaders", rest().stallAt(0)},
+      {"Garbage", Response::raw("here you are")},
+      {"TwoLengths", rest().header("Content-Length", "39999")},
+      {"NoChunks", Response::raw(head + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n")},
+      {"GarbageAfterAChunk",
+       Response::raw(head + "Transfer-Encoding: chunked\r\n\r\n3\r\nxxx\r\nxyz\r\n")},
+      {"MoreThanTheRest", Response::status(206, std::string(50'000, 'x'))
+                              .chunked()
+                              .header("Content-Range", "bytes 60000-99999/100000")},
+      {"ContentCoding", rest().header("Content-Encoding", "gzip")},
+      {"OtherTransferCoding", rest().withoutLength().header("Transfer-Encoding", "gzip")},
+      {"RedirectToNothing", Response::redirect(302, "/b")},
+      {"RedirectToADeadServer", Response::redirect(302, dead.url("/a"))},
+      {"RedirectToAnotherScheme", Response::redirect(302, "ftp://127.0.0.1/a")},
+  };
+}
+
+class BrokenRanges : public KivRESTServiceResume, public testing::WithParamInterface<BrokenRange> {
+ protected:
+  void breakRanges() {
+    settings_.stallTimeout = std::chrono::seconds(1);
+    leavePart(60'000);
+    server_.serve("/a", [this](const Request& request) {
+      return request.header("Range") ? GetParam().response : rangeResponse(request, body_, "\"a\"");
+    });
+  }
+};
+
+TEST_P(BrokenRanges, AreFollowedByARequestForTheWhole) {
+  breakRanges();
+  settings_.triesPerServer = 1;
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
+  EXPECT_EQ(load.task()->figures().failedTries.size(), 1U);
+  EXPECT_EQ(load.completions(), 1);
+}
+
+TEST_P(BrokenRanges, AreFollowedByItInTheNextPassWhereNoTryIsLeft) {
+  breakRanges();
+  settings_.triesInAll = 1;
+  {
+    KivRESTService client(settings_);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_FALSE(load.hasBody());
+  }
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BrokenRanges, testing::ValuesIn(brokenRanges()),
+                         [](const auto& range) { return std::string(range.param.name); });
+
+TEST_F(KivRESTServiceResume, ARestThatComesInPartIsGoneOnWith) {
+  leavePart(60'000);
+  serve({1});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", "bytes=60001-"}));
+}
+
+TEST_F(KivRESTServiceResume, APartOutlivesAServerThatIsDown) {
+  leavePart(60'000);
+  server_.serve("/a", Response::status(503));
+  {
+    KivRESTService client(settings_);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.status(), 503);
+  }
+  EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
+  former_ = server_.requests("/a").size();
+  serve({});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  EXPECT_EQ(load.task()->figures().resumedBytes, 60'000);
+}
+
+/// The server is out of reach: through a proxy that cannot be reached either.
+class OutOfReach : public KivRESTServiceResume {
+ protected:
+  void expectThatThePartStays(const std::string& proxy, Code expected) {
+    leavePart(60'000);
+    {
+      auto settings = settings_;
+      settings.proxy = proxy;
+      KivRESTService client(settings);
+      const Load load(client, url());
+      ASSERT_TRUE(load.waitForEnd());
+      EXPECT_EQ(load.errorCode(), codeOf(expected)) << load.message();
+    }
+    serve({});
+    KivRESTService client(settings_);
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    expectWhole(load, body_);
+    EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  }
+};
+
+TEST_F(OutOfReach, ARefusedConnectionLeavesThePart) {
+  const RefusingServer proxy;
+  expectThatThePartStays(proxy.url(), Code::cannotConnect);
+}
+
+TEST_F(OutOfReach, ANameThatIsNotFoundLeavesThePart) {
+  expectThatThePartStays("http://no-such-host.invalid:1", Code::cannotResolveHost);
+}
+
+TEST_F(OutOfReach, AHandshakeThatFailsLeavesThePart) {
+  const NginxServer proxy;
+  ASSERT_TRUE(proxy.isRunning());
+  expectThatThePartStays(proxy.secureURL(), Code::secureConnectionFailed);
+}
+
+TEST_F(KivRESTServiceResume, OfAPartThatIsWholeTheLastByteIsAskedFor) {
+  leavePart(60'000);
+  // As a process leaves it that is killed before it has stored the file.
+  for (const auto& item : std::filesystem::directory_iterator(settings_.spoolDirectory)) {
+    if (item.path().extension() != ".part") continue;
+    std::ofstream(item.path(), std::ios::app | std::ios::binary) << body_.substr(60'000);
+  }
+  serve({});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=99999-"}));
+}
+
+TEST_F(KivRESTServiceResume, ABodyFromElsewhereIsNotGoneOnWith) {
+  server_.serve("/b", [&](const Request& request) {
+    return rangeResponse(request, body_, "\"a\"").closeAt(60'000);
+  });
+  const std::string other = patternedBytes(100'000, 77);
+  server_.serve("/c",
+                [&](const Request& request) { return rangeResponse(request, other, "\"a\""); });
+  auto count = std::make_shared<std::atomic<int>>(0);
+  server_.serve("/a", [count](const Request&) {
+    return Response::redirect(302, (*count)++ == 0 ? "/b" : "/c");
+  });
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, other);
+}
+
+TEST_F(KivRESTServiceResume, AMirrorIsAskedForTheWhole) {
+  LoopbackServer mirror;
+  server_.serve("/a", [&](const Request& request) {
+    return rangeResponse(request, body_, "\"a\"").closeAt(60'000);
+  });
+  const std::string other = patternedBytes(100'000, 77);
+  mirror.serve("/a",
+               [&](const Request& request) { return rangeResponse(request, other, "\"a\""); });
+  KivRESTService client(settings_);
+  {
+    const Load load(client, {url(), mirror.url("/a")});
+    ASSERT_TRUE(load.waitForEnd());
+    ASSERT_EQ(mirror.requests("/a").size(), 1U);
+    EXPECT_FALSE(mirror.requests("/a").front().header("Range"));
+    expectWhole(load, other);
+    EXPECT_EQ(load.task()->figures().server->absoluteString(), mirror.url("/a"));
+  }
+  client.cancelAllTasks();
+}
+
+TEST_F(KivRESTServiceResume, ACancelledBodyIsGoneOnWithLater) {
+  const Gate gate;
+  server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").gateAt(60'000, gate));
+  {
+    KivRESTService client(settings_);
+    client.setProgressHandler([](const KivRESTServiceProgress&) {});
+    const Load load(client, url());
+    ASSERT_TRUE(waitUntil([&] { return load.task()->progress().bytesReceived == 60'000; }));
+    client.cancelAllTasks();
+    EXPECT_FALSE(load.hasEnded());
+  }
+  gate.open();
+  EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
+  former_ = 1;
+  serve({});
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+}
+
+TEST_F(KivRESTServiceResume, NothingStaysOfAFileThatCame) {
+  serve({60'000});
+  KivRESTService client(settings_);
+  {
+    const Load load(client, url());
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".lock", ".part"}));
+    expectWhole(load, body_);
+  }
+  EXPECT_TRUE(spooled().empty());
+}
+
+TEST_F(KivRESTServiceResume, SmallBodiesNeverTouchTheDisk) {
+  server_.serve("/a", Response::ok(std::string(1000, 'x')).header("ETag", "\"a\""));
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.body().size(), 1000U);
+  EXPECT_FALSE(std::filesystem::exists(settings_.spoolDirectory));
+}
+
+TEST_F(KivRESTServiceResume, ABodyOfUnknownLengthMovesToTheDiskWhenItIsLarge) {
+  server_.serve("/a", Response::ok(body_).chunked());
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_TRUE(load.task()->returnedData()->takeFile());
+}
+
+TEST_F(KivRESTServiceResume, WithoutASpoolDirectoryLargeBodiesStayInMemory) {
+  server_.serve("/a", {Response::ok(body_).header("ETag", "\"a\"").closeAt(60'000),
+                       Response::ok(body_).header("ETag", "\"a\"")});
+  settings_.spoolDirectory.clear();
+  KivRESTService client(settings_);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  expectWhole(load, body_);
+  EXPECT_EQ(ranges(), (Ranges{"", ""}));
+  EXPECT_FALSE(load.task()->returnedData()->takeFile());
+}
+
+TEST_F(KivRESTServiceResume, TwoClientsDoNotShareAPart) {
+  const Gate gate;
+  server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").gateAt(60'000, gate));
+  KivRESTService one(settings_);
+  KivRESTService other(settings_);
+  const Load first(one, url());
+  const Load second(other, url());
+  ASSERT_TRUE(server_.waitForRequests("/a", 2));
+  gate.open();
+  ASSERT_TRUE(first.waitForEnd() && second.waitForEnd());
+  expectWhole(first, body_);
+  expectWhole(second, body_);
+}
+
+/// The disk gives out at one operation or another.
+class FullDisk : public KivRESTServiceResume, public testing::WithParamInterface<const char*> {};
+
+TEST_P(FullDisk, EndsTheTaskAndIsNotTriedAgain) {
+  serve({});
+  FaultyFileManager files;
+  KivRESTService client(settings_);
+  files.setFailingOperation(GetParam(), ENOSPC);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  files.setFailingOperation("", 0);
+  EXPECT_EQ(load.errorCode(), codeOf(Code::outOfResources));
+  EXPECT_NE(load.message().find("No space left on device"), std::string::npos) << load.message();
+  EXPECT_EQ(ranges().size(), 1U);
+  EXPECT_TRUE(spooled().empty()) << "what takes up the disk goes";
+}
+
+TEST_F(KivRESTServiceResume, ARestForWhichTheDiskHasNoRoomIsNotAskedForAgain) {
+  leavePart(60'000);
+  serve({});
+  FaultyFileManager files;
+  KivRESTService client(settings_);
+  files.setFailingOperation("write", ENOSPC);
+  const Load load(client, url());
+  ASSERT_TRUE(load.waitForEnd());
+  files.setFailingOperation("", 0);
+  EXPECT_EQ(load.errorCode(), codeOf(Code::outOfResources));
+  EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
+  EXPECT_TRUE(spooled().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FullDisk,
+                         testing::Values("createDirectory", "lock", "createFile", "write", "close",
+                                         "map"),
+                         [](const auto& operation) { return std::string(operation.param); });
+
+}  // namespace

@@ -1,0 +1,186 @@
+// Connections that serve more than one request: what a server did wrong with the last one fails
+// none of those that follow.
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/Support/LoopbackServer.h"
+
+namespace {
+
+using namespace kiv::test;
+using Code = KivRESTServiceErrorCode;
+
+/// Gives the first request of each connection one response, and every later one the other.
+class PerConnection {
+ public:
+  PerConnection(Response first, Response later)
+      : first_(std::move(first)), later_(std::move(later)) {}
+
+  Response operator()(const Request& request) const {
+    const std::lock_guard lock(seen_->mutex);
+    return seen_->requests[request.connection]++ == 0 ? first_ : later_;
+  }
+
+ private:
+  struct Seen {
+    std::mutex mutex;
+    std::map<std::size_t, int> requests;
+  };
+  Response first_;
+  Response later_;
+  std::shared_ptr<Seen> seen_ = std::make_shared<Seen>();
+};
+
+struct ReuseCase {
+  const char* name;
+  Response later;  ///< As a client sees it that does not know where the former response has ended.
+};
+
+void PrintTo(const ReuseCase& testCase, std::ostream* out) {
+  *out << testCase.name;
+}
+
+const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
+
+std::vector<ReuseCase> malformedLater() {
+  return {
+      {"EmptyLine", Response::raw("\r\n" + answer)},
+      {"EmptyLines", Response::raw("\r\n\r\n" + answer)},
+      {"LineFeed", Response::raw("\n" + answer)},
+      {"Text", Response::raw("</html>\r\n" + answer)},
+      {"LongText", Response::raw(std::string(100'000, 'x') + answer)},
+      {"NULs", Response::raw(std::string(4, '\0') + answer)},
+      {"AChunkEnd", Response::raw("0\r\n\r\n" + answer)},
+      {"AMalformedHead", Response::raw("HTTP/1.1 200 OK\r\nContent-Length: x\r\n\r\n" + answer)},
+      {"AnotherProtocol", Response::raw("ICY 200 OK\r\n\r\n" + answer)},
+      {"PartOfAHead", Response::raw("HTTP/1.1 2")},
+      {"Nothing", Response::nothing()},
+      {"AReset", Response::nothing().resetAt(0)},
+  };
+}
+
+class KivRESTServiceReuse : public testing::TestWithParam<ReuseCase> {
+ protected:
+  KivRESTServiceReuse() { settings_.threads = 1; }
+
+  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  LoopbackServer server_;
+};
+
+TEST_P(KivRESTServiceReuse, AResponseMalformedOnAUsedConnectionIsAskedForOnAFreshOne) {
+  server_.serve("/a", PerConnection(Response::ok("body"), GetParam().later));
+  KivRESTService client(settings_);
+  for (int count = 0; count < 4; ++count) {
+    const Load load(client, server_.url("/a"));
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+    EXPECT_EQ(load.completions(), 1);
+    EXPECT_EQ(load.task()->figures().tries, 1);
+    EXPECT_TRUE(load.task()->figures().failedTries.empty());
+  }
+}
+
+TEST_P(KivRESTServiceReuse, ItIsSoWhereTransfersRunTogether) {
+  server_.serve("/a", PerConnection(Response::ok("body"), GetParam().later));
+  KivRESTService client(settings_);
+  const auto loads = makeLoads(client, server_.url("/a"), 24);
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+    EXPECT_EQ(load.task()->figures().tries, 1);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, KivRESTServiceReuse, testing::ValuesIn(malformedLater()),
+                         [](const auto& testCase) { return std::string(testCase.param.name); });
+
+class KivRESTServiceReuseTest : public testing::Test {
+ protected:
+  KivRESTServiceReuseTest() { settings_.threads = 1; }
+
+  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  LoopbackServer server_;
+};
+
+TEST_F(KivRESTServiceReuseTest, BytesAfterABodyFailNoOtherFile) {
+  for (const std::string surplus : {"\r\n", "\n", "surplus", "0\r\n\r\n"}) {
+    server_.serve("/a", Response::ok("body").thenAlso(surplus));
+    KivRESTService client;
+    const auto loads = makeLoads(client, server_.url("/a"), 60);
+    for (const auto& load : loads) {
+      ASSERT_TRUE(load.waitForEnd());
+      EXPECT_EQ(load.body(), "body") << load.message();
+    }
+  }
+}
+
+TEST_F(KivRESTServiceReuseTest, OneAloneIsAskedForTwiceAtMost) {
+  server_.serve("/good", Response::ok("body"));
+  server_.serve("/bad", Response::raw("\r\n" + answer));
+  KivRESTService client(settings_);
+  const Load good(client, server_.url("/good"));
+  ASSERT_TRUE(good.waitForEnd());
+  const Load bad(client, server_.url("/bad"));
+  ASSERT_TRUE(bad.waitForEnd());
+  EXPECT_EQ(bad.errorCode(), codeOf(Code::malformedResponse)) << bad.message();
+  const auto requests = server_.requests("/bad");
+  ASSERT_EQ(requests.size(), 2U);
+  EXPECT_EQ(requests.front().connection, server_.requests("/good").front().connection);
+  EXPECT_NE(requests.back().connection, requests.front().connection);
+  EXPECT_EQ(bad.task()->figures().tries, 1);
+}
+
+TEST_F(KivRESTServiceReuseTest, OnAFreshConnectionItIsAskedForOnce) {
+  server_.serve("/bad", Response::raw("\r\n" + answer));
+  KivRESTService client(settings_);
+  const Load bad(client, server_.url("/bad"));
+  ASSERT_TRUE(bad.waitForEnd());
+  EXPECT_EQ(bad.errorCode(), codeOf(Code::malformedResponse)) << bad.message();
+  EXPECT_EQ(server_.requests("/bad").size(), 1U);
+}
+
+TEST_F(KivRESTServiceReuseTest, TheConnectionsThatFollowAreUsedAgain) {
+  server_.serve("/a", {Response::ok("body"), Response::raw("\r\n" + answer), Response::ok("body")});
+  KivRESTService client(settings_);
+  for (int count = 0; count < 5; ++count) {
+    const Load load(client, server_.url("/a"));
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+  }
+  EXPECT_EQ(server_.requests("/a").size(), 6U);
+  EXPECT_EQ(server_.connectionCount(), 2U);
+}
+
+TEST_F(KivRESTServiceReuseTest, ARedirectOnAUsedConnectionIsAskedForAfreshToo) {
+  server_.serve("/x", Response::redirect(302, "/a"));
+  server_.serve("/a", {Response::raw("\r\n" + answer), Response::ok("body")});
+  KivRESTService client(settings_);
+  const Load load(client, server_.url("/x"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.body(), "body") << load.message();
+  EXPECT_EQ(server_.requests("/x").size(), 1U);
+  EXPECT_EQ(server_.requests("/a").size(), 2U);
+}
+
+TEST_F(KivRESTServiceReuseTest, ABodyThatBreaksOffIsAnOrdinaryTry) {
+  server_.serve("/a",
+                {Response::ok("body"), Response::ok("body").closeAt(2), Response::ok("body")});
+  KivRESTService client(settings_);
+  for (const int tries : {1, 2}) {
+    const Load load(client, server_.url("/a"));
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.body(), "body") << load.message();
+    EXPECT_EQ(load.task()->figures().tries, tries);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+// Tasks for one file share one transfer.
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/Support/LoopbackServer.h"
+
+namespace {
+
+using namespace kiv::test;
+
+std::vector<Load> sameLoads(KivRESTService& client, const std::string& url, std::size_t count) {
+  std::vector<Load> loads;
+  while (loads.size() < count)
+    loads.emplace_back(client, url);
+  return loads;
+}
+
+class KivRESTServiceSharing : public testing::Test {
+ protected:
+  LoopbackServer server_;
+  Gate gate_;
+};
+
+TEST_F(KivRESTServiceSharing, OneTransferServesAllTasksForTheURL) {
+  server_.serve("/a", Response::ok("body").after(gate_));
+  KivRESTService client;
+  const auto loads = sameLoads(client, server_.url("/a"), 5);
+  ASSERT_TRUE(server_.waitForRequests(1));
+  const Load late(client, server_.url("/a"));
+  EXPECT_EQ(client.currentQueue().size(), 6U);
+  gate_.open();
+  ASSERT_TRUE(late.waitForEnd());
+  for (const auto& load : loads) {
+    EXPECT_EQ(load.completions(), 1);
+    EXPECT_EQ(load.body(), "body");
+  }
+  EXPECT_EQ(late.body(), "body");
+  EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(KivRESTServiceSharing, TasksAreCompletedInOrderOfQueuing) {
+  server_.serve("/a", Response::ok("body").after(gate_));
+  KivRESTService client;
+  std::vector<int> order;
+  std::vector<std::shared_ptr<KivRESTServiceTask>> tasks;
+  for (int number = 0; number < 4; ++number) {
+    tasks.push_back(Load::makeTask({server_.url("/a")}, static_cast<std::uint64_t>(number)));
+    tasks.back()->setCompletionHandler([&order, number](auto&) { order.push_back(number); });
+    client.queue(tasks.back());
+  }
+  gate_.open();
+  ASSERT_TRUE(waitUntil([&] { return order.size() == 4; }));
+  EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+}
+
+TEST_F(KivRESTServiceSharing, AFailureIsEveryonesFailure) {
+  server_.serve("/a", Response::status(404).after(gate_));
+  KivRESTService client;
+  const auto loads = sameLoads(client, server_.url("/a"), 3);
+  gate_.open();
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.status(), 404);
+  }
+  EXPECT_EQ(server_.requests().size(), 1U);
+}
+
+TEST_F(KivRESTServiceSharing, CancellingDetachesThemAll) {
+  server_.serve("/a", Response::ok("body").stallAt(2));
+  KivRESTService client;
+  const auto loads = sameLoads(client, server_.url("/a"), 3);
+  ASSERT_TRUE(server_.waitForRequests(1));
+  client.cancelAllTasks();
+  ASSERT_TRUE(server_.waitForNoConnection());
+  server_.serve("/b", Response::ok("other"));
+  const Load other(client, server_.url("/b"));
+  ASSERT_TRUE(other.waitForEnd());
+  for (const auto& load : loads)
+    EXPECT_EQ(load.completions(), 0);
+}
+
+TEST_F(KivRESTServiceSharing, ATaskAfterACancelFetchesAnew) {
+  server_.serve("/a", Response::ok("old").after(gate_));
+  KivRESTService client;
+  const Load cancelled(client, server_.url("/a"));
+  ASSERT_TRUE(server_.waitForRequests(1));
+  client.cancelAllTasks();
+  server_.serve("/a", Response::ok("new"));
+  const Load load(client, server_.url("/a"));
+  ASSERT_TRUE(load.waitForEnd());
+  EXPECT_EQ(load.body(), "new");
+  EXPECT_FALSE(cancelled.hasEnded());
+}
+
+TEST_F(KivRESTServiceSharing, OtherMirrorsAreAnotherFile) {
+  LoopbackServer mirror;
+  server_.serve("/a", Response::status(404).after(gate_));
+  mirror.serve("/a", Response::ok("of the mirror"));
+  KivRESTService client;
+  const Load alone(client, server_.url("/a"));
+  const Load mirrored(client, {server_.url("/a"), mirror.url("/a")});
+  gate_.open();
+  ASSERT_TRUE(alone.waitForEnd() && mirrored.waitForEnd());
+  EXPECT_EQ(alone.status(), 404);
+  EXPECT_EQ(mirrored.body(), "of the mirror");
+}
+
+TEST_F(KivRESTServiceSharing, AnUrgentTaskBringsTheDownloadForward) {
+  server_.serve("/a", Response::ok("a").after(gate_));
+  server_.serve("/b", Response::ok("b"));
+  server_.serve("/c", Response::ok("c"));
+  auto settings = KivRESTService::defaultSettings();
+  settings.parallelTransfers = 1;
+  KivRESTService client(settings);
+  const Load first(client, server_.url("/a"));
+  ASSERT_TRUE(server_.waitForRequests(1));
+  const Load second(client, server_.url("/b"), 1);
+  const Load third(client, server_.url("/c"), 0);
+  const Load urgent(client, server_.url("/c"), 9);
+  gate_.open();
+  ASSERT_TRUE(second.waitForEnd() && third.waitForEnd() && urgent.waitForEnd());
+  const auto requests = server_.requests();
+  ASSERT_EQ(requests.size(), 3U);
+  EXPECT_EQ(requests[1].path, "/c");
+}
+
+}  // namespace

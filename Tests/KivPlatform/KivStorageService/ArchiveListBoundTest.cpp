@@ -1,0 +1,105 @@
+// How much of an archive's list of entries is read, whatever the archive says of it.
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
+#include "Tests/Support/ForwardingFileManager.h"
+
+namespace kiv::test {
+namespace {
+
+/// Counts the bytes that are read of files which are mapped.
+class CountingFileManager final : public ForwardingFileManager {
+ public:
+  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
+                                            std::optional<Error>* error) override {
+    auto file = ForwardingFileManager::mapFileAtPath(path, error);
+    return file ? std::make_unique<CountingFile>(std::move(file), bytesRead) : nullptr;
+  }
+
+  std::atomic<std::uint64_t> bytesRead = 0;
+
+ private:
+  class CountingFile final : public MappedFile {
+   public:
+    CountingFile(std::unique_ptr<MappedFile> file, std::atomic<std::uint64_t>& count)
+        : file_(std::move(file)), count_(count) {}
+    [[nodiscard]] std::string_view bytes() const noexcept override { return file_->bytes(); }
+    bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                   std::optional<Error>* error) const override {
+      count_ += count;
+      return file_->copyBytes(offset, to, count, error);
+    }
+
+   private:
+    std::unique_ptr<MappedFile> file_;
+    std::atomic<std::uint64_t>& count_;
+  };
+};
+
+class ArchiveListBoundTest : public StorageServiceFixture {
+ protected:
+  /// Saves an archive that lies in a file, and answers the error's message.
+  std::string messageOfSaving(const std::string& archive) {
+    put(scratch_.path("archive"), archive);
+    std::optional<Error> error;
+    KivStorageService::saveData_forFileName_atRelativePath_error(
+        *Data::ofFileAtPath(scratch_.path("archive")), "promo.zip", resources, &error);
+    return error ? error->localizedDescription() : "";
+  }
+
+  /// Empty entries whose part of the list has about that many bytes each.
+  static ZipBuilder archiveWithList(std::size_t entries, std::size_t bytesForEach) {
+    ZipBuilder archive;
+    archive.addFile("index.html", "page");
+    for (std::size_t index = 1; index < entries; ++index)
+      archive.add({.name = std::to_string(index) + std::string(bytesForEach - 50, 'n')});
+    return archive;
+  }
+
+  CountingFileManager manager_;
+};
+
+constexpr std::uint64_t littleMoreThanTheTail = 100'000;
+
+TEST_F(ArchiveListBoundTest, AListBeyondTheBoundIsRefusedUnread) {
+  EXPECT_EQ(messageOfSaving(archiveWithList(9'000, 1'000).build()),
+            "The archive \"promo.zip\" has a list of entries of more than 8388608 bytes.");
+  EXPECT_LT(manager_.bytesRead, littleMoreThanTheTail);
+}
+
+TEST_F(ArchiveListBoundTest, TheBoundHoldsForLargeArchivesToo) {
+  auto archive = archiveWithList(9'000, 1'000);
+  archive.zip64End = true;
+  EXPECT_EQ(messageOfSaving(archive.build()),
+            "The archive \"promo.zip\" has a list of entries of more than 8388608 bytes.");
+  EXPECT_LT(manager_.bytesRead, littleMoreThanTheTail);
+}
+
+TEST_F(ArchiveListBoundTest, AListWithinTheBoundIsRead) {
+  EXPECT_EQ(messageOfSaving(archiveWithList(9'000, 250).build()), "");
+}
+
+TEST_F(ArchiveListBoundTest, ALongListBehindASecondEndRecordIsNotRead) {
+  // The comment of a large archive is the rest of a small one.
+  auto large = archiveWithList(9'000, 1'000);
+  const std::uint64_t start = large.build().size();
+  ZipBuilder small;
+  small.add({.name = "index.html", .headerOffset = start});
+  small.listOffset = start + 30 + 10;
+  large.comment = small.build();
+  EXPECT_EQ(messageOfSaving(large.build()),
+            "The archive \"promo.zip\" has two end records, and with them two lists of entries.");
+  EXPECT_LT(manager_.bytesRead, littleMoreThanTheTail);
+}
+
+TEST_F(ArchiveListBoundTest, AnArchiveInACommentThatGoesOnIsNoEndRecord) {
+  auto archive = archiveWithList(2, 100);
+  archive.comment = archiveWithList(2, 100).build() + " and more";
+  EXPECT_EQ(messageOfSaving(archive.build()), "");
+}
+
+}  // namespace
+}  // namespace kiv::test

@@ -1,0 +1,268 @@
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+
+#include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
+#include "Tests/KivPlatform/KivStorageService/WholeVersions.h"
+#include "Tests/Support/FaultyFileManager.h"
+
+namespace kiv::test {
+namespace {
+
+using Repeat = FaultyFileManager::Repeat;
+
+/// One way to save, with what lies among the resources before and after.
+struct SaveCase {
+  const char* title;
+  const char* name;
+  std::string oldBytes;  ///< saved before; empty for nothing
+  std::string newBytes;
+  Tree before;
+  Tree after;
+  bool refusesExchanges = false;
+  bool syncsInBatches = false;
+};
+
+std::vector<SaveCase> saveCases() {
+  return {
+      {"NewFile", "a.png", "", "new", {}, {{"a.png", "new"}}},
+      {"ReplacedFile", "a.png", "old", "new", {{"a.png", "old"}}, {{"a.png", "new"}}},
+      {"NewArchive", "promo.zip", "", pageArchive("new"), {}, pageTree("new")},
+      {"ReplacedArchive", "promo.zip", pageArchive("old"), pageArchive("new"), pageTree("old"),
+       pageTree("new")},
+      {"ReplacedArchiveWithoutExchange", "promo.zip", pageArchive("old"), pageArchive("new"),
+       pageTree("old"), pageTree("new"), true},
+      {"NewArchiveInABatch", "promo.zip", "", pageArchive("new"), {}, pageTree("new"), false, true},
+      {"ReplacedArchiveInABatch", "promo.zip", pageArchive("old"), pageArchive("new"),
+       pageTree("old"), pageTree("new"), false, true},
+  };
+}
+
+constexpr auto titleOf = [](const auto& test) { return test.param.title; };
+
+class StorageFaultsTest : public StorageServiceFixture,
+                          public testing::WithParamInterface<SaveCase> {
+ protected:
+  StorageFaultsTest() {
+    files_.refuseExchanges(GetParam().refusesExchanges);
+    files_.allowBatchSyncs(GetParam().syncsInBatches);
+  }
+
+  /// The state in which each attempt begins: a fresh process on a root with the old version.
+  void begin() {
+    files_.setFault(std::nullopt);
+    KivStorageService::setRootPath("");
+    std::filesystem::remove_all(root());
+    std::filesystem::create_directory(root());
+    KivStorageService::setRootPath(root());
+    if (!GetParam().oldBytes.empty()) {
+      ASSERT_FALSE(save(GetParam().name, GetParam().oldBytes));
+    }
+    restart();
+  }
+
+  std::optional<Error> saveNew() { return save(GetParam().name, GetParam().newBytes); }
+
+  /// Saves with each operation in turn failing, until a save gets by without that many.
+  void sweep(FaultyFileManager::Fault fault) {
+    bool isReached = true;
+    for (fault.at = 1; isReached; ++fault.at) {
+      SCOPED_TRACE("operation " + std::to_string(fault.at));
+      begin();
+      files_.setFault(fault);
+      const auto error = saveNew();
+      isReached = files_.count() >= fault.at;
+      checkAfter(fault, error);
+      if (HasFailure()) return;
+    }
+    EXPECT_GT(fault.at, 7U) << "too few operations to be a save";
+  }
+
+  FaultyFileManager files_;
+
+ private:
+  void checkAfter(const FaultyFileManager::Fault& fault, const std::optional<Error>& error) {
+    Tree found = treeOf(stored(""));
+    // Where nothing can be renamed from the middle of two renames on, only a restart helps.
+    const bool isInBetween =
+        GetParam().refusesExchanges && fault.repeat == Repeat::fromThenOn && error && found.empty();
+    if (isInBetween) found = GetParam().before;
+    EXPECT_TRUE(found == GetParam().before || found == GetParam().after) << "neither old nor new";
+    if (!error) {
+      EXPECT_EQ(found, GetParam().after) << "success without the new version";
+    } else if (error->domain == SystemErrorDomain) {
+      EXPECT_EQ(error->code, fault.number) << error->localizedDescription();
+    }
+    files_.setFault(std::nullopt);
+    restart();
+    EXPECT_EQ(temporaries(), Tree{});
+    EXPECT_EQ(treeOf(stored("")), found) << "the restart changed what is stored";
+    EXPECT_FALSE(saveNew());
+    EXPECT_EQ(treeOf(stored("")), GetParam().after);
+  }
+};
+
+TEST_P(StorageFaultsTest, AnyOperationFailingOnceLeavesOldOrNew) {
+  for (const int number : {ENOSPC, EIO, EACCES, EMFILE}) {
+    SCOPED_TRACE(number);
+    sweep({.number = number, .repeat = Repeat::once});
+  }
+}
+
+TEST_P(StorageFaultsTest, EveryOperationFailingFromThereOnLeavesOldOrNew) {
+  for (const int number : {ENOSPC, EIO, EACCES, EMFILE}) {
+    SCOPED_TRACE(number);
+    sweep({.number = number, .repeat = Repeat::fromThenOn});
+  }
+}
+
+TEST_P(StorageFaultsTest, AShortWriteLeavesOldOrNew) {
+  sweep({.number = ENOSPC, .repeat = Repeat::once, .shortWrite = true});
+}
+
+TEST_P(StorageFaultsTest, EveryFailureBeforeTheNameIsGivenIsReported) {
+  begin();
+  files_.setFault(std::nullopt);
+  ASSERT_FALSE(saveNew());
+  const auto operations = files_.operations();
+  for (std::uint64_t at = 1; at <= operations.size(); ++at) {
+    const auto& operation = operations[static_cast<std::size_t>(at - 1)];
+    // What is tidied up after the new version is in place may fail unnoticed.
+    if (operation.name == "remove") continue;
+    if (operation.name == "exchange" && GetParam().refusesExchanges) continue;
+    begin();
+    files_.setFault(FaultyFileManager::Fault{.at = at, .number = EIO});
+    const auto error = saveNew();
+    EXPECT_TRUE(error) << operation.name << " " << operation.path;
+  }
+}
+
+TEST_P(StorageFaultsTest, AtEveryMomentTheOldOrTheNewIsThere) {
+  begin();
+  int moments = 0;
+  int absences = 0;
+  files_.setObserver([&](const FaultyFileManager::Operation&) {
+    ++moments;
+    const Tree found = treeOf(stored(""));
+    if (found.empty() && !GetParam().before.empty()) {
+      ++absences;
+      return;
+    }
+    EXPECT_TRUE(found == GetParam().before || found == GetParam().after);
+  });
+  ASSERT_FALSE(saveNew());
+  files_.setObserver(nullptr);
+  EXPECT_GT(moments, 5);
+  // Without an exchange there is one moment between two renames; a restart then puts it right.
+  EXPECT_EQ(absences, GetParam().refusesExchanges ? 1 : 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Saves, StorageFaultsTest, testing::ValuesIn(saveCases()), titleOf);
+
+class ArchiveSyncTest : public StorageServiceFixture {
+ protected:
+  /// How often the operation was asked for while the archive was saved for the first time, below
+  /// its temporary directory.
+  [[nodiscard]] int count(std::string_view name) const {
+    int found = 0;
+    for (const auto& operation : files_.operations()) {
+      const bool isBelow = operation.path.find("/.KivStorageService/") != std::string::npos;
+      if (operation.name == name && isBelow) ++found;
+    }
+    return found;
+  }
+
+  FaultyFileManager files_;
+};
+
+TEST_F(ArchiveSyncTest, InABatchAllIsSyncedOnceAndBeforeTheArchiveIsPutInPlace) {
+  files_.allowBatchSyncs(true);
+  EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
+  EXPECT_EQ(count("createFile"), filesOfAWholeArchive);
+  EXPECT_EQ(count("synchronize"), 0);
+  EXPECT_EQ(count("synchronizeDirectory"), 0);
+  EXPECT_EQ(count("synchronizeBatch"), 1);
+  std::vector<std::string> order;
+  for (const auto& operation : files_.operations())
+    order.push_back(operation.name);
+  const auto sync = std::find(order.begin(), order.end(), "synchronizeBatch");
+  EXPECT_EQ(std::find(sync, order.end(), "write"), order.end());
+  EXPECT_NE(std::find(sync, order.end(), "move"), order.end());
+}
+
+TEST_F(ArchiveSyncTest, WithoutABatchEachFileAndEachDirectoryIsSyncedOnce) {
+  EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
+  EXPECT_EQ(count("synchronize"), filesOfAWholeArchive);
+  EXPECT_EQ(count("synchronizeDirectory"), 4);  // the top and its three folders
+  EXPECT_EQ(count("synchronizeBatch"), 0);
+}
+
+class InterruptedSwapTest : public StorageServiceFixture {
+ protected:
+  /// Replaces an archive on a file system without exchange and dies between the two renames: what
+  /// is then on the disk is copied to another root, on which no process works.
+  std::string rootOfTheDead() {
+    EXPECT_FALSE(save("promo.zip", pageArchive("old")));
+    std::string copy = scratch_.path("dead");
+    FaultyFileManager files;
+    files.refuseExchanges(true);
+    files.setObserver([&](const FaultyFileManager::Operation& operation) {
+      if (operation.name != "move" || operation.newPath != stored("promo")) return;
+      std::filesystem::copy(root(), copy, std::filesystem::copy_options::recursive);
+    });
+    EXPECT_FALSE(save("promo.zip", pageArchive("new")));
+    return copy;
+  }
+};
+
+TEST_F(InterruptedSwapTest, TheOldVersionIsBackAfterTheNextStart) {
+  const std::string dead = rootOfTheDead();
+  EXPECT_EQ(treeOf(dead + "/KivResource/Resources"), Tree{});
+  KivStorageService::setRootPath(dead);
+  EXPECT_EQ(treeOf(dead + "/KivResource/Resources"), pageTree("old"));
+  EXPECT_EQ(treeOf(dead + "/.KivStorageService"), Tree{});
+}
+
+TEST_F(InterruptedSwapTest, WhatWasStoredMeanwhileIsNotReplacedByTheOldVersion) {
+  const std::string dead = rootOfTheDead();
+  put(dead + "/KivResource/Resources/promo/index.html", "newer");
+  KivStorageService::setRootPath(dead);
+  EXPECT_EQ(treeOf(dead + "/KivResource/Resources"),
+            (Tree{{"promo/", ""}, {"promo/index.html", "newer"}}));
+  EXPECT_EQ(treeOf(dead + "/.KivStorageService"), Tree{});
+}
+
+TEST_F(InterruptedSwapTest, ANoteThatLeadsOutOfTheRootIsNotFollowed) {
+  for (const std::string target : {"../escaped", "/tmp/escaped", "a/../../escaped", ""}) {
+    put(root() + "/.KivStorageService/dead/3/index.html", "x");
+    put(root() + "/.KivStorageService/dead/3.replaced", target);
+    restart();
+    EXPECT_EQ(temporaries(), Tree{});
+    EXPECT_EQ(tree(), Tree{});
+    EXPECT_FALSE(std::filesystem::exists(scratch_.path("escaped")));
+  }
+}
+
+TEST_F(InterruptedSwapTest, WhenNeitherVersionCanMoveInTheOldOneIsBackAfterTheNextStart) {
+  EXPECT_FALSE(save("promo.zip", pageArchive("old")));
+  FaultyFileManager files;
+  files.refuseExchanges(true);
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    // From the moment when the old version has made way, nothing can be renamed any more.
+    if (operation.path == stored("promo")) files.setFailingOperation("move", EIO);
+  });
+  // The move that makes way is still performed: its fault is looked up before the observer runs.
+  EXPECT_TRUE(save("promo.zip", pageArchive("new")));
+  EXPECT_EQ(treeOf(stored("")), Tree{});
+  files.setObserver(nullptr);
+  files.setFailingOperation("remove", EIO);  // as after a kill: nothing is tidied up
+  KivStorageService::setRootPath("");
+  files.setFailingOperation("", 0);
+  KivStorageService::setRootPath(root());
+  EXPECT_EQ(treeOf(stored("")), pageTree("old"));
+  EXPECT_EQ(temporaries(), Tree{});
+}
+
+}  // namespace
+}  // namespace kiv::test

@@ -1,0 +1,109 @@
+#include <functional>
+
+#include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
+#include "Tests/Support/PowerCutFileManager.h"
+
+namespace kiv::test {
+namespace {
+
+using Loss = PowerCutFileManager::Loss;
+
+/// What the file system has and has not.
+struct Ways {
+  bool refusesExchanges = false;
+  bool syncsInBatches = false;
+};
+
+class StoragePowerCutTest : public StorageServiceFixture {
+ protected:
+  /// Cuts the power after every number of operations of `save`, and checks what lies there after.
+  void cutEverywhere(const std::function<bool()>& prepare, const std::function<bool()>& save,
+                     const std::function<bool(const Tree&)>& isWhole,
+                     const std::function<bool(const Tree&)>& isNew, Ways ways = {}) {
+    PowerCutFileManager files(root());
+    files.refusesExchanges = ways.refusesExchanges;
+    files.allowsBatchSyncs = ways.syncsInBatches;
+    for (const auto& [loss, seeds] :
+         {std::pair{Loss::everythingUnsynced, 1U}, std::pair{Loss::anyPart, 6U}}) {
+      for (std::uint32_t seed = 0; seed < seeds; ++seed) {
+        bool wasCut = true;
+        for (std::uint64_t at = 0; wasCut; ++at) {
+          SCOPED_TRACE("cut after " + std::to_string(at) + ", seed " + std::to_string(seed));
+          KivStorageService::setRootPath("");
+          files.format();
+          KivStorageService::setRootPath(root());
+          ASSERT_TRUE(prepare());
+          files.cutAfter(at);
+          const bool isSaved = save();
+          wasCut = files.wasCut();
+          start(files, loss, seed);
+          const Tree found = treeOf(stored(""));
+          ASSERT_TRUE(isWhole(found)) << describe(found);
+          if (isSaved) {
+            ASSERT_TRUE(isNew(found)) << describe(found);
+          }
+          ASSERT_EQ(temporaries(), Tree{});
+          ASSERT_TRUE(save());
+          ASSERT_TRUE(isNew(treeOf(stored(""))));
+        }
+      }
+    }
+  }
+
+ private:
+  /// The machine comes up again, and the service with it.
+  void start(PowerCutFileManager& files, Loss loss, std::uint32_t seed) {
+    files.cutAfter(0);  // what the dying process would tidy up does not count
+    KivStorageService::setRootPath("");
+    files.restart(loss, seed);
+    KivStorageService::setRootPath(root());
+  }
+
+  static std::string describe(const Tree& tree) {
+    std::string text;
+    for (const auto& [path, bytes] : tree)
+      text += path + "=" + bytes + "\n";
+    return text;
+  }
+};
+
+TEST_F(StoragePowerCutTest, AFileIsOldNewOrAbsentNeverHalf) {
+  const auto saves = [](const char* bytes) { return [=] { return !save("a.png", bytes); }; };
+  const Tree old{{"a.png", "old bytes"}};
+  const Tree fresh{{"a.png", "new bytes"}};
+  const auto isNew = [&](const Tree& tree) { return tree == fresh; };
+  cutEverywhere([] { return true; }, saves("new bytes"),
+                [&](const Tree& tree) { return tree.empty() || tree == fresh; }, isNew);
+  cutEverywhere(
+      saves("old bytes"), saves("new bytes"),
+      [&](const Tree& tree) { return tree == old || tree == fresh; }, isNew);
+}
+
+TEST_F(StoragePowerCutTest, AnArchiveIsOldOrNewNeverHalf) {
+  const auto saves = [](const char* page) {
+    return [=] { return !save("promo.zip", pageArchive(page)); };
+  };
+  const auto isNew = [](const Tree& tree) { return tree == pageTree("new"); };
+  for (const bool syncsInBatches : {false, true}) {
+    const Ways ways{.syncsInBatches = syncsInBatches};
+    cutEverywhere([] { return true; }, saves("new"),
+                  [&](const Tree& tree) { return tree.empty() || isNew(tree); }, isNew, ways);
+    cutEverywhere(
+        saves("old"), saves("new"),
+        [&](const Tree& tree) { return tree == pageTree("old") || isNew(tree); }, isNew, ways);
+  }
+}
+
+TEST_F(StoragePowerCutTest, WithoutExchangeAnArchiveIsOldNewOrAbsentNeverHalf) {
+  const auto saves = [](const char* page) {
+    return [=] { return !save("promo.zip", pageArchive(page)); };
+  };
+  const auto isNew = [](const Tree& tree) { return tree == pageTree("new"); };
+  cutEverywhere(
+      saves("old"), saves("new"),
+      [&](const Tree& tree) { return tree.empty() || tree == pageTree("old") || isNew(tree); },
+      isNew, {.refusesExchanges = true});
+}
+
+}  // namespace
+}  // namespace kiv::test

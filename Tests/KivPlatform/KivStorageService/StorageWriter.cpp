@@ -1,0 +1,74 @@
+// A process of its own that saves until it is killed or told to stop, for the tests that need one.
+//
+//   StorageWriter ROOT files|archives|hold VERSION
+//
+// "files" and "archives" save one name over and over, with contents that tell a whole version from
+// a half one; "hold" saves once, writes one more temporary file, and waits. A line on standard
+// output says when the first save is done; the end of standard input stops it.
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "KivPlatform/KivStorageService/AtomicFile.h"
+#include "KivPlatform/KivStorageService/CurrentRoot.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "Tests/KivPlatform/KivStorageService/WholeVersions.h"
+
+namespace {
+
+bool saveOnce(const std::string& sort, const std::string& version) {
+  using namespace kiv::test;
+  const bool isArchive = sort == "archives";
+  return KivStorageService::saveData_forFileName_atRelativePath_error(
+      kiv::Data(isArchive ? wholeArchive(version) : wholeFile(version)),
+      isArchive ? "promo.zip" : "a.bin", "KivResource/Resources");
+}
+
+void sayReady() {
+  std::puts("ready");
+  std::fflush(stdout);
+}
+
+void awaitEndOfInput() {
+  while (std::getchar() != EOF) {
+  }
+}
+
+int hold(const std::string& version) {
+  if (!saveOnce("files", version)) return 1;
+  const auto root = kiv::storage::currentRoot();
+  auto unfinished = kiv::storage::AtomicFile::create(*root, kiv::storage::Access::shared, nullptr);
+  if (!unfinished || !unfinished->write("half", nullptr)) return 1;
+  sayReady();
+  awaitEndOfInput();
+  const std::string path =
+      KivStorageService::filePathForFileName_atRelativePath("held", "KivResource/Resources");
+  return unfinished->commit(path, nullptr) ? 0 : 1;
+}
+
+int saveOverAndOver(const std::string& sort, const std::string& version) {
+  std::atomic<bool> isStopped{false};
+  std::thread input([&] {
+    awaitEndOfInput();
+    isStopped = true;
+  });
+  bool isSaved = saveOnce(sort, version + "0");
+  sayReady();
+  for (int i = 1; isSaved && !isStopped; ++i)
+    isSaved = saveOnce(sort, version + std::to_string(i));
+  input.join();
+  return isSaved ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  KivStorageService::setRootPath(argv[1]);
+  const std::string sort = argv[2];
+  const int result = sort == "hold" ? hold(argv[3]) : saveOverAndOver(sort, argv[3]);
+  KivStorageService::setRootPath("");
+  return result;
+}
