@@ -111,13 +111,13 @@ TEST_F(KivResourceStorageModuleTest, APageOfOneFileHasNoDirectory) {
   for (const std::string& path :
        {stored("index.html"), stored("page.html"), stored("promo/page.html"),
         stored("promo/deeper/index.html"), inBundle("index.html"), root() + "/index.html",
-        root() + "/KivResource/index.html", root() + "/home/index.html"}) {
+        root() + "/KivResource/index.html", root() + "/elsewhere/index.html"}) {
     write(path, "page");
     EXPECT_EQ(Module::directoryOfPageAtPath(path), std::nullopt) << path;
   }
   EXPECT_EQ(Module::directoryOfPageAtPath(stored("none/index.html")), std::nullopt);
   EXPECT_EQ(Module::directoryOfPageAtPath(""), std::nullopt);
-  std::filesystem::create_directory_symlink(root() + "/home", stored("out"));
+  std::filesystem::create_directory_symlink(root() + "/elsewhere", stored("out"));
   EXPECT_EQ(Module::directoryOfPageAtPath(stored("out/index.html")), std::nullopt);
 }
 
