@@ -160,9 +160,9 @@ void KivResourceManager::removeObserver(
 // --- Steps ---------------------------------------------------------------------------------------
 
 void KivResourceManager::endStep() {
-  insist([this] { saveChanges(); });
+  kiv::insist([this] { saveChanges(); });
   for (auto& announcement : std::exchange(announcements_, {}))
-    insist([&] { send(announcement); });
+    kiv::insist([&] { send(announcement); });
 }
 
 void KivResourceManager::saveChanges() {
@@ -180,7 +180,7 @@ void KivResourceManager::saveChanges() {
 void KivResourceManager::endStepWithTurn() {
   if (loadingResourcesFilesCount_ <= 0) return endStep();
   if (std::exchange(endIsScheduled_, true)) return;
-  const bool isScheduled = contain([this] {
+  const bool isScheduled = kiv::contain([this] {
     kiv::DispatchQueue::atEndOfTurn([self = shared_from_this()] {
       self->endIsScheduled_ = false;
       self->endStep();

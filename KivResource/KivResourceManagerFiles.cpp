@@ -95,7 +95,7 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
                                           const std::string& fileLink,
                                           const std::shared_ptr<KivResource>& resource) {
   const Step step(*this, Step::End::withTurn);
-  const bool isTaken = contain([&] {
+  const bool isTaken = kiv::contain([&] {
     const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
     if (error || !data) {
       logFailedFile(fileName, *resource, error);
@@ -105,9 +105,9 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
       saveLoadedData_forFileWithLink_andUpdateResource(*data, fileLink, resource);
     }
   });
-  if (!isTaken) insist([&] { announceFailed(resource, outOfMemory(fileLink)); });
+  if (!isTaken) kiv::insist([&] { announceFailed(resource, outOfMemory(fileLink)); });
   --loadingResourcesFilesCount_;
-  if (loadingResourcesFilesCount_ <= 0) insist([this] { finishLoading(); });
+  if (loadingResourcesFilesCount_ <= 0) kiv::insist([this] { finishLoading(); });
 }
 
 void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(

@@ -4,6 +4,8 @@
 
 #include "KivResource/KivResourceManager.h"
 
+namespace kiv {
+
 /// Runs a part of a step; false where it threw, which it does where memory has run out. The manager
 /// must not be left busy for good then, nor the process be ended by the end of a step.
 template <class Part>
@@ -22,6 +24,8 @@ template <class Part>
 void insist(const Part& part) noexcept {
   if (!contain(part)) contain(part);
 }
+
+}  // namespace kiv
 
 /// The scope of one step of the manager. Steps nest: an operation that is one is made of others.
 ///
