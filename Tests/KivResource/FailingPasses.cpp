@@ -14,39 +14,15 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 
 #include "KivResource/KivResource.h"
+#include "Tests/Support/FailingMemory.h"
 
 namespace {
 
-const std::thread::id mainThread = std::this_thread::get_id();
-/// Allocations that succeed before the one that fails; negative for none that fails.
-std::atomic<long> left = -1;
-
-bool fails() {
-  if (left < 0 || std::this_thread::get_id() == mainThread) return false;
-  return left-- == 0;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (fails()) throw std::bad_alloc();
-  if (void* const place = std::malloc(size == 0 ? 1 : size)) return place;
-  throw std::bad_alloc();
-}
-
-void operator delete(void* place) noexcept {
-  std::free(place);
-}
-void operator delete(void* place, std::size_t) noexcept {
-  std::free(place);
-}
-
-namespace {
+using kiv::test::allocationsLeft;
 
 constexpr std::chrono::seconds patience{30};
 constexpr int banners = 3;
@@ -108,7 +84,7 @@ class Host {
     const auto configuration = configurationOf(version);
     runAndWait([&] {
       manager_->updateResourcesForConfig(configuration);
-      left = failing;
+      allocationsLeft = failing;
     });
     waitFor([this] { return observer_->heard.finished > 0; });
     return observer_->heard;
@@ -142,8 +118,8 @@ bool failEachInTurn(long stride) {
   int failed = 0;
   for (long count = 0; count < 1'000'000; count += stride) {
     const Heard heard = host.pass(++version, count);
-    const bool isOver = left >= 0;
-    left = -1;
+    const bool isOver = allocationsLeft >= 0;
+    allocationsLeft = -1;
     const Heard next = host.pass(++version, -1);
     const bool isRight = heard.finished == 1 && heard.loaded + heard.failed >= banners &&
                          next.finished == 1 && next.loaded == banners && next.failed == 0;

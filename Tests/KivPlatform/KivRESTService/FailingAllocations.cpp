@@ -8,7 +8,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
@@ -17,34 +16,11 @@
 
 #include "KivPlatform/Foundation/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "Tests/Support/FailingMemory.h"
 
 namespace {
 
-const std::thread::id mainThread = std::this_thread::get_id();
-/// Allocations that succeed before the one that fails; negative for none that fails.
-std::atomic<long> left = -1;
-
-bool fails() {
-  if (left < 0 || std::this_thread::get_id() == mainThread) return false;
-  return left-- == 0;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (fails()) throw std::bad_alloc();
-  if (void* const place = std::malloc(size == 0 ? 1 : size)) return place;
-  throw std::bad_alloc();
-}
-
-void operator delete(void* place) noexcept {
-  std::free(place);
-}
-void operator delete(void* place, std::size_t) noexcept {
-  std::free(place);
-}
-
-namespace {
+using kiv::test::allocationsLeft;
 
 /// How a round came out.
 struct Round {
@@ -88,10 +64,10 @@ bool failEachInTurn(const std::string& spool, const std::vector<std::string>& ur
   for (long count = 0; count < 100'000; ++count) {
     KivRESTService client(settingsWith(spool));
     client.setProgressHandler([](const KivRESTServiceProgress&) {});
-    left = count;
+    allocationsLeft = count;
     const Round round = fetch(client, urls);
-    const bool isOver = left >= 0;
-    left = -1;
+    const bool isOver = allocationsLeft >= 0;
+    allocationsLeft = -1;
     const Round next = fetch(client, urls);
     if (!round.isRight || !next.isRight || next.failures > 0) {
       std::fprintf(stderr, "Allocation %ld: %d and %d of %zu tasks ended, %d and %d failed.\n",
@@ -114,13 +90,13 @@ bool addAllOrNone() {
     bool isAdded = true;
     std::thread([&] {
       std::vector<kiv::DispatchQueue::Job> added(jobs, [&ran] { ++ran; });
-      left = allocation;
+      allocationsLeft = allocation;
       try {
         kiv::DispatchQueue::main()->async(std::move(added));
       } catch (const std::bad_alloc&) {
         isAdded = false;
       }
-      left = -1;
+      allocationsLeft = -1;
     }).join();
     kiv::DispatchQueue::main()->drain();
     if (ran != (isAdded ? jobs : 0)) return false;
