@@ -15,7 +15,7 @@
 ///
 ///     KivResourceLookup::setRoots(std::vector<std::string>());
 ///
-/// before it makes the manager. Otherwise whoever writes the configuration learns, from what is
+/// before it makes the manager. Otherwise the author of a configuration learns, from what is
 /// fetched and what is not, which files lie on the user's machine.
 ///
 /// Never instantiated. May be called from any thread.

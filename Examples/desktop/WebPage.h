@@ -35,7 +35,7 @@ class WebPage final : public QWebEnginePage {
   /// The profile outlives the page.
   explicit WebPage(QWebEngineProfile* profile);
 
-  /// Shows the page at the path, anew where it is shown already. It may read what lies in the
+  /// Shows the page at the path; one that is on show is loaded again. It may read what lies in the
   /// folder; without one, nothing but itself.
   void show(const QString& path, const QString& folder);
 
