@@ -20,6 +20,15 @@ die() {
   exit 1
 }
 
+# Says in lines that nobody overlooks what is not checked here.
+loudly() {
+  local rule
+  rule=$(printf '#%.0s' {1..100})
+  printf '%s%s\n' "$red$bold" "$rule" >&2
+  printf '# %s\n' "$@" >&2
+  printf '%s%s\n' "$rule" "$plain" >&2
+}
+
 # Prints the comment at the top of the script and ends it with the status.
 usage() {
   sed -n '2,${/^#/!q; s/^# \{0,1\}//p}' "script/$(basename "$0")"

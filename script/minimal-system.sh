@@ -27,3 +27,16 @@ inside() {
     "$system" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
     DEBIAN_FRONTEND=noninteractive "$@"
 }
+
+# check_consumer SYSTEM DIRECTORY PREFIX: builds Tests/consumer, which lies in that directory there,
+# against what is installed under the prefix, with find_package and with pkg-config, and runs it.
+check_consumer() {
+  local system=$1 directory=$2 prefix=$3
+  quietly inside "$system" cmake -G Ninja -S "$directory" -B /consumer-build -DCMAKE_PREFIX_PATH="$prefix" &&
+    quietly inside "$system" cmake --build /consumer-build &&
+    inside "$system" /consumer-build/consumer "$prefix" || return
+  # shellcheck disable=SC2016  # the inner shell fills them in
+  inside "$system" sh -c 'export PKG_CONFIG_PATH="$(dirname "$(find "$2" -name KivResource.pc)")"
+    c++ -std=c++20 -I"$1" "$1/main.cpp" -o /consumer-build/other $(pkg-config --cflags --libs KivResource) &&
+      /consumer-build/other "$2"' sh "$directory" "$prefix"
+}
