@@ -11,7 +11,7 @@
 
 #include "Fuzz/MemoryFiles.h"
 #include "Fuzz/Require.h"
-#include "KivPlatform/KivStorageService/ArchiveUnpacker.h"
+#include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace {

@@ -5,8 +5,8 @@
 
 #include "Fuzz/Require.h"
 #include "Fuzz/Resources.h"
-#include "KivPlatform/Foundation/JSON.h"
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceFactory.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {

@@ -4,7 +4,7 @@
 
 #include <simdjson.h>
 
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 
 namespace kiv::fuzz {
 

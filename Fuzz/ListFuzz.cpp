@@ -6,7 +6,7 @@
 
 #include "Fuzz/Require.h"
 #include "Fuzz/Resources.h"
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
 

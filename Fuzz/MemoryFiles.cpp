@@ -1,8 +1,8 @@
 #include "Fuzz/MemoryFiles.h"
 
 #include "Fuzz/Require.h"
-#include "KivPlatform/Foundation/FileName.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/FileName.h"
+#include "KivPlatform/Foundation/files/Path.h"
 
 namespace kiv::fuzz {
 

@@ -12,12 +12,12 @@
 #include <string_view>
 
 #include "Fuzz/Require.h"
-#include "KivPlatform/Foundation/BootIdentity.h"
-#include "KivPlatform/KivRESTService/BodyBuffers.h"
-#include "KivPlatform/KivRESTService/BodySink.h"
-#include "KivPlatform/KivRESTService/PartialBody.h"
-#include "KivPlatform/KivRESTService/PartialRecord.h"
-#include "KivPlatform/KivRESTService/SpoolDirectory.h"
+#include "KivPlatform/Foundation/system/BootIdentity.h"
+#include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
+#include "KivPlatform/KivRESTService/partial/BodySink.h"
+#include "KivPlatform/KivRESTService/partial/PartialBody.h"
+#include "KivPlatform/KivRESTService/partial/PartialRecord.h"
+#include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <variant>
 
 #include "Fuzz/Require.h"
-#include "KivPlatform/KivRESTService/CurlHandles.h"
-#include "KivPlatform/KivRESTService/CurlLibrary.h"
-#include "KivPlatform/KivRESTService/PrivateAddress.h"
-#include "KivPlatform/KivRESTService/RedirectGuard.h"
-#include "KivPlatform/KivRESTService/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/curl/CurlHandles.h"
+#include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
+#include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
+#include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/http/PrivateAddress.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "Fuzz/Require.h"
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceRESTModule.h"
 #include "KivResource/KivResourceStorageModule.h"

@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "Fuzz/Require.h"
-#include "KivPlatform/KivRESTService/ResponseCheck.h"
+#include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 
 namespace {
 

@@ -23,7 +23,7 @@
 
 #include "Fuzz/Require.h"
 #include "Fuzz/ScriptedServer.h"
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
 namespace {

@@ -35,12 +35,12 @@
 /// loadResourceWithID_forConfig(resourceID, config).
 
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"  // IWYU pragma: export
-#include "KivPlatform/Foundation/Bundle.h"                     // IWYU pragma: export
-#include "KivPlatform/Foundation/ControlCharacters.h"          // IWYU pragma: export
-#include "KivPlatform/Foundation/DispatchQueue.h"              // IWYU pragma: export
-#include "KivPlatform/Foundation/FileManager.h"                // IWYU pragma: export
-#include "KivPlatform/Foundation/JSON.h"                       // IWYU pragma: export
-#include "KivPlatform/Foundation/SystemLog.h"                  // IWYU pragma: export
+#include "KivPlatform/Foundation/files/FileManager.h"          // IWYU pragma: export
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"       // IWYU pragma: export
+#include "KivPlatform/Foundation/system/Bundle.h"              // IWYU pragma: export
+#include "KivPlatform/Foundation/system/SystemLog.h"           // IWYU pragma: export
+#include "KivPlatform/Foundation/text/ControlCharacters.h"     // IWYU pragma: export
+#include "KivPlatform/Foundation/values/JSON.h"                // IWYU pragma: export
 #include "KivPlatform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
 #include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export

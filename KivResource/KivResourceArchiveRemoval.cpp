@@ -1,7 +1,7 @@
 #include "KivResource/KivResourceArchiveRemoval.h"
 
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceConstants.h"
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "KivPlatform/Foundation/Error.h"
+#include "KivPlatform/Foundation/values/Error.h"
 
 namespace kiv {
 

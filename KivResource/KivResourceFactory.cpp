@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "KivPlatform/Foundation/JSON.h"
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceObject.h"
 
 /// Makes resources of resource dictionaries: the string under "engine" chooses the class, and that

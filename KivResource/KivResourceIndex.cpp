@@ -5,8 +5,8 @@
 #include <typeinfo>
 #include <utility>
 
-#include "KivPlatform/Foundation/KeyedHash.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/values/KeyedHash.h"
 #include "KivResource/KivResourceConstants.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"

@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceObject.h"
 

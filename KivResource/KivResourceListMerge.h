@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceList.h"
 
 namespace kiv {

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivResource/KivResourceStorageModule.h"
 
 namespace {

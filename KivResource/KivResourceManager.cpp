@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceSavedList.h"

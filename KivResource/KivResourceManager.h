@@ -8,11 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/Data.h"
-#include "KivPlatform/Foundation/DispatchQueue.h"
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/InstalledResources.h"  // IWYU pragma: keep
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
+#include "KivPlatform/Foundation/system/InstalledResources.h"  // IWYU pragma: keep
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Value.h"
 #include "KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceList.h"

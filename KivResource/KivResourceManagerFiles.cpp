@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "KivPlatform/Foundation/Path.h"
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"

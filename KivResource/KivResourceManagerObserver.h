@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 
-#include "KivPlatform/Foundation/Error.h"
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/Error.h"
 
 class KivResource;
 class KivResourceManager;

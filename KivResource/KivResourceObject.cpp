@@ -5,7 +5,7 @@
 #include <typeindex>
 #include <typeinfo>
 
-#include "KivPlatform/Foundation/StringList.h"
+#include "KivPlatform/Foundation/values/StringList.h"
 #include "KivResource/KivResourceLookup.h"
 
 namespace {

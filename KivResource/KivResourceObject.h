@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/values/Value.h"
 
 namespace kiv {
 class ResourceIndex;

@@ -4,8 +4,8 @@
 #include <optional>
 #include <utility>
 
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceObject.h"

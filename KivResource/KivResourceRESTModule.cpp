@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/NSError+KivResource.h"
 

@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/Data.h"
-#include "KivPlatform/Foundation/Error.h"
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/URL.h"
-#include "KivPlatform/Foundation/URLRequest.h"
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/URL.h"
+#include "KivPlatform/Foundation/values/URLRequest.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
 class KivResource;

@@ -7,9 +7,9 @@
 #include <thread>
 #include <utility>
 
-#include "KivPlatform/Foundation/JSON.h"
-#include "KivPlatform/Foundation/Path.h"
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceStorageModule.h"

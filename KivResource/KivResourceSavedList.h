@@ -6,9 +6,9 @@
 #include <set>
 #include <string>
 
-#include "KivPlatform/Foundation/Error.h"
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceListMerge.h"
 
 namespace kiv {

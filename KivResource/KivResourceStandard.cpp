@@ -1,6 +1,6 @@
 #include "KivResource/KivResourceStandard.h"
 
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 
 namespace {
 

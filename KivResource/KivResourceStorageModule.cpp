@@ -2,12 +2,12 @@
 
 #include <system_error>
 
-#include "KivPlatform/Foundation/Bundle.h"
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/FileName.h"
-#include "KivPlatform/Foundation/JSON.h"
-#include "KivPlatform/Foundation/Path.h"
-#include "KivPlatform/Foundation/RemovalGuard.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/FileName.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/files/RemovalGuard.h"
+#include "KivPlatform/Foundation/system/Bundle.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceArchiveRemoval.h"
 

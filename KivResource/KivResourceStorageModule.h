@@ -5,11 +5,11 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/Data.h"
-#include "KivPlatform/Foundation/Error.h"
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/InstalledResources.h"  // IWYU pragma: keep
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/system/InstalledResources.h"  // IWYU pragma: keep
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceConstants.h"
 
 /// The framework's only door to the disk: where resource files and the saved list lie, and how a

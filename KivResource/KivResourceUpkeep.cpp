@@ -6,9 +6,9 @@
 #include <system_error>
 #include <utility>
 
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/Path.h"
-#include "KivPlatform/Foundation/RemovalGuard.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceArchiveRemoval.h"
 #include "KivResource/KivResourceFactory.h"

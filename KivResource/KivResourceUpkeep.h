@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/Error.h"
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/Error.h"
 #include "KivResource/KivResourceManager.h"
 
 /// Domain of the errors that upkeep makes itself; those of the disk pass through with their own.

@@ -1,6 +1,6 @@
 #include "KivResource/KivResourceVideo.h"
 
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 
 using kiv::path::lastPathComponent;
 

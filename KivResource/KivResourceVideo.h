@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KivPlatform/Foundation/StringList.h"
+#include "KivPlatform/Foundation/values/StringList.h"
 #include "KivResource/KivResourceObject.h"
 
 /// A video promotion: a title, a market link, votes and a rating for the host to show, and two

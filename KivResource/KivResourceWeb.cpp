@@ -1,6 +1,6 @@
 #include "KivResource/KivResourceWeb.h"
 
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceConstants.h"
 
 using kiv::path::deletingLastPathComponent;

@@ -19,22 +19,22 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceWeb.h
   KivResource/NSError+KivResource.h
   KivPlatform/AppConfiguration/KivAppConfiguration.h
-  KivPlatform/Foundation/Bundle.h
-  KivPlatform/Foundation/ControlCharacters.h
-  KivPlatform/Foundation/Data.h
-  KivPlatform/Foundation/DispatchQueue.h
-  KivPlatform/Foundation/Error.h
+  KivPlatform/Foundation/system/Bundle.h
+  KivPlatform/Foundation/text/ControlCharacters.h
+  KivPlatform/Foundation/values/Data.h
+  KivPlatform/Foundation/queues/DispatchQueue.h
+  KivPlatform/Foundation/values/Error.h
   KivPlatform/Foundation/Export.h
-  KivPlatform/Foundation/FileManager.h
-  KivPlatform/Foundation/FileName.h
-  KivPlatform/Foundation/InstalledResources.h
-  KivPlatform/Foundation/JSON.h
-  KivPlatform/Foundation/Path.h
-  KivPlatform/Foundation/StringList.h
-  KivPlatform/Foundation/SystemLog.h
-  KivPlatform/Foundation/URL.h
-  KivPlatform/Foundation/URLRequest.h
-  KivPlatform/Foundation/Value.h
+  KivPlatform/Foundation/files/FileManager.h
+  KivPlatform/Foundation/files/FileName.h
+  KivPlatform/Foundation/system/InstalledResources.h
+  KivPlatform/Foundation/values/JSON.h
+  KivPlatform/Foundation/files/Path.h
+  KivPlatform/Foundation/values/StringList.h
+  KivPlatform/Foundation/system/SystemLog.h
+  KivPlatform/Foundation/values/URL.h
+  KivPlatform/Foundation/values/URLRequest.h
+  KivPlatform/Foundation/values/Value.h
   KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h
   KivPlatform/KivRESTService/KivRESTService.h
   KivPlatform/KivRESTService/KivRESTServiceErrors.h

@@ -38,7 +38,7 @@ else()
   set(kivresource_pc_libs "-pthread ${kivresource_dl}")
   # A program finds the packaged resources from where it found the headers: InstalledResources.h.
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_DATADIR
-    BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${kivresource_includedir}/KivPlatform/Foundation"
+    BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${kivresource_includedir}/KivPlatform/Foundation/system"
     OUTPUT_VARIABLE kivresource_pc_datadir)
   set(kivresource_pc_cflags "-DKIVRESOURCE_STATIC \
 -DKIVRESOURCE_RESOURCES_FROM_HEADER=${kivresource_pc_datadir}/KivResource")

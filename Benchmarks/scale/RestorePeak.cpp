@@ -11,7 +11,7 @@
 #include <string_view>
 #include <sys/resource.h>
 
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceManager.h"
 

@@ -7,7 +7,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceManager.h"
 

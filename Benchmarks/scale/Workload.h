@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/values/Value.h"
 
 namespace kiv::bench {
 

@@ -20,7 +20,7 @@
 #include "Benchmarks/scale/Report.h"
 #include "Benchmarks/scale/Rows.h"
 #include "Benchmarks/scale/Workload.h"
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 
 /// Fans the callbacks of one protocol out to its observers, each on its own queue.
 ///

@@ -5,11 +5,11 @@
 #include <string_view>
 #include <utility>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
-#include "KivPlatform/Foundation/ForkGuard.h"
-#include "KivPlatform/KivRESTService/TaskLedger.h"
-#include "KivPlatform/KivRESTService/TransferEngine.h"
-#include "KivPlatform/KivRESTService/TransferErrors.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
+#include "KivPlatform/Foundation/system/ForkGuard.h"
+#include "KivPlatform/KivRESTService/engine/TaskLedger.h"
+#include "KivPlatform/KivRESTService/engine/TransferEngine.h"
+#include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace {
 

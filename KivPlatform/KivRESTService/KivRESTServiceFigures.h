@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "KivPlatform/Foundation/URL.h"
+#include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
 /// One try that did not bring the file.

@@ -5,15 +5,15 @@
 #include <mutex>
 #include <utility>
 
-#include "KivPlatform/Foundation/FileManager.h"
-#include "KivPlatform/Foundation/Path.h"
-#include "KivPlatform/KivStorageService/ArchiveUnpacker.h"
-#include "KivPlatform/KivStorageService/AtomicFile.h"
-#include "KivPlatform/KivStorageService/CurrentRoot.h"
-#include "KivPlatform/KivStorageService/DirectorySwap.h"
-#include "KivPlatform/KivStorageService/FreeSpace.h"
-#include "KivPlatform/KivStorageService/StorageErrors.h"
-#include "KivPlatform/KivStorageService/StoredPath.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
+#include "KivPlatform/KivStorageService/store/AtomicFile.h"
+#include "KivPlatform/KivStorageService/store/CurrentRoot.h"
+#include "KivPlatform/KivStorageService/store/DirectorySwap.h"
+#include "KivPlatform/KivStorageService/store/FreeSpace.h"
+#include "KivPlatform/KivStorageService/store/StorageErrors.h"
+#include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/Data.h"
-#include "KivPlatform/Foundation/Error.h"
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/KivStorageService/ArchiveCeilings.h"
 
 namespace kiv::storage {

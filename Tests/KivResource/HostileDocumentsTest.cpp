@@ -12,7 +12,7 @@
 
 #include <gmock/gmock.h>
 
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Tests/Support/ManagerFixture.h"

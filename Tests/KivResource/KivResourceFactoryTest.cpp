@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceVideo.h"

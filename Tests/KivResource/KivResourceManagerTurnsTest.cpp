@@ -21,8 +21,8 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
-#include "KivPlatform/Foundation/Bundle.h"
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/system/Bundle.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceManager.h"
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/FaultyFileManager.h"

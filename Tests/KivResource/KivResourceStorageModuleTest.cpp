@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceStorageModule.h"
 #include "Tests/Support/CacheFixture.h"
 #include "Tests/Support/RemovalGuard.h"

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceObject.h"
 #include "Tests/Support/ZipBuilder.h"
 

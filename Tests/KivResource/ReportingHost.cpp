@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivResource/KivResource.h"
 #include "KivResource/KivResourceUpkeep.h"
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/JSON.h"
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "Tests/KivResource/KnownFiles.h"
 #include "Tests/KivResource/ReportingHostProcess.h"
 #include "Tests/Support/LoopbackServer.h"

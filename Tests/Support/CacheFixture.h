@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
-#include "KivPlatform/Foundation/Bundle.h"
+#include "KivPlatform/Foundation/system/Bundle.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "Tests/Support/TemporaryDirectory.h"
 

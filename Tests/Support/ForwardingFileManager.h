@@ -1,6 +1,6 @@
 #pragma once
 
-#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 
 namespace kiv::test {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/SystemLog.h"
+#include "KivPlatform/Foundation/system/SystemLog.h"
 
 namespace kiv::test {
 

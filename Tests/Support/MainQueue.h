@@ -3,7 +3,7 @@
 #include <chrono>
 #include <functional>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 
 namespace kiv::test {
 

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
-#include "KivPlatform/Foundation/JSON.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
+#include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceManager.h"
 #include "Tests/Support/CacheFixture.h"
 #include "Tests/Support/FakeRESTService.h"

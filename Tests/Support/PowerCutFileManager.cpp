@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 
 namespace kiv::test {
 

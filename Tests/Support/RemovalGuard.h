@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 
 namespace kiv::test {
 

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/values/Value.h"
 
 // Resource dictionaries as a configuration has them, and changed copies of them.
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/Path.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResource.h"
 #include "Platform/Foundation/JSON.h"
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "KivPlatform/Foundation/Value.h"
+#include "KivPlatform/Foundation/values/Value.h"
 
 namespace tool {
 

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <thread>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "Tests/Support/FailingMemory.h"
 

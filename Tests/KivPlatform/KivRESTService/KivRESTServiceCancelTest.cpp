@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"

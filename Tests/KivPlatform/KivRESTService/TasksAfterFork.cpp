@@ -15,7 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "KivPlatform/Foundation/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include "KivPlatform/Foundation/FileManager.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/ForwardingFileManager.h"
 #include "Tests/Support/RemovalGuard.h"

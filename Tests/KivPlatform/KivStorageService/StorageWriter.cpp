@@ -11,9 +11,9 @@
 #include <string>
 #include <thread>
 
-#include "KivPlatform/KivStorageService/AtomicFile.h"
-#include "KivPlatform/KivStorageService/CurrentRoot.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivPlatform/KivStorageService/store/AtomicFile.h"
+#include "KivPlatform/KivStorageService/store/CurrentRoot.h"
 #include "Tests/KivPlatform/KivStorageService/WholeVersions.h"
 
 namespace {

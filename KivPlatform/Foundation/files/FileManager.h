@@ -1,0 +1,225 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Error.h"
+
+namespace kiv {
+
+/// Domain of the errors that the file manager makes itself.
+inline constexpr std::string_view FileManagerErrorDomain = "kiv.FileManager";
+
+enum class FileManagerErrorCode : int {
+  removalRefused = 1,  ///< The item lies outside the directories in which things may be removed.
+};
+
+/// How full a file system is, in bytes.
+struct FileSystemSpace {
+  std::uint64_t used = 0;
+  std::uint64_t available = 0;  ///< What this process may still write.
+};
+
+/// Tells one state of a file from another: a file that was replaced, written or cut off has another
+/// identity. Only while a file is held open, or mapped, is its number not given to a new one.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t number = 0;
+  std::uint64_t length = 0;
+  std::int64_t modified = 0;  ///< Nanoseconds since 1970, as fine as the file system counts.
+  std::int64_t changed = 0;   ///< The same of the file's attributes, its name among them.
+
+  friend bool operator==(const FileIdentity& a, const FileIdentity& b) = default;
+};
+
+/// A file open for writing. Closed, without any promise about its contents, when it goes.
+class KIV_EXPORT WritableFile {
+ public:
+  virtual ~WritableFile() = default;
+  /// Appends all of the bytes, or fails.
+  virtual bool write(std::string_view bytes, std::optional<Error>* error = nullptr) = 0;
+  /// Returns when what was written has reached the disk. After a failure the contents are
+  /// unknown: discard the file, never sync it again.
+  virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+  /// Closes the file; reports what the system noticed only now. Nothing else may follow.
+  virtual bool close(std::optional<Error>* error = nullptr) = 0;
+};
+
+/// The bytes of a regular file. They stay where they are while this lives, whatever becomes of the
+/// file's name.
+class KIV_EXPORT MappedFile {
+ public:
+  virtual ~MappedFile() = default;
+  /// The bytes, read as they are looked at. To look at bytes that another process has cut off ends
+  /// the process.
+  [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
+  /// Copies `count` bytes from `offset` on. False where they cannot be read, or are not there, also
+  /// because the file has been cut off.
+  virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                         std::optional<Error>* error = nullptr) const = 0;
+};
+
+/// One wait for the disk in place of one for each file and directory.
+class KIV_EXPORT BatchSync {
+ public:
+  virtual ~BatchSync() = default;
+  /// Returns when everything that was written below the directory since this was made, contents
+  /// and entries, has reached the disk. Called at most once; after a failure the contents are
+  /// unknown: discard them.
+  virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+};
+
+/// An advisory lock on a file, held until it goes, or until the process ends in whatever way.
+class KIV_EXPORT FileLock {
+ public:
+  virtual ~FileLock() = default;
+};
+
+/// Every operation on files that the library performs: one object of the process, which a test can
+/// replace by one that fails or forgets.
+///
+/// Paths are UTF-8. An operation that fails answers false or nothing and stores an error, most
+/// often in SystemErrorDomain, where the caller gave a place for it. Operations may be called from
+/// any thread; calls that concern one path are for the caller to put in order. A "/" at the end of
+/// a path says that a directory is meant; a link that leads to one is none.
+class KIV_EXPORT FileManager {
+ public:
+  /// The file manager in use.
+  static FileManager& defaultManager();
+  /// Puts another one in use and answers the former, nullptr for the system's own; nullptr brings
+  /// that back. The caller keeps it alive while it is in use. For tests, before other threads run.
+  static FileManager* setDefaultManager(FileManager* manager);
+
+  /// Names the directories that removals are confined to, in every file manager that works on the
+  /// system's files: nothing is removed unless it lies in one of them or below, whatever its path
+  /// says. An empty list refuses all; nothing lifts the guard, and then whatever a path names goes.
+  ///
+  /// At first they are those that hold what the framework makes itself: the directory of downloaded
+  /// resources under the storage root, and the private directories of its services.
+  ///
+  /// What counts is the directory that holds the item, with every link on the way to it resolved at
+  /// the moment of the removal. The roots are absolute paths, resolved in the same way; one that is
+  /// not absolute, or where no directory stands, permits nothing. No other root is added: a host
+  /// that names some names the storage root too, or the storage service cannot clear up what it
+  /// replaces. May be called from any thread.
+  static void setRemovalRoots(std::optional<std::vector<std::string>> roots);
+  /// Brings back those of the framework itself.
+  static void restoreRemovalRoots();
+  /// The directories that removals are confined to; nothing where the guard has been lifted.
+  static std::optional<std::vector<std::string>> removalRoots();
+
+  virtual ~FileManager() = default;
+
+  /// True where a regular file, or a link to one, lies at the path. Directories and devices do not
+  /// count as files.
+  virtual bool fileExistsAtPath(std::string_view path) = 0;
+  /// True where anything lies at the path, also a link that leads nowhere.
+  virtual bool itemExistsAtPath(std::string_view path) = 0;
+  /// True where a directory, not a link to one, lies at the path.
+  virtual bool directoryExistsAtPath(std::string_view path) = 0;
+  /// True where a symbolic link lies at the path, wherever it leads.
+  virtual bool linkExistsAtPath(std::string_view path) = 0;
+
+  /// True where a regular file, or a link to one, can be opened and its first byte read.
+  virtual bool fileIsReadableAtPath(std::string_view path,
+                                    std::optional<Error>* error = nullptr) = 0;
+  /// The absolute path of what lies at the path, without links, "." or ".." or empty components.
+  virtual std::optional<std::string> resolvedPathOfItemAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  /// The bytes that an item takes on the disk; a directory with everything in it, a link by itself.
+  virtual std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
+                                                        std::optional<Error>* error = nullptr) = 0;
+  /// The space of the file system that the path lies on, or would lie on: it need not be there.
+  virtual std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
+                                                     std::optional<Error>* error = nullptr) = 0;
+
+  /// The whole contents of a regular file.
+  virtual std::optional<Data> contentsAtPath(std::string_view path,
+                                             std::optional<Error>* error = nullptr) = 0;
+  /// A regular file, mapped instead of read; nullptr on failure.
+  virtual std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
+                                                    std::optional<Error>* error = nullptr) = 0;
+  /// The number of bytes in the regular file at the path, which may not be a link; nothing where
+  /// there is none.
+  virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
+  /// What tells the file at the path, or that to which a link leads, from any other state of it.
+  /// Unless overridden, of the system's file.
+  virtual std::optional<FileIdentity> identityOfFileAtPath(std::string_view path,
+                                                           std::optional<Error>* error = nullptr);
+  /// The names of a directory's items, in no given order.
+  virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+
+  /// Makes the directory and the missing ones above it; true also where it stood already. Who may
+  /// use a new one follows the process's umask, but others may never write to it.
+  virtual bool createDirectoryAtPath(std::string_view path,
+                                     std::optional<Error>* error = nullptr) = 0;
+  /// The same for its owner alone (mode 0700), whatever the umask. Those above it are as any other.
+  /// Unless overridden, createDirectoryAtPath() and makePrivateItemAtPath().
+  virtual bool createPrivateDirectoryAtPath(std::string_view path,
+                                            std::optional<Error>* error = nullptr);
+  /// Creates a file that must not exist yet, open for writing; nullptr on failure. Who may use it
+  /// follows the process's umask, but others may never write to it.
+  virtual std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
+                                                         std::optional<Error>* error = nullptr) = 0;
+  /// The same for its owner alone (mode 0600), whatever the umask. Unless overridden,
+  /// createFileAtPath() and makePrivateItemAtPath().
+  virtual std::unique_ptr<WritableFile> createPrivateFileAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr);
+  /// Takes the rights of everybody but its owner from a regular file or a directory, where this
+  /// process runs as its owner; anything else, such as a link or a directory with the sticky bit,
+  /// is left alone. A failure is no error: what was too open stays so. Unless overridden, the
+  /// system's item.
+  virtual void makePrivateItemAtPath(std::string_view path);
+  /// Gives the regular file at the path, which may not be a link, the rights of that at the other
+  /// path. Unless overridden, the system's files.
+  virtual bool copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
+                                                     std::string_view otherPath,
+                                                     std::optional<Error>* error = nullptr);
+  /// Opens the regular file at the path, which may not be a link, for writing at its end, cut off
+  /// after `length` bytes where it is longer; nullptr on failure.
+  virtual std::unique_ptr<WritableFile> openFileAtPath_length(
+      std::string_view path, std::uint64_t length, std::optional<Error>* error = nullptr) = 0;
+  /// Returns when the directory's own entries (made, renamed, removed) have reached the disk.
+  virtual bool synchronizeDirectoryAtPath(std::string_view path,
+                                          std::optional<Error>* error = nullptr) = 0;
+
+  /// Begins to write that many files below the directory, which stands, and to sync all of them at
+  /// once. nullptr, which is no error, where that is not possible or not faster: each file and each
+  /// directory is then to be synced by itself.
+  virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                          std::size_t files) = 0;
+
+  /// Renames in one step; a file at the new path is replaced, a directory there must be empty.
+  virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                     std::optional<Error>* error = nullptr) = 0;
+  /// Lets two items change places in one step. Fails where the file system has no such step.
+  virtual bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
+                                                 std::optional<Error>* error = nullptr) = 0;
+  /// Renames, under the guard of removals, an item that is to be removed at the new path: refused
+  /// where one of the two directories lies outside the guard's roots. What is moved is what lies
+  /// there by name, a link itself.
+  virtual bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                         std::optional<Error>* error = nullptr) = 0;
+  /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
+  /// nothing lies there is an error too, and so is a path that ends in "." or "..", and that of the
+  /// file system's root. What the guard refuses (setRemovalRoots) is an error like any other.
+  virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
+
+  /// Takes the advisory lock of the file at the path, which is made where it is missing, for its
+  /// owner alone (mode 0600), and made private where it is not; nullptr
+  /// where another process, or another lock of this one, holds it, or on failure. The file locked
+  /// is the one that lies at the path when this returns: as long as only its holder removes it, two
+  /// never hold the lock of one path.
+  virtual std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
+                                                   std::optional<Error>* error = nullptr) = 0;
+};
+
+}  // namespace kiv

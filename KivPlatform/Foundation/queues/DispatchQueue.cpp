@@ -1,0 +1,118 @@
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
+
+#include <utility>
+
+#include "KivPlatform/Foundation/queues/DispatchQueueState.h"
+#include "KivPlatform/Foundation/system/MainThread.h"
+
+namespace kiv {
+
+std::shared_ptr<DispatchQueue> DispatchQueue::main() {
+  // Never destroyed: threads may still add jobs while the process exits.
+  static auto& queue = *new std::shared_ptr<DispatchQueue>([] {
+    const auto state = std::make_shared<State>("main", State::ServedBy::host);
+    std::shared_ptr<DispatchQueue> made(new DispatchQueue(state));
+    state->handle = made;
+    callInForkedChildren([] { main()->state_->forgetOtherThreads(); });
+    return made;
+  }());
+  return queue;
+}
+
+std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label) {
+  const auto state = std::make_shared<State>(std::move(label), State::ServedBy::ownThread);
+  std::shared_ptr<DispatchQueue> queue(new DispatchQueue(state));
+  state->handle = queue;
+  if (!state->startThread()) return nullptr;
+  SerialQueues::add(state);
+  return queue;
+}
+
+std::shared_ptr<DispatchQueue> DispatchQueue::ofRunningJob() {
+  return State::running ? State::running->handle.lock() : nullptr;
+}
+
+std::shared_ptr<DispatchQueue> DispatchQueue::current() {
+  if (State::running) return ofRunningJob();
+  return isMainThread() ? main() : nullptr;
+}
+
+DispatchQueue::DispatchQueue(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+DispatchQueue::~DispatchQueue() {
+  std::thread thread;
+  bool isStuck = false;
+  {
+    const std::lock_guard lock(state_->mutex);
+    state_->stopped = true;
+    isStuck = state_->isClosed && !state_->hasEnded;
+    thread.swap(state_->thread);
+  }
+  if (!thread.joinable()) return;
+  state_->changed.notify_all();
+  if (isStuck || thread.get_id() == std::this_thread::get_id()) {
+    thread.detach();
+  } else {
+    thread.join();
+  }
+}
+
+const std::string& DispatchQueue::label() const noexcept {
+  return state_->label;
+}
+
+void DispatchQueue::async(Job job) {
+  std::vector<Job> jobs;
+  jobs.push_back(std::move(job));
+  async(std::move(jobs));
+}
+
+void DispatchQueue::async(std::vector<Job> jobs, const void* turn) {
+  std::erase(jobs, nullptr);
+  if (!jobs.empty()) state_->add(std::move(jobs), turn);
+}
+
+void DispatchQueue::atEndOfTurn(Job job) {
+  if (!job) return;
+  if (State::running) {
+    State::running->addTurnEnd(std::move(job));
+  } else {
+    job();
+  }
+}
+
+std::size_t DispatchQueue::drain() {
+  return state_->letsHostRunJobs() ? state_->drain() : 0;
+}
+
+std::size_t DispatchQueue::drainFor(std::chrono::milliseconds timeout) {
+  if (!state_->letsHostRunJobs()) return 0;
+  {
+    std::unique_lock lock(state_->mutex);
+    state_->changed.wait_for(lock, timeout, [this] { return !state_->jobs.empty(); });
+  }
+  return state_->drain();
+}
+
+void DispatchQueue::run() {
+  if (state_->letsHostRunJobs()) state_->runUntilStopped();
+}
+
+void DispatchQueue::stop() {
+  if (state_->servedBy != State::ServedBy::host) return;
+  {
+    const std::lock_guard lock(state_->mutex);
+    state_->stopped = true;
+  }
+  state_->changed.notify_all();
+}
+
+void DispatchQueue::setWakeUpHandler(std::function<void()> handler) {
+  if (state_->servedBy != State::ServedBy::host) return;
+  std::shared_ptr<const std::function<void()>> next;
+  if (handler) next = std::make_shared<const std::function<void()>>(std::move(handler));
+  state_->setWakeUp(std::move(next));
+  state_->callWakeUpForLeftJobs();
+}
+
+}  // namespace kiv

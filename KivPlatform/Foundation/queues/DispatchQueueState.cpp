@@ -1,0 +1,237 @@
+#include "KivPlatform/Foundation/queues/DispatchQueueState.h"
+
+#include <exception>
+#include <new>
+#include <string_view>
+#include <system_error>
+
+#include "KivPlatform/Foundation/system/SystemLog.h"
+
+namespace kiv {
+
+namespace {
+
+void logException(std::string_view source, const std::string& label, const char* what) noexcept {
+  try {
+    SystemLog::write(std::string(source) + " of the queue \"" + label + "\" has thrown: " + what);
+  } catch (const std::exception&) {  // no memory for the line
+  }
+}
+
+/// Runs foreign code, which must not take the queue down with it.
+void call(const std::function<void()>& code, std::string_view source, const std::string& label) {
+  try {
+    code();
+  } catch (const std::exception& exception) {
+    logException(source, label, exception.what());
+  } catch (...) {
+    logException(source, label, "something that is no std::exception");
+  }
+}
+
+}  // namespace
+
+thread_local DispatchQueue::State* DispatchQueue::State::running = nullptr;
+
+void DispatchQueue::State::add(std::vector<Job> added, const void* itsTurn) {
+  bool wasEmpty = false;
+  {
+    const std::lock_guard lock(mutex);
+    wasEmpty = jobs.empty();
+    append(added, itsTurn);
+    // In a child of fork the thread is not there yet.
+    if (servedBy == ServedBy::ownThread && server == std::thread::id() && !isClosed) startThread();
+  }
+  changed.notify_one();
+  if (wasEmpty) callWakeUp();
+}
+
+/// All of them or, where memory has run out, none.
+void DispatchQueue::State::append(std::vector<Job>& added, const void* itsTurn) {
+  const std::size_t before = jobs.size();
+  try {
+    for (std::size_t index = 0; index < added.size(); ++index) {
+      jobs.emplace_back();
+      jobs.back() = {std::move(added[index]), itsTurn, ++lastNumber};
+    }
+  } catch (const std::exception&) {
+    for (; jobs.size() > before; jobs.pop_back())
+      added[jobs.size() - before - 1] = std::move(jobs.back().job);
+    throw;
+  }
+}
+
+bool DispatchQueue::State::isEmpty() {
+  const std::lock_guard lock(mutex);
+  return jobs.empty();
+}
+
+bool DispatchQueue::State::runNext() {
+  Entry next;
+  {
+    const std::lock_guard lock(mutex);
+    if (jobs.empty() || isClosed) return false;
+    next = std::move(jobs.front());
+    jobs.pop_front();
+  }
+  turn = next.turn;
+  run(std::move(next.job));
+  if (!turnEnds.empty() && !turnContinues()) endTurn();
+  return true;
+}
+
+void DispatchQueue::State::run(Job job) {
+  State* const outer = std::exchange(running, this);
+  call(job, "A job", label);
+  job = nullptr;  // what the job holds is let go of while it still counts as running
+  running = outer;
+}
+
+// --- Turns ---------------------------------------------------------------------------------------
+
+/// Jobs that come later do not continue the turn: what waits for its end would wait for as long as
+/// they keep coming.
+void DispatchQueue::State::addTurnEnd(Job job) {
+  if (turnEnds.empty()) {
+    const std::lock_guard lock(mutex);
+    lastOfTurn = lastNumber;
+  }
+  turnEnds.push_back(std::move(job));
+}
+
+/// True where the next job belongs to the turn of the one that ran last.
+bool DispatchQueue::State::turnContinues() {
+  const std::lock_guard lock(mutex);
+  const bool returnsToHost = stopped && servedBy == ServedBy::host;
+  if (!turn || returnsToHost || isClosed || jobs.empty()) return false;
+  return jobs.front().turn == turn && jobs.front().number <= lastOfTurn;
+}
+
+void DispatchQueue::State::endTurn() {
+  while (!turnEnds.empty()) {
+    for (Job& job : std::exchange(turnEnds, {}))
+      run(std::move(job));
+  }
+}
+
+// --- The host's loop -----------------------------------------------------------------------------
+
+std::size_t DispatchQueue::State::drain() {
+  std::size_t waiting = 0;
+  {
+    const std::lock_guard lock(mutex);
+    waiting = jobs.size();
+  }
+  std::size_t ran = 0;
+  while (ran < waiting && runNext())
+    ++ran;
+  endTurn();
+  callWakeUpForLeftJobs();
+  return ran;
+}
+
+void DispatchQueue::State::runUntilStopped() {
+  while (true) {
+    {
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [this] { return stopped || !jobs.empty(); });
+      if (std::exchange(stopped, false)) break;
+    }
+    runNext();
+  }
+  endTurn();
+  callWakeUpForLeftJobs();
+}
+
+// --- The wake-up handler -------------------------------------------------------------------------
+
+void DispatchQueue::State::setWakeUp(std::shared_ptr<const Handler> next) {
+  std::unique_lock lock(wakeUpMutex);
+  wakeUp.swap(next);
+  wakeUpEnded.wait(lock,
+                   [&] { return !next || called != next || caller == std::this_thread::get_id(); });
+}
+
+void DispatchQueue::State::callWakeUp() {
+  std::unique_lock lock(wakeUpMutex);
+  isToBeCalledAgain = true;
+  if (isCalling || !wakeUp) return;
+  isCalling = true;
+  caller = std::this_thread::get_id();
+  while (std::exchange(isToBeCalledAgain, false) && wakeUp) {
+    auto handler = called = wakeUp;
+    lock.unlock();
+    call(*handler, "The wake-up handler", label);
+    lock.lock();
+    called.reset();
+    wakeUpEnded.notify_all();
+    lock.unlock();
+    handler.reset();  // may be the last to hold it, and what it holds
+    lock.lock();
+  }
+  isCalling = false;
+  caller = {};
+}
+
+/// Jobs left behind, as those that came while others ran, met a queue that was not empty: nobody
+/// has heard of them, nor will of any that follow.
+void DispatchQueue::State::callWakeUpForLeftJobs() {
+  if (!isEmpty()) callWakeUp();
+}
+
+void DispatchQueue::State::forgetOtherThreads() {
+  // Destroying them would wait for the threads that waited at the fork.
+  new (&changed) std::condition_variable;
+  new (&wakeUpEnded) std::condition_variable;
+  isCalling = false;
+  caller = {};
+  called.reset();
+}
+
+// --- Serial queues -------------------------------------------------------------------------------
+
+bool DispatchQueue::State::startThread() {
+  try {
+    thread = std::thread([self = shared_from_this()] { self->serve(); });
+    server = thread.get_id();
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
+}
+
+void DispatchQueue::State::serve() {
+  while (true) {
+    while (runNext()) {
+    }
+    endTurn();  // where the queue was closed before another job of the turn
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return stopped || isClosed || !jobs.empty(); });
+    if (!isClosed && !(stopped && jobs.empty())) continue;
+    hasEnded = true;
+    changed.notify_all();
+    return;
+  }
+}
+
+void DispatchQueue::State::close() {
+  {
+    const std::lock_guard lock(mutex);
+    isClosed = true;
+  }
+  changed.notify_all();
+}
+
+void DispatchQueue::State::waitForEnd(Time deadline) {
+  std::thread ended;
+  {
+    std::unique_lock lock(mutex);
+    if (server == std::thread::id() || server == std::this_thread::get_id()) return;
+    if (!changed.wait_until(lock, deadline, [this] { return hasEnded; })) return;
+    ended.swap(thread);
+  }
+  // The destructors of what libraries keep for each thread run after the last job.
+  if (ended.joinable()) ended.join();
+}
+
+}  // namespace kiv

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
+#include "KivPlatform/Foundation/system/ForkGuard.h"
+
+namespace kiv {
+
+/// What a queue's handle and its thread share; it outlives the handle while jobs are left.
+struct DispatchQueue::State : std::enable_shared_from_this<State> {
+  enum class ServedBy { host, ownThread };
+  using Time = std::chrono::steady_clock::time_point;
+  using Handler = std::function<void()>;
+
+  struct Entry {
+    Job job;
+    const void* turn = nullptr;
+    std::uint64_t number = 0;  // grows with every job
+  };
+
+  State(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
+
+  /// The queue whose job runs on this thread, if any.
+  static thread_local State* running;
+
+  const std::string label;
+  const ServedBy servedBy;
+  std::weak_ptr<DispatchQueue> handle;
+  std::thread thread;      // of a serial queue only; taken by what joins it
+  std::thread::id server;  // that thread's, for good
+
+  std::mutex mutex;
+  const ForkGuard forkGuard{mutex, ForkGuard::Rank::queue};
+  std::condition_variable changed;
+  std::deque<Entry> jobs;
+  std::uint64_t lastNumber = 0;
+  bool stopped = false;   // run() is to end, or the thread when it has run all jobs
+  bool isClosed = false;  // no further job may run
+  bool hasEnded = false;  // the thread runs no job any more
+
+  // The turn of the job that ran last. Used only by the thread that runs the jobs.
+  const void* turn = nullptr;
+  std::uint64_t lastOfTurn = 0;  // no later job continues the turn
+  std::vector<Job> turnEnds;
+
+  // The handler is called without this lock. Who finds another thread calling leaves it to that
+  // one.
+  std::mutex wakeUpMutex;
+  const ForkGuard wakeUpForkGuard{wakeUpMutex, ForkGuard::Rank::queue};
+  std::condition_variable wakeUpEnded;
+  std::shared_ptr<const Handler> wakeUp;
+  std::shared_ptr<const Handler> called;  // now
+  std::thread::id caller;
+  bool isCalling = false;
+  bool isToBeCalledAgain = false;
+
+  void add(std::vector<Job> added, const void* itsTurn);
+  void append(std::vector<Job>& added, const void* itsTurn);
+  bool isEmpty();
+  /// True where the host may run jobs here and now.
+  bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
+  bool runNext();
+  void run(Job job);
+  void addTurnEnd(Job job);
+  bool turnContinues();
+  void endTurn();
+  std::size_t drain();
+  void runUntilStopped();
+  void setWakeUp(std::shared_ptr<const Handler> next);
+  void callWakeUp();
+  void callWakeUpForLeftJobs();
+  /// In a child of fork, where no other thread waits or calls the handler.
+  void forgetOtherThreads();
+
+  // Of a serial queue:
+  /// False where the system has no thread left.
+  bool startThread();
+  void serve();
+  void close();
+  /// Waits until the thread has gone, or runs a job at the deadline; not on that thread itself.
+  void waitForEnd(Time deadline);
+};
+
+/// The serial queues of the process, whose end stops their threads, and in whose forked children
+/// those threads are not.
+class DispatchQueue::SerialQueues {
+ public:
+  static void add(const std::shared_ptr<State>& queue);
+  static void stop();
+
+ private:
+  static SerialQueues& shared();
+  SerialQueues();
+
+  static void beginAgain();
+  std::vector<std::shared_ptr<State>> living();
+
+  static std::atomic<bool> areUsed_;
+  std::mutex mutex_;
+  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::queues};
+  std::vector<std::weak_ptr<State>> all_;
+  std::vector<std::shared_ptr<State>> ofParent_;  // in a child of fork: kept for good
+};
+
+}  // namespace kiv

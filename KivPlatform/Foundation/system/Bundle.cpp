@@ -1,0 +1,122 @@
+#include "KivPlatform/Foundation/system/Bundle.h"
+
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/system/InstalledResources.h"
+#include "KivPlatform/Foundation/system/LibraryLocation.h"
+
+namespace kiv {
+
+namespace {
+
+struct Configured {
+  std::mutex mutex;
+  std::optional<std::string> path;
+};
+
+Configured& configured() {
+  static auto& shared = *new Configured;
+  return shared;
+}
+
+/// Set before main where the program was built against an installed static library.
+std::atomic<const char*>& installedResources() {
+  static std::atomic<const char*> shared = nullptr;
+  return shared;
+}
+
+std::optional<std::string> namedInstalledResources() {
+  const char* const name = installedResources();
+  if (!name) return std::nullopt;
+  const std::filesystem::path path(name);
+  // A relative name is not where the headers were, but where the compiler was.
+  if (!path.is_absolute()) return std::nullopt;
+  return path.lexically_normal().string();
+}
+
+/// A link to a bundle is as good as one, which is what a build puts beside its programs.
+bool holdsPackagedBundle(const std::string& directory) {
+  std::error_code ignored;
+  return std::filesystem::is_directory(
+      path::appendingPathComponent(directory, "InnerAdResources.bundle"), ignored);
+}
+
+/// The prefixes under which the system may have installed what lies in `directory`: one level up
+/// from bin and lib, two from lib/x86_64-linux-gnu and its like. From any other directory there is
+/// none: what lies next to it may be anybody's.
+std::vector<std::string_view> prefixesOf(std::string_view directory) {
+  const auto isLibraries = [](std::string_view path) {
+    return path::lastPathComponent(path).starts_with("lib");
+  };
+  const auto name = path::lastPathComponent(directory);
+  const auto parent = path::deletingLastPathComponent(directory);
+  std::vector<std::string_view> prefixes;
+  if (name == "bin" || name == "sbin" || isLibraries(directory)) prefixes.push_back(parent);
+  if (isLibraries(parent)) prefixes.push_back(path::deletingLastPathComponent(parent));
+  return prefixes;
+}
+
+/// Where the library's resources may lie, the most telling place first: beside the library itself,
+/// in the prefix that it lies under, in the prefix of the headers that the program was built with,
+/// in the prefix that the library was configured for.
+std::string findResourcePath() {
+  std::vector<std::string> candidates;
+  if (const auto library = directoryOfThisLibrary()) {
+    candidates.push_back(*library);
+    for (const auto prefix : prefixesOf(*library)) {
+      candidates.push_back(path::appendingPathComponent(prefix, "share/KivResource"));
+    }
+  }
+  if (const auto named = namedInstalledResources()) candidates.push_back(*named);
+  candidates.emplace_back(KIVRESOURCE_CONFIGURED_RESOURCES);
+  for (auto& candidate : candidates) {
+    if (holdsPackagedBundle(candidate)) return std::move(candidate);
+  }
+  return {};
+}
+
+}  // namespace
+
+bool nameInstalledResources(const char* directory) noexcept {
+  installedResources() = directory;
+  return true;
+}
+
+Bundle Bundle::frameworkBundle() {
+  {
+    const std::lock_guard lock(configured().mutex);
+    if (configured().path) return Bundle(*configured().path);
+  }
+  static const auto& found = *new std::string(findResourcePath());
+  return Bundle(found);
+}
+
+void Bundle::setFrameworkResourcesPath(std::optional<std::string> path) {
+  std::error_code ignored;
+  if (path) path = std::filesystem::absolute(*path, ignored).string();
+  const std::lock_guard lock(configured().mutex);
+  configured().path = std::move(path);
+}
+
+Bundle::Bundle(std::string resourcePath) : resourcePath_(std::move(resourcePath)) {}
+
+std::optional<std::string> Bundle::pathForResource_ofType_inDirectory(
+    std::string_view name, std::string_view type, std::string_view directory) const {
+  if (resourcePath_.empty() || (name.empty() && type.empty())) return std::nullopt;
+  std::string fileName(name);
+  if (!type.empty()) fileName.append(1, '.').append(type);
+  auto found = path::appendingPathComponent(path::appendingPathComponent(resourcePath_, directory),
+                                            fileName);
+  if (!FileManager::defaultManager().fileExistsAtPath(found)) return std::nullopt;
+  return found;
+}
+
+}  // namespace kiv

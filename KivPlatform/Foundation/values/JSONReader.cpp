@@ -1,0 +1,462 @@
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <string>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <simdjson.h>
+
+#include "KivPlatform/Foundation/values/DecimalNumber.h"
+#include "KivPlatform/Foundation/values/JSON.h"
+#include "KivPlatform/Foundation/values/JSONElements.h"
+
+namespace kiv {
+
+namespace {
+
+namespace ondemand = simdjson::ondemand;
+using simdjson::error_code;
+
+/// What stopped the reader: its code, the cause as an end of a sentence, and where.
+struct Fault {
+  JSONErrorCode code = JSONErrorCode::malformed;
+  std::string cause;
+  const char* location = nullptr;
+};
+
+/// An array that is being read: where the parser stands in it, and what has been read of it.
+struct ArrayLevel {
+  using Iterator = decltype(std::declval<ondemand::array&>().begin());
+
+  Iterator next;
+  Iterator end;
+  Array array;
+};
+
+/// The same of an object.
+struct DictionaryLevel {
+  using Iterator = decltype(std::declval<ondemand::object&>().begin());
+
+  Iterator next;
+  Iterator end;
+  std::size_t firstField = 0;          ///< Of those read so far, among those of all objects.
+  std::optional<Dictionary::Key> key;  ///< Of the field that is being read.
+};
+
+/// Makes the value trees of texts. After a fault it is of no more use.
+///
+/// What nests is kept on a stack of its own and not on the thread's: however deep a text may nest,
+/// a thread with a small stack reads it.
+class Builder {
+ public:
+  /// The root of a whole text, or null with a fault.
+  Value build(ondemand::document& document) { return build(document, 0); }
+  /// The same of an element's text, which lies within an array.
+  Value buildElement(ondemand::document& document) { return build(document, 1); }
+  [[nodiscard]] bool failed() const noexcept { return failed_; }
+  [[nodiscard]] const Fault& fault() const noexcept { return fault_; }
+
+ private:
+  Value build(ondemand::document& document, std::size_t depth);
+  Value buildLevels();
+  void buildChild(ondemand::value value);
+  void beginContainer(ondemand::value value, ondemand::json_type type);
+  void beginArray(simdjson::simdjson_result<ondemand::array> source);
+  void beginDictionary(simdjson::simdjson_result<ondemand::object> source);
+  std::optional<ondemand::value> nextChild();
+  std::optional<ondemand::value> nextElement(ArrayLevel& level);
+  std::optional<ondemand::value> nextField(DictionaryLevel& level);
+  void take(Value value);
+  Value endContainer();
+  Value buildNumber(ondemand::value value);
+  static Value buildDouble(std::string_view token);
+  Value buildLargeInteger(std::string_view token);
+  Value buildString(ondemand::value value);
+  Value buildLiteral(ondemand::value value, ondemand::json_type type);
+  Dictionary takeFields(std::size_t first);
+  Dictionary::Key sharedKey(std::string_view key);
+  /// Notes the first fault, at `location` or else where the parser stands.
+  Value fail(JSONErrorCode code, std::string cause, const char* location = nullptr);
+  Value fail(error_code error, const char* location = nullptr) {
+    return fail(JSONErrorCode::malformed, describe(error), location);
+  }
+  static std::string describe(error_code error);
+
+  ondemand::document* document_ = nullptr;
+  /// Keys seen already: the objects of a list mostly have the same keys, and share them.
+  std::unordered_map<std::string_view, Dictionary::Key> keys_;
+  /// The fields of the objects that are being read, those of an inner one after its outer's: a
+  /// dictionary is made when it is known how large it is to be.
+  std::vector<std::pair<Dictionary::Key, Value>> fields_;
+  /// The containers that have begun and not ended, the outermost first.
+  std::vector<std::variant<ArrayLevel, DictionaryLevel>> levels_;
+  std::size_t depth_ = 0;  // of what those lie in
+  bool failed_ = false;
+  Fault fault_;
+};
+
+Value Builder::build(ondemand::document& document, std::size_t depth) {
+  document_ = &document;
+  depth_ = depth;
+  ondemand::json_type type{};
+  if (const error_code error = document.type().get(type)) return fail(error);
+  if (type == ondemand::json_type::array) {
+    beginArray(document.get_array());
+  } else if (type == ondemand::json_type::object) {
+    beginDictionary(document.get_object());
+  } else {
+    return fail(JSONErrorCode::bareValue, "has neither an array nor an object at its top level");
+  }
+  Value root = buildLevels();
+  if (!failed_ && document_->current_location().error() != simdjson::OUT_OF_BOUNDS) {
+    return fail(JSONErrorCode::malformed, "goes on after its end");
+  }
+  return root;
+}
+
+/// Reads what has begun to its end, and answers the outermost container.
+Value Builder::buildLevels() {
+  while (!failed_) {
+    if (const auto child = nextChild()) {
+      buildChild(*child);
+    } else if (!failed_) {
+      Value container = endContainer();
+      if (levels_.empty()) return container;
+      take(std::move(container));
+    }
+  }
+  return {};
+}
+
+void Builder::buildChild(ondemand::value value) {
+  ondemand::json_type type{};
+  if (const error_code error = value.type().get(type)) {
+    fail(error);
+    return;
+  }
+  switch (type) {
+    case ondemand::json_type::array:
+    case ondemand::json_type::object:
+      return beginContainer(value, type);
+    case ondemand::json_type::number:
+      return take(buildNumber(value));
+    case ondemand::json_type::string:
+      return take(buildString(value));
+    default:
+      return take(buildLiteral(value, type));
+  }
+}
+
+void Builder::beginContainer(ondemand::value value, ondemand::json_type type) {
+  if (depth_ + levels_.size() >= JSON::deepestNesting) {
+    fail(JSONErrorCode::tooDeep, "nests too deep", value.raw_json_token().data());
+  } else if (type == ondemand::json_type::array) {
+    beginArray(value.get_array());
+  } else {
+    beginDictionary(value.get_object());
+  }
+}
+
+void Builder::beginArray(simdjson::simdjson_result<ondemand::array> source) {
+  ondemand::array elements;
+  if (const error_code error = std::move(source).get(elements)) {
+    fail(error);
+  } else {
+    levels_.emplace_back(ArrayLevel{elements.begin(), elements.end(), {}});
+  }
+}
+
+void Builder::beginDictionary(simdjson::simdjson_result<ondemand::object> source) {
+  ondemand::object fields;
+  if (const error_code error = std::move(source).get(fields)) {
+    fail(error);
+  } else {
+    levels_.emplace_back(DictionaryLevel{fields.begin(), fields.end(), fields_.size(), {}});
+  }
+}
+
+/// The next value of the innermost container; nothing at its end, or with a fault.
+std::optional<ondemand::value> Builder::nextChild() {
+  auto& level = levels_.back();
+  if (auto* const array = std::get_if<ArrayLevel>(&level)) return nextElement(*array);
+  return nextField(std::get<DictionaryLevel>(level));
+}
+
+std::optional<ondemand::value> Builder::nextElement(ArrayLevel& level) {
+  if (!(level.next != level.end)) return std::nullopt;
+  ondemand::value element;
+  if (const error_code error = (*level.next).get(element)) {
+    fail(error);
+    return std::nullopt;
+  }
+  return element;
+}
+
+std::optional<ondemand::value> Builder::nextField(DictionaryLevel& level) {
+  if (!(level.next != level.end)) return std::nullopt;
+  ondemand::field field;
+  if (const error_code error = (*level.next).get(field)) {
+    fail(error);
+    return std::nullopt;
+  }
+  const char* const quote = field.key().raw() - 1;
+  std::string_view key;
+  if (const error_code error = field.unescaped_key().get(key)) {
+    fail(error, quote);
+    return std::nullopt;
+  }
+  level.key = sharedKey(key);
+  return field.value();
+}
+
+/// Adds a complete value to the innermost container, and moves to the next one.
+void Builder::take(Value value) {
+  if (failed_) return;
+  auto& level = levels_.back();
+  if (auto* const array = std::get_if<ArrayLevel>(&level)) {
+    array->array.append(std::move(value));
+    ++array->next;
+  } else {
+    auto& dictionary = std::get<DictionaryLevel>(level);
+    fields_.emplace_back(*std::exchange(dictionary.key, std::nullopt), std::move(value));
+    ++dictionary.next;
+  }
+}
+
+/// Takes the innermost container, all of whose values have been read, off the stack.
+Value Builder::endContainer() {
+  auto& level = levels_.back();
+  Value container;
+  if (auto* const array = std::get_if<ArrayLevel>(&level)) {
+    container = std::move(array->array);
+  } else {
+    container = takeFields(std::get<DictionaryLevel>(level).firstField);
+  }
+  levels_.pop_back();
+  return container;
+}
+
+/// The dictionary of the fields from the first one on.
+Dictionary Builder::takeFields(std::size_t first) {
+  Dictionary dictionary;
+  if (first == fields_.size()) return dictionary;
+  dictionary.reserve(fields_.size() - first);
+  for (std::size_t index = first; index < fields_.size(); ++index) {
+    dictionary.set(std::move(fields_[index].first), std::move(fields_[index].second));
+  }
+  fields_.erase(fields_.begin() + static_cast<std::ptrdiff_t>(first), fields_.end());
+  return dictionary;
+}
+
+Value Builder::buildNumber(ondemand::value value) {
+  const std::string_view token = value.raw_json_token();
+  ondemand::number number;
+  if (value.get_number().get(number)) return buildLargeInteger(token);
+  if (number.is_int64()) return number.get_int64();
+  if (number.is_uint64()) return number.get_uint64();
+  return buildDouble(token);
+}
+
+/// The parser has found the number well formed and not too large. Its value is read here: that of
+/// simdjson 3.0 is 0 where the number has more than 19 digits.
+Value Builder::buildDouble(std::string_view token) {
+  double number = 0;
+  const bool isTooSmall = readDecimal(token, number) == std::errc::result_out_of_range;
+  if (isTooSmall) return token.starts_with('-') ? -0.0 : 0.0;
+  return number;
+}
+
+/// The parser refuses integers beyond 64 bits; JSON allows them, so they become doubles.
+Value Builder::buildLargeInteger(std::string_view token) {
+  token = token.substr(0, token.find_last_not_of(" \t\r\n") + 1);
+  const std::string_view digits = token.substr(token.starts_with('-') ? 1 : 0);
+  const bool isInteger = !digits.empty() && digits.front() != '0' &&
+                         digits.find_first_not_of("0123456789") == digits.npos;
+  double number = 0;
+  if (isInteger && readDecimal(token, number) == std::errc()) return number;
+  return fail(simdjson::NUMBER_ERROR, token.data());
+}
+
+Value Builder::buildString(ondemand::value value) {
+  const char* const quote = value.raw_json_token().data();
+  std::string_view string;
+  if (const error_code error = value.get_string().get(string)) return fail(error, quote);
+  return string;
+}
+
+Value Builder::buildLiteral(ondemand::value value, ondemand::json_type type) {
+  if (type == ondemand::json_type::boolean) {
+    bool boolean = false;
+    if (const error_code error = value.get_bool().get(boolean)) return fail(error);
+    return boolean;
+  }
+  bool isNull = false;
+  if (const error_code error = value.is_null().get(isNull)) return fail(error);
+  return isNull ? Value() : fail(JSONErrorCode::malformed, "has a value that is none");
+}
+
+Dictionary::Key Builder::sharedKey(std::string_view key) {
+  constexpr std::size_t mostKeys = 64;  // so few that keys chosen to collide cost little
+  if (const auto known = keys_.find(key); known != keys_.end()) return known->second;
+  Dictionary::Key string(key);
+  if (keys_.size() < mostKeys) keys_.emplace(string.view(), string);
+  return string;
+}
+
+Value Builder::fail(JSONErrorCode code, std::string cause, const char* location) {
+  if (failed_) return {};
+  failed_ = true;
+  if (!location && document_->current_location().get(location)) location = nullptr;
+  fault_ = {code, std::move(cause), location};
+  return {};
+}
+
+std::string Builder::describe(error_code error) {
+  switch (error) {
+    case simdjson::STRING_ERROR:
+      return "has a string with a wrong escape";
+    case simdjson::NUMBER_ERROR:
+      return "has a number that cannot be read";
+    case simdjson::INCOMPLETE_ARRAY_OR_OBJECT:
+      return "does not end with the bracket that closes it";
+    default:
+      return "is not well formed";
+  }
+}
+
+// --- Faults that the parser finds before it reads values -----------------------------------------
+
+const char* firstInvalidUTF8(std::string_view text) {
+  std::size_t start = 0;
+  while (start < text.size()) {
+    const std::size_t end = std::min(text.find('\n', start), text.size() - 1) + 1;
+    if (!simdjson::validate_utf8(text.data() + start, end - start)) {
+      std::size_t good = start;
+      for (std::size_t at = start + 1; at <= end && at - good <= 4; ++at) {
+        if (simdjson::validate_utf8(text.data() + good, at - good)) good = at;
+      }
+      return text.data() + good;
+    }
+    start = end;
+  }
+  return text.data() + text.size();
+}
+
+const char* firstControlCharacterInString(std::string_view text) {
+  bool inString = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (inString && static_cast<unsigned char>(text[at]) < 0x20) return text.data() + at;
+    if (inString && text[at] == '\\') {
+      ++at;
+    } else if (text[at] == '"') {
+      inString = !inString;
+    }
+  }
+  return text.data() + text.size();
+}
+
+Fault faultOfText(error_code error, std::string_view text) {
+  const char* const end = text.data() + text.size();
+  switch (error) {
+    case simdjson::EMPTY:
+      return {JSONErrorCode::malformed, "is empty", text.data()};
+    case simdjson::UTF8_ERROR:
+      return {JSONErrorCode::malformed, "is not valid UTF-8", firstInvalidUTF8(text)};
+    case simdjson::UNCLOSED_STRING:
+      return {JSONErrorCode::malformed, "ends inside a string", end};
+    case simdjson::UNESCAPED_CHARS:
+      return {JSONErrorCode::malformed, "has a control character inside a string",
+              firstControlCharacterInString(text)};
+    case simdjson::CAPACITY:
+    case simdjson::MEMALLOC:
+      return {JSONErrorCode::tooLarge, "is too large to read", nullptr};
+    default:
+      return {JSONErrorCode::malformed, "is not well formed", end};
+  }
+}
+
+Error errorOfFault(const Fault& fault, std::string_view text) {
+  std::string message = "The JSON text " + fault.cause;
+  if (fault.location >= text.data() && fault.location <= text.data() + text.size()) {
+    const auto offset = static_cast<std::size_t>(fault.location - text.data());
+    const std::string_view before = text.substr(0, offset);
+    const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+    const std::size_t column = offset - (before.rfind('\n') + 1) + 1;
+    message += " (line " + std::to_string(line) + ", column " + std::to_string(column) + ")";
+  }
+  return Error(JSONErrorDomain, static_cast<int>(fault.code), message + ".");
+}
+
+std::optional<Value> readPadded(const simdjson::padded_string& padded,
+                                std::optional<Error>* error) {
+  const std::string_view text = padded;
+  ondemand::parser parser;
+  ondemand::document document;
+  if (const error_code code = parser.iterate(padded).get(document)) {
+    kiv::fail(error, errorOfFault(faultOfText(code, text), text));
+    return std::nullopt;
+  }
+  Builder builder;
+  Value root = builder.build(document);
+  if (!builder.failed()) return root;
+  kiv::fail(error, errorOfFault(builder.fault(), text));
+  return std::nullopt;
+}
+
+/// The whole of a text, with the error where it has a fault.
+std::optional<Value> readWhole(std::string_view text, std::optional<Error>* error) {
+  const simdjson::padded_string padded(text);
+  // Without memory for its copy of the text, the parser's string is empty.
+  if (padded.size() != text.size()) throw std::bad_alloc();
+  return readPadded(padded, error);
+}
+
+/// The array of a text that is one of objects and arrays, read element by element: no copy of the
+/// text is made, and the parser needs room for one element instead of all. Nothing where the text
+/// is another, or has a fault.
+std::optional<Value> readElements(std::string_view text) {
+  ondemand::parser parser;
+  Builder builder;
+  Array array;
+  JSONElements elements(text);
+  for (auto element = elements.next(); !element.empty(); element = elements.next()) {
+    // The parser may look at what follows an element in the text, as long as there is enough of it.
+    const auto left = static_cast<std::size_t>(text.data() + text.size() - element.data());
+    simdjson::padded_string copy;
+    simdjson::padded_string_view padded(element, left);
+    if (left - element.size() < simdjson::SIMDJSON_PADDING) {
+      copy = simdjson::padded_string(element);
+      padded = copy;
+    }
+    ondemand::document document;
+    if (parser.iterate(padded).get(document)) return std::nullopt;
+    array.append(builder.buildElement(document));
+    if (builder.failed()) return std::nullopt;
+  }
+  if (!elements.isAtEnd()) return std::nullopt;
+  return array;
+}
+
+}  // namespace
+
+OptionalValue JSON::read(const Data& text, std::optional<Error>* error) {
+  return read(text.view(), error);
+}
+
+OptionalValue JSON::read(std::string_view text, std::optional<Error>* error) {
+  constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+  if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
+  try {
+    auto value = readElements(text);
+    return value ? value : readWhole(text, error);
+  } catch (const std::bad_alloc&) {
+  }
+  kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));
+  return std::nullopt;
+}
+
+}  // namespace kiv

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/Value.h"
+
+namespace kiv {
+
+/// A list of strings that several hold and any of them may change in place, and that can tell of
+/// its changes. Its strings are values, so that it can share them with the dictionaries that they
+/// were taken from.
+class KIV_EXPORT StringList {
+ public:
+  class const_iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = std::string;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const std::string*;
+    using reference = std::string;
+
+    explicit const_iterator(const Value* place) : place_(place) {}
+    std::string operator*() const { return place_->string(); }
+    const_iterator& operator++() {
+      ++place_;
+      return *this;
+    }
+    const_iterator operator++(int) { return const_iterator(place_++); }
+    friend bool operator==(const const_iterator&, const const_iterator&) = default;
+
+   private:
+    const Value* place_;
+  };
+
+  StringList() noexcept = default;
+  StringList(std::initializer_list<std::string_view> strings);
+  // Not to be copied: who is told of changes is told of those of one list.
+  StringList(const StringList&) = delete;
+  StringList& operator=(const StringList&) = delete;
+  ~StringList() = default;
+
+  [[nodiscard]] std::size_t size() const noexcept { return strings_.size(); }
+  [[nodiscard]] bool empty() const noexcept { return strings_.empty(); }
+  /// The string at the index, valid until the next change; empty beyond the end.
+  [[nodiscard]] std::string_view operator[](std::size_t index) const noexcept {
+    return strings_[index].stringView();
+  }
+  [[nodiscard]] bool contains(std::string_view string) const noexcept;
+  [[nodiscard]] const_iterator begin() const { return const_iterator(strings_.begin()); }
+  [[nodiscard]] const_iterator end() const { return const_iterator(strings_.end()); }
+  /// A copy of the strings.
+  [[nodiscard]] std::vector<std::string> strings() const { return {begin(), end()}; }
+  /// The same as values, which share the strings.
+  [[nodiscard]] const Array& values() const noexcept { return strings_; }
+
+  void push_back(const Value& string);
+  /// Puts the strings in the place of what the list holds.
+  void assign(std::initializer_list<std::string_view> strings);
+  void clear() { assign({}); }
+
+  /// From now on every change of the list adds one to the count, which must live as long as the
+  /// list; nullptr ends that.
+  void countChangesIn(std::atomic<std::uint64_t>* count) noexcept { changes_ = count; }
+
+  friend bool operator==(const StringList& a, const StringList& b) noexcept {
+    return a.strings_ == b.strings_;
+  }
+  friend bool operator==(const StringList& a, const std::vector<std::string>& b) {
+    return a.strings() == b;
+  }
+
+ private:
+  void noteChange() noexcept {
+    if (changes_) ++*changes_;
+  }
+
+  Array strings_;
+  std::atomic<std::uint64_t>* changes_ = nullptr;
+};
+
+}  // namespace kiv

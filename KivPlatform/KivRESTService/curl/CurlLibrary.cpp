@@ -1,0 +1,67 @@
+#include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
+
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <unordered_set>
+#include <utility>
+
+#include <curl/curl.h>
+
+#include "KivPlatform/Foundation/queues/SerialQueues.h"
+#include "KivPlatform/Foundation/system/ForkGuard.h"
+#include "KivPlatform/Foundation/values/JSON.h"
+
+namespace kiv {
+
+/// Those that the end of the process has to stop. Never destroyed: more may come and go meanwhile.
+struct LivingThreads {
+  std::mutex stopping;  // held while they are stopped
+  std::mutex mutex;
+  const ForkGuard forkGuard{mutex, ForkGuard::Rank::exit};
+  std::unordered_set<const StopAtExit*> all;
+
+  static LivingThreads& shared() {
+    static auto& object = *new LivingThreads;
+    return object;
+  }
+
+  static void stop() {
+    std::unique_lock lock(shared().stopping, std::defer_lock);
+    // A child that was forked while its parent exited would wait for ever, and has nothing to stop.
+    if (forkDepth() == 0) lock.lock();
+    if (!lock && !lock.try_lock()) return;
+    for (const auto* const living : shared().living())
+      living->stop_();
+  }
+
+  std::unordered_set<const StopAtExit*> living() {
+    const std::lock_guard lock(mutex);
+    return all;
+  }
+};
+
+bool prepareCurlLibrary() noexcept {
+  // Handlers run last in, first out: these are registered after those of the libraries that libcurl
+  // has just prepared, and of the JSON library, and so run before them. The jobs of a queue use
+  // those libraries, too.
+  static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
+                              JSON::read("[\"\"]").has_value() && stopSerialQueuesAtExit() &&
+                              std::atexit(&LivingThreads::stop) == 0;
+  return isReady;
+}
+
+StopAtExit::StopAtExit(std::function<void()> stop) : stop_(std::move(stop)) {
+  auto& living = LivingThreads::shared();
+  const std::lock_guard lock(living.mutex);
+  living.all.insert(this);
+}
+
+StopAtExit::~StopAtExit() {
+  auto& living = LivingThreads::shared();
+  const std::lock_guard stopping(living.stopping);
+  const std::lock_guard lock(living.mutex);
+  living.all.erase(this);
+}
+
+}  // namespace kiv

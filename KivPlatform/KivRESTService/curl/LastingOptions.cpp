@@ -1,0 +1,59 @@
+#include "KivPlatform/KivRESTService/curl/LastingOptions.h"
+
+#include <string>
+
+#include <curl/curl.h>
+
+#include "KivPlatform/KivRESTService/curl/CurlOption.h"
+
+namespace kiv {
+
+namespace {
+
+bool setGeneralOptions(void* handle, const KivRESTServiceSettings& settings) {
+  return setOption(handle, CURLOPT_PROTOCOLS_STR, "http,https") &&
+         setOption(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
+         // Transfers follow redirects themselves, one by one, so that the rules hold for each step.
+         setOption(handle, CURLOPT_FOLLOWLOCATION, 0L) &&
+         setOption(handle, CURLOPT_HTTP09_ALLOWED, 0L) && setOption(handle, CURLOPT_NOSIGNAL, 1L) &&
+         setOption(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
+         // Letting go of a handle does not wait for a slow name server.
+         setOption(handle, CURLOPT_QUICK_EXIT, 1L) &&
+         setOption(handle, CURLOPT_USERAGENT, settings.userAgent.c_str()) &&
+         setOption(handle, CURLOPT_NOPROGRESS, 0L);
+}
+
+/// What the host says counts for every server, whatever the environment excepts.
+bool setProxy(void* handle, const KivRESTServiceSettings& settings) {
+  if (!settings.proxy) return true;
+  return setOption(handle, CURLOPT_PROXY, settings.proxy->c_str()) &&
+         setOption(handle, CURLOPT_NOPROXY, "");
+}
+
+bool setConnectionOptions(void* handle, const KivRESTServiceSettings& settings) {
+  const long version = settings.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
+  const auto connectTimeout = static_cast<long>(settings.connectTimeout.count());
+  return setOption(handle, CURLOPT_HTTP_VERSION, version) &&
+         setOption(handle, CURLOPT_CONNECTTIMEOUT_MS, connectTimeout) &&
+         setOption(handle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(settings.stallSpeed)) &&
+         setOption(handle, CURLOPT_LOW_SPEED_TIME,
+                   static_cast<long>(settings.stallTimeout.count())) &&
+         setProxy(handle, settings);
+}
+
+bool setSecurityOptions(void* handle, const KivRESTServiceSettings& settings) {
+  const std::string& authorities = settings.certificateAuthoritiesPath;
+  return setOption(handle, CURLOPT_SSL_VERIFYPEER, 1L) &&
+         setOption(handle, CURLOPT_SSL_VERIFYHOST, 2L) &&
+         setOption(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2)) &&
+         (authorities.empty() || setOption(handle, CURLOPT_CAINFO, authorities.c_str()));
+}
+
+}  // namespace
+
+bool setLastingOptions(void* easyHandle, const KivRESTServiceSettings& settings) {
+  return setGeneralOptions(easyHandle, settings) && setConnectionOptions(easyHandle, settings) &&
+         setSecurityOptions(easyHandle, settings);
+}
+
+}  // namespace kiv

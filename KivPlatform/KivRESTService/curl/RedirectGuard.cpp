@@ -1,0 +1,122 @@
+#include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
+
+#include <array>
+#include <cstdlib>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <utility>
+
+#include <curl/curl.h>
+
+#include "KivPlatform/KivRESTService/curl/CurlOption.h"
+#include "KivPlatform/KivRESTService/http/PrivateAddress.h"
+#include "KivPlatform/KivRESTService/http/TransferErrors.h"
+
+namespace kiv {
+
+namespace {
+
+/// True where the environment names a proxy for the scheme, as libcurl reads it.
+bool environmentHasProxy(const std::string& scheme) {
+  constexpr auto isSet = [](const char* name) {
+    const char* const value = std::getenv(name);
+    return value && *value;
+  };
+  // Not HTTP_PROXY, which a server that runs this as a script takes from a request's header.
+  const bool forScheme =
+      scheme == "http" ? isSet("http_proxy") : isSet("https_proxy") || isSet("HTTPS_PROXY");
+  return forScheme || isSet("all_proxy") || isSet("ALL_PROXY");
+}
+
+std::string textOf(const curl_sockaddr& address) {
+  std::array<char, NI_MAXHOST> text{};
+  const int failed = getnameinfo(&address.addr, address.addrlen, text.data(), text.size(), nullptr,
+                                 0, NI_NUMERICHOST);
+  return failed ? std::string() : std::string(text.data());
+}
+
+std::string addressOfServer(void* handle) {
+  const char* address = nullptr;
+  curl_easy_getinfo(handle, CURLINFO_PRIMARY_IP, &address);
+  return address ? address : "";
+}
+
+}  // namespace
+
+/// What libcurl calls, with its own types.
+struct RedirectGuardCallbacks {
+  /// One address of several that is refused leaves the others.
+  static curl_socket_t openSocket(void* guard, curlsocktype, curl_sockaddr* address) {
+    if (!static_cast<RedirectGuard*>(guard)->admits(textOf(*address))) return CURL_SOCKET_BAD;
+    return ::socket(address->family, address->socktype, address->protocol);
+  }
+
+  /// Called for every request, also on a connection that others have opened.
+  static int beginRequest(void* guard, char* address, char*, int, int) {
+    auto& self = *static_cast<RedirectGuard*>(guard);
+    if (self.admits(address)) return CURL_PREREQFUNC_OK;
+    self.hasAdmitted_ = false;
+    return CURL_PREREQFUNC_ABORT;
+  }
+};
+
+std::optional<Error> RedirectGuard::noteRedirect(void* handle, const URL& from, const URL& target) {
+  if (settings_.followsRedirectsToPrivateAddresses) return std::nullopt;
+  if (std::exchange(isFirstRedirect_, false)) {
+    const bool isPrivate =
+        isPrivateHost(from.host()) || (!usesProxy(from) && isPrivateHost(addressOfServer(handle)));
+    isOn_ = !isPrivate;
+  }
+  from_ = from;
+  target_ = target;
+  if (isOn_ && isPrivateHost(target.host())) return errorFor(target.host());
+  return std::nullopt;
+}
+
+bool RedirectGuard::setOptions(void* handle) {
+  refused_.clear();
+  hasAdmitted_ = false;
+  const bool looks = isOn_ && !usesProxy(*target_);
+  using Callbacks = RedirectGuardCallbacks;
+  constexpr curl_opensocket_callback noSocket = nullptr;
+  constexpr curl_prereq_callback noRequest = nullptr;
+  return setOption(handle, CURLOPT_OPENSOCKETFUNCTION, looks ? &Callbacks::openSocket : noSocket) &&
+         setOption(handle, CURLOPT_OPENSOCKETDATA, this) &&
+         setOption(handle, CURLOPT_PREREQFUNCTION, looks ? &Callbacks::beginRequest : noRequest) &&
+         setOption(handle, CURLOPT_PREREQDATA, this) && setProxy(handle);
+}
+
+/// Makes libcurl take the way that has been judged: were a host excepted from the proxy of the
+/// environment, its address would be connected to without a look at it.
+bool RedirectGuard::setProxy(void* handle) const {
+  if (settings_.proxy) return true;  // which has been set for good
+  constexpr const char* asTheEnvironmentSays = nullptr;
+  const bool usesOne = isOn_ && usesProxy(*target_);
+  return setOption(handle, CURLOPT_PROXY, isOn_ && !usesOne ? "" : asTheEnvironmentSays) &&
+         setOption(handle, CURLOPT_NOPROXY, usesOne ? "" : asTheEnvironmentSays);
+}
+
+bool RedirectGuard::usesProxy(const URL& url) const {
+  return settings_.proxy ? !settings_.proxy->empty() : environmentHasProxy(url.scheme());
+}
+
+bool RedirectGuard::admits(const std::string& address) {
+  if (isPublicAddress(address)) return hasAdmitted_ = true;
+  refused_ = address;
+  return false;
+}
+
+std::optional<Error> RedirectGuard::refusal() const {
+  if (refused_.empty() || hasAdmitted_) return std::nullopt;
+  return errorFor(refused_);
+}
+
+Error RedirectGuard::errorFor(const std::string& address) const {
+  std::string what = "the server redirects to \"" + displayedURL(target_->absoluteString());
+  what += "\", which is in a private network (" + address + "), and the setting ";
+  what += "followsRedirectsToPrivateAddresses does not allow that";
+  return transferError(KivRESTServiceErrorCode::redirectToPrivateAddress, from_->absoluteString(),
+                       what);
+}
+
+}  // namespace kiv

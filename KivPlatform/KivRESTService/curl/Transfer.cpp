@@ -1,0 +1,327 @@
+#include "KivPlatform/KivRESTService/curl/Transfer.h"
+
+#include <exception>
+#include <utility>
+#include <variant>
+
+#include <curl/curl.h>
+
+#include "KivPlatform/KivRESTService/curl/CertificateErrors.h"
+#include "KivPlatform/KivRESTService/curl/CurlErrors.h"
+#include "KivPlatform/KivRESTService/curl/CurlOption.h"
+#include "KivPlatform/KivRESTService/curl/LastingOptions.h"
+#include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/http/TransferErrors.h"
+#include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
+
+namespace kiv {
+
+namespace {
+
+using Code = KivRESTServiceErrorCode;
+
+template <class Value>
+Value info(void* handle, CURLINFO which) {
+  Value value{};
+  curl_easy_getinfo(handle, which, &value);
+  return value;
+}
+
+/// True for the errors that keep a connection from coming about and are not this machine's own.
+bool mayBeTheServersFault(Code code) noexcept {
+  return mayPass(code) || code == Code::cannotResolveHost || code == Code::secureConnectionFailed;
+}
+
+}  // namespace
+
+Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
+                   BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle)
+    : settings_(settings),
+      readSize_(readSize),
+      handle_(std::move(handle)),
+      url_(url),
+      sink_(std::move(url), spool, buffers, settings.largestBodyInMemory),
+      range_(sink_.range()),
+      redirectGuard_(settings) {}
+
+Transfer::~Transfer() = default;
+
+std::optional<TransferOutcome> Transfer::prepare() {
+  startOver();
+  if (handle_ && setOptions()) return std::nullopt;
+  // One that has been used keeps its receive buffer while other requests share its connection, and
+  // refuses another size.
+  handle_ = makeEasyHandle();
+  if (!handle_) return failed(Code::outOfResources);
+  if (setLastingOptions(handle_.get(), settings_) && setOptions()) return std::nullopt;
+  return failed(Code::unknown, "the request could not be prepared");
+}
+
+void Transfer::startOver() {
+  using Protocols = ResponseCheck::Protocols;
+  const bool mayBeHTTP2 = settings_.http2 && url_.scheme() == "https";
+  check_.emplace(settings_.largestBody, range_,
+                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1, openEnds());
+  bodyHasBegun_ = false;
+  isTooSlow_ = false;
+  noteLengths();
+}
+
+/// Over TLS the end of a connection is announced, so that nobody on the way can cut a body off.
+/// libcurl reports success with or without the announcement, and does not tell which it was.
+ResponseCheck::OpenEnds Transfer::openEnds() const {
+  using OpenEnds = ResponseCheck::OpenEnds;
+  if (url_.scheme() == "https") return OpenEnds::none;
+  return settings_.takesBodiesWithoutLength ? OpenEnds::all : OpenEnds::http10;
+}
+
+/// For those who ask on other threads.
+void Transfer::noteLengths() noexcept {
+  received_ = sink_.length();
+  expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
+}
+
+bool Transfer::setOptions() {
+  return setRequest() && setRange() && redirectGuard_.setOptions(handle_.get());
+}
+
+/// What the handle has been given for a transfer before this one is overwritten or taken back.
+bool Transfer::setRequest() {
+  void* const handle = handle_.get();
+  constexpr const char* none = nullptr;
+  static_assert(sizeof message_ >= CURL_ERROR_SIZE);
+  return setOption(handle, CURLOPT_URL, url_.absoluteString().c_str()) &&
+         setOption(handle, CURLOPT_BUFFERSIZE, static_cast<long>(readSize_)) &&
+         setOption(handle, CURLOPT_FRESH_CONNECT, isOnFreshConnection_ ? 1L : 0L) &&
+         setOption(handle, CURLOPT_ERRORBUFFER, message_.data()) &&
+         setOption(handle, CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
+         setOption(handle, CURLOPT_HEADERDATA, this) &&
+         setOption(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
+         setOption(handle, CURLOPT_WRITEDATA, this) &&
+         setOption(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::endTurn) &&
+         setOption(handle, CURLOPT_XFERINFODATA, this) && setOption(handle, CURLOPT_RANGE, none) &&
+         setOption(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) &&
+         setOption(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
+}
+
+/// Asks for the rest of what is kept, and for the whole where that is another version by now.
+bool Transfer::setRange() {
+  if (!range_) return true;
+  headers_ = makeHeaderList("If-Range: " + range_->version.validator());
+  const std::string range = std::to_string(range_->first) + "-";
+  return headers_ && setOption(handle_.get(), CURLOPT_RANGE, range.c_str()) &&
+         setOption(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
+}
+
+void Transfer::limitSpeed(std::int64_t bytesPerSecond) {
+  setOption(handle_.get(), CURLOPT_MAX_RECV_SPEED_LARGE, static_cast<curl_off_t>(bytesPerSecond));
+}
+
+std::size_t Transfer::takeHeader(char* bytes, std::size_t, std::size_t count, void* transfer) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  self.bytesCome_ += static_cast<std::int64_t>(count);
+  try {
+    return self.takeHeaderLine({bytes, count}) ? count : 0;
+  } catch (const std::exception&) {
+    self.cannotStore_ = true;
+    return 0;
+  }
+}
+
+bool Transfer::takeHeaderLine(std::string_view line) {
+  if (!check_->addHeaderLine(line)) return false;
+  if (!check_->isFile() || bodyHasBegun_) return true;
+  bodyHasBegun_ = true;
+  return beginBody();
+}
+
+bool Transfer::beginBody() {
+  if (!check_->isContinuation()) {
+    cannotStore_ = !sink_.begin(url_, *check_);
+  } else if (sink_.isFrom(url_)) {
+    cannotStore_ = !sink_.goOn();
+  } else {
+    return false;  // two servers may tell different versions in the same words
+  }
+  noteLengths();
+  return !cannotStore_;
+}
+
+std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void* transfer) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  self.bytesCome_ += static_cast<std::int64_t>(count);
+  constexpr std::size_t stop = CURL_WRITEFUNC_ERROR;
+  try {
+    if (!self.check_->addBodyBytes(count)) return stop;
+    self.cannotStore_ = self.check_->isFile() && !self.sink_.append({bytes, count});
+    self.noteLengths();
+  } catch (const std::exception&) {
+    self.cannotStore_ = true;
+  }
+  return self.cannotStore_ ? stop : count;
+}
+
+/// Called whenever libcurl has handed over what it has read, and every second.
+int Transfer::endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t) {
+  auto& self = *static_cast<Transfer*>(transfer);
+  try {
+    if (!self.sink_.flush()) self.cannotStore_ = true;
+  } catch (const std::exception&) {
+    self.cannotStore_ = true;
+  }
+  return self.cannotStore_ ? 1 : 0;
+}
+
+std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
+  const std::int64_t expected = expected_;
+  return expected == unknown ? std::nullopt : std::optional(expected);
+}
+
+std::optional<TryResult> Transfer::finish(int result) {
+  auto ended = outcome(result);
+  if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
+  if (!ended) return std::nullopt;
+  TryResult tried(std::move(*ended));
+  describe(tried);
+  return tried;
+}
+
+std::optional<TransferOutcome> Transfer::outcome(int result) {
+  if (cannotStore_) return failed(Code::outOfResources, storageProblem());
+  if (auto refusal = redirectGuard_.refusal()) {
+    return TransferOutcome::failed(std::move(*refusal));
+  }
+  if (result == CURLE_OK) check_->end();
+  if (check_->deniesRange() && check_->status() == 416) return TransferOutcome::answered(416);
+  if (check_->problem()) return failed(check_->problem()->code, check_->problem()->what);
+  // Any other status than 200 is known by its headers; what became of its body does not matter.
+  if (check_->hasHeaders() && !check_->isFile()) {
+    const bool leadsOn = isRedirect(check_->status()) && !check_->location().empty();
+    return leadsOn ? followRedirect() : TransferOutcome::answered(check_->status());
+  }
+  if (result != CURLE_OK) return broken(result);
+  return finishBody();
+}
+
+TransferOutcome Transfer::finishBody() {
+  auto data = sink_.finish();
+  if (!data) return failed(Code::outOfResources, storageProblem());
+  return TransferOutcome::succeeded(std::move(*data));
+}
+
+/// What the next try, and the figures, have to know.
+void Transfer::describe(TryResult& tried) {
+  void* const handle = handle_.get();
+  const bool succeeded = tried.outcome.body.has_value();
+  const auto code = tried.errorCode();
+  tried.wasReached = redirects_ > 0 || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
+  tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
+  if (!succeeded) settlePart(tried);
+  tried.retryAfter = check_->retryAfter();
+  tried.resumedBytes = succeeded ? sink_.resumed() : 0;
+  tried.endedWithConnection = succeeded && check_->endsWithConnection();
+  tried.timeToFirstByte =
+      std::chrono::microseconds(info<curl_off_t>(handle, CURLINFO_STARTTRANSFER_TIME_T));
+}
+
+/// What a failed try leaves of the file, and what the next one is to ask for. A server that was not
+/// reached has said nothing about either.
+void Transfer::settlePart(TryResult& tried) {
+  const auto code = tried.errorCode();
+  const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
+  tried.startsOver = check_->deniesRange() || cameFromElsewhere;
+  // A body beyond the bound, or a disk without room: that would come again.
+  const bool isBeyondUs = code == Code::bodyTooLarge || code == Code::outOfResources;
+  const bool isSpoilt = bodyHasBegun_ && code && !mayPass(*code);
+  if (tried.startsOver || isBeyondUs || isSpoilt) sink_.discard();
+  tried.madeProgress = sink_.hasGrown();
+  const bool gaveTheWhole = bodyHasBegun_ && !check_->isContinuation();
+  if (tried.isUnreachable || tried.madeProgress || gaveTheWhole || isBeyondUs) return;
+  tried.restFailed = range_.has_value();
+  sink_.askOtherwise();
+}
+
+std::optional<TransferOutcome> Transfer::followRedirect() {
+  if (redirects_ == settings_.redirects) return failed(Code::tooManyRedirects);
+  auto target = redirectTarget(url_, check_->location());
+  if (auto* const refusal = std::get_if<Error>(&target)) {
+    return TransferOutcome::failed(std::move(*refusal));
+  }
+  const auto& next = std::get<URL>(target);
+  if (auto refusal = redirectGuard_.noteRedirect(handle_.get(), url_, next)) {
+    return TransferOutcome::failed(std::move(*refusal));
+  }
+  ++redirects_;
+  isOnFreshConnection_ = false;
+  url_ = next;
+  return prepare();
+}
+
+/// True where no response came on a connection that had served before, or none that is HTTP. What
+/// was read may be the rest of what the server sent to the request before, and the server may have
+/// been about to close the connection.
+bool Transfer::mayBeTheConnectionsFault(const TransferOutcome& ended) const {
+  if (isOnFreshConnection_ || bodyHasBegun_ || !ended.error) return false;
+  const auto code = static_cast<Code>(ended.error->code);
+  const bool isLost = code == Code::connectionLost && !check_->hasHeaders();
+  if (!isLost && code != Code::malformedResponse) return false;
+  return info<long>(handle_.get(), CURLINFO_NUM_CONNECTS) == 0;
+}
+
+std::optional<TransferOutcome> Transfer::askOnFreshConnection() {
+  isOnFreshConnection_ = true;
+  return prepare();
+}
+
+/// What gave out; empty where it was memory.
+std::string Transfer::storageProblem() const {
+  if (!sink_.error()) return {};
+  std::string problem = "the body could not be stored: " + sink_.error()->localizedDescription();
+  if (problem.ends_with('.')) problem.pop_back();
+  return problem;
+}
+
+/// The outcome of a transfer that broke on its way. Some result codes mean something else when the
+/// server has been asked already.
+TransferOutcome Transfer::broken(int result) const {
+  if (isTooSlow_) return failed(Code::timedOut, "the server sends too slowly");
+  const bool wasAsked = info<long>(handle_.get(), CURLINFO_REQUEST_SIZE) > 0;
+  const bool systemFailed = info<long>(handle_.get(), CURLINFO_OS_ERRNO) != 0;
+  if (wasAsked && result == CURLE_UNSUPPORTED_PROTOCOL) {
+    return failed(Code::malformedResponse, "the server's response does not begin as HTTP does");
+  }
+  if (wasAsked && result == CURLE_OUT_OF_MEMORY && !check_->hasHeaders()) {
+    return failed(Code::malformedResponse, "the server's response has a header that is too large");
+  }
+  if (check_->hasHeaders() && result == CURLE_RECV_ERROR && !systemFailed) {
+    return failed(Code::malformedResponse, "the server's response has a malformed body");
+  }
+  const Code code = errorCodeForCurlResult(result);
+  if (code == Code::secureConnectionFailed) return failed(code, secureConnectionProblem(result));
+  if (code == Code::unknown) {
+    return failed(code, curl_easy_strerror(static_cast<CURLcode>(result)));
+  }
+  return failed(code);
+}
+
+std::string Transfer::secureConnectionProblem(int result) const {
+  if (result != CURLE_PEER_FAILED_VERIFICATION) {
+    return curl_easy_strerror(static_cast<CURLcode>(result));
+  }
+  const auto ofProxy = info<long>(handle_.get(), CURLINFO_PROXY_SSL_VERIFYRESULT);
+  if (ofProxy != 0) return certificateProblem("the proxy", message_.data(), ofProxy);
+  return certificateProblem("\"" + url_.host() + "\"", message_.data(),
+                            info<long>(handle_.get(), CURLINFO_SSL_VERIFYRESULT));
+}
+
+TransferOutcome Transfer::failed(Code code, std::string_view what) const {
+  return TransferOutcome::failed(transferError(code, url_.absoluteString(), what));
+}
+
+EasyHandle Transfer::takeHandle() {
+  if (!check_->hasHeaders()) return {};
+  setOption(handle_.get(), CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
+  return std::move(handle_);
+}
+
+}  // namespace kiv

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <utility>
+
+#include "KivPlatform/Foundation/system/ForkGuard.h"
+
+namespace kiv {
+
+/// The bytes that have been fetched and wait for the client's queue. May be used from any thread.
+class Backlog {
+ public:
+  /// `wakeUp` is called where somebody who found too much can look again. Nothing for nobody; when
+  /// this returns, the former one is not running on any other thread.
+  void setWakeUp(std::function<void()> wakeUp) {
+    const std::lock_guard lock(mutex_);
+    wakeUp_ = std::move(wakeUp);
+  }
+  void add(std::int64_t bytes) {
+    const std::lock_guard lock(mutex_);
+    bytes_ += bytes;
+  }
+  void remove(std::int64_t bytes) {
+    const std::lock_guard lock(mutex_);
+    bytes_ -= bytes;
+    if (bytes_ <= bound_ && std::exchange(isAwaited_, false) && wakeUp_) wakeUp_();
+  }
+  /// True where more than `bound` bytes wait; the wake-up comes when that is so no more.
+  bool exceeds(std::int64_t bound) {
+    const std::lock_guard lock(mutex_);
+    bound_ = bound;
+    isAwaited_ = bytes_ > bound;
+    return isAwaited_;
+  }
+
+ private:
+  std::mutex mutex_;
+  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::backlog};
+  std::function<void()> wakeUp_;
+  std::int64_t bytes_ = 0;
+  std::int64_t bound_ = 0;
+  bool isAwaited_ = false;
+};
+
+}  // namespace kiv

@@ -1,0 +1,71 @@
+#include "KivPlatform/KivRESTService/engine/Download.h"
+
+#include <utility>
+
+#include "KivPlatform/KivRESTService/policy/HostHealth.h"
+
+namespace kiv {
+
+Download::Download(TransferJob job, const KivRESTServiceSettings& settings)
+    : key(keyOf(job)),
+      tasks{job.id},
+      priority(job.priority),
+      urls(std::move(job.servers)),
+      plan(urls.size(), settings) {
+  servers.reserve(urls.size());
+  for (const URL& url : urls)
+    servers.push_back(serverOf(url));
+}
+
+std::string Download::keyOf(const TransferJob& job) {
+  std::string key;
+  for (const URL& url : job.servers)
+    key.append(url.absoluteString()).append(" ");  // no URL holds a space
+  return key;
+}
+
+std::vector<std::size_t> Download::placesToTry(const std::string& name, Time now) const {
+  std::vector<std::size_t> places;
+  for (std::size_t place = 0; place < servers.size(); ++place) {
+    if (servers[place] == name && plan.mayTry(place, now)) places.push_back(place);
+  }
+  return places;
+}
+
+void Download::record(TryResult result, RetryPolicy& policy, Time now) {
+  figures.timeToFirstByte = result.timeToFirstByte;
+  if (result.outcome.body) {
+    figures.resumedBytes = result.resumedBytes;
+    figures.bytes = static_cast<std::int64_t>(result.outcome.body->size());
+    figures.endedWithConnection = result.endedWithConnection;
+  } else {
+    const auto& response = result.outcome.response;
+    figures.failedTries.push_back(
+        {url(), result.errorCode(), response ? response->statusCode() : 0});
+  }
+  plan.record(server, std::move(result), policy, now);
+}
+
+TransferOutcome Download::end(Time now) {
+  const std::size_t decisive = plan.decisiveServer();
+  TransferOutcome outcome = plan.takeOutcome();
+  if (outcome.response) figures.server = urls[decisive];
+  if (begun) {
+    figures.totalTime = std::chrono::duration_cast<std::chrono::microseconds>(now - *begun);
+  }
+  return outcome;
+}
+
+KivRESTServiceTaskProgress Download::progress() const {
+  KivRESTServiceTaskProgress progress;
+  progress.tries = figures.tries;
+  progress.bytesPerSecond = bytesPerSecond;
+  if (begun) progress.server = url();
+  if (transfer) {
+    progress.bytesReceived = transfer->bytesReceived();
+    progress.bytesExpected = transfer->bytesExpected();
+  }
+  return progress;
+}
+
+}  // namespace kiv

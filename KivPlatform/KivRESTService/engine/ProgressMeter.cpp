@@ -1,0 +1,66 @@
+#include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kiv {
+
+namespace {
+
+/// The speed after `seconds` in which that many bytes came, smoothed over about a second. Bytes may
+/// become fewer: a try that starts over has none.
+double smoothed(double former, std::int64_t bytes, double seconds) {
+  if (seconds <= 0) return former;
+  const double now = static_cast<double>(std::max<std::int64_t>(bytes, 0)) / seconds;
+  return former + (now - former) * (1 - std::exp(-seconds));
+}
+
+void count(const Download& download, KivRESTServiceProgress& progress) {
+  if (download.state == Download::State::running) {
+    progress.tasksRunning += download.tasks.size();
+    progress.running.push_back(download.progress());
+  } else {
+    progress.tasksWaiting += download.tasks.size();
+  }
+}
+
+}  // namespace
+
+void ProgressMeter::restart() noexcept {
+  *this = ProgressMeter();
+}
+
+void ProgressMeter::noteEnded(std::size_t tasks, std::int64_t bytes) noexcept {
+  endedTasks_ += tasks;
+  endedBytes_ += bytes;
+}
+
+KivRESTServiceProgress ProgressMeter::measure(const Downloads& downloads, Time now) {
+  const bool isFirst = lastTime_ == Time{};
+  const double seconds = isFirst ? 0 : std::chrono::duration<double>(now - lastTime_).count();
+  KivRESTServiceProgress progress;
+  progress.tasksEnded = endedTasks_;
+  progress.bytesReceived = endedBytes_;
+  std::optional<std::int64_t> expected = endedBytes_;
+  for (const auto& [key, download] : downloads) {
+    const auto one = download->progress();
+    download->bytesPerSecond =
+        smoothed(download->bytesPerSecond, one.bytesReceived - download->measuredBytes, seconds);
+    download->measuredBytes = one.bytesReceived;
+    progress.bytesReceived += one.bytesReceived;
+    if (expected && one.bytesExpected) {
+      *expected += *one.bytesExpected;
+    } else {
+      expected.reset();
+    }
+    count(*download, progress);
+  }
+  progress.bytesExpected = expected;
+  bytesPerSecond_ = smoothed(bytesPerSecond_, progress.bytesReceived - lastBytes_, seconds);
+  progress.bytesPerSecond = bytesPerSecond_;
+  lastBytes_ = progress.bytesReceived;
+  lastTime_ = now;
+  return progress;
+}
+
+}  // namespace kiv

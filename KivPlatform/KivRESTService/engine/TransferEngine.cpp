@@ -1,0 +1,308 @@
+#include "KivPlatform/KivRESTService/engine/TransferEngine.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "KivPlatform/KivRESTService/engine/BrokenPipeSignal.h"
+#include "KivPlatform/KivRESTService/engine/ThreadName.h"
+
+namespace kiv {
+
+using Clock = std::chrono::steady_clock;
+
+TransferEngine::TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
+                               TransferScheduler::EndHandler ended, ProgressHandler progressed,
+                               FailureHandler failed)
+    : settings_(std::move(settings)),
+      backlog_(std::move(backlog)),
+      ended_(std::move(ended)),
+      progressed_(std::move(progressed)),
+      failed_(std::move(failed)),
+      workers_(TransferScheduler::laneCount(settings_)) {
+  backlog_->setWakeUp([this] { remind(0); });
+  exitHook_.emplace([this] { stop(); });
+}
+
+TransferEngine::~TransferEngine() {
+  exitHook_.reset();
+  backlog_->setWakeUp(nullptr);
+  stop();
+}
+
+// --- Orders --------------------------------------------------------------------------------------
+
+void TransferEngine::setSpoolDirectory(std::string path) {
+  if (isInherited()) return;
+  const std::lock_guard lock(mutex_);
+  const bool isServing = std::any_of(workers_.begin(), workers_.end(), [](const Worker& worker) {
+    return static_cast<bool>(worker.handles);
+  });
+  if (!isServing) settings_.spoolDirectory = std::move(path);
+}
+
+void TransferEngine::reportProgress(bool isWanted) {
+  if (isInherited()) return;
+  const std::lock_guard lock(mutex_);
+  reportsProgress_ = isWanted;
+  wakeUp(0);
+}
+
+bool TransferEngine::add(TransferJob job) {
+  if (isInherited()) return false;
+  const std::lock_guard lock(mutex_);
+  if (stopped_) return false;
+  if (!workers_.front().handles && !startThread(0)) return false;
+  added_.push_back(std::move(job));
+  wakeUp(0);
+  return true;
+}
+
+void TransferEngine::cancelAll() {
+  if (isInherited()) return;
+  const std::lock_guard lock(mutex_);
+  added_.clear();
+  cancelled_ = true;
+  wakeUpAll();
+}
+
+void TransferEngine::stop() {
+  if (isInherited()) return;
+  std::vector<std::thread> threads;
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+    added_.clear();
+    wakeUpAll();
+    for (Worker& worker : workers_)
+      threads.push_back(std::move(worker.thread));
+  }
+  for (std::thread& thread : threads) {
+    if (thread.joinable()) thread.join();
+  }
+}
+
+/// Called with the lock held. A former thread that went for want of work takes no lock any more.
+bool TransferEngine::startThread(std::size_t index) {
+  Worker& worker = workers_[index];
+  if (stopped_ || !prepareCurlLibrary()) return false;
+  if (worker.thread.joinable()) worker.thread.join();
+  try {
+    LaneHandles handles{makeMultiHandle(), std::make_unique<WakeUpPipe>()};
+    if (!handles) return false;
+    // Before the thread starts, which looks at them without this lock.
+    worker.handles = std::move(handles);
+    worker.thread = std::thread([this, index] { serve(index, workers_[index].handles); });
+  } catch (const std::exception&) {  // no memory, or no thread left
+    worker.handles = {};
+    return false;
+  }
+  worker.isCalled = false;
+  return true;
+}
+
+/// Called with the lock held. False where no thread serves.
+bool TransferEngine::wakeUp(std::size_t index) {
+  Worker& worker = workers_[index];
+  if (!worker.handles) return false;
+  // Once is enough until the thread has looked: a host may queue a thousand tasks at one time.
+  if (!std::exchange(worker.isCalled, true)) worker.handles.wakeUp->wakeUp();
+  return true;
+}
+
+/// Called with the lock held.
+void TransferEngine::wakeUpAll() {
+  for (std::size_t index = 0; index < workers_.size(); ++index)
+    wakeUp(index);
+}
+
+/// Wakes the thread up where one serves.
+void TransferEngine::remind(std::size_t index) {
+  if (isInherited()) return;
+  const std::lock_guard lock(mutex_);
+  wakeUp(index);
+}
+
+// --- The transfer threads ------------------------------------------------------------------------
+
+void TransferEngine::serve(std::size_t index, const LaneHandles& handles) {
+  nameThisThread("KivRESTService");
+  ignoreBrokenPipesOnThisThread();
+  // Let go of here, last and without a lock: closing the connections is work for this thread too.
+  LaneHandles owned;
+  Lock lock(schedulerMutex_);
+  ++serving_;
+  workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+  while (!owned) {
+    try {
+      owned = takeTurn(index, handles, lock);
+    } catch (const std::exception&) {  // out of memory
+      owned = recover(index, lock);
+    }
+  }
+  leave(index);
+}
+
+/// The thread's handles, where it has to end now; otherwise nothing.
+LaneHandles TransferEngine::takeTurn(std::size_t index, const LaneHandles& handles, Lock& lock) {
+  begin(index, handles);
+  doWhatIsDue(index, lock);
+  auto owned = leaveIfDone(index);
+  if (!owned) transfer(index, lock);
+  return owned;
+}
+
+/// What the exception has left half done is dropped with everything else.
+LaneHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
+  constexpr std::chrono::milliseconds pause{10};
+  if (!lock.owns_lock()) lock.lock();
+  while (true) {
+    if (auto owned = leaveIfStopped(index)) return owned;
+    try {
+      if (scheduler_) scheduler_->dropAll();
+      lock.unlock();
+      failed_();
+      lock.lock();
+      return {};
+    } catch (const std::exception&) {
+      if (lock.owns_lock()) lock.unlock();
+      std::this_thread::sleep_for(pause);
+      lock.lock();
+    }
+  }
+}
+
+void TransferEngine::begin(std::size_t index, const LaneHandles& handles) {
+  if (!scheduler_) scheduler_.emplace(settings_, ended_, *backlog_);
+  scheduler_->lane(index).open(handles);
+}
+
+void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
+  TransferLane& lane = scheduler_->lane(index);
+  // Orders are taken before free places are, so that a place goes to the best of all the jobs that
+  // wait when it becomes free.
+  takeOrders(index);
+  lane.releaseDropped();
+  scheduler_->startWaiting();
+  scheduler_->runAssigned(lane);
+  callUpOthers(index);
+  scheduler_->reportEnded(lock);
+  if (isBusy(index)) workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+  // The first thread waits for more than the end of its own transfers.
+  if (index > 0 && scheduler_->isIdle()) remind(0);
+}
+
+/// Without the lock while it waits and moves bytes.
+void TransferEngine::transfer(std::size_t index, Lock& lock) {
+  TransferLane& lane = scheduler_->lane(index);
+  const auto longest = longestWait(index);
+  lock.unlock();
+  const bool isWell = lane.wait(longest) && lane.move();
+  lock.lock();
+  // Before transfers end, so that a job for a file that was on its way when it came shares it.
+  takeOrders(index);
+  if (!isWell) scheduler_->failRunning(lane);
+  scheduler_->finishEnded(lane);
+  scheduler_->endSlow(lane);
+  reportProgress(lock);
+}
+
+void TransferEngine::takeOrders(std::size_t index) {
+  std::vector<TransferJob> jobs;
+  bool isCancelled = false;
+  {
+    const std::lock_guard lock(mutex_);
+    workers_[index].isCalled = false;
+    jobs.swap(added_);
+    isCancelled = std::exchange(cancelled_, false);
+  }
+  if (isCancelled) {
+    scheduler_->dropAll();
+    for (Worker& worker : workers_)
+      worker.idleUntil = Clock::now();
+  }
+  for (auto& job : jobs)
+    scheduler_->add(std::move(job));
+}
+
+/// Tells the other threads what they have been assigned, or have to let go of.
+void TransferEngine::callUpOthers(std::size_t self) {
+  for (std::size_t index = 0; index < workers_.size(); ++index) {
+    const TransferLane& lane = scheduler_->lane(index);
+    if (index == self) continue;
+    if (lane.hasAssigned()) {
+      if (callUp(index)) continue;
+      scheduler_->replaceLane(index, scheduler_->lane(self));
+      scheduler_->runAssigned(scheduler_->lane(self));
+    } else if (lane.hasDropped()) {
+      remind(index);
+    }
+  }
+}
+
+/// Wakes the thread up, or starts it; false where there is none.
+bool TransferEngine::callUp(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  return wakeUp(index) || startThread(index);
+}
+
+/// The first thread stays while anything is to be done. Another one may go before, but not while
+/// something is due at a time of which it alone may know.
+bool TransferEngine::isBusy(std::size_t index) {
+  if (index == 0) return !scheduler_->isIdle();
+  const TransferLane& lane = scheduler_->lane(index);
+  return lane.load() > 0 || scheduler_->nextDeadline().has_value();
+}
+
+/// The thread's handles, where the thread has to end now; otherwise nothing.
+LaneHandles TransferEngine::leaveIfDone(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  const bool hasOrders = !added_.empty() || cancelled_;
+  const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= workers_[index].idleUntil;
+  if (!stopped_ && !isDone) return {};
+  return std::exchange(workers_[index].handles, {});
+}
+
+LaneHandles TransferEngine::leaveIfStopped(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  return stopped_ ? std::exchange(workers_[index].handles, {}) : LaneHandles{};
+}
+
+/// Takes no lock: whoever starts another thread in place of this one may hold one, and waits.
+void TransferEngine::leave(std::size_t index) {
+  if (!scheduler_) return static_cast<void>(--serving_);
+  if (isBusy(index)) scheduler_->dropAll();
+  scheduler_->lane(index).close();
+  // Not while it has jobs: a thread that has been started for them may not have begun.
+  if (--serving_ == 0 && scheduler_->isIdle()) scheduler_.reset();
+}
+
+// --- Reports -------------------------------------------------------------------------------------
+
+bool TransferEngine::progressIsWanted() {
+  const std::lock_guard lock(mutex_);
+  return reportsProgress_;
+}
+
+void TransferEngine::reportProgress(Lock& lock) {
+  if (!progressIsWanted()) return;
+  const auto next = scheduler_->nextReport();
+  if (!next || *next > Clock::now()) return;
+  auto report = scheduler_->takeReport();
+  lock.unlock();
+  progressed_(std::move(report));
+  lock.lock();
+}
+
+std::chrono::milliseconds TransferEngine::longestWait(std::size_t index) {
+  using std::chrono::milliseconds;
+  constexpr milliseconds longest{60'000};  // libcurl knows its own deadlines
+  auto until = isBusy(index) ? Clock::now() + longest : workers_[index].idleUntil;
+  if (const auto next = scheduler_->nextDeadline()) until = std::min(until, *next);
+  const auto report = scheduler_->nextReport();
+  if (report && progressIsWanted()) until = std::min(until, *report);
+  return std::clamp(std::chrono::ceil<milliseconds>(until - Clock::now()), milliseconds{0},
+                    longest);
+}
+
+}  // namespace kiv

@@ -1,0 +1,127 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KivPlatform/Foundation/system/ForkGuard.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
+#include "KivPlatform/KivRESTService/engine/Backlog.h"
+#include "KivPlatform/KivRESTService/engine/TransferLane.h"
+#include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
+#include "KivPlatform/KivRESTService/policy/TransferJob.h"
+
+namespace kiv {
+
+/// The transfer threads of a client, and the orders that other threads give them.
+///
+/// The first thread starts with the first job, another when there is more to do at one time. A
+/// thread goes when it has had nothing to do for a while, or when the jobs are cancelled.
+/// Operations may be called from any thread.
+class TransferEngine {
+ public:
+  using ProgressHandler = std::function<void(ProgressReport report)>;
+  using FailureHandler = std::function<void()>;
+
+  /// `ended` is called with every job that ends, once, and `progressed` no more than ten times a
+  /// second while somebody wants to know. `failed` is called where memory has run out, and every
+  /// job has been dropped; where it throws, it is called again. All of them come on a transfer
+  /// thread, without a lock, and none after stop() has returned. What `ended` is given counts in
+  /// the backlog, from which the caller removes it.
+  TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
+                 TransferScheduler::EndHandler ended, ProgressHandler progressed,
+                 FailureHandler failed);
+  /// Stops. Not for an inherited engine, which is not to be destroyed.
+  ~TransferEngine();
+  TransferEngine(const TransferEngine&) = delete;
+  TransferEngine& operator=(const TransferEngine&) = delete;
+
+  /// True in a child of fork for an engine of the parent. Nothing can be ordered from it there, and
+  /// there is nothing to stop.
+  [[nodiscard]] bool isInherited() const noexcept { return forkDepth_ != forkDepth(); }
+
+  /// Hands a job to the transfer threads. False where there is no way to run it: no thread can be
+  /// started, or the engine has stopped.
+  bool add(TransferJob job);
+  /// Where bodies go on their way, see KivRESTServiceSettings. Without effect while a transfer
+  /// thread runs.
+  void setSpoolDirectory(std::string path);
+  /// Has progress reported, or no longer.
+  void reportProgress(bool isWanted);
+  /// As they are in use.
+  [[nodiscard]] const KivRESTServiceSettings& settings() const noexcept { return settings_; }
+
+  /// Drops every job added so far and closes their connections at once. One that has ended may be
+  /// on its way to the handler.
+  void cancelAll();
+  /// Drops every job, ends the threads, and returns when they have ended. Nothing runs afterwards.
+  void stop();
+
+ private:
+  using Time = std::chrono::steady_clock::time_point;
+  using Lock = std::unique_lock<std::mutex>;
+
+  /// A transfer thread, which serves the lane of the same number.
+  struct Worker {
+    std::thread thread;
+    LaneHandles handles;    // there while the thread serves
+    bool isCalled = false;  // woken up, and has not looked yet
+    Time idleUntil{};       // under the lock of the scheduler
+  };
+
+  // What other threads ask for.
+  bool startThread(std::size_t index);
+  bool wakeUp(std::size_t index);
+  void wakeUpAll();
+  void remind(std::size_t index);
+  bool callUp(std::size_t index);
+
+  // On the transfer threads, with the scheduler locked.
+  void serve(std::size_t index, const LaneHandles& handles);
+  LaneHandles takeTurn(std::size_t index, const LaneHandles& handles, Lock& lock);
+  LaneHandles recover(std::size_t index, Lock& lock) noexcept;
+  void begin(std::size_t index, const LaneHandles& handles);
+  void doWhatIsDue(std::size_t index, Lock& lock);
+  void transfer(std::size_t index, Lock& lock);
+  void takeOrders(std::size_t index);
+  void callUpOthers(std::size_t self);
+  [[nodiscard]] bool isBusy(std::size_t index);
+  LaneHandles leaveIfDone(std::size_t index);
+  LaneHandles leaveIfStopped(std::size_t index);
+  void leave(std::size_t index);
+  void reportProgress(Lock& lock);
+  [[nodiscard]] bool progressIsWanted();
+  [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index);
+
+  KivRESTServiceSettings settings_;
+  const std::shared_ptr<Backlog> backlog_;
+  const TransferScheduler::EndHandler ended_;
+  const ProgressHandler progressed_;
+  const FailureHandler failed_;
+  const std::uint64_t forkDepth_ = forkDepth();
+
+  // Held by a transfer thread whenever it does not wait or move bytes, by others never: nobody
+  // waits for what the threads do. Taken before the other one.
+  std::mutex schedulerMutex_;
+  std::optional<TransferScheduler> scheduler_;  // while a thread serves, or is about to
+  std::size_t serving_ = 0;                     // threads that use it
+
+  std::mutex mutex_;  // for all that follows, and the orders
+  std::vector<Worker> workers_;
+  std::vector<TransferJob> added_;
+  bool cancelled_ = false;
+  bool stopped_ = false;
+  bool reportsProgress_ = false;
+
+  std::optional<StopAtExit> exitHook_;
+};
+
+}  // namespace kiv

@@ -1,0 +1,148 @@
+#include "KivPlatform/KivRESTService/engine/TransferLane.h"
+
+#include <algorithm>
+#include <thread>
+
+#include <curl/curl.h>
+
+namespace kiv {
+
+bool TransferLane::isAnsweredBy(const std::string& server) const {
+  return std::any_of(running_.begin(), running_.end(), [&](const auto& entry) {
+    const Download& download = *entry.second;
+    return download.servers[download.server] == server && download.transfer->bodyHasBegun();
+  });
+}
+
+void TransferLane::drop(std::unique_ptr<Download> download) {
+  const bool wasRunning = running_.erase(download->transfer->handle()) > 0;
+  std::erase(assigned_, download.get());
+  if (wasRunning) dropped_.push_back(std::move(download));
+}
+
+EasyHandle TransferLane::takeSpareHandle() {
+  if (spareHandles_.empty()) return {};
+  auto handle = std::move(spareHandles_.back());
+  spareHandles_.pop_back();
+  return handle;
+}
+
+void TransferLane::keepSpareHandle(EasyHandle handle) {
+  if (handle) spareHandles_.push_back(std::move(handle));
+}
+
+void TransferLane::open(const LaneHandles& handles) noexcept {
+  if (multiHandle_) return;
+  multiHandle_ = handles.multiHandle.get();
+  wakeUp_ = handles.wakeUp.get();
+  wakeUpSeenAt_ = {};
+}
+
+void TransferLane::close() {
+  takeRunning();
+  releaseDropped();
+  multiHandle_ = nullptr;
+  wakeUp_ = nullptr;
+}
+
+bool TransferLane::run(Download& download) {
+  void* const handle = download.transfer->handle();
+  // First, so that no handle runs of which the lane does not know.
+  running_.emplace(handle, &download);
+  if (curl_multi_add_handle(multiHandle_, handle) == CURLM_OK) return true;
+  running_.erase(handle);
+  return false;
+}
+
+void TransferLane::releaseDropped() {
+  for (const auto& download : dropped_)
+    curl_multi_remove_handle(multiHandle_, download->transfer->handle());
+  dropped_.clear();
+}
+
+/// Looked at from time to time: that costs as much as a wait that ends at once.
+std::optional<int> TransferLane::wakeUpDescriptor() {
+  constexpr std::chrono::milliseconds interval{50};
+  const auto now = std::chrono::steady_clock::now();
+  if (now - wakeUpSeenAt_ < interval) return wakeUpDescriptor_;
+  wakeUpSeenAt_ = now;
+  wakeUpDescriptor_ = wakeUp_->descriptor();
+  return wakeUpDescriptor_;
+}
+
+bool TransferLane::wait(std::chrono::milliseconds longest) {
+  constexpr std::chrono::milliseconds interval{10};
+  const auto descriptor = wakeUpDescriptor();
+  if (!descriptor) {
+    std::this_thread::sleep_for(std::min(longest, interval));
+    return true;
+  }
+  // Not the wake-up of libcurl itself, which would take a closed descriptor for its own.
+  curl_waitfd orders{*descriptor, CURL_WAIT_POLLIN, 0};
+  // A host may have closed the descriptor since, and opened another under its number, of which
+  // nothing would come.
+  constexpr std::chrono::milliseconds longestInOne{500};
+  const auto timeout = static_cast<int>(std::min(longest, longestInOne).count());
+  if (curl_multi_wait(multiHandle_, &orders, 1, timeout, nullptr) != CURLM_OK) return false;
+  if (orders.revents != 0) wakeUp_->clear();
+  return true;
+}
+
+bool TransferLane::move() {
+  int stillRunning = 0;
+  return curl_multi_perform(multiHandle_, &stillRunning) == CURLM_OK;
+}
+
+std::int64_t TransferLane::takeBytesCome() {
+  std::int64_t bytes = 0;
+  for (const auto& [handle, download] : running_)
+    bytes += download->transfer->takeBytesCome();
+  return bytes;
+}
+
+std::vector<TransferLane::Ended> TransferLane::takeEnded() {
+  // Collected first: a message does not outlive the removal of its handle.
+  std::vector<Ended> ended;
+  int left = 0;
+  while (const CURLMsg* const message = curl_multi_info_read(multiHandle_, &left)) {
+    const auto place = running_.find(message->easy_handle);
+    if (message->msg != CURLMSG_DONE || place == running_.end()) continue;
+    ended.push_back({*place->second, static_cast<int>(message->data.result)});
+    running_.erase(place);
+  }
+  for (const auto& [download, result] : ended)
+    curl_multi_remove_handle(multiHandle_, download.transfer->handle());
+  return ended;
+}
+
+Download* TransferLane::findRunning(const std::function<bool(Download&)>& predicate) const {
+  const auto found = std::find_if(running_.begin(), running_.end(),
+                                  [&](const auto& entry) { return predicate(*entry.second); });
+  return found == running_.end() ? nullptr : found->second;
+}
+
+TransferLane::Ended TransferLane::stop(Download& download) {
+  void* const handle = download.transfer->handle();
+  running_.erase(handle);
+  curl_multi_remove_handle(multiHandle_, handle);
+  return {download, CURLE_OPERATION_TIMEDOUT};
+}
+
+std::vector<Download*> TransferLane::takeRunning() {
+  std::vector<Download*> stopped;
+  for (const auto& [handle, download] : running_) {
+    curl_multi_remove_handle(multiHandle_, handle);
+    stopped.push_back(download);
+  }
+  running_.clear();
+  return stopped;
+}
+
+void TransferLane::limitSpeeds(std::int64_t bytesPerSecond) {
+  for (const Download* const download : assigned_)
+    download->transfer->limitSpeed(bytesPerSecond);
+  for (const auto& [handle, download] : running_)
+    download->transfer->limitSpeed(bytesPerSecond);
+}
+
+}  // namespace kiv

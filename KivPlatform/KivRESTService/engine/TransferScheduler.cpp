@@ -1,0 +1,454 @@
+#include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
+
+#include <algorithm>
+#include <random>
+#include <utility>
+
+#include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/curl/Transfer.h"
+#include "KivPlatform/KivRESTService/engine/Backlog.h"
+#include "KivPlatform/KivRESTService/http/TransferErrors.h"
+
+namespace kiv {
+
+namespace {
+
+using Code = KivRESTServiceErrorCode;
+using Clock = std::chrono::steady_clock;
+
+/// The shortest time from one report of results to the next while transfers run. Short, so that who
+/// stores them does not begin late: results gather by themselves where that one does not keep up.
+constexpr std::chrono::milliseconds reportInterval{3};
+
+TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
+  return TransferOutcome::failed(transferError(code, url.absoluteString(), what));
+}
+
+}  // namespace
+
+// A limit of the speed is shared among transfers that only their own thread may change.
+std::size_t TransferScheduler::laneCount(const KivRESTServiceSettings& settings) noexcept {
+  if (settings.bandwidth > 0) return 1;
+  return std::max<std::size_t>(1, std::min(settings.threads, settings.parallelTransfers));
+}
+
+TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
+                                     const EndHandler& ended, Backlog& backlog)
+    : settings_(settings),
+      ended_(ended),
+      backlog_(backlog),
+      spool_(settings),
+      buffers_(std::make_shared<BodyBuffers>(settings.largestBacklog)),
+      health_(settings.unreachablePause),
+      policy_(settings, std::random_device()()),
+      speeds_(settings),
+      budget_(settings.bandwidth),
+      readSize_(settings),
+      lanes_(laneCount(settings)),
+      lanesInUse_(lanes_.size()) {
+  spool_.sweep();
+}
+
+TransferScheduler::~TransferScheduler() {
+  dropAll();
+}
+
+void TransferScheduler::dropAll() {
+  for (auto& [key, download] : downloads_) {
+    // One that memory gave out for may be half made.
+    if (!download || !download->lane || !download->transfer) continue;
+    TransferLane& lane = *download->lane;
+    lane.drop(std::move(download));
+  }
+  running_.clear();
+  runningPerServer_.clear();
+  deadlines_.clear();
+  waiting_.clear();
+  pausing_.clear();
+  downloads_.clear();
+  heldBackUntil_.reset();
+  health_.forgetProbes();
+  for (const auto& [task, result] : std::exchange(results_, {}))
+    backlog_.remove(result.backlog);
+  isReportDue_ = false;
+}
+
+bool TransferScheduler::isIdle() const noexcept {
+  return downloads_.empty() && results_.empty();
+}
+
+/// True while a lane holds what has been dropped: the bodies of those, too, are in use until then.
+bool TransferScheduler::hasDropped() const noexcept {
+  return std::any_of(lanes_.begin(), lanes_.end(),
+                     [](const TransferLane& lane) { return lane.hasDropped(); });
+}
+
+// --- Jobs ----------------------------------------------------------------------------------------
+
+void TransferScheduler::add(TransferJob job) {
+  if (isIdle()) meter_.restart();
+  isReportDue_ = true;
+  auto& place = downloads_[Download::keyOf(job)];
+  if (place) return join(*place, job);
+  place = std::make_unique<Download>(std::move(job), settings_);
+  waiting_.add(*place);
+}
+
+void TransferScheduler::join(Download& download, const TransferJob& job) {
+  const bool waits = download.state == Download::State::waiting;
+  if (waits) waiting_.remove(download);
+  download.tasks.push_back(job.id);
+  download.priority = std::max(download.priority, job.priority);
+  if (waits) waiting_.add(download);
+}
+
+void TransferScheduler::startWaiting() {
+  const auto now = Clock::now();
+  endOverdue(now);
+  endPauses(pausing_.begin(), pausing_.upper_bound(now));
+  if (holdsBack(now) || hasDropped()) return;
+  const auto ready = [&](Download& download) { return mayStart(download, now); };
+  while (!waiting_.empty() && hasFreePlace() && !backlog_.exceeds(settings_.largestBacklog)) {
+    Download* const next = waiting_.takeNext(ready);
+    if (!next) return;
+    if (next->notBefore <= now) {
+      start(*next);
+    } else {
+      pause(*next);
+    }
+  }
+}
+
+bool TransferScheduler::hasFreePlace() const noexcept {
+  return running_.size() < std::max<std::size_t>(1, settings_.parallelTransfers);
+}
+
+bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
+  const auto busy = runningPerServer_.find(server);
+  return busy == runningPerServer_.end() ||
+         busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
+}
+
+/// True while more has come than may have come by now, and others wait to begin.
+bool TransferScheduler::holdsBack(Time now) {
+  const bool couldStart = !waiting_.empty() && hasFreePlace();
+  const bool holds = couldStart && budget_.paidAt() > now;
+  const bool held = heldBackUntil_.has_value();
+  heldBackUntil_ = holds ? std::optional(budget_.paidAt()) : std::nullopt;
+  if (holds != held) shareBandwidth();
+  return holds;
+}
+
+void TransferScheduler::endPauses(Pauses::iterator first, Pauses::iterator last) {
+  for (auto ended = first; ended != last; ++ended) {
+    Download& download = *ended->second;
+    download.state = Download::State::waiting;
+    waiting_.add(download);
+  }
+  pausing_.erase(first, last);
+}
+
+/// Chooses the server too, so that the answer holds for the start that follows. A download that has
+/// to wait for more than a free place leaves the line, too, which others stand in.
+bool TransferScheduler::mayStart(Download& download, Time now) const {
+  const auto step = nextStep(download, now);
+  if (!step) return true;
+  download.server = step->server;
+  download.notBefore = step->notBefore;
+  return step->notBefore > now || hasFreePlaceAt(download.servers[step->server]);
+}
+
+std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& download,
+                                                              Time now) const {
+  return download.plan.next(
+      now, [&](std::size_t server) { return health_.state(download.servers[server], now); });
+}
+
+void TransferScheduler::start(Download& download) {
+  const auto now = Clock::now();
+  if (!download.begun) {
+    download.begun = now;
+    if (const auto deadline = speeds_.deadline(now)) deadlines_.emplace(*deadline, &download);
+  }
+  ++download.figures.tries;
+  health_.noteTry(download.servers[download.server], download.tryID());
+  if (auto obstacle = startTransfer(download, leastLoadedLane())) {
+    download.transfer.reset();
+    conclude(download, TryResult(std::move(*obstacle)));
+  }
+}
+
+TransferLane& TransferScheduler::leastLoadedLane() noexcept {
+  return *std::min_element(
+      lanes_.begin(), lanes_.begin() + static_cast<std::ptrdiff_t>(lanesInUse_),
+      [](const TransferLane& a, const TransferLane& b) { return a.load() < b.load(); });
+}
+
+std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& download,
+                                                                TransferLane& lane) {
+  const URL& url = download.url();
+  if (const auto objection = objectionToURL(url); !objection.empty()) {
+    return failure(Code::unsupportedURL, url, objection);
+  }
+  download.transfer = std::make_unique<Transfer>(url, settings_, spool_, *buffers_,
+                                                 readSize_.bytes(), lane.takeSpareHandle());
+  if (auto problem = download.transfer->prepare()) return problem;
+  lane.assign(download);
+  download.lane = &lane;
+  download.state = Download::State::running;
+  download.tryBegun = Clock::now();
+  download.speed.restart(0, download.tryBegun);
+  running_.push_back(&download);
+  ++runningPerServer_[download.servers[download.server]];
+  shareBandwidth();
+  return std::nullopt;
+}
+
+void TransferScheduler::replaceLane(std::size_t index, TransferLane& other) {
+  lanesInUse_ = index;
+  for (Download* const download : lanes_[index].takeAssigned()) {
+    download->lane = &other;
+    other.assign(*download);
+  }
+}
+
+/// Puts the download where it belongs after a try: its next try may come now, later or never.
+void TransferScheduler::advance(Download& download) {
+  const auto now = Clock::now();
+  const auto step = nextStep(download, now);
+  if (!step) return report(download);
+  if (step->notBefore <= now) {
+    download.state = Download::State::waiting;
+    waiting_.add(download);
+  } else {
+    download.notBefore = step->notBefore;
+    pause(download);
+  }
+}
+
+void TransferScheduler::pause(Download& download) {
+  download.state = Download::State::pausing;
+  pausing_.emplace(download.notBefore, &download);
+}
+
+/// libcurl knows only limits of single transfers. Those that are held back have a share, too: with
+/// it the others' surplus is paid for, which they would otherwise renew as long as they run.
+void TransferScheduler::shareBandwidth() {
+  if (!budget_.isLimited() || running_.empty()) return;
+  const auto shares = static_cast<std::int64_t>(running_.size()) + (heldBackUntil_ ? 1 : 0);
+  const auto share = settings_.bandwidth / shares;
+  for (TransferLane& lane : lanes_)
+    lane.limitSpeeds(std::max<std::int64_t>(1, share));
+}
+
+// --- Transfers -----------------------------------------------------------------------------------
+
+void TransferScheduler::runAssigned(TransferLane& lane) {
+  for (Download* const download : lane.takeAssigned()) {
+    if (lane.run(*download)) continue;
+    endTry(lane, *download, TryResult(failure(Code::outOfResources, download->url())));
+  }
+}
+
+void TransferScheduler::finishEnded(TransferLane& lane) {
+  noteAnswers();
+  if (budget_.isLimited()) budget_.spend(lane.takeBytesCome(), Clock::now());
+  for (const auto& ended : lane.takeEnded())
+    finish(lane, ended);
+}
+
+void TransferScheduler::finish(TransferLane& lane, const TransferLane::Ended& ended) {
+  Download& download = ended.download;
+  auto result = download.transfer->finish(ended.result);
+  const bool goesOn = !result && lane.run(download);
+  if (goesOn) {
+    download.speed.restart(download.transfer->bytesCome(), Clock::now());
+    noteReached(download.servers[download.server]);
+    return shareBandwidth();
+  }
+  if (!result) result.emplace(failure(Code::outOfResources, download.url()));
+  endTry(lane, download, std::move(*result));
+}
+
+void TransferScheduler::failRunning(TransferLane& lane) {
+  for (Download* const download : lane.takeRunning())
+    endTry(lane, *download, TryResult(failure(Code::outOfResources, download->url())));
+}
+
+void TransferScheduler::endTry(TransferLane& lane, Download& download, TryResult result) {
+  stopRunning(lane, download);
+  conclude(download, std::move(result));
+}
+
+/// Notes how a try came out, which may have failed to begin, and what comes after it.
+void TransferScheduler::conclude(Download& download, TryResult result) {
+  const auto now = Clock::now();
+  const std::string& server = download.servers[download.server];
+  const bool wasProbe = isProbing(download);
+  noteHealth(download, result, now);
+  if (wasProbe) endProbe(server, result, now);
+  download.record(std::move(result), policy_, now);
+  advance(download);
+}
+
+void TransferScheduler::stopRunning(TransferLane& lane, Download& download) {
+  const auto running = runningPerServer_.find(download.servers[download.server]);
+  if (--running->second == 0) runningPerServer_.erase(running);
+  std::erase(running_, &download);
+  download.ranBefore = download.age(Clock::now());
+  lane.keepSpareHandle(download.transfer->takeHandle());
+  download.transfer.reset();
+  download.lane = nullptr;
+  shareBandwidth();
+}
+
+// --- Servers that cannot be reached --------------------------------------------------------------
+
+bool TransferScheduler::isProbing(const Download& download) const {
+  return health_.isProbe(download.servers[download.server], download.tryID());
+}
+
+bool TransferScheduler::isAnswering(const std::string& server) const {
+  return std::any_of(lanes_.begin(), lanes_.end(),
+                     [&](const TransferLane& lane) { return lane.isAnsweredBy(server); });
+}
+
+/// Others need not wait for the end of a large file to know that the server can be reached.
+void TransferScheduler::noteAnswers() {
+  for (const auto& server : health_.probed()) {
+    if (isAnswering(server)) noteReached(server);
+  }
+}
+
+void TransferScheduler::noteReached(const std::string& server) {
+  const bool isBack = health_.noteReached(server);
+  if (isBack) endPauses(pausing_.begin(), pausing_.end());
+}
+
+void TransferScheduler::noteHealth(const Download& download, const TryResult& result, Time now) {
+  const std::string& server = download.servers[download.server];
+  // A server that sends to one and refuses another is busy, not gone.
+  if (result.wasReached || (result.isUnreachable && isAnswering(server))) {
+    noteReached(server);
+  } else if (result.isUnreachable) {
+    health_.noteUnreachable(server, download.tryID(), now);
+  } else {
+    health_.noteEnd(server, download.tryID());
+  }
+}
+
+/// A failure is that of all who have nowhere else to go, so that many files wait no longer than
+/// one. Where even a probe has run into the time-out for connecting, no further try of a file is
+/// worth another such wait.
+void TransferScheduler::endProbe(const std::string& server, TryResult& result, Time now) {
+  endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
+  if (!result.isUnreachable || !health_.isUnreachable(server)) return;
+  result.isLast = result.errorCode() == Code::timedOut;
+  for (Download* const download : leftTo(server, now))
+    shareFailure(*download, server, result, now);
+}
+
+std::vector<Download*> TransferScheduler::leftTo(const std::string& server, Time now) const {
+  std::vector<Download*> left;
+  for (const auto& [key, download] : downloads_) {
+    if (isLeftTo(*download, server, now)) left.push_back(download.get());
+  }
+  return left;
+}
+
+/// True where the download could try the server now and has none that is known to be better: it
+/// waits, or probes another one.
+bool TransferScheduler::isLeftTo(const Download& download, const std::string& server,
+                                 Time now) const {
+  const bool isFree = download.state == Download::State::waiting || isProbing(download);
+  if (!isFree || download.placesToTry(server, now).empty()) return false;
+  const auto step = nextStep(download, now);
+  return step && health_.isUnreachable(download.servers[step->server]);
+}
+
+void TransferScheduler::shareFailure(Download& download, const std::string& server,
+                                     const TryResult& result, Time now) {
+  const bool waits = download.state == Download::State::waiting;
+  if (waits) waiting_.remove(download);
+  for (const std::size_t place : download.placesToTry(server, now)) {
+    const auto& url = download.urls[place].absoluteString();
+    TryResult shared(TransferOutcome::failed(sameTransferError(*result.outcome.error, url)));
+    shared.isLast = result.isLast;
+    download.plan.record(place, std::move(shared), policy_, now);
+  }
+  if (waits) advance(download);
+}
+
+// --- Ends ----------------------------------------------------------------------------------------
+
+void TransferScheduler::report(Download& download) {
+  TransferOutcome outcome = download.end(Clock::now());
+  // A body that came from elsewhere makes what was kept of it useless.
+  const bool mayHaveParts = outcome.body && !download.figures.failedTries.empty();
+  for (std::size_t server = 0; mayHaveParts && server < download.urls.size(); ++server) {
+    if (server != download.server) spool_.forget(download.urls[server]);
+  }
+  const auto bytes = outcome.body ? static_cast<std::int64_t>(outcome.body->size()) : 0;
+  if (outcome.body) readSize_.noteBody(bytes);
+  meter_.noteEnded(download.tasks.size(), bytes);
+  isReportDue_ = true;
+  // A body on the disk takes no memory, but a lock, of which there are not many.
+  const auto held = std::min(bytes, settings_.largestBodyInMemory);
+  TaskResult result{std::move(outcome), std::move(download.figures), held};
+  if (download.begun) {
+    const auto deadline = speeds_.deadline(*download.begun);
+    if (deadline) deadlines_.erase({*deadline, &download});
+  }
+  const auto ended = downloads_.extract(downloads_.find(download.key));
+  const auto& tasks = ended.mapped()->tasks;
+  results_.reserve(results_.size() + tasks.size());
+  for (std::size_t index = 0; index + 1 < tasks.size(); ++index) {
+    results_.emplace_back(tasks[index], result);
+    backlog_.add(held);
+  }
+  backlog_.add(held);
+  // Nothing of the result stays here: whoever gets it may be the last to hold the body.
+  results_.emplace_back(tasks.back(), std::move(result));
+}
+
+void TransferScheduler::reportEnded(std::unique_lock<std::mutex>& lock) {
+  if (results_.empty()) return;
+  const auto now = Clock::now();
+  const bool mayWait = !running_.empty() && now < reportAt_;
+  if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
+  reportAt_ = now + reportInterval;
+  auto results = std::exchange(results_, {});
+  lock.unlock();
+  ended_(std::move(results));
+  lock.lock();
+}
+
+std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {
+  std::optional<Time> next;
+  const auto consider = [&](Time time) { next = next ? std::min(*next, time) : time; };
+  if (!pausing_.empty()) consider(pausing_.begin()->first);
+  if (!results_.empty()) consider(reportAt_);
+  if (heldBackUntil_) consider(*heldBackUntil_);
+  return next;
+}
+
+// --- Progress ------------------------------------------------------------------------------------
+
+std::optional<TransferScheduler::Time> TransferScheduler::nextReport() const {
+  if (!isReportDue_ && running_.empty()) return std::nullopt;
+  return meter_.nextTime();
+}
+
+ProgressReport TransferScheduler::takeReport() {
+  isReportDue_ = false;
+  ProgressReport report{meter_.measure(downloads_, Clock::now()), {}};
+  for (const auto& [key, download] : downloads_) {
+    if (!download->begun) continue;
+    const auto progress = download->progress();
+    for (const std::uint64_t task : download->tasks)
+      report.tasks.emplace_back(task, progress);
+  }
+  return report;
+}
+
+}  // namespace kiv

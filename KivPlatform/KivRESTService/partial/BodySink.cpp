@@ -1,0 +1,118 @@
+#include "KivPlatform/KivRESTService/partial/BodySink.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
+#include "KivPlatform/KivRESTService/partial/PartialBody.h"
+#include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
+
+namespace kiv {
+
+BodySink::BodySink(URL url, SpoolDirectory& spool, BodyBuffers& buffers,
+                   std::int64_t largestInMemory)
+    : url_(std::move(url)),
+      spool_(spool),
+      buffers_(buffers),
+      largestInMemory_(largestInMemory),
+      partial_(spool.find(url_)),
+      found_(partial_ ? partial_->length() : 0) {}
+
+BodySink::~BodySink() {
+  buffers_.giveBack(std::move(memory_));
+}
+
+std::optional<RangeAsked> BodySink::range() const {
+  if (!partial_ || !partial_->record()) return std::nullopt;
+  const PartialRecord& record = *partial_->record();
+  if (record.restFailed) return std::nullopt;
+  std::int64_t first = partial_->length();
+  // There is no range behind the end: of a body that is here whole, the last byte is asked for,
+  // which says that the rest is still the same version.
+  if (record.length) first = std::min(first, *record.length - 1);
+  if (first <= 0) return std::nullopt;
+  return RangeAsked{first, record.length, record.version};
+}
+
+bool BodySink::isFrom(const URL& url) const {
+  return partial_ && partial_->record() && partial_->record()->finalURL == url.absoluteString();
+}
+
+bool BodySink::begin(const URL& from, const ResponseCheck& response) {
+  discard();
+  found_ = 0;
+  coming_ = PartialRecord();
+  coming_.url = url_.absoluteString();
+  coming_.finalURL = from.absoluteString();
+  coming_.length = response.fileLength();
+  response_ = &response;
+  const std::int64_t expected = coming_.length.value_or(0);
+  if (spool_.isUsable() && expected > largestInMemory_) return moveToDisk();
+  // Takes the room that the body will need, but no more than a little on the server's word alone.
+  constexpr std::int64_t largestReserve = 8 * 1024 * 1024;
+  memory_ = buffers_.take(static_cast<std::size_t>(std::min(expected, largestReserve)));
+  return true;
+}
+
+bool BodySink::moveToDisk() {
+  coming_.version = response_->version();  // takes a while to read, and is of use on the disk alone
+  partial_ = spool_.create(url_, &error_);
+  if (!partial_ || !partial_->begin(coming_, &error_)) return false;
+  isOnDisk_ = true;
+  std::string bytes = std::exchange(memory_, {});
+  const bool isAppended = partial_->append(bytes, &error_);
+  buffers_.giveBack(std::move(bytes));
+  return isAppended;
+}
+
+bool BodySink::goOn() {
+  resumed_ = range()->first;
+  isOnDisk_ = true;
+  return partial_->goOn(resumed_, &error_);
+}
+
+bool BodySink::append(std::string_view bytes) {
+  if (isOnDisk_) return partial_->append(bytes, &error_);
+  memory_.append(bytes);
+  const bool isLarge = static_cast<std::int64_t>(memory_.size()) > largestInMemory_;
+  return !isLarge || !spool_.isUsable() || moveToDisk();
+}
+
+bool BodySink::flush() {
+  return !isOnDisk_ || !partial_ || partial_->flush(&error_);
+}
+
+void BodySink::keep() {
+  if (isOnDisk_ || memory_.empty() || !spool_.isUsable()) return;
+  if (response_->version().validator().empty() || moveToDisk()) return;
+  discard();
+  error_.reset();
+}
+
+std::optional<Data> BodySink::finish() {
+  if (!isOnDisk_) return buffers_.data(std::move(memory_));
+  return PartialBody::finish(std::move(partial_), &error_);
+}
+
+void BodySink::askOtherwise() {
+  if (partial_ && partial_->record()) partial_->setRestFailed(!partial_->record()->restFailed);
+}
+
+void BodySink::discard() {
+  if (partial_) partial_->discard();
+  partial_.reset();
+  isOnDisk_ = false;
+  memory_.clear();
+  resumed_ = 0;
+}
+
+std::int64_t BodySink::length() const noexcept {
+  if (isOnDisk_) return partial_ ? partial_->length() : 0;
+  return static_cast<std::int64_t>(memory_.size());
+}
+
+bool BodySink::hasGrown() const {
+  return isOnDisk_ && partial_ && partial_->record() && partial_->length() > found_;
+}
+
+}  // namespace kiv

@@ -1,0 +1,67 @@
+#include "KivPlatform/KivRESTService/partial/PartialRecord.h"
+
+#include "KivPlatform/Foundation/system/BootIdentity.h"
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/JSON.h"
+#include "KivPlatform/Foundation/values/Value.h"
+#include "KivPlatform/KivRESTService/http/EntityTag.h"
+
+namespace kiv {
+
+namespace {
+
+constexpr std::string_view urlKey = "urlDigest";
+constexpr std::string_view finalURLKey = "finalURLDigest";
+constexpr std::string_view entityTagKey = "entityTag";
+constexpr std::string_view lastModifiedKey = "lastModified";
+constexpr std::string_view lengthKey = "length";
+constexpr std::string_view dateKey = "date";
+constexpr std::string_view restFailedKey = "restFailed";
+constexpr std::string_view bootKey = "boot";
+
+/// A length or a date; nothing where it is absent or beyond the range.
+std::optional<std::int64_t> number(const Value& value) {
+  const std::uint64_t number = value.unsignedInteger();
+  if (!value.isNumber() || number > INT64_MAX) return std::nullopt;
+  return static_cast<std::int64_t>(number);
+}
+
+}  // namespace
+
+std::string PartialRecord::text() const {
+  return JSON::describe(Dictionary{{urlKey, url.text()},
+                                   {finalURLKey, finalURL.text()},
+                                   {entityTagKey, version.entityTag},
+                                   {lastModifiedKey, version.lastModified},
+                                   {lengthKey, length},
+                                   {dateKey, date},
+                                   {restFailedKey, restFailed},
+                                   {bootKey, bootIdentity()}});
+}
+
+std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
+  const auto value = JSON::read(text);
+  if (!value || !value->isDictionary()) return std::nullopt;
+  const Dictionary& entries = value->dictionary();
+  const auto url = URLDigest::fromText(entries[urlKey].stringView());
+  const auto finalURL = URLDigest::fromText(entries[finalURLKey].stringView());
+  if (!url || !finalURL) return std::nullopt;
+  PartialRecord record;
+  record.url = *url;
+  record.finalURL = *finalURL;
+  // Whatever lies in the file goes into a request.
+  const std::string_view tag = entries[entityTagKey].stringView();
+  const std::string_view date = entries[lastModifiedKey].stringView();
+  if (isStrongEntityTag(tag)) record.version.entityTag = tag;
+  if (hasCharactersOfDate(date)) record.version.lastModified = date;
+  record.length = number(entries[lengthKey]);
+  record.date = number(entries[dateKey]).value_or(0);
+  record.restFailed = entries[restFailedKey].boolean();
+  const std::string_view boot = entries[bootKey].stringView();
+  const bool isUsable =
+      !record.version.validator().empty() && !boot.empty() && boot == bootIdentity();
+  if (!isUsable) return std::nullopt;
+  return record;
+}
+
+}  // namespace kiv

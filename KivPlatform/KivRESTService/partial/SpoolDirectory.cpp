@@ -1,0 +1,180 @@
+#include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
+
+#include <algorithm>
+#include <charconv>
+#include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/files/RemovalGuard.h"
+#include "KivPlatform/Foundation/values/KeyedHash.h"
+#include "KivPlatform/KivRESTService/http/HTTPDate.h"
+#include "KivPlatform/KivRESTService/partial/PartialBody.h"
+
+namespace kiv {
+
+namespace {
+
+/// Places for one URL: it may be on its way for several clients at one time, and two URLs may have
+/// one name.
+constexpr int slots = 16;
+
+FileManager& files() {
+  return FileManager::defaultManager();
+}
+
+/// A short name for the URL, the same in every process. Two that have the same one only lose the
+/// chance to go on: the record tells them apart.
+std::string nameFor(std::string_view url) {
+  constexpr HashKey key{0x6b69762e73706f6f, 0x6c2e6e616d657300};
+  char digits[16];
+  const auto [end, problem] =
+      std::to_chars(std::begin(digits), std::end(digits), keyedHash(url, key), 16);
+  return {std::begin(digits), end};
+}
+
+/// True where the name is one that stem() gives, without directory.
+bool isStemName(std::string_view name) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const auto dash = name.find('-');
+  if (dash == name.npos || dash == 0 || dash > 16) return false;
+  if (name.substr(0, dash).find_first_not_of(digits) != name.npos) return false;
+  const std::string_view slot = name.substr(dash + 1);
+  int number = -1;
+  std::from_chars(slot.data(), slot.data() + slot.size(), number);
+  return number >= 0 && number < slots && slot == std::to_string(number);
+}
+
+std::string_view nameOfStem(std::string_view stem) {
+  const std::string_view file = path::lastPathComponent(stem);
+  return file.substr(0, file.find('-'));
+}
+
+struct KeptBody {
+  std::int64_t date;
+  std::int64_t length;
+  std::string stem;
+};
+
+/// What can be gone on with at the stem; nothing where there is no such thing, which is removed, or
+/// where it is in use.
+std::optional<KeptBody> keptBody(const std::string& stem, std::int64_t oldest) {
+  const auto body = PartialBody::lock(stem);
+  if (!body) return std::nullopt;
+  body->readRecord();
+  if (body->record() && body->length() > 0 && body->record()->date >= oldest) {
+    return KeptBody{body->record()->date, body->length(), stem};
+  }
+  body->discard();
+  return std::nullopt;
+}
+
+void remove(const std::string& stem) {
+  if (const auto body = PartialBody::lock(stem)) body->discard();
+}
+
+/// True for the name of a file of the client's own. A host may have named a directory where other
+/// files lie, too.
+bool isOwnName(std::string_view name) {
+  const std::string_view extension = path::pathExtension(name);
+  return (extension == "part" || extension == "json" || extension == "lock") &&
+         isStemName(path::deletingPathExtension(name));
+}
+
+std::set<std::string> stemsOf(const std::vector<std::string>& names, const std::string& directory) {
+  std::set<std::string> stems;
+  for (const auto& name : names) {
+    if (!isOwnName(name)) continue;
+    stems.insert(path::appendingPathComponent(directory, path::deletingPathExtension(name)));
+  }
+  return stems;
+}
+
+}  // namespace
+
+SpoolDirectory::SpoolDirectory(const KivRESTServiceSettings& settings)
+    : settings_(settings), path_(settings.spoolDirectory) {
+  if (!path_.empty()) removal::addSpoolDirectory(path_);
+}
+
+std::string SpoolDirectory::stem(const std::string& name, int slot) const {
+  return path::appendingPathComponent(path_, name + "-" + std::to_string(slot));
+}
+
+bool SpoolDirectory::knows(const std::string& name) const {
+  const std::lock_guard lock(namesMutex_);
+  return names_.contains(name);
+}
+
+void SpoolDirectory::know(const std::string& name) {
+  const std::lock_guard lock(namesMutex_);
+  names_.insert(name);
+}
+
+std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
+  const std::string name = nameFor(url.absoluteString());
+  if (!knows(name)) return nullptr;
+  for (int slot = 0; slot < slots; ++slot) {
+    const std::string place = stem(name, slot);
+    if (!files().itemExistsAtPath(place + ".json")) continue;
+    auto body = PartialBody::lock(place);
+    if (!body) continue;
+    body->readRecord();
+    const bool isIt = body->record() && body->record()->url == url.absoluteString();
+    if (isIt && body->length() > 0) return body;
+    if (!body->record()) body->discard();
+  }
+  return nullptr;
+}
+
+/// One that stands may be a host's own, which others use too: sweep() has looked at it.
+bool SpoolDirectory::makeDirectory(std::optional<Error>* error) const {
+  return files().itemExistsAtPath(path_) ? files().createDirectoryAtPath(path_, error)
+                                         : files().createPrivateDirectoryAtPath(path_, error);
+}
+
+std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url, std::optional<Error>* error) {
+  if (!makeDirectory(error)) return nullptr;
+  const std::string name = nameFor(url.absoluteString());
+  for (int slot = 0; slot < slots; ++slot) {
+    if (auto body = PartialBody::lock(stem(name, slot), error)) {
+      if (error) error->reset();
+      know(name);
+      return body;
+    }
+  }
+  return nullptr;
+}
+
+void SpoolDirectory::forget(const URL& url) const {
+  if (const auto body = find(url)) body->discard();
+}
+
+void SpoolDirectory::sweep() {
+  if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
+  const auto names = files().contentsOfDirectoryAtPath(path_).value_or(std::vector<std::string>());
+  // Versions that left it open to others have made nothing else in it.
+  if (std::all_of(names.begin(), names.end(), isOwnName)) files().makePrivateItemAtPath(path_);
+  const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
+  std::vector<KeptBody> kept;
+  std::int64_t total = 0;
+  for (const auto& stem : stemsOf(names, path_)) {
+    auto body = keptBody(stem, secondsNow() - age.count());
+    know(std::string(nameOfStem(stem)));
+    if (!body) continue;
+    total += body->length;
+    kept.push_back(std::move(*body));
+  }
+  std::sort(kept.begin(), kept.end(),
+            [](const KeptBody& a, const KeptBody& b) { return a.date < b.date; });
+  for (const auto& body : kept) {
+    if (total <= settings_.largestPartials) return;
+    remove(body.stem);
+    total -= body.length;
+  }
+}
+
+}  // namespace kiv

@@ -1,0 +1,65 @@
+#include "KivPlatform/KivRESTService/policy/HostHealth.h"
+
+#include <string_view>
+
+namespace kiv {
+
+std::string serverOf(const URL& url) {
+  std::string_view text = url.absoluteString();
+  const auto start = text.find("://");
+  if (start == std::string_view::npos) return {};
+  std::string_view authority = text.substr(start + 3);
+  authority = authority.substr(0, authority.find_first_of("/?#"));
+  const auto at = authority.rfind('@');
+  if (at != std::string_view::npos) authority.remove_prefix(at + 1);
+  return (url.scheme() + "://").append(authority);
+}
+
+ServerState HostHealth::state(const std::string& server, Time now) const {
+  const auto found = unreachable_.find(server);
+  if (found == unreachable_.end()) return ServerState::good;
+  if (found->second.probe) return ServerState::probed;
+  return now < found->second.avoidedUntil ? ServerState::avoided : ServerState::good;
+}
+
+bool HostHealth::isUnreachable(const std::string& server) const {
+  return unreachable_.contains(server);
+}
+
+bool HostHealth::isProbe(const std::string& server, std::uint64_t tryID) const {
+  const auto found = unreachable_.find(server);
+  return found != unreachable_.end() && found->second.probe == tryID;
+}
+
+std::vector<std::string> HostHealth::probed() const {
+  std::vector<std::string> servers;
+  for (const auto& [server, unreachable] : unreachable_) {
+    if (unreachable.probe) servers.push_back(server);
+  }
+  return servers;
+}
+
+void HostHealth::noteTry(const std::string& server, std::uint64_t tryID) {
+  const auto found = unreachable_.find(server);
+  if (found != unreachable_.end() && !found->second.probe) found->second.probe = tryID;
+}
+
+void HostHealth::noteUnreachable(const std::string& server, std::uint64_t tryID, Time now) {
+  unreachable_[server].avoidedUntil = now + pause_;
+  noteEnd(server, tryID);
+}
+
+void HostHealth::noteEnd(const std::string& server, std::uint64_t tryID) {
+  if (isProbe(server, tryID)) unreachable_.at(server).probe.reset();
+}
+
+bool HostHealth::noteReached(const std::string& server) {
+  return unreachable_.erase(server) > 0;
+}
+
+void HostHealth::forgetProbes() noexcept {
+  for (auto& [server, unreachable] : unreachable_)
+    unreachable.probe.reset();
+}
+
+}  // namespace kiv

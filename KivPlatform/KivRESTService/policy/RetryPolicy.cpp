@@ -1,0 +1,37 @@
+#include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
+
+#include <algorithm>
+
+namespace kiv {
+
+bool mayPass(std::int64_t statusCode) noexcept {
+  switch (statusCode) {
+    case 408:  // Request Timeout
+    case 429:  // Too Many Requests
+    case 500:
+    case 502:
+    case 503:
+    case 504:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool mayPass(KivRESTServiceErrorCode code) noexcept {
+  using Code = KivRESTServiceErrorCode;
+  return code == Code::cannotConnect || code == Code::timedOut || code == Code::connectionLost;
+}
+
+RetryPolicy::Milliseconds RetryPolicy::wait(int failures, std::optional<Milliseconds> asked) {
+  const auto longest = std::max(settings_.longestRetryDelay, Milliseconds{0});
+  auto bound = std::clamp(settings_.firstRetryDelay, Milliseconds{0}, longest);
+  for (int failure = 1; failure < failures && bound < longest; ++failure)
+    bound = std::min(2 * bound, longest);
+  std::uniform_int_distribution<Milliseconds::rep> chance(0, bound.count());
+  const Milliseconds own(chance(random_));
+  if (!asked) return own;
+  return std::max(own, std::min(*asked, settings_.longestRetryAfter));
+}
+
+}  // namespace kiv

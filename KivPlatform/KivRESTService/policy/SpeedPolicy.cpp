@@ -1,0 +1,72 @@
+#include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace kiv {
+
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds windowWithoutStallTimeout{30};
+constexpr seconds longestTurn{24 * 60 * 60};
+
+/// As far as the clock can count.
+seconds bounded(seconds time) noexcept {
+  constexpr seconds longest{365 * longestTurn.count()};
+  return std::clamp(time, seconds(0), longest);
+}
+
+/// Half of what a transfer gets where all places share the bandwidth: one that is held back by this
+/// client itself is not slow.
+double halfShareOfBandwidth(const KivRESTServiceSettings& settings) noexcept {
+  if (settings.bandwidth <= 0) return std::numeric_limits<double>::max();
+  const auto shares = static_cast<double>(std::max<std::size_t>(1, settings.parallelTransfers)) + 1;
+  return static_cast<double>(settings.bandwidth) / shares / 2;
+}
+
+}  // namespace
+
+SpeedPolicy::SpeedPolicy(const KivRESTServiceSettings& settings) noexcept
+    : window_(settings.stallTimeout.count() > 0 ? bounded(settings.stallTimeout)
+                                                : windowWithoutStallTimeout),
+      doubling_(settings.stallTimeout.count() > 0 ? bounded(settings.stallSpeedDoubling)
+                                                  : seconds(0)),
+      stallSpeed_(settings.stallTimeout.count() > 0 ? static_cast<double>(settings.stallSpeed) : 0),
+      largestMinimum_(std::min(static_cast<double>(settings.largestStallSpeed),
+                               halfShareOfBandwidth(settings))),
+      slowSpeed_(std::min(static_cast<double>(settings.slowSpeed), halfShareOfBandwidth(settings))),
+      turn_(bounded(settings.slowTurn)),
+      deadline_(bounded(settings.deadline)) {}
+
+double SpeedPolicy::minimum(Duration age) const noexcept {
+  if (doubling_ == Duration::zero() || age < doubling_) return 0;
+  return std::min(std::ldexp(stallSpeed_, static_cast<int>(std::min<std::int64_t>(
+                                              age / doubling_, std::numeric_limits<int>::max()))),
+                  largestMinimum_);
+}
+
+SpeedPolicy::Duration SpeedPolicy::turn(int timesGivenWay) const noexcept {
+  Duration turn = turn_;
+  for (int time = 0; time < timesGivenWay && turn < longestTurn; ++time)
+    turn *= 2;
+  return turn;
+}
+
+void SpeedMeter::restart(std::int64_t bytes, Time now) noexcept {
+  since_ = now;
+  bytes_ = bytes;
+  speed_.reset();
+}
+
+void SpeedMeter::note(std::int64_t bytes, Time now, SpeedPolicy::Duration window) noexcept {
+  const auto passed = now - since_;
+  if (passed < window) return;
+  const auto come = static_cast<double>(bytes - bytes_);
+  restart(bytes, now);
+  if (passed < 2 * window) speed_ = come / std::chrono::duration<double>(passed).count();
+}
+
+}  // namespace kiv

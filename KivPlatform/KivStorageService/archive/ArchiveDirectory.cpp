@@ -1,0 +1,304 @@
+#include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
+
+#include <algorithm>
+#include <unordered_set>
+#include <utility>
+
+#include "KivPlatform/KivStorageService/archive/ZipFormat.h"
+#include "KivPlatform/KivStorageService/store/StorageErrors.h"
+
+namespace kiv::storage {
+
+namespace {
+
+using namespace zip;
+
+constexpr std::string_view inconsistent = "contradicts itself about its list of entries";
+constexpr std::string_view unreadable = "cannot be read from the disk";
+
+/// Where the list lies, and how many entries it has.
+struct ListPlace {
+  std::uint64_t offset = 0;
+  std::uint64_t size = 0;
+  std::uint64_t count = 0;
+};
+
+/// Bytes of the archive; nothing where they cannot be read.
+std::optional<std::string> bytesAt(const Data& archive, std::uint64_t offset, std::uint64_t count) {
+  std::string bytes(static_cast<std::size_t>(count), '\0');
+  if (!archive.copyBytes(offset, bytes.data(), bytes.size())) return std::nullopt;
+  return bytes;
+}
+
+/// The end of the archive, as much as the end record and what belongs to it may take.
+struct Tail {
+  std::uint64_t start = 0;  // in the archive
+  std::string bytes;
+};
+
+std::optional<Tail> readTail(const Data& archive) {
+  constexpr std::uint64_t longest = endLocator64Size + endRecordSize + longestComment;
+  const std::uint64_t length = std::min<std::uint64_t>(archive.size(), longest);
+  auto bytes = bytesAt(archive, archive.size() - length, length);
+  if (!bytes) return std::nullopt;
+  return Tail{archive.size() - length, std::move(*bytes)};
+}
+
+/// The positions of the records that may be the end record, whose comment reaches exactly to the
+/// end: the last one, and one before it.
+struct EndRecords {
+  std::optional<std::size_t> last;
+  bool hasAnother = false;
+};
+
+EndRecords findEndRecords(std::string_view bytes) {
+  EndRecords found;
+  if (bytes.size() < endRecordSize) return found;
+  const std::size_t last = bytes.size() - endRecordSize;
+  for (std::size_t at = last + 1; at-- > 0 && !found.hasAnother;) {
+    if (number32(bytes, at) != endRecordSignature) continue;
+    if (at + endRecordSize + number16(bytes, at + 20) != bytes.size()) continue;
+    found.hasAnother = found.last.has_value();
+    if (!found.last) found.last = at;
+  }
+  return found;
+}
+
+/// Reads the end record of large archives, which stands before its locator and the ordinary one.
+std::optional<ListPlace> readEndRecord64(const Data& archive, std::uint64_t locatorAt,
+                                         std::string_view locator) {
+  const std::uint64_t at = number64(locator, 8);
+  if (locatorAt < endRecord64Size || at > locatorAt - endRecord64Size) return std::nullopt;
+  const std::string record = bytesAt(archive, at, endRecord64Size).value_or(std::string());
+  const bool reachesLocator = number64(record, 4) == locatorAt - at - 12;
+  const bool isOneDisk = number32(record, 16) == 0 && number32(record, 20) == 0;
+  if (number32(record, 0) != endRecord64Signature || !reachesLocator || !isOneDisk) {
+    return std::nullopt;
+  }
+  ListPlace place{number64(record, 48), number64(record, 40), number64(record, 32)};
+  if (number64(record, 24) != place.count) return std::nullopt;
+  if (place.offset > at || place.size != at - place.offset) return std::nullopt;
+  return place;
+}
+
+/// True where an ordinary field says the same as the large one, or leaves the word to it.
+bool agrees(std::uint64_t field, std::uint64_t saturated, std::uint64_t large) {
+  return field == saturated || field == large;
+}
+
+std::optional<ListPlace> findList(const Data& archive, const Tail& tail, std::size_t endAt) {
+  const std::string_view bytes = tail.bytes;
+  const ListPlace place{number32(bytes, endAt + 16), number32(bytes, endAt + 12),
+                        number16(bytes, endAt + 10)};
+  const bool hasLocator = endAt >= endLocator64Size &&
+                          number32(bytes, endAt - endLocator64Size) == endLocator64Signature;
+  if (hasLocator) {
+    const std::size_t locatorAt = endAt - endLocator64Size;
+    const auto large =
+        readEndRecord64(archive, tail.start + locatorAt, bytes.substr(locatorAt, endLocator64Size));
+    const bool agree = large && agrees(place.offset, 0xFFFFFFFF, large->offset) &&
+                       agrees(place.size, 0xFFFFFFFF, large->size) &&
+                       agrees(place.count, 0xFFFF, large->count);
+    return agree ? large : std::nullopt;
+  }
+  const bool isOneDisk = number16(bytes, endAt + 4) == 0 && number16(bytes, endAt + 6) == 0 &&
+                         number16(bytes, endAt + 8) == place.count;
+  const std::uint64_t end = tail.start + endAt;
+  if (!isOneDisk || place.offset > end || place.size != end - place.offset) {
+    return std::nullopt;
+  }
+  return place;
+}
+
+/// Replaces each of the fields that stand at their highest value by what the extra field for large
+/// archives gives for it, in the format's order; false where it gives too little.
+bool widen(std::string_view extra, ArchiveEntry& entry) {
+  std::uint64_t* const fields[] = {&entry.size, &entry.packedSize, &entry.headerOffset};
+  std::string_view wide;
+  for (std::string_view rest = extra; rest.size() >= 4;) {
+    const std::size_t length = number16(rest, 2);
+    if (length > rest.size() - 4) return false;
+    if (number16(rest, 0) == zip64Extra) wide = rest.substr(4, length);
+    rest.remove_prefix(4 + length);
+  }
+  for (std::uint64_t* const field : fields) {
+    if (*field != 0xFFFFFFFF) continue;
+    if (wide.size() < 8) return false;
+    *field = number64(wide, 0);
+    wide.remove_prefix(8);
+  }
+  return true;
+}
+
+/// Takes one entry off the front of the list; nothing where the list ends within it.
+std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
+  if (list.size() < centralHeaderSize || number32(list, 0) != centralHeaderSignature) {
+    return std::nullopt;
+  }
+  const std::size_t nameSize = number16(list, 28);
+  const std::size_t extraSize = number16(list, 30);
+  const std::size_t whole = centralHeaderSize + nameSize + extraSize + number16(list, 32);
+  if (whole > list.size()) return std::nullopt;
+  ArchiveEntry entry;
+  entry.rawName = list.substr(centralHeaderSize, nameSize);
+  entry.flags = number16(list, 8);
+  entry.method = number16(list, 10);
+  entry.packedSize = number32(list, 20);
+  entry.size = number32(list, 24);
+  entry.headerOffset = number32(list, 42);
+  entry.attributes = number32(list, 38);
+  if (!widen(list.substr(centralHeaderSize + nameSize, extraSize), entry)) return std::nullopt;
+  list.remove_prefix(whole);
+  return entry;
+}
+
+/// The text of the list, where it is not too long to be read.
+std::optional<std::string> readList(const Data& archive, const ListPlace& place,
+                                    const ArchiveCeilings& ceilings, ArchiveObjection& objection) {
+  if (place.count > ceilings.entries) {
+    objection = "holds more than " + std::to_string(ceilings.entries) + " entries";
+    return std::nullopt;
+  }
+  if (place.size > ArchiveDirectory::longestList) {
+    objection = "has a list of entries of more than " +
+                std::to_string(ArchiveDirectory::longestList) + " bytes";
+    return std::nullopt;
+  }
+  auto list = bytesAt(archive, place.offset, place.size);
+  if (!list) objection = unreadable;
+  return list;
+}
+
+std::optional<std::vector<ArchiveEntry>> takeEntries(std::string_view list, std::uint64_t count,
+                                                     ArchiveObjection& objection) {
+  std::vector<ArchiveEntry> entries;
+  entries.reserve(static_cast<std::size_t>(count));
+  while (!list.empty()) {
+    auto entry = takeEntry(list);
+    if (!entry || entries.size() == count) {
+      objection = inconsistent;
+      return std::nullopt;
+    }
+    entries.push_back(std::move(*entry));
+  }
+  if (entries.size() == count) return entries;
+  objection = inconsistent;
+  return std::nullopt;
+}
+
+/// From the start of an entry's header to the end of its packed bytes.
+struct Range {
+  std::uint64_t start;
+  std::uint64_t end;
+  const ArchiveEntry* entry;
+};
+
+/// Checks the header before an entry's bytes; its range, or an objection.
+std::optional<Range> rangeOf(const ArchiveEntry& entry, const Data& archive,
+                             std::uint64_t listOffset, ArchiveObjection& objection) {
+  const auto refuse = [&](std::string_view rule) {
+    objection = objectionToEntry(entry.rawName, rule);
+    return std::nullopt;
+  };
+  const std::string_view outside = "does not lie within the archive";
+  if (entry.headerOffset > listOffset) return refuse(outside);
+  const std::uint64_t room = listOffset - entry.headerOffset;
+  const std::uint64_t wanted = localHeaderSize + entry.rawName.size();
+  const auto read = bytesAt(archive, entry.headerOffset, std::min(room, wanted));
+  if (!read) return refuse(unreadable);
+  const std::string_view header = *read;
+  if (header.size() < localHeaderSize || number32(header, 0) != localHeaderSignature) {
+    return refuse("has no header before its contents");
+  }
+  const std::uint64_t nameSize = number16(header, 26);
+  const std::uint64_t before = localHeaderSize + nameSize + number16(header, 28);
+  if (before > room || entry.packedSize > room - before) return refuse(outside);
+  if (nameSize != entry.rawName.size() ||
+      header.substr(localHeaderSize, static_cast<std::size_t>(nameSize)) != entry.rawName) {
+    return refuse("has another name before its contents than in the list");
+  }
+  if ((number16(header, 6) & encryptedFlag) != 0) return refuse("is encrypted");
+  return Range{entry.headerOffset, entry.headerOffset + before + entry.packedSize, &entry};
+}
+
+std::optional<ArchiveObjection> objectionToLayout(const std::vector<ArchiveEntry>& entries,
+                                                  const Data& archive, std::uint64_t listOffset) {
+  std::vector<Range> ranges;
+  ranges.reserve(entries.size());
+  for (const ArchiveEntry& entry : entries) {
+    ArchiveObjection objection;
+    const auto range = rangeOf(entry, archive, listOffset, objection);
+    if (!range) return objection;
+    ranges.push_back(*range);
+  }
+  std::sort(ranges.begin(), ranges.end(),
+            [](const Range& a, const Range& b) { return a.start < b.start; });
+  for (std::size_t i = 1; i < ranges.size(); ++i) {
+    if (ranges[i].start < ranges[i - 1].end) {
+      return objectionToEntry(ranges[i].entry->rawName, "overlaps another entry");
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<ArchiveObjection> objectionToRepeatedNames(const std::vector<ArchiveEntry>& entries) {
+  std::unordered_set<std::string_view> names;
+  for (const ArchiveEntry& entry : entries) {
+    if (!names.insert(entry.rawName).second) {
+      return objectionToEntry(entry.rawName, "is listed twice");
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+ArchiveObjection objectionToEntry(std::string_view name, std::string_view rule) {
+  return "holds the entry " + quoted(name) + ", which " + std::string(rule);
+}
+
+bool ArchiveEntry::isEncrypted() const noexcept {
+  return (flags & (encryptedFlag | strongEncryptionFlag | maskedHeadersFlag)) != 0;
+}
+
+bool ArchiveEntry::saysUTF8() const noexcept {
+  return (flags & utf8Flag) != 0;
+}
+
+std::uint32_t ArchiveEntry::unixFileType() const noexcept {
+  return (attributes >> 16) & 0170000;
+}
+
+std::optional<ArchiveDirectory> ArchiveDirectory::read(const Data& archive,
+                                                       const ArchiveCeilings& ceilings,
+                                                       ArchiveObjection& objection) {
+  const auto tail = readTail(archive);
+  const auto endRecords = tail ? findEndRecords(tail->bytes) : EndRecords();
+  if (!endRecords.last) {
+    objection = tail ? "is no zip archive, or is cut short" : unreadable;
+    return std::nullopt;
+  }
+  if (endRecords.hasAnother) {
+    objection = "has two end records, and with them two lists of entries";
+    return std::nullopt;
+  }
+  const auto place = findList(archive, *tail, *endRecords.last);
+  if (!place) {
+    objection = inconsistent;
+    return std::nullopt;
+  }
+  const auto list = readList(archive, *place, ceilings, objection);
+  auto entries = list ? takeEntries(*list, place->count, objection) : std::nullopt;
+  if (!entries) return std::nullopt;
+  auto refusal = objectionToRepeatedNames(*entries);
+  if (!refusal) refusal = objectionToLayout(*entries, archive, place->offset);
+  if (refusal) {
+    objection = std::move(*refusal);
+    return std::nullopt;
+  }
+  ArchiveDirectory directory;
+  directory.entries_ = std::move(*entries);
+  return directory;
+}
+
+}  // namespace kiv::storage

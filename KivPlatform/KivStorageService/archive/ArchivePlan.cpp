@@ -1,0 +1,87 @@
+#include "KivPlatform/KivStorageService/archive/ArchivePlan.h"
+
+#include <utility>
+
+#include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
+#include "KivPlatform/KivStorageService/archive/UTF8.h"
+
+namespace kiv::storage {
+
+namespace {
+
+/// What the rules say of an entry before the decoder has read its name.
+std::optional<std::string> objectionToListedEntry(const ArchiveEntry& entry,
+                                                  const ArchiveCeilings& ceilings) {
+  if (entry.rawName.find('\0') != entry.rawName.npos) return "has a NUL character in its name";
+  if (auto objection = objectionToEntryKind(entry, ceilings)) return objection;
+  if (entry.saysUTF8() && !utf8::isValid(entry.rawName)) return "has a name that is no UTF-8";
+  return std::nullopt;
+}
+
+std::optional<ArchiveObjection> objectionToList(const std::vector<ArchiveEntry>& entries,
+                                                const ArchiveCeilings& ceilings) {
+  std::uint64_t total = 0;
+  for (const ArchiveEntry& entry : entries) {
+    if (const auto rule = objectionToListedEntry(entry, ceilings)) {
+      return objectionToEntry(entry.rawName, *rule);
+    }
+    if (isLeftOut(entry.rawName)) continue;
+    total += entry.size;  // no overflow: at most as many sizes as entries, each below its ceiling
+    if (total > ceilings.totalBytes) {
+      return "holds more than " + std::to_string(ceilings.totalBytes) + " bytes unpacked";
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> addEntry(const ArchivePlan& plan, std::uint64_t index,
+                                    const ArchiveCeilings& ceilings, ArchiveTree& tree) {
+  const std::string name = plan.reader->name(index);
+  if (auto objection = objectionToEntryName(name, ceilings)) return objection;
+  const std::string_view path = pathOfEntryName(name);
+  if (path.empty() || isLeftOut(name)) return std::nullopt;
+  return name.ends_with('/') ? tree.addDirectory(path) : tree.addFile(path, index);
+}
+
+/// Checks that the decoder sees the entries that were checked, and lays them out.
+std::optional<ArchiveObjection> layOut(ArchivePlan& plan, const ArchiveCeilings& ceilings) {
+  if (plan.reader->entryCount() != plan.entries.size()) {
+    return "can be read in two ways";
+  }
+  for (std::uint64_t index = 0; index < plan.entries.size(); ++index) {
+    const ArchiveEntry& entry = plan.entries[static_cast<std::size_t>(index)];
+    if (plan.reader->rawName(index) != entry.rawName) {
+      return objectionToEntry(entry.rawName, "can be read in two ways");
+    }
+    if (const auto rule = addEntry(plan, index, ceilings, plan.tree)) {
+      return objectionToEntry(entry.rawName, *rule);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveCeilings& ceilings,
+                                       ArchiveObjection& objection) {
+  auto directory = ArchiveDirectory::read(archive, ceilings, objection);
+  if (!directory) return std::nullopt;
+  if (auto refusal = objectionToList(directory->entries(), ceilings)) {
+    objection = std::move(*refusal);
+    return std::nullopt;
+  }
+  std::string reason;
+  auto reader = ArchiveReader::open(archive, reason);
+  if (!reader) {
+    objection = "cannot be read: " + reason;
+    return std::nullopt;
+  }
+  ArchivePlan plan{directory->entries(), std::move(reader), ArchiveTree(ceilings.items)};
+  if (auto refusal = layOut(plan, ceilings)) {
+    objection = std::move(*refusal);
+    return std::nullopt;
+  }
+  return plan;
+}
+
+}  // namespace kiv::storage

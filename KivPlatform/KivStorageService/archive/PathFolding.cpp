@@ -1,0 +1,38 @@
+#include "KivPlatform/KivStorageService/archive/PathFolding.h"
+
+#include <cstddef>
+#include <utf8proc.h>
+#include <vector>
+
+namespace kiv::storage {
+
+namespace {
+
+/// Whatever is not UTF-8 has no letters but those of ASCII.
+std::u32string foldedBytes(std::string_view name) {
+  std::u32string points;
+  for (const char byte : name) {
+    const bool isCapital = byte >= 'A' && byte <= 'Z';
+    points += static_cast<unsigned char>(isCapital ? byte + ('a' - 'A') : byte);
+  }
+  return points;
+}
+
+}  // namespace
+
+std::u32string foldedName(std::string_view name) {
+  constexpr auto form =
+      static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD);
+  const auto* const bytes = reinterpret_cast<const utf8proc_uint8_t*>(name.data());
+  const auto size = static_cast<utf8proc_ssize_t>(name.size());
+  std::vector<utf8proc_int32_t> points(name.size());
+  auto count = utf8proc_decompose(bytes, size, points.data(), size, form);
+  if (count > size) {
+    points.resize(static_cast<std::size_t>(count));
+    count = utf8proc_decompose(bytes, size, points.data(), count, form);
+  }
+  if (count < 0) return foldedBytes(name);
+  return {points.begin(), points.begin() + count};
+}
+
+}  // namespace kiv::storage

@@ -1,0 +1,74 @@
+#include "KivPlatform/KivStorageService/store/StoredPath.h"
+
+#include "KivPlatform/Foundation/files/FileName.h"
+#include "KivPlatform/KivStorageService/store/StorageErrors.h"
+#include "KivPlatform/KivStorageService/store/StorageRoot.h"
+
+namespace kiv::storage {
+
+namespace {
+
+Error unusable(std::string_view sort, std::string_view name, std::string_view objection) {
+  std::string message(sort);
+  message.append(" ").append(quoted(name)).append(" cannot be used: it ").append(objection);
+  return storageError(KivStorageServiceErrorCode::unusableName, message + ".");
+}
+
+bool isReserved(std::string_view fileName, std::string_view relativePath) {
+  return relativePath.empty() && fileName == privateDirectory;
+}
+
+}  // namespace
+
+bool isArchiveName(std::string_view fileName) {
+  return fileName.ends_with(archiveSuffix);
+}
+
+std::string_view archiveStem(std::string_view fileName) {
+  return fileName.substr(0, fileName.size() - archiveSuffix.size());
+}
+
+std::optional<std::string> objectionToRelativePath(std::string_view relativePath) {
+  if (relativePath.empty()) return std::nullopt;
+  if (relativePath.substr(0, relativePath.find('/')) == privateDirectory) {
+    return "is the storage service's own";
+  }
+  while (true) {
+    const std::size_t separator = relativePath.find('/');
+    const std::string_view component = relativePath.substr(0, separator);
+    if (auto objection = filename::objection(component)) {
+      return "has the part " + quoted(component) + ", which " + *objection;
+    }
+    if (separator == relativePath.npos) return std::nullopt;
+    relativePath.remove_prefix(separator + 1);
+  }
+}
+
+std::optional<Error> objectionToPlace(std::string_view fileName, std::string_view relativePath) {
+  if (const auto objection = filename::objection(fileName)) {
+    return unusable("The file name", fileName, *objection);
+  }
+  if (const auto objection = objectionToRelativePath(relativePath)) {
+    return unusable("The directory", relativePath, *objection);
+  }
+  if (isReserved(fileName, relativePath)) {
+    return unusable("The file name", fileName, "is the storage service's own");
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> objectionToSaving(std::string_view fileName, std::string_view relativePath) {
+  if (auto error = objectionToPlace(fileName, relativePath)) return error;
+  if (!isArchiveName(fileName)) return std::nullopt;
+  const std::string_view stem = archiveStem(fileName);
+  if (const auto objection = filename::objection(stem)) {
+    return unusable("The archive name", fileName,
+                    "would be unpacked in " + quoted(stem) + ", which " + *objection);
+  }
+  if (isReserved(stem, relativePath)) {
+    return unusable("The archive name", fileName, "would be unpacked in the service's own place");
+  }
+  return std::nullopt;
+}
+
+}  // namespace kiv::storage

@@ -1,0 +1,132 @@
+#include <cerrno>
+#include <filesystem>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Support/WorkingDirectory.h"
+
+namespace kiv::test {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+/// The questions about readability, resolved paths, sizes and space.
+class FileManagerMeasureTest : public testing::Test {
+ protected:
+  static std::uint64_t blocks(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return static_cast<std::uint64_t>(status.st_blocks) * 512;
+  }
+
+  void expectUnreadable(const std::string& path, int number) {
+    std::optional<Error> error;
+    EXPECT_FALSE(manager_.fileIsReadableAtPath(path, &error));
+    ASSERT_TRUE(error) << path;
+    EXPECT_EQ(error->code, number) << error->localizedDescription();
+    EXPECT_FALSE(manager_.fileIsReadableAtPath(path));
+  }
+
+  const TemporaryDirectory scratch_;
+  FileManager& manager_ = FileManager::defaultManager();
+};
+
+TEST_F(FileManagerMeasureTest, AFileIsReadableAlsoAnEmptyOneAndBehindALink) {
+  EXPECT_TRUE(manager_.fileIsReadableAtPath(scratch_.write("file")));
+  EXPECT_TRUE(manager_.fileIsReadableAtPath(scratch_.write("empty", "")));
+  fs::create_symlink(scratch_.path("file"), scratch_.path("link"));
+  EXPECT_TRUE(manager_.fileIsReadableAtPath(scratch_.path("link")));
+}
+
+TEST_F(FileManagerMeasureTest, NothingButARegularFileIsReadable) {
+  const std::string pipe = scratch_.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  expectUnreadable(pipe, EINVAL);  // nobody writes to it: a wait would not end
+  expectUnreadable(scratch_.path(), EISDIR);
+  expectUnreadable(scratch_.path("missing"), ENOENT);
+  expectUnreadable(scratch_.write("file") + "\0"s, EINVAL);
+}
+
+TEST_F(FileManagerMeasureTest, APathIsResolvedThroughLinksDotsAndEmptyComponents) {
+  const std::string file = scratch_.write("dir/file");
+  fs::create_directory_symlink(scratch_.path("dir"), scratch_.path("link"));
+  EXPECT_EQ(manager_.resolvedPathOfItemAtPath(scratch_.path("link//.././dir/file")), file);
+  EXPECT_EQ(manager_.resolvedPathOfItemAtPath(scratch_.path("link")), scratch_.path("dir"));
+  const WorkingDirectory working(scratch_.path("dir"));
+  EXPECT_EQ(manager_.resolvedPathOfItemAtPath("file"), file);
+  EXPECT_EQ(manager_.resolvedPathOfItemAtPath("/"), "/");
+}
+
+TEST_F(FileManagerMeasureTest, WhatLeadsNowhereHasNoResolvedPath) {
+  fs::create_symlink(scratch_.path("missing"), scratch_.path("dangling"));
+  for (const std::string& path :
+       {scratch_.path("missing"), scratch_.path("dangling"), ""s, scratch_.write("f") + "\0"s}) {
+    std::optional<Error> error;
+    EXPECT_FALSE(manager_.resolvedPathOfItemAtPath(path, &error));
+    EXPECT_TRUE(error);
+  }
+}
+
+TEST_F(FileManagerMeasureTest, ASizeIsWhatTheFileTakesOnTheDisk) {
+  const std::string large = scratch_.write("large", std::string(300'000, 'x'));
+  const std::string sparse = scratch_.write("sparse", "");
+  fs::resize_file(sparse, 10'000'000);
+  EXPECT_EQ(manager_.sizeOfItemAtPath(large), blocks(large));
+  EXPECT_GE(*manager_.sizeOfItemAtPath(large), 300'000U);
+  EXPECT_LT(*manager_.sizeOfItemAtPath(sparse), 10'000'000U);
+}
+
+TEST_F(FileManagerMeasureTest, ADirectorysSizeIsThatOfEverythingInItButOfNothingBehindLinks) {
+  const std::string one = scratch_.write("dir/one", std::string(100'000, 'x'));
+  const std::string two = scratch_.write("dir/a/b/two", std::string(200'000, 'x'));
+  const std::string outside = scratch_.write("outside/file", std::string(400'000, 'x'));
+  fs::create_directory_symlink(scratch_.path("outside"), scratch_.path("dir/link"));
+  const std::uint64_t expected = blocks(one) + blocks(two) + blocks(scratch_.path("dir")) +
+                                 blocks(scratch_.path("dir/a")) + blocks(scratch_.path("dir/a/b")) +
+                                 blocks(scratch_.path("dir/link"));
+  EXPECT_EQ(manager_.sizeOfItemAtPath(scratch_.path("dir")), expected);
+  EXPECT_EQ(manager_.sizeOfItemAtPath(scratch_.path("dir/link")),
+            blocks(scratch_.path("dir/link")));
+  EXPECT_LT(expected, 700'000U);
+}
+
+TEST_F(FileManagerMeasureTest, WhatIsMissingHasNoSize) {
+  std::optional<Error> error;
+  EXPECT_FALSE(manager_.sizeOfItemAtPath(scratch_.path("missing"), &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, ENOENT);
+}
+
+TEST_F(FileManagerMeasureTest, TheSpaceIsThatOfTheFileSystem) {
+  struct statvfs status {};
+  scratch_.write("file", std::string(100'000, 'x'));
+  ASSERT_EQ(statvfs(scratch_.path().c_str(), &status), 0);
+  const auto space = manager_.spaceAtPath(scratch_.path());
+  ASSERT_TRUE(space);
+  // Others write on this disk too: it can be told from another one, not to the byte.
+  const std::uint64_t total = status.f_blocks * status.f_frsize;
+  EXPECT_GT(space->available, 0U);
+  EXPECT_GT(space->used, 0U);
+  EXPECT_LE(space->used + space->available, total);
+}
+
+TEST_F(FileManagerMeasureTest, APathThatIsMissingHasTheSpaceOfWhatStandsAboveIt) {
+  EXPECT_TRUE(manager_.spaceAtPath(scratch_.path("a/b/c")));
+  EXPECT_TRUE(manager_.spaceAtPath(scratch_.path("a//b/")));
+}
+
+TEST_F(FileManagerMeasureTest, WhatIsNoPathHasNoSpace) {
+  for (const std::string& path : {""s, "missing"s, scratch_.write("f") + "/x", "/\0"s}) {
+    std::optional<Error> error;
+    EXPECT_FALSE(manager_.spaceAtPath(path, &error)) << path;
+    EXPECT_TRUE(error) << path;
+  }
+}
+
+}  // namespace
+}  // namespace kiv::test

@@ -1,0 +1,62 @@
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "KivPlatform/Foundation/files/FileName.h"
+
+namespace {
+
+using kiv::filename::isHarmless;
+using kiv::filename::objection;
+
+struct HostileName {
+  std::string name;
+  std::string_view objection;
+};
+
+class HostileNameTest : public testing::TestWithParam<HostileName> {};
+
+TEST_P(HostileNameTest, IsRefusedWithItsReason) {
+  EXPECT_EQ(objection(GetParam().name), GetParam().objection);
+  EXPECT_FALSE(isHarmless(GetParam().name));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, HostileNameTest,
+    testing::Values(HostileName{"", "is empty"}, HostileName{".", "names a directory"},
+                    HostileName{"..", "names a directory"},
+                    HostileName{std::string("a\0.png", 6), "contains a NUL character"},
+                    HostileName{std::string("\0", 1), "contains a NUL character"},
+                    HostileName{std::string("..\0", 3), "contains a NUL character"},
+                    HostileName{"a/b", "contains a path separator"},
+                    HostileName{"/", "contains a path separator"},
+                    HostileName{"a/", "contains a path separator"},
+                    HostileName{"../a", "contains a path separator"},
+                    HostileName{"..\\a", "contains a path separator"},
+                    HostileName{"C:\\a", "contains a path separator"},
+                    HostileName{std::string(256, 'a'), "is longer than 255 bytes"},
+                    HostileName{std::string(100000, '.'), "is longer than 255 bytes"}));
+
+class HarmlessNameTest : public testing::TestWithParam<std::string> {};
+
+TEST_P(HarmlessNameTest, IsTaken) {
+  EXPECT_EQ(objection(GetParam()), std::nullopt);
+  EXPECT_TRUE(isHarmless(GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, HarmlessNameTest,
+                         testing::Values("a", "banner.png", "...", "..a", "a..", ".hidden", ".zip",
+                                         " ", "a b", "-rf", "~", "*", "%2e%2e", "%2f", "PROMO.ZIP",
+                                         "\xd1\x84\xd0\xb0\xd0\xb9\xd0\xbb.png", "\xf0\x9f\x8e\x81",
+                                         std::string(255, 'a')));
+
+TEST(FileNameTest, LengthCountsBytesNotCharacters) {
+  std::string name;
+  while (name.size() < 254)
+    name += "\xd1\x84";
+  EXPECT_TRUE(isHarmless(name));
+  EXPECT_FALSE(isHarmless(name + "\xd1\x84"));
+}
+
+}  // namespace
