@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -13,9 +14,9 @@ namespace kiv::test {
 class LogCapture {
  public:
   LogCapture() {
-    SystemLog::setHandler([this](std::string_view line) {
-      const std::lock_guard lock(mutex_);
-      lines_.emplace_back(line);
+    SystemLog::setHandler([kept = kept_](std::string_view line) {
+      const std::lock_guard lock(kept->mutex);
+      kept->lines.emplace_back(line);
     });
   }
   LogCapture(const LogCapture&) = delete;
@@ -24,19 +25,24 @@ class LogCapture {
 
   /// The lines so far, in the order in which they were written.
   [[nodiscard]] std::vector<std::string> lines() const {
-    const std::lock_guard lock(mutex_);
-    return lines_;
+    const std::lock_guard lock(kept_->mutex);
+    return kept_->lines;
   }
 
   /// Forgets the lines so far.
   void clear() {
-    const std::lock_guard lock(mutex_);
-    lines_.clear();
+    const std::lock_guard lock(kept_->mutex);
+    kept_->lines.clear();
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
+  /// Shared with the handler, which may still run on another thread when the scope ends.
+  struct Kept {
+    std::mutex mutex;
+    std::vector<std::string> lines;
+  };
+
+  const std::shared_ptr<Kept> kept_ = std::make_shared<Kept>();
 };
 
 }  // namespace kiv::test

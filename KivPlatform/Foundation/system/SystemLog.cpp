@@ -1,6 +1,7 @@
 #include "KivPlatform/Foundation/system/SystemLog.h"
 
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -12,34 +13,43 @@ namespace kiv {
 
 namespace {
 
-struct Sink {
+struct Setting {
   std::mutex mutex;
-  SystemLog::Handler handler;
+  std::shared_ptr<const SystemLog::Handler> handler;
 };
 
 /// Never destroyed: threads may still write while the process exits.
-Sink& sink() {
-  static auto& shared = *new Sink;
+Setting& setting() {
+  static auto& shared = *new Setting;
   return shared;
+}
+
+std::shared_ptr<const SystemLog::Handler> currentHandler() {
+  const std::lock_guard lock(setting().mutex);
+  return setting().handler;
 }
 
 }  // namespace
 
 void SystemLog::write(std::string_view line) {
   const std::string clean = escapingControlCharacters(line);
-  Sink& shared = sink();
-  const std::lock_guard lock(shared.mutex);
-  if (shared.handler) {
-    shared.handler(clean);
-  } else {
+  const auto handler = currentHandler();
+  if (!handler) {
     writePlatformLog(clean);
     std::fprintf(stderr, "%s\n", clean.c_str());
+    return;
+  }
+  try {
+    (*handler)(clean);
+  } catch (...) {  // There is nobody left to tell.
   }
 }
 
 void SystemLog::setHandler(Handler handler) {
-  const std::lock_guard lock(sink().mutex);
-  sink().handler = std::move(handler);
+  std::shared_ptr<const Handler> next;
+  if (handler) next = std::make_shared<const Handler>(std::move(handler));
+  const std::lock_guard lock(setting().mutex);
+  setting().handler.swap(next);  // The former goes after the lock, with what it holds.
 }
 
 }  // namespace kiv

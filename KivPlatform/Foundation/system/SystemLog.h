@@ -19,7 +19,9 @@ class KIV_EXPORT SystemLog {
   static void write(std::string_view line);
 
   /// Sends every further line to `handler` instead; an empty handler brings the system log back.
-  /// The handler is called on whatever thread writes, one line at a time; it must not write itself.
+  /// The handler is called on whatever thread writes, also on several at one time, and no lock is
+  /// held meanwhile. What it throws is lost. A call of the former handler that has begun on another
+  /// thread may end after this has returned.
   static void setHandler(Handler handler);
 };
 
