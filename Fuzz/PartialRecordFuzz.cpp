@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "Fuzz/Require.h"
-#include "KivPlatform/Foundation/system/BootIdentity.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
@@ -127,7 +127,7 @@ void checkFile(const std::string& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   std::string text(kiv::fuzz::textOf(bytes, size));
-  replaceAll(text, "@BOOT@", kiv::bootIdentity());
+  replaceAll(text, "@BOOT@", kiv::system::bootID());
   replaceAll(text, "@URL@", kiv::URLDigest(std::string(url)).text());
   checkText(text);
   checkFile(text);

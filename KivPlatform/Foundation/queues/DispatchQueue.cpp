@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/queues/DispatchQueueState.h"
-#include "KivPlatform/Foundation/system/MainThread.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace kiv {
 
@@ -34,7 +34,7 @@ std::shared_ptr<DispatchQueue> DispatchQueue::ofRunningJob() {
 
 std::shared_ptr<DispatchQueue> DispatchQueue::current() {
   if (State::running) return ofRunningJob();
-  return isMainThread() ? main() : nullptr;
+  return system::isMainThread() ? main() : nullptr;
 }
 
 DispatchQueue::DispatchQueue(std::shared_ptr<State> state) : state_(std::move(state)) {}

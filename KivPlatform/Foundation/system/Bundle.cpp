@@ -11,7 +11,7 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/InstalledResources.h"
-#include "KivPlatform/Foundation/system/LibraryLocation.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace kiv {
 
@@ -69,7 +69,7 @@ std::vector<std::string_view> prefixesOf(std::string_view directory) {
 /// in the prefix that the library was configured for.
 std::string findResourcePath() {
   std::vector<std::string> candidates;
-  if (const auto library = directoryOfThisLibrary()) {
+  if (const auto library = system::directoryOfThisLibrary()) {
     candidates.push_back(*library);
     for (const auto prefix : prefixesOf(*library)) {
       candidates.push_back(path::appendingPathComponent(prefix, "share/KivResource"));

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "KivPlatform/Foundation/system/PlatformLog.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/Foundation/text/ControlCharacters.h"
 
 namespace kiv {
@@ -35,7 +35,7 @@ void SystemLog::write(std::string_view line) {
   const std::string clean = escapingControlCharacters(line);
   const auto handler = currentHandler();
   if (!handler) {
-    writePlatformLog(clean);
+    system::writeLog(clean);
     std::fprintf(stderr, "%s\n", clean.c_str());
     return;
   }

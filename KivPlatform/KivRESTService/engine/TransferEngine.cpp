@@ -4,8 +4,7 @@
 #include <exception>
 #include <utility>
 
-#include "KivPlatform/KivRESTService/engine/BrokenPipeSignal.h"
-#include "KivPlatform/KivRESTService/engine/ThreadName.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace kiv {
 
@@ -126,8 +125,8 @@ void TransferEngine::remind(std::size_t index) {
 // --- The transfer threads ------------------------------------------------------------------------
 
 void TransferEngine::serve(std::size_t index, const LaneHandles& handles) {
-  nameThisThread("KivRESTService");
-  ignoreBrokenPipesOnThisThread();
+  system::nameThisThread("KivRESTService");
+  system::blockBrokenPipeSignalOnThisThread();
   // Let go of here, last and without a lock: closing the connections is work for this thread too.
   LaneHandles owned;
   Lock lock(schedulerMutex_);

@@ -1,6 +1,6 @@
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 
-#include "KivPlatform/Foundation/system/BootIdentity.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/Foundation/values/Value.h"
@@ -36,7 +36,7 @@ std::string PartialRecord::text() const {
                                    {lengthKey, length},
                                    {dateKey, date},
                                    {restFailedKey, restFailed},
-                                   {bootKey, bootIdentity()}});
+                                   {bootKey, system::bootID()}});
 }
 
 std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
@@ -59,7 +59,7 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   record.restFailed = entries[restFailedKey].boolean();
   const std::string_view boot = entries[bootKey].stringView();
   const bool isUsable =
-      !record.version.validator().empty() && !boot.empty() && boot == bootIdentity();
+      !record.version.validator().empty() && !boot.empty() && boot == system::bootID();
   if (!isUsable) return std::nullopt;
   return record;
 }

@@ -6,8 +6,9 @@
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/KivStorageService/store/UserDataDirectory.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace kiv::storage {
 
@@ -40,9 +41,15 @@ std::string namedPath(const std::string& path) {
   return tidied(std::filesystem::absolute(path, failure).string());
 }
 
+/// The name of a directory for this program alone.
+std::string directoryName() {
+  std::string name = system::programName();
+  return filename::isHarmless(name) ? name : "KivResource";
+}
+
 std::string defaultPath() {
-  const std::string data = userDataDirectory();
-  return data.empty() ? data : tidied(path::appendingPathComponent(data, programName()));
+  const std::string data = system::userDataDirectory();
+  return data.empty() ? data : tidied(path::appendingPathComponent(data, directoryName()));
 }
 
 /// The caller holds the mutex.

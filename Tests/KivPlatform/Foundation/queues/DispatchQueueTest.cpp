@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
-#include "KivPlatform/Foundation/system/MainThread.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "Tests/Support/LogCapture.h"
 
 namespace {
@@ -255,7 +255,7 @@ TEST(SerialQueueTest, ManyQueuesComeAndGo) {
 // --- The current queue ---------------------------------------------------------------------------
 
 TEST_F(MainQueueTest, CurrentIsTheMainQueueOnTheMainThread) {
-  ASSERT_TRUE(kiv::isMainThread());
+  ASSERT_TRUE(kiv::system::isMainThread());
   EXPECT_EQ(DispatchQueue::current(), main_);
 }
 
@@ -275,7 +275,7 @@ TEST_F(MainQueueTest, CurrentIsNoneOnAThreadWithoutAQueue) {
   bool isMain = true;
   std::shared_ptr<DispatchQueue> seen = main_;
   std::thread([&] {
-    isMain = kiv::isMainThread();
+    isMain = kiv::system::isMainThread();
     seen = DispatchQueue::current();
   }).join();
   EXPECT_FALSE(isMain);

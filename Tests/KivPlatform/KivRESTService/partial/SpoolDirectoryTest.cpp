@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/system/BootIdentity.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
@@ -292,8 +292,8 @@ TEST_P(BadRecords, AreNotBelieved) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, BadRecords,
-    testing::Values(BadRecord{"OtherRunOfTheComputer", kiv::bootIdentity(), "another"},
-                    BadRecord{"NoRunOfTheComputer", kiv::bootIdentity(), ""},
+    testing::Values(BadRecord{"OtherRunOfTheComputer", kiv::system::bootID(), "another"},
+                    BadRecord{"NoRunOfTheComputer", kiv::system::bootID(), ""},
                     BadRecord{"NoVersion", R"(\"1\")", ""}, BadRecord{"NoJSON", "{", "["},
                     BadRecord{"Truncated", "}", ""},
                     BadRecord{"NoDictionary", "{\"urlDigest\"", "[{\"urlDigest\""},

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/engine/BrokenPipeSignal.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ bool isBlockedOnThisThread() {
 TEST(BrokenPipeSignal, OnTheThreadABrokenPipeIsAnErrorOnly) {
   int failure = 0;
   std::thread([&] {
-    kiv::ignoreBrokenPipesOnThisThread();
+    kiv::system::blockBrokenPipeSignalOnThisThread();
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);
@@ -31,7 +31,7 @@ TEST(BrokenPipeSignal, OnTheThreadABrokenPipeIsAnErrorOnly) {
 
 TEST(BrokenPipeSignal, OtherThreadsAreLeftAlone) {
   std::thread([] {
-    kiv::ignoreBrokenPipesOnThisThread();
+    kiv::system::blockBrokenPipeSignalOnThisThread();
     EXPECT_TRUE(isBlockedOnThisThread());
   }).join();
   EXPECT_FALSE(isBlockedOnThisThread());
