@@ -7,10 +7,9 @@
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
 #include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
-#include "KivPlatform/KivStorageService/archive/PathFolding.h"
-#include "KivPlatform/KivStorageService/archive/UTF8.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 #include "KivResource/KivResourceRESTModule.h"
 #include "KivResource/KivResourceStorageModule.h"
@@ -66,7 +65,7 @@ void checkRelativePath(std::string_view text) {
 }
 
 void checkEntryName(std::string_view name) {
-  if (!storage::utf8::isValid(name)) return;  // refused before it comes to this
+  if (!kiv::unicode::isUTF8(name)) return;  // refused before it comes to this
   if (storage::objectionToEntryName(name, kiv::ArchiveCeilings())) return;
   const auto way = storage::pathOfEntryName(name);
   if (!way.empty()) requireNames(way);
@@ -97,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   checkRelativePath(text);
   checkEntryName(text);
   checkLink(text);
-  const auto folded = storage::foldedName(text);
+  const auto folded = kiv::unicode::folded(text);
   require(folded.size() <= 4 * text.size(), "folding takes a letter apart into few");
   return 0;
 }

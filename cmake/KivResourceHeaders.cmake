@@ -43,6 +43,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/KivRESTService/KivRESTServiceTask.h
   KivPlatform/KivStorageService/ArchiveCeilings.h
   KivPlatform/KivStorageService/KivStorageService.h
+  KivPlatform/KivStorageService/KivStorageServiceErrors.h
 )
 
 # Headers of the framework's own that no host includes: parts of the manager.

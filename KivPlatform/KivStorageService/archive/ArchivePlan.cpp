@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
-#include "KivPlatform/KivStorageService/archive/UTF8.h"
 
 namespace kiv::storage {
 
@@ -14,7 +14,7 @@ std::optional<std::string> objectionToListedEntry(const ArchiveEntry& entry,
                                                   const ArchiveCeilings& ceilings) {
   if (entry.rawName.find('\0') != entry.rawName.npos) return "has a NUL character in its name";
   if (auto objection = objectionToEntryKind(entry, ceilings)) return objection;
-  if (entry.saysUTF8() && !utf8::isValid(entry.rawName)) return "has a name that is no UTF-8";
+  if (entry.saysUTF8() && !unicode::isUTF8(entry.rawName)) return "has a name that is no UTF-8";
   return std::nullopt;
 }
 

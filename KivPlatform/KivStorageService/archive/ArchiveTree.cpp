@@ -1,6 +1,6 @@
 #include "KivPlatform/KivStorageService/archive/ArchiveTree.h"
 
-#include "KivPlatform/KivStorageService/archive/PathFolding.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 
 namespace kiv::storage {
 
@@ -20,7 +20,7 @@ std::optional<std::string> objectionToMeeting(const ArchiveNode& standing, std::
 }  // namespace
 
 const ArchiveNode* ArchiveNode::child(std::string_view childName) const {
-  const auto found = children.find(foldedName(childName));
+  const auto found = children.find(unicode::folded(childName));
   return found != children.end() && found->second->name == childName ? found->second.get()
                                                                      : nullptr;
 }
@@ -40,7 +40,7 @@ std::optional<std::string> ArchiveTree::add(std::string_view path,
     const std::size_t separator = path.find('/');
     const bool isLast = separator == path.npos;
     const std::string_view name = path.substr(0, separator);
-    std::unique_ptr<ArchiveNode>& node = directory->children[foldedName(name)];
+    std::unique_ptr<ArchiveNode>& node = directory->children[unicode::folded(name)];
     if (node) {
       if (auto objection = objectionToMeeting(*node, name, isLast && entry)) return objection;
     } else {

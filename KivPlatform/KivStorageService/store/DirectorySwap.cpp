@@ -7,14 +7,12 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
-#include "KivPlatform/KivStorageService/store/StoredPath.h"
+#include "KivPlatform/KivStorageService/store/SwapNote.h"
 
 namespace kiv::storage {
 
 namespace {
 
-/// The ending of a note's name: the number of the directory that made way precedes it.
-constexpr std::string_view noteSuffix = ".replaced";
 constexpr int mostAttempts = 4;
 
 bool synchronizeParent(const std::string& path, std::optional<Error>* error) {
@@ -38,8 +36,7 @@ bool writeNote(StorageRoot& root, const std::string& spare, std::string_view pat
   auto note = AtomicFile::create(root, Access::owner, error);
   const std::string directory(path::deletingLastPathComponent(spare));
   return note && note->write(path.substr(root.path().size() + 1), error) &&
-         root.prepareDirectory(directory, error) &&
-         note->commit(spare + std::string(noteSuffix), error);
+         root.prepareDirectory(directory, error) && note->commit(swapNotePath(spare), error);
 }
 
 /// Moves the old directory to the spare and the new one in, with the note written already. When
@@ -62,7 +59,7 @@ bool replaceInTwoSteps(StorageRoot& root, const std::string& temporary, const st
   FileManager& files = FileManager::defaultManager();
   const bool isReplaced = moveAsideAndIn(spare->path(), temporary, path, error);
   if (files.itemExistsAtPath(path)) {
-    files.removeItemAtPath(spare->path() + std::string(noteSuffix));
+    files.removeItemAtPath(swapNotePath(spare->path()));
   } else {
     spare->leave();  // the old directory could not move back: the note brings it back
   }
@@ -97,17 +94,6 @@ Attempt attemptSwap(StorageRoot& root, const std::string& temporary, const std::
   return Attempt::failed;
 }
 
-/// Puts back what the note, a file of the process's directory, says.
-void undoSwap(const std::string& notePath, const std::string& rootPath) {
-  FileManager& files = FileManager::defaultManager();
-  const auto note = files.contentsAtPath(notePath);
-  if (!note || objectionToRelativePath(note->view()) || note->empty()) return;
-  const std::string spare = notePath.substr(0, notePath.size() - noteSuffix.size());
-  const std::string path = path::appendingPathComponent(rootPath, note->view());
-  if (!files.itemExistsAtPath(spare) || files.itemExistsAtPath(path)) return;
-  if (files.moveItemAtPath_toPath(spare, path)) synchronizeParent(path, nullptr);
-}
-
 }  // namespace
 
 bool swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path,
@@ -120,17 +106,6 @@ bool swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::s
   if (attempt == Attempt::failed) return false;
   return fail(error,
               systemError(static_cast<int>(std::errc::device_or_resource_busy), "replace", path));
-}
-
-void undoInterruptedSwaps(const std::string& processDirectory, const std::string& rootPath) {
-  FileManager& files = FileManager::defaultManager();
-  if (!files.directoryExistsAtPath(processDirectory)) return;
-  const auto names = files.contentsOfDirectoryAtPath(processDirectory);
-  if (!names) return;
-  for (const std::string& name : *names) {
-    if (!name.ends_with(noteSuffix)) continue;
-    undoSwap(path::appendingPathComponent(processDirectory, name), rootPath);
-  }
 }
 
 }  // namespace kiv::storage

@@ -20,8 +20,4 @@ namespace kiv::storage {
 bool swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path,
                      std::optional<Error>* error);
 
-/// Puts back what swaps of the process whose directory this is have moved away and never replaced,
-/// because it died or the disk failed.
-void undoInterruptedSwaps(const std::string& processDirectory, const std::string& rootPath);
-
 }  // namespace kiv::storage

@@ -102,4 +102,13 @@ std::string ProcessDirectory::nextPath() {
   return path::appendingPathComponent(path_, std::to_string(counter_++));
 }
 
+Temporary::Temporary(std::string path, std::shared_ptr<ProcessDirectory> home)
+    : path_(std::move(path)), home_(std::move(home)) {}
+
+Temporary::~Temporary() {
+  if (!home_) return;
+  FileManager& files = FileManager::defaultManager();
+  if (files.itemExistsAtPath(path_)) files.removeItemAtPath(path_);
+}
+
 }  // namespace kiv::storage

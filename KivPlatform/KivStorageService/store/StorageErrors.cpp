@@ -1,7 +1,7 @@
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 #include "KivPlatform/Foundation/text/ControlCharacters.h"
-#include "KivPlatform/KivStorageService/archive/UTF8.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 
 namespace kiv::storage {
 
@@ -10,7 +10,7 @@ namespace {
 constexpr std::size_t longestQuote = 300;
 
 std::string escaped(std::string_view text) {
-  if (utf8::isValid(text)) return escapingControlCharacters(text);
+  if (unicode::isUTF8(text)) return escapingControlCharacters(text);
   std::string out;
   for (std::size_t at = 0; at < text.size(); ++at) {
     const bool isPlain = text[at] >= ' ' && text[at] <= '~';

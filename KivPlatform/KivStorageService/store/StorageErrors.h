@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "KivPlatform/Foundation/values/Error.h"
-#include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivPlatform/KivStorageService/KivStorageServiceErrors.h"
 
 /// The storage service's own errors.
 namespace kiv::storage {

@@ -5,9 +5,10 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/KivStorageService/store/DirectorySwap.h"
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
+#include "KivPlatform/KivStorageService/store/StoredPath.h"
+#include "KivPlatform/KivStorageService/store/SwapNote.h"
 
 namespace kiv::storage {
 

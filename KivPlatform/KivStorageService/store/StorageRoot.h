@@ -11,12 +11,8 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
-#include "KivPlatform/KivStorageService/store/Temporary.h"
 
 namespace kiv::storage {
-
-/// The directory under its root where the service keeps what is not complete.
-inline constexpr std::string_view privateDirectory = ".KivStorageService";
 
 /// Who may use a file: whom the process's umask lets, or its owner alone.
 enum class Access { shared, owner };

@@ -2,7 +2,6 @@
 
 #include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
-#include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
 namespace kiv::storage {
 

@@ -9,6 +9,9 @@
 /// Where a stored file lies under its root: checks on the text alone.
 namespace kiv::storage {
 
+/// The directory under its root where the service keeps what is not complete.
+inline constexpr std::string_view privateDirectory = ".KivStorageService";
+
 /// The ending that marks the name of an archive, in this spelling only.
 inline constexpr std::string_view archiveSuffix = ".zip";
 

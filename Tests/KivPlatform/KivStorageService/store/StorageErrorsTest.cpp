@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivStorageService/archive/UTF8.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 namespace kiv::storage {
@@ -20,7 +20,7 @@ TEST(StorageErrorsTest, ShortensLongNamesWithoutCuttingACharacter) {
   const std::string shown = storage::quoted(name);
   EXPECT_LT(shown.size(), 320U);
   EXPECT_NE(shown.find("..."), shown.npos);
-  EXPECT_TRUE(utf8::isValid(shown));
+  EXPECT_TRUE(unicode::isUTF8(shown));
 }
 
 }  // namespace

@@ -1,11 +1,24 @@
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivStorageService/archive/PathFolding.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 
-namespace kiv::storage {
+namespace kiv::unicode {
 namespace {
 
-TEST(PathFoldingTest, NamesThatSomeFileSystemTakesForOneFoldAlike) {
+TEST(UnicodeTest, UTF8OfEveryLengthIsWellFormed) {
+  EXPECT_TRUE(isUTF8(""));
+  EXPECT_TRUE(isUTF8("a\u00e9\u65e5\U0001F600"));
+}
+
+TEST(UnicodeTest, WhatIsNotWellFormedIsNoUTF8) {
+  for (const std::string_view text :
+       {"\x80", "\xff", "\xc3", "\xc3z", "\xe2\x82", "\xf0\x9f\x98", "\xc0\xaf", "\xe0\x80\xaf",
+        "\xf0\x80\x80\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80"}) {
+    EXPECT_FALSE(isUTF8(text)) << testing::PrintToString(text);
+  }
+}
+
+TEST(UnicodeTest, NamesThatSomeFileSystemTakesForOneFoldAlike) {
   const std::pair<const char*, const char*> pairs[] = {
       {"README.TXT", "readme.txt"},
       {"caf\u00e9", "cafe\u0301"},
@@ -34,36 +47,36 @@ TEST(PathFoldingTest, NamesThatSomeFileSystemTakesForOneFoldAlike) {
       {"\u0390", "\u1fd3"},
   };
   for (const auto& [one, other] : pairs)
-    EXPECT_EQ(foldedName(one), foldedName(other)) << one;
+    EXPECT_EQ(folded(one), folded(other)) << one;
 }
 
-TEST(PathFoldingTest, FoldingTwiceChangesNothingMore) {
+TEST(UnicodeTest, FoldingTwiceChangesNothingMore) {
   const std::string name = "\u212a\u1ec6\ud55c";
-  EXPECT_EQ(foldedName(name), U"ke\u0323\u0302\u1112\u1161\u11ab");
-  EXPECT_EQ(foldedName("ke\u0323\u0302\u1112\u1161\u11ab"), foldedName(name));
+  EXPECT_EQ(folded(name), U"ke\u0323\u0302\u1112\u1161\u11ab");
+  EXPECT_EQ(folded("ke\u0323\u0302\u1112\u1161\u11ab"), folded(name));
 }
 
-TEST(PathFoldingTest, NamesOfAnyLengthFold) {
-  EXPECT_EQ(foldedName(""), U"");
+TEST(UnicodeTest, NamesOfAnyLengthFold) {
+  EXPECT_EQ(folded(""), U"");
   const std::string one = "\u0390";
   std::string many;
   for (int i = 0; i < 1000; ++i)
     many += one;
-  EXPECT_EQ(foldedName(many).size(), 1000 * foldedName(one).size());
+  EXPECT_EQ(folded(many).size(), 1000 * folded(one).size());
 }
 
-TEST(PathFoldingTest, ANameThatIsNoUTF8FoldsByteByByte) {
-  EXPECT_EQ(foldedName("A\xff\xc3\x89"), U"a\u00ff\u00c3\u0089");
+TEST(UnicodeTest, ANameThatIsNoUTF8FoldsByteByByte) {
+  EXPECT_EQ(folded("A\xff\xc3\x89"), U"a\u00ff\u00c3\u0089");
 }
 
-TEST(PathFoldingTest, OtherNamesFoldApart) {
+TEST(UnicodeTest, OtherNamesFoldApart) {
   const std::pair<const char*, const char*> pairs[] = {
       {"a", "b"},           {"caf\u00e9", "cafe"}, {"\u0435", "e"},
       {"a1", "a\u00b9"},    {"\xff", "\xfe"},      {"\uac00", "\uac01"},
       {"\u30ab", "\uff76"}, {"\u200d", ""},        {"\xc3", "\u00c3"}};
   for (const auto& [one, other] : pairs)
-    EXPECT_NE(foldedName(one), foldedName(other)) << one;
+    EXPECT_NE(folded(one), folded(other)) << one;
 }
 
 }  // namespace
-}  // namespace kiv::storage
+}  // namespace kiv::unicode

@@ -1,10 +1,12 @@
-#include "KivPlatform/KivStorageService/archive/PathFolding.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 
 #include <cstddef>
 #include <utf8proc.h>
 #include <vector>
 
-namespace kiv::storage {
+#include <simdjson.h>
+
+namespace kiv::unicode {
 
 namespace {
 
@@ -20,7 +22,11 @@ std::u32string foldedBytes(std::string_view name) {
 
 }  // namespace
 
-std::u32string foldedName(std::string_view name) {
+bool isUTF8(std::string_view text) {
+  return simdjson::validate_utf8(text.data(), text.size());
+}
+
+std::u32string folded(std::string_view name) {
   constexpr auto form =
       static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_CASEFOLD);
   const auto* const bytes = reinterpret_cast<const utf8proc_uint8_t*>(name.data());
@@ -35,4 +41,4 @@ std::u32string foldedName(std::string_view name) {
   return {points.begin(), points.begin() + count};
 }
 
-}  // namespace kiv::storage
+}  // namespace kiv::unicode
