@@ -1,7 +1,7 @@
 #pragma once
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
 namespace kiv {
 

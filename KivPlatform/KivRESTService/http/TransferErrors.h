@@ -5,7 +5,7 @@
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Error.h"
-#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
 namespace kiv {
 
