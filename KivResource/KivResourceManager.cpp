@@ -159,6 +159,14 @@ void KivResourceManager::removeObserver(
 
 // --- Steps ---------------------------------------------------------------------------------------
 
+kiv::ManagerStep KivResourceManager::beginStep() {
+  return {stepDepth_, [this] { endStep(); }};
+}
+
+kiv::ManagerStep KivResourceManager::beginStepOfTurn() {
+  return {stepDepth_, [this] { endStepWithTurn(); }};
+}
+
 void KivResourceManager::endStep() {
   kiv::insist([this] { saveChanges(); });
   for (auto& announcement : std::exchange(announcements_, {}))

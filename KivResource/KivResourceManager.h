@@ -21,6 +21,7 @@
 #include "KivResource/KivResourceRESTModule.h"
 
 namespace kiv {
+class ManagerStep;
 class PendingRemovals;
 class SavedList;
 }  // namespace kiv
@@ -193,9 +194,10 @@ class KIV_EXPORT KivResourceManager final
   void completeDownload(const std::optional<kiv::Data>& data,
                         const std::optional<kiv::Error>& error, const std::string& fileLink,
                         const std::shared_ptr<KivResource>& resource);
-  /// One step of the manager: what changed is saved, and what is to be heard is sent, when the
+  /// Begins a step of the manager: what changed is saved, and what is to be heard is sent, when the
   /// outermost step ends, or, for downloads that complete in one turn of the queue, once for all.
-  class Step;
+  kiv::ManagerStep beginStep();
+  kiv::ManagerStep beginStepOfTurn();
   void endStep();
   void endStepWithTurn();
   /// Brings the disk up to the registry: saves the list, and when it is there removes the files

@@ -6,6 +6,7 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
+#include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceStorageModule.h"
@@ -42,7 +43,7 @@ kiv::Error outOfMemory(const std::string& fileLink) {
 
 void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
-  const Step step(*this);
+  const auto step = beginStep();
   settleBefore(removals_->affect(*resource));
   if (resource->filesExist()) {
     // Complete on arrival: older versions with the same identifier stay beside it.
@@ -94,7 +95,7 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
                                           const std::optional<kiv::Error>& error,
                                           const std::string& fileLink,
                                           const std::shared_ptr<KivResource>& resource) {
-  const Step step(*this, Step::End::withTurn);
+  const auto step = beginStepOfTurn();
   const bool isTaken = kiv::contain([&] {
     const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
     if (error || !data) {
@@ -114,7 +115,7 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     const kiv::Data& data, const std::string& fileLink,
     const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
-  const Step step(*this);
+  const auto step = beginStep();
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
   const auto item = KivResourceStorageModule::pathOfItemSavedWithName(fileName);
   settleBefore(item && removals_->affectSaving(*item));
@@ -131,7 +132,7 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,
                                                    const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
-  const Step step(*this);
+  const auto step = beginStep();
   settleBefore(removals_->affect(path) || removals_->affect(*resource));
   resource->setPath(path);
   if (!resource->filesExist()) return;
@@ -154,7 +155,7 @@ void KivResourceManager::removeOldResourcesForResource(
 
 void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
-  const Step step(*this);
+  const auto step = beginStep();
   markFiles(resource);
 }
 

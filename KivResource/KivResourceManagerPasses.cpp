@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/NSError+KivResource.h"
 
@@ -27,7 +28,7 @@ void KivResourceManager::updateResourcesForConfig(const kiv::Value& config) {
 void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const kiv::Value& config, const std::optional<std::string>& resourceID,
     const std::optional<std::string>& type, bool replace) {
-  const Step step(*this);
+  const auto step = beginStep();
   // So that the new resources do not find files that are to be removed; and a list that could not
   // be written is tried again.
   listIsChanged_ = listIsChanged_ || listIsOutOfDate_;
@@ -62,7 +63,7 @@ void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
 
 void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceArray& newResources,
                                                             bool deleteRest) {
-  const Step step(*this);
+  const auto step = beginStep();
   // All are paired before any is merged: the merge goes by the registry as it stood at its start.
   auto counterparts = loadedResources_->counterparts(newResources);
   for (std::size_t index = 0; index < newResources.size(); ++index)
@@ -83,7 +84,7 @@ void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resou
 }
 
 void KivResourceManager::finishLoading() {
-  const Step step(*this);
+  const auto step = beginStep();
   if (resourcesForRemove_) {
     for (const auto& resource : *resourcesForRemove_)
       removeResource(resource);
@@ -94,7 +95,7 @@ void KivResourceManager::finishLoading() {
 }
 
 void KivResourceManager::stopLoading() {
-  const Step step(*this);
+  const auto step = beginStep();
   if (loader_) loader_->canselLoading();
   loadingResourcesFilesCount_ = 0;
   // Not finishLoading(): what a stopped update pass was going to remove stays.

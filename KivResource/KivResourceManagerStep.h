@@ -1,8 +1,8 @@
 #pragma once
 
 #include <exception>
-
-#include "KivResource/KivResourceManager.h"
+#include <functional>
+#include <utility>
 
 namespace kiv {
 
@@ -25,8 +25,6 @@ void insist(const Part& part) noexcept {
   if (!contain(part)) contain(part);
 }
 
-}  // namespace kiv
-
 /// The scope of one step of the manager. Steps nest: an operation that is one is made of others.
 ///
 /// Within a step the manager only notes that the list has changed, which files are to go and what
@@ -38,28 +36,21 @@ void insist(const Part& part) noexcept {
 /// job runs before that end, a removal that could change the answer to a question to the disk is
 /// carried out before the question (PendingRemovals), and the last download of a pass does not
 /// share its end.
-class KivResourceManager::Step {
+class ManagerStep {
  public:
-  enum class End {
-    now,
-    withTurn,  ///< Where a job of a queue runs: when its turn ends.
-  };
-
-  explicit Step(KivResourceManager& manager, End end = End::now) : manager_(manager), end_(end) {
-    ++manager_.stepDepth_;
+  /// `depth` counts the steps that are open; `end` is called when the outermost one ends.
+  ManagerStep(int& depth, std::function<void()> end) : depth_(depth), end_(std::move(end)) {
+    ++depth_;
   }
-  Step(const Step&) = delete;
-  Step& operator=(const Step&) = delete;
-  ~Step() {
-    if (--manager_.stepDepth_ > 0) return;
-    if (end_ == End::withTurn) {
-      manager_.endStepWithTurn();
-    } else {
-      manager_.endStep();
-    }
+  ManagerStep(const ManagerStep&) = delete;
+  ManagerStep& operator=(const ManagerStep&) = delete;
+  ~ManagerStep() {
+    if (--depth_ == 0) end_();
   }
 
  private:
-  KivResourceManager& manager_;
-  const End end_;
+  int& depth_;
+  const std::function<void()> end_;
 };
+
+}  // namespace kiv

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "KivPlatform/Foundation/files/FileManager.h"
-
 namespace kiv {
+
+class FileManager;
 
 /// The file manager that works on the operating system's files. It is never destroyed.
 FileManager& systemFileManager();

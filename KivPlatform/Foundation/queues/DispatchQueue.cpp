@@ -2,7 +2,9 @@
 
 #include <utility>
 
-#include "KivPlatform/Foundation/queues/DispatchQueueState.h"
+#include "KivPlatform/Foundation/queues/QueueState.h"
+#include "KivPlatform/Foundation/queues/SerialQueues.h"
+#include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace kiv {
@@ -10,7 +12,7 @@ namespace kiv {
 std::shared_ptr<DispatchQueue> DispatchQueue::main() {
   // Never destroyed: threads may still add jobs while the process exits.
   static auto& queue = *new std::shared_ptr<DispatchQueue>([] {
-    const auto state = std::make_shared<State>("main", State::ServedBy::host);
+    const auto state = std::make_shared<QueueState>("main", QueueState::ServedBy::host);
     std::shared_ptr<DispatchQueue> made(new DispatchQueue(state));
     state->handle = made;
     callInForkedChildren([] { main()->state_->forgetOtherThreads(); });
@@ -20,24 +22,34 @@ std::shared_ptr<DispatchQueue> DispatchQueue::main() {
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label) {
-  const auto state = std::make_shared<State>(std::move(label), State::ServedBy::ownThread);
+  const auto state =
+      std::make_shared<QueueState>(std::move(label), QueueState::ServedBy::ownThread);
   std::shared_ptr<DispatchQueue> queue(new DispatchQueue(state));
   state->handle = queue;
+  state->renew = [former = std::weak_ptr(queue)]() -> std::shared_ptr<QueueState> {
+    const auto handle = former.lock();
+    if (!handle) return nullptr;
+    const auto next =
+        std::make_shared<QueueState>(handle->label(), QueueState::ServedBy::ownThread);
+    next->handle = handle;
+    next->renew = handle->state_->renew;
+    return handle->state_ = next;
+  };
   if (!state->startThread()) return nullptr;
-  SerialQueues::add(state);
+  addSerialQueue(state);
   return queue;
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::ofRunningJob() {
-  return State::running ? State::running->handle.lock() : nullptr;
+  return QueueState::running ? QueueState::running->handle.lock() : nullptr;
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::current() {
-  if (State::running) return ofRunningJob();
+  if (QueueState::running) return ofRunningJob();
   return system::isMainThread() ? main() : nullptr;
 }
 
-DispatchQueue::DispatchQueue(std::shared_ptr<State> state) : state_(std::move(state)) {}
+DispatchQueue::DispatchQueue(std::shared_ptr<QueueState> state) : state_(std::move(state)) {}
 
 DispatchQueue::~DispatchQueue() {
   std::thread thread;
@@ -74,8 +86,8 @@ void DispatchQueue::async(std::vector<Job> jobs, const void* turn) {
 
 void DispatchQueue::atEndOfTurn(Job job) {
   if (!job) return;
-  if (State::running) {
-    State::running->addTurnEnd(std::move(job));
+  if (QueueState::running) {
+    QueueState::running->addTurnEnd(std::move(job));
   } else {
     job();
   }
@@ -99,7 +111,7 @@ void DispatchQueue::run() {
 }
 
 void DispatchQueue::stop() {
-  if (state_->servedBy != State::ServedBy::host) return;
+  if (state_->servedBy != QueueState::ServedBy::host) return;
   {
     const std::lock_guard lock(state_->mutex);
     state_->stopped = true;
@@ -108,7 +120,7 @@ void DispatchQueue::stop() {
 }
 
 void DispatchQueue::setWakeUpHandler(std::function<void()> handler) {
-  if (state_->servedBy != State::ServedBy::host) return;
+  if (state_->servedBy != QueueState::ServedBy::host) return;
   std::shared_ptr<const std::function<void()>> next;
   if (handler) next = std::make_shared<const std::function<void()>>(std::move(handler));
   state_->setWakeUp(std::move(next));

@@ -11,6 +11,8 @@
 
 namespace kiv {
 
+struct QueueState;
+
 /// A serial queue: runs the jobs given to it one at a time, in the order in which they came.
 ///
 /// There are two sorts. A queue from serial() has a thread of its own. The main queue belongs to
@@ -86,12 +88,9 @@ class KIV_EXPORT DispatchQueue {
   void setWakeUpHandler(std::function<void()> handler);
 
  private:
-  struct State;
-  class SerialQueues;
-  friend bool stopSerialQueuesAtExit() noexcept;
-  explicit DispatchQueue(std::shared_ptr<State> state);
+  explicit DispatchQueue(std::shared_ptr<QueueState> state);
 
-  std::shared_ptr<State> state_;
+  std::shared_ptr<QueueState> state_;
 };
 
 }  // namespace kiv

@@ -1,22 +1,47 @@
 #include "KivPlatform/Foundation/queues/SerialQueues.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <mutex>
+#include <vector>
 
-#include "KivPlatform/Foundation/queues/DispatchQueueState.h"
+#include "KivPlatform/Foundation/queues/QueueState.h"
+#include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/values/JSON.h"
 
 namespace kiv {
 
-std::atomic<bool> DispatchQueue::SerialQueues::areUsed_ = false;
+namespace {
 
-DispatchQueue::SerialQueues& DispatchQueue::SerialQueues::shared() {
+class SerialQueues {
+ public:
+  static void add(const std::shared_ptr<QueueState>& queue);
+  static void stop();
+
+ private:
+  static SerialQueues& shared();
+  SerialQueues();
+
+  static void beginAgain();
+  std::vector<std::shared_ptr<QueueState>> living();
+
+  static std::atomic<bool> areUsed_;
+  std::mutex mutex_;
+  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::queues};
+  std::vector<std::weak_ptr<QueueState>> all_;
+  std::vector<std::shared_ptr<QueueState>> ofParent_;  // in a child of fork: kept for good
+};
+
+std::atomic<bool> SerialQueues::areUsed_ = false;
+
+SerialQueues& SerialQueues::shared() {
   // Never destroyed: queues may come and go while the process exits.
   static auto& queues = *new SerialQueues;
   return queues;
 }
 
-DispatchQueue::SerialQueues::SerialQueues() {
+SerialQueues::SerialQueues() {
   // Handlers run last in, first out: what the JSON library makes when it is first used is to be
   // there before this one is registered, and so is destroyed after the queues have stopped.
   JSON::read("[\"\"]");
@@ -25,20 +50,16 @@ DispatchQueue::SerialQueues::SerialQueues() {
   areUsed_ = true;
 }
 
-bool stopSerialQueuesAtExit() noexcept {
-  return std::atexit(&DispatchQueue::SerialQueues::stop) == 0;
-}
-
-void DispatchQueue::SerialQueues::add(const std::shared_ptr<State>& queue) {
+void SerialQueues::add(const std::shared_ptr<QueueState>& queue) {
   SerialQueues& queues = shared();
   const std::lock_guard lock(queues.mutex_);
   std::erase_if(queues.all_, [](const auto& other) { return other.expired(); });
   queues.all_.push_back(queue);
 }
 
-std::vector<std::shared_ptr<DispatchQueue::State>> DispatchQueue::SerialQueues::living() {
+std::vector<std::shared_ptr<QueueState>> SerialQueues::living() {
   const std::lock_guard lock(mutex_);
-  std::vector<std::shared_ptr<State>> queues;
+  std::vector<std::shared_ptr<QueueState>> queues;
   for (const auto& queue : all_) {
     if (auto state = queue.lock()) queues.push_back(std::move(state));
   }
@@ -47,7 +68,7 @@ std::vector<std::shared_ptr<DispatchQueue::State>> DispatchQueue::SerialQueues::
 
 /// At the end of the process. A job that waits for the thread that ends the process must not keep
 /// it from ending.
-void DispatchQueue::SerialQueues::stop() {
+void SerialQueues::stop() {
   constexpr std::chrono::seconds longestJob{30};
   if (!areUsed_) return;
   const auto queues = shared().living();
@@ -60,17 +81,25 @@ void DispatchQueue::SerialQueues::stop() {
 
 /// In a child of fork. What was there is the parent's: its jobs run there, and what they hold must
 /// not be let go of here.
-void DispatchQueue::SerialQueues::beginAgain() {
+void SerialQueues::beginAgain() {
   auto formers = shared().living();
   shared().all_.clear();
   for (auto& former : formers) {
-    const auto handle = former->handle.lock();
-    if (!handle) continue;
-    handle->state_ = std::make_shared<State>(former->label, State::ServedBy::ownThread);
-    handle->state_->handle = handle;
-    add(handle->state_);
+    const auto next = former->renew();
+    if (!next) continue;
+    add(next);
     shared().ofParent_.push_back(std::move(former));
   }
+}
+
+}  // namespace
+
+void addSerialQueue(const std::shared_ptr<QueueState>& queue) {
+  SerialQueues::add(queue);
+}
+
+bool stopSerialQueuesAtExit() noexcept {
+  return std::atexit(&SerialQueues::stop) == 0;
 }
 
 }  // namespace kiv

@@ -13,6 +13,19 @@
 
 namespace kiv {
 
+/// The file that holds the bytes of some data. Used from different threads.
+class KIV_EXPORT DataFile {
+ public:
+  virtual ~DataFile() = default;
+  /// The bytes, which stay where they are as long as this lives.
+  [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
+  /// Copies `count` bytes from `offset` on; false where they cannot be read, or are not there.
+  virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                         std::optional<Error>* error) const = 0;
+  /// The file's path, once: it is the caller's from then on.
+  virtual std::optional<std::string> take() = 0;
+};
+
 /// Immutable bytes, cheap to copy: copies share one buffer, or one file, which lives as long as any
 /// of them. Copies may be used from different threads.
 class KIV_EXPORT Data {
@@ -24,12 +37,8 @@ class KIV_EXPORT Data {
   /// The same; gives them back to `release`, on whatever thread it is, when the last copy goes.
   Data(std::string bytes, std::function<void(std::string)> release);
 
-  /// Takes over the regular file at the path, which nobody may write to any more. Its bytes are
-  /// mapped, not read, and it takes a descriptor. The file is removed with the last copy, unless
-  /// takeFile() handed it on; `keeper` is let go of at that moment too. Nothing where the file
-  /// cannot be mapped; it is then left alone.
-  static std::optional<Data> ofFileAtPath(std::string path, std::shared_ptr<void> keeper = nullptr,
-                                          std::optional<Error>* error = nullptr);
+  /// Bytes that lie in a file, which goes with the last copy; see fileDataAtPath().
+  explicit Data(std::shared_ptr<DataFile> file) noexcept;
 
   /// The path of the file that holds the bytes, for whoever wants to move it to where it shall stay
   /// instead of writing the bytes again: the file is the caller's from now on, to move or to
@@ -52,13 +61,11 @@ class KIV_EXPORT Data {
   friend bool operator==(const Data& a, const Data& b) noexcept { return a.view() == b.view(); }
 
  private:
-  class Contents;
-  class MemoryContents;
-  class FileContents;
+  class Memory;
 
-  explicit Data(std::shared_ptr<const Contents> contents) noexcept;
-
-  std::shared_ptr<const Contents> contents_;
+  // One of them at most.
+  std::shared_ptr<const Memory> memory_;
+  std::shared_ptr<DataFile> file_;
 };
 
 }  // namespace kiv

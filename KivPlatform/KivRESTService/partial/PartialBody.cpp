@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "KivPlatform/Foundation/files/FileData.h"
 #include "KivPlatform/KivRESTService/http/HTTPDate.h"
 
 namespace kiv {
@@ -118,7 +119,7 @@ std::optional<Data> PartialBody::finish(std::unique_ptr<PartialBody> body,
   const std::string path = body->partPath_;
   // The lock stays with the file until somebody has moved it away.
   const std::shared_ptr<PartialBody> keeper = std::move(body);
-  auto data = Data::ofFileAtPath(path, keeper, error);
+  auto data = fileDataAtPath(path, keeper, error);
   keeper->isHandedOn_ = data.has_value();
   if (!data) keeper->discard();
   return data;

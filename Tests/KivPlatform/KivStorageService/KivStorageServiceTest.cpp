@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <sys/stat.h>
 
+#include "KivPlatform/Foundation/files/FileData.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
@@ -51,7 +52,7 @@ TEST_F(KivStorageServiceTest, AFileThatHoldsTheBytesIsMovedAndNotCopied) {
   put(root() + "/spooled", "bytes");
   struct stat before {};
   ASSERT_EQ(::stat((root() + "/spooled").c_str(), &before), 0);
-  const auto data = Data::ofFileAtPath(root() + "/spooled");
+  const auto data = kiv::fileDataAtPath(root() + "/spooled");
   ASSERT_TRUE(data);
   FaultyFileManager files;
   EXPECT_TRUE(
@@ -72,7 +73,7 @@ TEST_F(KivStorageServiceTest, AFileThatHoldsTheBytesIsMovedAndNotCopied) {
 
 TEST_F(KivStorageServiceTest, TheSameFileIsSavedAgainFromItsBytes) {
   put(root() + "/spooled", "bytes");
-  const auto data = Data::ofFileAtPath(root() + "/spooled");
+  const auto data = kiv::fileDataAtPath(root() + "/spooled");
   ASSERT_TRUE(data);
   for (const char* const name : {"a.png", "a.png", "b.png"}) {
     EXPECT_TRUE(
@@ -83,7 +84,7 @@ TEST_F(KivStorageServiceTest, TheSameFileIsSavedAgainFromItsBytes) {
 
 TEST_F(KivStorageServiceTest, AFileThatCannotBeMovedIsCopied) {
   put(root() + "/spooled", "bytes");
-  const auto data = Data::ofFileAtPath(root() + "/spooled");
+  const auto data = kiv::fileDataAtPath(root() + "/spooled");
   ASSERT_TRUE(data);
   FaultyFileManager files;
   files.setFault(FaultyFileManager::Fault{3, EXDEV});
@@ -96,7 +97,7 @@ TEST_F(KivStorageServiceTest, AnArchiveInAFileIsUnpackedAndTheFileGoes) {
   const test::UnguardedRemovals unguarded;
   put(root() + "/spooled", pageArchive("page"));
   {
-    const auto data = Data::ofFileAtPath(root() + "/spooled");
+    const auto data = kiv::fileDataAtPath(root() + "/spooled");
     ASSERT_TRUE(data);
     EXPECT_TRUE(KivStorageService::saveData_forFileName_atRelativePath_error(*data, "promo.zip",
                                                                              resources));

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include "KivPlatform/Foundation/files/FileData.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/ForwardingFileManager.h"
@@ -46,7 +47,7 @@ class StorageCutOffTest : public StorageServiceFixture {
 
   Data spooled(std::string_view bytes) {
     put(spoolPath_, bytes);
-    return Data::ofFileAtPath(spoolPath_).value();
+    return kiv::fileDataAtPath(spoolPath_).value();
   }
 
   static std::optional<Error> saveData(std::string_view name, const Data& data) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "KivPlatform/Foundation/files/FileData.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "Tests/Support/RemovalGuard.h"
 #include "Tests/Support/TemporaryDirectory.h"
@@ -77,7 +78,7 @@ class DataFileTest : public testing::Test {
 };
 
 TEST_F(DataFileTest, HoldsTheBytesOfTheFile) {
-  const auto data = Data::ofFileAtPath(path_);
+  const auto data = kiv::fileDataAtPath(path_);
   ASSERT_TRUE(data);
   EXPECT_EQ(data->view(), "bytes");
   EXPECT_EQ(*data, Data(std::string("bytes")));
@@ -85,7 +86,7 @@ TEST_F(DataFileTest, HoldsTheBytesOfTheFile) {
 
 TEST_F(DataFileTest, TheFileGoesWithTheLastCopy) {
   const kiv::test::UnguardedRemovals unguarded;
-  auto data = Data::ofFileAtPath(path_);
+  auto data = kiv::fileDataAtPath(path_);
   auto copy = std::make_optional(*data);
   data.reset();
   EXPECT_TRUE(isThere());
@@ -94,7 +95,7 @@ TEST_F(DataFileTest, TheFileGoesWithTheLastCopy) {
 }
 
 TEST_F(DataFileTest, AFileThatIsTakenIsTheTakers) {
-  auto data = Data::ofFileAtPath(path_);
+  auto data = kiv::fileDataAtPath(path_);
   const auto copy = *data;
   EXPECT_EQ(copy.takeFile(), path_);
   EXPECT_EQ(data->takeFile(), std::nullopt) << "once, of all copies";
@@ -107,29 +108,29 @@ TEST_F(DataFileTest, AFileThatIsTakenIsTheTakers) {
 TEST_F(DataFileTest, TheKeeperGoesWithTheFileOrWhenItIsTaken) {
   auto keeper = std::make_shared<int>(1);
   const std::weak_ptr<int> watched = keeper;
-  auto data = Data::ofFileAtPath(path_, std::move(keeper));
+  auto data = kiv::fileDataAtPath(path_, std::move(keeper));
   EXPECT_FALSE(watched.expired());
   (void)data->takeFile();
   EXPECT_TRUE(watched.expired());
 
   keeper = std::make_shared<int>(2);
   const std::weak_ptr<int> other = keeper;
-  data = Data::ofFileAtPath(path_, std::move(keeper));
+  data = kiv::fileDataAtPath(path_, std::move(keeper));
   data.reset();
   EXPECT_TRUE(other.expired());
 }
 
 TEST_F(DataFileTest, AnEmptyFileHasNoBytes) {
-  const auto empty = Data::ofFileAtPath(directory_.write("empty", ""));
+  const auto empty = kiv::fileDataAtPath(directory_.write("empty", ""));
   ASSERT_TRUE(empty);
   EXPECT_TRUE(empty->empty());
 }
 
 TEST_F(DataFileTest, WhatCannotBeMappedIsLeftAlone) {
   std::optional<kiv::Error> error;
-  EXPECT_FALSE(Data::ofFileAtPath(directory_.path("missing"), nullptr, &error));
+  EXPECT_FALSE(kiv::fileDataAtPath(directory_.path("missing"), nullptr, &error));
   EXPECT_TRUE(error);
-  EXPECT_FALSE(Data::ofFileAtPath(directory_.path()));
+  EXPECT_FALSE(kiv::fileDataAtPath(directory_.path()));
   EXPECT_TRUE(std::filesystem::exists(directory_.path()));
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "KivPlatform/Foundation/files/FileData.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/ForwardingFileManager.h"
 
@@ -46,7 +47,7 @@ class ArchiveListBoundTest : public StorageServiceFixture {
     put(scratch_.path("archive"), archive);
     std::optional<Error> error;
     KivStorageService::saveData_forFileName_atRelativePath_error(
-        *Data::ofFileAtPath(scratch_.path("archive")), "promo.zip", resources, &error);
+        *kiv::fileDataAtPath(scratch_.path("archive")), "promo.zip", resources, &error);
     return error ? error->localizedDescription() : "";
   }
 

@@ -1,4 +1,4 @@
-#include "KivPlatform/Foundation/queues/DispatchQueueState.h"
+#include "KivPlatform/Foundation/queues/QueueState.h"
 
 #include <exception>
 #include <new>
@@ -31,9 +31,9 @@ void call(const std::function<void()>& code, std::string_view source, const std:
 
 }  // namespace
 
-thread_local DispatchQueue::State* DispatchQueue::State::running = nullptr;
+thread_local QueueState* QueueState::running = nullptr;
 
-void DispatchQueue::State::add(std::vector<Job> added, const void* itsTurn) {
+void QueueState::add(std::vector<Job> added, const void* itsTurn) {
   bool wasEmpty = false;
   {
     const std::lock_guard lock(mutex);
@@ -47,7 +47,7 @@ void DispatchQueue::State::add(std::vector<Job> added, const void* itsTurn) {
 }
 
 /// All of them or, where memory has run out, none.
-void DispatchQueue::State::append(std::vector<Job>& added, const void* itsTurn) {
+void QueueState::append(std::vector<Job>& added, const void* itsTurn) {
   const std::size_t before = jobs.size();
   try {
     for (std::size_t index = 0; index < added.size(); ++index) {
@@ -61,12 +61,12 @@ void DispatchQueue::State::append(std::vector<Job>& added, const void* itsTurn) 
   }
 }
 
-bool DispatchQueue::State::isEmpty() {
+bool QueueState::isEmpty() {
   const std::lock_guard lock(mutex);
   return jobs.empty();
 }
 
-bool DispatchQueue::State::runNext() {
+bool QueueState::runNext() {
   Entry next;
   {
     const std::lock_guard lock(mutex);
@@ -80,8 +80,8 @@ bool DispatchQueue::State::runNext() {
   return true;
 }
 
-void DispatchQueue::State::run(Job job) {
-  State* const outer = std::exchange(running, this);
+void QueueState::run(Job job) {
+  QueueState* const outer = std::exchange(running, this);
   call(job, "A job", label);
   job = nullptr;  // what the job holds is let go of while it still counts as running
   running = outer;
@@ -91,7 +91,7 @@ void DispatchQueue::State::run(Job job) {
 
 /// Jobs that come later do not continue the turn: what waits for its end would wait for as long as
 /// they keep coming.
-void DispatchQueue::State::addTurnEnd(Job job) {
+void QueueState::addTurnEnd(Job job) {
   if (turnEnds.empty()) {
     const std::lock_guard lock(mutex);
     lastOfTurn = lastNumber;
@@ -100,14 +100,14 @@ void DispatchQueue::State::addTurnEnd(Job job) {
 }
 
 /// True where the next job belongs to the turn of the one that ran last.
-bool DispatchQueue::State::turnContinues() {
+bool QueueState::turnContinues() {
   const std::lock_guard lock(mutex);
   const bool returnsToHost = stopped && servedBy == ServedBy::host;
   if (!turn || returnsToHost || isClosed || jobs.empty()) return false;
   return jobs.front().turn == turn && jobs.front().number <= lastOfTurn;
 }
 
-void DispatchQueue::State::endTurn() {
+void QueueState::endTurn() {
   while (!turnEnds.empty()) {
     for (Job& job : std::exchange(turnEnds, {}))
       run(std::move(job));
@@ -116,7 +116,7 @@ void DispatchQueue::State::endTurn() {
 
 // --- The host's loop -----------------------------------------------------------------------------
 
-std::size_t DispatchQueue::State::drain() {
+std::size_t QueueState::drain() {
   std::size_t waiting = 0;
   {
     const std::lock_guard lock(mutex);
@@ -130,7 +130,7 @@ std::size_t DispatchQueue::State::drain() {
   return ran;
 }
 
-void DispatchQueue::State::runUntilStopped() {
+void QueueState::runUntilStopped() {
   while (true) {
     {
       std::unique_lock lock(mutex);
@@ -145,14 +145,14 @@ void DispatchQueue::State::runUntilStopped() {
 
 // --- The wake-up handler -------------------------------------------------------------------------
 
-void DispatchQueue::State::setWakeUp(std::shared_ptr<const Handler> next) {
+void QueueState::setWakeUp(std::shared_ptr<const Handler> next) {
   std::unique_lock lock(wakeUpMutex);
   wakeUp.swap(next);
   wakeUpEnded.wait(lock,
                    [&] { return !next || called != next || caller == std::this_thread::get_id(); });
 }
 
-void DispatchQueue::State::callWakeUp() {
+void QueueState::callWakeUp() {
   std::unique_lock lock(wakeUpMutex);
   isToBeCalledAgain = true;
   if (isCalling || !wakeUp) return;
@@ -175,11 +175,11 @@ void DispatchQueue::State::callWakeUp() {
 
 /// Jobs left behind, as those that came while others ran, met a queue that was not empty: nobody
 /// has heard of them, nor will of any that follow.
-void DispatchQueue::State::callWakeUpForLeftJobs() {
+void QueueState::callWakeUpForLeftJobs() {
   if (!isEmpty()) callWakeUp();
 }
 
-void DispatchQueue::State::forgetOtherThreads() {
+void QueueState::forgetOtherThreads() {
   // Destroying them would wait for the threads that waited at the fork.
   new (&changed) std::condition_variable;
   new (&wakeUpEnded) std::condition_variable;
@@ -190,7 +190,7 @@ void DispatchQueue::State::forgetOtherThreads() {
 
 // --- Serial queues -------------------------------------------------------------------------------
 
-bool DispatchQueue::State::startThread() {
+bool QueueState::startThread() {
   try {
     thread = std::thread([self = shared_from_this()] { self->serve(); });
     server = thread.get_id();
@@ -200,7 +200,7 @@ bool DispatchQueue::State::startThread() {
   return true;
 }
 
-void DispatchQueue::State::serve() {
+void QueueState::serve() {
   while (true) {
     while (runNext()) {
     }
@@ -214,7 +214,7 @@ void DispatchQueue::State::serve() {
   }
 }
 
-void DispatchQueue::State::close() {
+void QueueState::close() {
   {
     const std::lock_guard lock(mutex);
     isClosed = true;
@@ -222,7 +222,7 @@ void DispatchQueue::State::close() {
   changed.notify_all();
 }
 
-void DispatchQueue::State::waitForEnd(Time deadline) {
+void QueueState::waitForEnd(Time deadline) {
   std::thread ended;
   {
     std::unique_lock lock(mutex);

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,13 +12,15 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 
 namespace kiv {
 
+class DispatchQueue;
+
 /// What a queue's handle and its thread share; it outlives the handle while jobs are left.
-struct DispatchQueue::State : std::enable_shared_from_this<State> {
+struct QueueState : std::enable_shared_from_this<QueueState> {
+  using Job = std::function<void()>;
   enum class ServedBy { host, ownThread };
   using Time = std::chrono::steady_clock::time_point;
   using Handler = std::function<void()>;
@@ -29,14 +31,17 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     std::uint64_t number = 0;  // grows with every job
   };
 
-  State(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
+  QueueState(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
 
   /// The queue whose job runs on this thread, if any.
-  static thread_local State* running;
+  static thread_local QueueState* running;
 
   const std::string label;
   const ServedBy servedBy;
   std::weak_ptr<DispatchQueue> handle;
+  /// Of a serial queue, in a child of fork: gives the handle a state without jobs or thread.
+  /// Nothing where there is no handle any more.
+  std::function<std::shared_ptr<QueueState>()> renew;
   std::thread thread;      // of a serial queue only; taken by what joins it
   std::thread::id server;  // that thread's, for good
 
@@ -90,27 +95,6 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   void close();
   /// Waits until the thread has gone, or runs a job at the deadline; not on that thread itself.
   void waitForEnd(Time deadline);
-};
-
-/// The serial queues of the process, whose end stops their threads, and in whose forked children
-/// those threads are not.
-class DispatchQueue::SerialQueues {
- public:
-  static void add(const std::shared_ptr<State>& queue);
-  static void stop();
-
- private:
-  static SerialQueues& shared();
-  SerialQueues();
-
-  static void beginAgain();
-  std::vector<std::shared_ptr<State>> living();
-
-  static std::atomic<bool> areUsed_;
-  std::mutex mutex_;
-  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::queues};
-  std::vector<std::weak_ptr<State>> all_;
-  std::vector<std::shared_ptr<State>> ofParent_;  // in a child of fork: kept for good
 };
 
 }  // namespace kiv
