@@ -2,16 +2,51 @@
 
 #include <algorithm>
 #include <charconv>
+#include <ctime>
+#include <iomanip>
+#include <locale>
+#include <sstream>
 #include <string>
-
-#include <curl/curl.h>
 
 namespace kiv {
 
+namespace {
+
+/// The date where the text is one in exactly that form.
+std::optional<std::tm> readDate(std::string_view text, const char* form) {
+  std::stringstream stream{std::string(text)};
+  stream.imbue(std::locale::classic());
+  std::tm date{};
+  if (!(stream >> std::get_time(&date, form))) return std::nullopt;
+  // Reading is content with less than the whole form, and with blanks; writing is not.
+  stream.clear();
+  stream.str({});
+  stream << std::put_time(&date, form);
+  return stream.str() == text ? std::optional(date) : std::nullopt;
+}
+
+/// The moment, where the day is in the calendar.
+std::optional<std::int64_t> secondsFromDate(const std::tm& date) {
+  using namespace std::chrono;
+  const year_month_day day{year(date.tm_year + 1900), month(static_cast<unsigned>(date.tm_mon + 1)),
+                           std::chrono::day(static_cast<unsigned>(date.tm_mday))};
+  if (!day.ok()) return std::nullopt;
+  const auto moment =
+      sys_days(day) + hours(date.tm_hour) + minutes(date.tm_min) + seconds(date.tm_sec);
+  return duration_cast<seconds>(moment.time_since_epoch()).count();
+}
+
+}  // namespace
+
 std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text) {
-  const auto seconds = curl_getdate(std::string(text).c_str(), nullptr);
-  if (seconds < 0) return std::nullopt;
-  return static_cast<std::int64_t>(seconds);
+  // RFC 9110, 5.6.7: the form of today and the two that are obsolete.
+  for (const char* const form :
+       {"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT", "%a %b %e %H:%M:%S %Y"}) {
+    const auto date = readDate(text, form);
+    const auto moment = date ? secondsFromDate(*date) : std::nullopt;
+    if (moment && *moment >= 0) return moment;
+  }
+  return std::nullopt;
 }
 
 std::int64_t secondsNow() noexcept {
