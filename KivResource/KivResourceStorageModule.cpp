@@ -82,7 +82,8 @@ void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view
   if (isArchivePage(path)) {
     kiv::removeArchiveAtPath(itemRemovedWithPath(path), error);
   } else {
-    kiv::FileManager::defaultManager().removeItemAtPath(path, error);
+    // The error says it all: the operation has no answer of its own.
+    static_cast<void>(kiv::FileManager::defaultManager().removeItemAtPath(path, error));
   }
 }
 
@@ -165,7 +166,8 @@ std::optional<std::string> KivResourceStorageModule::setResourcesListAsideWithEr
   const std::string_view directory = kiv::path::deletingLastPathComponent(path);
   if (!files.moveItemAtPath_toPath(path, newPath, error)) return std::nullopt;
   if (files.synchronizeDirectoryAtPath(directory, error)) return newPath;
-  files.moveItemAtPath_toPath(newPath, path);
+  // Under either name it is kept.
+  static_cast<void>(files.moveItemAtPath_toPath(newPath, path));
   return std::nullopt;
 }
 

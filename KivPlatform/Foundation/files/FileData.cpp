@@ -16,7 +16,7 @@ class TakenFile final : public DataFile {
   TakenFile(const TakenFile&) = delete;
   TakenFile& operator=(const TakenFile&) = delete;
   ~TakenFile() override {
-    if (path_) FileManager::defaultManager().removeItemAtPath(*path_);
+    if (path_) FileManager::defaultManager().discardItemAtPath(*path_);
   }
 
   [[nodiscard]] std::string_view bytes() const noexcept override { return file_->bytes(); }

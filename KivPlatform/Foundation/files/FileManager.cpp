@@ -57,6 +57,10 @@ void FileManager::makePrivateItemAtPath(std::string_view path) {
   systemFileManager().makePrivateItemAtPath(path);
 }
 
+void FileManager::discardItemAtPath(std::string_view path) {
+  static_cast<void>(removeItemAtPath(path));
+}
+
 bool FileManager::copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
                                                         std::string_view otherPath,
                                                         std::optional<Error>* error) {

@@ -44,12 +44,13 @@ class KIV_EXPORT WritableFile {
  public:
   virtual ~WritableFile() = default;
   /// Appends all of the bytes, or fails.
-  virtual bool write(std::string_view bytes, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool write(std::string_view bytes,
+                                   std::optional<Error>* error = nullptr) = 0;
   /// Returns when what was written has reached the disk. After a failure the contents are
   /// unknown: discard the file, never sync it again.
-  virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
   /// Closes the file; reports what the system noticed only now. Nothing else may follow.
-  virtual bool close(std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool close(std::optional<Error>* error = nullptr) = 0;
 };
 
 /// The bytes of a regular file. They stay where they are while this lives, whatever becomes of the
@@ -62,8 +63,8 @@ class KIV_EXPORT MappedFile {
   [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
   /// Copies `count` bytes from `offset` on. False where they cannot be read, or are not there, also
   /// because the file has been cut off.
-  virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
-                         std::optional<Error>* error = nullptr) const = 0;
+  [[nodiscard]] virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
+                                       std::optional<Error>* error = nullptr) const = 0;
 };
 
 /// One wait for the disk in place of one for each file and directory.
@@ -73,7 +74,7 @@ class KIV_EXPORT BatchSync {
   /// Returns when everything that was written below the directory since this was made, contents
   /// and entries, has reached the disk. Called at most once; after a failure the contents are
   /// unknown: discard them.
-  virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
 };
 
 /// An advisory lock on a file, held until it goes, or until the process ends in whatever way.
@@ -119,59 +120,59 @@ class KIV_EXPORT FileManager {
 
   /// True where a regular file, or a link to one, lies at the path. Directories and devices do not
   /// count as files.
-  virtual bool fileExistsAtPath(std::string_view path) = 0;
+  [[nodiscard]] virtual bool fileExistsAtPath(std::string_view path) = 0;
   /// True where anything lies at the path, also a link that leads nowhere.
-  virtual bool itemExistsAtPath(std::string_view path) = 0;
+  [[nodiscard]] virtual bool itemExistsAtPath(std::string_view path) = 0;
   /// True where a directory, not a link to one, lies at the path.
-  virtual bool directoryExistsAtPath(std::string_view path) = 0;
+  [[nodiscard]] virtual bool directoryExistsAtPath(std::string_view path) = 0;
   /// True where a symbolic link lies at the path, wherever it leads.
-  virtual bool linkExistsAtPath(std::string_view path) = 0;
+  [[nodiscard]] virtual bool linkExistsAtPath(std::string_view path) = 0;
 
   /// True where a regular file, or a link to one, can be opened and its first byte read.
-  virtual bool fileIsReadableAtPath(std::string_view path,
-                                    std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool fileIsReadableAtPath(std::string_view path,
+                                                  std::optional<Error>* error = nullptr) = 0;
   /// The absolute path of what lies at the path, without links, "." or ".." or empty components.
-  virtual std::optional<std::string> resolvedPathOfItemAtPath(
+  [[nodiscard]] virtual std::optional<std::string> resolvedPathOfItemAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;
   /// The bytes that an item takes on the disk; a directory with everything in it, a link by itself.
-  virtual std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
-                                                        std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual std::optional<std::uint64_t> sizeOfItemAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
   /// The space of the file system that the path lies on, or would lie on: it need not be there.
-  virtual std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
-                                                     std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual std::optional<FileSystemSpace> spaceAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
   /// The whole contents of a regular file.
-  virtual std::optional<Data> contentsAtPath(std::string_view path,
-                                             std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual std::optional<Data> contentsAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
   /// A regular file, mapped instead of read; nullptr on failure.
-  virtual std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
-                                                    std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual std::unique_ptr<MappedFile> mapFileAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
   /// The number of bytes in the regular file at the path, which may not be a link; nothing where
   /// there is none.
-  virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
+  [[nodiscard]] virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
   /// What tells the file at the path, or that to which a link leads, from any other state of it.
   /// Unless overridden, of the system's file.
-  virtual std::optional<FileIdentity> identityOfFileAtPath(std::string_view path,
-                                                           std::optional<Error>* error = nullptr);
+  [[nodiscard]] virtual std::optional<FileIdentity> identityOfFileAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr);
   /// The names of a directory's items, in no given order.
-  virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
+  [[nodiscard]] virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
   /// Makes the directory and the missing ones above it; true also where it stood already. Who may
   /// use a new one follows the process's umask, but others may never write to it.
-  virtual bool createDirectoryAtPath(std::string_view path,
-                                     std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool createDirectoryAtPath(std::string_view path,
+                                                   std::optional<Error>* error = nullptr) = 0;
   /// The same for its owner alone (mode 0700), whatever the umask. Those above it are as any other.
   /// Unless overridden, createDirectoryAtPath() and makePrivateItemAtPath().
-  virtual bool createPrivateDirectoryAtPath(std::string_view path,
-                                            std::optional<Error>* error = nullptr);
+  [[nodiscard]] virtual bool createPrivateDirectoryAtPath(std::string_view path,
+                                                          std::optional<Error>* error = nullptr);
   /// Creates a file that must not exist yet, open for writing; nullptr on failure. Who may use it
   /// follows the process's umask, but others may never write to it.
-  virtual std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
-                                                         std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual std::unique_ptr<WritableFile> createFileAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
   /// The same for its owner alone (mode 0600), whatever the umask. Unless overridden,
   /// createFileAtPath() and makePrivateItemAtPath().
-  virtual std::unique_ptr<WritableFile> createPrivateFileAtPath(
+  [[nodiscard]] virtual std::unique_ptr<WritableFile> createPrivateFileAtPath(
       std::string_view path, std::optional<Error>* error = nullptr);
   /// Takes the rights of everybody but its owner from a regular file or a directory, where this
   /// process runs as its owner; anything else, such as a link or a directory with the sticky bit,
@@ -180,46 +181,51 @@ class KIV_EXPORT FileManager {
   virtual void makePrivateItemAtPath(std::string_view path);
   /// Gives the regular file at the path, which may not be a link, the rights of that at the other
   /// path. Unless overridden, the system's files.
-  virtual bool copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
-                                                     std::string_view otherPath,
-                                                     std::optional<Error>* error = nullptr);
+  [[nodiscard]] virtual bool copyAccessToFileAtPath_fromFileAtPath(
+      std::string_view path, std::string_view otherPath, std::optional<Error>* error = nullptr);
   /// Opens the regular file at the path, which may not be a link, for writing at its end, cut off
   /// after `length` bytes where it is longer; nullptr on failure.
-  virtual std::unique_ptr<WritableFile> openFileAtPath_length(
+  [[nodiscard]] virtual std::unique_ptr<WritableFile> openFileAtPath_length(
       std::string_view path, std::uint64_t length, std::optional<Error>* error = nullptr) = 0;
   /// Returns when the directory's own entries (made, renamed, removed) have reached the disk.
-  virtual bool synchronizeDirectoryAtPath(std::string_view path,
-                                          std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool synchronizeDirectoryAtPath(std::string_view path,
+                                                        std::optional<Error>* error = nullptr) = 0;
 
   /// Begins to write that many files below the directory, which stands, and to sync all of them at
   /// once. nullptr, which is no error, where that is not possible or not faster: each file and each
   /// directory is then to be synced by itself.
-  virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
-                                                          std::size_t files) = 0;
+  [[nodiscard]] virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
+                                                                        std::size_t files) = 0;
 
   /// Renames in one step; a file at the new path is replaced, a directory there must be empty.
-  virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                     std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
+                                                   std::optional<Error>* error = nullptr) = 0;
   /// Lets two items change places in one step. Fails where the file system has no such step.
-  virtual bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
-                                                 std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool exchangeItemAtPath_withItemAtPath(
+      std::string_view path, std::string_view otherPath, std::optional<Error>* error = nullptr) = 0;
   /// Renames, under the guard of removals, an item that is to be removed at the new path: refused
   /// where one of the two directories lies outside the guard's roots. What is moved is what lies
   /// there by name, a link itself.
-  virtual bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                         std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool withdrawItemAtPath_toPath(std::string_view path,
+                                                       std::string_view newPath,
+                                                       std::optional<Error>* error = nullptr) = 0;
   /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
   /// nothing lies there is an error too, and so is a path that ends in "." or "..", and that of the
   /// file system's root. What the guard refuses (setRemovalRoots) is an error like any other.
-  virtual bool removeItemAtPath(std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual bool removeItemAtPath(std::string_view path,
+                                              std::optional<Error>* error = nullptr) = 0;
+
+  /// Removes what lies at the path, as far as that can be done: what stays is no error, since it is
+  /// swept at another time, or was not there.
+  void discardItemAtPath(std::string_view path);
 
   /// Takes the advisory lock of the file at the path, which is made where it is missing, for its
   /// owner alone (mode 0600), and made private where it is not; nullptr
   /// where another process, or another lock of this one, holds it, or on failure. The file locked
   /// is the one that lies at the path when this returns: as long as only its holder removes it, two
   /// never hold the lock of one path.
-  virtual std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
-                                                   std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual std::unique_ptr<FileLock> lockFileAtPath(
+      std::string_view path, std::optional<Error>* error = nullptr) = 0;
 };
 
 }  // namespace kiv

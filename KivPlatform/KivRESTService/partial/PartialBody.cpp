@@ -40,12 +40,12 @@ PartialBody::~PartialBody() {
     removeIfThere(recordPath_);
     if (!isHandedOn_) removeIfThere(partPath_);
   }
-  files().removeItemAtPath(lockPath_);
+  files().discardItemAtPath(lockPath_);
 }
 
 void PartialBody::removeIfThere(const std::string& path) {
   // Nothing but a regular file has been made here.
-  if (files().lengthOfFileAtPath(path)) files().removeItemAtPath(path);
+  if (files().lengthOfFileAtPath(path)) files().discardItemAtPath(path);
 }
 
 void PartialBody::readRecord() {

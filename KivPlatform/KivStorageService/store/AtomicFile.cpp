@@ -18,8 +18,9 @@ namespace {
 void share(StorageRoot& root, const std::string& path) {
   const auto model = root.createTemporaryFile(Access::shared, nullptr);
   if (!model) return;  // no room for one more file: this one then stays its owner's
-  FileManager::defaultManager().copyAccessToFileAtPath_fromFileAtPath(path,
-                                                                      model->temporary.path());
+  // Where that fails the file stays its owner's.
+  static_cast<void>(FileManager::defaultManager().copyAccessToFileAtPath_fromFileAtPath(
+      path, model->temporary.path()));
 }
 
 }  // namespace
@@ -37,7 +38,7 @@ std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data)
   FileManager& files = FileManager::defaultManager();
   auto temporary = root.makeTemporary(nullptr);
   if (!temporary || !files.moveItemAtPath_toPath(*found, temporary->path())) {
-    files.removeItemAtPath(*found);
+    files.discardItemAtPath(*found);
     return std::nullopt;
   }
   auto file = files.openFileAtPath_length(temporary->path(), data.size());

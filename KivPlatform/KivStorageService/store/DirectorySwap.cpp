@@ -46,7 +46,8 @@ bool moveAsideAndIn(const std::string& spare, const std::string& temporary, cons
   FileManager& files = FileManager::defaultManager();
   if (!files.moveItemAtPath_toPath(path, spare, error)) return false;
   if (!files.moveItemAtPath_toPath(temporary, path, error)) {
-    files.moveItemAtPath_toPath(spare, path);
+    // Where it cannot move back either, the note brings it back later.
+    static_cast<void>(files.moveItemAtPath_toPath(spare, path));
     return false;
   }
   return synchronizeParent(path, error);
@@ -59,7 +60,7 @@ bool replaceInTwoSteps(StorageRoot& root, const std::string& temporary, const st
   FileManager& files = FileManager::defaultManager();
   const bool isReplaced = moveAsideAndIn(spare->path(), temporary, path, error);
   if (files.itemExistsAtPath(path)) {
-    files.removeItemAtPath(swapNotePath(spare->path()));
+    files.discardItemAtPath(swapNotePath(spare->path()));
   } else {
     spare->leave();  // the old directory could not move back: the note brings it back
   }

@@ -40,7 +40,7 @@ void removeLocked(const std::string& directory, const ProcessDirectory::Salvage&
   FileManager& files = FileManager::defaultManager();
   salvage(directory);
   const bool isGone = !files.itemExistsAtPath(directory) || files.removeItemAtPath(directory);
-  if (isGone) files.removeItemAtPath(lockPath(directory));
+  if (isGone) files.discardItemAtPath(lockPath(directory));
 }
 
 }  // namespace
@@ -108,7 +108,7 @@ Temporary::Temporary(std::string path, std::shared_ptr<ProcessDirectory> home)
 Temporary::~Temporary() {
   if (!home_) return;
   FileManager& files = FileManager::defaultManager();
-  if (files.itemExistsAtPath(path_)) files.removeItemAtPath(path_);
+  if (files.itemExistsAtPath(path_)) files.discardItemAtPath(path_);
 }
 
 }  // namespace kiv::storage

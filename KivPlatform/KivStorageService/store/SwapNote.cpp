@@ -22,7 +22,9 @@ void undoSwap(const std::string& notePath, const std::string& rootPath) {
   const std::string path = path::appendingPathComponent(rootPath, note->view());
   if (!files.itemExistsAtPath(spare) || files.itemExistsAtPath(path)) return;
   if (files.moveItemAtPath_toPath(spare, path)) {
-    files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path));
+    // Nothing is left to be done where that fails.
+    static_cast<void>(
+        files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path)));
   }
 }
 
