@@ -5,8 +5,8 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-/// What the operating system is asked about this process and this computer. Each system answers in a
-/// file of its own.
+/// What the operating system is asked about this process and this computer. Each system answers in
+/// a file of its own.
 namespace kiv::system {
 
 /// True on the thread that runs the program's main function.
@@ -25,9 +25,9 @@ void blockBrokenPipeSignalOnThisThread() noexcept;
 /// Empty where the system has none; two empty ones do not mean the same boot.
 KIV_EXPORT std::string bootID();
 
-/// The directory of the file that this code was loaded from: the shared library, or the program that
-/// it is linked into. What the program was called with plays no part. Nothing where the system does
-/// not tell.
+/// The directory of the file that this code was loaded from: the shared library, or the program
+/// that it is linked into. What the program was called with plays no part. Nothing where the system
+/// does not tell.
 std::optional<std::string> directoryOfThisLibrary();
 
 /// The name of the running program, as the system tells it; it may hold any character.

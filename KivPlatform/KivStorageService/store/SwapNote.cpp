@@ -23,8 +23,7 @@ void undoSwap(const std::string& notePath, const std::string& rootPath) {
   if (!files.itemExistsAtPath(spare) || files.itemExistsAtPath(path)) return;
   if (files.moveItemAtPath_toPath(spare, path)) {
     // Nothing is left to be done where that fails.
-    static_cast<void>(
-        files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path)));
+    static_cast<void>(files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path)));
   }
 }
 
