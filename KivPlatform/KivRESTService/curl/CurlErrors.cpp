@@ -6,6 +6,8 @@ namespace kiv {
 
 namespace {
 
+static_assert(resultOfTimeOut == CURLE_OPERATION_TIMEDOUT);
+
 bool isTLSFailure(int result) noexcept {
   switch (result) {
     case CURLE_SSL_CONNECT_ERROR:

@@ -87,7 +87,7 @@ bool TransferEngine::startThread(std::size_t index) {
   if (stopped_ || !prepareCurlLibrary()) return false;
   if (worker.thread.joinable()) worker.thread.join();
   try {
-    LaneHandles handles{makeMultiHandle(), std::make_unique<WakeUpPipe>()};
+    LaneHandles handles{std::make_unique<MultiHandle>(), std::make_unique<WakeUpPipe>()};
     if (!handles) return false;
     // Before the thread starts, which looks at them without this lock.
     worker.handles = std::move(handles);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <thread>
 
-#include <curl/curl.h>
+#include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 
 namespace kiv {
 
@@ -49,14 +49,14 @@ bool TransferLane::run(Download& download) {
   void* const handle = download.transfer->handle();
   // First, so that no handle runs of which the lane does not know.
   running_.emplace(handle, &download);
-  if (curl_multi_add_handle(multiHandle_, handle) == CURLM_OK) return true;
+  if (multiHandle_->add(handle)) return true;
   running_.erase(handle);
   return false;
 }
 
 void TransferLane::releaseDropped() {
   for (const auto& download : dropped_)
-    curl_multi_remove_handle(multiHandle_, download->transfer->handle());
+    multiHandle_->remove(download->transfer->handle());
   dropped_.clear();
 }
 
@@ -77,20 +77,16 @@ bool TransferLane::wait(std::chrono::milliseconds longest) {
     std::this_thread::sleep_for(std::min(longest, interval));
     return true;
   }
-  // Not the wake-up of libcurl itself, which would take a closed descriptor for its own.
-  curl_waitfd orders{*descriptor, CURL_WAIT_POLLIN, 0};
   // A host may have closed the descriptor since, and opened another under its number, of which
   // nothing would come.
   constexpr std::chrono::milliseconds longestInOne{500};
-  const auto timeout = static_cast<int>(std::min(longest, longestInOne).count());
-  if (curl_multi_wait(multiHandle_, &orders, 1, timeout, nullptr) != CURLM_OK) return false;
-  if (orders.revents != 0) wakeUp_->clear();
-  return true;
+  const auto woken = multiHandle_->wait(*descriptor, std::min(longest, longestInOne));
+  if (woken == MultiHandle::Woken::byDescriptor) wakeUp_->clear();
+  return woken.has_value();
 }
 
 bool TransferLane::move() {
-  int stillRunning = 0;
-  return curl_multi_perform(multiHandle_, &stillRunning) == CURLM_OK;
+  return multiHandle_->move();
 }
 
 std::int64_t TransferLane::takeBytesCome() {
@@ -101,17 +97,15 @@ std::int64_t TransferLane::takeBytesCome() {
 }
 
 std::vector<TransferLane::Ended> TransferLane::takeEnded() {
-  // Collected first: a message does not outlive the removal of its handle.
   std::vector<Ended> ended;
-  int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(multiHandle_, &left)) {
-    const auto place = running_.find(message->easy_handle);
-    if (message->msg != CURLMSG_DONE || place == running_.end()) continue;
-    ended.push_back({*place->second, static_cast<int>(message->data.result)});
+  for (const auto& [handle, result] : multiHandle_->takeEnded()) {
+    const auto place = running_.find(handle);
+    if (place == running_.end()) continue;
+    ended.push_back({*place->second, result});
     running_.erase(place);
   }
   for (const auto& [download, result] : ended)
-    curl_multi_remove_handle(multiHandle_, download.transfer->handle());
+    multiHandle_->remove(download.transfer->handle());
   return ended;
 }
 
@@ -124,14 +118,14 @@ Download* TransferLane::findRunning(const std::function<bool(Download&)>& predic
 TransferLane::Ended TransferLane::stop(Download& download) {
   void* const handle = download.transfer->handle();
   running_.erase(handle);
-  curl_multi_remove_handle(multiHandle_, handle);
-  return {download, CURLE_OPERATION_TIMEDOUT};
+  multiHandle_->remove(handle);
+  return {download, resultOfTimeOut};
 }
 
 std::vector<Download*> TransferLane::takeRunning() {
   std::vector<Download*> stopped;
   for (const auto& [handle, download] : running_) {
-    curl_multi_remove_handle(multiHandle_, handle);
+    multiHandle_->remove(handle);
     stopped.push_back(download);
   }
   running_.clear();

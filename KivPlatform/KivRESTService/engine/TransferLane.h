@@ -19,10 +19,10 @@ namespace kiv {
 
 /// What a transfer thread moves its transfers and is woken up with.
 struct LaneHandles {
-  MultiHandle multiHandle;
+  std::unique_ptr<MultiHandle> multiHandle;
   std::unique_ptr<WakeUpPipe> wakeUp;
 
-  explicit operator bool() const noexcept { return multiHandle != nullptr; }
+  explicit operator bool() const noexcept { return multiHandle && *multiHandle; }
 };
 
 /// The transfers that one thread moves.
@@ -86,7 +86,7 @@ class TransferLane {
  private:
   std::optional<int> wakeUpDescriptor();
 
-  void* multiHandle_ = nullptr;
+  MultiHandle* multiHandle_ = nullptr;
   const WakeUpPipe* wakeUp_ = nullptr;
   std::optional<int> wakeUpDescriptor_;
   std::chrono::steady_clock::time_point wakeUpSeenAt_{};
