@@ -16,9 +16,9 @@
 
 namespace {
 
-/// Small, so that the ceilings are met by inputs that a fuzzer makes.
-kiv::ArchiveCeilings ceilings() {
-  kiv::ArchiveCeilings small;
+/// Small, so that the limits are met by inputs that a fuzzer makes.
+kiv::ArchiveLimits limits() {
+  kiv::ArchiveLimits small;
   small.entries = 40;
   small.items = 60;
   small.levels = 5;
@@ -46,7 +46,8 @@ class Recipe {
   kiv::test::ZipEntry entry() {
     const unsigned traits = number();
     kiv::test::ZipEntry entry;
-    const std::size_t length = std::min<std::size_t>(number(), rest_.size());
+    const std::size_t wanted = number();  // before the rest is measured, which it shortens
+    const std::size_t length = std::min(wanted, rest_.size());
     entry.name = rest_.substr(0, length);
     if ((traits & 1) != 0) entry.name = "index.html";
     rest_.remove_prefix(length);
@@ -81,15 +82,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const std::string archive =
       text.starts_with('\xff') ? Recipe(text.substr(1)).archive() : std::string(text);
   const bool isUnpacked =
-      kiv::storage::unpackArchive(kiv::Data(archive), "a.zip", "/unpacked", ceilings(), &error);
+      kiv::storage::unpackArchive(kiv::Data(archive), "a.zip", "/unpacked", limits(), &error);
   require(isUnpacked != error.has_value(), "an archive is unpacked or refused with an error");
   require(!error || !error->localizedDescription().empty(), "an error says something");
   std::uint64_t total = 0;
   for (const auto& [path, fileSize] : files.files()) {
-    require(fileSize <= ceilings().fileBytes, "no file is larger than allowed");
+    require(fileSize <= limits().fileBytes, "no file is larger than allowed");
     total += fileSize;
   }
-  require(total <= ceilings().totalBytes, "all files together are not larger than allowed");
+  require(total <= limits().totalBytes, "all files together are not larger than allowed");
   require(!isUnpacked || files.files().contains("/unpacked/index.html"), "there is a page");
   return 0;
 }
