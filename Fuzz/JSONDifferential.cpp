@@ -118,7 +118,7 @@ std::optional<std::string> changedByARoundTrip(const Value& value) {
   const auto readAgain = JSON::read(*written, &error);
   if (!readAgain) return "its written form is refused: " + error->localizedDescription();
   if (!areIdentical(value, *readAgain)) return "changes when written and read again";
-  if (JSON::describe(value).find_first_of("\n\r") != std::string::npos) {
+  if (JSON::toCompactString(value).find_first_of("\n\r") != std::string::npos) {
     return "is described on more than one line";
   }
   return std::nullopt;

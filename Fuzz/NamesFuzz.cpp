@@ -41,7 +41,7 @@ void checkPathStrings(std::string_view text) {
 void checkFileName(std::string_view name) {
   const bool isHarmless = kiv::filename::isHarmless(name);
   require(!isHarmless || isOneName(name), "a harmless name is one name");
-  const auto objection = storage::objectionToSaving(name, resources);
+  const auto objection = storage::validateSaving(name, resources);
   require(isHarmless || objection, "a harmful name is never saved");
   if (!objection && storage::isArchiveName(name)) {
     require(isOneName(storage::archiveStem(name)), "so is an archive's directory");
@@ -61,12 +61,12 @@ void requireNames(std::string_view relativePath) {
 }
 
 void checkRelativePath(std::string_view text) {
-  if (!text.empty() && !storage::objectionToRelativePath(text)) requireNames(text);
+  if (!text.empty() && !storage::validateRelativePath(text)) requireNames(text);
 }
 
 void checkEntryName(std::string_view name) {
   if (!kiv::unicode::isUTF8(name)) return;  // refused before it comes to this
-  if (storage::objectionToEntryName(name, kiv::ArchiveCeilings())) return;
+  if (storage::validateEntryName(name, kiv::ArchiveLimits())) return;
   const auto way = storage::pathOfEntryName(name);
   if (!way.empty()) requireNames(way);
 }

@@ -59,7 +59,7 @@ void checkTarget(const URL& from, const URL& target) {
   require(target.scheme() == "http" || target.scheme() == "https", "only to http and https");
   require(from.scheme() != "https" || target.scheme() == "https", "never from https to http");
   require(!target.host().empty(), "to a host");
-  require(kiv::objectionToURL(target).empty(), "to what can be loaded");
+  require(kiv::validateURL(target).empty(), "to what can be loaded");
   const auto again = URL::fromString(target.absoluteString());
   require(again && again->host() == target.host() && again->scheme() == target.scheme(),
           "its text is the same URL");
@@ -98,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 
   std::string_view text = kiv::fuzz::textOf(bytes, size);
   auto url = URL::fromString(takeLine(text));
-  if (!url || !kiv::objectionToURL(*url).empty()) return 0;
+  if (!url || !kiv::validateURL(*url).empty()) return 0;
   const bool beganInPrivate = kiv::isPrivateHost(url->host());
   kiv::RedirectGuard guard(settings);
   for (int step = 0; url && !text.empty() && step < settings.redirects; ++step)

@@ -5,7 +5,7 @@
 // Each file has two versions, whose bytes tell every place from every other. What the client hands
 // on must be one of them, whole: whatever was cut off, promised, repeated or continued. Two sorts
 // of replies make other bodies: one whose own length is that of a part, and one that ends with its
-// connection, where the settings take that and the figures say so. After raw bytes only the sizes
+// connection, where the settings take that and the metrics say so. After raw bytes only the sizes
 // are looked at.
 
 #include <algorithm>
@@ -313,7 +313,7 @@ void fetch(KivRESTService& client, Script& script, const std::string& url) {
             "a body comes with the status 200");
     require(ended.responseError().has_value() != ended.response().has_value(),
             "a task ends with a response or an error");
-    if (body) script.checkBody(body->view(), ended.figures().endedWithConnection);
+    if (body) script.checkBody(body->view(), ended.metrics().endedWithConnection);
   });
   client.queue(std::move(task));
   while (!client.currentQueue().empty())

@@ -45,13 +45,13 @@
 #include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceLookup.h"                     // IWYU pragma: export
+#include "KivResource/KivResourceMaintenance.h"                // IWYU pragma: export
 #include "KivResource/KivResourceManager.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceManagerObserver.h"            // IWYU pragma: export
 #include "KivResource/KivResourceObject.h"                     // IWYU pragma: export
 #include "KivResource/KivResourceRESTModule.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceStandard.h"                   // IWYU pragma: export
 #include "KivResource/KivResourceStorageModule.h"              // IWYU pragma: export
-#include "KivResource/KivResourceUpkeep.h"                     // IWYU pragma: export
 #include "KivResource/KivResourceVersion.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceVideo.h"                      // IWYU pragma: export
 #include "KivResource/KivResourceWeb.h"                        // IWYU pragma: export

@@ -43,7 +43,7 @@ std::shared_ptr<KivResource> KivResourceFactory::createResourceFromDictionary(
     if (auto resource = initialiser(dictionary, engine.string())) return resource;
   }
   kiv::SystemLog::write("Create resource error. Resource dictionary: " +
-                        kiv::JSON::describe(dictionary));
+                        kiv::JSON::toCompactString(dictionary));
   return nullptr;
 }
 

@@ -13,7 +13,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceRESTModule.h
   KivResource/KivResourceStandard.h
   KivResource/KivResourceStorageModule.h
-  KivResource/KivResourceUpkeep.h
+  KivResource/KivResourceMaintenance.h
   KivResource/KivResourceVersion.h
   KivResource/KivResourceVideo.h
   KivResource/KivResourceWeb.h
@@ -39,10 +39,10 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h
   KivPlatform/KivRESTService/KivRESTService.h
   KivPlatform/KivRESTService/KivRESTServiceErrors.h
-  KivPlatform/KivRESTService/KivRESTServiceFigures.h
+  KivPlatform/KivRESTService/KivRESTServiceMetrics.h
   KivPlatform/KivRESTService/KivRESTServiceSettings.h
   KivPlatform/KivRESTService/KivRESTServiceTask.h
-  KivPlatform/KivStorageService/ArchiveCeilings.h
+  KivPlatform/KivStorageService/ArchiveLimits.h
   KivPlatform/KivStorageService/KivStorageService.h
   KivPlatform/KivStorageService/KivStorageServiceErrors.h
 )

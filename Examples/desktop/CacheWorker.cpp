@@ -47,7 +47,7 @@ void CacheWorker::run(CacheSession::Pass pass, const QString& configuration) {
 }
 
 // The client is the one of the framework, with its retries and limits. It is made anew each time,
-// so that the figures of the manager's own are those of the files.
+// so that the metrics of the manager's own are those of the files.
 void CacheWorker::fetchConfiguration(const QString& address) {
   KivRESTServiceSettings settings = KivRESTService::defaultSettings();
   settings.largestBody = largestConfiguration;

@@ -19,7 +19,7 @@ std::shared_ptr<kiv::DispatchQueue> queueOfCreation() {
 }
 
 /// Why the task cannot be run at all, if it cannot.
-std::optional<kiv::Error> objectionTo(const KivRESTServiceTask& task) {
+std::optional<kiv::Error> validate(const KivRESTServiceTask& task) {
   constexpr auto code = KivRESTServiceErrorCode::unsupportedRequest;
   if (!task.request()) return kiv::transferError(code, {}, "the task has no request");
   if (task.request()->httpMethod == "GET") return std::nullopt;
@@ -49,10 +49,10 @@ struct DefaultSettings {
 class KivRESTService::Implementation {
  public:
   explicit Implementation(KivRESTServiceSettings settings)
-      : backlog_(std::make_shared<kiv::Backlog>()),
-        ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), backlog_)),
+      : pendingBytes_(std::make_shared<kiv::PendingBytes>()),
+        ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), pendingBytes_)),
         engine_(
-            std::move(settings), backlog_,
+            std::move(settings), pendingBytes_,
             [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
             [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); },
             [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); }) {}
@@ -68,7 +68,7 @@ class KivRESTService::Implementation {
 
   void queue(std::shared_ptr<KivRESTServiceTask> task) {
     const KivRESTServiceTask& queued = *task;
-    auto error = objectionTo(queued);
+    auto error = validate(queued);
     if (!error && engine_.isInherited()) {
       error = kiv::transferError(KivRESTServiceErrorCode::forkedProcess,
                                  queued.request()->url.absoluteString());
@@ -106,7 +106,7 @@ class KivRESTService::Implementation {
  private:
   std::mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
   const kiv::ForkGuard forkGuard_{ordersMutex_, kiv::ForkGuard::Rank::orders};
-  const std::shared_ptr<kiv::Backlog> backlog_;
+  const std::shared_ptr<kiv::PendingBytes> pendingBytes_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;
   kiv::TransferEngine engine_;
 };

@@ -7,7 +7,7 @@
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
 
@@ -80,7 +80,7 @@ class KIV_EXPORT KivRESTService {
   /// not made up for. An empty handler removes it.
   void setProgressHandler(std::function<void(const KivRESTServiceProgress& progress)> handler);
   /// Called on the client's queue for each task that has ended, before its completion: outcome and
-  /// figures are set. Not called for cancelled tasks. An empty handler removes it.
+  /// metrics are set. Not called for cancelled tasks. An empty handler removes it.
   void setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler);
 
   /// The settings in use.

@@ -88,7 +88,7 @@ struct KivRESTServiceSettings {
   std::int64_t largestBody = std::int64_t{2} * 1024 * 1024 * 1024;
   /// Takes bodies over HTTP/1.1 that have neither length nor chunks, of which only the end of the
   /// connection marks the end, as some small servers send them. Off: such a body may be cut short
-  /// without anyone noticing. The figures of a task that took one say so (endedWithConnection).
+  /// without anyone noticing. The metrics of a task that took one say so (endedWithConnection).
   /// Over https such a body is never taken, HTTP/1.0 included.
   bool takesBodiesWithoutLength = false;
   /// Bytes of the largest body kept in memory. Larger ones go to a file in the spool directory,
@@ -96,7 +96,7 @@ struct KivRESTServiceSettings {
   std::int64_t largestBodyInMemory = 1024 * 1024;
   /// Bytes of bodies that may wait in memory for the client's queue to complete their tasks. No
   /// transfer starts while there are more: who takes bodies slowly gets them slowly.
-  std::int64_t largestBacklog = 4 * 1024 * 1024;
+  std::int64_t largestPendingBytes = 4 * 1024 * 1024;
 
   // --- What is kept on the disk ---
 

@@ -34,6 +34,6 @@ void KivRESTServiceTask::setProgress(KivRESTServiceTaskProgress progress) {
   progress_ = std::move(progress);
 }
 
-void KivRESTServiceTask::setFigures(KivRESTServiceFigures figures) {
-  figures_ = std::move(figures);
+void KivRESTServiceTask::setMetrics(KivRESTServiceMetrics metrics) {
+  metrics_ = std::move(metrics);
 }

@@ -10,7 +10,7 @@
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/Foundation/values/URLRequest.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 
 namespace kiv {
 
@@ -69,11 +69,11 @@ class KIV_EXPORT KivRESTServiceTask {
   /// has a progress handler.
   [[nodiscard]] const KivRESTServiceTaskProgress& progress() const noexcept { return progress_; }
   /// What it took, when the task has ended.
-  [[nodiscard]] const KivRESTServiceFigures& figures() const noexcept { return figures_; }
+  [[nodiscard]] const KivRESTServiceMetrics& metrics() const noexcept { return metrics_; }
 
   /// Set by the client.
   void setProgress(KivRESTServiceTaskProgress progress);
-  void setFigures(KivRESTServiceFigures figures);
+  void setMetrics(KivRESTServiceMetrics metrics);
 
   /// Set by the client when the task ends.
   void setResponse(std::optional<kiv::HTTPResponse> response) noexcept;
@@ -89,5 +89,5 @@ class KIV_EXPORT KivRESTServiceTask {
   std::optional<kiv::Error> error_;
   std::optional<kiv::Data> data_;
   KivRESTServiceTaskProgress progress_;
-  KivRESTServiceFigures figures_;
+  KivRESTServiceMetrics metrics_;
 };

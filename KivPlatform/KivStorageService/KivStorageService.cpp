@@ -25,13 +25,13 @@ using kiv::storage::AtomicFile;
 using kiv::storage::quoted;
 using kiv::storage::StorageRoot;
 
-struct CeilingsInUse {
+struct LimitsInUse {
   std::mutex mutex;
-  kiv::ArchiveCeilings ceilings;
+  kiv::ArchiveLimits limits;
 };
 
-CeilingsInUse& ceilingsInUse() {
-  static auto& shared = *new CeilingsInUse;
+LimitsInUse& limitsInUse() {
+  static auto& shared = *new LimitsInUse;
   return shared;
 }
 
@@ -61,7 +61,7 @@ std::optional<AtomicFile> unnamedFile(StorageRoot& root, const Data& data, std::
   if (access == Access::shared) {
     if (auto adopted = AtomicFile::adopt(root, data)) return adopted;
   }
-  if (auto objection = root.objectionToFile(data.size(), name)) {
+  if (auto objection = root.validateFile(data.size(), name)) {
     kiv::fail(error, std::move(*objection));
     return std::nullopt;
   }
@@ -98,14 +98,14 @@ bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
   root.forgetRoom();
   const std::string directory(kiv::path::deletingLastPathComponent(path));
   return kiv::storage::unpackArchive(data, fileName, temporary->path(),
-                                     KivStorageService::archiveCeilings(), error) &&
+                                     KivStorageService::archiveLimits(), error) &&
          root.prepareDirectory(directory, error) &&
          kiv::storage::swapDirectoryIn(root, *temporary, path, error);
 }
 
 bool save(const Data& data, std::string_view fileName, std::string_view relativePath, Access access,
           std::optional<Error>* error) {
-  if (auto objection = kiv::storage::objectionToSaving(fileName, relativePath)) {
+  if (auto objection = kiv::storage::validateSaving(fileName, relativePath)) {
     return kiv::fail(error, std::move(*objection));
   }
   const auto root = kiv::storage::currentRoot();
@@ -119,7 +119,7 @@ bool save(const Data& data, std::string_view fileName, std::string_view relative
 
 std::optional<Data> load(std::string_view fileName, std::string_view relativePath,
                          std::optional<Error>* error) {
-  if (auto objection = kiv::storage::objectionToPlace(fileName, relativePath)) {
+  if (auto objection = kiv::storage::validatePlace(fileName, relativePath)) {
     kiv::fail(error, std::move(*objection));
     return std::nullopt;
   }
@@ -163,14 +163,14 @@ void KivStorageService::setRootPath(std::optional<std::string> path) {
   kiv::storage::setCurrentRootPath(std::move(path));
 }
 
-kiv::ArchiveCeilings KivStorageService::archiveCeilings() {
-  const std::lock_guard guard(ceilingsInUse().mutex);
-  return ceilingsInUse().ceilings;
+kiv::ArchiveLimits KivStorageService::archiveLimits() {
+  const std::lock_guard guard(limitsInUse().mutex);
+  return limitsInUse().limits;
 }
 
-void KivStorageService::setArchiveCeilings(const kiv::ArchiveCeilings& ceilings) {
-  const std::lock_guard guard(ceilingsInUse().mutex);
-  ceilingsInUse().ceilings = ceilings;
+void KivStorageService::setArchiveLimits(const kiv::ArchiveLimits& limits) {
+  const std::lock_guard guard(limitsInUse().mutex);
+  limitsInUse().limits = limits;
 }
 
 bool KivStorageService::saveData_forFileName_atRelativePath_error(const Data& data,
@@ -221,7 +221,7 @@ std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(
 
 bool KivStorageService::fileExistsWithName_atRelativePath(std::string_view fileName,
                                                           std::string_view relativePath) {
-  if (kiv::storage::objectionToPlace(fileName, relativePath)) return false;
+  if (kiv::storage::validatePlace(fileName, relativePath)) return false;
   const auto root = kiv::storage::currentRoot();
   return root && FileManager::defaultManager().fileExistsAtPath(
                      joined(root->path(), relativePath, fileName));

@@ -8,7 +8,7 @@
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
-#include "KivPlatform/KivStorageService/ArchiveCeilings.h"
+#include "KivPlatform/KivStorageService/ArchiveLimits.h"
 #include "KivPlatform/KivStorageService/KivStorageServiceErrors.h"
 
 namespace kiv::storage {
@@ -57,8 +57,8 @@ class KIV_EXPORT KivStorageService {
   static std::string temporariesPath();
 
   /// What one archive may hold. In use for the archives that are saved from then on.
-  static kiv::ArchiveCeilings archiveCeilings();
-  static void setArchiveCeilings(const kiv::ArchiveCeilings& ceilings);
+  static kiv::ArchiveLimits archiveLimits();
+  static void setArchiveLimits(const kiv::ArchiveLimits& limits);
 
   /// Writes the bytes as ROOT/relativePath/fileName, creating missing directories and replacing an
   /// existing file. A name that ends in ".zip" is an archive: its contents are unpacked into

@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 
 #include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "KivResource/KivResourceUpkeep.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
 #include "Tests/Support/RemovalGuard.h"
@@ -69,7 +69,8 @@ TEST_F(KivResourceArchiveRemovalTest, AReplacedArchiveGoesAtOnce) {
 }
 
 TEST_F(KivResourceArchiveRemovalTest, AnOrphanedArchiveGoesAtOnce) {
-  EXPECT_TRUE(KivResourceUpkeep::cleanUpOrphans(*manager, KivResourceUpkeep::Mode::remove));
+  EXPECT_TRUE(
+      KivResourceMaintenance::cleanUpOrphans(*manager, KivResourceMaintenance::Mode::remove));
   expectTheWholeGoesAtOnce();
 }
 

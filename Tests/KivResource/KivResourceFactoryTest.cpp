@@ -39,7 +39,7 @@ std::vector<std::shared_ptr<KivResource>> resources(const Value& config) {
 
 /// The line that a rejected dictionary leaves in the log.
 std::string rejection(const Dictionary& dictionary) {
-  return "Create resource error. Resource dictionary: " + kiv::JSON::describe(dictionary);
+  return "Create resource error. Resource dictionary: " + kiv::JSON::toCompactString(dictionary);
 }
 
 template <class Kind>

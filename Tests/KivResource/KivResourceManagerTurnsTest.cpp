@@ -242,7 +242,7 @@ class Play {
     text << "downloads " << manager_->loadingResourcesFilesCount() << "\nregistry\n";
     for (const auto& resource : *manager_->loadedResources()) {
       text << "  " << resource->resourceID() << " " << resource->updated() << " "
-           << kiv::JSON::describe(*resource->resourceDictionary()) << "\n";
+           << kiv::JSON::toCompactString(*resource->resourceDictionary()) << "\n";
     }
     text << "files\n" << files() << "callbacks\n";
     for (const auto& observer : observers_) {
@@ -319,7 +319,7 @@ class Play {
   }
 
   [[nodiscard]] kiv::Value config(const Event& event) const {
-    const std::string text = kiv::JSON::describe(event.items);
+    const std::string text = kiv::JSON::toCompactString(event.items);
     const auto items = kiv::JSON::read(kiv::Data(replaced(text, "ROOT", root_)));
     return kiv::Dictionary{{"items", items.value_or(kiv::Value())}};
   }

@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "KivResource/KivResourceUpkeep.h"
+#include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/NSError+KivResource.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
@@ -20,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-using Upkeep = KivResourceUpkeep;
+using Maintenance = KivResourceMaintenance;
 
 class KivResourceSavedListTest : public ManagerFixture {
  protected:
@@ -53,12 +53,12 @@ class KivResourceSavedListTest : public ManagerFixture {
   /// A clean-up removes nothing, and says which file a person has to look after.
   void expectInDoubt(const std::string& path) {
     std::optional<Error> error;
-    EXPECT_FALSE(Upkeep::cleanUpOrphans(*manager, Upkeep::Mode::remove, &error));
+    EXPECT_FALSE(Maintenance::cleanUpOrphans(*manager, Maintenance::Mode::remove, &error));
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain, KivResourceUpkeepErrorDomain);
-    EXPECT_EQ(error->code, static_cast<int>(KivResourceUpkeepErrorCode::listInDoubt));
+    EXPECT_EQ(error->domain, KivResourceMaintenanceErrorDomain);
+    EXPECT_EQ(error->code, static_cast<int>(KivResourceMaintenanceErrorCode::listInDoubt));
     EXPECT_THAT(error->localizedDescription(), HasSubstr(path));
-    EXPECT_EQ(Upkeep::audit(*manager)->listDoubt, error);
+    EXPECT_EQ(Maintenance::audit(*manager)->listDoubt, error);
   }
 
   FaultyFileManager files;
@@ -205,7 +205,7 @@ TEST_F(KivResourceSavedListTest, TheFilesThatAnUnreadableListNamesAreNotCleanedU
   for (const char* const name : {"a.png", "b.png", "c.png", "d.png", "e.png"})
     EXPECT_TRUE(exists(stored(name))) << name;
   std::filesystem::remove(setAside(1));
-  EXPECT_EQ(Upkeep::cleanUpOrphans(*manager, Upkeep::Mode::remove)->removed.size(), 5U);
+  EXPECT_EQ(Maintenance::cleanUpOrphans(*manager, Maintenance::Mode::remove)->removed.size(), 5U);
 }
 
 TEST_F(KivResourceSavedListTest, NothingIsCleanedUpWhileTheManagerDoesNotKnowTheList) {
@@ -213,8 +213,8 @@ TEST_F(KivResourceSavedListTest, NothingIsCleanedUpWhileTheManagerDoesNotKnowThe
   restartWithAFailedRead(EIO);
   expectInDoubt(listPath());
   load({});
-  EXPECT_FALSE(Upkeep::audit(*manager)->listDoubt);
-  EXPECT_THAT(Upkeep::cleanUpOrphans(*manager, Upkeep::Mode::remove)->removed, IsEmpty());
+  EXPECT_FALSE(Maintenance::audit(*manager)->listDoubt);
+  EXPECT_THAT(Maintenance::cleanUpOrphans(*manager, Maintenance::Mode::remove)->removed, IsEmpty());
   EXPECT_TRUE(exists(stored("a.png")));
 }
 

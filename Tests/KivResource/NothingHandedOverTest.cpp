@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "KivResource/KivResourceUpkeep.h"
+#include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/NSError+KivResource.h"
 #include "Tests/Support/ManagerFixture.h"
@@ -61,7 +61,7 @@ TEST_F(NothingHandedOverTest, WithoutARegistryThereIsAnEmptyOne) {
   manager->setLoadedResources(nullptr);
   ASSERT_TRUE(manager->loadedResources());
   EXPECT_THAT(manager->allLoadedResources(), IsEmpty());
-  EXPECT_TRUE(KivResourceUpkeep::audit(*manager));
+  EXPECT_TRUE(KivResourceMaintenance::audit(*manager));
   manager->loadResourcesForConfig(config({plain("q", 1)}));
   EXPECT_THAT(registry(), ElementsAre("q"));
 }

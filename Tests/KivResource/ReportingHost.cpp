@@ -18,7 +18,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivResource/KivResource.h"
-#include "KivResource/KivResourceUpkeep.h"
+#include "KivResource/KivResourceMaintenance.h"
 
 namespace {
 
@@ -67,8 +67,8 @@ class Host final : public KivResourceManagerObserver, public std::enable_shared_
     const std::string step = steps_[next_];
     report("step " + std::to_string(next_++));
     if (step == "clean") {
-      using Upkeep = KivResourceUpkeep;
-      if (!Upkeep::cleanUpOrphans(*manager_, Upkeep::Mode::remove)) std::_Exit(6);
+      using Maintenance = KivResourceMaintenance;
+      if (!Maintenance::cleanUpOrphans(*manager_, Maintenance::Mode::remove)) std::_Exit(6);
       return performNextStep();
     }
     const std::size_t colon = step.find(':');

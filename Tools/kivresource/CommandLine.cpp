@@ -108,7 +108,7 @@ void addPassCommands(CLI::App& app, Options& options) {
   addSelection(*list, options);
 }
 
-void addUpkeepCommands(CLI::App& app, Options& options) {
+void addMaintenanceCommands(CLI::App& app, Options& options) {
   addCommand(app, options, "audit", "Shows what is missing, orphaned or temporary", runAudit);
   auto* const clean =
       addCommand(app, options, "clean", "Removes files that no loaded resource uses", runClean);
@@ -176,7 +176,7 @@ ParsedCommandLine parseCommandLine(int count, const char* const* arguments) {
   app.get_formatter()->label("REQUIRED", "");
   addGeneralOptions(app, options);
   addPassCommands(app, options);
-  addUpkeepCommands(app, options);
+  addMaintenanceCommands(app, options);
   addOtherCommands(app, options);
   try {
     app.parse(count, arguments);

@@ -23,8 +23,8 @@ const Keys& keysOfEngine(std::string_view engine) {
   return found == keys.end() ? none : found->second;
 }
 
-std::string objectionToKey(const kiv::Dictionary& item, std::string_view key,
-                           std::string_view wanted) {
+std::string validateKey(const kiv::Dictionary& item, std::string_view key,
+                        std::string_view wanted) {
   const std::string quoted = "\"" + std::string(key) + "\"";
   if (item[key].isNull()) return "lacks " + quoted + ", a " + std::string(wanted);
   return "has no " + std::string(wanted) + " under " + quoted;
@@ -38,17 +38,17 @@ bool isOfKnownKind(const KivResource& resource) {
 
 }  // namespace
 
-std::string objectionTo(const kiv::Value& item) {
+std::string validateItem(const kiv::Value& item) {
   if (!item.isDictionary()) return "is no JSON object";
   const kiv::Dictionary& dictionary = item.dictionary();
   Keys strings{"engine", "name", "type", "banner_id"};
   const Keys& ofEngine = keysOfEngine(dictionary["engine"].stringView());
   strings.insert(strings.end(), ofEngine.begin(), ofEngine.end());
   for (const std::string_view key : strings) {
-    if (!dictionary[key].isString()) return objectionToKey(dictionary, key, "string");
+    if (!dictionary[key].isString()) return validateKey(dictionary, key, "string");
   }
   for (const std::string_view key : {"priority", "updated"}) {
-    if (!dictionary[key].isNumber()) return objectionToKey(dictionary, key, "number");
+    if (!dictionary[key].isNumber()) return validateKey(dictionary, key, "number");
   }
   return "is not acceptable";
 }

@@ -8,7 +8,7 @@ namespace tool {
 
 /// Why the framework makes no resource of an item, for the person who wrote it: the first key that
 /// is missing, or that holds something else.
-std::string objectionTo(const kiv::Value& item);
+std::string validateItem(const kiv::Value& item);
 
 /// What the person may not have meant about a resource of a configuration; empty where nothing is
 /// odd about it.

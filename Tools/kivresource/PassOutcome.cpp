@@ -15,7 +15,7 @@ Expected Expected::of(const kiv::Value& config, const std::optional<std::string>
     ++place;
     auto resource = KivResourceFactory::createResourceFromDictionary(item.dictionary());
     if (!resource) {
-      expected.unacceptable.push_back({place, objectionTo(item)});
+      expected.unacceptable.push_back({place, validateItem(item)});
     } else if ((!id || resource->resourceID() == *id) && (!type || resource->type() == *type)) {
       if (auto remark = remarkOn(*resource); !remark.empty())
         expected.odd.push_back({place, std::move(remark)});

@@ -24,7 +24,7 @@ double partDone(const KivRESTServiceProgress& progress, std::size_t files) {
   return files == 0 ? 1.0 : static_cast<double>(progress.tasksEnded) / static_cast<double>(files);
 }
 
-std::string figures(const KivRESTServiceProgress& progress, std::size_t files) {
+std::string metrics(const KivRESTServiceProgress& progress, std::size_t files) {
   std::string text = std::to_string(progress.tasksEnded) + "/" + counted(files, "file") + "  " +
                      byteText(natural(progress.bytesReceived));
   if (progress.bytesExpected) text += " of " + byteText(natural(*progress.bytesExpected));
@@ -43,7 +43,7 @@ std::string figures(const KivRESTServiceProgress& progress, std::size_t files) {
 
 std::string progressLine(const KivRESTServiceProgress& progress, std::size_t width) {
   const std::size_t files = progress.tasksWaiting + progress.tasksRunning + progress.tasksEnded;
-  const std::string text = figures(progress, files);
+  const std::string text = metrics(progress, files);
   constexpr std::size_t longestBar = 30;
   constexpr std::size_t shortestBar = 5;
   constexpr std::size_t frame = 4;  // the brackets, and two spaces

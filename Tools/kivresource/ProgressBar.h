@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 
 namespace tool {
 

@@ -46,12 +46,12 @@ void appendCompact(std::string& text, const kiv::Value& value) {
     char opening = '{';
     for (const auto& entry : value.dictionary()) {
       text += std::exchange(opening, ',');
-      text.append(kiv::JSON::describe(entry.key())).append(1, ':');
+      text.append(kiv::JSON::toCompactString(entry.key())).append(1, ':');
       appendCompact(text, entry.value);
     }
     text += value.dictionary().empty() ? "{}" : "}";
   } else {
-    text += kiv::JSON::describe(value);
+    text += kiv::JSON::toCompactString(value);
   }
 }
 

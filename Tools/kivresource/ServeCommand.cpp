@@ -46,7 +46,7 @@ void printLine(std::string_view line) {
   std::cout << kiv::escapingControlCharacters(line).append(1, '\n') << std::flush;
 }
 
-std::string objectionToStart(const Options& options, const std::error_code& error) {
+std::string validateStart(const Options& options, const std::error_code& error) {
   if (error == std::errc::not_a_directory)
     return options.directory + ": there is no such directory";
   const std::string port = options.port == 0 ? "a port" : "port " + std::to_string(options.port);
@@ -73,7 +73,7 @@ int runServe(const Options& options) {
     });
   std::error_code error;
   if (!server.start(options.port, &error)) {
-    complain(objectionToStart(options, error));
+    complain(validateStart(options, error));
     return exitStatus::usage;
   }
   printLine(server.url());

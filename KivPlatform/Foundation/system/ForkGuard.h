@@ -18,7 +18,7 @@ std::uint64_t forkDepth() noexcept;
 /// keeps it waiting until all of them are free.
 class ForkGuard {
  public:
-  enum class Rank { orders, tasks, backlog, exit, queues, queue };
+  enum class Rank { orders, tasks, pendingBytes, exit, queues, queue };
 
   ForkGuard(std::mutex& mutex, Rank rank);
   ~ForkGuard();

@@ -41,7 +41,7 @@ class KIV_EXPORT JSON {
 
   /// The same on one line, for a log or a line protocol. What JSON cannot hold (a number that is
   /// not finite, a string that is not UTF-8, nesting that is too deep) becomes null.
-  static std::string describe(const Value& value);
+  static std::string toCompactString(const Value& value);
 };
 
 }  // namespace kiv

@@ -306,7 +306,7 @@ std::optional<Data> JSON::write(const Value& value, std::optional<Error>* error)
   return Data(writer.takeText());
 }
 
-std::string JSON::describe(const Value& value) {
+std::string JSON::toCompactString(const Value& value) {
   Writer writer(Writer::Layout::oneLine);
   writer.write(value);
   return writer.takeText();

@@ -48,7 +48,7 @@ std::optional<URL> resolved(const URL& base, std::string_view reference) {
 
 }  // namespace
 
-std::string_view objectionToURL(const URL& url) noexcept {
+std::string_view validateURL(const URL& url) noexcept {
   if (url.scheme().empty()) return "the URL has no scheme";
   if (url.scheme() != "http" && url.scheme() != "https") {
     return "the URL's scheme is neither http nor https";
@@ -77,7 +77,7 @@ std::variant<URL, Error> redirectTarget(const URL& from, std::string_view locati
   }
   const auto target = resolved(from, location);
   if (!target) return refusal(Code::malformedResponse, "the server redirects to what is no URL");
-  if (!objectionToURL(*target).empty()) {
+  if (!validateURL(*target).empty()) {
     return refusal(Code::refusedRedirect, "the server redirects to a URL that cannot be loaded");
   }
   if (from.scheme() == "https" && target->scheme() == "http") {

@@ -11,7 +11,7 @@ namespace kiv {
 
 /// Why the URL cannot be loaded, as a clause that fits after a colon; empty where it can: it has a
 /// host, and its scheme is http or https.
-KIV_EXPORT std::string_view objectionToURL(const URL& url) noexcept;
+KIV_EXPORT std::string_view validateURL(const URL& url) noexcept;
 
 /// True for the statuses that send a client elsewhere for the same file.
 KIV_EXPORT bool isRedirect(int status) noexcept;

@@ -29,7 +29,8 @@ Value info(void* handle, CURLINFO which) {
 
 /// True for the errors that keep a connection from coming about and are not this machine's own.
 bool mayBeTheServersFault(Code code) noexcept {
-  return mayPass(code) || code == Code::cannotResolveHost || code == Code::secureConnectionFailed;
+  return isRetryable(code) || code == Code::cannotResolveHost ||
+         code == Code::secureConnectionFailed;
 }
 
 }  // namespace
@@ -139,7 +140,7 @@ bool Transfer::beginBody() {
   if (!check_->isContinuation()) {
     cannotStore_ = !sink_.begin(url_, *check_);
   } else if (sink_.isFrom(url_)) {
-    cannotStore_ = !sink_.goOn();
+    cannotStore_ = !sink_.resume();
   } else {
     return false;  // two servers may tell different versions in the same words
   }
@@ -177,11 +178,11 @@ std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
   return expected == unknown ? std::nullopt : std::optional(expected);
 }
 
-std::optional<TryResult> Transfer::finish(int result) {
+std::optional<AttemptResult> Transfer::finish(int result) {
   auto ended = outcome(result);
   if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
   if (!ended) return std::nullopt;
-  TryResult tried(std::move(*ended));
+  AttemptResult tried(std::move(*ended));
   describe(tried);
   return tried;
 }
@@ -209,8 +210,8 @@ TransferOutcome Transfer::finishBody() {
   return TransferOutcome::succeeded(std::move(*data));
 }
 
-/// What the next try, and the figures, have to know.
-void Transfer::describe(TryResult& tried) {
+/// What the next try, and the metrics, have to know.
+void Transfer::describe(AttemptResult& tried) {
   void* const handle = handle_.get();
   const bool succeeded = tried.outcome.body.has_value();
   const auto code = tried.errorCode();
@@ -226,13 +227,13 @@ void Transfer::describe(TryResult& tried) {
 
 /// What a failed try leaves of the file, and what the next one is to ask for. A server that was not
 /// reached has said nothing about either.
-void Transfer::settlePart(TryResult& tried) {
+void Transfer::settlePart(AttemptResult& tried) {
   const auto code = tried.errorCode();
   const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
   tried.startsOver = check_->deniesRange() || cameFromElsewhere;
   // A body beyond the bound, or a disk without room: that would come again.
   const bool isBeyondUs = code == Code::bodyTooLarge || code == Code::outOfResources;
-  const bool isSpoilt = bodyHasBegun_ && code && !mayPass(*code);
+  const bool isSpoilt = bodyHasBegun_ && code && !isRetryable(*code);
   if (tried.startsOver || isBeyondUs || isSpoilt) sink_.discard();
   tried.madeProgress = sink_.hasGrown();
   const bool gaveTheWhole = bodyHasBegun_ && !check_->isContinuation();

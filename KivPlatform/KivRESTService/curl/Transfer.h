@@ -15,7 +15,7 @@
 #include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
-#include "KivPlatform/KivRESTService/policy/TryResult.h"
+#include "KivPlatform/KivRESTService/policy/AttemptResult.h"
 
 namespace kiv {
 
@@ -52,7 +52,7 @@ class Transfer {
   /// To be called when the handle has run, with its result code. Nothing where there is another
   /// request to make: the server redirects elsewhere, or has to be asked once more on a connection
   /// of its own. The handle, which may be another one, is then ready to run.
-  std::optional<TryResult> finish(int result);
+  std::optional<AttemptResult> finish(int result);
 
   /// Bytes of the body that are here, and those that there will be, as far as the server told. May
   /// be called from any thread.
@@ -85,8 +85,8 @@ class Transfer {
   std::optional<TransferOutcome> followRedirect();
   [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
   std::optional<TransferOutcome> askOnFreshConnection();
-  void describe(TryResult& tried);
-  void settlePart(TryResult& tried);
+  void describe(AttemptResult& tried);
+  void settlePart(AttemptResult& tried);
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
   [[nodiscard]] TransferOutcome broken(int result) const;

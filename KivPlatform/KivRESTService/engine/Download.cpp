@@ -14,7 +14,7 @@ Download::Download(TransferJob job, const KivRESTServiceSettings& settings)
       plan(urls.size(), settings) {
   servers.reserve(urls.size());
   for (const URL& url : urls)
-    servers.push_back(serverOf(url));
+    servers.push_back(originOf(url));
 }
 
 std::string Download::keyOf(const TransferJob& job) {
@@ -32,15 +32,15 @@ std::vector<std::size_t> Download::placesToTry(const std::string& name, Time now
   return places;
 }
 
-void Download::record(TryResult result, RetryPolicy& policy, Time now) {
-  figures.timeToFirstByte = result.timeToFirstByte;
+void Download::record(AttemptResult result, RetryPolicy& policy, Time now) {
+  metrics.timeToFirstByte = result.timeToFirstByte;
   if (result.outcome.body) {
-    figures.resumedBytes = result.resumedBytes;
-    figures.bytes = static_cast<std::int64_t>(result.outcome.body->size());
-    figures.endedWithConnection = result.endedWithConnection;
+    metrics.resumedBytes = result.resumedBytes;
+    metrics.bytes = static_cast<std::int64_t>(result.outcome.body->size());
+    metrics.endedWithConnection = result.endedWithConnection;
   } else {
     const auto& response = result.outcome.response;
-    figures.failedTries.push_back(
+    metrics.failedTries.push_back(
         {url(), result.errorCode(), response ? response->statusCode() : 0});
   }
   plan.record(server, std::move(result), policy, now);
@@ -49,16 +49,16 @@ void Download::record(TryResult result, RetryPolicy& policy, Time now) {
 TransferOutcome Download::end(Time now) {
   const std::size_t decisive = plan.decisiveServer();
   TransferOutcome outcome = plan.takeOutcome();
-  if (outcome.response) figures.server = urls[decisive];
+  if (outcome.response) metrics.server = urls[decisive];
   if (begun) {
-    figures.totalTime = std::chrono::duration_cast<std::chrono::microseconds>(now - *begun);
+    metrics.totalTime = std::chrono::duration_cast<std::chrono::microseconds>(now - *begun);
   }
   return outcome;
 }
 
 KivRESTServiceTaskProgress Download::progress() const {
   KivRESTServiceTaskProgress progress;
-  progress.tries = figures.tries;
+  progress.tries = metrics.tries;
   progress.bytesPerSecond = bytesPerSecond;
   if (begun) progress.server = url();
   if (transfer) {

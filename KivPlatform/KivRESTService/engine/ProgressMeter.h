@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 #include "KivPlatform/KivRESTService/engine/Download.h"
 
 namespace kiv {

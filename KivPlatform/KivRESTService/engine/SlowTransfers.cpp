@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
-#include "KivPlatform/KivRESTService/engine/Backlog.h"
+#include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
@@ -13,21 +13,21 @@ namespace kiv {
 
 using Clock = std::chrono::steady_clock;
 
-void TransferScheduler::endSlow(TransferLane& lane) {
+void TransferScheduler::endSlow(TransferWorker& worker) {
   const auto now = Clock::now();
   using Predicate = std::function<bool(Download&)>;
   const Predicate overdue = [&](Download& download) { return isOverdue(download, now); };
-  while (Download* const download = lane.findRunning(overdue)) {
+  while (Download* const download = worker.findRunning(overdue)) {
     download->transfer->keepPart();
-    lane.stop(*download);
-    endTry(lane, *download, giveUp(*download));
+    worker.stop(*download);
+    endAttempt(worker, *download, giveUp(*download));
   }
   const Predicate tooSlow = [&](Download& download) { return isTooSlow(download, now); };
-  while (Download* const download = lane.findRunning(tooSlow))
-    endAsTooSlow(lane, *download);
+  while (Download* const download = worker.findRunning(tooSlow))
+    endAsTooSlow(worker, *download);
   // One at a time: the next has to wait until it is known who takes the place.
   const Predicate gives = [&](Download& download) { return isToGiveWay(download, now); };
-  if (Download* const download = lane.findRunning(gives)) giveWay(lane, *download);
+  if (Download* const download = worker.findRunning(gives)) giveWay(worker, *download);
 }
 
 bool TransferScheduler::isTooSlow(Download& download, Time now) {
@@ -36,18 +36,18 @@ bool TransferScheduler::isTooSlow(Download& download, Time now) {
   return speed && *speed < speeds_.minimum(download.age(now));
 }
 
-void TransferScheduler::endAsTooSlow(TransferLane& lane, Download& download) {
+void TransferScheduler::endAsTooSlow(TransferWorker& worker, Download& download) {
   download.transfer->keepPart();
   download.transfer->noteTooSlow();
-  finish(lane, lane.stop(download));
+  finish(worker, worker.stop(download));
 }
 
 /// True for a slow one in whose place one that waits could begin.
 bool TransferScheduler::isToGiveWay(Download& download, Time now) {
   const auto speed = download.speed.bytesPerSecond();
   if (waiting_.empty() || !speed || !speeds_.isSlow(*speed)) return false;
-  if (now - download.tryBegun < speeds_.turn(download.figures.timesGivenWay)) return false;
-  if (heldBackUntil_ || backlog_.exceeds(settings_.largestBacklog)) return false;
+  if (now - download.attemptBegun < speeds_.turn(download.metrics.timesGivenWay)) return false;
+  if (heldBackUntil_ || pendingBytes_.exceeds(settings_.largestPendingBytes)) return false;
   return waiting_.anyFirst(
       [&](Download& waiting) { return couldStartAfter(download, waiting, now); });
 }
@@ -75,12 +75,12 @@ std::size_t TransferScheduler::olderThan(const Download& download, bool onItsSer
 }
 
 /// That is no failed try, and says nothing of the server but that it answers.
-void TransferScheduler::giveWay(TransferLane& lane, Download& download) {
+void TransferScheduler::giveWay(TransferWorker& worker, Download& download) {
   noteReached(download.servers[download.server]);
   download.transfer->keepPart();
-  lane.stop(download);
-  stopRunning(lane, download);
-  ++download.figures.timesGivenWay;
+  worker.stop(download);
+  stopRunning(worker, download);
+  ++download.metrics.timesGivenWay;
   download.state = Download::State::waiting;
   waiting_.add(download);
 }
@@ -91,7 +91,7 @@ bool TransferScheduler::isOverdue(const Download& download, Time now) const {
   return deadline && *deadline <= now;
 }
 
-/// Ends those that wait or pause; those that run are for the threads of their lanes.
+/// Ends those that wait or pause; those that run are for the threads of their workers.
 void TransferScheduler::endOverdue(Time now) {
   std::vector<Download*> overdue;
   for (const auto& [deadline, download] : deadlines_) {
@@ -107,11 +107,11 @@ void TransferScheduler::endOverdue(Time now) {
 }
 
 /// Nothing more is tried for the download.
-TryResult TransferScheduler::giveUp(Download& download) {
+AttemptResult TransferScheduler::giveUp(Download& download) {
   auto outcome = TransferOutcome::failed(transferError(KivRESTServiceErrorCode::deadlineExceeded,
                                                        download.urls.front().absoluteString()));
   download.plan.giveUp(outcome);
-  return TryResult(std::move(outcome));
+  return AttemptResult(std::move(outcome));
 }
 
 }  // namespace kiv

@@ -8,8 +8,9 @@
 
 namespace kiv {
 
-TaskLedger::TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<Backlog> backlog)
-    : queue_(std::move(queue)), backlog_(std::move(backlog)) {}
+TaskLedger::TaskLedger(std::shared_ptr<DispatchQueue> queue,
+                       std::shared_ptr<PendingBytes> pendingBytes)
+    : queue_(std::move(queue)), pendingBytes_(std::move(pendingBytes)) {}
 
 void TaskLedger::setEndObserver(EndObserver observer) {
   auto shared = observer ? std::make_shared<const EndObserver>(std::move(observer)) : nullptr;
@@ -60,9 +61,9 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
 }
 
 void TaskLedger::end(TaskResults results) {
-  std::int64_t backlog = 0;
+  std::int64_t pendingBytes = 0;
   for (const auto& [id, result] : results)
-    backlog += result.backlog;
+    pendingBytes += result.pendingBytes;
   try {
     std::vector<DispatchQueue::Job> jobs;
     jobs.reserve(results.size());
@@ -70,16 +71,16 @@ void TaskLedger::end(TaskResults results) {
       jobs.push_back(completionOf(ended.first, std::move(ended.second)));
     queue_->async(std::move(jobs), this);
   } catch (const std::exception&) {  // out of memory: none of them is on its way
-    backlog_->remove(backlog);
+    pendingBytes_->remove(pendingBytes);
     throw;
   }
 }
 
 DispatchQueue::Job TaskLedger::completionOf(std::uint64_t id, TaskResult result) {
   return [self = shared_from_this(), id, result = std::move(result)]() mutable {
-    const std::int64_t bytes = result.backlog;
+    const std::int64_t bytes = result.pendingBytes;
     self->complete(id, std::move(result));
-    self->backlog_->remove(bytes);
+    self->pendingBytes_->remove(bytes);
   };
 }
 
@@ -103,7 +104,7 @@ void TaskLedger::complete(std::uint64_t id, TaskResult result) {
   task->setResponse(result.outcome.response);
   task->setResponseError(std::move(result.outcome.error));
   task->setReturnedData(std::move(result.outcome.body));
-  task->setFigures(std::move(result.figures));
+  task->setMetrics(std::move(result.metrics));
   if (const auto observer = endObserver()) (*observer)(*task);
   // Taken off the task, so that a handler that holds its own task does not keep it for ever.
   const auto handler = task->takeCompletionHandler();

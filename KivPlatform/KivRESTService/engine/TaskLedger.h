@@ -13,7 +13,7 @@
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
-#include "KivPlatform/KivRESTService/engine/Backlog.h"
+#include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/engine/TaskResult.h"
 
 namespace kiv {
@@ -30,8 +30,9 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
   using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
 
-  /// Tasks are completed on that queue; what a completed task leaves of the backlog goes with it.
-  TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<Backlog> backlog);
+  /// Tasks are completed on that queue; what a completed task leaves of the pending bytes goes with
+  /// it.
+  TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<PendingBytes> pendingBytes);
 
   /// Called on the queue for every task that ends, before its completion; empty for nobody.
   void setEndObserver(EndObserver observer);
@@ -67,7 +68,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   void showProgress();
 
   const std::shared_ptr<DispatchQueue> queue_;
-  const std::shared_ptr<Backlog> backlog_;
+  const std::shared_ptr<PendingBytes> pendingBytes_;
 
   mutable std::mutex mutex_;  // never held while the queue gets a job, whose wake-up is the host's
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::tasks};

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/KivRESTService/KivRESTServiceFigures.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 #include "KivPlatform/KivRESTService/policy/TransferJob.h"
 
 namespace kiv {
@@ -12,8 +12,8 @@ namespace kiv {
 /// What a task ends with.
 struct TaskResult {
   TransferOutcome outcome;
-  KivRESTServiceFigures figures;
-  std::int64_t backlog = 0;  ///< The bytes that leave the backlog with it.
+  KivRESTServiceMetrics metrics;
+  std::int64_t pendingBytes = 0;  ///< The bytes that leave the pending bytes with it.
 };
 
 /// The results of tasks, which are named by their numbers.

@@ -10,22 +10,23 @@ namespace kiv {
 
 using Clock = std::chrono::steady_clock;
 
-TransferEngine::TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
+TransferEngine::TransferEngine(KivRESTServiceSettings settings,
+                               std::shared_ptr<PendingBytes> pendingBytes,
                                TransferScheduler::EndHandler ended, ProgressHandler progressed,
                                FailureHandler failed)
     : settings_(std::move(settings)),
-      backlog_(std::move(backlog)),
+      pendingBytes_(std::move(pendingBytes)),
       ended_(std::move(ended)),
       progressed_(std::move(progressed)),
       failed_(std::move(failed)),
-      workers_(TransferScheduler::laneCount(settings_)) {
-  backlog_->setWakeUp([this] { remind(0); });
+      threads_(TransferScheduler::workerCount(settings_)) {
+  pendingBytes_->setWakeUp([this] { remind(0); });
   exitHook_.emplace([this] { stop(); });
 }
 
 TransferEngine::~TransferEngine() {
   exitHook_.reset();
-  backlog_->setWakeUp(nullptr);
+  pendingBytes_->setWakeUp(nullptr);
   stop();
 }
 
@@ -34,9 +35,9 @@ TransferEngine::~TransferEngine() {
 void TransferEngine::setSpoolDirectory(std::string path) {
   if (isInherited()) return;
   const std::lock_guard lock(mutex_);
-  const bool isServing = std::any_of(workers_.begin(), workers_.end(), [](const Worker& worker) {
-    return static_cast<bool>(worker.handles);
-  });
+  const bool isServing =
+      std::any_of(threads_.begin(), threads_.end(),
+                  [](const TransferThread& state) { return static_cast<bool>(state.handles); });
   if (!isServing) settings_.spoolDirectory = std::move(path);
 }
 
@@ -51,7 +52,7 @@ bool TransferEngine::add(TransferJob job) {
   if (isInherited()) return false;
   const std::lock_guard lock(mutex_);
   if (stopped_) return false;
-  if (!workers_.front().handles && !startThread(0)) return false;
+  if (!threads_.front().handles && !startThread(0)) return false;
   added_.push_back(std::move(job));
   wakeUp(0);
   return true;
@@ -73,8 +74,8 @@ void TransferEngine::stop() {
     stopped_ = true;
     added_.clear();
     wakeUpAll();
-    for (Worker& worker : workers_)
-      threads.push_back(std::move(worker.thread));
+    for (TransferThread& state : threads_)
+      threads.push_back(std::move(state.thread));
   }
   for (std::thread& thread : threads) {
     if (thread.joinable()) thread.join();
@@ -83,35 +84,35 @@ void TransferEngine::stop() {
 
 /// Called with the lock held. A former thread that went for want of work takes no lock any more.
 bool TransferEngine::startThread(std::size_t index) {
-  Worker& worker = workers_[index];
+  TransferThread& state = threads_[index];
   if (stopped_ || !prepareCurlLibrary()) return false;
-  if (worker.thread.joinable()) worker.thread.join();
+  if (state.thread.joinable()) state.thread.join();
   try {
-    LaneHandles handles{std::make_unique<MultiHandle>(), std::make_unique<WakeUpPipe>()};
+    WorkerHandles handles{std::make_unique<MultiHandle>(), std::make_unique<WakeUpPipe>()};
     if (!handles) return false;
     // Before the thread starts, which looks at them without this lock.
-    worker.handles = std::move(handles);
-    worker.thread = std::thread([this, index] { serve(index, workers_[index].handles); });
+    state.handles = std::move(handles);
+    state.thread = std::thread([this, index] { serve(index, threads_[index].handles); });
   } catch (const std::exception&) {  // no memory, or no thread left
-    worker.handles = {};
+    state.handles = {};
     return false;
   }
-  worker.isCalled = false;
+  state.isCalled = false;
   return true;
 }
 
 /// Called with the lock held. False where no thread serves.
 bool TransferEngine::wakeUp(std::size_t index) {
-  Worker& worker = workers_[index];
-  if (!worker.handles) return false;
+  TransferThread& state = threads_[index];
+  if (!state.handles) return false;
   // Once is enough until the thread has looked: a host may queue a thousand tasks at one time.
-  if (!std::exchange(worker.isCalled, true)) worker.handles.wakeUp->wakeUp();
+  if (!std::exchange(state.isCalled, true)) state.handles.wakeUp->wakeUp();
   return true;
 }
 
 /// Called with the lock held.
 void TransferEngine::wakeUpAll() {
-  for (std::size_t index = 0; index < workers_.size(); ++index)
+  for (std::size_t index = 0; index < threads_.size(); ++index)
     wakeUp(index);
 }
 
@@ -124,14 +125,14 @@ void TransferEngine::remind(std::size_t index) {
 
 // --- The transfer threads ------------------------------------------------------------------------
 
-void TransferEngine::serve(std::size_t index, const LaneHandles& handles) {
+void TransferEngine::serve(std::size_t index, const WorkerHandles& handles) {
   system::nameThisThread("KivRESTService");
   system::blockBrokenPipeSignalOnThisThread();
   // Let go of here, last and without a lock: closing the connections is work for this thread too.
-  LaneHandles owned;
+  WorkerHandles owned;
   Lock lock(schedulerMutex_);
   ++serving_;
-  workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+  threads_[index].idleUntil = Clock::now() + settings_.idleTime;
   while (!owned) {
     try {
       owned = takeTurn(index, handles, lock);
@@ -143,7 +144,8 @@ void TransferEngine::serve(std::size_t index, const LaneHandles& handles) {
 }
 
 /// The thread's handles, where it has to end now; otherwise nothing.
-LaneHandles TransferEngine::takeTurn(std::size_t index, const LaneHandles& handles, Lock& lock) {
+WorkerHandles TransferEngine::takeTurn(std::size_t index, const WorkerHandles& handles,
+                                       Lock& lock) {
   begin(index, handles);
   doWhatIsDue(index, lock);
   auto owned = leaveIfDone(index);
@@ -152,7 +154,7 @@ LaneHandles TransferEngine::takeTurn(std::size_t index, const LaneHandles& handl
 }
 
 /// What the exception has left half done is dropped with everything else.
-LaneHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
+WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
   constexpr std::chrono::milliseconds pause{10};
   if (!lock.owns_lock()) lock.lock();
   while (true) {
@@ -171,38 +173,38 @@ LaneHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
   }
 }
 
-void TransferEngine::begin(std::size_t index, const LaneHandles& handles) {
-  if (!scheduler_) scheduler_.emplace(settings_, ended_, *backlog_);
-  scheduler_->lane(index).open(handles);
+void TransferEngine::begin(std::size_t index, const WorkerHandles& handles) {
+  if (!scheduler_) scheduler_.emplace(settings_, ended_, *pendingBytes_);
+  scheduler_->worker(index).open(handles);
 }
 
 void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
-  TransferLane& lane = scheduler_->lane(index);
+  TransferWorker& worker = scheduler_->worker(index);
   // Orders are taken before free places are, so that a place goes to the best of all the jobs that
   // wait when it becomes free.
   takeOrders(index);
-  lane.releaseDropped();
+  worker.releaseDropped();
   scheduler_->startWaiting();
-  scheduler_->runAssigned(lane);
+  scheduler_->runAssigned(worker);
   callUpOthers(index);
   scheduler_->reportEnded(lock);
-  if (isBusy(index)) workers_[index].idleUntil = Clock::now() + settings_.idleTime;
+  if (isBusy(index)) threads_[index].idleUntil = Clock::now() + settings_.idleTime;
   // The first thread waits for more than the end of its own transfers.
   if (index > 0 && scheduler_->isIdle()) remind(0);
 }
 
 /// Without the lock while it waits and moves bytes.
 void TransferEngine::transfer(std::size_t index, Lock& lock) {
-  TransferLane& lane = scheduler_->lane(index);
+  TransferWorker& worker = scheduler_->worker(index);
   const auto longest = longestWait(index);
   lock.unlock();
-  const bool isWell = lane.wait(longest) && lane.move();
+  const bool isWell = worker.wait(longest) && worker.move();
   lock.lock();
   // Before transfers end, so that a job for a file that was on its way when it came shares it.
   takeOrders(index);
-  if (!isWell) scheduler_->failRunning(lane);
-  scheduler_->finishEnded(lane);
-  scheduler_->endSlow(lane);
+  if (!isWell) scheduler_->failRunning(worker);
+  scheduler_->finishEnded(worker);
+  scheduler_->endSlow(worker);
   reportProgress(lock);
 }
 
@@ -211,14 +213,14 @@ void TransferEngine::takeOrders(std::size_t index) {
   bool isCancelled = false;
   {
     const std::lock_guard lock(mutex_);
-    workers_[index].isCalled = false;
+    threads_[index].isCalled = false;
     jobs.swap(added_);
     isCancelled = std::exchange(cancelled_, false);
   }
   if (isCancelled) {
     scheduler_->dropAll();
-    for (Worker& worker : workers_)
-      worker.idleUntil = Clock::now();
+    for (TransferThread& state : threads_)
+      state.idleUntil = Clock::now();
   }
   for (auto& job : jobs)
     scheduler_->add(std::move(job));
@@ -226,14 +228,14 @@ void TransferEngine::takeOrders(std::size_t index) {
 
 /// Tells the other threads what they have been assigned, or have to let go of.
 void TransferEngine::callUpOthers(std::size_t self) {
-  for (std::size_t index = 0; index < workers_.size(); ++index) {
-    const TransferLane& lane = scheduler_->lane(index);
+  for (std::size_t index = 0; index < threads_.size(); ++index) {
+    const TransferWorker& worker = scheduler_->worker(index);
     if (index == self) continue;
-    if (lane.hasAssigned()) {
+    if (worker.hasAssigned()) {
       if (callUp(index)) continue;
-      scheduler_->replaceLane(index, scheduler_->lane(self));
-      scheduler_->runAssigned(scheduler_->lane(self));
-    } else if (lane.hasDropped()) {
+      scheduler_->replaceWorker(index, scheduler_->worker(self));
+      scheduler_->runAssigned(scheduler_->worker(self));
+    } else if (worker.hasDropped()) {
       remind(index);
     }
   }
@@ -249,29 +251,29 @@ bool TransferEngine::callUp(std::size_t index) {
 /// something is due at a time of which it alone may know.
 bool TransferEngine::isBusy(std::size_t index) {
   if (index == 0) return !scheduler_->isIdle();
-  const TransferLane& lane = scheduler_->lane(index);
-  return lane.load() > 0 || scheduler_->nextDeadline().has_value();
+  const TransferWorker& worker = scheduler_->worker(index);
+  return worker.load() > 0 || scheduler_->nextDeadline().has_value();
 }
 
 /// The thread's handles, where the thread has to end now; otherwise nothing.
-LaneHandles TransferEngine::leaveIfDone(std::size_t index) {
+WorkerHandles TransferEngine::leaveIfDone(std::size_t index) {
   const std::lock_guard lock(mutex_);
   const bool hasOrders = !added_.empty() || cancelled_;
-  const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= workers_[index].idleUntil;
+  const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= threads_[index].idleUntil;
   if (!stopped_ && !isDone) return {};
-  return std::exchange(workers_[index].handles, {});
+  return std::exchange(threads_[index].handles, {});
 }
 
-LaneHandles TransferEngine::leaveIfStopped(std::size_t index) {
+WorkerHandles TransferEngine::leaveIfStopped(std::size_t index) {
   const std::lock_guard lock(mutex_);
-  return stopped_ ? std::exchange(workers_[index].handles, {}) : LaneHandles{};
+  return stopped_ ? std::exchange(threads_[index].handles, {}) : WorkerHandles{};
 }
 
 /// Takes no lock: whoever starts another thread in place of this one may hold one, and waits.
 void TransferEngine::leave(std::size_t index) {
   if (!scheduler_) return static_cast<void>(--serving_);
   if (isBusy(index)) scheduler_->dropAll();
-  scheduler_->lane(index).close();
+  scheduler_->worker(index).close();
   // Not while it has jobs: a thread that has been started for them may not have begun.
   if (--serving_ == 0 && scheduler_->isIdle()) scheduler_.reset();
 }
@@ -296,7 +298,7 @@ void TransferEngine::reportProgress(Lock& lock) {
 std::chrono::milliseconds TransferEngine::longestWait(std::size_t index) {
   using std::chrono::milliseconds;
   constexpr milliseconds longest{60'000};  // libcurl knows its own deadlines
-  auto until = isBusy(index) ? Clock::now() + longest : workers_[index].idleUntil;
+  auto until = isBusy(index) ? Clock::now() + longest : threads_[index].idleUntil;
   if (const auto next = scheduler_->nextDeadline()) until = std::min(until, *next);
   const auto report = scheduler_->nextReport();
   if (report && progressIsWanted()) until = std::min(until, *report);

@@ -14,9 +14,9 @@
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
-#include "KivPlatform/KivRESTService/engine/Backlog.h"
-#include "KivPlatform/KivRESTService/engine/TransferLane.h"
+#include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
+#include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 #include "KivPlatform/KivRESTService/policy/TransferJob.h"
 
 namespace kiv {
@@ -35,8 +35,8 @@ class TransferEngine {
   /// second while somebody wants to know. `failed` is called where memory has run out, and every
   /// job has been dropped; where it throws, it is called again. All of them come on a transfer
   /// thread, without a lock, and none after stop() has returned. What `ended` is given counts in
-  /// the backlog, from which the caller removes it.
-  TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<Backlog> backlog,
+  /// the pending bytes, from which the caller removes it.
+  TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TransferScheduler::EndHandler ended, ProgressHandler progressed,
                  FailureHandler failed);
   /// Stops. Not for an inherited engine, which is not to be destroyed.
@@ -69,10 +69,10 @@ class TransferEngine {
   using Time = std::chrono::steady_clock::time_point;
   using Lock = std::unique_lock<std::mutex>;
 
-  /// A transfer thread, which serves the lane of the same number.
-  struct Worker {
+  /// A transfer thread. The scheduler has a worker of the same number.
+  struct TransferThread {
     std::thread thread;
-    LaneHandles handles;    // there while the thread serves
+    WorkerHandles handles;  // there while the thread serves
     bool isCalled = false;  // woken up, and has not looked yet
     Time idleUntil{};       // under the lock of the scheduler
   };
@@ -85,24 +85,24 @@ class TransferEngine {
   bool callUp(std::size_t index);
 
   // On the transfer threads, with the scheduler locked.
-  void serve(std::size_t index, const LaneHandles& handles);
-  LaneHandles takeTurn(std::size_t index, const LaneHandles& handles, Lock& lock);
-  LaneHandles recover(std::size_t index, Lock& lock) noexcept;
-  void begin(std::size_t index, const LaneHandles& handles);
+  void serve(std::size_t index, const WorkerHandles& handles);
+  WorkerHandles takeTurn(std::size_t index, const WorkerHandles& handles, Lock& lock);
+  WorkerHandles recover(std::size_t index, Lock& lock) noexcept;
+  void begin(std::size_t index, const WorkerHandles& handles);
   void doWhatIsDue(std::size_t index, Lock& lock);
   void transfer(std::size_t index, Lock& lock);
   void takeOrders(std::size_t index);
   void callUpOthers(std::size_t self);
   [[nodiscard]] bool isBusy(std::size_t index);
-  LaneHandles leaveIfDone(std::size_t index);
-  LaneHandles leaveIfStopped(std::size_t index);
+  WorkerHandles leaveIfDone(std::size_t index);
+  WorkerHandles leaveIfStopped(std::size_t index);
   void leave(std::size_t index);
   void reportProgress(Lock& lock);
   [[nodiscard]] bool progressIsWanted();
   [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index);
 
   KivRESTServiceSettings settings_;
-  const std::shared_ptr<Backlog> backlog_;
+  const std::shared_ptr<PendingBytes> pendingBytes_;
   const TransferScheduler::EndHandler ended_;
   const ProgressHandler progressed_;
   const FailureHandler failed_;
@@ -115,7 +115,7 @@ class TransferEngine {
   std::size_t serving_ = 0;                     // threads that use it
 
   std::mutex mutex_;  // for all that follows, and the orders
-  std::vector<Worker> workers_;
+  std::vector<TransferThread> threads_;
   std::vector<TransferJob> added_;
   bool cancelled_ = false;
   bool stopped_ = false;

@@ -6,7 +6,7 @@
 
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
-#include "KivPlatform/KivRESTService/engine/Backlog.h"
+#include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace kiv {
@@ -27,25 +27,25 @@ TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
 }  // namespace
 
 // A limit of the speed is shared among transfers that only their own thread may change.
-std::size_t TransferScheduler::laneCount(const KivRESTServiceSettings& settings) noexcept {
+std::size_t TransferScheduler::workerCount(const KivRESTServiceSettings& settings) noexcept {
   if (settings.bandwidth > 0) return 1;
   return std::max<std::size_t>(1, std::min(settings.threads, settings.parallelTransfers));
 }
 
 TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
-                                     const EndHandler& ended, Backlog& backlog)
+                                     const EndHandler& ended, PendingBytes& pendingBytes)
     : settings_(settings),
       ended_(ended),
-      backlog_(backlog),
+      pendingBytes_(pendingBytes),
       spool_(settings),
-      buffers_(std::make_shared<BodyBuffers>(settings.largestBacklog)),
+      buffers_(std::make_shared<BodyBuffers>(settings.largestPendingBytes)),
       health_(settings.unreachablePause),
       policy_(settings, std::random_device()()),
       speeds_(settings),
       budget_(settings.bandwidth),
       readSize_(settings),
-      lanes_(laneCount(settings)),
-      lanesInUse_(lanes_.size()) {
+      workers_(workerCount(settings)),
+      workersInUse_(workers_.size()) {
   spool_.sweep();
 }
 
@@ -56,9 +56,9 @@ TransferScheduler::~TransferScheduler() {
 void TransferScheduler::dropAll() {
   for (auto& [key, download] : downloads_) {
     // One that memory gave out for may be half made.
-    if (!download || !download->lane || !download->transfer) continue;
-    TransferLane& lane = *download->lane;
-    lane.drop(std::move(download));
+    if (!download || !download->worker || !download->transfer) continue;
+    TransferWorker& worker = *download->worker;
+    worker.drop(std::move(download));
   }
   running_.clear();
   runningPerServer_.clear();
@@ -69,7 +69,7 @@ void TransferScheduler::dropAll() {
   heldBackUntil_.reset();
   health_.forgetProbes();
   for (const auto& [task, result] : std::exchange(results_, {}))
-    backlog_.remove(result.backlog);
+    pendingBytes_.remove(result.pendingBytes);
   isReportDue_ = false;
 }
 
@@ -77,10 +77,11 @@ bool TransferScheduler::isIdle() const noexcept {
   return downloads_.empty() && results_.empty();
 }
 
-/// True while a lane holds what has been dropped: the bodies of those, too, are in use until then.
+/// True while a worker holds what has been dropped: the bodies of those, too, are in use until
+/// then.
 bool TransferScheduler::hasDropped() const noexcept {
-  return std::any_of(lanes_.begin(), lanes_.end(),
-                     [](const TransferLane& lane) { return lane.hasDropped(); });
+  return std::any_of(workers_.begin(), workers_.end(),
+                     [](const TransferWorker& worker) { return worker.hasDropped(); });
 }
 
 // --- Jobs ----------------------------------------------------------------------------------------
@@ -108,7 +109,8 @@ void TransferScheduler::startWaiting() {
   endPauses(pausing_.begin(), pausing_.upper_bound(now));
   if (holdsBack(now) || hasDropped()) return;
   const auto ready = [&](Download& download) { return mayStart(download, now); };
-  while (!waiting_.empty() && hasFreePlace() && !backlog_.exceeds(settings_.largestBacklog)) {
+  while (!waiting_.empty() && hasFreePlace() &&
+         !pendingBytes_.exceeds(settings_.largestPendingBytes)) {
     Download* const next = waiting_.takeNext(ready);
     if (!next) return;
     if (next->notBefore <= now) {
@@ -170,44 +172,44 @@ void TransferScheduler::start(Download& download) {
     download.begun = now;
     if (const auto deadline = speeds_.deadline(now)) deadlines_.emplace(*deadline, &download);
   }
-  ++download.figures.tries;
-  health_.noteTry(download.servers[download.server], download.tryID());
-  if (auto obstacle = startTransfer(download, leastLoadedLane())) {
+  ++download.metrics.tries;
+  health_.noteTry(download.servers[download.server], download.attemptID());
+  if (auto obstacle = startTransfer(download, leastLoadedWorker())) {
     download.transfer.reset();
-    conclude(download, TryResult(std::move(*obstacle)));
+    conclude(download, AttemptResult(std::move(*obstacle)));
   }
 }
 
-TransferLane& TransferScheduler::leastLoadedLane() noexcept {
+TransferWorker& TransferScheduler::leastLoadedWorker() noexcept {
   return *std::min_element(
-      lanes_.begin(), lanes_.begin() + static_cast<std::ptrdiff_t>(lanesInUse_),
-      [](const TransferLane& a, const TransferLane& b) { return a.load() < b.load(); });
+      workers_.begin(), workers_.begin() + static_cast<std::ptrdiff_t>(workersInUse_),
+      [](const TransferWorker& a, const TransferWorker& b) { return a.load() < b.load(); });
 }
 
 std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& download,
-                                                                TransferLane& lane) {
+                                                                TransferWorker& worker) {
   const URL& url = download.url();
-  if (const auto objection = objectionToURL(url); !objection.empty()) {
+  if (const auto objection = validateURL(url); !objection.empty()) {
     return failure(Code::unsupportedURL, url, objection);
   }
   download.transfer = std::make_unique<Transfer>(url, settings_, spool_, *buffers_,
-                                                 readSize_.bytes(), lane.takeSpareHandle());
+                                                 readSize_.bytes(), worker.takeSpareHandle());
   if (auto problem = download.transfer->prepare()) return problem;
-  lane.assign(download);
-  download.lane = &lane;
+  worker.assign(download);
+  download.worker = &worker;
   download.state = Download::State::running;
-  download.tryBegun = Clock::now();
-  download.speed.restart(0, download.tryBegun);
+  download.attemptBegun = Clock::now();
+  download.speed.restart(0, download.attemptBegun);
   running_.push_back(&download);
   ++runningPerServer_[download.servers[download.server]];
   shareBandwidth();
   return std::nullopt;
 }
 
-void TransferScheduler::replaceLane(std::size_t index, TransferLane& other) {
-  lanesInUse_ = index;
-  for (Download* const download : lanes_[index].takeAssigned()) {
-    download->lane = &other;
+void TransferScheduler::replaceWorker(std::size_t index, TransferWorker& other) {
+  workersInUse_ = index;
+  for (Download* const download : workers_[index].takeAssigned()) {
+    download->worker = &other;
     other.assign(*download);
   }
 }
@@ -237,51 +239,52 @@ void TransferScheduler::shareBandwidth() {
   if (!budget_.isLimited() || running_.empty()) return;
   const auto shares = static_cast<std::int64_t>(running_.size()) + (heldBackUntil_ ? 1 : 0);
   const auto share = settings_.bandwidth / shares;
-  for (TransferLane& lane : lanes_)
-    lane.limitSpeeds(std::max<std::int64_t>(1, share));
+  for (TransferWorker& worker : workers_)
+    worker.limitSpeeds(std::max<std::int64_t>(1, share));
 }
 
 // --- Transfers -----------------------------------------------------------------------------------
 
-void TransferScheduler::runAssigned(TransferLane& lane) {
-  for (Download* const download : lane.takeAssigned()) {
-    if (lane.run(*download)) continue;
-    endTry(lane, *download, TryResult(failure(Code::outOfResources, download->url())));
+void TransferScheduler::runAssigned(TransferWorker& worker) {
+  for (Download* const download : worker.takeAssigned()) {
+    if (worker.run(*download)) continue;
+    endAttempt(worker, *download, AttemptResult(failure(Code::outOfResources, download->url())));
   }
 }
 
-void TransferScheduler::finishEnded(TransferLane& lane) {
+void TransferScheduler::finishEnded(TransferWorker& worker) {
   noteAnswers();
-  if (budget_.isLimited()) budget_.spend(lane.takeBytesCome(), Clock::now());
-  for (const auto& ended : lane.takeEnded())
-    finish(lane, ended);
+  if (budget_.isLimited()) budget_.spend(worker.takeBytesCome(), Clock::now());
+  for (const auto& ended : worker.takeEnded())
+    finish(worker, ended);
 }
 
-void TransferScheduler::finish(TransferLane& lane, const TransferLane::Ended& ended) {
+void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::Ended& ended) {
   Download& download = ended.download;
   auto result = download.transfer->finish(ended.result);
-  const bool goesOn = !result && lane.run(download);
+  const bool goesOn = !result && worker.run(download);
   if (goesOn) {
     download.speed.restart(download.transfer->bytesCome(), Clock::now());
     noteReached(download.servers[download.server]);
     return shareBandwidth();
   }
   if (!result) result.emplace(failure(Code::outOfResources, download.url()));
-  endTry(lane, download, std::move(*result));
+  endAttempt(worker, download, std::move(*result));
 }
 
-void TransferScheduler::failRunning(TransferLane& lane) {
-  for (Download* const download : lane.takeRunning())
-    endTry(lane, *download, TryResult(failure(Code::outOfResources, download->url())));
+void TransferScheduler::failRunning(TransferWorker& worker) {
+  for (Download* const download : worker.takeRunning())
+    endAttempt(worker, *download, AttemptResult(failure(Code::outOfResources, download->url())));
 }
 
-void TransferScheduler::endTry(TransferLane& lane, Download& download, TryResult result) {
-  stopRunning(lane, download);
+void TransferScheduler::endAttempt(TransferWorker& worker, Download& download,
+                                   AttemptResult result) {
+  stopRunning(worker, download);
   conclude(download, std::move(result));
 }
 
 /// Notes how a try came out, which may have failed to begin, and what comes after it.
-void TransferScheduler::conclude(Download& download, TryResult result) {
+void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const auto now = Clock::now();
   const std::string& server = download.servers[download.server];
   const bool wasProbe = isProbing(download);
@@ -291,26 +294,26 @@ void TransferScheduler::conclude(Download& download, TryResult result) {
   advance(download);
 }
 
-void TransferScheduler::stopRunning(TransferLane& lane, Download& download) {
+void TransferScheduler::stopRunning(TransferWorker& worker, Download& download) {
   const auto running = runningPerServer_.find(download.servers[download.server]);
   if (--running->second == 0) runningPerServer_.erase(running);
   std::erase(running_, &download);
   download.ranBefore = download.age(Clock::now());
-  lane.keepSpareHandle(download.transfer->takeHandle());
+  worker.keepSpareHandle(download.transfer->takeHandle());
   download.transfer.reset();
-  download.lane = nullptr;
+  download.worker = nullptr;
   shareBandwidth();
 }
 
 // --- Servers that cannot be reached --------------------------------------------------------------
 
 bool TransferScheduler::isProbing(const Download& download) const {
-  return health_.isProbe(download.servers[download.server], download.tryID());
+  return health_.isProbe(download.servers[download.server], download.attemptID());
 }
 
 bool TransferScheduler::isAnswering(const std::string& server) const {
-  return std::any_of(lanes_.begin(), lanes_.end(),
-                     [&](const TransferLane& lane) { return lane.isAnsweredBy(server); });
+  return std::any_of(workers_.begin(), workers_.end(),
+                     [&](const TransferWorker& worker) { return worker.isAnsweredBy(server); });
 }
 
 /// Others need not wait for the end of a large file to know that the server can be reached.
@@ -325,22 +328,23 @@ void TransferScheduler::noteReached(const std::string& server) {
   if (isBack) endPauses(pausing_.begin(), pausing_.end());
 }
 
-void TransferScheduler::noteHealth(const Download& download, const TryResult& result, Time now) {
+void TransferScheduler::noteHealth(const Download& download, const AttemptResult& result,
+                                   Time now) {
   const std::string& server = download.servers[download.server];
   // A server that sends to one and refuses another is busy, not gone.
   if (result.wasReached || (result.isUnreachable && isAnswering(server))) {
     noteReached(server);
   } else if (result.isUnreachable) {
-    health_.noteUnreachable(server, download.tryID(), now);
+    health_.noteUnreachable(server, download.attemptID(), now);
   } else {
-    health_.noteEnd(server, download.tryID());
+    health_.noteEnd(server, download.attemptID());
   }
 }
 
 /// A failure is that of all who have nowhere else to go, so that many files wait no longer than
 /// one. Where even a probe has run into the time-out for connecting, no further try of a file is
 /// worth another such wait.
-void TransferScheduler::endProbe(const std::string& server, TryResult& result, Time now) {
+void TransferScheduler::endProbe(const std::string& server, AttemptResult& result, Time now) {
   endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
   if (!result.isUnreachable || !health_.isUnreachable(server)) return;
   result.isLast = result.errorCode() == Code::timedOut;
@@ -367,12 +371,12 @@ bool TransferScheduler::isLeftTo(const Download& download, const std::string& se
 }
 
 void TransferScheduler::shareFailure(Download& download, const std::string& server,
-                                     const TryResult& result, Time now) {
+                                     const AttemptResult& result, Time now) {
   const bool waits = download.state == Download::State::waiting;
   if (waits) waiting_.remove(download);
   for (const std::size_t place : download.placesToTry(server, now)) {
     const auto& url = download.urls[place].absoluteString();
-    TryResult shared(TransferOutcome::failed(sameTransferError(*result.outcome.error, url)));
+    AttemptResult shared(TransferOutcome::failed(sameTransferError(*result.outcome.error, url)));
     shared.isLast = result.isLast;
     download.plan.record(place, std::move(shared), policy_, now);
   }
@@ -384,7 +388,7 @@ void TransferScheduler::shareFailure(Download& download, const std::string& serv
 void TransferScheduler::report(Download& download) {
   TransferOutcome outcome = download.end(Clock::now());
   // A body that came from elsewhere makes what was kept of it useless.
-  const bool mayHaveParts = outcome.body && !download.figures.failedTries.empty();
+  const bool mayHaveParts = outcome.body && !download.metrics.failedTries.empty();
   for (std::size_t server = 0; mayHaveParts && server < download.urls.size(); ++server) {
     if (server != download.server) spool_.forget(download.urls[server]);
   }
@@ -394,7 +398,7 @@ void TransferScheduler::report(Download& download) {
   isReportDue_ = true;
   // A body on the disk takes no memory, but a lock, of which there are not many.
   const auto held = std::min(bytes, settings_.largestBodyInMemory);
-  TaskResult result{std::move(outcome), std::move(download.figures), held};
+  TaskResult result{std::move(outcome), std::move(download.metrics), held};
   if (download.begun) {
     const auto deadline = speeds_.deadline(*download.begun);
     if (deadline) deadlines_.erase({*deadline, &download});
@@ -404,9 +408,9 @@ void TransferScheduler::report(Download& download) {
   results_.reserve(results_.size() + tasks.size());
   for (std::size_t index = 0; index + 1 < tasks.size(); ++index) {
     results_.emplace_back(tasks[index], result);
-    backlog_.add(held);
+    pendingBytes_.add(held);
   }
-  backlog_.add(held);
+  pendingBytes_.add(held);
   // Nothing of the result stays here: whoever gets it may be the last to hold the body.
   results_.emplace_back(tasks.back(), std::move(result));
 }
@@ -415,7 +419,7 @@ void TransferScheduler::reportEnded(std::unique_lock<std::mutex>& lock) {
   if (results_.empty()) return;
   const auto now = Clock::now();
   const bool mayWait = !running_.empty() && now < reportAt_;
-  if (mayWait && !backlog_.exceeds(settings_.largestBacklog)) return;
+  if (mayWait && !pendingBytes_.exceeds(settings_.largestPendingBytes)) return;
   reportAt_ = now + reportInterval;
   auto results = std::exchange(results_, {});
   lock.unlock();

@@ -17,7 +17,7 @@
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
 #include "KivPlatform/KivRESTService/engine/TaskResult.h"
-#include "KivPlatform/KivRESTService/engine/TransferLane.h"
+#include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
@@ -30,7 +30,7 @@
 
 namespace kiv {
 
-class Backlog;
+class PendingBytes;
 
 /// Decides what the transfer threads do: keeps the jobs that wait, gives each free place to the
 /// best of them, tries again those that failed, and reports how each ended. Used by one transfer
@@ -43,12 +43,12 @@ class TransferScheduler {
   using EndHandler = std::function<void(TaskResults results)>;
   using Time = std::chrono::steady_clock::time_point;
 
-  /// How many lanes there are with those settings.
-  static std::size_t laneCount(const KivRESTServiceSettings& settings) noexcept;
+  /// How many workers there are with those settings.
+  static std::size_t workerCount(const KivRESTServiceSettings& settings) noexcept;
 
   /// All of them must outlive the scheduler.
   TransferScheduler(const KivRESTServiceSettings& settings, const EndHandler& ended,
-                    Backlog& backlog);
+                    PendingBytes& pendingBytes);
   /// Nothing may run.
   ~TransferScheduler();
   TransferScheduler(const TransferScheduler&) = delete;
@@ -57,30 +57,30 @@ class TransferScheduler {
   /// A job for a file that is on its way already joins that download.
   void add(TransferJob job);
   /// Forgets every job. Nothing is reported; what has come of their bodies stays in the spool
-  /// directory. Nothing starts until each lane has closed the connections of what ran there.
+  /// directory. Nothing starts until each worker has closed the connections of what ran there.
   void dropAll();
-  /// Assigns the free places to jobs that wait, and for which it is time. The lane with the fewest
-  /// transfers gets the next, the first one of those that are equal: what comes alone always finds
-  /// the same open connections.
+  /// Assigns the free places to jobs that wait, and for which it is time. The worker with the
+  /// fewest transfers gets the next, the first one of those that are equal: what comes alone always
+  /// finds the same open connections.
   void startWaiting();
-  /// The lanes, of which each has its thread.
-  [[nodiscard]] TransferLane& lane(std::size_t index) noexcept { return lanes_[index]; }
-  /// The lane has no thread, and gets none: another takes what it has been assigned.
-  void replaceLane(std::size_t index, TransferLane& other);
+  /// The workers, of which each has its thread.
+  [[nodiscard]] TransferWorker& worker(std::size_t index) noexcept { return workers_[index]; }
+  /// The worker has no thread, and gets none: another takes what it has been assigned.
+  void replaceWorker(std::size_t index, TransferWorker& other);
   /// True where no job is left.
   [[nodiscard]] bool isIdle() const noexcept;
 
-  // --- On the thread of the lane ---
+  // --- On the thread of the worker ---
 
-  /// Runs what the lane has been assigned.
-  void runAssigned(TransferLane& lane);
+  /// Runs what the worker has been assigned.
+  void runAssigned(TransferWorker& worker);
   /// Goes on with the jobs whose transfers have ended there, or reports them.
-  void finishEnded(TransferLane& lane);
+  void finishEnded(TransferWorker& worker);
   /// Ends the jobs that run there where libcurl itself has failed.
-  void failRunning(TransferLane& lane);
+  void failRunning(TransferWorker& worker);
   /// Ends the tries that are too slow, the jobs whose deadline has passed, and the tries that are
   /// to give way to others. To be called at least every second.
-  void endSlow(TransferLane& lane);
+  void endSlow(TransferWorker& worker);
 
   // --- Reports ---
 
@@ -105,10 +105,10 @@ class TransferScheduler {
   [[nodiscard]] bool mayStart(Download& download, Time now) const;
   [[nodiscard]] std::optional<TransferPlan::Step> nextStep(const Download& download,
                                                            Time now) const;
-  TransferLane& leastLoadedLane() noexcept;
+  TransferWorker& leastLoadedWorker() noexcept;
   void start(Download& download);
   /// What keeps the transfer from starting; nothing where it is assigned.
-  std::optional<TransferOutcome> startTransfer(Download& download, TransferLane& lane);
+  std::optional<TransferOutcome> startTransfer(Download& download, TransferWorker& worker);
   void advance(Download& download);
   void pause(Download& download);
   [[nodiscard]] bool hasFreePlace() const noexcept;
@@ -116,35 +116,35 @@ class TransferScheduler {
   bool holdsBack(Time now);
   void shareBandwidth();
 
-  void finish(TransferLane& lane, const TransferLane::Ended& ended);
-  void endTry(TransferLane& lane, Download& download, TryResult result);
-  void stopRunning(TransferLane& lane, Download& download);
-  void endAsTooSlow(TransferLane& lane, Download& download);
-  void giveWay(TransferLane& lane, Download& download);
+  void finish(TransferWorker& worker, const TransferWorker::Ended& ended);
+  void endAttempt(TransferWorker& worker, Download& download, AttemptResult result);
+  void stopRunning(TransferWorker& worker, Download& download);
+  void endAsTooSlow(TransferWorker& worker, Download& download);
+  void giveWay(TransferWorker& worker, Download& download);
   [[nodiscard]] bool isTooSlow(Download& download, Time now);
   [[nodiscard]] bool isToGiveWay(Download& download, Time now);
   [[nodiscard]] bool couldStartAfter(const Download& download, Download& waiting, Time now) const;
   [[nodiscard]] std::size_t olderThan(const Download& download, bool onItsServer) const;
   [[nodiscard]] bool isOverdue(const Download& download, Time now) const;
   void endOverdue(Time now);
-  TryResult giveUp(Download& download);
-  void conclude(Download& download, TryResult result);
+  AttemptResult giveUp(Download& download);
+  void conclude(Download& download, AttemptResult result);
   void report(Download& download);
 
   [[nodiscard]] bool isProbing(const Download& download) const;
   [[nodiscard]] bool isAnswering(const std::string& server) const;
   void noteAnswers();
   void noteReached(const std::string& server);
-  void noteHealth(const Download& download, const TryResult& result, Time now);
-  void endProbe(const std::string& server, TryResult& result, Time now);
+  void noteHealth(const Download& download, const AttemptResult& result, Time now);
+  void endProbe(const std::string& server, AttemptResult& result, Time now);
   [[nodiscard]] bool isLeftTo(const Download& download, const std::string& server, Time now) const;
   [[nodiscard]] std::vector<Download*> leftTo(const std::string& server, Time now) const;
-  void shareFailure(Download& download, const std::string& server, const TryResult& result,
+  void shareFailure(Download& download, const std::string& server, const AttemptResult& result,
                     Time now);
 
   const KivRESTServiceSettings& settings_;
   const EndHandler& ended_;
-  Backlog& backlog_;
+  PendingBytes& pendingBytes_;
   SpoolDirectory spool_;
   const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
@@ -164,8 +164,8 @@ class TransferScheduler {
   std::vector<Download*> running_;  // in order of their beginning
   std::map<std::string, std::size_t> runningPerServer_;
   std::set<std::pair<Time, Download*>> deadlines_;  // of those that have begun
-  std::vector<TransferLane> lanes_;
-  std::size_t lanesInUse_;  // the first ones
+  std::vector<TransferWorker> workers_;
+  std::size_t workersInUse_;  // the first ones
 };
 
 }  // namespace kiv

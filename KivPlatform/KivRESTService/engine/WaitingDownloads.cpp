@@ -15,7 +15,7 @@ bool WaitingDownloads::Place::operator<(const Place& other) const noexcept {
 }
 
 WaitingDownloads::Place WaitingDownloads::placeOf(const Download& download) {
-  return {download.figures.timesGivenWay, download.priority, download.tasks.front()};
+  return {download.metrics.timesGivenWay, download.priority, download.tasks.front()};
 }
 
 std::string WaitingDownloads::lineOf(const Download& download) {

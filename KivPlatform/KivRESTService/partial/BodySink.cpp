@@ -65,10 +65,10 @@ bool BodySink::moveToDisk() {
   return isAppended;
 }
 
-bool BodySink::goOn() {
+bool BodySink::resume() {
   resumed_ = range()->first;
   isOnDisk_ = true;
-  return partial_->goOn(resumed_, &error_);
+  return partial_->resume(resumed_, &error_);
 }
 
 bool BodySink::append(std::string_view bytes) {

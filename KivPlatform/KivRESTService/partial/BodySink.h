@@ -40,7 +40,7 @@ class BodySink {
   /// finished or discarded.
   bool begin(const URL& from, const ResponseCheck& response);
   /// The rest of the body comes, as range() asked.
-  bool goOn();
+  bool resume();
   /// The bytes may wait in memory until flush().
   bool append(std::string_view bytes);
   bool flush();
@@ -56,7 +56,7 @@ class BodySink {
 
   /// Bytes that are here: kept and come.
   [[nodiscard]] std::int64_t length() const noexcept;
-  /// Of these, those with which goOn() began.
+  /// Of these, those with which resume() began.
   [[nodiscard]] std::int64_t resumed() const noexcept { return resumed_; }
   /// True where a later try can go on with more than this one found.
   [[nodiscard]] bool hasGrown() const;

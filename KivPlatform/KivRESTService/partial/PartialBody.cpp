@@ -72,7 +72,7 @@ bool PartialBody::writeRecord(std::optional<Error>* error) {
   return file && file->write(record_->text(), error) && file->close(error);
 }
 
-bool PartialBody::goOn(std::int64_t length, std::optional<Error>* error) {
+bool PartialBody::resume(std::int64_t length, std::optional<Error>* error) {
   file_ = files().openFileAtPath_length(partPath_, static_cast<std::uint64_t>(length), error);
   length_ = length;
   isDateOld_ = true;

@@ -42,7 +42,7 @@ class PartialBody {
   bool begin(PartialRecord record, std::optional<Error>* error);
   /// Continues after the first `length` bytes, no more than are there. The record gets a new date
   /// when a byte is added.
-  bool goOn(std::int64_t length, std::optional<Error>* error);
+  bool resume(std::int64_t length, std::optional<Error>* error);
   /// The bytes may wait in memory until flush(), or until the object goes.
   bool append(std::string_view bytes, std::optional<Error>* error);
   bool flush(std::optional<Error>* error);

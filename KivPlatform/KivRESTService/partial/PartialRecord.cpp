@@ -29,14 +29,14 @@ std::optional<std::int64_t> number(const Value& value) {
 }  // namespace
 
 std::string PartialRecord::text() const {
-  return JSON::describe(Dictionary{{urlKey, url.text()},
-                                   {finalURLKey, finalURL.text()},
-                                   {entityTagKey, version.entityTag},
-                                   {lastModifiedKey, version.lastModified},
-                                   {lengthKey, length},
-                                   {dateKey, date},
-                                   {restFailedKey, restFailed},
-                                   {bootKey, system::bootID()}});
+  return JSON::toCompactString(Dictionary{{urlKey, url.text()},
+                                          {finalURLKey, finalURL.text()},
+                                          {entityTagKey, version.entityTag},
+                                          {lastModifiedKey, version.lastModified},
+                                          {lengthKey, length},
+                                          {dateKey, date},
+                                          {restFailedKey, restFailed},
+                                          {bootKey, system::bootID()}});
 }
 
 std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {

@@ -4,7 +4,7 @@
 
 namespace kiv {
 
-std::string serverOf(const URL& url) {
+std::string originOf(const URL& url) {
   std::string_view text = url.absoluteString();
   const auto start = text.find("://");
   if (start == std::string_view::npos) return {};
@@ -26,9 +26,9 @@ bool HostHealth::isUnreachable(const std::string& server) const {
   return unreachable_.contains(server);
 }
 
-bool HostHealth::isProbe(const std::string& server, std::uint64_t tryID) const {
+bool HostHealth::isProbe(const std::string& server, std::uint64_t attemptID) const {
   const auto found = unreachable_.find(server);
-  return found != unreachable_.end() && found->second.probe == tryID;
+  return found != unreachable_.end() && found->second.probe == attemptID;
 }
 
 std::vector<std::string> HostHealth::probed() const {
@@ -39,18 +39,18 @@ std::vector<std::string> HostHealth::probed() const {
   return servers;
 }
 
-void HostHealth::noteTry(const std::string& server, std::uint64_t tryID) {
+void HostHealth::noteTry(const std::string& server, std::uint64_t attemptID) {
   const auto found = unreachable_.find(server);
-  if (found != unreachable_.end() && !found->second.probe) found->second.probe = tryID;
+  if (found != unreachable_.end() && !found->second.probe) found->second.probe = attemptID;
 }
 
-void HostHealth::noteUnreachable(const std::string& server, std::uint64_t tryID, Time now) {
+void HostHealth::noteUnreachable(const std::string& server, std::uint64_t attemptID, Time now) {
   unreachable_[server].avoidedUntil = now + pause_;
-  noteEnd(server, tryID);
+  noteEnd(server, attemptID);
 }
 
-void HostHealth::noteEnd(const std::string& server, std::uint64_t tryID) {
-  if (isProbe(server, tryID)) unreachable_.at(server).probe.reset();
+void HostHealth::noteEnd(const std::string& server, std::uint64_t attemptID) {
+  if (isProbe(server, attemptID)) unreachable_.at(server).probe.reset();
 }
 
 bool HostHealth::noteReached(const std::string& server) {

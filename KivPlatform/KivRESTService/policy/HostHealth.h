@@ -13,7 +13,7 @@
 namespace kiv {
 
 /// The server of a URL, scheme, host and port, as far as it has one.
-KIV_EXPORT std::string serverOf(const URL& url);
+KIV_EXPORT std::string originOf(const URL& url);
 
 /// Whether a server is to be tried.
 enum class ServerState {
@@ -36,16 +36,16 @@ class KIV_EXPORT HostHealth {
   /// True from when the server could not be reached until it is, also when the pause is over.
   [[nodiscard]] bool isUnreachable(const std::string& server) const;
   /// True where the try is the probe of the server.
-  [[nodiscard]] bool isProbe(const std::string& server, std::uint64_t tryID) const;
+  [[nodiscard]] bool isProbe(const std::string& server, std::uint64_t attemptID) const;
   /// The servers that are probed now.
   [[nodiscard]] std::vector<std::string> probed() const;
 
   /// A try begins. The number tells it from others of the server at the same time.
-  void noteTry(const std::string& server, std::uint64_t tryID);
+  void noteTry(const std::string& server, std::uint64_t attemptID);
   /// The try has ended, without reaching the server.
-  void noteUnreachable(const std::string& server, std::uint64_t tryID, Time now);
+  void noteUnreachable(const std::string& server, std::uint64_t attemptID, Time now);
   /// The try has ended, and says nothing of the server.
-  void noteEnd(const std::string& server, std::uint64_t tryID);
+  void noteEnd(const std::string& server, std::uint64_t attemptID);
   /// The server was reached, whatever it answered. True where it was unreachable before.
   bool noteReached(const std::string& server);
   /// No try runs any more.

@@ -4,7 +4,7 @@
 
 namespace kiv {
 
-bool mayPass(std::int64_t statusCode) noexcept {
+bool isRetryable(std::int64_t statusCode) noexcept {
   switch (statusCode) {
     case 408:  // Request Timeout
     case 429:  // Too Many Requests
@@ -18,7 +18,7 @@ bool mayPass(std::int64_t statusCode) noexcept {
   }
 }
 
-bool mayPass(KivRESTServiceErrorCode code) noexcept {
+bool isRetryable(KivRESTServiceErrorCode code) noexcept {
   using Code = KivRESTServiceErrorCode;
   return code == Code::cannotConnect || code == Code::timedOut || code == Code::connectionLost;
 }

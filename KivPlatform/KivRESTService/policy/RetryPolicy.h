@@ -12,8 +12,8 @@
 namespace kiv {
 
 /// True for the statuses and errors that may pass: the same server may bring the file later.
-KIV_EXPORT bool mayPass(std::int64_t statusCode) noexcept;
-KIV_EXPORT bool mayPass(KivRESTServiceErrorCode code) noexcept;
+KIV_EXPORT bool isRetryable(std::int64_t statusCode) noexcept;
+KIV_EXPORT bool isRetryable(KivRESTServiceErrorCode code) noexcept;
 
 /// How long to wait before a server is asked again: exponential back-off with full jitter, so that
 /// many clients that failed together do not come back together.

@@ -8,9 +8,9 @@ namespace kiv {
 
 namespace {
 
-bool isPassing(const TryResult& result) {
-  if (const auto code = result.errorCode()) return mayPass(*code);
-  return result.outcome.response && mayPass(result.outcome.response->statusCode());
+bool isPassing(const AttemptResult& result) {
+  if (const auto code = result.errorCode()) return isRetryable(*code);
+  return result.outcome.response && isRetryable(result.outcome.response->statusCode());
 }
 
 }  // namespace
@@ -45,7 +45,7 @@ bool TransferPlan::mayTry(std::size_t server, Time now) const {
   return !isOver() && !servers_[server].isDone && servers_[server].notBefore <= now;
 }
 
-void TransferPlan::record(std::size_t server, TryResult result, RetryPolicy& policy, Time now) {
+void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy& policy, Time now) {
   Server& tried = servers_[server];
   ++tries_;
   if (result.outcome.body) success_ = server;

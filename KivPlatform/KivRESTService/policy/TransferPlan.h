@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/KivRESTService/policy/AttemptResult.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
-#include "KivPlatform/KivRESTService/policy/TryResult.h"
 
 namespace kiv {
 
@@ -41,7 +41,7 @@ class KIV_EXPORT TransferPlan {
   /// True where that server may be tried now, as far as this task is concerned.
   [[nodiscard]] bool mayTry(std::size_t server, Time now) const;
   /// Notes how the try of that server, which ended now, came out.
-  void record(std::size_t server, TryResult result, RetryPolicy& policy, Time now);
+  void record(std::size_t server, AttemptResult result, RetryPolicy& policy, Time now);
 
   /// Nothing more is to be tried: the task ends with that, whatever the tries came to.
   void giveUp(TransferOutcome outcome) { givenUp_ = std::move(outcome); }

@@ -154,9 +154,9 @@ std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
 
 /// The text of the list, where it is not too long to be read.
 std::optional<std::string> readList(const Data& archive, const ListPlace& place,
-                                    const ArchiveCeilings& ceilings, ArchiveObjection& objection) {
-  if (place.count > ceilings.entries) {
-    objection = "holds more than " + std::to_string(ceilings.entries) + " entries";
+                                    const ArchiveLimits& limits, ArchiveObjection& objection) {
+  if (place.count > limits.entries) {
+    objection = "holds more than " + std::to_string(limits.entries) + " entries";
     return std::nullopt;
   }
   if (place.size > ArchiveDirectory::longestList) {
@@ -197,7 +197,7 @@ struct Range {
 std::optional<Range> rangeOf(const ArchiveEntry& entry, const Data& archive,
                              std::uint64_t listOffset, ArchiveObjection& objection) {
   const auto refuse = [&](std::string_view rule) {
-    objection = objectionToEntry(entry.rawName, rule);
+    objection = entryObjection(entry.rawName, rule);
     return std::nullopt;
   };
   const std::string_view outside = "does not lie within the archive";
@@ -221,8 +221,8 @@ std::optional<Range> rangeOf(const ArchiveEntry& entry, const Data& archive,
   return Range{entry.headerOffset, entry.headerOffset + before + entry.packedSize, &entry};
 }
 
-std::optional<ArchiveObjection> objectionToLayout(const std::vector<ArchiveEntry>& entries,
-                                                  const Data& archive, std::uint64_t listOffset) {
+std::optional<ArchiveObjection> validateLayout(const std::vector<ArchiveEntry>& entries,
+                                               const Data& archive, std::uint64_t listOffset) {
   std::vector<Range> ranges;
   ranges.reserve(entries.size());
   for (const ArchiveEntry& entry : entries) {
@@ -235,17 +235,17 @@ std::optional<ArchiveObjection> objectionToLayout(const std::vector<ArchiveEntry
             [](const Range& a, const Range& b) { return a.start < b.start; });
   for (std::size_t i = 1; i < ranges.size(); ++i) {
     if (ranges[i].start < ranges[i - 1].end) {
-      return objectionToEntry(ranges[i].entry->rawName, "overlaps another entry");
+      return entryObjection(ranges[i].entry->rawName, "overlaps another entry");
     }
   }
   return std::nullopt;
 }
 
-std::optional<ArchiveObjection> objectionToRepeatedNames(const std::vector<ArchiveEntry>& entries) {
+std::optional<ArchiveObjection> validateRepeatedNames(const std::vector<ArchiveEntry>& entries) {
   std::unordered_set<std::string_view> names;
   for (const ArchiveEntry& entry : entries) {
     if (!names.insert(entry.rawName).second) {
-      return objectionToEntry(entry.rawName, "is listed twice");
+      return entryObjection(entry.rawName, "is listed twice");
     }
   }
   return std::nullopt;
@@ -253,7 +253,7 @@ std::optional<ArchiveObjection> objectionToRepeatedNames(const std::vector<Archi
 
 }  // namespace
 
-ArchiveObjection objectionToEntry(std::string_view name, std::string_view rule) {
+ArchiveObjection entryObjection(std::string_view name, std::string_view rule) {
   return "holds the entry " + quoted(name) + ", which " + std::string(rule);
 }
 
@@ -270,7 +270,7 @@ std::uint32_t ArchiveEntry::unixFileType() const noexcept {
 }
 
 std::optional<ArchiveDirectory> ArchiveDirectory::read(const Data& archive,
-                                                       const ArchiveCeilings& ceilings,
+                                                       const ArchiveLimits& limits,
                                                        ArchiveObjection& objection) {
   const auto tail = readTail(archive);
   const auto endRecords = tail ? findEndRecords(tail->bytes) : EndRecords();
@@ -287,11 +287,11 @@ std::optional<ArchiveDirectory> ArchiveDirectory::read(const Data& archive,
     objection = inconsistent;
     return std::nullopt;
   }
-  const auto list = readList(archive, *place, ceilings, objection);
+  const auto list = readList(archive, *place, limits, objection);
   auto entries = list ? takeEntries(*list, place->count, objection) : std::nullopt;
   if (!entries) return std::nullopt;
-  auto refusal = objectionToRepeatedNames(*entries);
-  if (!refusal) refusal = objectionToLayout(*entries, archive, place->offset);
+  auto refusal = validateRepeatedNames(*entries);
+  if (!refusal) refusal = validateLayout(*entries, archive, place->offset);
   if (refusal) {
     objection = std::move(*refusal);
     return std::nullopt;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/values/Data.h"
-#include "KivPlatform/KivStorageService/ArchiveCeilings.h"
+#include "KivPlatform/KivStorageService/ArchiveLimits.h"
 
 namespace kiv::storage {
 
@@ -16,7 +16,7 @@ namespace kiv::storage {
 using ArchiveObjection = std::string;
 
 /// The objection to one entry: `rule` goes on after "which".
-ArchiveObjection objectionToEntry(std::string_view name, std::string_view rule);
+ArchiveObjection entryObjection(std::string_view name, std::string_view rule);
 
 /// What an archive says of one entry, as it stands in the archive.
 struct ArchiveEntry {
@@ -52,7 +52,7 @@ class ArchiveDirectory {
   static constexpr std::uint64_t longestList = std::uint64_t{8} << 20;
 
   /// The list of the archive; nothing and an objection where it cannot be trusted.
-  static std::optional<ArchiveDirectory> read(const Data& archive, const ArchiveCeilings& ceilings,
+  static std::optional<ArchiveDirectory> read(const Data& archive, const ArchiveLimits& limits,
                                               ArchiveObjection& objection);
 
   [[nodiscard]] const std::vector<ArchiveEntry>& entries() const noexcept { return entries_; }

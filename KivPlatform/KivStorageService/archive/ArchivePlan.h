@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "KivPlatform/KivStorageService/ArchiveCeilings.h"
+#include "KivPlatform/KivStorageService/ArchiveLimits.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveReader.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveTree.h"
@@ -20,7 +20,7 @@ struct ArchivePlan {
 };
 
 /// The plan for the archive; nothing and an objection otherwise.
-std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveCeilings& ceilings,
+std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveLimits& limits,
                                        ArchiveObjection& objection);
 
 }  // namespace kiv::storage

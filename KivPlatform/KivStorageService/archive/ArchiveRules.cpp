@@ -17,35 +17,34 @@ bool startsWithDrive(std::string_view name) {
   return (name[0] >= 'A' && name[0] <= 'Z') || (name[0] >= 'a' && name[0] <= 'z');
 }
 
-std::optional<std::string> objectionToComponent(std::string_view component,
-                                                const ArchiveCeilings& ceilings) {
+std::optional<std::string> validateComponent(std::string_view component,
+                                             const ArchiveLimits& limits) {
   if (component.empty()) return "has an empty part in its path";
   if (component == "..") return "leads out of the archive with \"..\"";
   if (component == ".") return "has the part \".\" in its path";
   if (startsWithDrive(component)) return "has the path of a drive";
-  if (component.size() > ceilings.nameBytes) {
-    return "has a name longer than " + std::to_string(ceilings.nameBytes) + " bytes";
+  if (component.size() > limits.nameBytes) {
+    return "has a name longer than " + std::to_string(limits.nameBytes) + " bytes";
   }
   return std::nullopt;
 }
 
-std::optional<std::string> objectionToComponents(std::string_view path,
-                                                 const ArchiveCeilings& ceilings) {
+std::optional<std::string> validateComponents(std::string_view path, const ArchiveLimits& limits) {
   std::uint64_t levels = 0;
   for (std::size_t start = 0; start <= path.size(); ++levels) {
     const std::size_t end = std::min(path.find('/', start), path.size());
-    if (auto objection = objectionToComponent(path.substr(start, end - start), ceilings)) {
+    if (auto objection = validateComponent(path.substr(start, end - start), limits)) {
       return objection;
     }
     start = end + 1;
   }
-  if (levels > ceilings.levels) {
-    return "lies deeper than " + std::to_string(ceilings.levels) + " levels";
+  if (levels > limits.levels) {
+    return "lies deeper than " + std::to_string(limits.levels) + " levels";
   }
   return std::nullopt;
 }
 
-std::optional<std::string> objectionToFileType(const ArchiveEntry& entry) {
+std::optional<std::string> validateFileType(const ArchiveEntry& entry) {
   const std::uint32_t type = entry.unixFileType();
   if (type == unixLink) return "is a symbolic link";
   if (type == unixDirectory && !entry.isDirectory()) return "is a directory with a file's name";
@@ -69,30 +68,29 @@ bool isLeftOut(std::string_view name) {
   return first == folder && (path.size() > folder.size() || name.ends_with('/'));
 }
 
-std::optional<std::string> objectionToEntryName(std::string_view name,
-                                                const ArchiveCeilings& ceilings) {
+std::optional<std::string> validateEntryName(std::string_view name, const ArchiveLimits& limits) {
   if (name.empty()) return "has no name";
   if (name.find('\0') != name.npos) return "has a NUL character in its name";
   if (name.find('\\') != name.npos) return "has a backslash in its name";
   if (name.starts_with('/')) return "has an absolute path";
   const std::string_view path = pathOfEntryName(name);
-  if (path.size() > ceilings.pathBytes) {
-    return "has a path longer than " + std::to_string(ceilings.pathBytes) + " bytes";
+  if (path.size() > limits.pathBytes) {
+    return "has a path longer than " + std::to_string(limits.pathBytes) + " bytes";
   }
   if (path.empty() && name.ends_with("./")) return std::nullopt;
-  return objectionToComponents(path, ceilings);
+  return validateComponents(path, limits);
 }
 
-std::optional<std::string> objectionToEntryKind(const ArchiveEntry& entry,
-                                                const ArchiveCeilings& ceilings) {
+std::optional<std::string> validateEntryKind(const ArchiveEntry& entry,
+                                             const ArchiveLimits& limits) {
   if (entry.isEncrypted()) return "is encrypted";
-  if (auto objection = objectionToFileType(entry)) return objection;
+  if (auto objection = validateFileType(entry)) return objection;
   if (entry.method != zip::storedMethod && entry.method != zip::deflatedMethod) {
     return "is packed with the unknown method " + std::to_string(entry.method);
   }
   if (entry.isDirectory() && entry.size != 0) return "is a directory with contents";
-  if (entry.size > ceilings.fileBytes) {
-    return "is larger than " + std::to_string(ceilings.fileBytes) + " bytes";
+  if (entry.size > limits.fileBytes) {
+    return "is larger than " + std::to_string(limits.fileBytes) + " bytes";
   }
   return std::nullopt;
 }

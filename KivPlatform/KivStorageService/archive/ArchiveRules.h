@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/KivStorageService/ArchiveCeilings.h"
+#include "KivPlatform/KivStorageService/ArchiveLimits.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
 /// What an entry of an archive may be. Pure checks; an answer goes on after "which".
@@ -22,12 +22,11 @@ bool isLeftOut(std::string_view name);
 
 /// Why a file or directory may not have the name, UTF-8, as an archive gives it: it would lie
 /// outside the directory, or on another system it would, or no file system takes it.
-std::optional<std::string> objectionToEntryName(std::string_view name,
-                                                const ArchiveCeilings& ceilings);
+std::optional<std::string> validateEntryName(std::string_view name, const ArchiveLimits& limits);
 
 /// Why the entry may not be unpacked, whatever its name: encrypted, packed in an unknown way, a
-/// link or a device, or larger than the ceilings allow by what it says itself.
-std::optional<std::string> objectionToEntryKind(const ArchiveEntry& entry,
-                                                const ArchiveCeilings& ceilings);
+/// link or a device, or larger than the limits allow by what it says itself.
+std::optional<std::string> validateEntryKind(const ArchiveEntry& entry,
+                                             const ArchiveLimits& limits);
 
 }  // namespace kiv::storage

@@ -7,8 +7,8 @@ namespace kiv::storage {
 namespace {
 
 /// Why a node that stands cannot also be what is added under a name that folds to the same.
-std::optional<std::string> objectionToMeeting(const ArchiveNode& standing, std::string_view name,
-                                              bool isFile) {
+std::optional<std::string> validateMeeting(const ArchiveNode& standing, std::string_view name,
+                                           bool isFile) {
   if (standing.name != name) {
     return "has a path that differs from another entry's only by the spelling of its letters";
   }
@@ -42,7 +42,7 @@ std::optional<std::string> ArchiveTree::add(std::string_view path,
     const std::string_view name = path.substr(0, separator);
     std::unique_ptr<ArchiveNode>& node = directory->children[unicode::folded(name)];
     if (node) {
-      if (auto objection = objectionToMeeting(*node, name, isLast && entry)) return objection;
+      if (auto objection = validateMeeting(*node, name, isLast && entry)) return objection;
     } else {
       node = std::make_unique<ArchiveNode>();
       node->name = name;

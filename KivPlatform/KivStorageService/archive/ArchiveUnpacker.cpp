@@ -22,11 +22,11 @@ Error refusal(std::string_view archiveName, const ArchiveObjection& objection) {
 /// Writes what a plan lays out, and counts what really comes out of the archive.
 class Unpacker {
  public:
-  Unpacker(const ArchivePlan& plan, std::uint64_t archiveBytes, const ArchiveCeilings& ceilings,
+  Unpacker(const ArchivePlan& plan, std::uint64_t archiveBytes, const ArchiveLimits& limits,
            std::string_view archiveName)
       : plan_(plan),
         archiveBytes_(archiveBytes),
-        ceilings_(ceilings),
+        limits_(limits),
         archiveName_(archiveName),
         files_(FileManager::defaultManager()) {}
 
@@ -69,7 +69,7 @@ class Unpacker {
         [&](std::string_view piece) {
           size += piece.size();
           total_ += piece.size();
-          rule = objectionToSize(entry, size);
+          rule = validateSize(entry, size);
           return !rule && (isWritten = file.write(piece, error));
         },
         reason);
@@ -77,38 +77,38 @@ class Unpacker {
     if (outcome == ArchiveReader::Outcome::broken) rule = "cannot be decoded: " + reason;
     if (!rule && size != entry.size) rule = "is shorter than the archive says";
     if (!rule) return true;
-    return fail(error, refusal(archiveName_, objectionToEntry(entry.rawName, *rule)));
+    return fail(error, refusal(archiveName_, entryObjection(entry.rawName, *rule)));
   }
 
-  [[nodiscard]] std::optional<std::string> objectionToSize(const ArchiveEntry& entry,
-                                                           std::uint64_t size) const {
+  [[nodiscard]] std::optional<std::string> validateSize(const ArchiveEntry& entry,
+                                                        std::uint64_t size) const {
     if (size > entry.size) return "is longer than the archive says";
-    if (size > ceilings_.fileBytes) {
-      return "is larger than " + std::to_string(ceilings_.fileBytes) + " bytes";
+    if (size > limits_.fileBytes) {
+      return "is larger than " + std::to_string(limits_.fileBytes) + " bytes";
     }
-    if (total_ > ceilings_.totalBytes) {
-      return "brings the archive beyond " + std::to_string(ceilings_.totalBytes) + " bytes";
+    if (total_ > limits_.totalBytes) {
+      return "brings the archive beyond " + std::to_string(limits_.totalBytes) + " bytes";
     }
     if (isTooDense(size, entry.packedSize) || isTooDense(total_, archiveBytes_)) {
-      return "unpacks to more than " + std::to_string(ceilings_.ratio) + " times its size";
+      return "unpacks to more than " + std::to_string(limits_.ratio) + " times its size";
     }
     return std::nullopt;
   }
 
   [[nodiscard]] bool isTooDense(std::uint64_t unpacked, std::uint64_t packed) const {
-    return unpacked > ceilings_.ratioFreeBytes && unpacked / ceilings_.ratio > packed;
+    return unpacked > limits_.ratioFreeBytes && unpacked / limits_.ratio > packed;
   }
 
   const ArchivePlan& plan_;
   std::uint64_t archiveBytes_;
-  const ArchiveCeilings& ceilings_;
+  const ArchiveLimits& limits_;
   std::string_view archiveName_;
   FileManager& files_;
   std::unique_ptr<BatchSync> batch_;  ///< syncs all files at once; none where each syncs itself
   std::uint64_t total_ = 0;
 };
 
-/// Each size is below its ceiling, and so is their sum.
+/// Each size is below its limit, and so is their sum.
 std::uint64_t unpackedSize(const ArchivePlan& plan) {
   std::uint64_t size = 0;
   for (const ArchiveEntry& entry : plan.entries) {
@@ -120,9 +120,9 @@ std::uint64_t unpackedSize(const ArchivePlan& plan) {
 }  // namespace
 
 bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
-                   const ArchiveCeilings& ceilings, std::optional<Error>* error) {
+                   const ArchiveLimits& limits, std::optional<Error>* error) {
   ArchiveObjection objection;
-  const auto plan = planArchive(archive, ceilings, objection);
+  const auto plan = planArchive(archive, limits, objection);
   if (!plan) return fail(error, refusal(archiveName, objection));
   const ArchiveNode& top = plan->tree.top(archiveEntryPage);
   const ArchiveNode* const page = top.child(archiveEntryPage);
@@ -134,9 +134,9 @@ bool unpackArchive(const Data& archive, std::string_view archiveName, const std:
   // A disk that does not tell its room is tried.
   const auto space = FileManager::defaultManager().spaceAtPath(path);
   auto full =
-      space ? objectionToSize(unpackedSize(*plan), "archive", archiveName, *space) : std::nullopt;
+      space ? validateSize(unpackedSize(*plan), "archive", archiveName, *space) : std::nullopt;
   if (full) return fail(error, std::move(*full));
-  return Unpacker(*plan, archive.size(), ceilings, archiveName).makeTree(top, path, error);
+  return Unpacker(*plan, archive.size(), limits, archiveName).makeTree(top, path, error);
 }
 
 }  // namespace kiv::storage

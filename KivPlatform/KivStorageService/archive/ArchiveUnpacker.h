@@ -6,7 +6,7 @@
 
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
-#include "KivPlatform/KivStorageService/ArchiveCeilings.h"
+#include "KivPlatform/KivStorageService/ArchiveLimits.h"
 
 namespace kiv::storage {
 
@@ -18,6 +18,6 @@ inline constexpr std::string_view archiveEntryPage = "index.html";
 /// has reached the disk when this returns true. On failure something may be left there, which is
 /// for the caller to remove.
 bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
-                   const ArchiveCeilings& ceilings, std::optional<Error>* error);
+                   const ArchiveLimits& limits, std::optional<Error>* error);
 
 }  // namespace kiv::storage

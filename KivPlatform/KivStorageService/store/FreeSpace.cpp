@@ -6,8 +6,8 @@
 
 namespace kiv::storage {
 
-std::optional<Error> objectionToSize(std::uint64_t bytes, std::string_view sort,
-                                     std::string_view name, const FileSystemSpace& space) {
+std::optional<Error> validateSize(std::uint64_t bytes, std::string_view sort, std::string_view name,
+                                  const FileSystemSpace& space) {
   const std::uint64_t reserve = std::min(bytes, largestReserve);
   const bool fits = bytes <= space.available && reserve <= space.available - bytes;
   if (fits) return std::nullopt;

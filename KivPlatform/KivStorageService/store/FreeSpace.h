@@ -16,7 +16,7 @@ inline constexpr std::uint64_t largestReserve = std::uint64_t{1} << 20;
 
 /// The error for bytes that there is no room for, or nothing where there is. `sort` ("file") and
 /// `name` serve the message.
-std::optional<Error> objectionToSize(std::uint64_t bytes, std::string_view sort,
-                                     std::string_view name, const FileSystemSpace& space);
+std::optional<Error> validateSize(std::uint64_t bytes, std::string_view sort, std::string_view name,
+                                  const FileSystemSpace& space);
 
 }  // namespace kiv::storage

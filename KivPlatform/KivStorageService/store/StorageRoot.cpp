@@ -126,13 +126,13 @@ bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional
   return FileManager::defaultManager().synchronizeDirectoryAtPath(directory, error);
 }
 
-std::optional<Error> StorageRoot::objectionToFile(std::uint64_t bytes, std::string_view name) {
+std::optional<Error> StorageRoot::validateFile(std::uint64_t bytes, std::string_view name) {
   const std::uint64_t taken = sizeOnDisk(bytes);
   const std::lock_guard guard(mutex_);
   if (seen_.roomLeft < taken + largestReserve) {
     const auto space = FileManager::defaultManager().spaceAtPath(path_);
     if (!space) return std::nullopt;
-    if (auto objection = objectionToSize(bytes, "file", name, *space)) return objection;
+    if (auto objection = validateSize(bytes, "file", name, *space)) return objection;
     seen_.roomLeft = isInBatch() ? space->available : 0;
   }
   seen_.roomLeft -= std::min(seen_.roomLeft, taken);

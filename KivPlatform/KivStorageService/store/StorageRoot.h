@@ -44,7 +44,7 @@ class StorageRoot {
   /// it ends.
   bool synchronizeEntries(const std::string& directory, std::optional<Error>* error);
   /// What keeps a file of that size from being stored, if the disk has no room for it.
-  std::optional<Error> objectionToFile(std::uint64_t bytes, std::string_view name);
+  std::optional<Error> validateFile(std::uint64_t bytes, std::string_view name);
 
   /// Something large is about to be stored otherwise.
   void forgetRoom();

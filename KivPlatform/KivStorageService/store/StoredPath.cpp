@@ -27,7 +27,7 @@ std::string_view archiveStem(std::string_view fileName) {
   return fileName.substr(0, fileName.size() - archiveSuffix.size());
 }
 
-std::optional<std::string> objectionToRelativePath(std::string_view relativePath) {
+std::optional<std::string> validateRelativePath(std::string_view relativePath) {
   if (relativePath.empty()) return std::nullopt;
   if (relativePath.substr(0, relativePath.find('/')) == privateDirectory) {
     return "is the storage service's own";
@@ -43,11 +43,11 @@ std::optional<std::string> objectionToRelativePath(std::string_view relativePath
   }
 }
 
-std::optional<Error> objectionToPlace(std::string_view fileName, std::string_view relativePath) {
+std::optional<Error> validatePlace(std::string_view fileName, std::string_view relativePath) {
   if (const auto objection = filename::objection(fileName)) {
     return unusable("The file name", fileName, *objection);
   }
-  if (const auto objection = objectionToRelativePath(relativePath)) {
+  if (const auto objection = validateRelativePath(relativePath)) {
     return unusable("The directory", relativePath, *objection);
   }
   if (isReserved(fileName, relativePath)) {
@@ -56,8 +56,8 @@ std::optional<Error> objectionToPlace(std::string_view fileName, std::string_vie
   return std::nullopt;
 }
 
-std::optional<Error> objectionToSaving(std::string_view fileName, std::string_view relativePath) {
-  if (auto error = objectionToPlace(fileName, relativePath)) return error;
+std::optional<Error> validateSaving(std::string_view fileName, std::string_view relativePath) {
+  if (auto error = validatePlace(fileName, relativePath)) return error;
   if (!isArchiveName(fileName)) return std::nullopt;
   const std::string_view stem = archiveStem(fileName);
   if (const auto objection = filename::objection(stem)) {

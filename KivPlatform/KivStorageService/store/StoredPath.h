@@ -22,11 +22,11 @@ std::string_view archiveStem(std::string_view fileName);
 /// Why the directory may not be used, as an end of a sentence, or nothing where it may: it must be
 /// made of harmless names with single separators between them, and lie outside the service's own
 /// directory. The empty path is the root itself.
-std::optional<std::string> objectionToRelativePath(std::string_view relativePath);
+std::optional<std::string> validateRelativePath(std::string_view relativePath);
 
 /// The error for a place that may not be used for a file, or nothing where it may.
-std::optional<Error> objectionToPlace(std::string_view fileName, std::string_view relativePath);
+std::optional<Error> validatePlace(std::string_view fileName, std::string_view relativePath);
 /// The same for something that is to be saved there; an archive's stem counts too.
-std::optional<Error> objectionToSaving(std::string_view fileName, std::string_view relativePath);
+std::optional<Error> validateSaving(std::string_view fileName, std::string_view relativePath);
 
 }  // namespace kiv::storage

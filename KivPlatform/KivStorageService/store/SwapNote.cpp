@@ -17,7 +17,7 @@ constexpr std::string_view noteSuffix = ".replaced";
 void undoSwap(const std::string& notePath, const std::string& rootPath) {
   FileManager& files = FileManager::defaultManager();
   const auto note = files.contentsAtPath(notePath);
-  if (!note || objectionToRelativePath(note->view()) || note->empty()) return;
+  if (!note || validateRelativePath(note->view()) || note->empty()) return;
   const std::string spare = notePath.substr(0, notePath.size() - noteSuffix.size());
   const std::string path = path::appendingPathComponent(rootPath, note->view());
   if (!files.itemExistsAtPath(spare) || files.itemExistsAtPath(path)) return;

@@ -20,7 +20,7 @@ struct Outcome {
   Code error = {};
 
   /// True where the client is to ask the server again, which then does the same.
-  [[nodiscard]] bool mayPass() const {
+  [[nodiscard]] bool isRetryable() const {
     return error == Code::connectionLost || error == Code::timedOut || status == 500;
   }
 };
@@ -246,7 +246,7 @@ TEST_P(KivRESTServiceFaults, EndAsTheyShould) {
   EXPECT_EQ(load.hasBody(), outcome.status == 200);
   EXPECT_TRUE(load.body() == outcome.body) << load.body();
   EXPECT_EQ(load.completions(), 1);
-  EXPECT_EQ(server.requests("/a").size(), outcome.mayPass() ? 3U : 1U);
+  EXPECT_EQ(server.requests("/a").size(), outcome.isRetryable() ? 3U : 1U);
 }
 
 std::string nameOf(const testing::TestParamInfo<FaultCase>& testCase) {

@@ -57,8 +57,8 @@ TEST_P(KivRESTServiceHostNames, OneFileComesFromTheMirror) {
   ASSERT_TRUE(loads.front().waitForEnd());
   EXPECT_EQ(loads.front().body(), "of the mirror") << loads.front().message();
   EXPECT_EQ(mirror_.requests().size(), 1U);
-  EXPECT_EQ(loads.front().task()->figures().tries, 2);
-  const auto& failed = loads.front().task()->figures().failedTries;
+  EXPECT_EQ(loads.front().task()->metrics().tries, 2);
+  const auto& failed = loads.front().task()->metrics().failedTries;
   ASSERT_EQ(failed.size(), 1U);
   EXPECT_EQ(failed.front().error, GetParam().error);
   EXPECT_GE(name_.lookUps(), 1U) << "the name is looked up here, and nowhere else";

@@ -149,7 +149,7 @@ TEST(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
     ASSERT_TRUE(loads[number].waitForEnd());
     EXPECT_EQ(loads[number].status(), 200) << loads[number].message();
     EXPECT_TRUE(loads[number].body() == files[number]) << number;
-    EXPECT_EQ(loads[number].task()->figures().tries, 1);
+    EXPECT_EQ(loads[number].task()->metrics().tries, 1);
   }
   EXPECT_NE(server.stopAndTakeLog().find(" 200 HTTP/2.0"), std::string::npos);
 }
@@ -191,7 +191,7 @@ TEST(KivRESTServiceNginx, ARealServerGivesTheRestOfAFile) {
   const Load load(client, url);
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_TRUE(load.body() == body) << load.message();
-  EXPECT_GE(load.task()->figures().resumedBytes, 600'000);
+  EXPECT_GE(load.task()->metrics().resumedBytes, 600'000);
 }
 
 TEST(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {

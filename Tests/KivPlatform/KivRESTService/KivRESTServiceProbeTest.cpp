@@ -20,7 +20,7 @@ using Code = KivRESTServiceErrorCode;
 
 int triesOf(const std::vector<Load>& loads) {
   return std::accumulate(loads.begin(), loads.end(), 0, [](int sum, const Load& load) {
-    return sum + load.task()->figures().tries;
+    return sum + load.task()->metrics().tries;
   });
 }
 
@@ -54,7 +54,7 @@ TEST_F(KivRESTServiceSwallowed, OneFileAloneIsTriedTwice) {
   const Load load(client, server_.url("/a"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
-  EXPECT_EQ(load.task()->figures().tries, 2);
+  EXPECT_EQ(load.task()->metrics().tries, 2);
 }
 
 TEST_F(KivRESTServiceSwallowed, TheMirrorIsAskedForTheOthersAtOnce) {
@@ -158,7 +158,7 @@ TEST_F(KivRESTServiceProbe, WhenItSucceedsAllGoOn) {
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), "body") << load.message();
-    EXPECT_EQ(load.task()->figures().tries, 1);
+    EXPECT_EQ(load.task()->metrics().tries, 1);
   }
   EXPECT_EQ(name_.lookUps(), 2U) << "nobody else looked the name up meanwhile";
 }
@@ -320,7 +320,7 @@ TEST_F(KivRESTServiceProbe, AServerThatSendsToOneIsNotUnreachableForFailingAnoth
     const Load load(client, {named("/a") + query, mirror_.url("/a") + query});
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), "of the mirror") << load.message();
-    EXPECT_EQ(load.task()->figures().tries, 2);
+    EXPECT_EQ(load.task()->metrics().tries, 2);
   }
   gate.open();
   ASSERT_TRUE(large.waitForEnd());

@@ -113,7 +113,7 @@ TEST_F(KivRESTServiceRedirectTest, AfterARefusalTheMirrorIsAsked) {
   EXPECT_EQ(mirrored.body(), "of the mirror") << mirrored.message();
   EXPECT_EQ(outside_.requests().size(), 1U);
   EXPECT_EQ(inside_.connectionCount(), 0U);
-  const auto& failed = mirrored.task()->figures().failedTries;
+  const auto& failed = mirrored.task()->metrics().failedTries;
   ASSERT_EQ(failed.size(), 1U);
   EXPECT_EQ(failed.front().error, Code::redirectToPrivateAddress);
 }

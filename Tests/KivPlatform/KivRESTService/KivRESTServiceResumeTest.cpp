@@ -101,8 +101,8 @@ TEST_F(KivRESTServiceResume, ABodyThatBreaksIsGoneOnWith) {
   expectWhole(load, body_);
   EXPECT_EQ(ranges(), (Ranges{"", "bytes=60000-"}));
   EXPECT_EQ(server_.requests("/a").back().header("If-Range"), "\"a\"");
-  EXPECT_EQ(load.task()->figures().resumedBytes, 60'000);
-  EXPECT_EQ(load.task()->figures().bytes, 100'000);
+  EXPECT_EQ(load.task()->metrics().resumedBytes, 60'000);
+  EXPECT_EQ(load.task()->metrics().bytes, 100'000);
 }
 
 TEST_F(KivRESTServiceResume, WhatComesAfterItAsksForTheWhole) {
@@ -158,7 +158,7 @@ TEST_F(KivRESTServiceResume, AnotherVersionStartsOver) {
   ASSERT_TRUE(load.waitForEnd());
   expectWhole(load, other);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
-  EXPECT_EQ(load.task()->figures().resumedBytes, 0);
+  EXPECT_EQ(load.task()->metrics().resumedBytes, 0);
 }
 
 /// What servers do that do not keep to the rules: each time the client asks for the whole.
@@ -197,7 +197,7 @@ TEST_P(DeniedRanges, StartOver) {
   ASSERT_TRUE(load.waitForEnd());
   expectWhole(load, other);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
-  EXPECT_EQ(load.task()->figures().failedTries.size(), 1U);
+  EXPECT_EQ(load.task()->metrics().failedTries.size(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, DeniedRanges,
@@ -320,7 +320,7 @@ TEST_P(BrokenRanges, AreFollowedByARequestForTheWhole) {
   ASSERT_TRUE(load.waitForEnd());
   expectWhole(load, body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
-  EXPECT_EQ(load.task()->figures().failedTries.size(), 1U);
+  EXPECT_EQ(load.task()->metrics().failedTries.size(), 1U);
   EXPECT_EQ(load.completions(), 1);
 }
 
@@ -370,7 +370,7 @@ TEST_F(KivRESTServiceResume, APartOutlivesAServerThatIsDown) {
   ASSERT_TRUE(load.waitForEnd());
   expectWhole(load, body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
-  EXPECT_EQ(load.task()->figures().resumedBytes, 60'000);
+  EXPECT_EQ(load.task()->metrics().resumedBytes, 60'000);
 }
 
 /// The server is out of reach: through a proxy that cannot be reached either.
@@ -457,7 +457,7 @@ TEST_F(KivRESTServiceResume, AMirrorIsAskedForTheWhole) {
     ASSERT_EQ(mirror.requests("/a").size(), 1U);
     EXPECT_FALSE(mirror.requests("/a").front().header("Range"));
     expectWhole(load, other);
-    EXPECT_EQ(load.task()->figures().server->absoluteString(), mirror.url("/a"));
+    EXPECT_EQ(load.task()->metrics().server->absoluteString(), mirror.url("/a"));
   }
   client.cancelAllTasks();
 }

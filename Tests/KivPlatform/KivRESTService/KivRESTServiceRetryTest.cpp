@@ -159,7 +159,7 @@ TEST_F(KivRESTServiceRetry, AServerThatRefusesIsTriedAgain) {
   const Load load(client, refusing.url("/a"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.errorCode(), codeOf(Code::cannotConnect));
-  EXPECT_EQ(load.task()->figures().tries, 3);
+  EXPECT_EQ(load.task()->metrics().tries, 3);
 }
 
 TEST_F(KivRESTServiceRetry, LaterTasksAskTheMirrorFirst) {
@@ -169,11 +169,11 @@ TEST_F(KivRESTServiceRetry, LaterTasksAskTheMirrorFirst) {
   KivRESTService client(settings_);
   const Load first(client, {refusing.url("/a"), mirror_.url("/a")});
   ASSERT_TRUE(first.waitForEnd());
-  EXPECT_EQ(first.task()->figures().tries, 2);
+  EXPECT_EQ(first.task()->metrics().tries, 2);
   const Load second(client, {refusing.url("/b"), mirror_.url("/b")});
   ASSERT_TRUE(second.waitForEnd());
   EXPECT_EQ(second.body(), "again");
-  EXPECT_EQ(second.task()->figures().tries, 1);
+  EXPECT_EQ(second.task()->metrics().tries, 1);
 }
 
 TEST_F(KivRESTServiceRetry, AfterThePauseTheMainServerIsProbedAgain) {
@@ -186,7 +186,7 @@ TEST_F(KivRESTServiceRetry, AfterThePauseTheMainServerIsProbedAgain) {
   ASSERT_TRUE(first.waitForEnd());
   const Load second(client, {refusing.url("/b"), mirror_.url("/b")});
   ASSERT_TRUE(second.waitForEnd());
-  EXPECT_EQ(second.task()->figures().tries, 2);
+  EXPECT_EQ(second.task()->metrics().tries, 2);
 }
 
 TEST_F(KivRESTServiceRetry, TheOutcomeIsTheSameWhereTheMirrorComesFirst) {
@@ -250,12 +250,12 @@ TEST_F(KivRESTServiceRetry, BodiesThatNobodyTakesHoldUpTheOthers) {
   for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f"})
     server_.serve(path, Response::ok(std::string(1000, 'x')));
   settings_.parallelTransfers = 1;
-  settings_.largestBacklog = 2500;
+  settings_.largestPendingBytes = 2500;
   KivRESTService client(settings_);
   std::vector<Load> loads;
   for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f"})
     loads.emplace_back(client, server_.url(path));
-  // Nobody drains the main queue: the third body fills the backlog.
+  // Nobody drains the main queue: the third body fills the pending bytes.
   ASSERT_TRUE(server_.waitForRequests(3));
   for (const auto& load : loads)
     ASSERT_TRUE(load.waitForEnd());

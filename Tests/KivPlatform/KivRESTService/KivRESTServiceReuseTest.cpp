@@ -84,8 +84,8 @@ TEST_P(KivRESTServiceReuse, AResponseMalformedOnAUsedConnectionIsAskedForOnAFres
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), "body") << load.message();
     EXPECT_EQ(load.completions(), 1);
-    EXPECT_EQ(load.task()->figures().tries, 1);
-    EXPECT_TRUE(load.task()->figures().failedTries.empty());
+    EXPECT_EQ(load.task()->metrics().tries, 1);
+    EXPECT_TRUE(load.task()->metrics().failedTries.empty());
   }
 }
 
@@ -96,7 +96,7 @@ TEST_P(KivRESTServiceReuse, ItIsSoWhereTransfersRunTogether) {
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), "body") << load.message();
-    EXPECT_EQ(load.task()->figures().tries, 1);
+    EXPECT_EQ(load.task()->metrics().tries, 1);
   }
 }
 
@@ -136,7 +136,7 @@ TEST_F(KivRESTServiceReuseTest, OneAloneIsAskedForTwiceAtMost) {
   ASSERT_EQ(requests.size(), 2U);
   EXPECT_EQ(requests.front().connection, server_.requests("/good").front().connection);
   EXPECT_NE(requests.back().connection, requests.front().connection);
-  EXPECT_EQ(bad.task()->figures().tries, 1);
+  EXPECT_EQ(bad.task()->metrics().tries, 1);
 }
 
 TEST_F(KivRESTServiceReuseTest, OnAFreshConnectionItIsAskedForOnce) {
@@ -179,7 +179,7 @@ TEST_F(KivRESTServiceReuseTest, ABodyThatBreaksOffIsAnOrdinaryTry) {
     const Load load(client, server_.url("/a"));
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), "body") << load.message();
-    EXPECT_EQ(load.task()->figures().tries, tries);
+    EXPECT_EQ(load.task()->metrics().tries, tries);
   }
 }
 

@@ -59,7 +59,7 @@ class KivRESTServiceSlowTest : public testing::Test {
   static int timesGivenWay(const std::vector<Load>& loads) {
     int times = 0;
     for (const Load& load : loads)
-      times += load.task()->figures().timesGivenWay;
+      times += load.task()->metrics().timesGivenWay;
     return times;
   }
 
@@ -81,11 +81,11 @@ TEST_F(KivRESTServiceSlowTest, SlowOnesGiveTheirPlacesToThoseThatWaitAndContinue
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), patternedBytes(5'000)) << load.message();
     EXPECT_EQ(load.completions(), 1);
-    const auto& figures = load.task()->figures();
-    EXPECT_TRUE(figures.failedTries.empty()) << "giving way is no failure";
-    EXPECT_EQ(figures.tries, figures.timesGivenWay + 1);
-    if (figures.timesGivenWay == 0) continue;
-    EXPECT_GT(figures.resumedBytes, 0);
+    const auto& metrics = load.task()->metrics();
+    EXPECT_TRUE(metrics.failedTries.empty()) << "giving way is no failure";
+    EXPECT_EQ(metrics.tries, metrics.timesGivenWay + 1);
+    if (metrics.timesGivenWay == 0) continue;
+    EXPECT_GT(metrics.resumedBytes, 0);
     ++continued;
   }
   EXPECT_GE(continued, 1U);
@@ -142,7 +142,7 @@ TEST_F(KivRESTServiceSlowTest, WithoutASlowSpeedNothingGivesWay) {
   const Load waiting(client, server_.url("/quick"));
   ASSERT_TRUE(waiting.waitForEnd());
   EXPECT_TRUE(slow.hasEnded());
-  EXPECT_EQ(slow.task()->figures().tries, 1);
+  EXPECT_EQ(slow.task()->metrics().tries, 1);
 }
 
 // --- The least speed -----------------------------------------------------------------------------
@@ -154,10 +154,10 @@ TEST_F(KivRESTServiceSlowTest, AnOldDownloadThatIsTooSlowIsTriedAgainWhereItBrok
   const Load load(client, server_.url("/slow"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.body(), patternedBytes(1'000'000)) << load.message();
-  const auto& figures = load.task()->figures();
-  EXPECT_GT(figures.resumedBytes, 0);
-  ASSERT_EQ(figures.failedTries.size(), 1U);
-  EXPECT_EQ(figures.failedTries.front().error, Code::timedOut);
+  const auto& metrics = load.task()->metrics();
+  EXPECT_GT(metrics.resumedBytes, 0);
+  ASSERT_EQ(metrics.failedTries.size(), 1U);
+  EXPECT_EQ(metrics.failedTries.front().error, Code::timedOut);
 }
 
 TEST_F(KivRESTServiceSlowTest, OneThatStaysTooSlowEndsWithAnErrorThatSaysSo) {
@@ -171,7 +171,7 @@ TEST_F(KivRESTServiceSlowTest, OneThatStaysTooSlowEndsWithAnErrorThatSaysSo) {
     EXPECT_NE(load.message().find("the server sends too slowly"), std::string::npos)
         << load.message();
     EXPECT_EQ(load.completions(), 1);
-    EXPECT_EQ(load.task()->figures().tries, settings_.triesPerServer);
+    EXPECT_EQ(load.task()->metrics().tries, settings_.triesPerServer);
   }
 }
 
@@ -183,7 +183,7 @@ TEST_F(KivRESTServiceSlowTest, OneThatIsFastEnoughForTheBoundComesAtAnyAge) {
   const Load load(client, server_.url("/slow"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.body(), patternedBytes(4'000)) << load.message();
-  EXPECT_EQ(load.task()->figures().tries, 1);
+  EXPECT_EQ(load.task()->metrics().tries, 1);
 }
 
 TEST_F(KivRESTServiceSlowTest, AStatusWhoseBodyComesTooSlowlyIsTheAnswer) {
@@ -193,7 +193,7 @@ TEST_F(KivRESTServiceSlowTest, AStatusWhoseBodyComesTooSlowlyIsTheAnswer) {
   const Load load(client, server_.url("/slow"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.status(), 404) << load.message();
-  EXPECT_EQ(load.task()->figures().tries, 1);
+  EXPECT_EQ(load.task()->metrics().tries, 1);
 }
 
 TEST_F(KivRESTServiceSlowTest, ARedirectWhoseBodyComesTooSlowlyIsFollowed) {
@@ -205,7 +205,7 @@ TEST_F(KivRESTServiceSlowTest, ARedirectWhoseBodyComesTooSlowlyIsFollowed) {
   const Load load(client, server_.url("/slow"));
   ASSERT_TRUE(load.waitForEnd());
   EXPECT_EQ(load.body(), "quick") << load.message();
-  EXPECT_EQ(load.task()->figures().tries, 1);
+  EXPECT_EQ(load.task()->metrics().tries, 1);
 }
 
 // --- The deadline --------------------------------------------------------------------------------
@@ -229,12 +229,12 @@ TEST_F(KivRESTServiceDeadlineTest, EndsADownloadThatRunsAndKeepsItsPart) {
   const auto slow = makeLoads(client, server_.url("/slow"), 3);
   for (const Load& load : slow) {
     expectDeadlineExceeded(load);
-    ASSERT_EQ(load.task()->figures().failedTries.size(), 1U) << "the mirror is not asked either";
+    ASSERT_EQ(load.task()->metrics().failedTries.size(), 1U) << "the mirror is not asked either";
   }
   const Load next(client, server_.url("/slow?0"));
   ASSERT_TRUE(next.waitForEnd());
   EXPECT_EQ(next.body(), patternedBytes(1'000'000)) << next.message();
-  EXPECT_GT(next.task()->figures().resumedBytes, 0);
+  EXPECT_GT(next.task()->metrics().resumedBytes, 0);
 }
 
 TEST_F(KivRESTServiceDeadlineTest, EndsADownloadBetweenItsTries) {
@@ -242,7 +242,7 @@ TEST_F(KivRESTServiceDeadlineTest, EndsADownloadBetweenItsTries) {
   KivRESTService client(settings_);
   const Load load(client, server_.url("/later"));
   expectDeadlineExceeded(load);
-  EXPECT_EQ(load.task()->figures().tries, 1);
+  EXPECT_EQ(load.task()->metrics().tries, 1);
 }
 
 TEST_F(KivRESTServiceDeadlineTest, EndsADownloadThatHasGivenWay) {

@@ -143,7 +143,7 @@ TEST_F(KivRESTServiceThreads, ADropOfAllLeavesNothingInUse) {
   for (const Load& load : resumed) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_TRUE(load.body() == body);
-    EXPECT_EQ(load.task()->figures().resumedBytes, 200'000);
+    EXPECT_EQ(load.task()->metrics().resumedBytes, 200'000);
   }
 }
 

@@ -415,9 +415,9 @@ TEST_F(KivStorageServiceArchiveTest, AnArchiveWithOneByteChangedIsRefusedOrUnpac
   }
 }
 
-// Ceilings --------------------------------------------------------------------------------------
+// Limits --------------------------------------------------------------------------------------
 
-class ArchiveCeilingTest : public KivStorageServiceArchiveTest {
+class ArchiveLimitTest : public KivStorageServiceArchiveTest {
  protected:
   void expectRefusal(const ZipBuilder& archive, const std::string& rule) {
     const auto error = save("promo.zip", archive.build());
@@ -428,21 +428,21 @@ class ArchiveCeilingTest : public KivStorageServiceArchiveTest {
   }
 };
 
-TEST_F(ArchiveCeilingTest, DefaultsAreTheDocumentedOnes) {
-  const ArchiveCeilings ceilings = KivStorageService::archiveCeilings();
-  EXPECT_EQ(ceilings.entries, 10'000U);
-  EXPECT_EQ(ceilings.levels, 32U);
-  EXPECT_EQ(ceilings.nameBytes, 255U);
-  EXPECT_EQ(ceilings.fileBytes, 512U * 1024 * 1024);
-  EXPECT_EQ(ceilings.totalBytes, 1024U * 1024 * 1024);
-  EXPECT_EQ(ceilings.ratio, 200U);
-  EXPECT_EQ(ceilings.ratioFreeBytes, 10U * 1024 * 1024);
+TEST_F(ArchiveLimitTest, DefaultsAreTheDocumentedOnes) {
+  const ArchiveLimits limits = KivStorageService::archiveLimits();
+  EXPECT_EQ(limits.entries, 10'000U);
+  EXPECT_EQ(limits.levels, 32U);
+  EXPECT_EQ(limits.nameBytes, 255U);
+  EXPECT_EQ(limits.fileBytes, 512U * 1024 * 1024);
+  EXPECT_EQ(limits.totalBytes, 1024U * 1024 * 1024);
+  EXPECT_EQ(limits.ratio, 200U);
+  EXPECT_EQ(limits.ratioFreeBytes, 10U * 1024 * 1024);
 }
 
-TEST_F(ArchiveCeilingTest, CountsEntries) {
-  ArchiveCeilings ceilings;
-  ceilings.entries = 3;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, CountsEntries) {
+  ArchiveLimits limits;
+  limits.entries = 3;
+  KivStorageService::setArchiveLimits(limits);
   ZipBuilder archive;
   archive.addFile("index.html", "page").addFile("a", "a").addDirectory("d/");
   archive.addFile("b", "b");
@@ -451,7 +451,7 @@ TEST_F(ArchiveCeilingTest, CountsEntries) {
             (Tree{{"index.html", "page"}, {"a", "a"}, {"b", ""}}));
 }
 
-TEST_F(ArchiveCeilingTest, RefusesAMillionEmptyEntriesByTheirCount) {
+TEST_F(ArchiveLimitTest, RefusesAMillionEmptyEntriesByTheirCount) {
   ZipBuilder archive;
   archive.addFile("index.html", "page");
   archive.zip64End = true;
@@ -461,7 +461,7 @@ TEST_F(ArchiveCeilingTest, RefusesAMillionEmptyEntriesByTheirCount) {
   expectRefusal(archive, "more than 10000 entries");
 }
 
-TEST_F(ArchiveCeilingTest, ACountThatLiesIsRefused) {
+TEST_F(ArchiveLimitTest, ACountThatLiesIsRefused) {
   for (const std::uint64_t count : {0U, 1U, 3U}) {
     ZipBuilder archive;
     archive.addFile("index.html", "page").addFile("a", "a");
@@ -470,7 +470,7 @@ TEST_F(ArchiveCeilingTest, ACountThatLiesIsRefused) {
   }
 }
 
-TEST_F(ArchiveCeilingTest, APlaceOfTheListThatLiesIsRefused) {
+TEST_F(ArchiveLimitTest, APlaceOfTheListThatLiesIsRefused) {
   for (const std::uint64_t offset : {std::uint64_t{0}, std::uint64_t{40}, std::uint64_t{1} << 40}) {
     ZipBuilder archive;
     archive.addFile("index.html", "page");
@@ -480,20 +480,20 @@ TEST_F(ArchiveCeilingTest, APlaceOfTheListThatLiesIsRefused) {
   }
 }
 
-TEST_F(ArchiveCeilingTest, CountsDirectoriesThatAreNotListed) {
-  ArchiveCeilings ceilings;
-  ceilings.items = 5;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, CountsDirectoriesThatAreNotListed) {
+  ArchiveLimits limits;
+  limits.items = 5;
+  KivStorageService::setArchiveLimits(limits);
   expectRefusal(ZipBuilder().addFile("index.html", "page").addFile("a/b/c/d/e", "x"),
                 "more than 5 files and directories");
 }
 
-TEST_F(ArchiveCeilingTest, WhatIsLeftOutCountsAsAnEntryAlone) {
-  ArchiveCeilings ceilings;
-  ceilings.entries = 3;
-  ceilings.items = 1;
-  ceilings.totalBytes = 1000;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, WhatIsLeftOutCountsAsAnEntryAlone) {
+  ArchiveLimits limits;
+  limits.entries = 3;
+  limits.items = 1;
+  limits.totalBytes = 1000;
+  KivStorageService::setArchiveLimits(limits);
   const std::string contents(1000, 'p');
   ZipBuilder archive;
   archive.addFile("index.html", contents).addFile("__MACOSX/a", contents);
@@ -503,7 +503,7 @@ TEST_F(ArchiveCeilingTest, WhatIsLeftOutCountsAsAnEntryAlone) {
   EXPECT_EQ(unpacked(archive).size(), 1U);
 }
 
-TEST_F(ArchiveCeilingTest, TakesExactlyThirtyTwoLevels) {
+TEST_F(ArchiveLimitTest, TakesExactlyThirtyTwoLevels) {
   std::string name;
   for (int i = 1; i < 32; ++i)
     name += "d/";
@@ -512,51 +512,51 @@ TEST_F(ArchiveCeilingTest, TakesExactlyThirtyTwoLevels) {
       "x");
 }
 
-TEST_F(ArchiveCeilingTest, LimitsTheBytesOfOneFile) {
-  ArchiveCeilings ceilings;
-  ceilings.fileBytes = 1000;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, LimitsTheBytesOfOneFile) {
+  ArchiveLimits limits;
+  limits.fileBytes = 1000;
+  KivStorageService::setArchiveLimits(limits);
   expectRefusal(ZipBuilder().addFile("index.html", std::string(1001, 'p')),
                 "larger than 1000 bytes");
   EXPECT_EQ(unpacked(ZipBuilder().addFile("index.html", std::string(1000, 'p'))).size(), 1U);
 }
 
-TEST_F(ArchiveCeilingTest, RefusesAFileThatClaimsTooMuch) {
+TEST_F(ArchiveLimitTest, RefusesAFileThatClaimsTooMuch) {
   ZipBuilder archive;
   archive.add({.name = "index.html", .contents = "p", .zip64 = true, .size = UINT64_MAX});
   expectRefusal(archive, "larger than 536870912 bytes");
 }
 
-TEST_F(ArchiveCeilingTest, LimitsTheBytesOfAllFiles) {
-  ArchiveCeilings ceilings;
-  ceilings.totalBytes = 1000;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, LimitsTheBytesOfAllFiles) {
+  ArchiveLimits limits;
+  limits.totalBytes = 1000;
+  KivStorageService::setArchiveLimits(limits);
   const std::string half(500, 'p');
   expectRefusal(ZipBuilder().addFile("index.html", half).addFile("a", half + "p"),
                 "more than 1000 bytes");
   EXPECT_EQ(unpacked(ZipBuilder().addFile("index.html", half).addFile("a", half)).size(), 2U);
 }
 
-TEST_F(ArchiveCeilingTest, LimitsTheRatioOfOneFile) {
-  ArchiveCeilings ceilings;
-  ceilings.ratioFreeBytes = 100'000;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, LimitsTheRatioOfOneFile) {
+  ArchiveLimits limits;
+  limits.ratioFreeBytes = 100'000;
+  KivStorageService::setArchiveLimits(limits);
   const std::string blank(100'001, 'p');
   ZipEntry incompressible{.name = "noise", .contents = std::string(60'000, 'n')};
   expectRefusal(ZipBuilder().addFile("index.html", blank).add(incompressible), "200 times");
   EXPECT_EQ(unpacked(ZipBuilder().addFile("index.html", blank.substr(1))).size(), 1U);
 }
 
-TEST_F(ArchiveCeilingTest, LimitsTheRatioOfTheWholeArchive) {
-  ArchiveCeilings ceilings;
-  ceilings.ratioFreeBytes = 100'000;
-  KivStorageService::setArchiveCeilings(ceilings);
+TEST_F(ArchiveLimitTest, LimitsTheRatioOfTheWholeArchive) {
+  ArchiveLimits limits;
+  limits.ratioFreeBytes = 100'000;
+  KivStorageService::setArchiveLimits(limits);
   const std::string blank(90'000, 'p');
   expectRefusal(ZipBuilder().addFile("index.html", blank).addFile("a", blank).addFile("b", blank),
                 "200 times");
 }
 
-TEST_F(ArchiveCeilingTest, RefusesABombByTheDefaultRatio) {
+TEST_F(ArchiveLimitTest, RefusesABombByTheDefaultRatio) {
   expectRefusal(ZipBuilder().addFile("index.html", std::string((10 << 20) + 1, '\0')), "200 times");
 }
 

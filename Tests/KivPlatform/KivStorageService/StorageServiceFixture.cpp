@@ -66,7 +66,7 @@ StorageServiceFixture::StorageServiceFixture() : root_(scratch_.path("root")) {
 }
 
 StorageServiceFixture::~StorageServiceFixture() {
-  KivStorageService::setArchiveCeilings({});
+  KivStorageService::setArchiveLimits({});
   KivStorageService::setRootPath("");
 }
 

@@ -83,7 +83,7 @@ int main(int count, char** arguments) {
       while (!exitHasBegun)
         std::this_thread::yield();
       for (int round = 0; round < 1000; ++round)
-        kiv::JSON::describe(std::string(1000, 'x'));
+        kiv::JSON::toCompactString(std::string(1000, 'x'));
       isFinished = true;
     });
     while (!runs)

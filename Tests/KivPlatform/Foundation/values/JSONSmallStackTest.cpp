@@ -68,7 +68,7 @@ TEST(JSONSmallStackTest, ATextBeyondTheLimitIsRefused) {
 
 TEST(JSONSmallStackTest, TheDeepestValueIsDescribed) {
   std::string line;
-  onSmallStack([&] { line = JSON::describe(nested(JSON::deepestNesting)); });
+  onSmallStack([&] { line = JSON::toCompactString(nested(JSON::deepestNesting)); });
   const auto again = JSON::read(Data(line));
   ASSERT_TRUE(again);
   EXPECT_TRUE(*again == nested(JSON::deepestNesting));
@@ -84,7 +84,7 @@ TEST(JSONSmallStackTest, AValueFarBeyondTheLimitIsComparedRefusedDescribedAndDes
     isSame = value == nested(farBeyondTheLimit);
     isOther = value == nested(farBeyondTheLimit - 2);
     isWritten = JSON::write(value).has_value();
-    line = JSON::describe(value);
+    line = JSON::toCompactString(value);
   });
   EXPECT_TRUE(isSame);
   EXPECT_FALSE(isOther);

@@ -100,7 +100,7 @@ TEST_P(JSONNumberTest, IsReadExactlyAndComesBackAfterWriting) {
   EXPECT_EQ(value.floating(), number.floating);
   EXPECT_EQ(std::signbit(value.floating()), std::signbit(number.floating));
 
-  const Value again = readElement(JSON::describe(value));
+  const Value again = readElement(JSON::toCompactString(value));
   EXPECT_EQ(again.kind(), value.kind());
   EXPECT_EQ(again.unsignedInteger(), value.unsignedInteger());
   EXPECT_EQ(again.floating(), value.floating());
@@ -211,7 +211,7 @@ TEST_P(JSONStringTest, IsReadAsValueAndAsKeyAndComesBackAfterWriting) {
   const Value value = readElement(text.json);
   ASSERT_TRUE(value.isString());
   EXPECT_EQ(value.stringView(), text.string);
-  EXPECT_EQ(readElement(JSON::describe(value)).stringView(), text.string);
+  EXPECT_EQ(readElement(JSON::toCompactString(value)).stringView(), text.string);
 
   const Value root = read("{" + std::string(text.json) + ":1}");
   EXPECT_TRUE(root.dictionary().contains(text.string));
@@ -540,16 +540,16 @@ TEST(JSONWriteTest, IsReadBackAsTheSameValue) {
 }
 
 TEST(JSONWriteTest, ControlCharactersAreEscaped) {
-  EXPECT_EQ(JSON::describe("a\0\x01\x1f\n\r\t\b\f\"\\/"sv),
+  EXPECT_EQ(JSON::toCompactString("a\0\x01\x1f\n\r\t\b\f\"\\/"sv),
             R"("a\u0000\u0001\u001f\n\u000d\t\u0008\u000c\"\\/")");
 }
 
 TEST(JSONWriteTest, FloatingNumbersKeepAFraction) {
-  EXPECT_EQ(JSON::describe(3.0), "3.0");
-  EXPECT_EQ(JSON::describe(-0.0), "-0.0");
-  EXPECT_EQ(JSON::describe(1e-7), "1e-07");
-  EXPECT_EQ(JSON::describe(0.1), "0.1");
-  EXPECT_EQ(readElement(JSON::describe(twoTo64)).kind(), Kind::floating);
+  EXPECT_EQ(JSON::toCompactString(3.0), "3.0");
+  EXPECT_EQ(JSON::toCompactString(-0.0), "-0.0");
+  EXPECT_EQ(JSON::toCompactString(1e-7), "1e-07");
+  EXPECT_EQ(JSON::toCompactString(0.1), "0.1");
+  EXPECT_EQ(readElement(JSON::toCompactString(twoTo64)).kind(), Kind::floating);
 }
 
 TEST(JSONWriteTest, BareValuesAreRefused) {
@@ -593,17 +593,17 @@ TEST(JSONWriteTest, AValueNestedAMillionDeepIsRefusedNotACrash) {
 // --- Describing ----------------------------------------------------------------------------------
 
 TEST(JSONDescribeTest, IsOneLine) {
-  EXPECT_EQ(JSON::describe(Dictionary{{"a", Array{1, "x\ny"}}, {"b", Dictionary()}}),
+  EXPECT_EQ(JSON::toCompactString(Dictionary{{"a", Array{1, "x\ny"}}, {"b", Dictionary()}}),
             R"({"a": [1, "x\ny"], "b": {}})");
-  EXPECT_EQ(JSON::describe(Value()), "null");
-  EXPECT_EQ(JSON::describe("a"), "\"a\"");
+  EXPECT_EQ(JSON::toCompactString(Value()), "null");
+  EXPECT_EQ(JSON::toCompactString("a"), "\"a\"");
 }
 
 TEST(JSONDescribeTest, WhatHasNoJSONFormIsNull) {
-  EXPECT_EQ(JSON::describe(std::nan("")), "null");
-  EXPECT_EQ(JSON::describe(Array{1, "\xff", std::numeric_limits<double>::infinity(), 2}),
+  EXPECT_EQ(JSON::toCompactString(std::nan("")), "null");
+  EXPECT_EQ(JSON::toCompactString(Array{1, "\xff", std::numeric_limits<double>::infinity(), 2}),
             "[1, null, null, 2]");
-  const std::string deepest = JSON::describe(nestedValue(JSON::deepestNesting + 5));
+  const std::string deepest = JSON::toCompactString(nestedValue(JSON::deepestNesting + 5));
   EXPECT_EQ(deepest, std::string(1000, '[') + "null" + std::string(1000, ']'));
 }
 

@@ -79,14 +79,14 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& testCase) { return std::string(testCase.param.name); });
 
 TEST(RedirectPolicy, URLsWithoutSchemeOrHostCannotBeLoaded) {
-  EXPECT_EQ(kiv::objectionToURL(url("http://a.test/x")), "");
-  EXPECT_EQ(kiv::objectionToURL(url("HTTPS://a.test/x")), "");
-  EXPECT_NE(kiv::objectionToURL(url("a.test/x")), "");
-  EXPECT_NE(kiv::objectionToURL(url("//a.test/x")), "");
-  EXPECT_NE(kiv::objectionToURL(url("/x")), "");
-  EXPECT_NE(kiv::objectionToURL(url("http:x")), "");
-  EXPECT_NE(kiv::objectionToURL(url("ftp://a.test/x")), "");
-  EXPECT_NE(kiv::objectionToURL(url("file:///etc/passwd")), "");
+  EXPECT_EQ(kiv::validateURL(url("http://a.test/x")), "");
+  EXPECT_EQ(kiv::validateURL(url("HTTPS://a.test/x")), "");
+  EXPECT_NE(kiv::validateURL(url("a.test/x")), "");
+  EXPECT_NE(kiv::validateURL(url("//a.test/x")), "");
+  EXPECT_NE(kiv::validateURL(url("/x")), "");
+  EXPECT_NE(kiv::validateURL(url("http:x")), "");
+  EXPECT_NE(kiv::validateURL(url("ftp://a.test/x")), "");
+  EXPECT_NE(kiv::validateURL(url("file:///etc/passwd")), "");
 }
 
 }  // namespace

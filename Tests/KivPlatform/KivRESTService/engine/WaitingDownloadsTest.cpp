@@ -21,7 +21,7 @@ class WaitingDownloadsTest : public testing::Test {
                 const std::string& url = "http://a.test/x", int timesGivenWay = 0) {
     const kiv::TransferJob job{task, priority, {*URL::fromString(url)}};
     all_.push_back(std::make_unique<Download>(job, settings_));
-    all_.back()->figures.timesGivenWay = timesGivenWay;
+    all_.back()->metrics.timesGivenWay = timesGivenWay;
     waiting_.add(*all_.back());
     return *all_.back();
   }

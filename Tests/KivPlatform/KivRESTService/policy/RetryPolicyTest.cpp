@@ -14,20 +14,20 @@ using std::chrono::milliseconds;
 
 TEST(RetryPolicy, StatusesThatMayPass) {
   for (const int status : {408, 429, 500, 502, 503, 504})
-    EXPECT_TRUE(kiv::mayPass(status)) << status;
+    EXPECT_TRUE(kiv::isRetryable(status)) << status;
   for (const int status :
        {101, 200, 204, 206, 301, 304, 400, 401, 403, 404, 410, 416, 501, 505, 599})
-    EXPECT_FALSE(kiv::mayPass(status)) << status;
+    EXPECT_FALSE(kiv::isRetryable(status)) << status;
 }
 
 TEST(RetryPolicy, ErrorsThatMayPass) {
   for (const Code code : {Code::cannotConnect, Code::timedOut, Code::connectionLost})
-    EXPECT_TRUE(kiv::mayPass(code)) << static_cast<int>(code);
+    EXPECT_TRUE(kiv::isRetryable(code)) << static_cast<int>(code);
   for (const Code code :
        {Code::unknown, Code::unsupportedURL, Code::cannotResolveHost, Code::malformedResponse,
         Code::secureConnectionFailed, Code::tooManyRedirects, Code::refusedRedirect,
         Code::bodyTooLarge, Code::outOfResources, Code::unsupportedRequest})
-    EXPECT_FALSE(kiv::mayPass(code)) << static_cast<int>(code);
+    EXPECT_FALSE(kiv::isRetryable(code)) << static_cast<int>(code);
 }
 
 class RetryPolicyTest : public testing::Test {

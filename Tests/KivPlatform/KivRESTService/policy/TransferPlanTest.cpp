@@ -42,8 +42,10 @@ struct Walk {
     return step->server;
   }
   /// Notes how the last try came out.
-  void record(kiv::TryResult result) { plan.record(order.back(), std::move(result), policy, now); }
-  void record(TransferOutcome outcome) { record(kiv::TryResult(std::move(outcome))); }
+  void record(kiv::AttemptResult result) {
+    plan.record(order.back(), std::move(result), policy, now);
+  }
+  void record(TransferOutcome outcome) { record(kiv::AttemptResult(std::move(outcome))); }
 
   const KivRESTServiceSettings settings;
   TransferPlan plan;
@@ -123,9 +125,9 @@ TEST(TransferPlan, TheOutcomeDoesNotDependOnTheOrderOfTrying) {
   KivRESTServiceSettings settings;
   TransferPlan plan(3, settings);
   kiv::RetryPolicy policy(settings, 1);
-  plan.record(2, kiv::TryResult(outcome("501", 2)), policy, {});
-  plan.record(1, kiv::TryResult(outcome("404", 1)), policy, {});
-  plan.record(0, kiv::TryResult(outcome("E", 0)), policy, {});
+  plan.record(2, kiv::AttemptResult(outcome("501", 2)), policy, {});
+  plan.record(1, kiv::AttemptResult(outcome("404", 1)), policy, {});
+  plan.record(0, kiv::AttemptResult(outcome("E", 0)), policy, {});
   EXPECT_FALSE(plan.next({}, [](std::size_t) { return ServerState::good; }));
   EXPECT_EQ(describe(plan.takeOutcome()), "404");
 }
@@ -188,7 +190,7 @@ TEST(TransferPlan, ALaterSuccessOfTheMainServerCounts) {
 TEST(TransferPlan, ATryThatMadeProgressIsNotSpentUpToTenInAll) {
   Walk walk(1, {});
   while (walk.next()) {
-    kiv::TryResult result(outcome("lost", 0));
+    kiv::AttemptResult result(outcome("lost", 0));
     result.madeProgress = true;
     walk.record(std::move(result));
   }
@@ -200,7 +202,7 @@ TEST(TransferPlan, ProgressBeginsTheWaitsAnew) {
   settings.firstRetryDelay = 100ms;
   Walk walk(1, settings);
   while (walk.next()) {
-    kiv::TryResult result(outcome("lost", 0));
+    kiv::AttemptResult result(outcome("lost", 0));
     result.madeProgress = true;
     walk.record(std::move(result));
   }
@@ -211,7 +213,7 @@ TEST(TransferPlan, ProgressBeginsTheWaitsAnew) {
 TEST(TransferPlan, StartingOverIsNotSpentAndComesAtOnce) {
   Walk walk(1, {});
   walk.next();
-  kiv::TryResult result(outcome("416", 0));
+  kiv::AttemptResult result(outcome("416", 0));
   result.startsOver = true;
   walk.record(std::move(result));
   ASSERT_EQ(walk.next(), 0U);
@@ -224,7 +226,7 @@ std::size_t triesAfterARest(const std::string& toTheRest, const std::string& lat
   settings.triesPerServer = allowed;
   Walk walk(1, settings);
   walk.next();
-  kiv::TryResult result(outcome(toTheRest, 0));
+  kiv::AttemptResult result(outcome(toTheRest, 0));
   result.restFailed = true;
   walk.record(std::move(result));
   while (walk.next())
@@ -251,7 +253,7 @@ TEST(TransferPlan, TheWholeIsAskedForAtOnceWhereTheAnswerCannotPass) {
   settings.firstRetryDelay = 1000ms;
   Walk walk(1, settings);
   walk.next();
-  kiv::TryResult result(outcome("403", 0));
+  kiv::AttemptResult result(outcome("403", 0));
   result.restFailed = true;
   walk.record(std::move(result));
   EXPECT_EQ(walk.next(), 0U);
@@ -293,7 +295,7 @@ TEST(TransferPlan, WhereOnlyAProbedOneIsLeftTheWaitHasNoEndOfItsOwn) {
 TEST(TransferPlan, ALastTryEndsItsServerWhateverTheReason) {
   Walk walk(2, {});
   walk.next();
-  kiv::TryResult result(outcome("lost", 0));
+  kiv::AttemptResult result(outcome("lost", 0));
   result.isLast = true;
   walk.record(std::move(result));
   EXPECT_FALSE(walk.plan.mayTry(0, walk.now + 1h));
@@ -309,7 +311,7 @@ TEST(TransferPlan, AServerMayBeTriedWhenItsWaitIsOver) {
   Walk walk(1, settings);
   EXPECT_TRUE(walk.plan.mayTry(0, walk.now));
   walk.next();
-  kiv::TryResult result(outcome("503", 0));
+  kiv::AttemptResult result(outcome("503", 0));
   result.retryAfter = 10s;
   walk.record(std::move(result));
   EXPECT_FALSE(walk.plan.mayTry(0, walk.now + 9s));

@@ -9,7 +9,7 @@ TEST(ArchiveRulesTest, OrdinaryNamesAreTaken) {
   for (const std::string name :
        {"index.html", "css/a.css", "a/b/c/", "./a", "././a/", "./", ".hidden", "...", "..a", "a..",
         "a b", "ab:c/d", "1:x", "caf\u00e9", "~", "-", "con"}) {
-    EXPECT_EQ(objectionToEntryName(name, {}), std::nullopt) << name;
+    EXPECT_EQ(validateEntryName(name, {}), std::nullopt) << name;
   }
 }
 
@@ -22,23 +22,23 @@ TEST(ArchiveRulesTest, APathIsTheNameWithoutDotAtTheStartAndSlashAtTheEnd) {
 }
 
 TEST(ArchiveRulesTest, ADotAloneIsNoName) {
-  EXPECT_TRUE(objectionToEntryName(".", {}));
-  EXPECT_TRUE(objectionToEntryName("./.", {}));
-  EXPECT_TRUE(objectionToEntryName("..", {}));
-  EXPECT_TRUE(objectionToEntryName("./..", {}));
+  EXPECT_TRUE(validateEntryName(".", {}));
+  EXPECT_TRUE(validateEntryName("./.", {}));
+  EXPECT_TRUE(validateEntryName("..", {}));
+  EXPECT_TRUE(validateEntryName("./..", {}));
 }
 
-TEST(ArchiveRulesTest, CeilingsHoldExactly) {
-  EXPECT_FALSE(objectionToEntryName(std::string(255, 'n'), {}));
-  EXPECT_TRUE(objectionToEntryName(std::string(256, 'n'), {}));
-  ArchiveCeilings ceilings;
-  ceilings.levels = 2;
-  EXPECT_FALSE(objectionToEntryName("a/b", ceilings));
-  EXPECT_FALSE(objectionToEntryName("./a/b/", ceilings));
-  EXPECT_TRUE(objectionToEntryName("a/b/c", ceilings));
-  ceilings.pathBytes = 3;
-  EXPECT_FALSE(objectionToEntryName("a/b", ceilings));
-  EXPECT_TRUE(objectionToEntryName("a/bc", ceilings));
+TEST(ArchiveRulesTest, LimitsHoldExactly) {
+  EXPECT_FALSE(validateEntryName(std::string(255, 'n'), {}));
+  EXPECT_TRUE(validateEntryName(std::string(256, 'n'), {}));
+  ArchiveLimits limits;
+  limits.levels = 2;
+  EXPECT_FALSE(validateEntryName("a/b", limits));
+  EXPECT_FALSE(validateEntryName("./a/b/", limits));
+  EXPECT_TRUE(validateEntryName("a/b/c", limits));
+  limits.pathBytes = 3;
+  EXPECT_FALSE(validateEntryName("a/b", limits));
+  EXPECT_TRUE(validateEntryName("a/bc", limits));
 }
 
 TEST(ArchiveRulesTest, AModeWithoutFileTypeIsTaken) {
@@ -46,7 +46,7 @@ TEST(ArchiveRulesTest, AModeWithoutFileTypeIsTaken) {
   entry.rawName = "a";
   for (const std::uint32_t mode : {0U, 0644U, 0100644U, 0104755U}) {
     entry.attributes = mode << 16;
-    EXPECT_EQ(objectionToEntryKind(entry, {}), std::nullopt) << mode;
+    EXPECT_EQ(validateEntryKind(entry, {}), std::nullopt) << mode;
   }
 }
 
@@ -54,7 +54,7 @@ TEST(ArchiveRulesTest, ADirectoryMayBearARegularFilesMode) {
   ArchiveEntry entry;
   entry.rawName = "a/";
   entry.attributes = 0100644U << 16;
-  EXPECT_EQ(objectionToEntryKind(entry, {}), std::nullopt);
+  EXPECT_EQ(validateEntryKind(entry, {}), std::nullopt);
 }
 
 }  // namespace

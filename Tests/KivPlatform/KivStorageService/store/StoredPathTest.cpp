@@ -18,18 +18,18 @@ TEST(StoredPathTest, AnArchiveIsKnownByItsEndingInLowerCase) {
 TEST(StoredPathTest, RelativePathsAreMadeOfHarmlessNames) {
   for (const char* const path :
        {"", "a", "KivResource/Resources", "a/...", "x/.KivStorageService"}) {
-    EXPECT_FALSE(objectionToRelativePath(path)) << path;
+    EXPECT_FALSE(validateRelativePath(path)) << path;
   }
   for (const char* const path : {"/", "/a", "a/", "a//b", ".", "..", "a/..", "a/./b", "a\\b",
                                  ".KivStorageService", ".KivStorageService/x"}) {
-    EXPECT_TRUE(objectionToRelativePath(path)) << path;
+    EXPECT_TRUE(validateRelativePath(path)) << path;
   }
 }
 
 TEST(StoredPathTest, AStemMattersOnlyForSaving) {
-  EXPECT_FALSE(objectionToPlace("..zip", "a"));
-  EXPECT_TRUE(objectionToSaving("..zip", "a"));
-  EXPECT_FALSE(objectionToSaving("a.zip", "a"));
+  EXPECT_FALSE(validatePlace("..zip", "a"));
+  EXPECT_TRUE(validateSaving("..zip", "a"));
+  EXPECT_FALSE(validateSaving("a.zip", "a"));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What a host can see of the transfers: progress while they run, figures when they have ended.
+// What a host can see of the transfers: progress while they run, metrics when they have ended.
 
 #include <string>
 #include <vector>
@@ -15,7 +15,7 @@ namespace {
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-class KivRESTServiceFiguresTest : public testing::Test {
+class KivRESTServiceMetricsTest : public testing::Test {
  protected:
   /// Drains the main queue until a report fulfils the condition.
   bool waitForReport(const std::function<bool(const KivRESTServiceProgress&)>& condition) {
@@ -30,34 +30,34 @@ class KivRESTServiceFiguresTest : public testing::Test {
   std::vector<KivRESTServiceProgress> reports_;
 };
 
-TEST_F(KivRESTServiceFiguresTest, OfASuccessAtOnce) {
+TEST_F(KivRESTServiceMetricsTest, OfASuccessAtOnce) {
   server_.serve("/a", Response::ok("12345"));
   KivRESTService client;
   const Load load(client, server_.url("/a"));
   ASSERT_TRUE(load.waitForEnd());
-  const auto& figures = load.task()->figures();
-  EXPECT_EQ(figures.tries, 1);
-  EXPECT_EQ(figures.bytes, 5);
-  EXPECT_EQ(figures.resumedBytes, 0);
-  EXPECT_EQ(figures.server->absoluteString(), server_.url("/a"));
-  EXPECT_TRUE(figures.failedTries.empty());
-  EXPECT_FALSE(figures.endedWithConnection);
-  EXPECT_GT(figures.timeToFirstByte.count(), 0);
-  EXPECT_GE(figures.totalTime, figures.timeToFirstByte);
+  const auto& metrics = load.task()->metrics();
+  EXPECT_EQ(metrics.tries, 1);
+  EXPECT_EQ(metrics.bytes, 5);
+  EXPECT_EQ(metrics.resumedBytes, 0);
+  EXPECT_EQ(metrics.server->absoluteString(), server_.url("/a"));
+  EXPECT_TRUE(metrics.failedTries.empty());
+  EXPECT_FALSE(metrics.endedWithConnection);
+  EXPECT_GT(metrics.timeToFirstByte.count(), 0);
+  EXPECT_GE(metrics.totalTime, metrics.timeToFirstByte);
 }
 
-TEST_F(KivRESTServiceFiguresTest, EachFailedTryHasItsReason) {
+TEST_F(KivRESTServiceMetricsTest, EachFailedTryHasItsReason) {
   const RefusingServer refusing;
   server_.serve("/a",
                 {Response::status(503), Response::ok("12345").closeAt(2), Response::status(404)});
   KivRESTService client;
   const Load load(client, {server_.url("/a"), refusing.url("/a")});
   ASSERT_TRUE(load.waitForEnd());
-  const auto& figures = load.task()->figures();
-  EXPECT_EQ(figures.tries, 6);
-  ASSERT_EQ(figures.failedTries.size(), 6U);
+  const auto& metrics = load.task()->metrics();
+  EXPECT_EQ(metrics.tries, 6);
+  ASSERT_EQ(metrics.failedTries.size(), 6U);
   std::vector<std::string> reasons;
-  for (const auto& failed : figures.failedTries) {
+  for (const auto& failed : metrics.failedTries) {
     const bool isMain = failed.server.absoluteString() == server_.url("/a");
     EXPECT_NE(failed.error.has_value(), failed.statusCode != 0);
     reasons.push_back((isMain ? "main " : "mirror ") +
@@ -68,31 +68,31 @@ TEST_F(KivRESTServiceFiguresTest, EachFailedTryHasItsReason) {
   EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main -6"), 1) << "connection lost";
   EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main 404"), 1);
   EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "mirror -4"), 3) << "cannot connect";
-  EXPECT_EQ(figures.server->absoluteString(), server_.url("/a"));
-  EXPECT_EQ(figures.bytes, 0);
+  EXPECT_EQ(metrics.server->absoluteString(), server_.url("/a"));
+  EXPECT_EQ(metrics.bytes, 0);
 }
 
-TEST_F(KivRESTServiceFiguresTest, WithoutAnyAnswerThereIsNoServer) {
+TEST_F(KivRESTServiceMetricsTest, WithoutAnyAnswerThereIsNoServer) {
   const RefusingServer refusing;
   KivRESTService client;
   const Load load(client, refusing.url("/a"));
   ASSERT_TRUE(load.waitForEnd());
-  EXPECT_FALSE(load.task()->figures().server);
+  EXPECT_FALSE(load.task()->metrics().server);
 }
 
-TEST_F(KivRESTServiceFiguresTest, ABodyThatEndsWithTheConnectionIsNoted) {
+TEST_F(KivRESTServiceMetricsTest, ABodyThatEndsWithTheConnectionIsNoted) {
   server_.serve("/a", Response::ok("12345").withoutLength().http10());
   server_.serve("/b", Response::ok("12345").http10());
   KivRESTService client;
   const Load without(client, server_.url("/a"));
   const Load with(client, server_.url("/b"));
   ASSERT_TRUE(without.waitForEnd() && with.waitForEnd());
-  EXPECT_TRUE(without.task()->figures().endedWithConnection);
-  EXPECT_FALSE(with.task()->figures().endedWithConnection);
+  EXPECT_TRUE(without.task()->metrics().endedWithConnection);
+  EXPECT_FALSE(with.task()->metrics().endedWithConnection);
 }
 
 /// Bodies over HTTP/1.1 with neither length nor chunks.
-class BodiesWithoutLength : public KivRESTServiceFiguresTest {
+class BodiesWithoutLength : public KivRESTServiceMetricsTest {
  protected:
   static Response withoutLength() { return Response::ok("12345").withoutLength(); }
 
@@ -111,16 +111,16 @@ TEST_F(BodiesWithoutLength, AreTakenAndNotedWhereTheHostWantsIt) {
   for (auto response : {withoutLength().thenClose(), withoutLength().thenCloseUnannounced()}) {
     const Load taken = load(response, true);
     EXPECT_EQ(taken.body(), "12345") << taken.message();
-    EXPECT_TRUE(taken.task()->figures().endedWithConnection);
+    EXPECT_TRUE(taken.task()->metrics().endedWithConnection);
   }
   const Load empty = load(Response::ok("").withoutLength().thenClose(), true);
   EXPECT_TRUE(empty.hasBody());
-  EXPECT_TRUE(empty.task()->figures().endedWithConnection);
+  EXPECT_TRUE(empty.task()->metrics().endedWithConnection);
 }
 
 TEST_F(BodiesWithoutLength, AreNotNotedWhereTheyHaveOneAfterAll) {
-  EXPECT_FALSE(load(Response::ok("12345"), true).task()->figures().endedWithConnection);
-  EXPECT_FALSE(load(Response::ok("12345").chunked(), true).task()->figures().endedWithConnection);
+  EXPECT_FALSE(load(Response::ok("12345"), true).task()->metrics().endedWithConnection);
+  EXPECT_FALSE(load(Response::ok("12345").chunked(), true).task()->metrics().endedWithConnection);
 }
 
 TEST_F(BodiesWithoutLength, AreRefusedByDefaultWithTheNameOfTheSetting) {
@@ -128,7 +128,7 @@ TEST_F(BodiesWithoutLength, AreRefusedByDefaultWithTheNameOfTheSetting) {
   const Load refused = load(withoutLength().thenClose(), false);
   EXPECT_EQ(refused.errorCode(), codeOf(Code::malformedResponse));
   EXPECT_FALSE(refused.hasBody());
-  EXPECT_FALSE(refused.task()->figures().endedWithConnection);
+  EXPECT_FALSE(refused.task()->metrics().endedWithConnection);
   EXPECT_NE(refused.message().find("takesBodiesWithoutLength"), std::string::npos)
       << refused.message();
 }
@@ -150,14 +150,14 @@ TEST_F(BodiesWithoutLength, AreBoundedAsOthersAre) {
   EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge)) << load.message();
 }
 
-TEST_F(KivRESTServiceFiguresTest, TheEndHandlerComesBeforeEachCompletion) {
+TEST_F(KivRESTServiceMetricsTest, TheEndHandlerComesBeforeEachCompletion) {
   server_.serve("/a", Response::ok("12345"));
   server_.serve("/b", Response::status(404));
   KivRESTService client;
   std::vector<std::string> calls;
   client.setEndHandler([&](const KivRESTServiceTask& task) {
     calls.push_back("end " + std::to_string(task.response()->statusCode()) + " " +
-                    std::to_string(task.figures().bytes));
+                    std::to_string(task.metrics().bytes));
   });
   for (const char* const path : {"/a", "/b"}) {
     auto task = Load::makeTask({server_.url(path)});
@@ -170,7 +170,7 @@ TEST_F(KivRESTServiceFiguresTest, TheEndHandlerComesBeforeEachCompletion) {
                                              "completion", "next"}));
 }
 
-TEST_F(KivRESTServiceFiguresTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
+TEST_F(KivRESTServiceMetricsTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).gateAt(400, gate_));
   KivRESTService client;
   collectReports(client);
@@ -194,7 +194,7 @@ TEST_F(KivRESTServiceFiguresTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
   EXPECT_EQ(reports_.back().tasksRunning, 0U);
 }
 
-TEST_F(KivRESTServiceFiguresTest, TheSpeedShowsWhileBytesCome) {
+TEST_F(KivRESTServiceMetricsTest, TheSpeedShowsWhileBytesCome) {
   server_.serve("/a", Response::ok(std::string(4000, 'x')).drip(10, std::chrono::milliseconds(1)));
   KivRESTService client;
   collectReports(client);
@@ -205,7 +205,7 @@ TEST_F(KivRESTServiceFiguresTest, TheSpeedShowsWhileBytesCome) {
   }));
 }
 
-TEST_F(KivRESTServiceFiguresTest, WhatIsExpectedIsNeverGuessed) {
+TEST_F(KivRESTServiceMetricsTest, WhatIsExpectedIsNeverGuessed) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).chunked(100).gateAt(400, gate_));
   server_.serve("/b", Response::ok("12345").gateAt(2, gate_));
   KivRESTService client;
@@ -218,7 +218,7 @@ TEST_F(KivRESTServiceFiguresTest, WhatIsExpectedIsNeverGuessed) {
   EXPECT_EQ(known.task()->progress().bytesExpected, 5);
 }
 
-TEST_F(KivRESTServiceFiguresTest, TasksThatWaitAreCounted) {
+TEST_F(KivRESTServiceMetricsTest, TasksThatWaitAreCounted) {
   server_.serve("/a", Response::ok("x").after(gate_));
   server_.serve("/b", Response::ok("x"));
   auto settings = KivRESTService::defaultSettings();
@@ -233,7 +233,7 @@ TEST_F(KivRESTServiceFiguresTest, TasksThatWaitAreCounted) {
   EXPECT_FALSE(reports_.back().bytesExpected);
 }
 
-TEST_F(KivRESTServiceFiguresTest, ANewBatchCountsFromNothing) {
+TEST_F(KivRESTServiceMetricsTest, ANewBatchCountsFromNothing) {
   server_.serve("/a", Response::ok("12345"));
   server_.serve("/b", Response::ok("123").gateAt(1, gate_));
   KivRESTService client;
@@ -245,7 +245,7 @@ TEST_F(KivRESTServiceFiguresTest, ANewBatchCountsFromNothing) {
   EXPECT_EQ(reports_.back().tasksEnded, 0U);
 }
 
-TEST_F(KivRESTServiceFiguresTest, CancelledTasksAreNotReportedAnyMore) {
+TEST_F(KivRESTServiceMetricsTest, CancelledTasksAreNotReportedAnyMore) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).stallAt(400));
   KivRESTService client;
   collectReports(client);
@@ -261,7 +261,7 @@ TEST_F(KivRESTServiceFiguresTest, CancelledTasksAreNotReportedAnyMore) {
   EXPECT_EQ(reports_.size(), count);
 }
 
-TEST_F(KivRESTServiceFiguresTest, AHandlerMayRemoveItself) {
+TEST_F(KivRESTServiceMetricsTest, AHandlerMayRemoveItself) {
   server_.serve("/a", Response::ok("12345").after(gate_));
   KivRESTService client;
   int calls = 0;

@@ -17,11 +17,11 @@ namespace tool {
 
 namespace {
 
-using Item = KivResourceUpkeep::Item;
+using Item = KivResourceMaintenance::Item;
 using Items = std::vector<Item>;
 using Parts = std::array<std::pair<std::string_view, const Items*>, 5>;
 
-Parts partsOf(const KivResourceUpkeep::Audit& audit) {
+Parts partsOf(const KivResourceMaintenance::Audit& audit) {
   return {{{"missing", &audit.missing},
            {"unreadable", &audit.unreadable},
            {"orphaned", &audit.orphaned},
@@ -58,13 +58,13 @@ void showPart(std::string_view name, const Items& items, const Terminal& termina
 }
 
 void showSpace() {
-  const auto space = KivResourceUpkeep::space();
+  const auto space = KivResourceMaintenance::space();
   if (!space) return;
   std::cout << byteText(space->cacheUsed) << " used by the cache, "
             << byteText(space->fileSystemAvailable) << " free\n";
 }
 
-void showAudit(const KivResourceUpkeep::Audit& audit) {
+void showAudit(const KivResourceMaintenance::Audit& audit) {
   const Terminal terminal;
   bool isClean = true;
   for (const auto& [name, items] : partsOf(audit)) {
@@ -75,7 +75,7 @@ void showAudit(const KivResourceUpkeep::Audit& audit) {
   showSpace();
 }
 
-void printAudit(const KivResourceUpkeep::Audit& audit) {
+void printAudit(const KivResourceMaintenance::Audit& audit) {
   kiv::Dictionary line;
   for (const auto& [name, items] : partsOf(audit))
     line.set(name, describe(*items));
@@ -87,7 +87,7 @@ int complainOf(const std::optional<kiv::Error>& error) {
   return exitStatus::failure;
 }
 
-void showCleanUp(const KivResourceUpkeep::CleanUp& cleanUp, bool dryRun) {
+void showCleanUp(const KivResourceMaintenance::CleanUp& cleanUp, bool dryRun) {
   const Terminal terminal;
   showPart(dryRun ? "to be removed" : "removed", cleanUp.removed, terminal);
   for (const auto& [item, error] : cleanUp.refused) {
@@ -98,7 +98,7 @@ void showCleanUp(const KivResourceUpkeep::CleanUp& cleanUp, bool dryRun) {
   if (cleanUp.removed.empty() && cleanUp.refused.empty()) std::cout << "nothing to remove\n";
 }
 
-void printCleanUp(const KivResourceUpkeep::CleanUp& cleanUp) {
+void printCleanUp(const KivResourceMaintenance::CleanUp& cleanUp) {
   kiv::Array refused;
   for (const auto& [item, error] : cleanUp.refused) {
     auto description = describe(item);
@@ -114,7 +114,7 @@ int runAudit(const Options& options) {
   if (!configureFramework(options)) return exitStatus::usage;
   keepLogFromTerminal();
   std::optional<kiv::Error> error;
-  const auto audit = KivResourceUpkeep::audit(*KivResourceManager::sharedInstance(), &error);
+  const auto audit = KivResourceMaintenance::audit(*KivResourceManager::sharedInstance(), &error);
   if (!audit) return complainOf(error);
   options.json ? printAudit(*audit) : showAudit(*audit);
   const bool isWhole = audit->missing.empty() && audit->unreadable.empty();
@@ -124,9 +124,9 @@ int runAudit(const Options& options) {
 int runClean(const Options& options) {
   if (!configureFramework(options)) return exitStatus::usage;
   keepLogFromTerminal();
-  using Mode = KivResourceUpkeep::Mode;
+  using Mode = KivResourceMaintenance::Mode;
   std::optional<kiv::Error> error;
-  const auto cleanUp = KivResourceUpkeep::cleanUpOrphans(
+  const auto cleanUp = KivResourceMaintenance::cleanUpOrphans(
       *KivResourceManager::sharedInstance(), options.dryRun ? Mode::dryRun : Mode::remove, &error);
   if (!cleanUp) return complainOf(error);
   options.json ? printCleanUp(*cleanUp) : showCleanUp(*cleanUp, options.dryRun);

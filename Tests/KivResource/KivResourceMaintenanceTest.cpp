@@ -4,8 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "KivResource/KivResourceUpkeep.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
 #include "Tests/Support/RemovalGuard.h"
@@ -19,26 +19,26 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Upkeep = KivResourceUpkeep;
-using Mode = Upkeep::Mode;
+using Maintenance = KivResourceMaintenance;
+using Mode = Maintenance::Mode;
 
-class KivResourceUpkeepTest : public ManagerFixture {
+class KivResourceMaintenanceTest : public ManagerFixture {
  protected:
-  Upkeep::Audit audit() {
+  Maintenance::Audit audit() {
     std::optional<Error> error;
-    auto audit = Upkeep::audit(*manager, &error);
+    auto audit = Maintenance::audit(*manager, &error);
     EXPECT_TRUE(audit) << (error ? error->localizedDescription() : "");
-    return audit.value_or(Upkeep::Audit());
+    return audit.value_or(Maintenance::Audit());
   }
 
-  Upkeep::CleanUp cleanUp(Mode mode) {
+  Maintenance::CleanUp cleanUp(Mode mode) {
     std::optional<Error> error;
-    auto cleanUp = Upkeep::cleanUpOrphans(*manager, mode, &error);
+    auto cleanUp = Maintenance::cleanUpOrphans(*manager, mode, &error);
     EXPECT_TRUE(cleanUp) << (error ? error->localizedDescription() : "");
-    return cleanUp.value_or(Upkeep::CleanUp());
+    return cleanUp.value_or(Maintenance::CleanUp());
   }
 
-  static std::vector<std::string> paths(const std::vector<Upkeep::Item>& items) {
+  static std::vector<std::string> paths(const std::vector<Maintenance::Item>& items) {
     std::vector<std::string> paths;
     for (const auto& item : items)
       paths.push_back(item.path);
@@ -75,16 +75,16 @@ class KivResourceUpkeepTest : public ManagerFixture {
     fs::create_symlink("/nowhere", stored("zlink"));
   }
 
-  static void expectError(const std::optional<Error>& error, KivResourceUpkeepErrorCode code) {
+  static void expectError(const std::optional<Error>& error, KivResourceMaintenanceErrorCode code) {
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain, KivResourceUpkeepErrorDomain);
+    EXPECT_EQ(error->domain, KivResourceMaintenanceErrorDomain);
     EXPECT_EQ(error->code, static_cast<int>(code)) << error->localizedDescription();
   }
 };
 
 // --- The audit -----------------------------------------------------------------------------------
 
-TEST_F(KivResourceUpkeepTest, AnEmptyCacheHasNothingToTell) {
+TEST_F(KivResourceMaintenanceTest, AnEmptyCacheHasNothingToTell) {
   const auto found = audit();
   EXPECT_THAT(found.missing, IsEmpty());
   EXPECT_THAT(found.unreadable, IsEmpty());
@@ -95,7 +95,7 @@ TEST_F(KivResourceUpkeepTest, AnEmptyCacheHasNothingToTell) {
   EXPECT_FALSE(exists(root())) << "an audit makes nothing";
 }
 
-TEST_F(KivResourceUpkeepTest, ACacheInOrderHasNothingToTell) {
+TEST_F(KivResourceMaintenanceTest, ACacheInOrderHasNothingToTell) {
   loadFile(banner("a", 1, "x/a.png"), "/a.png", "a");
   loadArchive("w", "promo");
   load({video("v", 1, "x/icon.png", "x/video.mp4"), plain("p", 1)});
@@ -107,7 +107,7 @@ TEST_F(KivResourceUpkeepTest, ACacheInOrderHasNothingToTell) {
   EXPECT_THAT(found.temporary, IsEmpty());
 }
 
-TEST_F(KivResourceUpkeepTest, AFileThatIsGoneIsMissing) {
+TEST_F(KivResourceMaintenanceTest, AFileThatIsGoneIsMissing) {
   load({banner("a", 1, "x/a.png"), video("v", 1, "x/icon.png", "x/video.mp4")});
   loadArchive("w", "promo");
   for (const char* const name : {"a.png", "video.mp4", "promo/index.html"}) {
@@ -123,14 +123,14 @@ TEST_F(KivResourceUpkeepTest, AFileThatIsGoneIsMissing) {
   EXPECT_THAT(found.orphaned, IsEmpty()) << "the rest of the page belongs to a loaded resource";
 }
 
-TEST_F(KivResourceUpkeepTest, ADirectoryInPlaceOfAFileIsMissing) {
+TEST_F(KivResourceMaintenanceTest, ADirectoryInPlaceOfAFileIsMissing) {
   load({banner("a", 1, "x/a.png")});
   fs::remove(stored("a.png"));
   fs::create_directory(stored("a.png"));
   EXPECT_THAT(paths(audit().missing), ElementsAre(stored("a.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, AFileOfTheSavedListIsMissingAlsoAfterARestart) {
+TEST_F(KivResourceMaintenanceTest, AFileOfTheSavedListIsMissingAlsoAfterARestart) {
   load({banner("a", 1, "x/a.png"), video("v", 1, "x/icon.png", "x/video.mp4")});
   fs::remove(stored("a.png"));
   fs::remove(stored("video.mp4"));
@@ -142,7 +142,7 @@ TEST_F(KivResourceUpkeepTest, AFileOfTheSavedListIsMissingAlsoAfterARestart) {
       << "stored, but its resource is not loaded";
 }
 
-TEST_F(KivResourceUpkeepTest, AFileThatCannotBeReadIsUnreadable) {
+TEST_F(KivResourceMaintenanceTest, AFileThatCannotBeReadIsUnreadable) {
   FaultyFileManager files;
   loadFile(banner("a", 1, "x/a.png"), "/a.png", std::string(5000, 'a'));
   load({banner("b", 1, "x/b.png")});
@@ -155,7 +155,7 @@ TEST_F(KivResourceUpkeepTest, AFileThatCannotBeReadIsUnreadable) {
   EXPECT_EQ(found.unreadable[0].resourceID, "a");
 }
 
-TEST_F(KivResourceUpkeepTest, WhatNoLoadedResourceUsesIsOrphanedAndAnArchiveIsOneItem) {
+TEST_F(KivResourceMaintenanceTest, WhatNoLoadedResourceUsesIsOrphanedAndAnArchiveIsOneItem) {
   makeOrphans();
   const auto found = audit();
   ASSERT_THAT(paths(found.orphaned),
@@ -168,14 +168,14 @@ TEST_F(KivResourceUpkeepTest, WhatNoLoadedResourceUsesIsOrphanedAndAnArchiveIsOn
   EXPECT_THAT(found.partial, IsEmpty());
 }
 
-TEST_F(KivResourceUpkeepTest, WhatAnUpdateDroppedIsOrphaned) {
+TEST_F(KivResourceMaintenanceTest, WhatAnUpdateDroppedIsOrphaned) {
   load({banner("a", 1, "x/a.png"), banner("b", 1, "x/b.png")});
   manager->updateResourcesForConfig(config({banner("a", 1, "x/a.png")}));
   takeEvents();
   EXPECT_THAT(paths(audit().orphaned), ElementsAre(stored("b.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, ADirectoryWithoutItsPageIsPartial) {
+TEST_F(KivResourceMaintenanceTest, ADirectoryWithoutItsPageIsPartial) {
   write(stored("half/css/page.css"), std::string(30'000, 'c'));
   write(stored("tricky/index.html/file"), "the page is a directory");
   const auto found = audit();
@@ -184,7 +184,7 @@ TEST_F(KivResourceUpkeepTest, ADirectoryWithoutItsPageIsPartial) {
   EXPECT_THAT(found.orphaned, IsEmpty());
 }
 
-TEST_F(KivResourceUpkeepTest, WhatTheServiceHasNotCompletedIsTemporary) {
+TEST_F(KivResourceMaintenanceTest, WhatTheServiceHasNotCompletedIsTemporary) {
   load({banner("a", 1, "x/a.png")});  // this process's own directory and lock are no leftovers
   const std::string top = KivStorageService::temporariesPath();
   EXPECT_EQ(top, root() + "/.KivStorageService");
@@ -200,7 +200,7 @@ TEST_F(KivResourceUpkeepTest, WhatTheServiceHasNotCompletedIsTemporary) {
   EXPECT_TRUE(exists(top + "/dead/3")) << "an audit removes nothing";
 }
 
-TEST_F(KivResourceUpkeepTest, BodiesThatHaveNotComeWholeAreTemporary) {
+TEST_F(KivResourceMaintenanceTest, BodiesThatHaveNotComeWholeAreTemporary) {
   load({banner("a", 1, "x/a.png")});
   const std::string spool = KivResourceStorageModule::spoolDirectoryPath();
   EXPECT_EQ(spool, root() + "/.KivRESTService");
@@ -214,26 +214,26 @@ TEST_F(KivResourceUpkeepTest, BodiesThatHaveNotComeWholeAreTemporary) {
   EXPECT_TRUE(exists(spool + "/1-0.part"));
 }
 
-TEST_F(KivResourceUpkeepTest, AnAuditSaysThatDownloadsAreInFlight) {
+TEST_F(KivResourceMaintenanceTest, AnAuditSaysThatDownloadsAreInFlight) {
   manager->loadResourcesForConfig(config({video("v", 1, "x/icon.png", "x/video.mp4")}));
   client->succeed("/icon.png");
   EXPECT_TRUE(audit().downloadsAreInFlight);
   EXPECT_THAT(paths(audit().orphaned), ElementsAre(stored("icon.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, ADirectoryThatCannotBeListedFailsTheAudit) {
+TEST_F(KivResourceMaintenanceTest, ADirectoryThatCannotBeListedFailsTheAudit) {
   load({banner("a", 1, "x/a.png")});
   FaultyFileManager files;
   files.setFailingOperation("list", EIO);
   std::optional<Error> error;
-  EXPECT_FALSE(Upkeep::audit(*manager, &error));
+  EXPECT_FALSE(Maintenance::audit(*manager, &error));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, EIO);
 }
 
 // --- The clean-up --------------------------------------------------------------------------------
 
-TEST_F(KivResourceUpkeepTest, ADryRunTellsWhatWouldGoAndRemovesNothing) {
+TEST_F(KivResourceMaintenanceTest, ADryRunTellsWhatWouldGoAndRemovesNothing) {
   makeOrphans();
   write(stored("half/page.css"), "c");
   const auto told = cleanUp(Mode::dryRun);
@@ -245,7 +245,7 @@ TEST_F(KivResourceUpkeepTest, ADryRunTellsWhatWouldGoAndRemovesNothing) {
     EXPECT_TRUE(exists(path)) << path;
 }
 
-TEST_F(KivResourceUpkeepTest, ACleanUpRemovesOrphansAndNothingElse) {
+TEST_F(KivResourceMaintenanceTest, ACleanUpRemovesOrphansAndNothingElse) {
   makeOrphans();
   write(stored("half/page.css"), "c");
   write(root() + "/KivResource/other.txt", "beside the resources");
@@ -267,7 +267,7 @@ TEST_F(KivResourceUpkeepTest, ACleanUpRemovesOrphansAndNothingElse) {
   EXPECT_THAT(registry(), ElementsAre("a", "w"));
 }
 
-TEST_F(KivResourceUpkeepTest, AFileOfALoadedResourceStaysHoweverItsPathIsWritten) {
+TEST_F(KivResourceMaintenanceTest, AFileOfALoadedResourceStaysHoweverItsPathIsWritten) {
   write(stored("double.png"), "");
   write(stored("dots.png"), "");
   write(stored("dir/index.html"), "");
@@ -287,7 +287,7 @@ TEST_F(KivResourceUpkeepTest, AFileOfALoadedResourceStaysHoweverItsPathIsWritten
   EXPECT_THAT(audit().missing, IsEmpty());
 }
 
-TEST_F(KivResourceUpkeepTest, LinksThatALoadedResourceNeedsStayAndSoDoesWhatTheyLeadTo) {
+TEST_F(KivResourceMaintenanceTest, LinksThatALoadedResourceNeedsStayAndSoDoesWhatTheyLeadTo) {
   write(stored("real.png"), "");
   write(stored("realDir/index.html"), "");
   fs::create_symlink(stored("real.png"), stored("second.png"));
@@ -306,7 +306,7 @@ TEST_F(KivResourceUpkeepTest, LinksThatALoadedResourceNeedsStayAndSoDoesWhatThey
   EXPECT_THAT(registry(), ElementsAre("1", "2", "3"));
 }
 
-TEST_F(KivResourceUpkeepTest, AnOrphanedLinkGoesAndWhatItLeadsToStays) {
+TEST_F(KivResourceMaintenanceTest, AnOrphanedLinkGoesAndWhatItLeadsToStays) {
   const TemporaryDirectory outside;
   outside.write("dir/index.html", "precious");
   write(stored("a.png"), "");
@@ -319,23 +319,23 @@ TEST_F(KivResourceUpkeepTest, AnOrphanedLinkGoesAndWhatItLeadsToStays) {
   EXPECT_EQ(read(outside.path("dir/index.html")), "precious");
 }
 
-TEST_F(KivResourceUpkeepTest, AResourcesDirectoryBehindALinkIsLeftAlone) {
+TEST_F(KivResourceMaintenanceTest, AResourcesDirectoryBehindALinkIsLeftAlone) {
   const TemporaryDirectory outside;
   outside.write("file", "precious");
   fs::create_directories(root() + "/KivResource");
   fs::create_directory_symlink(outside.path(), root() + "/KivResource/Resources");
   for (const Mode mode : {Mode::dryRun, Mode::remove}) {
     std::optional<Error> error;
-    EXPECT_FALSE(Upkeep::cleanUpOrphans(*manager, mode, &error));
-    expectError(error, KivResourceUpkeepErrorCode::resourcesElsewhere);
+    EXPECT_FALSE(Maintenance::cleanUpOrphans(*manager, mode, &error));
+    expectError(error, KivResourceMaintenanceErrorCode::resourcesElsewhere);
   }
   std::optional<Error> error;
-  EXPECT_FALSE(Upkeep::audit(*manager, &error));
-  expectError(error, KivResourceUpkeepErrorCode::resourcesElsewhere);
+  EXPECT_FALSE(Maintenance::audit(*manager, &error));
+  expectError(error, KivResourceMaintenanceErrorCode::resourcesElsewhere);
   EXPECT_EQ(read(outside.path("file")), "precious");
 }
 
-TEST_F(KivResourceUpkeepTest, ARootBehindALinkIsTheHostsChoice) {
+TEST_F(KivResourceMaintenanceTest, ARootBehindALinkIsTheHostsChoice) {
   write(stored("orphan.png"), "");
   const std::string alias = packaged() + "Alias";
   fs::create_directory_symlink(root(), alias);
@@ -344,14 +344,14 @@ TEST_F(KivResourceUpkeepTest, ARootBehindALinkIsTheHostsChoice) {
   EXPECT_FALSE(exists(stored("orphan.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, NothingIsCleanedUpWhileDownloadsAreInFlight) {
+TEST_F(KivResourceMaintenanceTest, NothingIsCleanedUpWhileDownloadsAreInFlight) {
   write(stored("orphan.png"), "");
   manager->loadResourcesForConfig(config({video("v", 1, "x/icon.png", "x/video.mp4")}));
   client->succeed("/icon.png");
   for (const Mode mode : {Mode::dryRun, Mode::remove}) {
     std::optional<Error> error;
-    EXPECT_FALSE(Upkeep::cleanUpOrphans(*manager, mode, &error));
-    expectError(error, KivResourceUpkeepErrorCode::downloadsInFlight);
+    EXPECT_FALSE(Maintenance::cleanUpOrphans(*manager, mode, &error));
+    expectError(error, KivResourceMaintenanceErrorCode::downloadsInFlight);
   }
   EXPECT_TRUE(exists(stored("icon.png")));
   EXPECT_TRUE(exists(stored("orphan.png")));
@@ -361,7 +361,7 @@ TEST_F(KivResourceUpkeepTest, NothingIsCleanedUpWhileDownloadsAreInFlight) {
   EXPECT_TRUE(exists(stored("icon.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, AfterAStopWhatWasStoredForNobodyIsCleanedUpAndFetchedAgain) {
+TEST_F(KivResourceMaintenanceTest, AfterAStopWhatWasStoredForNobodyIsCleanedUpAndFetchedAgain) {
   manager->loadResourcesForConfig(config({video("v", 1, "x/icon.png", "x/video.mp4")}));
   client->succeed("/icon.png");
   manager->stopLoading();
@@ -372,7 +372,7 @@ TEST_F(KivResourceUpkeepTest, AfterAStopWhatWasStoredForNobodyIsCleanedUpAndFetc
   EXPECT_TRUE(exists(stored("icon.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, FilesOfTheSavedListStayThoughThisManagerHasNotLoadedThem) {
+TEST_F(KivResourceMaintenanceTest, FilesOfTheSavedListStayThoughThisManagerHasNotLoadedThem) {
   const auto other = manager;  // as another process that works on the same root would be
   restart();
   other->loader()->setRestService(client);
@@ -384,26 +384,26 @@ TEST_F(KivResourceUpkeepTest, FilesOfTheSavedListStayThoughThisManagerHasNotLoad
   EXPECT_TRUE(exists(stored("theirs.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, WhereTheSavedListCannotBeReadNothingIsRemoved) {
+TEST_F(KivResourceMaintenanceTest, WhereTheSavedListCannotBeReadNothingIsRemoved) {
   load({banner("a", 1, "x/a.png")});
   for (const char* const list : {"[{", "{}", ""}) {
     write(listPath(), list);
     restart();
     ASSERT_THAT(registry(), IsEmpty());
     std::optional<Error> error;
-    EXPECT_FALSE(Upkeep::cleanUpOrphans(*manager, Mode::remove, &error)) << list;
+    EXPECT_FALSE(Maintenance::cleanUpOrphans(*manager, Mode::remove, &error)) << list;
     EXPECT_TRUE(error) << list;
     EXPECT_TRUE(exists(stored("a.png")));
     EXPECT_THAT(paths(audit().orphaned), ElementsAre(stored("a.png")));
   }
 }
 
-TEST_F(KivResourceUpkeepTest, WithoutASavedListEverythingIsOrphaned) {
+TEST_F(KivResourceMaintenanceTest, WithoutASavedListEverythingIsOrphaned) {
   write(stored("a.png"), "");
   EXPECT_THAT(paths(cleanUp(Mode::remove).removed), ElementsAre(stored("a.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, WhatCannotBeRemovedIsToldAndKeepsNothingElse) {
+TEST_F(KivResourceMaintenanceTest, WhatCannotBeRemovedIsToldAndKeepsNothingElse) {
   FaultyFileManager files;
   write(stored("one.png"), "");
   write(stored("two.png"), "");
@@ -417,7 +417,7 @@ TEST_F(KivResourceUpkeepTest, WhatCannotBeRemovedIsToldAndKeepsNothingElse) {
   EXPECT_FALSE(exists(stored("two.png")));
 }
 
-TEST_F(KivResourceUpkeepTest, TheGuardOfRemovalsHoldsHereToo) {
+TEST_F(KivResourceMaintenanceTest, TheGuardOfRemovalsHoldsHereToo) {
   write(stored("orphan.png"), "");
   {
     const RemovalGuard guard({packaged()});
@@ -430,27 +430,28 @@ TEST_F(KivResourceUpkeepTest, TheGuardOfRemovalsHoldsHereToo) {
   EXPECT_EQ(cleanUp(Mode::remove).removed.size(), 1U);
 }
 
-TEST_F(KivResourceUpkeepTest, WithoutARootNothingIsTakenForTheResources) {
+TEST_F(KivResourceMaintenanceTest, WithoutARootNothingIsTakenForTheResources) {
   const TemporaryDirectory elsewhere;
   elsewhere.write("KivResource/Resources/a.png");
   const WorkingDirectory working(elsewhere.path());
   KivStorageService::setRootPath("");
   EXPECT_EQ(KivResourceStorageModule::resourcesDirectoryPath(), "");
   EXPECT_THAT(audit().orphaned, IsEmpty());
-  EXPECT_FALSE(Upkeep::cleanUpOrphans(*manager, Mode::remove)) << "the saved list has no place";
+  EXPECT_FALSE(Maintenance::cleanUpOrphans(*manager, Mode::remove))
+      << "the saved list has no place";
   EXPECT_TRUE(exists(elsewhere.path("KivResource/Resources/a.png")));
 }
 
 // --- Space ---------------------------------------------------------------------------------------
 
-TEST_F(KivResourceUpkeepTest, SpaceIsToldOfTheDiskAndOfTheCache) {
+TEST_F(KivResourceMaintenanceTest, SpaceIsToldOfTheDiskAndOfTheCache) {
   FaultyFileManager files;
   files.setAvailableSpace(123'456'789);
   loadFile(banner("a", 1, "x/a.png"), "/a.png", std::string(500'000, 'a'));
   write(KivStorageService::temporariesPath() + "/dead/3", std::string(300'000, 't'));
   write(KivResourceStorageModule::spoolDirectoryPath() + "/1-0.part", std::string(70'000, 'p'));
   write(root() + "/others.bin", std::string(900'000, 'x'));
-  const auto space = Upkeep::space();
+  const auto space = Maintenance::space();
   ASSERT_TRUE(space);
   EXPECT_EQ(space->fileSystemAvailable, 123'456'789U);
   EXPECT_GT(space->fileSystemUsed, 0U);
@@ -461,25 +462,25 @@ TEST_F(KivResourceUpkeepTest, SpaceIsToldOfTheDiskAndOfTheCache) {
   EXPECT_LT(space->cacheUsed, 900'000U + 800'000U);
 }
 
-TEST_F(KivResourceUpkeepTest, SpaceIsToldBeforeAnythingWasStored) {
-  const auto space = Upkeep::space();
+TEST_F(KivResourceMaintenanceTest, SpaceIsToldBeforeAnythingWasStored) {
+  const auto space = Maintenance::space();
   ASSERT_TRUE(space);
   EXPECT_GT(space->fileSystemAvailable, 0U);
   EXPECT_EQ(space->cacheUsed, 0U);
   EXPECT_FALSE(exists(root()));
 }
 
-TEST_F(KivResourceUpkeepTest, WithoutARootThereIsNoSpace) {
+TEST_F(KivResourceMaintenanceTest, WithoutARootThereIsNoSpace) {
   KivStorageService::setRootPath("");
   std::optional<Error> error;
-  EXPECT_FALSE(Upkeep::space(&error));
+  EXPECT_FALSE(Maintenance::space(&error));
   EXPECT_TRUE(error);
   EXPECT_EQ(KivStorageService::temporariesPath(), "");
 }
 
 // --- A pass on a full disk -----------------------------------------------------------------------
 
-TEST_F(KivResourceUpkeepTest, APassThatDoesNotFitFailsWithAClearErrorAndCompletes) {
+TEST_F(KivResourceMaintenanceTest, APassThatDoesNotFitFailsWithAClearErrorAndCompletes) {
   FaultyFileManager files;
   load({banner("a", 1, "x/old.png")});
   files.setAvailableSpace(1500);

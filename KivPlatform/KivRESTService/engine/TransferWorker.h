@@ -18,18 +18,18 @@
 namespace kiv {
 
 /// What a transfer thread moves its transfers and is woken up with.
-struct LaneHandles {
+struct WorkerHandles {
   std::unique_ptr<MultiHandle> multiHandle;
   std::unique_ptr<WakeUpPipe> wakeUp;
 
   explicit operator bool() const noexcept { return multiHandle && *multiHandle; }
 };
 
-/// The transfers that one thread moves.
+/// What one transfer thread works at: the transfers that it moves.
 ///
 /// Of the operations only wait() and move() may run while other threads use the rest, which is for
 /// them to put in order.
-class TransferLane {
+class TransferWorker {
  public:
   struct Ended {
     Download& download;
@@ -38,14 +38,14 @@ class TransferLane {
 
   /// The transfers that run, or are to.
   [[nodiscard]] std::size_t load() const noexcept { return assigned_.size() + running_.size(); }
-  /// Leaves a download, whose transfer is prepared, to the lane's thread.
+  /// Leaves a download, whose transfer is prepared, to the worker's thread.
   void assign(Download& download) { assigned_.push_back(&download); }
   /// True where a transfer with that server runs, and its file has begun to come.
   [[nodiscard]] bool isAnsweredBy(const std::string& server) const;
   [[nodiscard]] bool hasAssigned() const noexcept { return !assigned_.empty(); }
   /// Takes back those that the thread has not taken yet.
   std::vector<Download*> takeAssigned() { return std::exchange(assigned_, {}); }
-  /// Ends a download of the lane. Its connection is closed by the lane's thread.
+  /// Ends a download of the worker. Its connection is closed by the worker's thread.
   void drop(std::unique_ptr<Download> download);
   /// True while there are such connections.
   [[nodiscard]] bool hasDropped() const noexcept { return !dropped_.empty(); }
@@ -55,11 +55,11 @@ class TransferLane {
   /// Does nothing with an empty one.
   void keepSpareHandle(EasyHandle handle);
 
-  // --- On the lane's thread ---
+  // --- On the worker's thread ---
 
   /// The thread serves, with handles of its own: called before each turn; or it ends, which closes
   /// all connections.
-  void open(const LaneHandles& handles) noexcept;
+  void open(const WorkerHandles& handles) noexcept;
   void close();
   /// Has a prepared transfer run; false where that failed.
   bool run(Download& download);

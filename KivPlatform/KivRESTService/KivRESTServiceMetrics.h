@@ -19,7 +19,7 @@ struct KivRESTServiceFailedTry {
 };
 
 /// What it took to get one file, known when its task has ended.
-struct KivRESTServiceFigures {
+struct KivRESTServiceMetrics {
   /// The URL that gave what the task ended with; nothing where no server answered.
   std::optional<kiv::URL> server;
   /// Requests sent or attempted, of all servers; redirects followed do not count. 0 where another

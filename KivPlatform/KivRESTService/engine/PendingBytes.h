@@ -10,7 +10,7 @@
 namespace kiv {
 
 /// The bytes that have been fetched and wait for the client's queue. May be used from any thread.
-class Backlog {
+class PendingBytes {
  public:
   /// `wakeUp` is called where somebody who found too much can look again. Nothing for nobody; when
   /// this returns, the former one is not running on any other thread.
@@ -37,7 +37,7 @@ class Backlog {
 
  private:
   std::mutex mutex_;
-  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::backlog};
+  const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::pendingBytes};
   std::function<void()> wakeUp_;
   std::int64_t bytes_ = 0;
   std::int64_t bound_ = 0;

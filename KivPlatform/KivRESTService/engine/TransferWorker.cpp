@@ -1,4 +1,4 @@
-#include "KivPlatform/KivRESTService/engine/TransferLane.h"
+#include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 
 #include <algorithm>
 #include <thread>
@@ -7,61 +7,61 @@
 
 namespace kiv {
 
-bool TransferLane::isAnsweredBy(const std::string& server) const {
+bool TransferWorker::isAnsweredBy(const std::string& server) const {
   return std::any_of(running_.begin(), running_.end(), [&](const auto& entry) {
     const Download& download = *entry.second;
     return download.servers[download.server] == server && download.transfer->bodyHasBegun();
   });
 }
 
-void TransferLane::drop(std::unique_ptr<Download> download) {
+void TransferWorker::drop(std::unique_ptr<Download> download) {
   const bool wasRunning = running_.erase(download->transfer->handle()) > 0;
   std::erase(assigned_, download.get());
   if (wasRunning) dropped_.push_back(std::move(download));
 }
 
-EasyHandle TransferLane::takeSpareHandle() {
+EasyHandle TransferWorker::takeSpareHandle() {
   if (spareHandles_.empty()) return {};
   auto handle = std::move(spareHandles_.back());
   spareHandles_.pop_back();
   return handle;
 }
 
-void TransferLane::keepSpareHandle(EasyHandle handle) {
+void TransferWorker::keepSpareHandle(EasyHandle handle) {
   if (handle) spareHandles_.push_back(std::move(handle));
 }
 
-void TransferLane::open(const LaneHandles& handles) noexcept {
+void TransferWorker::open(const WorkerHandles& handles) noexcept {
   if (multiHandle_) return;
   multiHandle_ = handles.multiHandle.get();
   wakeUp_ = handles.wakeUp.get();
   wakeUpSeenAt_ = {};
 }
 
-void TransferLane::close() {
+void TransferWorker::close() {
   takeRunning();
   releaseDropped();
   multiHandle_ = nullptr;
   wakeUp_ = nullptr;
 }
 
-bool TransferLane::run(Download& download) {
+bool TransferWorker::run(Download& download) {
   void* const handle = download.transfer->handle();
-  // First, so that no handle runs of which the lane does not know.
+  // First, so that no handle runs of which the worker does not know.
   running_.emplace(handle, &download);
   if (multiHandle_->add(handle)) return true;
   running_.erase(handle);
   return false;
 }
 
-void TransferLane::releaseDropped() {
+void TransferWorker::releaseDropped() {
   for (const auto& download : dropped_)
     multiHandle_->remove(download->transfer->handle());
   dropped_.clear();
 }
 
 /// Looked at from time to time: that costs as much as a wait that ends at once.
-std::optional<int> TransferLane::wakeUpDescriptor() {
+std::optional<int> TransferWorker::wakeUpDescriptor() {
   constexpr std::chrono::milliseconds interval{50};
   const auto now = std::chrono::steady_clock::now();
   if (now - wakeUpSeenAt_ < interval) return wakeUpDescriptor_;
@@ -70,7 +70,7 @@ std::optional<int> TransferLane::wakeUpDescriptor() {
   return wakeUpDescriptor_;
 }
 
-bool TransferLane::wait(std::chrono::milliseconds longest) {
+bool TransferWorker::wait(std::chrono::milliseconds longest) {
   constexpr std::chrono::milliseconds interval{10};
   const auto descriptor = wakeUpDescriptor();
   if (!descriptor) {
@@ -85,18 +85,18 @@ bool TransferLane::wait(std::chrono::milliseconds longest) {
   return woken.has_value();
 }
 
-bool TransferLane::move() {
+bool TransferWorker::move() {
   return multiHandle_->move();
 }
 
-std::int64_t TransferLane::takeBytesCome() {
+std::int64_t TransferWorker::takeBytesCome() {
   std::int64_t bytes = 0;
   for (const auto& [handle, download] : running_)
     bytes += download->transfer->takeBytesCome();
   return bytes;
 }
 
-std::vector<TransferLane::Ended> TransferLane::takeEnded() {
+std::vector<TransferWorker::Ended> TransferWorker::takeEnded() {
   std::vector<Ended> ended;
   for (const auto& [handle, result] : multiHandle_->takeEnded()) {
     const auto place = running_.find(handle);
@@ -109,20 +109,20 @@ std::vector<TransferLane::Ended> TransferLane::takeEnded() {
   return ended;
 }
 
-Download* TransferLane::findRunning(const std::function<bool(Download&)>& predicate) const {
+Download* TransferWorker::findRunning(const std::function<bool(Download&)>& predicate) const {
   const auto found = std::find_if(running_.begin(), running_.end(),
                                   [&](const auto& entry) { return predicate(*entry.second); });
   return found == running_.end() ? nullptr : found->second;
 }
 
-TransferLane::Ended TransferLane::stop(Download& download) {
+TransferWorker::Ended TransferWorker::stop(Download& download) {
   void* const handle = download.transfer->handle();
   running_.erase(handle);
   multiHandle_->remove(handle);
   return {download, resultOfTimeOut};
 }
 
-std::vector<Download*> TransferLane::takeRunning() {
+std::vector<Download*> TransferWorker::takeRunning() {
   std::vector<Download*> stopped;
   for (const auto& [handle, download] : running_) {
     multiHandle_->remove(handle);
@@ -132,7 +132,7 @@ std::vector<Download*> TransferLane::takeRunning() {
   return stopped;
 }
 
-void TransferLane::limitSpeeds(std::int64_t bytesPerSecond) {
+void TransferWorker::limitSpeeds(std::int64_t bytesPerSecond) {
   for (const Download* const download : assigned_)
     download->transfer->limitSpeed(bytesPerSecond);
   for (const auto& [handle, download] : running_)

@@ -1,4 +1,4 @@
-#include "KivResource/KivResourceUpkeep.h"
+#include "KivResource/KivResourceMaintenance.h"
 
 #include <algorithm>
 #include <map>
@@ -22,7 +22,7 @@ using kiv::path::lastPathComponent;
 
 namespace {
 
-using Upkeep = KivResourceUpkeep;
+using Maintenance = KivResourceMaintenance;
 
 constexpr std::string_view lockSuffix = ".lock";
 constexpr std::string_view partSuffix = ".part";
@@ -31,8 +31,8 @@ FileManager& files() {
   return FileManager::defaultManager();
 }
 
-Error upkeepError(KivResourceUpkeepErrorCode code, std::string_view message) {
-  return Error(KivResourceUpkeepErrorDomain, static_cast<std::int64_t>(code), message);
+Error maintenanceError(KivResourceMaintenanceErrorCode code, std::string_view message) {
+  return Error(KivResourceMaintenanceErrorDomain, static_cast<std::int64_t>(code), message);
 }
 
 /// The places on the disk that the files in use depend on: the files themselves, and every name on
@@ -130,7 +130,7 @@ Error doubtError(std::string_view what, const std::optional<Error>& reason,
   std::string message(what);
   if (reason) message += " (" + reason->localizedDescription() + ")";
   message.append(". It may name files that are in use: ").append(remedy);
-  return upkeepError(KivResourceUpkeepErrorCode::listInDoubt, message);
+  return maintenanceError(KivResourceMaintenanceErrorCode::listInDoubt, message);
 }
 
 /// Why files that no known entry names may be in use, if they may.
@@ -160,7 +160,7 @@ std::optional<std::vector<std::string>> sortedNames(const std::string& directory
   return names;
 }
 
-Upkeep::Item itemAt(std::string path) {
+Maintenance::Item itemAt(std::string path) {
   auto size = files().sizeOfItemAtPath(path);
   return {std::move(path), size, {}};
 }
@@ -177,10 +177,10 @@ bool findResources(std::optional<std::string>& directory, std::optional<Error>* 
   if (!directory) return false;
   const std::string_view relativePath = std::string_view(path).substr(root.size());
   if (*directory == appendingPathComponent(*resolvedRoot, relativePath)) return true;
-  return kiv::fail(
-      error, upkeepError(KivResourceUpkeepErrorCode::resourcesElsewhere,
-                         "The resources directory \"" + path +
-                             "\" is reached through a link, and lies in \"" + *directory + "\"."));
+  return kiv::fail(error, maintenanceError(KivResourceMaintenanceErrorCode::resourcesElsewhere,
+                                           "The resources directory \"" + path +
+                                               "\" is reached through a link, and lies in \"" +
+                                               *directory + "\"."));
 }
 
 /// `place` is the item's path with the directory resolved, but not the item itself.
@@ -196,7 +196,7 @@ bool isPartial(const std::string& place) {
          !files().fileExistsAtPath(appendingPathComponent(place, KivResouceArchiveKey[1]));
 }
 
-bool findOrphans(const UsedPlaces& used, Upkeep::Audit& audit, std::optional<Error>* error) {
+bool findOrphans(const UsedPlaces& used, Maintenance::Audit& audit, std::optional<Error>* error) {
   std::optional<std::string> directory;
   if (!findResources(directory, error)) return false;
   if (!directory) return true;
@@ -210,7 +210,7 @@ bool findOrphans(const UsedPlaces& used, Upkeep::Audit& audit, std::optional<Err
   return true;
 }
 
-void findUnusable(const ListedFiles& listed, Upkeep::Audit& audit) {
+void findUnusable(const ListedFiles& listed, Maintenance::Audit& audit) {
   for (const auto& [path, resourceID] : listed.resourceIDs) {
     if (!files().fileExistsAtPath(path)) {
       audit.missing.push_back({path, 0, resourceID});
@@ -222,7 +222,7 @@ void findUnusable(const ListedFiles& listed, Upkeep::Audit& audit) {
 
 /// Each process works in a directory of its own, beside which its lock lies; neither is what was
 /// not completed.
-bool findTemporaries(Upkeep::Audit& audit, std::optional<Error>* error) {
+bool findTemporaries(Maintenance::Audit& audit, std::optional<Error>* error) {
   const std::string top = KivStorageService::temporariesPath();
   const auto names = sortedNames(top, error);
   if (!names) return false;
@@ -241,7 +241,7 @@ bool findTemporaries(Upkeep::Audit& audit, std::optional<Error>* error) {
 }
 
 /// Of a body that has not been stored the bytes alone count.
-bool findUnfinishedDownloads(Upkeep::Audit& audit, std::optional<Error>* error) {
+bool findUnfinishedDownloads(Maintenance::Audit& audit, std::optional<Error>* error) {
   const std::string directory = KivResourceStorageModule::spoolDirectoryPath();
   const auto names = sortedNames(directory, error);
   if (!names) return false;
@@ -252,7 +252,7 @@ bool findUnfinishedDownloads(Upkeep::Audit& audit, std::optional<Error>* error) 
   return true;
 }
 
-void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
+void removeItem(Maintenance::Item item, Maintenance::CleanUp& cleanUp) {
   std::optional<Error> error;
   kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources,
                                 KivResourceStorageModule::resourcesDirectoryPath());
@@ -268,8 +268,8 @@ void removeItem(Upkeep::Item item, Upkeep::CleanUp& cleanUp) {
 
 }  // namespace
 
-std::optional<Upkeep::Audit> KivResourceUpkeep::audit(const KivResourceManager& manager,
-                                                      std::optional<Error>* error) {
+std::optional<Maintenance::Audit> KivResourceMaintenance::audit(const KivResourceManager& manager,
+                                                                std::optional<Error>* error) {
   const ListedFiles listed = listedFiles(manager);
   Audit audit;
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
@@ -281,12 +281,11 @@ std::optional<Upkeep::Audit> KivResourceUpkeep::audit(const KivResourceManager& 
   return audit;
 }
 
-std::optional<Upkeep::CleanUp> KivResourceUpkeep::cleanUpOrphans(const KivResourceManager& manager,
-                                                                 Mode mode,
-                                                                 std::optional<Error>* error) {
+std::optional<Maintenance::CleanUp> KivResourceMaintenance::cleanUpOrphans(
+    const KivResourceManager& manager, Mode mode, std::optional<Error>* error) {
   if (manager.loadingResourcesFilesCount() > 0) {
-    kiv::fail(error, upkeepError(KivResourceUpkeepErrorCode::downloadsInFlight,
-                                 "Nothing is cleaned up while downloads are in flight."));
+    kiv::fail(error, maintenanceError(KivResourceMaintenanceErrorCode::downloadsInFlight,
+                                      "Nothing is cleaned up while downloads are in flight."));
     return std::nullopt;
   }
   const ListedFiles listed = listedFiles(manager);
@@ -309,7 +308,7 @@ std::optional<Upkeep::CleanUp> KivResourceUpkeep::cleanUpOrphans(const KivResour
   return cleanUp;
 }
 
-std::optional<Upkeep::Space> KivResourceUpkeep::space(std::optional<Error>* error) {
+std::optional<Maintenance::Space> KivResourceMaintenance::space(std::optional<Error>* error) {
   const auto fileSystem = files().spaceAtPath(KivStorageService::rootPath(), error);
   if (!fileSystem) return std::nullopt;
   Space space{fileSystem->used, fileSystem->available, 0};

@@ -10,11 +10,12 @@
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivResource/KivResourceManager.h"
 
-/// Domain of the errors that upkeep makes itself; those of the disk pass through with their own.
-inline constexpr std::string_view KivResourceUpkeepErrorDomain =
-    "kiv.KivResource.KivResourceUpkeep";
+/// Domain of the errors that maintenance makes itself; those of the disk pass through with their
+/// own.
+inline constexpr std::string_view KivResourceMaintenanceErrorDomain =
+    "kiv.KivResource.KivResourceMaintenance";
 
-enum class KivResourceUpkeepErrorCode : int {
+enum class KivResourceMaintenanceErrorCode : int {
   downloadsInFlight = 120,   ///< A pass is running; files that it has stored are in no list yet.
   resourcesElsewhere = 121,  ///< A link leads from the resources directory out of the root.
   listInDoubt = 122,         ///< A saved list that cannot be read may name files that are in use.
@@ -30,9 +31,9 @@ enum class KivResourceUpkeepErrorCode : int {
 /// A resource counts as loaded when it is in the manager's registry, or in the saved list with all
 /// of its files. Paths are compared with every link in them resolved: a file of a loaded resource
 /// is recognised however its path is written, and so is every link that the path leads through.
-class KIV_EXPORT KivResourceUpkeep {
+class KIV_EXPORT KivResourceMaintenance {
  public:
-  KivResourceUpkeep() = delete;
+  KivResourceMaintenance() = delete;
 
   /// One file, link or directory. An unpacked archive, the directory, is one item.
   struct Item {

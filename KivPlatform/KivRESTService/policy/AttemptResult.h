@@ -11,8 +11,8 @@
 namespace kiv {
 
 /// How one try at one server ended, with what the next one needs to know.
-struct TryResult {
-  explicit TryResult(TransferOutcome tryOutcome) : outcome(std::move(tryOutcome)) {}
+struct AttemptResult {
+  explicit AttemptResult(TransferOutcome attemptOutcome) : outcome(std::move(attemptOutcome)) {}
 
   /// Where the file did not come: the reason, as far as it is a transfer error.
   [[nodiscard]] std::optional<KivRESTServiceErrorCode> errorCode() const {
@@ -37,7 +37,7 @@ struct TryResult {
   /// The server wants to be left alone for this long.
   std::optional<std::chrono::milliseconds> retryAfter;
 
-  // What the task's figures take over from a try that brought the file.
+  // What the task's metrics take over from a try that brought the file.
   std::int64_t resumedBytes = 0;
   std::chrono::microseconds timeToFirstByte{0};
   bool endedWithConnection = false;

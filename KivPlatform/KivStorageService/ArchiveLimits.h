@@ -7,7 +7,7 @@ namespace kiv {
 /// How much one archive may hold. What goes beyond any of these is refused as a whole, and nothing
 /// of it stays on the disk. Checked against what the archive says of itself before anything is
 /// written, and again, because that may be a lie, against what comes out while it is written.
-struct ArchiveCeilings {
+struct ArchiveLimits {
   /// Entries that the archive lists, files and directories alike.
   std::uint64_t entries = 10'000;
   /// Files and directories that unpacking would make, with the directories that the archive does
