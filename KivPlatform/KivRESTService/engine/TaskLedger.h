@@ -30,8 +30,8 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
   using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
 
-  /// Tasks are completed on that queue; what a completed task leaves of the pending bytes goes with
-  /// it.
+  /// Tasks are completed on that queue; what its body takes of the pending bytes is given back
+  /// then.
   TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<PendingBytes> pendingBytes);
 
   /// Called on the queue for every task that ends, before its completion; empty for nobody.

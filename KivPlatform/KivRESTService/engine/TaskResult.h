@@ -13,7 +13,7 @@ namespace kiv {
 struct TaskResult {
   TransferOutcome outcome;
   KivRESTServiceMetrics metrics;
-  std::int64_t pendingBytes = 0;  ///< The bytes that leave the pending bytes with it.
+  std::int64_t pendingBytes = 0;  ///< Of its body, no longer pending with it.
 };
 
 /// The results of tasks, which are named by their numbers.

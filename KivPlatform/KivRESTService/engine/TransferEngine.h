@@ -34,8 +34,8 @@ class TransferEngine {
   /// `ended` is called with every job that ends, once, and `progressed` no more than ten times a
   /// second while somebody wants to know. `failed` is called where memory has run out, and every
   /// job has been dropped; where it throws, it is called again. All of them come on a transfer
-  /// thread, without a lock, and none after stop() has returned. What `ended` is given counts in
-  /// the pending bytes, from which the caller removes it.
+  /// thread, without a lock, and none after stop() has returned. What `ended` is given counts
+  /// among the pending bytes, until the caller removes it.
   TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TransferScheduler::EndHandler ended, ProgressHandler progressed,
                  FailureHandler failed);

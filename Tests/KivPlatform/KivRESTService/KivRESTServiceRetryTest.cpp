@@ -255,7 +255,7 @@ TEST_F(KivRESTServiceRetry, BodiesThatNobodyTakesHoldUpTheOthers) {
   std::vector<Load> loads;
   for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f"})
     loads.emplace_back(client, server_.url(path));
-  // Nobody drains the main queue: the third body fills the pending bytes.
+  // Nobody drains the main queue: with the third body too many bytes are pending.
   ASSERT_TRUE(server_.waitForRequests(3));
   for (const auto& load : loads)
     ASSERT_TRUE(load.waitForEnd());
