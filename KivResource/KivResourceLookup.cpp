@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivResource/KivResourceStorageModule.h"
 
@@ -14,8 +14,8 @@ using Roots = std::vector<std::string>;
 
 /// Never destroyed: other threads may still make resources while the process exits.
 struct Bound {
-  std::mutex mutex;
-  std::shared_ptr<const Roots> roots;  // none where no bound is set
+  kiv::Mutex mutex;
+  std::shared_ptr<const Roots> roots KIV_GUARDED_BY(mutex);  // none where no bound is set
 };
 
 Bound& bound() {
@@ -24,7 +24,7 @@ Bound& bound() {
 }
 
 std::shared_ptr<const Roots> rootsInForce() {
-  const std::lock_guard lock(bound().mutex);
+  const kiv::MutexLock lock(bound().mutex);
   return bound().roots;
 }
 
@@ -41,7 +41,7 @@ bool liesBelow(std::string_view resolvedPath, const std::string& root) {
 
 void KivResourceLookup::setRoots(std::optional<std::vector<std::string>> roots) {
   auto newRoots = roots ? std::make_shared<const Roots>(*std::move(roots)) : nullptr;
-  const std::lock_guard lock(bound().mutex);
+  const kiv::MutexLock lock(bound().mutex);
   bound().roots = std::move(newRoots);
 }
 

@@ -1,10 +1,10 @@
 #include "KivResource/KivResourceObject.h"
 
 #include <map>
-#include <mutex>
 #include <typeindex>
 #include <typeinfo>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/values/StringList.h"
 #include "KivResource/KivResourceLookup.h"
 
@@ -33,8 +33,8 @@ kiv::Value valueOf(const std::shared_ptr<kiv::Dictionary>& dictionary) {
 
 /// Of the hosts' own kinds that have been seen.
 struct KnownConstructors {
-  std::mutex mutex;
-  std::map<std::type_index, std::shared_ptr<KivResource> (*)()> constructors;
+  kiv::Mutex mutex;
+  std::map<std::type_index, std::shared_ptr<KivResource> (*)()> constructors KIV_GUARDED_BY(mutex);
 };
 
 KnownConstructors& knownConstructors() {
@@ -93,14 +93,14 @@ std::shared_ptr<KivResource> KivResource::instanceOfOwnClass() const {
   const KivResource& made = *instance;
   if (typeid(made) == typeid(*this)) return instance;
   KnownConstructors& known = knownConstructors();
-  const std::lock_guard lock(known.mutex);
+  const kiv::MutexLock lock(known.mutex);
   const auto found = known.constructors.find(typeid(*this));
   return found == known.constructors.end() ? nullptr : found->second();
 }
 
 bool KivResource::noteConstructor(const std::type_info& type, Constructor constructor) {
   KnownConstructors& known = knownConstructors();
-  const std::lock_guard lock(known.mutex);
+  const kiv::MutexLock lock(known.mutex);
   return known.constructors.emplace(type, constructor).second;
 }
 

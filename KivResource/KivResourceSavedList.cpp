@@ -158,7 +158,8 @@ std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
   std::optional<Error> error;
   auto lock = files().lockFileAtPath(path, &error);
   if (!lock && error && isSystemError(*error, std::errc::no_such_file_or_directory)) {
-    files().createDirectoryAtPath(path::deletingLastPathComponent(list));
+    // Where that fails the lock does too, and says why.
+    static_cast<void>(files().createDirectoryAtPath(path::deletingLastPathComponent(list)));
     lock = files().lockFileAtPath(path, &error);
   }
   const auto isHeld = [&] {

@@ -25,6 +25,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/Foundation/queues/DispatchQueue.h
   KivPlatform/Foundation/values/Error.h
   KivPlatform/Foundation/Export.h
+  KivPlatform/Foundation/Mutex.h
   KivPlatform/Foundation/files/FileData.h
   KivPlatform/Foundation/files/FileManager.h
   KivPlatform/Foundation/files/FileName.h

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
+
 std::shared_ptr<KivAppConfiguration> KivAppConfiguration::sharedInstance() {
   // Never destroyed: a download may still read it while the process exits.
   static auto& instance = *new std::shared_ptr<KivAppConfiguration>(new KivAppConfiguration);
@@ -9,21 +11,21 @@ std::shared_ptr<KivAppConfiguration> KivAppConfiguration::sharedInstance() {
 }
 
 std::optional<std::string> KivAppConfiguration::mainACSDomain() const {
-  const std::lock_guard lock(mutex_);
+  const kiv::MutexLock lock(mutex_);
   return mainDomain_;
 }
 
 void KivAppConfiguration::setMainACSDomain(std::optional<std::string> domain) {
-  const std::lock_guard lock(mutex_);
+  const kiv::MutexLock lock(mutex_);
   mainDomain_ = std::move(domain);
 }
 
 std::optional<std::string> KivAppConfiguration::reserveACSDomain() const {
-  const std::lock_guard lock(mutex_);
+  const kiv::MutexLock lock(mutex_);
   return reserveDomain_;
 }
 
 void KivAppConfiguration::setReserveACSDomain(std::optional<std::string> domain) {
-  const std::lock_guard lock(mutex_);
+  const kiv::MutexLock lock(mutex_);
   reserveDomain_ = std::move(domain);
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Mutex.h"
 
 /// The configuration of the application: the domains of the two file servers.
 ///
@@ -30,7 +30,7 @@ class KIV_EXPORT KivAppConfiguration {
  private:
   KivAppConfiguration() = default;
 
-  mutable std::mutex mutex_;
-  std::optional<std::string> mainDomain_;
-  std::optional<std::string> reserveDomain_;
+  mutable kiv::Mutex mutex_;
+  std::optional<std::string> mainDomain_ KIV_GUARDED_BY(mutex_);
+  std::optional<std::string> reserveDomain_ KIV_GUARDED_BY(mutex_);
 };

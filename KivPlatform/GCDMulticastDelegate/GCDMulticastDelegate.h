@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 
 /// Fans the callbacks of one protocol out to its observers, each on its own queue.
@@ -32,7 +32,7 @@ class GCDMulticastDelegate {
                                  const std::shared_ptr<kiv::DispatchQueue>& queue) {
     if (!delegate || !queue) return;
     Nodes former;
-    const std::lock_guard lock(mutex_);
+    const kiv::MutexLock lock(mutex_);
     former = keep([](const Node& node) { return !node.delegate.expired(); });
     const bool known = std::any_of(nodes_->begin(), nodes_->end(), [&](const auto& node) {
       return node->identity == delegate.get() && node->queue == queue;
@@ -47,7 +47,7 @@ class GCDMulticastDelegate {
   /// not delivered any more; one that runs now on another thread is not waited for.
   void removeDelegate(const std::shared_ptr<Protocol>& delegate) {
     Nodes former;
-    const std::lock_guard lock(mutex_);
+    const kiv::MutexLock lock(mutex_);
     former = keep([&](const Node& node) { return node.identity != delegate.get(); });
     for (const auto& node : *former) {
       if (node->identity == delegate.get()) node->removed = true;
@@ -94,14 +94,14 @@ class GCDMulticastDelegate {
 
   Nodes registeredNodes() {
     Nodes former;
-    const std::lock_guard lock(mutex_);
+    const kiv::MutexLock lock(mutex_);
     former = keep([](const Node& node) { return !node.delegate.expired(); });
     return nodes_;
   }
 
   /// Keeps those nodes alone, and answers the former list.
   template <class Predicate>
-  Nodes keep(Predicate isKept) {
+  Nodes keep(Predicate isKept) KIV_REQUIRES(mutex_) {
     const auto isKeptNode = [&](const auto& node) { return isKept(*node); };
     Nodes former = nodes_;
     if (std::all_of(former->begin(), former->end(), isKeptNode)) return former;
@@ -111,8 +111,9 @@ class GCDMulticastDelegate {
     return former;
   }
 
-  std::mutex mutex_;
-  Nodes nodes_ = std::make_shared<const std::vector<std::shared_ptr<Node>>>();
+  kiv::Mutex mutex_;
+  Nodes nodes_ KIV_GUARDED_BY(mutex_) =
+      std::make_shared<const std::vector<std::shared_ptr<Node>>>();
 };
 
 /// Observers of one moment. One that is removed later hears nothing all the same.

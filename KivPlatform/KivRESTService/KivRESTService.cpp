@@ -1,10 +1,10 @@
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
@@ -35,8 +35,8 @@ kiv::TransferJob jobFor(std::uint64_t id, const KivRESTServiceTask& task) {
 }
 
 struct DefaultSettings {
-  std::mutex mutex;
-  KivRESTServiceSettings settings;
+  kiv::Mutex mutex;
+  KivRESTServiceSettings settings KIV_GUARDED_BY(mutex);
 
   static DefaultSettings& shared() {
     static auto& object = *new DefaultSettings;
@@ -75,7 +75,7 @@ class KivRESTService::Implementation {
     }
     std::optional<std::uint64_t> id;
     {
-      const std::lock_guard lock(ordersMutex_);
+      const kiv::MutexLock lock(ordersMutex_);
       id = ledger_->add(std::move(task));
       if (!id) return;
       if (!error && !engine_.add(jobFor(*id, queued))) {
@@ -96,7 +96,7 @@ class KivRESTService::Implementation {
     const auto ledger = ledger_;
     kiv::TaskLedger::Tasks tasks;
     {
-      const std::lock_guard lock(ordersMutex_);
+      const kiv::MutexLock lock(ordersMutex_);
       tasks = ledger->takeAll();
       engine_.cancelAll();
     }
@@ -104,7 +104,7 @@ class KivRESTService::Implementation {
   }
 
  private:
-  std::mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
+  kiv::Mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
   const kiv::ForkGuard forkGuard_{ordersMutex_, kiv::ForkGuard::Rank::orders};
   const std::shared_ptr<kiv::PendingBytes> pendingBytes_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;
@@ -155,11 +155,11 @@ void KivRESTService::setSpoolDirectory(std::string path) {
 }
 
 KivRESTServiceSettings KivRESTService::defaultSettings() {
-  const std::lock_guard lock(DefaultSettings::shared().mutex);
+  const kiv::MutexLock lock(DefaultSettings::shared().mutex);
   return DefaultSettings::shared().settings;
 }
 
 void KivRESTService::setDefaultSettings(KivRESTServiceSettings settings) {
-  const std::lock_guard lock(DefaultSettings::shared().mutex);
+  const kiv::MutexLock lock(DefaultSettings::shared().mutex);
   DefaultSettings::shared().settings = std::move(settings);
 }

@@ -2,9 +2,9 @@
 
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
@@ -26,8 +26,8 @@ using kiv::storage::quoted;
 using kiv::storage::StorageRoot;
 
 struct LimitsInUse {
-  std::mutex mutex;
-  kiv::ArchiveLimits limits;
+  kiv::Mutex mutex;
+  kiv::ArchiveLimits limits KIV_GUARDED_BY(mutex);
 };
 
 LimitsInUse& limitsInUse() {
@@ -164,12 +164,12 @@ void KivStorageService::setRootPath(std::optional<std::string> path) {
 }
 
 kiv::ArchiveLimits KivStorageService::archiveLimits() {
-  const std::lock_guard guard(limitsInUse().mutex);
+  const kiv::MutexLock guard(limitsInUse().mutex);
   return limitsInUse().limits;
 }
 
 void KivStorageService::setArchiveLimits(const kiv::ArchiveLimits& limits) {
-  const std::lock_guard guard(limitsInUse().mutex);
+  const kiv::MutexLock guard(limitsInUse().mutex);
   limitsInUse().limits = limits;
 }
 

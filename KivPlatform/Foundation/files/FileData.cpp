@@ -1,8 +1,8 @@
 #include "KivPlatform/Foundation/files/FileData.h"
 
-#include <mutex>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 
 namespace kiv {
@@ -25,16 +25,16 @@ class TakenFile final : public DataFile {
     return file_->copyBytes(offset, to, count, error);
   }
   std::optional<std::string> take() override {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     keeper_.reset();
     return std::exchange(path_, std::nullopt);
   }
 
  private:
   const std::unique_ptr<MappedFile> file_;
-  std::mutex mutex_;
-  std::optional<std::string> path_;  // while the file is this object's
-  std::shared_ptr<void> keeper_;
+  Mutex mutex_;
+  std::optional<std::string> path_ KIV_GUARDED_BY(mutex_);  // while the file is this object's
+  std::shared_ptr<void> keeper_ KIV_GUARDED_BY(mutex_);
 };
 
 }  // namespace

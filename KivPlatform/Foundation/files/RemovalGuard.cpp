@@ -1,9 +1,10 @@
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 
 #include <map>
-#include <mutex>
 #include <set>
 #include <utility>
+
+#include "KivPlatform/Foundation/Mutex.h"
 
 namespace kiv::removal {
 
@@ -11,11 +12,11 @@ namespace {
 
 /// Never destroyed: things are removed while the process exits.
 struct Guard {
-  std::mutex mutex;
-  bool isHosts = false;  // the host has named the roots, or lifted the guard
-  std::optional<std::vector<std::string>> hostsRoots;
-  std::map<OwnDirectory, std::string> ownDirectories;
-  std::set<std::string> spoolDirectories;
+  Mutex mutex;
+  bool isHosts KIV_GUARDED_BY(mutex) = false;  // the host has named the roots, or lifted the guard
+  std::optional<std::vector<std::string>> hostsRoots KIV_GUARDED_BY(mutex);
+  std::map<OwnDirectory, std::string> ownDirectories KIV_GUARDED_BY(mutex);
+  std::set<std::string> spoolDirectories KIV_GUARDED_BY(mutex);
 };
 
 Guard& guard() {
@@ -26,32 +27,31 @@ Guard& guard() {
 }  // namespace
 
 void setOwnDirectory(OwnDirectory which, std::string path) {
-  const std::lock_guard lock(guard().mutex);
+  const MutexLock lock(guard().mutex);
   guard().ownDirectories[which] = std::move(path);
 }
 
 void addSpoolDirectory(std::string path) {
-  const std::lock_guard lock(guard().mutex);
+  const MutexLock lock(guard().mutex);
   guard().spoolDirectories.insert(std::move(path));
 }
 
 void restoreOwnDirectories() {
-  const std::lock_guard lock(guard().mutex);
+  const MutexLock lock(guard().mutex);
   guard().isHosts = false;
   guard().hostsRoots.reset();
 }
 
 void setRoots(std::optional<std::vector<std::string>> roots) {
-  const std::lock_guard lock(guard().mutex);
+  const MutexLock lock(guard().mutex);
   guard().isHosts = true;
   guard().hostsRoots = std::move(roots);
 }
 
 std::optional<std::vector<std::string>> roots() {
-  const std::lock_guard lock(guard().mutex);
+  const MutexLock lock(guard().mutex);
   if (guard().isHosts) return guard().hostsRoots;
-  const auto& spools = guard().spoolDirectories;
-  std::vector<std::string> own(spools.begin(), spools.end());
+  std::vector<std::string> own(guard().spoolDirectories.begin(), guard().spoolDirectories.end());
   for (const auto& [which, directory] : guard().ownDirectories)
     own.push_back(directory);
   return own;

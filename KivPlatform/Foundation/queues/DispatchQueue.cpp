@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/QueueState.h"
 #include "KivPlatform/Foundation/queues/SerialQueues.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
@@ -35,7 +36,10 @@ std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label) {
     next->renew = handle->state_->renew;
     return handle->state_ = next;
   };
-  if (!state->startThread()) return nullptr;
+  {
+    const MutexLock lock(state->mutex);
+    if (!state->startThread()) return nullptr;
+  }
   addSerialQueue(state);
   return queue;
 }
@@ -55,7 +59,7 @@ DispatchQueue::~DispatchQueue() {
   std::thread thread;
   bool isStuck = false;
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     state_->stopped = true;
     isStuck = state_->isClosed && !state_->hasEnded;
     thread.swap(state_->thread);
@@ -100,8 +104,11 @@ std::size_t DispatchQueue::drain() {
 std::size_t DispatchQueue::drainFor(std::chrono::milliseconds timeout) {
   if (!state_->letsHostRunJobs()) return 0;
   {
-    std::unique_lock lock(state_->mutex);
-    state_->changed.wait_for(lock, timeout, [this] { return !state_->jobs.empty(); });
+    MutexLock lock(state_->mutex);
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (state_->jobs.empty()) {
+      if (lock.waitUntil(state_->changed, deadline) == std::cv_status::timeout) break;
+    }
   }
   return state_->drain();
 }
@@ -113,7 +120,7 @@ void DispatchQueue::run() {
 void DispatchQueue::stop() {
   if (state_->servedBy != QueueState::ServedBy::host) return;
   {
-    const std::lock_guard lock(state_->mutex);
+    const MutexLock lock(state_->mutex);
     state_->stopped = true;
   }
   state_->changed.notify_all();

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
 
 namespace kiv {
@@ -36,7 +37,7 @@ thread_local QueueState* QueueState::running = nullptr;
 void QueueState::add(std::vector<Job> added, const void* itsTurn) {
   bool wasEmpty = false;
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     wasEmpty = jobs.empty();
     append(added, itsTurn);
     // In a child of fork the thread is not there yet.
@@ -62,14 +63,14 @@ void QueueState::append(std::vector<Job>& added, const void* itsTurn) {
 }
 
 bool QueueState::isEmpty() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   return jobs.empty();
 }
 
 bool QueueState::runNext() {
   Entry next;
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     if (jobs.empty() || isClosed) return false;
     next = std::move(jobs.front());
     jobs.pop_front();
@@ -93,7 +94,7 @@ void QueueState::run(Job job) {
 /// they keep coming.
 void QueueState::addTurnEnd(Job job) {
   if (turnEnds.empty()) {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     lastOfTurn = lastNumber;
   }
   turnEnds.push_back(std::move(job));
@@ -101,7 +102,7 @@ void QueueState::addTurnEnd(Job job) {
 
 /// True where the next job belongs to the turn of the one that ran last.
 bool QueueState::turnContinues() {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   const bool returnsToHost = stopped && servedBy == ServedBy::host;
   if (!turn || returnsToHost || isClosed || jobs.empty()) return false;
   return jobs.front().turn == turn && jobs.front().number <= lastOfTurn;
@@ -119,7 +120,7 @@ void QueueState::endTurn() {
 std::size_t QueueState::drain() {
   std::size_t waiting = 0;
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     waiting = jobs.size();
   }
   std::size_t ran = 0;
@@ -133,8 +134,9 @@ std::size_t QueueState::drain() {
 void QueueState::runUntilStopped() {
   while (true) {
     {
-      std::unique_lock lock(mutex);
-      changed.wait(lock, [this] { return stopped || !jobs.empty(); });
+      MutexLock lock(mutex);
+      while (!stopped && jobs.empty())
+        lock.wait(changed);
       if (std::exchange(stopped, false)) break;
     }
     runNext();
@@ -146,14 +148,15 @@ void QueueState::runUntilStopped() {
 // --- The wake-up handler -------------------------------------------------------------------------
 
 void QueueState::setWakeUp(std::shared_ptr<const Handler> next) {
-  std::unique_lock lock(wakeUpMutex);
+  MutexLock lock(wakeUpMutex);
   wakeUp.swap(next);
-  wakeUpEnded.wait(lock,
-                   [&] { return !next || called != next || caller == std::this_thread::get_id(); });
+  // The former one, which is in `next` now.
+  while (next && called == next && caller != std::this_thread::get_id())
+    lock.wait(wakeUpEnded);
 }
 
 void QueueState::callWakeUp() {
-  std::unique_lock lock(wakeUpMutex);
+  MutexLock lock(wakeUpMutex);
   isToBeCalledAgain = true;
   if (isCalling || !wakeUp) return;
   isCalling = true;
@@ -205,8 +208,9 @@ void QueueState::serve() {
     while (runNext()) {
     }
     endTurn();  // where the queue was closed before another job of the turn
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return stopped || isClosed || !jobs.empty(); });
+    MutexLock lock(mutex);
+    while (!stopped && !isClosed && jobs.empty())
+      lock.wait(changed);
     if (!isClosed && !(stopped && jobs.empty())) continue;
     hasEnded = true;
     changed.notify_all();
@@ -216,7 +220,7 @@ void QueueState::serve() {
 
 void QueueState::close() {
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     isClosed = true;
   }
   changed.notify_all();
@@ -225,9 +229,12 @@ void QueueState::close() {
 void QueueState::waitForEnd(Time deadline) {
   std::thread ended;
   {
-    std::unique_lock lock(mutex);
+    MutexLock lock(mutex);
     if (server == std::thread::id() || server == std::this_thread::get_id()) return;
-    if (!changed.wait_until(lock, deadline, [this] { return hasEnded; })) return;
+    while (!hasEnded) {
+      const auto status = lock.waitUntil(changed, deadline);
+      if (status == std::cv_status::timeout && !hasEnded) return;
+    }
     ended.swap(thread);
   }
   // The destructors of what libraries keep for each thread run after the last job.

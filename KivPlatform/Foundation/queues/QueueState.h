@@ -6,12 +6,12 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 
 namespace kiv {
@@ -42,36 +42,38 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   /// Of a serial queue, in a child of fork: gives the handle a state without jobs or thread.
   /// Nothing where there is no handle any more.
   std::function<std::shared_ptr<QueueState>()> renew;
-  std::thread thread;      // of a serial queue only; taken by what joins it
-  std::thread::id server;  // that thread's, for good
 
-  std::mutex mutex;
+  Mutex mutex;
   const ForkGuard forkGuard{mutex, ForkGuard::Rank::queue};
+  // Of a serial queue only; taken by what joins it.
+  std::thread thread KIV_GUARDED_BY(mutex);
+  std::thread::id server KIV_GUARDED_BY(mutex);  // that thread's, for good
   std::condition_variable changed;
-  std::deque<Entry> jobs;
-  std::uint64_t lastNumber = 0;
-  bool stopped = false;   // run() is to end, or the thread when it has run all jobs
-  bool isClosed = false;  // no further job may run
-  bool hasEnded = false;  // the thread runs no job any more
+  std::deque<Entry> jobs KIV_GUARDED_BY(mutex);
+  std::uint64_t lastNumber KIV_GUARDED_BY(mutex) = 0;
+  bool stopped KIV_GUARDED_BY(mutex) =
+      false;  // run() is to end, or the thread when it has run all jobs
+  bool isClosed KIV_GUARDED_BY(mutex) = false;  // no further job may run
+  bool hasEnded KIV_GUARDED_BY(mutex) = false;  // the thread runs no job any more
 
   // The turn of the job that ran last. Used only by the thread that runs the jobs.
   const void* turn = nullptr;
-  std::uint64_t lastOfTurn = 0;  // no later job continues the turn
+  std::uint64_t lastOfTurn KIV_GUARDED_BY(mutex) = 0;  // no later job continues the turn
   std::vector<Job> turnEnds;
 
   // The handler is called without this lock. Who finds another thread calling leaves it to that
   // one.
-  std::mutex wakeUpMutex;
+  Mutex wakeUpMutex;
   const ForkGuard wakeUpForkGuard{wakeUpMutex, ForkGuard::Rank::queue};
   std::condition_variable wakeUpEnded;
-  std::shared_ptr<const Handler> wakeUp;
-  std::shared_ptr<const Handler> called;  // now
-  std::thread::id caller;
-  bool isCalling = false;
-  bool isToBeCalledAgain = false;
+  std::shared_ptr<const Handler> wakeUp KIV_GUARDED_BY(wakeUpMutex);
+  std::shared_ptr<const Handler> called KIV_GUARDED_BY(wakeUpMutex);  // now
+  std::thread::id caller KIV_GUARDED_BY(wakeUpMutex);
+  bool isCalling KIV_GUARDED_BY(wakeUpMutex) = false;
+  bool isToBeCalledAgain KIV_GUARDED_BY(wakeUpMutex) = false;
 
   void add(std::vector<Job> added, const void* itsTurn);
-  void append(std::vector<Job>& added, const void* itsTurn);
+  void append(std::vector<Job>& added, const void* itsTurn) KIV_REQUIRES(mutex);
   bool isEmpty();
   /// True where the host may run jobs here and now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
@@ -86,11 +88,11 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   void callWakeUp();
   void callWakeUpForLeftJobs();
   /// In a child of fork, where no other thread waits or calls the handler.
-  void forgetOtherThreads();
+  void forgetOtherThreads() KIV_UNCHECKED_LOCKING;
 
   // Of a serial queue:
   /// False where the system has no thread left.
-  bool startThread();
+  bool startThread() KIV_REQUIRES(mutex);
   void serve();
   void close();
   /// Waits until the thread has gone, or runs a job at the deadline; not on that thread itself.

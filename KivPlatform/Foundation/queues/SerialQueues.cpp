@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/QueueState.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/values/JSON.h"
@@ -23,13 +23,13 @@ class SerialQueues {
   static SerialQueues& shared();
   SerialQueues();
 
-  static void beginAgain();
+  static void beginAgain() KIV_UNCHECKED_LOCKING;  // no other thread is there
   std::vector<std::shared_ptr<QueueState>> living();
 
   static std::atomic<bool> areUsed_;
-  std::mutex mutex_;
+  Mutex mutex_;
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::queues};
-  std::vector<std::weak_ptr<QueueState>> all_;
+  std::vector<std::weak_ptr<QueueState>> all_ KIV_GUARDED_BY(mutex_);
   std::vector<std::shared_ptr<QueueState>> ofParent_;  // in a child of fork: kept for good
 };
 
@@ -52,13 +52,13 @@ SerialQueues::SerialQueues() {
 
 void SerialQueues::add(const std::shared_ptr<QueueState>& queue) {
   SerialQueues& queues = shared();
-  const std::lock_guard lock(queues.mutex_);
+  const MutexLock lock(queues.mutex_);
   std::erase_if(queues.all_, [](const auto& other) { return other.expired(); });
   queues.all_.push_back(queue);
 }
 
 std::vector<std::shared_ptr<QueueState>> SerialQueues::living() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<std::shared_ptr<QueueState>> queues;
   for (const auto& queue : all_) {
     if (auto state = queue.lock()) queues.push_back(std::move(state));

@@ -2,12 +2,12 @@
 
 #include <atomic>
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/InstalledResources.h"
@@ -18,8 +18,8 @@ namespace kiv {
 namespace {
 
 struct Configured {
-  std::mutex mutex;
-  std::optional<std::string> path;
+  Mutex mutex;
+  std::optional<std::string> path KIV_GUARDED_BY(mutex);
 };
 
 Configured& configured() {
@@ -92,7 +92,7 @@ bool nameInstalledResources(const char* directory) noexcept {
 
 Bundle Bundle::frameworkBundle() {
   {
-    const std::lock_guard lock(configured().mutex);
+    const MutexLock lock(configured().mutex);
     if (configured().path) return Bundle(*configured().path);
   }
   static const auto& found = *new std::string(findResourcePath());
@@ -102,7 +102,7 @@ Bundle Bundle::frameworkBundle() {
 void Bundle::setFrameworkResourcesPath(std::optional<std::string> path) {
   std::error_code ignored;
   if (path) path = std::filesystem::absolute(*path, ignored).string();
-  const std::lock_guard lock(configured().mutex);
+  const MutexLock lock(configured().mutex);
   configured().path = std::move(path);
 }
 

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
+
 namespace kiv {
 
 namespace {
@@ -14,9 +16,9 @@ std::atomic<std::uint64_t> depth = 0;
 
 /// Never destroyed: a process may fork until its very end.
 struct GuardedMutexes {
-  std::mutex mutex;
-  std::set<std::pair<ForkGuard::Rank, std::mutex*>> all;
-  std::vector<void (*)()> calls;
+  Mutex mutex;
+  std::set<std::pair<ForkGuard::Rank, Mutex*>> all KIV_GUARDED_BY(mutex);
+  std::vector<void (*)()> calls KIV_GUARDED_BY(mutex);
 
   static GuardedMutexes& shared() {
     static auto& object = *new GuardedMutexes;
@@ -25,19 +27,19 @@ struct GuardedMutexes {
 
   GuardedMutexes() { pthread_atfork(&beforeFork, &unlockAll, &inChild); }
 
-  static void beforeFork() {
+  static void beforeFork() KIV_UNCHECKED_LOCKING {
     shared().mutex.lock();
     for (const auto& [rank, guarded] : shared().all)
       guarded->lock();
   }
 
-  static void unlockAll() {
+  static void unlockAll() KIV_UNCHECKED_LOCKING {
     for (const auto& [rank, guarded] : shared().all)
       guarded->unlock();
     shared().mutex.unlock();
   }
 
-  static void inChild() {
+  static void inChild() KIV_UNCHECKED_LOCKING {
     ++depth;
     unlockAll();
     for (const auto& call : shared().calls)
@@ -51,18 +53,18 @@ std::uint64_t forkDepth() noexcept {
   return depth;
 }
 
-ForkGuard::ForkGuard(std::mutex& mutex, Rank rank) : mutex_(mutex), rank_(rank) {
-  const std::lock_guard lock(GuardedMutexes::shared().mutex);
+ForkGuard::ForkGuard(Mutex& mutex, Rank rank) : mutex_(mutex), rank_(rank) {
+  const MutexLock lock(GuardedMutexes::shared().mutex);
   GuardedMutexes::shared().all.emplace(rank_, &mutex_);
 }
 
 ForkGuard::~ForkGuard() {
-  const std::lock_guard lock(GuardedMutexes::shared().mutex);
+  const MutexLock lock(GuardedMutexes::shared().mutex);
   GuardedMutexes::shared().all.erase({rank_, &mutex_});
 }
 
 void callInForkedChildren(void (*function)()) {
-  const std::lock_guard lock(GuardedMutexes::shared().mutex);
+  const MutexLock lock(GuardedMutexes::shared().mutex);
   GuardedMutexes::shared().calls.push_back(function);
 }
 

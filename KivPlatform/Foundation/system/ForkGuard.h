@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
+
+#include "KivPlatform/Foundation/Mutex.h"
 
 namespace kiv {
 
@@ -20,13 +21,13 @@ class ForkGuard {
  public:
   enum class Rank { orders, tasks, pendingBytes, exit, queues, queue };
 
-  ForkGuard(std::mutex& mutex, Rank rank);
+  ForkGuard(Mutex& mutex, Rank rank);
   ~ForkGuard();
   ForkGuard(const ForkGuard&) = delete;
   ForkGuard& operator=(const ForkGuard&) = delete;
 
  private:
-  std::mutex& mutex_;
+  Mutex& mutex_;
   const Rank rank_;
 };
 

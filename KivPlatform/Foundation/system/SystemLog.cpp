@@ -2,10 +2,10 @@
 
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/Foundation/text/ControlCharacters.h"
 
@@ -14,8 +14,8 @@ namespace kiv {
 namespace {
 
 struct Setting {
-  std::mutex mutex;
-  std::shared_ptr<const SystemLog::Handler> handler;
+  Mutex mutex;
+  std::shared_ptr<const SystemLog::Handler> handler KIV_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: threads may still write while the process exits.
@@ -25,7 +25,7 @@ Setting& setting() {
 }
 
 std::shared_ptr<const SystemLog::Handler> currentHandler() {
-  const std::lock_guard lock(setting().mutex);
+  const MutexLock lock(setting().mutex);
   return setting().handler;
 }
 
@@ -48,7 +48,7 @@ void SystemLog::write(std::string_view line) {
 void SystemLog::setHandler(Handler handler) {
   std::shared_ptr<const Handler> next;
   if (handler) next = std::make_shared<const Handler>(std::move(handler));
-  const std::lock_guard lock(setting().mutex);
+  const MutexLock lock(setting().mutex);
   setting().handler.swap(next);  // The former goes after the lock, with what it holds.
 }
 

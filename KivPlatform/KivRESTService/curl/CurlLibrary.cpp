@@ -1,13 +1,13 @@
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <string>
 #include <unordered_set>
 #include <utility>
 
 #include <curl/curl.h>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/SerialQueues.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/values/JSON.h"
@@ -16,10 +16,10 @@ namespace kiv {
 
 /// Those that the end of the process has to stop. Never destroyed: more may come and go meanwhile.
 struct LivingThreads {
-  std::mutex stopping;  // held while they are stopped
-  std::mutex mutex;
+  Mutex stopping;  // held while they are stopped
+  Mutex mutex;
   const ForkGuard forkGuard{mutex, ForkGuard::Rank::exit};
-  std::unordered_set<const StopAtExit*> all;
+  std::unordered_set<const StopAtExit*> all KIV_GUARDED_BY(mutex);
 
   static LivingThreads& shared() {
     static auto& object = *new LivingThreads;
@@ -27,16 +27,19 @@ struct LivingThreads {
   }
 
   static void stop() {
-    std::unique_lock lock(shared().stopping, std::defer_lock);
     // A child that was forked while its parent exited would wait for ever, and has nothing to stop.
-    if (forkDepth() == 0) lock.lock();
-    if (!lock && !lock.try_lock()) return;
+    if (forkDepth() == 0) {
+      shared().stopping.lock();
+    } else if (!shared().stopping.try_lock()) {
+      return;
+    }
     for (const auto* const living : shared().living())
       living->stop_();
+    shared().stopping.unlock();
   }
 
   std::unordered_set<const StopAtExit*> living() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     return all;
   }
 };
@@ -53,14 +56,14 @@ bool prepareCurlLibrary() noexcept {
 
 StopAtExit::StopAtExit(std::function<void()> stop) : stop_(std::move(stop)) {
   auto& living = LivingThreads::shared();
-  const std::lock_guard lock(living.mutex);
+  const MutexLock lock(living.mutex);
   living.all.insert(this);
 }
 
 StopAtExit::~StopAtExit() {
   auto& living = LivingThreads::shared();
-  const std::lock_guard stopping(living.stopping);
-  const std::lock_guard lock(living.mutex);
+  const MutexLock stopping(living.stopping);
+  const MutexLock lock(living.mutex);
   living.all.erase(this);
 }
 

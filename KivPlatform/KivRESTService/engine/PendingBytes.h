@@ -2,9 +2,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 
 namespace kiv {
@@ -15,33 +15,33 @@ class PendingBytes {
   /// `wakeUp` is called where somebody who found too much can look again. Nothing for nobody; when
   /// this returns, the former one is not running on any other thread.
   void setWakeUp(std::function<void()> wakeUp) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     wakeUp_ = std::move(wakeUp);
   }
   void add(std::int64_t bytes) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     bytes_ += bytes;
   }
   void remove(std::int64_t bytes) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     bytes_ -= bytes;
     if (bytes_ <= bound_ && std::exchange(isAwaited_, false) && wakeUp_) wakeUp_();
   }
   /// True where more than `bound` bytes wait; the wake-up comes when that is so no more.
   bool exceeds(std::int64_t bound) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     bound_ = bound;
     isAwaited_ = bytes_ > bound;
     return isAwaited_;
   }
 
  private:
-  std::mutex mutex_;
+  Mutex mutex_;
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::pendingBytes};
-  std::function<void()> wakeUp_;
-  std::int64_t bytes_ = 0;
-  std::int64_t bound_ = 0;
-  bool isAwaited_ = false;
+  std::function<void()> wakeUp_ KIV_GUARDED_BY(mutex_);
+  std::int64_t bytes_ KIV_GUARDED_BY(mutex_) = 0;
+  std::int64_t bound_ KIV_GUARDED_BY(mutex_) = 0;
+  bool isAwaited_ KIV_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kiv

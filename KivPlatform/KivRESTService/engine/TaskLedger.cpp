@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace kiv {
@@ -14,25 +15,25 @@ TaskLedger::TaskLedger(std::shared_ptr<DispatchQueue> queue,
 
 void TaskLedger::setEndObserver(EndObserver observer) {
   auto shared = observer ? std::make_shared<const EndObserver>(std::move(observer)) : nullptr;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   endObserver_.swap(shared);
 }
 
 void TaskLedger::setProgressObserver(ProgressObserver observer) {
   auto shared = observer ? std::make_shared<const ProgressObserver>(std::move(observer)) : nullptr;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   progressObserver_.swap(shared);
 }
 
 std::optional<std::uint64_t> TaskLedger::add(std::shared_ptr<KivRESTServiceTask> task) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!heldTasks_.insert(task.get()).second) return std::nullopt;
   held_.emplace(++lastID_, std::move(task));
   return lastID_;
 }
 
 TaskLedger::Tasks TaskLedger::tasks() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   Tasks tasks;
   tasks.reserve(held_.size());
   for (const auto& [id, task] : held_)
@@ -41,7 +42,7 @@ TaskLedger::Tasks TaskLedger::tasks() const {
 }
 
 TaskLedger::Tasks TaskLedger::takeAll() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   Tasks tasks;
   tasks.reserve(held_.size());
   for (auto& [id, task] : held_)
@@ -53,7 +54,7 @@ TaskLedger::Tasks TaskLedger::takeAll() {
 }
 
 std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   auto held = held_.extract(id);
   if (!held) return nullptr;
   heldTasks_.erase(held.mapped().get());
@@ -87,7 +88,7 @@ DispatchQueue::Job TaskLedger::completionOf(std::uint64_t id, TaskResult result)
 void TaskLedger::failAll(KivRESTServiceErrorCode code) {
   TaskResults results;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     for (const auto& [id, task] : held_) {
       // What the host has given the task, it does not change while the client holds it.
       const auto& request = task->request();
@@ -112,13 +113,13 @@ void TaskLedger::complete(std::uint64_t id, TaskResult result) {
 }
 
 std::shared_ptr<const TaskLedger::EndObserver> TaskLedger::endObserver() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return endObserver_;
 }
 
 void TaskLedger::report(ProgressReport report) {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const bool isOnItsWay = report_.has_value();
     report_ = std::move(report);
     if (isOnItsWay) return;
@@ -131,7 +132,7 @@ void TaskLedger::showProgress() {
   std::vector<std::pair<std::shared_ptr<KivRESTServiceTask>, KivRESTServiceTaskProgress>> tasks;
   std::shared_ptr<const ProgressObserver> observer;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     report.swap(report_);
     if (!report) return;
     observer = progressObserver_;

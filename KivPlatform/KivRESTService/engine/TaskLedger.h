@@ -4,11 +4,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <unordered_set>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
@@ -70,14 +70,14 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   const std::shared_ptr<DispatchQueue> queue_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
 
-  mutable std::mutex mutex_;  // never held while the queue gets a job, whose wake-up is the host's
+  mutable Mutex mutex_;  // never held while the queue gets a job, whose wake-up is the host's
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::tasks};
-  std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_;
-  std::unordered_set<const KivRESTServiceTask*> heldTasks_;
-  std::uint64_t lastID_ = 0;
-  std::shared_ptr<const EndObserver> endObserver_;
-  std::shared_ptr<const ProgressObserver> progressObserver_;
-  std::optional<ProgressReport> report_;  // that waits for the queue
+  std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_ KIV_GUARDED_BY(mutex_);
+  std::unordered_set<const KivRESTServiceTask*> heldTasks_ KIV_GUARDED_BY(mutex_);
+  std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<const EndObserver> endObserver_ KIV_GUARDED_BY(mutex_);
+  std::shared_ptr<const ProgressObserver> progressObserver_ KIV_GUARDED_BY(mutex_);
+  std::optional<ProgressReport> report_ KIV_GUARDED_BY(mutex_);  // that waits for the queue
 };
 
 }  // namespace kiv

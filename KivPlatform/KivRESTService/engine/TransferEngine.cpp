@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace kiv {
@@ -34,7 +35,7 @@ TransferEngine::~TransferEngine() {
 
 void TransferEngine::setSpoolDirectory(std::string path) {
   if (isInherited()) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const bool isServing =
       std::any_of(threads_.begin(), threads_.end(),
                   [](const TransferThread& state) { return static_cast<bool>(state.handles); });
@@ -43,14 +44,14 @@ void TransferEngine::setSpoolDirectory(std::string path) {
 
 void TransferEngine::reportProgress(bool isWanted) {
   if (isInherited()) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   reportsProgress_ = isWanted;
   wakeUp(0);
 }
 
 bool TransferEngine::add(TransferJob job) {
   if (isInherited()) return false;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopped_) return false;
   if (!threads_.front().handles && !startThread(0)) return false;
   added_.push_back(std::move(job));
@@ -60,7 +61,7 @@ bool TransferEngine::add(TransferJob job) {
 
 void TransferEngine::cancelAll() {
   if (isInherited()) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   added_.clear();
   cancelled_ = true;
   wakeUpAll();
@@ -70,7 +71,7 @@ void TransferEngine::stop() {
   if (isInherited()) return;
   std::vector<std::thread> threads;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     stopped_ = true;
     added_.clear();
     wakeUpAll();
@@ -119,7 +120,7 @@ void TransferEngine::wakeUpAll() {
 /// Wakes the thread up where one serves.
 void TransferEngine::remind(std::size_t index) {
   if (isInherited()) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   wakeUp(index);
 }
 
@@ -156,7 +157,7 @@ WorkerHandles TransferEngine::takeTurn(std::size_t index, const WorkerHandles& h
 /// What the exception has left half done is dropped with everything else.
 WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
   constexpr std::chrono::milliseconds pause{10};
-  if (!lock.owns_lock()) lock.lock();
+  if (!lock.ownsLock()) lock.lock();
   while (true) {
     if (auto owned = leaveIfStopped(index)) return owned;
     try {
@@ -166,7 +167,7 @@ WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
       lock.lock();
       return {};
     } catch (const std::exception&) {
-      if (lock.owns_lock()) lock.unlock();
+      if (lock.ownsLock()) lock.unlock();
       std::this_thread::sleep_for(pause);
       lock.lock();
     }
@@ -212,7 +213,7 @@ void TransferEngine::takeOrders(std::size_t index) {
   std::vector<TransferJob> jobs;
   bool isCancelled = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     threads_[index].isCalled = false;
     jobs.swap(added_);
     isCancelled = std::exchange(cancelled_, false);
@@ -243,7 +244,7 @@ void TransferEngine::callUpOthers(std::size_t self) {
 
 /// Wakes the thread up, or starts it; false where there is none.
 bool TransferEngine::callUp(std::size_t index) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return wakeUp(index) || startThread(index);
 }
 
@@ -257,7 +258,7 @@ bool TransferEngine::isBusy(std::size_t index) {
 
 /// The thread's handles, where the thread has to end now; otherwise nothing.
 WorkerHandles TransferEngine::leaveIfDone(std::size_t index) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const bool hasOrders = !added_.empty() || cancelled_;
   const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= threads_[index].idleUntil;
   if (!stopped_ && !isDone) return {};
@@ -265,7 +266,7 @@ WorkerHandles TransferEngine::leaveIfDone(std::size_t index) {
 }
 
 WorkerHandles TransferEngine::leaveIfStopped(std::size_t index) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return stopped_ ? std::exchange(threads_[index].handles, {}) : WorkerHandles{};
 }
 
@@ -281,7 +282,7 @@ void TransferEngine::leave(std::size_t index) {
 // --- Reports -------------------------------------------------------------------------------------
 
 bool TransferEngine::progressIsWanted() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return reportsProgress_;
 }
 

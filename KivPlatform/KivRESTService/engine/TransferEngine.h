@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
@@ -67,7 +67,7 @@ class TransferEngine {
 
  private:
   using Time = std::chrono::steady_clock::time_point;
-  using Lock = std::unique_lock<std::mutex>;
+  using Lock = MutexLock;
 
   /// A transfer thread. The scheduler has a worker of the same number.
   struct TransferThread {
@@ -78,28 +78,30 @@ class TransferEngine {
   };
 
   // What other threads ask for.
-  bool startThread(std::size_t index);
-  bool wakeUp(std::size_t index);
-  void wakeUpAll();
+  bool startThread(std::size_t index) KIV_REQUIRES(mutex_);
+  bool wakeUp(std::size_t index) KIV_REQUIRES(mutex_);
+  void wakeUpAll() KIV_REQUIRES(mutex_);
   void remind(std::size_t index);
   bool callUp(std::size_t index);
 
   // On the transfer threads, with the scheduler locked.
   void serve(std::size_t index, const WorkerHandles& handles);
-  WorkerHandles takeTurn(std::size_t index, const WorkerHandles& handles, Lock& lock);
-  WorkerHandles recover(std::size_t index, Lock& lock) noexcept;
-  void begin(std::size_t index, const WorkerHandles& handles);
-  void doWhatIsDue(std::size_t index, Lock& lock);
-  void transfer(std::size_t index, Lock& lock);
-  void takeOrders(std::size_t index);
-  void callUpOthers(std::size_t self);
-  [[nodiscard]] bool isBusy(std::size_t index);
-  WorkerHandles leaveIfDone(std::size_t index);
+  WorkerHandles takeTurn(std::size_t index, const WorkerHandles& handles, Lock& lock)
+      KIV_REQUIRES(schedulerMutex_);
+  WorkerHandles recover(std::size_t index, Lock& lock) noexcept KIV_UNCHECKED_LOCKING;
+  void begin(std::size_t index, const WorkerHandles& handles) KIV_REQUIRES(schedulerMutex_);
+  void doWhatIsDue(std::size_t index, Lock& lock) KIV_REQUIRES(schedulerMutex_);
+  void transfer(std::size_t index, Lock& lock) KIV_UNCHECKED_LOCKING;
+  void takeOrders(std::size_t index) KIV_REQUIRES(schedulerMutex_);
+  void callUpOthers(std::size_t self) KIV_REQUIRES(schedulerMutex_);
+  [[nodiscard]] bool isBusy(std::size_t index) KIV_REQUIRES(schedulerMutex_);
+  WorkerHandles leaveIfDone(std::size_t index) KIV_REQUIRES(schedulerMutex_);
   WorkerHandles leaveIfStopped(std::size_t index);
-  void leave(std::size_t index);
-  void reportProgress(Lock& lock);
+  void leave(std::size_t index) KIV_REQUIRES(schedulerMutex_);
+  void reportProgress(Lock& lock) KIV_UNCHECKED_LOCKING;
   [[nodiscard]] bool progressIsWanted();
-  [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index);
+  [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index)
+      KIV_REQUIRES(schedulerMutex_);
 
   KivRESTServiceSettings settings_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
@@ -110,16 +112,17 @@ class TransferEngine {
 
   // Held by a transfer thread whenever it does not wait or move bytes, by others never: nobody
   // waits for what the threads do. Taken before the other one.
-  std::mutex schedulerMutex_;
-  std::optional<TransferScheduler> scheduler_;  // while a thread serves, or is about to
-  std::size_t serving_ = 0;                     // threads that use it
+  Mutex schedulerMutex_;
+  std::optional<TransferScheduler> scheduler_
+      KIV_GUARDED_BY(schedulerMutex_);  // while a thread serves, or is about to
+  std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // threads that use it
 
-  std::mutex mutex_;  // for all that follows, and the orders
+  Mutex mutex_;  // for all that follows, and the orders
   std::vector<TransferThread> threads_;
-  std::vector<TransferJob> added_;
-  bool cancelled_ = false;
-  bool stopped_ = false;
-  bool reportsProgress_ = false;
+  std::vector<TransferJob> added_ KIV_GUARDED_BY(mutex_);
+  bool cancelled_ KIV_GUARDED_BY(mutex_) = false;
+  bool stopped_ KIV_GUARDED_BY(mutex_) = false;
+  bool reportsProgress_ KIV_GUARDED_BY(mutex_) = false;
 
   std::optional<StopAtExit> exitHook_;
 };

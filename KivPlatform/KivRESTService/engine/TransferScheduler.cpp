@@ -4,6 +4,7 @@
 #include <random>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
@@ -415,7 +416,7 @@ void TransferScheduler::report(Download& download) {
   results_.emplace_back(tasks.back(), std::move(result));
 }
 
-void TransferScheduler::reportEnded(std::unique_lock<std::mutex>& lock) {
+void TransferScheduler::reportEnded(MutexLock& lock) {
   if (results_.empty()) return;
   const auto now = Clock::now();
   const bool mayWait = !running_.empty() && now < reportAt_;

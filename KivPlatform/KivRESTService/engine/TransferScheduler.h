@@ -6,13 +6,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
@@ -87,7 +87,7 @@ class TransferScheduler {
   /// Reports the jobs that have ended: at once, or, while others run, those of some milliseconds
   /// together, since storing many at a time costs less. The scheduler's lock is released meanwhile:
   /// the receiver decides how long the report takes.
-  void reportEnded(std::unique_lock<std::mutex>& lock);
+  void reportEnded(MutexLock& lock) KIV_UNCHECKED_LOCKING;
   /// When there will be something to do for startWaiting() or reportEnded() at the latest, whatever
   /// happens; nothing where nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
+
 namespace kiv {
 
 BodyBuffers::BodyBuffers(std::int64_t most)
@@ -11,7 +13,7 @@ BodyBuffers::BodyBuffers(std::int64_t most)
 std::string BodyBuffers::take(std::size_t size) {
   std::string buffer;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!spare_.empty()) {
       buffer = std::move(spare_.back());
       spare_.pop_back();
@@ -32,7 +34,7 @@ void BodyBuffers::giveBack(std::string buffer) {
   buffer.clear();
   const std::size_t capacity = buffer.capacity();
   if (capacity < leastKept) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (capacity > most_ || spareBytes_ > most_ - capacity) return;
   spareBytes_ += capacity;
   spare_.push_back(std::move(buffer));

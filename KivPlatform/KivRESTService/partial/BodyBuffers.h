@@ -3,11 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/values/Data.h"
 
 namespace kiv {
@@ -30,9 +30,9 @@ class KIV_EXPORT BodyBuffers : public std::enable_shared_from_this<BodyBuffers> 
 
  private:
   const std::size_t most_;
-  std::mutex mutex_;
-  std::vector<std::string> spare_;
-  std::size_t spareBytes_ = 0;
+  Mutex mutex_;
+  std::vector<std::string> spare_ KIV_GUARDED_BY(mutex_);
+  std::size_t spareBytes_ KIV_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace kiv

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
@@ -105,12 +106,12 @@ std::string SpoolDirectory::stem(const std::string& name, int slot) const {
 }
 
 bool SpoolDirectory::knows(const std::string& name) const {
-  const std::lock_guard lock(namesMutex_);
+  const MutexLock lock(namesMutex_);
   return names_.contains(name);
 }
 
 void SpoolDirectory::know(const std::string& name) {
-  const std::lock_guard lock(namesMutex_);
+  const MutexLock lock(namesMutex_);
   names_.insert(name);
 }
 

@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
@@ -52,8 +52,8 @@ class SpoolDirectory {
   const std::string path_;
   // Of the files of which something may be kept. Most are small and never come here: for them the
   // disk is not even asked.
-  std::set<std::string> names_;
-  mutable std::mutex namesMutex_;
+  mutable Mutex namesMutex_;
+  std::set<std::string> names_ KIV_GUARDED_BY(namesMutex_);
 };
 
 }  // namespace kiv

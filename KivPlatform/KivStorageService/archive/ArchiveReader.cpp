@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include <zip.h>
+
+#include "KivPlatform/Foundation/Mutex.h"
 
 namespace kiv::storage {
 
@@ -108,8 +109,8 @@ std::string nameWith(zip_t* archive, std::uint64_t index, zip_flags_t encoding) 
 
 /// The decoder turns the entries' times into the C library's local time as it opens an archive, and
 /// not every C library lets two threads do that at once.
-std::mutex& openingMutex() {
-  static auto& mutex = *new std::mutex;
+Mutex& openingMutex() {
+  static auto& mutex = *new Mutex;
   return mutex;
 }
 
@@ -136,7 +137,7 @@ std::unique_ptr<ArchiveReader> ArchiveReader::open(const Data& data, std::string
     reason = takeReason(error);
     return nullptr;
   }
-  const std::lock_guard guard(openingMutex());
+  const MutexLock guard(openingMutex());
   zip_t* const archive = zip_open_from_source(source, ZIP_RDONLY | ZIP_CHECKCONS, &error);
   if (!archive) {
     zip_source_free(source);

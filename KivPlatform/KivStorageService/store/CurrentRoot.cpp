@@ -1,11 +1,11 @@
 #include "KivPlatform/KivStorageService/store/CurrentRoot.h"
 
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
@@ -17,9 +17,9 @@ namespace {
 /// Never destroyed: a thread that saves while the process exits finds it whole. What then stays, a
 /// lock file and an empty directory, the next process sweeps.
 struct Current {
-  std::mutex mutex;
-  std::optional<std::string> namedPath;
-  std::shared_ptr<StorageRoot> root;
+  Mutex mutex;
+  std::optional<std::string> namedPath KIV_GUARDED_BY(mutex);
+  std::shared_ptr<StorageRoot> root KIV_GUARDED_BY(mutex);
 };
 
 Current& current() {
@@ -52,14 +52,12 @@ std::string defaultPath() {
   return data.empty() ? data : tidied(path::appendingPathComponent(data, directoryName()));
 }
 
-/// The caller holds the mutex.
-std::string pathOf(const Current& shared) {
+std::string pathOf(const Current& shared) KIV_REQUIRES(shared.mutex) {
   if (shared.root) return shared.root->path();
   return shared.namedPath ? *shared.namedPath : defaultPath();
 }
 
-/// The caller holds the mutex.
-std::shared_ptr<StorageRoot> rootOf(Current& shared) {
+std::shared_ptr<StorageRoot> rootOf(Current& shared) KIV_REQUIRES(shared.mutex) {
   if (!shared.root) {
     std::string path = pathOf(shared);
     if (!path.empty()) shared.root = std::make_shared<StorageRoot>(std::move(path));
@@ -70,12 +68,12 @@ std::shared_ptr<StorageRoot> rootOf(Current& shared) {
 }  // namespace
 
 std::string currentRootPath() {
-  const std::lock_guard guard(current().mutex);
+  const MutexLock guard(current().mutex);
   return pathOf(current());
 }
 
 void setCurrentRootPath(std::optional<std::string> path) {
-  const std::lock_guard guard(current().mutex);
+  const MutexLock guard(current().mutex);
   // The former root goes first, so that naming the same one again finds its directory removed.
   current().root.reset();
   current().namedPath = path ? std::optional(namedPath(*path)) : std::nullopt;
@@ -83,7 +81,7 @@ void setCurrentRootPath(std::optional<std::string> path) {
 }
 
 std::shared_ptr<StorageRoot> currentRoot() {
-  const std::lock_guard guard(current().mutex);
+  const MutexLock guard(current().mutex);
   return rootOf(current());
 }
 

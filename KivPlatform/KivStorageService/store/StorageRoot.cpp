@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
@@ -87,7 +88,7 @@ std::optional<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(
 }
 
 std::shared_ptr<ProcessDirectory> StorageRoot::processDirectory(std::optional<Error>* error) {
-  const std::lock_guard guard(mutex_);
+  const MutexLock guard(mutex_);
   if (seen_.processDirectoryStands) return processDirectory_;
   if (!processDirectory_ || !processDirectory_->stands()) {
     processDirectory_ = ProcessDirectory::create(
@@ -99,7 +100,7 @@ std::shared_ptr<ProcessDirectory> StorageRoot::processDirectory(std::optional<Er
 
 bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<Error>* error) {
   FileManager& files = FileManager::defaultManager();
-  const std::lock_guard guard(mutex_);
+  const MutexLock guard(mutex_);
   if (seen_.standingDirectories.contains(directory)) return true;
   const bool stands = files.itemExistsAtPath(directory);
   if (stands && durableDirectories_.contains(directory)) {
@@ -117,7 +118,7 @@ bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<E
 
 bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional<Error>* error) {
   {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (isInBatch()) {
       unsyncedDirectories_.insert(directory);
       return true;
@@ -128,7 +129,7 @@ bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional
 
 std::optional<Error> StorageRoot::validateFile(std::uint64_t bytes, std::string_view name) {
   const std::uint64_t taken = sizeOnDisk(bytes);
-  const std::lock_guard guard(mutex_);
+  const MutexLock guard(mutex_);
   if (seen_.roomLeft < taken + largestReserve) {
     const auto space = FileManager::defaultManager().spaceAtPath(path_);
     if (!space) return std::nullopt;
@@ -140,19 +141,19 @@ std::optional<Error> StorageRoot::validateFile(std::uint64_t bytes, std::string_
 }
 
 void StorageRoot::forgetRoom() {
-  const std::lock_guard guard(mutex_);
+  const MutexLock guard(mutex_);
   seen_.roomLeft = 0;
 }
 
 void StorageRoot::beginBatch() {
-  const std::lock_guard guard(mutex_);
+  const MutexLock guard(mutex_);
   ++openBatches_;
 }
 
 bool StorageRoot::endBatch(std::optional<Error>* error) {
   std::set<std::string> directories;
   {
-    const std::lock_guard guard(mutex_);
+    const MutexLock guard(mutex_);
     if (--openBatches_ > 0) return true;
     seen_ = {};
     directories.swap(unsyncedDirectories_);

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
@@ -66,15 +66,15 @@ class StorageRoot {
   /// Brings back what a swap that never ended has moved away.
   [[nodiscard]] ProcessDirectory::Salvage salvage() const;
   std::shared_ptr<ProcessDirectory> processDirectory(std::optional<Error>* error);
-  [[nodiscard]] bool isInBatch() const noexcept { return openBatches_ > 0; }
+  [[nodiscard]] bool isInBatch() const noexcept KIV_REQUIRES(mutex_) { return openBatches_ > 0; }
 
   const std::string path_;
-  std::mutex mutex_;
-  std::shared_ptr<ProcessDirectory> processDirectory_;
-  std::set<std::string> durableDirectories_;
-  int openBatches_ = 0;
-  std::set<std::string> unsyncedDirectories_;
-  Seen seen_;
+  Mutex mutex_;
+  std::shared_ptr<ProcessDirectory> processDirectory_ KIV_GUARDED_BY(mutex_);
+  std::set<std::string> durableDirectories_ KIV_GUARDED_BY(mutex_);
+  int openBatches_ KIV_GUARDED_BY(mutex_) = 0;
+  std::set<std::string> unsyncedDirectories_ KIV_GUARDED_BY(mutex_);
+  Seen seen_ KIV_GUARDED_BY(mutex_);
 };
 
 }  // namespace kiv::storage
