@@ -66,7 +66,7 @@ void checkTarget(const URL& from, const URL& target) {
   checkHost(target);
 }
 
-/// The next URL of the chain; nothing where the redirect is refused.
+/// The next URL of the chain; nothing if the redirect is refused.
 std::optional<URL> follow(kiv::RedirectGuard& guard, void* handle, bool beganInPrivate,
                           const URL& from, std::string_view location) {
   auto target = kiv::redirectTarget(from, location);

@@ -15,7 +15,7 @@ using kiv::fuzz::require;
 
 constexpr std::int64_t largestBody = 100'000;
 
-/// True where the check goes on.
+/// True if the check goes on.
 bool checkAnswer(bool goesOn, const kiv::ResponseCheck& check) {
   require(goesOn || check.problem() || check.hasHeaders(), "what is refused is a problem");
   require(!check.problem() || !check.problem()->what.empty() ||
@@ -34,7 +34,7 @@ bool addHeaders(kiv::ResponseCheck& check, std::string_view text) {
   return true;
 }
 
-/// The bytes of the body that were taken; nothing where the response was refused on the way.
+/// The bytes of the body that were taken; nothing if the response was refused on the way.
 std::optional<std::int64_t> addBody(kiv::ResponseCheck& check, std::string_view sizes) {
   std::int64_t body = 0;
   while (check.hasHeaders() && sizes.size() >= 2) {

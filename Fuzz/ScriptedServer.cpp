@@ -100,7 +100,7 @@ void ScriptedServer::serve() {
     close(socket);
 }
 
-/// Takes what has come, and answers whole requests; false where the connection is to end.
+/// Takes what has come, and answers whole requests; false if the connection is to end.
 bool ScriptedServer::receive(int socket, std::string& received) {
   constexpr std::string_view end = "\r\n\r\n";
   std::array<char, 4096> bytes{};

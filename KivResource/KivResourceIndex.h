@@ -63,7 +63,7 @@ class ResourceIndex {
   void add(const KivResource* resource);
   /// Takes the resource at the place out; the places of the others stay.
   void remove(std::uint32_t place);
-  /// True where a resource that is a candidate for anything stands at the place.
+  /// True if a resource that is a candidate for anything stands at the place.
   [[nodiscard]] bool contains(std::uint32_t place) const;
 
   /// The candidates for the identifier, the type, or the path of a file.

@@ -38,7 +38,7 @@ class FileAtPath {
   }
 
  private:
-  /// The system is asked only where another path may lead to the file.
+  /// The system is asked only if another path may lead to the file.
   [[nodiscard]] bool isAt(std::string_view path) {
     if (path == path_) return true;
     if (path::lastPathComponent(path) != path::lastPathComponent(path_)) return false;
@@ -48,7 +48,7 @@ class FileAtPath {
   }
 
   const std::string_view path_;
-  std::optional<std::string> resolvedPath_;  // empty where nothing is there
+  std::optional<std::string> resolvedPath_;  // empty if nothing is there
 };
 
 }  // namespace

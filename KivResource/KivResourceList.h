@@ -79,11 +79,11 @@ class KIV_EXPORT ResourceList {
     ResourceArray rest;
   };
   [[nodiscard]] Counterparts counterparts(const ResourceArray& resources) const;
-  /// True where a resource of the list other than `owner` uses the file at that path, be it by
+  /// True if a resource of the list other than `owner` uses the file at that path, be it by
   /// another path that leads to the same file.
   [[nodiscard]] bool isPathUsedByOthers(std::string_view path, const KivResource& owner) const;
 
-  /// Adds the resource at the end, also where it is in the list already. Nothing is not added.
+  /// Adds the resource at the end, also if it is in the list already. Nothing is not added.
   void append(std::shared_ptr<KivResource> resource);
   /// Removes every occurrence of that very object.
   void remove(const std::shared_ptr<KivResource>& resource);

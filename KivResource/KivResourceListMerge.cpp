@@ -1,3 +1,6 @@
+// A three-way merge of the registry with a list that another process has saved; the base is the
+// list that this process last read or wrote. The rule stands in Docs/ON-DISK-FORMAT.md.
+
 #include "KivResource/KivResourceListMerge.h"
 
 #include <algorithm>
@@ -142,7 +145,7 @@ std::optional<std::uint64_t> Merge::newestSaved(const Group& group, const Others
   return newest;
 }
 
-/// True where something was lost.
+/// True if something was lost.
 bool Merge::dropLost(Group& group) {
   const auto lost = [&](std::size_t place) {
     const Resource& resource = own_[place];

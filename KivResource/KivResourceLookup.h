@@ -27,12 +27,12 @@ class KIV_EXPORT KivResourceLookup {
   /// storage root, the packaged bundle, and these directories; nothing lifts the bound. What lies
   /// elsewhere counts as absent, so its path is taken for a link. What counts is the file with
   /// every link on the way to it resolved, so a link out of these directories is no way out. A root
-  /// that is not absolute, or where no directory stands, adds nothing. Takes effect with the next
+  /// that is not absolute, or if no directory stands, adds nothing. Takes effect with the next
   /// question: resources that are loaded already stay so.
   static void setRoots(std::optional<std::vector<std::string>> roots);
-  /// The directories that the host has added; nothing where no bound is set.
+  /// The directories that the host has added; nothing if no bound is set.
   static std::optional<std::vector<std::string>> roots();
 
-  /// True where a regular file lies at the path, within the bound if one is set.
+  /// True if a regular file lies at the path, within the bound if one is set.
   static bool fileExistsAtPath(std::string_view path);
 };

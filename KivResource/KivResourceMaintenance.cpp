@@ -49,7 +49,7 @@ class UsedPlaces {
     }
   }
 
-  /// True where the place, or something below it, is in use.
+  /// True if the place, or something below it, is in use.
   [[nodiscard]] bool hold(const std::string& place) const {
     if (places_.contains(place)) return true;
     const std::string below = place + "/";
@@ -165,7 +165,7 @@ Maintenance::Item itemAt(std::string path) {
   return {std::move(path), size, {}};
 }
 
-/// The resources directory without a link on the way, or nothing where none stands yet. A link
+/// The resources directory without a link on the way, or nothing if none stands yet. A link
 /// below the root would make whatever it leads to the resources directory: that is an error.
 bool findResources(std::optional<std::string>& directory, std::optional<Error>* error) {
   const std::string path = KivResourceStorageModule::resourcesDirectoryPath();

@@ -38,9 +38,9 @@ class KIV_EXPORT KivResourceMaintenance {
   /// One file, link or directory. An unpacked archive, the directory, is one item.
   struct Item {
     std::string path;
-    /// Bytes on the disk, of everything in a directory; nothing where they cannot be counted.
+    /// Bytes on the disk, of everything in a directory; nothing if they cannot be counted.
     std::optional<std::uint64_t> size;
-    /// Of a resource that needs the file; empty where it is none's.
+    /// Of a resource that needs the file; empty if it is none's.
     std::string resourceID;
   };
 
@@ -59,7 +59,7 @@ class KIV_EXPORT KivResourceMaintenance {
     /// What the storage service has not completed, of this process, of others that live, or left by
     /// one that failed; and bodies of downloads that have not come whole, or are not stored yet.
     std::vector<Item> temporary;
-    /// True where downloads are in flight: what they have stored so far counts as orphaned.
+    /// True if downloads are in flight: what they have stored so far counts as orphaned.
     bool downloadsAreInFlight = false;
     /// Why a clean-up would remove nothing (122), where a saved list is in doubt: orphans may then
     /// be files in use. The message says what a person can do.
@@ -67,7 +67,7 @@ class KIV_EXPORT KivResourceMaintenance {
   };
 
   /// Compares the registry and the saved list with the disk, and changes nothing. Nothing and an
-  /// error where the directories cannot be listed, or where the resources directory is reached
+  /// error where the directories cannot be listed, or if the resources directory is reached
   /// through a link.
   static std::optional<Audit> audit(const KivResourceManager& manager,
                                     std::optional<kiv::Error>* error = nullptr);

@@ -13,7 +13,7 @@
 
 namespace {
 
-/// A copy, or nullptr where the resource's dictionary is not acceptable any more. A host's own kind
+/// A copy, or nullptr if the resource's dictionary is not acceptable any more. A host's own kind
 /// that cannot be copied is handed out itself: it would be missing otherwise.
 std::shared_ptr<KivResource> copyOf(const std::shared_ptr<KivResource>& resource) {
   if (auto copy = resource->copyWithZone()) return copy;

@@ -116,7 +116,7 @@ class KIV_EXPORT KivResourceManager final
   [[nodiscard]] std::optional<kiv::Error> lastSaveError() const;
   /// Why the saved list could not be read, as long as it is in doubt: from a start at which it was
   /// there and unreadable until it is read after all, or replaced. Before a list in doubt is
-  /// replaced it is read again, which brings its resources into the registry, and where that fails
+  /// replaced it is read again, which brings its resources into the registry, and if that fails
   /// again it is set aside under another name in its directory.
   [[nodiscard]] std::optional<kiv::Error> savedListError() const;
 

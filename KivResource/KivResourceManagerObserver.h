@@ -27,7 +27,7 @@ class KIV_EXPORT KivResourceManagerObserver {
   }
 
   /// A pass was refused, which fails every resource of its configuration, or one file of the
-  /// resource could not be downloaded or stored. `error` is nothing where a download ended with
+  /// resource could not be downloaded or stored. `error` is nothing if a download ended with
   /// neither data nor error.
   virtual void resourceManager_didFailToLoadResource_withError(
       const std::shared_ptr<KivResourceManager>& manager,

@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-/// Runs a part of a step; false where it threw, which it does where memory has run out. The manager
+/// Runs a part of a step; false if it threw, which it does where memory has run out. The manager
 /// must not be left busy for good then, nor the process be ended by the end of a step.
 template <class Part>
 bool contain(const Part& part) noexcept {

@@ -45,12 +45,12 @@ class StringList;
 /// so that it can be copied. An override must not throw.
 class KIV_EXPORT KivResource {
  public:
-  /// A resource of the dictionary, or nullptr where that is not acceptable. `engine` is the string
+  /// A resource of the dictionary, or nullptr if that is not acceptable. `engine` is the string
   /// that chose the kind; the dictionary is not asked for it. Nothing is logged.
   static std::shared_ptr<KivResource> initWithDictionary_engine(const kiv::Dictionary& dictionary,
                                                                 const std::string& engine);
 
-  /// True where the dictionary has what every resource needs: the strings "name", "type" and
+  /// True if the dictionary has what every resource needs: the strings "name", "type" and
   /// "banner_id", the numbers "priority" and "updated". Booleans count as numbers.
   static bool isValidResourceDictionary(const kiv::Dictionary& dictionary);
 
@@ -58,7 +58,7 @@ class KIV_EXPORT KivResource {
   KivResource& operator=(const KivResource&) = delete;
   virtual ~KivResource();
 
-  /// True where every file that the resource needs now lies on disk.
+  /// True if every file that the resource needs now lies on disk.
   [[nodiscard]] virtual bool filesExist() const;
   /// The links, as the dictionary gives them, of the files still to be fetched. The last path
   /// component of a link is the name under which its file is stored.
@@ -66,19 +66,19 @@ class KIV_EXPORT KivResource {
   /// The local paths of the files that the resource uses.
   [[nodiscard]] virtual std::vector<std::string> useFilePaths() const;
   /// Takes in the absolute local path of a file that was found or stored for one of the links. A
-  /// path that belongs to none of them, or where no file lies, is passed over.
+  /// path that belongs to none of them, or if no file lies, is passed over.
   virtual void setPath(const std::string& path);
 
   /// A new resource of the receiver's own class, made anew of the current dictionary and engine, or
-  /// nullptr where the dictionary is not acceptable any more, or where the class cannot be copied.
+  /// nullptr if the dictionary is not acceptable any more, or if the class cannot be copied.
   /// `options` and properties that the dictionary does not hold are not carried over. The argument
   /// has no meaning.
   [[nodiscard]] virtual std::shared_ptr<KivResource> copyWithZone(void* zone = nullptr) const;
-  /// True where copyWithZone() knows how to make an instance of the receiver's own class: by its
+  /// True if copyWithZone() knows how to make an instance of the receiver's own class: by its
   /// emptyInstance(), or by its default constructor where initialised() has seen the class.
   [[nodiscard]] bool isCopyable() const;
 
-  /// The value of the property of that name: null for one that is none, nothing where the class has
+  /// The value of the property of that name: null for one that is none, nothing if the class has
   /// no such property.
   [[nodiscard]] virtual std::optional<kiv::Value> valueForProperty(std::string_view name) const;
 
@@ -137,7 +137,7 @@ class KIV_EXPORT KivResource {
   /// An instance without contents, to be set up.
   KivResource();
 
-  /// Fills a new instance from the dictionary; false where that is not acceptable, and the instance
+  /// Fills a new instance from the dictionary; false if that is not acceptable, and the instance
   /// is then discarded. An override runs its base's set-up first.
   virtual bool setUp(const kiv::Dictionary& dictionary, const std::string& engine);
 
@@ -145,7 +145,7 @@ class KIV_EXPORT KivResource {
   /// public default constructor.
   [[nodiscard]] virtual std::shared_ptr<KivResource> emptyInstance() const;
 
-  /// The given new instance after its set-up, or nullptr where that failed.
+  /// The given new instance after its set-up, or nullptr if that failed.
   template <class Kind>
   static std::shared_ptr<Kind> initialised(std::shared_ptr<Kind> resource,
                                            const kiv::Dictionary& dictionary,
@@ -157,14 +157,14 @@ class KIV_EXPORT KivResource {
     return base.setUp(dictionary, engine) ? std::move(resource) : nullptr;
   }
 
-  /// True where the dictionary holds a string under the key.
+  /// True if the dictionary holds a string under the key.
   static bool hasString(const kiv::Dictionary& dictionary, std::string_view key);
-  /// True where a file lies at the path now, where KivResourceLookup looks; false where there is no
+  /// True if a file lies at the path now, where KivResourceLookup looks; false if there is no
   /// path.
   static bool fileExistsAt(const kiv::Value& path);
   /// A list of the one string, or an empty list where there is none.
   static std::vector<std::string> listOf(const kiv::Value& string);
-  /// The string, or nothing where there is none.
+  /// The string, or nothing if there is none.
   static std::optional<std::string> optionalString(const kiv::Value& string);
 
   /// What the resource dictionary holds under the key: null, a link, or the local path in its
@@ -199,7 +199,7 @@ class KIV_EXPORT KivResource {
   }
   /// Instances of the class can be made by the constructor, which is remembered by the process.
   static bool noteConstructor(const std::type_info& type, Constructor constructor);
-  /// An instance of the receiver's own class, or nullptr where none can be made.
+  /// An instance of the receiver's own class, or nullptr if none can be made.
   [[nodiscard]] std::shared_ptr<KivResource> instanceOfOwnClass() const;
 
   friend class kiv::ResourceIndex;

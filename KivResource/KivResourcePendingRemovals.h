@@ -24,12 +24,12 @@ class PendingRemovals {
   void add(std::string path, std::shared_ptr<const KivResource> user);
   [[nodiscard]] bool empty() const noexcept { return files_.empty(); }
 
-  /// True where a removal may take away what lies at the path.
+  /// True if a removal may take away what lies at the path.
   [[nodiscard]] bool affect(std::string_view path) const;
-  /// True where a removal may take away what is about to be saved at the path, a file or a
+  /// True if a removal may take away what is about to be saved at the path, a file or a
   /// directory, or what stands in its way.
   [[nodiscard]] bool affectSaving(std::string_view path) const;
-  /// True where a removal may change what the resource answers about its files.
+  /// True if a removal may change what the resource answers about its files.
   [[nodiscard]] bool affect(const KivResource& resource) const;
 
   /// Removes the files that no other resource of the registry uses now, in the order of adding, and
@@ -41,7 +41,7 @@ class PendingRemovals {
   void clear();
 
  private:
-  /// True where the place, without links on the way, or a directory above it will be removed.
+  /// True if the place, without links on the way, or a directory above it will be removed.
   [[nodiscard]] bool takeAway(std::string_view place) const;
 
   struct File {

@@ -54,11 +54,11 @@ class KIV_EXPORT KivResourceRESTModule {
   /// that has just ended.
   virtual void canselLoading();
 
-  /// A GET request for the URL, or nothing where there is none.
+  /// A GET request for the URL, or nothing if there is none.
   [[nodiscard]] std::optional<kiv::URLRequest> createGetRequestWithURL(
       const std::optional<kiv::URL>& url) const;
   /// The file's URL on the main server: its domain and the link, joined by one "/", with nothing
-  /// escaped or added. Nothing where there is no domain or the two make no URL.
+  /// escaped or added. Nothing if there is no domain or the two make no URL.
   [[nodiscard]] std::optional<kiv::URL> mainURLForFileWithLink(std::string_view fileLink) const;
   /// The file's URL on the reserve server, or an empty array.
   [[nodiscard]] std::vector<kiv::URL> mirrorURLsForFileWithLink(std::string_view fileLink) const;

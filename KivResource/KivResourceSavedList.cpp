@@ -1,3 +1,6 @@
+// Several processes may use one storage root. The lock beside the list orders their changes; the
+// file's identity tells whether another process has saved since.
+
 #include "KivResource/KivResourceSavedList.h"
 
 #include <algorithm>
@@ -150,7 +153,7 @@ SavedList::Access::Access(SavedList& list, ResourceList& registry)
   if (!refusal_) list_.catchUp(registry_);
 }
 
-/// nullptr also where locks cannot be had, which is no refusal.
+/// nullptr also if locks cannot be had, which is no refusal.
 std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
   const std::string list = KivResourceStorageModule::resourcesListPath();
   const std::string path = list + std::string(lockSuffix);

@@ -26,7 +26,7 @@ class SavedList {
 
   /// Why the list could not be read, as long as it is in doubt.
   [[nodiscard]] const std::optional<Error>& doubt() const noexcept { return doubt_; }
-  /// Why the list could not be saved the last time; nothing where it was, or was never to be.
+  /// Why the list could not be saved the last time; nothing if it was, or was never to be.
   [[nodiscard]] const std::optional<Error>& lastSaveError() const noexcept {
     return lastSaveError_;
   }
@@ -47,7 +47,7 @@ class SavedList {
 
     /// Writes the dictionaries of the registry as the list.
     bool save();
-    /// True where no entry of the list on the disk is unknown to the registry, so that files which
+    /// True if no entry of the list on the disk is unknown to the registry, so that files which
     /// the registry does not use may be removed.
     [[nodiscard]] bool isCurrent() const noexcept { return !refusal_ && !list_.doubt_; }
 
@@ -59,7 +59,7 @@ class SavedList {
   };
 
  private:
-  /// The list on the disk; nothing where there is none, or where it is in doubt then.
+  /// The list on the disk; nothing if there is none, or if it is in doubt then.
   std::optional<Array> read();
   void identify();
   void catchUp(ResourceList& registry);
@@ -72,7 +72,7 @@ class SavedList {
   bool replaceUnreadable(const Array& dictionaries, std::optional<Error>* error);
 
   Array base_;                            ///< As last read or written.
-  std::optional<FileIdentity> identity_;  ///< Of the file then; nothing where there was none.
+  std::optional<FileIdentity> identity_;  ///< Of the file then; nothing if there was none.
   /// Keeps that file's number from being given to a newer list while somebody compares identities.
   std::unique_ptr<MappedFile> held_;
   bool isPatient_ = true;  ///< Another process did not keep the lock for too long the last time.

@@ -10,12 +10,12 @@
 /// useFilePaths() go by `fileIsLoaded`.
 class KIV_EXPORT KivResourceStandard : public KivResource {
  public:
-  /// A banner of the dictionary, or nullptr where that is not acceptable. Beyond what every
+  /// A banner of the dictionary, or nullptr if that is not acceptable. Beyond what every
   /// resource needs it must have the strings "market_url" and "image_728x90".
   static std::shared_ptr<KivResourceStandard> initWithDictionary_engine(
       const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// True where the dictionary has the keys of this kind; the common ones are not looked at.
+  /// True if the dictionary has the keys of this kind; the common ones are not looked at.
   [[nodiscard]] bool isValidResourceStandardDictionary(const kiv::Dictionary& dictionary) const;
   /// Chooses the image that this resource uses: sets `requiredImageField`.
   virtual void setRequiredFieldsForResource();

@@ -48,12 +48,12 @@ class KIV_EXPORT KivResourceStorageModule {
   static std::string itemRemovedWithPath(std::string_view path);
 
   /// The absolute path of the directory in which downloaded files and unpacked archives lie;
-  /// empty where there is no storage root.
+  /// empty if there is no storage root.
   static std::string resourcesDirectoryPath();
-  /// The absolute path of the directory for bodies on their way, beside those; empty where there is
+  /// The absolute path of the directory for bodies on their way, beside those; empty if there is
   /// no storage root.
   static std::string spoolDirectoryPath();
-  /// The absolute path of the directory of packaged files; empty where none was found.
+  /// The absolute path of the directory of packaged files; empty if none was found.
   static std::string packagedResourcesPath();
 
   /// The directory of which everything belongs to the page at the path, because it came as an
@@ -66,7 +66,7 @@ class KIV_EXPORT KivResourceStorageModule {
   /// that may not be used.
   static std::optional<std::string> pathOfItemSavedWithName(std::string_view fileName);
 
-  /// The absolute path of the saved list; empty where there is no storage root.
+  /// The absolute path of the saved list; empty if there is no storage root.
   static std::string resourcesListPath();
 
   /// Replaces the saved list by this array of resource dictionaries. Only the owner may read or
@@ -74,7 +74,7 @@ class KIV_EXPORT KivResourceStorageModule {
   static bool saveResourcesList_error(const kiv::Array& resourceDictionaries,
                                       std::optional<kiv::Error>* error = nullptr);
 
-  /// The dictionaries of the saved list, or nothing where no list was saved or it is unreadable. A
+  /// The dictionaries of the saved list, or nothing if no list was saved or it is unreadable. A
   /// list that is no JSON array gives an empty array and an error.
   static std::optional<kiv::Array> loadResourcesListWithError(
       std::optional<kiv::Error>* error = nullptr);

@@ -12,13 +12,13 @@
 /// while the two lists stay as they are.
 class KIV_EXPORT KivResourceVideo : public KivResource {
  public:
-  /// A promotion of the dictionary, or nullptr where that is not acceptable. Beyond what every
+  /// A promotion of the dictionary, or nullptr if that is not acceptable. Beyond what every
   /// resource needs it must have the strings "title", "market_url", "image" and
   /// "video_file_landscape".
   static std::shared_ptr<KivResourceVideo> initWithDictionary_engine(
       const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// True where the dictionary has the keys of this kind; the common ones are not looked at.
+  /// True if the dictionary has the keys of this kind; the common ones are not looked at.
   [[nodiscard]] bool isValidResourceVideoDictionary(const kiv::Dictionary& dictionary) const;
   /// Chooses the video that this resource uses: sets `requiredVideoField`.
   virtual void selectRequiredVideoField();

@@ -17,7 +17,7 @@ std::string_view folderName(std::string_view path) {
   return lastPathComponent(deletingLastPathComponent(path));
 }
 
-/// True where the local path is that of the page that `link` names. `link` may be a path itself,
+/// True if the local path is that of the page that `link` names. `link` may be a path itself,
 /// that of the same page before. Names alone are compared, never whole paths.
 bool isPageOfLink(std::string_view path, std::string_view link) {
   const std::string_view linkName = lastPathComponent(link);

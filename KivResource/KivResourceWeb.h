@@ -11,12 +11,12 @@
 /// useFilePaths() go by `fileIsLoaded`.
 class KIV_EXPORT KivResourceWeb : public KivResource {
  public:
-  /// A page of the dictionary, or nullptr where that is not acceptable. Beyond what every resource
+  /// A page of the dictionary, or nullptr if that is not acceptable. Beyond what every resource
   /// needs it must have the string "html".
   static std::shared_ptr<KivResourceWeb> initWithDictionary_engine(
       const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// True where the dictionary has the key of this kind; the common ones are not looked at.
+  /// True if the dictionary has the key of this kind; the common ones are not looked at.
   [[nodiscard]] bool isValidResourceFullscreenDictionary(const kiv::Dictionary& dictionary) const;
 
   [[nodiscard]] bool filesExist() const override;

@@ -18,9 +18,9 @@ class Report : public benchmark::BenchmarkReporter {
 
   /// The table of medians: nanoseconds for each resource, and their growth between sizes.
   void printTable() const;
-  /// Each ratio beside its bound; false where one is broken.
+  /// Each ratio beside its bound; false if one is broken.
   [[nodiscard]] bool printBounds() const;
-  /// True where some row could not do its work, which has been said.
+  /// True if some row could not do its work, which has been said.
   [[nodiscard]] bool failed() const noexcept { return failed_; }
 
  private:

@@ -3,7 +3,7 @@
 //
 //   kivresource-restore-peak [--bounds=off] ROOT
 //
-// Fails where it restores nothing, or where the peak is more than three times the list's size.
+// Fails if it restores nothing, or if the peak is more than three times the list's size.
 
 #include <cstdio>
 #include <filesystem>

@@ -3,7 +3,7 @@
 //   kivresource-scale --directory=DIR [--sizes=1000,10000,100000] [--rounds=7] [--bounds=on|off]
 //
 // Makes its caches in folders of DIR, which must exist, and leaves them there. Prints the table,
-// and then each ratio beside its bound; fails where one is broken. Further options go to Google
+// and then each ratio beside its bound; fails if one is broken. Further options go to Google
 // Benchmark.
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 //
 //     kivresource-transfer-host ROOT SERVER CONFIGURATION
 //
-// Fails where a resource did not become ready.
+// Fails if a resource did not become ready.
 
 #include <cstdio>
 #include <memory>

@@ -19,11 +19,11 @@ struct CacheItem {
   Kind kind = Kind::other;
   QString id;
   QString title;
-  QUrl market;     ///< Where a click leads; empty where that is no web address.
+  QUrl market;     ///< Where a click leads; empty if that is no web address.
   QImage picture;  ///< Null where the file cannot be read as a picture.
   QString video;   ///< Local path.
   QString page;    ///< Local path.
-  /// Where the page's own files lie; empty where it is one file.
+  /// Where the page's own files lie; empty if it is one file.
   QString pageFolder;
   quint64 votes = 0;
   double rating = 0;

@@ -19,7 +19,7 @@ class PageGuard final : public QWebEngineUrlRequestInterceptor {
 
  private:
   QString page_;
-  QString folder_;  ///< Ends in "/"; empty where the page is a single file.
+  QString folder_;  ///< Ends in "/"; empty if the page is a single file.
 };
 
 /// A page from the cache, which is hostile content: it comes from a server, over http as it may be,

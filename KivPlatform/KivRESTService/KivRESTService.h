@@ -28,7 +28,7 @@
 /// Where memory runs out on a transfer thread, every task that is held ends with the error
 /// outOfResources, and the client can be used further.
 ///
-/// A body is handed on only where it is known to be whole: its length was told, or its end was
+/// A body is handed on only if it is known to be whole: its length was told, or its end was
 /// marked, or it came over HTTP/1.0, where the end of the connection is all that marks it. A body
 /// of unknown length over HTTP/1.1, one with a content coding that was not asked for, and one with
 /// contradicting lengths are transfer errors.
@@ -62,7 +62,7 @@ class KIV_EXPORT KivRESTService {
   /// and its body, which may be empty; else with the last response, without a body, of the earliest
   /// server in the list that gave one; else with the transfer error of the request's own server:
   /// this does not depend on the order in which they were tried. It always ends later, on the
-  /// client's queue, also where nothing could be tried: it leaves currentQueue(), and then its
+  /// client's queue, also if nothing could be tried: it leaves currentQueue(), and then its
   /// completion handler is called.
   virtual void queue(std::shared_ptr<KivRESTServiceTask> task);
 

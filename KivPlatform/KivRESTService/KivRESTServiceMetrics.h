@@ -12,7 +12,7 @@
 /// One try that did not bring the file.
 struct KivRESTServiceFailedTry {
   kiv::URL server;  ///< The URL that was asked.
-  /// The reason: the transfer error, or nothing where the server answered with another status than
+  /// The reason: the transfer error, or nothing if the server answered with another status than
   /// 200 (or 206 to a request for the rest).
   std::optional<KivRESTServiceErrorCode> error;
   std::int64_t statusCode = 0;  ///< The status, 0 where none came.
@@ -20,7 +20,7 @@ struct KivRESTServiceFailedTry {
 
 /// What it took to get one file, known when its task has ended.
 struct KivRESTServiceMetrics {
-  /// The URL that gave what the task ended with; nothing where no server answered.
+  /// The URL that gave what the task ended with; nothing if no server answered.
   std::optional<kiv::URL> server;
   /// Requests sent or attempted, of all servers; redirects followed do not count. 0 where another
   /// task found out that the servers cannot be reached.
@@ -31,7 +31,7 @@ struct KivRESTServiceMetrics {
   std::chrono::microseconds timeToFirstByte{0};
   /// From the start of the first try to the end, with what was waited between tries.
   std::chrono::microseconds totalTime{0};
-  /// True where only the end of the connection marked the end of the body, as it may over HTTP/1.0,
+  /// True if only the end of the connection marked the end of the body, as it may over HTTP/1.0,
   /// and over HTTP/1.1 with `takesBodiesWithoutLength`, never over https: nobody can tell whether
   /// it is whole.
   bool endedWithConnection = false;

@@ -101,7 +101,7 @@ struct KivRESTServiceSettings {
   // --- What is kept on the disk ---
 
   /// Absolute path of a directory of the clients' own for bodies on their way, made where it is
-  /// missing; empty where every body is to stay in memory. Clients of several processes may use
+  /// missing; empty if every body is to stay in memory. Clients of several processes may use
   /// one directory. Bodies that are not whole stay there, so that a later try goes on with them.
   std::string spoolDirectory;
   /// A partial body to which nothing has been added for this long is removed.

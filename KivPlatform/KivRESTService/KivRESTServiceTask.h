@@ -56,11 +56,11 @@ class KIV_EXPORT KivRESTServiceTask {
   /// Removes it, and hands it over without copying what it holds.
   [[nodiscard]] CompletionHandler takeCompletionHandler() noexcept;
 
-  /// The HTTP response of the task, or nothing where no server gave one.
+  /// The HTTP response of the task, or nothing if no server gave one.
   [[nodiscard]] const std::optional<kiv::HTTPResponse>& response() const noexcept {
     return response_;
   }
-  /// The transfer error, or nothing where a server answered.
+  /// The transfer error, or nothing if a server answered.
   [[nodiscard]] const std::optional<kiv::Error>& responseError() const noexcept { return error_; }
   /// The body of the response, or nothing.
   [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }

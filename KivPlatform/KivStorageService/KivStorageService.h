@@ -44,7 +44,7 @@ class StorageRoot;
 class KIV_EXPORT KivStorageService {
  public:
   /// The storage root: the one that the host named, otherwise a directory for this program among
-  /// the user's application data. Empty where there is none.
+  /// the user's application data. Empty if there is none.
   static std::string rootPath();
   /// Names the storage root. A relative path is taken from the directory that is current now;
   /// nothing brings the default back, and an empty path leaves the service without a root.
@@ -52,7 +52,7 @@ class KIV_EXPORT KivStorageService {
   /// root is first used.
   static void setRootPath(std::optional<std::string> path);
 
-  /// The directory under the root where the service keeps what is not complete; empty where there
+  /// The directory under the root where the service keeps what is not complete; empty if there
   /// is no root.
   static std::string temporariesPath();
 
@@ -68,7 +68,7 @@ class KIV_EXPORT KivStorageService {
   ///
   /// Fails, changing nothing on the disk, where the name (or the stem) cannot be used for a file,
   /// where relativePath is not made of usable names, where the archive holds what it may not hold
-  /// or has no "index.html" at its top, and where a directory has a file's name or the reverse. A
+  /// or has no "index.html" at its top, and if a directory has a file's name or the reverse. A
   /// symbolic link under the name is replaced, never followed.
   static bool saveData_forFileName_atRelativePath_error(const kiv::Data& data,
                                                         std::string_view fileName,
@@ -107,12 +107,12 @@ class KIV_EXPORT KivStorageService {
   /// permits one of the two places only.
   static std::optional<std::string> withdrawDirectoryAtPath(std::string_view path);
 
-  /// The bytes of ROOT/relativePath/fileName, or nothing where it is missing or unreadable.
+  /// The bytes of ROOT/relativePath/fileName, or nothing if it is missing or unreadable.
   static std::optional<kiv::Data> loadDataForFileName_atRelativePath_error(
       std::string_view fileName, std::string_view relativePath,
       std::optional<kiv::Error>* error = nullptr);
 
-  /// True where ROOT/relativePath/fileName is a regular file under a name that may be used.
+  /// True if ROOT/relativePath/fileName is a regular file under a name that may be used.
   static bool fileExistsWithName_atRelativePath(std::string_view fileName,
                                                 std::string_view relativePath);
 

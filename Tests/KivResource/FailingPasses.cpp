@@ -111,7 +111,7 @@ class Host {
   std::shared_ptr<KivResourceManager> manager_;
 };
 
-/// True where every pass came out right.
+/// True if every pass came out right.
 bool failEachInTurn(long stride) {
   Host host;
   int version = 0;

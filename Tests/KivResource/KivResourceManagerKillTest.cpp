@@ -31,7 +31,7 @@ class Moments {
     ++count_;
     changed_.notify_all();
   }
-  /// False where the wait was stopped before.
+  /// False if the wait was stopped before.
   bool waitFor(std::size_t number, const std::stop_token& stop) {
     std::unique_lock guard(mutex_);
     return changed_.wait(guard, stop, [&] { return count_ >= number; });

@@ -47,7 +47,7 @@ inline bool holdsBytesNamed(const std::string& path, std::string_view name) {
   return std::string(std::istreambuf_iterator<char>(file), {}) == bytesNamed(name);
 }
 
-/// True where the directory of the page holds the files of its archive, and nothing else.
+/// True if the directory of the page holds the files of its archive, and nothing else.
 inline bool isWholeArchive(const std::string& directory) {
   const std::string stem(path::lastPathComponent(directory));
   const auto items = std::filesystem::recursive_directory_iterator(directory);
@@ -59,7 +59,7 @@ inline bool isWholeArchive(const std::string& directory) {
          holdsBytesNamed(directory + "/index.html", stem);
 }
 
-/// True where every file that the resource uses is whole.
+/// True if every file that the resource uses is whole.
 inline bool isWhole(const KivResource& resource) {
   for (const std::string& file : resource.useFilePaths()) {
     const std::string_view name = path::lastPathComponent(file);

@@ -102,7 +102,7 @@ class ReportingHostFixture : public ManagerFixture {
     return versions;
   }
 
-  /// True where a host finds the file by its name.
+  /// True if a host finds the file by its name.
   [[nodiscard]] bool isStored(const std::string& name) const {
     if (!name.ends_with(".zip")) return exists(stored(name));
     return exists(stored(std::string(path::deletingPathExtension(name)) + "/index.html"));

@@ -26,7 +26,7 @@ class ReportingHostProcess {
   std::optional<std::string> readLine();
   /// May be called on any thread until waitForExit().
   void kill() const;
-  /// After its last line: its exit code, or nothing where it was killed.
+  /// After its last line: its exit code, or nothing if it was killed.
   std::optional<int> waitForExit();
 
  private:

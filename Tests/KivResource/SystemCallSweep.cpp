@@ -58,7 +58,7 @@ class SystemCallSweep : public ReportingHostFixture,
       ASSERT_TRUE(found != loaded.end()) << identifier << " is lost";
       EXPECT_TRUE(found->second == version || found->second == next->second) << identifier;
     }
-    // Observers hear of what is loaded also where the list could not be saved.
+    // Observers hear of what is loaded also if the list could not be saved.
     for (const auto& [identifier, version] : kills() ? heard_ : Versions())
       EXPECT_TRUE(loaded.contains(identifier) && loaded.at(identifier) == version) << identifier;
     const auto stored = storedOf(after_.versions);
@@ -75,7 +75,7 @@ class SystemCallSweep : public ReportingHostFixture,
 
   static bool kills() { return std::string(std::get<1>(GetParam())).starts_with("signal"); }
 
-  /// True where some thread came that far.
+  /// True if some thread came that far.
   [[nodiscard]] bool wasReached() const {
     const std::string text = read(trace());
     return text.find(kills() ? "killed by SIGKILL" : "(INJECTED)") != std::string::npos;

@@ -21,12 +21,12 @@ class ChildProcess {
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  /// False where the program could not be started.
+  /// False if the program could not be started.
   [[nodiscard]] bool hasStarted() const noexcept { return process_ > 0; }
   /// Ends the child's standard input.
   void closeInput();
   void sendSignal(int signal) const;
-  /// Waits until the child has ended; its exit code, or nothing where a signal ended it.
+  /// Waits until the child has ended; its exit code, or nothing if a signal ended it.
   std::optional<int> waitForExit();
 
  private:

@@ -33,7 +33,7 @@ class Addresses {
     std::erase_if(connected_, [&](const auto& entry) { return entry.second == address; });
   }
 
-  /// True where the address is a faked one: the socket is about to be connected to it.
+  /// True if the address is a faked one: the socket is about to be connected to it.
   bool noteConnect(int socket, in_addr_t address) {
     const std::lock_guard lock(mutex_);
     connected_.erase(socket);

@@ -27,7 +27,7 @@ class FakeRESTService final : public KivRESTService {
     tasks.clear();
   }
 
-  /// Ends the first task for a URL that ends in `urlEnd`, with whatever is given. False where no
+  /// Ends the first task for a URL that ends in `urlEnd`, with whatever is given. False if no
   /// such task is held.
   bool end(const std::string& urlEnd, std::optional<kiv::HTTPResponse> response,
            std::optional<kiv::Data> data, std::optional<kiv::Error> error = std::nullopt) {

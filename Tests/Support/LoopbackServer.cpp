@@ -91,7 +91,7 @@ class LoopbackServer::Connection {
     hasEnded_ = true;
   }
 
-  /// The next request; nothing where the client has gone.
+  /// The next request; nothing if the client has gone.
   std::optional<Request> receive() {
     constexpr std::string_view end = "\r\n\r\n";
     std::array<char, 4096> bytes{};

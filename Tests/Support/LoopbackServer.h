@@ -63,14 +63,14 @@ class LoopbackServer {
   /// The requests received so far, in order of arrival: all, or those for one path.
   [[nodiscard]] std::vector<Request> requests() const;
   [[nodiscard]] std::vector<Request> requests(std::string_view path) const;
-  /// Waits until that many requests, in all or for one path, have been received; false where the
+  /// Waits until that many requests, in all or for one path, have been received; false if the
   /// patience of a test ends before.
   [[nodiscard]] bool waitForRequests(std::size_t count) const;
   [[nodiscard]] bool waitForRequests(std::string_view path, std::size_t count) const;
 
   /// Connections taken so far.
   [[nodiscard]] std::size_t connectionCount() const;
-  /// Waits until no connection is open any more; false where the patience of a test ends before.
+  /// Waits until no connection is open any more; false if the patience of a test ends before.
   [[nodiscard]] bool waitForNoConnection() const;
   /// The most requests at one time that had been received and whose answer had not yet begun.
   [[nodiscard]] std::size_t mostWaiting() const;

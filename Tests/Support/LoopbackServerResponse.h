@@ -19,7 +19,7 @@ class Gate {
  public:
   Gate();
   void open() const;
-  /// Returns when the door is open, or when a stop is asked for; true where it is open.
+  /// Returns when the door is open, or when a stop is asked for; true if it is open.
   bool wait(const std::stop_token& stop) const;
 
  private:
@@ -42,7 +42,7 @@ class Response {
   /// Not a byte: the connection is closed.
   static Response nothing() { return raw({}); }
 
-  /// Adds a header, also where there is one of the same name already.
+  /// Adds a header, also if there is one of the same name already.
   Response& header(std::string name, std::string value);
   /// Sends no Content-Length of its own.
   Response& withoutLength();
@@ -105,7 +105,7 @@ class ResponseWriter {
   ResponseWriter(int socket, std::stop_token stop, std::function<void()> begins)
       : socket_(socket), stop_(std::move(stop)), begins_(std::move(begins)) {}
 
-  /// Does what the response says; false where the connection is to be closed.
+  /// Does what the response says; false if the connection is to be closed.
   bool write(const Response& response);
 
  private:

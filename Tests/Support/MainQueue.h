@@ -7,12 +7,12 @@
 
 namespace kiv::test {
 
-/// How long a test waits for what must happen before it fails. Generous: it is reached only where
+/// How long a test waits for what must happen before it fails. Generous: it is reached only if
 /// something is broken.
 inline constexpr std::chrono::seconds patience{30};
 
 /// Runs the jobs of the main queue until the predicate holds, which is asked before each round;
-/// false where it has not held within the patience. To be called on the main thread.
+/// false if it has not held within the patience. To be called on the main thread.
 [[nodiscard]] bool waitUntil(const std::function<bool()>& predicate);
 
 /// Runs the job on a queue with a thread of its own, and returns when it has run.

@@ -40,7 +40,7 @@ void runOpenSSL(const std::vector<std::string>& arguments) {
   if (tool.waitForExit() != 0) giveUp("The openssl tool could not make a certificate.");
 }
 
-/// The tool dates certificates back only where it plays the authority, with files of its own.
+/// The tool dates certificates back only if it plays the authority, with files of its own.
 void writeAuthority(const std::filesystem::path& directory) {
   const std::string place = directory.string();
   std::ofstream(directory / "index") << "";  // no certificates yet

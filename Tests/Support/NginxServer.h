@@ -34,7 +34,7 @@ class NginxServer {
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;
 
-  /// False where the server could not be started.
+  /// False if the server could not be started.
   [[nodiscard]] bool isRunning() const noexcept { return process_->hasStarted(); }
   /// Puts a file under the root.
   void addFile(const std::string& name, std::string_view contents) const;

@@ -51,7 +51,7 @@ std::string contentType(const fs::path& file) {
   return std::string(found == types.end() ? "application/octet-stream" : found->second);
 }
 
-/// The regular file that the path of a request names, or nothing where there is none in the
+/// The regular file that the path of a request names, or nothing if there is none in the
 /// directory. Links and ".." are followed first, so that none of them leads out of it.
 std::optional<fs::path> findFile(const fs::path& directory, const std::string& requestPath) {
   if (requestPath.find('\0') != std::string::npos) return std::nullopt;

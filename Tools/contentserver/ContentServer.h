@@ -25,7 +25,7 @@ class ContentServer {
   ContentServer& operator=(const ContentServer&) = delete;
 
   /// Starts to serve on a free port of 127.0.0.1, or on `port` where one is given. Files go with
-  /// entity tag and date, so that a download can go on where it broke off. False where the
+  /// entity tag and date, so that a download can go on where it broke off. False if the
   /// directory does not exist (not_a_directory) or no port is to be had (any other error). Throws
   /// std::system_error where the system has no thread left.
   bool start(int port = 0, std::error_code* error = nullptr);

@@ -11,10 +11,10 @@ struct FileValidators {
   std::string entityTag;     ///< A strong one, with its quotes; of size and time to the nanosecond.
   std::string lastModified;  ///< As the header field has it.
 
-  /// Both empty where the file cannot be looked at.
+  /// Both empty if the file cannot be looked at.
   static FileValidators of(const std::filesystem::path& file);
 
-  /// True where a request for a range gets it: it has no If-Range, or one for this version.
+  /// True if a request for a range gets it: it has no If-Range, or one for this version.
   [[nodiscard]] bool permitRange(std::string_view ifRange) const {
     return ifRange.empty() || ifRange == entityTag || ifRange == lastModified;
   }

@@ -10,7 +10,7 @@ namespace tool {
 /// is missing, or that holds something else.
 std::string validateItem(const kiv::Value& item);
 
-/// What the person may not have meant about a resource of a configuration; empty where nothing is
+/// What the person may not have meant about a resource of a configuration; empty if nothing is
 /// odd about it.
 std::string remarkOn(const KivResource& resource);
 

@@ -38,7 +38,7 @@ void LineReader::read() {
   }
 }
 
-/// False where the reading is to end.
+/// False if the reading is to end.
 bool LineReader::waitForBytes() const {
   std::array<pollfd, 2> awaited{{{descriptor_, POLLIN, 0}, {stop_[0], POLLIN, 0}}};
   while (poll(awaited.data(), awaited.size(), -1) < 0 && errno == EINTR) {

@@ -13,7 +13,7 @@ class Terminal {
 
   Terminal();
 
-  /// True where what is printed can be written over.
+  /// True if what is printed can be written over.
   [[nodiscard]] bool isTerminal() const noexcept { return isTerminal_; }
   /// Its columns now.
   [[nodiscard]] std::size_t width() const;

@@ -21,14 +21,14 @@ enum class FileManagerErrorCode : int {
   removalRefused = 1,  ///< The item lies outside the directories in which things may be removed.
 };
 
-/// How full a file system is, in bytes.
+/// Space of a file system, in bytes.
 struct FileSystemSpace {
   std::uint64_t used = 0;
   std::uint64_t available = 0;  ///< What this process may still write.
 };
 
-/// Tells one state of a file from another: a file that was replaced, written or cut off has another
-/// identity. Only while a file is held open, or mapped, is its number not given to a new one.
+/// Identifies one state of a file: it changes when the file is replaced, written or truncated. The
+/// inode number may be reused unless the file is kept open or mapped.
 struct FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t number = 0;
@@ -39,52 +39,49 @@ struct FileIdentity {
   friend bool operator==(const FileIdentity& a, const FileIdentity& b) = default;
 };
 
-/// A file open for writing. Closed, without any promise about its contents, when it goes.
+/// A file open for writing. The destructor closes it without a sync.
 class KIV_EXPORT WritableFile {
  public:
   virtual ~WritableFile() = default;
   /// Appends all of the bytes, or fails.
   [[nodiscard]] virtual bool write(std::string_view bytes,
                                    std::optional<Error>* error = nullptr) = 0;
-  /// Returns when what was written has reached the disk. After a failure the contents are
-  /// unknown: discard the file, never sync it again.
+  /// Waits until the written bytes are on the disk (fsync). After a failure the contents are
+  /// undefined: discard the file and never sync it again.
   [[nodiscard]] virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
-  /// Closes the file; reports what the system noticed only now. Nothing else may follow.
+  /// Closes the file, and reports a late write error. Nothing may be called afterwards.
   [[nodiscard]] virtual bool close(std::optional<Error>* error = nullptr) = 0;
 };
 
-/// The bytes of a regular file. They stay where they are while this lives, whatever becomes of the
-/// file's name.
+/// The mapped bytes of a regular file. The mapping stays valid if the file is renamed or removed.
 class KIV_EXPORT MappedFile {
  public:
   virtual ~MappedFile() = default;
-  /// The bytes, read as they are looked at. To look at bytes that another process has cut off ends
-  /// the process.
+  /// The bytes. If another process truncates the file, reading beyond its new end raises SIGBUS.
   [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
-  /// Copies `count` bytes from `offset` on. False where they cannot be read, or are not there, also
-  /// because the file has been cut off.
+  /// Copies `count` bytes from `offset` on. False if they cannot be read, also because the file was
+  /// truncated.
   [[nodiscard]] virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
                                        std::optional<Error>* error = nullptr) const = 0;
 };
 
-/// One wait for the disk in place of one for each file and directory.
+/// One sync for many files (syncfs).
 class KIV_EXPORT BatchSync {
  public:
   virtual ~BatchSync() = default;
-  /// Returns when everything that was written below the directory since this was made, contents
-  /// and entries, has reached the disk. Called at most once; after a failure the contents are
-  /// unknown: discard them.
+  /// Waits until everything written below the directory since this was created is on the disk.
+  /// Called at most once. After a failure the contents are undefined: discard them.
   [[nodiscard]] virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
 };
 
-/// An advisory lock on a file, held until it goes, or until the process ends in whatever way.
+/// An advisory lock on a file, held until the destructor or the end of the process.
 class KIV_EXPORT FileLock {
  public:
   virtual ~FileLock() = default;
 };
 
-/// Every operation on files that the library performs: one object of the process, which a test can
-/// replace by one that fails or forgets.
+/// The seam through which every operation on files goes: one object of the process, which tests
+/// replace by one that fails or loses unsynced data.
 ///
 /// Paths are UTF-8. An operation that fails answers false or nothing and stores an error, most
 /// often in SystemErrorDomain, where the caller gave a place for it. Operations may be called from
@@ -107,28 +104,28 @@ class KIV_EXPORT FileManager {
   ///
   /// What counts is the directory that holds the item, with every link on the way to it resolved at
   /// the moment of the removal. The roots are absolute paths, resolved in the same way; one that is
-  /// not absolute, or where no directory stands, permits nothing. No other root is added: a host
+  /// not absolute, or if no directory stands, permits nothing. No other root is added: a host
   /// that names some names the storage root too, or the storage service cannot clear up what it
   /// replaces. May be called from any thread.
   static void setRemovalRoots(std::optional<std::vector<std::string>> roots);
   /// Brings back those of the framework itself.
   static void restoreRemovalRoots();
-  /// The directories that removals are confined to; nothing where the guard has been lifted.
+  /// The directories that removals are confined to; nothing if the guard has been lifted.
   static std::optional<std::vector<std::string>> removalRoots();
 
   virtual ~FileManager() = default;
 
-  /// True where a regular file, or a link to one, lies at the path. Directories and devices do not
+  /// True if a regular file, or a link to one, lies at the path. Directories and devices do not
   /// count as files.
   [[nodiscard]] virtual bool fileExistsAtPath(std::string_view path) = 0;
-  /// True where anything lies at the path, also a link that leads nowhere.
+  /// True if anything lies at the path, also a link that leads nowhere.
   [[nodiscard]] virtual bool itemExistsAtPath(std::string_view path) = 0;
-  /// True where a directory, not a link to one, lies at the path.
+  /// True if a directory, not a link to one, lies at the path.
   [[nodiscard]] virtual bool directoryExistsAtPath(std::string_view path) = 0;
-  /// True where a symbolic link lies at the path, wherever it leads.
+  /// True if a symbolic link lies at the path, wherever it leads.
   [[nodiscard]] virtual bool linkExistsAtPath(std::string_view path) = 0;
 
-  /// True where a regular file, or a link to one, can be opened and its first byte read.
+  /// True if a regular file, or a link to one, can be opened and its first byte read.
   [[nodiscard]] virtual bool fileIsReadableAtPath(std::string_view path,
                                                   std::optional<Error>* error = nullptr) = 0;
   /// The absolute path of what lies at the path, without links, "." or ".." or empty components.
@@ -147,7 +144,7 @@ class KIV_EXPORT FileManager {
   /// A regular file, mapped instead of read; nullptr on failure.
   [[nodiscard]] virtual std::unique_ptr<MappedFile> mapFileAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;
-  /// The number of bytes in the regular file at the path, which may not be a link; nothing where
+  /// The number of bytes in the regular file at the path, which may not be a link; nothing if
   /// there is none.
   [[nodiscard]] virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
   /// What tells the file at the path, or that to which a link leads, from any other state of it.
@@ -158,7 +155,7 @@ class KIV_EXPORT FileManager {
   [[nodiscard]] virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path, std::optional<Error>* error = nullptr) = 0;
 
-  /// Makes the directory and the missing ones above it; true also where it stood already. Who may
+  /// Makes the directory and the missing ones above it; true also if it stood already. Who may
   /// use a new one follows the process's umask, but others may never write to it.
   [[nodiscard]] virtual bool createDirectoryAtPath(std::string_view path,
                                                    std::optional<Error>* error = nullptr) = 0;
@@ -200,7 +197,7 @@ class KIV_EXPORT FileManager {
   /// Renames in one step; a file at the new path is replaced, a directory there must be empty.
   [[nodiscard]] virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
                                                    std::optional<Error>* error = nullptr) = 0;
-  /// Lets two items change places in one step. Fails where the file system has no such step.
+  /// Lets two items change places in one step. Fails if the file system has no such step.
   [[nodiscard]] virtual bool exchangeItemAtPath_withItemAtPath(
       std::string_view path, std::string_view otherPath, std::optional<Error>* error = nullptr) = 0;
   /// Renames, under the guard of removals, an item that is to be removed at the new path: refused

@@ -6,18 +6,18 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-/// Names of files that come from outside: hostile until shown harmless.
+/// Checks of file names from servers and archives.
 namespace kiv::filename {
 
-/// Bytes that one name may have on the file systems that we store on.
+/// The limit on the bytes of a name on common file systems.
 inline constexpr std::size_t longestName = 255;
 
-/// Why the name may not be used for one file inside one directory, as an end of a sentence ("is
-/// empty"), or nothing where it may: refused are the empty name, "." and "..", a name with a NUL
-/// or a separator of any system, and one longer than the file system takes.
+/// Why the name may not be used for a file in a directory, as the end of a sentence ("is empty"),
+/// or nothing. Rejected are the empty name, "." and "..", names with a NUL or a separator of any
+/// system, and names that are too long.
 KIV_EXPORT std::optional<std::string> objection(std::string_view name);
 
-/// True where there is no objection.
+/// True if there is no objection.
 KIV_EXPORT bool isHarmless(std::string_view name);
 
 }  // namespace kiv::filename

@@ -15,7 +15,7 @@ KIV_EXPORT std::string_view lastPathComponent(std::string_view path) noexcept;
 /// The text before the last component, without the separator; "/" stays for a child of the root.
 KIV_EXPORT std::string_view deletingLastPathComponent(std::string_view path) noexcept;
 
-/// The text after the last "." of the last component, empty where there is none.
+/// The text after the last "." of the last component, empty if there is none.
 KIV_EXPORT std::string_view pathExtension(std::string_view path) noexcept;
 
 /// The path without its extension and the "." before it: "a.b.zip" becomes "a.b", ".zip" empty.

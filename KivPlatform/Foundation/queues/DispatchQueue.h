@@ -16,7 +16,7 @@ struct QueueState;
 /// A serial queue: runs the jobs given to it one at a time, in the order in which they came.
 ///
 /// There are two sorts. A queue from serial() has a thread of its own. The main queue belongs to
-/// the host's event loop: its jobs run only where the host calls drain(), drainFor() or run(), and
+/// the host's event loop: its jobs run only if the host calls drain(), drainFor() or run(), and
 /// a wake-up handler tells the loop that there is something to run. One thread at a time may run
 /// them, as a rule the main thread.
 ///
@@ -36,7 +36,7 @@ class KIV_EXPORT DispatchQueue {
 
   /// A new queue with its own thread, which lives until the last holder lets go of the queue; the
   /// jobs that are waiting then still run, and the release returns when they have (on the queue's
-  /// own thread it returns at once, and they run after the job that let go). nullptr where the
+  /// own thread it returns at once, and they run after the job that let go). nullptr if the
   /// system has no thread left.
   static std::shared_ptr<DispatchQueue> serial(std::string label);
 

@@ -100,7 +100,7 @@ void QueueState::addTurnEnd(Job job) {
   turnEnds.push_back(std::move(job));
 }
 
-/// True where the next job belongs to the turn of the one that ran last.
+/// True if the next job belongs to the turn of the one that ran last.
 bool QueueState::turnContinues() {
   const MutexLock lock(mutex);
   const bool returnsToHost = stopped && servedBy == ServedBy::host;

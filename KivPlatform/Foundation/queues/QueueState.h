@@ -40,7 +40,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   const ServedBy servedBy;
   std::weak_ptr<DispatchQueue> handle;
   /// Of a serial queue, in a child of fork: gives the handle a state without jobs or thread.
-  /// Nothing where there is no handle any more.
+  /// Nothing if there is no handle any more.
   std::function<std::shared_ptr<QueueState>()> renew;
 
   Mutex mutex;
@@ -75,7 +75,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   void add(std::vector<Job> added, const void* itsTurn);
   void append(std::vector<Job>& added, const void* itsTurn) KIV_REQUIRES(mutex);
   bool isEmpty();
-  /// True where the host may run jobs here and now.
+  /// True if the host may run jobs here and now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
   bool runNext();
   void run(Job job);
@@ -91,7 +91,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   void forgetOtherThreads() KIV_UNCHECKED_LOCKING;
 
   // Of a serial queue:
-  /// False where the system has no thread left.
+  /// False if the system has no thread left.
   bool startThread() KIV_REQUIRES(mutex);
   void serve();
   void close();

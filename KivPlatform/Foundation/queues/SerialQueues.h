@@ -6,13 +6,13 @@ namespace kiv {
 
 struct QueueState;
 
-/// Adds a queue to the serial queues of the process: their threads are stopped when it exits, and
-/// in a forked child, where those threads are not, they begin anew.
+/// Registers a serial queue: its thread is stopped when the process exits, and a forked child,
+/// which has no such thread, gets a new state.
 void addSerialQueue(const std::shared_ptr<QueueState>& queue);
 
-/// Has the serial queues of the process stopped when it exits, before what has been registered with
-/// atexit so far, such as the end of a library that their jobs use. The first queue does so itself;
-/// to be called again after another such library has been prepared. False where that failed.
+/// Registers an atexit handler that stops the serial queues, so that they stop before the handlers
+/// registered so far run, such as the clean-up of a library that their jobs use. The first queue
+/// does so itself; call it again after initialising another such library. False if that failed.
 bool stopSerialQueuesAtExit() noexcept;
 
 }  // namespace kiv

@@ -24,11 +24,11 @@ class KIV_EXPORT Bundle {
   /// and takes effect with the next frameworkBundle().
   static void setFrameworkResourcesPath(std::optional<std::string> path);
 
-  /// The directory, empty where none was found.
+  /// The directory, empty if none was found.
   [[nodiscard]] const std::string& resourcePath() const noexcept { return resourcePath_; }
 
   /// The absolute path of the packaged file `name`.`type` in the subdirectory `directory`, or
-  /// nothing where no such file is packaged. An empty type stands for a name without extension.
+  /// nothing if no such file is packaged. An empty type stands for a name without extension.
   [[nodiscard]] std::optional<std::string> pathForResource_ofType_inDirectory(
       std::string_view name, std::string_view type, std::string_view directory) const;
 

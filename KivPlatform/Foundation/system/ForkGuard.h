@@ -6,17 +6,16 @@
 
 namespace kiv {
 
-/// How many forks lie between this process and the one in which the library was first used: 0
-/// there, 1 in its children. What was made at another depth belongs to another process, and so do
-/// the threads that served it.
+/// The number of forks between the process that first used the library and this one: 0 there, 1 in
+/// its children. An object created at another depth belongs to another process, and its threads do
+/// not exist here.
 std::uint64_t forkDepth() noexcept;
 
-/// Keeps a mutex usable in a child of fork, whichever thread held it at that moment: a fork waits
-/// until it is free, so that what it protects is whole, too.
+/// Keeps a mutex usable in a forked child: fork() waits until it is free (pthread_atfork), so that
+/// what it guards is consistent.
 ///
-/// A thread that holds several such mutexes has locked them in the order of their ranks, none while
-/// it held another of the same rank. A guard comes and goes while its thread holds none: a fork
-/// keeps it waiting until all of them are free.
+/// Several such mutexes are locked in the order of their ranks, and never two of one rank. A guard
+/// is created and destroyed while its thread holds none of them.
 class ForkGuard {
  public:
   enum class Rank { orders, tasks, pendingBytes, exit, queues, queue };
@@ -31,7 +30,7 @@ class ForkGuard {
   const Rank rank_;
 };
 
-/// Has that called in every child of fork, before anything else of the library runs there.
+/// Registers a function that is called in every forked child before anything else of the library.
 void callInForkedChildren(void (*function)());
 
 }  // namespace kiv

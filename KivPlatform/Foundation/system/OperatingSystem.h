@@ -22,11 +22,11 @@ void nameThisThread(const char* name) noexcept;
 void blockBrokenPipeSignalOnThisThread() noexcept;
 
 /// Boot ID: tells whether the computer has been restarted since a file was written without a sync.
-/// Empty where the system has none; two empty ones do not mean the same boot.
+/// Empty if the system has none; two empty ones do not mean the same boot.
 KIV_EXPORT std::string bootID();
 
 /// The directory of the file that this code was loaded from: the shared library, or the program
-/// that it is linked into. What the program was called with plays no part. Nothing where the system
+/// that it is linked into. What the program was called with plays no part. Nothing if the system
 /// does not tell.
 std::optional<std::string> directoryOfThisLibrary();
 

@@ -6,9 +6,8 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-// Text from a server may hold characters that change what a person reads: those that a terminal
-// obeys, those that end a line, and those that set the direction of writing, by which a name can be
-// made to look like another.
+// Text from a server may hold characters that spoof what a person reads: terminal escapes, line
+// ends, and bidirectional controls, which make a name look like another.
 
 namespace kiv {
 

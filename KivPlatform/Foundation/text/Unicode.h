@@ -5,7 +5,7 @@
 
 namespace kiv::unicode {
 
-/// True where the text is well-formed UTF-8: no overlong form, no surrogate, no number beyond
+/// True if the text is well-formed UTF-8: no overlong form, no surrogate, no number beyond
 /// U+10FFFF, no sequence cut short.
 bool isUTF8(std::string_view text);
 

@@ -19,7 +19,7 @@ class KIV_EXPORT DataFile {
   virtual ~DataFile() = default;
   /// The bytes, which stay where they are as long as this lives.
   [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
-  /// Copies `count` bytes from `offset` on; false where they cannot be read, or are not there.
+  /// Copies `count` bytes from `offset` on; false if they cannot be read, or are not there.
   virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
                          std::optional<Error>* error) const = 0;
   /// The file's path, once: it is the caller's from then on.
@@ -42,7 +42,7 @@ class KIV_EXPORT Data {
 
   /// The path of the file that holds the bytes, for whoever wants to move it to where it shall stay
   /// instead of writing the bytes again: the file is the caller's from now on, to move or to
-  /// remove. Answers so once, of all copies; otherwise, and where the bytes lie in memory, nothing.
+  /// remove. Answers so once, of all copies; otherwise, and if the bytes lie in memory, nothing.
   /// The bytes of every copy stay readable, wherever the file goes.
   [[nodiscard]] std::optional<std::string> takeFile() const;
 
@@ -51,9 +51,9 @@ class KIV_EXPORT Data {
   /// The bytes, valid as long as this object or a copy of it lives. Where they lie in a file, and
   /// another process cuts that off in spite of what was said, looking at them ends the process.
   [[nodiscard]] std::string_view view() const noexcept;
-  /// True where the bytes lie in a file, wherever that has been moved to.
+  /// True if the bytes lie in a file, wherever that has been moved to.
   [[nodiscard]] bool isFile() const noexcept;
-  /// Copies `count` bytes from `offset` on. False where the data has no such bytes, or they can no
+  /// Copies `count` bytes from `offset` on. False if the data has no such bytes, or they can no
   /// longer be read from its file, which may have been cut off.
   bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
                  std::optional<Error>* error = nullptr) const;

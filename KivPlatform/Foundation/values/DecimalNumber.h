@@ -5,12 +5,12 @@
 
 namespace kiv {
 
-/// Reads the decimal number, well formed as in JSON, that the text begins with: the nearest double,
-/// whatever the locale. result_out_of_range where it is too large, and then `number` is as it was;
-/// where it is too small, either this or a zero of its sign.
+/// Parses the JSON number at the start of the text into the nearest double, whatever the locale.
+/// result_out_of_range, and `number` unchanged, if it is too large; if it is too small, either that
+/// or a zero with its sign.
 std::errc readDecimal(std::string_view text, double& number);
 
-/// The same by the C library, for standard libraries whose std::from_chars reads no double.
+/// The same with the C library, for standard libraries without std::from_chars for double.
 std::errc readDecimalByC(std::string_view text, double& number);
 
 }  // namespace kiv

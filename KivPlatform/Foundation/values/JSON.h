@@ -35,7 +35,7 @@ class KIV_EXPORT JSON {
   static OptionalValue read(const Data& text, std::optional<Error>* error = nullptr);
   static OptionalValue read(std::string_view text, std::optional<Error>* error = nullptr);
 
-  /// The indented text of the value, ending in a line feed; nothing and an error where it has
+  /// The indented text of the value, ending in a line feed; nothing and an error if it has
   /// none. A floating number keeps a fraction or an exponent, so that it reads back as one.
   static std::optional<Data> write(const Value& value, std::optional<Error>* error = nullptr);
 

@@ -5,19 +5,19 @@
 
 namespace kiv {
 
-/// Cuts the text of a JSON array of objects and arrays into the texts of its elements, so that a
-/// long list can be parsed piece by piece.
+/// Splits the text of a JSON array of objects and arrays into its elements, so that a long list can
+/// be parsed piece by piece.
 ///
-/// It looks at brackets, quotes and commas alone. Where it comes to the end, and each piece is
-/// valid JSON by itself, the whole text is the array of the pieces. Where it does not, the text may
-/// still be valid: it may have other elements, or another top level.
+/// It scans only brackets, quotes and commas. If it reaches the end and each piece is valid JSON,
+/// the text is the array of the pieces. Otherwise the text may still be valid, with other elements
+/// or another top level.
 class JSONElements {
  public:
   explicit JSONElements(std::string_view text);
 
-  /// The next element, a part of the text; empty where there is none that it can cut.
+  /// The next element; empty if there is none that it can split off.
   std::string_view next();
-  /// True where every element was cut, and nothing follows the array.
+  /// True if all elements were split off and nothing follows the array.
   [[nodiscard]] bool isAtEnd() const noexcept { return isAtEnd_; }
 
  private:

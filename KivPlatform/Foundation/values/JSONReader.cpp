@@ -1,3 +1,6 @@
+// Reads JSON with simdjson's on-demand parser, which builds our values without a tree of its own,
+// and finds the line and column of an error, which that parser does not tell.
+
 #include <algorithm>
 #include <limits>
 #include <new>
@@ -416,7 +419,7 @@ std::optional<Value> readWhole(std::string_view text, std::optional<Error>* erro
 }
 
 /// The array of a text that is one of objects and arrays, read element by element: no copy of the
-/// text is made, and the parser needs room for one element instead of all. Nothing where the text
+/// text is made, and the parser needs room for one element instead of all. Nothing if the text
 /// is another, or has a fault.
 std::optional<Value> readElements(std::string_view text) {
   ondemand::parser parser;

@@ -1,3 +1,5 @@
+// Writes JSON: indented, as the saved list is kept for people to read, or on one line.
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -29,10 +31,10 @@ class Writer {
 
   explicit Writer(Layout layout) : layout_(layout) {}
 
-  /// False where a value has no JSON form; in the one-line layout null stands in its place.
+  /// False if a value has no JSON form; in the one-line layout null stands in its place.
   /// In the indented layout strings are taken as they are; isValidText() then tells.
   bool write(const Value& value);
-  /// False where the text so far is not UTF-8, since a string is not.
+  /// False if the text so far is not UTF-8, since a string is not.
   bool isValidText() {
     flush();
     return simdjson::validate_utf8(text_.data(), text_.size()) || refuse(notUTF8);

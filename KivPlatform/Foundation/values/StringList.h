@@ -14,9 +14,8 @@
 
 namespace kiv {
 
-/// A list of strings that several hold and any of them may change in place, and that can tell of
-/// its changes. Its strings are values, so that it can share them with the dictionaries that they
-/// were taken from.
+/// A shared, mutable list of strings that can count its changes. The strings are values, to share
+/// their characters with the dictionaries that they were taken from.
 class KIV_EXPORT StringList {
  public:
   class const_iterator {
@@ -42,7 +41,7 @@ class KIV_EXPORT StringList {
 
   StringList() noexcept = default;
   StringList(std::initializer_list<std::string_view> strings);
-  // Not to be copied: who is told of changes is told of those of one list.
+  // Not copyable: the change count belongs to one list.
   StringList(const StringList&) = delete;
   StringList& operator=(const StringList&) = delete;
   ~StringList() = default;
@@ -62,12 +61,11 @@ class KIV_EXPORT StringList {
   [[nodiscard]] const Array& values() const noexcept { return strings_; }
 
   void push_back(const Value& string);
-  /// Puts the strings in the place of what the list holds.
+  /// Replaces the contents.
   void assign(std::initializer_list<std::string_view> strings);
   void clear() { assign({}); }
 
-  /// From now on every change of the list adds one to the count, which must live as long as the
-  /// list; nullptr ends that.
+  /// Every change of the list increments the count, which must outlive the list; nullptr for none.
   void countChangesIn(std::atomic<std::uint64_t>* count) noexcept { changes_ = count; }
 
   friend bool operator==(const StringList& a, const StringList& b) noexcept {

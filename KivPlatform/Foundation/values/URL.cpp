@@ -52,7 +52,7 @@ bool hasOnlyURLCharacters(std::string_view string) noexcept {
   return true;
 }
 
-/// The scheme before the first ":", in lower case; empty where what stands there is none.
+/// The scheme before the first ":", in lower case; empty if what stands there is none.
 std::string schemeOf(std::string_view string) {
   const std::size_t colon = string.find(':');
   if (colon == string.npos || colon == 0 || !isLetter(string.front())) return {};
@@ -66,7 +66,7 @@ std::string schemeOf(std::string_view string) {
   return scheme;
 }
 
-/// The host of an absolute URL, or nothing where the URL does not parse.
+/// The host of an absolute URL, or nothing if the URL does not parse.
 std::optional<std::string> parseHost(const std::string& string) {
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parser(curl_url(), &curl_url_cleanup);
   if (!parser) return std::nullopt;

@@ -11,7 +11,7 @@ namespace kiv {
 /// A URL, absolute or relative, kept as it was written: nothing is escaped, guessed or tidied.
 class KIV_EXPORT URL {
  public:
-  /// The URL of the string, or nothing where it is none: an empty string, one with a character
+  /// The URL of the string, or nothing if it is none: an empty string, one with a character
   /// that may not stand in a URL (a space, a control character, a letter outside ASCII), a "%"
   /// that does not begin an escape, or a scheme followed by a host or port that cannot be one.
   static std::optional<URL> fromString(std::string_view string);

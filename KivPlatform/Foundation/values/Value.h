@@ -267,7 +267,7 @@ class KIV_EXPORT Dictionary {
   [[nodiscard]] std::size_t size() const noexcept;
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
   [[nodiscard]] bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
-  /// The value under the key, or nullptr where the key is absent.
+  /// The value under the key, or nullptr if the key is absent.
   [[nodiscard]] const Value* find(std::string_view key) const noexcept;
   /// The value under the key, or null where the key is absent.
   [[nodiscard]] const Value& operator[](std::string_view key) const& noexcept;

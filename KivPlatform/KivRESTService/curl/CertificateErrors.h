@@ -7,10 +7,9 @@
 
 namespace kiv {
 
-/// Why libcurl has refused the certificate of a server, as a clause that fits after a colon.
-/// `server` names the server in that clause, `detail` is libcurl's own message, which depends on
-/// its TLS library, and `verifyResult` the number that this library gave. What neither of them
-/// explains is quoted.
+/// Says why libcurl has rejected a server's certificate, as a clause for an error's message.
+/// `detail` is libcurl's message, which depends on its TLS library, and `verifyResult` that
+/// library's code. A message that is not recognised is quoted.
 KIV_EXPORT std::string certificateProblem(std::string_view server, std::string_view detail,
                                           long verifyResult);
 

@@ -5,11 +5,11 @@
 
 namespace kiv {
 
-/// The result code of a request that ran into a time-out.
+/// libcurl's result code for a time-out.
 inline constexpr int resultOfTimeOut = 28;
 
-/// The transfer error that a result code of libcurl stands for. Every number has one: those that
-/// say nothing about an HTTP transfer, and those that later versions add, are `unknown`.
+/// Maps libcurl's result codes to transfer errors. Codes that do not concern HTTP, and those of
+/// later versions, are `unknown`.
 KIV_EXPORT KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept;
 
 }  // namespace kiv

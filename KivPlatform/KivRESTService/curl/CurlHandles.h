@@ -8,7 +8,7 @@
 
 namespace kiv {
 
-// The handles of libcurl, whose own headers say no more of their types than "void".
+// Owners of libcurl's handles, which libcurl declares as void*.
 
 struct EasyHandleDeleter {
   void operator()(void* handle) const noexcept;
@@ -17,21 +17,22 @@ struct HeaderListDeleter {
   void operator()(void* list) const noexcept;
 };
 
-/// One request. Belongs to one thread.
+/// An easy handle: one request. Used by one thread at a time.
 using EasyHandle = std::unique_ptr<void, EasyHandleDeleter>;
-/// Headers that a request has beyond those that libcurl gives it.
+/// Additional request headers.
 using HeaderList = std::unique_ptr<void, HeaderListDeleter>;
 
-/// A new handle; empty where memory or descriptors have run out. The library must be prepared.
+/// A new handle; empty if memory or descriptors have run out. prepareCurlLibrary() must have
+/// succeeded.
 EasyHandle makeEasyHandle();
-/// A list with one header; empty where memory has run out.
+/// A list with one header; empty if memory has run out.
 HeaderList makeHeaderList(const std::string& header);
 
-/// The requests that run together, and their open connections, which go with it. Belongs to one
-/// thread.
+/// A multi handle: requests that run together, and their open connections. Used by one thread at a
+/// time.
 class MultiHandle {
  public:
-  /// Empty where memory or descriptors have run out. The library must be prepared.
+  /// Empty if memory or descriptors have run out. prepareCurlLibrary() must have succeeded.
   MultiHandle();
   MultiHandle(const MultiHandle&) = delete;
   MultiHandle& operator=(const MultiHandle&) = delete;
@@ -39,23 +40,23 @@ class MultiHandle {
 
   explicit operator bool() const noexcept { return handle_ != nullptr; }
 
-  /// Has the request of an easy handle run; false where that failed.
+  /// Starts the request of an easy handle; false if that failed.
   bool add(void* easyHandle);
-  /// Ends the request, if it runs.
+  /// Ends the request, if it is running.
   void remove(void* easyHandle);
 
   enum class Woken { byRequests, byDescriptor };
-  /// Returns when a request can be moved, when the descriptor can be read, or after that time.
-  /// Nothing where libcurl itself failed, which it does for want of memory only.
+  /// Waits until a request can be moved, the descriptor is readable, or the time is over. Nothing
+  /// if libcurl itself failed, which only happens when memory has run out.
   std::optional<Woken> wait(int descriptor, std::chrono::milliseconds longest);
-  /// Moves the requests that can be moved; false as above.
+  /// Moves the requests as far as possible without waiting; false if libcurl failed.
   bool move();
 
   struct Ended {
     void* easyHandle;
     int result;  ///< libcurl's.
   };
-  /// The requests that have ended since this was last called. They are still to be removed.
+  /// The requests that have ended since the last call. The caller removes them.
   std::vector<Ended> takeEnded();
 
  private:

@@ -4,17 +4,16 @@
 
 namespace kiv {
 
-/// Prepares libcurl for the process, once; false where it cannot be used. May be called from any
-/// thread.
+/// Initialises libcurl once for the process; false if it cannot be used. Thread-safe.
 bool prepareCurlLibrary() noexcept;
 
-/// Has a thread that runs inside libcurl ended when the process exits, before the libraries that
-/// libcurl stands on are taken down. The object that owns the thread may never be destroyed.
+/// Ends a thread that uses libcurl when the process exits, before the libraries that libcurl uses
+/// are cleaned up: the owner of the thread may never be destroyed.
 class StopAtExit {
  public:
-  /// `stop` ends the thread and returns when it has ended.
+  /// `stop` ends the thread and waits for its end.
   explicit StopAtExit(std::function<void()> stop);
-  /// Returns when no call of `stop` is under way; none follows.
+  /// Waits for a running call of `stop`; it is not called afterwards.
   ~StopAtExit();
   StopAtExit(const StopAtExit&) = delete;
   StopAtExit& operator=(const StopAtExit&) = delete;

@@ -4,8 +4,8 @@
 
 namespace kiv {
 
-/// Sets an option of an easy handle; false where libcurl refuses it: it does not know the option,
-/// the value does not suit it or the state that the handle is in, or memory has run out.
+/// Sets an option of an easy handle. False if libcurl rejects it: an unknown option, an unsuitable
+/// value, a handle in the wrong state, or no memory.
 template <class Value>
 bool setOption(void* handle, CURLoption option, Value value) {
   return curl_easy_setopt(handle, option, value) == CURLE_OK;

@@ -4,9 +4,8 @@
 
 namespace kiv {
 
-/// Sets everything that is the same for all requests of a client, whatever they ask for; false
-/// where libcurl refuses an option. What a single request needs is set by the transfer, which finds
-/// the handle as the one before it has left it.
+/// Sets the options that are the same for all requests of a client; false if libcurl rejects one.
+/// Those of a single request are set by Transfer, on handles that are reused.
 bool setLastingOptions(void* easyHandle, const KivRESTServiceSettings& settings);
 
 }  // namespace kiv

@@ -16,7 +16,7 @@ namespace kiv {
 
 namespace {
 
-/// True where the environment names a proxy for the scheme, as libcurl reads it.
+/// True if the environment names a proxy for the scheme, as libcurl reads it.
 bool environmentHasProxy(const std::string& scheme) {
   constexpr auto isSet = [](const char* name) {
     const char* const value = std::getenv(name);

@@ -9,13 +9,12 @@
 
 namespace kiv {
 
-/// Keeps the redirects of one try out of private networks, unless its server is in one itself or
-/// the settings allow it.
+/// Keeps the redirects of one attempt out of private networks, unless its server is in one itself
+/// or the settings allow it (a defence against server-side request forgery).
 ///
-/// What counts is the address to which a connection is made, not the one that a look-up before it
-/// gave: it is looked at before a socket is opened, and once more before a request is sent, also on
-/// a connection that was open already. Where a proxy makes the connection, only the name of the
-/// host can be looked at.
+/// It checks the address of the connection, not that of an earlier DNS look-up: before a socket is
+/// opened, and again before a request is sent, also on a reused connection. With a proxy only the
+/// host name can be checked.
 class RedirectGuard {
  public:
   /// `settings` must outlive the guard.
@@ -23,13 +22,13 @@ class RedirectGuard {
   RedirectGuard(const RedirectGuard&) = delete;
   RedirectGuard& operator=(const RedirectGuard&) = delete;
 
-  /// The server at `from`, which has just answered on the handle, redirects to `target`. Why it is
-  /// not to be followed, as far as its host tells; otherwise nothing.
+  /// Called when the server at `from`, which has just answered on the handle, redirects to
+  /// `target`. An error if the host name alone forbids it.
   std::optional<Error> noteRedirect(void* handle, const URL& from, const URL& target);
-  /// Prepares a handle for the next request; false where that failed. The guard must stay where it
-  /// is while the handle runs.
+  /// Prepares a handle for the next request; false if that failed. The guard must not move while
+  /// the handle runs.
   bool setOptions(void* handle);
-  /// Why the last request was refused its connection; nothing where it was not.
+  /// The error if the last request was refused its connection.
   [[nodiscard]] std::optional<Error> refusal() const;
 
  private:
@@ -37,7 +36,7 @@ class RedirectGuard {
 
   bool setProxy(void* handle) const;
   [[nodiscard]] bool usesProxy(const URL& url) const;
-  /// False where nothing may be sent to that address, which is noted.
+  /// False, and remembered, if nothing may be sent to that address.
   bool admits(const std::string& address);
   [[nodiscard]] Error errorFor(const std::string& address) const;
 

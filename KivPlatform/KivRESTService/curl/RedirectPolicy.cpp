@@ -12,7 +12,7 @@ namespace kiv {
 
 namespace {
 
-/// The scheme with which a reference begins, in lower case; empty where it is relative.
+/// The scheme with which a reference begins, in lower case; empty if it is relative.
 std::string schemeOf(std::string_view reference) {
   const auto end = reference.find_first_of(":/?#");
   if (end == std::string_view::npos || reference[end] != ':') return {};
@@ -23,7 +23,7 @@ std::string schemeOf(std::string_view reference) {
   return scheme;
 }
 
-/// True where a host follows the scheme. The resolver would make one up from the path.
+/// True if a host follows the scheme. The resolver would make one up from the path.
 bool namesHost(std::string_view rest) noexcept {
   return rest.starts_with("://") && rest.size() > 3 && rest[3] != '/';
 }

@@ -9,16 +9,15 @@
 
 namespace kiv {
 
-/// Why the URL cannot be loaded, as a clause that fits after a colon; empty where it can: it has a
-/// host, and its scheme is http or https.
+/// Why the URL cannot be loaded, as a clause for a message; empty if it can: it has a host, and the
+/// scheme http or https.
 KIV_EXPORT std::string_view validateURL(const URL& url) noexcept;
 
-/// True for the statuses that send a client elsewhere for the same file.
+/// True for the redirect statuses that lead to the same file.
 KIV_EXPORT bool isRedirect(int status) noexcept;
 
-/// Where a response with that Location leads from the URL that it was given for, or why it may not
-/// be followed there: never to a scheme other than http and https, never from https to http. See
-/// RedirectGuard for the addresses to which it may not lead.
+/// Resolves a Location against the URL of its request, or says why it may not be followed: other
+/// schemes than http and https, and https to http. RedirectGuard checks the addresses.
 KIV_EXPORT std::variant<URL, Error> redirectTarget(const URL& from, std::string_view location);
 
 }  // namespace kiv

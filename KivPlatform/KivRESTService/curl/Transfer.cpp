@@ -1,3 +1,6 @@
+// libcurl follows no redirects here and decodes no content: each request of an attempt is made,
+// checked and continued by our code, since only that knows the whole chain.
+
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 
 #include <exception>
@@ -258,7 +261,7 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   return prepare();
 }
 
-/// True where no response came on a connection that had served before, or none that is HTTP. What
+/// True if no response came on a connection that had served before, or none that is HTTP. What
 /// was read may be the rest of what the server sent to the request before, and the server may have
 /// been about to close the connection.
 bool Transfer::mayBeTheConnectionsFault(const TransferOutcome& ended) const {
@@ -274,7 +277,7 @@ std::optional<TransferOutcome> Transfer::askOnFreshConnection() {
   return prepare();
 }
 
-/// What gave out; empty where it was memory.
+/// What gave out; empty if it was memory.
 std::string Transfer::storageProblem() const {
   if (!sink_.error()) return {};
   std::string problem = "the body could not be stored: " + sink_.error()->localizedDescription();

@@ -19,50 +19,48 @@
 
 namespace kiv {
 
-/// One try to get a file from one server, through the redirects to which the server leads. Used by
-/// one thread at a time.
+/// One attempt to get a file from one server, redirects included. Used by one thread at a time.
 class Transfer {
  public:
-  /// `handle` is one that another transfer of the same client has left, or empty; `settings`,
-  /// `spool` and `buffers` must outlive the transfer, which reads `readSize` bytes at one time.
+  /// `handle` is a reused one of the same client, or empty. `settings`, `spool` and `buffers` must
+  /// outlive the transfer. `readSize` is the receive buffer size.
   Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
            BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
-  /// Makes a handle ready to run. How the try ends where that failed; otherwise nothing.
+  /// Prepares the handle. The outcome of the attempt if that failed; otherwise nothing.
   std::optional<TransferOutcome> prepare();
   /// The handle to run.
   [[nodiscard]] void* handle() const noexcept { return handle_.get(); }
-  /// Lets no more than that many bytes a second come in from now on; 0 for any number.
+  /// Limits the speed from now on, in bytes per second; 0 for no limit.
   void limitSpeed(std::int64_t bytesPerSecond);
-  /// The bytes of responses, headers and bodies of any kind, that have come since this was last
-  /// called. To be called on the thread that runs the handle.
+  /// The bytes of headers and bodies received since the last call. To be called on the thread that
+  /// runs the handle.
   std::int64_t takeBytesCome() noexcept {
     return bytesCome_ - std::exchange(bytesTaken_, bytesCome_);
   }
-  /// The same of the whole try.
+  /// The same of the whole attempt.
   [[nodiscard]] std::int64_t bytesCome() const noexcept { return bytesCome_; }
-  /// The try is to end while its request runs: keeps for another one what has come of the body, in
-  /// memory too, as far as it can be continued.
+  /// Called before the attempt is ended early: keeps the received part of the body, if it can be
+  /// resumed.
   void keepPart() { sink_.keep(); }
-  /// The request, which ends like one that ran into a time-out, was too slow.
+  /// Marks the request, which ends with a time-out, as too slow.
   void noteTooSlow() noexcept { isTooSlow_ = true; }
-  /// To be called when the handle has run, with its result code. Nothing where there is another
-  /// request to make: the server redirects elsewhere, or has to be asked once more on a connection
-  /// of its own. The handle, which may be another one, is then ready to run.
+  /// To be called when the handle has run, with its result code. Nothing if another request
+  /// follows, for a redirect or on a fresh connection: handle(), which may have changed, is then
+  /// ready to run.
   std::optional<AttemptResult> finish(int result);
 
-  /// Bytes of the body that are here, and those that there will be, as far as the server told. May
-  /// be called from any thread.
+  /// The bytes of the body received so far, and those expected, if known. Thread-safe.
   [[nodiscard]] std::int64_t bytesReceived() const noexcept { return received_; }
   [[nodiscard]] std::optional<std::int64_t> bytesExpected() const noexcept;
-  /// True when the server has begun to send the file. May be called from any thread.
+  /// True once the body has begun to arrive. Thread-safe.
   [[nodiscard]] bool bodyHasBegun() const noexcept { return bodyHasBegun_; }
 
-  /// Gives the handle back for another transfer; empty where its last request got no response, for
-  /// then libcurl may leave it in a state in which it takes no options. Nothing else may follow.
+  /// Returns the handle for reuse; empty if its last request got no response, since libcurl may
+  /// leave it in a state in which it accepts no options. Nothing may be called afterwards.
   EasyHandle takeHandle();
 
  private:

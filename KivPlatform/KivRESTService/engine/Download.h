@@ -20,58 +20,58 @@ namespace kiv {
 
 class TransferWorker;
 
-/// One file that the client fetches, for one task or for several that want the same. Belongs to the
-/// scheduler; its transfer to the thread of the worker while it runs.
+/// One file that the client fetches, for every task with the same URLs. Owned by the scheduler;
+/// while it runs, its transfer is used by the worker's thread alone.
 struct KIV_EXPORT Download {
   using Time = std::chrono::steady_clock::time_point;
 
   enum class State {
-    waiting,  ///< For a free place.
+    waiting,  ///< For a free slot.
     running,
-    pausing,  ///< Until the next try.
+    pausing,  ///< Until the next attempt.
   };
 
   Download(TransferJob job, const KivRESTServiceSettings& settings);
 
-  /// What tasks have in common that can share a download: all of their URLs.
+  /// The key by which tasks share a download: all of their URLs.
   static std::string keyOf(const TransferJob& job);
 
-  /// Tells the try that runs from all others.
+  /// Identifies the running attempt.
   [[nodiscard]] std::uint64_t attemptID() const { return tasks.front(); }
   [[nodiscard]] const URL& url() const { return urls[server]; }
-  /// How long its tries have run, with the one that runs now.
+  /// The total running time of its attempts, the current one included.
   [[nodiscard]] SpeedPolicy::Duration age(Time now) const {
     return ranBefore + (now - attemptBegun);
   }
-  /// Where in the list that server stands, as far as it may be tried now.
+  /// The indexes in `urls` of the URLs on that origin that may be tried now.
   [[nodiscard]] std::vector<std::size_t> placesToTry(const std::string& name, Time now) const;
-  /// Ends the try: notes how it came out, for the plan and for the metrics.
+  /// Ends the attempt: records its result in the plan and in the metrics.
   void record(AttemptResult result, RetryPolicy& policy, Time now);
-  /// What the download ends with, and completes its metrics.
+  /// The outcome of the download; completes its metrics.
   TransferOutcome end(Time now);
   [[nodiscard]] KivRESTServiceTaskProgress progress() const;
 
   const std::string key;
-  std::vector<std::uint64_t> tasks;  ///< Their numbers, in order of queuing.
-  std::uint64_t priority;            ///< The largest of the tasks'.
+  std::vector<std::uint64_t> tasks;  ///< Their IDs, in the order in which they were queued.
+  std::uint64_t priority;            ///< The highest of the tasks'.
   const std::vector<URL> urls;
-  std::vector<std::string> servers;  ///< Of the URLs.
+  std::vector<std::string> servers;  ///< The origins of the URLs.
 
   State state = State::waiting;
   TransferPlan plan;
-  Time notBefore{};                    ///< When its next try may begin.
-  std::size_t server = 0;              ///< The place of the one being tried, or tried last.
-  std::unique_ptr<Transfer> transfer;  ///< While it runs,
-  TransferWorker* worker = nullptr;    ///< there.
+  Time notBefore{};                    ///< The earliest start of the next attempt.
+  std::size_t server = 0;              ///< Index of the current or last attempt's URL.
+  std::unique_ptr<Transfer> transfer;  ///< While running.
+  TransferWorker* worker = nullptr;    ///< While running.
 
-  Time attemptBegun{};                ///< That runs, or ran last.
-  SpeedPolicy::Duration ranBefore{};  ///< Its tries in all, without the one that runs.
-  SpeedMeter speed;                   ///< Of the request that runs.
+  Time attemptBegun{};                ///< Start of the current or last attempt.
+  SpeedPolicy::Duration ranBefore{};  ///< Total time of the finished attempts.
+  SpeedMeter speed;                   ///< Of the current request.
 
   std::optional<Time> begun;
   KivRESTServiceMetrics metrics;
-  double bytesPerSecond = 0;       ///< As last measured,
-  std::int64_t measuredBytes = 0;  ///< with the bytes that were here then.
+  double bytesPerSecond = 0;       ///< At the last measurement.
+  std::int64_t measuredBytes = 0;  ///< Received at the last measurement.
 };
 
 }  // namespace kiv

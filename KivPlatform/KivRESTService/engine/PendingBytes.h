@@ -9,11 +9,12 @@
 
 namespace kiv {
 
-/// The bytes that have been fetched and wait for the client's queue. May be used from any thread.
+/// Counts the bytes that have been fetched and wait for the client's queue, so that the scheduler
+/// can stop starting transfers when the queue does not keep up. Thread-safe.
 class PendingBytes {
  public:
-  /// `wakeUp` is called where somebody who found too much can look again. Nothing for nobody; when
-  /// this returns, the former one is not running on any other thread.
+  /// `wakeUp` is called when the count falls to the bound that exceeds() was last asked about. An
+  /// empty function removes it; when this returns, the former one is not running.
   void setWakeUp(std::function<void()> wakeUp) {
     const MutexLock lock(mutex_);
     wakeUp_ = std::move(wakeUp);
@@ -27,7 +28,7 @@ class PendingBytes {
     bytes_ -= bytes;
     if (bytes_ <= bound_ && std::exchange(isAwaited_, false) && wakeUp_) wakeUp_();
   }
-  /// True where more than `bound` bytes wait; the wake-up comes when that is so no more.
+  /// True if more than `bound` bytes are pending; wakeUp is then called when that has changed.
   bool exceeds(std::int64_t bound) {
     const MutexLock lock(mutex_);
     bound_ = bound;

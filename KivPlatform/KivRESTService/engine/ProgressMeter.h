@@ -12,7 +12,7 @@
 
 namespace kiv {
 
-/// Adds up how far a client has come, and measures how fast. Belongs to the scheduler.
+/// Sums up the client's progress and measures its throughput. Owned by the scheduler.
 class ProgressMeter {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -21,14 +21,14 @@ class ProgressMeter {
   /// The shortest time between two measurements.
   static constexpr std::chrono::milliseconds interval{100};
 
-  /// The client had nothing to do, and now has.
+  /// Called when the first job comes to an idle client.
   void restart() noexcept;
-  /// A download has ended, for that many tasks, with a body of that size.
+  /// Called when a download ends: for `tasks` tasks, with a body of `bytes` bytes.
   void noteEnded(std::size_t tasks, std::int64_t bytes) noexcept;
 
   /// When the next measurement is due.
   [[nodiscard]] Time nextTime() const noexcept { return lastTime_ + interval; }
-  /// Measures; `downloads` are all that the client has now.
+  /// Takes a measurement. `downloads` are all of the client's.
   KivRESTServiceProgress measure(const Downloads& downloads, Time now);
 
  private:

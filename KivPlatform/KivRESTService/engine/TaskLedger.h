@@ -18,11 +18,10 @@
 
 namespace kiv {
 
-/// The tasks that a client holds, and their way back to the client's queue.
+/// The tasks that a client holds, until they are completed on the client's queue.
 ///
-/// A task that has been taken out before its completion runs is never completed: whoever asks last
-/// decides, also when the job that completes it waits on the queue already. Operations may be
-/// called from any thread.
+/// A task that has been taken out is never completed, even if the job that would complete it is
+/// already on the queue. Thread-safe.
 class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
  public:
   using Tasks = std::vector<std::shared_ptr<KivRESTServiceTask>>;
@@ -30,33 +29,32 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
   using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
 
-  /// Tasks are completed on that queue; what its body takes of the pending bytes is given back
-  /// then.
+  /// Tasks are completed on `queue`, and their bodies then leave the pending bytes.
   TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<PendingBytes> pendingBytes);
 
-  /// Called on the queue for every task that ends, before its completion; empty for nobody.
+  /// The observer is called on the queue for each task that ends, before the task's completion. An
+  /// empty one removes it.
   void setEndObserver(EndObserver observer);
-  /// Called on the queue with what report() brings, the latest where several wait.
+  /// The observer is called on the queue with the latest report().
   void setProgressObserver(ProgressObserver observer);
 
-  /// Holds the task; the number names it, and grows with every task. Nothing where the task is
-  /// held already.
+  /// Adds the task and returns its ID. IDs increase. Nothing if the task is already held.
   std::optional<std::uint64_t> add(std::shared_ptr<KivRESTServiceTask> task);
-  /// The tasks held, in order of adding.
+  /// The tasks, in the order in which they were added.
   [[nodiscard]] Tasks tasks() const;
-  /// Takes out every task.
+  /// Takes out all tasks.
   [[nodiscard]] Tasks takeAll();
-  /// Ends the tasks of those numbers, each if it is still held when its turn on the queue has come.
-  /// Those that wait there together share a turn of the queue.
+  /// Completes the tasks with those IDs on the queue, each only if it is still held then. The
+  /// completions that wait on the queue together share a turn.
   void end(TaskResults results);
-  /// Ends every task that is held now and has not ended yet with that error.
+  /// Ends all tasks that are held now with that error.
   void failAll(KivRESTServiceErrorCode code);
 
-  /// Brings the tasks' progress up to date, and the observer's, when their turn on the queue comes.
+  /// Updates the tasks' progress on the queue, and calls the progress observer there.
   void report(ProgressReport report);
 
-  /// Lets go of the handlers of tasks that were taken out: now where this is the queue, otherwise
-  /// on it.
+  /// Releases the handlers of tasks that were taken out, on the queue: at once if this is the
+  /// queue, otherwise by a job.
   void releaseHandlers(Tasks tasks) const;
 
  private:
@@ -70,14 +68,14 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   const std::shared_ptr<DispatchQueue> queue_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
 
-  mutable Mutex mutex_;  // never held while the queue gets a job, whose wake-up is the host's
+  mutable Mutex mutex_;  // not held while a job is added: that calls the host's wake-up handler
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::tasks};
   std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_ KIV_GUARDED_BY(mutex_);
   std::unordered_set<const KivRESTServiceTask*> heldTasks_ KIV_GUARDED_BY(mutex_);
   std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
   std::shared_ptr<const EndObserver> endObserver_ KIV_GUARDED_BY(mutex_);
   std::shared_ptr<const ProgressObserver> progressObserver_ KIV_GUARDED_BY(mutex_);
-  std::optional<ProgressReport> report_ KIV_GUARDED_BY(mutex_);  // that waits for the queue
+  std::optional<ProgressReport> report_ KIV_GUARDED_BY(mutex_);  // waits for the queue
 };
 
 }  // namespace kiv

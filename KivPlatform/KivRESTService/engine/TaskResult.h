@@ -9,17 +9,18 @@
 
 namespace kiv {
 
-/// What a task ends with.
+/// How a task ended.
 struct TaskResult {
   TransferOutcome outcome;
   KivRESTServiceMetrics metrics;
-  std::int64_t pendingBytes = 0;  ///< Of its body, no longer pending with it.
+  std::int64_t pendingBytes =
+      0;  ///< Bytes of the body that are pending until the task is completed.
 };
 
-/// The results of tasks, which are named by their numbers.
+/// Results by task ID.
 using TaskResults = std::vector<std::pair<std::uint64_t, TaskResult>>;
 
-/// How far a client has come, and its tasks, which are named by their numbers.
+/// The progress of a client, and of its tasks by ID.
 struct ProgressReport {
   KivRESTServiceProgress client;
   std::vector<std::pair<std::uint64_t, KivRESTServiceTaskProgress>> tasks;

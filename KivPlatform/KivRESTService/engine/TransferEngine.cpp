@@ -1,3 +1,6 @@
+// Two locks, so that a thread of the host never waits for a transfer thread: mutex_ guards the
+// requests of other threads for a moment each, schedulerMutex_ is held by transfer threads alone.
+
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
 
 #include <algorithm>
@@ -102,7 +105,7 @@ bool TransferEngine::startThread(std::size_t index) {
   return true;
 }
 
-/// Called with the lock held. False where no thread serves.
+/// Called with the lock held. False if no thread serves.
 bool TransferEngine::wakeUp(std::size_t index) {
   TransferThread& state = threads_[index];
   if (!state.handles) return false;
@@ -242,7 +245,7 @@ void TransferEngine::callUpOthers(std::size_t self) {
   }
 }
 
-/// Wakes the thread up, or starts it; false where there is none.
+/// Wakes the thread up, or starts it; false if there is none.
 bool TransferEngine::callUp(std::size_t index) {
   const MutexLock lock(mutex_);
   return wakeUp(index) || startThread(index);

@@ -21,48 +21,46 @@
 
 namespace kiv {
 
-/// The transfer threads of a client, and the orders that other threads give them.
+/// The transfer threads of a client, and the requests that other threads make to them.
 ///
-/// The first thread starts with the first job, another when there is more to do at one time. A
-/// thread goes when it has had nothing to do for a while, or when the jobs are cancelled.
-/// Operations may be called from any thread.
+/// The first thread starts with the first job, further ones when there is more work. A thread ends
+/// when it has been idle for a while, or when the jobs are cancelled. Thread-safe.
 class TransferEngine {
  public:
   using ProgressHandler = std::function<void(ProgressReport report)>;
   using FailureHandler = std::function<void()>;
 
-  /// `ended` is called with every job that ends, once, and `progressed` no more than ten times a
-  /// second while somebody wants to know. `failed` is called where memory has run out, and every
-  /// job has been dropped; where it throws, it is called again. All of them come on a transfer
-  /// thread, without a lock, and none after stop() has returned. What `ended` is given counts
-  /// among the pending bytes, until the caller removes it.
+  /// `ended` is called once with each job that ends. `progressed` is called at most ten times a
+  /// second, if progress was asked for. `failed` is called when memory has run out and all jobs
+  /// were dropped; if it throws, it is called again. All are called on a transfer thread, without a
+  /// lock, and not after stop() has returned. The bodies given to `ended` count among the pending
+  /// bytes until the caller removes them.
   TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TransferScheduler::EndHandler ended, ProgressHandler progressed,
                  FailureHandler failed);
-  /// Stops. Not for an inherited engine, which is not to be destroyed.
+  /// Stops the engine. An inherited one must not be destroyed.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
   TransferEngine& operator=(const TransferEngine&) = delete;
 
-  /// True in a child of fork for an engine of the parent. Nothing can be ordered from it there, and
-  /// there is nothing to stop.
+  /// True in a forked child for an engine of the parent process: it has no threads there, and
+  /// accepts no jobs.
   [[nodiscard]] bool isInherited() const noexcept { return forkDepth_ != forkDepth(); }
 
-  /// Hands a job to the transfer threads. False where there is no way to run it: no thread can be
-  /// started, or the engine has stopped.
+  /// Gives a job to the transfer threads. False if no thread can be started or the engine has
+  /// stopped.
   bool add(TransferJob job);
-  /// Where bodies go on their way, see KivRESTServiceSettings. Without effect while a transfer
-  /// thread runs.
+  /// Sets KivRESTServiceSettings::spoolDirectory. No effect while a transfer thread runs.
   void setSpoolDirectory(std::string path);
-  /// Has progress reported, or no longer.
+  /// Turns progress reports on or off.
   void reportProgress(bool isWanted);
-  /// As they are in use.
+  /// The settings in use.
   [[nodiscard]] const KivRESTServiceSettings& settings() const noexcept { return settings_; }
 
-  /// Drops every job added so far and closes their connections at once. One that has ended may be
-  /// on its way to the handler.
+  /// Drops all jobs and closes their connections at once. Results of jobs that have already ended
+  /// may still reach the handler.
   void cancelAll();
-  /// Drops every job, ends the threads, and returns when they have ended. Nothing runs afterwards.
+  /// Drops all jobs, ends the threads and waits for them.
   void stop();
 
  private:
@@ -72,19 +70,19 @@ class TransferEngine {
   /// A transfer thread. The scheduler has a worker of the same number.
   struct TransferThread {
     std::thread thread;
-    WorkerHandles handles;  // there while the thread serves
-    bool isCalled = false;  // woken up, and has not looked yet
-    Time idleUntil{};       // under the lock of the scheduler
+    WorkerHandles handles;  // while the thread runs
+    bool isCalled = false;  // woken up, and has not handled it yet
+    Time idleUntil{};       // guarded by schedulerMutex_
   };
 
-  // What other threads ask for.
+  // Called by any thread.
   bool startThread(std::size_t index) KIV_REQUIRES(mutex_);
   bool wakeUp(std::size_t index) KIV_REQUIRES(mutex_);
   void wakeUpAll() KIV_REQUIRES(mutex_);
   void remind(std::size_t index);
   bool callUp(std::size_t index);
 
-  // On the transfer threads, with the scheduler locked.
+  // Called on the transfer threads, with the scheduler locked.
   void serve(std::size_t index, const WorkerHandles& handles);
   WorkerHandles takeTurn(std::size_t index, const WorkerHandles& handles, Lock& lock)
       KIV_REQUIRES(schedulerMutex_);
@@ -110,14 +108,14 @@ class TransferEngine {
   const FailureHandler failed_;
   const std::uint64_t forkDepth_ = forkDepth();
 
-  // Held by a transfer thread whenever it does not wait or move bytes, by others never: nobody
-  // waits for what the threads do. Taken before the other one.
+  // Held by a transfer thread except while it waits or moves bytes, and never by other threads, so
+  // that those never wait for a transfer thread. Locked before mutex_.
   Mutex schedulerMutex_;
   std::optional<TransferScheduler> scheduler_
-      KIV_GUARDED_BY(schedulerMutex_);  // while a thread serves, or is about to
-  std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // threads that use it
+      KIV_GUARDED_BY(schedulerMutex_);                       // while a thread runs
+  std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // number of threads that use it
 
-  Mutex mutex_;  // for all that follows, and the orders
+  Mutex mutex_;  // for the threads and the requests to them
   std::vector<TransferThread> threads_;
   std::vector<TransferJob> added_ KIV_GUARDED_BY(mutex_);
   bool cancelled_ KIV_GUARDED_BY(mutex_) = false;

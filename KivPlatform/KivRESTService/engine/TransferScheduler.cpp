@@ -1,3 +1,6 @@
+// The life of a download: waiting, running, pausing before a retry, ended. How slow downloads are
+// ended or yield their slot is in SlowTransfers.cpp.
+
 #include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
 
 #include <algorithm>
@@ -361,7 +364,7 @@ std::vector<Download*> TransferScheduler::leftTo(const std::string& server, Time
   return left;
 }
 
-/// True where the download could try the server now and has none that is known to be better: it
+/// True if the download could try the server now and has none that is known to be better: it
 /// waits, or probes another one.
 bool TransferScheduler::isLeftTo(const Download& download, const std::string& server,
                                  Time now) const {

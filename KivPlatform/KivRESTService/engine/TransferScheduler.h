@@ -32,67 +32,65 @@ namespace kiv {
 
 class PendingBytes;
 
-/// Decides what the transfer threads do: keeps the jobs that wait, gives each free place to the
-/// best of them, tries again those that failed, and reports how each ended. Used by one transfer
-/// thread at a time.
+/// Decides what the transfer threads do: queues the jobs, starts them by priority when a slot is
+/// free, retries failed ones and reports how each ended. Used by one transfer thread at a time.
 ///
-/// Only the transfers that run are known to libcurl, which knows no priorities and counts the time
-/// that a transfer waits against its time-outs.
+/// libcurl gets only the transfers that run: it has no priorities, and its time-outs would include
+/// the time in its own queue.
 class TransferScheduler {
  public:
   using EndHandler = std::function<void(TaskResults results)>;
   using Time = std::chrono::steady_clock::time_point;
 
-  /// How many workers there are with those settings.
+  /// The number of workers for the settings.
   static std::size_t workerCount(const KivRESTServiceSettings& settings) noexcept;
 
-  /// All of them must outlive the scheduler.
+  /// The arguments must outlive the scheduler.
   TransferScheduler(const KivRESTServiceSettings& settings, const EndHandler& ended,
                     PendingBytes& pendingBytes);
-  /// Nothing may run.
+  /// No transfer may be running.
   ~TransferScheduler();
   TransferScheduler(const TransferScheduler&) = delete;
   TransferScheduler& operator=(const TransferScheduler&) = delete;
 
-  /// A job for a file that is on its way already joins that download.
+  /// Adds a job. One for the same URLs as an existing download joins that.
   void add(TransferJob job);
-  /// Forgets every job. Nothing is reported; what has come of their bodies stays in the spool
-  /// directory. Nothing starts until each worker has closed the connections of what ran there.
+  /// Drops all jobs without reporting them. Partial bodies stay in the spool directory. No transfer
+  /// starts until each worker has closed the connections of its dropped transfers.
   void dropAll();
-  /// Assigns the free places to jobs that wait, and for which it is time. The worker with the
-  /// fewest transfers gets the next, the first one of those that are equal: what comes alone always
-  /// finds the same open connections.
+  /// Assigns free slots to the waiting jobs that are due. The worker with the fewest transfers gets
+  /// the next one, and of equal ones the first, so that single transfers reuse its connections.
   void startWaiting();
-  /// The workers, of which each has its thread.
+  /// The workers, one for each thread.
   [[nodiscard]] TransferWorker& worker(std::size_t index) noexcept { return workers_[index]; }
-  /// The worker has no thread, and gets none: another takes what it has been assigned.
+  /// Gives the assigned transfers of a worker whose thread cannot be started to another worker.
   void replaceWorker(std::size_t index, TransferWorker& other);
-  /// True where no job is left.
+  /// True if there are no jobs.
   [[nodiscard]] bool isIdle() const noexcept;
 
-  // --- On the thread of the worker ---
+  // --- On the worker's thread ---
 
-  /// Runs what the worker has been assigned.
+  /// Starts the transfers assigned to the worker.
   void runAssigned(TransferWorker& worker);
-  /// Goes on with the jobs whose transfers have ended there, or reports them.
+  /// Handles the transfers that have ended: the next attempt of a job, or its end.
   void finishEnded(TransferWorker& worker);
-  /// Ends the jobs that run there where libcurl itself has failed.
+  /// Ends the worker's running jobs after libcurl itself has failed.
   void failRunning(TransferWorker& worker);
-  /// Ends the tries that are too slow, the jobs whose deadline has passed, and the tries that are
-  /// to give way to others. To be called at least every second.
+  /// Ends attempts that are too slow, jobs past their deadline, and attempts that have to yield
+  /// their slot. To be called at least once a second.
   void endSlow(TransferWorker& worker);
 
   // --- Reports ---
 
-  /// Reports the jobs that have ended: at once, or, while others run, those of some milliseconds
-  /// together, since storing many at a time costs less. The scheduler's lock is released meanwhile:
-  /// the receiver decides how long the report takes.
+  /// Reports the jobs that have ended: at once if nothing runs, otherwise those of a few
+  /// milliseconds together, since storing many at a time costs less. Releases the lock meanwhile:
+  /// the receiver decides how long it takes.
   void reportEnded(MutexLock& lock) KIV_UNCHECKED_LOCKING;
-  /// When there will be something to do for startWaiting() or reportEnded() at the latest, whatever
-  /// happens; nothing where nothing waits.
+  /// When startWaiting() or reportEnded() is next due, if nothing happens before; nothing if
+  /// nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;
 
-  /// When the next report of progress is due; nothing where nothing has happened since the last.
+  /// When the next progress report is due; nothing if there is nothing new.
   [[nodiscard]] std::optional<Time> nextReport() const;
   ProgressReport takeReport();
 
@@ -107,7 +105,7 @@ class TransferScheduler {
                                                            Time now) const;
   TransferWorker& leastLoadedWorker() noexcept;
   void start(Download& download);
-  /// What keeps the transfer from starting; nothing where it is assigned.
+  /// Assigns the download's transfer to the worker. If that fails, the outcome.
   std::optional<TransferOutcome> startTransfer(Download& download, TransferWorker& worker);
   void advance(Download& download);
   void pause(Download& download);
@@ -151,21 +149,21 @@ class TransferScheduler {
   RetryPolicy policy_;
   SpeedPolicy speeds_;
   BandwidthBudget budget_;
-  std::optional<Time> heldBackUntil_;  // while nothing starts for want of bandwidth
+  std::optional<Time> heldBackUntil_;  // while the bandwidth limit keeps transfers from starting
   ReadSize readSize_;
   ProgressMeter meter_;
   bool isReportDue_ = false;
 
-  std::map<std::string, std::unique_ptr<Download>> downloads_;  // all, by key
-  TaskResults results_;                                         // not reported yet
-  Time reportAt_{};                                             // not before, while others run
+  std::map<std::string, std::unique_ptr<Download>> downloads_;  // all of them, by key
+  TaskResults results_;                                         // not yet reported
+  Time reportAt_{};                                             // while transfers run
   WaitingDownloads waiting_;
   Pauses pausing_;
-  std::vector<Download*> running_;  // in order of their beginning
+  std::vector<Download*> running_;  // in the order in which they started
   std::map<std::string, std::size_t> runningPerServer_;
-  std::set<std::pair<Time, Download*>> deadlines_;  // of those that have begun
+  std::set<std::pair<Time, Download*>> deadlines_;  // of started downloads
   std::vector<TransferWorker> workers_;
-  std::size_t workersInUse_;  // the first ones
+  std::size_t workersInUse_;  // the first of workers_
 };
 
 }  // namespace kiv

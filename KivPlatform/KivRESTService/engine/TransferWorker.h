@@ -17,7 +17,7 @@
 
 namespace kiv {
 
-/// What a transfer thread moves its transfers and is woken up with.
+/// The handles of a transfer thread.
 struct WorkerHandles {
   std::unique_ptr<MultiHandle> multiHandle;
   std::unique_ptr<WakeUpPipe> wakeUp;
@@ -25,10 +25,10 @@ struct WorkerHandles {
   explicit operator bool() const noexcept { return multiHandle && *multiHandle; }
 };
 
-/// What one transfer thread works at: the transfers that it moves.
+/// The transfers of one transfer thread.
 ///
-/// Of the operations only wait() and move() may run while other threads use the rest, which is for
-/// them to put in order.
+/// Only wait() and move() may run while another thread uses other operations; the callers serialise
+/// everything else.
 class TransferWorker {
  public:
   struct Ended {
@@ -36,50 +36,50 @@ class TransferWorker {
     int result;  ///< libcurl's.
   };
 
-  /// The transfers that run, or are to.
+  /// The number of transfers that run or are assigned.
   [[nodiscard]] std::size_t load() const noexcept { return assigned_.size() + running_.size(); }
-  /// Leaves a download, whose transfer is prepared, to the worker's thread.
+  /// Assigns a download, whose transfer is prepared, to the worker's thread.
   void assign(Download& download) { assigned_.push_back(&download); }
-  /// True where a transfer with that server runs, and its file has begun to come.
+  /// True if a transfer from that origin runs and its body has begun to arrive.
   [[nodiscard]] bool isAnsweredBy(const std::string& server) const;
   [[nodiscard]] bool hasAssigned() const noexcept { return !assigned_.empty(); }
-  /// Takes back those that the thread has not taken yet.
+  /// Takes back the assigned downloads that the thread has not started.
   std::vector<Download*> takeAssigned() { return std::exchange(assigned_, {}); }
-  /// Ends a download of the worker. Its connection is closed by the worker's thread.
+  /// Drops a download of the worker. The worker's thread closes its connection later.
   void drop(std::unique_ptr<Download> download);
-  /// True while there are such connections.
+  /// True if there are dropped downloads with open connections.
   [[nodiscard]] bool hasDropped() const noexcept { return !dropped_.empty(); }
 
-  /// A handle that another transfer has left; empty where there is none.
+  /// A handle of an ended transfer for reuse; empty if there is none.
   EasyHandle takeSpareHandle();
-  /// Does nothing with an empty one.
+  /// Keeps the handle for reuse; an empty one is ignored.
   void keepSpareHandle(EasyHandle handle);
 
   // --- On the worker's thread ---
 
-  /// The thread serves, with handles of its own: called before each turn; or it ends, which closes
-  /// all connections.
+  /// open() is called before each turn with the thread's handles, close() when the thread ends,
+  /// which closes all connections.
   void open(const WorkerHandles& handles) noexcept;
   void close();
-  /// Has a prepared transfer run; false where that failed.
+  /// Starts a prepared transfer; false if that failed.
   bool run(Download& download);
   void releaseDropped();
-  /// Returns when something can be moved, when the thread is woken up, or after that time, half a
-  /// second at most; at short intervals where the thread cannot be woken up. False where libcurl
-  /// itself failed, which it does for want of memory only.
+  /// Waits until a transfer can be moved or the thread is woken up, for `longest` and at most half
+  /// a second; if the thread cannot be woken up, for a short interval. False if libcurl itself
+  /// failed, which only happens when memory has run out.
   bool wait(std::chrono::milliseconds longest);
-  /// Moves the transfers that can be moved; false as above.
+  /// Moves the transfers as far as possible without waiting; false as above.
   bool move();
-  /// The bytes that have come since this was last called, with those of transfers that have ended
-  /// and have not been taken yet.
+  /// The bytes received since the last call, those of ended transfers that have not been taken
+  /// included.
   std::int64_t takeBytesCome();
-  /// Those that have ended, which run no more.
+  /// Takes the transfers that have ended.
   std::vector<Ended> takeEnded();
-  /// One that runs and for which the predicate holds; nullptr where there is none.
+  /// A running download for which the predicate holds, or nullptr.
   [[nodiscard]] Download* findRunning(const std::function<bool(Download&)>& predicate) const;
-  /// Stops one that runs, as libcurl itself does after a time-out.
+  /// Stops a running download with the result that libcurl gives after a time-out.
   Ended stop(Download& download);
-  /// Stops all that run.
+  /// Stops all running downloads.
   std::vector<Download*> takeRunning();
   void limitSpeeds(std::int64_t bytesPerSecond);
 

@@ -12,18 +12,17 @@ namespace kiv {
 
 struct Download;
 
-/// The downloads that wait for a free place: those that have given way less often come first, among
-/// these the largest priority, and among equals the one that was queued first. Those whose servers
-/// are the same stand in one line, so that a busy server costs a look at one of them and not at
-/// each.
+/// The downloads that wait for a slot, ordered by how often they have yielded theirs, then by
+/// priority, highest first, then by age. Downloads with the same origins share a queue, so that a
+/// busy server costs a look at one of them and not at each.
 class KIV_EXPORT WaitingDownloads {
  public:
-  /// The download must live until it is taken out.
+  /// The download must live until it is removed or taken.
   void add(Download& download);
   void remove(Download& download);
-  /// Takes out the one that comes next of those that may start; nullptr where none may.
+  /// Takes the first download that may start; nullptr if none may.
   Download* takeNext(const std::function<bool(Download&)>& mayStart);
-  /// True where the predicate holds for the first of a line.
+  /// True if the predicate holds for the first download of some queue.
   [[nodiscard]] bool anyFirst(const std::function<bool(Download&)>& predicate) const;
   void clear() noexcept;
   [[nodiscard]] bool empty() const noexcept { return count_ == 0; }

@@ -7,11 +7,11 @@
 
 namespace kiv {
 
-/// Wakes up a thread that waits for descriptors: a pipe, for whose one end the thread waits too.
+/// A pipe that wakes up a thread which waits for descriptors.
 ///
-/// There may be no descriptors left for it, and a host may close descriptors that it does not know,
-/// as a program does that becomes a daemon, and open others under their numbers. So it is looked at
-/// before each use, and nothing is written to, read from or closed that is not the pipe.
+/// A host may close descriptors that it does not know, as a program does that becomes a daemon, and
+/// open other files under their numbers. So the pipe is verified before each use, and no other file
+/// is ever written, read or closed.
 class KIV_EXPORT WakeUpPipe {
  public:
   WakeUpPipe() noexcept;
@@ -19,18 +19,18 @@ class KIV_EXPORT WakeUpPipe {
   WakeUpPipe(const WakeUpPipe&) = delete;
   WakeUpPipe& operator=(const WakeUpPipe&) = delete;
 
-  /// What can be read from after wakeUp(). Nothing where the pipe could not be made, or has been
-  /// closed by others: wakeUp() has no effect then.
+  /// The descriptor that becomes readable after wakeUp(). Nothing if the pipe could not be made or
+  /// was closed by others; wakeUp() then has no effect.
   [[nodiscard]] std::optional<int> descriptor() const noexcept;
-  /// May be called from any thread.
+  /// Thread-safe.
   void wakeUp() const noexcept;
-  /// Forgets the wake-ups so far.
+  /// Clears pending wake-ups.
   void clear() const noexcept;
 
  private:
   struct End {
     int number = -1;
-    std::uint64_t device = 0;  // which, with the next, says that the number is the pipe's still
+    std::uint64_t device = 0;  // with the inode, tells that the descriptor is still the pipe's
     std::uint64_t file = 0;
 
     void take(int descriptor) noexcept;

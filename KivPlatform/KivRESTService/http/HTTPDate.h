@@ -9,15 +9,15 @@
 
 namespace kiv {
 
-/// The moment of a date as HTTP headers write it, in seconds since 1970; nothing where it is none.
+/// Parses an HTTP-date (RFC 9110, 5.6.7) into seconds since 1970; nothing if it is not one.
 KIV_EXPORT std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text);
 
-/// The same for now.
+/// The current time in seconds since 1970.
 KIV_EXPORT std::int64_t secondsNow() noexcept;
 
-/// How long a "Retry-After" header asks to wait: it holds a number of seconds, or a date, which is
-/// compared with the response's own "Date" where that is there. Nothing where it says neither;
-/// never less than zero, nor more than a year.
+/// Parses a Retry-After header: a number of seconds, or a date, which is compared with the
+/// response's Date if there is one. Nothing if it is neither. The result is between zero and a
+/// year.
 KIV_EXPORT std::optional<std::chrono::seconds> waitFromRetryAfter(std::string_view text,
                                                                   std::optional<std::int64_t> date);
 

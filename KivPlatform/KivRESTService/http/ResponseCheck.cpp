@@ -1,3 +1,6 @@
+// The rules of RFC 9110 and RFC 9112 by which a response is whole: libcurl accepts contradicting
+// lengths, bodies cut off where no length was told, and parts of other versions.
+
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 
 #include <algorithm>

@@ -13,31 +13,31 @@
 
 namespace kiv {
 
-/// What a response tells of the version of the file that it gives. With it a later request can ask
-/// for the rest of that very version.
+/// The validators of a response, with which a later request can ask for the rest of the same
+/// version.
 struct BodyVersion {
-  std::string entityTag;     ///< A strong one, quotes included, or empty.
-  std::string lastModified;  ///< The date as it came, where it tells versions apart; else empty.
+  std::string entityTag;     ///< Strong, quotes included; or empty.
+  std::string lastModified;  ///< As received, if it is a strong validator; or empty.
 
-  /// What to put into "If-Range"; empty where nothing tells versions apart.
+  /// The value of If-Range; empty if there is no strong validator.
   [[nodiscard]] const std::string& validator() const noexcept {
     return entityTag.empty() ? lastModified : entityTag;
   }
   friend bool operator==(const BodyVersion&, const BodyVersion&) = default;
 };
 
-/// The end of a file that was asked for, its beginning being here already.
+/// A request for the rest of a file of which the beginning is kept.
 struct RangeAsked {
-  std::int64_t first = 0;              ///< The place of the first byte wanted.
-  std::optional<std::int64_t> length;  ///< Of the whole file, where it is known.
-  BodyVersion version;                 ///< Of what is here.
+  std::int64_t first = 0;              ///< Offset of the first byte wanted.
+  std::optional<std::int64_t> length;  ///< Of the whole file, if known.
+  BodyVersion version;                 ///< Of the kept part.
 };
 
-/// Looks at one HTTP response while it comes in, and refuses it where it is malformed, too large,
-/// or not whole. The transport reports success for several of these.
+/// Checks one HTTP response while it arrives, and rejects it if it is malformed, too large or
+/// incomplete. libcurl reports success for several of these.
 ///
-/// Fed with the header lines, interim responses and trailers included, with the sizes of the
-/// pieces of the body, and with the end.
+/// It is given the header lines, those of interim responses and trailers included, the sizes of the
+/// pieces of the body, and the end.
 class KIV_EXPORT ResponseCheck {
  public:
   struct Problem {
@@ -45,16 +45,16 @@ class KIV_EXPORT ResponseCheck {
     std::string what;  ///< A clause that fits after a colon.
   };
 
-  /// Bytes that status lines and headers, those of interim responses included, may have.
+  /// The limit on the bytes of status lines and headers, those of interim responses included.
   static constexpr std::size_t largestHeaders = 256 * 1024;
-  /// Bytes that are read of a body nobody wants, so that the connection can serve again.
+  /// The limit on the bytes that are read of an unwanted body, to keep the connection open.
   static constexpr std::int64_t largestUnwantedBody = 64 * 1024;
 
   enum class Protocols { http1, http1AndHTTP2 };
-  /// Over which protocols a body is taken of which only the end of the connection marks the end.
+  /// For which protocol versions a body is accepted that ends with the connection.
   enum class OpenEnds { none, http10, all };
 
-  /// `largestBody` is the number of bytes that a file may have.
+  /// `largestBody` is the limit on the bytes of a file.
   explicit ResponseCheck(std::int64_t largestBody, std::optional<RangeAsked> range = std::nullopt,
                          Protocols protocols = Protocols::http1,
                          OpenEnds openEnds = OpenEnds::http10)
@@ -65,38 +65,38 @@ class KIV_EXPORT ResponseCheck {
   ResponseCheck(const ResponseCheck&) = delete;
   ResponseCheck& operator=(const ResponseCheck&) = delete;
 
-  /// Takes the next line, with its line end; false where the response is refused.
+  /// Takes the next header line, with its line end; false if the response is rejected.
   bool addHeaderLine(std::string_view line);
-  /// Takes note of bytes of the body; false where no more of them should be read.
+  /// Counts bytes of the body; false if no more should be read.
   bool addBodyBytes(std::size_t count);
-  /// The transport has found the end of the response, and nothing wrong with it.
+  /// Called at the end of the response, if libcurl has found no error.
   void end();
 
-  /// Why the response is refused, if it is.
+  /// Why the response is rejected, if it is.
   [[nodiscard]] const std::optional<Problem>& problem() const noexcept { return problem_; }
-  /// True when the final status and its headers are known.
+  /// True once the final status and headers are known.
   [[nodiscard]] bool hasHeaders() const noexcept { return stage_ == Stage::body; }
-  /// True where the response is a file, or the rest of one as it was asked for: its body is wanted.
+  /// True if the body is wanted: the whole file, or the requested range.
   [[nodiscard]] bool isFile() const noexcept {
     return hasHeaders() && (status_ == 200 || isContinuation_);
   }
-  /// True where the response is the rest of the file, as it was asked for.
+  /// True if the response is the requested range.
   [[nodiscard]] bool isContinuation() const noexcept { return hasHeaders() && isContinuation_; }
-  /// True where the server gives another part than was asked for, or none: what is here of the file
-  /// is of no use any more. Such a response is refused.
+  /// True if the server sent another range than the requested one, or none: the kept part is then
+  /// useless. Such a response is rejected.
   [[nodiscard]] bool deniesRange() const noexcept { return deniesRange_; }
   [[nodiscard]] int status() const noexcept { return status_; }
-  /// Where a redirect leads, as the server wrote it; empty where it does not say.
+  /// The Location of a redirect, unparsed; empty if there is none.
   [[nodiscard]] std::string_view location() const noexcept {
     return location_ ? std::string_view(*location_) : std::string_view();
   }
-  /// The length of the whole file, as the response tells it.
+  /// The length of the whole file, if the response tells it.
   [[nodiscard]] std::optional<std::int64_t> fileLength() const noexcept;
   /// The version of the file.
   [[nodiscard]] BodyVersion version() const;
-  /// How long the server wants to be left alone.
+  /// The Retry-After.
   [[nodiscard]] std::optional<std::chrono::seconds> retryAfter() const;
-  /// True where only the end of the connection marks the end of the body.
+  /// True if the body ends with the connection.
   [[nodiscard]] bool endsWithConnection() const noexcept;
 
  private:
@@ -131,7 +131,7 @@ class KIV_EXPORT ResponseCheck {
   bool isHTTP2_ = false;
   bool isContinuation_ = false;
   bool deniesRange_ = false;
-  // The values as they came, those of repeated headers joined by commas.
+  // Values as received; those of repeated headers are joined by commas.
   std::optional<std::string> contentLengthText_;
   std::optional<std::string> transferEncoding_;
   std::optional<std::string> contentEncoding_;
@@ -141,7 +141,7 @@ class KIV_EXPORT ResponseCheck {
   std::optional<std::string> lastModified_;
   std::optional<std::string> date_;
   std::optional<std::string> retryAfter_;
-  std::string* lastHeader_ = nullptr;  // which a folded line continues
+  std::string* lastHeader_ = nullptr;  // continued by a folded line
   std::optional<std::int64_t> length_;
 };
 

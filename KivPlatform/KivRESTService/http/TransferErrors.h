@@ -9,9 +9,8 @@
 
 namespace kiv {
 
-/// The error of that code for the URL, with a message of one sentence. `what` says what happened as
-/// a clause that fits after a colon ("the server sent two different lengths"); where it is empty,
-/// the code's own clause stands there.
+/// An error with that code for the URL. Its message is one sentence that ends with `what`, a clause
+/// such as "the server sent two different lengths"; if that is empty, with a clause for the code.
 KIV_EXPORT Error transferError(KivRESTServiceErrorCode code, std::string_view url,
                                std::string_view what = {});
 /// The same transfer error for another URL.

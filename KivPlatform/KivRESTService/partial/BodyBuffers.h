@@ -12,17 +12,16 @@
 
 namespace kiv {
 
-/// Memory for the bodies that stay in memory, used again when a body goes: what is new to the
-/// process has to be found and cleared by the system first. May be used from any thread.
+/// Pool of reusable body buffers, to avoid page faults. Thread-safe.
 class KIV_EXPORT BodyBuffers : public std::enable_shared_from_this<BodyBuffers> {
  public:
-  /// Keeps no more than that many bytes that nobody uses, and no buffer that is not worth it.
+  /// Keeps at most `most` unused bytes, in buffers of at least `leastKept`.
   explicit BodyBuffers(std::int64_t most);
 
-  /// An empty string with room for so many bytes, or for more.
+  /// An empty string with a capacity of at least `size`.
   std::string take(std::size_t size);
-  /// The bytes, whose memory comes back here with the last copy. Whoever holds one may outlive all
-  /// others that use the buffers.
+  /// Data of the bytes, whose buffer returns to the pool with the last copy. The data keeps the
+  /// pool alive.
   Data data(std::string bytes);
   void giveBack(std::string buffer);
 

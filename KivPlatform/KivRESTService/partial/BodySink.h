@@ -18,49 +18,50 @@ class BodyBuffers;
 class PartialBody;
 class SpoolDirectory;
 
-/// Where the body of one try goes: into memory while it is small, otherwise into the spool
-/// directory, after what an earlier try left there.
+/// Receives the body of one attempt: in memory while it is small, otherwise in the spool directory,
+/// after the part that an earlier attempt left there.
 ///
-/// What a failed try leaves there stays for the next one; begin() throws it away.
+/// A failed attempt leaves its part for the next one; begin() discards it.
 class BodySink {
  public:
-  /// `spool` and `buffers` must outlive the sink. Looks for what is kept of the file.
+  /// `spool` and `buffers` must outlive the sink. Looks for a partial body of the URL.
   BodySink(URL url, SpoolDirectory& spool, BodyBuffers& buffers, std::int64_t largestInMemory);
   ~BodySink();
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
 
-  /// What to ask the server for instead of the whole file; nothing where nothing is kept, or
-  /// where the last request for the rest failed.
+  /// The range to request; nothing for the whole file: if nothing is kept, or if the last range
+  /// request failed.
   [[nodiscard]] std::optional<RangeAsked> range() const;
-  /// True where what is kept came from that URL.
+  /// True if the kept part came from that URL.
   [[nodiscard]] bool isFrom(const URL& url) const;
 
-  /// A whole body comes from that URL, as the response says, which must stay until the body is
-  /// finished or discarded.
+  /// Begins a whole body from that URL. The response must stay until the body is finished or
+  /// discarded.
   bool begin(const URL& from, const ResponseCheck& response);
-  /// The rest of the body comes, as range() asked.
+  /// Continues the kept part with the range that range() asked for.
   bool resume();
-  /// The bytes may wait in memory until flush().
+  /// The bytes may be buffered until flush().
   bool append(std::string_view bytes);
   bool flush();
-  /// No more comes now: moves to the disk what is in memory, where a later try can continue it.
+  /// Ends an incomplete body: writes what is in memory to the disk if a later attempt can continue
+  /// it.
   void keep();
-  /// The body is whole. Nothing, with an error, where it cannot be handed on.
+  /// Ends a complete body and returns its data; nothing, with an error, if that fails.
   std::optional<Data> finish();
-  /// The response had nothing of the file: the next try asks for the whole where this one asked for
-  /// the rest, and for the rest where this one asked for the whole.
+  /// Called when the response had nothing of the file. After a range request the next attempt asks
+  /// for the whole file, and the other way round.
   void askOtherwise();
-  /// Nothing that is kept of the file is of use.
+  /// Discards what is kept of the file.
   void discard();
 
-  /// Bytes that are here: kept and come.
+  /// The bytes kept and received.
   [[nodiscard]] std::int64_t length() const noexcept;
-  /// Of these, those with which resume() began.
+  /// Of these, the bytes that were kept before resume().
   [[nodiscard]] std::int64_t resumed() const noexcept { return resumed_; }
-  /// True where a later try can go on with more than this one found.
+  /// True if more is kept for a later attempt than this one found.
   [[nodiscard]] bool hasGrown() const;
-  /// What failed on the disk; nothing where it was memory.
+  /// The error of the disk; nothing if memory ran out.
   [[nodiscard]] const std::optional<Error>& error() const noexcept { return error_; }
 
  private:
@@ -71,9 +72,9 @@ class BodySink {
   BodyBuffers& buffers_;
   const std::int64_t largestInMemory_;
   PartialRecord coming_;
-  const ResponseCheck* response_ = nullptr;  // with the version of what comes
+  const ResponseCheck* response_ = nullptr;  // of the body being received
   std::string memory_;
-  std::unique_ptr<PartialBody> partial_;  // what is kept, or what comes where it is large
+  std::unique_ptr<PartialBody> partial_;  // the kept part, or a large body
   bool isOnDisk_ = false;
   std::int64_t found_ = 0;
   std::int64_t resumed_ = 0;

@@ -13,8 +13,7 @@
 
 namespace kiv {
 
-/// A body that is being written to a file of the spool directory, or was, in an earlier try or by
-/// an earlier process.
+/// A body in a file of the spool directory, being written or left by an earlier attempt or process.
 ///
 /// Three files with one stem: STEM.part holds the bytes, STEM.json the record, and STEM.lock is
 /// locked by the process that uses the other two; only that one may remove them. All have mode
@@ -22,35 +21,34 @@ namespace kiv {
 /// removed otherwise.
 class PartialBody {
  public:
-  /// The body of that stem, a path, locked for this object; nullptr where another uses it, or
-  /// where nothing can be locked there. Nothing of it has been looked at.
+  /// Locks the body with that stem, a path; nullptr if another object uses it or it cannot be
+  /// locked. Nothing is read yet.
   static std::unique_ptr<PartialBody> lock(const std::string& stem,
                                            std::optional<Error>* error = nullptr);
   PartialBody(const PartialBody&) = delete;
   PartialBody& operator=(const PartialBody&) = delete;
   ~PartialBody();
 
-  /// What is known of the bytes kept; nothing where none are kept that could be gone on with.
+  /// The record of the kept part; nothing if there is none that can be resumed.
   [[nodiscard]] const std::optional<PartialRecord>& record() const noexcept { return record_; }
-  /// Reads the record. Without one that is of use, what is kept counts as nothing.
+  /// Reads the record. Without a usable one nothing counts as kept.
   void readRecord();
-  /// Bytes kept, with those that wait.
+  /// Bytes kept, buffered ones included.
   [[nodiscard]] std::int64_t length() const noexcept { return length_; }
 
-  /// Begins the body anew; what was there is gone. The record is kept with it where it has a
-  /// validator.
+  /// Begins a new body and discards the old one. The record is written if it has a validator.
   bool begin(PartialRecord record, std::optional<Error>* error);
-  /// Continues after the first `length` bytes, no more than are there. The record gets a new date
-  /// when a byte is added.
+  /// Continues after the first `length` of the kept bytes. The record's date is renewed when a byte
+  /// is added.
   bool resume(std::int64_t length, std::optional<Error>* error);
-  /// The bytes may wait in memory until flush(), or until the object goes.
+  /// The bytes may be buffered until flush() or the destructor.
   bool append(std::string_view bytes, std::optional<Error>* error);
   bool flush(std::optional<Error>* error);
-  /// Notes in the record how the last request for the rest came out.
+  /// Records whether the last range request failed.
   void setRestFailed(bool failed);
-  /// The body is whole: hands its file on. Nothing else may follow.
+  /// Ends a complete body and returns its data. Nothing may be called afterwards.
   static std::optional<Data> finish(std::unique_ptr<PartialBody> body, std::optional<Error>* error);
-  /// Keeps nothing.
+  /// Discards the body.
   void discard();
 
  private:
@@ -65,10 +63,10 @@ class PartialBody {
   const std::string lockPath_;
   std::unique_ptr<FileLock> lock_;
   std::optional<PartialRecord> record_;
-  std::unique_ptr<WritableFile> file_;  // while it is being written
-  std::string block_;                   // of it, what has not been written yet
+  std::unique_ptr<WritableFile> file_;  // while writing
+  std::string block_;                   // the buffer
   std::int64_t length_ = 0;
-  bool isDateOld_ = false;  // nothing has been added since the date
+  bool isDateOld_ = false;  // no byte was added since
   bool isHandedOn_ = false;
 };
 

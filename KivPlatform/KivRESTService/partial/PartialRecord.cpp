@@ -19,7 +19,7 @@ constexpr std::string_view dateKey = "date";
 constexpr std::string_view restFailedKey = "restFailed";
 constexpr std::string_view bootKey = "boot";
 
-/// A length or a date; nothing where it is absent or beyond the range.
+/// A length or a date; nothing if it is absent or beyond the range.
 std::optional<std::int64_t> number(const Value& value) {
   const std::uint64_t number = value.unsignedInteger();
   if (!value.isNumber() || number > INT64_MAX) return std::nullopt;

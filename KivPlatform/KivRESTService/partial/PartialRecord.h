@@ -10,20 +10,20 @@
 
 namespace kiv {
 
-/// What is known of a body of which a part is kept.
+/// The metadata of a partial body.
 struct PartialRecord {
-  URLDigest url;                       ///< That was asked for.
-  URLDigest finalURL;                  ///< That gave the body, after redirects.
-  BodyVersion version;                 ///< Without a validator the part is of no use later.
+  URLDigest url;                       ///< Of the request.
+  URLDigest finalURL;                  ///< After redirects.
+  BodyVersion version;                 ///< Without a validator the part cannot be resumed.
   std::optional<std::int64_t> length;  ///< Of the whole body.
-  std::int64_t date = 0;               ///< When a try last began to add to it, in s since 1970.
-  /// The last request for the rest brought none of it: the next one is to be for the whole.
+  std::int64_t date = 0;  ///< When an attempt last began to add to it, in seconds since 1970.
+  /// The last range request failed: the next one is for the whole file.
   bool restFailed = false;
 
-  /// The text of the file that keeps the record. It names this run of the computer: since the part
-  /// is not synced, what another run left may have holes.
+  /// The text of the record's file. It holds the boot ID: the part is not synced, so after a crash
+  /// of the system it may have holes.
   [[nodiscard]] std::string text() const;
-  /// Nothing where the text is no record, or that of another run of the computer.
+  /// Nothing if the text is no record, or has another boot ID.
   static std::optional<PartialRecord> fromText(std::string_view text);
 };
 

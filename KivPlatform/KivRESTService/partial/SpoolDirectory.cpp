@@ -1,3 +1,6 @@
+// The files of the spool directory: names made from a hash of the URL, with some slots each, since
+// two URLs may share a name and several clients may fetch one URL.
+
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 
 #include <algorithm>
@@ -37,7 +40,7 @@ std::string nameFor(std::string_view url) {
   return {std::begin(digits), end};
 }
 
-/// True where the name is one that stem() gives, without directory.
+/// True if the name is one that stem() gives, without directory.
 bool isStemName(std::string_view name) {
   constexpr std::string_view digits = "0123456789abcdef";
   const auto dash = name.find('-');
@@ -60,7 +63,7 @@ struct KeptBody {
   std::string stem;
 };
 
-/// What can be gone on with at the stem; nothing where there is no such thing, which is removed, or
+/// What can be gone on with at the stem; nothing if there is no such thing, which is removed, or
 /// where it is in use.
 std::optional<KeptBody> keptBody(const std::string& stem, std::int64_t oldest) {
   const auto body = PartialBody::lock(stem);

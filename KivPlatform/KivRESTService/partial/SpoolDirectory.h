@@ -15,31 +15,29 @@ namespace kiv {
 
 class PartialBody;
 
-/// The directory where bodies lie on their way: those that are too large for memory while they come
-/// in, and what is kept of those that did not come whole.
+/// The directory of bodies that are too large for memory, and of partial bodies.
 ///
-/// Clients of several processes may use one directory: each body in it is locked by who uses it.
-/// What is made here, the directory too, is its owner's alone, whatever the umask. A directory that
-/// stands already is left as open as it is if other files lie in it, too.
-/// Operations may be called from any thread.
+/// Clients of several processes may share it: each locks the bodies that it uses. Everything
+/// created here has mode 0600 or 0700, whatever the umask. The mode of an existing directory with
+/// other files in it is not changed. Thread-safe.
 class SpoolDirectory {
  public:
-  /// `settings` must outlive the directory. Nothing is made or looked at yet.
+  /// `settings` must outlive the object. Nothing is created or read yet.
   explicit SpoolDirectory(const KivRESTServiceSettings& settings);
 
-  /// False where no directory has been named: every body is to stay in memory.
+  /// False if no directory was set: all bodies stay in memory.
   [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
 
-  /// Looks at what is there, removes the bodies that cannot be resumed or that have not grown for
-  /// too long, and the oldest ones where they are too large together.
+  /// Removes the partial bodies that cannot be resumed or are too old, and the oldest ones if all
+  /// together are too large.
   void sweep();
 
-  /// What is kept of the file of the URL; nullptr where nothing is, or another client uses it. What
-  /// others have left since the last sweep is not found.
+  /// The partial body of the URL; nullptr if there is none or another client uses it. Those that
+  /// other clients have left since the last sweep are not found.
   [[nodiscard]] std::unique_ptr<PartialBody> find(const URL& url) const;
-  /// A place for the file of the URL, with nothing in it; nullptr and an error on failure.
+  /// A new, empty body for the URL; nullptr and an error on failure.
   std::unique_ptr<PartialBody> create(const URL& url, std::optional<Error>* error);
-  /// Forgets what is kept of the file of the URL, if another client does not use it.
+  /// Removes the partial body of the URL, unless another client uses it.
   void forget(const URL& url) const;
 
  private:
@@ -50,8 +48,8 @@ class SpoolDirectory {
 
   const KivRESTServiceSettings& settings_;
   const std::string path_;
-  // Of the files of which something may be kept. Most are small and never come here: for them the
-  // disk is not even asked.
+  // The names under which a partial body may be found: spares a look at the disk for most files,
+  // which are small and never come here.
   mutable Mutex namesMutex_;
   std::set<std::string> names_ KIV_GUARDED_BY(namesMutex_);
 };

@@ -10,34 +10,33 @@
 
 namespace kiv {
 
-/// How one try at one server ended, with what the next one needs to know.
+/// How one attempt at one server ended, with what the next attempt needs to know.
 struct AttemptResult {
   explicit AttemptResult(TransferOutcome attemptOutcome) : outcome(std::move(attemptOutcome)) {}
 
-  /// Where the file did not come: the reason, as far as it is a transfer error.
+  /// The transfer error, if the attempt failed with one.
   [[nodiscard]] std::optional<KivRESTServiceErrorCode> errorCode() const {
     if (!outcome.error) return std::nullopt;
     return static_cast<KivRESTServiceErrorCode>(outcome.error->code);
   }
 
   TransferOutcome outcome;
-  /// No connection to the server came about, for a reason that may lie with the server.
+  /// No connection could be made, for a reason that may lie with the server.
   bool isUnreachable = false;
-  /// The server has been sent the request.
+  /// The request was sent.
   bool wasReached = false;
-  /// A try that may pass is not to be repeated with that server all the same.
+  /// Do not retry with this server, even if the failure is retryable.
   bool isLast = false;
-  /// More of the file is kept for the next try than there was before.
+  /// More of the body is kept for the next attempt than before.
   bool madeProgress = false;
-  /// What was kept of the file has turned out to be of no use, and is gone: the try says nothing
-  /// about the server.
+  /// The kept part was unusable and is discarded: the attempt says nothing about the server.
   bool startsOver = false;
-  /// The try asked for the rest of the file and got none of it: the next one asks for the whole.
+  /// A range request got nothing of the range: the next attempt asks for the whole file.
   bool restFailed = false;
-  /// The server wants to be left alone for this long.
+  /// The server's Retry-After.
   std::optional<std::chrono::milliseconds> retryAfter;
 
-  // What the task's metrics take over from a try that brought the file.
+  // For the task's metrics, if the attempt succeeded.
   std::int64_t resumedBytes = 0;
   std::chrono::microseconds timeToFirstByte{0};
   bool endedWithConnection = false;

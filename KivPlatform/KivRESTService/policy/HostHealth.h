@@ -12,20 +12,21 @@
 
 namespace kiv {
 
-/// The server of a URL, scheme, host and port, as far as it has one.
+/// The origin of a URL: scheme, host and port; empty if it has none.
 KIV_EXPORT std::string originOf(const URL& url);
 
-/// Whether a server is to be tried.
+/// Whether a server may be tried.
 enum class ServerState {
   good,
-  avoided,  ///< It could not be reached: others come first.
-  probed,   ///< A try that runs will tell whether it can be reached again: no other may begin.
+  avoided,  ///< Unreachable a short while ago: try others first.
+  probed,   ///< A running attempt probes it: start no other.
 };
 
-/// Remembers which servers could not be reached, so that not every task has to find out anew.
+/// Remembers which servers are unreachable, so that not every task has to find out (a circuit
+/// breaker).
 ///
-/// Such a server is avoided for a pause, as long as there is another one. From then on one try at a
-/// time, during the pause or after it, probes the server for all, until one reaches it.
+/// An unreachable server is avoided for a while if there are others. One attempt at a time probes
+/// it for all tasks, until one reaches it.
 class KIV_EXPORT HostHealth {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -33,22 +34,22 @@ class KIV_EXPORT HostHealth {
   explicit HostHealth(std::chrono::milliseconds pause) noexcept : pause_(pause) {}
 
   [[nodiscard]] ServerState state(const std::string& server, Time now) const;
-  /// True from when the server could not be reached until it is, also when the pause is over.
+  /// True from the first failure to reach the server until it is reached.
   [[nodiscard]] bool isUnreachable(const std::string& server) const;
-  /// True where the try is the probe of the server.
+  /// True if the attempt is the server's probe.
   [[nodiscard]] bool isProbe(const std::string& server, std::uint64_t attemptID) const;
-  /// The servers that are probed now.
+  /// The servers with a running probe.
   [[nodiscard]] std::vector<std::string> probed() const;
 
-  /// A try begins. The number tells it from others of the server at the same time.
+  /// Called when an attempt starts; `attempt` identifies it.
   void noteTry(const std::string& server, std::uint64_t attemptID);
-  /// The try has ended, without reaching the server.
+  /// Called when an attempt has not reached the server.
   void noteUnreachable(const std::string& server, std::uint64_t attemptID, Time now);
-  /// The try has ended, and says nothing of the server.
+  /// Called when an attempt has ended that says nothing about the server.
   void noteEnd(const std::string& server, std::uint64_t attemptID);
-  /// The server was reached, whatever it answered. True where it was unreachable before.
+  /// Called when the server was reached, whatever it answered. True if it was unreachable before.
   bool noteReached(const std::string& server);
-  /// No try runs any more.
+  /// Called when no attempt runs any more.
   void forgetProbes() noexcept;
 
  private:

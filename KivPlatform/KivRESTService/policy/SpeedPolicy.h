@@ -10,7 +10,7 @@
 
 namespace kiv {
 
-/// How fast a download has to be to go on, and to keep its place while others wait.
+/// How fast a download has to be to continue, and to keep its slot while others wait.
 class KIV_EXPORT SpeedPolicy {
  public:
   using Duration = std::chrono::steady_clock::duration;
@@ -18,26 +18,25 @@ class KIV_EXPORT SpeedPolicy {
 
   explicit SpeedPolicy(const KivRESTServiceSettings& settings) noexcept;
 
-  /// The time over which a speed is measured.
+  /// The window over which a speed is measured.
   [[nodiscard]] Duration window() const noexcept { return window_; }
-  /// The least speed, in bytes a second, of a download whose tries have run for `age` in all. 0 for
-  /// a young one, which only libcurl's own limit holds for.
+  /// The minimum speed, in bytes per second, of a download whose attempts have run for `age` in
+  /// total. 0 for a young one, to which only libcurl's own limit applies.
   [[nodiscard]] double minimum(Duration age) const noexcept;
-  /// True for a speed at which a download does not keep its place while others wait. One that has
-  /// stalled is libcurl's to end: that is a failed try.
+  /// True for a speed at which a download yields its slot if others wait. A stalled one does not:
+  /// libcurl ends it as a failed attempt.
   [[nodiscard]] bool isSlow(double bytesPerSecond) const noexcept {
     return bytesPerSecond >= stallSpeed_ && bytesPerSecond < slowSpeed_;
   }
-  /// How long a try keeps its place however slow it is. Each turn is twice as long as the one
-  /// before, so that a body of which no part can be kept comes as well.
+  /// How long an attempt keeps its slot however slow it is: twice as long each time, so that a body
+  /// of which no part can be kept completes too.
   [[nodiscard]] Duration turn(int timesGivenWay) const noexcept;
-  /// When a download that began then has to end; nothing where there is no deadline.
+  /// The deadline of a download that began at that time; nothing if there is none.
   [[nodiscard]] std::optional<Time> deadline(Time begun) const noexcept {
     return deadline_ > Duration::zero() ? std::optional(begun + deadline_) : std::nullopt;
   }
-  /// True for a download which has begun after `older` of those that share so many places. The
-  /// older half never gives way: where the line itself is slow, files are completed one after the
-  /// other, and not all of them at the very end.
+  /// True if a download that began after `older` others may have to yield. The older half of the
+  /// slots never does: on a slow line files then complete one after the other, not all at the end.
   [[nodiscard]] static bool mayGiveWay(std::size_t older, std::size_t places) noexcept {
     return older >= places / 2;
   }
@@ -52,17 +51,17 @@ class KIV_EXPORT SpeedPolicy {
   Duration deadline_;
 };
 
-/// Measures the speed of a transfer, over one window after the other.
+/// Measures the speed of a transfer over consecutive windows.
 class KIV_EXPORT SpeedMeter {
  public:
   using Time = SpeedPolicy::Time;
 
-  /// A request begins, when that many bytes have come.
+  /// Called when a request starts; `bytes` have been received so far.
   void restart(std::int64_t bytes, Time now) noexcept;
-  /// That many bytes have come by now.
+  /// Called with the bytes received so far.
   void note(std::int64_t bytes, Time now, SpeedPolicy::Duration window) noexcept;
-  /// Bytes a second in the last window; nothing in the first one, and where nobody has looked for
-  /// longer than a window: the thread may have had no time to read what was there.
+  /// Bytes per second in the last window. Nothing in the first window, or if note() was not called
+  /// for longer than a window: the thread may have had no time to read.
   [[nodiscard]] std::optional<double> bytesPerSecond() const noexcept { return speed_; }
 
  private:

@@ -12,19 +12,18 @@
 
 namespace kiv {
 
-/// What the transfer threads need to know of a task. It never sees the task itself, which belongs
-/// to the client's queue.
+/// What the transfer threads know of a task. They never see the task itself, which belongs to the
+/// client's queue.
 struct TransferJob {
-  /// Names the task between the threads. Grows with every task of a client, so that it is also the
-  /// order of queuing.
+  /// The task's ID. IDs increase, so they are also the order of queuing.
   std::uint64_t id = 0;
   std::uint64_t priority = 0;
-  /// The URLs of the file: that of the request, then the mirrors.
+  /// The URLs of the file: the request's, then the mirrors.
   std::vector<URL> servers;
 };
 
-/// How a task, or one server's part in it, ended. Exactly one of response and error is there; the
-/// body comes with a response of status 200 only.
+/// How a task, or an attempt, ended. Exactly one of response and error is set; the body only with
+/// status 200.
 struct TransferOutcome {
   std::optional<HTTPResponse> response;
   std::optional<Error> error;

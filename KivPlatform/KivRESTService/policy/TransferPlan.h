@@ -14,40 +14,39 @@
 
 namespace kiv {
 
-/// Decides which of a task's servers is tried next, and when, and which of their outcomes the task
-/// ends with.
+/// Decides which of a task's servers is tried next, and when, and which of their outcomes is the
+/// task's.
 ///
-/// A server that failed for a reason that may pass is tried again after a wait; meanwhile the
-/// others are. What a task ends with depends on what each server answered and on their order in the
-/// list alone, not on the order in which they were tried.
+/// After a retryable failure a server is tried again after a wait, and others meanwhile. The task's
+/// outcome depends only on what each server answered and on their order in the list, not on the
+/// order of the attempts.
 class KIV_EXPORT TransferPlan {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
   struct Step {
-    std::size_t server;  ///< The place in the list.
-    Time notBefore;      ///< Time::max() where a probe has to end first.
+    std::size_t server;  ///< Index in the list.
+    Time notBefore;      ///< Time::max() if a probe has to end first.
   };
 
   /// `servers` is the number of servers in the list, the request's own first; at least one.
   TransferPlan(std::size_t servers, const KivRESTServiceSettings& settings);
 
-  /// What to try next; nothing where the task has ended. Of the servers that may be tried now those
-  /// come first that are not avoided, of these those that have failed least often, and of these the
-  /// first in the list; where all must wait, the one that waits least. One that is being probed
-  /// waits longest.
+  /// The next attempt; nothing if the task has ended. Of the servers that may be tried now, one
+  /// that is not avoided, with the fewest failures, and the first of those in the list. If all have
+  /// to wait, the one with the shortest wait; a server that is being probed comes last.
   [[nodiscard]] std::optional<Step> next(
       Time now, const std::function<ServerState(std::size_t server)>& stateOf) const;
-  /// True where that server may be tried now, as far as this task is concerned.
+  /// True if this task may try that server now.
   [[nodiscard]] bool mayTry(std::size_t server, Time now) const;
-  /// Notes how the try of that server, which ended now, came out.
+  /// Records the result of an attempt at that server, which has just ended.
   void record(std::size_t server, AttemptResult result, RetryPolicy& policy, Time now);
 
-  /// Nothing more is to be tried: the task ends with that, whatever the tries came to.
+  /// Ends the task with that outcome, whatever the attempts gave.
   void giveUp(TransferOutcome outcome) { givenUp_ = std::move(outcome); }
 
-  /// What the task ends with, where it was not given up: the first 200; else the response that the
-  /// earliest server gave last; else the error of the request's own server. To be asked once, when
+  /// The task's outcome: the first 200; otherwise the last response of the earliest server in the
+  /// list that gave one; otherwise the error of the request's own server. To be called once, when
   /// nothing is left to try.
   [[nodiscard]] TransferOutcome takeOutcome();
   /// The server whose outcome that is.
@@ -55,10 +54,10 @@ class KIV_EXPORT TransferPlan {
 
  private:
   struct Server {
-    std::optional<TransferOutcome> outcome;  // of the last try
-    int tries = 0;                           // but for those that only started over
-    int spent = 0;                           // of these, those that count
-    int failures = 0;                        // in a row without progress
+    std::optional<TransferOutcome> outcome;  // of the last attempt
+    int tries = 0;                           // without those that only discarded a part
+    int spent = 0;                           // of these, those that count against the limit
+    int failures = 0;                        // consecutive, without progress
     Time notBefore{};
     bool isDone = false;
   };

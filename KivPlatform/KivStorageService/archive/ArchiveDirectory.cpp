@@ -1,3 +1,6 @@
+// A second, stricter reading of the central directory. Archives that two readers understand
+// differently are the usual way past a check, so whatever is ambiguous is rejected.
+
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
 #include <algorithm>
@@ -23,7 +26,7 @@ struct ListPlace {
   std::uint64_t count = 0;
 };
 
-/// Bytes of the archive; nothing where they cannot be read.
+/// Bytes of the archive; nothing if they cannot be read.
 std::optional<std::string> bytesAt(const Data& archive, std::uint64_t offset, std::uint64_t count) {
   std::string bytes(static_cast<std::size_t>(count), '\0');
   if (!archive.copyBytes(offset, bytes.data(), bytes.size())) return std::nullopt;
@@ -81,7 +84,7 @@ std::optional<ListPlace> readEndRecord64(const Data& archive, std::uint64_t loca
   return place;
 }
 
-/// True where an ordinary field says the same as the large one, or leaves the word to it.
+/// True if an ordinary field says the same as the large one, or leaves the word to it.
 bool agrees(std::uint64_t field, std::uint64_t saturated, std::uint64_t large) {
   return field == saturated || field == large;
 }
@@ -111,7 +114,7 @@ std::optional<ListPlace> findList(const Data& archive, const Tail& tail, std::si
 }
 
 /// Replaces each of the fields that stand at their highest value by what the extra field for large
-/// archives gives for it, in the format's order; false where it gives too little.
+/// archives gives for it, in the format's order; false if it gives too little.
 bool widen(std::string_view extra, ArchiveEntry& entry) {
   std::uint64_t* const fields[] = {&entry.size, &entry.packedSize, &entry.headerOffset};
   std::string_view wide;
@@ -130,7 +133,7 @@ bool widen(std::string_view extra, ArchiveEntry& entry) {
   return true;
 }
 
-/// Takes one entry off the front of the list; nothing where the list ends within it.
+/// Takes one entry off the front of the list; nothing if the list ends within it.
 std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
   if (list.size() < centralHeaderSize || number32(list, 0) != centralHeaderSignature) {
     return std::nullopt;

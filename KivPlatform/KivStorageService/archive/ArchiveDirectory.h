@@ -11,14 +11,14 @@
 
 namespace kiv::storage {
 
-/// Why an archive is refused, as an end of a sentence that begins with the archive's name: "is cut
-/// short", "holds the entry \"a\", which is encrypted".
+/// Why an archive is rejected, as the end of a sentence that begins with its name: "is cut short",
+/// "holds the entry \"a\", which is encrypted".
 using ArchiveObjection = std::string;
 
-/// The objection to one entry: `rule` goes on after "which".
+/// The objection to one entry: `rule` follows "which".
 ArchiveObjection entryObjection(std::string_view name, std::string_view rule);
 
-/// What an archive says of one entry, as it stands in the archive.
+/// One entry of the archive's central directory, as it stands there.
 struct ArchiveEntry {
   std::string rawName;  ///< Not yet known to be text.
   std::uint16_t flags = 0;
@@ -29,29 +29,27 @@ struct ArchiveEntry {
   std::uint32_t attributes = 0;
 
   [[nodiscard]] bool isEncrypted() const noexcept;
-  /// True where the archive promises that the name is UTF-8.
+  /// True if the entry is flagged as having a UTF-8 name.
   [[nodiscard]] bool saysUTF8() const noexcept;
-  /// The type bits of a Unix mode, or zero where the archive gives none.
+  /// The type bits of a Unix mode, or zero if there are none.
   [[nodiscard]] std::uint32_t unixFileType() const noexcept;
   [[nodiscard]] bool isDirectory() const noexcept { return rawName.ends_with('/'); }
 };
 
-/// Reads an archive's list of entries byte by byte, and checks it against the archive's own layout:
-/// one list, which ends where the end record says, each entry's header and data before it, none
-/// overlapping another, each named alike in both places and only once.
+/// Reads the central directory and checks it against the layout of the archive: there is one, which
+/// ends where the end record says; the local headers and the data lie before it without overlap;
+/// each entry has the same, unique name in both places.
 ///
-/// The decoder reads the list again. This reading shows what the decoder does not: a NUL in a name,
-/// which it turns into a space, and data that two entries share, which it takes. And it bounds what
-/// the decoder reads into memory: of a second end record, which a comment can hold, the decoder
-/// would read the list as well, however long that is.
+/// libzip reads it again, but accepts NULs in names, which it turns into spaces, and entries that
+/// share data. This check also bounds the memory that libzip uses: it would read the directory of a
+/// second end record hidden in a comment, however long that is.
 class ArchiveDirectory {
  public:
-  /// The longest list that is read, in bytes, with the extra fields and the comments of its
-  /// entries. An entry of an ordinary archive takes 100 to 200. The list lies in memory, here and
-  /// in the decoder.
+  /// The limit on the bytes of the central directory, which is held in memory here and in libzip.
+  /// An entry of an ordinary archive takes 100 to 200.
   static constexpr std::uint64_t longestList = std::uint64_t{8} << 20;
 
-  /// The list of the archive; nothing and an objection where it cannot be trusted.
+  /// The archive's entries; nothing and an objection if they cannot be trusted.
   static std::optional<ArchiveDirectory> read(const Data& archive, const ArchiveLimits& limits,
                                               ArchiveObjection& objection);
 

@@ -11,15 +11,14 @@
 
 namespace kiv::storage {
 
-/// An archive that holds nothing that it may not hold, as far as that shows before its contents are
-/// decoded.
+/// An archive that has passed every check that needs no decoding.
 struct ArchivePlan {
   std::vector<ArchiveEntry> entries;
   std::unique_ptr<ArchiveReader> reader;
   ArchiveTree tree;
 };
 
-/// The plan for the archive; nothing and an objection otherwise.
+/// Checks the archive and plans its unpacking; nothing and an objection if it is rejected.
 std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveLimits& limits,
                                        ArchiveObjection& objection);
 

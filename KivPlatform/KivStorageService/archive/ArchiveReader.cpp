@@ -88,7 +88,7 @@ zip_int64_t perform(void* object, void* data, zip_uint64_t size, zip_source_cmd_
   }
 }
 
-/// What the decoder reads the archive from; nullptr and an error where memory has run out.
+/// What the decoder reads the archive from; nullptr and an error if memory has run out.
 zip_source_t* makeSource(const Data& archive, zip_error_t* error) {
   auto source = std::make_unique<Source>(archive);
   zip_source_t* const made = zip_source_function_create(&perform, source.get(), error);

@@ -10,8 +10,8 @@
 
 namespace kiv::storage {
 
-/// Decodes the entries of a zip archive. It writes nothing, and reads an archive that lies in a
-/// file from there: what another process does to the file is no more than an error.
+/// Decodes the entries of a zip archive. An archive in a file is read, not mapped: if another
+/// process truncates the file, that is an error and not a crash.
 class ArchiveReader {
  public:
   /// Takes a piece of an entry's contents; false ends the reading.
@@ -23,7 +23,7 @@ class ArchiveReader {
     broken     ///< The bytes cannot be decoded, or are not what the checksum says.
   };
 
-  /// The reader of the archive; nullptr and a reason where the archive cannot be read.
+  /// A reader for the archive; nullptr and a reason if it cannot be read.
   static std::unique_ptr<ArchiveReader> open(const Data& archive, std::string& reason);
 
   ArchiveReader(const ArchiveReader&) = delete;
@@ -31,11 +31,11 @@ class ArchiveReader {
   ~ArchiveReader();
 
   [[nodiscard]] std::uint64_t entryCount() const;
-  /// The entry's name as UTF-8 text, converted where the archive holds it in code page 437.
+  /// The entry's name in UTF-8, converted from code page 437 if need be.
   [[nodiscard]] std::string name(std::uint64_t index) const;
   /// The bytes of its name as they stand in the archive, except that a NUL reads as a space.
   [[nodiscard]] std::string rawName(std::uint64_t index) const;
-  /// Hands the entry's contents to the sink, piece by piece.
+  /// Decodes the entry's contents to the sink, piece by piece.
   Outcome read(std::uint64_t index, const Sink& sink, std::string& reason) const;
 
  private:

@@ -7,25 +7,22 @@
 #include "KivPlatform/KivStorageService/ArchiveLimits.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
-/// What an entry of an archive may be. Pure checks; an answer goes on after "which".
+/// What an entry of an archive may be. Answers are objections that follow "which".
 namespace kiv::storage {
 
-/// The path of an entry that its name stands for, without what says nothing: "./" at the start,
-/// which some archivers write, and "/" at the end, which marks a directory. Empty for "./" itself.
+/// The entry's path: its name without a leading "./", which some archivers write, and without the
+/// trailing "/" of a directory. Empty for "./" itself.
 std::string_view pathOfEntryName(std::string_view name);
 
-/// True for what macOS adds to the archives that it packs: beside each file another one, in a
-/// folder
-/// "__MACOSX" at the top, with attributes that mean nothing elsewhere. Checked as any entry, and
-/// not unpacked.
+/// True for the "__MACOSX" entries that macOS adds to archives. They are checked but not unpacked.
 bool isLeftOut(std::string_view name);
 
-/// Why a file or directory may not have the name, UTF-8, as an archive gives it: it would lie
-/// outside the directory, or on another system it would, or no file system takes it.
+/// Why a file or directory may not have that name, in UTF-8: it would lie outside the directory, on
+/// this or another system, or no file system allows it.
 std::optional<std::string> validateEntryName(std::string_view name, const ArchiveLimits& limits);
 
-/// Why the entry may not be unpacked, whatever its name: encrypted, packed in an unknown way, a
-/// link or a device, or larger than the limits allow by what it says itself.
+/// Why the entry may not be unpacked, whatever its name: encrypted, an unknown compression method,
+/// a link or a device, or a declared size beyond the limits.
 std::optional<std::string> validateEntryKind(const ArchiveEntry& entry,
                                              const ArchiveLimits& limits);
 

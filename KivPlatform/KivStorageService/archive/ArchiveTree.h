@@ -9,12 +9,12 @@
 
 namespace kiv::storage {
 
-/// One file or directory that unpacking would make.
+/// A file or directory of the unpacked archive.
 struct ArchiveNode {
   std::string name;
-  /// The entry whose contents the file has; nothing for a directory.
+  /// The index of a file's entry; nothing for a directory.
   std::optional<std::uint64_t> entry;
-  /// What the directory holds, by folded name.
+  /// A directory's items by folded name.
   std::map<std::u32string, std::unique_ptr<ArchiveNode>> children;
 
   [[nodiscard]] bool isDirectory() const noexcept { return !entry.has_value(); }
@@ -22,19 +22,20 @@ struct ArchiveNode {
   [[nodiscard]] const ArchiveNode* child(std::string_view childName) const;
 };
 
-/// What an archive would look like unpacked, on any file system: no two entries for one path, also
-/// where the file system takes two spellings for one, and no file where a directory stands.
+/// The unpacked archive as a tree, checked for conflicts on any file system: no two entries for one
+/// path, also if the file system ignores case or normalises names, and no file in the place of a
+/// directory.
 class ArchiveTree {
  public:
   explicit ArchiveTree(std::uint64_t mostItems) : mostItems_(mostItems) {}
 
-  /// Adds a file or directory under a path whose components are harmless, and the directories
-  /// above it. An answer is an objection that goes on after "which".
+  /// Adds a file or directory with its parents. The path's components must be valid. An answer is
+  /// an objection that follows "which".
   std::optional<std::string> addFile(std::string_view path, std::uint64_t entry);
   std::optional<std::string> addDirectory(std::string_view path);
 
-  /// The directory whose contents the unpacked archive has at its top: where a single folder that
-  /// holds the entry page is all that the archive has there, that folder.
+  /// The directory whose contents are unpacked: the archive's only top-level folder if it holds the
+  /// entry page, otherwise the top itself.
   [[nodiscard]] const ArchiveNode& top(std::string_view entryPage) const;
 
  private:

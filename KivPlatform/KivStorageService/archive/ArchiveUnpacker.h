@@ -10,13 +10,12 @@
 
 namespace kiv::storage {
 
-/// The page at the top without which an unpacked archive is of no use.
+/// The page that an unpacked archive must have at its top.
 inline constexpr std::string_view archiveEntryPage = "index.html";
 
-/// Unpacks the archive, whose name serves the messages, as the directory at the path, where nothing
-/// must lie yet; refused before anything is written where the disk has no room for it. All of it
-/// has reached the disk when this returns true. On failure something may be left there, which is
-/// for the caller to remove.
+/// Unpacks the archive into a new directory at the path, and syncs it. Fails before anything is
+/// written if the disk has no room. On failure the caller removes what was written. The archive's
+/// name is for the messages.
 bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
                    const ArchiveLimits& limits, std::optional<Error>* error);
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-/// The numbers of the zip format that reading an archive's list takes. Little-endian throughout.
+/// Constants of the zip format, for reading the central directory. All numbers are little-endian.
 namespace kiv::storage::zip {
 
 constexpr std::uint32_t localHeaderSignature = 0x04034b50;
@@ -30,7 +30,7 @@ constexpr std::uint16_t maskedHeadersFlag = 1 << 13;
 constexpr std::uint16_t storedMethod = 0;
 constexpr std::uint16_t deflatedMethod = 8;
 
-/// The number of that many bytes at the position; zero where it does not lie within the bytes.
+/// The number at the position; zero if it lies beyond the end.
 template <class Number>
 Number number(std::string_view bytes, std::size_t at) noexcept {
   if (at > bytes.size() || bytes.size() - at < sizeof(Number)) return 0;

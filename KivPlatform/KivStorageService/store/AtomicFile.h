@@ -14,28 +14,25 @@ namespace kiv::storage {
 
 /// A file that appears under its name only when it is complete.
 ///
-/// The bytes go to a temporary file, or lie in one already. commit() waits until they are on the
-/// disk, gives the file its name in one step, and waits for that too: in the other order a power
-/// cut could leave an empty file under the name. The destructor discards what was not committed,
-/// and never commits.
+/// Write to a temporary file, sync, rename, sync the directory: without the first sync a power cut
+/// could leave an empty file under the name. Without commit() the destructor discards the file.
 class AtomicFile {
  public:
-  /// Begins a file somewhere under the root; nothing on failure.
+  /// Creates a temporary file under the root; nothing on failure.
   static std::optional<AtomicFile> create(StorageRoot& root, Access access,
                                           std::optional<Error>* error);
 
-  /// Takes over the file in which the data lies, so that nothing is written again, with the rights
-  /// that a new shared file has; nothing where there is none to take over, or it lies on another
-  /// file system.
+  /// Takes over the file that holds the data instead of copying it, with the mode of a new shared
+  /// file. Nothing if the data is in memory, or its file on another file system.
   static std::optional<AtomicFile> adopt(StorageRoot& root, const Data& data);
 
   bool write(std::string_view bytes, std::optional<Error>* error);
-  /// The same, reading what lies in a file from there, never through a mapping.
+  /// The same. Data in a file is read, not mapped: another process could truncate the file.
   bool write(const Data& data, std::optional<Error>* error);
-  /// Puts the file at the path, in place of a file or a link there. Called at most once. When it
-  /// fails, the file at the path is the old one, or the new one where only the last wait failed.
+  /// Commits the file to the path, replacing a file or a link there. Called at most once. On
+  /// failure the old file is still there, or the new one if only the last sync failed.
   bool commit(const std::string& path, std::optional<Error>* error);
-  /// The same without the last wait: the name reaches the disk when the directory is synced.
+  /// The same without the sync of the directory, which the caller does later.
   bool place(const std::string& path, std::optional<Error>* error);
 
  private:

@@ -6,17 +6,16 @@
 
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
-/// Which root the service uses now. May be called from any thread.
+/// The storage root in use. Thread-safe.
 namespace kiv::storage {
 
-/// The path of the root, empty where there is none. Looks at nothing on the disk.
+/// The path of the root, empty if there is none. Does not access the disk.
 std::string currentRootPath();
 
-/// Uses the path from now on; nothing brings the default back. What saves in another root at this
-/// moment completes there.
+/// Sets the root; nothing restores the default. Saves that run in the former root complete there.
 void setCurrentRootPath(std::optional<std::string> path);
 
-/// The root itself, in use from the first call on; nullptr where there is none.
+/// The root, opened by the first call; nullptr if there is none.
 std::shared_ptr<StorageRoot> currentRoot();
 
 }  // namespace kiv::storage

@@ -20,7 +20,7 @@ bool synchronizeParent(const std::string& path, std::optional<Error>* error) {
       path::deletingLastPathComponent(path), error);
 }
 
-/// True where the file system has no such step, rather than that it failed.
+/// True if the file system has no such step, rather than that it failed.
 bool isUnsupported(const std::optional<Error>& error) {
   for (const auto code : {std::errc::invalid_argument, std::errc::function_not_supported,
                           std::errc::not_supported, std::errc::operation_not_supported}) {

@@ -29,7 +29,7 @@ std::string lockPath(const std::string& directory) {
   return directory + std::string(lockSuffix);
 }
 
-/// True where a lock was just made, and another process that sweeps at this very moment holds it;
+/// True if a lock was just made, and another process that sweeps at this very moment holds it;
 /// that name is then given up for another.
 bool isHeldElsewhere(const std::optional<Error>& error) {
   return isSystemError(error, std::errc::resource_unavailable_try_again);

@@ -12,19 +12,18 @@
 
 namespace kiv::storage {
 
-/// This process's own directory NAME among those of all processes that use one root, for what it
-/// has not completed yet. It and its parent are for their owner alone.
+/// The directory NAME of this process, for its incomplete files; each process that uses a root has
+/// its own. It and its parent have mode 0700.
 ///
-/// Beside it lies NAME.lock, which the process keeps locked as long as it lives. The one rule that
-/// keeps processes out of each other's way: a directory and its lock file are removed only by
-/// whoever holds that lock. So nobody touches what a living process is writing, and what a dead one
-/// left, whose lock went with it, anybody may sweep.
+/// Beside it lies NAME.lock, which the process keeps locked until it ends. Only the holder of that
+/// lock may remove the directory and its lock file. So the files of a living process are safe, and
+/// those of a dead one can be swept by any process.
 class ProcessDirectory {
  public:
-  /// Called with the path of a directory before it is removed, to bring back what must not go.
+  /// Called with the path of a directory before it is removed, to rescue what must be kept.
   using Salvage = std::function<void(const std::string& directory)>;
 
-  /// Makes and locks a directory with a name of its own under `parent`; nullptr on failure.
+  /// Creates and locks a directory with a unique name under `parent`; nullptr on failure.
   static std::shared_ptr<ProcessDirectory> create(const std::string& parent, Salvage salvage,
                                                   std::optional<Error>* error);
 
@@ -36,11 +35,10 @@ class ProcessDirectory {
   /// Removes the directory.
   ~ProcessDirectory();
 
-  /// False where somebody has removed the directory or its lock file from under the process.
+  /// False if the directory or its lock file has been removed by somebody else.
   [[nodiscard]] bool stands() const;
-  /// A path in the directory, each time another one. Nothing lies there, unless somebody has broken
-  /// in. Numbers name the files, so that a temporary is never the reason that a long name cannot be
-  /// stored.
+  /// A new path in the directory. The names are numbers, so that a long file name never fails
+  /// because of its temporary.
   std::string nextPath();
 
  private:
@@ -52,16 +50,16 @@ class ProcessDirectory {
   std::atomic<std::uint64_t> counter_{0};
 };
 
-/// The path of a temporary file or directory. What lies there when this goes is removed.
+/// The path of a temporary file or directory, which the destructor removes.
 class Temporary {
  public:
-  /// `home` holds the path, and is kept as long as the temporary may lie there.
+  /// `home` is the directory of the path, and is kept alive.
   Temporary(std::string path, std::shared_ptr<ProcessDirectory> home);
   Temporary(Temporary&&) noexcept = default;
   Temporary& operator=(Temporary&&) = delete;
   ~Temporary();
 
-  /// Leaves what lies there to whoever removes the process's directory.
+  /// Lets the file be removed with the process's directory instead.
   void leave() noexcept { home_.reset(); }
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }

@@ -1,3 +1,6 @@
+// Directories are synced once, when they are first used: a stored file must not be lost in a power
+// cut because the entry of its directory was not on the disk.
+
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
 #include <algorithm>
@@ -70,7 +73,7 @@ std::optional<Temporary> StorageRoot::makeTemporary(std::optional<Error>* error)
   return Temporary(std::move(path), std::move(directory));
 }
 
-/// Without a look before: the creation itself fails where something lies.
+/// Without a look before: the creation itself fails if something lies.
 std::optional<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(
     Access access, std::optional<Error>* error) {
   auto directory = processDirectory(error);

@@ -14,56 +14,53 @@
 
 namespace kiv::storage {
 
-/// Who may use a file: whom the process's umask lets, or its owner alone.
+/// Who may access a file: by the umask, or its owner alone.
 enum class Access { shared, owner };
 
-/// One storage root in use by this process: its temporaries, and the directories in it that are
-/// known to survive a power cut. May be used from any thread.
+/// A storage root in use by this process: its temporaries, and the directories that are known to be
+/// on the disk. Thread-safe.
 class StorageRoot {
  public:
-  /// Starts to use the root: puts right and removes what dead processes left half done.
+  /// Opens the root: undoes interrupted swaps and removes the temporaries of dead processes.
   explicit StorageRoot(std::string path);
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// The path for a new temporary on the root's file system; nothing lies there yet. Nothing of
-  /// the service's own lies under the root before the first one is asked for.
+  /// A path for a new temporary on the root's file system. The private directory is created by the
+  /// first call.
   std::optional<Temporary> makeTemporary(std::optional<Error>* error);
-  /// The same with a new file that lies there, open for writing.
+  /// A new temporary file, open for writing.
   struct TemporaryFile {
     Temporary temporary;
     std::unique_ptr<WritableFile> file;
   };
   std::optional<TemporaryFile> createTemporaryFile(Access access, std::optional<Error>* error);
 
-  /// Makes the directory, which is the root or lies under it, and those above it where they are
-  /// missing, and sees to it that they are on the disk.
+  /// Creates the directory, which is the root or under it, with missing parents, and syncs them.
   bool prepareDirectory(const std::string& directory, std::optional<Error>* error);
 
-  /// Sees to it that the directory's entries are on the disk: now, or, while a batch is open, when
-  /// it ends.
+  /// Syncs the directory, or does so at the end of the batch if one is open.
   bool synchronizeEntries(const std::string& directory, std::optional<Error>* error);
-  /// What keeps a file of that size from being stored, if the disk has no room for it.
+  /// An error if the disk has no room for a file of that size.
   std::optional<Error> validateFile(std::uint64_t bytes, std::string_view name);
 
-  /// Something large is about to be stored otherwise.
+  /// Forgets the cached free space, since something large is about to be stored.
   void forgetRoom();
 
-  /// Batches nest: the end of the outermost waits for the disk, once for each directory. What has
-  /// been looked up in a batch, whether directories stand and how much room there is, counts until
-  /// its end.
+  /// Group commit: the end of the outermost batch syncs each directory once. Whether directories
+  /// exist and how much space is free is cached during a batch.
   void beginBatch();
   bool endBatch(std::optional<Error>* error);
 
  private:
-  /// What has been looked up in the batch that is open.
+  /// Cached during a batch.
   struct Seen {
     bool processDirectoryStands = false;
     std::set<std::string> standingDirectories;
     std::uint64_t roomLeft = 0;  // at least
   };
 
-  /// Brings back what a swap that never ended has moved away.
+  /// Undoes interrupted swaps.
   [[nodiscard]] ProcessDirectory::Salvage salvage() const;
   std::shared_ptr<ProcessDirectory> processDirectory(std::optional<Error>* error);
   [[nodiscard]] bool isInBatch() const noexcept KIV_REQUIRES(mutex_) { return openBatches_ > 0; }

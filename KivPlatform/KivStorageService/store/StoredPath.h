@@ -6,27 +6,26 @@
 
 #include "KivPlatform/Foundation/values/Error.h"
 
-/// Where a stored file lies under its root: checks on the text alone.
+/// Paths of stored files under their root. These functions do not access the disk.
 namespace kiv::storage {
 
-/// The directory under its root where the service keeps what is not complete.
+/// The service's private directory under its root, for incomplete files.
 inline constexpr std::string_view privateDirectory = ".KivStorageService";
 
-/// The ending that marks the name of an archive, in this spelling only.
+/// The suffix of an archive's name, case-sensitive.
 inline constexpr std::string_view archiveSuffix = ".zip";
 
 bool isArchiveName(std::string_view fileName);
 /// The name of the directory that the archive is unpacked in.
 std::string_view archiveStem(std::string_view fileName);
 
-/// Why the directory may not be used, as an end of a sentence, or nothing where it may: it must be
-/// made of harmless names with single separators between them, and lie outside the service's own
-/// directory. The empty path is the root itself.
+/// Why the directory may not be used, as the end of a sentence, or nothing. It must consist of
+/// valid names with single separators, outside the private directory. The empty path is the root.
 std::optional<std::string> validateRelativePath(std::string_view relativePath);
 
-/// The error for a place that may not be used for a file, or nothing where it may.
+/// An error if the path may not be used for a file.
 std::optional<Error> validatePlace(std::string_view fileName, std::string_view relativePath);
-/// The same for something that is to be saved there; an archive's stem counts too.
+/// The same for a file to be saved; an archive's stem is checked too.
 std::optional<Error> validateSaving(std::string_view fileName, std::string_view relativePath);
 
 }  // namespace kiv::storage

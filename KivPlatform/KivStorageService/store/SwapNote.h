@@ -2,15 +2,14 @@
 
 #include <string>
 
-/// The note that a swap of directories leaves for the case that it is interrupted: it lies beside
-/// the directory that makes way, and names the path, under the root, where that belongs.
+/// The note with which an interrupted swap of directories can be undone: a file beside the
+/// directory that was moved away, with the path under the root where it belongs.
 namespace kiv::storage {
 
-/// Where the note lies for the directory that makes way to `spare`.
+/// The path of the note for a directory that was moved to `spare`.
 std::string swapNotePath(const std::string& spare);
 
-/// Puts back what swaps of the process whose directory this is have moved away and never replaced,
-/// because it died or the disk failed.
+/// Moves back the directories that interrupted swaps of that process have moved away.
 void undoInterruptedSwaps(const std::string& processDirectory, const std::string& rootPath);
 
 }  // namespace kiv::storage

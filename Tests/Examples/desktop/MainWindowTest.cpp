@@ -50,7 +50,7 @@ class MainWindowTest : public kiv::test::SessionFixture {
     return window_->findChild<PassStatus*>()->findChild<ElidedLabel*>()->text();
   }
 
-  /// True where the view shows exactly the picture, a point for each pixel.
+  /// True if the view shows exactly the picture, a point for each pixel.
   static bool shows(BannerView& view, const QString& file) {
     const QImage picture = QImage(file).convertToFormat(QImage::Format_RGB32);
     const QImage seen = view.grab(QRect(QPoint(3, 3), picture.size())).toImage();

@@ -9,7 +9,7 @@ namespace kiv::test {
 /// The whole screen, as X has it now: every program's windows.
 QImage screenshot();
 
-/// Where the part stands in the picture, pixel by pixel; nothing where it does not.
+/// Where the part stands in the picture, pixel by pixel; nothing if it does not.
 std::optional<QPoint> find(const QImage& part, const QImage& picture);
 
 /// The smallest rectangle outside of which the two are alike.

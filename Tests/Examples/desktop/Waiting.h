@@ -4,7 +4,7 @@
 
 namespace kiv::test {
 
-/// Runs the event loop until the predicate holds; false where the patience of a test ends before.
+/// Runs the event loop until the predicate holds; false if the patience of a test ends before.
 template <class Predicate>
 bool waitUntil(Predicate predicate) {
   constexpr int patience = 60'000;  // milliseconds

@@ -58,7 +58,7 @@ KivRESTServiceSettings settingsWith(const std::string& spool) {
   return settings;
 }
 
-/// True where every round came out right; the number of rounds in which a task failed is printed.
+/// True if every round came out right; the number of rounds in which a task failed is printed.
 bool failEachInTurn(const std::string& spool, const std::vector<std::string>& urls) {
   int failed = 0;
   for (long count = 0; count < 100'000; ++count) {
@@ -81,7 +81,7 @@ bool failEachInTurn(const std::string& spool, const std::vector<std::string>& ur
   return false;
 }
 
-/// True where jobs that are added together are all on the queue or, where that failed, none.
+/// True if jobs that are added together are all on the queue or, where that failed, none.
 bool addAllOrNone() {
   constexpr int jobs = 100;
   bool hasFailed = false;

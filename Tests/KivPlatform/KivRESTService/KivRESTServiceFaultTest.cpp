@@ -19,7 +19,7 @@ struct Outcome {
   int status = 200;
   Code error = {};
 
-  /// True where the client is to ask the server again, which then does the same.
+  /// True if the client is to ask the server again, which then does the same.
   [[nodiscard]] bool isRetryable() const {
     return error == Code::connectionLost || error == Code::timedOut || status == 500;
   }

@@ -27,7 +27,7 @@ class KivRESTServiceHostNames : public testing::TestWithParam<NameCase> {
   KivRESTServiceHostNames() {
     server_.serve("/a", Response::ok("of the main server"));
     mirror_.serve("/a", Response::ok("of the mirror"));
-    // Only where the name server is silent does the time-out come.
+    // Only if the name server is silent does the time-out come.
     if (GetParam().answer == Answer::silence) {
       settings_.connectTimeout = std::chrono::milliseconds(200);
     }

@@ -61,7 +61,7 @@ struct Outcome {
   std::atomic<bool> isRight = true;
 };
 
-/// True where each task has ended once, with the error of a forked process, on the client's queue.
+/// True if each task has ended once, with the error of a forked process, on the client's queue.
 bool tasksEnd(Host& host, const std::string& url) {
   auto& outcome = *new Outcome;
   for (int count = 0; count < tasksEach; ++count) {

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A file manager that does something before a file is created, and moves nothing where it is told
+/// A file manager that does something before a file is created, and moves nothing if it is told
 /// not to, as between two file systems.
 class InterruptedFileManager : public ForwardingFileManager {
  public:

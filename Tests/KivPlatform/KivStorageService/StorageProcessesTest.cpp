@@ -79,7 +79,7 @@ class Writer {
 
 class StorageProcessesTest : public StorageServiceFixture {
  protected:
-  /// True where the archive's directory holds all files of one version and nothing else.
+  /// True if the archive's directory holds all files of one version and nothing else.
   [[nodiscard]] bool holdsAWholeArchive() const {
     const Tree found = treeOf(stored("promo"));
     const std::string version = found.contains("index.html") ? found.at("index.html") : "";

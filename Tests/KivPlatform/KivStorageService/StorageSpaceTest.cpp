@@ -21,7 +21,7 @@ class StorageSpaceTest : public StorageServiceFixture {
     EXPECT_THAT(error->localizedDescription(), HasSubstr(std::to_string(free) + " are free"));
   }
 
-  /// True where something was created since the faults were last set.
+  /// True if something was created since the faults were last set.
   [[nodiscard]] bool createdAFile() const {
     const auto operations = files_.operations();
     return std::any_of(operations.begin(), operations.end(),

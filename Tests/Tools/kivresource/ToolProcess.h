@@ -30,7 +30,7 @@ class ToolProcess {
   void closeInput();
   void sendSignal(int signal) const;
 
-  /// The next line of standard output without its end; nothing at the end, or where the patience of
+  /// The next line of standard output without its end; nothing at the end, or if the patience of
   /// a test ends.
   std::optional<std::string> readLine();
   /// The lines that are left.

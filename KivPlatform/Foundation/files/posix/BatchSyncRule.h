@@ -5,11 +5,10 @@
 #include <optional>
 #include <string_view>
 
-/// When one sync of a whole file system is safe, and when it pays. Plain arithmetic, apart from the
-/// system calls that need it.
+/// When one sync of a whole file system (syncfs) is safe, and when it is faster. Pure functions.
 namespace kiv::batchsync {
 
-/// True where one sync of the whole file system takes less time than a sync of each file.
+/// True if one syncfs takes less time than an fsync of each file.
 ///
 /// One for all also writes what other programs have not written yet, and has to wait for it: they
 /// can make it as long as they like. Measured on ext4 on a virtual disk that writes 3.5 GB/s, files
@@ -24,12 +23,10 @@ namespace kiv::batchsync {
   return files >= fewestFiles && unwrittenBytes / bytesWorthOneSync < files;
 }
 
-/// True where a Linux kernel of that release tells the caller of syncfs that writing has failed.
-/// Before 5.8 it answered success whatever became of the data.
+/// True if syncfs reports write errors in that Linux release: since 5.8.
 [[nodiscard]] bool reportsWriteErrors(std::string_view kernelRelease);
 
-/// The bytes that wait to be written, all programs and file systems together, from the text of
-/// /proc/meminfo; nothing where it does not say.
+/// The dirty bytes of all file systems, from the text of /proc/meminfo; nothing if it is not there.
 [[nodiscard]] std::optional<std::uint64_t> unwrittenBytes(std::string_view memoryInformation);
 
 }  // namespace kiv::batchsync

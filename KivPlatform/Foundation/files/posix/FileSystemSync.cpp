@@ -1,6 +1,6 @@
 // One sync of a whole file system in place of one for each file: Linux's syncfs.
 //
-// It is used only where its success means that everything is on the disk:
+// It is used only if its success means that everything is on the disk:
 // - The kernel reports write errors (5.8 and newer). It compares the file system's state with that
 //   at the moment when the descriptor was opened, so that is done before the first file is written,
 //   and an error in between, also one that another program was told of, is not missed.

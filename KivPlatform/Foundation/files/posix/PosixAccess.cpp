@@ -31,7 +31,7 @@ int lookForDirectory(const std::string& path) {
   return S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
 }
 
-/// Makes one directory, and those above it only where they are missing.
+/// Makes one directory, and those above it only if they are missing.
 int makeDirectory(const std::string& path, mode_t mode) {
   if (::mkdir(path.c_str(), mode) == 0) return 0;
   if (errno != ENOENT) return errno;

@@ -3,21 +3,20 @@
 #include <string>
 #include <sys/stat.h>
 
-/// Who may use files and directories on POSIX systems.
+/// Modes of files and directories.
 namespace kiv::posix {
 
-/// What a new item is to allow, before the umask takes from it. Never that others write.
+/// Modes of new shared items, before the umask: never writable by others.
 inline constexpr mode_t sharedFileMode = 0664;
 inline constexpr mode_t sharedDirectoryMode = 0775;
-/// What an item for its owner alone allows, whatever the umask.
+/// Modes of private items, whatever the umask.
 inline constexpr mode_t privateFileMode = 0600;
 inline constexpr mode_t privateDirectoryMode = 0700;
 
-/// Makes the directory and the missing ones above it; zero, or the system's error number. Zero also
-/// where it stood already, or a link to one.
+/// Creates the directory with missing parents. Zero, also if it or a link to one exists, or errno.
 int makeDirectories(const std::string& path);
-/// The same with the directory for its owner alone, also where it stood already and this process
-/// runs as its owner.
+/// The same with mode 0700 for the directory, also if it existed and this process runs as its
+/// owner.
 int makePrivateDirectory(const std::string& path);
 
 /// Takes the rights of everybody but its owner from the item, a regular file or a directory without

@@ -8,7 +8,7 @@
 
 namespace kiv::posix {
 
-/// An open descriptor, closed when it goes.
+/// Owner of a file descriptor.
 class Descriptor {
  public:
   explicit Descriptor(int number) noexcept : number_(number) {}

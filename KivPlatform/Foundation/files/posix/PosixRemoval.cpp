@@ -43,7 +43,7 @@ std::vector<Identity> identitiesOf(const std::vector<std::string>& roots) {
   return identities;
 }
 
-/// True where the open directory is one of the roots or lies below one. Goes up from it by "..",
+/// True if the open directory is one of the roots or lies below one. Goes up from it by "..",
 /// which takes no right to read any directory above.
 bool liesUnder(const Descriptor& directory, const std::vector<std::string>& roots) {
   const std::vector<Identity> identities = identitiesOf(roots);

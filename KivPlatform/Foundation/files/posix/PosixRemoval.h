@@ -7,11 +7,11 @@
 
 #include "KivPlatform/Foundation/values/Error.h"
 
-/// Removing on POSIX systems, with the guard that confines it to some directories.
+/// Removal, confined to certain directories by the guard.
 ///
-/// The directory that holds the item is opened once, with every link on the way to it followed. The
-/// guard asks where that open directory lies, and the item is removed from it by name: nobody who
-/// moves things about meanwhile has anything removed elsewhere. Links below it are not followed.
+/// The parent directory is opened once, following links. The guard checks where that open directory
+/// lies, and the item is removed from it by name (unlinkat), so that renames by others meanwhile
+/// cannot redirect the removal. Links below it are not followed.
 namespace kiv::posix {
 
 /// An item, as a name in a directory.
@@ -20,7 +20,7 @@ struct ItemPlace {
   std::string name;
 };
 
-/// The place of the item that the path names; nothing where it names none to remove: the file
+/// The place of the item that the path names; nothing if it names none to remove: the file
 /// system's root, or, with "." or ".." at its end, a directory by way of one in it.
 std::optional<ItemPlace> placeOfItem(std::string_view path);
 

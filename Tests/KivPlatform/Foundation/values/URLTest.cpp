@@ -148,7 +148,7 @@ INSTANTIATE_TEST_SUITE_P(Strings, NoURLTest, testing::ValuesIn(noURLs));
 struct JoinedLink {
   std::string_view domain;
   std::string_view link;
-  std::string_view url;  // empty where there is none
+  std::string_view url;  // empty if there is none
 };
 
 class JoinedLinkTest : public testing::TestWithParam<JoinedLink> {};
