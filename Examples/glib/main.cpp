@@ -49,13 +49,14 @@ struct Listener : KivResourceManagerObserver {
 
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
                                        const std::shared_ptr<KivResource>& resource) override {
-    std::printf("loaded %s\n", resource->name().c_str());
+    std::printf("loaded %s\n", kiv::escapingControlCharacters(resource->name()).c_str());
   }
   void resourceManager_didFailToLoadResource_withError(
       const std::shared_ptr<KivResourceManager>&, const std::shared_ptr<KivResource>& resource,
       const std::optional<kiv::Error>& error) override {
     const std::string reason = error ? error->localizedDescription() : "no data came";
-    std::printf("failed %s: %s\n", resource->name().c_str(), reason.c_str());
+    std::printf("failed %s: %s\n", kiv::escapingControlCharacters(resource->name()).c_str(),
+                reason.c_str());
     ++failures;
   }
   void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>&) override {
