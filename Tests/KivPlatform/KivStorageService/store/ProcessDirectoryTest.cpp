@@ -87,7 +87,7 @@ TEST_F(ProcessDirectoryTest, ANameWhoseLockSomebodyHoldsIsGivenUpForAnother) {
 TEST_F(ProcessDirectoryTest, NoticesThatSomebodyRemovedIt) {
   const test::UnguardedRemovals unguarded;
   const auto one = create(nullptr);
-  FileManager::defaultManager().removeItemAtPath(parent_);
+  ASSERT_TRUE(FileManager::defaultManager().removeItemAtPath(parent_));
   EXPECT_FALSE(one->stands());
 }
 
