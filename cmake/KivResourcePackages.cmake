@@ -19,6 +19,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "${kivresource_library}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+# Without the certificates of public authorities no https server is trusted.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS ca-certificates)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library, with the resources packaged with it.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkivresource-dev)

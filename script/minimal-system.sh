@@ -23,7 +23,9 @@ inside() {
   local system=$1
   shift
   # shellcheck disable=SC2016  # the inner shell fills them in
-  unshare --mount --propagation private sh -c 'mount -t proc proc "$1/proc" && exec chroot "$@"' sh \
+  unshare --mount --propagation private sh -c '
+    mount -t proc proc "$1/proc" && mount -t devpts -o ptmxmode=666 devpts "$1/dev/pts" &&
+      exec chroot "$@"' sh \
     "$system" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
     DEBIAN_FRONTEND=noninteractive "$@"
 }
