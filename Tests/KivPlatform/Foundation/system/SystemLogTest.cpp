@@ -103,13 +103,16 @@ TEST_F(SystemLogTest, HearsEveryLineOfManyThreads) {
 // A host's handler may wait for a lock of the host's, whose holder writes a line.
 TEST_F(SystemLogTest, NoLockIsHeldWhileTheHandlerRuns) {
   constexpr std::chrono::seconds deadline{30};
+  std::promise<void> begun;
   std::promise<void> other;
   bool hasCome = false;
   SystemLog::setHandler([&, come = other.get_future().share()](std::string_view line) {
-    if (line == "other") other.set_value();
-    if (line == "first") hasCome = come.wait_for(deadline) == std::future_status::ready;
+    if (line == "other") return other.set_value();
+    begun.set_value();
+    hasCome = come.wait_for(deadline) == std::future_status::ready;
   });
   std::thread writer([] { SystemLog::write("first"); });
+  begun.get_future().wait();
   SystemLog::write("other");
   writer.join();
   EXPECT_TRUE(hasCome);
