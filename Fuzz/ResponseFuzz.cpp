@@ -15,7 +15,7 @@ using kiv::fuzz::require;
 
 constexpr std::int64_t largestBody = 100'000;
 
-/// True if the check goes on.
+/// False if the check has rejected the response.
 bool checkAnswer(bool goesOn, const kiv::ResponseCheck& check) {
   require(goesOn || check.problem() || check.hasHeaders(), "what is refused is a problem");
   require(!check.problem() || !check.problem()->what.empty() ||
