@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "KivPlatform/KivRESTService/curl/Transfer.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 
 namespace kiv {
@@ -16,6 +17,8 @@ Download::Download(TransferJob job, const KivRESTServiceSettings& settings)
   for (const URL& url : urls)
     servers.push_back(originOf(url));
 }
+
+Download::~Download() = default;
 
 std::string Download::keyOf(const TransferJob& job) {
   std::string key;
@@ -39,9 +42,7 @@ void Download::record(AttemptResult result, RetryPolicy& policy, Time now) {
     metrics.bytes = static_cast<std::int64_t>(result.outcome.body->size());
     metrics.endedWithConnection = result.endedWithConnection;
   } else {
-    const auto& response = result.outcome.response;
-    metrics.failedTries.push_back(
-        {url(), result.errorCode(), response ? response->statusCode() : 0});
+    metrics.failedTries.push_back({url(), result.errorCode(), result.outcome.status.value_or(0)});
   }
   plan.record(server, std::move(result), policy, now);
 }
@@ -49,7 +50,7 @@ void Download::record(AttemptResult result, RetryPolicy& policy, Time now) {
 TransferOutcome Download::end(Time now) {
   const std::size_t decisive = plan.decisiveServer();
   TransferOutcome outcome = plan.takeOutcome();
-  if (outcome.response) metrics.server = urls[decisive];
+  if (outcome.status) metrics.server = urls[decisive];
   if (begun) {
     metrics.totalTime = std::chrono::duration_cast<std::chrono::microseconds>(now - *begun);
   }

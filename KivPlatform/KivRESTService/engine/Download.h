@@ -11,13 +11,13 @@
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
-#include "KivPlatform/KivRESTService/curl/Transfer.h"
+#include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
-#include "KivPlatform/KivRESTService/policy/TransferJob.h"
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
 
 namespace kiv {
 
+class Transfer;
 class TransferWorker;
 
 /// One file that the client fetches, for every task with the same URLs. Owned by the scheduler;
@@ -32,6 +32,9 @@ struct KIV_EXPORT Download {
   };
 
   Download(TransferJob job, const KivRESTServiceSettings& settings);
+  ~Download();
+  Download(const Download&) = delete;
+  Download& operator=(const Download&) = delete;
 
   /// The key by which tasks share a download: all of their URLs.
   static std::string keyOf(const TransferJob& job);

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+
+#include "KivPlatform/KivRESTService/engine/Download.h"
 
 namespace kiv {
 

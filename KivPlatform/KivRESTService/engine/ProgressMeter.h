@@ -8,9 +8,10 @@
 #include <string>
 
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
-#include "KivPlatform/KivRESTService/engine/Download.h"
 
 namespace kiv {
+
+struct Download;
 
 /// Sums up the client's progress and measures its throughput. Owned by the scheduler.
 class ProgressMeter {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
+#include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"

@@ -102,7 +102,8 @@ void TaskLedger::failAll(KivRESTServiceErrorCode code) {
 void TaskLedger::complete(std::uint64_t id, TaskResult result) {
   const auto task = take(id);
   if (!task) return;
-  task->setResponse(result.outcome.response);
+  const auto& status = result.outcome.status;
+  task->setResponse(status ? std::optional(HTTPResponse(*status)) : std::nullopt);
   task->setResponseError(std::move(result.outcome.error));
   task->setReturnedData(std::move(result.outcome.body));
   task->setMetrics(std::move(result.metrics));

@@ -14,7 +14,7 @@
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
-#include "KivPlatform/KivRESTService/engine/TaskResult.h"
+#include "KivPlatform/KivRESTService/engine/TransferJob.h"
 
 namespace kiv {
 

@@ -9,15 +9,15 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
+#include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
 
 namespace kiv {
 
 using Clock = std::chrono::steady_clock;
 
 TransferEngine::TransferEngine(KivRESTServiceSettings settings,
-                               std::shared_ptr<PendingBytes> pendingBytes,
-                               TransferScheduler::EndHandler ended, ProgressHandler progressed,
-                               FailureHandler failed)
+                               std::shared_ptr<PendingBytes> pendingBytes, TaskResultHandler ended,
+                               ProgressHandler progressed, FailureHandler failed)
     : settings_(std::move(settings)),
       pendingBytes_(std::move(pendingBytes)),
       ended_(std::move(ended)),
@@ -178,7 +178,9 @@ WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
 }
 
 void TransferEngine::begin(std::size_t index, const WorkerHandles& handles) {
-  if (!scheduler_) scheduler_.emplace(settings_, ended_, *pendingBytes_);
+  if (!scheduler_) {
+    scheduler_ = std::make_unique<TransferScheduler>(settings_, ended_, *pendingBytes_);
+  }
   scheduler_->worker(index).open(handles);
 }
 

@@ -15,11 +15,12 @@
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
-#include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
+#include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
-#include "KivPlatform/KivRESTService/policy/TransferJob.h"
 
 namespace kiv {
+
+class TransferScheduler;
 
 /// The transfer threads of a client, and the requests that other threads make to them.
 ///
@@ -36,8 +37,7 @@ class TransferEngine {
   /// lock, and not after stop() has returned. The bodies given to `ended` count among the pending
   /// bytes until the caller removes them.
   TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
-                 TransferScheduler::EndHandler ended, ProgressHandler progressed,
-                 FailureHandler failed);
+                 TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed);
   /// Stops the engine. An inherited one must not be destroyed.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
@@ -103,7 +103,7 @@ class TransferEngine {
 
   KivRESTServiceSettings settings_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
-  const TransferScheduler::EndHandler ended_;
+  const TaskResultHandler ended_;
   const ProgressHandler progressed_;
   const FailureHandler failed_;
   const std::uint64_t forkDepth_ = forkDepth();
@@ -111,8 +111,7 @@ class TransferEngine {
   // Held by a transfer thread except while it waits or moves bytes, and never by other threads, so
   // that those never wait for a transfer thread. Locked before mutex_.
   Mutex schedulerMutex_;
-  std::optional<TransferScheduler> scheduler_
-      KIV_GUARDED_BY(schedulerMutex_);                       // while a thread runs
+  std::unique_ptr<TransferScheduler> scheduler_ KIV_GUARDED_BY(schedulerMutex_);  // while one runs
   std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // number of threads that use it
 
   Mutex mutex_;  // for the threads and the requests to them

@@ -10,6 +10,7 @@
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
+#include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
@@ -37,7 +38,7 @@ std::size_t TransferScheduler::workerCount(const KivRESTServiceSettings& setting
 }
 
 TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
-                                     const EndHandler& ended, PendingBytes& pendingBytes)
+                                     const TaskResultHandler& ended, PendingBytes& pendingBytes)
     : settings_(settings),
       ended_(ended),
       pendingBytes_(pendingBytes),

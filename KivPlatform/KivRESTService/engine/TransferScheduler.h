@@ -14,9 +14,8 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
-#include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
-#include "KivPlatform/KivRESTService/engine/TaskResult.h"
+#include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
@@ -26,10 +25,11 @@
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
-#include "KivPlatform/KivRESTService/policy/TransferJob.h"
+#include "KivPlatform/KivRESTService/policy/TransferPlan.h"
 
 namespace kiv {
 
+struct Download;
 class PendingBytes;
 
 /// Decides what the transfer threads do: queues the jobs, starts them by priority when a slot is
@@ -39,14 +39,13 @@ class PendingBytes;
 /// the time in its own queue.
 class TransferScheduler {
  public:
-  using EndHandler = std::function<void(TaskResults results)>;
   using Time = std::chrono::steady_clock::time_point;
 
   /// The number of workers for the settings.
   static std::size_t workerCount(const KivRESTServiceSettings& settings) noexcept;
 
   /// The arguments must outlive the scheduler.
-  TransferScheduler(const KivRESTServiceSettings& settings, const EndHandler& ended,
+  TransferScheduler(const KivRESTServiceSettings& settings, const TaskResultHandler& ended,
                     PendingBytes& pendingBytes);
   /// No transfer may be running.
   ~TransferScheduler();
@@ -141,7 +140,7 @@ class TransferScheduler {
                     Time now);
 
   const KivRESTServiceSettings& settings_;
-  const EndHandler& ended_;
+  const TaskResultHandler& ended_;
   PendingBytes& pendingBytes_;
   SpoolDirectory spool_;
   const std::shared_ptr<BodyBuffers> buffers_;

@@ -4,8 +4,13 @@
 #include <thread>
 
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
+#include "KivPlatform/KivRESTService/curl/Transfer.h"
+#include "KivPlatform/KivRESTService/engine/Download.h"
 
 namespace kiv {
+
+TransferWorker::TransferWorker() = default;
+TransferWorker::~TransferWorker() = default;
 
 bool TransferWorker::isAnsweredBy(const std::string& server) const {
   return std::any_of(running_.begin(), running_.end(), [&](const auto& entry) {

@@ -12,10 +12,11 @@
 #include <vector>
 
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
-#include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/WakeUpPipe.h"
 
 namespace kiv {
+
+struct Download;
 
 /// The handles of a transfer thread.
 struct WorkerHandles {
@@ -35,6 +36,11 @@ class TransferWorker {
     Download& download;
     int result;  ///< libcurl's.
   };
+
+  TransferWorker();
+  ~TransferWorker();
+  TransferWorker(const TransferWorker&) = delete;
+  TransferWorker& operator=(const TransferWorker&) = delete;
 
   /// The number of transfers that run or are assigned.
   [[nodiscard]] std::size_t load() const noexcept { return assigned_.size() + running_.size(); }

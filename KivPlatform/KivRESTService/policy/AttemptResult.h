@@ -5,10 +5,27 @@
 #include <optional>
 #include <utility>
 
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
-#include "KivPlatform/KivRESTService/policy/TransferJob.h"
 
 namespace kiv {
+
+/// How a task, or an attempt, ended: with the status of a response, or with an error. The body is
+/// set with status 200 only.
+struct TransferOutcome {
+  std::optional<std::int64_t> status;
+  std::optional<Error> error;
+  std::optional<Data> body;
+
+  static TransferOutcome succeeded(Data body) { return {200, std::nullopt, std::move(body)}; }
+  static TransferOutcome answered(std::int64_t status) {
+    return {status, std::nullopt, std::nullopt};
+  }
+  static TransferOutcome failed(Error error) {
+    return {std::nullopt, std::move(error), std::nullopt};
+  }
+};
 
 /// How one attempt at one server ended, with what the next attempt needs to know.
 struct AttemptResult {

@@ -10,7 +10,7 @@ namespace {
 
 bool isPassing(const AttemptResult& result) {
   if (const auto code = result.errorCode()) return isRetryable(*code);
-  return result.outcome.response && isRetryable(result.outcome.response->statusCode());
+  return result.outcome.status && isRetryable(*result.outcome.status);
 }
 
 }  // namespace
@@ -72,8 +72,8 @@ std::size_t TransferPlan::decisiveServer() const noexcept {
     return static_cast<std::size_t>(std::find_if(servers_.begin(), servers_.end(), isIt) -
                                     servers_.begin());
   };
-  const auto answered =
-      placeOf([](const Server& server) { return server.outcome && server.outcome->response; });
+  const auto answered = placeOf(
+      [](const Server& server) { return server.outcome && server.outcome->status.has_value(); });
   if (answered < servers_.size()) return answered;
   // The first may never have been tried, where another has used up all tries.
   return placeOf([](const Server& server) { return server.outcome.has_value(); });

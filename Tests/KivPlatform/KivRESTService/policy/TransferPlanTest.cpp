@@ -69,7 +69,7 @@ TransferOutcome outcome(const std::string& sort, std::size_t server) {
 
 std::string describe(const TransferOutcome& outcome) {
   if (outcome.error) return "error of " + std::to_string(outcome.error->code);
-  if (!outcome.body) return std::to_string(outcome.response->statusCode());
+  if (!outcome.body) return std::to_string(*outcome.status);
   return "body of " + std::string(outcome.body->view());
 }
 
