@@ -14,7 +14,6 @@
 #include "Fuzz/Require.h"
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
-#include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/http/PrivateAddress.h"
 

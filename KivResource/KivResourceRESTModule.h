@@ -11,7 +11,6 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
-#include "KivPlatform/Foundation/values/URLRequest.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
 class KivResource;

@@ -35,7 +35,6 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/Foundation/values/StringList.h
   KivPlatform/Foundation/system/SystemLog.h
   KivPlatform/Foundation/values/URL.h
-  KivPlatform/Foundation/values/URLRequest.h
   KivPlatform/Foundation/values/Value.h
   KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h
   KivPlatform/KivRESTService/KivRESTService.h

@@ -9,7 +9,6 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
-#include "KivPlatform/Foundation/values/URLRequest.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 
 namespace kiv {

@@ -6,6 +6,8 @@
 
 #include <simdjson.h>
 
+#include "KivPlatform/Foundation/text/ASCII.h"
+
 namespace kiv::unicode {
 
 namespace {
@@ -13,10 +15,8 @@ namespace {
 /// Whatever is not UTF-8 has no letters but those of ASCII.
 std::u32string foldedBytes(std::string_view name) {
   std::u32string points;
-  for (const char byte : name) {
-    const bool isCapital = byte >= 'A' && byte <= 'Z';
-    points += static_cast<unsigned char>(isCapital ? byte + ('a' - 'A') : byte);
-  }
+  for (const char byte : name)
+    points += static_cast<unsigned char>(ascii::lowercased(byte));
   return points;
 }
 

@@ -1,3 +1,6 @@
+// libcurl's parser decides what a host is, since libcurl will connect to it: a second parser that
+// read a URL otherwise would let a check be passed with one host and a request go to another.
+
 #include "KivPlatform/Foundation/values/URL.h"
 
 #include <algorithm>
@@ -6,22 +9,11 @@
 
 #include <curl/curl.h>
 
+#include "KivPlatform/Foundation/text/ASCII.h"
+
 namespace kiv {
 
 namespace {
-
-constexpr bool isLetter(char character) noexcept {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
-}
-
-constexpr bool isDigit(char character) noexcept {
-  return character >= '0' && character <= '9';
-}
-
-bool isHexDigit(char character) noexcept {
-  return isDigit(character) || (character >= 'a' && character <= 'f') ||
-         (character >= 'A' && character <= 'F');
-}
 
 /// Unreserved and reserved characters of a URL; "%" is looked at apart.
 constexpr auto urlCharacters = [] {
@@ -29,8 +21,8 @@ constexpr auto urlCharacters = [] {
   for (const char character : std::string_view("-._~:/?#[]@!$&'()*+,;="))
     may[static_cast<unsigned char>(character)] = true;
   for (unsigned character = 0; character < may.size(); ++character)
-    may[character] |=
-        isLetter(static_cast<char>(character)) || isDigit(static_cast<char>(character));
+    may[character] |= ascii::isLetter(static_cast<char>(character)) ||
+                      ascii::isDigit(static_cast<char>(character));
   return may;
 }();
 
@@ -41,7 +33,8 @@ bool mayStandInURL(char character) noexcept {
 bool hasOnlyURLCharacters(std::string_view string) noexcept {
   for (std::size_t at = 0; at < string.size(); ++at) {
     if (string[at] == '%') {
-      if (at + 2 >= string.size() || !isHexDigit(string[at + 1]) || !isHexDigit(string[at + 2])) {
+      if (at + 2 >= string.size() || !ascii::isHexDigit(string[at + 1]) ||
+          !ascii::isHexDigit(string[at + 2])) {
         return false;
       }
       at += 2;
@@ -52,31 +45,36 @@ bool hasOnlyURLCharacters(std::string_view string) noexcept {
   return true;
 }
 
-/// The scheme before the first ":", in lower case; empty if what stands there is none.
-std::string schemeOf(std::string_view string) {
-  const std::size_t colon = string.find(':');
-  if (colon == string.npos || colon == 0 || !isLetter(string.front())) return {};
-  std::string scheme(string.substr(0, colon));
-  for (char& character : scheme) {
-    const bool allowed = isLetter(character) || isDigit(character) || character == '+' ||
-                         character == '-' || character == '.';
-    if (!allowed) return {};
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character + 32);
-  }
-  return scheme;
+using Parser = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
+
+Parser makeParser() {
+  return {curl_url(), &curl_url_cleanup};
+}
+
+std::optional<std::string> partOf(const Parser& parser, CURLUPart part) {
+  char* text = nullptr;
+  if (curl_url_get(parser.get(), part, &text, 0) != CURLUE_OK || !text) return std::nullopt;
+  const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+  return std::string(text);
 }
 
 /// The host of an absolute URL, or nothing if the URL does not parse.
 std::optional<std::string> parseHost(const std::string& string) {
-  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parser(curl_url(), &curl_url_cleanup);
+  const auto parser = makeParser();
   if (!parser) return std::nullopt;
   if (curl_url_set(parser.get(), CURLUPART_URL, string.c_str(), CURLU_NON_SUPPORT_SCHEME)) {
     return std::nullopt;
   }
-  char* part = nullptr;
-  if (curl_url_get(parser.get(), CURLUPART_HOST, &part, 0) || !part) return std::nullopt;
-  const std::unique_ptr<char, decltype(&curl_free)> owner(part, &curl_free);
-  return std::string(part);
+  return partOf(parser, CURLUPART_HOST);
+}
+
+/// User name, password, host and port, of a string that begins with them.
+std::string_view authorityAt(std::string_view string) noexcept {
+  return string.substr(0, string.find_first_of("/?#"));
+}
+
+std::string_view withoutUser(std::string_view authority) noexcept {
+  return authority.substr(authority.rfind('@') + 1);  // npos + 1 is 0
 }
 
 /// Where the host begins, or what somebody has meant as one: a wrong number of slashes may stand
@@ -96,24 +94,60 @@ std::optional<URL> URL::fromString(std::string_view string) {
   url.string_ = string;
   url.scheme_ = schemeOf(string);
   if (url.scheme_.empty()) return url;
-  // Only "//" opens a host. The parser below would take one after a single slash too.
-  const std::string_view rest = string.substr(url.scheme_.size() + 1);
-  const bool hasHost = rest.starts_with("//") && rest.size() > 2 && rest[2] != '/';
-  // Of a file's URL the parser takes none with a server, though it is one that parses.
-  if (!hasHost || url.scheme_ == "file") return url;
+  // The parser would take a host after a single slash too. Of a file's URL it takes none with a
+  // server, though that is a URL.
+  if (!hasHostAfterScheme(string, url.scheme_) || url.scheme_ == "file") return url;
   auto host = parseHost(url.string_);
   if (!host) return std::nullopt;
   url.host_ = std::move(*host);
   return url;
 }
 
+std::string URL::schemeOf(std::string_view string) {
+  const std::string_view scheme = string.substr(0, string.find(':'));
+  if (scheme.size() == string.size() || scheme.empty() || !ascii::isLetter(scheme.front())) {
+    return {};
+  }
+  const bool isScheme = std::all_of(scheme.begin(), scheme.end(), [](char character) {
+    return ascii::isLetter(character) || ascii::isDigit(character) ||
+           std::string_view("+-.").find(character) != std::string_view::npos;
+  });
+  return isScheme ? ascii::lowercased(scheme) : std::string();
+}
+
+bool URL::hasHostAfterScheme(std::string_view string, std::string_view scheme) noexcept {
+  const std::string_view rest = string.substr(scheme.size());
+  return rest.starts_with("://") && rest.size() > 3 && rest[3] != '/';
+}
+
+std::string URL::origin() const {
+  if (!hasHostAfterScheme(string_, scheme_)) return {};
+  const auto authority = authorityAt(std::string_view(string_).substr(scheme_.size() + 3));
+  return (scheme_ + "://").append(withoutUser(authority));
+}
+
+std::optional<URL> URL::resolving(std::string_view reference) const {
+  const auto parser = makeParser();
+  if (!parser) return std::nullopt;
+  const auto set = [&](const std::string& url, unsigned flags) {
+    return curl_url_set(parser.get(), CURLUPART_URL, url.c_str(), flags) == CURLUE_OK;
+  };
+  if (!set(string_, 0) ||
+      !set(std::string(reference), CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE)) {
+    return std::nullopt;
+  }
+  const auto resolved = partOf(parser, CURLUPART_URL);
+  return resolved ? fromString(*resolved) : std::nullopt;
+}
+
 std::string displayedURL(std::string_view url) {
   url = url.substr(0, url.find_first_of("?#"));
   const auto hostStart = startOfHost(url);
-  const auto authority = url.substr(hostStart, url.find('/', hostStart) - hostStart);
-  const auto at = authority.rfind('@');
-  if (at == std::string_view::npos) return std::string(url);
-  return std::string(url.substr(0, hostStart)).append(url.substr(hostStart + at + 1));
+  const auto authority = authorityAt(url.substr(hostStart));
+  const auto shown = withoutUser(authority);
+  if (shown.size() == authority.size()) return std::string(url);
+  return std::string(url.substr(0, hostStart))
+      .append(url.substr(hostStart + authority.size() - shown.size()));
 }
 
 }  // namespace kiv

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "KivPlatform/Foundation/Export.h"
 
@@ -21,6 +22,19 @@ class KIV_EXPORT URL {
   [[nodiscard]] const std::string& scheme() const noexcept { return scheme_; }
   /// The host after "//", or an empty string where there is none, as with every "file" URL.
   [[nodiscard]] const std::string& host() const noexcept { return host_; }
+  /// Scheme, host and port as written, without user name and password; an empty string where there
+  /// is no host.
+  [[nodiscard]] std::string origin() const;
+
+  /// The URL that a reference, absolute or relative, stands for at this URL (RFC 3986, 5.2).
+  /// Characters that may not stand in a URL are percent-encoded, as browsers do it. Nothing if the
+  /// result is no URL.
+  [[nodiscard]] std::optional<URL> resolving(std::string_view reference) const;
+
+  /// The scheme that a URL or a reference begins with, in lower case, or an empty string.
+  static std::string schemeOf(std::string_view string);
+  /// True if a host follows the scheme in a URL or a reference.
+  static bool hasHostAfterScheme(std::string_view string, std::string_view scheme) noexcept;
 
   friend bool operator==(const URL& a, const URL& b) noexcept { return a.string_ == b.string_; }
 
@@ -30,6 +44,14 @@ class KIV_EXPORT URL {
   std::string string_;
   std::string scheme_;
   std::string host_;
+};
+
+/// One HTTP request: a method and a URL. It carries no headers, no body and no time-out.
+struct URLRequest {
+  URL url;
+  std::string httpMethod = "GET";
+
+  explicit URLRequest(URL requestURL) : url(std::move(requestURL)) {}
 };
 
 /// The URL as a message may show it: without user name, password, query and fragment.

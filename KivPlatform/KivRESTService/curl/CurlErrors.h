@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <string_view>
+
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
@@ -11,5 +14,11 @@ inline constexpr int resultOfTimeOut = 28;
 /// Maps libcurl's result codes to transfer errors. Codes that do not concern HTTP, and those of
 /// later versions, are `unknown`.
 KIV_EXPORT KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept;
+
+/// Says why libcurl has rejected a server's certificate, as a clause for an error's message.
+/// `detail` is libcurl's message, which depends on its TLS library, and `verifyResult` that
+/// library's code. A message that is not recognised is quoted.
+KIV_EXPORT std::string certificateProblem(std::string_view server, std::string_view detail,
+                                          long verifyResult);
 
 }  // namespace kiv

@@ -1,52 +1,18 @@
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 
-#include <memory>
-#include <optional>
-#include <string>
+#include <array>
+#include <cstdlib>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <utility>
 
 #include <curl/curl.h>
 
+#include "KivPlatform/KivRESTService/curl/CurlOptions.h"
+#include "KivPlatform/KivRESTService/http/PrivateAddress.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace kiv {
-
-namespace {
-
-/// The scheme with which a reference begins, in lower case; empty if it is relative.
-std::string schemeOf(std::string_view reference) {
-  const auto end = reference.find_first_of(":/?#");
-  if (end == std::string_view::npos || reference[end] != ':') return {};
-  std::string scheme(reference.substr(0, end));
-  for (char& character : scheme) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character + 32);
-  }
-  return scheme;
-}
-
-/// True if a host follows the scheme. The resolver would make one up from the path.
-bool namesHost(std::string_view rest) noexcept {
-  return rest.starts_with("://") && rest.size() > 3 && rest[3] != '/';
-}
-
-/// The absolute URL that the reference stands for, with what may not stand in a URL escaped, as
-/// every browser does it for this header.
-std::optional<URL> resolved(const URL& base, std::string_view reference) {
-  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parser(curl_url(), &curl_url_cleanup);
-  if (!parser) return std::nullopt;
-  const auto take = [&](const std::string& url, unsigned flags) {
-    return curl_url_set(parser.get(), CURLUPART_URL, url.c_str(), flags) == CURLUE_OK;
-  };
-  if (!take(base.absoluteString(), 0) ||
-      !take(std::string(reference), CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE)) {
-    return std::nullopt;
-  }
-  char* text = nullptr;
-  if (curl_url_get(parser.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return std::nullopt;
-  const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
-  return URL::fromString(text);
-}
-
-}  // namespace
 
 std::string_view validateURL(const URL& url) noexcept {
   if (url.scheme().empty()) return "the URL has no scheme";
@@ -67,15 +33,15 @@ std::variant<URL, Error> redirectTarget(const URL& from, std::string_view locati
     return transferError(code, from.absoluteString(), what);
   };
   // Looked at first: the resolver takes "mailto:a@b" for a relative path.
-  const std::string scheme = schemeOf(location);
+  const std::string scheme = URL::schemeOf(location);
   if (!scheme.empty() && scheme != "http" && scheme != "https") {
     return refusal(Code::refusedRedirect,
                    "the server redirects to a scheme other than http and https");
   }
-  if (!scheme.empty() && !namesHost(location.substr(scheme.size()))) {
+  if (!scheme.empty() && !URL::hasHostAfterScheme(location, scheme)) {
     return refusal(Code::malformedResponse, "the server redirects to what is no URL");
   }
-  const auto target = resolved(from, location);
+  const auto target = from.resolving(location);
   if (!target) return refusal(Code::malformedResponse, "the server redirects to what is no URL");
   if (!validateURL(*target).empty()) {
     return refusal(Code::refusedRedirect, "the server redirects to a URL that cannot be loaded");
@@ -84,6 +50,113 @@ std::variant<URL, Error> redirectTarget(const URL& from, std::string_view locati
     return refusal(Code::refusedRedirect, "the server redirects from https to http");
   }
   return *target;
+}
+
+// --- RedirectGuard ---
+
+namespace {
+
+/// True if the environment names a proxy for the scheme, as libcurl reads it.
+bool environmentHasProxy(const std::string& scheme) {
+  constexpr auto isSet = [](const char* name) {
+    const char* const value = std::getenv(name);
+    return value && *value;
+  };
+  // Not HTTP_PROXY, which a server that runs this as a script takes from a request's header.
+  const bool forScheme =
+      scheme == "http" ? isSet("http_proxy") : isSet("https_proxy") || isSet("HTTPS_PROXY");
+  return forScheme || isSet("all_proxy") || isSet("ALL_PROXY");
+}
+
+std::string textOf(const curl_sockaddr& address) {
+  std::array<char, NI_MAXHOST> text{};
+  const int failed = getnameinfo(&address.addr, address.addrlen, text.data(), text.size(), nullptr,
+                                 0, NI_NUMERICHOST);
+  return failed ? std::string() : std::string(text.data());
+}
+
+std::string addressOfServer(void* handle) {
+  const char* address = nullptr;
+  curl_easy_getinfo(handle, CURLINFO_PRIMARY_IP, &address);
+  return address ? address : "";
+}
+
+}  // namespace
+
+/// What libcurl calls, with its own types.
+struct RedirectGuardCallbacks {
+  /// One address of several that is refused leaves the others.
+  static curl_socket_t openSocket(void* guard, curlsocktype, curl_sockaddr* address) {
+    if (!static_cast<RedirectGuard*>(guard)->admits(textOf(*address))) return CURL_SOCKET_BAD;
+    return ::socket(address->family, address->socktype, address->protocol);
+  }
+
+  /// Called for every request, also on a connection that others have opened.
+  static int beginRequest(void* guard, char* address, char*, int, int) {
+    auto& self = *static_cast<RedirectGuard*>(guard);
+    if (self.admits(address)) return CURL_PREREQFUNC_OK;
+    self.hasAdmitted_ = false;
+    return CURL_PREREQFUNC_ABORT;
+  }
+};
+
+std::optional<Error> RedirectGuard::noteRedirect(void* handle, const URL& from, const URL& target) {
+  if (settings_.followsRedirectsToPrivateAddresses) return std::nullopt;
+  if (std::exchange(isFirstRedirect_, false)) {
+    const bool isPrivate =
+        isPrivateHost(from.host()) || (!usesProxy(from) && isPrivateHost(addressOfServer(handle)));
+    isOn_ = !isPrivate;
+  }
+  from_ = from;
+  target_ = target;
+  if (isOn_ && isPrivateHost(target.host())) return errorFor(target.host());
+  return std::nullopt;
+}
+
+bool RedirectGuard::setOptions(void* handle) {
+  refused_.clear();
+  hasAdmitted_ = false;
+  const bool looks = isOn_ && !usesProxy(*target_);
+  using Callbacks = RedirectGuardCallbacks;
+  constexpr curl_opensocket_callback noSocket = nullptr;
+  constexpr curl_prereq_callback noRequest = nullptr;
+  return setOption(handle, CURLOPT_OPENSOCKETFUNCTION, looks ? &Callbacks::openSocket : noSocket) &&
+         setOption(handle, CURLOPT_OPENSOCKETDATA, this) &&
+         setOption(handle, CURLOPT_PREREQFUNCTION, looks ? &Callbacks::beginRequest : noRequest) &&
+         setOption(handle, CURLOPT_PREREQDATA, this) && setProxy(handle);
+}
+
+/// Makes libcurl take the way that has been judged: were a host excepted from the proxy of the
+/// environment, its address would be connected to without a look at it.
+bool RedirectGuard::setProxy(void* handle) const {
+  if (settings_.proxy) return true;  // which has been set for good
+  constexpr const char* asTheEnvironmentSays = nullptr;
+  const bool usesOne = isOn_ && usesProxy(*target_);
+  return setOption(handle, CURLOPT_PROXY, isOn_ && !usesOne ? "" : asTheEnvironmentSays) &&
+         setOption(handle, CURLOPT_NOPROXY, usesOne ? "" : asTheEnvironmentSays);
+}
+
+bool RedirectGuard::usesProxy(const URL& url) const {
+  return settings_.proxy ? !settings_.proxy->empty() : environmentHasProxy(url.scheme());
+}
+
+bool RedirectGuard::admits(const std::string& address) {
+  if (isPublicAddress(address)) return hasAdmitted_ = true;
+  refused_ = address;
+  return false;
+}
+
+std::optional<Error> RedirectGuard::refusal() const {
+  if (refused_.empty() || hasAdmitted_) return std::nullopt;
+  return errorFor(refused_);
+}
+
+Error RedirectGuard::errorFor(const std::string& address) const {
+  std::string what = "the server redirects to \"" + displayedURL(target_->absoluteString());
+  what += "\", which is in a private network (" + address + "), and the setting ";
+  what += "followsRedirectsToPrivateAddresses does not allow that";
+  return transferError(KivRESTServiceErrorCode::redirectToPrivateAddress, from_->absoluteString(),
+                       what);
 }
 
 }  // namespace kiv

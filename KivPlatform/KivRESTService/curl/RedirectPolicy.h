@@ -1,11 +1,14 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 #include <variant>
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 
 namespace kiv {
 
@@ -19,5 +22,45 @@ KIV_EXPORT bool isRedirect(int status) noexcept;
 /// Resolves a Location against the URL of its request, or says why it may not be followed: other
 /// schemes than http and https, and https to http. RedirectGuard checks the addresses.
 KIV_EXPORT std::variant<URL, Error> redirectTarget(const URL& from, std::string_view location);
+
+/// Keeps the redirects of one attempt out of private networks, unless its server is in one itself
+/// or the settings allow it (a defence against server-side request forgery).
+///
+/// It checks the address of the connection, not that of an earlier DNS look-up: before a socket is
+/// opened, and again before a request is sent, also on a reused connection. With a proxy only the
+/// host name can be checked.
+class RedirectGuard {
+ public:
+  /// `settings` must outlive the guard.
+  explicit RedirectGuard(const KivRESTServiceSettings& settings) noexcept : settings_(settings) {}
+  RedirectGuard(const RedirectGuard&) = delete;
+  RedirectGuard& operator=(const RedirectGuard&) = delete;
+
+  /// Called when the server at `from`, which has just answered on the handle, redirects to
+  /// `target`. An error if the host name alone forbids it.
+  std::optional<Error> noteRedirect(void* handle, const URL& from, const URL& target);
+  /// Prepares a handle for the next request; false if that failed. The guard must not move while
+  /// the handle runs.
+  bool setOptions(void* handle);
+  /// The error if the last request was refused its connection.
+  [[nodiscard]] std::optional<Error> refusal() const;
+
+ private:
+  friend struct RedirectGuardCallbacks;
+
+  bool setProxy(void* handle) const;
+  [[nodiscard]] bool usesProxy(const URL& url) const;
+  /// False, and remembered, if nothing may be sent to that address.
+  bool admits(const std::string& address);
+  [[nodiscard]] Error errorFor(const std::string& address) const;
+
+  const KivRESTServiceSettings& settings_;
+  bool isFirstRedirect_ = true;
+  bool isOn_ = false;  // the try began at a public server
+  std::optional<URL> from_;
+  std::optional<URL> target_;  // of the next request
+  std::string refused_;        // an address
+  bool hasAdmitted_ = false;   // another one
+};
 
 }  // namespace kiv

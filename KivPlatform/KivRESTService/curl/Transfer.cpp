@@ -9,10 +9,8 @@
 
 #include <curl/curl.h>
 
-#include "KivPlatform/KivRESTService/curl/CertificateErrors.h"
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
-#include "KivPlatform/KivRESTService/curl/CurlOption.h"
-#include "KivPlatform/KivRESTService/curl/LastingOptions.h"
+#include "KivPlatform/KivRESTService/curl/CurlOptions.h"
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
-#include "KivPlatform/KivRESTService/policy/HostHealth.h"
 
 namespace kiv {
 
@@ -15,7 +14,7 @@ Download::Download(TransferJob job, const KivRESTServiceSettings& settings)
       plan(urls.size(), settings) {
   servers.reserve(urls.size());
   for (const URL& url : urls)
-    servers.push_back(originOf(url));
+    servers.push_back(url.origin());
 }
 
 Download::~Download() = default;

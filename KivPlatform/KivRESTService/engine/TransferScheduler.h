@@ -20,7 +20,6 @@
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
-#include "KivPlatform/KivRESTService/policy/BandwidthBudget.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"

@@ -7,6 +7,8 @@
 #include <optional>
 #include <sys/socket.h>
 
+#include "KivPlatform/Foundation/text/ASCII.h"
+
 namespace kiv {
 
 namespace {
@@ -93,17 +95,13 @@ bool isPrivate(const Address& address) noexcept {
                      [&](const Block& block) { return block.contains(address); });
 }
 
-constexpr char lower(char character) noexcept {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character + 32) : character;
-}
-
 bool isLocalhost(std::string_view name) noexcept {
   constexpr std::string_view localhost = "localhost";
   if (name.size() < localhost.size()) return false;
   const auto rest = name.substr(0, name.size() - localhost.size());
   const auto end = name.substr(rest.size());
   const bool ends = std::equal(end.begin(), end.end(), localhost.begin(),
-                               [](char a, char b) { return lower(a) == b; });
+                               [](char a, char b) { return ascii::lowercased(a) == b; });
   return ends && (rest.empty() || rest.ends_with('.'));
 }
 

@@ -7,8 +7,8 @@
 #include <charconv>
 #include <utility>
 
-#include "KivPlatform/KivRESTService/http/EntityTag.h"
-#include "KivPlatform/KivRESTService/http/HTTPDate.h"
+#include "KivPlatform/Foundation/text/ASCII.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 namespace kiv {
 
@@ -18,10 +18,6 @@ using Code = KivRESTServiceErrorCode;
 
 constexpr bool isBlank(char character) noexcept {
   return character == ' ' || character == '\t';
-}
-
-constexpr bool isDigit(char character) noexcept {
-  return character >= '0' && character <= '9';
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -38,18 +34,10 @@ std::string_view withoutLineEnd(std::string_view line) {
   return line;
 }
 
-std::string lowerCase(std::string_view text) {
-  std::string lower(text);
-  for (char& character : lower) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character + 32);
-  }
-  return lower;
-}
-
 /// A length as the header may have it: digits alone, and no more than fit.
 std::optional<std::int64_t> lengthFrom(std::string_view text) {
   std::int64_t length = 0;
-  if (text.empty() || !std::all_of(text.begin(), text.end(), isDigit)) return std::nullopt;
+  if (text.empty() || !std::all_of(text.begin(), text.end(), ascii::isDigit)) return std::nullopt;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
   if (error != std::errc()) return std::nullopt;
   return length;
@@ -64,7 +52,7 @@ struct ContentRange {
 
 std::optional<ContentRange> contentRangeFrom(std::string_view text) {
   constexpr std::string_view unit = "bytes ";
-  if (lowerCase(text.substr(0, unit.size())) != unit) return std::nullopt;
+  if (ascii::lowercased(text.substr(0, unit.size())) != unit) return std::nullopt;
   text.remove_prefix(unit.size());
   const auto dash = text.find('-');
   const auto slash = text.find('/');
@@ -138,10 +126,10 @@ bool ResponseCheck::addHeaderLine(std::string_view line) {
 bool ResponseCheck::addStatusLine(std::string_view line) {
   // "HTTP/1.1 200 OK", or "HTTP/2 200" as the transport writes it.
   const bool isHTTP2 = line.starts_with("HTTP/2 ") && protocols_ == Protocols::http1AndHTTP2;
-  const bool isHTTP1 = line.starts_with("HTTP/1.") && line.size() > 8 && isDigit(line[7]);
+  const bool isHTTP1 = line.starts_with("HTTP/1.") && line.size() > 8 && ascii::isDigit(line[7]);
   const std::string_view rest = isHTTP2 ? line.substr(6) : isHTTP1 ? line.substr(8) : "";
   const bool isProper = rest.size() >= 4 && rest[0] == ' ' && rest[1] >= '1' && rest[1] <= '5' &&
-                        isDigit(rest[2]) && isDigit(rest[3]) &&
+                        ascii::isDigit(rest[2]) && ascii::isDigit(rest[3]) &&
                         (rest.size() == 4 || rest[4] == ' ');
   if (!isProper) {
     return refuse(Code::malformedResponse, "the server's response does not begin as HTTP does");
@@ -175,7 +163,7 @@ bool ResponseCheck::addHeader(std::string_view line) {
   lastHeader_ = nullptr;
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return true;
-  return addNamedHeader(lowerCase(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
+  return addNamedHeader(ascii::lowercased(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
 }
 
 std::optional<std::string>* ResponseCheck::keptHeader(std::string_view name) noexcept {
@@ -263,14 +251,14 @@ bool ResponseCheck::readContentLength() {
 bool ResponseCheck::checkTransferCoding() {
   if (!transferEncoding_) return true;
   // HTTP/1.0 knows no transfer codings: who sends one there has not framed the body itself.
-  if (lowerCase(*transferEncoding_) == "chunked" && !isHTTP10_) return true;
+  if (ascii::lowercased(*transferEncoding_) == "chunked" && !isHTTP10_) return true;
   return refuse(Code::malformedResponse,
                 "the server's response has a transfer coding that was not asked for");
 }
 
 bool ResponseCheck::checkFile() {
   if (contentEncoding_ && !contentEncoding_->empty() &&
-      lowerCase(*contentEncoding_) != "identity") {
+      ascii::lowercased(*contentEncoding_) != "identity") {
     return refuse(Code::malformedResponse,
                   "the server's response has a content coding that was not asked for");
   }

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/files/FileData.h"
-#include "KivPlatform/KivRESTService/http/HTTPDate.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 namespace kiv {
 

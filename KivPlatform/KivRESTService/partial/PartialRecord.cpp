@@ -4,7 +4,7 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/Foundation/values/Value.h"
-#include "KivPlatform/KivRESTService/http/EntityTag.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 namespace kiv {
 

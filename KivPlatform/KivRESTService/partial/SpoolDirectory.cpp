@@ -15,7 +15,7 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/Foundation/values/KeyedHash.h"
-#include "KivPlatform/KivRESTService/http/HTTPDate.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 
 namespace kiv {

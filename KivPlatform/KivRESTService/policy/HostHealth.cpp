@@ -1,19 +1,6 @@
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 
-#include <string_view>
-
 namespace kiv {
-
-std::string originOf(const URL& url) {
-  std::string_view text = url.absoluteString();
-  const auto start = text.find("://");
-  if (start == std::string_view::npos) return {};
-  std::string_view authority = text.substr(start + 3);
-  authority = authority.substr(0, authority.find_first_of("/?#"));
-  const auto at = authority.rfind('@');
-  if (at != std::string_view::npos) authority.remove_prefix(at + 1);
-  return (url.scheme() + "://").append(authority);
-}
 
 ServerState HostHealth::state(const std::string& server, Time now) const {
   const auto found = unreachable_.find(server);

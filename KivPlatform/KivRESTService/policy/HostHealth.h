@@ -8,12 +8,8 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/values/URL.h"
 
 namespace kiv {
-
-/// The origin of a URL: scheme, host and port; empty if it has none.
-KIV_EXPORT std::string originOf(const URL& url);
 
 /// Whether a server may be tried.
 enum class ServerState {

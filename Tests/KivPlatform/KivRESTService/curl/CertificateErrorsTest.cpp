@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/curl/CertificateErrors.h"
+#include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 
 namespace {
 

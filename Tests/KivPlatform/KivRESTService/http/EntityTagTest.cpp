@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/http/EntityTag.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/http/HTTPDate.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/policy/BandwidthBudget.h"
+#include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 
 namespace {
 

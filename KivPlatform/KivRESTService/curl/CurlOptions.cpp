@@ -1,10 +1,6 @@
-#include "KivPlatform/KivRESTService/curl/LastingOptions.h"
+#include "KivPlatform/KivRESTService/curl/CurlOptions.h"
 
 #include <string>
-
-#include <curl/curl.h>
-
-#include "KivPlatform/KivRESTService/curl/CurlOption.h"
 
 namespace kiv {
 

@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+
 namespace kiv {
 
 /// Sets an option of an easy handle. False if libcurl rejects it: an unknown option, an unsuitable
@@ -10,5 +12,9 @@ template <class Value>
 bool setOption(void* handle, CURLoption option, Value value) {
   return curl_easy_setopt(handle, option, value) == CURLE_OK;
 }
+
+/// Sets the options that are the same for all requests of a client; false if libcurl rejects one.
+/// Those of a single request are set by Transfer, on handles that are reused.
+bool setLastingOptions(void* easyHandle, const KivRESTServiceSettings& settings);
 
 }  // namespace kiv

@@ -7,7 +7,18 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
+// The values of single header fields, which a server may send in any form.
+
 namespace kiv {
+
+/// True if the text is an entity tag (RFC 9110, 8.8.3), weak or strong. Anything else must not be
+/// sent back to a server: it could hold a line end, and so inject headers.
+KIV_EXPORT bool isEntityTag(std::string_view text) noexcept;
+/// True if it is a strong entity tag. A weak one may stand for different bytes.
+KIV_EXPORT bool isStrongEntityTag(std::string_view text) noexcept;
+
+/// True if the text has only characters that an HTTP-date may have (RFC 9110, 5.6.7).
+KIV_EXPORT bool hasCharactersOfDate(std::string_view text) noexcept;
 
 /// Parses an HTTP-date (RFC 9110, 5.6.7) into seconds since 1970; nothing if it is not one.
 KIV_EXPORT std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text);

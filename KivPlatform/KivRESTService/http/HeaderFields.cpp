@@ -1,4 +1,4 @@
-#include "KivPlatform/KivRESTService/http/HTTPDate.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 #include <algorithm>
 #include <charconv>
@@ -8,9 +8,22 @@
 #include <sstream>
 #include <string>
 
+#include "KivPlatform/Foundation/text/ASCII.h"
+
 namespace kiv {
 
 namespace {
+
+/// "etagc": visible characters but the quote, and the bytes beyond ASCII.
+constexpr bool mayStandInTag(char character) noexcept {
+  const auto byte = static_cast<unsigned char>(character);
+  return byte == 0x21 || (byte >= 0x23 && byte <= 0x7E) || byte >= 0x80;
+}
+
+constexpr bool mayStandInDate(char character) noexcept {
+  return ascii::isLetter(character) || ascii::isDigit(character) ||
+         std::string_view(" ,:-").find(character) != std::string_view::npos;
+}
 
 /// The date where the text is one in exactly that form.
 std::optional<std::tm> readDate(std::string_view text, const char* form) {
@@ -37,6 +50,21 @@ std::optional<std::int64_t> secondsFromDate(const std::tm& date) {
 }
 
 }  // namespace
+
+bool isEntityTag(std::string_view text) noexcept {
+  if (text.starts_with("W/")) text.remove_prefix(2);
+  if (text.size() < 2 || text.front() != '"' || text.back() != '"') return false;
+  const std::string_view opaque = text.substr(1, text.size() - 2);
+  return std::all_of(opaque.begin(), opaque.end(), mayStandInTag);
+}
+
+bool isStrongEntityTag(std::string_view text) noexcept {
+  return text.starts_with('"') && isEntityTag(text);
+}
+
+bool hasCharactersOfDate(std::string_view text) noexcept {
+  return !text.empty() && std::all_of(text.begin(), text.end(), mayStandInDate);
+}
 
 std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text) {
   // RFC 9110, 5.6.7: the form of today and the two that are obsolete.
