@@ -18,6 +18,7 @@
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -92,7 +93,7 @@ class Spool {
     return fs::exists(stem_ + extension);
   }
 
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
 
  private:
   std::string path_;

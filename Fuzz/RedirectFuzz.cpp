@@ -16,6 +16,7 @@
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/http/PrivateAddress.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -87,8 +88,8 @@ std::optional<URL> follow(kiv::RedirectGuard& guard, void* handle, bool beganInP
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   static const bool isReady = kiv::prepareCurlLibrary();
-  static const KivRESTServiceSettings settings = [] {
-    KivRESTServiceSettings withoutProxy;
+  static const kiv::TransferSettings settings = [] {
+    kiv::TransferSettings withoutProxy;
     withoutProxy.proxy = "";
     return withoutProxy;
   }();

@@ -25,6 +25,7 @@
 #include "Fuzz/ScriptedServer.h"
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -287,9 +288,9 @@ struct Directory {
   std::string path;
 };
 
-KivRESTServiceSettings settingsFor(const Script& script, const std::string& spool) {
+kiv::TransferSettings settingsFor(const Script& script, const std::string& spool) {
   using std::chrono::milliseconds;
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.threads = 1;
   settings.firstRetryDelay = settings.longestRetryDelay = settings.longestRetryAfter =
       milliseconds(0);

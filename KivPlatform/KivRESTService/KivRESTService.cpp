@@ -10,6 +10,7 @@
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ kiv::TransferJob jobFor(std::uint64_t id, const KivRESTServiceTask& task) {
 
 struct DefaultSettings {
   kiv::Mutex mutex;
-  KivRESTServiceSettings settings KIV_GUARDED_BY(mutex);
+  kiv::TransferSettings settings KIV_GUARDED_BY(mutex);
 
   static DefaultSettings& shared() {
     static auto& object = *new DefaultSettings;
@@ -48,7 +49,7 @@ struct DefaultSettings {
 
 class KivRESTService::Implementation {
  public:
-  explicit Implementation(KivRESTServiceSettings settings)
+  explicit Implementation(kiv::TransferSettings settings)
       : pendingBytes_(std::make_shared<kiv::PendingBytes>()),
         ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), pendingBytes_)),
         engine_(
@@ -111,10 +112,13 @@ class KivRESTService::Implementation {
   kiv::TransferEngine engine_;
 };
 
-KivRESTService::KivRESTService() : KivRESTService(defaultSettings()) {}
+KivRESTService::KivRESTService() : KivRESTService(kiv::defaultTransferSettings()) {}
 
 KivRESTService::KivRESTService(KivRESTServiceSettings settings)
-    : implementation_(std::make_unique<Implementation>(std::move(settings))) {}
+    : KivRESTService(kiv::TransferSettings(std::move(settings))) {}
+
+KivRESTService::KivRESTService(const kiv::TransferSettings& settings)
+    : implementation_(std::make_unique<Implementation>(settings)) {}
 
 KivRESTService::~KivRESTService() {
   if (!implementation_->engine().isInherited()) return;
@@ -146,7 +150,7 @@ void KivRESTService::setEndHandler(std::function<void(const KivRESTServiceTask& 
   implementation_->ledger().setEndObserver(std::move(handler));
 }
 
-const KivRESTServiceSettings& KivRESTService::settings() const noexcept {
+KivRESTServiceSettings KivRESTService::settings() const {
   return implementation_->engine().settings();
 }
 
@@ -155,11 +159,21 @@ void KivRESTService::setSpoolDirectory(std::string path) {
 }
 
 KivRESTServiceSettings KivRESTService::defaultSettings() {
-  const kiv::MutexLock lock(DefaultSettings::shared().mutex);
-  return DefaultSettings::shared().settings;
+  return kiv::defaultTransferSettings();
 }
 
 void KivRESTService::setDefaultSettings(KivRESTServiceSettings settings) {
   const kiv::MutexLock lock(DefaultSettings::shared().mutex);
+  KivRESTServiceSettings& former = DefaultSettings::shared().settings;
+  former = std::move(settings);
+}
+
+kiv::TransferSettings kiv::defaultTransferSettings() {
+  const MutexLock lock(DefaultSettings::shared().mutex);
+  return DefaultSettings::shared().settings;
+}
+
+void kiv::setDefaultTransferSettings(TransferSettings settings) {
+  const MutexLock lock(DefaultSettings::shared().mutex);
   DefaultSettings::shared().settings = std::move(settings);
 }

@@ -11,6 +11,10 @@
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
 
+namespace kiv {
+struct TransferSettings;
+}
+
 /// The HTTP client: performs GET tasks asynchronously, several at a time, falls back to each task's
 /// mirrors, and tries again what failed for a reason that may pass.
 ///
@@ -48,6 +52,8 @@ class KIV_EXPORT KivRESTService {
   /// A client with the default settings.
   KivRESTService();
   explicit KivRESTService(KivRESTServiceSettings settings);
+  /// For the framework's own tests, which shorten the times that hosts cannot set.
+  explicit KivRESTService(const kiv::TransferSettings& settings);
   virtual ~KivRESTService();
   KivRESTService(const KivRESTService&) = delete;
   KivRESTService& operator=(const KivRESTService&) = delete;
@@ -84,7 +90,7 @@ class KIV_EXPORT KivRESTService {
   void setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler);
 
   /// The settings in use.
-  [[nodiscard]] const KivRESTServiceSettings& settings() const noexcept;
+  [[nodiscard]] KivRESTServiceSettings settings() const;
   /// Names the spool directory of this client. To be called before the first task is queued.
   void setSpoolDirectory(std::string path);
 

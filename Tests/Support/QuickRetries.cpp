@@ -4,15 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
 class QuickRetries : public testing::Environment {
  public:
   void SetUp() override {
-    KivRESTServiceSettings settings;
+    kiv::TransferSettings settings;
     settings.firstRetryDelay = std::chrono::milliseconds(0);
-    KivRESTService::setDefaultSettings(settings);
+    kiv::setDefaultTransferSettings(settings);
   }
 };
 

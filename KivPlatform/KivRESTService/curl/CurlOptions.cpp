@@ -6,7 +6,7 @@ namespace kiv {
 
 namespace {
 
-bool setGeneralOptions(void* handle, const KivRESTServiceSettings& settings) {
+bool setGeneralOptions(void* handle, const TransferSettings& settings) {
   return setOption(handle, CURLOPT_PROTOCOLS_STR, "http,https") &&
          setOption(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
          // Transfers follow redirects themselves, one by one, so that the rules hold for each step.
@@ -20,13 +20,13 @@ bool setGeneralOptions(void* handle, const KivRESTServiceSettings& settings) {
 }
 
 /// What the host says counts for every server, whatever the environment excepts.
-bool setProxy(void* handle, const KivRESTServiceSettings& settings) {
+bool setProxy(void* handle, const TransferSettings& settings) {
   if (!settings.proxy) return true;
   return setOption(handle, CURLOPT_PROXY, settings.proxy->c_str()) &&
          setOption(handle, CURLOPT_NOPROXY, "");
 }
 
-bool setConnectionOptions(void* handle, const KivRESTServiceSettings& settings) {
+bool setConnectionOptions(void* handle, const TransferSettings& settings) {
   const long version = settings.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
   const auto connectTimeout = static_cast<long>(settings.connectTimeout.count());
   return setOption(handle, CURLOPT_HTTP_VERSION, version) &&
@@ -37,7 +37,7 @@ bool setConnectionOptions(void* handle, const KivRESTServiceSettings& settings) 
          setProxy(handle, settings);
 }
 
-bool setSecurityOptions(void* handle, const KivRESTServiceSettings& settings) {
+bool setSecurityOptions(void* handle, const TransferSettings& settings) {
   const std::string& authorities = settings.certificateAuthoritiesPath;
   return setOption(handle, CURLOPT_SSL_VERIFYPEER, 1L) &&
          setOption(handle, CURLOPT_SSL_VERIFYHOST, 2L) &&
@@ -47,7 +47,7 @@ bool setSecurityOptions(void* handle, const KivRESTServiceSettings& settings) {
 
 }  // namespace
 
-bool setLastingOptions(void* easyHandle, const KivRESTServiceSettings& settings) {
+bool setLastingOptions(void* easyHandle, const TransferSettings& settings) {
   return setGeneralOptions(easyHandle, settings) && setConnectionOptions(easyHandle, settings) &&
          setSecurityOptions(easyHandle, settings);
 }

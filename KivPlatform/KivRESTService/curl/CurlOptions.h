@@ -2,7 +2,7 @@
 
 #include <curl/curl.h>
 
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -15,6 +15,6 @@ bool setOption(void* handle, CURLoption option, Value value) {
 
 /// Sets the options that are the same for all requests of a client; false if libcurl rejects one.
 /// Those of a single request are set by Transfer, on handles that are reused.
-bool setLastingOptions(void* easyHandle, const KivRESTServiceSettings& settings);
+bool setLastingOptions(void* easyHandle, const TransferSettings& settings);
 
 }  // namespace kiv

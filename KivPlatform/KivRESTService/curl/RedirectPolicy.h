@@ -8,7 +8,7 @@
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -32,7 +32,7 @@ KIV_EXPORT std::variant<URL, Error> redirectTarget(const URL& from, std::string_
 class RedirectGuard {
  public:
   /// `settings` must outlive the guard.
-  explicit RedirectGuard(const KivRESTServiceSettings& settings) noexcept : settings_(settings) {}
+  explicit RedirectGuard(const TransferSettings& settings) noexcept : settings_(settings) {}
   RedirectGuard(const RedirectGuard&) = delete;
   RedirectGuard& operator=(const RedirectGuard&) = delete;
 
@@ -54,7 +54,7 @@ class RedirectGuard {
   bool admits(const std::string& address);
   [[nodiscard]] Error errorFor(const std::string& address) const;
 
-  const KivRESTServiceSettings& settings_;
+  const TransferSettings& settings_;
   bool isFirstRedirect_ = true;
   bool isOn_ = false;  // the try began at a public server
   std::optional<URL> from_;

@@ -36,7 +36,7 @@ bool mayBeTheServersFault(Code code) noexcept {
 
 }  // namespace
 
-Transfer::Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
+Transfer::Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool,
                    BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle)
     : settings_(settings),
       readSize_(readSize),

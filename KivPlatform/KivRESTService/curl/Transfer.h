@@ -10,12 +10,12 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/values/URL.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/policy/AttemptResult.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -24,8 +24,8 @@ class Transfer {
  public:
   /// `handle` is a reused one of the same client, or empty. `settings`, `spool` and `buffers` must
   /// outlive the transfer. `readSize` is the receive buffer size.
-  Transfer(URL url, const KivRESTServiceSettings& settings, SpoolDirectory& spool,
-           BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle);
+  Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool, BodyBuffers& buffers,
+           std::int64_t readSize, EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -92,7 +92,7 @@ class Transfer {
   [[nodiscard]] TransferOutcome failed(KivRESTServiceErrorCode code,
                                        std::string_view what = {}) const;
 
-  const KivRESTServiceSettings& settings_;
+  const TransferSettings& settings_;
   const std::int64_t readSize_;
   std::array<char, 256> message_{};  // libcurl's own, of what went wrong
   EasyHandle handle_;

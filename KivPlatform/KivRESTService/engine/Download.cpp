@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-Download::Download(TransferJob job, const KivRESTServiceSettings& settings)
+Download::Download(TransferJob job, const TransferSettings& settings)
     : key(keyOf(job)),
       tasks{job.id},
       priority(job.priority),

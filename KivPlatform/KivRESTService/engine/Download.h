@@ -31,7 +31,7 @@ struct KIV_EXPORT Download {
     pausing,  ///< Until the next attempt.
   };
 
-  Download(TransferJob job, const KivRESTServiceSettings& settings);
+  Download(TransferJob job, const TransferSettings& settings);
   ~Download();
   Download(const Download&) = delete;
   Download& operator=(const Download&) = delete;

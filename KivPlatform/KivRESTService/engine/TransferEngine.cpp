@@ -15,7 +15,7 @@ namespace kiv {
 
 using Clock = std::chrono::steady_clock;
 
-TransferEngine::TransferEngine(KivRESTServiceSettings settings,
+TransferEngine::TransferEngine(TransferSettings settings,
                                std::shared_ptr<PendingBytes> pendingBytes, TaskResultHandler ended,
                                ProgressHandler progressed, FailureHandler failed)
     : settings_(std::move(settings)),
@@ -43,6 +43,14 @@ void TransferEngine::setSpoolDirectory(std::string path) {
       std::any_of(threads_.begin(), threads_.end(),
                   [](const TransferThread& state) { return static_cast<bool>(state.handles); });
   if (!isServing) settings_.spoolDirectory = std::move(path);
+}
+
+KivRESTServiceSettings TransferEngine::settings() const {
+  // A child has one thread, and the parent may have forked while another of its threads held the
+  // lock.
+  if (isInherited()) return settings_;
+  const MutexLock lock(mutex_);
+  return settings_;
 }
 
 void TransferEngine::reportProgress(bool isWanted) {

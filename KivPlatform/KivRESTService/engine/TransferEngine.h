@@ -12,11 +12,11 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -36,7 +36,7 @@ class TransferEngine {
   /// were dropped; if it throws, it is called again. All are called on a transfer thread, without a
   /// lock, and not after stop() has returned. The bodies given to `ended` count among the pending
   /// bytes until the caller removes them.
-  TransferEngine(KivRESTServiceSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
+  TransferEngine(TransferSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed);
   /// Stops the engine. An inherited one must not be destroyed.
   ~TransferEngine();
@@ -54,8 +54,8 @@ class TransferEngine {
   void setSpoolDirectory(std::string path);
   /// Turns progress reports on or off.
   void reportProgress(bool isWanted);
-  /// The settings in use.
-  [[nodiscard]] const KivRESTServiceSettings& settings() const noexcept { return settings_; }
+  /// The host's part of the settings in use.
+  [[nodiscard]] KivRESTServiceSettings settings() const;
 
   /// Drops all jobs and closes their connections at once. Results of jobs that have already ended
   /// may still reach the handler.
@@ -101,7 +101,7 @@ class TransferEngine {
   [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index)
       KIV_REQUIRES(schedulerMutex_);
 
-  KivRESTServiceSettings settings_;
+  TransferSettings settings_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
   const TaskResultHandler ended_;
   const ProgressHandler progressed_;
@@ -114,7 +114,7 @@ class TransferEngine {
   std::unique_ptr<TransferScheduler> scheduler_ KIV_GUARDED_BY(schedulerMutex_);  // while one runs
   std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // number of threads that use it
 
-  Mutex mutex_;  // for the threads and the requests to them
+  mutable Mutex mutex_;  // for the threads and the requests to them
   std::vector<TransferThread> threads_;
   std::vector<TransferJob> added_ KIV_GUARDED_BY(mutex_);
   bool cancelled_ KIV_GUARDED_BY(mutex_) = false;

@@ -32,12 +32,12 @@ TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
 }  // namespace
 
 // A limit of the speed is shared among transfers that only their own thread may change.
-std::size_t TransferScheduler::workerCount(const KivRESTServiceSettings& settings) noexcept {
+std::size_t TransferScheduler::workerCount(const TransferSettings& settings) noexcept {
   if (settings.bandwidth > 0) return 1;
   return std::max<std::size_t>(1, std::min(settings.threads, settings.parallelTransfers));
 }
 
-TransferScheduler::TransferScheduler(const KivRESTServiceSettings& settings,
+TransferScheduler::TransferScheduler(const TransferSettings& settings,
                                      const TaskResultHandler& ended, PendingBytes& pendingBytes)
     : settings_(settings),
       ended_(ended),

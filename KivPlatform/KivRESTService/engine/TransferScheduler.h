@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Mutex.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
@@ -25,6 +24,7 @@
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -41,10 +41,10 @@ class TransferScheduler {
   using Time = std::chrono::steady_clock::time_point;
 
   /// The number of workers for the settings.
-  static std::size_t workerCount(const KivRESTServiceSettings& settings) noexcept;
+  static std::size_t workerCount(const TransferSettings& settings) noexcept;
 
   /// The arguments must outlive the scheduler.
-  TransferScheduler(const KivRESTServiceSettings& settings, const TaskResultHandler& ended,
+  TransferScheduler(const TransferSettings& settings, const TaskResultHandler& ended,
                     PendingBytes& pendingBytes);
   /// No transfer may be running.
   ~TransferScheduler();
@@ -138,7 +138,7 @@ class TransferScheduler {
   void shareFailure(Download& download, const std::string& server, const AttemptResult& result,
                     Time now);
 
-  const KivRESTServiceSettings& settings_;
+  const TransferSettings& settings_;
   const TaskResultHandler& ended_;
   PendingBytes& pendingBytes_;
   SpoolDirectory spool_;

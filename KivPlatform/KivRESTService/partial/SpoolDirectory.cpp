@@ -99,7 +99,7 @@ std::set<std::string> stemsOf(const std::vector<std::string>& names, const std::
 
 }  // namespace
 
-SpoolDirectory::SpoolDirectory(const KivRESTServiceSettings& settings)
+SpoolDirectory::SpoolDirectory(const TransferSettings& settings)
     : settings_(settings), path_(settings.spoolDirectory) {
   if (!path_.empty()) removal::addSpoolDirectory(path_);
 }

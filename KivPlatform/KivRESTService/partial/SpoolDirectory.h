@@ -9,7 +9,7 @@
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -23,7 +23,7 @@ class PartialBody;
 class SpoolDirectory {
  public:
   /// `settings` must outlive the object. Nothing is created or read yet.
-  explicit SpoolDirectory(const KivRESTServiceSettings& settings);
+  explicit SpoolDirectory(const TransferSettings& settings);
 
   /// False if no directory was set: all bodies stay in memory.
   [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
@@ -46,7 +46,7 @@ class SpoolDirectory {
   bool makeDirectory(std::optional<Error>* error) const;
   [[nodiscard]] std::string stem(const std::string& name, int slot) const;
 
-  const KivRESTServiceSettings& settings_;
+  const TransferSettings& settings_;
   const std::string path_;
   // The names under which a partial body may be found: spares a look at the disk for most files,
   // which are small and never come here.

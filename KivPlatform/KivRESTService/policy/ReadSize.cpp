@@ -4,8 +4,7 @@
 
 namespace kiv {
 
-ReadSize::ReadSize(const KivRESTServiceSettings& settings) noexcept
-    : bandwidth_(settings.bandwidth) {}
+ReadSize::ReadSize(const TransferSettings& settings) noexcept : bandwidth_(settings.bandwidth) {}
 
 void ReadSize::noteBody(std::int64_t bytes) noexcept {
   constexpr std::int64_t memory = 4;  // bodies, about

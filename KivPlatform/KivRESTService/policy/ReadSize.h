@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -13,7 +13,7 @@ namespace kiv {
 /// The size of the next file is unknown, so it is predicted from the last ones.
 class ReadSize {
  public:
-  explicit ReadSize(const KivRESTServiceSettings& settings) noexcept;
+  explicit ReadSize(const TransferSettings& settings) noexcept;
 
   /// Called when a body of that size was received.
   void noteBody(std::int64_t bytes) noexcept;

@@ -7,7 +7,7 @@
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -22,7 +22,7 @@ class KIV_EXPORT RetryPolicy {
   using Milliseconds = std::chrono::milliseconds;
 
   /// `settings` must outlive the policy. Equal seeds give equal waits.
-  RetryPolicy(const KivRESTServiceSettings& settings, std::uint32_t seed)
+  RetryPolicy(const TransferSettings& settings, std::uint32_t seed)
       : settings_(settings), random_(seed) {}
 
   /// The wait after that many consecutive failures, at least one. `asked` is the server's
@@ -30,7 +30,7 @@ class KIV_EXPORT RetryPolicy {
   Milliseconds wait(int failures, std::optional<Milliseconds> asked);
 
  private:
-  const KivRESTServiceSettings& settings_;
+  const TransferSettings& settings_;
   std::mt19937 random_;
 };
 

@@ -21,7 +21,7 @@ seconds bounded(seconds time) noexcept {
 
 /// Half of what a transfer gets where all places share the bandwidth: one that is held back by this
 /// client itself is not slow.
-double halfShareOfBandwidth(const KivRESTServiceSettings& settings) noexcept {
+double halfShareOfBandwidth(const TransferSettings& settings) noexcept {
   if (settings.bandwidth <= 0) return std::numeric_limits<double>::max();
   const auto shares = static_cast<double>(std::max<std::size_t>(1, settings.parallelTransfers)) + 1;
   return static_cast<double>(settings.bandwidth) / shares / 2;
@@ -29,7 +29,7 @@ double halfShareOfBandwidth(const KivRESTServiceSettings& settings) noexcept {
 
 }  // namespace
 
-SpeedPolicy::SpeedPolicy(const KivRESTServiceSettings& settings) noexcept
+SpeedPolicy::SpeedPolicy(const TransferSettings& settings) noexcept
     : window_(settings.stallTimeout.count() > 0 ? bounded(settings.stallTimeout)
                                                 : windowWithoutStallTimeout),
       doubling_(settings.stallTimeout.count() > 0 ? bounded(settings.stallSpeedDoubling)

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
@@ -16,7 +16,7 @@ class KIV_EXPORT SpeedPolicy {
   using Duration = std::chrono::steady_clock::duration;
   using Time = std::chrono::steady_clock::time_point;
 
-  explicit SpeedPolicy(const KivRESTServiceSettings& settings) noexcept;
+  explicit SpeedPolicy(const TransferSettings& settings) noexcept;
 
   /// The window over which a speed is measured.
   [[nodiscard]] Duration window() const noexcept { return window_; }

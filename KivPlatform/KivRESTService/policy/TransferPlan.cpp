@@ -15,7 +15,7 @@ bool isPassing(const AttemptResult& result) {
 
 }  // namespace
 
-TransferPlan::TransferPlan(std::size_t servers, const KivRESTServiceSettings& settings)
+TransferPlan::TransferPlan(std::size_t servers, const TransferSettings& settings)
     : triesPerServer_(std::max(1, settings.triesPerServer)),
       triesInAll_(std::max(1, settings.triesInAll)),
       servers_(servers) {}

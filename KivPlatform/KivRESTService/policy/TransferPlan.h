@@ -30,7 +30,7 @@ class KIV_EXPORT TransferPlan {
   };
 
   /// `servers` is the number of servers in the list, the request's own first; at least one.
-  TransferPlan(std::size_t servers, const KivRESTServiceSettings& settings);
+  TransferPlan(std::size_t servers, const TransferSettings& settings);
 
   /// The next attempt; nothing if the task has ended. Of the servers that may be tried now, one
   /// that is not avoided, with the fewest failures, and the first of those in the list. If all have

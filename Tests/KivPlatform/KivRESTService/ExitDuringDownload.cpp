@@ -16,6 +16,7 @@
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -77,7 +78,7 @@ int main(int count, char** arguments) {
   if (count < 5) return 2;
   // Registered before everything that the client registers, and so called after it.
   std::atexit(&expectNoTransferThread);
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.certificateAuthoritiesPath = arguments[2];
   settings.spoolDirectory = arguments[3];
   settings.largestBodyInMemory = 1000;

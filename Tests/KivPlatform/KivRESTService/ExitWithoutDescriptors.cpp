@@ -19,6 +19,7 @@
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -70,7 +71,7 @@ int main(int count, char** arguments) {
   alarm(20);
   // Registered before everything that the client registers, and so called after it.
   if (way == "taken") std::atexit(&expectNothingInSockets);
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.idleTime = std::chrono::hours(1);
   settings.stallTimeout = std::chrono::hours(1);
   settings.firstRetryDelay = std::chrono::milliseconds(1);

@@ -16,6 +16,7 @@
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/Support/FailingMemory.h"
 
 namespace {
@@ -49,8 +50,8 @@ Round fetch(KivRESTService& client, const std::vector<std::string>& urls) {
   return round;
 }
 
-KivRESTServiceSettings settingsWith(const std::string& spool) {
-  KivRESTServiceSettings settings;
+kiv::TransferSettings settingsWith(const std::string& spool) {
+  kiv::TransferSettings settings;
   settings.spoolDirectory = spool;
   settings.largestBodyInMemory = 1000;
   settings.triesPerServer = 1;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 
@@ -31,7 +32,7 @@ class KivRESTServiceBandwidthTest : public testing::Test {
     return std::chrono::duration<double>(Clock::now() - start).count();
   }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
   std::int64_t lastStatus_ = 0;
 };

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/LoopbackServer.h"
@@ -124,7 +125,7 @@ TEST_P(PartOfADeadProcess, IsGoneOnWith) {
   }
   server.serve("/a",
                [&](const Request& request) { return rangeResponse(request, body_, "\"a\""); });
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.spoolDirectory = spool_;
   settings.largestBodyInMemory = 1000;
   {

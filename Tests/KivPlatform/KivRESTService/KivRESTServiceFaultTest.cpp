@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/LoopbackServerSockets.h"
@@ -235,7 +236,7 @@ TEST_P(KivRESTServiceFaults, EndAsTheyShould) {
   const auto& [name, response, outcome] = GetParam();
   LoopbackServer server;
   server.serve("/a", response);
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.stallTimeout = std::chrono::seconds(1);
   settings.largestBody = 1'000'000;
   KivRESTService client(settings);
@@ -279,7 +280,7 @@ TEST(KivRESTService, ABodyOfExactlyTheBoundIsTaken) {
   LoopbackServer server;
   server.serve("/a", Response::ok(std::string(1000, 'x')));
   server.serve("/b", Response::ok(std::string(1000, 'x')).chunked(300));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.largestBody = 1000;
   KivRESTService client(settings);
   const Load plain(client, server.url("/a"));
@@ -291,7 +292,7 @@ TEST(KivRESTService, ABodyOfExactlyTheBoundIsTaken) {
 
 TEST(KivRESTService, AHostThatNeverAnswersEndsWithTheConnectTimeout) {
   const UnreachableServer server;
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.connectTimeout = std::chrono::milliseconds(200);
   KivRESTService client(settings);
   const Load load(client, server.url("/a"));

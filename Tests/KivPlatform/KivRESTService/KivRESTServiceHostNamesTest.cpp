@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/FakeHostName.h"
 #include "Tests/Support/LoopbackServer.h"
@@ -45,7 +46,7 @@ class KivRESTServiceHostNames : public testing::TestWithParam<NameCase> {
     return loads;
   }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
   LoopbackServer mirror_;
   FakeHostName name_{GetParam().answer};

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/LoopbackServerSockets.h"
@@ -98,7 +99,7 @@ class BodiesWithoutLength : public KivRESTServiceMetricsTest {
 
   Load load(const Response& response, bool isTaken) {
     server_.serve("/a", response);
-    auto settings = KivRESTService::defaultSettings();
+    auto settings = kiv::defaultTransferSettings();
     settings.takesBodiesWithoutLength = isTaken;
     KivRESTService client(settings);
     Load load(client, server_.url("/a"));
@@ -124,7 +125,7 @@ TEST_F(BodiesWithoutLength, AreNotNotedWhereTheyHaveOneAfterAll) {
 }
 
 TEST_F(BodiesWithoutLength, AreRefusedByDefaultWithTheNameOfTheSetting) {
-  EXPECT_FALSE(KivRESTServiceSettings().takesBodiesWithoutLength);
+  EXPECT_FALSE(kiv::TransferSettings().takesBodiesWithoutLength);
   const Load refused = load(withoutLength().thenClose(), false);
   EXPECT_EQ(refused.errorCode(), codeOf(Code::malformedResponse));
   EXPECT_FALSE(refused.hasBody());
@@ -141,7 +142,7 @@ TEST_F(BodiesWithoutLength, AreNotWholeWhereTheConnectionBreaks) {
 
 TEST_F(BodiesWithoutLength, AreBoundedAsOthersAre) {
   server_.serve("/a", Response::ok(std::string(9999, 'x')).withoutLength().endless());
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.takesBodiesWithoutLength = true;
   settings.largestBody = 100'000;
   KivRESTService client(settings);
@@ -221,7 +222,7 @@ TEST_F(KivRESTServiceMetricsTest, WhatIsExpectedIsNeverGuessed) {
 TEST_F(KivRESTServiceMetricsTest, TasksThatWaitAreCounted) {
   server_.serve("/a", Response::ok("x").after(gate_));
   server_.serve("/b", Response::ok("x"));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.parallelTransfers = 1;
   KivRESTService client(settings);
   collectReports(client);

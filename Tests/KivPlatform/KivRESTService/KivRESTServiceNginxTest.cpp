@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/LoopbackServerSockets.h"
@@ -17,8 +18,8 @@ namespace {
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-KivRESTServiceSettings trusting(const NginxServer& server) {
-  auto settings = KivRESTService::defaultSettings();
+kiv::TransferSettings trusting(const NginxServer& server) {
+  auto settings = kiv::defaultTransferSettings();
   settings.certificateAuthoritiesPath = server.certificatePath();
   return settings;
 }
@@ -173,7 +174,7 @@ TEST(KivRESTServiceNginx, ARealServerGivesTheRestOfAFile) {
   const std::string body = patternedBytes(1'000'000);
   server.addFile("file", body);
   const TemporaryDirectory directory;
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.spoolDirectory = directory.path("spool");
   settings.largestBodyInMemory = 1000;
   settings.stallTimeout = std::chrono::seconds(1);
@@ -226,7 +227,7 @@ TEST(KivRESTServiceNginx, TheCertificateOfTheHostToWhichARedirectLeadsIsNamed) {
 TEST(KivRESTServiceNginx, TheCertificateOfAProxyIsNotTakenForTheServers) {
   NginxServer proxy;
   ASSERT_TRUE(proxy.isRunning());
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.proxy = proxy.secureURL();
   KivRESTService client(settings);
   const Load load(client, "http://ads.invalid/a");
@@ -254,7 +255,7 @@ TEST(KivRESTServiceNginx, TheNextErrorSaysNothingOfTheCertificate) {
 /// What comes over https must tell its length: whether TLS ended in order is not known here.
 class BodiesWithoutLengthOverHTTPS : public testing::TestWithParam<bool> {
  protected:
-  static void expectRefused(const std::string& url, KivRESTServiceSettings settings) {
+  static void expectRefused(const std::string& url, kiv::TransferSettings settings) {
     settings.takesBodiesWithoutLength = GetParam();
     KivRESTService client(settings);
     const Load load(client, url);
@@ -268,7 +269,7 @@ class BodiesWithoutLengthOverHTTPS : public testing::TestWithParam<bool> {
 TEST_P(BodiesWithoutLengthOverHTTPS, AreRefusedOverHTTP10) {
   const OldSecureServer server;
   server.addFile("file", std::string(1000, 'x'));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.certificateAuthoritiesPath = server.certificatePath();
   expectRefused(server.url("/file"), settings);
 }

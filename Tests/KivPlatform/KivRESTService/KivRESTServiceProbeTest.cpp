@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/FakeHostName.h"
 #include "Tests/Support/LoopbackServer.h"
@@ -33,7 +34,7 @@ class KivRESTServiceSwallowed : public testing::Test {
     settings_.connectTimeout = std::chrono::milliseconds(300);
   }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   UnreachableServer server_;
 };
 
@@ -142,7 +143,7 @@ class KivRESTServiceProbe : public testing::Test {
     return waitUntil([&] { return name_.lookUps() >= count; });
   }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
   LoopbackServer mirror_;
   FakeHostName name_{Answer::serverFails};

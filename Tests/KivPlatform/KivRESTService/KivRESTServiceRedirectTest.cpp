@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/EnvironmentProxy.h"
 #include "Tests/Support/FakeAddress.h"
@@ -49,7 +50,7 @@ class KivRESTServiceRedirectTest : public testing::Test {
   }
 
   const FakeAddress address_{"203.0.113.7"};
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer outside_;
   LoopbackServer inside_;
   LoopbackServer mirror_;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/LoopbackServer.h"
@@ -87,7 +88,7 @@ class KivRESTServiceResume : public testing::Test {
   }
 
   TemporaryDirectory directory_;
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
   const std::string body_ = patternedBytes(100'000);
   std::size_t former_ = 0;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/LoopbackServerSockets.h"
@@ -21,7 +22,7 @@ class KivRESTServiceRetry : public testing::Test {
     return server.requests("/a").size();
   }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
   LoopbackServer mirror_;
 };

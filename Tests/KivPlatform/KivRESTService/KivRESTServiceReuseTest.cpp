@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 
@@ -72,7 +73,7 @@ class KivRESTServiceReuse : public testing::TestWithParam<ReuseCase> {
  protected:
   KivRESTServiceReuse() { settings_.threads = 1; }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
 };
 
@@ -107,7 +108,7 @@ class KivRESTServiceReuseTest : public testing::Test {
  protected:
   KivRESTServiceReuseTest() { settings_.threads = 1; }
 
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
 };
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 
@@ -114,7 +115,7 @@ TEST_F(KivRESTServiceSharing, AnUrgentTaskBringsTheDownloadForward) {
   server_.serve("/a", Response::ok("a").after(gate_));
   server_.serve("/b", Response::ok("b"));
   server_.serve("/c", Response::ok("c"));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.parallelTransfers = 1;
   KivRESTService client(settings);
   const Load first(client, server_.url("/a"));

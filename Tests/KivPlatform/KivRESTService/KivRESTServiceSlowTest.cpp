@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/RangeServer.h"
@@ -64,7 +65,7 @@ class KivRESTServiceSlowTest : public testing::Test {
   }
 
   const TemporaryDirectory directory_;
-  KivRESTServiceSettings settings_ = KivRESTService::defaultSettings();
+  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
   LoopbackServer server_;
 };
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/RangeServer.h"
@@ -80,7 +81,7 @@ TEST(KivRESTServiceSoak, EveryTaskEndsOnceAndNothingIsLeftBehind) {
     server.serve("/f", [&](const Request& request) {
       return responseTo(request, static_cast<unsigned>(std::mt19937(seed + ++requests)()));
     });
-    auto settings = KivRESTService::defaultSettings();
+    auto settings = kiv::defaultTransferSettings();
     settings.spoolDirectory = directory.path("spool");
     settings.largestBodyInMemory = 10'000;
     KivRESTService client(settings);

@@ -8,6 +8,7 @@
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/LoopbackServerSockets.h"
@@ -18,8 +19,8 @@ using namespace kiv::test;
 using kiv::DispatchQueue;
 using Code = KivRESTServiceErrorCode;
 
-KivRESTServiceSettings withParallelTransfers(std::size_t count) {
-  auto settings = KivRESTService::defaultSettings();
+kiv::TransferSettings withParallelTransfers(std::size_t count) {
+  auto settings = kiv::defaultTransferSettings();
   settings.parallelTransfers = count;
   return settings;
 }
@@ -75,7 +76,7 @@ TEST(KivRESTService, ALargeBodyArrivesByteForByte) {
 TEST(KivRESTService, SendsAPlainGetRequest) {
   LoopbackServer server;
   server.serve("/a", Response::ok("x"));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.userAgent = "Tester/2";
   KivRESTService client(settings);
   const Load load(client, server.url("/a?v=1&w=%20#part"));
@@ -184,7 +185,7 @@ TEST(KivRESTService, AfterAnErrorStatusTheConnectionServesAgain) {
 TEST(KivRESTService, AClientThatHasBeenIdleServesAgain) {
   LoopbackServer server;
   server.serve("/a", Response::ok("x"));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.idleTime = std::chrono::seconds(0);
   KivRESTService client(settings);
   for (int count = 0; count < 20; ++count) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/RangeServer.h"
@@ -38,7 +39,7 @@ class KivRESTServiceThreads : public testing::Test {
   }
 
   /// Has that many transfers stall, and says how many threads there are then.
-  std::size_t threadsFor(std::size_t transfers, KivRESTServiceSettings settings) {
+  std::size_t threadsFor(std::size_t transfers, kiv::TransferSettings settings) {
     KivRESTService client(std::move(settings));
     std::vector<Load> loads;
     for (std::size_t number = 1; number <= transfers; ++number)
@@ -68,26 +69,26 @@ TEST_F(KivRESTServiceThreads, ManyAtOneTimeTakeNoMore) {
 }
 
 TEST_F(KivRESTServiceThreads, ThereAreAsManyAsAreSet) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.threads = 4;
   EXPECT_EQ(threadsFor(6, settings), 4U);
 }
 
 TEST_F(KivRESTServiceThreads, ThereAreNoMoreThanPlaces) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.threads = 40;
   settings.parallelTransfers = 3;
   EXPECT_EQ(threadsFor(3, settings), 3U);
 }
 
 TEST_F(KivRESTServiceThreads, NoneIsOne) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.threads = 0;
   EXPECT_EQ(threadsFor(6, settings), 1U);
 }
 
 TEST_F(KivRESTServiceThreads, ALimitOfTheSpeedTakesOne) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.bandwidth = 1'000'000;
   EXPECT_EQ(threadsFor(6, settings), 1U);
 }
@@ -101,7 +102,7 @@ TEST_F(KivRESTServiceThreads, ManyFilesTakeNoMoreConnectionsThanPlaces) {
 }
 
 TEST_F(KivRESTServiceThreads, TheyGoWhenThereIsNothingToDo) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.idleTime = std::chrono::seconds(0);
   KivRESTService client(settings);
   const auto loads = makeLoads(client, server_.url("/a"), 50);
@@ -120,7 +121,7 @@ TEST_F(KivRESTServiceThreads, ADropOfAllLeavesNothingInUse) {
       return request.header("Range") ? response : response.stallAt(200'000);
     });
   }
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.spoolDirectory = directory.path("spool");
   settings.largestBodyInMemory = 1000;
   KivRESTService client(settings);

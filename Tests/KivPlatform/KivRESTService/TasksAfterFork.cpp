@@ -17,6 +17,7 @@
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ struct Host {
   std::unique_ptr<KivRESTService> client;
 
   explicit Host(bool isSerial) {
-    KivRESTServiceSettings settings;
+    kiv::TransferSettings settings;
     if (!isSerial) {
       queue = DispatchQueue::main();
       client = std::make_unique<KivRESTService>(settings);

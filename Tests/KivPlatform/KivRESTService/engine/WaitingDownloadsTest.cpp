@@ -8,6 +8,7 @@
 
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ class WaitingDownloadsTest : public testing::Test {
   }
 
   using Tasks = std::vector<std::uint64_t>;
-  KivRESTServiceSettings settings_;
+  kiv::TransferSettings settings_;
   std::vector<std::unique_ptr<Download>> all_;
   WaitingDownloads waiting_;
   int asked_ = 0;

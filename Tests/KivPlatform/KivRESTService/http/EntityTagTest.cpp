@@ -6,6 +6,7 @@
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/KivPlatform/KivRESTService/Load.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
@@ -83,7 +84,7 @@ TEST_P(InjectedHeader, IsNotSentBack) {
   server.serve("/a",
                Response::raw("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n" +
                              std::string(GetParam()) + "\r\n\r\n" + std::string(60'000, 'x')));
-  auto settings = KivRESTService::defaultSettings();
+  auto settings = kiv::defaultTransferSettings();
   settings.spoolDirectory = directory.path("spool");
   settings.largestBodyInMemory = 1000;
   KivRESTService client(settings);

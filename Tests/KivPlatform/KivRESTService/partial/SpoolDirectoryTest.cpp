@@ -12,6 +12,7 @@
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/RangeServer.h"
 #include "Tests/Support/TemporaryDirectory.h"
@@ -25,7 +26,7 @@ using kiv::PartialRecord;
 using kiv::URL;
 
 struct Swept : kiv::SpoolDirectory {
-  explicit Swept(const KivRESTServiceSettings& settings) : SpoolDirectory(settings) { sweep(); }
+  explicit Swept(const kiv::TransferSettings& settings) : SpoolDirectory(settings) { sweep(); }
 };
 
 class SpoolDirectoryTest : public testing::Test {
@@ -87,7 +88,7 @@ class SpoolDirectoryTest : public testing::Test {
     return count;
   }
   kiv::test::TemporaryDirectory directory_;
-  KivRESTServiceSettings settings_;
+  kiv::TransferSettings settings_;
 };
 
 TEST_F(SpoolDirectoryTest, WhatIsLeftIsFound) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 namespace {
@@ -11,14 +12,14 @@ namespace {
 constexpr std::int64_t kibibyte = 1024;
 
 ReadSize after(int bodies, std::int64_t bytes) {
-  ReadSize size{KivRESTServiceSettings()};
+  ReadSize size{kiv::TransferSettings()};
   for (int body = 0; body < bodies; ++body)
     size.noteBody(bytes);
   return size;
 }
 
 TEST(ReadSizeTest, TakesAFileForLargeBeforeAnyHasCome) {
-  EXPECT_EQ(ReadSize(KivRESTServiceSettings()).bytes(), 512 * kibibyte);
+  EXPECT_EQ(ReadSize(kiv::TransferSettings()).bytes(), 512 * kibibyte);
 }
 
 TEST(ReadSizeTest, GoesDownWithSmallFilesAndUpWithLargeOnes) {
@@ -46,7 +47,7 @@ TEST(ReadSizeTest, StaysWithinItsBoundsForBodiesOfAnySize) {
 }
 
 TEST(ReadSizeTest, WithALimitOfTheSpeedItIsAHundredthOfThat) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.bandwidth = 1'000'000;
   EXPECT_EQ(ReadSize(settings).bytes(), 10'000);
   settings.bandwidth = 1;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ class RetryPolicyTest : public testing::Test {
     return *std::max_element(all.begin(), all.end());
   }
 
-  KivRESTServiceSettings settings_;
+  kiv::TransferSettings settings_;
 };
 
 TEST_F(RetryPolicyTest, TheBoundDoublesWithEachFailure) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -15,13 +16,13 @@ using kiv::SpeedPolicy;
 // --- The least speed -----------------------------------------------------------------------------
 
 TEST(SpeedPolicy, AYoungDownloadIsLeftToTheStallTimeout) {
-  const SpeedPolicy policy{KivRESTServiceSettings()};
+  const SpeedPolicy policy{kiv::TransferSettings()};
   EXPECT_EQ(policy.minimum(0s), 0);
   EXPECT_EQ(policy.minimum(299s), 0);
 }
 
 TEST(SpeedPolicy, TheLeastSpeedDoublesWithAgeUpToABound) {
-  const SpeedPolicy policy{KivRESTServiceSettings()};
+  const SpeedPolicy policy{kiv::TransferSettings()};
   EXPECT_EQ(policy.minimum(5min), 128);
   EXPECT_EQ(policy.minimum(9min), 128);
   EXPECT_EQ(policy.minimum(10min), 256);
@@ -31,12 +32,12 @@ TEST(SpeedPolicy, TheLeastSpeedDoublesWithAgeUpToABound) {
 }
 
 TEST(SpeedPolicy, SixTransfersOnALineOfFiveKilobytesASecondAreFastEnoughAtAnyAge) {
-  const SpeedPolicy policy{KivRESTServiceSettings()};
+  const SpeedPolicy policy{kiv::TransferSettings()};
   EXPECT_LT(policy.minimum(24h), 5000.0 / 6);
 }
 
 TEST(SpeedPolicy, NoLeastSpeedWithoutDoublingOrStallTimeout) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.stallSpeedDoubling = 0s;
   EXPECT_EQ(SpeedPolicy(settings).minimum(24h), 0);
   settings = {};
@@ -45,7 +46,7 @@ TEST(SpeedPolicy, NoLeastSpeedWithoutDoublingOrStallTimeout) {
 }
 
 TEST(SpeedPolicy, ATransferThatTheBandwidthHoldsBackIsNotSlow) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.bandwidth = 1400;  // 200 for each of six, and for one that is held back
   EXPECT_EQ(SpeedPolicy(settings).minimum(24h), 100);
   EXPECT_FALSE(SpeedPolicy(settings).isSlow(101));
@@ -53,7 +54,7 @@ TEST(SpeedPolicy, ATransferThatTheBandwidthHoldsBackIsNotSlow) {
 }
 
 TEST(SpeedPolicy, SettingsBeyondWhatTheClockCanCountAreTaken) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.stallTimeout = settings.stallSpeedDoubling = settings.slowTurn = settings.deadline =
       std::chrono::seconds::max();
   settings.stallSpeed = settings.largestStallSpeed = settings.slowSpeed =
@@ -73,7 +74,7 @@ TEST(SpeedPolicy, SettingsBeyondWhatTheClockCanCountAreTaken) {
 // --- Giving way ----------------------------------------------------------------------------------
 
 TEST(SpeedPolicy, SlowIsBetweenStalledAndFastEnough) {
-  const SpeedPolicy policy{KivRESTServiceSettings()};
+  const SpeedPolicy policy{kiv::TransferSettings()};
   EXPECT_FALSE(policy.isSlow(0)) << "a stall is a failed try";
   EXPECT_FALSE(policy.isSlow(63));
   EXPECT_TRUE(policy.isSlow(64));
@@ -82,13 +83,13 @@ TEST(SpeedPolicy, SlowIsBetweenStalledAndFastEnough) {
 }
 
 TEST(SpeedPolicy, NothingIsSlowWhereTheSpeedIsZero) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.slowSpeed = 0;
   EXPECT_FALSE(SpeedPolicy(settings).isSlow(64));
 }
 
 TEST(SpeedPolicy, EachTurnIsTwiceAsLongAsTheOneBefore) {
-  const SpeedPolicy policy{KivRESTServiceSettings()};
+  const SpeedPolicy policy{kiv::TransferSettings()};
   EXPECT_EQ(policy.turn(0), 30s);
   EXPECT_EQ(policy.turn(1), 60s);
   EXPECT_EQ(policy.turn(7), 64min);
@@ -106,7 +107,7 @@ TEST(SpeedPolicy, TheOlderHalfOfThePlacesIsLeftAlone) {
 }
 
 TEST(SpeedPolicy, TheDeadlineCountsFromTheBeginning) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.deadline = 10s;
   const SpeedPolicy::Time begun{1h};
   EXPECT_EQ(SpeedPolicy(settings).deadline(begun), begun + 10s);

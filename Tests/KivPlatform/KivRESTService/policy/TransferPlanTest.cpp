@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
+#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ TransferOutcome failed(KivRESTServiceErrorCode code) {
 
 /// Goes through a plan with a clock of its own, which jumps to wherever the plan wants to wait.
 struct Walk {
-  Walk(std::size_t servers, KivRESTServiceSettings chosen)
+  Walk(std::size_t servers, kiv::TransferSettings chosen)
       : settings(std::move(chosen)), plan(servers, settings), policy(settings, 1) {}
 
   std::optional<std::size_t> next() {
@@ -47,7 +48,7 @@ struct Walk {
   }
   void record(TransferOutcome outcome) { record(kiv::AttemptResult(std::move(outcome))); }
 
-  const KivRESTServiceSettings settings;
+  const kiv::TransferSettings settings;
   TransferPlan plan;
   kiv::RetryPolicy policy;
   TransferPlan::Time now{1h};
@@ -84,7 +85,7 @@ class TransferPlanTable : public testing::TestWithParam<PlanCase> {};
 
 TEST_P(TransferPlanTable, EndsWith) {
   const auto& [name, servers, tried, result] = GetParam();
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.triesPerServer = 1;
   Walk walk(servers.size(), settings);
   while (const auto server = walk.next())
@@ -122,7 +123,7 @@ TEST(TransferPlan, OneThatIsGivenUpEndsWithThatWhateverTheServersAnswered) {
 }
 
 TEST(TransferPlan, TheOutcomeDoesNotDependOnTheOrderOfTrying) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   TransferPlan plan(3, settings);
   kiv::RetryPolicy policy(settings, 1);
   plan.record(2, kiv::AttemptResult(outcome("501", 2)), policy, {});
@@ -164,7 +165,7 @@ TEST(TransferPlan, WhatCannotPassIsTriedOnce) {
 }
 
 TEST(TransferPlan, TheServerThatCanBeTriedNowComesBeforeTheOneThatWaits) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.firstRetryDelay = 1000ms;
   Walk walk(2, settings);
   walk.next();
@@ -198,7 +199,7 @@ TEST(TransferPlan, ATryThatMadeProgressIsNotSpentUpToTenInAll) {
 }
 
 TEST(TransferPlan, ProgressBeginsTheWaitsAnew) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.firstRetryDelay = 100ms;
   Walk walk(1, settings);
   while (walk.next()) {
@@ -222,7 +223,7 @@ TEST(TransferPlan, StartingOverIsNotSpentAndComesAtOnce) {
 
 /// Counts the tries of a server that answers so to requests for the rest, and then to all others.
 std::size_t triesAfterARest(const std::string& toTheRest, const std::string& later, int allowed) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.triesPerServer = allowed;
   Walk walk(1, settings);
   walk.next();
@@ -249,7 +250,7 @@ TEST(TransferPlan, ARestThatDidNotComeIsSpentWhereItMayPass) {
 }
 
 TEST(TransferPlan, TheWholeIsAskedForAtOnceWhereTheAnswerCannotPass) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.firstRetryDelay = 1000ms;
   Walk walk(1, settings);
   walk.next();
@@ -306,7 +307,7 @@ TEST(TransferPlan, ALastTryEndsItsServerWhateverTheReason) {
 }
 
 TEST(TransferPlan, AServerMayBeTriedWhenItsWaitIsOver) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.triesInAll = 2;
   Walk walk(1, settings);
   EXPECT_TRUE(walk.plan.mayTry(0, walk.now));
@@ -322,7 +323,7 @@ TEST(TransferPlan, AServerMayBeTriedWhenItsWaitIsOver) {
 }
 
 TEST(TransferPlan, WhatWasNeverTriedDecidesNothing) {
-  KivRESTServiceSettings settings;
+  kiv::TransferSettings settings;
   settings.triesInAll = 1;
   Walk walk(2, settings);
   walk.avoided = {0};
