@@ -102,7 +102,7 @@ std::string KivResourceStorageModule::spoolDirectoryPath() {
 }
 
 std::string KivResourceStorageModule::packagedResourcesPath() {
-  const kiv::Bundle bundle = kiv::Bundle::frameworkBundle();
+  const kiv::Bundle bundle = kiv::Bundle::frameworkBundleWithDirectory(packagedBundle);
   const std::string& directory = bundle.resourcePath();
   return directory.empty() ? directory
                            : kiv::path::appendingPathComponent(directory, packagedBundle);
@@ -212,16 +212,17 @@ std::optional<std::string> KivResourceStorageModule::pathToInnerResourceFileWith
   // A name that merely ends in "." has no extension to split off.
   const std::string_view stem =
       extension.empty() ? fileName : kiv::path::deletingPathExtension(fileName);
-  return kiv::Bundle::frameworkBundle().pathForResource_ofType_inDirectory(stem, extension,
-                                                                           packagedBundle);
+  return kiv::Bundle::frameworkBundleWithDirectory(packagedBundle)
+      .pathForResource_ofType_inDirectory(stem, extension, packagedBundle);
 }
 
 std::optional<std::string> KivResourceStorageModule::pathToInnerResourceArchiveWithName(
     std::string_view stem) {
   if (!kiv::filename::isHarmless(stem)) return std::nullopt;
-  return kiv::Bundle::frameworkBundle().pathForResource_ofType_inDirectory(
-      kiv::path::deletingPathExtension(entryPage), kiv::path::pathExtension(entryPage),
-      kiv::path::appendingPathComponent(packagedBundle, stem));
+  return kiv::Bundle::frameworkBundleWithDirectory(packagedBundle)
+      .pathForResource_ofType_inDirectory(kiv::path::deletingPathExtension(entryPage),
+                                          kiv::path::pathExtension(entryPage),
+                                          kiv::path::appendingPathComponent(packagedBundle, stem));
 }
 
 kiv::Array KivResourceStorageModule::arrayOfDictionaryFromData_error(

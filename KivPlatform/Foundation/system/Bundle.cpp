@@ -2,6 +2,9 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -19,7 +22,8 @@ namespace {
 
 struct Configured {
   Mutex mutex;
-  std::optional<std::string> path KIV_GUARDED_BY(mutex);
+  std::optional<std::string> path KIV_GUARDED_BY(mutex);                        // the host's
+  std::map<std::string, std::string, std::less<>> found KIV_GUARDED_BY(mutex);  // by directory
 };
 
 Configured& configured() {
@@ -42,11 +46,10 @@ std::optional<std::string> namedInstalledResources() {
   return path.lexically_normal().string();
 }
 
-/// A link to a bundle is as good as one, which is what a build puts beside its programs.
-bool holdsPackagedBundle(const std::string& directory) {
+/// Follows links: a build puts one beside its programs.
+bool hasDirectory(const std::string& candidate, std::string_view name) {
   std::error_code ignored;
-  return std::filesystem::is_directory(
-      path::appendingPathComponent(directory, "InnerAdResources.bundle"), ignored);
+  return std::filesystem::is_directory(path::appendingPathComponent(candidate, name), ignored);
 }
 
 /// The prefixes under which the system may have installed what lies in `directory`: one level up
@@ -67,7 +70,7 @@ std::vector<std::string_view> prefixesOf(std::string_view directory) {
 /// Where the library's resources may lie, the most telling place first: beside the library itself,
 /// in the prefix that it lies under, in the prefix of the headers that the program was built with,
 /// in the prefix that the library was configured for.
-std::string findResourcePath() {
+std::string findResourcePath(std::string_view directory) {
   std::vector<std::string> candidates;
   if (const auto library = system::directoryOfThisLibrary()) {
     candidates.push_back(*library);
@@ -78,7 +81,7 @@ std::string findResourcePath() {
   if (const auto named = namedInstalledResources()) candidates.push_back(*named);
   candidates.emplace_back(KIVRESOURCE_CONFIGURED_RESOURCES);
   for (auto& candidate : candidates) {
-    if (holdsPackagedBundle(candidate)) return std::move(candidate);
+    if (hasDirectory(candidate, directory)) return std::move(candidate);
   }
   return {};
 }
@@ -90,13 +93,16 @@ bool nameInstalledResources(const char* directory) noexcept {
   return true;
 }
 
-Bundle Bundle::frameworkBundle() {
+Bundle Bundle::frameworkBundleWithDirectory(std::string_view name) {
   {
     const MutexLock lock(configured().mutex);
     if (configured().path) return Bundle(*configured().path);
+    const auto known = configured().found.find(name);
+    if (known != configured().found.end()) return Bundle(known->second);
   }
-  static const auto& found = *new std::string(findResourcePath());
-  return Bundle(found);
+  std::string found = findResourcePath(name);
+  const MutexLock lock(configured().mutex);
+  return Bundle(configured().found.emplace(name, std::move(found)).first->second);
 }
 
 void Bundle::setFrameworkResourcesPath(std::optional<std::string> path) {

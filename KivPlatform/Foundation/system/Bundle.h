@@ -9,26 +9,26 @@
 
 namespace kiv {
 
-/// The directory of resources that ships with the framework.
+/// A directory of resources that ships with the framework.
 class KIV_EXPORT Bundle {
  public:
-  /// The framework's own bundle: the directory that the host named with setFrameworkResourcesPath,
-  /// otherwise the first that holds InnerAdResources.bundle of these: that of the library or, where
-  /// it is linked statically, of the program; share/KivResource of the prefix that this lies in, of
-  /// the prefix that the program was built against, and of that which the library was configured
-  /// for.
-  static Bundle frameworkBundle();
+  /// The framework's resources: the directory that the host has set, otherwise the first of these
+  /// that has a subdirectory of that name: the directory of the library or, if it is linked
+  /// statically, of the program; share/KivResource of the prefix that this lies in, of the prefix
+  /// that the program was built against, and of the prefix that the library was configured for. The
+  /// answer is kept for the life of the process. May be called from any thread.
+  static Bundle frameworkBundleWithDirectory(std::string_view name);
 
-  /// Names the directory that holds InnerAdResources.bundle; nothing brings the default back. A
-  /// relative path is taken from the directory that is current now. May be called from any thread,
-  /// and takes effect with the next frameworkBundle().
+  /// Sets the directory of the framework's resources; nothing restores the default. A relative path
+  /// is resolved against the current directory now. May be called from any thread; takes effect
+  /// with the next frameworkBundleWithDirectory().
   static void setFrameworkResourcesPath(std::optional<std::string> path);
 
-  /// The directory, empty if none was found.
+  /// The directory; empty if none was found.
   [[nodiscard]] const std::string& resourcePath() const noexcept { return resourcePath_; }
 
-  /// The absolute path of the packaged file `name`.`type` in the subdirectory `directory`, or
-  /// nothing if no such file is packaged. An empty type stands for a name without extension.
+  /// The absolute path of the file `name`.`type` in the subdirectory `directory`, or nothing if
+  /// there is no such file. An empty type means a name without extension.
   [[nodiscard]] std::optional<std::string> pathForResource_ofType_inDirectory(
       std::string_view name, std::string_view type, std::string_view directory) const;
 

@@ -12,6 +12,10 @@ namespace {
 using kiv::Bundle;
 using kiv::test::TemporaryDirectory;
 
+Bundle bundle() {
+  return Bundle::frameworkBundleWithDirectory("InnerAdResources.bundle");
+}
+
 class BundleTest : public testing::Test {
  protected:
   void SetUp() override { Bundle::setFrameworkResourcesPath(directory_.path()); }
@@ -19,31 +23,31 @@ class BundleTest : public testing::Test {
 
   static std::optional<std::string> find(std::string_view name, std::string_view type,
                                          std::string_view directory = "b") {
-    return Bundle::frameworkBundle().pathForResource_ofType_inDirectory(name, type, directory);
+    return bundle().pathForResource_ofType_inDirectory(name, type, directory);
   }
 
   TemporaryDirectory directory_;
 };
 
 TEST_F(BundleTest, IsTheDirectoryThatTheHostNamed) {
-  EXPECT_EQ(Bundle::frameworkBundle().resourcePath(), directory_.path());
+  EXPECT_EQ(bundle().resourcePath(), directory_.path());
 }
 
 TEST_F(BundleTest, TheDefaultComesBack) {
   Bundle::setFrameworkResourcesPath(std::nullopt);
-  const std::string found = Bundle::frameworkBundle().resourcePath();
+  const std::string found = bundle().resourcePath();
   EXPECT_NE(found, directory_.path());
   Bundle::setFrameworkResourcesPath(directory_.path());
   Bundle::setFrameworkResourcesPath(std::nullopt);
-  EXPECT_EQ(Bundle::frameworkBundle().resourcePath(), found);
+  EXPECT_EQ(bundle().resourcePath(), found);
 }
 
 TEST_F(BundleTest, ABundleThatWasTakenEarlierKeepsItsDirectory) {
   const std::string file = directory_.write("b/a.png");
-  const Bundle bundle = Bundle::frameworkBundle();
+  const Bundle taken = bundle();
   const TemporaryDirectory other;
   Bundle::setFrameworkResourcesPath(other.path());
-  EXPECT_EQ(bundle.pathForResource_ofType_inDirectory("a", "png", "b"), file);
+  EXPECT_EQ(taken.pathForResource_ofType_inDirectory("a", "png", "b"), file);
   EXPECT_EQ(find("a", "png"), std::nullopt);
 }
 
