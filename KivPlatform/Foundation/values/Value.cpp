@@ -1,6 +1,6 @@
-// Values, arrays and dictionaries share reference-counted blocks and copy them before a change, so
-// that a query can hand out copies of a thousand resources for the cost of some reference counts.
-// Nothing here recurses: a document from a server may nest as deep as it likes.
+// Values, arrays and dictionaries share reference-counted blocks and copy them on write, so that a
+// query can return copies of a thousand resources at the cost of reference counts. Nothing here
+// recurses, since a document from a server may be nested to any depth.
 
 #include "KivPlatform/Foundation/values/Value.h"
 
@@ -17,8 +17,7 @@ namespace detail {
 
 using References = std::atomic<std::uint32_t>;
 
-/// What the blocks of strings have in common: the header, with the characters in the same
-/// allocation.
+/// Allocates a block of a string: the header, followed by the characters.
 template <class Block>
 Block* makeWithCharacters(std::string_view text) {
   void* memory = ::operator new(sizeof(Block) + text.size());
@@ -28,7 +27,7 @@ Block* makeWithCharacters(std::string_view text) {
   return block;
 }
 
-/// How a block is given back; those of strings know no more than their header.
+/// Blocks of strings have no destroy() of their own.
 template <class Block>
 void destroy(Block* block) noexcept {
   if constexpr (requires { Block::destroy(block); }) {
@@ -39,15 +38,16 @@ void destroy(Block* block) noexcept {
   }
 }
 
-/// What arrays and dictionaries have in common.
+/// The base of the blocks of arrays and dictionaries.
 struct ContainerBlock {
   References references{1};
   ContainerBlock* nextDying = nullptr;
 
   virtual ~ContainerBlock() = default;
 
-  /// Destroys a block that nobody holds any more. The containers that it was the last to hold are
-  /// destroyed after it, not within, so that no depth of nesting exhausts the stack.
+  /// Destroys a block without references. Containers to which it had the last reference are
+  /// destroyed afterwards, not within its destructor, so that deep nesting cannot exhaust the
+  /// stack.
   static void destroy(ContainerBlock* block) noexcept {
     thread_local ContainerBlock* dying = nullptr;
     thread_local bool isDestroying = false;
@@ -62,13 +62,23 @@ struct ContainerBlock {
 };
 
 struct ArrayBlock : ContainerBlock {
+  ArrayBlock() = default;
+  ~ArrayBlock() override { handle.block_ = nullptr; }
+
   std::vector<Value> values;
+  /// What Value::array() refers to. It does not count as a reference to the block.
+  Array handle{this};
 };
 
 struct DictionaryBlock : ContainerBlock {
+  DictionaryBlock() = default;
+  ~DictionaryBlock() override { handle.block_ = nullptr; }
+
   std::vector<Dictionary::Entry> entries;
+  /// What Value::dictionary() refers to. It does not count as a reference to the block.
+  Dictionary handle{this};
   /// Positions by key, only in a dictionary too large to scan; the keys point into the entries. A
-  /// tree, since nobody can choose keys that make it slow, as can be done with a hash.
+  /// tree and no hash table: a server could choose keys that collide.
   std::unique_ptr<std::map<std::string_view, std::size_t>> positions;
 
   [[nodiscard]] std::size_t position(std::string_view key) const noexcept {
@@ -125,7 +135,7 @@ void release(Block* block) noexcept {
   }
 }
 
-/// Makes `block` one that nobody else holds, ready to be changed.
+/// Makes `block` unshared, so that it can be changed.
 template <class Block, class Copy>
 Block& makeUnique(Block*& block, Copy copy) {
   if (!block) {
@@ -238,25 +248,20 @@ float Value::singlePrecision() const noexcept {
   return static_cast<float>(number);
 }
 
-// An Array or a Dictionary is nothing but the pointer to its block, so the pointer that a value
-// holds can be looked at as one.
 const Array& Value::array() const& noexcept {
-  static_assert(sizeof(Array) == sizeof(detail::ArrayBlock*));
   static const Array none;
-  return kind() == Kind::array ? reinterpret_cast<const Array&>(large_.bits.array) : none;
+  return isArray() && large_.bits.array ? large_.bits.array->handle : none;
 }
 
 const Dictionary& Value::dictionary() const& noexcept {
-  static_assert(sizeof(Dictionary) == sizeof(detail::DictionaryBlock*));
   static const Dictionary none;
-  return kind() == Kind::dictionary ? reinterpret_cast<const Dictionary&>(large_.bits.dictionary)
-                                    : none;
+  return isDictionary() && large_.bits.dictionary ? large_.bits.dictionary->handle : none;
 }
 
 namespace {
 
-/// Compares values. Containers within containers wait on a list for their turn, so that no depth of
-/// nesting exhausts the stack.
+/// Compares values. Nested containers are put on a list, so that deep nesting cannot exhaust the
+/// stack.
 class Comparison {
  public:
   bool areEqual(const Value& a, const Value& b) { return maybeEqual(a, b) && areWaitingEqual(); }
@@ -277,7 +282,7 @@ class Comparison {
     return true;
   }
 
-  /// False if the two differ; true if they do not, as far as nothing of them waits.
+  /// False if the two differ; true if they are equal, apart from containers put on the list.
   bool maybeEqual(const Value& a, const Value& b) {
     if (a.isNumber() && b.isNumber()) return areNumbersEqual(a, b);
     if (a.kind() != b.kind()) return false;

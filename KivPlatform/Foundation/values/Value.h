@@ -20,8 +20,8 @@ class Array;
 class Dictionary;
 
 namespace detail {
-/// A string too long to be held in place: this header, and then its characters in the same
-/// allocation. Its size stands in the values that hold it.
+/// A string too long for the value itself: this header, followed by the characters in the same
+/// allocation. The size is in the values that refer to it.
 struct StringBlock {
   std::atomic<std::uint32_t> references{1};
 
@@ -29,7 +29,7 @@ struct StringBlock {
     return reinterpret_cast<const char*>(this + 1);
   }
 };
-/// The same for a key, with its size.
+/// The same for a key, with the size.
 struct KeyBlock {
   std::atomic<std::uint32_t> references{1};
   std::size_t size = 0;
@@ -45,14 +45,14 @@ struct DictionaryBlock;
 /// One JSON value: null, a boolean, a signed, unsigned or floating number, a string, an array or
 /// a dictionary.
 ///
-/// A value type of 16 bytes. Copies share their contents and copy on write, so a deep copy costs
-/// next to nothing and no change of one copy ever reaches another. A string of up to 14 bytes is
-/// held in place and shares nothing. Looked into through accessors that never throw: the wrong kind
-/// answers nothing, zero or an empty container. The containers of a temporary are handed out as
-/// copies, so that a loop over them may outlive it; those of any other value as references into it.
+/// 16 bytes. Copies share their contents and copy on write, so that a copy costs one reference
+/// count, and no change of a copy affects another. Strings of up to 14 bytes are stored in the
+/// value. The accessors never throw: for another kind they return zero or an empty string or
+/// container. The containers of a temporary are returned as copies, so that a loop over them is
+/// safe; those of any other value as references into it.
 ///
-/// Different copies may be used from different threads; one object must not be changed while
-/// another thread uses it.
+/// Different copies may be used on different threads; one object must not be changed while another
+/// thread uses it.
 class KIV_EXPORT Value {
  public:
   enum class Kind : std::uint8_t {
@@ -82,7 +82,7 @@ class KIV_EXPORT Value {
   Value(const char* string) : Value(std::string_view(string)) {}
   Value(Array array) noexcept;
   Value(Dictionary dictionary) noexcept;
-  /// Nothing becomes null.
+  /// An empty optional becomes null.
   template <class T>
   requires(!std::same_as<T, Value>) Value(const std::optional<T>& value) : Value() {
     if (value) *this = Value(*value);
@@ -98,7 +98,8 @@ class KIV_EXPORT Value {
     return *this;
   }
   Value& operator=(Value&& other) noexcept {
-    // By way of a temporary: `other` may lie within what this value is the last to hold.
+    // By way of a temporary: `other` may be part of the contents that this value is the last to
+    // share.
     Value moved(std::move(other));
     swap(moved);
     return *this;
@@ -110,7 +111,7 @@ class KIV_EXPORT Value {
   [[nodiscard]] Kind kind() const noexcept { return large_.kind; }
   [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
   [[nodiscard]] bool isBoolean() const noexcept { return kind() == Kind::boolean; }
-  /// True for every number and for the booleans, which count as the numbers 1 and 0.
+  /// True for numbers and booleans; booleans count as the numbers 1 and 0.
   [[nodiscard]] bool isNumber() const noexcept {
     return kind() >= Kind::boolean && kind() <= Kind::floating;
   }
@@ -118,17 +119,17 @@ class KIV_EXPORT Value {
   [[nodiscard]] bool isArray() const noexcept { return kind() == Kind::array; }
   [[nodiscard]] bool isDictionary() const noexcept { return kind() == Kind::dictionary; }
 
-  /// The boolean; a number is true unless it is zero; everything else is false.
+  /// The boolean; a number is true unless it is zero; other kinds are false.
   [[nodiscard]] bool boolean() const noexcept;
-  /// The number as an unsigned 64-bit integer. A fraction is cut off towards zero, a negative
-  /// integer wraps modulo 2^64, and a floating number beyond the 64-bit range takes the nearest
-  /// end of that range: 2^64-1 above, the pattern of -2^63 below. What is no number reads as 0.
+  /// The number as an unsigned 64-bit integer; 0 for other kinds. Fractions are truncated towards
+  /// zero, negative integers wrap modulo 2^64, and floating numbers out of range are clamped: to
+  /// 2^64-1 above, to the pattern of -2^63 below.
   [[nodiscard]] std::uint64_t unsignedInteger() const noexcept;
-  /// The number as a double; what is no number reads as 0.
+  /// The number as a double; 0 for other kinds.
   [[nodiscard]] double floating() const noexcept;
-  /// The number in single precision, clamped to what a float can hold; no number reads as 0.
+  /// The number as a float, clamped to its range; 0 for other kinds.
   [[nodiscard]] float singlePrecision() const noexcept;
-  /// The characters of a string, UTF-8, valid as long as this value holds them; otherwise empty.
+  /// The characters of a string, in UTF-8, valid until this value changes; empty for other kinds.
   [[nodiscard]] std::string_view stringView() const noexcept {
     if (!isString()) return {};
     if (!holdsBlock()) return {small_.characters, small_.size};
@@ -143,8 +144,8 @@ class KIV_EXPORT Value {
   [[nodiscard]] const Dictionary& dictionary() const& noexcept;
   [[nodiscard]] Dictionary dictionary() const&& noexcept;
 
-  /// Equality of content. Numbers and booleans are equal where their numeric values are, whatever
-  /// their kinds; the order of a dictionary's keys does not matter.
+  /// Compares contents. Numbers and booleans are equal if their numeric values are; the order of a
+  /// dictionary's keys does not matter.
   KIV_EXPORT friend bool operator==(const Value& a, const Value& b) noexcept;
 
  private:
@@ -157,11 +158,11 @@ class KIV_EXPORT Value {
     detail::DictionaryBlock* dictionary;
   };
   static constexpr std::size_t longestInPlace = 14;
-  /// In place of the size of a string that is held in place: says that `bits` point to a block.
+  /// As `size`: the contents are in a block, not in the value.
   static constexpr std::uint8_t inBlock = 0xff;
 
-  // The two begin alike, so that kind and size can be read of either, and have no padding, so that
-  // either is copied with the other.
+  // Both begin with kind and size, which can be read from either, and have no padding, so that
+  // copying one copies the other.
   struct Small {
     Kind kind;
     std::uint8_t size;
@@ -191,7 +192,7 @@ class KIV_EXPORT Value {
 class KIV_EXPORT Array {
  public:
   Array() noexcept = default;
-  /// The listed values. Mind that `Array{other}` is an array that holds `other`, not a copy of it.
+  /// The listed values. Note that `Array{other}` is an array that contains `other`, not a copy.
   Array(std::initializer_list<Value> values);
   Array(const Array& other) noexcept;
   Array(Array&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
@@ -213,16 +214,18 @@ class KIV_EXPORT Array {
 
  private:
   friend class Value;
+  friend struct detail::ArrayBlock;
+  explicit Array(detail::ArrayBlock* block) noexcept : block_(block) {}
   std::vector<Value>& own();
 
   detail::ArrayBlock* block_ = nullptr;
 };
 
-/// String keys with their values, in order of insertion, with value semantics and shared contents
-/// (see Value). Looking up a key is a short scan, or a binary search in a large dictionary.
+/// String keys with values, in order of insertion, with value semantics and shared contents (see
+/// Value). A look-up is a short scan, or a binary search in a large dictionary.
 class KIV_EXPORT Dictionary {
  public:
-  /// The key of an entry. Copies share one string.
+  /// The key of an entry. Copies share the string.
   class KIV_EXPORT Key {
    public:
     explicit Key(std::string_view key);
@@ -257,7 +260,7 @@ class KIV_EXPORT Dictionary {
   };
 
   Dictionary() noexcept = default;
-  /// The listed entries; of two with one key the later one counts.
+  /// The listed entries; if a key repeats, the last value counts.
   Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
   Dictionary(const Dictionary& other) noexcept;
   Dictionary(Dictionary&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
@@ -269,17 +272,17 @@ class KIV_EXPORT Dictionary {
   [[nodiscard]] bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
   /// The value under the key, or nullptr if the key is absent.
   [[nodiscard]] const Value* find(std::string_view key) const noexcept;
-  /// The value under the key, or null where the key is absent.
+  /// The value under the key, or null if the key is absent.
   [[nodiscard]] const Value& operator[](std::string_view key) const& noexcept;
   [[nodiscard]] Value operator[](std::string_view key) const&& noexcept { return (*this)[key]; }
   [[nodiscard]] const Entry* begin() const noexcept;
   [[nodiscard]] const Entry* end() const noexcept;
 
-  /// Sets the value under the key: in place where the key is there, otherwise at the end.
+  /// Sets the value under the key. A new key is added at the end.
   void set(std::string_view key, Value value);
-  /// The same with a key that the dictionary then shares with others.
+  /// The same with a key that shares its string with other dictionaries.
   void set(Key key, Value value);
-  /// Makes room for that many entries in all, and for no more.
+  /// Allocates room for exactly that many entries.
   void reserve(std::size_t size);
   void remove(std::string_view key);
 
@@ -287,6 +290,8 @@ class KIV_EXPORT Dictionary {
 
  private:
   friend class Value;
+  friend struct detail::DictionaryBlock;
+  explicit Dictionary(detail::DictionaryBlock* block) noexcept : block_(block) {}
   detail::DictionaryBlock& own();
 
   detail::DictionaryBlock* block_ = nullptr;
@@ -300,8 +305,8 @@ inline Dictionary Value::dictionary() const&& noexcept {
   return dictionary();
 }
 
-/// A value, or nothing. Like std::optional<Value>, but a temporary one keeps to what Value says of
-/// temporaries when it is looked into with "->", too.
+/// An optional value whose operator-> returns the containers of a temporary as copies, as those of
+/// a temporary Value are.
 class OptionalValue : public std::optional<Value> {
  public:
   /// The value of a temporary.
