@@ -9,8 +9,8 @@
 
 /// The configuration of the application: the domains of the two file servers.
 ///
-/// One object of the process. The host sets the domains before the first pass and may change them
-/// at any time, from any thread; each download reads them anew.
+/// A singleton. The host sets the domains before the first pass and may change them at any time,
+/// from any thread; each download reads them again.
 class KIV_EXPORT KivAppConfiguration {
  public:
   static std::shared_ptr<KivAppConfiguration> sharedInstance();
@@ -18,12 +18,12 @@ class KIV_EXPORT KivAppConfiguration {
   KivAppConfiguration(const KivAppConfiguration&) = delete;
   KivAppConfiguration& operator=(const KivAppConfiguration&) = delete;
 
-  /// The main server with its scheme, for example "https://ads.example/files"; the links of files
-  /// are appended to it. Nothing as long as the host has set none.
+  /// The main server with its scheme, such as "https://ads.example/files"; file links are appended
+  /// to it. Nothing until the host sets it.
   [[nodiscard]] std::optional<std::string> mainACSDomain() const;
   void setMainACSDomain(std::optional<std::string> domain);
 
-  /// The reserve server, in the same form, or nothing.
+  /// The reserve server in the same form, or nothing.
   [[nodiscard]] std::optional<std::string> reserveACSDomain() const;
   void setReserveACSDomain(std::optional<std::string> domain);
 

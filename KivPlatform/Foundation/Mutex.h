@@ -3,25 +3,23 @@
 #include <condition_variable>
 #include <mutex>
 
-/// What clang's thread-safety analysis checks: which lock guards what, and which lock a function
-/// takes for granted. Other compilers see nothing.
+/// Annotations for clang's thread-safety analysis. Other compilers ignore them.
 #if defined(__clang__)
 #define KIV_THREAD_ANNOTATION(annotation) __attribute__((annotation))
 #else
 #define KIV_THREAD_ANNOTATION(annotation)
 #endif
 
-/// The object is looked at and changed under that lock alone.
+/// The object is accessed under that lock only.
 #define KIV_GUARDED_BY(mutex) KIV_THREAD_ANNOTATION(guarded_by(mutex))
 /// The caller holds that lock.
 #define KIV_REQUIRES(mutex) KIV_THREAD_ANNOTATION(requires_capability(mutex))
-/// The function lets go of a lock of its caller's and takes it again, which the analysis cannot
-/// follow.
+/// The function releases its caller's lock for a while, which the analysis cannot follow.
 #define KIV_UNCHECKED_LOCKING KIV_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace kiv {
 
-/// A std::mutex that the analysis knows.
+/// A std::mutex with annotations.
 class KIV_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
   Mutex() = default;
@@ -37,7 +35,7 @@ class KIV_THREAD_ANNOTATION(capability("mutex")) Mutex {
   std::mutex mutex_;
 };
 
-/// Holds a mutex to the end of the scope, but where it is let go of in between.
+/// Holds a mutex until the end of the scope; it can be unlocked in between.
 class KIV_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) KIV_THREAD_ANNOTATION(acquire_capability(mutex))
@@ -50,8 +48,7 @@ class KIV_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   void unlock() KIV_THREAD_ANNOTATION(release_capability()) { lock_.unlock(); }
   [[nodiscard]] bool ownsLock() const noexcept { return lock_.owns_lock(); }
 
-  /// Waits for the condition, without the lock meanwhile. It may return too early, as that of the
-  /// standard library: the caller looks again.
+  /// As those of std::condition_variable, with spurious wake-ups.
   void wait(std::condition_variable& condition) { condition.wait(lock_); }
   template <class Duration>
   std::cv_status waitFor(std::condition_variable& condition, const Duration& duration) {

@@ -12,22 +12,23 @@
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 
-/// Fans the callbacks of one protocol out to its observers, each on its own queue.
+/// Sends the callbacks of one protocol to its observers, each on that observer's queue.
 ///
 /// Keeps pairs of an observer, held weakly, and a queue. A callback is delivered asynchronously to
-/// each pair that was registered when it was sent, or when its recipients were taken, in the order
-/// of registration; callbacks to one observer keep the order in which they were sent. An observer
-/// that has gone, or was removed meanwhile, hears nothing any more. Observers may add and remove
-/// observers, themselves too, during a callback. All operations may be called from any thread.
+/// each pair that was registered when it was sent, or when recipients() was called, in the order of
+/// registration; an observer receives callbacks in the order in which they were sent. An observer
+/// that has been destroyed or removed meanwhile receives nothing more. Observers may add and remove
+/// observers, including themselves, during a callback. All operations may be called from any
+/// thread.
 ///
-/// `Protocol` is an abstract class whose callbacks have empty default bodies, so that an observer
-/// implements those that it wants.
+/// `Protocol` is a class whose virtual callbacks have empty bodies, so that an observer implements
+/// only those that it wants.
 template <class Protocol>
 class GCDMulticastDelegate {
  public:
-  /// Registers the observer with the queue. Without an observer or a queue nothing happens, nor
-  /// where this pair is registered already. With another queue, the observer hears every callback
-  /// on both.
+  /// Registers the observer with the queue. Does nothing if one of them is null, or the pair is
+  /// already registered. An observer that is registered with two queues receives each callback on
+  /// both.
   void addDelegate_delegateQueue(const std::shared_ptr<Protocol>& delegate,
                                  const std::shared_ptr<kiv::DispatchQueue>& queue) {
     if (!delegate || !queue) return;
@@ -43,8 +44,8 @@ class GCDMulticastDelegate {
     nodes_ = std::move(nodes);
   }
 
-  /// Drops the observer's registrations, whatever their queues. Callbacks that are on their way are
-  /// not delivered any more; one that runs now on another thread is not waited for.
+  /// Removes the observer with all of its queues. Pending callbacks are not delivered any more; one
+  /// that is running on another thread is not waited for.
   void removeDelegate(const std::shared_ptr<Protocol>& delegate) {
     Nodes former;
     const kiv::MutexLock lock(mutex_);
@@ -56,12 +57,10 @@ class GCDMulticastDelegate {
 
   class Recipients;
 
-  /// The observers that are registered now: a callback that is sent to them later tells of what has
-  /// happened now.
+  /// The observers registered now, for a callback about this moment that is sent later.
   [[nodiscard]] Recipients recipients() { return Recipients(registeredNodes()); }
 
-  /// Sends a callback: `call` is run with each observer, on that observer's queue. Of callbacks
-  /// that several threads send at once, either may come first.
+  /// Sends a callback: `call` is called with each observer, on that observer's queue.
   template <std::invocable<Protocol&> Call>
   void send(Call call) {
     recipients().send(std::move(call));
@@ -77,7 +76,7 @@ class GCDMulticastDelegate {
     const std::shared_ptr<kiv::DispatchQueue> queue;
     std::atomic<bool> removed = false;
   };
-  /// Never changed but replaced, so that a sender can go through it without the lock.
+  /// Immutable: replaced on a change, so that a sender can iterate without the lock.
   using Nodes = std::shared_ptr<const std::vector<std::shared_ptr<Node>>>;
 
   template <class Call>
@@ -88,9 +87,9 @@ class GCDMulticastDelegate {
     });
   }
 
-  // No foreign code runs under the lock. A queue's wake-up handler does not, so jobs are added
-  // without it; nor do a queue's last jobs, which run when its last holder lets go, and that may be
-  // a node: so nodes that leave the list outlive the lock, in the former list.
+  // The host's code never runs under the lock: a queue's wake-up handler, which async() may call,
+  // and the last jobs of a queue, which run when its last reference is released. That reference may
+  // be a node's, so removed nodes outlive the lock, in the former list.
 
   Nodes registeredNodes() {
     Nodes former;
@@ -99,7 +98,7 @@ class GCDMulticastDelegate {
     return nodes_;
   }
 
-  /// Keeps those nodes alone, and answers the former list.
+  /// Removes all other nodes. Returns the former list.
   template <class Predicate>
   Nodes keep(Predicate isKept) KIV_REQUIRES(mutex_) {
     const auto isKeptNode = [&](const auto& node) { return isKept(*node); };
@@ -116,13 +115,13 @@ class GCDMulticastDelegate {
       std::make_shared<const std::vector<std::shared_ptr<Node>>>();
 };
 
-/// Observers of one moment. One that is removed later hears nothing all the same.
+/// The observers of one moment, without those that are removed later.
 template <class Protocol>
 class GCDMulticastDelegate<Protocol>::Recipients {
  public:
   Recipients() = default;
 
-  /// Sends them a callback, as GCDMulticastDelegate::send() does.
+  /// As GCDMulticastDelegate::send().
   template <std::invocable<Protocol&> Call>
   void send(Call call) const {
     if (!nodes_ || nodes_->empty()) return;

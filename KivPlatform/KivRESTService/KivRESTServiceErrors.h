@@ -5,7 +5,7 @@
 /// Domain of the transfer errors; their codes are those of KivRESTServiceErrorCode.
 inline constexpr std::string_view KivRESTServiceErrorDomain = "kiv.KivRESTService";
 
-/// Why a transfer failed. The numbers are stable: new ones are added at the end.
+/// Why a transfer failed. The numbers are stable; new ones are added at the end.
 enum class KivRESTServiceErrorCode : int {
   unknown = 1,
   unsupportedURL = 2,  ///< No scheme, no host, or a scheme other than http and https.

@@ -13,7 +13,7 @@
 
 namespace kiv {
 
-/// What is kept of an HTTP response apart from its body.
+/// The status of an HTTP response.
 class HTTPResponse {
  public:
   explicit HTTPResponse(std::int64_t statusCode) noexcept : statusCode_(statusCode) {}
@@ -25,10 +25,10 @@ class HTTPResponse {
 
 }  // namespace kiv
 
-/// One GET of a file: a request, the mirrors of its server, and, when it has ended, the outcome.
+/// One GET of a file: the request, the mirrors and, after its end, the outcome.
 ///
-/// Made and configured by whoever wants the file, then handed to KivRESTService. From then on it is
-/// used on the client's queue alone, where the client sets the outcome and calls the completion.
+/// Create and configure it, then hand it to KivRESTService::queue(). From then on it is used on the
+/// client's queue alone, where the client sets the outcome and calls the completion.
 class KIV_EXPORT KivRESTServiceTask {
  public:
   using CompletionHandler = std::function<void(KivRESTServiceTask& task)>;
@@ -37,22 +37,22 @@ class KIV_EXPORT KivRESTServiceTask {
   KivRESTServiceTask(const KivRESTServiceTask&) = delete;
   KivRESTServiceTask& operator=(const KivRESTServiceTask&) = delete;
 
-  /// Of the tasks that wait, those with the largest priority start first.
+  /// Waiting tasks with the largest priority start first.
   [[nodiscard]] std::uint64_t priority() const noexcept { return priority_; }
   void setPriority(std::uint64_t priority) noexcept { priority_ = priority; }
 
   [[nodiscard]] const std::optional<kiv::URLRequest>& request() const noexcept { return request_; }
   void setRequest(std::optional<kiv::URLRequest> request);
 
-  /// The URLs to try, in this order, when the request's own server fails.
+  /// The URLs to try, in this order, if the request's own server fails.
   [[nodiscard]] const std::vector<kiv::URL>& requestMirrorURLs() const noexcept { return mirrors_; }
   void setRequestMirrorURLs(std::vector<kiv::URL> urls);
 
-  /// Called once when the task has ended, on the client's queue, and then let go of; never called
-  /// when the task was cancelled. An empty handler removes it, and the task then ends silently.
+  /// Called once on the client's queue when the task has ended, and then released; never called if
+  /// the task was cancelled. An empty handler removes it.
   [[nodiscard]] const CompletionHandler& completionHandler() const noexcept { return completion_; }
   void setCompletionHandler(CompletionHandler handler);
-  /// Removes it, and hands it over without copying what it holds.
+  /// Removes the handler and returns it.
   [[nodiscard]] CompletionHandler takeCompletionHandler() noexcept;
 
   /// The HTTP response of the task, or nothing if no server gave one.
@@ -64,10 +64,9 @@ class KIV_EXPORT KivRESTServiceTask {
   /// The body of the response, or nothing.
   [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }
 
-  /// How far the task has come. Brought up to date, at most ten times a second, while its client
-  /// has a progress handler.
+  /// Updated at most ten times a second while the client has a progress handler.
   [[nodiscard]] const KivRESTServiceTaskProgress& progress() const noexcept { return progress_; }
-  /// What it took, when the task has ended.
+  /// Set when the task has ended.
   [[nodiscard]] const KivRESTServiceMetrics& metrics() const noexcept { return metrics_; }
 
   /// Set by the client.

@@ -13,20 +13,20 @@ namespace kiv {
 
 struct QueueState;
 
-/// A serial queue: runs the jobs given to it one at a time, in the order in which they came.
+/// A serial queue: runs its jobs one at a time, in the order in which they were added.
 ///
-/// There are two sorts. A queue from serial() has a thread of its own. The main queue belongs to
-/// the host's event loop: its jobs run only if the host calls drain(), drainFor() or run(), and
-/// a wake-up handler tells the loop that there is something to run. One thread at a time may run
-/// them, as a rule the main thread.
+/// There are two kinds. A queue from serial() has its own thread. The main queue is served by the
+/// host's event loop: its jobs run only when the host calls drain(), drainFor() or run(), and a
+/// wake-up handler tells the loop that jobs are waiting. One thread at a time may run them, usually
+/// the main thread.
 ///
 /// async() and current() may be called from any thread. What a job throws is caught and written to
 /// the system log, and the queue continues with the next job.
 ///
-/// When the process exits, the serial queues are stopped before the libraries that the framework
-/// stands on are taken down: the job that runs is finished, for half a minute at most, and those
-/// that wait never run. A child of fork has a copy of the main queue with its jobs, and begins each
-/// serial queue without jobs and with a thread of its own when it adds the first.
+/// When the process exits, the serial queues stop before the libraries are cleaned up that the
+/// framework uses: the running job may finish, for up to 30 seconds, and waiting jobs never run. A
+/// forked child has a copy of the main queue with its jobs. Its serial queues start empty, each
+/// with a new thread when the first job is added.
 class KIV_EXPORT DispatchQueue {
  public:
   using Job = std::function<void()>;
@@ -34,17 +34,16 @@ class KIV_EXPORT DispatchQueue {
   /// The main queue of the process. It is never destroyed.
   static std::shared_ptr<DispatchQueue> main();
 
-  /// A new queue with its own thread, which lives until the last holder lets go of the queue; the
-  /// jobs that are waiting then still run, and the release returns when they have (on the queue's
-  /// own thread it returns at once, and they run after the job that let go). nullptr if the
-  /// system has no thread left.
+  /// A new queue with its own thread, or nullptr if no thread can be created. When the last
+  /// reference is released, the waiting jobs still run, and the release blocks until they have; on
+  /// the queue's own thread it returns at once, and they run after the current job.
   static std::shared_ptr<DispatchQueue> serial(std::string label);
 
-  /// The queue whose job runs now on this thread; none where no job does.
+  /// The queue whose job is running on this thread, or nullptr.
   static std::shared_ptr<DispatchQueue> ofRunningJob();
 
-  /// The queue whose job runs now on this thread; on the main thread otherwise the main queue;
-  /// on any other thread none. None also in the jobs of a queue that nobody holds any more.
+  /// The queue whose job is running on this thread; otherwise, on the main thread, the main queue;
+  /// on any other thread nullptr. Also nullptr in the last jobs of a queue that has been released.
   static std::shared_ptr<DispatchQueue> current();
 
   DispatchQueue(const DispatchQueue&) = delete;
@@ -53,38 +52,36 @@ class KIV_EXPORT DispatchQueue {
 
   [[nodiscard]] const std::string& label() const noexcept;
 
-  /// Adds a job; it runs later, never before this call has returned on the queue's own thread. An
-  /// empty job is none.
+  /// Adds a job. It never runs within this call. An empty job is ignored.
   void async(Job job);
-  /// Adds several jobs in their order, with none of another thread between them, and before the
-  /// first of them runs. Jobs with the same `turn`, which is only compared, share a turn
-  /// where they wait behind each other; a job without one has a turn of its own.
+  /// Adds several jobs at once, in order, before the first of them runs. Consecutive jobs with the
+  /// same `turn`, which is only compared, share a turn; a job without one has a turn of its own.
   void async(std::vector<Job> jobs, const void* turn = nullptr);
 
-  /// Runs the job when the turn of the job that runs now on this thread ends: before a job of
-  /// another turn, and before drain() or run() returns. At once where no job runs. It lets jobs
-  /// share what each would do at its end, and no job of another turn sees a difference.
+  /// Runs the job at the end of the current turn: before a job of another turn runs, and before
+  /// drain() or run() returns; at once if no job is running on this thread. It lets the jobs of one
+  /// turn share the work that each would do at its end, and no job of another turn sees a
+  /// difference.
   static void atEndOfTurn(Job job);
 
-  // The operations below are for the main queue; on a queue with its own thread they do nothing.
-  // Nor do drain(), drainFor() and run() within a job of this queue: jobs never nest.
+  // The operations below are for the main queue; on a serial queue they do nothing. drain(),
+  // drainFor() and run() do nothing within a job of this queue: jobs never nest.
 
-  /// Runs the jobs that wait now, not those that they add, and answers how many it ran.
+  /// Runs the jobs that are waiting now, not those that they add. Returns their number.
   std::size_t drain();
-  /// Waits up to `timeout` for a job, then drains.
+  /// Waits up to `timeout` for a job, then calls drain().
   std::size_t drainFor(std::chrono::milliseconds timeout);
-  /// Runs jobs as they come until stop() is called.
+  /// Runs jobs until stop() is called.
   void run();
-  /// Ends run() after the job that runs now, or the next run() at once. Jobs that wait stay.
+  /// Ends run() after the current job, or the next call of run() at once. Waiting jobs stay.
   void stop();
 
-  /// `handler` is called each time a job comes to the empty queue, on whatever thread adds it; at
-  /// the end of a drain() or run() that leaves jobs; and at once where jobs wait already. It may
-  /// be called once too often, never too seldom, and on one thread at a time: where another thread
-  /// is calling it, that one calls it again. No lock is held meanwhile. It should only wake the
-  /// event loop, which then calls drain(). What it throws is caught and written to the system log.
-  /// An empty handler removes it; when that returns, the former one is not running on any other
-  /// thread.
+  /// The handler is called when a job is added to the empty queue, on the thread that adds it; when
+  /// a drain() or run() ends and jobs are left; and at once if jobs are waiting already. It may be
+  /// called once too often, but never too seldom, and by one thread at a time. No lock is held
+  /// meanwhile. It should only wake the event loop, which then calls drain(). Exceptions are caught
+  /// and logged. An empty handler removes it; when this returns, the former one is not running on
+  /// any other thread.
   void setWakeUpHandler(std::function<void()> handler);
 
  private:

@@ -2,11 +2,11 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-/// A program that has an installed static library inside lies anywhere, and so do its packaged
-/// resources relative to it. Such a program learns from these headers where they were installed:
-/// the CMake package defines KIVRESOURCE_RESOURCES, the directory, and the pkg-config file
-/// KIVRESOURCE_RESOURCES_FROM_HEADER, the way there from the directory of this header, without
-/// quotes, which would not pass every shell.
+/// A program that links an installed static library may lie anywhere, so it cannot find the
+/// packaged resources by its own path. This header tells it where they are installed: the CMake
+/// package defines KIVRESOURCE_RESOURCES, the directory; the pkg-config file defines
+/// KIVRESOURCE_RESOURCES_FROM_HEADER, the relative path from the directory of this header, without
+/// quotes, since not every shell passes them.
 
 #if !defined(KIVRESOURCE_RESOURCES) && defined(KIVRESOURCE_RESOURCES_FROM_HEADER)
 #define KIVRESOURCE_TEXT_OF(words) #words
@@ -16,9 +16,9 @@
 
 namespace kiv {
 
-/// Names the directory that an installed library keeps its resources in: an absolute path that
-/// outlives the program. It is looked in after those beside the program. Called before main by the
-/// headers; a host calls Bundle::setFrameworkResourcesPath instead. Answers true.
+/// Sets the directory of the installed resources, an absolute path with static storage duration,
+/// which is searched after those beside the program. Called before main by this header; a host
+/// calls Bundle::setFrameworkResourcesPath() instead. Returns true.
 KIV_EXPORT bool nameInstalledResources(const char* directory) noexcept;
 
 #if defined(KIVRESOURCE_RESOURCES)

@@ -9,18 +9,18 @@
 
 namespace kiv {
 
-/// A URL, absolute or relative, kept as it was written: nothing is escaped, guessed or tidied.
+/// A URL, absolute or relative, kept as written: nothing is escaped, normalised or guessed.
 class KIV_EXPORT URL {
  public:
-  /// The URL of the string, or nothing if it is none: an empty string, one with a character
-  /// that may not stand in a URL (a space, a control character, a letter outside ASCII), a "%"
-  /// that does not begin an escape, or a scheme followed by a host or port that cannot be one.
+  /// Parses the string. Nothing if it is empty, has a character that is not allowed in a URL (a
+  /// space, a control character, anything but ASCII), a "%" that begins no escape, or an invalid
+  /// host or port.
   static std::optional<URL> fromString(std::string_view string);
 
   [[nodiscard]] const std::string& absoluteString() const noexcept { return string_; }
   /// The scheme in lower case, or an empty string: "ads.example/a.png" has none.
   [[nodiscard]] const std::string& scheme() const noexcept { return scheme_; }
-  /// The host after "//", or an empty string where there is none, as with every "file" URL.
+  /// The host after "//"; empty if there is none, and for every "file" URL.
   [[nodiscard]] const std::string& host() const noexcept { return host_; }
   /// Scheme, host and port as written, without user name and password; an empty string where there
   /// is no host.
@@ -54,7 +54,7 @@ struct URLRequest {
   explicit URLRequest(URL requestURL) : url(std::move(requestURL)) {}
 };
 
-/// The URL as a message may show it: without user name, password, query and fragment.
+/// The URL for a message: without user name, password, query and fragment.
 KIV_EXPORT std::string displayedURL(std::string_view url);
 
 }  // namespace kiv
