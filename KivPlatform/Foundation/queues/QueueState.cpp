@@ -40,14 +40,14 @@ void QueueState::add(std::vector<Job> added, const void* itsTurn) {
     const MutexLock lock(mutex);
     wasEmpty = jobs.empty();
     append(added, itsTurn);
-    // In a child of fork the thread is not there yet.
+    // In a forked child the thread is started with the first job.
     if (servedBy == ServedBy::ownThread && server == std::thread::id() && !isClosed) startThread();
   }
   changed.notify_one();
   if (wasEmpty) callWakeUp();
 }
 
-/// All of them or, where memory has run out, none.
+/// Adds all or, if memory runs out, none.
 void QueueState::append(std::vector<Job>& added, const void* itsTurn) {
   const std::size_t before = jobs.size();
   try {
@@ -90,8 +90,7 @@ void QueueState::run(Job job) {
 
 // --- Turns ---------------------------------------------------------------------------------------
 
-/// Jobs that come later do not continue the turn: what waits for its end would wait for as long as
-/// they keep coming.
+/// Jobs that are added later do not continue the turn; otherwise it might never end.
 void QueueState::addTurnEnd(Job job) {
   if (turnEnds.empty()) {
     const MutexLock lock(mutex);
@@ -100,7 +99,7 @@ void QueueState::addTurnEnd(Job job) {
   turnEnds.push_back(std::move(job));
 }
 
-/// True if the next job belongs to the turn of the one that ran last.
+/// True if the next job belongs to the current turn.
 bool QueueState::turnContinues() {
   const MutexLock lock(mutex);
   const bool returnsToHost = stopped && servedBy == ServedBy::host;
@@ -150,7 +149,7 @@ void QueueState::runUntilStopped() {
 void QueueState::setWakeUp(std::shared_ptr<const Handler> next) {
   MutexLock lock(wakeUpMutex);
   wakeUp.swap(next);
-  // The former one, which is in `next` now.
+  // `next` is the former handler now.
   while (next && called == next && caller != std::this_thread::get_id())
     lock.wait(wakeUpEnded);
 }
@@ -176,14 +175,14 @@ void QueueState::callWakeUp() {
   caller = {};
 }
 
-/// Jobs left behind, as those that came while others ran, met a queue that was not empty: nobody
-/// has heard of them, nor will of any that follow.
+/// Jobs that were added while others ran met a queue that was not empty, so the handler has not
+/// been called for them.
 void QueueState::callWakeUpForLeftJobs() {
   if (!isEmpty()) callWakeUp();
 }
 
 void QueueState::forgetOtherThreads() {
-  // Destroying them would wait for the threads that waited at the fork.
+  // Their destructors would wait for the parent's threads.
   new (&changed) std::condition_variable;
   new (&wakeUpEnded) std::condition_variable;
   isCalling = false;
@@ -237,7 +236,7 @@ void QueueState::waitForEnd(Time deadline) {
     }
     ended.swap(thread);
   }
-  // The destructors of what libraries keep for each thread run after the last job.
+  // Destructors of thread-local objects run after the last job.
   if (ended.joinable()) ended.join();
 }
 

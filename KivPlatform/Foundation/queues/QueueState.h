@@ -18,7 +18,8 @@ namespace kiv {
 
 class DispatchQueue;
 
-/// What a queue's handle and its thread share; it outlives the handle while jobs are left.
+/// The state that a DispatchQueue shares with its thread; it outlives the queue while jobs are
+/// left.
 struct QueueState : std::enable_shared_from_this<QueueState> {
   using Job = std::function<void()>;
   enum class ServedBy { host, ownThread };
@@ -33,19 +34,19 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
 
   QueueState(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
 
-  /// The queue whose job runs on this thread, if any.
+  /// The queue whose job is running on this thread, or nullptr.
   static thread_local QueueState* running;
 
   const std::string label;
   const ServedBy servedBy;
   std::weak_ptr<DispatchQueue> handle;
-  /// Of a serial queue, in a child of fork: gives the handle a state without jobs or thread.
-  /// Nothing if there is no handle any more.
+  /// Of a serial queue, in a forked child: gives the queue a new state, without jobs and thread.
+  /// nullptr if the queue was released.
   std::function<std::shared_ptr<QueueState>()> renew;
 
   Mutex mutex;
   const ForkGuard forkGuard{mutex, ForkGuard::Rank::queue};
-  // Of a serial queue only; taken by what joins it.
+  // Of a serial queue; moved out to be joined.
   std::thread thread KIV_GUARDED_BY(mutex);
   std::thread::id server KIV_GUARDED_BY(mutex);  // that thread's, for good
   std::condition_variable changed;
@@ -61,8 +62,8 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   std::uint64_t lastOfTurn KIV_GUARDED_BY(mutex) = 0;  // no later job continues the turn
   std::vector<Job> turnEnds;
 
-  // The handler is called without this lock. Who finds another thread calling leaves it to that
-  // one.
+  // The handler is called without this lock, by one thread at a time: if another thread is calling
+  // it, that one calls it again.
   Mutex wakeUpMutex;
   const ForkGuard wakeUpForkGuard{wakeUpMutex, ForkGuard::Rank::queue};
   std::condition_variable wakeUpEnded;
@@ -75,7 +76,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   void add(std::vector<Job> added, const void* itsTurn);
   void append(std::vector<Job>& added, const void* itsTurn) KIV_REQUIRES(mutex);
   bool isEmpty();
-  /// True if the host may run jobs here and now.
+  /// True if the host may run jobs now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
   bool runNext();
   void run(Job job);
@@ -87,7 +88,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   void setWakeUp(std::shared_ptr<const Handler> next);
   void callWakeUp();
   void callWakeUpForLeftJobs();
-  /// In a child of fork, where no other thread waits or calls the handler.
+  /// In a forked child, which has no other threads.
   void forgetOtherThreads() KIV_UNCHECKED_LOCKING;
 
   // Of a serial queue:
@@ -95,7 +96,8 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   bool startThread() KIV_REQUIRES(mutex);
   void serve();
   void close();
-  /// Waits until the thread has gone, or runs a job at the deadline; not on that thread itself.
+  /// Waits until the thread has ended, at most until the deadline. Does nothing on that thread
+  /// itself.
   void waitForEnd(Time deadline);
 };
 

@@ -36,14 +36,14 @@ class SerialQueues {
 std::atomic<bool> SerialQueues::areUsed_ = false;
 
 SerialQueues& SerialQueues::shared() {
-  // Never destroyed: queues may come and go while the process exits.
+  // Never destroyed: queues may be created while the process exits.
   static auto& queues = *new SerialQueues;
   return queues;
 }
 
 SerialQueues::SerialQueues() {
-  // Handlers run last in, first out: what the JSON library makes when it is first used is to be
-  // there before this one is registered, and so is destroyed after the queues have stopped.
+  // atexit handlers run in reverse order: the JSON library is initialised first, so that it is
+  // cleaned up after the queues have stopped.
   JSON::read("[\"\"]");
   std::atexit(&SerialQueues::stop);
   callInForkedChildren(&SerialQueues::beginAgain);
@@ -66,8 +66,7 @@ std::vector<std::shared_ptr<QueueState>> SerialQueues::living() {
   return queues;
 }
 
-/// At the end of the process. A job that waits for the thread that ends the process must not keep
-/// it from ending.
+/// At exit. A job that waits for the exiting thread must not block the exit forever.
 void SerialQueues::stop() {
   constexpr std::chrono::seconds longestJob{30};
   if (!areUsed_) return;
@@ -79,8 +78,8 @@ void SerialQueues::stop() {
     queue->waitForEnd(deadline);
 }
 
-/// In a child of fork. What was there is the parent's: its jobs run there, and what they hold must
-/// not be let go of here.
+/// In a forked child. The former states belong to the parent: its jobs run there, and what they own
+/// must not be released here.
 void SerialQueues::beginAgain() {
   auto formers = shared().living();
   shared().all_.clear();

@@ -31,7 +31,7 @@ Configured& configured() {
   return shared;
 }
 
-/// Set before main where the program was built against an installed static library.
+/// Set before main if the program links an installed static library.
 std::atomic<const char*>& installedResources() {
   static std::atomic<const char*> shared = nullptr;
   return shared;
@@ -41,7 +41,7 @@ std::optional<std::string> namedInstalledResources() {
   const char* const name = installedResources();
   if (!name) return std::nullopt;
   const std::filesystem::path path(name);
-  // A relative name is not where the headers were, but where the compiler was.
+  // A relative path is relative to the compiler's working directory, so it is useless now.
   if (!path.is_absolute()) return std::nullopt;
   return path.lexically_normal().string();
 }
@@ -52,9 +52,9 @@ bool hasDirectory(const std::string& candidate, std::string_view name) {
   return std::filesystem::is_directory(path::appendingPathComponent(candidate, name), ignored);
 }
 
-/// The prefixes under which the system may have installed what lies in `directory`: one level up
-/// from bin and lib, two from lib/x86_64-linux-gnu and its like. From any other directory there is
-/// none: what lies next to it may be anybody's.
+/// The prefixes that a library or program in `directory` may be installed under: the parent of bin
+/// and lib, and the grandparent of directories such as lib/x86_64-linux-gnu. Other directories have
+/// none: what lies next to them may belong to anybody.
 std::vector<std::string_view> prefixesOf(std::string_view directory) {
   const auto isLibraries = [](std::string_view path) {
     return path::lastPathComponent(path).starts_with("lib");
@@ -67,9 +67,8 @@ std::vector<std::string_view> prefixesOf(std::string_view directory) {
   return prefixes;
 }
 
-/// Where the library's resources may lie, the most telling place first: beside the library itself,
-/// in the prefix that it lies under, in the prefix of the headers that the program was built with,
-/// in the prefix that the library was configured for.
+/// Searches beside the library, in its prefix, in the prefix of the headers that the program was
+/// built with, and in the prefix that the library was configured for.
 std::string findResourcePath(std::string_view directory) {
   std::vector<std::string> candidates;
   if (const auto library = system::directoryOfThisLibrary()) {

@@ -6,15 +6,15 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-// Text from a server may hold characters that spoof what a person reads: terminal escapes, line
-// ends, and bidirectional controls, which make a name look like another.
+// Text from a server may contain characters that deceive a reader: terminal escapes, line ends, and
+// bidirectional controls, which make one name look like another.
 
 namespace kiv {
 
-/// The length in bytes of the control character that the UTF-8 text begins with, or 0 where it is
-/// empty or begins with another character. These are control characters here: U+0000 to U+001F,
-/// U+007F to U+009F, the line and paragraph separators U+2028 and U+2029, and the bidirectional
-/// controls U+061C, U+200E, U+200F, U+202A to U+202E and U+2066 to U+2069.
+/// The length in bytes of the control character at the beginning of the UTF-8 text; 0 if there is
+/// none. Control characters are U+0000 to U+001F, U+007F to U+009F, the line and paragraph
+/// separators U+2028 and U+2029, and the bidirectional controls U+061C, U+200E, U+200F, U+202A to
+/// U+202E and U+2066 to U+2069.
 KIV_EXPORT std::size_t controlCharacterLength(std::string_view text) noexcept;
 
 /// The text with each byte of a control character written as "\xHH".

@@ -12,7 +12,7 @@ namespace kiv::unicode {
 
 namespace {
 
-/// Whatever is not UTF-8 has no letters but those of ASCII.
+/// Text that is not UTF-8 has ASCII letters only.
 std::u32string foldedBytes(std::string_view name) {
   std::u32string points;
   for (const char byte : name)

@@ -5,13 +5,13 @@
 
 namespace kiv::unicode {
 
-/// True if the text is well-formed UTF-8: no overlong form, no surrogate, no number beyond
-/// U+10FFFF, no sequence cut short.
+/// True if the text is valid UTF-8: no overlong forms, surrogates, code points above U+10FFFF or
+/// truncated sequences.
 bool isUTF8(std::string_view text);
 
-/// The form of a name in which two names are equal where some file system takes them for one:
-/// all of Unicode without letter case, and taken apart as by its canonical decomposition (NFD). A
-/// name that is not UTF-8 is folded byte by byte.
+/// The case-folded canonical decomposition (NFD) of a name. Two names with equal results may be the
+/// same file on a file system that ignores case or normalisation. A name that is not UTF-8 is
+/// folded byte by byte.
 std::u32string folded(std::string_view name);
 
 }  // namespace kiv::unicode

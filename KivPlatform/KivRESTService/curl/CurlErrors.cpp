@@ -51,8 +51,8 @@ struct Phrase {
   Problem problem;
 };
 
-/// What the messages of OpenSSL and GnuTLS have in them, the first that is found counts. Those that
-/// quote a name of the certificate come first: the name may hold any of the others.
+/// Phrases in the messages of OpenSSL and GnuTLS; the first match counts. Messages that quote a
+/// name from the certificate come first, since the name may contain any of the other phrases.
 constexpr Phrase phrases[] = {
     {"does not match target host name", Problem::otherHost},
     {"no alternative certificate subject name matches", Problem::otherHost},
@@ -68,7 +68,7 @@ constexpr Phrase phrases[] = {
     {"certificate revoked", Problem::revoked},
 };
 
-/// OpenSSL's numbers, which never change, for where there is no message.
+/// OpenSSL's X509_V_ERR numbers, which are stable, for the case without a message.
 Problem problemOfNumber(long verifyResult) noexcept {
   switch (verifyResult) {
     case 9:

@@ -36,7 +36,7 @@ void MultiHandle::remove(void* easyHandle) {
 
 std::optional<MultiHandle::Woken> MultiHandle::wait(int descriptor,
                                                     std::chrono::milliseconds longest) {
-  // Not the wake-up of libcurl itself, which would take a closed descriptor for its own.
+  // Not curl_multi_wakeup(): its descriptor could not be checked if the host closed it.
   curl_waitfd further{descriptor, CURL_WAIT_POLLIN, 0};
   const auto timeout = static_cast<int>(longest.count());
   if (curl_multi_wait(handle_, &further, 1, timeout, nullptr) != CURLM_OK) return std::nullopt;
@@ -51,7 +51,7 @@ bool MultiHandle::move() {
 std::vector<MultiHandle::Ended> MultiHandle::takeEnded() {
   std::vector<Ended> ended;
   int left = 0;
-  // A message does not outlive the removal of its handle.
+  // Copied, since a message becomes invalid when its handle is removed.
   while (const CURLMsg* const message = curl_multi_info_read(handle_, &left)) {
     if (message->msg == CURLMSG_DONE) {
       ended.push_back({message->easy_handle, static_cast<int>(message->data.result)});

@@ -14,7 +14,7 @@
 
 namespace kiv {
 
-/// Those that the end of the process has to stop. Never destroyed: more may come and go meanwhile.
+/// The threads to stop at exit. Never destroyed: others may come and go meanwhile.
 struct LivingThreads {
   Mutex stopping;  // held while they are stopped
   Mutex mutex;
@@ -27,7 +27,7 @@ struct LivingThreads {
   }
 
   static void stop() {
-    // A child that was forked while its parent exited would wait for ever, and has nothing to stop.
+    // A child that was forked while its parent exited would wait forever, and has nothing to stop.
     if (forkDepth() == 0) {
       shared().stopping.lock();
     } else if (!shared().stopping.try_lock()) {
@@ -45,9 +45,9 @@ struct LivingThreads {
 };
 
 bool prepareCurlLibrary() noexcept {
-  // Handlers run last in, first out: these are registered after those of the libraries that libcurl
-  // has just prepared, and of the JSON library, and so run before them. The jobs of a queue use
-  // those libraries, too.
+  // atexit handlers run in reverse order. Ours are registered after those of the libraries that
+  // libcurl has just initialised, and of the JSON library, and so run before them. Jobs of queues
+  // use these libraries too.
   static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
                               JSON::read("[\"\"]").has_value() && stopSerialQueuesAtExit() &&
                               std::atexit(&LivingThreads::stop) == 0;

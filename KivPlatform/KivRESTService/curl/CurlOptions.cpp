@@ -9,17 +9,17 @@ namespace {
 bool setGeneralOptions(void* handle, const TransferSettings& settings) {
   return setOption(handle, CURLOPT_PROTOCOLS_STR, "http,https") &&
          setOption(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") &&
-         // Transfers follow redirects themselves, one by one, so that the rules hold for each step.
+         // Transfer follows redirects itself, so that the rules hold for each of them.
          setOption(handle, CURLOPT_FOLLOWLOCATION, 0L) &&
          setOption(handle, CURLOPT_HTTP09_ALLOWED, 0L) && setOption(handle, CURLOPT_NOSIGNAL, 1L) &&
          setOption(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
-         // Letting go of a handle does not wait for a slow name server.
+         // Cleaning up a handle does not wait for a slow name server.
          setOption(handle, CURLOPT_QUICK_EXIT, 1L) &&
          setOption(handle, CURLOPT_USERAGENT, settings.userAgent.c_str()) &&
          setOption(handle, CURLOPT_NOPROGRESS, 0L);
 }
 
-/// What the host says counts for every server, whatever the environment excepts.
+/// The host's proxy is used for all servers; the environment's exceptions do not apply.
 bool setProxy(void* handle, const TransferSettings& settings) {
   if (!settings.proxy) return true;
   return setOption(handle, CURLOPT_PROXY, settings.proxy->c_str()) &&

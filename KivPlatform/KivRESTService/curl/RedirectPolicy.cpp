@@ -32,7 +32,7 @@ std::variant<URL, Error> redirectTarget(const URL& from, std::string_view locati
   const auto refusal = [&](Code code, std::string_view what) {
     return transferError(code, from.absoluteString(), what);
   };
-  // Looked at first: the resolver takes "mailto:a@b" for a relative path.
+  // Checked first: the resolver takes "mailto:a@b" for a relative path.
   const std::string scheme = URL::schemeOf(location);
   if (!scheme.empty() && scheme != "http" && scheme != "https") {
     return refusal(Code::refusedRedirect,
@@ -56,13 +56,13 @@ std::variant<URL, Error> redirectTarget(const URL& from, std::string_view locati
 
 namespace {
 
-/// True if the environment names a proxy for the scheme, as libcurl reads it.
+/// True if the environment sets a proxy for the scheme, by libcurl's rules.
 bool environmentHasProxy(const std::string& scheme) {
   constexpr auto isSet = [](const char* name) {
     const char* const value = std::getenv(name);
     return value && *value;
   };
-  // Not HTTP_PROXY, which a server that runs this as a script takes from a request's header.
+  // Not HTTP_PROXY: in a CGI program a request's header would set it.
   const bool forScheme =
       scheme == "http" ? isSet("http_proxy") : isSet("https_proxy") || isSet("HTTPS_PROXY");
   return forScheme || isSet("all_proxy") || isSet("ALL_PROXY");
@@ -83,15 +83,15 @@ std::string addressOfServer(void* handle) {
 
 }  // namespace
 
-/// What libcurl calls, with its own types.
+/// libcurl's callbacks, with its types.
 struct RedirectGuardCallbacks {
-  /// One address of several that is refused leaves the others.
+  /// If a host has several addresses, the others are still tried.
   static curl_socket_t openSocket(void* guard, curlsocktype, curl_sockaddr* address) {
     if (!static_cast<RedirectGuard*>(guard)->admits(textOf(*address))) return CURL_SOCKET_BAD;
     return ::socket(address->family, address->socktype, address->protocol);
   }
 
-  /// Called for every request, also on a connection that others have opened.
+  /// Called for every request, also on a reused connection.
   static int beginRequest(void* guard, char* address, char*, int, int) {
     auto& self = *static_cast<RedirectGuard*>(guard);
     if (self.admits(address)) return CURL_PREREQFUNC_OK;

@@ -1,5 +1,5 @@
-// libcurl follows no redirects here and decodes no content: each request of an attempt is made,
-// checked and continued by our code, since only that knows the whole chain.
+// libcurl neither follows redirects here nor decodes content: an attempt makes each request of a
+// chain itself, since the rules for redirects and ranges concern the whole chain.
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 
@@ -28,7 +28,7 @@ Value info(void* handle, CURLINFO which) {
   return value;
 }
 
-/// True for the errors that keep a connection from coming about and are not this machine's own.
+/// True for errors of a connection attempt that may be the server's fault, not this machine's.
 bool mayBeTheServersFault(Code code) noexcept {
   return isRetryable(code) || code == Code::cannotResolveHost ||
          code == Code::secureConnectionFailed;
@@ -51,8 +51,7 @@ Transfer::~Transfer() = default;
 std::optional<TransferOutcome> Transfer::prepare() {
   startOver();
   if (handle_ && setOptions()) return std::nullopt;
-  // One that has been used keeps its receive buffer while other requests share its connection, and
-  // refuses another size.
+  // A used handle refuses another buffer size while other requests share its connection.
   handle_ = makeEasyHandle();
   if (!handle_) return failed(Code::outOfResources);
   if (setLastingOptions(handle_.get(), settings_) && setOptions()) return std::nullopt;
@@ -69,15 +68,15 @@ void Transfer::startOver() {
   noteLengths();
 }
 
-/// Over TLS the end of a connection is announced, so that nobody on the way can cut a body off.
-/// libcurl reports success with or without the announcement, and does not tell which it was.
+/// Over TLS a connection ends with close_notify, so that nobody can cut a body off. But libcurl
+/// reports success with or without it.
 ResponseCheck::OpenEnds Transfer::openEnds() const {
   using OpenEnds = ResponseCheck::OpenEnds;
   if (url_.scheme() == "https") return OpenEnds::none;
   return settings_.takesBodiesWithoutLength ? OpenEnds::all : OpenEnds::http10;
 }
 
-/// For those who ask on other threads.
+/// For other threads.
 void Transfer::noteLengths() noexcept {
   received_ = sink_.length();
   expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
@@ -87,7 +86,7 @@ bool Transfer::setOptions() {
   return setRequest() && setRange() && redirectGuard_.setOptions(handle_.get());
 }
 
-/// What the handle has been given for a transfer before this one is overwritten or taken back.
+/// Sets or resets all options that an earlier transfer may have set on the handle.
 bool Transfer::setRequest() {
   void* const handle = handle_.get();
   constexpr const char* none = nullptr;
@@ -163,7 +162,7 @@ std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void
   return self.cannotStore_ ? stop : count;
 }
 
-/// Called whenever libcurl has handed over what it has read, and every second.
+/// Called after each read of libcurl, and every second.
 int Transfer::endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t) {
   auto& self = *static_cast<Transfer*>(transfer);
   try {
@@ -196,7 +195,7 @@ std::optional<TransferOutcome> Transfer::outcome(int result) {
   if (result == CURLE_OK) check_->end();
   if (check_->deniesRange() && check_->status() == 416) return TransferOutcome::answered(416);
   if (check_->problem()) return failed(check_->problem()->code, check_->problem()->what);
-  // Any other status than 200 is known by its headers; what became of its body does not matter.
+  // With another status than 200 the body does not matter.
   if (check_->hasHeaders() && !check_->isFile()) {
     const bool leadsOn = isRedirect(check_->status()) && !check_->location().empty();
     return leadsOn ? followRedirect() : TransferOutcome::answered(check_->status());
@@ -211,7 +210,7 @@ TransferOutcome Transfer::finishBody() {
   return TransferOutcome::succeeded(std::move(*data));
 }
 
-/// What the next try, and the metrics, have to know.
+/// For the next attempt and the metrics.
 void Transfer::describe(AttemptResult& tried) {
   void* const handle = handle_.get();
   const bool succeeded = tried.outcome.body.has_value();
@@ -226,13 +225,13 @@ void Transfer::describe(AttemptResult& tried) {
       std::chrono::microseconds(info<curl_off_t>(handle, CURLINFO_STARTTRANSFER_TIME_T));
 }
 
-/// What a failed try leaves of the file, and what the next one is to ask for. A server that was not
-/// reached has said nothing about either.
+/// Decides what a failed attempt keeps of the file, and what the next one requests. A server that
+/// was not reached changes neither.
 void Transfer::settlePart(AttemptResult& tried) {
   const auto code = tried.errorCode();
   const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
   tried.startsOver = check_->deniesRange() || cameFromElsewhere;
-  // A body beyond the bound, or a disk without room: that would come again.
+  // A body that is too large, or a full disk: it would happen again.
   const bool isBeyondUs = code == Code::bodyTooLarge || code == Code::outOfResources;
   const bool isSpoilt = bodyHasBegun_ && code && !isRetryable(*code);
   if (tried.startsOver || isBeyondUs || isSpoilt) sink_.discard();
@@ -259,9 +258,8 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   return prepare();
 }
 
-/// True if no response came on a connection that had served before, or none that is HTTP. What
-/// was read may be the rest of what the server sent to the request before, and the server may have
-/// been about to close the connection.
+/// True if a reused connection gave no response, or none that is HTTP. The server may have been
+/// closing the connection, or the bytes may belong to the response before.
 bool Transfer::mayBeTheConnectionsFault(const TransferOutcome& ended) const {
   if (isOnFreshConnection_ || bodyHasBegun_ || !ended.error) return false;
   const auto code = static_cast<Code>(ended.error->code);
@@ -275,7 +273,7 @@ std::optional<TransferOutcome> Transfer::askOnFreshConnection() {
   return prepare();
 }
 
-/// What gave out; empty if it was memory.
+/// The disk's error; empty if memory ran out.
 std::string Transfer::storageProblem() const {
   if (!sink_.error()) return {};
   std::string problem = "the body could not be stored: " + sink_.error()->localizedDescription();
@@ -283,8 +281,8 @@ std::string Transfer::storageProblem() const {
   return problem;
 }
 
-/// The outcome of a transfer that broke on its way. Some result codes mean something else when the
-/// server has been asked already.
+/// The outcome of a transfer that libcurl ended. Some result codes have another meaning once the
+/// request was sent.
 TransferOutcome Transfer::broken(int result) const {
   if (isTooSlow_) return failed(Code::timedOut, "the server sends too slowly");
   const bool wasAsked = info<long>(handle_.get(), CURLINFO_REQUEST_SIZE) > 0;

@@ -10,8 +10,8 @@ namespace kiv {
 
 namespace {
 
-/// The speed after `seconds` in which that many bytes came, smoothed over about a second. Bytes may
-/// become fewer: a try that starts over has none.
+/// The speed after `seconds` with that many bytes, smoothed over about a second. The number may be
+/// negative: an attempt that starts over has no bytes.
 double smoothed(double former, std::int64_t bytes, double seconds) {
   if (seconds <= 0) return former;
   const double now = static_cast<double>(std::max<std::int64_t>(bytes, 0)) / seconds;

@@ -1,4 +1,4 @@
-// What the scheduler does about transfers that are slow, and about deadlines.
+// The scheduler's treatment of slow transfers and of deadlines.
 
 #include <algorithm>
 #include <functional>
@@ -26,7 +26,7 @@ void TransferScheduler::endSlow(TransferWorker& worker) {
   const Predicate tooSlow = [&](Download& download) { return isTooSlow(download, now); };
   while (Download* const download = worker.findRunning(tooSlow))
     endAsTooSlow(worker, *download);
-  // One at a time: the next has to wait until it is known who takes the place.
+  // One at a time: the next one has to wait until it is known which download takes the slot.
   const Predicate gives = [&](Download& download) { return isToGiveWay(download, now); };
   if (Download* const download = worker.findRunning(gives)) giveWay(worker, *download);
 }
@@ -43,7 +43,7 @@ void TransferScheduler::endAsTooSlow(TransferWorker& worker, Download& download)
   finish(worker, worker.stop(download));
 }
 
-/// True for a slow one in whose place one that waits could begin.
+/// True for a slow transfer in whose slot a waiting download could start.
 bool TransferScheduler::isToGiveWay(Download& download, Time now) {
   const auto speed = download.speed.bytesPerSecond();
   if (waiting_.empty() || !speed || !speeds_.isSlow(*speed)) return false;
@@ -66,7 +66,7 @@ bool TransferScheduler::couldStartAfter(const Download& download, Download& wait
          SpeedPolicy::mayGiveWay(olderThan(download, false), settings_.parallelTransfers);
 }
 
-/// How many of those that run, of all or with the same server, began before the download.
+/// The number of running downloads, of all or with the same server, that began earlier.
 std::size_t TransferScheduler::olderThan(const Download& download, bool onItsServer) const {
   const auto place = std::find(running_.begin(), running_.end(), &download);
   const auto isCounted = [&](const Download* older) {
@@ -75,7 +75,7 @@ std::size_t TransferScheduler::olderThan(const Download& download, bool onItsSer
   return static_cast<std::size_t>(std::count_if(running_.begin(), place, isCounted));
 }
 
-/// That is no failed try, and says nothing of the server but that it answers.
+/// Yielding is no failed attempt; it only shows that the server answers.
 void TransferScheduler::giveWay(TransferWorker& worker, Download& download) {
   noteReached(download.servers[download.server]);
   download.transfer->keepPart();
@@ -92,7 +92,7 @@ bool TransferScheduler::isOverdue(const Download& download, Time now) const {
   return deadline && *deadline <= now;
 }
 
-/// Ends those that wait or pause; those that run are for the threads of their workers.
+/// Ends the waiting and pausing ones; running ones are ended by their workers' threads.
 void TransferScheduler::endOverdue(Time now) {
   std::vector<Download*> overdue;
   for (const auto& [deadline, download] : deadlines_) {
@@ -107,7 +107,7 @@ void TransferScheduler::endOverdue(Time now) {
   }
 }
 
-/// Nothing more is tried for the download.
+/// The download makes no further attempts.
 AttemptResult TransferScheduler::giveUp(Download& download) {
   auto outcome = TransferOutcome::failed(transferError(KivRESTServiceErrorCode::deadlineExceeded,
                                                        download.urls.front().absoluteString()));

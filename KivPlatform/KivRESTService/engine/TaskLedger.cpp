@@ -90,7 +90,7 @@ void TaskLedger::failAll(KivRESTServiceErrorCode code) {
   {
     const MutexLock lock(mutex_);
     for (const auto& [id, task] : held_) {
-      // What the host has given the task, it does not change while the client holds it.
+      // The host does not change the request while the client holds the task.
       const auto& request = task->request();
       const std::string url = request ? request->url.absoluteString() : std::string();
       results.push_back({id, {TransferOutcome::failed(transferError(code, url)), {}, 0}});
@@ -108,7 +108,7 @@ void TaskLedger::complete(std::uint64_t id, TaskResult result) {
   task->setReturnedData(std::move(result.outcome.body));
   task->setMetrics(std::move(result.metrics));
   if (const auto observer = endObserver()) (*observer)(*task);
-  // Taken off the task, so that a handler that holds its own task does not keep it for ever.
+  // Taken off the task, so that a handler that owns its task does not leak it.
   const auto handler = task->takeCompletionHandler();
   if (handler) handler(*task);
 }

@@ -94,7 +94,7 @@ void TransferEngine::stop() {
   }
 }
 
-/// Called with the lock held. A former thread that went for want of work takes no lock any more.
+/// A former thread that ended because it was idle takes no lock any more.
 bool TransferEngine::startThread(std::size_t index) {
   TransferThread& state = threads_[index];
   if (stopped_ || !prepareCurlLibrary()) return false;
@@ -102,7 +102,7 @@ bool TransferEngine::startThread(std::size_t index) {
   try {
     WorkerHandles handles{std::make_unique<MultiHandle>(), std::make_unique<WakeUpPipe>()};
     if (!handles) return false;
-    // Before the thread starts, which looks at them without this lock.
+    // Before the thread starts, which reads them without this lock.
     state.handles = std::move(handles);
     state.thread = std::thread([this, index] { serve(index, threads_[index].handles); });
   } catch (const std::exception&) {  // no memory, or no thread left
@@ -113,22 +113,21 @@ bool TransferEngine::startThread(std::size_t index) {
   return true;
 }
 
-/// Called with the lock held. False if no thread serves.
+/// False if the thread does not run.
 bool TransferEngine::wakeUp(std::size_t index) {
   TransferThread& state = threads_[index];
   if (!state.handles) return false;
-  // Once is enough until the thread has looked: a host may queue a thousand tasks at one time.
+  // Once is enough until the thread has handled it: a host may queue a thousand tasks at a time.
   if (!std::exchange(state.isCalled, true)) state.handles.wakeUp->wakeUp();
   return true;
 }
 
-/// Called with the lock held.
 void TransferEngine::wakeUpAll() {
   for (std::size_t index = 0; index < threads_.size(); ++index)
     wakeUp(index);
 }
 
-/// Wakes the thread up where one serves.
+/// Wakes the thread up if it runs.
 void TransferEngine::remind(std::size_t index) {
   if (isInherited()) return;
   const MutexLock lock(mutex_);
@@ -140,7 +139,7 @@ void TransferEngine::remind(std::size_t index) {
 void TransferEngine::serve(std::size_t index, const WorkerHandles& handles) {
   system::nameThisThread("KivRESTService");
   system::blockBrokenPipeSignalOnThisThread();
-  // Let go of here, last and without a lock: closing the connections is work for this thread too.
+  // Destroyed last and without a lock: closing the connections takes time.
   WorkerHandles owned;
   Lock lock(schedulerMutex_);
   ++serving_;
@@ -155,7 +154,7 @@ void TransferEngine::serve(std::size_t index, const WorkerHandles& handles) {
   leave(index);
 }
 
-/// The thread's handles, where it has to end now; otherwise nothing.
+/// The thread's handles if it has to end now; otherwise nothing.
 WorkerHandles TransferEngine::takeTurn(std::size_t index, const WorkerHandles& handles,
                                        Lock& lock) {
   begin(index, handles);
@@ -165,7 +164,7 @@ WorkerHandles TransferEngine::takeTurn(std::size_t index, const WorkerHandles& h
   return owned;
 }
 
-/// What the exception has left half done is dropped with everything else.
+/// The exception may have left any job in an inconsistent state, so all are dropped.
 WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
   constexpr std::chrono::milliseconds pause{10};
   if (!lock.ownsLock()) lock.lock();
@@ -194,8 +193,7 @@ void TransferEngine::begin(std::size_t index, const WorkerHandles& handles) {
 
 void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   TransferWorker& worker = scheduler_->worker(index);
-  // Orders are taken before free places are, so that a place goes to the best of all the jobs that
-  // wait when it becomes free.
+  // New jobs come first, so that a free slot goes to the best of all waiting jobs.
   takeOrders(index);
   worker.releaseDropped();
   scheduler_->startWaiting();
@@ -203,18 +201,18 @@ void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   callUpOthers(index);
   scheduler_->reportEnded(lock);
   if (isBusy(index)) threads_[index].idleUntil = Clock::now() + settings_.idleTime;
-  // The first thread waits for more than the end of its own transfers.
+  // The first thread also reports progress and ends when all are done.
   if (index > 0 && scheduler_->isIdle()) remind(0);
 }
 
-/// Without the lock while it waits and moves bytes.
+/// The lock is not held while the thread waits and moves bytes.
 void TransferEngine::transfer(std::size_t index, Lock& lock) {
   TransferWorker& worker = scheduler_->worker(index);
   const auto longest = longestWait(index);
   lock.unlock();
   const bool isWell = worker.wait(longest) && worker.move();
   lock.lock();
-  // Before transfers end, so that a job for a file that was on its way when it came shares it.
+  // Before transfers end, so that a new job for a file that is being fetched shares the transfer.
   takeOrders(index);
   if (!isWell) scheduler_->failRunning(worker);
   scheduler_->finishEnded(worker);
@@ -240,7 +238,7 @@ void TransferEngine::takeOrders(std::size_t index) {
     scheduler_->add(std::move(job));
 }
 
-/// Tells the other threads what they have been assigned, or have to let go of.
+/// Wakes up the threads that have assigned or dropped transfers.
 void TransferEngine::callUpOthers(std::size_t self) {
   for (std::size_t index = 0; index < threads_.size(); ++index) {
     const TransferWorker& worker = scheduler_->worker(index);
@@ -255,21 +253,21 @@ void TransferEngine::callUpOthers(std::size_t self) {
   }
 }
 
-/// Wakes the thread up, or starts it; false if there is none.
+/// Wakes the thread up, or starts it; false if it cannot be started.
 bool TransferEngine::callUp(std::size_t index) {
   const MutexLock lock(mutex_);
   return wakeUp(index) || startThread(index);
 }
 
-/// The first thread stays while anything is to be done. Another one may go before, but not while
-/// something is due at a time of which it alone may know.
+/// The first thread runs as long as there are jobs. Another one may end earlier, but not while
+/// there is a deadline that it alone may have been waiting for.
 bool TransferEngine::isBusy(std::size_t index) {
   if (index == 0) return !scheduler_->isIdle();
   const TransferWorker& worker = scheduler_->worker(index);
   return worker.load() > 0 || scheduler_->nextDeadline().has_value();
 }
 
-/// The thread's handles, where the thread has to end now; otherwise nothing.
+/// The thread's handles if it has to end now; otherwise nothing.
 WorkerHandles TransferEngine::leaveIfDone(std::size_t index) {
   const MutexLock lock(mutex_);
   const bool hasOrders = !added_.empty() || cancelled_;
@@ -283,12 +281,12 @@ WorkerHandles TransferEngine::leaveIfStopped(std::size_t index) {
   return stopped_ ? std::exchange(threads_[index].handles, {}) : WorkerHandles{};
 }
 
-/// Takes no lock: whoever starts another thread in place of this one may hold one, and waits.
+/// Takes no lock: a thread that starts the successor of this one holds it while it joins this one.
 void TransferEngine::leave(std::size_t index) {
   if (!scheduler_) return static_cast<void>(--serving_);
   if (isBusy(index)) scheduler_->dropAll();
   scheduler_->worker(index).close();
-  // Not while it has jobs: a thread that has been started for them may not have begun.
+  // Not while it has jobs: a thread that was started for them may not run yet.
   if (--serving_ == 0 && scheduler_->isIdle()) scheduler_.reset();
 }
 

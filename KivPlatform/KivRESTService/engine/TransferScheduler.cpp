@@ -21,8 +21,8 @@ namespace {
 using Code = KivRESTServiceErrorCode;
 using Clock = std::chrono::steady_clock;
 
-/// The shortest time from one report of results to the next while transfers run. Short, so that who
-/// stores them does not begin late: results gather by themselves where that one does not keep up.
+/// The shortest interval between reports of results while transfers run. Short, so that storing
+/// begins early: if it does not keep up, results accumulate anyway.
 constexpr std::chrono::milliseconds reportInterval{3};
 
 TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
@@ -31,7 +31,7 @@ TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
 
 }  // namespace
 
-// A limit of the speed is shared among transfers that only their own thread may change.
+// With a bandwidth limit there is one: each transfer's share may only be changed on its own thread.
 std::size_t TransferScheduler::workerCount(const TransferSettings& settings) noexcept {
   if (settings.bandwidth > 0) return 1;
   return std::max<std::size_t>(1, std::min(settings.threads, settings.parallelTransfers));
@@ -60,7 +60,7 @@ TransferScheduler::~TransferScheduler() {
 
 void TransferScheduler::dropAll() {
   for (auto& [key, download] : downloads_) {
-    // One that memory gave out for may be half made.
+    // If memory ran out, it may be incomplete.
     if (!download || !download->worker || !download->transfer) continue;
     TransferWorker& worker = *download->worker;
     worker.drop(std::move(download));
@@ -82,8 +82,7 @@ bool TransferScheduler::isIdle() const noexcept {
   return downloads_.empty() && results_.empty();
 }
 
-/// True while a worker holds what has been dropped: the bodies of those, too, are in use until
-/// then.
+/// True while a worker holds dropped transfers: their partial bodies are in use until then.
 bool TransferScheduler::hasDropped() const noexcept {
   return std::any_of(workers_.begin(), workers_.end(),
                      [](const TransferWorker& worker) { return worker.hasDropped(); });
@@ -136,7 +135,7 @@ bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
          busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
 }
 
-/// True while more has come than may have come by now, and others wait to begin.
+/// True while the bandwidth budget is overdrawn and downloads are waiting.
 bool TransferScheduler::holdsBack(Time now) {
   const bool couldStart = !waiting_.empty() && hasFreePlace();
   const bool holds = couldStart && budget_.paidAt() > now;
@@ -155,8 +154,8 @@ void TransferScheduler::endPauses(Pauses::iterator first, Pauses::iterator last)
   pausing_.erase(first, last);
 }
 
-/// Chooses the server too, so that the answer holds for the start that follows. A download that has
-/// to wait for more than a free place leaves the line, too, which others stand in.
+/// Also chooses the server, so that the answer holds for the start that follows. True too for a
+/// download that has to pause: it leaves the queue, so that it does not block those behind it.
 bool TransferScheduler::mayStart(Download& download, Time now) const {
   const auto step = nextStep(download, now);
   if (!step) return true;
@@ -219,7 +218,7 @@ void TransferScheduler::replaceWorker(std::size_t index, TransferWorker& other) 
   }
 }
 
-/// Puts the download where it belongs after a try: its next try may come now, later or never.
+/// After an attempt: the next one may come now, later or never.
 void TransferScheduler::advance(Download& download) {
   const auto now = Clock::now();
   const auto step = nextStep(download, now);
@@ -238,8 +237,8 @@ void TransferScheduler::pause(Download& download) {
   pausing_.emplace(download.notBefore, &download);
 }
 
-/// libcurl knows only limits of single transfers. Those that are held back have a share, too: with
-/// it the others' surplus is paid for, which they would otherwise renew as long as they run.
+/// libcurl limits single transfers only. While downloads are held back they count as one share,
+/// which pays off the overdraft of the running ones.
 void TransferScheduler::shareBandwidth() {
   if (!budget_.isLimited() || running_.empty()) return;
   const auto shares = static_cast<std::int64_t>(running_.size()) + (heldBackUntil_ ? 1 : 0);
@@ -288,7 +287,7 @@ void TransferScheduler::endAttempt(TransferWorker& worker, Download& download,
   conclude(download, std::move(result));
 }
 
-/// Notes how a try came out, which may have failed to begin, and what comes after it.
+/// Records the result of an attempt, which may have failed to start, and decides what follows.
 void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const auto now = Clock::now();
   const std::string& server = download.servers[download.server];
@@ -321,7 +320,7 @@ bool TransferScheduler::isAnswering(const std::string& server) const {
                      [&](const TransferWorker& worker) { return worker.isAnsweredBy(server); });
 }
 
-/// Others need not wait for the end of a large file to know that the server can be reached.
+/// Others need not wait for the end of a large file to learn that the server is reachable.
 void TransferScheduler::noteAnswers() {
   for (const auto& server : health_.probed()) {
     if (isAnswering(server)) noteReached(server);
@@ -336,7 +335,7 @@ void TransferScheduler::noteReached(const std::string& server) {
 void TransferScheduler::noteHealth(const Download& download, const AttemptResult& result,
                                    Time now) {
   const std::string& server = download.servers[download.server];
-  // A server that sends to one and refuses another is busy, not gone.
+  // A server that sends to one and refuses another is busy, not unreachable.
   if (result.wasReached || (result.isUnreachable && isAnswering(server))) {
     noteReached(server);
   } else if (result.isUnreachable) {
@@ -346,9 +345,8 @@ void TransferScheduler::noteHealth(const Download& download, const AttemptResult
   }
 }
 
-/// A failure is that of all who have nowhere else to go, so that many files wait no longer than
-/// one. Where even a probe has run into the time-out for connecting, no further try of a file is
-/// worth another such wait.
+/// A failed probe fails all downloads that have no better server, so that many files wait no longer
+/// than one. If the probe ran into the connect time-out, no download waits for that again.
 void TransferScheduler::endProbe(const std::string& server, AttemptResult& result, Time now) {
   endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
   if (!result.isUnreachable || !health_.isUnreachable(server)) return;
@@ -365,8 +363,8 @@ std::vector<Download*> TransferScheduler::leftTo(const std::string& server, Time
   return left;
 }
 
-/// True if the download could try the server now and has none that is known to be better: it
-/// waits, or probes another one.
+/// True if the download is waiting, or probes another server, could try this server now and has
+/// none that is known to be better.
 bool TransferScheduler::isLeftTo(const Download& download, const std::string& server,
                                  Time now) const {
   const bool isFree = download.state == Download::State::waiting || isProbing(download);
@@ -392,7 +390,7 @@ void TransferScheduler::shareFailure(Download& download, const std::string& serv
 
 void TransferScheduler::report(Download& download) {
   TransferOutcome outcome = download.end(Clock::now());
-  // A body that came from elsewhere makes what was kept of it useless.
+  // Parts that were kept of other URLs are useless now.
   const bool mayHaveParts = outcome.body && !download.metrics.failedTries.empty();
   for (std::size_t server = 0; mayHaveParts && server < download.urls.size(); ++server) {
     if (server != download.server) spool_.forget(download.urls[server]);
@@ -401,7 +399,7 @@ void TransferScheduler::report(Download& download) {
   if (outcome.body) readSize_.noteBody(bytes);
   meter_.noteEnded(download.tasks.size(), bytes);
   isReportDue_ = true;
-  // A body on the disk takes no memory, but a lock, of which there are not many.
+  // A body on the disk takes no memory, but an open file with a lock, so it counts too.
   const auto held = std::min(bytes, settings_.largestBodyInMemory);
   TaskResult result{std::move(outcome), std::move(download.metrics), held};
   if (download.begun) {
@@ -416,7 +414,7 @@ void TransferScheduler::report(Download& download) {
     pendingBytes_.add(held);
   }
   pendingBytes_.add(held);
-  // Nothing of the result stays here: whoever gets it may be the last to hold the body.
+  // Moved, not copied: the receiver may be the last owner of the body.
   results_.emplace_back(tasks.back(), std::move(result));
 }
 

@@ -52,7 +52,7 @@ void TransferWorker::close() {
 
 bool TransferWorker::run(Download& download) {
   void* const handle = download.transfer->handle();
-  // First, so that no handle runs of which the worker does not know.
+  // First, so that no handle runs that the worker does not know.
   running_.emplace(handle, &download);
   if (multiHandle_->add(handle)) return true;
   running_.erase(handle);
@@ -65,7 +65,7 @@ void TransferWorker::releaseDropped() {
   dropped_.clear();
 }
 
-/// Looked at from time to time: that costs as much as a wait that ends at once.
+/// Checked at intervals: the check costs as much as a wait that ends at once.
 std::optional<int> TransferWorker::wakeUpDescriptor() {
   constexpr std::chrono::milliseconds interval{50};
   const auto now = std::chrono::steady_clock::now();
@@ -82,8 +82,8 @@ bool TransferWorker::wait(std::chrono::milliseconds longest) {
     std::this_thread::sleep_for(std::min(longest, interval));
     return true;
   }
-  // A host may have closed the descriptor since, and opened another under its number, of which
-  // nothing would come.
+  // The host may have closed the descriptor meanwhile and reused its number, so that no wake-up
+  // would arrive.
   constexpr std::chrono::milliseconds longestInOne{500};
   const auto woken = multiHandle_->wait(*descriptor, std::min(longest, longestInOne));
   if (woken == MultiHandle::Woken::byDescriptor) wakeUp_->clear();

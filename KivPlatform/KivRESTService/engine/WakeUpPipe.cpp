@@ -25,9 +25,9 @@ std::optional<int> WakeUpPipe::descriptor() const noexcept {
 
 void WakeUpPipe::wakeUp() const noexcept {
   constexpr char byte = 0;
-  // Writing to a pipe that nobody can read from would raise a signal.
+  // Writing to a pipe without a reader would raise SIGPIPE.
   if (!descriptor()) return;
-  // A pipe that is full wakes the thread up already.
+  // A full pipe wakes the thread up too.
   [[maybe_unused]] const auto written = ::write(writeEnd_.number, &byte, 1);
 }
 

@@ -14,7 +14,7 @@ namespace kiv {
 
 namespace {
 
-/// "etagc": visible characters but the quote, and the bytes beyond ASCII.
+/// etagc (RFC 9110, 8.8.3): visible characters except the double quote, and non-ASCII bytes.
 constexpr bool mayStandInTag(char character) noexcept {
   const auto byte = static_cast<unsigned char>(character);
   return byte == 0x21 || (byte >= 0x23 && byte <= 0x7E) || byte >= 0x80;
@@ -25,20 +25,21 @@ constexpr bool mayStandInDate(char character) noexcept {
          std::string_view(" ,:-").find(character) != std::string_view::npos;
 }
 
-/// The date where the text is one in exactly that form.
+/// The date, if the text has exactly that form.
 std::optional<std::tm> readDate(std::string_view text, const char* form) {
   std::stringstream stream{std::string(text)};
   stream.imbue(std::locale::classic());
   std::tm date{};
   if (!(stream >> std::get_time(&date, form))) return std::nullopt;
-  // Reading is content with less than the whole form, and with blanks; writing is not.
+  // get_time accepts less than the whole form, and additional blanks; so compare with what put_time
+  // writes.
   stream.clear();
   stream.str({});
   stream << std::put_time(&date, form);
   return stream.str() == text ? std::optional(date) : std::nullopt;
 }
 
-/// The moment, where the day is in the calendar.
+/// Seconds since 1970; nothing if there is no such day.
 std::optional<std::int64_t> secondsFromDate(const std::tm& date) {
   using namespace std::chrono;
   const year_month_day day{year(date.tm_year + 1900), month(static_cast<unsigned>(date.tm_mon + 1)),
@@ -67,7 +68,7 @@ bool hasCharactersOfDate(std::string_view text) noexcept {
 }
 
 std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text) {
-  // RFC 9110, 5.6.7: the form of today and the two that are obsolete.
+  // RFC 9110, 5.6.7: the current form and the two obsolete ones.
   for (const char* const form :
        {"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT", "%a %b %e %H:%M:%S %Y"}) {
     const auto date = readDate(text, form);

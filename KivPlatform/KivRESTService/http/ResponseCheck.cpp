@@ -1,5 +1,5 @@
-// The rules of RFC 9110 and RFC 9112 by which a response is whole: libcurl accepts contradicting
-// lengths, bodies cut off where no length was told, and parts of other versions.
+// The rules of RFC 9110 and RFC 9112 for a complete response. libcurl accepts contradicting
+// lengths, truncated bodies without a length, and ranges of other versions.
 
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 
@@ -34,7 +34,7 @@ std::string_view withoutLineEnd(std::string_view line) {
   return line;
 }
 
-/// A length as the header may have it: digits alone, and no more than fit.
+/// A Content-Length: digits only, within the range of the type.
 std::optional<std::int64_t> lengthFrom(std::string_view text) {
   std::int64_t length = 0;
   if (text.empty() || !std::all_of(text.begin(), text.end(), ascii::isDigit)) return std::nullopt;
@@ -43,7 +43,7 @@ std::optional<std::int64_t> lengthFrom(std::string_view text) {
   return length;
 }
 
-/// "bytes 5-9/10": the first and the last place of the bytes that come, and the file's length.
+/// "bytes 5-9/10": the offsets of the first and last byte of the range, and the length of the file.
 struct ContentRange {
   std::int64_t first;
   std::int64_t last;
@@ -93,7 +93,8 @@ BodyVersion ResponseCheck::version() const {
   BodyVersion version;
   if (entityTag_ && isStrongEntityTag(*entityTag_)) version.entityTag = *entityTag_;
   if (!lastModified_ || !hasCharactersOfDate(*lastModified_)) return version;
-  // A file that was changed within the second of the date may be changed again within it.
+  // A file changed in the second of the response may change again within that second (RFC 9110,
+  // 8.8.2.2).
   const auto changed = secondsFromHTTPDate(*lastModified_);
   const auto answered = date_ ? secondsFromHTTPDate(*date_) : secondsNow();
   if (changed && answered && *changed < *answered) version.lastModified = *lastModified_;

@@ -13,14 +13,14 @@ using std::chrono::seconds;
 constexpr seconds windowWithoutStallTimeout{30};
 constexpr seconds longestTurn{24 * 60 * 60};
 
-/// As far as the clock can count.
+/// Within the range of the clock.
 seconds bounded(seconds time) noexcept {
   constexpr seconds longest{365 * longestTurn.count()};
   return std::clamp(time, seconds(0), longest);
 }
 
-/// Half of what a transfer gets where all places share the bandwidth: one that is held back by this
-/// client itself is not slow.
+/// Half of a transfer's share if all slots share the bandwidth: a transfer that the client itself
+/// limits is not slow.
 double halfShareOfBandwidth(const TransferSettings& settings) noexcept {
   if (settings.bandwidth <= 0) return std::numeric_limits<double>::max();
   const auto shares = static_cast<double>(std::max<std::size_t>(1, settings.parallelTransfers)) + 1;

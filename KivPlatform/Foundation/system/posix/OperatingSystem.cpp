@@ -1,4 +1,4 @@
-// POSIX systems: Linux and macOS, with what others have in common with them.
+// Linux and macOS, and what other POSIX systems have in common with them.
 
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 
@@ -44,8 +44,8 @@ void nameThisThread(const char* name) noexcept {
 }
 
 void blockBrokenPipeSignalOnThisThread() noexcept {
-  // Blocked, not ignored: how the process handles the signal is the host's. One that waits for this
-  // thread goes with it.
+  // Blocked, not ignored: the signal's disposition belongs to the host. A pending signal ends with
+  // the thread.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGPIPE);
@@ -70,7 +70,7 @@ std::optional<std::string> directoryOfThisLibrary() {
   Dl_info info{};
   const auto* const here = reinterpret_cast<const void*>(&directoryOfThisLibrary);
   if (dladdr(here, &info) == 0 || !info.dli_fname) return std::nullopt;
-  // A relative name would be resolved against the directory that happens to be current.
+  // A relative name would be resolved against the current directory.
   if (*info.dli_fname != '/') return std::nullopt;
   const std::unique_ptr<char, decltype(&free)> resolved(realpath(info.dli_fname, nullptr), &free);
   if (!resolved) return std::nullopt;
@@ -81,7 +81,7 @@ std::optional<std::string> directoryOfThisLibrary() {
 
 namespace {
 
-/// Whether a line of /proc/self/maps, "start-end permissions ...", is about that address.
+/// True if a line of /proc/self/maps, "start-end permissions ...", covers the address.
 bool isMappingOf(std::uintptr_t address, std::string_view line) {
   std::uintptr_t start = 0;
   std::uintptr_t end = 0;
@@ -94,14 +94,14 @@ bool isMappingOf(std::uintptr_t address, std::string_view line) {
 
 }  // namespace
 
-// Not dladdr: in a program without shared libraries it answers argv[0], which the caller chooses.
+// Not dladdr: in a static program it returns argv[0], which the caller chooses.
 std::optional<std::string> directoryOfThisLibrary() {
   const auto here = reinterpret_cast<std::uintptr_t>(&directoryOfThisLibrary);
   std::ifstream mappings("/proc/self/maps");
   for (std::string line; std::getline(mappings, line);) {
     if (!isMappingOf(here, line)) continue;
-    // The path is the last field, and the first that has a slash. Where the file was replaced
-    // since, something follows its name, but nothing that of its directory.
+    // The path is the last field, and the only one with a slash. If the file was replaced, "
+    // (deleted)" follows its name.
     const auto path = line.find('/');
     if (path == std::string::npos) return std::nullopt;
     return std::string(path::deletingLastPathComponent(std::string_view(line).substr(path)));
