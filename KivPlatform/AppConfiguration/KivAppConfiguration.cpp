@@ -1,3 +1,6 @@
+// The domains are read on the manager's queue, once for each download, and set on any thread, so a
+// lock guards them.
+
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
 
 #include <utility>

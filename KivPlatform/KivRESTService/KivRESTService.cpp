@@ -1,3 +1,6 @@
+// The public client. A task enters and leaves the ledger and the engine under one lock, so that a
+// cancellation on another thread meets it in both or in none.
+
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
 #include <optional>

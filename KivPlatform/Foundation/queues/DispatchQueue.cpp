@@ -1,3 +1,6 @@
+// The queue's handle. The state is a separate object, since a thread may still run the last jobs of
+// a queue that has been released, and since a forked child gives its serial queues a new state.
+
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 
 #include <utility>

@@ -1,3 +1,7 @@
+// One lock guards the jobs, and none is held while a job or the host's wake-up handler runs. The
+// handler may be set, called and removed on different threads at one time; setWakeUp() and
+// callWakeUp() see to it that it is never called after its removal.
+
 #include "KivPlatform/Foundation/queues/QueueState.h"
 
 #include <exception>

@@ -1,3 +1,7 @@
+// All serial queues of the process, for the two moments when they have to be treated together: at
+// exit their threads must end before the libraries that jobs use are cleaned up, and in a forked
+// child they have no threads.
+
 #include "KivPlatform/Foundation/queues/SerialQueues.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The packaged resources are looked for at run time, since a package, a relocated prefix and a
+// build tree put them in different places, and a static library does not know where it is
+// installed.
+
 #include "KivPlatform/Foundation/system/Bundle.h"
 
 #include <atomic>

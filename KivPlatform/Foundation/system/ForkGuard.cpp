@@ -1,3 +1,7 @@
+// fork() copies the memory of a process but only the calling thread: a mutex that another thread
+// holds stays locked in the child forever. So the registered mutexes are locked before a fork, in
+// the order of their ranks, and unlocked after it on both sides.
+
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 
 #include <atomic>

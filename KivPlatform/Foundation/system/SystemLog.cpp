@@ -1,3 +1,6 @@
+// The handler is copied under the lock and called without it: a handler that logs, or waits for a
+// thread that logs, must not deadlock.
+
 #include "KivPlatform/Foundation/system/SystemLog.h"
 
 #include <cstdio>

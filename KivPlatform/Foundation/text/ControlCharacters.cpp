@@ -1,3 +1,6 @@
+// Works on the UTF-8 bytes themselves: all of these characters have one to three bytes with a few
+// lead bytes, and text that is not valid UTF-8 must pass through unchanged.
+
 #include "KivPlatform/Foundation/text/ControlCharacters.h"
 
 namespace kiv {

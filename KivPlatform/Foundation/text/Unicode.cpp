@@ -1,3 +1,6 @@
+// simdjson and utf8proc know Unicode; this file is the only one that knows their interfaces for
+// text.
+
 #include "KivPlatform/Foundation/text/Unicode.h"
 
 #include <cstddef>

@@ -1,3 +1,6 @@
+// libcurl has about a hundred result codes, and its messages depend on the TLS library and its
+// version. Errors and messages of ours must depend on neither.
+
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 
 #include <algorithm>

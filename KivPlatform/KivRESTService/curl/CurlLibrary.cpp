@@ -1,3 +1,7 @@
+// A client that is still alive at exit has threads in libcurl and its TLS library while their
+// atexit handlers clean them up. So these threads are stopped by a handler that is registered after
+// theirs, and therefore runs first.
+
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 
 #include <cstdlib>

@@ -1,3 +1,6 @@
+// Options that stay on a handle when it is reused. Defaults of libcurl are restricted here:
+// protocols, HTTP/0.9, TLS versions, and redirects, which Transfer follows itself.
+
 #include "KivPlatform/KivRESTService/curl/CurlOptions.h"
 
 #include <string>

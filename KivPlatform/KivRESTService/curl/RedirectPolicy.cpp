@@ -1,3 +1,7 @@
+// A server on the Internet must not be able to have this computer send requests to its own network
+// (server-side request forgery). A host name says little, since its address may change between two
+// look-ups, so the guard checks the address that libcurl connects to.
+
 #include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 
 #include <array>

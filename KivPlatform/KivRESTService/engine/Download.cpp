@@ -1,3 +1,5 @@
+// A download collects what its attempts gave; TransferPlan decides what it tries next.
+
 #include "KivPlatform/KivRESTService/engine/Download.h"
 
 #include <utility>

@@ -1,3 +1,6 @@
+// Speeds are smoothed exponentially over about a second, so that a display neither flickers nor
+// lags.
+
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The lock is never held while the host's code runs: completions, observers, and the wake-up
+// handler that async() may call. A completion takes its task out of the ledger first, so that it
+// can neither run twice nor after a cancellation.
+
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 
 #include <exception>

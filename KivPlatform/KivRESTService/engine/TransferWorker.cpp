@@ -1,3 +1,6 @@
+// Only the worker's own thread calls libcurl with its multi handle. Others therefore just assign or
+// drop a download, and the thread starts or removes it later.
+
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 
 #include <algorithm>

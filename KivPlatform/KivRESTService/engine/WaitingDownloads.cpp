@@ -1,3 +1,7 @@
+// A pass may queue a hundred thousand files of one server. A scan of all of them for each free slot
+// would be quadratic; downloads with the same origins become ready together, so the first of each
+// queue is enough.
+
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 
 #include <algorithm>

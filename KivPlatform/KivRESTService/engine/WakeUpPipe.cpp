@@ -1,3 +1,7 @@
+// A host that closes all descriptors, as daemons do, may also close the pipe, and its number may
+// then belong to another file. So the inode is compared before each use; without a pipe the thread
+// polls.
+
 #include "KivPlatform/KivRESTService/engine/WakeUpPipe.h"
 
 #include <fcntl.h>

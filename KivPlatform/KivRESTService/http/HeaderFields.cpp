@@ -1,3 +1,6 @@
+// Values from a server are accepted only in the forms that RFC 9110 defines. They are sent back in
+// later requests and written to disk, so nothing else may pass.
+
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// The blocks of the IANA special-purpose address registries (RFC 6890), and the ways in which IPv6
+// embeds an IPv4 address, through which a private address could be reached too.
+
 #include "KivPlatform/KivRESTService/http/PrivateAddress.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Messages are made of whole sentences, with the URL stripped of secrets, since hosts show them to
+// users and write them to logs.
+
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 #include "KivPlatform/Foundation/values/URL.h"

@@ -1,3 +1,6 @@
+// A circuit breaker for each server: closed while it is good, open for a pause after a failure to
+// reach it, half open while one attempt probes it.
+
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 
 namespace kiv {

@@ -1,3 +1,6 @@
+// The prediction is a moving average: files of one pass tend to be alike, icons after icons and
+// videos after videos.
+
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// All speeds are averages over whole windows: a line that is used by others as well has gaps of
+// seconds, which must not count as slow.
+
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Pure decisions without clock and network, so that tests can play every order of answers.
+
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 // The settings that change how a client connects.
 
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -101,6 +102,22 @@ TEST_F(KivRESTServiceSettingsTest, ASpoolDirectoryIsNamedBeforeTheFirstTask) {
   KivRESTService client(settings_);
   client.setSpoolDirectory("/some/where");
   EXPECT_EQ(client.settings().spoolDirectory, "/some/where");
+}
+
+TEST_F(KivRESTServiceSettingsTest, CanBeReadWhileAnotherThreadNamesTheSpoolDirectory) {
+  KivRESTService client(settings_);
+  const std::string shortPath = "/a";
+  const std::string longPath = "/a/directory/with/a/long/path/that/no/string/holds/in/place";
+  client.setSpoolDirectory(shortPath);
+  std::thread writer([&] {
+    for (int count = 0; count < 1000; ++count)
+      client.setSpoolDirectory(count % 2 == 0 ? longPath : shortPath);
+  });
+  for (int count = 0; count < 1000; ++count) {
+    const std::string path = client.settings().spoolDirectory;
+    ASSERT_TRUE(path == shortPath || path == longPath) << path;
+  }
+  writer.join();
 }
 
 }  // namespace
