@@ -1,8 +1,8 @@
-// Any bytes as an archive: it is unpacked within the rules, or refused with an error.
+// Unpacks any bytes as an archive: within the rules, or refused with an error.
 //
-// Checksums keep a fuzzer from making sound archives of its own. So bytes that begin with 255 are a
-// recipe: for each entry its traits, the length of its name, the name, and the length of its
-// contents, which are so many bytes of its name's first.
+// A fuzzer can hardly make valid archives, because of the checksums. So an input that begins with
+// 255 describes an archive: for each entry its flags, the length of its name, the name, and the
+// length of its contents, which repeat the first byte of the name.
 
 #include <algorithm>
 #include <cstddef>
@@ -16,7 +16,7 @@
 
 namespace {
 
-/// Small, so that the limits are met by inputs that a fuzzer makes.
+/// Small, so that a fuzzer's inputs reach the limits.
 kiv::ArchiveLimits limits() {
   kiv::ArchiveLimits small;
   small.entries = 40;

@@ -1,5 +1,5 @@
-// Writes the seed archives to the folder named on the command line, one file each: sound ones, and
-// one for each way to be refused that a few bytes do not lead to from a sound one.
+// Writes seed archives to the directory given on the command line: valid ones, and one for each
+// reason for refusal that mutation is unlikely to find.
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,4 +1,4 @@
-// Any text as a configuration, from its bytes to the resources of a pass.
+// Parses any text as a configuration and creates its resources.
 
 #include <cstddef>
 #include <string>

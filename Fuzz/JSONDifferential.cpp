@@ -42,7 +42,7 @@ Value valueOf(const dom::element& element) {
   return nullptr;
 }
 
-/// Equality of content, kind, sign and order of keys: stricter than that of values.
+/// Compares content, kind, sign and order of keys: stricter than operator== of values.
 bool areIdentical(const Value& a, const Value& b);
 
 bool areIdenticalDictionaries(const Dictionary& a, const Dictionary& b) {
@@ -66,8 +66,8 @@ bool areIdentical(const Value& a, const Value& b) {
   return true;
 }
 
-// Integers that may not fit in 64 bits fail the other reader, so both sides get doubles for those
-// of 19 digits or more: it in its text, ours in the value.
+// The DOM API rejects integers beyond 64 bits, so integers of 19 digits or more are made doubles on
+// both sides: in its text, and in our value.
 
 std::string withLongIntegersAsDoubles(std::string_view text) {
   constexpr std::string_view digits = "0123456789";

@@ -6,13 +6,13 @@
 
 namespace kiv::fuzz {
 
-/// Reads the text with our reader and with simdjson's other one, which validates the whole text
-/// before it hands out anything, and tells how the two differ; nothing if they agree.
+/// Parses the text with our reader and with simdjson's DOM API, and describes how the two differ;
+/// nothing if they agree.
 ///
-/// They are to agree on what is JSON and on every value of it but for what ours does on purpose:
-/// integers beyond 64 bits become doubles, a byte order mark is passed over, the last of equal keys
-/// counts, and a bare value or nesting beyond the limit is refused. What ours has read is also
-/// written and read again, which must change nothing.
+/// They must agree on what is valid and on all values, except for intended differences of ours:
+/// integers beyond 64 bits become doubles, a byte order mark is skipped, the last of equal keys
+/// counts, and a scalar document or too deep nesting is refused. Our result is also written and
+/// read again, which must not change it.
 std::optional<std::string> disagreementOnJSON(std::string_view text);
 
 }  // namespace kiv::fuzz

@@ -1,4 +1,4 @@
-// Any text through the JSON reader: it must answer, and agree with the reader beside it.
+// Parses any text as JSON and compares the result with simdjson's DOM API.
 
 #include <cstddef>
 #include <cstdint>

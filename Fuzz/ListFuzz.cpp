@@ -1,4 +1,4 @@
-// Any bytes as the saved list: it is read or refused, and what was read becomes resources.
+// Reads any bytes as the saved list, and restores resources from it.
 
 #include <cstddef>
 #include <memory>

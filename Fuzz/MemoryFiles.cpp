@@ -20,7 +20,7 @@ class MemoryFiles::File final : public WritableFile {
   std::uint64_t& size_;
 };
 
-/// The path is the directory's, or below it with harmless names alone.
+/// True if the path is the directory, or below it with harmless names only.
 void MemoryFiles::requireHarmless(std::string_view path) const {
   require(path.starts_with(directory_), "everything is written below the directory");
   std::string_view rest = path.substr(directory_.size());

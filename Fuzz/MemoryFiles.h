@@ -9,8 +9,8 @@
 
 namespace kiv::fuzz {
 
-/// Keeps what is written in memory, and ends the program where something is written outside the
-/// directory, twice, or without a directory to lie in. Everything else is the system's.
+/// Keeps written files in memory. Aborts if a file is written outside the directory, twice, or into
+/// a missing directory. All other operations are the system's.
 class MemoryFiles final : public test::ForwardingFileManager {
  public:
   explicit MemoryFiles(std::string directory) : directory_(std::move(directory)) {}

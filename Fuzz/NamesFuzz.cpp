@@ -1,4 +1,4 @@
-// Any text as a file name, a link, a name in an archive and a relative path.
+// Checks any text as a file name, a link, a name in an archive and a relative path.
 
 #include <cstddef>
 #include <string>
@@ -22,7 +22,7 @@ using kiv::fuzz::require;
 
 constexpr std::string_view resources = "KivResource/Resources";
 
-/// What a system's call would take for one name in the directory, and for nothing else.
+/// True for what a system call interprets as a single name in the directory.
 bool isOneName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.size() <= 255 &&
          name.find('/') == name.npos && name.find('\\') == name.npos &&

@@ -1,7 +1,7 @@
-// Any text as the record of a body of which a part is kept: what a hostile or a damaged file leads
-// to. "@BOOT@" in it stands for this run of the computer, and "@URL@" for the digest of the URL, so
-// that a record can be believed. What is believed is then asked for: no byte of a record that a
-// header may not have comes into a request, and no range that the part does not have.
+// Reads any text as the record of a partial body, as if the file were damaged or hostile. "@BOOT@"
+// stands for the boot ID and "@URL@" for the digest of the URL, so that a record can be valid. The
+// request for the rest must then contain no byte of the record that is not allowed in a header, and
+// no range that the part does not have.
 
 #include <algorithm>
 #include <cstddef>
@@ -64,7 +64,7 @@ void checkText(const std::string& text) {
   require(again && areEqual(*record, *again), "a record is read as it was written");
 }
 
-/// A directory of the program's own, which goes with it.
+/// A temporary directory, removed at the end of the program.
 class Spool {
  public:
   Spool() {
@@ -72,7 +72,7 @@ class Spool {
     require(mkdtemp(path_.data()) != nullptr, "there is a directory");
     settings.spoolDirectory = path_;
     settings.longestPartialAge = std::chrono::hours(24 * 365 * 200);
-    // The name under which a client keeps the file.
+    // The name that a client gives the file.
     kiv::SpoolDirectory spool(settings);
     const auto body = spool.create(*kiv::URL::fromString(url), nullptr);
     require(body && !fs::is_empty(path_), "a body has a place");

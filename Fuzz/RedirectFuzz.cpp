@@ -1,6 +1,6 @@
-// Any text as a chain of redirects: its first line is the URL with which a try begins, each further
-// one the Location of a response. Each step is held against the rules for the whole chain, and what
-// the host of a step means against the system's own reading of it.
+// Follows any text as a chain of redirects: the first line is the URL of the attempt, each further
+// line the Location of a response. Checks each step against the rules, and our judgement of each
+// host against the system's parser of addresses.
 
 #include <cstddef>
 #include <netdb.h>
@@ -23,15 +23,15 @@ namespace {
 using kiv::URL;
 using kiv::fuzz::require;
 
-/// Takes the text up to the end of the line off the front, without that.
+/// Removes the first line from the text and returns it without its end.
 std::string_view takeLine(std::string_view& text) {
   const auto line = text.substr(0, text.find('\n'));
   text.remove_prefix(std::min(line.size() + 1, text.size()));
   return line;
 }
 
-/// The first byte of the IPv4 address that the system takes the host for; it asks nobody. Nothing
-/// where it takes it for none.
+/// The first byte of the IPv4 address that the system's parser, without DNS, reads in the host;
+/// nothing if it reads none.
 std::optional<unsigned> firstByteOfAddress(const std::string& host) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
@@ -44,7 +44,7 @@ std::optional<unsigned> firstByteOfAddress(const std::string& host) {
   return first;
 }
 
-/// Only the target of a redirect: where the first URL leads, its host has decided.
+/// Only targets of redirects: the first URL is the host application's choice.
 void checkHost(const URL& url) {
   const auto first = firstByteOfAddress(url.host());
   if (!first) return;

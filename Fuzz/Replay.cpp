@@ -1,5 +1,5 @@
-// Runs a fuzz target once over each file of the folders and files named on the command line, so
-// that a corpus is an ordinary test with any compiler.
+// Runs a fuzz target once for each file given on the command line, or in a directory given there,
+// so that a corpus is an ordinary test with any compiler.
 
 #include <cstddef>
 #include <cstdint>

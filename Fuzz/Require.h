@@ -7,7 +7,7 @@
 
 namespace kiv::fuzz {
 
-/// Ends the program, as a fuzzer wants it, where what must hold does not.
+/// Aborts if the condition is false, which a fuzzer reports.
 inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "This does not hold: %s\n", what);

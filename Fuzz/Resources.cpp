@@ -11,7 +11,7 @@ namespace kiv::fuzz {
 
 namespace {
 
-/// A root where nothing lies, so that no answer depends on the machine.
+/// An empty root, so that no result depends on the machine.
 constexpr const char* root = "/nonexistent/root";
 
 void exerciseLink(const KivResourceRESTModule& module, const std::string& link) {

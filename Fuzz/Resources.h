@@ -6,8 +6,8 @@
 
 namespace kiv::fuzz {
 
-/// Asks the resources everything that a pass asks without touching the network or changing the
-/// disk, and has them copied, saved and restored: that must change nothing.
+/// Calls everything on the resources that a pass calls without network and disk changes, then
+/// copies, saves and restores them, which must not change them.
 void exercise(const std::vector<std::shared_ptr<KivResource>>& resources);
 
 }  // namespace kiv::fuzz

@@ -1,6 +1,6 @@
-// Any HTTP response, as the transport hands it over: lines up to the first NUL, and behind it the
-// sizes of the pieces of a body, two bytes each. Once as the answer to a request for a whole file,
-// and once for the rest of one.
+// Checks any HTTP response, as libcurl passes it on: header lines up to the first NUL, then the
+// sizes of pieces of a body, two bytes each. Once as the response to a request for a whole file,
+// and once to a range request.
 
 #include <algorithm>
 #include <cstddef>
@@ -34,7 +34,7 @@ bool addHeaders(kiv::ResponseCheck& check, std::string_view text) {
   return true;
 }
 
-/// The bytes of the body that were taken; nothing if the response was refused on the way.
+/// The number of accepted bytes of the body; nothing if the response was rejected.
 std::optional<std::int64_t> addBody(kiv::ResponseCheck& check, std::string_view sizes) {
   std::int64_t body = 0;
   while (check.hasHeaders() && sizes.size() >= 2) {

@@ -100,7 +100,7 @@ void ScriptedServer::serve() {
     close(socket);
 }
 
-/// Takes what has come, and answers whole requests; false if the connection is to end.
+/// Reads, and answers complete requests; false if the connection has to be closed.
 bool ScriptedServer::receive(int socket, std::string& received) {
   constexpr std::string_view end = "\r\n\r\n";
   std::array<char, 4096> bytes{};

@@ -10,8 +10,8 @@
 
 namespace kiv::fuzz {
 
-/// A server on the loopback interface and a port of its own, with one thread for all connections:
-/// it sends what it is told to, as it is, and never waits for a client.
+/// A server on a free port of the loopback interface, with one thread for all connections. It sends
+/// the given bytes unchanged and never waits for a client.
 class ScriptedServer {
  public:
   enum class End { keepOpen, close, reset };
@@ -22,7 +22,8 @@ class ScriptedServer {
     std::string ifRange;
   };
 
-  /// What a request gets: these bytes, at first so many of them; then the connection ends or not.
+  /// The reply to a request: the bytes, how many of them are sent first, and whether the connection
+  /// is closed.
   struct Reply {
     std::string bytes;
     std::size_t firstPiece = 0;

@@ -1,12 +1,11 @@
-// A server that plays a script, and a client that fetches two files from it, one after the other,
-// through libcurl. The input is the script: settings, and one reply after the other, each of them
-// raw bytes or a response that is built, and then spoilt, as the input says.
+// A client fetches two files, one after the other, through libcurl from a scripted server. The
+// input is the script: settings and a sequence of replies. A reply is raw bytes, or a valid
+// response that is then corrupted as the input says.
 //
-// Each file has two versions, whose bytes tell every place from every other. What the client hands
-// on must be one of them, whole: whatever was cut off, promised, repeated or continued. Two sorts
-// of replies make other bodies: one whose own length is that of a part, and one that ends with its
-// connection, where the settings take that and the metrics say so. After raw bytes only the sizes
-// are looked at.
+// Each file has two versions, with different bytes at each offset. A body that the client accepts
+// must be one of them, complete. There are two exceptions: a response whose Content-Length is that
+// of a part, and a body that ends with its connection, if the settings allow it and the metrics say
+// so. After raw bytes only the sizes are checked.
 
 #include <algorithm>
 #include <array>
@@ -36,7 +35,7 @@ using End = ScriptedServer::End;
 
 // --- The input -----------------------------------------------------------------------------------
 
-/// Takes values off the front of the input; zeros and empty texts behind its end.
+/// Reads values from the input; zeros and empty texts beyond its end.
 class Input {
  public:
   explicit Input(std::string_view bytes) : bytes_(bytes) {}
@@ -64,7 +63,7 @@ class Input {
 
 // --- The files -----------------------------------------------------------------------------------
 
-/// The bytes of a version of a file: different at every place, and for each file and version.
+/// The bytes of a version of a file: different at each offset, and for each file and version.
 std::string contentOf(std::string_view path, std::size_t version, std::size_t size) {
   std::string content;
   content.reserve(size + 32);
@@ -90,7 +89,7 @@ enum class Framing {
   count,
 };
 
-/// A response while it is built.
+/// A response under construction.
 struct Built {
   int status = 200;
   std::string headers;
@@ -116,7 +115,7 @@ std::string lengthHeader(std::size_t length) {
   return "Content-Length: " + std::to_string(length) + "\r\n";
 }
 
-/// The headers that tell where the body ends, and the body.
+/// The headers that delimit the body, and the body.
 std::string framed(const Built& built) {
   const std::size_t length = built.content.size();
   switch (built.framing) {
@@ -145,7 +144,7 @@ std::string bytesOf(const Built& built) {
   return version + std::to_string(built.status) + " Status\r\n" + built.headers + framed(built);
 }
 
-/// What the server does, and what a client may make of it. Called on the server's thread.
+/// What the server sends, and which results are allowed then. Called on the server's thread.
 class Script {
  public:
   explicit Script(std::string_view text) : input_(text) {
@@ -206,7 +205,7 @@ class Script {
     if (isCut) reply.bytes.resize(input_.word() % (reply.bytes.size() + 1));
     if (!isCut && endsItself && (kind & 0x40)) reply.bytes += input_.text(input_.byte());
     if (isCut || !endsItself || (shape & 0x80)) reply.end = shape & 0x40 ? End::reset : End::close;
-    // Its own length says that it is whole.
+    // Its Content-Length makes it look complete.
     if (built.framing == Framing::tooShort && built.status == 200) notePart(built);
     return reply;
   }
@@ -216,7 +215,7 @@ class Script {
     whole_.insert(built.content.substr(0, size - std::min(size, built.detail)));
   }
 
-  /// Any other line, which says nothing of the body.
+  /// Any other header.
   void addHeader(Built& built) {
     auto text = input_.text(input_.byte() % 32);
     std::replace_if(
@@ -274,7 +273,7 @@ class Script {
 
 // --- The client ----------------------------------------------------------------------------------
 
-/// A directory of the program's own, which goes with it.
+/// A temporary directory, removed at the end of the program.
 struct Directory {
   Directory() : path((fs::temp_directory_path() / "KivResourceFuzz-XXXXXX").string()) {
     require(mkdtemp(path.data()) != nullptr, "there is a directory");

@@ -5,8 +5,8 @@
 
 namespace kiv::bench {
 
-/// What restoring is held against: reads the saved list, parses every value of it with simdjson and
-/// asks the file system once for each file that it names. Answers how many files there are.
+/// The reference for restoring: reads the saved list, parses all values with simdjson and looks up
+/// each file once. Returns the number of files.
 std::size_t readParseAndAskForFiles(const std::string& listPath);
 
 }  // namespace kiv::bench

@@ -8,7 +8,7 @@
 
 namespace kiv::bench {
 
-/// Gathers the rounds of every row at every size, and prints what they came to.
+/// Collects the results of all rows and sizes, and prints them.
 class Report : public benchmark::BenchmarkReporter {
  public:
   explicit Report(std::vector<std::size_t> sizes) : sizes_(std::move(sizes)) {}
@@ -16,11 +16,11 @@ class Report : public benchmark::BenchmarkReporter {
   bool ReportContext(const Context& context) override;
   void ReportRuns(const std::vector<Run>& runs) override;
 
-  /// The table of medians: nanoseconds for each resource, and their growth between sizes.
+  /// The table of medians: nanoseconds per resource, and their growth between sizes.
   void printTable() const;
-  /// Each ratio beside its bound; false if one is broken.
+  /// Each ratio with its bound; false if one is exceeded.
   [[nodiscard]] bool printBounds() const;
-  /// True if some row could not do its work, which has been said.
+  /// True if a row failed, which was reported.
   [[nodiscard]] bool failed() const noexcept { return failed_; }
 
  private:
@@ -31,7 +31,7 @@ class Report : public benchmark::BenchmarkReporter {
   bool failed_ = false;
 };
 
-/// What Google Benchmark knows a row at a size by.
+/// The name of a row at a size in Google Benchmark.
 std::string benchmarkName(std::string_view row, std::size_t size);
 
 }  // namespace kiv::bench

@@ -1,5 +1,4 @@
-// Restores a saved list and prints the most memory that the whole process took, against the size of
-// the list.
+// Restores a saved list and prints the peak memory of the process relative to the size of the list.
 //
 //   kivresource-restore-peak [--bounds=off] ROOT
 //
@@ -17,7 +16,7 @@
 
 namespace {
 
-/// Of this process since it started, with its program and libraries. Linux counts in KiB.
+/// The peak of the process, program and libraries included. Linux reports KiB.
 double peakBytes() {
   struct rusage usage {};
   ::getrusage(RUSAGE_SELF, &usage);

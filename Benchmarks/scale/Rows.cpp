@@ -17,7 +17,7 @@ void expect(std::size_t actual, std::size_t expected, std::string_view what) {
                            std::to_string(expected));
 }
 
-/// Hears every callback on the main queue, as a host does, and counts them.
+/// Receives all callbacks on the main queue, as a host does, and counts them.
 class Counter final : public KivResourceManagerObserver {
  public:
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
@@ -50,7 +50,7 @@ void makeResources(const Workload& workload, Stopwatch& stopwatch) {
   expect(made.size(), workload.size(), "resources made");
 }
 
-/// An update pass with the configuration, from the saved list that stands, to the last callback.
+/// An update pass with the configuration, from restoring the saved list to the last callback.
 void update(const Value& config, std::size_t announced, std::size_t left, Stopwatch& stopwatch) {
   const auto manager = KivResourceManager::newInstance();
   const auto counter = std::make_shared<Counter>();

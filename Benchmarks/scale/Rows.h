@@ -9,8 +9,8 @@
 
 namespace kiv::bench {
 
-/// Counts the processor time of this process, the system's share included, which other programs on
-/// the machine disturb less than they do the time on the wall.
+/// Measures the process's CPU time, system time included, which other programs disturb less than
+/// wall-clock time.
 class Stopwatch {
  public:
   template <class Work>
@@ -26,10 +26,10 @@ class Stopwatch {
   std::clock_t elapsed_ = 0;
 };
 
-/// One line of the table: a piece of work that is done once for each resource.
+/// One row of the table: work that is done once for each resource.
 struct Row {
   std::string_view name;
-  /// Prepares the work, does and times it, and throws where it did not come to what it should.
+  /// Prepares, does and times the work. Throws if the result is wrong.
   std::function<void(const Workload&, Stopwatch&)> run;
 };
 

@@ -35,7 +35,8 @@ std::string identifierOf(std::size_t number) {
   return std::to_string(1000000 + number);
 }
 
-/// The stem of the files' names. In the first version, the second of ten uses those of the first.
+/// The stem of the file names. In the first version, the second of ten resources uses the files of
+/// the first.
 std::string stemOf(std::size_t number, unsigned version) {
   const bool shares = version == 1 && number % 10 == 1;
   return padded(shares ? number - 1 : number) + "-v" + std::to_string(version);
@@ -155,7 +156,7 @@ void Workload::makeConfigs() {
     if (number % 2 == 0) half.append(item);
     newer.append(number % 10 == 0 ? itemOf(number, 2) : item);
   }
-  // As a host gets them: parsed from JSON text.
+  // Parsed from JSON text, as in a host.
   const auto parsed = [](Array items) {
     return *JSON::read(*JSON::write(configOf(std::move(items))));
   };
@@ -164,7 +165,7 @@ void Workload::makeConfigs() {
   configWithNewerTenth_ = parsed(std::move(newer));
 }
 
-/// The framework writes the whole list, at the end of a pass that finds every file stored.
+/// Written by the framework, at the end of a pass that finds all files stored.
 void Workload::makeLists() {
   putList("[]");
   KivResourceManager::newInstance()->loadResourcesForConfig(config_);

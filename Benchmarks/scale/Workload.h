@@ -9,40 +9,40 @@
 
 namespace kiv::bench {
 
-/// A cache of many resources of mixed kinds: their configuration, their stored files, and the saved
-/// list that the framework itself wrote of them.
+/// A cache of many resources of mixed kinds: configuration, stored files, and the saved list,
+/// written by the framework.
 ///
-/// Of eight resources four are banners, two are videos and two are pages, one of them an archive's.
-/// Of ten, two in succession share their files. A tenth of the resources has a newer version, whose
-/// files are stored too.
+/// Of eight resources four are banners, two are videos and two are pages, one of them from an
+/// archive. Of ten, two successive ones share their files. A tenth of the resources has a newer
+/// version, whose files are stored too.
 class Workload {
  public:
-  /// Makes the files and the list in a folder of the directory that is named after the size. What
-  /// stands there already is written over. Nothing is ever removed.
+  /// Creates the files and the list in a subdirectory named after the size. Existing files are
+  /// overwritten, and nothing is removed.
   Workload(const std::string& directory, std::size_t size);
 
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
   [[nodiscard]] const std::string& listPath() const noexcept { return listPath_; }
 
-  /// The configuration that names every resource as it is loaded.
+  /// The configuration of all resources as they are loaded.
   [[nodiscard]] const Value& config() const noexcept { return config_; }
-  /// The one that names every second resource alone.
+  /// That of every second resource.
   [[nodiscard]] const Value& configOfHalf() const noexcept { return configOfHalf_; }
-  /// The one with a tenth of the resources in a newer version.
+  /// That with a newer version of a tenth of the resources.
   [[nodiscard]] const Value& configWithNewerTenth() const noexcept { return configWithNewerTenth_; }
 
   [[nodiscard]] std::size_t half() const noexcept { return (size_ + 1) / 2; }
   [[nodiscard]] std::size_t tenth() const noexcept { return (size_ + 9) / 10; }
 
-  /// Every identifier once, in an order that is random and always the same.
+  /// Every identifier once, in a random order that is the same in all runs.
   [[nodiscard]] const std::vector<std::string>& identifiers() const noexcept {
     return identifiers_;
   }
   [[nodiscard]] static const std::vector<std::string>& types();
 
-  /// Makes this the framework's storage, with the saved list of all resources.
+  /// Makes this the framework's storage root, with the saved list of all resources.
   void putWholeList() const { putList(wholeList_); }
-  /// The same with the saved list of the first nine tenths of the resources.
+  /// The same with the saved list of the first 90 % of the resources.
   void putListWithoutTenth() const { putList(listWithoutTenth_); }
 
  private:

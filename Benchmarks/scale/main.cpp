@@ -1,9 +1,9 @@
-// What the framework's own work costs, by the number of resources.
+// Measures the cost of the framework's own work by the number of resources.
 //
 //   kivresource-scale --directory=DIR [--sizes=1000,10000,100000] [--rounds=7] [--bounds=on|off]
 //
-// Makes its caches in folders of DIR, which must exist, and leaves them there. Prints the table,
-// and then each ratio beside its bound; fails if one is broken. Further options go to Google
+// Creates its caches in subdirectories of DIR, which must exist, and leaves them there. Prints the
+// table and each ratio with its bound; fails if one is exceeded. Other options go to Google
 // Benchmark.
 
 #include <algorithm>
@@ -68,7 +68,7 @@ Options optionsOf(int count, char** arguments) {
   return options;
 }
 
-/// Small sizes are done several times over, so that the clock's steps do not show.
+/// Small sizes are repeated, because of the clock's resolution.
 void registerRow(const kiv::bench::Row& row, const Workload& workload, int rounds) {
   const auto iterations = std::clamp<std::size_t>(40000 / workload.size(), 1, 40);
   const auto work = [&row, &workload](benchmark::State& state) {
@@ -91,8 +91,8 @@ void registerRow(const kiv::bench::Row& row, const Workload& workload, int round
       ->Repetitions(rounds);
 }
 
-/// Google Benchmark takes the rounds of all rows in random order, so that a slow minute of the
-/// machine hits no row alone.
+/// Google Benchmark interleaves the rounds of all rows at random, so that a slow minute of the
+/// machine does not affect one row alone.
 bool run(Options& options, kiv::bench::Report& report) {
   options.others.emplace_back("--benchmark_enable_random_interleaving=true");
   std::vector<char*> arguments;

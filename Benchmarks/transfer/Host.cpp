@@ -1,5 +1,4 @@
-// The smallest host that does the whole work: fetches what a configuration names, stores it under a
-// root and in the saved list, and hears of it.
+// A minimal host: loads a configuration into a storage root and waits for the callbacks.
 //
 //     kivresource-transfer-host ROOT SERVER CONFIGURATION
 //

@@ -1,10 +1,9 @@
-// Runs a command and says what it took:
+// Runs a command and measures it:
 //
 //     kivresource-measure COMMAND [ARGUMENT]...
 //
-// prints the wall time in milliseconds and the peak of the resident memory in KiB, of the command
-// itself, and fails as the command does (on macOS, which counts differently, in bytes). The
-// command's own output goes to standard error.
+// prints the command's wall time in milliseconds and its peak resident memory in KiB (on macOS in
+// bytes), and exits with the command's status. The command's output goes to standard error.
 
 #include <chrono>
 #include <cstdio>

@@ -20,7 +20,7 @@ BannerView::BannerView(QWidget* parent) : QAbstractButton(parent) {
 }
 
 void BannerView::present(const CacheItem& item) {
-  // The pixels are the view's own, so the file may go at any time.
+  // The view has its own copy of the pixels, so the file may be deleted at any time.
   picture_ = QPixmap::fromImage(item.picture);
   market_ = item.market;
   setText(item.title);

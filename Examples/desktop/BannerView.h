@@ -4,8 +4,7 @@
 
 #include "CacheItem.h"
 
-/// A banner at its own size, a point of the screen for each of its pixels. A click, or Space or
-/// Return, opens its market link in the browser.
+/// A banner at its original size. A click, Space or Return opens its market link in the browser.
 class BannerView final : public QAbstractButton {
   Q_OBJECT
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// The desktop opens a file with whatever its name asks for, and the name comes from a server.
+/// The desktop chooses a program by the file's extension, and the name comes from a server.
 bool isPageByName(const QString& path) {
   static const QStringList endings{"html", "htm", "xhtml"};
   return endings.contains(QFileInfo(path).suffix().toLower());

@@ -17,7 +17,7 @@ QString path(const std::optional<std::string>& local) {
   return local ? text(*local) : QString();
 }
 
-/// What a file holds may change under its name, where it was removed and has come again.
+/// The contents of a file may change under its name, if it was deleted and downloaded again.
 QString stampOf(const QString& file) {
   const QFileInfo info(file);
   return QString("%1 %2 %3;")
@@ -26,12 +26,12 @@ QString stampOf(const QString& file) {
       .arg(info.lastModified().toMSecsSinceEpoch());
 }
 
-/// The largest side of a picture that is worth decoding: others take memory and time, and no
-/// banner is that large.
+/// The largest side of a picture that is decoded. No banner is larger, and a huge picture costs
+/// memory and time.
 constexpr int largestSide = 4096;
 
-/// The file's bytes come from a server and may be anything. Its name does not say what it is
-/// either, so the bytes decide.
+/// The file comes from a server. Its name says nothing reliable about the format, so the contents
+/// decide.
 QImage pictureAt(const QString& file) {
   QImageReader reader(file);
   reader.setDecideFormatFromContent(true);

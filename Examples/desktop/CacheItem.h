@@ -6,8 +6,8 @@
 
 class KivResource;
 
-/// What the window shows of one loaded resource: plain values of the window's own, made on the
-/// queue of the manager and then handed to the thread of the window.
+/// What the window shows of one loaded resource: plain values, created on the manager's queue and
+/// then passed to the window's thread.
 struct CacheItem {
   enum class Kind {
     banner,     ///< A picture.
@@ -23,13 +23,13 @@ struct CacheItem {
   QImage picture;  ///< Null where the file cannot be read as a picture.
   QString video;   ///< Local path.
   QString page;    ///< Local path.
-  /// Where the page's own files lie; empty if it is one file.
+  /// The directory of the page's files; empty if the page is a single file.
   QString pageFolder;
   quint64 votes = 0;
   double rating = 0;
-  /// Differs where anything differs that is to be seen, also the contents of a file.
+  /// Different for items that look different, also if only the contents of a file differ.
   QString version;
 
-  /// Reads the resource and its pictures: takes a moment, and touches the disk.
+  /// Reads the resource and decodes its pictures, which takes time.
   static CacheItem of(const KivResource& resource);
 };

@@ -11,7 +11,8 @@ CacheSession::CacheSession(std::shared_ptr<kiv::DispatchQueue> queue)
   queue_->async([worker = worker_, queue = queue_] { worker->open(queue); });
 }
 
-// The queue outlives the session, as the manager does, and must not work on while the program ends.
+// The queue outlives the session, as the manager does, so it has to be emptied before the program
+// ends.
 CacheSession::~CacheSession() {
   std::promise<void> closed;
   queue_->async([worker = std::exchange(worker_, nullptr), &closed]() mutable {

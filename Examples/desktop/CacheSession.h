@@ -12,7 +12,7 @@ namespace kiv {
 class DispatchQueue;
 }
 
-/// How far a pass has come.
+/// Progress of a pass.
 struct PassProgress {
   qint64 filesDone = 0;
   qint64 files = 0;
@@ -21,19 +21,19 @@ struct PassProgress {
   double bytesPerSecond = 0;
 };
 
-/// What went wrong with one resource, or with the configuration itself.
+/// A failure of one resource, or of the configuration.
 struct PassFailure {
   QString what;
   QString reason;  ///< In words.
 };
 
-/// The window's side of the cache. Drives the manager on a queue of its own, and tells of it by
-/// signals on the thread of the window, with plain values: the window never waits for the manager,
-/// and never touches a resource that it works on.
+/// The window's interface to the cache. It uses the manager on a separate queue and emits signals
+/// with plain values on the window's thread, so that the window neither waits for the manager nor
+/// touches a resource that the manager works on.
 ///
-/// Made on the thread of the application, on which the main queue is drained (QtMainQueue). One
-/// session at a time, as there is one manager. Its destruction stops the pass that runs, and waits
-/// for what the manager is doing at that moment: storing a file, or unpacking an archive.
+/// Create it on the application's thread, which drains the main queue (QtMainQueue). One session at
+/// a time, since there is one manager. The destructor stops a running pass and waits for the
+/// manager's current job, which may store a file or unpack an archive.
 class CacheSession final : public QObject {
   Q_OBJECT
 
@@ -43,22 +43,22 @@ class CacheSession final : public QObject {
     update,  ///< And what it does not name goes.
   };
 
-  /// `queue` is the manager's: one with a thread of its own, kiv::DispatchQueue::serial(). Storage
-  /// root and servers have been named before. What is cached is announced soon.
+  /// `queue` is the manager's, from kiv::DispatchQueue::serial(). Storage root and servers must be
+  /// set before. The cached items are announced asynchronously.
   explicit CacheSession(std::shared_ptr<kiv::DispatchQueue> queue);
   ~CacheSession() override;
 
-  /// Starts a pass with the configuration, a local file or an http(s) address. Does nothing while
-  /// one runs.
+  /// Starts a pass with the configuration, a local file or an http(s) URL. Does nothing while a
+  /// pass is running.
   void start(Pass pass, const QString& configuration);
-  /// Has the pass that runs end soon; what is complete stays.
+  /// Stops the running pass. Complete resources stay.
   void stop();
   [[nodiscard]] bool isRunning() const { return isRunning_; }
 
  signals:
-  /// All that is loaded: once at the start, and after every pass.
+  /// All loaded items: emitted at the start and after each pass.
   void contentsChanged(const QList<CacheItem>& items);
-  /// One resource is complete, while a pass runs. It takes the place of the one with its id.
+  /// A resource was completed during a pass. It replaces the item with the same id.
   void itemLoaded(const CacheItem& item);
   void started();
   void progressed(const PassProgress& progress);

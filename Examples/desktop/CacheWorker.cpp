@@ -46,8 +46,8 @@ void CacheWorker::run(CacheSession::Pass pass, const QString& configuration) {
   }
 }
 
-// The client is the one of the framework, with its retries and limits. It is made anew each time,
-// so that the metrics of the manager's own are those of the files.
+// Uses the framework's client, with its retries and limits, but a new one, so that the metrics of
+// the manager's client are those of the files.
 void CacheWorker::fetchConfiguration(const QString& address) {
   KivRESTServiceSettings settings = KivRESTService::defaultSettings();
   settings.largestBody = largestConfiguration;
@@ -105,13 +105,13 @@ void CacheWorker::resourceManager_didFailToLoadResource_withError(
                     : CacheSession::tr("No data came."));
 }
 
-// A pass may send more than one finish: the last is the one after which no download is left.
+// A pass may send more than one finish; after the last no download is left.
 void CacheWorker::resourceManagerDidFinishLoading(
     const std::shared_ptr<KivResourceManager>& manager) {
   if (passIsOpen_ && manager->loadingResourcesFilesCount() == 0) end();
 }
 
-/// Announces what is loaded now, and the end of the pass if there is one.
+/// Announces the loaded resources, and the end of the pass if one is running.
 void CacheWorker::end() {
   QList<CacheItem> items;
   for (const auto& resource : manager_->allLoadedResources())
@@ -132,7 +132,7 @@ void CacheWorker::tellProgress(const KivRESTServiceProgress& progress) const {
   told.bytes = progress.bytesReceived;
   if (progress.bytesExpected) told.bytesExpected = *progress.bytesExpected;
   told.bytesPerSecond = progress.bytesPerSecond;
-  // The client still reports its last state when the pass may be over.
+  // The client may report its last state after the end of the pass.
   tell([told](CacheSession& session) {
     if (session.isRunning()) emit session.progressed(told);
   });

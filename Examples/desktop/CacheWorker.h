@@ -8,18 +8,18 @@
 
 #include "CacheSession.h"
 
-/// The part of a session that lives on the manager's queue: made, used and called there alone. It
-/// makes plain values of what it sees there, and hands them to the session by the main queue.
+/// The part of a session that is used on the manager's queue only. It passes plain values to the
+/// session through the main queue.
 class CacheWorker final : public KivResourceManagerObserver,
                           public std::enable_shared_from_this<CacheWorker> {
  public:
   explicit CacheWorker(const QPointer<CacheSession>& session) : session_(session) {}
 
-  /// Makes the manager, and announces what it holds.
+  /// Creates the manager and announces its resources.
   void open(const std::shared_ptr<kiv::DispatchQueue>& queue);
   void run(CacheSession::Pass pass, const QString& configuration);
   void stop();
-  /// Stops, and is heard of no more.
+  /// Stops the pass; the session hears nothing more.
   void close();
 
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,
@@ -31,7 +31,7 @@ class CacheWorker final : public KivResourceManagerObserver,
   void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) override;
 
  private:
-  /// Has the session do something, on its own thread, if it is still there.
+  /// Runs the function with the session on the session's thread, if it still exists.
   void tell(std::function<void(CacheSession&)> job) const;
   void tellProgress(const KivRESTServiceProgress& progress) const;
   void tellFailure(const QString& what, const QString& reason) const;

@@ -2,8 +2,8 @@
 
 #include <QFrame>
 
-/// One line of text, which ends in an ellipsis where there is no room for it. The tool tip then has
-/// all of it. The text is never taken for markup: it comes from a server.
+/// One line of plain text, elided if it does not fit; the tool tip then has the whole text. Never
+/// interpreted as markup, since the text comes from a server.
 class ElidedLabel final : public QFrame {
   Q_OBJECT
 

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr int rowsInSight = 4;
-/// A server that is down fails every file of a long configuration. Nobody reads all of that.
+/// If a server is down, every file of a long configuration fails. Nobody reads all of these.
 constexpr qsizetype mostRows = 200;
 
 }  // namespace

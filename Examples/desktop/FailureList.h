@@ -6,7 +6,7 @@
 
 class QTreeWidget;
 
-/// What failed in the last pass, a line for each. Not there as long as nothing has.
+/// The failures of the last pass, one per line. Hidden if there are none.
 class FailureList final : public QFrame {
   Q_OBJECT
 

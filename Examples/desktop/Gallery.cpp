@@ -18,7 +18,7 @@ QLabel* makeHeading(const QString& text) {
   return heading;
 }
 
-/// Lets go of the views whose resource is not among the wanted ones.
+/// Deletes the views whose resources are not wanted.
 template <class View>
 void removeOthers(QHash<QString, View*>& views, const QSet<QString>& wanted) {
   for (auto view = views.begin(); view != views.end();) {
@@ -95,7 +95,7 @@ void Gallery::presentPromotion(const CacheItem& item) {
     promotionColumn_->addWidget(view);
   }
   view->present(item);
-  // One moves by itself; a person starts the others.
+  // Only the first video starts by itself; the user starts the others.
   if (isNew && promotions_.size() == 1) view->play();
 }
 

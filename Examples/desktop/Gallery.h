@@ -11,17 +11,17 @@ class PromotionView;
 class QLabel;
 class QVBoxLayout;
 
-/// The banners and the promotions below each other. A view stays as long as its resource does, and
-/// is only given the newer version: what plays goes on playing.
+/// The banners and promotions, one below the other. A view is kept as long as its resource is
+/// loaded, and only updated for a newer version, so that a video keeps playing.
 class Gallery final : public QScrollArea {
   Q_OBJECT
 
  public:
   explicit Gallery(QWidget* parent = nullptr);
 
-  /// Shows these and no others.
+  /// Shows exactly these items.
   void present(const QList<CacheItem>& items);
-  /// Adds the resource, or puts it in the place of the one with its id.
+  /// Adds the item, or replaces the one with its id.
   void add(const CacheItem& item);
   [[nodiscard]] bool isEmpty() const { return banners_.isEmpty() && promotions_.isEmpty(); }
 

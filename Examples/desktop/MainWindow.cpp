@@ -81,7 +81,7 @@ QWidget* MainWindow::makeContents() {
 
 void MainWindow::resizeEvent(QResizeEvent* event) {
   QMainWindow::resizeEvent(event);
-  // A banner beside a page takes some room; where there is less, the pages go below.
+  // In a narrow window the pages go below the banners.
   const auto orientation = width() < 1000 ? Qt::Vertical : Qt::Horizontal;
   if (splitter_->orientation() == orientation) return;
   splitter_->setOrientation(orientation);

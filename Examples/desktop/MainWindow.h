@@ -14,12 +14,12 @@ class QLabel;
 class QSplitter;
 class QStackedWidget;
 
-/// The window: what the cache holds, the buttons that start and stop a pass, and how it goes.
+/// The window: the contents of the cache, buttons to start and stop a pass, and its progress.
 class MainWindow final : public QMainWindow {
   Q_OBJECT
 
  public:
-  /// The session outlives the window. `configurations` are files or addresses to choose from.
+  /// The session must outlive the window. `configurations` are files or URLs to choose from.
   MainWindow(CacheSession& session, const QStringList& configurations);
 
  protected:

@@ -47,7 +47,7 @@ void PagePane::fill(const QString& currentId) {
   while (tabs_->count() < pages_.size())
     tabs_->addTab({});
   for (int index = 0; index < tabs_->count(); ++index) {
-    // A tab takes "&" for the mark of a key.
+    // A tab would treat "&" as a mnemonic.
     tabs_->setTabText(index, QString(pages_[index].title).replace('&', "&&"));
     tabs_->setTabToolTip(index, pages_[index].title.toHtmlEscaped());
     if (pages_[index].id == currentId) tabs_->setCurrentIndex(index);

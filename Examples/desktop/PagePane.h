@@ -8,17 +8,16 @@
 class PageView;
 class QTabBar;
 
-/// The HTML pages, one at a time, with a tab for each. However many pages there are, there is one
-/// view of them.
+/// The HTML pages, with a tab for each. All pages share one view.
 class PagePane final : public QWidget {
   Q_OBJECT
 
  public:
   explicit PagePane(QWidget* parent = nullptr);
 
-  /// Shows these pages, and goes on with the one that is on show where it is among them.
+  /// Shows these pages. The current one stays current if it is among them.
   void present(const QList<CacheItem>& pages);
-  /// Adds the page, or puts it in the place of the one with its id.
+  /// Adds the page, or replaces the one with its id.
   void add(const CacheItem& page);
   [[nodiscard]] bool isEmpty() const { return pages_.isEmpty(); }
 

@@ -25,7 +25,7 @@ QString progressText(const PassProgress& progress) {
                                   .arg(size(static_cast<double>(progress.bytes)),
                                        size(static_cast<double>(*progress.bytesExpected)))
                             : size(static_cast<double>(progress.bytes));
-  // What has come is still to be stored, and archives to be unpacked.
+  // Files that were received still have to be stored, and archives unpacked.
   if (progress.filesDone == progress.files) {
     return PassStatus::tr("%1 · %2 · storing").arg(files, bytes);
   }

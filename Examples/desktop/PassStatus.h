@@ -7,7 +7,7 @@
 class ElidedLabel;
 class QProgressBar;
 
-/// The status bar: how far the pass that runs has come, and what came of the last one.
+/// The status bar: the progress of the running pass, and the result of the last one.
 class PassStatus final : public QStatusBar {
   Q_OBJECT
 
@@ -18,7 +18,7 @@ class PassStatus final : public QStatusBar {
   void showStart();
   void showProgress(const PassProgress& progress);
   void showStopping();
-  /// `failures` as heard in the pass, the last one in words.
+  /// `failures` is the number of failures in the pass; the last one is described.
   void showEnd(qsizetype resources, const QList<PassFailure>& failures);
 
  private:

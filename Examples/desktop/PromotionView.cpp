@@ -101,8 +101,8 @@ void PromotionView::present(const CacheItem& item) {
   showIcon(item.picture);
   if (version_ == item.version) return;
   version_ = item.version;
-  // The former file may be gone from the disk by now. The player has it open and shows it on, until
-  // it is given the new one; so whoever was watching goes on watching.
+  // The former file may have been deleted. The player still has it open, so it plays on until the
+  // new one is set.
   const bool wasPlaying = player_->playbackState() == QMediaPlayer::PlayingState;
   triesLeft_ = furtherTries;
   player_->setSource(QUrl::fromLocalFile(item.video));
@@ -128,8 +128,8 @@ void PromotionView::showPlaying() {
   playButton_->setIcon(style()->standardIcon(plays ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
 }
 
-// What plays the video may give it up because the window took no frame for a second, as on a
-// computer that is busy, or while all of the program starts. So an error is shown when it stays.
+// On a busy computer the media backend may fail if the window takes no frame for a second. So an
+// error is shown only if it persists.
 void PromotionView::tryAgain() {
   if (triesLeft_ == 0) {
     video_->showText(tr("This video cannot be played: %1").arg(player_->errorString()));

@@ -13,9 +13,8 @@ class QPushButton;
 class StarRating;
 class VideoArea;
 
-/// A video promotion: the video, and beside it icon, title, rating and votes. The video plays
-/// without sound, over and over, from the moment that play() is called; a button pauses it, and
-/// another one opens the market link.
+/// A video promotion: the video, with icon, title, rating and votes beside it. play() starts the
+/// video, muted and looped; a button pauses it, another one opens the market link.
 class PromotionView final : public QFrame {
   Q_OBJECT
 

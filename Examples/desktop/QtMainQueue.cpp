@@ -8,8 +8,8 @@
 QtMainQueue::QtMainQueue() {
   Q_ASSERT(QCoreApplication::instance() &&
            QThread::currentThread() == QCoreApplication::instance()->thread());
-  // Called on whatever thread adds a job. A queued call is the one thing of Qt's that any thread
-  // may ask for; the loop makes it on the thread of this object.
+  // Called on the thread that adds a job. A queued call may be made on any thread; it runs on the
+  // thread of this object.
   kiv::DispatchQueue::main()->setWakeUpHandler([this] {
     QMetaObject::invokeMethod(
         this, [] { kiv::DispatchQueue::main()->drain(); }, Qt::QueuedConnection);
@@ -17,7 +17,7 @@ QtMainQueue::QtMainQueue() {
 }
 
 QtMainQueue::~QtMainQueue() {
-  // When this returns no thread is in the handler any more. A call that is still queued then goes
-  // with the object.
+  // When this returns, the handler is not running on any thread. A queued call that is still
+  // pending is dropped with the object.
   kiv::DispatchQueue::main()->setWakeUpHandler({});
 }

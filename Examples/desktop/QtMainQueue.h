@@ -2,20 +2,20 @@
 
 #include <QObject>
 
-/// Has Qt's event loop drain the framework's main queue. Needs nothing but Qt Core and the
-/// framework, so that it can be copied into another program as it stands.
+/// Lets Qt's event loop drain the framework's main queue. Depends only on Qt Core and the
+/// framework, so it can be copied into another program.
 ///
 ///     QApplication application(count, arguments);
 ///     const QtMainQueue mainQueue;
 ///     ...
 ///     return application.exec();
 ///
-/// Make one on the thread of the application, after the application, and let it go before the
-/// application goes. Jobs that wait when it is made run soon; those that wait when it goes stay in
-/// the queue, and the next adapter runs them.
+/// Create it on the application's thread after the application object, and destroy it before that.
+/// Jobs that are waiting then run soon; jobs left at its destruction stay in the queue for the next
+/// adapter.
 ///
-/// Jobs never nest: as long as one runs an event loop of its own, as QDialog::exec() does, no other
-/// job runs. Such a job opens the dialog through a queued call of Qt's instead.
+/// Jobs never nest: while a job runs its own event loop, as QDialog::exec() does, no other job
+/// runs. A job should open a dialog through a queued call instead.
 class QtMainQueue final : public QObject {
  public:
   QtMainQueue();

@@ -9,7 +9,7 @@ VideoArea::VideoArea(QWidget* parent) : QWidget(parent), sink_(new QVideoSink(th
   connect(sink_, &QVideoSink::videoFrameChanged, this, &VideoArea::takeFrame);
 }
 
-// A video out of sight is not worth the work of converting its frames.
+// Frames of an invisible video are not converted.
 void VideoArea::takeFrame() {
   const QVideoFrame frame = sink_->videoFrame();
   if (!frame.isValid() || visibleRegion().isEmpty()) return;

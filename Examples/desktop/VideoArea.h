@@ -5,10 +5,10 @@
 
 class QVideoSink;
 
-/// Shows the frames of a player, in one size whatever theirs is, with black around them.
+/// Shows the frames of a player, scaled to a fixed size, with black bars.
 ///
-/// An ordinary widget that paints: unlike QVideoWidget, which is a window of its own within the
-/// window, it scrolls with what is around it and is cut off where that is.
+/// An ordinary widget that paints. QVideoWidget is a native window, which does not scroll or clip
+/// with its surroundings.
 class VideoArea final : public QWidget {
   Q_OBJECT
 
@@ -16,7 +16,7 @@ class VideoArea final : public QWidget {
   explicit VideoArea(QWidget* parent = nullptr);
 
   [[nodiscard]] QVideoSink* sink() const { return sink_; }
-  /// Shows a line of text until the next frame comes.
+  /// Shows a line of text until the next frame.
   void showText(const QString& text);
 
   [[nodiscard]] QSize sizeHint() const override;

@@ -3,10 +3,10 @@
 #include <QString>
 #include <QUrl>
 
-/// The link, or an empty one where it does not lead to the web. Links come from a server, and the
-/// desktop would open others too: a program, a local file, a mail.
+/// The link, or an empty one if it is not http or https. Links come from a server, and the desktop
+/// would also open programs, local files and mails.
 QUrl webLink(const QString& link);
 QUrl webLink(const QUrl& link);
 
-/// Opens the link in the browser. One that does not lead to the web is passed over.
+/// Opens the link in the browser if it is http or https.
 void openInBrowser(const QUrl& link);

@@ -38,8 +38,7 @@ void PageGuard::interceptRequest(QWebEngineUrlRequestInfo& request) {
 WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
   setUrlRequestInterceptor(&guard_);
   QWebEngineSettings& rules = *settings();
-  // Without this a page would show neither its pictures nor its styles. Which files it reaches is
-  // the guard's matter.
+  // Needed for the page's own pictures and styles. The guard restricts which files it can load.
   rules.setAttribute(QWebEngineSettings::LocalContentCanAccessFileUrls, true);
   rules.setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
   rules.setAttribute(QWebEngineSettings::JavascriptCanOpenWindows, false);
@@ -48,11 +47,11 @@ WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
   rules.setAttribute(QWebEngineSettings::PlaybackRequiresUserGesture, true);
   connect(this, &QWebEnginePage::newWindowRequested, this,
           [this](const QWebEngineNewWindowRequest& request) { follow(request.requestedUrl()); });
-  // The view gives what a person does to a widget of its own making, whichever that is at the time.
+  // The view passes input events to an internal widget, which may change.
   qApp->installEventFilter(this);
-  // The first page of all makes the view a thing that draws with OpenGL, and a window in which one
-  // comes to be while it is shown is made anew by Qt: it flickers, and loses the focus. An empty
-  // page now, before the window is shown, saves it that. Another one waits until it is there.
+  // Loading the first page turns the view into an OpenGL widget. Qt recreates a visible window when
+  // that happens: it flickers and loses the focus. So an empty page is loaded before the window is
+  // shown, and other pages wait for it.
   connect(this, &QWebEnginePage::loadFinished, this, [this] {
     if (!std::exchange(isBegun_, true) && !url_.isEmpty()) load(url_);
   });

@@ -3,16 +3,15 @@
 #include <QWebEnginePage>
 #include <QWebEngineUrlRequestInterceptor>
 
-/// Lets a page reach what belongs to it, and nothing else: the files of its own folder where it
-/// came as an archive, otherwise its own file. Neither other files nor the network.
+/// Lets a page load only what belongs to it: the files of its folder if it came as an archive,
+/// otherwise its own file; no other files, and nothing from the network.
 class PageGuard final : public QWebEngineUrlRequestInterceptor {
   Q_OBJECT
 
  public:
   using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
 
-  /// The page that may be reached from now on, an absolute path, and the folder of its files;
-  /// without one, the page alone.
+  /// Sets the page, an absolute path, and the folder of its files, if it has one.
   void setPage(const QString& path, const QString& folder);
   [[nodiscard]] bool allows(const QUrl& url) const;
   void interceptRequest(QWebEngineUrlRequestInfo& request) override;
@@ -22,21 +21,20 @@ class PageGuard final : public QWebEngineUrlRequestInterceptor {
   QString folder_;  ///< Ends in "/"; empty if the page is a single file.
 };
 
-/// A page from the cache, which is hostile content: it comes from a server, over http as it may be,
-/// and yet as a local file. So, beside what PageGuard keeps from it,
+/// A page from the cache. It is untrusted: it comes from a server, possibly over http, and runs as
+/// a local file. Beside the restrictions of PageGuard:
 ///
-/// - it never leads the view elsewhere: a link opens in the browser, and only one for each time
-///   that a person has pressed a key or a button of the mouse, since a script can follow links too;
-/// - it opens no windows and no dialogs, downloads nothing, and gets no permission.
+/// - it cannot navigate the view: a link opens in the browser, one for each key press or click of
+/// the user, since scripts can follow links too;
+/// - it cannot open windows or dialogs, download files, or get permissions.
 class WebPage final : public QWebEnginePage {
   Q_OBJECT
 
  public:
-  /// The profile outlives the page.
+  /// The profile must outlive the page.
   explicit WebPage(QWebEngineProfile* profile);
 
-  /// Shows the page at the path; one that is on show is loaded again. It may read what lies in the
-  /// folder; without one, nothing but itself.
+  /// Loads the page at the path. It may read the files in the folder, if one is given.
   void show(const QString& path, const QString& folder);
 
  protected:

@@ -12,7 +12,7 @@ class WebPageView final : public PageView {
  public:
   explicit WebPageView(QWidget* parent)
       : PageView(parent),
-        // One without a name keeps nothing on the disk: no cookies, no storage, no cache.
+        // An unnamed profile stores nothing on disk: no cookies, no storage, no cache.
         profile_(new QWebEngineProfile(this)),
         page_(new WebPage(profile_)),
         view_(new QWebEngineView) {
@@ -23,7 +23,7 @@ class WebPageView final : public PageView {
     layout->addWidget(view_);
   }
 
-  // The page goes before the profile that it uses.
+  // The page must be destroyed before its profile.
   ~WebPageView() override { delete page_; }
 
   void present(const CacheItem& item) override {

@@ -18,7 +18,7 @@ struct Options {
       "configuration"};
 };
 
-/// Before anything else of the framework's is used.
+/// Must be called before the framework is used otherwise.
 void configureFramework(const QCommandLineParser& parser, const Options& options) {
   if (parser.isSet(options.root)) {
     const QString root = QDir::current().absoluteFilePath(parser.value(options.root));

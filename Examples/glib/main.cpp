@@ -1,4 +1,4 @@
-// A host on the main loop of GLib, without a window: loads a configuration and says what came.
+// A host on GLib's main loop, without a window: loads a configuration and prints the results.
 //
 //   kivresource-glib DIRECTORY SERVER FILE
 
@@ -10,17 +10,18 @@
 
 namespace {
 
-/// Has a GLib main loop drain the framework's main queue. Needs nothing but GLib and the framework.
+/// Lets a GLib main loop drain the framework's main queue. Depends only on GLib and the framework.
 ///
-/// To be made and let go of on the thread that runs the loop. Drawing and input go first.
+/// Create and destroy it on the thread that runs the loop. Drawing and input have a higher
+/// priority.
 class GLibMainQueue {
  public:
   explicit GLibMainQueue(GMainContext* context = nullptr)
       : source_(g_source_new(&functions, sizeof(GSource))) {
     g_source_set_priority(source_, G_PRIORITY_DEFAULT_IDLE);
     g_source_attach(source_, context);
-    // Called on whatever thread adds a job. Setting the time at which a source is ready is allowed
-    // on any thread, and wakes the loop.
+    // Called on the thread that adds a job. g_source_set_ready_time() may be called on any thread,
+    // and wakes the loop.
     kiv::DispatchQueue::main()->setWakeUpHandler([this] { g_source_set_ready_time(source_, 0); });
   }
   ~GLibMainQueue() {
@@ -42,7 +43,7 @@ class GLibMainQueue {
   GSource* source_;
 };
 
-/// Called on the main queue, while the manager works on its own.
+/// Called on the main queue; the manager has its own queue.
 struct Listener : KivResourceManagerObserver {
   GMainLoop* loop = nullptr;
   int failures = 0;
