@@ -1,8 +1,8 @@
-# Lets the programs of a build find the packaged resources beside themselves, as those of a host that
-# carries them along do. No program knows the source tree.
+# Puts the packaged resources beside the programs of a build, where an application that ships them
+# has them too. No program knows the source tree.
 
-# Puts a link to the bundle into the directory of the build in which programs are made, the current
-# one where none is named. Also for a project that has this one inside, in place of a copy of its own.
+# Links the bundle into a directory of the build tree, by default the current one. Also for projects
+# that add this one as a subdirectory, instead of copying the bundle.
 function(kivresource_link_bundle)
   set(directory "${CMAKE_CURRENT_BINARY_DIR}")
   if(ARGC)
@@ -15,5 +15,5 @@ function(kivresource_link_bundle)
   endif()
 endfunction()
 
-# Beside the library itself, where it is shared.
+# Beside the library, if it is shared.
 kivresource_link_bundle("${PROJECT_BINARY_DIR}")

@@ -1,4 +1,4 @@
-# What the framework links. All of them are private to it: no header of theirs shows in ours.
+# The libraries that the framework links. All are private: no public header includes theirs.
 
 find_package(Threads REQUIRED)
 find_package(CURL 7.87 REQUIRED)

@@ -1,6 +1,6 @@
-# What makes an error that is left in the code harder to use against whoever runs it: see SECURITY.md.
-# Linked PRIVATE as a part of kivresource_settings, in optimised builds alone: a debugger and the
-# sanitizers see the code as it is. A flag that the compiler or the linker does not know is left out.
+# Compiler and linker flags that make errors in the code harder to exploit; see SECURITY.md. Part of
+# kivresource_settings, in optimised builds only, so that they do not get in the way of debuggers
+# and sanitizers. Flags that the compiler or linker does not know are left out.
 
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
@@ -16,7 +16,7 @@ foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
   endif()
 endforeach()
 
-# A level that the environment asks for stays as it is.
+# A level that the environment sets is kept.
 if(NOT MSVC AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
   target_compile_options(kivresource_settings INTERFACE
     "$<${kivresource_optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
@@ -27,6 +27,6 @@ if(KIVRESOURCE_HAS_RELRO)
   target_link_options(kivresource_settings INTERFACE "$<${kivresource_optimised}:LINKER:-z,relro,-z,now>")
 endif()
 
-# Programs are loaded to an address that nobody can foretell, as libraries always are.
+# Programs are position-independent, so that they are loaded at random addresses as libraries are.
 check_pie_supported(LANGUAGES CXX)
 set_property(TARGET kivresource_settings PROPERTY INTERFACE_POSITION_INDEPENDENT_CODE ON)

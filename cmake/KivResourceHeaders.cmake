@@ -1,5 +1,5 @@
-# The public headers: what is installed, and what a host may include. They include the standard
-# library and each other, nothing else; script/lint sees to it.
+# The public headers, which are installed and which a host may include. They include the standard
+# library and each other only; script/lint checks it.
 
 target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES
   KivResource/KivResource.h

@@ -1,5 +1,5 @@
-# What `cmake --install` puts where, and how a consumer finds it: by find_package(KivResource) or
-# by pkg-config.
+# What `cmake --install` installs, and how a consumer finds it: with find_package(KivResource) or
+# pkg-config.
 
 include(CMakePackageConfigHelpers)
 
@@ -27,7 +27,7 @@ install(FILES
   "${PROJECT_BINARY_DIR}/KivResourceConfigVersion.cmake"
   DESTINATION "${kivresource_cmakedir}" COMPONENT Development)
 
-# A static library leaves its dependencies to whoever links it; a shared one has them inside.
+# Who links the static library has to link its dependencies too; the shared one links them itself.
 if(BUILD_SHARED_LIBS)
   set(kivresource_pc_requires "")
   set(kivresource_pc_libs "")
@@ -36,14 +36,14 @@ else()
   set(kivresource_pc_requires "libcurl, libutf8proc, libzip, simdjson")
   list(TRANSFORM CMAKE_DL_LIBS PREPEND "-l" OUTPUT_VARIABLE kivresource_dl)
   set(kivresource_pc_libs "-pthread ${kivresource_dl}")
-  # A program finds the packaged resources from where it found the headers: InstalledResources.h.
+  # A program finds the packaged resources relative to the headers; see InstalledResources.h.
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_DATADIR
     BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}/${kivresource_includedir}/KivPlatform/Foundation/system"
     OUTPUT_VARIABLE kivresource_pc_datadir)
   set(kivresource_pc_cflags "-DKIVRESOURCE_STATIC \
 -DKIVRESOURCE_RESOURCES_FROM_HEADER=${kivresource_pc_datadir}/KivResource")
 endif()
-# The prefix is said relative to the file itself, so that an installed tree can be moved.
+# The prefix is relative to the file, so that an installed tree can be moved.
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_LIBDIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}"
   OUTPUT_VARIABLE kivresource_pc_dir)
 cmake_path(APPEND kivresource_pc_dir pkgconfig)

@@ -1,5 +1,5 @@
-# What `cpack` makes: a Debian package each for the library, for who builds against it, and for the
-# tool. Configure with BUILD_SHARED_LIBS and the prefix /usr; script/check-packages does it.
+# The Debian packages that `cpack` creates: the library, its development files and the tool.
+# Configure with BUILD_SHARED_LIBS and the prefix /usr, as script/check-packages does.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kivresource)
@@ -19,7 +19,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "${kivresource_library}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
-# Without the certificates of public authorities no https server is trusted.
+# Without the certificates of public authorities, no https server is trusted.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS ca-certificates)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library, with the resources packaged with it.")
 
@@ -33,7 +33,7 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${kivresource_library} ${kivresource_same}")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "The host for the command line, its manual page and completions.")
-# The tool's dependencies are read off the program, which needs the library of this very build.
+# The tool's dependencies are read from the program, which needs the library of the same version.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 
 foreach(pair "Runtime;${kivresource_library}" "Development;libkivresource-dev" "Tool;kivresource")

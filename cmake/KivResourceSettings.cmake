@@ -31,7 +31,7 @@ else()
   if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(kivresource_warnings INTERFACE -Wthread-safety)
   endif()
-  # gcc 12 takes "literal" + string, optimised, for a copy of a range onto itself.
+  # gcc 12 reports "literal" + string as an overlapping copy in optimised builds.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(kivresource_warnings INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)
   endif()
