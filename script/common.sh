@@ -11,7 +11,7 @@ else
   bold='' red='' plain=''
 fi
 
-# Says what the script is doing now.
+# Prints what the script does now.
 step() { printf '%s==> %s%s\n' "$bold" "$*" "$plain"; }
 
 # Ends the script with a message.
@@ -20,7 +20,7 @@ die() {
   exit 1
 }
 
-# Says in lines that nobody overlooks what is not checked here.
+# Warns conspicuously of what is not checked.
 loudly() {
   local rule
   rule=$(printf '#%.0s' {1..100})
@@ -42,7 +42,7 @@ public_headers() { sed '/^set(KIVRESOURCE_PRIVATE_HEADERS/,$d' cmake/KivResource
 
 processors() { getconf _NPROCESSORS_ONLN 2>/dev/null || echo 2; }
 
-# What has been started beside the script, and ends with it: `processes+=($!)`.
+# Background processes, which are ended with the script: `processes+=($!)`.
 processes=()
 end_processes() {
   local process
@@ -53,7 +53,7 @@ end_processes() {
   processes=()
 }
 
-# wait_for_line FILE: the first line of what a process writes when it is ready.
+# wait_for_line FILE: prints the first line, which a process writes when it is ready.
 wait_for_line() {
   local attempt
   for ((attempt = 0; attempt < 600; ++attempt)); do
@@ -63,7 +63,7 @@ wait_for_line() {
   head -n 1 "$1"
 }
 
-# Runs a command whose output matters only where it fails.
+# Runs a command, and prints its output only if it fails.
 quietly() {
   local log
   log=$(mktemp)
@@ -77,18 +77,18 @@ quietly() {
   fi
 }
 
-# check_hardening FILE...: the libraries and programs have what cmake/KivResourceHardening.cmake asks
-# for. The flow of control is left out: Debian's own object files, with which every program begins, are
-# not protected there, and so no whole program counts as such.
+# check_hardening FILE...: checks that libraries and programs have the protections of
+# cmake/KivResourceHardening.cmake, except for control-flow protection: Debian's start-up objects lack
+# it, so no program as a whole has it.
 check_hardening() {
   quietly hardening-check --nocfprotection "$@" || die "these are not hardened: $*"
 }
 
-# One cache serves every clone: what it keeps does not depend on where the sources stand.
+# All clones share one cache: its keys do not depend on the path of the sources.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=true
 
-# Configures a build by its preset, with the compiler cache where there is one. Further arguments
-# go to CMake.
+# Configures a build by its preset, with the compiler cache if it is installed. Other arguments go to
+# CMake.
 configure() {
   local preset=$1
   shift

@@ -1,15 +1,15 @@
 # shellcheck shell=bash
-# A minimal Debian system in a directory, for scripts that try there what a new machine would see.
-# Sourced after common.sh, never run. Takes root, debootstrap and a package server.
+# A minimal Debian system in a directory, for scripts that test on a new machine. Sourced after
+# common.sh, never run. Needs root, debootstrap and a package server.
 
-# The first package server of this system that has that release.
+# The first package server of this system that has the release.
 package_server() {
   # shellcheck disable=SC2016  # apt's own variables
   apt-get indextargets --format '$(CODENAME) $(SITE)' 'Created-By: Packages' |
     sed -n "s/^$1 //p" | head -n 1
 }
 
-# make_minimal_system DIRECTORY: the release of this system; fails where it cannot be made.
+# make_minimal_system DIRECTORY: installs the release of this system; fails if it cannot.
 make_minimal_system() {
   local system=$1 release
   release=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
@@ -18,7 +18,8 @@ make_minimal_system() {
   cp /etc/resolv.conf "$system/etc/"
 }
 
-# inside SYSTEM COMMAND...: runs it there, in an environment of its own. What it mounts goes with it.
+# inside SYSTEM COMMAND...: runs the command there, with a clean environment. Its mounts are removed
+# afterwards.
 inside() {
   local system=$1
   shift
@@ -30,8 +31,8 @@ inside() {
     DEBIAN_FRONTEND=noninteractive "$@"
 }
 
-# check_consumer SYSTEM DIRECTORY PREFIX: builds Tests/consumer, which lies in that directory there,
-# against what is installed under the prefix, with find_package and with pkg-config, and runs it.
+# check_consumer SYSTEM DIRECTORY PREFIX: builds Tests/consumer, in that directory of the system,
+# against the installation in the prefix, with find_package and pkg-config, and runs it.
 check_consumer() {
   local system=$1 directory=$2 prefix=$3
   quietly inside "$system" cmake -G Ninja -S "$directory" -B /consumer-build -DCMAKE_PREFIX_PATH="$prefix" &&
