@@ -7,6 +7,8 @@
 #include <sstream>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include "Tests/Support/LoopbackServerSockets.h"
 
 namespace kiv::test {
@@ -88,6 +90,7 @@ NginxServer::NginxServer(const std::string& locations, SelfSignedCertificate::Va
       std::vector{plain, secure});
   close(plain);
   close(secure);
+  EXPECT_TRUE(process_->hasStarted());
 }
 
 NginxServer::~NginxServer() {

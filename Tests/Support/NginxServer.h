@@ -27,15 +27,14 @@ struct SelfSignedCertificate {
 /// to wait for.
 class NginxServer {
  public:
-  /// `locations` is text in the server's own language that goes into its server block.
+  /// `locations` is text in the server's own language that goes into its server block. The test
+  /// fails if the server cannot be started.
   explicit NginxServer(const std::string& locations = {}, SelfSignedCertificate::Validity validity =
                                                               SelfSignedCertificate::Validity::now);
   ~NginxServer();
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;
 
-  /// False if the server could not be started.
-  [[nodiscard]] bool isRunning() const noexcept { return process_->hasStarted(); }
   /// Puts a file under the root.
   void addFile(const std::string& name, std::string_view contents) const;
   /// "http://127.0.0.1:port", followed by the path; "https" likewise, with its own port.

@@ -7,17 +7,14 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
 using namespace kiv::test;
 using Clock = std::chrono::steady_clock;
 
-class KivRESTServiceBandwidthTest : public testing::Test {
+class KivRESTServiceBandwidthTest : public ClientFixture {
  protected:
   /// The seconds that it takes to load that many files, at least one.
   double secondsFor(const std::string& path, std::size_t count) {
@@ -32,8 +29,6 @@ class KivRESTServiceBandwidthTest : public testing::Test {
     return std::chrono::duration<double>(Clock::now() - start).count();
   }
 
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
   std::int64_t lastStatus_ = 0;
 };
 
@@ -74,16 +69,15 @@ TEST_F(KivRESTServiceBandwidthTest, AFileThatUsesItUpKeepsNoOtherFromComing) {
   server_.serve("/a", Response::ok(std::string(5'000, 'x')));
   settings_.bandwidth = 1'000'000;
   settings_.takesBodiesWithoutLength = true;
-  KivRESTService client(settings_);
-  const Load endless(client, server_.url("/endless"));
+  const Load endless(client(), url("/endless"));
   ASSERT_TRUE(server_.waitForRequests("/endless", 1));
-  const auto loads = makeLoads(client, server_.url("/a"), 50);
+  const auto loads = makeLoads(client(), url(), 50);
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.status(), 200) << load.message();
   }
   EXPECT_FALSE(endless.hasEnded()) << endless.message();
-  client.cancelAllTasks();
+  client().cancelAllTasks();
 }
 
 }  // namespace

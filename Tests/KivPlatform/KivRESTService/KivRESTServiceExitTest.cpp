@@ -8,8 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/LoopbackServer.h"
 #include "Tests/Support/NginxServer.h"
@@ -44,7 +43,6 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfDownloadsIsClean) {
 
 TEST_P(KivRESTServiceExit, InTheMiddleOfASecureDownloadIsClean) {
   NginxServer server("limit_rate 50k;");
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", std::string(5'000'000, 'x'));
   // Asked when the secure server has answered that it has no such file: the secure connections
   // stand by then.
@@ -94,26 +92,26 @@ INSTANTIATE_TEST_SUITE_P(All, ExitWithoutDescriptors,
                          });
 
 /// What a process leaves of a body that it was fetching, the next one goes on with.
-class PartOfADeadProcess : public testing::TestWithParam<const char*> {
+class PartOfADeadProcess : public ClientFixture, public testing::WithParamInterface<const char*> {
  protected:
+  PartOfADeadProcess() { spool(); }
+
   [[nodiscard]] std::uintmax_t partLength() const {
     std::error_code ignored;
-    for (const auto& item : std::filesystem::directory_iterator(spool_, ignored)) {
+    for (const auto& item :
+         std::filesystem::directory_iterator(settings_.spoolDirectory, ignored)) {
       if (item.path().extension() == ".part") return item.file_size(ignored);
     }
     return 0;
   }
 
-  TemporaryDirectory directory_;
-  const std::string spool_ = directory_.path("spool");
   const std::string body_ = patternedBytes(100'000);
 };
 
 TEST_P(PartOfADeadProcess, IsGoneOnWith) {
-  LoopbackServer server;
-  server.serve("/a", Response::ok(body_).header("ETag", "\"a\"").stallAt(60'000));
+  server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").stallAt(60'000));
   {
-    ChildProcess child(EXIT_DURING_DOWNLOAD, {"exit", "", spool_, server.url("/a")});
+    ChildProcess child(EXIT_DURING_DOWNLOAD, {"exit", "", settings_.spoolDirectory, url()});
     ASSERT_TRUE(waitUntil([&] { return partLength() == 60'000; }));
     if (std::string(GetParam()) == "killed") {
       child.sendSignal(SIGKILL);
@@ -123,19 +121,12 @@ TEST_P(PartOfADeadProcess, IsGoneOnWith) {
       EXPECT_EQ(child.waitForExit(), 0);
     }
   }
-  server.serve("/a",
-               [&](const Request& request) { return rangeResponse(request, body_, "\"a\""); });
-  auto settings = kiv::defaultTransferSettings();
-  settings.spoolDirectory = spool_;
-  settings.largestBodyInMemory = 1000;
-  {
-    KivRESTService client(settings);
-    const Load load(client, server.url("/a"));
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_TRUE(load.body() == body_);
-    EXPECT_EQ(server.requests("/a").back().header("Range"), "bytes=60000-");
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(spool_));
+  server_.serve("/a",
+                [&](const Request& request) { return rangeResponse(request, body_, "\"a\""); });
+  EXPECT_TRUE(loaded().body() == body_);
+  EXPECT_EQ(server_.requests("/a").back().header("Range"), "bytes=60000-");
+  endClient();
+  EXPECT_TRUE(std::filesystem::is_empty(settings_.spoolDirectory));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, PartOfADeadProcess, testing::Values("killed", "ended"),

@@ -3,11 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
@@ -230,24 +226,22 @@ void PrintTo(const FaultCase& testCase, std::ostream* out) {
   *out << testCase.name;
 }
 
-class KivRESTServiceFaults : public testing::TestWithParam<FaultCase> {};
+using KivRESTServiceFaultTest = ClientFixture;
+
+class KivRESTServiceFaults : public ClientFixture, public testing::WithParamInterface<FaultCase> {};
 
 TEST_P(KivRESTServiceFaults, EndAsTheyShould) {
   const auto& [name, response, outcome] = GetParam();
-  LoopbackServer server;
-  server.serve("/a", response);
-  auto settings = kiv::defaultTransferSettings();
-  settings.stallTimeout = std::chrono::seconds(1);
-  settings.largestBody = 1'000'000;
-  KivRESTService client(settings);
-  const Load load(client, server.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  server_.serve("/a", response);
+  settings_.stallTimeout = std::chrono::seconds(1);
+  settings_.largestBody = 1'000'000;
+  const Load load = loaded();
   EXPECT_EQ(load.status(), outcome.status) << load.message();
   EXPECT_EQ(load.errorCode(), codeOf(outcome.error)) << load.message();
   EXPECT_EQ(load.hasBody(), outcome.status == 200);
   EXPECT_TRUE(load.body() == outcome.body) << load.body();
   EXPECT_EQ(load.completions(), 1);
-  EXPECT_EQ(server.requests("/a").size(), outcome.isRetryable() ? 3U : 1U);
+  EXPECT_EQ(server_.requests("/a").size(), outcome.isRetryable() ? 3U : 1U);
 }
 
 std::string nameOf(const testing::TestParamInfo<FaultCase>& testCase) {
@@ -265,48 +259,34 @@ INSTANTIATE_TEST_SUITE_P(InterimResponses, KivRESTServiceFaults,
 INSTANTIATE_TEST_SUITE_P(Statuses, KivRESTServiceFaults, testing::ValuesIn(otherStatuses()),
                          nameOf);
 
-TEST(KivRESTService, ABrokenBodyIsNotGluedToThatOfTheMirror) {
-  LoopbackServer server;
-  LoopbackServer mirror;
-  server.serve("/a", Response::ok("of the main server").closeAt(6));
-  mirror.serve("/a", Response::ok("of the mirror"));
-  KivRESTService client;
-  const Load load(client, {server.url("/a"), mirror.url("/a")});
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body(), "of the mirror");
+TEST_F(KivRESTServiceFaultTest, ABrokenBodyIsNotGluedToThatOfTheMirror) {
+  server_.serve("/a", Response::ok("of the main server").closeAt(6));
+  mirror_.serve("/a", Response::ok("of the mirror"));
+  EXPECT_EQ(loaded(urls()).body(), "of the mirror");
 }
 
-TEST(KivRESTService, ABodyOfExactlyTheBoundIsTaken) {
-  LoopbackServer server;
-  server.serve("/a", Response::ok(std::string(1000, 'x')));
-  server.serve("/b", Response::ok(std::string(1000, 'x')).chunked(300));
-  auto settings = kiv::defaultTransferSettings();
-  settings.largestBody = 1000;
-  KivRESTService client(settings);
-  const Load plain(client, server.url("/a"));
-  const Load inChunks(client, server.url("/b"));
+TEST_F(KivRESTServiceFaultTest, ABodyOfExactlyTheBoundIsTaken) {
+  server_.serve("/a", Response::ok(std::string(1000, 'x')));
+  server_.serve("/b", Response::ok(std::string(1000, 'x')).chunked(300));
+  settings_.largestBody = 1000;
+  const Load plain(client(), url());
+  const Load inChunks(client(), url("/b"));
   ASSERT_TRUE(plain.waitForEnd() && inChunks.waitForEnd());
   EXPECT_EQ(plain.body().size(), 1000u);
   EXPECT_EQ(inChunks.body().size(), 1000u);
 }
 
-TEST(KivRESTService, AHostThatNeverAnswersEndsWithTheConnectTimeout) {
+TEST_F(KivRESTServiceFaultTest, AHostThatNeverAnswersEndsWithTheConnectTimeout) {
   const UnreachableServer server;
-  auto settings = kiv::defaultTransferSettings();
-  settings.connectTimeout = std::chrono::milliseconds(200);
-  KivRESTService client(settings);
-  const Load load(client, server.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut));
+  settings_.connectTimeout = std::chrono::milliseconds(200);
+  EXPECT_EQ(loaded(server.url("/a")).errorCode(), codeOf(Code::timedOut));
 }
 
-TEST(KivRESTService, TheMessageOfAnErrorShowsNoSecrets) {
+TEST_F(KivRESTServiceFaultTest, TheMessageOfAnErrorShowsNoSecrets) {
   const RefusingServer server;
   auto url = server.url("/a.png?token=secret");
   url.insert(url.find("127"), "user:password@");
-  KivRESTService client;
-  const Load load(client, url);
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(url);
   EXPECT_EQ(load.message(),
             "Could not load \"" + server.url("/a.png") + "\": the server could not be reached.");
 }

@@ -5,42 +5,36 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-class KivRESTServiceMetricsTest : public testing::Test {
+class KivRESTServiceMetricsTest : public ClientFixture {
  protected:
   /// Drains the main queue until a report fulfils the condition.
   bool waitForReport(const std::function<bool(const KivRESTServiceProgress&)>& condition) {
     return waitUntil([&] { return !reports_.empty() && condition(reports_.back()); });
   }
-  void collectReports(KivRESTService& client) {
-    client.setProgressHandler([this](const auto& report) { reports_.push_back(report); });
+  void collectReports() {
+    client().setProgressHandler([this](const auto& report) { reports_.push_back(report); });
   }
 
-  LoopbackServer server_;
   Gate gate_;
   std::vector<KivRESTServiceProgress> reports_;
 };
 
 TEST_F(KivRESTServiceMetricsTest, OfASuccessAtOnce) {
   server_.serve("/a", Response::ok("12345"));
-  KivRESTService client;
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   const auto& metrics = load.task()->metrics();
   EXPECT_EQ(metrics.tries, 1);
   EXPECT_EQ(metrics.bytes, 5);
   EXPECT_EQ(metrics.resumedBytes, 0);
-  EXPECT_EQ(metrics.server->absoluteString(), server_.url("/a"));
+  EXPECT_EQ(metrics.server->absoluteString(), url());
   EXPECT_TRUE(metrics.failedTries.empty());
   EXPECT_FALSE(metrics.endedWithConnection);
   EXPECT_GT(metrics.timeToFirstByte.count(), 0);
@@ -51,15 +45,13 @@ TEST_F(KivRESTServiceMetricsTest, EachFailedTryHasItsReason) {
   const RefusingServer refusing;
   server_.serve("/a",
                 {Response::status(503), Response::ok("12345").closeAt(2), Response::status(404)});
-  KivRESTService client;
-  const Load load(client, {server_.url("/a"), refusing.url("/a")});
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded({url(), refusing.url("/a")});
   const auto& metrics = load.task()->metrics();
   EXPECT_EQ(metrics.tries, 6);
   ASSERT_EQ(metrics.failedTries.size(), 6U);
   std::vector<std::string> reasons;
   for (const auto& failed : metrics.failedTries) {
-    const bool isMain = failed.server.absoluteString() == server_.url("/a");
+    const bool isMain = failed.server.absoluteString() == url();
     EXPECT_NE(failed.error.has_value(), failed.statusCode != 0);
     reasons.push_back((isMain ? "main " : "mirror ") +
                       std::to_string(failed.error ? -static_cast<int>(*failed.error)
@@ -69,24 +61,21 @@ TEST_F(KivRESTServiceMetricsTest, EachFailedTryHasItsReason) {
   EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main -6"), 1) << "connection lost";
   EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "main 404"), 1);
   EXPECT_EQ(std::count(reasons.begin(), reasons.end(), "mirror -4"), 3) << "cannot connect";
-  EXPECT_EQ(metrics.server->absoluteString(), server_.url("/a"));
+  EXPECT_EQ(metrics.server->absoluteString(), url());
   EXPECT_EQ(metrics.bytes, 0);
 }
 
 TEST_F(KivRESTServiceMetricsTest, WithoutAnyAnswerThereIsNoServer) {
   const RefusingServer refusing;
-  KivRESTService client;
-  const Load load(client, refusing.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(refusing.url("/a"));
   EXPECT_FALSE(load.task()->metrics().server);
 }
 
 TEST_F(KivRESTServiceMetricsTest, ABodyThatEndsWithTheConnectionIsNoted) {
   server_.serve("/a", Response::ok("12345").withoutLength().http10());
   server_.serve("/b", Response::ok("12345").http10());
-  KivRESTService client;
-  const Load without(client, server_.url("/a"));
-  const Load with(client, server_.url("/b"));
+  const Load without(client(), url());
+  const Load with(client(), url("/b"));
   ASSERT_TRUE(without.waitForEnd() && with.waitForEnd());
   EXPECT_TRUE(without.task()->metrics().endedWithConnection);
   EXPECT_FALSE(with.task()->metrics().endedWithConnection);
@@ -99,12 +88,9 @@ class BodiesWithoutLength : public KivRESTServiceMetricsTest {
 
   Load load(const Response& response, bool isTaken) {
     server_.serve("/a", response);
-    auto settings = kiv::defaultTransferSettings();
-    settings.takesBodiesWithoutLength = isTaken;
-    KivRESTService client(settings);
-    Load load(client, server_.url("/a"));
-    EXPECT_TRUE(load.waitForEnd());
-    return load;
+    settings_.takesBodiesWithoutLength = isTaken;
+    endClient();
+    return loaded();
   }
 };
 
@@ -141,29 +127,21 @@ TEST_F(BodiesWithoutLength, AreNotWholeWhereTheConnectionBreaks) {
 }
 
 TEST_F(BodiesWithoutLength, AreBoundedAsOthersAre) {
-  server_.serve("/a", Response::ok(std::string(9999, 'x')).withoutLength().endless());
-  auto settings = kiv::defaultTransferSettings();
-  settings.takesBodiesWithoutLength = true;
-  settings.largestBody = 100'000;
-  KivRESTService client(settings);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge)) << load.message();
+  settings_.largestBody = 100'000;
+  const Load endless = load(Response::ok(std::string(9999, 'x')).withoutLength().endless(), true);
+  EXPECT_EQ(endless.errorCode(), codeOf(Code::bodyTooLarge)) << endless.message();
 }
 
 TEST_F(KivRESTServiceMetricsTest, TheEndHandlerComesBeforeEachCompletion) {
   server_.serve("/a", Response::ok("12345"));
   server_.serve("/b", Response::status(404));
-  KivRESTService client;
   std::vector<std::string> calls;
-  client.setEndHandler([&](const KivRESTServiceTask& task) {
+  client().setEndHandler([&](const KivRESTServiceTask& task) {
     calls.push_back("end " + std::to_string(task.response()->statusCode()) + " " +
                     std::to_string(task.metrics().bytes));
   });
   for (const char* const path : {"/a", "/b"}) {
-    auto task = Load::makeTask({server_.url(path)});
-    task->setCompletionHandler([&](auto&) { calls.push_back("completion"); });
-    client.queue(task);
+    queue(server_.url(path), [&](auto&) { calls.push_back("completion"); });
     ASSERT_TRUE(waitUntil([&] { return !calls.empty() && calls.back() == "completion"; }));
     calls.push_back("next");
   }
@@ -173,9 +151,8 @@ TEST_F(KivRESTServiceMetricsTest, TheEndHandlerComesBeforeEachCompletion) {
 
 TEST_F(KivRESTServiceMetricsTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).gateAt(400, gate_));
-  KivRESTService client;
-  collectReports(client);
-  const Load load(client, server_.url("/a"));
+  collectReports();
+  const Load load(client(), url());
   ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 400; }));
   const auto& report = reports_.back();
   EXPECT_EQ(report.bytesExpected, 1000);
@@ -185,7 +162,7 @@ TEST_F(KivRESTServiceMetricsTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
   ASSERT_EQ(report.running.size(), 1U);
   EXPECT_EQ(report.running[0].bytesReceived, 400);
   EXPECT_EQ(report.running[0].bytesExpected, 1000);
-  EXPECT_EQ(report.running[0].server->absoluteString(), server_.url("/a"));
+  EXPECT_EQ(report.running[0].server->absoluteString(), url());
   EXPECT_EQ(report.running[0].tries, 1);
   EXPECT_EQ(load.task()->progress().bytesReceived, 400);
   gate_.open();
@@ -197,9 +174,8 @@ TEST_F(KivRESTServiceMetricsTest, ProgressShowsWhatIsHereAndWhatIsExpected) {
 
 TEST_F(KivRESTServiceMetricsTest, TheSpeedShowsWhileBytesCome) {
   server_.serve("/a", Response::ok(std::string(4000, 'x')).drip(10, std::chrono::milliseconds(1)));
-  KivRESTService client;
-  collectReports(client);
-  const Load load(client, server_.url("/a"));
+  collectReports();
+  const Load load(client(), url());
   ASSERT_TRUE(waitForReport([](const auto& report) {
     return report.bytesPerSecond > 0 && report.running.size() == 1 &&
            report.running[0].bytesPerSecond > 0;
@@ -209,10 +185,9 @@ TEST_F(KivRESTServiceMetricsTest, TheSpeedShowsWhileBytesCome) {
 TEST_F(KivRESTServiceMetricsTest, WhatIsExpectedIsNeverGuessed) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).chunked(100).gateAt(400, gate_));
   server_.serve("/b", Response::ok("12345").gateAt(2, gate_));
-  KivRESTService client;
-  collectReports(client);
-  const Load unknown(client, server_.url("/a"));
-  const Load known(client, server_.url("/b"));
+  collectReports();
+  const Load unknown(client(), url());
+  const Load known(client(), url("/b"));
   ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 402; }));
   EXPECT_FALSE(reports_.back().bytesExpected);
   EXPECT_FALSE(unknown.task()->progress().bytesExpected);
@@ -222,13 +197,11 @@ TEST_F(KivRESTServiceMetricsTest, WhatIsExpectedIsNeverGuessed) {
 TEST_F(KivRESTServiceMetricsTest, TasksThatWaitAreCounted) {
   server_.serve("/a", Response::ok("x").after(gate_));
   server_.serve("/b", Response::ok("x"));
-  auto settings = kiv::defaultTransferSettings();
-  settings.parallelTransfers = 1;
-  KivRESTService client(settings);
-  collectReports(client);
-  const Load running(client, server_.url("/a"));
-  const Load same(client, server_.url("/a"));
-  const Load waiting(client, server_.url("/b"));
+  settings_.parallelTransfers = 1;
+  collectReports();
+  const Load running(client(), url());
+  const Load same(client(), url());
+  const Load waiting(client(), url("/b"));
   ASSERT_TRUE(waitForReport(
       [](const auto& report) { return report.tasksRunning == 2 && report.tasksWaiting == 1; }));
   EXPECT_FALSE(reports_.back().bytesExpected);
@@ -237,40 +210,36 @@ TEST_F(KivRESTServiceMetricsTest, TasksThatWaitAreCounted) {
 TEST_F(KivRESTServiceMetricsTest, ANewBatchCountsFromNothing) {
   server_.serve("/a", Response::ok("12345"));
   server_.serve("/b", Response::ok("123").gateAt(1, gate_));
-  KivRESTService client;
-  collectReports(client);
-  const Load first(client, server_.url("/a"));
+  collectReports();
+  const Load first(client(), url());
   ASSERT_TRUE(waitForReport([](const auto& report) { return report.tasksEnded == 1; }));
-  const Load second(client, server_.url("/b"));
+  const Load second(client(), url("/b"));
   ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 1; }));
   EXPECT_EQ(reports_.back().tasksEnded, 0U);
 }
 
 TEST_F(KivRESTServiceMetricsTest, CancelledTasksAreNotReportedAnyMore) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).stallAt(400));
-  KivRESTService client;
-  collectReports(client);
-  const Load load(client, server_.url("/a"));
+  collectReports();
+  const Load load(client(), url());
   ASSERT_TRUE(waitForReport([](const auto& report) { return report.bytesReceived == 400; }));
-  client.cancelAllTasks();
+  client().cancelAllTasks();
   const auto count = reports_.size();
   ASSERT_TRUE(server_.waitForNoConnection());
   server_.serve("/b", Response::ok("x"));
-  client.setProgressHandler(nullptr);
-  const Load other(client, server_.url("/b"));
-  ASSERT_TRUE(other.waitForEnd());
+  client().setProgressHandler(nullptr);
+  const Load other = loaded(url("/b"));
   EXPECT_EQ(reports_.size(), count);
 }
 
 TEST_F(KivRESTServiceMetricsTest, AHandlerMayRemoveItself) {
   server_.serve("/a", Response::ok("12345").after(gate_));
-  KivRESTService client;
   int calls = 0;
-  client.setProgressHandler([&](const auto&) {
+  client().setProgressHandler([&](const auto&) {
     ++calls;
-    client.setProgressHandler(nullptr);
+    client().setProgressHandler(nullptr);
   });
-  const Load load(client, server_.url("/a"));
+  const Load load(client(), url());
   ASSERT_TRUE(waitUntil([&] { return calls == 1; }));
   gate_.open();
   ASSERT_TRUE(load.waitForEnd());

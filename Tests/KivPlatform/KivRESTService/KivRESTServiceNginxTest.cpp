@@ -3,39 +3,50 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 #include "Tests/Support/NginxServer.h"
 #include "Tests/Support/OldSecureServer.h"
 #include "Tests/Support/RangeServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-kiv::TransferSettings trusting(const NginxServer& server) {
-  auto settings = kiv::defaultTransferSettings();
-  settings.certificateAuthoritiesPath = server.certificatePath();
-  return settings;
+class KivRESTServiceNginx : public ClientFixture {
+ protected:
+  void trust(const NginxServer& server) {
+    settings_.certificateAuthoritiesPath = server.certificatePath();
+  }
+
+  /// Loads the URL, whose certificate is refused for that reason.
+  void expectRefused(const std::string& url, const std::string& why) {
+    expectRefused(url, url, why);
+  }
+  /// The same where the URL leads to another, which the message names.
+  void expectRefused(const std::string& url, const std::string& named, const std::string& why) {
+    const Load load = loaded(url);
+    EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
+    EXPECT_EQ(load.message(), "Could not load \"" + named + "\": " + why);
+    EXPECT_FALSE(load.hasBody());
+  }
+};
+
+/// A URL that leads to this machine too, under a name for which the certificate does not speak.
+std::string underAnotherName(std::string url) {
+  return url.replace(url.find("127.0.0.1"), 9, "0.0.0.0");
 }
 
-TEST(KivRESTServiceNginx, LoadsFilesOfManySizesOverFewConnections) {
+TEST_F(KivRESTServiceNginx, LoadsFilesOfManySizesOverFewConnections) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   std::vector<std::string> files;
   for (std::size_t number = 0; number < 100; ++number) {
     files.emplace_back(number * number * number, static_cast<char>('a' + number % 26));
     server.addFile(std::to_string(number), files.back());
   }
-  KivRESTService client;
   std::vector<Load> loads;
   for (std::size_t number = 0; number < files.size(); ++number) {
-    loads.emplace_back(client, server.url("/" + std::to_string(number)));
+    loads.emplace_back(client(), server.url("/" + std::to_string(number)));
   }
   for (std::size_t number = 0; number < files.size(); ++number) {
     ASSERT_TRUE(loads[number].waitForEnd());
@@ -46,18 +57,16 @@ TEST(KivRESTServiceNginx, LoadsFilesOfManySizesOverFewConnections) {
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 100);
 }
 
-TEST(KivRESTServiceNginx, StatusesAndRedirectsOfARealServer) {
+TEST_F(KivRESTServiceNginx, StatusesAndRedirectsOfARealServer) {
   NginxServer server(
       "location /moved { return 301 /file; }\n"
       "location /empty { return 204; }\n"
       "location /down { return 503; }\n");
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", "contents");
-  KivRESTService client;
-  const Load moved(client, server.url("/moved"));
-  const Load missing(client, server.url("/missing"));
-  const Load empty(client, server.url("/empty"));
-  const Load down(client, {server.url("/down"), server.url("/file")});
+  const Load moved(client(), server.url("/moved"));
+  const Load missing(client(), server.url("/missing"));
+  const Load empty(client(), server.url("/empty"));
+  const Load down(client(), {server.url("/down"), server.url("/file")});
   ASSERT_TRUE(moved.waitForEnd() && missing.waitForEnd() && empty.waitForEnd() &&
               down.waitForEnd());
   EXPECT_EQ(moved.body(), "contents");
@@ -67,84 +76,67 @@ TEST(KivRESTServiceNginx, StatusesAndRedirectsOfARealServer) {
   EXPECT_EQ(down.body(), "contents");
 }
 
-TEST(KivRESTServiceNginx, LoadsOverHTTPSFromAServerThatItTrusts) {
+TEST_F(KivRESTServiceNginx, LoadsOverHTTPSFromAServerThatItTrusts) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", std::string(1'000'000, 'x'));
-  KivRESTService client(trusting(server));
+  trust(server);
   for (int count = 0; count < 3; ++count) {
-    const Load load(client, server.secureURL("/file"));
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded(server.secureURL("/file"));
     EXPECT_EQ(load.body().size(), 1'000'000u) << load.message();
   }
 }
 
-TEST(KivRESTServiceNginx, ACertificateThatNobodyVouchesForIsRefused) {
+TEST_F(KivRESTServiceNginx, ACertificateThatNobodyVouchesForIsRefused) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", "contents");
-  KivRESTService client;
-  const Load load(client, server.secureURL("/file"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
-  EXPECT_EQ(load.message(), "Could not load \"" + server.secureURL("/file") +
-                                "\": the certificate of \"127.0.0.1\" is signed by itself, and not "
-                                "trusted here.");
-  EXPECT_FALSE(load.hasBody());
+  expectRefused(server.secureURL("/file"),
+                "the certificate of \"127.0.0.1\" is signed by itself, and not trusted here.");
   EXPECT_EQ(server.stopAndTakeLog(), "");
 }
 
-TEST(KivRESTServiceNginx, ACertificateThatHasExpiredIsRefused) {
+TEST_F(KivRESTServiceNginx, ACertificateThatHasExpiredIsRefused) {
   NginxServer server({}, SelfSignedCertificate::Validity::expired);
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", "contents");
-  KivRESTService client(trusting(server));
-  const Load load(client, server.secureURL("/file"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
-  EXPECT_EQ(load.message(), "Could not load \"" + server.secureURL("/file") +
-                                "\": the certificate of \"127.0.0.1\" has expired.");
+  trust(server);
+  expectRefused(server.secureURL("/file"), "the certificate of \"127.0.0.1\" has expired.");
   EXPECT_EQ(server.stopAndTakeLog(), "");
 }
 
-TEST(KivRESTServiceNginx, HTTP2IsSpokenWhereTheHostWantsIt) {
+TEST_F(KivRESTServiceNginx, HTTP2IsSpokenWhereTheHostWantsIt) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", std::string(100'000, 'x'));
-  auto settings = trusting(server);
-  settings.http2 = true;
+  trust(server);
+  settings_.http2 = true;
   {
-    KivRESTService client(settings);
-    const Load load(client, server.secureURL("/file"));
-    const Load plain(client, server.url("/file"));
-    const Load missing(client, server.secureURL("/missing"));
+    const Load load(client(), server.secureURL("/file"));
+    const Load plain(client(), server.url("/file"));
+    const Load missing(client(), server.secureURL("/missing"));
     ASSERT_TRUE(load.waitForEnd() && plain.waitForEnd() && missing.waitForEnd());
     EXPECT_EQ(load.body().size(), 100'000U) << load.message();
     EXPECT_EQ(plain.body().size(), 100'000U) << plain.message();
     EXPECT_EQ(missing.status(), 404) << missing.message();
   }
+  endClient();
   const auto log = server.stopAndTakeLog();
   EXPECT_NE(log.find("GET /file 200 HTTP/2.0"), std::string::npos) << log;
   EXPECT_NE(log.find("GET /file 200 HTTP/1.1"), std::string::npos) << log;
 }
 
-TEST(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
+TEST_F(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
   NginxServer server("location /moved { rewrite ^/moved/(.*)$ /$1 redirect; }");
-  ASSERT_TRUE(server.isRunning());
   std::vector<std::string> files;
   for (std::size_t number = 0; number < 60; ++number) {
     files.emplace_back(number * number * 100, static_cast<char>('a' + number % 26));
     server.addFile(std::to_string(number), files.back());
   }
-  auto settings = trusting(server);
-  settings.http2 = true;
-  settings.threads = 1;
-  settings.parallelTransfers = settings.parallelTransfersPerHost = 20;
-  KivRESTService client(settings);
+  trust(server);
+  settings_.http2 = true;
+  settings_.threads = 1;
+  settings_.parallelTransfers = settings_.parallelTransfersPerHost = 20;
   std::vector<Load> loads;
   for (std::size_t number = 0; number < files.size(); ++number) {
     const std::string path = (number % 2 == 0 ? "/moved/" : "/") + std::to_string(number);
-    loads.emplace_back(client, server.secureURL(path));
+    loads.emplace_back(client(), server.secureURL(path));
   }
   for (std::size_t number = 0; number < files.size(); ++number) {
     ASSERT_TRUE(loads[number].waitForEnd());
@@ -155,111 +147,72 @@ TEST(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
   EXPECT_NE(server.stopAndTakeLog().find(" 200 HTTP/2.0"), std::string::npos);
 }
 
-TEST(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
+TEST_F(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", "contents");
-  {
-    KivRESTService client(trusting(server));
-    const Load load(client, server.secureURL("/file"));
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "contents");
-  }
+  trust(server);
+  EXPECT_EQ(loaded(server.secureURL("/file")).body(), "contents");
+  endClient();
   EXPECT_EQ(server.stopAndTakeLog().find("HTTP/2"), std::string::npos);
 }
 
-TEST(KivRESTServiceNginx, ARealServerGivesTheRestOfAFile) {
+TEST_F(KivRESTServiceNginx, ARealServerGivesTheRestOfAFile) {
   NginxServer server("location /slow { alias root/file; limit_rate 1; limit_rate_after 600k; }");
-  ASSERT_TRUE(server.isRunning());
   const std::string body = patternedBytes(1'000'000);
   server.addFile("file", body);
-  const TemporaryDirectory directory;
-  auto settings = kiv::defaultTransferSettings();
-  settings.spoolDirectory = directory.path("spool");
-  settings.largestBodyInMemory = 1000;
-  settings.stallTimeout = std::chrono::seconds(1);
-  settings.stallSpeed = 100'000;
-  settings.triesInAll = 1;
-  const std::string url = server.url("/slow");
-  {
-    KivRESTService client(settings);
-    const Load load(client, url);
-    ASSERT_TRUE(load.waitForEnd());
-    ASSERT_EQ(load.errorCode(), codeOf(Code::timedOut));
-  }
-  settings.triesInAll = 10;
-  KivRESTService client(settings);
-  const Load load(client, url);
-  ASSERT_TRUE(load.waitForEnd());
+  spool();
+  settings_.stallTimeout = std::chrono::seconds(1);
+  settings_.stallSpeed = 100'000;
+  settings_.triesInAll = 1;
+  ASSERT_EQ(loaded(server.url("/slow")).errorCode(), codeOf(Code::timedOut));
+  endClient();
+  settings_.triesInAll = 10;
+  const Load load = loaded(server.url("/slow"));
   EXPECT_TRUE(load.body() == body) << load.message();
   EXPECT_GE(load.task()->metrics().resumedBytes, 600'000);
 }
 
-TEST(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {
+TEST_F(KivRESTServiceNginx, ACertificateOfAnotherHostIsRefused) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", "contents");
-  KivRESTService client(trusting(server));
-  // Leads to this machine too, under a name for which the certificate does not speak.
-  auto url = server.secureURL("/file");
-  url.replace(url.find("127.0.0.1"), 9, "0.0.0.0");
-  const Load load(client, url);
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
-  EXPECT_EQ(load.message(),
-            "Could not load \"" + url + "\": the server's certificate is not for \"0.0.0.0\".");
+  trust(server);
+  expectRefused(underAnotherName(server.secureURL("/file")),
+                "the server's certificate is not for \"0.0.0.0\".");
 }
 
-TEST(KivRESTServiceNginx, TheCertificateOfTheHostToWhichARedirectLeadsIsNamed) {
+TEST_F(KivRESTServiceNginx, TheCertificateOfTheHostToWhichARedirectLeadsIsNamed) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
-  LoopbackServer plain;
-  auto target = server.secureURL("/file");
-  target.replace(target.find("127.0.0.1"), 9, "0.0.0.0");
-  plain.serve("/a", Response::redirect(302, target));
-  KivRESTService client(trusting(server));
-  const Load load(client, plain.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.message(),
-            "Could not load \"" + target + "\": the server's certificate is not for \"0.0.0.0\".");
+  const auto target = underAnotherName(server.secureURL("/file"));
+  server_.serve("/a", Response::redirect(302, target));
+  trust(server);
+  expectRefused(url(), target, "the server's certificate is not for \"0.0.0.0\".");
 }
 
-TEST(KivRESTServiceNginx, TheCertificateOfAProxyIsNotTakenForTheServers) {
+TEST_F(KivRESTServiceNginx, TheCertificateOfAProxyIsNotTakenForTheServers) {
   NginxServer proxy;
-  ASSERT_TRUE(proxy.isRunning());
-  auto settings = kiv::defaultTransferSettings();
-  settings.proxy = proxy.secureURL();
-  KivRESTService client(settings);
-  const Load load(client, "http://ads.invalid/a");
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.message(),
-            "Could not load \"http://ads.invalid/a\": the certificate of the proxy is signed by "
-            "itself, and not trusted here.");
+  settings_.proxy = proxy.secureURL();
+  expectRefused("http://ads.invalid/a",
+                "the certificate of the proxy is signed by itself, and not trusted here.");
 }
 
 /// A handle that has met a bad certificate serves the next transfer, which fails for another
 /// reason.
-TEST(KivRESTServiceNginx, TheNextErrorSaysNothingOfTheCertificate) {
+TEST_F(KivRESTServiceNginx, TheNextErrorSaysNothingOfTheCertificate) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   const RefusingServer refusing;
-  KivRESTService client;
-  const Load first(client, server.secureURL("/file"));
-  ASSERT_TRUE(first.waitForEnd());
-  const Load second(client, refusing.url("/a"));
-  ASSERT_TRUE(second.waitForEnd());
+  const Load first = loaded(server.secureURL("/file"));
+  const Load second = loaded(refusing.url("/a"));
   EXPECT_EQ(second.message(),
             "Could not load \"" + refusing.url("/a") + "\": the server could not be reached.");
 }
 
 /// What comes over https must tell its length: whether TLS ended in order is not known here.
-class BodiesWithoutLengthOverHTTPS : public testing::TestWithParam<bool> {
+class BodiesWithoutLengthOverHTTPS : public KivRESTServiceNginx,
+                                     public testing::WithParamInterface<bool> {
  protected:
-  static void expectRefused(const std::string& url, kiv::TransferSettings settings) {
-    settings.takesBodiesWithoutLength = GetParam();
-    KivRESTService client(settings);
-    const Load load(client, url);
-    ASSERT_TRUE(load.waitForEnd());
+  void expectRefused(const std::string& url) {
+    settings_.takesBodiesWithoutLength = GetParam();
+    const Load load = loaded(url);
     EXPECT_EQ(load.errorCode(), codeOf(Code::malformedResponse)) << load.message();
     EXPECT_FALSE(load.hasBody());
     EXPECT_NE(load.message().find("over https"), std::string::npos) << load.message();
@@ -269,9 +222,8 @@ class BodiesWithoutLengthOverHTTPS : public testing::TestWithParam<bool> {
 TEST_P(BodiesWithoutLengthOverHTTPS, AreRefusedOverHTTP10) {
   const OldSecureServer server;
   server.addFile("file", std::string(1000, 'x'));
-  auto settings = kiv::defaultTransferSettings();
-  settings.certificateAuthoritiesPath = server.certificatePath();
-  expectRefused(server.url("/file"), settings);
+  settings_.certificateAuthoritiesPath = server.certificatePath();
+  expectRefused(server.url("/file"));
 }
 
 TEST_P(BodiesWithoutLengthOverHTTPS, AreRefusedOverHTTP11) {
@@ -279,47 +231,38 @@ TEST_P(BodiesWithoutLengthOverHTTPS, AreRefusedOverHTTP11) {
   old.serve("/file", Response::ok("12345").withoutLength().http10());
   NginxServer server("location / { proxy_pass " + old.url() +
                      "; chunked_transfer_encoding off; keepalive_timeout 0; }");
-  ASSERT_TRUE(server.isRunning());
-  expectRefused(server.secureURL("/file"), trusting(server));
+  trust(server);
+  expectRefused(server.secureURL("/file"));
 }
 
 INSTANTIATE_TEST_SUITE_P(WhateverTheSetting, BodiesWithoutLengthOverHTTPS, testing::Bool());
 
-TEST(KivRESTServiceNginx, ARedirectFromHTTPToHTTPSIsFollowed) {
+TEST_F(KivRESTServiceNginx, ARedirectFromHTTPToHTTPSIsFollowed) {
   NginxServer server;
-  ASSERT_TRUE(server.isRunning());
   server.addFile("file", "contents");
-  LoopbackServer plain;
-  plain.serve("/a", Response::redirect(302, server.secureURL("/file")));
-  KivRESTService client(trusting(server));
-  const Load load(client, plain.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  server_.serve("/a", Response::redirect(302, server.secureURL("/file")));
+  trust(server);
+  const Load load = loaded(server_.url("/a"));
   EXPECT_EQ(load.body(), "contents") << load.message();
 }
 
-TEST(KivRESTServiceNginx, ARedirectFromHTTPSToHTTPIsRefused) {
-  LoopbackServer plain;
-  plain.serve("/file", Response::ok("contents"));
-  NginxServer server("location /a { return 302 " + plain.url("/file") + "; }");
-  ASSERT_TRUE(server.isRunning());
-  KivRESTService client(trusting(server));
-  const Load load(client, server.secureURL("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+TEST_F(KivRESTServiceNginx, ARedirectFromHTTPSToHTTPIsRefused) {
+  server_.serve("/file", Response::ok("contents"));
+  NginxServer server("location /a { return 302 " + server_.url("/file") + "; }");
+  trust(server);
+  const Load load = loaded(server.secureURL("/a"));
   EXPECT_EQ(load.errorCode(), codeOf(Code::refusedRedirect)) << load.message();
-  EXPECT_TRUE(plain.requests().empty());
+  EXPECT_TRUE(server_.requests().empty());
 }
 
-TEST(KivRESTServiceNginx, ARedirectOverHTTPSBackToHTTPIsRefusedInAChainToo) {
-  LoopbackServer plain;
-  plain.serve("/file", Response::ok("contents"));
-  NginxServer server("location /a { return 302 " + plain.url("/file") + "; }");
-  ASSERT_TRUE(server.isRunning());
-  plain.serve("/start", Response::redirect(302, server.secureURL("/a")));
-  KivRESTService client(trusting(server));
-  const Load load(client, plain.url("/start"));
-  ASSERT_TRUE(load.waitForEnd());
+TEST_F(KivRESTServiceNginx, ARedirectOverHTTPSBackToHTTPIsRefusedInAChainToo) {
+  server_.serve("/file", Response::ok("contents"));
+  NginxServer server("location /a { return 302 " + server_.url("/file") + "; }");
+  server_.serve("/start", Response::redirect(302, server.secureURL("/a")));
+  trust(server);
+  const Load load = loaded(server_.url("/start"));
   EXPECT_EQ(load.errorCode(), codeOf(Code::refusedRedirect)) << load.message();
-  EXPECT_TRUE(plain.requests("/file").empty());
+  EXPECT_TRUE(server_.requests("/file").empty());
 }
 
 }  // namespace

@@ -6,12 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 #include "Tests/Support/FakeHostName.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/LoopbackServerSockets.h"
 
 namespace {
 
@@ -27,78 +23,54 @@ int triesOf(const std::vector<Load>& loads) {
 
 // --- Servers that swallow connections ------------------------------------------------------------
 
-class KivRESTServiceSwallowed : public testing::Test {
+class KivRESTServiceSwallowed : public ClientFixture {
  protected:
   KivRESTServiceSwallowed() {
     settings_.threads = 1;
     settings_.connectTimeout = std::chrono::milliseconds(300);
   }
 
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  UnreachableServer server_;
+  /// Each ends with a time-out of the swallowing server itself.
+  void expectTimeOuts(const std::vector<Load>& loads) const {
+    expectErrors(loads, Code::timedOut);
+    for (const auto& load : loads)
+      EXPECT_NE(load.message().find(swallowed()), std::string::npos) << load.message();
+  }
+  [[nodiscard]] std::string swallowed() const { return unreachable_.url("/a"); }
+
+  const UnreachableServer unreachable_;
 };
 
 TEST_F(KivRESTServiceSwallowed, OneProbeDecidesForManyFiles) {
-  KivRESTService client(settings_);
-  const auto loads = makeLoads(client, server_.url("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
-    EXPECT_NE(load.message().find(server_.url("/a")), std::string::npos) << load.message();
-    EXPECT_EQ(load.completions(), 1);
-  }
+  const auto loads = makeLoads(client(), swallowed(), 18);
+  expectTimeOuts(loads);
   EXPECT_EQ(triesOf(loads), 6 + 1) << "six that did not know, and the probe";
 }
 
 TEST_F(KivRESTServiceSwallowed, OneFileAloneIsTriedTwice) {
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(swallowed());
   EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
   EXPECT_EQ(load.task()->metrics().tries, 2);
 }
 
 TEST_F(KivRESTServiceSwallowed, TheMirrorIsAskedForTheOthersAtOnce) {
-  LoopbackServer mirror;
-  mirror.serve("/a", Response::ok("of the mirror"));
-  KivRESTService client(settings_);
-  std::vector<Load> loads;
-  for (int number = 0; number < 18; ++number) {
-    const std::string query = "?" + std::to_string(number);
-    loads.emplace_back(client, std::vector{server_.url("/a") + query, mirror.url("/a") + query});
-  }
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "of the mirror") << load.message();
-  }
+  mirror_.serve("/a", Response::ok("of the mirror"));
+  const auto loads = makeLoads(client(), {swallowed(), mirror_.url("/a")}, 18);
+  expectBodies(loads, "of the mirror");
   EXPECT_EQ(triesOf(loads), 6 + 18);
 }
 
 TEST_F(KivRESTServiceSwallowed, WhereTheMirrorDoesSoTooEachIsProbedOnce) {
   const UnreachableServer mirror;
-  KivRESTService client(settings_);
-  std::vector<Load> loads;
-  for (int number = 0; number < 18; ++number) {
-    const std::string query = "?" + std::to_string(number);
-    loads.emplace_back(client, std::vector{server_.url("/a") + query, mirror.url("/a") + query});
-  }
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
-    EXPECT_NE(load.message().find(server_.url("/a")), std::string::npos) << load.message();
-  }
+  const auto loads = makeLoads(client(), {swallowed(), mirror.url("/a")}, 18);
+  expectTimeOuts(loads);
   EXPECT_EQ(triesOf(loads), 6 + 6 + 1 + 1);
 }
 
 TEST_F(KivRESTServiceSwallowed, FilesThatComeLaterWaitForOneProbe) {
-  KivRESTService client(settings_);
-  const Load first(client, server_.url("/a"));
-  ASSERT_TRUE(first.waitForEnd());
-  const auto loads = makeLoads(client, server_.url("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut)) << load.message();
-  }
+  ASSERT_TRUE(loaded(swallowed()).hasEnded());
+  const auto loads = makeLoads(client(), swallowed(), 18);
+  expectTimeOuts(loads);
   EXPECT_EQ(triesOf(loads), 1);
 }
 
@@ -107,20 +79,16 @@ TEST_F(KivRESTServiceSwallowed, AnotherServersFilesComeMeanwhile) {
   other.serve("/a", Response::ok("other"));
   settings_.connectTimeout = std::chrono::hours(1);
   settings_.parallelTransfersPerHost = 3;
-  KivRESTService client(settings_);
-  const auto swallowed = makeLoads(client, server_.url("/a"), 18);
-  const auto loads = makeLoads(client, other.url("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "other") << load.message();
-  }
-  client.cancelAllTasks();
+  const auto waiting = makeLoads(client(), swallowed(), 18);
+  const auto loads = makeLoads(client(), other.url("/a"), 18);
+  expectBodies(loads, "other");
+  client().cancelAllTasks();
 }
 
 // --- Probes --------------------------------------------------------------------------------------
 
 /// A server whose name could not be resolved, so that the next try is a probe.
-class KivRESTServiceProbe : public testing::Test {
+class KivRESTServiceProbe : public ClientFixture {
  protected:
   KivRESTServiceProbe() {
     settings_.threads = 1;
@@ -129,11 +97,11 @@ class KivRESTServiceProbe : public testing::Test {
     mirror_.serve("/a", Response::ok("of the mirror"));
   }
 
-  void findUnreachable(KivRESTService& client) {
-    const Load load(client, named("/a"));
-    ASSERT_TRUE(load.waitForEnd());
-    ASSERT_EQ(load.errorCode(), codeOf(Code::cannotResolveHost));
+  /// Has the client find out that the server is unreachable; what its name comes to from then on.
+  void findUnreachable(Answer next) {
+    ASSERT_EQ(loaded(named("/a")).errorCode(), codeOf(Code::cannotResolveHost));
     ASSERT_EQ(name_.lookUps(), 1U);
+    name_.setAnswer(next);
   }
 
   [[nodiscard]] std::string named(const std::string& path) const {
@@ -143,17 +111,12 @@ class KivRESTServiceProbe : public testing::Test {
     return waitUntil([&] { return name_.lookUps() >= count; });
   }
 
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
-  LoopbackServer mirror_;
   FakeHostName name_{Answer::serverFails};
 };
 
 TEST_F(KivRESTServiceProbe, WhenItSucceedsAllGoOn) {
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::silence);
-  const auto loads = makeLoads(client, named("/a"), 18);
+  findUnreachable(Answer::silence);
+  const auto loads = makeLoads(client(), named("/a"), 18);
   ASSERT_TRUE(waitForLookUps(2));
   name_.setAnswer(Answer::loopback);
   for (const auto& load : loads) {
@@ -165,12 +128,10 @@ TEST_F(KivRESTServiceProbe, WhenItSucceedsAllGoOn) {
 }
 
 TEST_F(KivRESTServiceProbe, WhenItFailsAllFailWithTheirOwnURLs) {
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::silence);
+  findUnreachable(Answer::silence);
   std::vector<Load> loads;
   for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f", "/g", "/h"})
-    loads.emplace_back(client, named(path));
+    loads.emplace_back(client(), named(path));
   ASSERT_TRUE(waitForLookUps(2));
   name_.setAnswer(Answer::noSuchName);
   char letter = 'a';
@@ -186,17 +147,14 @@ TEST_F(KivRESTServiceProbe, WhenItFailsAllFailWithTheirOwnURLs) {
 
 TEST_F(KivRESTServiceProbe, FilesThatHaveAMirrorDoNotWait) {
   mirror_.serve("/missing", Response::status(404));
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::silence);
+  findUnreachable(Answer::silence);
   // Neither of them has another server left, once the mirror has answered.
-  const Load probe(client, {named("/missing?1"), mirror_.url("/missing?1")});
-  const Load waiting(client, {named("/missing?2"), mirror_.url("/missing?2")});
+  const Load probe(client(), {named("/missing?1"), mirror_.url("/missing?1")});
+  const Load waiting(client(), {named("/missing?2"), mirror_.url("/missing?2")});
   ASSERT_TRUE(waitForLookUps(2) && mirror_.waitForRequests("/missing", 2));
   for (int number = 0; number < 18; ++number) {
     const std::string query = "?" + std::to_string(number);
-    const Load load(client, {named("/a") + query, mirror_.url("/a") + query});
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded({named("/a") + query, mirror_.url("/a") + query});
     EXPECT_EQ(load.body(), "of the mirror") << load.message();
   }
   EXPECT_FALSE(probe.hasEnded() || waiting.hasEnded());
@@ -210,15 +168,10 @@ TEST_F(KivRESTServiceProbe, FilesThatHaveAMirrorDoNotWait) {
 TEST_F(KivRESTServiceProbe, OthersDoNotWaitForTheEndOfItsFile) {
   const Gate gate;
   server_.serve("/large", Response::ok(std::string(100'000, 'x')).gateAt(10, gate));
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::loopback);
-  const Load large(client, named("/large"));
-  const auto loads = makeLoads(client, named("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "body") << load.message();
-  }
+  findUnreachable(Answer::loopback);
+  const Load large(client(), named("/large"));
+  const auto loads = makeLoads(client(), named("/a"), 18);
+  expectBodies(loads, "body");
   EXPECT_FALSE(large.hasEnded());
   gate.open();
   ASSERT_TRUE(large.waitForEnd());
@@ -229,15 +182,10 @@ TEST_F(KivRESTServiceProbe, NorForTheServerToWhichItIsRedirected) {
   const Gate gate;
   mirror_.serve("/slow", Response::ok("elsewhere").after(gate));
   server_.serve("/moved", Response::redirect(302, mirror_.url("/slow")));
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::loopback);
-  const Load moved(client, named("/moved"));
-  const auto loads = makeLoads(client, named("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "body") << load.message();
-  }
+  findUnreachable(Answer::loopback);
+  const Load moved(client(), named("/moved"));
+  const auto loads = makeLoads(client(), named("/a"), 18);
+  expectBodies(loads, "body");
   EXPECT_FALSE(moved.hasEnded());
   gate.open();
   ASSERT_TRUE(moved.waitForEnd());
@@ -245,62 +193,44 @@ TEST_F(KivRESTServiceProbe, NorForTheServerToWhichItIsRedirected) {
 }
 
 TEST_F(KivRESTServiceProbe, AnErrorPageTellsThatTheServerIsBack) {
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::loopback);
-  const Load missing(client, named("/missing"));
-  const auto loads = makeLoads(client, named("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "body") << load.message();
-  }
+  findUnreachable(Answer::loopback);
+  const Load missing(client(), named("/missing"));
+  const auto loads = makeLoads(client(), named("/a"), 18);
+  expectBodies(loads, "body");
   ASSERT_TRUE(missing.waitForEnd());
   EXPECT_EQ(missing.status(), 404);
 }
 
 TEST_F(KivRESTServiceProbe, WhenItIsCancelledTheNextOneProbes) {
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::silence);
-  const auto cancelled = makeLoads(client, named("/a"), 8);
+  findUnreachable(Answer::silence);
+  const auto cancelled = makeLoads(client(), named("/a"), 8);
   ASSERT_TRUE(waitForLookUps(2));
   for (const auto& load : cancelled)
     load.task()->setCompletionHandler(nullptr);
-  client.cancelAllTasks();
-  const auto loads = makeLoads(client, named("/a"), 8);
+  client().cancelAllTasks();
+  const auto loads = makeLoads(client(), named("/a"), 8);
   ASSERT_TRUE(waitForLookUps(3));
   name_.setAnswer(Answer::loopback);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), "body") << load.message();
-  }
+  expectBodies(loads, "body");
   for (const auto& load : cancelled)
     EXPECT_EQ(load.completions(), 0);
 }
 
 TEST_F(KivRESTServiceProbe, ItIsTheOnlyOneOfAllThreads) {
   settings_.threads = 4;
-  KivRESTService client(settings_);
-  findUnreachable(client);
-  name_.setAnswer(Answer::silence);
-  const auto loads = makeLoads(client, named("/a"), 18);
+  findUnreachable(Answer::silence);
+  const auto loads = makeLoads(client(), named("/a"), 18);
   ASSERT_TRUE(waitForLookUps(2));
   name_.setAnswer(Answer::noSuchName);
-  for (const auto& load : loads)
-    ASSERT_TRUE(load.waitForEnd());
+  ASSERT_TRUE(waitForEnd(loads));
   EXPECT_EQ(triesOf(loads), 1);
   EXPECT_EQ(name_.lookUps(), 2U);
 }
 
 TEST_F(KivRESTServiceProbe, AServerThatRefusesIsProbedForEachOfTheTries) {
   const RefusingServer refusing;
-  KivRESTService client(settings_);
-  const auto loads = makeLoads(client, refusing.url("/a"), 18);
-  for (const auto& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.errorCode(), codeOf(Code::cannotConnect)) << load.message();
-    EXPECT_EQ(load.completions(), 1);
-  }
+  const auto loads = makeLoads(client(), refusing.url("/a"), 18);
+  expectErrors(loads, Code::cannotConnect);
   EXPECT_LT(triesOf(loads), 18);
 }
 
@@ -309,17 +239,15 @@ TEST_F(KivRESTServiceProbe, AServerThatSendsToOneIsNotUnreachableForFailingAnoth
   server_.serve("/large", Response::ok(std::string(100'000, 'x')).gateAt(10, gate));
   name_.setAnswer(Answer::loopback);
   settings_.threads = 2;  // each looks names up for itself
-  KivRESTService client(settings_);
-  client.setProgressHandler([](const KivRESTServiceProgress&) {});
-  const Load large(client, named("/large"));
+  client().setProgressHandler([](const KivRESTServiceProgress&) {});
+  const Load large(client(), named("/large"));
   ASSERT_TRUE(waitUntil([&] {
     const auto& progress = large.task()->progress();
     return progress.bytesReceived > 0;
   }));
   name_.setAnswer(Answer::serverFails);
   for (const std::string query : {"?1", "?2"}) {
-    const Load load(client, {named("/a") + query, mirror_.url("/a") + query});
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded({named("/a") + query, mirror_.url("/a") + query});
     EXPECT_EQ(load.body(), "of the mirror") << load.message();
     EXPECT_EQ(load.task()->metrics().tries, 2);
   }

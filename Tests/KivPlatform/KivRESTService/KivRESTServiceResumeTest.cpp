@@ -8,15 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/LoopbackServerSockets.h"
 #include "Tests/Support/NginxServer.h"
 #include "Tests/Support/RangeServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
@@ -24,12 +19,9 @@ using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 using Ranges = std::vector<std::string>;
 
-class KivRESTServiceResume : public testing::Test {
+class KivRESTServiceResume : public ClientFixture {
  protected:
-  KivRESTServiceResume() {
-    settings_.spoolDirectory = directory_.path("spool");
-    settings_.largestBodyInMemory = 1000;
-  }
+  KivRESTServiceResume() { spool(); }
 
   /// Serves the file of that version, and cuts the first bodies off after so many bytes of them.
   void serve(std::vector<std::size_t> cuts, const std::string& tag = "\"a\"") {
@@ -41,8 +33,6 @@ class KivRESTServiceResume : public testing::Test {
       return response;
     });
   }
-
-  [[nodiscard]] std::string url() const { return server_.url("/a"); }
 
   /// What the requests so far asked for, "" standing for the whole.
   [[nodiscard]] Ranges ranges() const {
@@ -65,12 +55,11 @@ class KivRESTServiceResume : public testing::Test {
   /// A try that leaves a part of that many bytes behind.
   void leavePart(std::size_t size, const std::string& tag = "\"a\"") {
     server_.serve("/a", Response::ok(body_).header("ETag", tag).closeAt(size));
-    auto settings = settings_;
-    settings.triesPerServer = settings.triesInAll = 1;
-    KivRESTService client(settings);
-    const Load load(client, url());
-    ASSERT_TRUE(load.waitForEnd());
-    ASSERT_EQ(load.errorCode(), codeOf(Code::connectionLost));
+    const auto settings = settings_;
+    settings_.triesPerServer = settings_.triesInAll = 1;
+    ASSERT_EQ(loaded().errorCode(), codeOf(Code::connectionLost));
+    endClient();
+    settings_ = settings;
     ASSERT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
     former_ = server_.requests("/a").size();
   }
@@ -87,18 +76,13 @@ class KivRESTServiceResume : public testing::Test {
     EXPECT_TRUE(load.body() == body) << load.body().size() << " bytes";
   }
 
-  TemporaryDirectory directory_;
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
   const std::string body_ = patternedBytes(100'000);
   std::size_t former_ = 0;
 };
 
 TEST_F(KivRESTServiceResume, ABodyThatBreaksIsGoneOnWith) {
   serve({60'000});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, body_);
   EXPECT_EQ(ranges(), (Ranges{"", "bytes=60000-"}));
   EXPECT_EQ(server_.requests("/a").back().header("If-Range"), "\"a\"");
@@ -109,10 +93,8 @@ TEST_F(KivRESTServiceResume, ABodyThatBreaksIsGoneOnWith) {
 TEST_F(KivRESTServiceResume, WhatComesAfterItAsksForTheWhole) {
   serve({60'000});
   server_.serve("/b", Response::ok("b"));
-  KivRESTService client(settings_);
-  ASSERT_TRUE(Load(client, url()).waitForEnd());
-  const Load next(client, server_.url("/b"));
-  ASSERT_TRUE(next.waitForEnd());
+  ASSERT_TRUE(loaded().hasEnded());
+  const Load next = loaded(url("/b"));
   expectWhole(next, "b");
   const auto requests = server_.requests("/b");
   ASSERT_EQ(requests.size(), 1U);
@@ -122,19 +104,14 @@ TEST_F(KivRESTServiceResume, WhatComesAfterItAsksForTheWhole) {
 
 TEST_F(KivRESTServiceResume, EachTryAddsToWhatIsThere) {
   serve({10'000, 10'000, 10'000, 10'000, 10'000});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  expectWhole(load, body_);
+  expectWhole(loaded(), body_);
   EXPECT_EQ(ranges(), (Ranges{"", "bytes=10000-", "bytes=20000-", "bytes=30000-", "bytes=40000-",
                               "bytes=50000-"}));
 }
 
 TEST_F(KivRESTServiceResume, TenTriesAreTheEnd) {
   serve(std::vector<std::size_t>(50, 5'000));
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   EXPECT_EQ(load.errorCode(), codeOf(Code::connectionLost));
   EXPECT_FALSE(load.hasBody());
   EXPECT_EQ(ranges().size(), 10U);
@@ -142,10 +119,7 @@ TEST_F(KivRESTServiceResume, TenTriesAreTheEnd) {
 
 TEST_F(KivRESTServiceResume, TriesWithoutProgressAreSpent) {
   serve({10'000, 0, 0, 0, 0});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::connectionLost));
+  EXPECT_EQ(loaded().errorCode(), codeOf(Code::connectionLost));
   EXPECT_EQ(ranges(), (Ranges{"", "bytes=10000-", "", ""}));
 }
 
@@ -154,9 +128,7 @@ TEST_F(KivRESTServiceResume, AnotherVersionStartsOver) {
   const std::string other = patternedBytes(90'000, 77);
   server_.serve("/a",
                 [&](const Request& request) { return rangeResponse(request, other, "\"b\""); });
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, other);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
   EXPECT_EQ(load.task()->metrics().resumedBytes, 0);
@@ -167,21 +139,14 @@ class DeniedRanges : public KivRESTServiceResume, public testing::WithParamInter
  protected:
   static Response denial(const std::string& other) {
     const std::string sort = GetParam();
+    auto rest = Response::status(206, other.substr(sort == "OtherPlace" ? 50'000 : 60'000));
+    const auto ranged = [&](const char* range) { return rest.header("Content-Range", range); };
     if (sort == "NotSatisfiable") return Response::status(416);
-    const std::string rest = other.substr(60'000);
-    if (sort == "OtherTag")
-      return Response::status(206, rest)
-          .header("Content-Range", "bytes 60000-99999/100000")
-          .header("ETag", "\"b\"");
-    if (sort == "OtherPlace")
-      return Response::status(206, other.substr(50'000))
-          .header("Content-Range", "bytes 50000-99999/100000");
-    if (sort == "OtherLength")
-      return Response::status(206, rest).header("Content-Range", "bytes 60000-99999/100001");
-    if (sort == "UnknownLength")
-      return Response::status(206, rest).header("Content-Range", "bytes 60000-99999/*");
-    if (sort == "NoPlace") return Response::status(206, rest);
-    return Response::status(206, rest).header("Content-Range", "nonsense");
+    if (sort == "OtherTag") return ranged("bytes 60000-99999/100000").header("ETag", "\"b\"");
+    if (sort == "OtherPlace") return ranged("bytes 50000-99999/100000");
+    if (sort == "OtherLength") return ranged("bytes 60000-99999/100001");
+    if (sort == "UnknownLength") return ranged("bytes 60000-99999/*");
+    return sort == "NoPlace" ? rest : ranged("nonsense");
   }
 };
 
@@ -191,11 +156,8 @@ TEST_P(DeniedRanges, StartOver) {
   server_.serve("/a", [&](const Request& request) {
     return request.header("Range") ? denial(other) : rangeResponse(request, other, "\"b\"");
   });
-  auto settings = settings_;
-  settings.triesPerServer = 1;
-  KivRESTService client(settings);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  settings_.triesPerServer = 1;
+  const Load load = loaded();
   expectWhole(load, other);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
   EXPECT_EQ(load.task()->metrics().failedTries.size(), 1U);
@@ -209,30 +171,21 @@ INSTANTIATE_TEST_SUITE_P(All, DeniedRanges,
 TEST_F(KivRESTServiceResume, AServerThatNeverGivesTheRestOfAFileIsNotAskedForEver) {
   leavePart(60'000);
   server_.serve("/a", Response::status(416));
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.status(), 416);
+  EXPECT_EQ(loaded().status(), 416);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
 }
 
 TEST_F(KivRESTServiceResume, OfABodyThatIsTooLargeNothingIsKept) {
   server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").chunked());
   settings_.largestBody = 50'000;
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.errorCode(), codeOf(Code::bodyTooLarge));
+  EXPECT_EQ(loaded().errorCode(), codeOf(Code::bodyTooLarge));
   EXPECT_EQ(ranges().size(), 1U);
   EXPECT_TRUE(spooled().empty());
 }
 
 TEST_F(KivRESTServiceResume, WithoutAVersionTheBodyStartsOver) {
   server_.serve("/a", {Response::ok(body_).closeAt(60'000), Response::ok(body_)});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  expectWhole(load, body_);
+  expectWhole(loaded(), body_);
   EXPECT_EQ(ranges(), (Ranges{"", ""}));
 }
 
@@ -241,11 +194,8 @@ TEST_F(KivRESTServiceResume, ADateTellsTheVersionToo) {
   server_.serve("/a", [&](const Request& request) {
     return rangeResponse(request, body_, date).header("Last-Modified", date).closeAt(60'000);
   });
-  auto settings = settings_;
-  settings.triesInAll = 2;
-  KivRESTService client(settings);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  settings_.triesInAll = 2;
+  const Load load = loaded();
   EXPECT_EQ(ranges(), (Ranges{"", "bytes=60000-"}));
   EXPECT_EQ(server_.requests("/a").back().header("If-Range"), date);
   expectWhole(load, body_);
@@ -316,9 +266,7 @@ class BrokenRanges : public KivRESTServiceResume, public testing::WithParamInter
 TEST_P(BrokenRanges, AreFollowedByARequestForTheWhole) {
   breakRanges();
   settings_.triesPerServer = 1;
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
   EXPECT_EQ(load.task()->metrics().failedTries.size(), 1U);
@@ -328,16 +276,9 @@ TEST_P(BrokenRanges, AreFollowedByARequestForTheWhole) {
 TEST_P(BrokenRanges, AreFollowedByItInTheNextPassWhereNoTryIsLeft) {
   breakRanges();
   settings_.triesInAll = 1;
-  {
-    KivRESTService client(settings_);
-    const Load load(client, url());
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_FALSE(load.hasBody());
-  }
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  expectWhole(load, body_);
+  EXPECT_FALSE(loaded().hasBody());
+  endClient();
+  expectWhole(loaded(), body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", ""}));
 }
 
@@ -347,28 +288,19 @@ INSTANTIATE_TEST_SUITE_P(All, BrokenRanges, testing::ValuesIn(brokenRanges()),
 TEST_F(KivRESTServiceResume, ARestThatComesInPartIsGoneOnWith) {
   leavePart(60'000);
   serve({1});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  expectWhole(load, body_);
+  expectWhole(loaded(), body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-", "bytes=60001-"}));
 }
 
 TEST_F(KivRESTServiceResume, APartOutlivesAServerThatIsDown) {
   leavePart(60'000);
   server_.serve("/a", Response::status(503));
-  {
-    KivRESTService client(settings_);
-    const Load load(client, url());
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.status(), 503);
-  }
+  EXPECT_EQ(loaded().status(), 503);
+  endClient();
   EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
   former_ = server_.requests("/a").size();
   serve({});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
   EXPECT_EQ(load.task()->metrics().resumedBytes, 60'000);
@@ -379,19 +311,12 @@ class OutOfReach : public KivRESTServiceResume {
  protected:
   void expectThatThePartStays(const std::string& proxy, Code expected) {
     leavePart(60'000);
-    {
-      auto settings = settings_;
-      settings.proxy = proxy;
-      KivRESTService client(settings);
-      const Load load(client, url());
-      ASSERT_TRUE(load.waitForEnd());
-      EXPECT_EQ(load.errorCode(), codeOf(expected)) << load.message();
-    }
+    settings_.proxy = proxy;
+    EXPECT_EQ(loaded().errorCode(), codeOf(expected));
+    endClient();
+    settings_.proxy.reset();
     serve({});
-    KivRESTService client(settings_);
-    const Load load(client, url());
-    ASSERT_TRUE(load.waitForEnd());
-    expectWhole(load, body_);
+    expectWhole(loaded(), body_);
     EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
   }
 };
@@ -407,7 +332,6 @@ TEST_F(OutOfReach, ANameThatIsNotFoundLeavesThePart) {
 
 TEST_F(OutOfReach, AHandshakeThatFailsLeavesThePart) {
   const NginxServer proxy;
-  ASSERT_TRUE(proxy.isRunning());
   expectThatThePartStays(proxy.secureURL(), Code::secureConnectionFailed);
 }
 
@@ -419,10 +343,7 @@ TEST_F(KivRESTServiceResume, OfAPartThatIsWholeTheLastByteIsAskedFor) {
     std::ofstream(item.path(), std::ios::app | std::ios::binary) << body_.substr(60'000);
   }
   serve({});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  expectWhole(load, body_);
+  expectWhole(loaded(), body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=99999-"}));
 }
 
@@ -437,60 +358,50 @@ TEST_F(KivRESTServiceResume, ABodyFromElsewhereIsNotGoneOnWith) {
   server_.serve("/a", [count](const Request&) {
     return Response::redirect(302, (*count)++ == 0 ? "/b" : "/c");
   });
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, other);
 }
 
 TEST_F(KivRESTServiceResume, AMirrorIsAskedForTheWhole) {
-  LoopbackServer mirror;
   server_.serve("/a", [&](const Request& request) {
     return rangeResponse(request, body_, "\"a\"").closeAt(60'000);
   });
   const std::string other = patternedBytes(100'000, 77);
-  mirror.serve("/a",
-               [&](const Request& request) { return rangeResponse(request, other, "\"a\""); });
-  KivRESTService client(settings_);
+  mirror_.serve("/a",
+                [&](const Request& request) { return rangeResponse(request, other, "\"a\""); });
   {
-    const Load load(client, {url(), mirror.url("/a")});
-    ASSERT_TRUE(load.waitForEnd());
-    ASSERT_EQ(mirror.requests("/a").size(), 1U);
-    EXPECT_FALSE(mirror.requests("/a").front().header("Range"));
+    const Load load = loaded(urls());
+    ASSERT_EQ(mirror_.requests("/a").size(), 1U);
+    EXPECT_FALSE(mirror_.requests("/a").front().header("Range"));
     expectWhole(load, other);
-    EXPECT_EQ(load.task()->metrics().server->absoluteString(), mirror.url("/a"));
+    EXPECT_EQ(load.task()->metrics().server->absoluteString(), mirror_.url("/a"));
   }
-  client.cancelAllTasks();
+  client().cancelAllTasks();
 }
 
 TEST_F(KivRESTServiceResume, ACancelledBodyIsGoneOnWithLater) {
   const Gate gate;
   server_.serve("/a", Response::ok(body_).header("ETag", "\"a\"").gateAt(60'000, gate));
   {
-    KivRESTService client(settings_);
-    client.setProgressHandler([](const KivRESTServiceProgress&) {});
-    const Load load(client, url());
+    client().setProgressHandler([](const KivRESTServiceProgress&) {});
+    const Load load(client(), url());
     ASSERT_TRUE(waitUntil([&] { return load.task()->progress().bytesReceived == 60'000; }));
-    client.cancelAllTasks();
+    client().cancelAllTasks();
     EXPECT_FALSE(load.hasEnded());
+    endClient();
   }
   gate.open();
   EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".part"}));
   former_ = 1;
   serve({});
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  expectWhole(load, body_);
+  expectWhole(loaded(), body_);
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
 }
 
 TEST_F(KivRESTServiceResume, NothingStaysOfAFileThatCame) {
   serve({60'000});
-  KivRESTService client(settings_);
   {
-    const Load load(client, url());
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded();
     EXPECT_EQ(spooled(), (std::vector<std::string>{".json", ".lock", ".part"}));
     expectWhole(load, body_);
   }
@@ -499,18 +410,13 @@ TEST_F(KivRESTServiceResume, NothingStaysOfAFileThatCame) {
 
 TEST_F(KivRESTServiceResume, SmallBodiesNeverTouchTheDisk) {
   server_.serve("/a", Response::ok(std::string(1000, 'x')).header("ETag", "\"a\""));
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body().size(), 1000U);
+  EXPECT_EQ(loaded().body().size(), 1000U);
   EXPECT_FALSE(std::filesystem::exists(settings_.spoolDirectory));
 }
 
 TEST_F(KivRESTServiceResume, ABodyOfUnknownLengthMovesToTheDiskWhenItIsLarge) {
   server_.serve("/a", Response::ok(body_).chunked());
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, body_);
   EXPECT_TRUE(load.task()->returnedData()->takeFile());
 }
@@ -519,9 +425,7 @@ TEST_F(KivRESTServiceResume, WithoutASpoolDirectoryLargeBodiesStayInMemory) {
   server_.serve("/a", {Response::ok(body_).header("ETag", "\"a\"").closeAt(60'000),
                        Response::ok(body_).header("ETag", "\"a\"")});
   settings_.spoolDirectory.clear();
-  KivRESTService client(settings_);
-  const Load load(client, url());
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded();
   expectWhole(load, body_);
   EXPECT_EQ(ranges(), (Ranges{"", ""}));
   EXPECT_FALSE(load.task()->returnedData()->takeFile());

@@ -5,26 +5,18 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-class KivRESTServiceRetry : public testing::Test {
+class KivRESTServiceRetry : public ClientFixture {
  protected:
   [[nodiscard]] std::size_t asked(const LoopbackServer& server) const {
     return server.requests("/a").size();
   }
-
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
-  LoopbackServer mirror_;
 };
 
 class StatusesThatMayPass : public KivRESTServiceRetry, public testing::WithParamInterface<int> {};
@@ -32,19 +24,13 @@ class StatusesThatMayPass : public KivRESTServiceRetry, public testing::WithPara
 TEST_P(StatusesThatMayPass, AreTriedAgain) {
   server_.serve(
       "/a", {Response::status(GetParam()), Response::status(GetParam()), Response::ok("at last")});
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body(), "at last");
+  EXPECT_EQ(loaded().body(), "at last");
   EXPECT_EQ(asked(server_), 3U);
 }
 
 TEST_P(StatusesThatMayPass, EndTheTaskWhenTheyStay) {
   server_.serve("/a", Response::status(GetParam()));
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.status(), GetParam());
+  EXPECT_EQ(loaded().status(), GetParam());
   EXPECT_EQ(asked(server_), 3U);
 }
 
@@ -54,10 +40,7 @@ class StatusesThatStay : public KivRESTServiceRetry, public testing::WithParamIn
 
 TEST_P(StatusesThatStay, AreAskedForOnce) {
   server_.serve("/a", Response::status(GetParam()));
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.status(), GetParam());
+  EXPECT_EQ(loaded().status(), GetParam());
   EXPECT_EQ(asked(server_), 1U);
 }
 
@@ -70,39 +53,28 @@ TEST_F(KivRESTServiceRetry, TheMirrorIsAskedBeforeTheServerIsAgain) {
   mirror_.serve("/a", Response::ok("of the mirror"));
   settings_.firstRetryDelay = std::chrono::hours(1);
   settings_.longestRetryDelay = std::chrono::hours(1);
-  KivRESTService client(settings_);
-  const Load load(client, {server_.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body(), "of the mirror");
+  EXPECT_EQ(loaded(urls()).body(), "of the mirror");
   EXPECT_EQ(asked(server_), 1U);
 }
 
 TEST_F(KivRESTServiceRetry, BothServersHaveTheirTries) {
   server_.serve("/a", Response::status(503));
   mirror_.serve("/a", Response::nothing());
-  KivRESTService client(settings_);
-  const Load load(client, {server_.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.status(), 503);
+  EXPECT_EQ(loaded(urls()).status(), 503);
   EXPECT_EQ(asked(server_), 3U);
   EXPECT_EQ(asked(mirror_), 3U);
 }
 
 TEST_F(KivRESTServiceRetry, TheLastStatusOfAServerCounts) {
   server_.serve("/a", {Response::status(503), Response::status(404)});
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.status(), 404);
+  EXPECT_EQ(loaded().status(), 404);
 }
 
 TEST_F(KivRESTServiceRetry, ServersAreAskedAsOftenAsTheSettingsSay) {
   server_.serve("/a", Response::nothing());
   settings_.triesPerServer = 5;
   settings_.triesInAll = 4;
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  ASSERT_TRUE(loaded().hasEnded());
   EXPECT_EQ(asked(server_), 4U);
 }
 
@@ -110,10 +82,7 @@ TEST_F(KivRESTServiceRetry, TriesAreNeverFewerThanOne) {
   server_.serve("/a", Response::ok("body"));
   settings_.triesPerServer = 0;
   settings_.triesInAll = -1;
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body(), "body");
+  EXPECT_EQ(loaded().body(), "body");
 }
 
 TEST_F(KivRESTServiceRetry, ATaskThatWaitsTakesNoPlace) {
@@ -121,24 +90,19 @@ TEST_F(KivRESTServiceRetry, ATaskThatWaitsTakesNoPlace) {
   server_.serve("/b", Response::ok("other"));
   settings_.parallelTransfers = 1;
   settings_.firstRetryDelay = settings_.longestRetryDelay = std::chrono::hours(1);
-  KivRESTService client(settings_);
-  const Load waiting(client, server_.url("/a"));
-  const Load other(client, server_.url("/b"));
-  ASSERT_TRUE(other.waitForEnd());
-  EXPECT_EQ(other.body(), "other");
+  const Load waiting(client(), url());
+  EXPECT_EQ(loaded(url("/b")).body(), "other");
   EXPECT_FALSE(waiting.hasEnded());
-  client.cancelAllTasks();
+  client().cancelAllTasks();
 }
 
 TEST_F(KivRESTServiceRetry, TheServersWishToBeLeftAloneIsObeyed) {
   server_.serve("/a", {Response::status(429).header("Retry-After", "3600"), Response::ok("soon")});
   settings_.longestRetryAfter = std::chrono::hours(2);
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
+  const Load load(client(), url());
   server_.serve("/b", Response::ok("other"));
   ASSERT_TRUE(server_.waitForRequests("/a", 1));
-  const Load other(client, server_.url("/b"));
-  ASSERT_TRUE(other.waitForEnd());
+  ASSERT_TRUE(loaded(url("/b")).hasEnded());
   EXPECT_FALSE(load.hasEnded());
   EXPECT_EQ(asked(server_), 1U);
 }
@@ -146,19 +110,14 @@ TEST_F(KivRESTServiceRetry, TheServersWishToBeLeftAloneIsObeyed) {
 TEST_F(KivRESTServiceRetry, ButNoLongerThanTheBound) {
   server_.serve("/a", {Response::status(503).header("Retry-After", "3600"), Response::ok("soon")});
   settings_.longestRetryAfter = std::chrono::milliseconds(1);
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body(), "soon");
+  EXPECT_EQ(loaded().body(), "soon");
 }
 
 // --- Servers that cannot be reached --------------------------------------------------------------
 
 TEST_F(KivRESTServiceRetry, AServerThatRefusesIsTriedAgain) {
   const RefusingServer refusing;
-  KivRESTService client(settings_);
-  const Load load(client, refusing.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(refusing.url("/a"));
   EXPECT_EQ(load.errorCode(), codeOf(Code::cannotConnect));
   EXPECT_EQ(load.task()->metrics().tries, 3);
 }
@@ -167,12 +126,8 @@ TEST_F(KivRESTServiceRetry, LaterTasksAskTheMirrorFirst) {
   const RefusingServer refusing;
   mirror_.serve("/a", Response::ok("of the mirror"));
   mirror_.serve("/b", Response::ok("again"));
-  KivRESTService client(settings_);
-  const Load first(client, {refusing.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(first.waitForEnd());
-  EXPECT_EQ(first.task()->metrics().tries, 2);
-  const Load second(client, {refusing.url("/b"), mirror_.url("/b")});
-  ASSERT_TRUE(second.waitForEnd());
+  EXPECT_EQ(loaded({refusing.url("/a"), mirror_.url("/a")}).task()->metrics().tries, 2);
+  const Load second = loaded({refusing.url("/b"), mirror_.url("/b")});
   EXPECT_EQ(second.body(), "again");
   EXPECT_EQ(second.task()->metrics().tries, 1);
 }
@@ -182,28 +137,18 @@ TEST_F(KivRESTServiceRetry, AfterThePauseTheMainServerIsProbedAgain) {
   mirror_.serve("/a", Response::ok("of the mirror"));
   mirror_.serve("/b", Response::ok("again"));
   settings_.unreachablePause = std::chrono::milliseconds(0);
-  KivRESTService client(settings_);
-  const Load first(client, {refusing.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(first.waitForEnd());
-  const Load second(client, {refusing.url("/b"), mirror_.url("/b")});
-  ASSERT_TRUE(second.waitForEnd());
-  EXPECT_EQ(second.task()->metrics().tries, 2);
+  ASSERT_TRUE(loaded({refusing.url("/a"), mirror_.url("/a")}).hasEnded());
+  EXPECT_EQ(loaded({refusing.url("/b"), mirror_.url("/b")}).task()->metrics().tries, 2);
 }
 
 TEST_F(KivRESTServiceRetry, TheOutcomeIsTheSameWhereTheMirrorComesFirst) {
   const RefusingServer refusing;
   mirror_.serve("/a", Response::status(404));
-  KivRESTService client(settings_);
-  const Load first(client, {refusing.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(first.waitForEnd());
-  const Load second(client, {refusing.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(second.waitForEnd());
-  EXPECT_EQ(first.status(), 404);
-  EXPECT_EQ(second.status(), 404);
+  EXPECT_EQ(loaded({refusing.url("/a"), mirror_.url("/a")}).status(), 404);
+  EXPECT_EQ(loaded({refusing.url("/a"), mirror_.url("/a")}).status(), 404);
 
   const RefusingServer other;
-  const Load third(client, {refusing.url("/a"), other.url("/a")});
-  ASSERT_TRUE(third.waitForEnd());
+  const Load third = loaded({refusing.url("/a"), other.url("/a")});
   EXPECT_NE(third.message().find(refusing.url("/a")), std::string::npos) << third.message();
 }
 
@@ -212,54 +157,37 @@ TEST_F(KivRESTServiceRetry, AServerThatAnswersWithErrorsIsNotAvoided) {
   server_.serve("/b", Response::ok("of the main server"));
   mirror_.serve("/a", Response::ok("of the mirror"));
   mirror_.serve("/b", Response::ok("of the mirror"));
-  KivRESTService client(settings_);
-  const Load first(client, {server_.url("/a"), mirror_.url("/a")});
-  ASSERT_TRUE(first.waitForEnd());
-  EXPECT_EQ(first.body(), "of the mirror");
-  const Load second(client, {server_.url("/b"), mirror_.url("/b")});
-  ASSERT_TRUE(second.waitForEnd());
-  EXPECT_EQ(second.body(), "of the main server");
+  EXPECT_EQ(loaded(urls()).body(), "of the mirror");
+  EXPECT_EQ(loaded(urls("/b")).body(), "of the main server");
 }
 
 // --- Places --------------------------------------------------------------------------------------
 
 TEST_F(KivRESTServiceRetry, OneServerHasNoMorePlacesThanItsOwn) {
   const Gate gate;
-  for (const std::string path : {"/a", "/b", "/c", "/d"}) {
-    server_.serve(path, Response::ok("x").after(gate));
-    mirror_.serve(path, Response::ok("x").after(gate));
-  }
+  server_.serve("/a", Response::ok("x").after(gate));
+  mirror_.serve("/a", Response::ok("x").after(gate));
   settings_.parallelTransfers = 4;
   settings_.parallelTransfersPerHost = 2;
-  KivRESTService client(settings_);
-  std::vector<Load> loads;
-  for (const std::string path : {"/a", "/b", "/c", "/d"})
-    loads.emplace_back(client, server_.url(path));
-  for (const std::string path : {"/a", "/b", "/c", "/d"})
-    loads.emplace_back(client, mirror_.url(path));
+  const auto loads = makeLoads(client(), url(), 4);
+  const auto others = makeLoads(client(), mirror_.url("/a"), 4);
   ASSERT_TRUE(server_.waitForRequests(2) && mirror_.waitForRequests(2));
   EXPECT_EQ(server_.requests().size(), 2U);
   EXPECT_EQ(mirror_.requests().size(), 2U);
   gate.open();
-  for (const auto& load : loads)
-    ASSERT_TRUE(load.waitForEnd());
+  ASSERT_TRUE(waitForEnd(loads) && waitForEnd(others));
   EXPECT_EQ(server_.mostWaiting(), 2U);
   EXPECT_EQ(mirror_.mostWaiting(), 2U);
 }
 
 TEST_F(KivRESTServiceRetry, BodiesThatNobodyTakesHoldUpTheOthers) {
-  for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f"})
-    server_.serve(path, Response::ok(std::string(1000, 'x')));
+  server_.serve("/a", Response::ok(std::string(1000, 'x')));
   settings_.parallelTransfers = 1;
   settings_.largestPendingBytes = 2500;
-  KivRESTService client(settings_);
-  std::vector<Load> loads;
-  for (const std::string path : {"/a", "/b", "/c", "/d", "/e", "/f"})
-    loads.emplace_back(client, server_.url(path));
+  const auto loads = makeLoads(client(), url(), 6);
   // Nobody drains the main queue: with the third body too many bytes are pending.
   ASSERT_TRUE(server_.waitForRequests(3));
-  for (const auto& load : loads)
-    ASSERT_TRUE(load.waitForEnd());
+  ASSERT_TRUE(waitForEnd(loads));
   EXPECT_EQ(server_.requests().size(), 6U);
 }
 

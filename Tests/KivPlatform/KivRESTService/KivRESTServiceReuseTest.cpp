@@ -10,10 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
@@ -69,20 +66,15 @@ std::vector<ReuseCase> malformedLater() {
   };
 }
 
-class KivRESTServiceReuse : public testing::TestWithParam<ReuseCase> {
+class KivRESTServiceReuse : public ClientFixture, public testing::WithParamInterface<ReuseCase> {
  protected:
   KivRESTServiceReuse() { settings_.threads = 1; }
-
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
 };
 
 TEST_P(KivRESTServiceReuse, AResponseMalformedOnAUsedConnectionIsAskedForOnAFreshOne) {
   server_.serve("/a", PerConnection(Response::ok("body"), GetParam().later));
-  KivRESTService client(settings_);
   for (int count = 0; count < 4; ++count) {
-    const Load load(client, server_.url("/a"));
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded();
     EXPECT_EQ(load.body(), "body") << load.message();
     EXPECT_EQ(load.completions(), 1);
     EXPECT_EQ(load.task()->metrics().tries, 1);
@@ -92,8 +84,7 @@ TEST_P(KivRESTServiceReuse, AResponseMalformedOnAUsedConnectionIsAskedForOnAFres
 
 TEST_P(KivRESTServiceReuse, ItIsSoWhereTransfersRunTogether) {
   server_.serve("/a", PerConnection(Response::ok("body"), GetParam().later));
-  KivRESTService client(settings_);
-  const auto loads = makeLoads(client, server_.url("/a"), 24);
+  const auto loads = makeLoads(client(), url(), 24);
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.body(), "body") << load.message();
@@ -104,34 +95,25 @@ TEST_P(KivRESTServiceReuse, ItIsSoWhereTransfersRunTogether) {
 INSTANTIATE_TEST_SUITE_P(All, KivRESTServiceReuse, testing::ValuesIn(malformedLater()),
                          [](const auto& testCase) { return std::string(testCase.param.name); });
 
-class KivRESTServiceReuseTest : public testing::Test {
+class KivRESTServiceReuseTest : public ClientFixture {
  protected:
   KivRESTServiceReuseTest() { settings_.threads = 1; }
-
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
 };
 
 TEST_F(KivRESTServiceReuseTest, BytesAfterABodyFailNoOtherFile) {
   for (const std::string surplus : {"\r\n", "\n", "surplus", "0\r\n\r\n"}) {
     server_.serve("/a", Response::ok("body").thenAlso(surplus));
     KivRESTService client;
-    const auto loads = makeLoads(client, server_.url("/a"), 60);
-    for (const auto& load : loads) {
-      ASSERT_TRUE(load.waitForEnd());
-      EXPECT_EQ(load.body(), "body") << load.message();
-    }
+    const auto loads = makeLoads(client, url(), 60);
+    expectBodies(loads, "body");
   }
 }
 
 TEST_F(KivRESTServiceReuseTest, OneAloneIsAskedForTwiceAtMost) {
   server_.serve("/good", Response::ok("body"));
   server_.serve("/bad", Response::raw("\r\n" + answer));
-  KivRESTService client(settings_);
-  const Load good(client, server_.url("/good"));
-  ASSERT_TRUE(good.waitForEnd());
-  const Load bad(client, server_.url("/bad"));
-  ASSERT_TRUE(bad.waitForEnd());
+  const Load good = loaded(url("/good"));
+  const Load bad = loaded(url("/bad"));
   EXPECT_EQ(bad.errorCode(), codeOf(Code::malformedResponse)) << bad.message();
   const auto requests = server_.requests("/bad");
   ASSERT_EQ(requests.size(), 2U);
@@ -142,19 +124,15 @@ TEST_F(KivRESTServiceReuseTest, OneAloneIsAskedForTwiceAtMost) {
 
 TEST_F(KivRESTServiceReuseTest, OnAFreshConnectionItIsAskedForOnce) {
   server_.serve("/bad", Response::raw("\r\n" + answer));
-  KivRESTService client(settings_);
-  const Load bad(client, server_.url("/bad"));
-  ASSERT_TRUE(bad.waitForEnd());
+  const Load bad = loaded(url("/bad"));
   EXPECT_EQ(bad.errorCode(), codeOf(Code::malformedResponse)) << bad.message();
   EXPECT_EQ(server_.requests("/bad").size(), 1U);
 }
 
 TEST_F(KivRESTServiceReuseTest, TheConnectionsThatFollowAreUsedAgain) {
   server_.serve("/a", {Response::ok("body"), Response::raw("\r\n" + answer), Response::ok("body")});
-  KivRESTService client(settings_);
   for (int count = 0; count < 5; ++count) {
-    const Load load(client, server_.url("/a"));
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded();
     EXPECT_EQ(load.body(), "body") << load.message();
   }
   EXPECT_EQ(server_.requests("/a").size(), 6U);
@@ -164,9 +142,7 @@ TEST_F(KivRESTServiceReuseTest, TheConnectionsThatFollowAreUsedAgain) {
 TEST_F(KivRESTServiceReuseTest, ARedirectOnAUsedConnectionIsAskedForAfreshToo) {
   server_.serve("/x", Response::redirect(302, "/a"));
   server_.serve("/a", {Response::raw("\r\n" + answer), Response::ok("body")});
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/x"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(url("/x"));
   EXPECT_EQ(load.body(), "body") << load.message();
   EXPECT_EQ(server_.requests("/x").size(), 1U);
   EXPECT_EQ(server_.requests("/a").size(), 2U);
@@ -175,10 +151,8 @@ TEST_F(KivRESTServiceReuseTest, ARedirectOnAUsedConnectionIsAskedForAfreshToo) {
 TEST_F(KivRESTServiceReuseTest, ABodyThatBreaksOffIsAnOrdinaryTry) {
   server_.serve("/a",
                 {Response::ok("body"), Response::ok("body").closeAt(2), Response::ok("body")});
-  KivRESTService client(settings_);
   for (const int tries : {1, 2}) {
-    const Load load(client, server_.url("/a"));
-    ASSERT_TRUE(load.waitForEnd());
+    const Load load = loaded();
     EXPECT_EQ(load.body(), "body") << load.message();
     EXPECT_EQ(load.task()->metrics().tries, tries);
   }

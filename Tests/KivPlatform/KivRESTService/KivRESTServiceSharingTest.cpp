@@ -5,10 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
@@ -21,19 +18,17 @@ std::vector<Load> sameLoads(KivRESTService& client, const std::string& url, std:
   return loads;
 }
 
-class KivRESTServiceSharing : public testing::Test {
+class KivRESTServiceSharing : public ClientFixture {
  protected:
-  LoopbackServer server_;
   Gate gate_;
 };
 
 TEST_F(KivRESTServiceSharing, OneTransferServesAllTasksForTheURL) {
   server_.serve("/a", Response::ok("body").after(gate_));
-  KivRESTService client;
-  const auto loads = sameLoads(client, server_.url("/a"), 5);
+  const auto loads = sameLoads(client(), url(), 5);
   ASSERT_TRUE(server_.waitForRequests(1));
-  const Load late(client, server_.url("/a"));
-  EXPECT_EQ(client.currentQueue().size(), 6U);
+  const Load late(client(), url());
+  EXPECT_EQ(client().currentQueue().size(), 6U);
   gate_.open();
   ASSERT_TRUE(late.waitForEnd());
   for (const auto& load : loads) {
@@ -46,13 +41,12 @@ TEST_F(KivRESTServiceSharing, OneTransferServesAllTasksForTheURL) {
 
 TEST_F(KivRESTServiceSharing, TasksAreCompletedInOrderOfQueuing) {
   server_.serve("/a", Response::ok("body").after(gate_));
-  KivRESTService client;
   std::vector<int> order;
   std::vector<std::shared_ptr<KivRESTServiceTask>> tasks;
   for (int number = 0; number < 4; ++number) {
-    tasks.push_back(Load::makeTask({server_.url("/a")}, static_cast<std::uint64_t>(number)));
+    tasks.push_back(Load::makeTask({url()}, static_cast<std::uint64_t>(number)));
     tasks.back()->setCompletionHandler([&order, number](auto&) { order.push_back(number); });
-    client.queue(tasks.back());
+    client().queue(tasks.back());
   }
   gate_.open();
   ASSERT_TRUE(waitUntil([&] { return order.size() == 4; }));
@@ -61,8 +55,7 @@ TEST_F(KivRESTServiceSharing, TasksAreCompletedInOrderOfQueuing) {
 
 TEST_F(KivRESTServiceSharing, AFailureIsEveryonesFailure) {
   server_.serve("/a", Response::status(404).after(gate_));
-  KivRESTService client;
-  const auto loads = sameLoads(client, server_.url("/a"), 3);
+  const auto loads = sameLoads(client(), url(), 3);
   gate_.open();
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
@@ -73,38 +66,31 @@ TEST_F(KivRESTServiceSharing, AFailureIsEveryonesFailure) {
 
 TEST_F(KivRESTServiceSharing, CancellingDetachesThemAll) {
   server_.serve("/a", Response::ok("body").stallAt(2));
-  KivRESTService client;
-  const auto loads = sameLoads(client, server_.url("/a"), 3);
+  const auto loads = sameLoads(client(), url(), 3);
   ASSERT_TRUE(server_.waitForRequests(1));
-  client.cancelAllTasks();
+  client().cancelAllTasks();
   ASSERT_TRUE(server_.waitForNoConnection());
   server_.serve("/b", Response::ok("other"));
-  const Load other(client, server_.url("/b"));
-  ASSERT_TRUE(other.waitForEnd());
+  const Load other = loaded(url("/b"));
   for (const auto& load : loads)
     EXPECT_EQ(load.completions(), 0);
 }
 
 TEST_F(KivRESTServiceSharing, ATaskAfterACancelFetchesAnew) {
   server_.serve("/a", Response::ok("old").after(gate_));
-  KivRESTService client;
-  const Load cancelled(client, server_.url("/a"));
+  const Load cancelled(client(), url());
   ASSERT_TRUE(server_.waitForRequests(1));
-  client.cancelAllTasks();
+  client().cancelAllTasks();
   server_.serve("/a", Response::ok("new"));
-  const Load load(client, server_.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  EXPECT_EQ(load.body(), "new");
+  EXPECT_EQ(loaded().body(), "new");
   EXPECT_FALSE(cancelled.hasEnded());
 }
 
 TEST_F(KivRESTServiceSharing, OtherMirrorsAreAnotherFile) {
-  LoopbackServer mirror;
   server_.serve("/a", Response::status(404).after(gate_));
-  mirror.serve("/a", Response::ok("of the mirror"));
-  KivRESTService client;
-  const Load alone(client, server_.url("/a"));
-  const Load mirrored(client, {server_.url("/a"), mirror.url("/a")});
+  mirror_.serve("/a", Response::ok("of the mirror"));
+  const Load alone(client(), url());
+  const Load mirrored(client(), urls());
   gate_.open();
   ASSERT_TRUE(alone.waitForEnd() && mirrored.waitForEnd());
   EXPECT_EQ(alone.status(), 404);
@@ -115,14 +101,12 @@ TEST_F(KivRESTServiceSharing, AnUrgentTaskBringsTheDownloadForward) {
   server_.serve("/a", Response::ok("a").after(gate_));
   server_.serve("/b", Response::ok("b"));
   server_.serve("/c", Response::ok("c"));
-  auto settings = kiv::defaultTransferSettings();
-  settings.parallelTransfers = 1;
-  KivRESTService client(settings);
-  const Load first(client, server_.url("/a"));
+  settings_.parallelTransfers = 1;
+  const Load first(client(), url());
   ASSERT_TRUE(server_.waitForRequests(1));
-  const Load second(client, server_.url("/b"), 1);
-  const Load third(client, server_.url("/c"), 0);
-  const Load urgent(client, server_.url("/c"), 9);
+  const Load second(client(), url("/b"), 1);
+  const Load third(client(), url("/c"), 0);
+  const Load urgent(client(), url("/c"), 9);
   gate_.open();
   ASSERT_TRUE(second.waitForEnd() && third.waitForEnd() && urgent.waitForEnd());
   const auto requests = server_.requests();

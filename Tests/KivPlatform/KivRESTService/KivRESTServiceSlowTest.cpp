@@ -9,12 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 #include "Tests/Support/RangeServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
@@ -22,7 +18,7 @@ using namespace std::chrono_literals;
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-class KivRESTServiceSlowTest : public testing::Test {
+class KivRESTServiceSlowTest : public ClientFixture {
  protected:
   KivRESTServiceSlowTest() {
     settings_.stallTimeout = 1s;
@@ -42,12 +38,8 @@ class KivRESTServiceSlowTest : public testing::Test {
   }
 
   /// Queues quick ones behind those that hold all places, and waits for them.
-  void expectQuickOnesArrive(KivRESTService& client, std::size_t count) {
-    for (const Load& load : makeLoads(client, server_.url("/quick"), count)) {
-      ASSERT_TRUE(load.waitForEnd());
-      EXPECT_EQ(load.body(), "quick") << load.message();
-      EXPECT_EQ(load.completions(), 1);
-    }
+  void expectQuickOnesArrive(std::size_t count) {
+    expectBodies(makeLoads(client(), url("/quick"), count), "quick");
   }
 
   /// After a second or two, more than 1,000 bytes a second.
@@ -63,20 +55,15 @@ class KivRESTServiceSlowTest : public testing::Test {
       times += load.task()->metrics().timesGivenWay;
     return times;
   }
-
-  const TemporaryDirectory directory_;
-  kiv::TransferSettings settings_ = kiv::defaultTransferSettings();
-  LoopbackServer server_;
 };
 
 // --- Giving way ----------------------------------------------------------------------------------
 
 TEST_F(KivRESTServiceSlowTest, SlowOnesGiveTheirPlacesToThoseThatWaitAndContinue) {
   serveSlowly("/slow", 5'000);
-  KivRESTService client(settings_);
-  const auto slow = makeLoads(client, server_.url("/slow"), 6);
+  const auto slow = makeLoads(client(), url("/slow"), 6);
   ASSERT_TRUE(server_.waitForRequests("/slow", 6));
-  expectQuickOnesArrive(client, 20);
+  expectQuickOnesArrive(20);
   std::size_t continued = 0;
   for (const Load& load : slow) {
     ASSERT_TRUE(load.waitForEnd());
@@ -91,31 +78,22 @@ TEST_F(KivRESTServiceSlowTest, SlowOnesGiveTheirPlacesToThoseThatWaitAndContinue
   }
   EXPECT_GE(continued, 1U);
   EXPECT_LE(continued, 3U) << "the half that began first is left alone";
-  EXPECT_TRUE(client.currentQueue().empty());
+  EXPECT_TRUE(client().currentQueue().empty());
 }
 
 TEST_F(KivRESTServiceSlowTest, ABodyWithoutAVersionComesInALongerTurn) {
   settings_.parallelTransfers = 1;
   serveSlowly("/slow", 2'000, "");
   serveSlowly("/other", 2'000, "");
-  KivRESTService client(settings_);
-  const std::vector<Load> loads{{client, server_.url("/slow")}, {client, server_.url("/other")}};
-  for (const Load& load : loads) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), patternedBytes(2'000)) << load.message();
-    EXPECT_EQ(load.completions(), 1);
-  }
+  const std::vector<Load> loads{Load(client(), url("/slow")), Load(client(), url("/other"))};
+  expectBodies(loads, patternedBytes(2'000));
   EXPECT_GE(timesGivenWay(loads), 1);
 }
 
 TEST_F(KivRESTServiceSlowTest, NothingGivesWayToNobody) {
   serveSlowly("/slow", 3'000);
-  KivRESTService client(settings_);
-  const auto slow = makeLoads(client, server_.url("/slow"), 6);
-  for (const Load& load : slow) {
-    ASSERT_TRUE(load.waitForEnd());
-    EXPECT_EQ(load.body(), patternedBytes(3'000)) << load.message();
-  }
+  const auto slow = makeLoads(client(), url("/slow"), 6);
+  expectBodies(slow, patternedBytes(3'000));
   EXPECT_EQ(timesGivenWay(slow), 0);
 }
 
@@ -124,24 +102,20 @@ TEST_F(KivRESTServiceSlowTest, APlaceAtABusyServerIsGivenToThoseThatWaitForIt) {
   LoopbackServer other;
   other.serve("/quick", Response::ok("elsewhere"));
   serveSlowly("/slow", 1'000'000);
-  KivRESTService client(settings_);
-  const auto slow = makeLoads(client, server_.url("/slow"), 2);
+  const auto slow = makeLoads(client(), url("/slow"), 2);
   ASSERT_TRUE(server_.waitForRequests("/slow", 2));
-  const Load elsewhere(client, other.url("/quick"));
-  ASSERT_TRUE(elsewhere.waitForEnd());
-  expectQuickOnesArrive(client, 3);
+  const Load elsewhere = loaded(other.url("/quick"));
+  expectQuickOnesArrive(3);
   EXPECT_FALSE(slow.front().hasEnded());
-  client.cancelAllTasks();
+  client().cancelAllTasks();
 }
 
 TEST_F(KivRESTServiceSlowTest, WithoutASlowSpeedNothingGivesWay) {
   settings_.slowSpeed = 0;
   settings_.parallelTransfers = 1;
   serveSlowly("/slow", 4'000);
-  KivRESTService client(settings_);
-  const Load slow(client, server_.url("/slow"));
-  const Load waiting(client, server_.url("/quick"));
-  ASSERT_TRUE(waiting.waitForEnd());
+  const Load slow(client(), url("/slow"));
+  const Load waiting = loaded(url("/quick"));
   EXPECT_TRUE(slow.hasEnded());
   EXPECT_EQ(slow.task()->metrics().tries, 1);
 }
@@ -151,9 +125,7 @@ TEST_F(KivRESTServiceSlowTest, WithoutASlowSpeedNothingGivesWay) {
 TEST_F(KivRESTServiceSlowTest, AnOldDownloadThatIsTooSlowIsTriedAgainWhereItBrokeOff) {
   requireMoreThanComes();
   serveSlowly("/slow", 1'000'000);
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/slow"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(url("/slow"));
   EXPECT_EQ(load.body(), patternedBytes(1'000'000)) << load.message();
   const auto& metrics = load.task()->metrics();
   EXPECT_GT(metrics.resumedBytes, 0);
@@ -164,8 +136,7 @@ TEST_F(KivRESTServiceSlowTest, AnOldDownloadThatIsTooSlowIsTriedAgainWhereItBrok
 TEST_F(KivRESTServiceSlowTest, OneThatStaysTooSlowEndsWithAnErrorThatSaysSo) {
   requireMoreThanComes();
   server_.serve("/slow", Response::ok(std::string(1'000'000, 'x')).drip(100, 100ms));
-  KivRESTService client(settings_);
-  const auto slow = makeLoads(client, server_.url("/slow"), 6);
+  const auto slow = makeLoads(client(), url("/slow"), 6);
   for (const Load& load : slow) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_EQ(load.errorCode(), codeOf(Code::timedOut));
@@ -180,9 +151,7 @@ TEST_F(KivRESTServiceSlowTest, OneThatIsFastEnoughForTheBoundComesAtAnyAge) {
   settings_.stallSpeedDoubling = 1s;
   settings_.stallSpeed = 256;
   serveSlowly("/slow", 4'000);
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/slow"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(url("/slow"));
   EXPECT_EQ(load.body(), patternedBytes(4'000)) << load.message();
   EXPECT_EQ(load.task()->metrics().tries, 1);
 }
@@ -190,9 +159,7 @@ TEST_F(KivRESTServiceSlowTest, OneThatIsFastEnoughForTheBoundComesAtAnyAge) {
 TEST_F(KivRESTServiceSlowTest, AStatusWhoseBodyComesTooSlowlyIsTheAnswer) {
   requireMoreThanComes();
   server_.serve("/slow", Response::status(404, std::string(60'000, 'x')).drip(100, 100ms));
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/slow"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(url("/slow"));
   EXPECT_EQ(load.status(), 404) << load.message();
   EXPECT_EQ(load.task()->metrics().tries, 1);
 }
@@ -202,9 +169,7 @@ TEST_F(KivRESTServiceSlowTest, ARedirectWhoseBodyComesTooSlowlyIsFollowed) {
   server_.serve("/slow", Response::status(302, std::string(60'000, 'x'))
                              .header("Location", "/quick")
                              .drip(100, 100ms));
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/slow"));
-  ASSERT_TRUE(load.waitForEnd());
+  const Load load = loaded(url("/slow"));
   EXPECT_EQ(load.body(), "quick") << load.message();
   EXPECT_EQ(load.task()->metrics().tries, 1);
 }
@@ -226,22 +191,19 @@ class KivRESTServiceDeadlineTest : public KivRESTServiceSlowTest {
 
 TEST_F(KivRESTServiceDeadlineTest, EndsADownloadThatRunsAndKeepsItsPart) {
   serveSlowly("/slow", 1'000'000);
-  KivRESTService client(settings_);
-  const auto slow = makeLoads(client, server_.url("/slow"), 3);
+  const auto slow = makeLoads(client(), url("/slow"), 3);
   for (const Load& load : slow) {
     expectDeadlineExceeded(load);
     ASSERT_EQ(load.task()->metrics().failedTries.size(), 1U) << "the mirror is not asked either";
   }
-  const Load next(client, server_.url("/slow?0"));
-  ASSERT_TRUE(next.waitForEnd());
+  const Load next = loaded(url("/slow?0"));
   EXPECT_EQ(next.body(), patternedBytes(1'000'000)) << next.message();
   EXPECT_GT(next.task()->metrics().resumedBytes, 0);
 }
 
 TEST_F(KivRESTServiceDeadlineTest, EndsADownloadBetweenItsTries) {
   server_.serve("/later", Response::status(503).header("Retry-After", "60"));
-  KivRESTService client(settings_);
-  const Load load(client, server_.url("/later"));
+  const Load load(client(), url("/later"));
   expectDeadlineExceeded(load);
   EXPECT_EQ(load.task()->metrics().tries, 1);
 }
@@ -250,33 +212,28 @@ TEST_F(KivRESTServiceDeadlineTest, EndsADownloadThatHasGivenWay) {
   settings_.parallelTransfers = 1;
   serveSlowly("/slow", 1'000'000, "");
   serveSlowly("/other", 1'000'000, "");
-  KivRESTService client(settings_);
-  const std::vector<Load> loads{{client, server_.url("/slow")}, {client, server_.url("/other")}};
+  const std::vector<Load> loads{Load(client(), url("/slow")), Load(client(), url("/other"))};
   for (const Load& load : loads)
     expectDeadlineExceeded(load);
   EXPECT_GE(timesGivenWay(loads), 1);
-  EXPECT_TRUE(client.currentQueue().empty());
+  EXPECT_TRUE(client().currentQueue().empty());
 }
 
 TEST_F(KivRESTServiceDeadlineTest, DoesNotCountWhileADownloadWaitsForItsFirstTry) {
   settings_.parallelTransfers = 1;
   settings_.slowSpeed = 0;
   serveSlowly("/slow", 1'000'000);
-  KivRESTService client(settings_);
-  const auto slow = makeLoads(client, server_.url("/slow"), 2);
-  const Load quick(client, server_.url("/quick"));
-  ASSERT_TRUE(quick.waitForEnd());
+  const auto slow = makeLoads(client(), url("/slow"), 2);
+  const Load quick = loaded(url("/quick"));
   EXPECT_EQ(quick.body(), "quick") << quick.message();
   for (const Load& load : slow)
     expectDeadlineExceeded(load);
 }
 
 TEST_F(KivRESTServiceDeadlineTest, HoldsForTriesOfAllServers) {
-  LoopbackServer mirror;
-  mirror.serve("/a", Response::ok(std::string(1'000'000, 'x')).drip(100, 100ms));
+  mirror_.serve("/a", Response::ok(std::string(1'000'000, 'x')).drip(100, 100ms));
   server_.serve("/a", Response::status(404));
-  KivRESTService client(settings_);
-  const Load load(client, {server_.url("/a"), mirror.url("/a")});
+  const Load load(client(), urls());
   expectDeadlineExceeded(load);
 }
 

@@ -10,12 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/KivRESTService.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 #include "Tests/Support/RangeServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
 
 namespace {
 
@@ -31,7 +27,7 @@ std::size_t transferThreads() {
   return count;
 }
 
-class KivRESTServiceThreads : public testing::Test {
+class KivRESTServiceThreads : public ClientFixture {
  protected:
   KivRESTServiceThreads() {
     server_.serve("/a", Response::ok("x"));
@@ -39,108 +35,81 @@ class KivRESTServiceThreads : public testing::Test {
   }
 
   /// Has that many transfers stall, and says how many threads there are then.
-  std::size_t threadsFor(std::size_t transfers, kiv::TransferSettings settings) {
-    KivRESTService client(std::move(settings));
-    std::vector<Load> loads;
-    for (std::size_t number = 1; number <= transfers; ++number)
-      loads.emplace_back(client, server_.url("/stalls?" + std::to_string(number)));
+  std::size_t threadsFor(std::size_t transfers) {
+    const auto loads = makeLoads(client(), url("/stalls"), transfers);
     EXPECT_TRUE(server_.waitForRequests(transfers));
     return transferThreads();
   }
-
-  LoopbackServer server_;
 };
 
 TEST_F(KivRESTServiceThreads, WhatComesAloneTakesOneThreadAndOneConnection) {
-  KivRESTService client;
   for (int number = 0; number < 20; ++number) {
-    ASSERT_TRUE(Load(client, server_.url("/a")).waitForEnd());
+    ASSERT_TRUE(loaded().hasEnded());
     ASSERT_EQ(transferThreads(), 1U);
   }
   EXPECT_EQ(server_.connectionCount(), 1U);
 }
 
 TEST_F(KivRESTServiceThreads, TwoAtOneTimeTakeTwo) {
-  EXPECT_EQ(threadsFor(2, {}), 2U);
+  EXPECT_EQ(threadsFor(2), 2U);
 }
 
 TEST_F(KivRESTServiceThreads, ManyAtOneTimeTakeNoMore) {
-  EXPECT_EQ(threadsFor(6, {}), 2U);
+  EXPECT_EQ(threadsFor(6), 2U);
 }
 
 TEST_F(KivRESTServiceThreads, ThereAreAsManyAsAreSet) {
-  kiv::TransferSettings settings;
-  settings.threads = 4;
-  EXPECT_EQ(threadsFor(6, settings), 4U);
+  settings_.threads = 4;
+  EXPECT_EQ(threadsFor(6), 4U);
 }
 
 TEST_F(KivRESTServiceThreads, ThereAreNoMoreThanPlaces) {
-  kiv::TransferSettings settings;
-  settings.threads = 40;
-  settings.parallelTransfers = 3;
-  EXPECT_EQ(threadsFor(3, settings), 3U);
+  settings_.threads = 40;
+  settings_.parallelTransfers = 3;
+  EXPECT_EQ(threadsFor(3), 3U);
 }
 
 TEST_F(KivRESTServiceThreads, NoneIsOne) {
-  kiv::TransferSettings settings;
-  settings.threads = 0;
-  EXPECT_EQ(threadsFor(6, settings), 1U);
+  settings_.threads = 0;
+  EXPECT_EQ(threadsFor(6), 1U);
 }
 
 TEST_F(KivRESTServiceThreads, ALimitOfTheSpeedTakesOne) {
-  kiv::TransferSettings settings;
-  settings.bandwidth = 1'000'000;
-  EXPECT_EQ(threadsFor(6, settings), 1U);
+  settings_.bandwidth = 1'000'000;
+  EXPECT_EQ(threadsFor(6), 1U);
 }
 
 TEST_F(KivRESTServiceThreads, ManyFilesTakeNoMoreConnectionsThanPlaces) {
-  KivRESTService client;
-  const auto loads = makeLoads(client, server_.url("/a"), 500);
-  for (const auto& load : loads)
-    ASSERT_TRUE(load.waitForEnd());
-  EXPECT_LE(server_.connectionCount(), client.settings().parallelTransfers);
+  const auto loads = makeLoads(client(), url(), 500);
+  ASSERT_TRUE(waitForEnd(loads));
+  EXPECT_LE(server_.connectionCount(), client().settings().parallelTransfers);
 }
 
 TEST_F(KivRESTServiceThreads, TheyGoWhenThereIsNothingToDo) {
-  kiv::TransferSettings settings;
-  settings.idleTime = std::chrono::seconds(0);
-  KivRESTService client(settings);
-  const auto loads = makeLoads(client, server_.url("/a"), 50);
-  for (const auto& load : loads)
-    ASSERT_TRUE(load.waitForEnd());
+  settings_.idleTime = std::chrono::seconds(0);
+  const auto loads = makeLoads(client(), url(), 50);
+  ASSERT_TRUE(waitForEnd(loads));
   EXPECT_TRUE(waitUntil([] { return transferThreads() == 0; }));
-  ASSERT_TRUE(Load(client, server_.url("/a")).waitForEnd()) << "others come when they are needed";
+  ASSERT_TRUE(Load(client(), url()).waitForEnd()) << "others come when they are needed";
 }
 
 TEST_F(KivRESTServiceThreads, ADropOfAllLeavesNothingInUse) {
-  const TemporaryDirectory directory;
   const std::string body = patternedBytes(300'000);
-  for (const std::string path : {"/1", "/2", "/3", "/4"}) {
-    server_.serve(path, [body](const Request& request) {
-      auto response = rangeResponse(request, body, "\"1\"");
-      return request.header("Range") ? response : response.stallAt(200'000);
-    });
-  }
-  kiv::TransferSettings settings;
-  settings.spoolDirectory = directory.path("spool");
-  settings.largestBodyInMemory = 1000;
-  KivRESTService client(settings);
-  client.setProgressHandler([](const KivRESTServiceProgress&) {});
-  const auto makeAll = [&] {
-    std::vector<Load> loads;
-    for (const std::string path : {"/1", "/2", "/3", "/4"})
-      loads.emplace_back(client, server_.url(path));
-    return loads;
-  };
-  const auto stalled = makeAll();
+  server_.serve("/a", [body](const Request& request) {
+    auto response = rangeResponse(request, body, "\"1\"");
+    return request.header("Range") ? response : response.stallAt(200'000);
+  });
+  spool();
+  client().setProgressHandler([](const KivRESTServiceProgress&) {});
+  const auto stalled = makeLoads(client(), url(), 4);
   ASSERT_TRUE(waitUntil([&] {
     return std::all_of(stalled.begin(), stalled.end(), [](const Load& load) {
       return load.task()->progress().bytesReceived == 200'000;
     });
   }));
-  client.cancelAllTasks();
+  client().cancelAllTasks();
   // At once: the threads that still hold the bodies have to let go of them first.
-  const auto resumed = makeAll();
+  const auto resumed = makeLoads(client(), url(), 4);
   for (const Load& load : resumed) {
     ASSERT_TRUE(load.waitForEnd());
     EXPECT_TRUE(load.body() == body);

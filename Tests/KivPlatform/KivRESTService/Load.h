@@ -1,9 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "Tests/Support/MainQueue.h"
@@ -67,13 +70,47 @@ class Load {
 };
 
 /// Queues that many tasks for one path, each with a query of its own: no two share a transfer.
-inline std::vector<Load> makeLoads(KivRESTService& client, const std::string& url,
+/// The URLs are one path's on a server and its mirrors.
+inline std::vector<Load> makeLoads(KivRESTService& client, const std::vector<std::string>& urls,
                                    std::size_t count) {
   std::vector<Load> loads;
-  loads.reserve(count);
-  while (loads.size() < count)
-    loads.emplace_back(client, url + "?" + std::to_string(loads.size()));
+  while (loads.size() < count) {
+    std::vector<std::string> queried;
+    for (const auto& url : urls)
+      queried.push_back(url + "?" + std::to_string(loads.size()));
+    loads.emplace_back(client, queried);
+  }
   return loads;
+}
+inline std::vector<Load> makeLoads(KivRESTService& client, const std::string& url,
+                                   std::size_t count) {
+  return makeLoads(client, std::vector{url}, count);
+}
+
+/// Drains the main queue until all have ended.
+[[nodiscard]] inline bool waitForEnd(const std::vector<Load>& loads) {
+  return std::all_of(loads.begin(), loads.end(),
+                     [](const Load& load) { return load.waitForEnd(); });
+}
+
+/// Waits for the end of all, each of which must have that body, and be completed once.
+inline void expectBodies(const std::vector<Load>& loads, std::string_view body) {
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_TRUE(load.body() == body) << load.message() << load.body().substr(0, 100);
+    EXPECT_EQ(load.completions(), 1);
+  }
+}
+
+/// Waits for the end of all, each of which must have failed with that error, once, and without a
+/// body.
+inline void expectErrors(const std::vector<Load>& loads, KivRESTServiceErrorCode code) {
+  for (const auto& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_EQ(load.errorCode(), static_cast<std::int64_t>(code)) << load.message();
+    EXPECT_FALSE(load.hasBody());
+    EXPECT_EQ(load.completions(), 1);
+  }
 }
 
 /// The code as the task's error has it.

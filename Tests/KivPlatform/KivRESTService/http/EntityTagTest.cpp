@@ -6,10 +6,7 @@
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
-#include "KivPlatform/KivRESTService/policy/TransferSettings.h"
-#include "Tests/KivPlatform/KivRESTService/Load.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
 
@@ -76,21 +73,15 @@ INSTANTIATE_TEST_SUITE_P(
     nameOf);
 
 /// What a server sends as a version, and a response that breaks off.
-class InjectedHeader : public testing::TestWithParam<const char*> {};
+class InjectedHeader : public ClientFixture, public testing::WithParamInterface<const char*> {};
 
 TEST_P(InjectedHeader, IsNotSentBack) {
-  const TemporaryDirectory directory;
-  LoopbackServer server;
-  server.serve("/a",
-               Response::raw("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n" +
-                             std::string(GetParam()) + "\r\n\r\n" + std::string(60'000, 'x')));
-  auto settings = kiv::defaultTransferSettings();
-  settings.spoolDirectory = directory.path("spool");
-  settings.largestBodyInMemory = 1000;
-  KivRESTService client(settings);
-  const Load load(client, server.url("/a"));
-  ASSERT_TRUE(load.waitForEnd());
-  const auto requests = server.requests("/a");
+  server_.serve("/a",
+                Response::raw("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n" +
+                              std::string(GetParam()) + "\r\n\r\n" + std::string(60'000, 'x')));
+  spool();
+  ASSERT_TRUE(loaded().hasEnded());
+  const auto requests = server_.requests("/a");
   ASSERT_EQ(requests.size(), 3U);
   for (const auto& request : requests) {
     EXPECT_FALSE(request.header("X-Injected"));
