@@ -9,21 +9,17 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResourceVideo.h"
-#include "Tests/Support/LogCapture.h"
+#include "Tests/Support/HostileNames.h"
 #include "Tests/Support/ResourceItems.h"
 #include "Tests/Support/TemporaryDirectory.h"
 #include "Tests/Support/WorkingDirectory.h"
 
 namespace {
 
+using namespace kiv::test;
 using kiv::Array;
 using kiv::Dictionary;
 using kiv::Value;
-using kiv::test::LogCapture;
-using kiv::test::videoItem;
-using kiv::test::with;
-using kiv::test::without;
-using kiv::test::WorkingDirectory;
 using Strings = std::vector<std::string>;
 
 constexpr const char* iconLink = "media/icon.png";
@@ -39,7 +35,16 @@ Dictionary itemWithFiles(const std::string& icon, const std::string& video) {
 
 class KivResourceVideoTest : public testing::Test {
  protected:
-  kiv::test::TemporaryDirectory directory_;
+  /// What the resource still misses, and what it uses.
+  static void expectFiles(const KivResourceVideo& resource, const Strings& links,
+                          const Strings& paths) {
+    EXPECT_EQ(*resource.fileLinks(), links);
+    EXPECT_EQ(resource.missingFilesLinks(), links);
+    EXPECT_EQ(*resource.filePaths(), paths);
+    EXPECT_EQ(resource.useFilePaths(), paths);
+  }
+
+  const TemporaryDirectory directory_;
 };
 
 // --- Construction --------------------------------------------------------------------------------
@@ -69,8 +74,7 @@ TEST_F(KivResourceVideoTest, NeverKeepsThePortraitVideo) {
 
 TEST_F(KivResourceVideoTest, StartsWithBothFilesLinkedIconFirst) {
   const auto resource = make(videoItem());
-  EXPECT_EQ(*resource->fileLinks(), (Strings{iconLink, videoLink}));
-  EXPECT_EQ(*resource->filePaths(), Strings());
+  expectFiles(*resource, Strings{iconLink, videoLink}, Strings());
   EXPECT_EQ(resource->icon(), std::nullopt);
   EXPECT_EQ(resource->video(), std::nullopt);
   EXPECT_EQ(resource->missingFilesLinks(), (Strings{iconLink, videoLink}));
@@ -82,8 +86,7 @@ TEST_F(KivResourceVideoTest, StartsWithTheIconPresentWhereItNamesAFile) {
   const std::string icon = directory_.write("icon.png");
   const auto resource = make(with(videoItem(), "image", icon));
   EXPECT_EQ(resource->icon(), icon);
-  EXPECT_EQ(*resource->filePaths(), Strings{icon});
-  EXPECT_EQ(*resource->fileLinks(), Strings{videoLink});
+  expectFiles(*resource, Strings{videoLink}, Strings{icon});
   EXPECT_EQ(resource->video(), std::nullopt);
   EXPECT_FALSE(resource->filesExist());
 }
@@ -92,8 +95,7 @@ TEST_F(KivResourceVideoTest, StartsWithTheVideoPresentWhereItNamesAFile) {
   const std::string video = directory_.write("land.mp4");
   const auto resource = make(with(videoItem(), "video_file_landscape", video));
   EXPECT_EQ(resource->video(), video);
-  EXPECT_EQ(*resource->filePaths(), Strings{video});
-  EXPECT_EQ(*resource->fileLinks(), Strings{iconLink});
+  expectFiles(*resource, Strings{iconLink}, Strings{video});
   EXPECT_EQ(resource->icon(), std::nullopt);
   EXPECT_FALSE(resource->filesExist());
 }
@@ -115,27 +117,15 @@ TEST_F(KivResourceVideoTest, OneFileThatBothNameIsListedTwice) {
   EXPECT_TRUE(resource->filesExist());
 }
 
-TEST_F(KivResourceVideoTest, AFileRelativeToTheWorkingDirectoryCountsAsStored) {
-  directory_.write(iconLink);
-  const WorkingDirectory inside(directory_.path());
-  const auto resource = make(videoItem());
-  EXPECT_EQ(resource->icon(), iconLink);
-  EXPECT_EQ(*resource->filePaths(), Strings{iconLink});
-  EXPECT_EQ(*resource->fileLinks(), Strings{videoLink});
-}
-
 TEST_F(KivResourceVideoTest, ADirectoryDoesNotCountAsStored) {
   const auto resource = make(itemWithFiles(directory_.path(), directory_.path()));
-  EXPECT_EQ(*resource->fileLinks(), (Strings{directory_.path(), directory_.path()}));
-  EXPECT_EQ(*resource->filePaths(), Strings());
+  expectFiles(*resource, Strings{directory_.path(), directory_.path()}, Strings());
 }
 
 TEST_F(KivResourceVideoTest, HostileLinksStartLinkedAndStayThere) {
   const std::string stored = directory_.write("icon.png");
   const WorkingDirectory inside(directory_.path());
-  for (const std::string& link :
-       {std::string(), std::string("."), std::string(".."), std::string("icon.png/"), stored + "/",
-        std::string("icon.png\0", 9), std::string("icon.png\0.png", 13), std::string(5000, 'a')}) {
+  for (const std::string& link : hostileNames("icon.png")) {
     const auto resource = make(itemWithFiles(link, link));
     ASSERT_TRUE(resource);
     for (const std::string& path : {std::string(), std::string("."), stored, link}) {
@@ -199,32 +189,6 @@ TEST_F(KivResourceVideoTest, VotesAndRatingThatAreNoNumbersAreZero) {
 
 // --- Validation ----------------------------------------------------------------------------------
 
-TEST_F(KivResourceVideoTest, YieldsNothingWhereTheCommonKeysAreNotValid) {
-  EXPECT_FALSE(make(with(videoItem(), "updated", "1")));
-}
-
-TEST_F(KivResourceVideoTest, YieldsNothingWhereItsOwnKeysAreNotStrings) {
-  for (const char* key : {"title", "market_url", "image", "video_file_landscape"}) {
-    EXPECT_FALSE(make(without(videoItem(), key))) << key;
-    for (const Value& value :
-         {Value(), Value(1), Value(true), Value(Array{"x"}), Value(Dictionary())}) {
-      EXPECT_FALSE(make(with(videoItem(), key, value))) << key;
-    }
-  }
-}
-
-TEST_F(KivResourceVideoTest, AnEmptyTitlePasses) {
-  const auto resource = make(with(videoItem(), "title", ""));
-  ASSERT_TRUE(resource);
-  EXPECT_EQ(resource->title(), "");
-}
-
-TEST_F(KivResourceVideoTest, AnEmptyImagePasses) {
-  const auto resource = make(with(videoItem(), "image", ""));
-  ASSERT_TRUE(resource);
-  EXPECT_EQ(resource->missingFilesLinks(), (Strings{"", videoLink}));
-}
-
 TEST_F(KivResourceVideoTest, AnEmptyMarketLinkAndAnEmptyVideoPass) {
   const auto resource = make(with(with(videoItem(), "market_url", ""), "video_file_landscape", ""));
   ASSERT_TRUE(resource);
@@ -246,22 +210,13 @@ TEST_F(KivResourceVideoTest, TheCheckReadsTheFieldThatWasChosen) {
   EXPECT_EQ(resource->requiredVideoField(), "video_file_landscape");
 }
 
-TEST_F(KivResourceVideoTest, NothingIsLogged) {
-  const LogCapture log;
-  EXPECT_FALSE(make(without(videoItem(), "title")));
-  make(videoItem())->setPath(directory_.path("missing/icon.png"));
-  make(videoItem())->setPath(directory_.write("other.png"));
-  EXPECT_TRUE(log.lines().empty());
-}
-
 // --- Stored files --------------------------------------------------------------------------------
 
 TEST_F(KivResourceVideoTest, SetPathTakesEachFileFromLinkedToPresent) {
   const auto resource = make(videoItem());
   const std::string icon = directory_.write("icon.png");
   resource->setPath(icon);
-  EXPECT_EQ(*resource->fileLinks(), Strings{videoLink});
-  EXPECT_EQ(*resource->filePaths(), Strings{icon});
+  expectFiles(*resource, Strings{videoLink}, Strings{icon});
   EXPECT_EQ(resource->icon(), icon);
   EXPECT_EQ(resource->video(), std::nullopt);
   EXPECT_EQ((*resource->resourceDictionary())["image"], icon);
@@ -269,33 +224,10 @@ TEST_F(KivResourceVideoTest, SetPathTakesEachFileFromLinkedToPresent) {
 
   const std::string video = directory_.write("land.mp4");
   resource->setPath(video);
-  EXPECT_EQ(*resource->fileLinks(), Strings());
-  EXPECT_EQ(*resource->filePaths(), (Strings{icon, video}));
+  expectFiles(*resource, Strings(), Strings{icon, video});
   EXPECT_EQ(resource->video(), video);
   EXPECT_EQ((*resource->resourceDictionary())["video_file_landscape"], video);
   EXPECT_TRUE(resource->filesExist());
-}
-
-TEST_F(KivResourceVideoTest, SetPathWithoutAFileChangesNothing) {
-  const auto resource = make(videoItem());
-  const Dictionary before = *resource->resourceDictionary();
-  resource->setPath(directory_.path("icon.png"));
-  std::filesystem::create_directory(directory_.path("land.mp4"));
-  resource->setPath(directory_.path("land.mp4"));
-  EXPECT_EQ(*resource->resourceDictionary(), before);
-  EXPECT_EQ(*resource->fileLinks(), (Strings{iconLink, videoLink}));
-  EXPECT_EQ(*resource->filePaths(), Strings());
-}
-
-TEST_F(KivResourceVideoTest, SetPathOfAnotherNameChangesNothing) {
-  const auto resource = make(videoItem());
-  const Dictionary before = *resource->resourceDictionary();
-  for (const char* name : {"port.mp4", "ICON.PNG", "con.png", "icon.png.part", "new_land.mp4"}) {
-    resource->setPath(directory_.write(name));
-  }
-  EXPECT_EQ(*resource->resourceDictionary(), before);
-  EXPECT_EQ(*resource->fileLinks(), (Strings{iconLink, videoLink}));
-  EXPECT_EQ(*resource->filePaths(), Strings());
 }
 
 TEST_F(KivResourceVideoTest, SetPathTwiceLeavesOnePath) {
@@ -345,8 +277,7 @@ TEST_F(KivResourceVideoTest, OneSetPathFillsBothPlacesWhereTheFileNamesAreEqual)
   resource->setPath(file);
   EXPECT_EQ(resource->icon(), file);
   EXPECT_EQ(resource->video(), file);
-  EXPECT_EQ(*resource->fileLinks(), Strings());
-  EXPECT_EQ(*resource->filePaths(), Strings{file});
+  expectFiles(*resource, Strings(), Strings{file});
   EXPECT_EQ((*resource->resourceDictionary())["image"], file);
   EXPECT_EQ((*resource->resourceDictionary())["video_file_landscape"], file);
   EXPECT_TRUE(resource->filesExist());
@@ -437,15 +368,13 @@ TEST_F(KivResourceVideoTest, WorkedExample) {
 
   const std::string video = directory_.write("land.mp4");
   resource->setPath(video);
-  EXPECT_EQ(*resource->fileLinks(), Strings{iconLink});
-  EXPECT_EQ(*resource->filePaths(), Strings{video});
+  expectFiles(*resource, Strings{iconLink}, Strings{video});
   EXPECT_EQ((*resource->resourceDictionary())["video_file_landscape"], video);
   EXPECT_FALSE(resource->filesExist());
 
   const std::string icon = directory_.write("icon.png");
   resource->setPath(icon);
-  EXPECT_EQ(*resource->fileLinks(), Strings());
-  EXPECT_EQ(*resource->filePaths(), (Strings{video, icon}));
+  expectFiles(*resource, Strings(), Strings{video, icon});
   EXPECT_TRUE(resource->filesExist());
 
   const auto restored = make(*resource->resourceDictionary());
