@@ -27,6 +27,7 @@
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/LogCapture.h"
+#include "Tests/Support/ReadFile.h"
 #include "Tests/Support/RecordingObserver.h"
 #include "Tests/Support/TemporaryDirectory.h"
 #include "Tests/Support/ZipBuilder.h"
@@ -352,10 +353,7 @@ class Play {
     std::map<std::string, std::string> contents;
     for (const auto& entry :
          fs::recursive_directory_iterator(directory_.path("root/KivResource"))) {
-      std::ifstream stream(entry.path(), std::ios::binary);
-      contents[entry.path()] = entry.is_directory()
-                                   ? "a directory"
-                                   : std::string(std::istreambuf_iterator<char>(stream), {});
+      contents[entry.path()] = entry.is_directory() ? "a directory" : readFile(entry.path());
     }
     std::string text;
     for (const auto& [path, bytes] : contents)

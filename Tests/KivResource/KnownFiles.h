@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -9,6 +8,7 @@
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceObject.h"
+#include "Tests/Support/ReadFile.h"
 #include "Tests/Support/ZipBuilder.h"
 
 /// Files whose contents follow from their names, so that whoever finds one can tell whether it is
@@ -43,8 +43,7 @@ inline std::string downloadNamed(std::string_view name) {
 }
 
 inline bool holdsBytesNamed(const std::string& path, std::string_view name) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {}) == bytesNamed(name);
+  return readFile(path) == bytesNamed(name);
 }
 
 /// True if the directory of the page holds the files of its archive, and nothing else.

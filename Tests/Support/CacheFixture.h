@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -11,6 +10,7 @@
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
 #include "KivPlatform/Foundation/system/Bundle.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "Tests/Support/ReadFile.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace kiv::test {
@@ -44,10 +44,7 @@ class CacheFixture : public testing::Test {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << bytes;
   }
-  static std::string read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  static std::string read(const std::string& path) { return readFile(path); }
   static bool exists(const std::string& path) {
     return std::filesystem::exists(std::filesystem::symlink_status(path));
   }

@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "Tests/Support/LoopbackServerSockets.h"
+#include "Tests/Support/ReadFile.h"
 
 namespace kiv::test {
 
@@ -142,9 +142,7 @@ std::string NginxServer::secureURL(std::string_view path) const {
 
 std::string NginxServer::stopAndTakeLog() {
   stop(SIGQUIT);
-  std::ostringstream log;
-  log << std::ifstream(directory_ / "access.log").rdbuf();
-  return log.str();
+  return readFile(directory_ / "access.log");
 }
 
 }  // namespace kiv::test

@@ -2,10 +2,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "Tests/Support/MainQueue.h"
+#include "Tests/Support/ReadFile.h"
 
 namespace kiv::test {
 
@@ -31,9 +30,7 @@ OldSecureServer::OldSecureServer() : certificate_(directory_.path()) {
 }
 
 std::string OldSecureServer::output() const {
-  std::ostringstream text;
-  text << std::ifstream(directory_.path("output")).rdbuf();
-  return text.str();
+  return readFile(directory_.path("output"));
 }
 
 void OldSecureServer::addFile(const std::string& name, std::string_view contents) const {

@@ -1,7 +1,5 @@
 // The manual page and the completions, held against what the tool's help names.
 
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <set>
 #include <string>
@@ -9,16 +7,16 @@
 
 #include <gtest/gtest.h>
 
+#include "Tests/Support/ReadFile.h"
 #include "Tests/Tools/kivresource/ToolProcess.h"
 
 namespace {
 
-using kiv::test::runTool;
+using namespace kiv::test;
 
 /// The file of that name beside the tool's sources.
 std::string shared(const std::string& name) {
-  std::ifstream file(KIVRESOURCE_TOOL_SHARE "/" + name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return readFile(KIVRESOURCE_TOOL_SHARE "/" + name);
 }
 
 std::vector<std::string> commands() {

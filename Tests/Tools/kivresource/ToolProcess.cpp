@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -13,6 +11,7 @@
 #include <unistd.h>
 
 #include "Tests/Support/PointerList.h"
+#include "Tests/Support/ReadFile.h"
 
 namespace kiv::test {
 
@@ -125,8 +124,7 @@ int ToolProcess::waitForExit() {
 }
 
 std::string ToolProcess::errors() const {
-  std::ifstream file(home_.path("errors"), std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return readFile(home_.path("errors"));
 }
 
 ToolRun runTool(const std::vector<std::string>& arguments, std::string_view input,
