@@ -4,23 +4,15 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
-#include "Tests/Tools/kivresource/ToolProcess.h"
+#include "Tests/Tools/kivresource/ToolFixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-using kiv::test::LoopbackServer;
-using kiv::test::Response;
-using kiv::test::runTool;
-using kiv::test::ToolProcess;
-using kiv::test::ToolRun;
-using kiv::test::withRedirections;
+using namespace kiv::test;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -31,61 +23,43 @@ using testing::StartsWith;
 
 constexpr const char* complaint = "kivresource: the list could not be saved: ";
 
-std::string config(const std::string& name) {
-  return R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":")" + name +
-         R"(","priority":1,"updated":1,"market_url":"m","image_728x90":")" + name + R"("}]})";
-}
-
 std::string call(const std::string& name, const std::string& file) {
-  return R"({"call":")" + name + R"(","config":)" + config(file) + "}\n";
+  return R"({"call":")" + name + R"(","config":)" + configOf(bannerItem(file, file)) + "}\n";
 }
 
-class FailedWritesTest : public testing::Test {
+class FailedWritesTest : public ToolFixture {
  protected:
   FailedWritesTest() {
     for (const char* name : {"/a.png", "/b.png"})
       server_.serve(name, Response::ok("bytes"));
   }
-  [[nodiscard]] std::vector<std::string> general(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.end(), {"--root", directory_.path("root"), "--main", server_.url()});
-    return arguments;
-  }
-  ToolRun run(const std::vector<std::string>& arguments, const std::string& input = {}) {
-    return runTool(general(arguments), input);
-  }
-  [[nodiscard]] std::string list() const {
-    return directory_.path("root/KivResource/resources_config.json");
-  }
   /// A directory has the list's name, which no right to write overcomes.
   void takeTheName() const { fs::create_directories(list() + "/taken"); }
-
-  const kiv::test::TemporaryDirectory directory_;
-  LoopbackServer server_;
 };
 
 // --- The saved list ------------------------------------------------------------------------------
 
 TEST_F(FailedWritesTest, ALoadWhoseListIsNotSavedIsStatus1) {
   takeTheName();
-  const auto load = run({"load", "-"}, config("a.png"));
+  const auto load = runWith({"load", "-"}, bannerItem("a.png", "a.png"));
   EXPECT_EQ(load.status, 1);
-  EXPECT_THAT(load.lines, ElementsAre("loaded  a.png  N", "1 resource loaded"));
+  EXPECT_THAT(load.lines, ElementsAre("loaded  a.png  Name of a.png", "1 resource loaded"));
   EXPECT_THAT(load.errors, HasSubstr(complaint));
 }
 
 TEST_F(FailedWritesTest, SoItIsInJSON) {
   takeTheName();
-  const auto load = run({"load", "-", "--json"}, config("a.png"));
+  const auto load = runWith({"load", "-", "--json"}, bannerItem("a.png", "a.png"));
   EXPECT_EQ(load.status, 1);
   EXPECT_THAT(load.lines, SizeIs(2));
   EXPECT_THAT(load.errors, HasSubstr(complaint));
 }
 
 TEST_F(FailedWritesTest, AnUpdateWhoseListIsNotSavedIsStatus1) {
-  EXPECT_EQ(run({"load", "-"}, config("a.png")).status, 0);
+  EXPECT_EQ(runWith({"load", "-"}, bannerItem("a.png", "a.png")).status, 0);
   fs::remove(list());
   takeTheName();
-  const auto update = run({"update", "-"}, config("b.png"));
+  const auto update = runWith({"update", "-"}, bannerItem("b.png", "b.png"));
   EXPECT_EQ(update.status, 1);
   EXPECT_THAT(update.errors, HasSubstr(complaint));
 }
@@ -93,7 +67,7 @@ TEST_F(FailedWritesTest, AnUpdateWhoseListIsNotSavedIsStatus1) {
 TEST_F(FailedWritesTest, CommandsThatSaveNothingDoNotMind) {
   takeTheName();
   EXPECT_EQ(run({"list"}).status, 0);
-  EXPECT_EQ(run({"load", "-"}, R"({"items":[]})").status, 0);
+  EXPECT_EQ(runWith({"load", "-"}, "").status, 0);
 }
 
 TEST_F(FailedWritesTest, ASessionTellsOfAListThatIsNotSavedOnce) {
@@ -136,8 +110,8 @@ TEST_F(FailedWritesTest, OutputThatFindsNoRoomIsStatus1) {
                                                        {"--help"},          {"load", "--help"},
                                                        {"serve", "."}};
   for (const auto& command : commands) {
-    const std::string input =
-        command[0] == "session" ? R"({"call":"allLoadedResources"})" : config("a.png");
+    const std::string input = command[0] == "session" ? R"({"call":"allLoadedResources"})"
+                                                      : configOf(bannerItem("a.png", "a.png"));
     const auto full = runTool(command[0] == "serve" ? command : general(command), input, {},
                               withRedirections(">/dev/full"));
     EXPECT_EQ(full.status, 1) << command[0];

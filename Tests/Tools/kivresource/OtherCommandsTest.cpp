@@ -2,25 +2,17 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
-#include "Tests/Tools/kivresource/ToolProcess.h"
+#include "Tests/Support/ReadFile.h"
+#include "Tests/Tools/kivresource/ToolFixture.h"
 
 namespace {
 
-using kiv::test::LoopbackServer;
-using kiv::test::Response;
-using kiv::test::runTool;
-using kiv::test::ToolProcess;
-using kiv::test::ToolRun;
+using namespace kiv::test;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -28,30 +20,19 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-class OtherCommandsTest : public testing::Test {
+class OtherCommandsTest : public ToolFixture {
  protected:
-  [[nodiscard]] std::string root() const { return directory_.path("ro ot'"); }
-  [[nodiscard]] std::string stored(const std::string& name) const {
-    return root() + "/KivResource/Resources/" + name;
-  }
-  ToolRun run(std::vector<std::string> arguments, const std::string& input = {}) {
-    arguments.insert(arguments.end(), {"--root", root()});
-    return runTool(arguments, input);
-  }
   /// Loads a banner with the identifier and file name.
   void loadBanner(const std::string& id, const std::string& name) {
     server_.serve("/" + name, Response::ok("bytes"));
-    const auto load =
-        run({"load", "-", "--main", server_.url()},
-            R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":")" + id +
-                R"(","priority":1,"updated":1,"market_url":"javascript:x",)"
-                R"("image_728x90":")" +
-                name + R"("}]})");
+    const auto load = runWith({"load", "-"}, bannerItem(id, name, 1, "javascript:x"));
     ASSERT_EQ(load.status, 0) << load.errors;
   }
-
-  const kiv::test::TemporaryDirectory directory_;
-  LoopbackServer server_;
+  /// Loads a banner that is named after its file from the server at the URL.
+  [[nodiscard]] ToolRun loadFrom(const std::string& url, const std::string& id) const {
+    return runTool({"load", "-", "--root", root(), "--main", url},
+                   configOf(bannerItem(id, id + ".png")));
+  }
 };
 
 // --- audit and clean -----------------------------------------------------------------------------
@@ -110,27 +91,19 @@ TEST_F(OtherCommandsTest, LookingAtAnEmptyCacheMakesNothing) {
 // --- serve ---------------------------------------------------------------------------------------
 
 TEST_F(OtherCommandsTest, ServesADirectoryAndTellsOfRequests) {
-  directory_.write("site/a.png", "bytes of a");
-  directory_.write("site/b.png", "bytes of b");
-  directory_.write("site/c.png", "bytes of c");
+  for (const char* name : {"site/a.png", "site/b.png", "site/c.png"})
+    directory_.write(name);
   ToolProcess serve(
       {"serve", directory_.path("site"), "--fault", "/b.png=404", "--fault", "c.png=break"});
   const std::string url = serve.readLine().value_or("");
   ASSERT_THAT(url, StartsWith("http://127.0.0.1:"));
-  const auto item = [](const std::string& id) {
-    return R"({"engine":"eco_standard","name":"N","type":"t","banner_id":")" + id +
-           R"(","priority":1,"updated":1,"market_url":"m","image_728x90":")" + id + R"(.png"})";
-  };
-  const auto load = [&](const std::string& id) {
-    return run({"load", "-", "--main", url}, R"({"items":[)" + item(id) + "]}");
-  };
-  EXPECT_EQ(load("a").status, 0);
+  EXPECT_EQ(loadFrom(url, "a").status, 0);
   EXPECT_EQ(serve.readLine(), "GET /a.png 200");
-  EXPECT_EQ(load("b").status, 1);
+  EXPECT_EQ(loadFrom(url, "b").status, 1);
   EXPECT_EQ(serve.readLine(), "GET /b.png 404");
-  const auto broken = load("c");
+  const auto broken = loadFrom(url, "c");
   EXPECT_EQ(broken.status, 1);
-  EXPECT_EQ(broken.lines.front(), "failed  c  N: Could not load \"" + url +
+  EXPECT_EQ(broken.lines.front(), "failed  c  Name of c: Could not load \"" + url +
                                       "/c.png\": the connection ended before the response was "
                                       "whole.");
   serve.sendSignal(SIGINT);
@@ -139,14 +112,14 @@ TEST_F(OtherCommandsTest, ServesADirectoryAndTellsOfRequests) {
 }
 
 TEST_F(OtherCommandsTest, ServeSaysWhyItCannot) {
-  const auto none = run({"serve", directory_.path("none")});
+  const auto none = runTool({"serve", directory_.path("none")});
   EXPECT_EQ(none.status, 2);
   EXPECT_EQ(none.errors,
             "kivresource: " + directory_.path("none") + ": there is no such directory\n");
   ToolProcess serve({"serve", directory_.path()});
   const std::string url = serve.readLine().value_or("");
   const std::string port = url.substr(url.rfind(':') + 1);
-  const auto second = run({"serve", directory_.path(), "--port", port});
+  const auto second = runTool({"serve", directory_.path(), "--port", port});
   EXPECT_EQ(second.status, 2);
   EXPECT_EQ(second.errors, "kivresource: port " + port + " is taken\n");
 }
@@ -155,21 +128,12 @@ TEST_F(OtherCommandsTest, ServeCanKeepQuiet) {
   directory_.write("site/a.png", "bytes of a");
   ToolProcess serve({"serve", directory_.path("site"), "--quiet"});
   const std::string url = serve.readLine().value_or("");
-  EXPECT_EQ(run({"load", "-", "--main", url},
-                R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":"a",)"
-                R"("priority":1,"updated":1,"market_url":"m","image_728x90":"a.png"}]})")
-                .status,
-            0);
+  EXPECT_EQ(loadFrom(url, "a").status, 0);
   serve.sendSignal(SIGINT);
   EXPECT_TRUE(serve.readLines().empty());
 }
 
 // --- gallery -------------------------------------------------------------------------------------
-
-std::string read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 TEST_F(OtherCommandsTest, GalleryShowsWhatIsLoadedAndNothingOfItsMarkup) {
   loadBanner("<script>", "a.png");
@@ -177,11 +141,11 @@ TEST_F(OtherCommandsTest, GalleryShowsWhatIsLoadedAndNothingOfItsMarkup) {
   const auto gallery = run({"gallery", page});
   EXPECT_EQ(gallery.status, 0) << gallery.errors;
   EXPECT_THAT(gallery.lines, ElementsAre(page + " shows 1 resource"));
-  EXPECT_THAT(read(page),
+  EXPECT_THAT(readFile(page),
               HasSubstr("\"file://" + directory_.path("ro%20ot%27/KivResource/Resources/a.png\"")));
-  EXPECT_THAT(read(page), HasSubstr("&lt;script&gt;"));
-  EXPECT_THAT(read(page), Not(HasSubstr("<script>")));
-  EXPECT_THAT(read(page), Not(HasSubstr("javascript:")));
+  EXPECT_THAT(readFile(page), HasSubstr("&lt;script&gt;"));
+  EXPECT_THAT(readFile(page), Not(HasSubstr("<script>")));
+  EXPECT_THAT(readFile(page), Not(HasSubstr("javascript:")));
 }
 
 TEST_F(OtherCommandsTest, GalleryThatCannotBeWrittenIsStatus1) {

@@ -6,20 +6,13 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
-#include "Tests/Tools/kivresource/ToolProcess.h"
+#include "Tests/Tools/kivresource/ToolFixture.h"
 
 namespace {
 
-using kiv::test::LoopbackServer;
-using kiv::test::Response;
-using kiv::test::runTool;
-using kiv::test::ToolProcess;
-using kiv::test::ToolRun;
+using namespace kiv::test;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -27,37 +20,13 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-std::string banner(const std::string& id, const std::string& link, int updated = 1) {
-  return R"({"engine":"eco_standard","name":"Name of )" + id + R"(","type":"t","banner_id":")" +
-         id + R"(","priority":1,"updated":)" + std::to_string(updated) +
-         R"(,"market_url":"m","image_728x90":")" + link + R"("})";
-}
-
-std::string config(const std::string& items) {
-  return R"({"items":[)" + items + "]}";
-}
-
-class PassCommandsTest : public testing::Test {
- protected:
-  [[nodiscard]] std::string root() const { return directory_.path("root"); }
-  [[nodiscard]] std::string stored(const std::string& name) const {
-    return root() + "/KivResource/Resources/" + name;
-  }
-  /// Runs the tool on this root and server, with the configuration on standard input.
-  ToolRun run(std::vector<std::string> arguments, const std::string& items = {}) {
-    arguments.insert(arguments.end(), {"--root", root(), "--main", server_.url()});
-    return runTool(arguments, config(items));
-  }
-
-  const kiv::test::TemporaryDirectory directory_;
-  LoopbackServer server_;
-};
+using PassCommandsTest = ToolFixture;
 
 // --- What a person sees, and the exit status -----------------------------------------------------
 
 TEST_F(PassCommandsTest, LoadsFromStandardInput) {
   server_.serve("/a.png", Response::ok("a"));
-  const auto load = run({"load", "-"}, banner("a", "a.png"));
+  const auto load = runWith({"load", "-"}, bannerItem("a", "a.png"));
   EXPECT_EQ(load.status, 0) << load.errors;
   EXPECT_THAT(load.lines, ElementsAre("loaded  a  Name of a", "1 resource loaded"));
   EXPECT_THAT(run({"list"}).lines,
@@ -66,7 +35,7 @@ TEST_F(PassCommandsTest, LoadsFromStandardInput) {
 
 TEST_F(PassCommandsTest, LoadsFromAFileAndWhatIsCurrentCounts) {
   server_.serve("/a.png", Response::ok("a"));
-  const std::string path = directory_.write("config.json", config(banner("a", "a.png")));
+  const std::string path = directory_.write("config.json", configOf(bannerItem("a", "a.png")));
   EXPECT_EQ(run({"load", path}).status, 0);
   const auto again = run({"load", path});
   EXPECT_EQ(again.status, 0);
@@ -76,7 +45,8 @@ TEST_F(PassCommandsTest, LoadsFromAFileAndWhatIsCurrentCounts) {
 
 TEST_F(PassCommandsTest, OneFailureIsStatus1) {
   server_.serve("/a.png", Response::ok("a"));
-  const auto load = run({"load", "-"}, banner("a", "a.png") + "," + banner("b", "b.png"));
+  const auto load =
+      runWith({"load", "-"}, bannerItem("a", "a.png") + "," + bannerItem("b", "b.png"));
   EXPECT_EQ(load.status, 1);
   EXPECT_THAT(load.lines, Contains("failed  b  Name of b: " + server_.url("/b.png") +
                                    ": Error load file \"b.png\" with invalid response status "
@@ -85,7 +55,7 @@ TEST_F(PassCommandsTest, OneFailureIsStatus1) {
 }
 
 TEST_F(PassCommandsTest, AnItemThatMakesNoResourceIsStatus1) {
-  const auto load = run({"load", "-"}, R"({"engine":"eco_standard"}, 7)");
+  const auto load = runWith({"load", "-"}, R"({"engine":"eco_standard"}, 7)");
   EXPECT_EQ(load.status, 1);
   EXPECT_THAT(load.lines,
               ElementsAre("failed  item 1: lacks \"name\", a string",
@@ -99,11 +69,11 @@ TEST_F(PassCommandsTest, WhatIsMissingInAnItemIsNamed) {
     const auto place = text.find(member);
     EXPECT_NE(place, text.npos) << member;
     text.replace(place, member.size(), other);
-    const auto load = run({"load", "-"}, text);
+    const auto load = runWith({"load", "-"}, text);
     EXPECT_EQ(load.status, 1) << member;
     return load.lines.front();
   };
-  const std::string item = banner("a", "a.png");
+  const std::string item = bannerItem("a", "a.png");
   EXPECT_EQ(reasonWithout(item, R"("engine":"eco_standard")"),
             "failed  item 1: lacks \"engine\", a string");
   EXPECT_EQ(reasonWithout(item, R"("banner_id":"a")"),
@@ -126,9 +96,9 @@ TEST_F(PassCommandsTest, AResourceOfWhichTwoFilesFailHasOneLine) {
   server_.serve("/i.png", Response::status(404));
   server_.serve("/v.mp4", Response::status(410));
   const auto load =
-      run({"load", "-"}, R"({"engine":"eco_video","name":"V","type":"t","banner_id":"v",)"
-                         R"("priority":1,"updated":1,"title":"T","market_url":"m",)"
-                         R"("image":"i.png","video_file_landscape":"v.mp4"})");
+      runWith({"load", "-"}, R"({"engine":"eco_video","name":"V","type":"t","banner_id":"v",)"
+                             R"("priority":1,"updated":1,"title":"T","market_url":"m",)"
+                             R"("image":"i.png","video_file_landscape":"v.mp4"})");
   EXPECT_THAT(load.lines, ElementsAre(StartsWith("failed  v  V: " + server_.url("/")),
                                       "0 resources loaded, 1 failed"));
 }
@@ -137,13 +107,13 @@ TEST_F(PassCommandsTest, SecretsOfAServersURLAreNotPrinted) {
   std::string url = server_.url();
   url.insert(url.find("//") + 2, "user:word@");
   const auto load =
-      runTool({"load", "-", "--root", root(), "--main", url}, config(banner("b", "b.png")));
+      runTool({"load", "-", "--root", root(), "--main", url}, configOf(bannerItem("b", "b.png")));
   EXPECT_THAT(load.lines.front(), StartsWith("failed  b  Name of b: " + server_.url("/b.png")));
   EXPECT_EQ((load.lines.front() + load.errors).find("word"), std::string::npos);
 }
 
 TEST_F(PassCommandsTest, AnUnknownEngineIsNamed) {
-  const auto load = run({"load", "-"}, banner("a", "a.png").replace(11, 12, "eco_stadard"));
+  const auto load = runWith({"load", "-"}, bannerItem("a", "a.png").replace(11, 12, "eco_stadard"));
   EXPECT_EQ(load.status, 0);
   EXPECT_THAT(load.errors, HasSubstr("kivresource: item 1: the engine \"eco_stadard\" is unknown, "
                                      "so no file is loaded for it\n"));
@@ -151,12 +121,13 @@ TEST_F(PassCommandsTest, AnUnknownEngineIsNamed) {
 
 TEST_F(PassCommandsTest, AFileOfThisMachineIsNamed) {
   server_.serve("/a.png", Response::ok("a"));
-  const auto load = run({"load", "-"}, banner("a", "a.png") + "," + banner("b", "/etc/passwd"));
+  const auto load =
+      runWith({"load", "-"}, bannerItem("a", "a.png") + "," + bannerItem("b", "/etc/passwd"));
   EXPECT_EQ(load.status, 0);
   EXPECT_THAT(load.errors, HasSubstr("kivresource: item 2: \"/etc/passwd\" is a file of this "
                                      "machine, which is used as it is\n"));
   EXPECT_THAT(load.errors, Not(HasSubstr("item 1")));
-  const auto again = run({"load", "-"}, banner("a", stored("a.png")));
+  const auto again = runWith({"load", "-"}, bannerItem("a", stored("a.png")));
   EXPECT_EQ(again.status, 0);
   EXPECT_THAT(again.errors, Not(HasSubstr("item 1")));
 }
@@ -170,32 +141,32 @@ TEST_F(PassCommandsTest, AConfigurationWithoutItemsIsStatus2) {
                 "kivresource: standard input: the configuration has no array \"items\"\n");
     }
   }
-  EXPECT_EQ(run({"load", "-"}).status, 0);
+  EXPECT_EQ(runWith({"load", "-"}, "").status, 0);
 }
 
 TEST_F(PassCommandsTest, AResourceWhoseFilesComeToNothingIsStatus1) {
   // Two links that end alike are one file; the page takes it, the video's icon is never found.
   server_.serve("/x/index.html", Response::ok("page"));
-  const auto load =
-      run({"load", "-"}, R"({"engine":"eco_fs","name":"N","type":"t","banner_id":"p","priority":1,)"
-                         R"("updated":1,"html":"x/index.html"})");
+  const auto load = runWith(
+      {"load", "-"}, R"({"engine":"eco_fs","name":"N","type":"t","banner_id":"p","priority":1,)"
+                     R"("updated":1,"html":"x/index.html"})");
   EXPECT_EQ(load.status, 1);
   EXPECT_THAT(load.lines,
               ElementsAre("failed  p: its files are not complete", "0 resources loaded, 1 failed"));
 }
 
 TEST_F(PassCommandsTest, WithoutAServerSaysSo) {
-  const auto load = runTool({"load", "-", "--root", root()}, config(banner("a", "a.png")));
+  const auto load = runTool({"load", "-", "--root", root()}, configOf(bannerItem("a", "a.png")));
   EXPECT_EQ(load.status, 1);
   EXPECT_THAT(load.errors, HasSubstr("kivresource: no main server is named: see --main\n"));
 }
 
 TEST_F(PassCommandsTest, SelectsByIdentifierOrType) {
   server_.serve("/a.png", Response::ok("a"));
-  const std::string items = banner("a", "a.png") + "," + banner("b", "b.png");
-  EXPECT_EQ(run({"load", "-", "--id", "a"}, items).status, 0);
-  EXPECT_EQ(run({"load", "-", "--type", "t"}, items).status, 1);
-  EXPECT_EQ(run({"load", "-", "--type", "none"}, items).status, 0);
+  const std::string items = bannerItem("a", "a.png") + "," + bannerItem("b", "b.png");
+  EXPECT_EQ(runWith({"load", "-", "--id", "a"}, items).status, 0);
+  EXPECT_EQ(runWith({"load", "-", "--type", "t"}, items).status, 1);
+  EXPECT_EQ(runWith({"load", "-", "--type", "none"}, items).status, 0);
   EXPECT_THAT(run({"list", "--id", "b"}).lines, ElementsAre("0 resources"));
   EXPECT_EQ(run({"list", "--type", "t"}).lines.back(), "1 resource");
 }
@@ -204,23 +175,23 @@ TEST_F(PassCommandsTest, AnEmptyIdentifierSelectsEmptyIdentifiers) {
   const std::string items =
       R"({"engine":"e","name":"N","type":"t","banner_id":"","priority":1,"updated":1},)"
       R"({"engine":"e","name":"N","type":"","banner_id":"x","priority":1,"updated":1})";
-  EXPECT_EQ(run({"load", "-", "--id", ""}, items).lines.back(), "1 resource loaded");
+  EXPECT_EQ(runWith({"load", "-", "--id", ""}, items).lines.back(), "1 resource loaded");
   EXPECT_THAT(run({"list", "--id", ""}).lines, ElementsAre("  t  N", "1 resource"));
-  EXPECT_THAT(run({"load", "-", "--type", ""}, items).lines.front(), "loaded  x  N");
+  EXPECT_THAT(runWith({"load", "-", "--type", ""}, items).lines.front(), "loaded  x  N");
 }
 
 TEST_F(PassCommandsTest, UpdateDropsWhatTheConfigurationDoesNotName) {
   server_.serve("/a.png", Response::ok("a"));
   server_.serve("/b.png", Response::ok("b"));
-  EXPECT_EQ(run({"load", "-"}, banner("a", "a.png")).status, 0);
-  EXPECT_EQ(run({"update", "-"}, banner("b", "b.png")).status, 0);
+  EXPECT_EQ(runWith({"load", "-"}, bannerItem("a", "a.png")).status, 0);
+  EXPECT_EQ(runWith({"update", "-"}, bannerItem("b", "b.png")).status, 0);
   EXPECT_THAT(run({"list"}).lines,
               ElementsAre("b  t  Name of b", "    " + stored("b.png"), "1 resource"));
 }
 
 TEST_F(PassCommandsTest, PrintsEventsAndResultsAsJSON) {
   server_.serve("/a.png", Response::ok("a"));
-  const auto load = run({"load", "-", "--json"}, banner("a", "a.png"));
+  const auto load = runWith({"load", "-", "--json"}, bannerItem("a", "a.png"));
   EXPECT_EQ(load.status, 0);
   EXPECT_THAT(load.lines,
               ElementsAre(StartsWith(R"({"event":"didLoadResource","resource":{"class":"KivRes)"),
@@ -234,8 +205,8 @@ TEST_F(PassCommandsTest, PrintsEventsAndResultsAsJSON) {
 TEST_F(PassCommandsTest, CtrlCKeepsWhatIsCompleteAndExits130) {
   server_.serve("/a.png", Response::ok("a"));
   server_.serve("/slow.png", Response::ok("slow").stallAt(1));
-  ToolProcess load({"load", "-", "--root", root(), "--main", server_.url()});
-  load.write(config(banner("a", "a.png") + "," + banner("slow", "slow.png")));
+  ToolProcess load(general({"load", "-"}));
+  load.write(configOf(bannerItem("a", "a.png") + "," + bannerItem("slow", "slow.png")));
   load.closeInput();
   EXPECT_EQ(load.readLine(), "loaded  a  Name of a");
   ASSERT_TRUE(server_.waitForRequests("/slow.png", 1));
@@ -246,8 +217,9 @@ TEST_F(PassCommandsTest, CtrlCKeepsWhatIsCompleteAndExits130) {
 }
 
 TEST_F(PassCommandsTest, TextsOfAConfigurationDoNotReachTheTerminalRaw) {
-  const auto load = run({"load", "-"}, R"({"engine":"e","name":"\u001b[31mred\u009b","type":"t",)"
-                                       R"("banner_id":"x\n","priority":1,"updated":1})");
+  const auto load =
+      runWith({"load", "-"}, R"({"engine":"e","name":"\u001b[31mred\u009b","type":"t",)"
+                             R"("banner_id":"x\n","priority":1,"updated":1})");
   EXPECT_EQ(load.lines.front(), R"(loaded  x\x0a  \x1b[31mred\xc2\x9b)");
 }
 
@@ -257,7 +229,7 @@ TEST_F(PassCommandsTest, ServersCanComeFromTheEnvironment) {
   LoopbackServer reserve;
   reserve.serve("/a.png", Response::ok("a"));
   const auto load = runTool(
-      {"load", "-", "--root", root()}, config(banner("a", "a.png")),
+      {"load", "-", "--root", root()}, configOf(bannerItem("a", "a.png")),
       {"KIVRESOURCE_MAIN_URL=" + server_.url(), "KIVRESOURCE_RESERVE_URL=" + reserve.url()});
   EXPECT_EQ(load.status, 0) << load.errors;
   EXPECT_EQ(server_.requests().size(), 1U);
@@ -268,7 +240,7 @@ TEST_F(PassCommandsTest, TheCommandLineGoesBeforeTheEnvironment) {
   server_.serve("/a.png", Response::ok("a"));
   const auto load =
       runTool({"load", "-", "--root", root(), "--main", server_.url(), "--reserve", ""},
-              config(banner("a", "a.png")),
+              configOf(bannerItem("a", "a.png")),
               {"KIVRESOURCE_MAIN_URL=http://[", "KIVRESOURCE_RESERVE_URL=http://["});
   EXPECT_EQ(load.status, 0) << load.errors;
 }
@@ -277,7 +249,7 @@ TEST_F(PassCommandsTest, KeepsThingsInTheUsersDataDirectoryByDefault) {
   const std::string item =
       R"({"engine":"e","name":"N","type":"t","banner_id":"x","priority":1,"updated":1})";
   ToolProcess load({"load", "-"});
-  load.write(config(item));
+  load.write(configOf(item));
   load.closeInput();
   load.readLines();
   EXPECT_EQ(load.waitForExit(), 0);
@@ -287,8 +259,8 @@ TEST_F(PassCommandsTest, KeepsThingsInTheUsersDataDirectoryByDefault) {
 
 TEST_F(PassCommandsTest, TakesPackagedResourcesFromTheNamedDirectory) {
   directory_.write("packaged/InnerAdResources.bundle/mine.png", "packaged");
-  const auto load = run({"load", "-", "--resources", directory_.path("packaged")},
-                        banner("a", "anywhere/mine.png"));
+  const auto load = runWith({"load", "-", "--resources", directory_.path("packaged")},
+                            bannerItem("a", "anywhere/mine.png"));
   EXPECT_EQ(load.status, 0);
   EXPECT_THAT(server_.requests(), IsEmpty());
   EXPECT_FALSE(std::filesystem::exists(stored("mine.png")));
@@ -297,8 +269,9 @@ TEST_F(PassCommandsTest, TakesPackagedResourcesFromTheNamedDirectory) {
 TEST_F(PassCommandsTest, RemovesNothingOutsideTheRoot) {
   server_.serve("/new.png", Response::ok("new"));
   const std::string foreign = directory_.write("foreign.png", "precious");
-  directory_.write("root/KivResource/resources_config.json", "[" + banner("a", foreign) + "]");
-  EXPECT_EQ(run({"load", "-"}, banner("a", "new.png", 2)).status, 0);
+  directory_.write("ro ot'/KivResource/resources_config.json",
+                   "[" + bannerItem("a", foreign) + "]");
+  EXPECT_EQ(runWith({"load", "-"}, bannerItem("a", "new.png", 2)).status, 0);
   EXPECT_TRUE(std::filesystem::exists(foreign));
   EXPECT_THAT(run({"list"}).lines, Contains("    " + stored("new.png")));
 }

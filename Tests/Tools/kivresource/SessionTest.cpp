@@ -4,20 +4,14 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResource.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
-#include "Tests/Tools/kivresource/ToolProcess.h"
+#include "Tests/Tools/kivresource/ToolFixture.h"
 
 namespace {
 
-using kiv::test::Gate;
-using kiv::test::LoopbackServer;
-using kiv::test::Response;
-using kiv::test::ToolProcess;
+using namespace kiv::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -29,36 +23,24 @@ constexpr const char* all = R"({"call":"allLoadedResources"})";
 constexpr const char* wait = R"({"call":"waitForFinish"})";
 constexpr const char* nothingLoaded = R"({"result":"allLoadedResources","resources":[]})";
 
-std::string banner(const std::string& id, const std::string& link) {
-  return R"({"engine":"eco_standard","name":"N","type":"t","banner_id":")" + id +
-         R"(","priority":1,"updated":1,"market_url":"m","image_728x90":")" + link + R"("})";
-}
-
 std::string load(const std::string& item) {
   return R"({"call":"loadResourcesForConfig","config":{"items":[)" + item + "]}}";
 }
 
-class SessionTest : public testing::Test {
+class SessionTest : public ToolFixture {
  protected:
-  [[nodiscard]] std::string root() const { return directory_.path("root"); }
-  [[nodiscard]] std::string stored(const std::string& name) const {
-    return root() + "/KivResource/Resources/" + name;
-  }
   std::vector<std::string> arguments() {
-    return {"session", "--root", root(), "--main", server_.url(), "--resources", directory_.path()};
+    return general({"session", "--resources", directory_.path()});
   }
   /// The lines that a session prints for these.
   std::vector<std::string> linesFor(const std::vector<std::string>& calls) {
     std::string input;
     for (const auto& call : calls)
       input += call + "\n";
-    auto run = kiv::test::runTool(arguments(), input);
+    auto run = runTool(arguments(), input);
     EXPECT_EQ(run.status, 0) << run.errors;
     return run.lines;
   }
-
-  const kiv::test::TemporaryDirectory directory_;
-  LoopbackServer server_;
 };
 
 // --- The form of the lines -----------------------------------------------------------------------
@@ -67,15 +49,15 @@ TEST_F(SessionTest, PrintsABannerExactlyAsTheProtocolSays) {
   server_.serve("/b/wide.png", Response::ok("banner"));
   const std::string path = stored("wide.png");
   const std::string resource =
-      R"({"class":"KivResourceStandard","resourceID":"b-1","name":"N","type":"t",)"
+      R"({"class":"KivResourceStandard","resourceID":"b-1","name":"Name of b-1","type":"t",)"
       R"("engine":"eco_standard","uid":"undefined","priority":1,"updated":1,"filesExist":true,)"
       R"("missingFilesLinks":[],"useFilePaths":[")" +
       path +
-      R"("],"resourceDictionary":{"engine":"eco_standard","name":"N","type":"t",)"
+      R"("],"resourceDictionary":{"engine":"eco_standard","name":"Name of b-1","type":"t",)"
       R"("banner_id":"b-1","priority":1,"updated":1,"market_url":"m","image_728x90":")" +
       path + R"("},"marketLink":"m","image":")" + path +
       R"(","fileIsLoaded":true,"requiredImageField":"image_728x90"})";
-  EXPECT_THAT(linesFor({load(banner("b-1", "b/wide.png")), wait, all}),
+  EXPECT_THAT(linesFor({load(bannerItem("b-1", "b/wide.png")), wait, all}),
               ElementsAre(R"({"event":"didLoadResource","resource":)" + resource + "}", finish,
                           R"({"result":"allLoadedResources","resources":[)" + resource + "]}"));
 }
@@ -133,7 +115,7 @@ TEST_F(SessionTest, KeepsIntegersExact) {
 }
 
 TEST_F(SessionTest, LogsToStandardErrorAlone) {
-  const auto run = kiv::test::runTool(arguments(), load(R"({"engine":7})"));
+  const auto run = runTool(arguments(), load(R"({"engine":7})"));
   EXPECT_THAT(run.lines, ElementsAre(finish));
   EXPECT_THAT(run.errors, HasSubstr("Cached resources were loaded."));
   EXPECT_THAT(run.errors, HasSubstr("Create resource error. Resource dictionary:"));
@@ -176,9 +158,9 @@ TEST_F(SessionTest, RefusesASecondPassWhileDownloadsAreInFlight) {
   Gate gate;
   server_.serve("/slow.png", Response::ok("slow").after(gate));
   ToolProcess session(arguments());
-  session.writeLine(load(banner("slow", "slow.png")));
+  session.writeLine(load(bannerItem("slow", "slow.png")));
   ASSERT_TRUE(server_.waitForRequests("/slow.png", 1));
-  session.writeLine(load(banner("other", "other.png")));
+  session.writeLine(load(bannerItem("other", "other.png")));
   EXPECT_THAT(session.readLine().value_or(""),
               testing::EndsWith(R"("error":{"domain":"kiv.KivResource","code":100,"message":)"
                                 R"("Resource download was canceled because the download queue is )"
@@ -192,7 +174,7 @@ TEST_F(SessionTest, RefusesASecondPassWhileDownloadsAreInFlight) {
 TEST_F(SessionTest, StopsLoading) {
   server_.serve("/slow.png", Response::ok("slow").stallAt(1));
   ToolProcess session(arguments());
-  session.writeLine(load(banner("slow", "slow.png")));
+  session.writeLine(load(bannerItem("slow", "slow.png")));
   ASSERT_TRUE(server_.waitForRequests("/slow.png", 1));
   session.writeLine(R"({"call":"stopLoading"})");
   session.closeInput();
@@ -204,10 +186,10 @@ TEST_F(SessionTest, ChangesTheServers) {
   LoopbackServer reserve;
   reserve.serve("/a.png", Response::ok("a"));
   const auto lines =
-      linesFor({R"({"call":"setDomains","main":null})", load(banner("a", "a.png")), wait,
+      linesFor({R"({"call":"setDomains","main":null})", load(bannerItem("a", "a.png")), wait,
                 R"({"call":"setDomains","main":")" + server_.url() + R"(","reserve":")" +
                     reserve.url() + R"("})",
-                load(banner("a", "a.png")), wait});
+                load(bannerItem("a", "a.png")), wait});
   // Two finishes: of the download that failed at once, and of the pass.
   ASSERT_THAT(lines, SizeIs(5));
   EXPECT_THAT(lines[0], HasSubstr(R"("code":101,"message":"Create request error."}})"));
@@ -218,7 +200,7 @@ TEST_F(SessionTest, ChangesTheServers) {
 
 TEST_F(SessionTest, LeavesTheServerThatIsNotNamed) {
   server_.serve("/a.png", Response::ok("a"));
-  EXPECT_THAT(linesFor({R"({"call":"setDomains","reserve":null})", load(banner("a", "a.png"))}),
+  EXPECT_THAT(linesFor({R"({"call":"setDomains","reserve":null})", load(bannerItem("a", "a.png"))}),
               ElementsAre(StartsWith(R"({"event":"didLoadResource")"), finish));
 }
 
@@ -257,12 +239,12 @@ TEST_F(SessionTest, ABadServerChangesNeither) {
   server_.serve("/a.png", Response::ok("a"));
   EXPECT_THAT(
       linesFor({R"({"call":"setDomains","main":"http://127.0.0.1:9","reserve":7})",
-                load(banner("a", "a.png"))}),
+                load(bannerItem("a", "a.png"))}),
       ElementsAre(StartsWith(R"({"error":)"), StartsWith(R"({"event":"didLoadResource")"), finish));
 }
 
 TEST_F(SessionTest, TakesALastLineWithoutItsEndAndCarriageReturns) {
-  const auto run = kiv::test::runTool(arguments(), std::string(all) + "\r\n" + all);
+  const auto run = runTool(arguments(), std::string(all) + "\r\n" + all);
   EXPECT_THAT(run.lines, ElementsAre(nothingLoaded, nothingLoaded));
 }
 
@@ -276,7 +258,7 @@ TEST_F(SessionTest, WaitForFinishReadsNoFurtherCallUntilTheFinish) {
   Gate gate;
   server_.serve("/a.png", Response::ok("a").after(gate));
   ToolProcess session(arguments());
-  session.writeLine(load(banner("a", "a.png")));
+  session.writeLine(load(bannerItem("a", "a.png")));
   session.writeLine(wait);
   session.writeLine(all);
   ASSERT_TRUE(server_.waitForRequests("/a.png", 1));
@@ -312,7 +294,7 @@ TEST_F(SessionTest, SleepsBetweenCallsWhileDownloadsGoOn) {
   Gate gate;
   server_.serve("/a.png", Response::ok("a").after(gate));
   ToolProcess session(arguments());
-  session.writeLine(load(banner("a", "a.png")));
+  session.writeLine(load(bannerItem("a", "a.png")));
   session.writeLine(R"({"call":"sleep","ms":3600000})");
   session.writeLine(all);
   ASSERT_TRUE(server_.waitForRequests("/a.png", 1));
@@ -334,7 +316,7 @@ TEST_F(SessionTest, WaitsAtTheEndOfInputForDownloadsInFlight) {
   Gate gate;
   server_.serve("/a.png", Response::ok("a").after(gate));
   ToolProcess session(arguments());
-  session.writeLine(load(banner("a", "a.png")));
+  session.writeLine(load(bannerItem("a", "a.png")));
   session.closeInput();
   ASSERT_TRUE(server_.waitForRequests("/a.png", 1));
   gate.open();
@@ -347,7 +329,7 @@ TEST_F(SessionTest, CtrlCStopsThePassAndKeepsWhatIsComplete) {
   server_.serve("/whole.png", Response::ok("whole"));
   server_.serve("/slow.png", Response::ok("slow").stallAt(1));
   ToolProcess session(arguments());
-  session.writeLine(load(banner("whole", "whole.png") + "," + banner("slow", "slow.png")));
+  session.writeLine(load(bannerItem("whole", "whole.png") + "," + bannerItem("slow", "slow.png")));
   EXPECT_THAT(session.readLine().value_or(""), HasSubstr(R"("resourceID":"whole")"));
   ASSERT_TRUE(server_.waitForRequests("/slow.png", 1));
   session.sendSignal(SIGINT);
@@ -361,7 +343,7 @@ TEST_F(SessionTest, ReadsOnWhileNobodyReadsItsAnswers) {
   std::string input;
   for (std::size_t call = 0; call < calls; ++call)
     input.append(all).append("\n");
-  EXPECT_THAT(kiv::test::runTool(arguments(), input).lines, SizeIs(calls));
+  EXPECT_THAT(runTool(arguments(), input).lines, SizeIs(calls));
 }
 
 }  // namespace

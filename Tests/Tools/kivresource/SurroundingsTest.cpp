@@ -4,41 +4,23 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/TemporaryDirectory.h"
-#include "Tests/Tools/kivresource/ToolProcess.h"
+#include "Tests/Tools/kivresource/ToolFixture.h"
 
 namespace {
 
-using kiv::test::LoopbackServer;
-using kiv::test::Response;
-using kiv::test::runTool;
-using kiv::test::withRedirections;
+using namespace kiv::test;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class SurroundingsTest : public testing::Test {
+class SurroundingsTest : public ToolFixture {
  protected:
   SurroundingsTest() {
     server_.serve("/a.png", Response::ok("a"));
-    config_ = directory_.write(
-        "config.json",
-        R"({"items":[{"engine":"eco_standard","name":"N","type":"t","banner_id":"a","priority":1,)"
-        R"("updated":1,"market_url":"m","image_728x90":"a.png"}]})");
-  }
-  [[nodiscard]] std::vector<std::string> general(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.end(), {"--root", directory_.path("root"), "--main", server_.url()});
-    return arguments;
-  }
-  [[nodiscard]] std::vector<std::string> loadedLines() const {
-    return runTool(general({"list"})).lines;
+    config_ = directory_.write("config.json", configOf(bannerItem("a", "a.png")));
   }
 
-  const kiv::test::TemporaryDirectory directory_;
-  LoopbackServer server_;
   std::string config_;
 };
 
@@ -50,7 +32,7 @@ class ClosedDescriptorsTest : public SurroundingsTest,
 TEST_P(ClosedDescriptorsTest, LoadCompletesAsIfTheyWereOpen) {
   const auto load = runTool(general({"load", config_}), {}, {}, withRedirections(GetParam()));
   EXPECT_EQ(load.status, 0) << load.errors;
-  EXPECT_EQ(loadedLines().back(), "1 resource");
+  EXPECT_EQ(run({"list"}).lines.back(), "1 resource");
 }
 
 TEST_P(ClosedDescriptorsTest, SessionEndsWithItsInput) {
@@ -64,7 +46,7 @@ TEST_P(ClosedDescriptorsTest, NothingIsWrittenIntoAFile) {
   const std::string page = directory_.path("gallery.html");
   EXPECT_EQ(runTool(general({"gallery", page}), {}, {}, withRedirections(GetParam())).status, 0);
   const std::string usual = directory_.path("usual.html");
-  EXPECT_EQ(runTool(general({"gallery", usual})).status, 0);
+  EXPECT_EQ(run({"gallery", usual}).status, 0);
   EXPECT_EQ(std::filesystem::file_size(page), std::filesystem::file_size(usual));
 }
 

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/Support/LoopbackServer.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Tools/kivresource/ToolProcess.h"
+
+namespace kiv::test {
+
+/// The text of a banner's item, which is named after its identifier.
+inline std::string bannerItem(const std::string& id, const std::string& link, int updated = 1,
+                              const std::string& market = "m") {
+  return R"({"engine":"eco_standard","name":"Name of )" + id + R"(","type":"t","banner_id":")" +
+         id + R"(","priority":1,"updated":)" + std::to_string(updated) + R"(,"market_url":")" +
+         market + R"(","image_728x90":")" + link + R"("})";
+}
+
+/// The text of a configuration of these items.
+inline std::string configOf(const std::string& items) {
+  return R"({"items":[)" + items + "]}";
+}
+
+/// A test that runs the tool on a storage root and a server of its own.
+class ToolFixture : public testing::Test {
+ protected:
+  /// Where everything is stored; a name that a URL and a shell have to quote.
+  [[nodiscard]] std::string root() const { return directory_.path("ro ot'"); }
+  [[nodiscard]] std::string stored(const std::string& name) const {
+    return root() + "/KivResource/Resources/" + name;
+  }
+  [[nodiscard]] std::string list() const { return root() + "/KivResource/resources_config.json"; }
+
+  /// The arguments, and those that say which root and which server.
+  [[nodiscard]] std::vector<std::string> general(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.end(), {"--root", root(), "--main", server_.url()});
+    return arguments;
+  }
+  [[nodiscard]] ToolRun run(const std::vector<std::string>& arguments,
+                            std::string_view input = {}) const {
+    return runTool(general(arguments), input);
+  }
+  /// Runs a command with a configuration of these items on standard input.
+  [[nodiscard]] ToolRun runWith(const std::vector<std::string>& arguments,
+                                const std::string& items) const {
+    return run(arguments, configOf(items));
+  }
+
+  const TemporaryDirectory directory_;
+  LoopbackServer server_;
+};
+
+}  // namespace kiv::test
