@@ -18,13 +18,7 @@ namespace kiv {
 namespace {
 
 using Aspect = ResourceIndex::Aspect;
-
-// An index only names candidates: the resource itself is asked, as a plain walk would.
-
-bool has(const KivResource& resource, std::string_view property, std::string_view value) {
-  const auto answer = resource.valueForProperty(property);
-  return answer && answer->isString() && answer->stringView() == value;
-}
+using Place = ResourceIndex::Place;
 
 /// A file, which may have several paths.
 class FileAtPath {
@@ -58,79 +52,48 @@ class ResourceList::Indexes {
  public:
   explicit Indexes(const ResourceArray& places) : places_(places) {}
 
-  /// The index as the resources are now.
+  /// The index of the resources as they are now.
   const ResourceIndex& of(Aspect aspect) {
+    clearIfChanged();
     auto& index = indexes_[static_cast<std::size_t>(aspect)];
-    if (index && !index->isCurrent()) clear();
-    if (!index) {
-      ResourceIndex made(aspect, places_.size());
-      for (const auto& resource : places_)
-        made.add(resource.get());
-      index = std::move(made);
-    }
+    if (!index) index.emplace(aspect, places_);
     return *index;
   }
 
-  void add(const KivResource& resource, bool mayBeThereAlready) noexcept {
-    mayRepeat_ = mayRepeat_ || mayBeThereAlready;
-    try {
-      for (auto& index : indexes_) {
-        if (index) index->add(&resource);
-      }
-    } catch (const std::exception&) {
-      clear();  // memory has run out: they are made when they are asked for
-    }
+  /// To be called before the resource is added, so that no change of it is missed.
+  void watch(KivResource& resource) { resource.setOnChange(changed_); }
+
+  void add(const KivResource& resource, Place place) noexcept {
+    update([&](ResourceIndex& index) { index.add(resource, place); });
   }
 
-  void remove(std::uint32_t place) {
-    for (auto& index : indexes_) {
-      if (index) index->remove(place);
-    }
+  void remove(const KivResource& resource) noexcept {
+    update([&](ResourceIndex& index) { index.remove(resource); });
   }
 
-  void clear() { indexes_ = {}; }
-
-  [[nodiscard]] std::vector<std::uint32_t> placesOf(const KivResource& object) {
-    std::vector<std::uint32_t> places;
-    auto candidates = of(Aspect::object).candidates(object);
-    while (const auto place = candidates.next()) {
-      if (places_[*place].get() == &object) places.push_back(*place);
-    }
-    return places;
-  }
-
-  [[nodiscard]] ResourceArray select(Aspect aspect, std::string_view property,
-                                     std::string_view value) {
-    ResourceArray found;
-    auto candidates = of(aspect).candidates(value);
-    while (const auto place = candidates.next()) {
-      if (has(*places_[*place], property, value)) found.push_back(places_[*place]);
-    }
-    return found;
-  }
-
-  /// The first resource with the identifier in the given index, which it leaves, at all its places.
-  [[nodiscard]] std::shared_ptr<KivResource> take(std::string_view resourceID,
-                                                  ResourceIndex& identifiers) {
-    auto candidates = identifiers.candidates(resourceID);
-    while (const auto place = candidates.next()) {
-      const auto& resource = places_[*place];
-      if (!has(*resource, "resourceID", resourceID)) continue;
-      if (mayRepeat_) {
-        for (const std::uint32_t taken : placesOf(*resource))
-          identifiers.remove(taken);
-      } else {
-        identifiers.remove(*place);
-      }
-      return resource;
-    }
-    return nullptr;
-  }
+  void clear() noexcept { indexes_ = {}; }
 
  private:
+  /// An index cannot be updated for a resource that has changed since it was added.
+  void clearIfChanged() noexcept {
+    if (changed_->clear()) clear();
+  }
+
+  template <class Update>
+  void update(const Update& update) noexcept {
+    clearIfChanged();
+    try {
+      for (auto& index : indexes_) {
+        if (index) update(*index);
+      }
+    } catch (const std::exception&) {
+      clear();  // out of memory: the next question makes them again
+    }
+  }
+
   const ResourceArray& places_;
-  bool mayRepeat_ = false;  // whether some object may stand at several places
-  std::array<std::optional<ResourceIndex>, 4> indexes_;
+  const std::shared_ptr<ChangeFlag> changed_ = std::make_shared<ChangeFlag>();
+  std::array<std::optional<ResourceIndex>, 3> indexes_;
 };
 
 ResourceList::ResourceList() : indexes_(std::make_unique<Indexes>(places_)) {}
@@ -148,33 +111,58 @@ const ResourceArray& ResourceList::resources() const {
 }
 
 ResourceArray ResourceList::resourcesWithID(std::string_view resourceID) const {
-  return indexes_->select(Aspect::identifier, "resourceID", resourceID);
+  return at(indexes_->of(Aspect::identifier).places(resourceID));
 }
 
 ResourceArray ResourceList::resourcesWithType(std::string_view type) const {
-  return indexes_->select(Aspect::type, "type", type);
+  return at(indexes_->of(Aspect::type).places(type));
+}
+
+ResourceArray ResourceList::at(const std::vector<std::uint32_t>& places) const {
+  ResourceArray resources;
+  resources.reserve(places.size());
+  for (const Place place : places)
+    resources.push_back(places_[place]);
+  return resources;
 }
 
 bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& owner) const {
   FileAtPath file(path);
-  auto candidates = indexes_->of(Aspect::path).candidates(path);
-  while (const auto place = candidates.next()) {
-    const KivResource& other = *places_[*place];
-    if (&other != &owner && file.isUsedBy(other)) return true;
+  for (const Place place : indexes_->of(Aspect::fileName).places(path)) {
+    // Nothing, where a removed resource was no longer found under the names of its files.
+    const auto& other = places_[place];
+    if (other && other.get() != &owner && file.isUsedBy(*other)) return true;
   }
   return false;
 }
 
 ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resources) const {
-  Counterparts counterparts;
-  counterparts.ofEach.reserve(resources.size());
-  ResourceIndex remaining = indexes_->of(Aspect::identifier);
-  for (const auto& resource : resources) {
-    counterparts.ofEach.push_back(resource ? indexes_->take(resource->resourceID(), remaining)
-                                           : nullptr);
+  // In groups of one identifier, each in the order of the given resources.
+  std::vector<std::pair<std::string, std::size_t>> asked;
+  asked.reserve(resources.size());
+  for (std::size_t number = 0; number < resources.size(); ++number) {
+    if (resources[number]) asked.emplace_back(resources[number]->resourceID(), number);
   }
-  for (std::uint32_t place = 0; place < places_.size(); ++place) {
-    if (remaining.contains(place)) counterparts.rest.push_back(places_[place]);
+  std::sort(asked.begin(), asked.end());
+
+  Counterparts counterparts;
+  counterparts.ofEach.resize(resources.size());
+  std::vector<bool> isTaken(places_.size());
+  const ResourceIndex& index = indexes_->of(Aspect::identifier);
+  for (auto first = asked.begin(); first != asked.end();) {
+    const std::string& resourceID = first->first;
+    const auto found = index.firstPlaces(resourceID);
+    auto next = found.begin();
+    for (; first != asked.end() && first->first == resourceID; ++first) {
+      if (next == found.end()) continue;
+      const auto& counterpart = places_[*next++];
+      counterparts.ofEach[first->second] = counterpart;
+      for (const Place place : index.places(resourceID, *counterpart))
+        isTaken[place] = true;
+    }
+  }
+  for (std::size_t place = 0; place < places_.size(); ++place) {
+    if (places_[place] && !isTaken[place]) counterparts.rest.push_back(places_[place]);
   }
   return counterparts;
 }
@@ -182,20 +170,20 @@ ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resou
 void ResourceList::append(std::shared_ptr<KivResource> resource) {
   if (!resource) return;
   KivResource& appended = *resource;
+  indexes_->watch(appended);
   places_.push_back(std::move(resource));
   ++size_;
-  const bool wasListed = appended.isListed_;
-  if (!wasListed) appended.noteListed();
-  indexes_->add(appended, wasListed);
+  indexes_->add(appended, static_cast<Place>(places_.size() - 1));
 }
 
 void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
-  const auto places = indexes_->placesOf(*resource);
-  for (const std::uint32_t place : places) {
-    indexes_->remove(place);
+  const auto places = indexes_->of(Aspect::identifier).places(resource->resourceID(), *resource);
+  if (places.empty()) return;
+  const auto removed = resource;  // which may be one of the places
+  indexes_->remove(*removed);
+  for (const Place place : places)
     places_[place] = nullptr;
-  }
   size_ -= places.size();
   constexpr std::size_t fewGaps = 64;
   if (places_.size() > 2 * size_ + fewGaps) closeGaps();

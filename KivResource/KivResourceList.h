@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -17,10 +18,11 @@ using ResourceArray = std::vector<std::shared_ptr<KivResource>>;
 /// The registry of loaded resources: a list that keeps its order of insertion and takes the same
 /// object more than once. Resources have no equality of their own: two of equal content are two.
 ///
-/// Every change goes through this class, which keeps indexes for the questions below: they cost
-/// what they find, not the length of the list. The first question of a sort makes its index, and so
-/// does the first one after a listed resource has changed its identifier, its type or its paths by
-/// other means than the manager's passes; that costs as much as a walk. Used on the manager's queue
+/// Every change goes through this class, which keeps an index for each question below, so that an
+/// answer costs what it finds and the logarithm of the list's length. The first question of a sort
+/// makes its index, which costs about as much as a walk. So does the first question after a listed
+/// resource has reported a change of its identifier, its type or its paths
+/// (KivResource::noteChange); no pass of the manager causes one. To be used on the manager's queue
 /// alone.
 class KIV_EXPORT ResourceList {
  public:
@@ -94,6 +96,7 @@ class KIV_EXPORT ResourceList {
   [[nodiscard]] const_iterator::Place pastLastPlace() const {
     return places_.data() + places_.size();
   }
+  [[nodiscard]] ResourceArray at(const std::vector<std::uint32_t>& places) const;
   void closeGaps() const;
 
   // What is removed leaves a gap, so that the places in the indexes stay right. The gaps are closed

@@ -5,7 +5,6 @@
 #include <typeinfo>
 
 #include "KivPlatform/Foundation/Mutex.h"
-#include "KivPlatform/Foundation/values/StringList.h"
 #include "KivResource/KivResourceLookup.h"
 
 namespace {
@@ -43,8 +42,6 @@ KnownConstructors& knownConstructors() {
 }
 
 }  // namespace
-
-std::atomic<std::uint64_t> KivResource::changesOfListedResources_ = 0;
 
 KivResource::KivResource() = default;
 KivResource::~KivResource() = default;
@@ -147,10 +144,6 @@ std::vector<std::string> KivResource::listOf(const kiv::Value& string) {
 std::optional<std::string> KivResource::optionalString(const kiv::Value& string) {
   if (!string.isString()) return std::nullopt;
   return string.string();
-}
-
-void KivResource::countChangesIfListed(kiv::StringList& list) const noexcept {
-  if (isListed_) list.countChangesIn(&changesOfListedResources_);
 }
 
 const kiv::Value& KivResource::linkForKey(std::string_view key) const {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,37 +11,33 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/ChangeFlag.h"
 #include "KivPlatform/Foundation/values/Value.h"
-
-namespace kiv {
-class ResourceIndex;
-class ResourceList;
-class StringList;
-}  // namespace kiv
 
 /// One advertising resource: the fields that all kinds share, the dictionary that describes it, and
 /// the operations through which the manager brings its files.
 ///
 /// A resource is made from a resource dictionary and keeps its own copy of it as its persistent
-/// form: where a file has been stored, the kind writes the file's local path over the link that
-/// stood in the dictionary. Saved lists and copies are made of the dictionary alone, so a property
-/// that is set without changing the dictionary is neither saved nor copied. This class itself
-/// needs no files and is complete from the start; a kind that needs some overrides the file
-/// operations.
+/// form. When a file has been stored, the kind replaces the link in that dictionary by the file's
+/// local path. Saved lists and copies are made of the dictionary alone, so a property that is set
+/// without changing the dictionary is neither saved nor copied. This class itself needs no files
+/// and is complete from the start; a kind that needs files overrides the file operations.
 ///
-/// Queue: a resource has no lock and belongs to no queue; whoever changes one must be the only one
-/// that uses it. The manager changes a resource only while its files load, on the queue that drives
-/// the manager. From the moment that it announces a resource as complete, others may read it on
-/// their own queues: an operation that has nothing to change writes nothing, not even the same
-/// value.
-///
-/// A registry finds its resources by an index, and trusts a resource of one of the framework's own
-/// classes to tell it of changes; see kiv::ResourceIndex.
+/// Queue: a resource has no lock and belongs to no queue. Only one thread may use a resource while
+/// it changes. The manager changes a resource only while its files load, on the manager's queue.
+/// Once the manager has announced a resource as complete, several threads may read it: an operation
+/// that has nothing to change writes nothing, not even the same value.
 ///
 /// Deriving a kind: override setUp() and the file operations, and valueForProperty() for its
 /// properties; and give it an operation that yields `initialised(std::make_shared<Kind>(),
 /// dictionary, engine)`. A kind without a public default constructor overrides emptyInstance() too,
 /// so that it can be copied. An override must not throw.
+///
+/// The registry finds resources through an index, which asks a resource when it is taken in and
+/// again after noteChange(). So a kind calls noteChange() after each change of what its
+/// useFilePaths() yields. Identifier and type need no call: the index takes them from resourceID()
+/// and type(), whose setters report the change, whatever an override of valueForProperty() answers
+/// for them.
 class KIV_EXPORT KivResource {
  public:
   /// A resource of the dictionary, or nullptr if that is not acceptable. `engine` is the string
@@ -81,6 +76,11 @@ class KIV_EXPORT KivResource {
   /// The value of the property of that name: null for one that is none, nothing if the class has
   /// no such property.
   [[nodiscard]] virtual std::optional<kiv::Value> valueForProperty(std::string_view name) const;
+
+  /// Has every later change of the identifier, the type or the file paths set the flag, which is
+  /// held weakly. A registry calls this before it takes the resource in. An override, of a kind
+  /// that hands out mutable lists of its paths, calls its base's.
+  virtual void setOnChange(const std::shared_ptr<kiv::ChangeFlag>& flag) { changeFlags_.add(flag); }
 
   /// Name of the resource, for the host.
   [[nodiscard]] std::string name() const { return name_.string(); }
@@ -181,15 +181,12 @@ class KIV_EXPORT KivResource {
     noteChange();
   }
 
-  /// To be called after every change of what a registry's index relies on: identifier, type, paths
-  /// of files in use.
-  void noteChange() noexcept {
-    if (isListed_) ++changesOfListedResources_;
-  }
-  /// Has every change of the list, in which paths of files in use stand, noted in the same way.
-  void countChangesIfListed(kiv::StringList& list) const noexcept;
-  /// Called when a registry takes the resource in, at the latest now. An override calls its base's.
-  virtual void noteListed() noexcept { isListed_ = true; }
+  /// Reports a change of the identifier, the type or the file paths to the registries that hold the
+  /// resource. Each makes its index again at its next question, which costs about one walk. To be
+  /// called by the thread that made the change, after it.
+  void noteChange() noexcept { changeFlags_.set(); }
+  /// The flags that noteChange() sets.
+  [[nodiscard]] const kiv::ChangeFlags& changeFlags() const noexcept { return changeFlags_; }
 
  private:
   using Constructor = std::shared_ptr<KivResource> (*)();
@@ -202,14 +199,6 @@ class KIV_EXPORT KivResource {
   /// An instance of the receiver's own class, or nullptr if none can be made.
   [[nodiscard]] std::shared_ptr<KivResource> instanceOfOwnClass() const;
 
-  friend class kiv::ResourceIndex;
-  friend class kiv::ResourceList;
-
-  /// How often resources of any registry changed what an index relies on.
-  static std::uint64_t changesOfListedResources() noexcept { return changesOfListedResources_; }
-
-  static std::atomic<std::uint64_t> changesOfListedResources_;
-
   // Strings are held as values, because a value shares its characters with the dictionary that it
   // was taken from.
   kiv::Value name_;
@@ -219,7 +208,7 @@ class KIV_EXPORT KivResource {
   kiv::Value uid_;
   std::uint64_t priority_ = 0;
   std::uint64_t updated_ = 0;
-  bool isListed_ = false;
+  kiv::ChangeFlags changeFlags_;
   std::shared_ptr<kiv::Dictionary> resourceDictionary_;
   std::shared_ptr<kiv::Dictionary> options_;
 };

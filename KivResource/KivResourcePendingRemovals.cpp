@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <optional>
+#include <typeinfo>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceList.h"
-#include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceStorageModule.h"
+#include "KivResource/KivResourceVideo.h"
+#include "KivResource/KivResourceWeb.h"
 
 namespace kiv {
 
@@ -25,6 +27,14 @@ std::string placeOf(std::string_view path) {
   const auto directory = resolved(path::deletingLastPathComponent(path));
   if (!directory) return std::string(path);
   return path::appendingPathComponent(*directory, path::lastPathComponent(path));
+}
+
+/// True for the kinds whose file operations ask the disk for nothing but their own paths. A host's
+/// kind may ask it for anything.
+bool asksForItsOwnPathsAlone(const KivResource& resource) {
+  const std::type_info& type = typeid(resource);
+  return type == typeid(KivResource) || type == typeid(KivResourceStandard) ||
+         type == typeid(KivResourceVideo) || type == typeid(KivResourceWeb);
 }
 
 }  // namespace
@@ -61,10 +71,9 @@ bool PendingRemovals::takeAway(std::string_view place) const {
   return false;
 }
 
-/// A kind of a host's own may ask the disk for anything.
 bool PendingRemovals::affect(const KivResource& resource) const {
   if (empty()) return false;
-  if (!isOfFrameworkClass(resource)) return true;
+  if (!asksForItsOwnPathsAlone(resource)) return true;
   const auto paths = resource.useFilePaths();
   return std::any_of(paths.begin(), paths.end(),
                      [this](const std::string& path) { return affect(path); });

@@ -117,15 +117,15 @@ void KivResourceVideo::addPathValue(const kiv::Value& path) {
   filePaths_->push_back(path);
 }
 
-void KivResourceVideo::setFilePaths(std::shared_ptr<kiv::StringList> filePaths) noexcept {
+void KivResourceVideo::setFilePaths(std::shared_ptr<kiv::StringList> filePaths) {
+  if (filePaths) filePaths->changeFlags().add(changeFlags());
   filePaths_ = std::move(filePaths);
-  if (filePaths_) countChangesIfListed(*filePaths_);
   noteChange();
 }
 
-void KivResourceVideo::noteListed() noexcept {
-  KivResource::noteListed();
-  if (filePaths_) countChangesIfListed(*filePaths_);
+void KivResourceVideo::setOnChange(const std::shared_ptr<kiv::ChangeFlag>& flag) {
+  KivResource::setOnChange(flag);
+  if (filePaths_) filePaths_->changeFlags().add(flag);
 }
 
 std::optional<kiv::Value> KivResourceVideo::valueForProperty(std::string_view name) const {

@@ -74,7 +74,10 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   [[nodiscard]] const std::shared_ptr<kiv::StringList>& filePaths() const noexcept {
     return filePaths_;
   }
-  void setFilePaths(std::shared_ptr<kiv::StringList> filePaths) noexcept;
+  void setFilePaths(std::shared_ptr<kiv::StringList> filePaths);
+
+  /// A change of the list `filePaths` counts, too.
+  void setOnChange(const std::shared_ptr<kiv::ChangeFlag>& flag) override;
 
   /// The resource dictionary's key of the video that was chosen.
   [[nodiscard]] std::string requiredVideoField() const { return requiredVideoField_.string(); }
@@ -86,7 +89,6 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   [[nodiscard]] std::shared_ptr<KivResource> emptyInstance() const override;
 
  private:
-  void noteListed() noexcept override;
   void addPathValue(const kiv::Value& path);
   /// The local path of a file where it lies on disk; otherwise none, and its link joins the links.
   kiv::Value findFile(const kiv::Value& pathOrLink);

@@ -21,6 +21,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/AppConfiguration/KivAppConfiguration.h
   KivPlatform/Foundation/system/Bundle.h
   KivPlatform/Foundation/text/ControlCharacters.h
+  KivPlatform/Foundation/values/ChangeFlag.h
   KivPlatform/Foundation/values/Data.h
   KivPlatform/Foundation/queues/DispatchQueue.h
   KivPlatform/Foundation/values/Error.h

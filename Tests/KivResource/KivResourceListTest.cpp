@@ -14,14 +14,31 @@ namespace {
 using kiv::ResourceArray;
 using kiv::ResourceList;
 
-/// A kind of a host's own, which answers for its files whatever it was told last, without a notice.
+/// A kind of a host's own, which counts how often it is asked for its files.
 class HostKind final : public KivResource {
  public:
   static std::shared_ptr<HostKind> make(const kiv::Dictionary& dictionary) {
     return initialised(std::shared_ptr<HostKind>(new HostKind), dictionary, "host");
   }
-  [[nodiscard]] std::vector<std::string> useFilePaths() const override { return paths; }
-  std::vector<std::string> paths;
+  [[nodiscard]] std::vector<std::string> useFilePaths() const override {
+    ++questions;
+    return paths_;
+  }
+  void setPaths(std::vector<std::string> paths) {
+    setPathsSilently(std::move(paths));
+    noteChange();
+  }
+  /// What the rule for host kinds forbids.
+  void setPathsSilently(std::vector<std::string> paths) { paths_ = std::move(paths); }
+  [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override {
+    if (name == "type" || name == "resourceID") return kiv::Value("of its own");
+    return KivResource::valueForProperty(name);
+  }
+
+  static inline int questions = 0;
+
+ private:
+  std::vector<std::string> paths_;
 };
 
 kiv::Dictionary item(const std::string& identifier, const std::string& type) {
@@ -58,7 +75,8 @@ struct PlainWalk {
   [[nodiscard]] ResourceArray select(const std::string& property, const std::string& value) const {
     ResourceArray found;
     for (const auto& resource : list) {
-      if (resource->valueForProperty(property) == kiv::Value(value)) found.push_back(resource);
+      const auto answer = property == "type" ? resource->type() : resource->resourceID();
+      if (answer == value) found.push_back(resource);
     }
     return found;
   }
@@ -229,16 +247,97 @@ TEST(ResourceListTest, SeesAPathThatIsWrittenIntoAListFromBeforeItsResourceWasLi
   EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
 }
 
-TEST(ResourceListTest, AsksAHostsOwnKindEveryTime) {
+TEST(ResourceListTest, SeesThePathsThatAHostsOwnKindReports) {
   const auto host = HostKind::make(item("h", "t"));
   const auto stranger = banner("x");
   ResourceList list({banner("a"), host});
   ASSERT_FALSE(list.isPathUsedByOthers("/p", *stranger));
-  host->paths = {"/p"};
+  host->setPaths({"/p", "/q"});
   EXPECT_TRUE(list.isPathUsedByOthers("/p", *stranger));
-  EXPECT_EQ(list.resourcesWithID("h"), ResourceArray{host});
-  list.remove(host);
+  EXPECT_TRUE(list.isPathUsedByOthers("/q", *stranger));
+  host->setPaths({"/q"});
   EXPECT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  list.remove(host);
+  EXPECT_FALSE(list.isPathUsedByOthers("/q", *stranger));
+}
+
+TEST(ResourceListTest, FindsAHostsOwnKindWithoutAWalk) {
+  ResourceList list;
+  for (int number = 0; number < 1000; ++number) {
+    const auto host = HostKind::make(item("h" + std::to_string(number), "t"));
+    host->setPaths({"/f" + std::to_string(number)});
+    list.append(host);
+  }
+  const auto stranger = banner("x");
+  ASSERT_TRUE(list.isPathUsedByOthers("/f500", *stranger));
+  HostKind::questions = 0;
+  EXPECT_TRUE(list.isPathUsedByOthers("/f7", *stranger));
+  EXPECT_FALSE(list.isPathUsedByOthers("/f7", *list.resourcesWithID("h7")[0]));
+  EXPECT_FALSE(list.isPathUsedByOthers("/other", *stranger));
+  EXPECT_EQ(list.resourcesWithID("h7").size(), 1U);
+  EXPECT_EQ(HostKind::questions, 1);
+  list.append(banner("y", "/f7"));
+  list.remove(list.resourcesWithID("h7")[0]);
+  EXPECT_TRUE(list.isPathUsedByOthers("/f7", *stranger));
+  EXPECT_LE(HostKind::questions, 2);
+}
+
+TEST(ResourceListTest, GoesByIdentifierAndTypeWhateverAKindAnswersForTheProperties) {
+  const auto host = HostKind::make(item("h", "t"));
+  const ResourceList list({host});
+  EXPECT_EQ(list.resourcesWithID("h"), ResourceArray{host});
+  EXPECT_EQ(list.resourcesWithType("t"), ResourceArray{host});
+  EXPECT_TRUE(list.resourcesWithID("of its own").empty());
+  EXPECT_EQ(list.counterparts({banner("h")}).ofEach, ResourceArray{host});
+}
+
+TEST(ResourceListTest, AHostsOwnKindThatChangesSilentlyIsStillRemoved) {
+  const auto host = HostKind::make(item("h", "t"));
+  host->setPaths({"/p"});
+  const auto stranger = banner("x");
+  ResourceList list({host});
+  ASSERT_TRUE(list.isPathUsedByOthers("/p", *stranger));
+  host->setPathsSilently({"/q"});
+  list.remove(host);
+  EXPECT_TRUE(list.empty());
+  EXPECT_FALSE(list.isPathUsedByOthers("/p", *stranger));
+  EXPECT_FALSE(list.isPathUsedByOthers("/q", *stranger));
+}
+
+// --- Several lists -------------------------------------------------------------------------------
+
+TEST(ResourceListTest, EveryListOfAResourceSeesItsChanges) {
+  const auto video = KivResourceVideo::initWithDictionary_engine(item("v", "t"), "eco_video");
+  const auto stranger = banner("x");
+  ResourceList first({video});
+  const ResourceList second({video});
+  ASSERT_TRUE(first.resourcesWithID("w").empty());
+  ASSERT_TRUE(second.resourcesWithID("w").empty());
+  video->setResourceID("w");
+  EXPECT_EQ(first.resourcesWithID("w"), ResourceArray{video});
+  EXPECT_EQ(second.resourcesWithID("w"), ResourceArray{video});
+  ASSERT_FALSE(first.isPathUsedByOthers("/p", *stranger));
+  ASSERT_FALSE(second.isPathUsedByOthers("/p", *stranger));
+  video->setFilePaths(std::make_shared<kiv::StringList>());
+  video->filePaths()->push_back("/p");
+  EXPECT_TRUE(first.isPathUsedByOthers("/p", *stranger));
+  EXPECT_TRUE(second.isPathUsedByOthers("/p", *stranger));
+  first.remove(video);
+  video->filePaths()->clear();
+  EXPECT_FALSE(second.isPathUsedByOthers("/p", *stranger));
+}
+
+TEST(ResourceListTest, AResourceOutlivesItsLists) {
+  const auto a = banner("a");
+  {
+    const ResourceList list({a});
+    ASSERT_EQ(list.resourcesWithID("a").size(), 1U);
+  }
+  a->setResourceID("b");
+  const ResourceList list({a});
+  ASSERT_EQ(list.resourcesWithID("b").size(), 1U);
+  a->setResourceID("c");
+  EXPECT_EQ(list.resourcesWithID("c"), ResourceArray{a});
 }
 
 // --- Random operations ---------------------------------------------------------------------------
@@ -332,7 +431,7 @@ class RandomOperations {
       standard->setImage(name());
       standard->setFileIsLoaded(below(2) == 0);
     } else if (auto* host = dynamic_cast<HostKind*>(&resource)) {
-      host->paths = {name()};
+      host->setPaths({name(), name()});
     } else if (auto* video = dynamic_cast<KivResourceVideo*>(&resource)) {
       if (below(8) == 0) {
         video->filePaths()->assign({name()});

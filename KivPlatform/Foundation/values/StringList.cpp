@@ -15,9 +15,9 @@ bool StringList::contains(std::string_view string) const noexcept {
 }
 
 void StringList::push_back(const Value& string) {
-  // What is no string would not be one for those who look at the values.
+  // values() promises strings, so any other value becomes an empty one.
   strings_.append(string.isString() ? string : Value(""));
-  noteChange();
+  changeFlags_.set();
 }
 
 void StringList::assign(std::initializer_list<std::string_view> strings) {
@@ -25,7 +25,7 @@ void StringList::assign(std::initializer_list<std::string_view> strings) {
   for (const std::string_view string : strings)
     others.append(string);
   strings_ = std::move(others);
-  noteChange();
+  changeFlags_.set();
 }
 
 }  // namespace kiv

@@ -1,21 +1,21 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <initializer_list>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/ChangeFlag.h"
 #include "KivPlatform/Foundation/values/Value.h"
 
 namespace kiv {
 
-/// A shared, mutable list of strings that can count its changes. The strings are values, to share
-/// their characters with the dictionaries that they were taken from.
+/// A shared, mutable list of strings that can report its changes. The strings are values, which
+/// share their characters with the dictionaries that they were taken from.
 class KIV_EXPORT StringList {
  public:
   class const_iterator {
@@ -41,7 +41,7 @@ class KIV_EXPORT StringList {
 
   StringList() noexcept = default;
   StringList(std::initializer_list<std::string_view> strings);
-  // Not copyable: the change count belongs to one list.
+  // Not copyable: a copy would set the flags of the original.
   StringList(const StringList&) = delete;
   StringList& operator=(const StringList&) = delete;
   ~StringList() = default;
@@ -65,8 +65,8 @@ class KIV_EXPORT StringList {
   void assign(std::initializer_list<std::string_view> strings);
   void clear() { assign({}); }
 
-  /// Every change of the list increments the count, which must outlive the list; nullptr for none.
-  void countChangesIn(std::atomic<std::uint64_t>* count) noexcept { changes_ = count; }
+  /// The flags that every change of the list sets.
+  [[nodiscard]] ChangeFlags& changeFlags() noexcept { return changeFlags_; }
 
   friend bool operator==(const StringList& a, const StringList& b) noexcept {
     return a.strings_ == b.strings_;
@@ -76,12 +76,8 @@ class KIV_EXPORT StringList {
   }
 
  private:
-  void noteChange() noexcept {
-    if (changes_) ++*changes_;
-  }
-
   Array strings_;
-  std::atomic<std::uint64_t>* changes_ = nullptr;
+  ChangeFlags changeFlags_;
 };
 
 }  // namespace kiv

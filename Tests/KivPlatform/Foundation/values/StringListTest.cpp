@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -34,18 +35,17 @@ TEST(StringListTest, SharesTheCharactersOfAValue) {
   EXPECT_EQ(list[0].data(), path.stringView().data());
 }
 
-TEST(StringListTest, CountsEveryChangeFromWhenItIsToldTo) {
-  std::atomic<std::uint64_t> count = 0;
+TEST(StringListTest, EveryChangeSetsItsFlags) {
+  const auto flag = std::make_shared<kiv::ChangeFlag>();
   StringList list{"a"};
-  list.countChangesIn(&count);
-  EXPECT_EQ(count, 0U);
+  list.changeFlags().add(flag);
+  EXPECT_FALSE(flag->clear());
   list.push_back("b");
+  EXPECT_TRUE(flag->clear());
   list.assign({"c"});
+  EXPECT_TRUE(flag->clear());
   list.clear();
-  EXPECT_EQ(count, 3U);
-  list.countChangesIn(nullptr);
-  list.push_back("d");
-  EXPECT_EQ(count, 3U);
+  EXPECT_TRUE(flag->clear());
 }
 
 }  // namespace
