@@ -60,14 +60,9 @@ HashKey HashKey::random() noexcept {
   return {word(), word()};
 }
 
-std::uint64_t keyedHash(std::string_view text, std::uint64_t domain) noexcept {
-  static const HashKey key = HashKey::random();
-  return keyedHash(text, key, domain);
-}
-
-std::uint64_t keyedHash(std::string_view text, const HashKey& key, std::uint64_t domain) noexcept {
+std::uint64_t keyedHash(std::string_view text, const HashKey& key) noexcept {
   SipHash hash(key);
-  hash.add(domain);
+  hash.add(0);
   const char* bytes = text.data();
   std::size_t left = text.size();
   for (; left >= sizeof(std::uint64_t); left -= sizeof(std::uint64_t)) {

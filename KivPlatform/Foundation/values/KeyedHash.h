@@ -13,11 +13,8 @@ struct HashKey {
   static HashKey random() noexcept;
 };
 
-/// A hash with a key that is random for each process, for tables with keys from a server, which
-/// could otherwise choose keys that collide. `domain` separates uses. Thread-safe.
-std::uint64_t keyedHash(std::string_view text, std::uint64_t domain = 0) noexcept;
-/// The same with a given key.
-std::uint64_t keyedHash(std::string_view text, const HashKey& key,
-                        std::uint64_t domain = 0) noexcept;
+/// The SipHash-1-3 of the text under the key, after a leading zero word. Without the key nobody can
+/// choose texts that collide. It is part of names on disk, so it never changes. Thread-safe.
+std::uint64_t keyedHash(std::string_view text, const HashKey& key) noexcept;
 
 }  // namespace kiv
