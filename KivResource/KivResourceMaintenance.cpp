@@ -8,9 +8,9 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/Foundation/files/RemovalGuard.h"
+#include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
-#include "KivResource/KivResourceArchiveRemoval.h"
+#include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceStorageModule.h"
 
@@ -23,9 +23,6 @@ using kiv::path::lastPathComponent;
 namespace {
 
 using Maintenance = KivResourceMaintenance;
-
-constexpr std::string_view lockSuffix = ".lock";
-constexpr std::string_view partSuffix = ".part";
 
 FileManager& files() {
   return FileManager::defaultManager();
@@ -229,7 +226,8 @@ bool findTemporaries(Maintenance::Audit& audit, std::optional<Error>* error) {
   for (const std::string& name : *names) {
     const std::string path = appendingPathComponent(top, name);
     if (!files().directoryExistsAtPath(path)) {
-      if (!name.ends_with(lockSuffix)) audit.temporary.push_back(itemAt(path));
+      if (!kiv::storage::ProcessDirectory::isLockName(name))
+        audit.temporary.push_back(itemAt(path));
       continue;
     }
     const auto items = sortedNames(path, error);
@@ -246,7 +244,7 @@ bool findUnfinishedDownloads(Maintenance::Audit& audit, std::optional<Error>* er
   const auto names = sortedNames(directory, error);
   if (!names) return false;
   for (const std::string& name : *names) {
-    if (!name.ends_with(partSuffix)) continue;
+    if (!kiv::PartialBody::isBodyName(name)) continue;
     audit.temporary.push_back(itemAt(appendingPathComponent(directory, name)));
   }
   return true;
@@ -254,9 +252,7 @@ bool findUnfinishedDownloads(Maintenance::Audit& audit, std::optional<Error>* er
 
 void removeItem(Maintenance::Item item, Maintenance::CleanUp& cleanUp) {
   std::optional<Error> error;
-  kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources,
-                                KivResourceStorageModule::resourcesDirectoryPath());
-  if (kiv::removeArchiveAtPath(item.path, &error)) {
+  if (KivResourceStorageModule::removeItemAtPath_error(item.path, &error)) {
     cleanUp.removed.push_back(std::move(item));
     return;
   }

@@ -62,6 +62,12 @@ std::string pathTo(Place place) {
   return KivStorageService::filePathForFileName_atRelativePath(place.name, place.directory);
 }
 
+/// The root may have changed since the last removal.
+void permitRemovals() {
+  kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources,
+                                KivResourceStorageModule::resourcesDirectoryPath());
+}
+
 std::string pathOfListSetAside(int number) {
   std::string name = "resources_config.unreadable-";
   name.append(std::to_string(number)).append(".json");
@@ -78,13 +84,19 @@ bool KivResourceStorageModule::saveData_withResourceFileName_error(
 
 void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view path,
                                                                 std::optional<kiv::Error>* error) {
-  kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources, resourcesDirectoryPath());
   if (isArchivePage(path)) {
-    kiv::removeArchiveAtPath(itemRemovedWithPath(path), error);
+    removeItemAtPath_error(itemRemovedWithPath(path), error);
   } else {
+    permitRemovals();
     // The error says it all: the operation has no answer of its own.
     static_cast<void>(kiv::FileManager::defaultManager().removeItemAtPath(path, error));
   }
+}
+
+bool KivResourceStorageModule::removeItemAtPath_error(const std::string& path,
+                                                      std::optional<kiv::Error>* error) {
+  permitRemovals();
+  return kiv::removeArchiveAtPath(path, error);
 }
 
 std::string KivResourceStorageModule::itemRemovedWithPath(std::string_view path) {

@@ -44,7 +44,12 @@ class KIV_EXPORT KivResourceStorageModule {
   /// lies outside the resources directory (kiv::FileManager::setRemovalRoots).
   static void removeResourceFileWithPath_error(std::string_view path,
                                                std::optional<kiv::Error>* error = nullptr);
-  /// The path of what that removes: the page's directory, or the file itself.
+  /// Removes what lies at the absolute path: a file, the directory of an unpacked archive in one
+  /// step, or of a link the link. The same paths are refused.
+  static bool removeItemAtPath_error(const std::string& path,
+                                     std::optional<kiv::Error>* error = nullptr);
+  /// The path of what removeResourceFileWithPath_error() removes: the page's directory, or the file
+  /// itself.
   static std::string itemRemovedWithPath(std::string_view path);
 
   /// The absolute path of the directory in which downloaded files and unpacked archives lie;

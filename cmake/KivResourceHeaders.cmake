@@ -44,6 +44,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/KivRESTService/KivRESTServiceSettings.h
   KivPlatform/KivRESTService/KivRESTServiceTask.h
   KivPlatform/KivStorageService/ArchiveLimits.h
+  KivPlatform/KivStorageService/ArchiveNames.h
   KivPlatform/KivStorageService/KivStorageService.h
   KivPlatform/KivStorageService/KivStorageServiceErrors.h
 )

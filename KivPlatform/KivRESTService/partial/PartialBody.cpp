@@ -13,6 +13,8 @@ namespace {
 /// longer to write piece by piece.
 constexpr std::size_t blockSize = std::size_t{256} * 1024;
 
+constexpr std::string_view bodySuffix = ".part";
+
 FileManager& files() {
   return FileManager::defaultManager();
 }
@@ -20,7 +22,7 @@ FileManager& files() {
 }  // namespace
 
 PartialBody::PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock)
-    : partPath_(stem + ".part"),
+    : partPath_(stem + std::string(bodySuffix)),
       recordPath_(stem + ".json"),
       lockPath_(stem + ".lock"),
       lock_(std::move(lock)) {}
@@ -30,6 +32,10 @@ std::unique_ptr<PartialBody> PartialBody::lock(const std::string& stem,
   auto lock = files().lockFileAtPath(stem + ".lock", error);
   if (!lock) return nullptr;
   return std::unique_ptr<PartialBody>(new PartialBody(stem, std::move(lock)));
+}
+
+bool PartialBody::isBodyName(std::string_view name) noexcept {
+  return name.ends_with(bodySuffix);
 }
 
 PartialBody::~PartialBody() {

@@ -25,6 +25,9 @@ class PartialBody {
   /// locked. Nothing is read yet.
   static std::unique_ptr<PartialBody> lock(const std::string& stem,
                                            std::optional<Error>* error = nullptr);
+  /// True for the name of a file that holds the bytes of a body.
+  static bool isBodyName(std::string_view name) noexcept;
+
   PartialBody(const PartialBody&) = delete;
   PartialBody& operator=(const PartialBody&) = delete;
   ~PartialBody();

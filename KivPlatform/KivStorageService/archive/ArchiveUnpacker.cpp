@@ -5,6 +5,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/KivStorageService/ArchiveNames.h"
 #include "KivPlatform/KivStorageService/archive/ArchivePlan.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"

@@ -10,9 +10,6 @@
 
 namespace kiv::storage {
 
-/// The page that an unpacked archive must have at its top.
-inline constexpr std::string_view archiveEntryPage = "index.html";
-
 /// Unpacks the archive into a new directory at the path, and syncs it. Fails before anything is
 /// written if the disk has no room. On failure the caller removes what was written. The archive's
 /// name is for the messages.

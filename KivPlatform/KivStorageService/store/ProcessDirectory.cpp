@@ -82,7 +82,7 @@ void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) 
   if (!items) return;
   std::set<std::string_view> names;
   for (std::string_view item : *items) {
-    if (item.ends_with(lockSuffix)) item.remove_suffix(lockSuffix.size());
+    if (isLockName(item)) item.remove_suffix(lockSuffix.size());
     names.insert(item);
   }
   for (const std::string_view name : names) {
@@ -91,6 +91,10 @@ void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) 
     if (!lock) continue;
     removeLocked(directory, salvage);
   }
+}
+
+bool ProcessDirectory::isLockName(std::string_view name) noexcept {
+  return name.ends_with(lockSuffix);
 }
 
 bool ProcessDirectory::stands() const {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Error.h"
@@ -29,6 +30,9 @@ class ProcessDirectory {
 
   /// Removes from `parent` the directories that no living process holds.
   static void sweep(const std::string& parent, const Salvage& salvage);
+
+  /// True for the name of a lock file beside a directory.
+  static bool isLockName(std::string_view name) noexcept;
 
   ProcessDirectory(const ProcessDirectory&) = delete;
   ProcessDirectory& operator=(const ProcessDirectory&) = delete;

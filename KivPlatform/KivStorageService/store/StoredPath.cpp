@@ -1,6 +1,7 @@
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 #include "KivPlatform/Foundation/files/FileName.h"
+#include "KivPlatform/KivStorageService/ArchiveNames.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 namespace kiv::storage {

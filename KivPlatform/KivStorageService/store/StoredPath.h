@@ -12,9 +12,6 @@ namespace kiv::storage {
 /// The service's private directory under its root, for incomplete files.
 inline constexpr std::string_view privateDirectory = ".KivStorageService";
 
-/// The suffix of an archive's name, case-sensitive.
-inline constexpr std::string_view archiveSuffix = ".zip";
-
 bool isArchiveName(std::string_view fileName);
 /// The name of the directory that the archive is unpacked in.
 std::string_view archiveStem(std::string_view fileName);
