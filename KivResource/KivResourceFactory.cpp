@@ -14,23 +14,30 @@ namespace {
 
 using Initialiser = std::shared_ptr<KivResource> (*)(const kiv::Dictionary&, const std::string&);
 
-template <class Kind>
+template <class Resource>
 std::shared_ptr<KivResource> make(const kiv::Dictionary& dictionary, const std::string& engine) {
-  return Kind::initWithDictionary_engine(dictionary, engine);
+  return Resource::initWithDictionary_engine(dictionary, engine);
 }
 
-constexpr std::pair<std::string_view, Initialiser> kinds[] = {
-    {"eco_standard", make<KivResourceStandard>},
-    {"eco_video", make<KivResourceVideo>},
-    {"eco_fs", make<KivResourceWeb>},
-    {"eco_context", make<KivResourceWeb>},
+struct Kind {
+  std::string_view engine;
+  Initialiser initialiser;
+  kiv::KindKeys (*requiredKeys)();
 };
 
-Initialiser initialiserForEngine(std::string_view engine) {
-  for (const auto& [kindEngine, initialiser] : kinds) {
-    if (kindEngine == engine) return initialiser;
+constexpr Kind kinds[] = {
+    {"eco_standard", make<KivResourceStandard>, KivResourceStandard::requiredKeys},
+    {"eco_video", make<KivResourceVideo>, KivResourceVideo::requiredKeys},
+    {"eco_fs", make<KivResourceWeb>, KivResourceWeb::requiredKeys},
+    {"eco_context", make<KivResourceWeb>, KivResourceWeb::requiredKeys},
+};
+
+/// nullptr for an engine that no kind claims.
+const Kind* kindOfEngine(std::string_view engine) {
+  for (const Kind& kind : kinds) {
+    if (kind.engine == engine) return &kind;
   }
-  return make<KivResource>;
+  return nullptr;
 }
 
 }  // namespace
@@ -39,12 +46,18 @@ std::shared_ptr<KivResource> KivResourceFactory::createResourceFromDictionary(
     const kiv::Dictionary& dictionary) {
   const kiv::Value& engine = dictionary["engine"];
   if (engine.isString()) {
-    const Initialiser initialiser = initialiserForEngine(engine.stringView());
+    const Kind* const kind = kindOfEngine(engine.stringView());
+    const Initialiser initialiser = kind ? kind->initialiser : make<KivResource>;
     if (auto resource = initialiser(dictionary, engine.string())) return resource;
   }
   kiv::SystemLog::write("Create resource error. Resource dictionary: " +
                         kiv::JSON::toCompactString(dictionary));
   return nullptr;
+}
+
+std::optional<kiv::KindKeys> KivResourceFactory::requiredKeysOfEngine(std::string_view engine) {
+  const Kind* const kind = kindOfEngine(engine);
+  return kind ? std::optional(kind->requiredKeys()) : std::nullopt;
 }
 
 std::vector<std::shared_ptr<KivResource>> KivResourceFactory::resourcesArrayForResourcesConfig(

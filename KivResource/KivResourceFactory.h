@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
@@ -19,6 +21,10 @@ class KIV_EXPORT KivResourceFactory {
   /// engine or is not acceptable. An engine that no kind claims makes a plain KivResource.
   static std::shared_ptr<KivResource> createResourceFromDictionary(
       const kiv::Dictionary& dictionary);
+
+  /// The keys that the engine's kind asks for beyond those of every resource; nothing for an engine
+  /// that no kind claims.
+  static std::optional<kiv::KindKeys> requiredKeysOfEngine(std::string_view engine);
 
   /// The resources of a configuration's "items", in their order, without those that are not
   /// acceptable. What is no configuration, a null value too, has none.

@@ -1,5 +1,6 @@
 #include "KivResource/KivResourceObject.h"
 
+#include <algorithm>
 #include <map>
 #include <typeindex>
 #include <typeinfo>
@@ -52,9 +53,10 @@ std::shared_ptr<KivResource> KivResource::initWithDictionary_engine(
 }
 
 bool KivResource::isValidResourceDictionary(const kiv::Dictionary& dictionary) {
-  return hasString(dictionary, "name") && hasString(dictionary, "type") &&
-         hasString(dictionary, "banner_id") && dictionary["priority"].isNumber() &&
-         dictionary["updated"].isNumber();
+  const auto hasStringAt = [&](std::string_view key) { return hasString(dictionary, key); };
+  const auto hasNumberAt = [&](std::string_view key) { return dictionary[key].isNumber(); };
+  return std::all_of(requiredStrings.begin(), requiredStrings.end(), hasStringAt) &&
+         std::all_of(requiredNumbers.begin(), requiredNumbers.end(), hasNumberAt);
 }
 
 bool KivResource::setUp(const kiv::Dictionary& dictionary, const std::string& engine) {

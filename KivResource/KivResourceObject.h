@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -13,6 +14,16 @@
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/ChangeFlag.h"
 #include "KivPlatform/Foundation/values/Value.h"
+
+namespace kiv {
+
+/// The keys that a kind asks for in a resource dictionary, beyond those that every kind has.
+struct KindKeys {
+  std::vector<std::string_view> strings;  ///< Each must hold a string.
+  std::vector<std::string_view> files;  ///< Those of the strings that are links or paths of files.
+};
+
+}  // namespace kiv
 
 /// One advertising resource: the fields that all kinds share, the dictionary that describes it, and
 /// the operations through which the manager brings its files.
@@ -48,6 +59,9 @@ class KIV_EXPORT KivResource {
   /// True if the dictionary has what every resource needs: the strings "name", "type" and
   /// "banner_id", the numbers "priority" and "updated". Booleans count as numbers.
   static bool isValidResourceDictionary(const kiv::Dictionary& dictionary);
+  /// The keys of those strings and numbers.
+  static constexpr std::array<std::string_view, 3> requiredStrings = {"name", "type", "banner_id"};
+  static constexpr std::array<std::string_view, 2> requiredNumbers = {"priority", "updated"};
 
   KivResource(const KivResource&) = delete;
   KivResource& operator=(const KivResource&) = delete;

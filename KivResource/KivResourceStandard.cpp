@@ -33,6 +33,10 @@ bool KivResourceStandard::setUp(const kiv::Dictionary& dictionary, const std::st
   return true;
 }
 
+kiv::KindKeys KivResourceStandard::requiredKeys() {
+  return {{marketLinkKey, wideImageKey}, {wideImageKey}};
+}
+
 bool KivResourceStandard::isValidResourceStandardDictionary(
     const kiv::Dictionary& dictionary) const {
   return hasString(dictionary, marketLinkKey) &&

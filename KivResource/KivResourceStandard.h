@@ -17,6 +17,8 @@ class KIV_EXPORT KivResourceStandard : public KivResource {
 
   /// True if the dictionary has the keys of this kind; the common ones are not looked at.
   [[nodiscard]] bool isValidResourceStandardDictionary(const kiv::Dictionary& dictionary) const;
+  /// Those keys, with the usual image.
+  static kiv::KindKeys requiredKeys();
   /// Chooses the image that this resource uses: sets `requiredImageField`.
   virtual void setRequiredFieldsForResource();
 

@@ -51,6 +51,10 @@ bool KivResourceVideo::setUp(const kiv::Dictionary& dictionary, const std::strin
   return true;
 }
 
+kiv::KindKeys KivResourceVideo::requiredKeys() {
+  return {{titleKey, marketLinkKey, iconKey, landscapeVideoKey}, {iconKey, landscapeVideoKey}};
+}
+
 bool KivResourceVideo::isValidResourceVideoDictionary(const kiv::Dictionary& dictionary) const {
   return hasString(dictionary, titleKey) && hasString(dictionary, marketLinkKey) &&
          hasString(dictionary, iconKey) && hasString(dictionary, requiredVideoField_.stringView());

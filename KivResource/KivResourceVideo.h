@@ -20,6 +20,8 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
 
   /// True if the dictionary has the keys of this kind; the common ones are not looked at.
   [[nodiscard]] bool isValidResourceVideoDictionary(const kiv::Dictionary& dictionary) const;
+  /// Those keys, with the usual video.
+  static kiv::KindKeys requiredKeys();
   /// Chooses the video that this resource uses: sets `requiredVideoField`.
   virtual void selectRequiredVideoField();
 

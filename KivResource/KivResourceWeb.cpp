@@ -49,6 +49,10 @@ bool KivResourceWeb::setUp(const kiv::Dictionary& dictionary, const std::string&
   return true;
 }
 
+kiv::KindKeys KivResourceWeb::requiredKeys() {
+  return {{pageKey}, {pageKey}};
+}
+
 bool KivResourceWeb::isValidResourceFullscreenDictionary(const kiv::Dictionary& dictionary) const {
   return hasString(dictionary, pageKey);
 }

@@ -18,6 +18,8 @@ class KIV_EXPORT KivResourceWeb : public KivResource {
 
   /// True if the dictionary has the key of this kind; the common ones are not looked at.
   [[nodiscard]] bool isValidResourceFullscreenDictionary(const kiv::Dictionary& dictionary) const;
+  /// Those keys.
+  static kiv::KindKeys requiredKeys();
 
   [[nodiscard]] bool filesExist() const override;
   [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;

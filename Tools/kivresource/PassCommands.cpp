@@ -7,6 +7,7 @@
 #include "KivResource/KivResource.h"
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/Configuration.h"
+#include "Tools/kivresource/ConfigurationCheck.h"
 #include "Tools/kivresource/EventLines.h"
 #include "Tools/kivresource/ExitStatus.h"
 #include "Tools/kivresource/Host.h"
@@ -38,13 +39,12 @@ int runPass(KivResourceManager& manager, const Call& call) {
   return stoppedBy;
 }
 
-void showWhatIsMissing(PassView& view, const Options& options, const Expected& expected,
+void showWhatIsMissing(PassView& view, const Options& options, const ConfigurationCheck& check,
                        const PassOutcome& outcome) {
-  for (const auto& [place, text] : expected.unacceptable)
+  for (const auto& [place, text] : check.unacceptable)
     view.showFailure("item " + std::to_string(place), text);
-  for (const auto& resource : outcome.unheardOf(expected)) {
-    view.showFailure(kiv::escapingControlCharacters(resource->resourceID()),
-                     "its files are not complete");
+  for (const auto& resourceID : outcome.unheardOf(check.resourceIDs)) {
+    view.showFailure(kiv::escapingControlCharacters(resourceID), "its files are not complete");
   }
   if (outcome.failed() > 0 && !options.mainURL) {
     complain("no main server is named: see --main");
@@ -56,13 +56,13 @@ std::string summary(std::size_t loaded, std::size_t failed) {
          (failed > 0 ? ", " + std::to_string(failed) + " failed" : "");
 }
 
-/// The books of the pass, an exit status.
-int close(const KivResourceManager& manager, const Expected& expected, const PassOutcome& outcome,
-          int stoppedBy, PassView* view, const Options& options) {
+/// Shows how the pass has ended, and answers the exit status.
+int close(const KivResourceManager& manager, const ConfigurationCheck& check,
+          const PassOutcome& outcome, int stoppedBy, PassView* view, const Options& options) {
   const std::size_t failed =
-      outcome.failed() + outcome.unheardOf(expected).size() + expected.unacceptable.size();
+      outcome.failed() + outcome.unheardOf(check.resourceIDs).size() + check.unacceptable.size();
   if (view && stoppedBy == 0) {
-    showWhatIsMissing(*view, options, expected, outcome);
+    showWhatIsMissing(*view, options, check, outcome);
     view->showEnd(summary(outcome.loaded(), failed));
   } else if (view) {
     view->showEnd("stopped; " + counted(outcome.loaded(), "resource") + " loaded");
@@ -82,17 +82,16 @@ int passWithConfig(const Options& options,
     return exitStatus::usage;
   }
   if (!configureFramework(options)) return exitStatus::usage;
-  const Expected expected = Expected::of(*config, options.id, options.type);
-  for (const auto& [place, text] : expected.odd)
+  const auto check = ConfigurationCheck::of(*config, options.id, options.type);
+  for (const auto& [place, text] : check.odd)
     complain("item " + std::to_string(place) + ": " + text);
   if (!options.json) keepLogFromTerminal();
 
   const auto manager = KivResourceManager::sharedInstance();
-  const auto outcome = std::make_shared<PassOutcome>();
   const auto view = options.json ? nullptr : std::make_shared<PassView>();
+  const auto outcome = std::make_shared<PassOutcome>(view);
   const auto lines = options.json ? std::make_shared<EventLines>() : nullptr;
   manager->addObserver(outcome);
-  manager->addObserver(view);
   manager->addObserver(lines);
   if (view) {
     manager->loader()->restService()->setProgressHandler(
@@ -101,7 +100,7 @@ int passWithConfig(const Options& options,
         [view](const auto& task) { view->noteEnd(task); });
   }
   const int stoppedBy = runPass(*manager, [&](auto& host) { call(host, *config); });
-  return close(*manager, expected, *outcome, stoppedBy, view.get(), options);
+  return close(*manager, check, *outcome, stoppedBy, view.get(), options);
 }
 
 }  // namespace

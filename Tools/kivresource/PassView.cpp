@@ -1,6 +1,7 @@
 #include "Tools/kivresource/PassView.h"
 
 #include <iostream>
+#include <set>
 
 #include "Tools/kivresource/ProgressBar.h"
 
@@ -15,19 +16,16 @@ std::string titleOf(const KivResource& resource) {
 
 }  // namespace
 
-void PassView::resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
-                                               const std::shared_ptr<KivResource>& resource) {
-  printLine(terminal_.styled(Terminal::Style::green, "loaded") + "  " + titleOf(*resource));
+void PassView::showLoaded(const KivResource& resource) {
+  printLine(terminal_.styled(Terminal::Style::green, "loaded") + "  " + titleOf(resource));
 }
 
-void PassView::resourceManager_didFailToLoadResource_withError(
-    const std::shared_ptr<KivResourceManager>& manager,
-    const std::shared_ptr<KivResource>& resource, const std::optional<kiv::Error>& error) {
-  if (!failed_.insert(resource).second) return;
-  const std::string url = failedURL(*manager, *resource);
+void PassView::showFailed(const KivResourceManager& manager, const KivResource& resource,
+                          const std::optional<kiv::Error>& error) {
+  const std::string url = failedURL(manager, resource);
   const std::string reason = error ? error->localizedDescription() : "no data came";
   const bool isTold = url.empty() || reason.find(url) != std::string::npos;
-  showFailure(titleOf(*resource), isTold ? reason : url + ": " + reason);
+  showFailure(titleOf(resource), isTold ? reason : url + ": " + reason);
 }
 
 void PassView::noteEnd(const KivRESTServiceTask& task) {

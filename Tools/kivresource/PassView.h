@@ -1,6 +1,6 @@
 #pragma once
 
-#include <set>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,16 +12,13 @@ namespace tool {
 
 /// Shows a person how a pass goes: one line for each resource as it completes or fails, and on a
 /// terminal a progress bar below them. Used on the main queue.
-class PassView : public KivResourceManagerObserver {
+class PassView {
  public:
-  void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,
-                                       const std::shared_ptr<KivResource>& resource) override;
-  void resourceManager_didFailToLoadResource_withError(
-      const std::shared_ptr<KivResourceManager>& manager,
-      const std::shared_ptr<KivResource>& resource,
-      const std::optional<kiv::Error>& error) override;
-
-  /// To be called with each download that has ended, before the observer hears of its resource.
+  void showLoaded(const KivResource& resource);
+  /// Shows where the file that failed first was to come from, as far as that is known.
+  void showFailed(const KivResourceManager& manager, const KivResource& resource,
+                  const std::optional<kiv::Error>& error);
+  /// To be called with each download that has ended, before its resource is shown.
   void noteEnd(const KivRESTServiceTask& task);
   void showProgress(const KivRESTServiceProgress& progress);
   /// A line about something that did not go well.
@@ -34,13 +31,12 @@ class PassView : public KivResourceManagerObserver {
   void drawBar();
   void eraseBar();
 
-  /// Where the file that failed first was to come from, as far as that is known.
+  /// Empty if it is not known.
   [[nodiscard]] std::string failedURL(const KivResourceManager& manager,
                                       const KivResource& resource) const;
 
   const Terminal terminal_;
-  std::vector<std::string> failedURLs_;            ///< In the order in which they failed.
-  std::set<std::shared_ptr<KivResource>> failed_;  ///< Of which a line was printed.
+  std::vector<std::string> failedURLs_;  ///< In the order in which they failed.
   std::string bar_;
   bool barIsShown_ = false;
 };
