@@ -40,7 +40,7 @@ QImage pictureAt(const QString& file) {
   return reader.read();
 }
 
-void describe(const KivResourceStandard& banner, CacheItem& item) {
+void fillIn(const KivResourceStandard& banner, CacheItem& item) {
   const QString file = path(banner.image());
   item.kind = CacheItem::Kind::banner;
   item.market = webLink(text(banner.marketLink()));
@@ -48,7 +48,7 @@ void describe(const KivResourceStandard& banner, CacheItem& item) {
   item.version += stampOf(file);
 }
 
-void describe(const KivResourceVideo& promotion, CacheItem& item) {
+void fillIn(const KivResourceVideo& promotion, CacheItem& item) {
   const QString icon = path(promotion.icon());
   item.kind = CacheItem::Kind::promotion;
   item.title = text(promotion.title());
@@ -60,7 +60,7 @@ void describe(const KivResourceVideo& promotion, CacheItem& item) {
   item.version += stampOf(icon) + stampOf(item.video);
 }
 
-void describe(const KivResourceWeb& page, CacheItem& item) {
+void fillIn(const KivResourceWeb& page, CacheItem& item) {
   item.kind = CacheItem::Kind::page;
   item.page = path(page.html());
   item.pageFolder =
@@ -76,11 +76,11 @@ CacheItem CacheItem::of(const KivResource& resource) {
   item.title = text(resource.name());
   item.version = QString("%1;").arg(resource.updated());
   if (const auto* banner = dynamic_cast<const KivResourceStandard*>(&resource)) {
-    describe(*banner, item);
+    fillIn(*banner, item);
   } else if (const auto* promotion = dynamic_cast<const KivResourceVideo*>(&resource)) {
-    describe(*promotion, item);
+    fillIn(*promotion, item);
   } else if (const auto* page = dynamic_cast<const KivResourceWeb*>(&resource)) {
-    describe(*page, item);
+    fillIn(*page, item);
   }
   return item;
 }

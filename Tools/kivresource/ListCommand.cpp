@@ -43,8 +43,8 @@ int runList(const Options& options) {
   keepLogFromTerminal();
   const Answer answer = ask(*KivResourceManager::sharedInstance(), options);
   if (options.json) {
-    printJSONLine(kiv::Dictionary{{"result", answer.name},
-                                  {"resources", describeResources(answer.resources)}});
+    printJSONLine(
+        kiv::Dictionary{{"result", answer.name}, {"resources", resourcesJSON(answer.resources)}});
     return exitStatus::success;
   }
   const Terminal terminal;

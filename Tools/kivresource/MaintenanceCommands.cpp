@@ -29,16 +29,16 @@ Parts partsOf(const KivResourceMaintenance::Audit& audit) {
            {"temporary", &audit.temporary}}};
 }
 
-kiv::Dictionary describe(const Item& item) {
+kiv::Dictionary itemJSON(const Item& item) {
   return {{"path", item.path},
           {"size", item.size},
           {"resourceID", item.resourceID.empty() ? kiv::Value() : kiv::Value(item.resourceID)}};
 }
 
-kiv::Array describe(const Items& items) {
+kiv::Array itemsJSON(const Items& items) {
   kiv::Array array;
   for (const auto& item : items)
-    array.append(describe(item));
+    array.append(itemJSON(item));
   return array;
 }
 
@@ -78,7 +78,7 @@ void showAudit(const KivResourceMaintenance::Audit& audit) {
 void printAudit(const KivResourceMaintenance::Audit& audit) {
   kiv::Dictionary line;
   for (const auto& [name, items] : partsOf(audit))
-    line.set(name, describe(*items));
+    line.set(name, itemsJSON(*items));
   printJSONLine(line);
 }
 
@@ -101,11 +101,11 @@ void showCleanUp(const KivResourceMaintenance::CleanUp& cleanUp, bool dryRun) {
 void printCleanUp(const KivResourceMaintenance::CleanUp& cleanUp) {
   kiv::Array refused;
   for (const auto& [item, error] : cleanUp.refused) {
-    auto description = describe(item);
-    description.set("error", describeError(error));
-    refused.append(description);
+    auto entry = itemJSON(item);
+    entry.set("error", errorJSON(error));
+    refused.append(entry);
   }
-  printJSONLine(kiv::Dictionary{{"removed", describe(cleanUp.removed)}, {"refused", refused}});
+  printJSONLine(kiv::Dictionary{{"removed", itemsJSON(cleanUp.removed)}, {"refused", refused}});
 }
 
 }  // namespace

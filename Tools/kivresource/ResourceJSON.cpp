@@ -57,10 +57,10 @@ void appendCompact(std::string& text, const kiv::Value& value) {
 
 }  // namespace
 
-kiv::Dictionary describeResource(const KivResource& resource) {
+kiv::Dictionary resourceJSON(const KivResource& resource) {
   const Kind kind = kindOf(resource);
   const auto& dictionary = resource.resourceDictionary();
-  kiv::Dictionary description{
+  kiv::Dictionary json{
       {"class", kind.name},
       {"resourceID", resource.resourceID()},
       {"name", resource.name()},
@@ -76,19 +76,19 @@ kiv::Dictionary describeResource(const KivResource& resource) {
   };
   // By name, and not by the getters: those of lists hand out what can be changed.
   for (const auto property : kind.properties) {
-    description.set(property, resource.valueForProperty(property).value_or(nullptr));
+    json.set(property, resource.valueForProperty(property).value_or(nullptr));
   }
-  return description;
+  return json;
 }
 
-kiv::Array describeResources(const kiv::ResourceArray& resources) {
+kiv::Array resourcesJSON(const kiv::ResourceArray& resources) {
   kiv::Array array;
   for (const auto& resource : resources)
-    array.append(describeResource(*resource));
+    array.append(resourceJSON(*resource));
   return array;
 }
 
-kiv::Value describeError(const std::optional<kiv::Error>& error) {
+kiv::Value errorJSON(const std::optional<kiv::Error>& error) {
   if (!error) return nullptr;
   return kiv::Dictionary{
       {"domain", error->domain}, {"code", error->code}, {"message", error->localizedDescription()}};

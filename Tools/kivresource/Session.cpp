@@ -84,8 +84,8 @@ void Session::make(const SessionCall::Order& order) {
 }
 
 void Session::make(const SessionCall::Query& query) {
-  printJSONLine(kiv::Dictionary{{"result", query.name},
-                                {"resources", describeResources(query.ask(*manager_))}});
+  printJSONLine(
+      kiv::Dictionary{{"result", query.name}, {"resources", resourcesJSON(query.ask(*manager_))}});
 }
 
 void Session::make(const SessionCall::Invalid& invalid) {
