@@ -197,8 +197,8 @@ TYPED_TEST(KivResourceKindsTest, HostileLinksStartLinkedAndStayThere) {
   for (const auto& other : TypeParam::others)
     stored.push_back(this->directory_.write(other));
   const WorkingDirectory inside(this->directory_.path());
-  Strings links = hostileNames(TypeParam::others.front());
-  links.emplace_back("page\0.zip", 9);
+  Strings links = hostileLinks(TypeParam::others.front());
+  links.insert(links.end(), {std::string("page\0.zip", 9), "\xff\xfe"});
   for (const auto& path : stored) {
     links.push_back(path + "/");
     links.push_back(std::filesystem::path(path).filename().string() + "/");

@@ -125,7 +125,7 @@ TEST_F(KivResourceVideoTest, ADirectoryDoesNotCountAsStored) {
 TEST_F(KivResourceVideoTest, HostileLinksStartLinkedAndStayThere) {
   const std::string stored = directory_.write("icon.png");
   const WorkingDirectory inside(directory_.path());
-  for (const std::string& link : hostileNames("icon.png")) {
+  for (const std::string& link : hostileLinks("icon.png")) {
     const auto resource = make(itemWithFiles(link, link));
     ASSERT_TRUE(resource);
     for (const std::string& path : {std::string(), std::string("."), stored, link}) {

@@ -5,25 +5,30 @@
 
 namespace kiv::test {
 
-/// Names of files and links that no server should send. None of them names a file, whatever `name`
-/// is, but some come close to it.
+/// Names under which nothing may be stored. Some come close to `name`, which a test may have.
 inline std::vector<std::string> hostileNames(const std::string& name = "file.png") {
   using namespace std::string_literals;
   return {"",
           ".",
           "..",
-          "/",
-          "a/",
           ".zip",
           "..zip",
           "...zip",
-          "a/.zip",
-          name + "/",
+          "back\\slash.png",
           name + "\0"s,
           name + "\0.png"s,
-          std::string(5000, 'a'),
-          std::string(5000, 'a') + ".zip",
-          "\xff\xfe"};
+          std::string(256, 'n'),
+          std::string(252, 'n') + ".zip",
+          std::string(5000, 'n')};
+}
+
+/// Links whose last component is such a name, or which have none.
+inline std::vector<std::string> hostileLinks(const std::string& name = "file.png") {
+  std::vector<std::string> links = hostileNames(name);
+  for (const auto& hostile : hostileNames(name))
+    links.push_back("dir/" + hostile);
+  links.insert(links.end(), {"/", name + "/"});
+  return links;
 }
 
 }  // namespace kiv::test
