@@ -42,6 +42,11 @@ class Recorder : public Listener {
   std::function<void()> onNext_;
 };
 
+struct Counter : Listener {
+  void heard(const std::string&) override { ++count; }
+  std::atomic<int> count = 0;
+};
+
 class GCDMulticastDelegateTest : public testing::Test {
  protected:
   void SetUp() override { drain(); }
@@ -52,6 +57,12 @@ class GCDMulticastDelegateTest : public testing::Test {
   }
   void add(const std::shared_ptr<Listener>& listener) {
     multicast_.addDelegate_delegateQueue(listener, main_);
+  }
+  /// A recorder that listens.
+  std::shared_ptr<Recorder> added(const std::string& name) {
+    auto listener = recorder(name);
+    add(listener);
+    return listener;
   }
   void send(const std::string& word) {
     multicast_.send([word](Listener& listener) { listener.heard(word); });
@@ -77,10 +88,8 @@ void finishJobs(const std::shared_ptr<DispatchQueue>& queue) {
 }
 
 TEST_F(GCDMulticastDelegateTest, DeliversLaterAndInOrder) {
-  const auto a = recorder("a");
-  const auto b = recorder("b");
-  add(a);
-  add(b);
+  const auto a = added("a");
+  const auto b = added("b");
   send("1");
   send("2");
   EXPECT_TRUE(heard_.empty());
@@ -104,8 +113,7 @@ TEST_F(GCDMulticastDelegateTest, AnObserverHearsOnlyWhatIsSentWhileItIsRegistere
 }
 
 TEST_F(GCDMulticastDelegateTest, OnePairIsRegisteredOnce) {
-  const auto a = recorder("a");
-  add(a);
+  const auto a = added("a");
   add(a);
   send("1");
   EXPECT_EQ(drain(), (Words{"a1"}));
@@ -125,26 +133,22 @@ TEST_F(GCDMulticastDelegateTest, WithoutAQueueOrAnObserverNothingIsRegistered) {
 }
 
 TEST_F(GCDMulticastDelegateTest, RemovingAnUnknownObserverChangesNothing) {
-  const auto a = recorder("a");
-  add(a);
+  const auto a = added("a");
   multicast_.removeDelegate(recorder("b"));
   send("1");
   EXPECT_EQ(drain(), (Words{"a1"}));
 }
 
 TEST_F(GCDMulticastDelegateTest, RemovalStopsCallbacksThatAreOnTheirWay) {
-  const auto a = recorder("a");
-  const auto b = recorder("b");
-  add(a);
-  add(b);
+  const auto a = added("a");
+  const auto b = added("b");
   send("1");
   multicast_.removeDelegate(a);
   EXPECT_EQ(drain(), (Words{"b1"}));
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverAddedAgainDoesNotHearWhatWasSentBefore) {
-  const auto a = recorder("a");
-  add(a);
+  const auto a = added("a");
   send("1");
   multicast_.removeDelegate(a);
   add(a);
@@ -153,10 +157,8 @@ TEST_F(GCDMulticastDelegateTest, AnObserverAddedAgainDoesNotHearWhatWasSentBefor
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverAddedAgainComesLast) {
-  const auto a = recorder("a");
-  const auto b = recorder("b");
-  add(a);
-  add(b);
+  const auto a = added("a");
+  const auto b = added("b");
   multicast_.removeDelegate(a);
   add(a);
   send("1");
@@ -164,9 +166,8 @@ TEST_F(GCDMulticastDelegateTest, AnObserverAddedAgainComesLast) {
 }
 
 TEST_F(GCDMulticastDelegateTest, HoldsItsObserversWeakly) {
-  auto a = recorder("a");
+  auto a = added("a");
   const std::weak_ptr<Recorder> watched = a;
-  add(a);
   send("1");
   a.reset();
   EXPECT_TRUE(watched.expired());
@@ -192,10 +193,8 @@ TEST_F(GCDMulticastDelegateTest, AnObserverInThePlaceOfOneThatHasGoneIsNotMistak
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverMayRemoveItselfDuringACallback) {
-  const auto a = recorder("a");
-  const auto b = recorder("b");
-  add(a);
-  add(b);
+  const auto a = added("a");
+  const auto b = added("b");
   a->onNext([&] { multicast_.removeDelegate(a); });
   send("1");
   send("2");
@@ -203,12 +202,9 @@ TEST_F(GCDMulticastDelegateTest, AnObserverMayRemoveItselfDuringACallback) {
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverMayRemoveAnotherDuringACallback) {
-  const auto a = recorder("a");
-  const auto b = recorder("b");
-  const auto c = recorder("c");
-  add(a);
-  add(b);
-  add(c);
+  const auto a = added("a");
+  const auto b = added("b");
+  const auto c = added("c");
   a->onNext([&] { multicast_.removeDelegate(b); });
   send("1");
   send("2");
@@ -216,9 +212,8 @@ TEST_F(GCDMulticastDelegateTest, AnObserverMayRemoveAnotherDuringACallback) {
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverMayAddOneDuringACallback) {
-  const auto a = recorder("a");
+  const auto a = added("a");
   const auto b = recorder("b");
-  add(a);
   a->onNext([&] {
     add(b);
     send("2");
@@ -228,11 +223,9 @@ TEST_F(GCDMulticastDelegateTest, AnObserverMayAddOneDuringACallback) {
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverMayDieDuringItsOwnCallback) {
-  auto a = recorder("a");
-  const auto b = recorder("b");
+  auto a = added("a");
+  const auto b = added("b");
   const std::weak_ptr<Recorder> watched = a;
-  add(a);
-  add(b);
   a->onNext([&] {
     a.reset();
     EXPECT_FALSE(watched.expired());  // alive until its callback has returned
@@ -244,10 +237,8 @@ TEST_F(GCDMulticastDelegateTest, AnObserverMayDieDuringItsOwnCallback) {
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverMayLetAnotherDieDuringACallback) {
-  const auto a = recorder("a");
-  auto b = recorder("b");
-  add(a);
-  add(b);
+  const auto a = added("a");
+  auto b = added("b");
   a->onNext([&] { b.reset(); });
   send("1");
   send("2");
@@ -273,10 +264,6 @@ TEST_F(GCDMulticastDelegateTest, EveryObserverHearsOnItsOwnQueue) {
 }
 
 TEST_F(GCDMulticastDelegateTest, OneObserverOnTwoQueuesHearsOnBothAndIsRemovedFromBoth) {
-  struct Counter : Listener {
-    void heard(const std::string&) override { ++count; }
-    std::atomic<int> count = 0;
-  };
   const auto queue = DispatchQueue::serial("second");
   const auto counter = std::make_shared<Counter>();
   multicast_.addDelegate_delegateQueue(counter, main_);
@@ -302,8 +289,7 @@ TEST_F(GCDMulticastDelegateTest, TheMulticasterMayGoWhileCallbacksAreOnTheirWay)
 }
 
 TEST_F(GCDMulticastDelegateTest, AWakeUpHandlerMayUseTheMulticaster) {
-  const auto a = recorder("a");
-  add(a);
+  const auto a = added("a");
   main_->setWakeUpHandler([&] { multicast_.removeDelegate(a); });
   send("1");
   main_->setWakeUpHandler(nullptr);
@@ -329,10 +315,6 @@ TEST_F(GCDMulticastDelegateTest, AQueueThatGoesWithItsRegistrationMayStillUseThe
 }
 
 TEST_F(GCDMulticastDelegateTest, ObserversComeAndGoOnManyThreadsWhileCallbacksAreSent) {
-  struct Counter : Listener {
-    void heard(const std::string&) override { ++count; }
-    std::atomic<int> count = 0;
-  };
   constexpr int rounds = 200;
   const auto queue = DispatchQueue::serial("busy");
   const auto steady = std::make_shared<Counter>();

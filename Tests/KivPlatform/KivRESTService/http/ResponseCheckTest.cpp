@@ -22,6 +22,23 @@ void feed(ResponseCheck& check, std::string_view head) {
   check.addHeaderLine("\r\n");
 }
 
+/// A check that has been fed this head.
+class FedCheck : public ResponseCheck {
+ public:
+  explicit FedCheck(std::string_view head) : ResponseCheck(largestBody) { feed(*this, head); }
+};
+
+/// The body ends after so many bytes.
+void endAfter(ResponseCheck& check, std::size_t bytes) {
+  check.addBodyBytes(bytes);
+  check.end();
+}
+
+void expectProblem(const ResponseCheck& check, Code code) {
+  ASSERT_TRUE(check.problem());
+  EXPECT_EQ(check.problem()->code, code) << check.problem()->what;
+}
+
 struct HeadCase {
   const char* name;
   const char* head;
@@ -31,14 +48,12 @@ struct HeadCase {
 class ResponseHeads : public testing::TestWithParam<HeadCase> {};
 
 TEST_P(ResponseHeads, AreTakenOrRefused) {
-  ResponseCheck check(largestBody);
-  feed(check, GetParam().head);
+  FedCheck check(GetParam().head);
   if (!GetParam().problem) {
     EXPECT_FALSE(check.problem()) << check.problem()->what;
     EXPECT_TRUE(check.hasHeaders());
   } else {
-    ASSERT_TRUE(check.problem());
-    EXPECT_EQ(check.problem()->code, *GetParam().problem);
+    expectProblem(check, *GetParam().problem);
   }
 }
 
@@ -111,16 +126,14 @@ TEST(ResponseCheck, KnowsWhatTheHeadersSay) {
 
 TEST(ResponseCheck, OnlyStatus200IsAFile) {
   for (const int status : {201, 204, 206, 304, 404, 500}) {
-    ResponseCheck check(largestBody);
-    feed(check, "HTTP/1.1 " + std::to_string(status) + " X\nContent-Length: 0");
+    FedCheck check("HTTP/1.1 " + std::to_string(status) + " X\nContent-Length: 0");
     EXPECT_FALSE(check.isFile()) << status;
     EXPECT_EQ(check.status(), status);
   }
 }
 
 TEST(ResponseCheck, ABodyOfItsLengthIsWhole) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 200 OK\nContent-Length: 5");
+  FedCheck check("HTTP/1.1 200 OK\nContent-Length: 5");
   EXPECT_TRUE(check.addBodyBytes(2));
   EXPECT_TRUE(check.addBodyBytes(3));
   check.end();
@@ -130,36 +143,29 @@ TEST(ResponseCheck, ABodyOfItsLengthIsWhole) {
 
 TEST(ResponseCheck, ABodyOfAnotherLengthIsNotWhole) {
   for (const std::size_t size : {0U, 4U, 6U}) {
-    ResponseCheck check(largestBody);
-    feed(check, "HTTP/1.1 200 OK\nTransfer-Encoding: chunked\nContent-Length: 5");
-    check.addBodyBytes(size);
-    check.end();
+    FedCheck check("HTTP/1.1 200 OK\nTransfer-Encoding: chunked\nContent-Length: 5");
+    endAfter(check, size);
     ASSERT_TRUE(check.problem()) << size;
     EXPECT_EQ(check.problem()->code, Code::connectionLost);
   }
 }
 
 TEST(ResponseCheck, AnEmptyBodyIsWhole) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 200 OK\nContent-Length: 0");
+  FedCheck check("HTTP/1.1 200 OK\nContent-Length: 0");
   check.end();
   EXPECT_FALSE(check.problem());
 }
 
 TEST(ResponseCheck, OverHTTP10TheEndOfTheConnectionEndsTheBody) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.0 200 OK\nServer: old");
+  FedCheck check("HTTP/1.0 200 OK\nServer: old");
   EXPECT_TRUE(check.endsWithConnection());
-  check.addBodyBytes(7);
-  check.end();
+  endAfter(check, 7);
   EXPECT_FALSE(check.problem());
 }
 
 TEST(ResponseCheck, OverHTTP11ABodyWithoutLengthIsRefusedWithTheNameOfTheSetting) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 200 OK\nServer: small");
-  ASSERT_TRUE(check.problem());
-  EXPECT_EQ(check.problem()->code, malformed);
+  const FedCheck check("HTTP/1.1 200 OK\nServer: small");
+  ASSERT_NO_FATAL_FAILURE(expectProblem(check, malformed));
   EXPECT_NE(check.problem()->what.find("takesBodiesWithoutLength"), std::string::npos);
 }
 
@@ -190,24 +196,20 @@ TEST(ResponseCheck, WithoutOpenEndsABodyOfItsLengthIsTaken) {
     ResponseCheck check(largestBody, std::nullopt, ResponseCheck::Protocols::http1,
                         ResponseCheck::OpenEnds::none);
     feed(check, head);
-    check.addBodyBytes(5);
-    check.end();
+    endAfter(check, 5);
     EXPECT_FALSE(check.problem()) << head;
   }
 }
 
 TEST(ResponseCheck, ABodyWithoutEndStopsAtTheBound) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 200 OK\nTransfer-Encoding: chunked");
+  FedCheck check("HTTP/1.1 200 OK\nTransfer-Encoding: chunked");
   EXPECT_TRUE(check.addBodyBytes(1000));
   EXPECT_FALSE(check.addBodyBytes(1));
-  ASSERT_TRUE(check.problem());
-  EXPECT_EQ(check.problem()->code, Code::bodyTooLarge);
+  expectProblem(check, Code::bodyTooLarge);
 }
 
 TEST(ResponseCheck, ABodyNobodyWantsIsReadForAWhileOnly) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 404 No\nTransfer-Encoding: chunked");
+  FedCheck check("HTTP/1.1 404 No\nTransfer-Encoding: chunked");
   EXPECT_TRUE(check.addBodyBytes(ResponseCheck::largestUnwantedBody));
   EXPECT_FALSE(check.addBodyBytes(1));
   EXPECT_FALSE(check.problem());
@@ -218,17 +220,14 @@ TEST(ResponseCheck, HeadersThatDoNotEndAreNoResponse) {
     ResponseCheck check(largestBody);
     if (!line.empty()) check.addHeaderLine(line);
     check.end();
-    ASSERT_TRUE(check.problem());
-    EXPECT_EQ(check.problem()->code, Code::connectionLost);
+    expectProblem(check, Code::connectionLost);
   }
 }
 
 TEST(ResponseCheck, AnInterimResponseAloneIsNoResponse) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 100 Go");
+  FedCheck check("HTTP/1.1 100 Go");
   check.end();
-  ASSERT_TRUE(check.problem());
-  EXPECT_EQ(check.problem()->code, Code::connectionLost);
+  expectProblem(check, Code::connectionLost);
 }
 
 TEST(ResponseCheck, InterimResponsesAreBoundedInAll) {
@@ -239,13 +238,11 @@ TEST(ResponseCheck, InterimResponsesAreBoundedInAll) {
     ++taken;
   }
   EXPECT_GT(taken, 1'000);
-  ASSERT_TRUE(check.problem());
-  EXPECT_EQ(check.problem()->code, malformed);
+  expectProblem(check, malformed);
 }
 
 TEST(ResponseCheck, TrailersChangeNothing) {
-  ResponseCheck check(largestBody);
-  feed(check, "HTTP/1.1 200 OK\nTransfer-Encoding: chunked");
+  FedCheck check("HTTP/1.1 200 OK\nTransfer-Encoding: chunked");
   check.addBodyBytes(5);
   EXPECT_TRUE(check.addHeaderLine("Content-Length: 9\r\n"));
   check.end();
