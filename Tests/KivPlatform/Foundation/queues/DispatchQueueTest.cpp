@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
+// Only the system tells whether this is the main thread.
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "Tests/Support/LogCapture.h"
 

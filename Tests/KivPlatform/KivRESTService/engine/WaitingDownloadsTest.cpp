@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+// What waits are downloads, which are made here.
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
+// Responses and records take what is tested here: neither lets a wrong tag in.
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 #include "Tests/KivPlatform/KivRESTService/ClientFixture.h"

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+// Threads block the signal by a function that hosts do not see.
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace {
