@@ -347,7 +347,7 @@ TEST_F(HostileDocumentsTest, WhatCannotBeSavedIsLoadedAndLeavesTheFormerList) {
   load({plain("kept", 1)});
   const std::string list = read(listPath());
   for (const Value& value : values) {
-    manager->loadResourcesForConfig(config({with(plain("odd", 1), "x", value)}));
+    beginLoad({with(plain("odd", 1), "x", value)});
     EXPECT_THAT(takeEvents(), ElementsAre("loaded odd", "finished"));
     EXPECT_EQ(manager->allLoadedResources().size(), 2U);
     EXPECT_EQ(read(listPath()), list);

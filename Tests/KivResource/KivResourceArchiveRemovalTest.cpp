@@ -164,7 +164,7 @@ TEST_F(KivResourceArchiveRemovalTest, OfALinkToAnArchiveOnlyTheLinkGoes) {
 TEST_F(KivResourceArchiveRemovalTest, WhatIsLeftOfAnArchiveIsFoundByNoNameAndReplaced) {
   std::filesystem::remove(stored("promo/index.html"));
   EXPECT_EQ(KivResourceStorageModule::pathToResourceFileWithName("promo.zip"), std::nullopt);
-  manager->loadResourcesForConfig(config({page("p", 1, "promo.zip")}));
+  beginLoad({page("p", 1, "promo.zip")});
   EXPECT_TRUE(client->succeed("promo.zip", ZipBuilder().addFile("index.html", "new").build()));
   EXPECT_THAT(takeEvents(), ElementsAre("loaded p", "finished"));
   EXPECT_EQ(read(stored("promo/index.html")), "new");

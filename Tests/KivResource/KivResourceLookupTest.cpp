@@ -133,7 +133,7 @@ class KivResourceLookupOfPasses : public ManagerFixture {
 
 TEST_F(KivResourceLookupOfPasses, WhatIsFetchedTellsNothingOfTheMachine) {
   KivResourceLookup::setRoots(Strings());
-  manager->loadResourcesForConfig(config({banner("1", 1, "/bin/sh"), banner("2", 1, "/bin/none")}));
+  beginLoad({banner("1", 1, "/bin/sh"), banner("2", 1, "/bin/none")});
   EXPECT_THAT(client->urls, UnorderedElementsAre("http://main.test/files/bin/sh",
                                                  "http://main.test/files/bin/none"));
 }

@@ -10,9 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResourceStorageModule.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/MainQueue.h"
-#include "Tests/Support/ManagerFixture.h"
+#include "Tests/KivResource/RealClientFixture.h"
 #include "Tests/Support/RangeServer.h"
 #include "Tests/Support/Umask.h"
 #include "Tests/Support/ZipBuilder.h"
@@ -20,38 +18,18 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kiv::test::LoopbackServer;
-using kiv::test::ManagerFixture;
-using kiv::test::modeOf;
-using kiv::test::Response;
-using kiv::test::Umask;
-using kiv::test::waitUntil;
+using namespace kiv::test;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class KivResourceManagerAccessTest : public ManagerFixture {
+class KivResourceManagerAccessTest : public RealClientFixture {
  protected:
-  KivResourceManagerAccessTest() { useServer(server.url()); }
-
-  /// A manager with its own client on that server.
-  void useServer(const std::string& url) {
-    KivAppConfiguration::sharedInstance()->setMainACSDomain(url);
-    restart();
-    manager->setLoader(std::make_shared<KivResourceRESTModule>());
-  }
-
-  void update(std::initializer_list<kiv::Dictionary> items) {
-    observer->clear();
-    manager->updateResourcesForConfig(config(items));
-    ASSERT_TRUE(waitUntil([&] { return observer->count("finished") > 0; }));
-  }
-
   /// A small file, one that lies in the spool on its way, and an archive that asks for every right.
   void loadOneOfEach() {
     server.serve("/a.png", Response::ok("banner"));
-    server.serve("/large.png", Response::ok(kiv::test::patternedBytes(2'000'000)));
-    server.serve("/promo.zip", Response::ok(kiv::test::ZipBuilder()
+    server.serve("/large.png", Response::ok(patternedBytes(2'000'000)));
+    server.serve("/promo.zip", Response::ok(ZipBuilder()
                                                 .add({.name = "index.html", .mode = 0104777})
                                                 .add({.name = "css/", .mode = 0042777})
                                                 .add({.name = "css/a.css", .mode = 0100777})
@@ -62,11 +40,11 @@ class KivResourceManagerAccessTest : public ManagerFixture {
 
   /// Leaves a part of a large file in the spool.
   void breakALargeFileOff() {
-    const std::string body = kiv::test::patternedBytes(3'000'000);
-    server.serve("/v.mp4", [body](const kiv::test::Request& request) {
-      return kiv::test::rangeResponse(request, body, "\"1\"").stallAt(2'000'000);
+    const std::string body = patternedBytes(3'000'000);
+    server.serve("/v.mp4", [body](const Request& request) {
+      return rangeResponse(request, body, "\"1\"").stallAt(2'000'000);
     });
-    manager->updateResourcesForConfig(config({page("v", 1, "v.mp4")}));
+    beginUpdate({page("v", 1, "v.mp4")});
     ASSERT_TRUE(waitUntil([&] {
       std::error_code none;
       const auto parts = filesIn(spool(), ".part");
@@ -92,8 +70,6 @@ class KivResourceManagerAccessTest : public ManagerFixture {
 
   static std::string spool() { return KivResourceStorageModule::spoolDirectoryPath(); }
   [[nodiscard]] std::string temporaries() const { return root() + "/.KivStorageService"; }
-
-  LoopbackServer server;
 };
 
 class KivResourceManagerUmaskTest : public KivResourceManagerAccessTest,
@@ -185,14 +161,13 @@ TEST_F(KivResourceManagerAccessTest, TheRecordOfAPartHoldsNoURL) {
 }
 
 TEST_F(KivResourceManagerAccessTest, AFileWithSecretsInItsURLIsResumed) {
-  const std::string body = kiv::test::patternedBytes(3'000'000);
+  const std::string body = patternedBytes(3'000'000);
   useServer(urlWithSecrets(server));
   breakALargeFileOff();
   manager->stopLoading();
   ASSERT_TRUE(server.waitForNoConnection());
-  server.serve("/v.mp4", [body](const kiv::test::Request& request) {
-    return kiv::test::rangeResponse(request, body, "\"1\"");
-  });
+  server.serve("/v.mp4",
+               [body](const Request& request) { return rangeResponse(request, body, "\"1\""); });
   useServer(urlWithSecrets(server));
   update({page("v", 1, "v.mp4")});
   EXPECT_EQ(server.requests("/v.mp4").back().header("Range"), "bytes=2000000-");

@@ -84,9 +84,8 @@ TEST_F(KivResourceManagerDiskTest, WhatAHostReadsOfACopyAsksNothing) {
 
 TEST_F(KivResourceManagerDiskTest, AnUpdateInWhichAllIsCurrentAsksForNoStoredFile) {
   AskedPaths files;
-  manager->updateResourcesForConfig(
-      config({banner("b", 1, "x/b.png"), video("v", 1, "x/i.png", "x/v.mp4"),
-              page("p", 1, "x/p.html"), plain("n", 1)}));
+  beginUpdate({banner("b", 1, "x/b.png"), video("v", 1, "x/i.png", "x/v.mp4"),
+               page("p", 1, "x/p.html"), plain("n", 1)});
   EXPECT_THAT(takeEvents(),
               ElementsAre("loaded b", "loaded v", "loaded p", "loaded n", "finished"));
   EXPECT_THAT(files.take(), testing::Each(testing::Not(testing::StartsWith(stored("")))));

@@ -11,54 +11,29 @@
 #include "KivResource/KivResourceStorageModule.h"
 #include "KivResource/KivResourceWeb.h"
 #include "KivResource/NSError+KivResource.h"
-#include "Tests/Support/LoopbackServer.h"
-#include "Tests/Support/MainQueue.h"
-#include "Tests/Support/ManagerFixture.h"
+#include "Tests/KivResource/RealClientFixture.h"
 #include "Tests/Support/NginxServer.h"
 #include "Tests/Support/RangeServer.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace {
 
-using kiv::test::Gate;
-using kiv::test::LoopbackServer;
-using kiv::test::ManagerFixture;
-using kiv::test::Response;
-using kiv::test::waitUntil;
+using namespace kiv::test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-class KivResourceManagerEndToEndTest : public ManagerFixture {
+class KivResourceManagerEndToEndTest : public RealClientFixture {
  protected:
   KivResourceManagerEndToEndTest() {
-    KivAppConfiguration::sharedInstance()->setMainACSDomain(server.url());
     KivAppConfiguration::sharedInstance()->setReserveACSDomain(mirror.url("/reserve"));
-    restart();
   }
 
-  /// As after a restart of the host, with the manager's own client.
-  void restart() {
-    ManagerFixture::restart();
-    manager->setLoader(std::make_shared<KivResourceRESTModule>());
-  }
-
-  [[nodiscard]] bool waitForFinishes(std::size_t count = 1) {
-    return waitUntil([&] { return observer->count("finished") >= count; });
-  }
-
-  void update(std::initializer_list<kiv::Dictionary> items) {
-    observer->clear();
-    manager->updateResourcesForConfig(config(items));
-    ASSERT_TRUE(waitForFinishes());
-  }
-
-  LoopbackServer server;
   LoopbackServer mirror;
 };
 
 std::string archive(const std::string& page) {
-  return kiv::test::ZipBuilder()
+  return ZipBuilder()
       .addFile("index.html", page)
       .addFile("css/style.css", "style of " + page)
       .build();
@@ -88,14 +63,14 @@ TEST_F(KivResourceManagerEndToEndTest, EveryKindIsFetchedStoredAndSurvivesAResta
 }
 
 TEST_F(KivResourceManagerEndToEndTest, ALargeFileThatBreaksOffIsGoneOnWithByTheNextPass) {
-  const std::string body = kiv::test::patternedBytes(3'000'000);
+  const std::string body = patternedBytes(3'000'000);
   auto cut = std::make_shared<std::atomic<bool>>(true);
-  server.serve("/v.mp4", [&body, cut](const kiv::test::Request& request) {
-    auto response = kiv::test::rangeResponse(request, body, "\"1\"");
+  server.serve("/v.mp4", [&body, cut](const Request& request) {
+    auto response = rangeResponse(request, body, "\"1\"");
     return *cut ? response.stallAt(2'000'000) : response;
   });
   server.serve("/i.png", Response::ok("icon"));
-  manager->updateResourcesForConfig(config({video("v", 1, "i.png", "v.mp4")}));
+  beginUpdate({video("v", 1, "i.png", "v.mp4")});
   const std::string spool = KivResourceStorageModule::spoolDirectoryPath();
   const auto spooled = [&] {
     std::uintmax_t size = 0;
@@ -118,7 +93,7 @@ TEST_F(KivResourceManagerEndToEndTest, ALargeFileThatBreaksOffIsGoneOnWithByTheN
 }
 
 TEST_F(KivResourceManagerEndToEndTest, ResourcesThatShareALargeFileShareItsTransfer) {
-  const std::string body = kiv::test::patternedBytes(2'000'000);
+  const std::string body = patternedBytes(2'000'000);
   server.serve("/shared.png", Response::ok(body));
   update(
       {banner("a", 1, "shared.png"), banner("b", 1, "shared.png"), banner("c", 1, "shared.png")});
@@ -141,10 +116,9 @@ TEST_F(KivResourceManagerEndToEndTest, AnUpdateReplacesDropsAndKeeps) {
 }
 
 TEST_F(KivResourceManagerEndToEndTest, AReplacedArchiveIsSwappedNotMerged) {
-  server.serve(
-      "/promo.zip",
-      std::vector{Response::ok(archive("first")),
-                  Response::ok(kiv::test::ZipBuilder().addFile("index.html", "second").build())});
+  server.serve("/promo.zip",
+               std::vector{Response::ok(archive("first")),
+                           Response::ok(ZipBuilder().addFile("index.html", "second").build())});
   update({page("p", 1, "promo.zip")});
   ASSERT_TRUE(exists(stored("promo/css/style.css")));
   // The stored page would be found by its name, so the archive is saved once more directly.
@@ -192,7 +166,7 @@ TEST_F(KivResourceManagerEndToEndTest, StoppingInTheMiddleSendsOneFinishAndNothi
   const Gate gate;
   server.serve("/a.png", Response::ok("a"));
   server.serve("/b.png", Response::ok("body").gateAt(2, gate));
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   ASSERT_TRUE(waitUntil([&] { return observer->count("loaded a") == 1; }));
   ASSERT_TRUE(server.waitForRequests("/b.png", 1));
   manager->stopLoading();
@@ -207,8 +181,8 @@ TEST_F(KivResourceManagerEndToEndTest, StoppingInTheMiddleSendsOneFinishAndNothi
 TEST_F(KivResourceManagerEndToEndTest, ABusyManagerRefusesAndTheRunningPassFinishes) {
   const Gate gate;
   server.serve("/a.png", Response::ok("a").after(gate));
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
-  manager->loadResourcesForConfig(config({plain("x", 1)}));
+  beginLoad({banner("a", 1, "a.png")});
+  beginLoad({plain("x", 1)});
   ASSERT_TRUE(waitForFinishes());
   EXPECT_THAT(observer->events, ElementsAre("failed x", "finished"));
   gate.open();
@@ -233,7 +207,7 @@ TEST_F(KivResourceManagerEndToEndTest, ManyResourcesAreEachAnnouncedOnceAndAllSa
 TEST_F(KivResourceManagerEndToEndTest, AManagerOnASerialQueueCallsObserversOnTheMainOne) {
   server.serve("/a.png", Response::ok("a"));
   const auto queue = kiv::DispatchQueue::serial("manager");
-  const auto heard = std::make_shared<kiv::test::RecordingObserver>();
+  const auto heard = std::make_shared<RecordingObserver>();
   std::shared_ptr<KivResourceManager> own;
   queue->async([&] {
     own = KivResourceManager::newInstance();
@@ -254,9 +228,9 @@ TEST_F(KivResourceManagerEndToEndTest, AManagerOnASerialQueueCallsObserversOnThe
 TEST_F(KivResourceManagerEndToEndTest, AnObserverThatGoesDuringAPassIsNotCalled) {
   const Gate gate;
   server.serve("/a.png", Response::ok("a").after(gate));
-  const auto other = std::make_shared<kiv::test::RecordingObserver>();
+  const auto other = std::make_shared<RecordingObserver>();
   manager->addObserver(other);
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginLoad({banner("a", 1, "a.png")});
   observer = nullptr;
   gate.open();
   EXPECT_TRUE(waitUntil([&] { return other->count("finished") == 1; }));
@@ -264,7 +238,7 @@ TEST_F(KivResourceManagerEndToEndTest, AnObserverThatGoesDuringAPassIsNotCalled)
 }
 
 TEST_F(KivResourceManagerEndToEndTest, AgainstNginxEveryKindIsLoadedAndAMissingFileFails) {
-  kiv::test::NginxServer nginx;
+  NginxServer nginx;
   const std::string large(3'000'000, 'v');
   nginx.addFile("a.png", "banner");
   nginx.addFile("i.png", "icon");
@@ -291,7 +265,7 @@ class LeavingHostTest : public KivResourceManagerEndToEndTest,
 TEST_P(LeavingHostTest, EndsCleanlyAndKeepsWhatWasAnnounced) {
   server.serve("/whole.png", Response::ok("whole"));
   server.serve("/stalls.png", Response::ok(std::string(100'000, 'x')).stallAt(50'000));
-  kiv::test::ChildProcess host(LEAVING_HOST, {GetParam(), root(), server.url()});
+  ChildProcess host(LEAVING_HOST, {GetParam(), root(), server.url()});
   ASSERT_TRUE(host.hasStarted());
   ASSERT_TRUE(server.waitForRequests("/stalls.png", 1));
   host.closeInput();

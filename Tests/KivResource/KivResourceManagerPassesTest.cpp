@@ -18,7 +18,7 @@ class KivResourceManagerPassesTest : public ManagerFixture {};
 TEST_F(KivResourceManagerPassesTest, AnEqualStampKeepsTheLoadedResourceAndAnnouncesIt) {
   load({banner("a", 5, "a.png")});
   const auto before = manager->loadedResources()->resources();
-  manager->updateResourcesForConfig(config({banner("a", 5, "new.png")}));
+  beginUpdate({banner("a", 5, "new.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
   EXPECT_EQ(observer->loaded[0], before[0]);
   EXPECT_EQ(manager->loadedResources()->resources(), before);
@@ -27,20 +27,20 @@ TEST_F(KivResourceManagerPassesTest, AnEqualStampKeepsTheLoadedResourceAndAnnoun
 
 TEST_F(KivResourceManagerPassesTest, AGreaterStampIsFetchedWhileTheOldStaysUntilItIsComplete) {
   load({banner("a", 5, "a.png")});
-  manager->updateResourcesForConfig(config({banner("a", 6, "new.png")}));
+  beginUpdate({banner("a", 6, "new.png")});
   EXPECT_THAT(takeEvents(), IsEmpty());
-  EXPECT_EQ((*manager->loadedResources())[0]->updated(), 5U);
+  EXPECT_EQ(entry(0)->updated(), 5U);
   EXPECT_TRUE(exists(stored("a.png")));
   ASSERT_TRUE(client->succeed("/new.png"));
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
   ASSERT_EQ(manager->loadedResources()->size(), 1U);
-  EXPECT_EQ((*manager->loadedResources())[0]->updated(), 6U);
+  EXPECT_EQ(entry(0)->updated(), 6U);
   EXPECT_FALSE(exists(stored("a.png")));
 }
 
 TEST_F(KivResourceManagerPassesTest, ASmallerStampKeepsTheLoadedResource) {
   load({banner("a", 5, "a.png")});
-  manager->updateResourcesForConfig(config({banner("a", 4, "old.png")}));
+  beginUpdate({banner("a", 4, "old.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
   EXPECT_EQ(observer->loaded[0]->updated(), 5U);
 }
@@ -49,21 +49,21 @@ TEST_F(KivResourceManagerPassesTest, StampsCompareUnsignedSoMinusOneIsTheLargest
   load({plain("a", 18446744073709551614U)});
   auto newest = plain("a", 0);
   newest.set("updated", -1);
-  manager->loadResourcesForConfig(config({newest}));
+  beginLoad({newest});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
   EXPECT_EQ(observer->loaded[0]->updated(), 18446744073709551615U);
 }
 
 TEST_F(KivResourceManagerPassesTest, StampsAboveDoublePrecisionStayApart) {
   load({plain("a", 9007199254740992U)});
-  manager->loadResourcesForConfig(config({plain("a", 9007199254740993U)}));
+  beginLoad({plain("a", 9007199254740993U)});
   takeEvents();
   EXPECT_EQ(observer->loaded[0]->updated(), 9007199254740993U);
 }
 
 TEST_F(KivResourceManagerPassesTest, AnUpdateDropsWhatTheConfigurationLacksButKeepsItsFiles) {
   load({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
-  manager->updateResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginUpdate({banner("a", 1, "a.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
   EXPECT_THAT(registry(), ElementsAre("a"));
   EXPECT_EQ(savedList().size(), 1U);
@@ -73,29 +73,29 @@ TEST_F(KivResourceManagerPassesTest, AnUpdateDropsWhatTheConfigurationLacksButKe
 
 TEST_F(KivResourceManagerPassesTest, ALoadKeepsWhatTheConfigurationLacks) {
   load({plain("a", 1), plain("b", 1)});
-  manager->loadResourcesForConfig(config({plain("a", 1)}));
+  beginLoad({plain("a", 1)});
   takeEvents();
   EXPECT_THAT(registry(), ElementsAre("a", "b"));
 }
 
 TEST_F(KivResourceManagerPassesTest, TheSecondOfTwoNewOnesWithOneIdentifierFindsNoCounterpart) {
   load({banner("a", 5, "a.png")});
-  manager->loadResourcesForConfig(config({banner("a", 5, "a.png"), banner("a", 3, "second.png")}));
+  beginLoad({banner("a", 5, "a.png"), banner("a", 3, "second.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a"));
   EXPECT_THAT(client->urls, ElementsAre("http://main.test/files/second.png"));
   client->succeed("/second.png");
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
   ASSERT_EQ(manager->loadedResources()->size(), 1U);
-  EXPECT_EQ((*manager->loadedResources())[0]->updated(), 3U);
+  EXPECT_EQ(entry(0)->updated(), 3U);
 }
 
 TEST_F(KivResourceManagerPassesTest, OfTwoVersionsInOneConfigurationTheLastToCompleteWins) {
-  manager->loadResourcesForConfig(config({banner("a", 9, "new.png"), banner("a", 3, "old.png")}));
+  beginLoad({banner("a", 9, "new.png"), banner("a", 3, "old.png")});
   client->succeed("/new.png");
   client->succeed("/old.png");
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded a", "finished"));
   ASSERT_EQ(manager->loadedResources()->size(), 1U);
-  EXPECT_EQ((*manager->loadedResources())[0]->updated(), 3U);
+  EXPECT_EQ(entry(0)->updated(), 3U);
   EXPECT_FALSE(exists(stored("new.png")));
 }
 
@@ -104,7 +104,7 @@ TEST_F(KivResourceManagerPassesTest, TheFirstMatchInTheRegistryIsTheCounterpart)
   load({plain("a", 5)});
   ASSERT_EQ(manager->loadedResources()->size(), 2U);
   // The older one stands first, so a stamp between the two counts as newer.
-  manager->loadResourcesForConfig(config({plain("a", 3)}));
+  beginLoad({plain("a", 3)});
   takeEvents();
   EXPECT_EQ(observer->loaded[0]->updated(), 3U);
   EXPECT_EQ(manager->loadedResources()->size(), 3U);
@@ -112,8 +112,8 @@ TEST_F(KivResourceManagerPassesTest, TheFirstMatchInTheRegistryIsTheCounterpart)
 
 TEST_F(KivResourceManagerPassesTest, AnUpdateThatNamesADoubledResourceKeepsBothOccurrences) {
   load({plain("a", 1), plain("b", 1)});
-  manager->loadedResources()->append((*manager->loadedResources())[0]);
-  manager->updateResourcesForConfig(config({plain("a", 1)}));
+  manager->loadedResources()->append(entry(0));
+  beginUpdate({plain("a", 1)});
   takeEvents();
   EXPECT_THAT(registry(), ElementsAre("a", "a"));
 }
@@ -121,7 +121,7 @@ TEST_F(KivResourceManagerPassesTest, AnUpdateThatNamesADoubledResourceKeepsBothO
 TEST_F(KivResourceManagerPassesTest, AnUpdateThatMarksNothingStillSavesTheList) {
   load({plain("a", 1)});
   std::filesystem::remove(listPath());
-  manager->updateResourcesForConfig(config({plain("a", 1)}));
+  beginUpdate({plain("a", 1)});
   takeEvents();
   EXPECT_EQ(savedList().size(), 1U);
 }
@@ -129,7 +129,7 @@ TEST_F(KivResourceManagerPassesTest, AnUpdateThatMarksNothingStillSavesTheList) 
 TEST_F(KivResourceManagerPassesTest, ALoadThatFindsEverythingCurrentSavesNothing) {
   load({plain("a", 1)});
   std::filesystem::remove(listPath());
-  manager->loadResourcesForConfig(config({plain("a", 1)}));
+  beginLoad({plain("a", 1)});
   takeEvents();
   EXPECT_FALSE(exists(listPath()));
 }
@@ -189,10 +189,9 @@ TEST_F(KivResourceManagerPassesTest, AConfigurationWithoutUsableItemsRemovesNoth
 // --- Refused passes ------------------------------------------------------------------------------
 
 TEST_F(KivResourceManagerPassesTest, ABusyManagerRefusesThePassAndGoesOn) {
-  manager->loadResourcesForConfig(
-      config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
+  beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")});
   ASSERT_EQ(manager->loadingResourcesFilesCount(), 3);
-  manager->loadResourcesForConfig(config({plain("x", 1), banner("y", 1, "y.png")}));
+  beginLoad({plain("x", 1), banner("y", 1, "y.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("failed x", "failed y", "finished"));
   EXPECT_EQ(manager->loadingResourcesFilesCount(), 3);
   for (const auto& failure : observer->failures) {
@@ -211,7 +210,7 @@ TEST_F(KivResourceManagerPassesTest, ABusyManagerRefusesThePassAndGoesOn) {
 }
 
 TEST_F(KivResourceManagerPassesTest, ARefusedPassIgnoresTheFilters) {
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginLoad({banner("a", 1, "a.png")});
   const auto items = config({plain("x", 1), plain("y", 1)});
   manager->loadResourceWithID_forConfig("x", items);
   EXPECT_THAT(takeEvents(), ElementsAre("failed x", "failed y", "finished"));
@@ -221,16 +220,16 @@ TEST_F(KivResourceManagerPassesTest, ARefusedPassIgnoresTheFilters) {
 }
 
 TEST_F(KivResourceManagerPassesTest, ARefusedPassWithoutItemsOnlyFinishes) {
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginLoad({banner("a", 1, "a.png")});
   manager->loadResourcesForConfig(kiv::Value());
   EXPECT_THAT(takeEvents(), ElementsAre("finished"));
 }
 
 TEST_F(KivResourceManagerPassesTest, ARefusedPassAppliesTheRunningUpdatesRemovalsEarly) {
   load({plain("old", 1)});
-  manager->updateResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginUpdate({banner("a", 1, "a.png")});
   EXPECT_THAT(registry(), ElementsAre("old"));
-  manager->loadResourcesForConfig(config({plain("x", 1)}));
+  beginLoad({plain("x", 1)});
   EXPECT_THAT(takeEvents(), ElementsAre("failed x", "finished"));
   EXPECT_THAT(registry(), IsEmpty());
   EXPECT_EQ(savedList().size(), 0U);
@@ -243,7 +242,7 @@ TEST_F(KivResourceManagerPassesTest, ARefusedPassAppliesTheRunningUpdatesRemoval
 
 TEST_F(KivResourceManagerPassesTest, RemovalsWaitForTheLastDownload) {
   load({plain("old", 1)});
-  manager->updateResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginUpdate({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   client->succeed("/a.png");
   EXPECT_THAT(registry(), ElementsAre("old", "a"));
   ASSERT_TRUE(manager->resourcesForRemove().has_value());
@@ -254,24 +253,23 @@ TEST_F(KivResourceManagerPassesTest, RemovalsWaitForTheLastDownload) {
 
 TEST_F(KivResourceManagerPassesTest, WhatAnUpdateDropsNoLongerProtectsTheFilesThatItShared) {
   load({banner("a", 1, "x/shared.png"), banner("b", 1, "x/shared.png")});
-  manager->updateResourcesForConfig(config({banner("a", 1, "x/shared.png")}));
+  beginUpdate({banner("a", 1, "x/shared.png")});
   EXPECT_TRUE(exists(stored("shared.png")));
-  manager->loadResourcesForConfig(config({banner("a", 2, "new.png")}));
+  beginLoad({banner("a", 2, "new.png")});
   client->succeed("/new.png");
   EXPECT_FALSE(exists(stored("shared.png")));
 }
 
 TEST_F(KivResourceManagerPassesTest, APassThatFailsAtOnceFinishesInItsMiddleAndAtItsEnd) {
   KivAppConfiguration::sharedInstance()->setMainACSDomain(std::nullopt);
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   EXPECT_THAT(takeEvents(),
               ElementsAre("failed a", "finished", "failed b", "finished", "finished"));
   EXPECT_EQ(manager->loadingResourcesFilesCount(), 0);
 }
 
 TEST_F(KivResourceManagerPassesTest, AFailureAtOnceDoesNotFinishWhileADownloadIsInFlight) {
-  manager->loadResourcesForConfig(
-      config({banner("a", 1, "a.png"), banner("b", 1, "not a url.png")}));
+  beginLoad({banner("a", 1, "a.png"), banner("b", 1, "not a url.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("failed b"));
   EXPECT_EQ(observer->failures[0].error->code, CreateURLRequestErrorCode);
   client->succeed("/a.png");
@@ -279,9 +277,9 @@ TEST_F(KivResourceManagerPassesTest, AFailureAtOnceDoesNotFinishWhileADownloadIs
 }
 
 TEST_F(KivResourceManagerPassesTest, TheNextPassIsAcceptedOnceTheCountIsBackAtZero) {
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginLoad({banner("a", 1, "a.png")});
   client->fail("/a.png");
-  manager->loadResourcesForConfig(config({plain("b", 1)}));
+  beginLoad({plain("b", 1)});
   EXPECT_THAT(takeEvents(), ElementsAre("failed a", "finished", "loaded b", "finished"));
 }
 
@@ -289,7 +287,7 @@ TEST_F(KivResourceManagerPassesTest, TheNextPassIsAcceptedOnceTheCountIsBackAtZe
 
 TEST_F(KivResourceManagerPassesTest, StoppingAnUpdateSendsOneFinishAndRemovesNothing) {
   load({plain("old", 1)});
-  manager->updateResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginUpdate({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   std::filesystem::remove(listPath());
   const auto tasks = client->tasks;
   manager->stopLoading();
@@ -307,9 +305,9 @@ TEST_F(KivResourceManagerPassesTest, StoppingAnUpdateSendsOneFinishAndRemovesNot
 
 TEST_F(KivResourceManagerPassesTest, TheNextAcceptedPassClearsTheStoppedOnesRemovals) {
   load({plain("old", 1)});
-  manager->updateResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginUpdate({banner("a", 1, "a.png")});
   manager->stopLoading();
-  manager->loadResourcesForConfig(config({plain("b", 1)}));
+  beginLoad({plain("b", 1)});
   EXPECT_THAT(takeEvents(), ElementsAre("finished", "loaded b", "finished"));
   EXPECT_THAT(registry(), ElementsAre("old", "b"));
   EXPECT_FALSE(manager->resourcesForRemove().has_value());
@@ -321,7 +319,7 @@ TEST_F(KivResourceManagerPassesTest, StoppingWhileIdleStillSendsOneFinish) {
 }
 
 TEST_F(KivResourceManagerPassesTest, WhatWasCompleteBeforeTheStopStays) {
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   client->succeed("/a.png");
   manager->stopLoading();
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));

@@ -28,8 +28,7 @@ class KivResourceManagerStepTest : public ManagerFixture {
   }
 
   void loadThreeBanners() {
-    manager->loadResourcesForConfig(
-        config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
+    beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")});
   }
 
   /// Has the downloads of the URLs that end so complete as the client's own do that have ended
@@ -48,8 +47,7 @@ class KivResourceManagerStepTest : public ManagerFixture {
 TEST_F(KivResourceManagerStepTest, APassThatFindsItsFilesSavesTheListOnce) {
   for (const char* name : {"a.png", "b.png", "c.png"})
     write(stored(name), "x");
-  manager->updateResourcesForConfig(
-      config({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")}));
+  beginUpdate({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")});
   EXPECT_EQ(saves(), 1);
   EXPECT_EQ(savedList().size(), 3U);
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "loaded c", "finished"));
@@ -57,7 +55,7 @@ TEST_F(KivResourceManagerStepTest, APassThatFindsItsFilesSavesTheListOnce) {
 
 TEST_F(KivResourceManagerStepTest, AStepThatIsCalledAloneSavesAtItsEnd) {
   write(stored("a.png"), "x");
-  manager->loadResourcesForConfig(config({banner("a", 1, "x/missing.png")}));
+  beginLoad({banner("a", 1, "x/missing.png")});
   const auto resource = KivResource::initWithDictionary_engine(plain("p", 1), "eco_other");
   manager->loadFilesForResource(resource);
   EXPECT_EQ(saves(), 1);
@@ -166,15 +164,13 @@ TEST_F(KivResourceManagerStepTest, AnObserverThatIsRemovedInTheTurnHearsNothingM
 
 TEST_F(KivResourceManagerStepTest, AFileThatIsToBeRemovedCompletesNothing) {
   load({banner("w", 1, "i.png")});
-  manager->updateResourcesForConfig(
-      config({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")}));
+  beginUpdate({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")});
   completeInOneTurn({"/n.png", "/v.mp4"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
   EXPECT_THAT(registry(), ElementsAre("w"));
   EXPECT_FALSE(exists(stored("i.png")));
   EXPECT_TRUE(exists(stored("v.mp4")));
-  manager->updateResourcesForConfig(
-      config({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")}));
+  beginUpdate({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")});
   client->succeed("/x/i.png");
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded v", "finished"));
 }
@@ -185,8 +181,7 @@ TEST_F(KivResourceManagerStepTest, SoItDoesWhereALinkLeadsToTheRoot) {
   std::filesystem::create_directory_symlink(root(), link);
   KivStorageService::setRootPath(link);
   restart();
-  manager->updateResourcesForConfig(
-      config({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")}));
+  beginUpdate({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")});
   completeInOneTurn({"/n.png", "/v.mp4"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
   EXPECT_FALSE(exists(stored("i.png")));
@@ -195,7 +190,7 @@ TEST_F(KivResourceManagerStepTest, SoItDoesWhereALinkLeadsToTheRoot) {
 TEST_F(KivResourceManagerStepTest, APassDoesNotFindAFileThatItHasReplaced) {
   load({banner("w", 1, "i.png")});
   write(stored("n.png"), "new");
-  manager->updateResourcesForConfig(config({banner("w", 2, "n.png"), banner("v", 1, "x/i.png")}));
+  beginUpdate({banner("w", 2, "n.png"), banner("v", 1, "x/i.png")});
   EXPECT_FALSE(exists(stored("i.png")));
   EXPECT_EQ(manager->loadingResourcesFilesCount(), 1);
   client->succeed("/x/i.png");
@@ -207,8 +202,7 @@ TEST_F(KivResourceManagerStepTest, NorThroughALinkThatLeadsToIt) {
   load({banner("w", 1, "i.png")});
   write(stored("n.png"), "new");
   std::filesystem::create_symlink("i.png", stored("link.png"));
-  manager->updateResourcesForConfig(
-      config({banner("w", 2, "n.png"), banner("v", 1, "x/link.png")}));
+  beginUpdate({banner("w", 2, "n.png"), banner("v", 1, "x/link.png")});
   EXPECT_FALSE(exists(stored("i.png")));
   EXPECT_EQ(manager->loadingResourcesFilesCount(), 1);
   EXPECT_THAT(registry(), ElementsAre("w"));
@@ -219,8 +213,7 @@ TEST_F(KivResourceManagerStepTest, NorThePageOfAnArchiveThatItHasReplaced) {
   write(stored("other/index.html"), "another page");
   load({page("w", 1, "promo.zip")});
   ASSERT_THAT(registry(), ElementsAre("w"));
-  manager->updateResourcesForConfig(
-      config({page("w", 2, "other.zip"), page("v", 1, "x/promo.zip")}));
+  beginUpdate({page("w", 2, "other.zip"), page("v", 1, "x/promo.zip")});
   EXPECT_FALSE(exists(stored("promo")));
   EXPECT_EQ(manager->loadingResourcesFilesCount(), 1);
   EXPECT_THAT(registry(), ElementsAre("w"));
@@ -229,8 +222,7 @@ TEST_F(KivResourceManagerStepTest, NorThePageOfAnArchiveThatItHasReplaced) {
 TEST_F(KivResourceManagerStepTest, NorAFileThatAnItemNamesByItsPath) {
   load({banner("w", 1, "i.png")});
   write(stored("n.png"), "new");
-  manager->updateResourcesForConfig(
-      config({banner("w", 2, "n.png"), banner("v", 1, stored("i.png"))}));
+  beginUpdate({banner("w", 2, "n.png"), banner("v", 1, stored("i.png"))});
   EXPECT_FALSE(exists(stored("i.png")));
   EXPECT_THAT(registry(), ElementsAre("w"));
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
@@ -242,18 +234,17 @@ TEST_F(KivResourceManagerStepTest, AFileInUseByAnotherPathStays) {
   std::filesystem::create_directory_symlink(root(), link);
   KivStorageService::setRootPath(link);
   restart();
-  manager->updateResourcesForConfig(config({banner("w", 2, "x/i.png")}));
+  beginUpdate({banner("w", 2, "x/i.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
-  EXPECT_THAT((*manager->loadedResources())[0]->useFilePaths(),
-              ElementsAre(link + "/KivResource/Resources/i.png"));
+  EXPECT_THAT(entry(0)->useFilePaths(), ElementsAre(link + "/KivResource/Resources/i.png"));
   EXPECT_TRUE(exists(stored("i.png")));
 }
 
 TEST_F(KivResourceManagerStepTest, ThePageOfAReplacedVersionMakesRoomForAFileOfItsName) {
-  manager->loadResourcesForConfig(config({page("w", 1, "p.zip")}));
+  beginLoad({page("w", 1, "p.zip")});
   client->succeed("/p.zip", kiv::test::ZipBuilder().addFile("index.html", "page").build());
   takeEvents();
-  manager->updateResourcesForConfig(config({page("w", 2, "n.html"), banner("b", 1, "p")}));
+  beginUpdate({page("w", 2, "n.html"), banner("b", 1, "p")});
   completeInOneTurn({"/n.html", "/p"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded b", "finished"));
   EXPECT_EQ(read(stored("p")), "bytes");
@@ -262,7 +253,7 @@ TEST_F(KivResourceManagerStepTest, ThePageOfAReplacedVersionMakesRoomForAFileOfI
 TEST_F(KivResourceManagerStepTest, AnArchiveKeepsAFileOfTheNameThatAReplacedVersionHad) {
   write(stored("promo/x.png"), "old");
   load({banner("w", 1, stored("promo/x.png"))});
-  manager->updateResourcesForConfig(config({banner("w", 2, "n.png"), page("v", 1, "promo.zip")}));
+  beginUpdate({banner("w", 2, "n.png"), page("v", 1, "promo.zip")});
   const auto archive =
       kiv::test::ZipBuilder().addFile("index.html", "page").addFile("x.png", "new").build();
   kiv::DispatchQueue::main()->async(
@@ -293,7 +284,7 @@ class Neighbour final : public KivResource {
 
 TEST_F(KivResourceManagerStepTest, AHostsKindDoesNotFindAFileThatIsToBeRemoved) {
   load({banner("w", 1, "i.png")});
-  manager->updateResourcesForConfig(config({banner("w", 2, "n.png")}));
+  beginUpdate({banner("w", 2, "n.png")});
   manager->loadFilesForResource(Neighbour::make(plain("b", 1), stored("i.png")));
   completeInOneTurn({"/n.png", "/own.bin"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
@@ -310,7 +301,7 @@ TEST_F(KivResourceManagerStepTest, StoppingWritesNoListAfterAFailedSave) {
   manager->stopLoading();
   EXPECT_EQ(saves(), 0);
   EXPECT_FALSE(exists(listPath()));
-  manager->loadResourcesForConfig(config({plain("q", 1)}));
+  beginLoad({plain("q", 1)});
   EXPECT_EQ(savedList().size(), 2U);
 }
 
@@ -326,19 +317,19 @@ TEST_F(KivResourceManagerStepTest, StoppingKeepsWhatCompletedBeforeInTheTurn) {
 
 TEST_F(KivResourceManagerStepTest, FilesOfAReplacedVersionStayUntilTheListIsSaved) {
   load({banner("w", 1, "i.png")});
-  manager->updateResourcesForConfig(config({banner("w", 2, "n.png")}));
+  beginUpdate({banner("w", 2, "n.png")});
   files.setFailingMove(listPath());
   client->succeed("/n.png");
   EXPECT_TRUE(exists(stored("i.png")));
   files.setFailingMove("");
-  manager->loadResourcesForConfig(config({plain("q", 1)}));
+  beginLoad({plain("q", 1)});
   EXPECT_FALSE(exists(stored("i.png")));
 }
 
 // --- Who hears when ------------------------------------------------------------------------------
 
 TEST_F(KivResourceManagerStepTest, ACallOfTheHostBetweenCompletionsKeepsTheOrder) {
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   kiv::DispatchQueue::main()->async([this] { client->succeed("/a.png"); });
   kiv::DispatchQueue::main()->async([this] { manager->stopLoading(); });
   EXPECT_THAT((kiv::DispatchQueue::main()->drain(), takeEvents()),
@@ -371,8 +362,7 @@ TEST_F(KivResourceManagerStepTest, WhoHearsOfAResourceFindsItInTheSavedList) {
     return false;
   });
   manager->addObserver(looking);
-  manager->loadResourcesForConfig(
-      config({plain("p", 1), banner("a", 1, "a.png"), banner("b", 1, "b.png")}));
+  beginLoad({plain("p", 1), banner("a", 1, "a.png"), banner("b", 1, "b.png")});
   for (const char* name : {"/a.png", "/b.png"}) {
     kiv::DispatchQueue::main()->async([this, name] { client->succeed(name); });
   }
@@ -384,11 +374,11 @@ TEST_F(KivResourceManagerStepTest, WhoHearsOfAResourceFindsItInTheSavedList) {
 
 TEST_F(KivResourceManagerStepTest, AListThatCannotBeSavedHoldsNothingBack) {
   files.setFailingOperation("createFile", ENOSPC);
-  manager->loadResourcesForConfig(config({plain("p", 1)}));
+  beginLoad({plain("p", 1)});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded p", "finished"));
   EXPECT_FALSE(exists(listPath()));
   files.setFailingOperation("", 0);
-  manager->loadResourcesForConfig(config({plain("q", 1)}));
+  beginLoad({plain("q", 1)});
   EXPECT_EQ(savedList().size(), 2U);
 }
 

@@ -122,7 +122,7 @@ TEST_F(KivResourceManagerTest, EverythingSurvivesARestart) {
 
 TEST_F(KivResourceManagerTest, TheListHoldsOneDictionaryForEachRegistryEntryInOrder) {
   load({plain("b", 1), plain("a", 1)});
-  manager->loadedResources()->append((*manager->loadedResources())[0]);
+  manager->loadedResources()->append(entry(0));
   manager->saveLoadedResorcesList();
   Names identifiers;
   for (const auto& entry : savedList()) {
@@ -148,7 +148,7 @@ TEST_F(KivResourceManagerTest, QueriesHandOutCopiesOfTheSameKind) {
   load({banner("a", 1, "a.png")});
   const auto copies = manager->allLoadedResources();
   ASSERT_EQ(copies.size(), 1U);
-  const auto own = (*manager->loadedResources())[0];
+  const auto own = entry(0);
   EXPECT_NE(copies[0], own);
   const auto copy = std::dynamic_pointer_cast<KivResourceStandard>(copies[0]);
   ASSERT_NE(copy, nullptr);
@@ -164,7 +164,7 @@ TEST_F(KivResourceManagerTest, QueriesHandOutCopiesOfTheSameKind) {
 TEST_F(KivResourceManagerTest, WithoutCopyTheRegistrysOwnObjectsAreAnswered) {
   load({plain("a", 1), plain("b", 1)});
   EXPECT_EQ(manager->allLoadedResourcesWithCopy(false), manager->loadedResources()->resources());
-  EXPECT_EQ(manager->loadedResourcesWithID_copy("b", false)[0], (*manager->loadedResources())[1]);
+  EXPECT_EQ(manager->loadedResourcesWithID_copy("b", false)[0], entry(1));
   EXPECT_EQ(manager->loadedResourcesWithType_copy("plain", false).size(), 2U);
 }
 
@@ -185,7 +185,7 @@ TEST_F(KivResourceManagerTest, TwoResourcesWithOneIdentifierAreBothAnsweredInOrd
 
 TEST_F(KivResourceManagerTest, AResourceWhoseDictionaryIsNotAcceptableAnyMoreHasNoCopy) {
   load({plain("a", 1), plain("b", 1)});
-  (*manager->loadedResources())[0]->resourceDictionary()->remove("name");
+  entry(0)->resourceDictionary()->remove("name");
   const auto copies = manager->allLoadedResources();
   ASSERT_EQ(copies.size(), 1U);
   EXPECT_EQ(copies[0]->resourceID(), "b");
@@ -210,7 +210,7 @@ TEST_F(KivResourceManagerTest, FindComparesPropertiesByValueAndCase) {
 // --- Observers -----------------------------------------------------------------------------------
 
 TEST_F(KivResourceManagerTest, CallbacksComeAsynchronouslyOnTheObserversQueue) {
-  manager->loadResourcesForConfig(config({plain("a", 1)}));
+  beginLoad({plain("a", 1)});
   EXPECT_THAT(observer->events, IsEmpty());
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
 }
@@ -219,7 +219,7 @@ TEST_F(KivResourceManagerTest, AnObserverCanNameItsQueue) {
   const auto queue = kiv::DispatchQueue::serial("observer");
   const auto elsewhere = std::make_shared<kiv::test::RecordingObserver>();
   manager->addObserver(elsewhere, queue);
-  manager->loadResourcesForConfig(config({plain("a", 1)}));
+  beginLoad({plain("a", 1)});
   std::promise<void> passed;
   queue->async([&] { passed.set_value(); });
   passed.get_future().wait();
@@ -253,7 +253,7 @@ TEST_F(KivResourceManagerTest, AnObserverThatIsGoneIsNotCalled) {
 TEST_F(KivResourceManagerTest, AnObserverThatImplementsNothingIsLeftAlone) {
   const auto silent = std::make_shared<KivResourceManagerObserver>();
   manager->addObserver(silent);
-  manager->loadResourcesForConfig(config({plain("a", 1)}));
+  beginLoad({plain("a", 1)});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
 }
 

@@ -34,11 +34,11 @@ class KivResourceRemovalGuardTest : public ManagerFixture {
 
   /// Replaces the resource by a version with a file of its own: what it used goes.
   void replaceByNewBanner() {
-    manager->loadResourcesForConfig(config({banner("a", 2, "x/new.png")}));
+    beginLoad({banner("a", 2, "x/new.png")});
     EXPECT_TRUE(client->succeed("/new.png"));
     EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
     ASSERT_EQ(manager->loadedResources()->size(), 1U);
-    EXPECT_EQ((*manager->loadedResources())[0]->updated(), 2U);
+    EXPECT_EQ(entry(0)->updated(), 2U);
     EXPECT_EQ(savedList().size(), 1U);
     EXPECT_TRUE(exists(stored("new.png")));
   }

@@ -71,7 +71,7 @@ TEST_F(KivResourceSavedListTest, AReadThatFailsOnceLosesNoEntry) {
   for (const int number : {EMFILE, ENFILE, ENOMEM, EIO, EACCES}) {
     SCOPED_TRACE(number);
     restartWithAFailedRead(number);
-    manager->loadResourcesForConfig(config({plain("new" + std::to_string(number), 1)}));
+    beginLoad({plain("new" + std::to_string(number), 1)});
     takeEvents();
     EXPECT_THAT(listed(), testing::IsSupersetOf({"a", "b", "c", "d", "e"}));
     EXPECT_EQ(listed().back(), "new" + std::to_string(number));
@@ -100,8 +100,7 @@ TEST_F(KivResourceSavedListTest, AnUnreadableListIsSetAsideBeforeANewOneIsWritte
 TEST_F(KivResourceSavedListTest, APassAfterAFailedReadFetchesNothingThatTheListHas) {
   loadFive();
   restartWithAFailedRead(EMFILE);
-  manager->updateResourcesForConfig(
-      config({banner("a", 1, "x/a.png"), banner("c", 2, "x/c2.png")}));
+  beginUpdate({banner("a", 1, "x/a.png"), banner("c", 2, "x/c2.png")});
   EXPECT_TRUE(client->succeed("/c2.png", "c"));
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded c", "finished"));
   EXPECT_THAT(listed(), ElementsAre("a", "c"));
@@ -120,9 +119,8 @@ TEST_F(KivResourceSavedListTest, WhatCompletedMeanwhileIsMergedByItsStamp) {
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
     if (operation.name == "read" && ++reads == 2) files.setFailingOperation({}, 0);
   });
-  manager->loadResourcesForConfig(
-      config({banner("same", 2, "x/same.png"), banner("older", 2, "x/older-2.png"),
-              banner("newer", 2, "x/newer-2.png")}));
+  beginLoad({banner("same", 2, "x/same.png"), banner("older", 2, "x/older-2.png"),
+             banner("newer", 2, "x/newer-2.png")});
   const auto own = manager->loadedResourcesWithID_copy("same", false);
   ASSERT_EQ(own.size(), 1U) << "found by its name";
   files.setObserver({});
@@ -334,11 +332,11 @@ TEST_F(KivResourceSharedListTest, EachSaveKeepsWhatTheOtherSaved) {
 TEST_F(KivResourceSharedListTest, WhatTheOtherDroppedLeavesUnlessItWasChangedHere) {
   load({plain("a", 1), plain("b", 1), plain("c", 1)});
   asTheOther([&] {
-    manager->updateResourcesForConfig(config({plain("c", 1)}));
+    beginUpdate({plain("c", 1)});
     takeEvents();
   });
   EXPECT_THAT(listed(), ElementsAre("c"));
-  (*manager->loadedResources())[1]->resourceDictionary()->set("note", "mine");
+  entry(1)->resourceDictionary()->set("note", "mine");
   load({plain("d", 1)});
   EXPECT_THAT(listed(), ElementsAre("c", "b", "d"));
   EXPECT_EQ(registry(), listed());
@@ -358,7 +356,7 @@ TEST_F(KivResourceSharedListTest, TheGreatestStampWinsAndKeepsItsFiles) {
 }
 
 TEST_F(KivResourceSharedListTest, AnOlderVersionThatCompletesLaterDoesNotReplaceTheOthers) {
-  manager->loadResourcesForConfig(config({banner("a", 1, "x/a1.png"), banner("b", 1, "x/b1.png")}));
+  beginLoad({banner("a", 1, "x/a1.png"), banner("b", 1, "x/b1.png")});
   asTheOther([&] { load({banner("a", 2, "x/a2.png")}); });
   EXPECT_TRUE(client->succeed("/b1.png", "b"));
   takeEvents();
@@ -389,7 +387,7 @@ TEST_F(KivResourceSharedListTest, ANewResourceWhoseFileTheOtherRemovedIsFailedAn
     if (operation.name != "lock" || std::exchange(isRemoved, true)) return;
     asTheOther([&] { load({banner("a", 2, "x/a2.png")}); });
   });
-  manager->loadResourcesForConfig(config({banner("b", 1, "x/shared.png")}));
+  beginLoad({banner("b", 1, "x/shared.png")});
   files.setObserver({});
   EXPECT_TRUE(isRemoved);
   EXPECT_THAT(takeEvents(), ElementsAre("failed b", "finished"));

@@ -25,7 +25,7 @@ class NothingHandedOverTest : public kiv::test::ManagerFixture {
 
 TEST_F(NothingHandedOverTest, WithoutALoaderDownloadsFailAtOnce) {
   manager->setLoader(nullptr);
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginLoad({banner("a", 1, "a.png")});
   EXPECT_EQ(manager->loadingResourcesFilesCount(), 0);
   EXPECT_THAT(takeEvents(), ElementsAre("failed a", "finished", "finished"));
   ASSERT_TRUE(observer->failures[0].error);
@@ -38,7 +38,7 @@ TEST_F(NothingHandedOverTest, WithoutALoaderDownloadsFailAtOnce) {
 
 TEST_F(NothingHandedOverTest, WithoutAClientTooAndNothingIsCancelled) {
   manager->loader()->setRestService(nullptr);
-  manager->loadResourcesForConfig(config({banner("a", 1, "a.png")}));
+  beginLoad({banner("a", 1, "a.png")});
   EXPECT_THAT(takeEvents(), ElementsAre("failed a", "finished", "finished"));
   EXPECT_EQ(observer->failures[0].error->code, CreateURLRequestErrorCode);
   manager->loader()->canselLoading();
@@ -49,7 +49,7 @@ TEST_F(NothingHandedOverTest, WithoutAClientTooAndNothingIsCancelled) {
 TEST_F(NothingHandedOverTest, WithoutAMulticasterNobodyHears) {
   manager->setMulticastObserver(nullptr);
   ASSERT_TRUE(manager->multicastObserver());
-  manager->loadResourcesForConfig(config({plain("p", 1)}));
+  beginLoad({plain("p", 1)});
   EXPECT_THAT(takeEvents(), IsEmpty());
   manager->addObserver(observer);
   manager->stopLoading();
@@ -62,7 +62,7 @@ TEST_F(NothingHandedOverTest, WithoutARegistryThereIsAnEmptyOne) {
   ASSERT_TRUE(manager->loadedResources());
   EXPECT_THAT(manager->allLoadedResources(), IsEmpty());
   EXPECT_TRUE(KivResourceMaintenance::audit(*manager));
-  manager->loadResourcesForConfig(config({plain("q", 1)}));
+  beginLoad({plain("q", 1)});
   EXPECT_THAT(registry(), ElementsAre("q"));
 }
 

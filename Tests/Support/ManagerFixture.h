@@ -106,10 +106,23 @@ class ManagerFixture : public CacheFixture {
     return kiv::Dictionary{{"items", array}};
   }
 
+  /// Begin a pass with a configuration of the items.
+  void beginLoad(std::initializer_list<kiv::Dictionary> items) {
+    manager->loadResourcesForConfig(config(items));
+  }
+  void beginUpdate(std::initializer_list<kiv::Dictionary> items) {
+    manager->updateResourcesForConfig(config(items));
+  }
+
+  /// The resource at that place of the registry.
+  [[nodiscard]] std::shared_ptr<KivResource> entry(std::size_t index) const {
+    return (*manager->loadedResources())[index];
+  }
+
   /// Brings the items into the registry by a load pass whose downloads all succeed, and forgets
   /// what was heard.
   void load(std::initializer_list<kiv::Dictionary> items) {
-    manager->loadResourcesForConfig(config(items));
+    beginLoad(items);
     while (!client->tasks.empty())
       client->succeed("");
     takeEvents();
