@@ -221,7 +221,7 @@ TEST(KivResourceObjectTest, APlainResourceIgnoresSetPath) {
 
 // --- Properties ----------------------------------------------------------------------------------
 
-TEST(KivResourceObjectTest, EveryPropertyCanBeSet) {
+TEST(KivResourceObjectTest, EveryPropertyCanBeSetAndLeavesTheDictionaryAlone) {
   const auto resource = make(plainItem());
   resource->setName("n");
   resource->setType("t");
@@ -230,6 +230,7 @@ TEST(KivResourceObjectTest, EveryPropertyCanBeSet) {
   resource->setUid("u");
   resource->setPriority(largest);
   resource->setUpdated(largest - 1);
+  EXPECT_EQ(*resource->resourceDictionary(), plainItem());
   EXPECT_EQ(resource->name(), "n");
   EXPECT_EQ(resource->type(), "t");
   EXPECT_EQ(resource->engine(), "e");
@@ -237,18 +238,6 @@ TEST(KivResourceObjectTest, EveryPropertyCanBeSet) {
   EXPECT_EQ(resource->uid(), "u");
   EXPECT_EQ(resource->priority(), largest);
   EXPECT_EQ(resource->updated(), largest - 1);
-}
-
-TEST(KivResourceObjectTest, SettingAPropertyLeavesTheDictionaryAlone) {
-  const auto resource = make(plainItem());
-  resource->setName("n");
-  resource->setType("t");
-  resource->setEngine("e");
-  resource->setResourceID("i");
-  resource->setUid("u");
-  resource->setPriority(1);
-  resource->setUpdated(2);
-  EXPECT_EQ(*resource->resourceDictionary(), plainItem());
 }
 
 TEST(KivResourceObjectTest, SettersKeepTheGivenDictionariesThemselves) {
