@@ -22,7 +22,7 @@ std::shared_ptr<kiv::DispatchQueue> queueOfCreation() {
   return queue ? queue : kiv::DispatchQueue::main();
 }
 
-/// Why the task cannot be run at all, if it cannot.
+/// Why the task cannot be run; nothing if it can.
 std::optional<kiv::Error> validate(const KivRESTServiceTask& task) {
   constexpr auto code = KivRESTServiceErrorCode::unsupportedRequest;
   if (!task.request()) return kiv::transferError(code, {}, "the task has no request");
@@ -96,7 +96,7 @@ class KivRESTService::Implementation {
   kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }
 
   void cancelAll() {
-    // Letting go of handlers may destroy the client itself, so nothing of it is used after that.
+    // Releasing a handler may destroy the client, so no member is used after that.
     const auto ledger = ledger_;
     kiv::TaskLedger::Tasks tasks;
     {
@@ -125,7 +125,7 @@ KivRESTService::KivRESTService(const kiv::TransferSettings& settings)
 
 KivRESTService::~KivRESTService() {
   if (!implementation_->engine().isInherited()) return;
-  // Connections, files and threads are the parent's, who uses them still.
+  // Connections, files and threads belong to the parent, which still uses them.
   implementation_->cancelAll();
   static_cast<void>(implementation_.release());
 }

@@ -19,11 +19,11 @@ namespace {
 void logException(std::string_view source, const std::string& label, const char* what) noexcept {
   try {
     SystemLog::write(std::string(source) + " of the queue \"" + label + "\" has thrown: " + what);
-  } catch (const std::exception&) {  // no memory for the line
+  } catch (const std::exception&) {  // out of memory
   }
 }
 
-/// Runs foreign code, which must not take the queue down with it.
+/// Calls the host's code. An exception must not end the queue.
 void call(const std::function<void()>& code, std::string_view source, const std::string& label) {
   try {
     code();
@@ -88,7 +88,7 @@ bool QueueState::runNext() {
 void QueueState::run(Job job) {
   QueueState* const outer = std::exchange(running, this);
   call(job, "A job", label);
-  job = nullptr;  // what the job holds is let go of while it still counts as running
+  job = nullptr;  // its captures are destroyed while it still counts as running
   running = outer;
 }
 
@@ -172,7 +172,7 @@ void QueueState::callWakeUp() {
     called.reset();
     wakeUpEnded.notify_all();
     lock.unlock();
-    handler.reset();  // may be the last to hold it, and what it holds
+    handler.reset();  // this may destroy the handler, so without the lock
     lock.lock();
   }
   isCalling = false;
@@ -210,7 +210,7 @@ void QueueState::serve() {
   while (true) {
     while (runNext()) {
     }
-    endTurn();  // where the queue was closed before another job of the turn
+    endTurn();  // if the queue was closed in the middle of a turn
     MutexLock lock(mutex);
     while (!stopped && !isClosed && jobs.empty())
       lock.wait(changed);

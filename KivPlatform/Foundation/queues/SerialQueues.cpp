@@ -27,14 +27,14 @@ class SerialQueues {
   static SerialQueues& shared();
   SerialQueues();
 
-  static void beginAgain() KIV_UNCHECKED_LOCKING;  // no other thread is there
+  static void beginAgain() KIV_UNCHECKED_LOCKING;  // a forked child has one thread
   std::vector<std::shared_ptr<QueueState>> living();
 
   static std::atomic<bool> areUsed_;
   Mutex mutex_;
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::queues};
   std::vector<std::weak_ptr<QueueState>> all_ KIV_GUARDED_BY(mutex_);
-  std::vector<std::shared_ptr<QueueState>> ofParent_;  // in a child of fork: kept for good
+  std::vector<std::shared_ptr<QueueState>> ofParent_;  // in a forked child: never destroyed
 };
 
 std::atomic<bool> SerialQueues::areUsed_ = false;

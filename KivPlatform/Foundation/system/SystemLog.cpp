@@ -44,7 +44,7 @@ void SystemLog::write(std::string_view line) {
   }
   try {
     (*handler)(clean);
-  } catch (...) {  // There is nobody left to tell.
+  } catch (...) {  // the log is the last resort
   }
 }
 
@@ -52,7 +52,7 @@ void SystemLog::setHandler(Handler handler) {
   std::shared_ptr<const Handler> next;
   if (handler) next = std::make_shared<const Handler>(std::move(handler));
   const MutexLock lock(setting().mutex);
-  setting().handler.swap(next);  // The former goes after the lock, with what it holds.
+  setting().handler.swap(next);  // The former handler is destroyed without the lock.
 }
 
 }  // namespace kiv

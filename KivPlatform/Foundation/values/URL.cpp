@@ -15,7 +15,7 @@ namespace kiv {
 
 namespace {
 
-/// Unreserved and reserved characters of a URL; "%" is looked at apart.
+/// Unreserved and reserved characters (RFC 3986, 2); "%" is checked separately.
 constexpr auto urlCharacters = [] {
   std::array<bool, 256> may{};
   for (const char character : std::string_view("-._~:/?#[]@!$&'()*+,;="))
@@ -58,7 +58,7 @@ std::optional<std::string> partOf(const Parser& parser, CURLUPart part) {
   return std::string(text);
 }
 
-/// The host of an absolute URL, or nothing if the URL does not parse.
+/// The host of an absolute URL; nothing if the URL is invalid.
 std::optional<std::string> parseHost(const std::string& string) {
   const auto parser = makeParser();
   if (!parser) return std::nullopt;
@@ -77,8 +77,8 @@ std::string_view withoutUser(std::string_view authority) noexcept {
   return authority.substr(authority.rfind('@') + 1);  // npos + 1 is 0
 }
 
-/// Where the host begins, or what somebody has meant as one: a wrong number of slashes may stand
-/// before a password, too.
+/// The start of the authority, or of what was meant as one: a password must also be found after a
+/// wrong number of slashes.
 std::size_t startOfHost(std::string_view url) {
   const auto colon = url.find(':');
   const bool isAfterScheme = colon != url.npos && url.substr(colon + 1).starts_with('/');
@@ -94,8 +94,8 @@ std::optional<URL> URL::fromString(std::string_view string) {
   url.string_ = string;
   url.scheme_ = schemeOf(string);
   if (url.scheme_.empty()) return url;
-  // The parser would take a host after a single slash too. Of a file's URL it takes none with a
-  // server, though that is a URL.
+  // The parser would also accept a host after a single slash, and it rejects valid file URLs with a
+  // host.
   if (!hasHostAfterScheme(string, url.scheme_) || url.scheme_ == "file") return url;
   auto host = parseHost(url.string_);
   if (!host) return std::nullopt;

@@ -130,10 +130,10 @@ bool RedirectGuard::setOptions(void* handle) {
          setOption(handle, CURLOPT_PREREQDATA, this) && setProxy(handle);
 }
 
-/// Makes libcurl take the way that has been judged: were a host excepted from the proxy of the
-/// environment, its address would be connected to without a look at it.
+/// Forces libcurl to use the proxy or the direct connection that was checked: otherwise a host in
+/// "no_proxy" would be connected to without a check of its address.
 bool RedirectGuard::setProxy(void* handle) const {
-  if (settings_.proxy) return true;  // which has been set for good
+  if (settings_.proxy) return true;  // set by setLastingOptions()
   constexpr const char* asTheEnvironmentSays = nullptr;
   const bool usesOne = isOn_ && usesProxy(*target_);
   return setOption(handle, CURLOPT_PROXY, isOn_ && !usesOne ? "" : asTheEnvironmentSays) &&

@@ -105,7 +105,8 @@ bool Transfer::setRequest() {
          setOption(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
 }
 
-/// Asks for the rest of what is kept, and for the whole where that is another version by now.
+/// Requests the rest of the kept part; If-Range makes the server send the whole file if it has
+/// changed.
 bool Transfer::setRange() {
   if (!range_) return true;
   headers_ = makeHeaderList("If-Range: " + range_->version.validator());
@@ -142,7 +143,7 @@ bool Transfer::beginBody() {
   } else if (sink_.isFrom(url_)) {
     cannotStore_ = !sink_.resume();
   } else {
-    return false;  // two servers may tell different versions in the same words
+    return false;  // validators of two servers are not comparable
   }
   noteLengths();
   return !cannotStore_;

@@ -75,7 +75,7 @@ void TaskLedger::end(TaskResults results) {
     for (auto& ended : results)
       jobs.push_back(completionOf(ended.first, std::move(ended.second)));
     queue_->async(std::move(jobs), this);
-  } catch (const std::exception&) {  // out of memory: none of them is on its way
+  } catch (const std::exception&) {  // out of memory: none was added
     pendingBytes_->remove(pendingBytes);
     throw;
   }

@@ -47,8 +47,8 @@ constexpr Block ipv6(std::uint8_t a, std::uint8_t b, unsigned bits) {
   return {{a, b}, bits};
 }
 
-// Not 198.18.0.0/15, which is for measurements: on machines with some tunnels every name resolves
-// to an address there, so that no server would be public.
+// Without 198.18.0.0/15, the benchmarking network: some VPN clients resolve every name to an
+// address in it, so that no server would be public.
 constexpr std::array privateBlocks{
     ipv4(0, 0, 0, 8),                        // this network; 0.0.0.0 reaches the loopback interface
     ipv4(10, 0, 0, 8),                       // private

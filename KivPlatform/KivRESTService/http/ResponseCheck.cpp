@@ -200,7 +200,7 @@ bool ResponseCheck::addNamedHeader(std::string_view name, std::string_view value
 }
 
 bool ResponseCheck::endHeaders() {
-  // 101 would hand the connection to another protocol: there is no further response to come.
+  // 101 switches the connection to another protocol: no further response follows.
   const bool isInterim = status_ < 200 && status_ != 101;
   if (isInterim) {
     stage_ = Stage::statusLine;
@@ -210,7 +210,7 @@ bool ResponseCheck::endHeaders() {
   return readContentLength() && checkTransferCoding() && checkRange() && (!isFile() || checkFile());
 }
 
-/// A server may answer with the whole file at any time, but with a part only as it was asked for.
+/// A server may always send the whole file, but a range only as requested.
 bool ResponseCheck::checkRange() {
   if (!range_ || (status_ != 206 && status_ != 416)) return true;
   isContinuation_ = status_ == 206 && fitsRange();
@@ -224,7 +224,7 @@ bool ResponseCheck::fitsRange() const {
   if (!range || range->first != range_->first || range->last != range->length - 1) return false;
   if (range_->length && *range_->length != range->length) return false;
   if (length_ && *length_ != range->length - range->first) return false;
-  // What the server says of the version again must be what it said before.
+  // If the server repeats a validator, it must be the same as before.
   const BodyVersion& here = range_->version;
   return (!entityTag_ || here.entityTag.empty() || *entityTag_ == here.entityTag) &&
          (!lastModified_ || here.lastModified.empty() || *lastModified_ == here.lastModified);
@@ -251,7 +251,8 @@ bool ResponseCheck::readContentLength() {
 
 bool ResponseCheck::checkTransferCoding() {
   if (!transferEncoding_) return true;
-  // HTTP/1.0 knows no transfer codings: who sends one there has not framed the body itself.
+  // HTTP/1.0 has no transfer codings: a header that names one was forwarded by a server that did
+  // not apply it.
   if (ascii::lowercased(*transferEncoding_) == "chunked" && !isHTTP10_) return true;
   return refuse(Code::malformedResponse,
                 "the server's response has a transfer coding that was not asked for");
@@ -267,8 +268,8 @@ bool ResponseCheck::checkFile() {
   return checkEnd();
 }
 
-/// A cut connection looks exactly like the end of a body that ends with it. HTTP/1.0 had no other
-/// way to send a body of unknown length; HTTP/1.1 has the chunked coding for it.
+/// A broken connection cannot be told from the end of a body that ends with the connection.
+/// HTTP/1.0 has no other way to send a body of unknown length; HTTP/1.1 has the chunked coding.
 bool ResponseCheck::checkEnd() {
   if (!endsWithConnection() || openEnds_ == OpenEnds::all) return true;
   if (openEnds_ == OpenEnds::none) {
@@ -294,7 +295,7 @@ bool ResponseCheck::addBodyBytes(std::size_t count) {
   return true;
 }
 
-/// Bytes that the body of this response has to have.
+/// The length that the body of this response must have.
 std::optional<std::int64_t> ResponseCheck::expectedBytes() const noexcept {
   if (isContinuation_) return *fileLength() - range_->first;
   return length_;

@@ -15,8 +15,8 @@ void ReadSize::noteBody(std::int64_t bytes) noexcept {
 }
 
 std::int64_t ReadSize::bytes() const noexcept {
-  // libcurl looks at its limit of the speed only after a hundred reads, which are then no more than
-  // what may come in a second.
+  // libcurl checks its speed limit only after a hundred reads, so these must not exceed one
+  // second's worth.
   constexpr std::int64_t readsASecond = 100;
   constexpr std::int64_t leastWithLimit = 1024;
   if (bandwidth_ > 0) return std::clamp(bandwidth_ / readsASecond, leastWithLimit, most);

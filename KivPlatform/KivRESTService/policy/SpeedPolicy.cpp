@@ -75,7 +75,7 @@ void SpeedMeter::note(std::int64_t bytes, Time now, SpeedPolicy::Duration window
 void BandwidthBudget::spend(std::int64_t bytes, Time now) noexcept {
   if (!isLimited()) return;
   using Seconds = std::chrono::duration<double>;
-  constexpr Seconds longest = std::chrono::hours(24 * 365);  // which the clock can still add
+  constexpr Seconds longest = std::chrono::hours(24 * 365);  // within the range of the clock
   const auto begin = std::max(paidAt_, now - burst);
   const Seconds debt = std::max(begin - now, Time::duration::zero());
   const Seconds cost{static_cast<double>(bytes) / static_cast<double>(bytesPerSecond_)};

@@ -25,8 +25,7 @@ TransferPlan::TransferPlan(std::size_t servers, const TransferSettings& settings
 std::optional<TransferPlan::Step> TransferPlan::next(
     Time now, const std::function<ServerState(std::size_t server)>& stateOf) const {
   if (isOver()) return std::nullopt;
-  // Who can be tried now comes before who must wait, the healthy before the avoided, and who has
-  // failed less often before the others.
+  // Servers that can be tried now come first, then healthy ones, then those with fewer attempts.
   using Rank = std::tuple<Time, ServerState, int>;
   std::optional<Rank> best;
   std::optional<Step> step;
@@ -51,7 +50,7 @@ void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy&
   Server& tried = servers_[server];
   ++tries_;
   if (result.outcome.body) success_ = server;
-  // What cannot pass may still be the server's answer to requests for the rest alone.
+  // A final failure of a range request may not be final for the whole file.
   const bool startsOver = result.startsOver || (result.restFailed && !isPassing(result));
   if (!startsOver) ++tried.tries;
   if (startsOver) {
@@ -77,7 +76,7 @@ std::size_t TransferPlan::decisiveServer() const noexcept {
   const auto answered = placeOf(
       [](const Server& server) { return server.outcome && server.outcome->status.has_value(); });
   if (answered < servers_.size()) return answered;
-  // The first may never have been tried, where another has used up all tries.
+  // The first server may never have been tried, if another one used up all attempts.
   return placeOf([](const Server& server) { return server.outcome.has_value(); });
 }
 
