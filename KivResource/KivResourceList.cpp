@@ -10,6 +10,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/queues/QueueAssertion.h"
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceObject.h"
 
@@ -105,16 +106,27 @@ ResourceList::ResourceList(ResourceArray resources) : ResourceList() {
 
 ResourceList::~ResourceList() = default;
 
+void ResourceList::setQueueAssertion(std::shared_ptr<const QueueAssertion> assertion) {
+  queueAssertion_ = std::move(assertion);
+}
+
+void ResourceList::assertQueue(const char* call) const {
+  if (queueAssertion_) queueAssertion_->check("kiv::ResourceList", call);
+}
+
 const ResourceArray& ResourceList::resources() const {
+  assertQueue();
   closeGaps();
   return places_;
 }
 
 ResourceArray ResourceList::resourcesWithID(std::string_view resourceID) const {
+  assertQueue();
   return at(indexes_->of(Aspect::identifier).places(resourceID));
 }
 
 ResourceArray ResourceList::resourcesWithType(std::string_view type) const {
+  assertQueue();
   return at(indexes_->of(Aspect::type).places(type));
 }
 
@@ -127,6 +139,7 @@ ResourceArray ResourceList::at(const std::vector<std::uint32_t>& places) const {
 }
 
 bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& owner) const {
+  assertQueue();
   FileAtPath file(path);
   for (const Place place : indexes_->of(Aspect::fileName).places(path)) {
     // Nothing, where a removed resource was no longer found under the names of its files.
@@ -137,6 +150,7 @@ bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& 
 }
 
 ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resources) const {
+  assertQueue();
   // In groups of one identifier, each in the order of the given resources.
   std::vector<std::pair<std::string, std::size_t>> asked;
   asked.reserve(resources.size());
@@ -168,6 +182,7 @@ ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resou
 }
 
 void ResourceList::append(std::shared_ptr<KivResource> resource) {
+  assertQueue();
   if (!resource) return;
   KivResource& appended = *resource;
   indexes_->watch(appended);
@@ -177,6 +192,7 @@ void ResourceList::append(std::shared_ptr<KivResource> resource) {
 }
 
 void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   if (!resource) return;
   const auto places = indexes_->of(Aspect::identifier).places(resource->resourceID(), *resource);
   if (places.empty()) return;
@@ -190,6 +206,7 @@ void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {
 }
 
 void ResourceList::removeAll(const ResourceArray& resources) {
+  assertQueue();
   for (const auto& resource : resources)
     remove(resource);
 }

@@ -12,6 +12,8 @@ class KivResource;
 
 namespace kiv {
 
+class QueueAssertion;
+
 /// An immutable answer: resources in order, shared, never null.
 using ResourceArray = std::vector<std::shared_ptr<KivResource>>;
 
@@ -58,6 +60,10 @@ class KIV_EXPORT ResourceList {
   ResourceList& operator=(const ResourceList&) = delete;
   ~ResourceList();
 
+  /// Builds with assertions end the program when the list is used off that queue; nothing is
+  /// checked as long as no manager has the list.
+  void setQueueAssertion(std::shared_ptr<const QueueAssertion> assertion);
+
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
   [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
   [[nodiscard]] const std::shared_ptr<KivResource>& operator[](std::size_t index) const {
@@ -97,6 +103,7 @@ class KIV_EXPORT ResourceList {
     return places_.data() + places_.size();
   }
   [[nodiscard]] ResourceArray at(const std::vector<std::uint32_t>& places) const;
+  void assertQueue(const char* call = __builtin_FUNCTION()) const;
   void closeGaps() const;
 
   // What is removed leaves a gap, so that the places in the indexes stay right. The gaps are closed
@@ -104,6 +111,7 @@ class KIV_EXPORT ResourceList {
   mutable ResourceArray places_;
   std::size_t size_ = 0;
   class Indexes;
+  std::shared_ptr<const QueueAssertion> queueAssertion_;
   std::unique_ptr<Indexes> indexes_;
 };
 

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/queues/QueueAssertion.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
@@ -44,21 +45,28 @@ std::shared_ptr<KivResourceManager> KivResourceManager::newInstance() {
   return manager;
 }
 
-KivResourceManager::KivResourceManager() : removals_(std::make_unique<kiv::PendingRemovals>()) {}
+KivResourceManager::KivResourceManager()
+    : queueAssertion_(std::make_shared<kiv::QueueAssertion>("the manager")),
+      removals_(std::make_unique<kiv::PendingRemovals>()) {}
 KivResourceManager::~KivResourceManager() = default;
 
 void KivResourceManager::create() {
   multicastObserver_ = std::make_shared<MulticastObserver>();
-  loadedResources_ = std::make_shared<kiv::ResourceList>();
+  setLoadedResources(nullptr);
   savedList_ = std::make_unique<kiv::SavedList>();
   loadingResourcesFilesCount_ = 0;
   loadSavedResources();
   setLoader(std::make_shared<KivResourceRESTModule>());
 }
 
+void KivResourceManager::assertQueue(const char* call) const {
+  queueAssertion_->check("KivResourceManager", call);
+}
+
 // --- The saved list ------------------------------------------------------------------------------
 
 void KivResourceManager::loadSavedResources() {
+  assertQueue();
   if (listIsChanged_) saveChanges();
   savedList_->restore(*loadedResources_);
   kiv::SystemLog::write(
@@ -67,14 +75,17 @@ void KivResourceManager::loadSavedResources() {
 }
 
 void KivResourceManager::saveLoadedResorcesList() const {
+  assertQueue();
   kiv::SavedList::Access(*savedList_, *loadedResources_).save();
 }
 
 std::optional<kiv::Error> KivResourceManager::lastSaveError() const {
+  assertQueue();
   return savedList_->lastSaveError();
 }
 
 std::optional<kiv::Error> KivResourceManager::savedListError() const {
+  assertQueue();
   return savedList_->doubt();
 }
 
@@ -102,25 +113,30 @@ void KivResourceManager::failAnnouncements(const std::shared_ptr<KivResource>& r
 // --- Queries -------------------------------------------------------------------------------------
 
 kiv::ResourceArray KivResourceManager::allLoadedResources() const {
+  assertQueue();
   return allLoadedResourcesWithCopy(true);
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithID(
     const std::optional<std::string>& resourceID) const {
+  assertQueue();
   return loadedResourcesWithID_copy(resourceID, true);
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithType(
     const std::optional<std::string>& type) const {
+  assertQueue();
   return loadedResourcesWithType_copy(type, true);
 }
 
 kiv::ResourceArray KivResourceManager::allLoadedResourcesWithCopy(bool copy) const {
+  assertQueue();
   return copy ? copiesOf(*loadedResources_) : loadedResources_->resources();
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
     const std::optional<std::string>& resourceID, bool copy) const {
+  assertQueue();
   // No resource is without an identifier.
   if (!resourceID) return {};
   auto found = loadedResources_->resourcesWithID(*resourceID);
@@ -129,6 +145,7 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
     const std::optional<std::string>& type, bool copy) const {
+  assertQueue();
   // No resource is without a type.
   if (!type) return {};
   auto found = loadedResources_->resourcesWithType(*type);
@@ -242,46 +259,58 @@ void KivResourceManager::announce(std::shared_ptr<KivResource> resource,
 const std::shared_ptr<KivResourceManager::MulticastObserver>&
 KivResourceManager::multicastObserver() const noexcept {
   return multicastObserver_;
+  assertQueue();
 }
 
 void KivResourceManager::setMulticastObserver(
     std::shared_ptr<MulticastObserver> multicastObserver) {
   multicastObserver_ =
+  assertQueue();
       multicastObserver ? std::move(multicastObserver) : std::make_shared<MulticastObserver>();
 }
 
 const std::shared_ptr<kiv::ResourceList>& KivResourceManager::loadedResources() const noexcept {
   return loadedResources_;
+  assertQueue();
 }
 
 void KivResourceManager::setLoadedResources(std::shared_ptr<kiv::ResourceList> loadedResources) {
   loadedResources_ =
+  assertQueue();
+  if (loadedResources_) loadedResources_->setQueueAssertion(nullptr);
       loadedResources ? std::move(loadedResources) : std::make_shared<kiv::ResourceList>();
 }
+  loadedResources_->setQueueAssertion(queueAssertion_);
 
 const std::optional<kiv::ResourceArray>& KivResourceManager::resourcesForRemove() const noexcept {
   return resourcesForRemove_;
+  assertQueue();
 }
 
 void KivResourceManager::setResourcesForRemove(
     std::optional<kiv::ResourceArray> resourcesForRemove) {
   resourcesForRemove_ = std::move(resourcesForRemove);
+  assertQueue();
 }
 
 std::int64_t KivResourceManager::loadingResourcesFilesCount() const noexcept {
   return loadingResourcesFilesCount_;
+  assertQueue();
 }
 
 void KivResourceManager::setLoadingResourcesFilesCount(std::int64_t count) noexcept {
   loadingResourcesFilesCount_ = count;
+  assertQueue();
 }
 
 const std::shared_ptr<KivResourceRESTModule>& KivResourceManager::loader() const noexcept {
   return loader_;
+  assertQueue();
 }
 
 void KivResourceManager::setLoader(std::shared_ptr<KivResourceRESTModule> loader) {
   loader_ = std::move(loader);
+  assertQueue();
   const auto client = loader_ ? loader_->restService() : nullptr;
   if (!client || !client->settings().spoolDirectory.empty()) return;
   // Beside the resources, so that a large file is stored by giving it its name.

@@ -23,6 +23,7 @@
 namespace kiv {
 class ManagerStep;
 class PendingRemovals;
+class QueueAssertion;
 class SavedList;
 }  // namespace kiv
 
@@ -185,6 +186,7 @@ class KIV_EXPORT KivResourceManager final
  private:
   KivResourceManager();
   void create();
+  void assertQueue(const char* call = __builtin_FUNCTION()) const;
 
   void refusePass(const kiv::ResourceArray& resources);
   /// Compares one new resource with its loaded counterpart, if it has one.
@@ -219,6 +221,7 @@ class KIV_EXPORT KivResourceManager final
   void announceFailed(const std::shared_ptr<KivResource>& resource,
                       const std::optional<kiv::Error>& error);
   void announceFinish();
+  const std::shared_ptr<const kiv::QueueAssertion> queueAssertion_;
 
   std::shared_ptr<MulticastObserver> multicastObserver_;
   std::shared_ptr<kiv::ResourceList> loadedResources_;

@@ -42,6 +42,7 @@ kiv::Error outOfMemory(const std::string& fileLink) {
 }  // namespace
 
 void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   if (!resource) return;
   const auto step = beginStep();
   settleBefore(removals_->affect(*resource));
@@ -114,6 +115,7 @@ void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
 void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
     const kiv::Data& data, const std::string& fileLink,
     const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   if (!resource) return;
   const auto step = beginStep();
   const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
@@ -131,6 +133,7 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
 
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,
                                                    const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   if (!resource) return;
   const auto step = beginStep();
   settleBefore(removals_->affect(path) || removals_->affect(*resource));
@@ -144,6 +147,7 @@ void KivResourceManager::setLoadedFile_forResource(const std::string& path,
 
 void KivResourceManager::removeOldResourcesForResource(
     const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   if (!resource) return;
   auto older = loadedResourcesWithID_copy(resource->resourceID(), false);
   std::erase(older, resource);
@@ -154,6 +158,7 @@ void KivResourceManager::removeOldResourcesForResource(
 }
 
 void KivResourceManager::removeFilesForResource(const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   if (!resource) return;
   const auto step = beginStep();
   markFiles(resource);
@@ -168,5 +173,6 @@ void KivResourceManager::markFiles(const std::shared_ptr<KivResource>& resource)
 }
 
 void KivResourceManager::removeResource(const std::shared_ptr<KivResource>& resource) {
+  assertQueue();
   loadedResources_->remove(resource);
 }

@@ -8,26 +8,31 @@
 #include "KivResource/NSError+KivResource.h"
 
 void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
+  assertQueue();
   loadResourcesFromConfig_withID_orType_replace(config, std::nullopt, std::nullopt, false);
 }
 
 void KivResourceManager::loadResourceWithID_forConfig(const std::optional<std::string>& resourceID,
                                                       const kiv::Value& config) {
+  assertQueue();
   loadResourcesFromConfig_withID_orType_replace(config, resourceID, std::nullopt, false);
 }
 
 void KivResourceManager::loadResourcesWithType_forConfig(const std::optional<std::string>& type,
                                                          const kiv::Value& config) {
+  assertQueue();
   loadResourcesFromConfig_withID_orType_replace(config, std::nullopt, type, false);
 }
 
 void KivResourceManager::updateResourcesForConfig(const kiv::Value& config) {
+  assertQueue();
   loadResourcesFromConfig_withID_orType_replace(config, std::nullopt, std::nullopt, true);
 }
 
 void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const kiv::Value& config, const std::optional<std::string>& resourceID,
     const std::optional<std::string>& type, bool replace) {
+  assertQueue();
   const auto step = beginStep();
   // So that the new resources do not find files that are to be removed; and a list that could not
   // be written is tried again.
@@ -63,6 +68,7 @@ void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
 
 void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceArray& newResources,
                                                             bool deleteRest) {
+  assertQueue();
   const auto step = beginStep();
   // All are paired before any is merged: the merge goes by the registry as it stood at its start.
   auto counterparts = loadedResources_->counterparts(newResources);
@@ -84,6 +90,7 @@ void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resou
 }
 
 void KivResourceManager::finishLoading() {
+  assertQueue();
   const auto step = beginStep();
   if (resourcesForRemove_) {
     for (const auto& resource : *resourcesForRemove_)
@@ -95,6 +102,7 @@ void KivResourceManager::finishLoading() {
 }
 
 void KivResourceManager::stopLoading() {
+  assertQueue();
   const auto step = beginStep();
   if (loader_) loader_->canselLoading();
   loadingResourcesFilesCount_ = 0;

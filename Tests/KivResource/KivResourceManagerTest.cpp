@@ -257,6 +257,19 @@ TEST_F(KivResourceManagerTest, AnObserverThatImplementsNothingIsLeftAlone) {
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
 }
 
+// Builds with NDEBUG check nothing.
+#ifndef NDEBUG
+TEST_F(KivResourceManagerTest, ACallOffItsQueueEndsTheProgram) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto list = manager->loadedResources();
+  EXPECT_DEATH(std::thread([&] { manager->loadResourcesForConfig({}); }).join(),
+               "KivResourceManager::loadResourcesForConfig was called off the queue on which the "
+               "manager was made; post it there with kiv::DispatchQueue::async");
+  EXPECT_DEATH(std::thread([&] { list->append(nullptr); }).join(),
+               "kiv::ResourceList::append was called off the queue on which the manager was made");
+}
+#endif
+
 TEST_F(KivResourceManagerTest, PropertiesKeepTheObjectsThatAreSet) {
   const auto list = std::make_shared<kiv::ResourceList>();
   const auto loader = std::make_shared<KivResourceRESTModule>();
