@@ -1,8 +1,12 @@
+// The keys come from servers, so they are kept in a tree and not in a table of hashes: no choice of
+// keys makes a tree slow. A key shares its characters with the resource that it was taken from.
+
 #include "KivResource/KivResourceIndex.h"
 
 #include <algorithm>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceConstants.h"
@@ -39,6 +43,14 @@ bool ResourceIndex::Order::operator()(const Entry& a, const Start& b) const noex
   return order != 0 ? order < 0 : std::less<>()(a.resource, b.resource);
 }
 
+template <class Use>
+void ResourceIndex::forEachKey(const KivResource& resource, const Use& use) const {
+  if (aspect_ == Aspect::identifier) return use(fieldOf(resource, "resourceID"));
+  if (aspect_ == Aspect::type) return use(fieldOf(resource, "type"));
+  for (const std::string& path : resource.useFilePaths())
+    use(Value(keyOf(path)));
+}
+
 /// A tree that is filled in its order needs no search for the places of its nodes.
 ResourceIndex::ResourceIndex(Aspect aspect, const std::vector<std::shared_ptr<KivResource>>& list)
     : aspect_(aspect) {
@@ -46,8 +58,8 @@ ResourceIndex::ResourceIndex(Aspect aspect, const std::vector<std::shared_ptr<Ki
   entries.reserve(list.size());
   for (Place place = 0; place < list.size(); ++place) {
     if (!list[place]) continue;
-    for (Value& key : keysOf(*list[place]))
-      entries.push_back({std::move(key), list[place].get(), place});
+    const KivResource* const resource = list[place].get();
+    forEachKey(*resource, [&](Value key) { entries.push_back({std::move(key), resource, place}); });
   }
   std::sort(entries.begin(), entries.end(), Order());
   for (Entry& entry : entries)
@@ -55,25 +67,15 @@ ResourceIndex::ResourceIndex(Aspect aspect, const std::vector<std::shared_ptr<Ki
 }
 
 void ResourceIndex::add(const KivResource& resource, Place place) {
-  for (Value& key : keysOf(resource))
-    entries_.insert({std::move(key), &resource, place});
+  forEachKey(resource, [&](Value key) { entries_.insert({std::move(key), &resource, place}); });
 }
 
 void ResourceIndex::remove(const KivResource& resource) {
-  for (const Value& key : keysOf(resource)) {
+  forEachKey(resource, [&](const Value& key) {
     auto entry = entries_.lower_bound(Start{key.stringView(), &resource});
     while (entry != entries_.end() && entry->resource == &resource && entry->key == key)
       entry = entries_.erase(entry);
-  }
-}
-
-std::vector<Value> ResourceIndex::keysOf(const KivResource& resource) const {
-  if (aspect_ == Aspect::identifier) return {fieldOf(resource, "resourceID")};
-  if (aspect_ == Aspect::type) return {fieldOf(resource, "type")};
-  std::vector<Value> keys;
-  for (const std::string& path : resource.useFilePaths())
-    keys.emplace_back(keyOf(path));
-  return keys;
+  });
 }
 
 std::string_view ResourceIndex::keyOf(std::string_view value) const {

@@ -65,7 +65,8 @@ class ResourceIndex {
     bool operator()(const Entry& a, const Start& b) const noexcept;
   };
 
-  [[nodiscard]] std::vector<Value> keysOf(const KivResource& resource) const;
+  template <class Use>
+  void forEachKey(const KivResource& resource, const Use& use) const;
   /// The part of the value that is the key.
   [[nodiscard]] std::string_view keyOf(std::string_view value) const;
 

@@ -1,3 +1,7 @@
+// A removed resource leaves a gap in the list, so that the places in the indexes stay right. An
+// index is made when its question is first asked: a process that only restores its list needs none.
+// A changed resource makes all of them invalid; hosts rarely change registered resources.
+
 #include "KivResource/KivResourceList.h"
 
 #include <algorithm>
@@ -20,6 +24,18 @@ namespace {
 
 using Aspect = ResourceIndex::Aspect;
 using Place = ResourceIndex::Place;
+
+/// The resources' identifiers with their positions: those that are equal stand together, in the
+/// order of the resources.
+std::vector<std::pair<std::string, std::size_t>> sortedIdentifiers(const ResourceArray& resources) {
+  std::vector<std::pair<std::string, std::size_t>> identifiers;
+  identifiers.reserve(resources.size());
+  for (std::size_t position = 0; position < resources.size(); ++position) {
+    if (resources[position]) identifiers.emplace_back(resources[position]->resourceID(), position);
+  }
+  std::sort(identifiers.begin(), identifiers.end());
+  return identifiers;
+}
 
 /// A file, which may have several paths.
 class FileAtPath {
@@ -151,18 +167,11 @@ bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& 
 
 ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resources) const {
   assertQueue();
-  // In groups of one identifier, each in the order of the given resources.
-  std::vector<std::pair<std::string, std::size_t>> asked;
-  asked.reserve(resources.size());
-  for (std::size_t number = 0; number < resources.size(); ++number) {
-    if (resources[number]) asked.emplace_back(resources[number]->resourceID(), number);
-  }
-  std::sort(asked.begin(), asked.end());
-
+  const ResourceIndex& index = indexes_->of(Aspect::identifier);
   Counterparts counterparts;
   counterparts.ofEach.resize(resources.size());
   std::vector<bool> isTaken(places_.size());
-  const ResourceIndex& index = indexes_->of(Aspect::identifier);
+  const auto asked = sortedIdentifiers(resources);
   for (auto first = asked.begin(); first != asked.end();) {
     const std::string& resourceID = first->first;
     const auto found = index.firstPlaces(resourceID);
