@@ -205,8 +205,8 @@ void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {
   if (!resource) return;
   const auto places = indexes_->of(Aspect::identifier).places(resource->resourceID(), *resource);
   if (places.empty()) return;
-  const auto removed = resource;  // which may be one of the places
-  indexes_->remove(*removed);
+  indexes_->remove(*resource);
+  // The argument may be one of the places: from here on it is not used.
   for (const Place place : places)
     places_[place] = nullptr;
   size_ -= places.size();
