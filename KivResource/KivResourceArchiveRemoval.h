@@ -9,14 +9,14 @@ namespace kiv {
 
 /// Removes the directory of an unpacked archive, or whatever lies at the path; of a link, the link.
 ///
-/// A tree cannot be removed in one step, and what is left of one whose page is still there would be
-/// taken for the whole archive. So the directory leaves its place in one step and is removed among
-/// the storage service's temporaries: what a host that is killed in between leaves there, the next
-/// start removes.
+/// A tree cannot be removed in one step, and a partly removed one that still has its page would be
+/// taken for a whole archive. So the directory is first moved, in one step, to the storage
+/// service's temporaries and removed there. If the host is killed in between, the next start
+/// removes the rest.
 ///
-/// One that cannot be moved there, because it lies on another file system, say, loses its page
-/// first: what a kill leaves is then a directory that no name leads to, and that the next archive
-/// of the name replaces.
+/// If it cannot be moved, for example because it is on another file system, its page is removed
+/// first. A kill then leaves a directory that no name leads to, and that the next archive of the
+/// same name replaces.
 bool removeArchiveAtPath(const std::string& path, std::optional<Error>* error);
 
 }  // namespace kiv

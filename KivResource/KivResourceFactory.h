@@ -9,8 +9,8 @@
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceObject.h"
 
-/// Makes resources of resource dictionaries: the string under "engine" chooses the class, and that
-/// class decides whether the dictionary is acceptable.
+/// Makes resources from resource dictionaries: the string under "engine" chooses the class, and
+/// that class decides whether the dictionary is acceptable.
 ///
 /// It has no state; its operations may be called from any thread.
 class KIV_EXPORT KivResourceFactory {
@@ -27,7 +27,7 @@ class KIV_EXPORT KivResourceFactory {
   static std::optional<kiv::KindKeys> requiredKeysOfEngine(std::string_view engine);
 
   /// The resources of a configuration's "items", in their order, without those that are not
-  /// acceptable. What is no configuration, a null value too, has none.
+  /// acceptable. A value that is no configuration, null for example, has none.
   static std::vector<std::shared_ptr<KivResource>> resourcesArrayForResourcesConfig(
       const kiv::Value& config);
 };

@@ -28,7 +28,7 @@ using ResourceArray = std::vector<std::shared_ptr<KivResource>>;
 /// alone.
 class KIV_EXPORT ResourceList {
  public:
-  /// Goes through the resources in order; a change of the list ends its use.
+  /// Visits the resources in order; a change of the list makes it invalid.
   class const_iterator {
    public:
     using Place = const std::shared_ptr<KivResource>*;
@@ -83,7 +83,8 @@ class KIV_EXPORT ResourceList {
     /// For each of the given resources the first of the list that has its identifier and is not the
     /// counterpart of an earlier one, or nullptr.
     ResourceArray ofEach;
-    /// What is nobody's counterpart, in the order of the list, as often as it stands there.
+    /// The resources of the list that are no counterpart, in its order, each as often as the list
+    /// has it.
     ResourceArray rest;
   };
   [[nodiscard]] Counterparts counterparts(const ResourceArray& resources) const;
@@ -91,7 +92,7 @@ class KIV_EXPORT ResourceList {
   /// another path that leads to the same file.
   [[nodiscard]] bool isPathUsedByOthers(std::string_view path, const KivResource& owner) const;
 
-  /// Adds the resource at the end, also if it is in the list already. Nothing is not added.
+  /// Adds the resource at the end, also if it is in the list already. nullptr is ignored.
   void append(std::shared_ptr<KivResource> resource);
   /// Removes every occurrence of that very object.
   void remove(const std::shared_ptr<KivResource>& resource);
@@ -102,16 +103,16 @@ class KIV_EXPORT ResourceList {
   [[nodiscard]] const_iterator::Place pastLastPlace() const {
     return places_.data() + places_.size();
   }
-  [[nodiscard]] ResourceArray at(const std::vector<std::uint32_t>& places) const;
   void assertQueue(const char* call = __builtin_FUNCTION()) const;
+  [[nodiscard]] ResourceArray at(const std::vector<std::uint32_t>& places) const;
   void closeGaps() const;
 
-  // What is removed leaves a gap, so that the places in the indexes stay right. The gaps are closed
-  // when they outnumber the resources, or when somebody wants the plain array.
+  // A removed resource leaves a gap, so that the places in the indexes stay right. The gaps are
+  // closed when they outnumber the resources, and by resources().
   mutable ResourceArray places_;
   std::size_t size_ = 0;
-  class Indexes;
   std::shared_ptr<const QueueAssertion> queueAssertion_;
+  class Indexes;
   std::unique_ptr<Indexes> indexes_;
 };
 

@@ -169,7 +169,7 @@ void Merge::pairEqualEntries(const Group& group) {
   }
 }
 
-/// The resources of those saved entries that are none of ours, where their files are there.
+/// The resources of the saved entries that the registry does not have and whose files are there.
 Merge::Others Merge::usableOthers(const Group& group) const {
   Others others;
   for (const std::size_t place : group.saved) {
@@ -180,7 +180,7 @@ Merge::Others Merge::usableOthers(const Group& group) const {
   return others;
 }
 
-/// The files of what was in `base` are for the process that took it out of the list.
+/// The process that removed an entry of `base` from the list also removes its files.
 void Merge::takeSaved(const Group& group, const Others& others) {
   for (const std::size_t place : group.own) {
     if (fates_[place] == Fate::placed) continue;

@@ -1,3 +1,6 @@
+// With roots set, an item cannot probe the disk: a path outside of them counts as absent, whatever
+// lies there. Both sides are resolved, so that a link neither leads out nor hides a root.
+
 #include "KivResource/KivResourceLookup.h"
 
 #include <algorithm>

@@ -10,8 +10,9 @@
 /// Where the kinds look for a file when an item of a configuration, or of the saved list, names a
 /// path in place of a link.
 ///
-/// At first everywhere: an item that names a regular file of this machine counts as loaded, and its
-/// link is not fetched. A host whose configurations come from a server that it does not trust calls
+/// By default everywhere: an item that names a regular file of this machine counts as loaded, and
+/// its link is not fetched. A host whose configurations come from a server that it does not trust
+/// calls
 ///
 ///     KivResourceLookup::setRoots(std::vector<std::string>());
 ///
@@ -23,12 +24,11 @@ class KIV_EXPORT KivResourceLookup {
  public:
   KivResourceLookup() = delete;
 
-  /// Confines the kinds' question whether a file exists to the resources directory under the
-  /// storage root, the packaged bundle, and these directories; nothing lifts the bound. What lies
-  /// elsewhere counts as absent, so its path is taken for a link. What counts is the file with
-  /// every link on the way to it resolved, so a link out of these directories is no way out. A root
-  /// that is not absolute, or if no directory stands, adds nothing. Takes effect with the next
-  /// question: resources that are loaded already stay so.
+  /// Confines the search to the resources directory under the storage root, the packaged bundle and
+  /// these directories; std::nullopt removes the bound. A file elsewhere counts as absent, so its
+  /// path is taken for a link. Symbolic links are resolved first, so that none leads out of these
+  /// directories. A root that is not absolute, or at which there is no directory, adds nothing.
+  /// Takes effect with the next search: resources that are loaded already stay loaded.
   static void setRoots(std::optional<std::vector<std::string>> roots);
   /// The directories that the host has added; nothing if no bound is set.
   static std::optional<std::vector<std::string>> roots();

@@ -1,3 +1,8 @@
+// A file may have several paths, through links, and a list may name it by any of them. What is in
+// use is therefore compared by resolved places, including every name on the way to a file: removing
+// a link would break a path as well as removing the file. When a list is in doubt nothing is
+// removed, because it may name files that no readable list names.
+
 #include "KivResource/KivResourceMaintenance.h"
 
 #include <algorithm>
@@ -76,7 +81,7 @@ class UsedPlaces {
   std::map<std::string, std::string, std::less<>> resolved_;
 };
 
-/// The files that the registry and the saved list speak of.
+/// The files that the registry and the saved list name.
 struct ListedFiles {
   UsedPlaces used;
   std::map<std::string, std::string> resourceIDs;  ///< by path
@@ -238,7 +243,7 @@ bool findTemporaries(Maintenance::Audit& audit, std::optional<Error>* error) {
   return true;
 }
 
-/// Of a body that has not been stored the bytes alone count.
+/// Only the bytes of a body are listed, not its record and lock file.
 bool findUnfinishedDownloads(Maintenance::Audit& audit, std::optional<Error>* error) {
   const std::string directory = KivResourceStorageModule::spoolDirectoryPath();
   const auto names = sortedNames(directory, error);

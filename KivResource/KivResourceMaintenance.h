@@ -21,9 +21,8 @@ enum class KivResourceMaintenanceErrorCode : int {
   listInDoubt = 122,         ///< A saved list that cannot be read may name files that are in use.
 };
 
-/// Looking after the cache: what the lists and the disk disagree about, what nobody needs any more,
-/// and how much room there is. Nothing here runs by itself: the framework never calls it, a host
-/// does, or lets a person do.
+/// Maintenance of the cache: where the lists and the disk disagree, removal of unused files, and
+/// free space. The framework never calls any of it; the host does, or lets its user do.
 ///
 /// Never instantiated, without state; all operations run on the manager's queue, at once, and take
 /// time there in proportion to what is stored.
@@ -40,24 +39,24 @@ class KIV_EXPORT KivResourceMaintenance {
     std::string path;
     /// Bytes on the disk, of everything in a directory; nothing if they cannot be counted.
     std::optional<std::uint64_t> size;
-    /// Of a resource that needs the file; empty if it is none's.
+    /// Of a resource that needs the file; empty if none does.
     std::string resourceID;
   };
 
-  /// What lists and disk disagree about, each part in the order of the paths.
+  /// Where the lists and the disk disagree, each part in the order of the paths.
   struct Audit {
     /// Files of resources in the registry or the saved list that are not there.
     std::vector<Item> missing;
     /// Those that are there but cannot be opened, or whose first byte cannot be read.
     std::vector<Item> unreadable;
-    /// What lies in the resources directory and no loaded resource uses. Not only waste: what an
-    /// update dropped, and what was stored for a resource that failed, is found by name by the next
-    /// pass that needs it.
+    /// Items of the resources directory that no loaded resource uses. They may still be useful: a
+    /// later pass finds files by name that an update dropped, or that were stored for a resource
+    /// that failed.
     std::vector<Item> orphaned;
     /// Orphaned directories without an "index.html", which no pass finds either.
     std::vector<Item> partial;
-    /// What the storage service has not completed, of this process, of others that live, or left by
-    /// one that failed; and bodies of downloads that have not come whole, or are not stored yet.
+    /// Incomplete files of the storage service, of this process, of others that are running, or
+    /// left by one that failed; and bodies of downloads that are incomplete or not stored yet.
     std::vector<Item> temporary;
     /// True if downloads are in flight: what they have stored so far counts as orphaned.
     bool downloadsAreInFlight = false;
@@ -88,9 +87,9 @@ class KIV_EXPORT KivResourceMaintenance {
   };
 
   /// Removes what the audit calls orphaned or partial, and nothing else: nothing that a loaded
-  /// resource uses, and nothing outside the resources directory; of a link, the link. What one item
-  /// refuses does not keep the others. A host that still shows a resource which an update dropped
-  /// waits until it does not.
+  /// resource uses, and nothing outside the resources directory; of a link, the link. An item that
+  /// cannot be removed does not keep the others. A host that still shows a resource which an update
+  /// dropped calls this later, since the files of that resource are removed.
   ///
   /// Nothing and an error, with nothing removed, while downloads are in flight (120), since files
   /// of the resources that they belong to are in no list yet; where a saved list may name files
@@ -107,6 +106,6 @@ class KIV_EXPORT KivResourceMaintenance {
     std::uint64_t cacheUsed = 0;            ///< By the framework: list, resources, temporaries.
   };
 
-  /// How much room is there; also before anything was stored.
+  /// How much space is used and free; may also be asked before anything was stored.
   static std::optional<Space> space(std::optional<kiv::Error>* error = nullptr);
 };

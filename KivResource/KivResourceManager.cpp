@@ -99,7 +99,7 @@ void KivResourceManager::noteMerge() {
     failAnnouncements(resource);
 }
 
-/// What observers were going to hear loaded has lost a file to another process.
+/// Another process has removed a file of a resource that observers were to be told is loaded.
 void KivResourceManager::failAnnouncements(const std::shared_ptr<KivResource>& resource) {
   const auto paths = resource->useFilePaths();
   const kiv::Error error = kiv::systemError(static_cast<int>(std::errc::no_such_file_or_directory),
@@ -201,7 +201,8 @@ void KivResourceManager::saveChanges() {
   if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
 }
 
-/// Who sees the manager idle finds everything done.
+/// When the manager is no longer busy, everything is done: the last step does not wait for the
+/// turn.
 void KivResourceManager::endStepWithTurn() {
   if (loadingResourcesFilesCount_ <= 0) return endStep();
   if (std::exchange(endIsScheduled_, true)) return;
@@ -258,59 +259,59 @@ void KivResourceManager::announce(std::shared_ptr<KivResource> resource,
 
 const std::shared_ptr<KivResourceManager::MulticastObserver>&
 KivResourceManager::multicastObserver() const noexcept {
-  return multicastObserver_;
   assertQueue();
+  return multicastObserver_;
 }
 
 void KivResourceManager::setMulticastObserver(
     std::shared_ptr<MulticastObserver> multicastObserver) {
-  multicastObserver_ =
   assertQueue();
+  multicastObserver_ =
       multicastObserver ? std::move(multicastObserver) : std::make_shared<MulticastObserver>();
 }
 
 const std::shared_ptr<kiv::ResourceList>& KivResourceManager::loadedResources() const noexcept {
-  return loadedResources_;
   assertQueue();
+  return loadedResources_;
 }
 
 void KivResourceManager::setLoadedResources(std::shared_ptr<kiv::ResourceList> loadedResources) {
-  loadedResources_ =
   assertQueue();
   if (loadedResources_) loadedResources_->setQueueAssertion(nullptr);
+  loadedResources_ =
       loadedResources ? std::move(loadedResources) : std::make_shared<kiv::ResourceList>();
-}
   loadedResources_->setQueueAssertion(queueAssertion_);
+}
 
 const std::optional<kiv::ResourceArray>& KivResourceManager::resourcesForRemove() const noexcept {
-  return resourcesForRemove_;
   assertQueue();
+  return resourcesForRemove_;
 }
 
 void KivResourceManager::setResourcesForRemove(
     std::optional<kiv::ResourceArray> resourcesForRemove) {
-  resourcesForRemove_ = std::move(resourcesForRemove);
   assertQueue();
+  resourcesForRemove_ = std::move(resourcesForRemove);
 }
 
 std::int64_t KivResourceManager::loadingResourcesFilesCount() const noexcept {
-  return loadingResourcesFilesCount_;
   assertQueue();
+  return loadingResourcesFilesCount_;
 }
 
 void KivResourceManager::setLoadingResourcesFilesCount(std::int64_t count) noexcept {
-  loadingResourcesFilesCount_ = count;
   assertQueue();
+  loadingResourcesFilesCount_ = count;
 }
 
 const std::shared_ptr<KivResourceRESTModule>& KivResourceManager::loader() const noexcept {
-  return loader_;
   assertQueue();
+  return loader_;
 }
 
 void KivResourceManager::setLoader(std::shared_ptr<KivResourceRESTModule> loader) {
-  loader_ = std::move(loader);
   assertQueue();
+  loader_ = std::move(loader);
   const auto client = loader_ ? loader_->restService() : nullptr;
   if (!client || !client->settings().spoolDirectory.empty()) return;
   // Beside the resources, so that a large file is stored by giving it its name.

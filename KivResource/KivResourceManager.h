@@ -32,18 +32,19 @@ class SavedList;
 ///
 /// A process has one manager, made by the first sharedInstance() and never destroyed. Apart from
 /// that creation nothing is locked: every call must be made on one thread or serial queue, the
-/// manager's queue, and the manager must have been created there too, since downloads come back on
-/// the queue of its creation. Normally that is the main queue. Observers are called asynchronously,
-/// each on its own queue.
+/// manager's queue, unless the operation says otherwise. The manager must be created there too,
+/// since downloads come back on the queue on which it was created: normally the main queue, which
+/// also counts where there was none. Builds without NDEBUG end the program with a message when a
+/// call is made elsewhere. Observers are called asynchronously, each on its own queue.
 ///
-/// Nothing is thrown and nothing returned but answers to queries: every outcome comes to the
-/// observers. After any failure the registry, the saved list and the stored files are what they
-/// were before, with whatever else completed.
+/// Nothing is thrown, and only queries return something: every other outcome is reported to the
+/// observers. A failure leaves the registry, the saved list and the stored files as they were,
+/// apart from what else completed.
 ///
-/// Nothing that is handed over is an error: an operation on no resource does nothing, a list is
-/// taken without its null elements, and a property that is set to nothing is as good as an empty
-/// one. Without a registry there is an empty one, without a multicaster one without observers;
-/// without a loader, or with one without a client, every download fails at once with error 101.
+/// No argument is an error: an operation on no resource does nothing, null elements of a list are
+/// ignored, and a property that is set to nullptr gets an empty object: an empty registry, or a
+/// multicaster without observers. Without a loader, or with one that has no client, every download
+/// fails at once with error 101.
 class KIV_EXPORT KivResourceManager final
     : public std::enable_shared_from_this<KivResourceManager> {
  public:
@@ -108,17 +109,16 @@ class KIV_EXPORT KivResourceManager final
   /// Drops the observer, whatever its queues. May be called from any thread.
   void removeObserver(const std::shared_ptr<KivResourceManagerObserver>& observer);
 
-  /// Why the list could not be saved the last time; nothing after a save that succeeded, and before
-  /// the first one. Observers hear nothing of it: resources are loaded although the list is not
-  /// saved, the next change of the registry and the next pass try again, and a host that ends
-  /// before finds at its next start what was saved last. A resource whose dictionary has no JSON
-  /// form, such as one in which the host has put a number that is not finite, keeps the whole list
-  /// from being saved; the log names it.
+  /// Why the list could not be saved the last time; nothing after a success, and before the first
+  /// save. Observers are not told: resources are loaded although the list is not saved, and the
+  /// next change of the registry and the next pass try again. A host that ends before that finds at
+  /// its next start what was saved last. A resource whose dictionary has no JSON form, such as one
+  /// in which the host has put a number that is not finite, keeps the whole list from being saved;
+  /// the log names it.
   [[nodiscard]] std::optional<kiv::Error> lastSaveError() const;
-  /// Why the saved list could not be read, as long as it is in doubt: from a start at which it was
-  /// there and unreadable until it is read after all, or replaced. Before a list in doubt is
-  /// replaced it is read again, which brings its resources into the registry, and if that fails
-  /// again it is set aside under another name in its directory.
+  /// Why the saved list could not be read at the start; nothing once it has been read after all or
+  /// replaced. Before such a list is replaced it is read again, which brings its resources into the
+  /// registry; if that fails, it is set aside under another name in its directory.
   [[nodiscard]] std::optional<kiv::Error> savedListError() const;
 
   // --- The manager's own steps ---
@@ -159,7 +159,7 @@ class KIV_EXPORT KivResourceManager final
   void setLoadedFile_forResource(const std::string& path,
                                  const std::shared_ptr<KivResource>& resource);
   /// Takes the other resources with the same identifier out of the registry, with their files.
-  /// Within a step the files go at its end, when the list on disk names them no more.
+  /// Within a step the files are removed at its end, after the list that named them.
   void removeOldResourcesForResource(const std::shared_ptr<KivResource>& resource);
   /// Deletes those files of the resource that no other loaded resource uses.
   void removeFilesForResource(const std::shared_ptr<KivResource>& resource);
@@ -196,33 +196,32 @@ class KIV_EXPORT KivResourceManager final
   void completeDownload(const std::optional<kiv::Data>& data,
                         const std::optional<kiv::Error>& error, const std::string& fileLink,
                         const std::shared_ptr<KivResource>& resource);
-  /// Begins a step of the manager: what changed is saved, and what is to be heard is sent, when the
-  /// outermost step ends, or, for downloads that complete in one turn of the queue, once for all.
+  /// Begins a step of the manager (ManagerStep). A step of the turn ends with the turn of the
+  /// queue.
   kiv::ManagerStep beginStep();
   kiv::ManagerStep beginStepOfTurn();
   void endStep();
   void endStepWithTurn();
-  /// Brings the disk up to the registry: saves the list, and when it is there removes the files
-  /// that only an older list named. So whatever fails or kills the host in between, the resources
-  /// of the list on disk have their files.
+  /// Saves the list, and when that has succeeded removes the files that only an older list named.
+  /// So the resources of the list on disk have their files at every moment, whatever fails.
   void saveChanges();
-  /// Brings what waits for the end of the step up to what a merge has done to the registry.
+  /// Adapts the pending removals and announcements to what a merge has done to the registry.
   void noteMerge();
   void failAnnouncements(const std::shared_ptr<KivResource>& resource);
   /// Marks those files of the resource for removal that no other loaded resource uses.
   void markFiles(const std::shared_ptr<KivResource>& resource);
-  /// Brings the disk up to the registry where a pending removal could change the answer to a
-  /// question that follows. Where the list cannot be saved, the files stay.
+  /// Saves and removes now if a pending removal could change the answer to a question that follows.
+  /// If the list cannot be saved, the files stay.
   void settleBefore(bool isAffected);
-  /// Where the file of that name lies, if it does.
+  /// The local path of the file of that name, if it is there.
   std::optional<std::string> pathToFile(std::string_view fileName);
 
   void announceLoaded(std::shared_ptr<KivResource> resource);
   void announceFailed(const std::shared_ptr<KivResource>& resource,
                       const std::optional<kiv::Error>& error);
   void announceFinish();
-  const std::shared_ptr<const kiv::QueueAssertion> queueAssertion_;
 
+  const std::shared_ptr<const kiv::QueueAssertion> queueAssertion_;
   std::shared_ptr<MulticastObserver> multicastObserver_;
   std::shared_ptr<kiv::ResourceList> loadedResources_;
   std::unique_ptr<kiv::SavedList> savedList_;
@@ -236,7 +235,7 @@ class KIV_EXPORT KivResourceManager final
   std::unique_ptr<kiv::PendingRemovals> removals_;
   bool endIsScheduled_ = false;
   std::optional<KivStorageService::Batch> savings_;  ///< Of files stored since the last end.
-  /// One callback, for those who were registered when there was something to hear; without a
+  /// One callback, for the observers that were registered at the time of the event. Without a
   /// resource it is the finish.
   struct Announcement {
     MulticastObserver::Recipients recipients;

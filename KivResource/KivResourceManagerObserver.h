@@ -9,12 +9,12 @@
 class KivResource;
 class KivResourceManager;
 
-/// Hears what the manager does. An observer overrides the callbacks that it wants.
+/// Is told what the manager does. An observer overrides the callbacks that it wants.
 ///
 /// Each callback is called asynchronously, on the queue with which the observer was registered,
 /// in the order of the manager's steps. The resources are the manager's own objects, not copies.
-/// One that was loaded is not changed by the manager any more and may be read on the observer's
-/// queue; one that failed may still receive its other files, so on a queue other than the manager's
+/// The manager does not change a loaded resource any more, so it may be read on the observer's
+/// queue. A failed one may still receive its other files, so on a queue other than the manager's
 /// only its name, type, engine, resourceID, uid, priority and updated may be read.
 class KIV_EXPORT KivResourceManagerObserver {
  public:

@@ -70,7 +70,7 @@ void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceA
                                                             bool deleteRest) {
   assertQueue();
   const auto step = beginStep();
-  // All are paired before any is merged: the merge goes by the registry as it stood at its start.
+  // All are paired before any is merged, since the merge changes the registry.
   auto counterparts = loadedResources_->counterparts(newResources);
   for (std::size_t index = 0; index < newResources.size(); ++index)
     mergeResource(newResources[index], std::move(counterparts.ofEach[index]));

@@ -6,8 +6,9 @@
 
 namespace kiv {
 
-/// Runs a part of a step; false if it threw, which it does where memory has run out. The manager
-/// must not be left busy for good then, nor the process be ended by the end of a step.
+/// Runs a part of a step; false if it threw, as it does when memory has run out. Such an exception
+/// must neither leave the manager busy for good nor leave a destructor, which would end the
+/// process.
 template <class Part>
 bool contain(const Part& part) noexcept {
   try {
@@ -18,7 +19,7 @@ bool contain(const Part& part) noexcept {
   }
 }
 
-/// The same for what has to happen, and may be done twice: tried once more where it threw, since
+/// The same for a part that has to happen and may run twice: if it threw, it runs once more, since
 /// the memory that it had taken is free again.
 template <class Part>
 void insist(const Part& part) noexcept {
@@ -27,15 +28,15 @@ void insist(const Part& part) noexcept {
 
 /// The scope of one step of the manager. Steps nest: an operation that is one is made of others.
 ///
-/// Within a step the manager only notes that the list has changed, which files are to go and what
-/// observers shall hear. The end of the outermost step saves the list, once, removes the files, and
-/// then sends what was noted, in order: so no observer hears of a resource before a list that holds
-/// it is on disk, and the cost of the list is paid once for a whole pass.
+/// Within a step the manager only notes that the list has changed, which files are to be removed,
+/// and what observers are to be told. The end of the outermost step saves the list, once, removes
+/// the files, and then sends the callbacks in order. So an observer hears of a resource only when a
+/// list that holds it is on disk, and a pass writes one list.
 ///
-/// Downloads that complete in one turn of the queue share one end too. Nobody can tell: no other
-/// job runs before that end, a removal that could change the answer to a question to the disk is
-/// carried out before the question (PendingRemovals), and the last download of a pass does not
-/// share its end.
+/// Downloads that complete in one turn of the queue share one end, too. The result is the same as
+/// with an end for each: no other job runs before the shared end, a removal that could change the
+/// answer to a question to the disk is done before the question (PendingRemovals), and the last
+/// download of a pass does not share its end.
 class ManagerStep {
  public:
   /// `depth` counts the steps that are open; `end` is called when the outermost one ends.

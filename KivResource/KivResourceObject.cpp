@@ -1,3 +1,6 @@
+// A list of 100,000 resources is restored at every start and copied by queries. So the strings
+// share their characters with the dictionary, and a copy is made of the dictionary alone.
+
 #include "KivResource/KivResourceObject.h"
 
 #include <algorithm>

@@ -75,7 +75,7 @@ class KIV_EXPORT KivResource {
   /// The local paths of the files that the resource uses.
   [[nodiscard]] virtual std::vector<std::string> useFilePaths() const;
   /// Takes in the absolute local path of a file that was found or stored for one of the links. A
-  /// path that belongs to none of them, or if no file lies, is passed over.
+  /// path that belongs to none of the links, or at which there is no file, is ignored.
   virtual void setPath(const std::string& path);
 
   /// A new resource of the receiver's own class, made anew of the current dictionary and engine, or

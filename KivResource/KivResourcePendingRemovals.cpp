@@ -1,3 +1,7 @@
+// The files of a replaced version can go only when a list without them is on disk, or a host that
+// is killed in between would start with resources whose files are gone. Meanwhile the pass has to
+// act as if they were gone already: these functions tell when the difference would show.
+
 #include "KivResource/KivResourcePendingRemovals.h"
 
 #include <algorithm>
@@ -50,7 +54,7 @@ void PendingRemovals::add(std::string path, std::shared_ptr<const KivResource> u
 bool PendingRemovals::affect(std::string_view path) const {
   if (empty()) return false;
   const auto target = resolved(path);
-  if (!target) return false;  // nothing is there that could be taken away
+  if (!target) return false;  // nothing is there
   return takeAway(*target) || takeAway(placeOf(path));
 }
 
@@ -89,7 +93,7 @@ void PendingRemovals::removeUnused(const ResourceList& registry) {
 }
 
 void PendingRemovals::keepFilesOf(const KivResource& user) {
-  // The places stay: a question too many is settled, none too few.
+  // The places stay: at worst affect() is true once too often.
   std::erase_if(files_, [&](const File& file) {
     return file.user.get() == &user && paths_.erase(file.path) > 0;
   });

@@ -12,32 +12,32 @@ namespace kiv {
 
 class ResourceList;
 
-/// The files of replaced versions that are still to be removed. They stay until a list is saved
-/// that does not name them, and meanwhile nobody may see them: before a question to the disk whose
-/// answer they could change, they are removed.
+/// The files of replaced versions that are still to be removed. They stay until a list that does
+/// not name them is saved. A pending file must not be found meanwhile: the manager asks here before
+/// each question to the disk, and removes the pending files first if they could change the answer.
 ///
-/// Files are told apart by what the system makes of their paths, not by the spelling, since a root
-/// may be reached through a link in one run and directly in the next. Used on the manager's queue.
+/// Files are compared by their resolved paths, not by the spelling, since a root may be reached
+/// through a link in one run and directly in the next. To be used on the manager's queue.
 class PendingRemovals {
  public:
-  /// Adds the file at the path, which `user` has used so far.
+  /// Adds the file at the path, which `user` has used until now.
   void add(std::string path, std::shared_ptr<const KivResource> user);
   [[nodiscard]] bool empty() const noexcept { return files_.empty(); }
 
-  /// True if a removal may take away what lies at the path.
+  /// True if a pending removal may remove what lies at the path.
   [[nodiscard]] bool affect(std::string_view path) const;
-  /// True if a removal may take away what is about to be saved at the path, a file or a
-  /// directory, or what stands in its way.
+  /// True if a pending removal may remove the file or directory that is about to be saved at the
+  /// path, or something that is in its way.
   [[nodiscard]] bool affectSaving(std::string_view path) const;
-  /// True if a removal may change what the resource answers about its files.
+  /// True if a pending removal may change what the resource answers about its files.
   [[nodiscard]] bool affect(const KivResource& resource) const;
 
-  /// Removes the files that no other resource of the registry uses now, in the order of adding, and
-  /// forgets all. Failures are ignored.
+  /// Removes the files that no other resource of the registry uses now, in the order in which they
+  /// were added. Afterwards nothing is pending. Failures are ignored.
   void removeUnused(const ResourceList& registry);
-  /// Keeps the files that only this resource has used so far: it is in use again.
+  /// Keeps the files that were added for this resource, which is in use again.
   void keepFilesOf(const KivResource& user);
-  /// Keeps the files: what was to be removed stays on the disk.
+  /// Forgets what is pending; the files stay on disk.
   void clear();
 
  private:
@@ -51,7 +51,7 @@ class PendingRemovals {
 
   std::vector<File> files_;
   std::set<std::string, std::less<>> paths_;
-  /// Where the items lie that will be removed, by every resolved path that leads there.
+  /// Every resolved path of the items that will be removed.
   std::set<std::string, std::less<>> places_;
 };
 

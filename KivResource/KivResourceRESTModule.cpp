@@ -1,3 +1,6 @@
+// The client retries, follows redirects and changes to the mirror. This module only makes the URLs
+// and turns a task's outcome into data or an error; a status other than 200 is an error.
+
 #include "KivResource/KivResourceRESTModule.h"
 
 #include <exception>
@@ -35,7 +38,7 @@ void evaluateOutcome(const KivRESTServiceTask& task, std::string_view fileLink,
   std::optional<kiv::Error> error;
   try {
     error = invalidStatusError(fileLink, statusCode);
-  } catch (const std::exception&) {  // no memory for the error: that no data came has to do
+  } catch (const std::exception&) {  // out of memory: no data without an error
   }
   completion(std::nullopt, error);
 }

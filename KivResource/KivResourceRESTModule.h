@@ -15,7 +15,7 @@
 
 class KivResource;
 
-/// Stands in the interface only: the download module never calls its delegate.
+/// Part of the interface only: the download module never calls its delegate.
 class KIV_EXPORT KivResourceRESTModuleDelegate {
  public:
   virtual ~KivResourceRESTModuleDelegate() = default;
@@ -24,13 +24,13 @@ class KIV_EXPORT KivResourceRESTModuleDelegate {
 /// Fetches the bytes of one resource file at a time from the main server, with the reserve server
 /// as its mirror.
 ///
-/// Made and owned by the manager. It has no state of its own and no queue: its operations run on
-/// the caller's thread, and outcomes come on the queue of its client, the one on which the module
-/// was made. The domains of the servers are read anew from KivAppConfiguration for every download.
+/// The manager makes one and owns it. It has neither state nor queue of its own: its operations run
+/// on the caller's thread, and completions are called on the queue of its client, the one on which
+/// the module was made. The servers' domains are read from KivAppConfiguration for every download.
 class KIV_EXPORT KivResourceRESTModule {
  public:
-  /// What a download ends with: the bytes, or an error, or both where a transfer broke after some
-  /// bytes had come.
+  /// The outcome of a download: the bytes, or an error, or both if a transfer broke off after some
+  /// bytes.
   using CompletionHandler =
       std::function<void(std::optional<kiv::Data>, std::optional<kiv::Error>)>;
 
@@ -41,16 +41,16 @@ class KIV_EXPORT KivResourceRESTModule {
   KivResourceRESTModule& operator=(const KivResourceRESTModule&) = delete;
 
   /// Starts to fetch the file of the link, with the resource's priority, or 0 without a resource.
-  /// `completion` is called exactly once, or never where the download is cancelled: at once, before
-  /// this returns, with error 101 where no request can be made for the link or there is no client;
-  /// otherwise later, on the client's queue, with the bytes of a response of status 200, error 102
-  /// for every other status, or the client's own transfer error. An empty one does nothing.
+  /// `completion` is called exactly once, or never if the download is cancelled. If no request can
+  /// be made for the link, or there is no client, it is called with error 101 before this returns.
+  /// Otherwise it is called later, on the client's queue, with the bytes of a response of status
+  /// 200, with error 102 for any other status, or with the client's own error. It may be empty.
   virtual void loadDataForResource_usingFileLink_completionHandler(
       const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
       CompletionHandler completion);
 
-  /// Cancels every download. None of their completions is called any more, not even that of one
-  /// that has just ended.
+  /// Cancels every download. None of their completions is called after this, not even that of a
+  /// download that has just ended.
   virtual void canselLoading();
 
   /// A GET request for the URL, or nothing if there is none.

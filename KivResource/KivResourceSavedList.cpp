@@ -72,8 +72,8 @@ void SavedList::restore(ResourceList& registry) {
   }
 }
 
-/// Before the contents are read: a list that takes this one's place meanwhile is then seen to be
-/// another one.
+/// To be called before the contents are read, so that a list which replaces this one meanwhile is
+/// seen to be another one.
 void SavedList::identify() {
   const std::string path = KivResourceStorageModule::resourcesListPath();
   held_ = files().itemExistsAtPath(path) ? files().mapFileAtPath(path) : nullptr;
@@ -90,8 +90,7 @@ std::optional<Array> SavedList::read() {
   return list;
 }
 
-/// A list that is gone was not saved by anybody: then nothing is known to have been removed from
-/// it.
+/// A list that is gone was saved by no process, so nothing counts as removed from it.
 void SavedList::catchUp(ResourceList& registry) {
   if (isToBeRead()) {
     auto saved = read();
@@ -120,8 +119,8 @@ void SavedList::note(ListMerge merge) {
   append(merge_.lost, merge.lost);
 }
 
-/// A pass compares stamps when it starts. What came by a merge since then, and an older version
-/// that completed later has replaced, comes back in its place.
+/// A pass compares stamps when it starts. If a merge has brought a resource since then, and an
+/// older version that completed later has replaced it, the newer one is put back.
 void SavedList::keepTaken(ResourceList& registry) {
   ListMerge merge;
   std::erase_if(taken_, [&](const auto& entry) {
@@ -153,7 +152,7 @@ SavedList::Access::Access(SavedList& list, ResourceList& registry)
   if (!refusal_) list_.catchUp(registry_);
 }
 
-/// nullptr also if locks cannot be had, which is no refusal.
+/// nullptr also on a file system without locks, which is no refusal.
 std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
   const std::string list = KivResourceStorageModule::resourcesListPath();
   const std::string path = list + std::string(lockSuffix);
@@ -210,7 +209,7 @@ bool SavedList::write(const Array& dictionaries, std::optional<Error>* error) {
   return isSaved;
 }
 
-/// Once for each resource, however often the list is not saved, until it can be written again.
+/// Logs each resource once, however often saving fails, until the list can be written again.
 void SavedList::logUnwritable(const ResourceList& registry) {
   ResourceSet unwritable;
   for (const auto& resource : registry) {
@@ -224,7 +223,8 @@ void SavedList::logUnwritable(const ResourceList& registry) {
   unwritable_ = std::move(unwritable);
 }
 
-/// Only for a list that can be written: otherwise there would be none.
+/// The old list is set aside only when the new one has a JSON form: otherwise there would be no
+/// list.
 bool SavedList::replaceUnreadable(const Array& dictionaries, std::optional<Error>* error) {
   if (!KivResourceStorageModule::dataForArray_error(dictionaries, error)) return false;
   std::optional<Error> refusal;

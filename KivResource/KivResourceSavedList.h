@@ -13,20 +13,20 @@
 
 namespace kiv {
 
-/// The saved list as one manager knows it: what it last read or wrote of it, and what keeps it from
-/// being read or written. On the manager's queue alone.
+/// The saved list as one manager knows it: its contents when it was last read or written, and the
+/// errors that keep it from being read or written. To be used on the manager's queue alone.
 ///
-/// A list that is there and cannot be read is in doubt: what it names is not known to be unused. It
-/// is read again before it is replaced, and a list that still cannot be read is set aside first.
+/// A list that exists and cannot be read is in doubt: the files that it names may be in use. Before
+/// such a list is replaced it is read again, and if that fails it is set aside under another name.
 class SavedList {
  public:
-  /// Appends to the registry the resources of the list whose files are there. A list that is not
-  /// there has none, and neither has one that is in doubt from now on.
+  /// Appends to the registry the resources of the list whose files are there. There are none if
+  /// there is no list, or if it cannot be read and is in doubt from now on.
   void restore(ResourceList& registry);
 
   /// Why the list could not be read, as long as it is in doubt.
   [[nodiscard]] const std::optional<Error>& doubt() const noexcept { return doubt_; }
-  /// Why the list could not be saved the last time; nothing if it was, or was never to be.
+  /// Why the list could not be saved the last time; nothing after a success, or before any save.
   [[nodiscard]] const std::optional<Error>& lastSaveError() const noexcept {
     return lastSaveError_;
   }
@@ -34,11 +34,11 @@ class SavedList {
   /// What merges have done to the registry since the last call.
   ListMerge takeMerge();
 
-  /// The scope in which the list is changed, and files are removed that it does not name any more:
-  /// as long as it lives, no other process is in such a scope on this root. Its beginning brings
-  /// the registry up to a list on the disk that is in doubt, or that another process has written.
-  /// It waits for another process, for some seconds at most; after that nothing can be saved in it.
-  /// Where the file system has no locks, it goes without. Not two at a time on one thread.
+  /// The scope in which the list is changed and files that it does not name any more are removed.
+  /// While it lives, no other process is in such a scope on this root. It begins with a merge, if
+  /// the list was in doubt or another process has written it. It waits for another process, for
+  /// some seconds at most; after that nothing can be saved in it. On a file system without locks it
+  /// has none. A thread may have only one at a time.
   class Access {
    public:
     Access(SavedList& list, ResourceList& registry);
@@ -59,7 +59,7 @@ class SavedList {
   };
 
  private:
-  /// The list on the disk; nothing if there is none, or if it is in doubt then.
+  /// The list on the disk; nothing if there is none, or if it cannot be read and is now in doubt.
   std::optional<Array> read();
   void identify();
   void catchUp(ResourceList& registry);
@@ -73,7 +73,8 @@ class SavedList {
 
   Array base_;                            ///< As last read or written.
   std::optional<FileIdentity> identity_;  ///< Of the file then; nothing if there was none.
-  /// Keeps that file's number from being given to a newer list while somebody compares identities.
+  /// While it is mapped, the file system does not give the file's number to a newer list, so that
+  /// comparing identities tells the two apart.
   std::unique_ptr<MappedFile> held_;
   bool isPatient_ = true;  ///< Another process did not keep the lock for too long the last time.
   std::optional<Error> doubt_;
@@ -81,7 +82,8 @@ class SavedList {
   ListMerge merge_;
   using ResourceSet = std::set<std::weak_ptr<KivResource>, std::owner_less<>>;
   ResourceSet unwritable_;  ///< Those that keep the list from being written, and are in the log.
-  /// What came by merges and is in the registry still, the newest with each identifier.
+  /// Resources that merges have brought and that are still in the registry: the newest with each
+  /// identifier.
   std::map<std::string, std::shared_ptr<KivResource>> taken_;
 };
 

@@ -4,13 +4,12 @@
 
 /// An image banner: a market link and one image file.
 ///
-/// It is linked, with the image's link under its key in the resource dictionary, until the image
-/// lies on disk, and loaded from then on, with the local path in place of the link. Nothing brings
-/// it back: where the image is deleted later, filesExist() says so, while missingFilesLinks() and
-/// useFilePaths() go by `fileIsLoaded`.
+/// The resource dictionary holds the image's link until the image is on disk, and its local path
+/// from then on. There is no way back: if the image is deleted later, filesExist() is false, while
+/// missingFilesLinks() and useFilePaths() still answer by `fileIsLoaded`.
 class KIV_EXPORT KivResourceStandard : public KivResource {
  public:
-  /// A banner of the dictionary, or nullptr if that is not acceptable. Beyond what every
+  /// A banner made from the dictionary, or nullptr if that is not acceptable. Beyond what every
   /// resource needs it must have the strings "market_url" and "image_728x90".
   static std::shared_ptr<KivResourceStandard> initWithDictionary_engine(
       const kiv::Dictionary& dictionary, const std::string& engine);

@@ -1,3 +1,6 @@
+// Names come from servers: only harmless ones become paths. The same name may be a packaged file, a
+// stored file or an archive; placeOf() alone decides which, so that saving and finding agree.
+
 #include "KivResource/KivResourceStorageModule.h"
 
 #include <system_error>

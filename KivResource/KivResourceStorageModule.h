@@ -12,12 +12,12 @@
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceConstants.h"
 
-/// The framework's only door to the disk: where resource files and the saved list lie, and how a
-/// file name becomes a local path.
+/// The layout of the cache on disk: where resource files and the saved list are, and how a file
+/// name becomes a local path. The framework reads and writes them only through this class.
 ///
 /// Never instantiated, without state; all operations are class operations and run on the caller's
-/// thread. Calls that write or delete the same file, the list above all, are for the caller to put
-/// in order. Nothing here logs.
+/// thread. The caller serialises calls that write or delete the same file, such as the list.
+/// Nothing here logs.
 ///
 /// Under the root of KivStorageService:
 ///
@@ -27,7 +27,8 @@
 ///     KivResource/Resources/NAME                a downloaded file, named after its link
 ///     KivResource/Resources/STEM/index.html     the page of an archive downloaded as STEM.zip
 ///
-/// Files packaged with the framework, in its InnerAdResources.bundle, go before downloaded ones.
+/// A file packaged with the framework, in its InnerAdResources.bundle, takes precedence over a
+/// downloaded one.
 class KIV_EXPORT KivResourceStorageModule {
  public:
   KivResourceStorageModule() = delete;
@@ -61,10 +62,10 @@ class KIV_EXPORT KivResourceStorageModule {
   /// The absolute path of the directory of packaged files; empty if none was found.
   static std::string packagedResourcesPath();
 
-  /// The directory of which everything belongs to the page at the path, because it came as an
-  /// archive: a directory of its own directly below that of downloaded or of packaged resources,
-  /// with every link resolved. Nothing for a page that is one file. A host that shows pages lets
-  /// each of them read its directory, or its file alone, and nothing else.
+  /// The directory that belongs to the page at the path, if the page came as an archive: a
+  /// directory directly below that of downloaded or of packaged resources, with every link
+  /// resolved. Nothing for a page that is a single file. A host that shows pages lets each of them
+  /// read its directory, or only its file, and nothing else.
   static std::optional<std::string> directoryOfPageAtPath(std::string_view path);
 
   /// Where saving under the name puts the file, or the directory of an archive; nothing for a name
@@ -84,17 +85,17 @@ class KIV_EXPORT KivResourceStorageModule {
   static std::optional<kiv::Array> loadResourcesListWithError(
       std::optional<kiv::Error>* error = nullptr);
 
-  /// Renames the saved list, so that another one can be written and this one stays as it is, to the
-  /// first name that is free: resources_config.unreadable-NUMBER.json, from 1 to 99. Answers its
-  /// path, or nothing and an error, with the list where it was.
+  /// Renames the saved list, so that another one can be written and this one is kept, to the first
+  /// free name of resources_config.unreadable-NUMBER.json, from 1 to 99. Yields the new path; on
+  /// failure nothing and an error, and the list keeps its name.
   static std::optional<std::string> setResourcesListAsideWithError(
       std::optional<kiv::Error>* error = nullptr);
   /// The absolute paths of the lists that were set aside. They are for a person to put back or to
   /// remove.
   static std::vector<std::string> setAsideResourcesLists();
 
-  /// Takes the rights of everybody but its owner from the saved list and from those that were set
-  /// aside, where this process runs as their owner.
+  /// Makes the saved list, and those that were set aside, readable and writable by their owner
+  /// alone, if this process runs as that user.
   static void makeResourcesListsPrivate();
 
   /// The absolute path of the file that is there under the name, packaged before downloaded, or
@@ -102,8 +103,8 @@ class KIV_EXPORT KivResourceStorageModule {
   /// used for a file is found nowhere.
   static std::optional<std::string> pathToResourceFileWithName(std::string_view fileName);
 
-  /// The same for a name under which a file has just been saved: that it is there is not asked
-  /// again. Of an archive that may have no page the page is looked for.
+  /// The same for a name under which a file has just been saved: the disk is not asked again
+  /// whether it is there, except for the page of an archive, which may have none.
   static std::optional<std::string> pathToSavedResourceFileWithName(std::string_view fileName);
 
   /// The absolute path of the packaged file of that name, or nothing.

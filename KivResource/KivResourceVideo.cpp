@@ -1,3 +1,6 @@
+// Two files, told apart by the last component of their links. Both may have one name, and then one
+// stored file fills both places.
+
 #include "KivResource/KivResourceVideo.h"
 
 #include "KivPlatform/Foundation/files/Path.h"

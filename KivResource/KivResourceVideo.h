@@ -6,10 +6,10 @@
 /// A video promotion: a title, a market link, votes and a rating for the host to show, and two
 /// files, an icon and a video.
 ///
-/// Each of the two files is linked, its link in `fileLinks`, until it lies on disk, and present
-/// from then on, its local path in `filePaths`, in its property, and in the resource dictionary in
-/// place of the link. Nothing brings a file back: where it is deleted later, filesExist() says so,
-/// while the two lists stay as they are.
+/// Until a file is on disk its link is in `fileLinks`. From then on its local path is in
+/// `filePaths`, in its property, and in the resource dictionary in place of the link. There is no
+/// way back: if a file is deleted later, filesExist() is false, while the two lists stay as they
+/// are.
 class KIV_EXPORT KivResourceVideo : public KivResource {
  public:
   /// A promotion of the dictionary, or nullptr if that is not acceptable. Beyond what every

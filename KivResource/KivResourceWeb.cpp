@@ -1,3 +1,6 @@
+// The link names an archive or a single page, and what is stored of it has another name or another
+// directory. isPageOfLink() matches the two by their names alone.
+
 #include "KivResource/KivResourceWeb.h"
 
 #include "KivPlatform/Foundation/files/Path.h"

@@ -2,13 +2,12 @@
 
 #include "KivResource/KivResourceObject.h"
 
-/// An HTML page: one file, which is either an archive, whose page storage unpacks as the
-/// "index.html" of a folder named after the archive, or a single HTML file.
+/// An HTML page: one file, which is either a single HTML file, or an archive that is unpacked to a
+/// folder of its name, where "index.html" is the page.
 ///
-/// It holds the page's link under "html" in the resource dictionary until the page lies on disk,
-/// and is loaded from then on, with the local path of the page in place of the link. Nothing brings
-/// it back: where the page is deleted later, filesExist() says so, while missingFilesLinks() and
-/// useFilePaths() go by `fileIsLoaded`.
+/// The resource dictionary holds the page's link under "html" until the page is on disk, and its
+/// local path from then on. There is no way back: if the page is deleted later, filesExist() is
+/// false, while missingFilesLinks() and useFilePaths() still answer by `fileIsLoaded`.
 class KIV_EXPORT KivResourceWeb : public KivResource {
  public:
   /// A page of the dictionary, or nullptr if that is not acceptable. Beyond what every resource

@@ -29,8 +29,8 @@ class ContentServer {
   /// directory does not exist (not_a_directory) or no port is to be had (any other error). Throws
   /// std::system_error where the system has no thread left.
   bool start(int port = 0, std::error_code* error = nullptr);
-  /// Ends every connection and frees the port: whoever connects now is refused. Returns when no
-  /// thread of the server runs any more. A stopped server can be started again.
+  /// Ends every connection and frees the port, so that new connections are refused. Returns when
+  /// all threads of the server have ended. A stopped server can be started again.
   void stop();
 
   /// The server's address, like "http://127.0.0.1:41234"; it stays after stop(), and is empty

@@ -7,8 +7,8 @@
 
 namespace tool {
 
-/// Reads a descriptor line by line on a thread of its own, so that who writes to it is never kept
-/// waiting and nobody here waits for it.
+/// Reads a descriptor line by line on a thread of its own, so that neither the writer nor the main
+/// thread is blocked.
 class LineReader {
  public:
   /// `takeLine` is called with each line, without its end, also with a last one that has none;

@@ -1,4 +1,4 @@
-// audit and clean: what lists and disk disagree about, and the removal of what nobody uses.
+// audit and clean: where the lists and the disk disagree, and the removal of unused files.
 
 #include <array>
 #include <iostream>

@@ -40,8 +40,8 @@ void apply(const std::vector<Fault>& faults, kiv::ContentServer& server) {
   }
 }
 
-/// The first line is the address, and every further one a request: whoever started the server can
-/// read them.
+/// For a program that has started the server: the first line is the address, every further one a
+/// request.
 void printLine(std::string_view line) {
   std::cout << kiv::escapingControlCharacters(line).append(1, '\n') << std::flush;
 }
