@@ -19,6 +19,7 @@
 
 #include "KivResource/KivResource.h"
 #include "Tests/Support/FailingMemory.h"
+#include "Tests/Support/ResourceItems.h"
 
 namespace {
 
@@ -57,14 +58,8 @@ kiv::Value configurationOf(int version) {
   kiv::Array items;
   for (int number = 0; number < banners; ++number) {
     const auto name = std::to_string(number);
-    items.append(kiv::Dictionary{{"engine", "eco_standard"},
-                                 {"name", "n"},
-                                 {"type", "t"},
-                                 {"banner_id", name},
-                                 {"priority", 1},
-                                 {"updated", version},
-                                 {"market_url", "m"},
-                                 {"image_728x90", name + "-" + std::to_string(version) + ".png"}});
+    items.append(kiv::test::bannerOf(name, static_cast<std::uint64_t>(version),
+                                     name + "-" + std::to_string(version) + ".png"));
   }
   return kiv::Dictionary{{"items", items}};
 }

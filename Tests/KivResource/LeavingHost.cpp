@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "KivResource/KivResource.h"
+#include "Tests/Support/ResourceItems.h"
 
 namespace {
 
@@ -27,17 +28,12 @@ struct Observer final : KivResourceManagerObserver {
   std::atomic<bool> hasLoaded = false;
 };
 
-kiv::Dictionary banner(const char* name, const char* link) {
-  return {{"engine", "eco_standard"}, {"name", name},        {"type", "t"},
-          {"banner_id", name},        {"priority", 1},       {"updated", 1},
-          {"market_url", "market"},   {"image_728x90", link}};
-}
-
 void startPass(const std::shared_ptr<Observer>& observer) {
   const auto manager = KivResourceManager::sharedInstance();
   manager->addObserver(observer, kiv::DispatchQueue::main());
-  manager->loadResourcesForConfig(kiv::Dictionary{
-      {"items", kiv::Array{banner("stalls", "stalls.png"), banner("whole", "whole.png")}}});
+  manager->loadResourcesForConfig(
+      kiv::Dictionary{{"items", kiv::Array{kiv::test::bannerOf("stalls", 1, "stalls.png"),
+                                           kiv::test::bannerOf("whole", 1, "whole.png")}}});
 }
 
 }  // namespace

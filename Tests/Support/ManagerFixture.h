@@ -12,6 +12,7 @@
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/LogCapture.h"
 #include "Tests/Support/RecordingObserver.h"
+#include "Tests/Support/ResourceItems.h"
 
 namespace kiv::test {
 
@@ -63,41 +64,10 @@ class ManagerFixture : public CacheFixture {
     return list ? list->array() : kiv::Array();
   }
 
-  static kiv::Dictionary banner(const std::string& identifier, std::uint64_t updated,
-                                const std::string& link) {
-    return {{"engine", "eco_standard"},
-            {"name", "Banner " + identifier},
-            {"type", "banner"},
-            {"banner_id", identifier},
-            {"priority", 1},
-            {"updated", updated},
-            {"market_url", "market"},
-            {"image_728x90", link}};
-  }
-
-  static kiv::Dictionary video(const std::string& identifier, std::uint64_t updated,
-                               const std::string& iconLink, const std::string& videoLink) {
-    return {{"engine", "eco_video"}, {"name", "Video " + identifier},
-            {"type", "video"},       {"banner_id", identifier},
-            {"priority", 2},         {"updated", updated},
-            {"title", "Title"},      {"market_url", "market"},
-            {"image", iconLink},     {"video_file_landscape", videoLink}};
-  }
-
-  static kiv::Dictionary page(const std::string& identifier, std::uint64_t updated,
-                              const std::string& link) {
-    return {{"engine", "eco_fs"}, {"name", "Page " + identifier},
-            {"type", "page"},     {"banner_id", identifier},
-            {"priority", 3},      {"updated", updated},
-            {"html", link}};
-  }
-
-  /// A resource that needs no files.
-  static kiv::Dictionary plain(const std::string& identifier, std::uint64_t updated) {
-    return {{"engine", "eco_other"}, {"name", "Plain " + identifier},
-            {"type", "plain"},       {"banner_id", identifier},
-            {"priority", 0},         {"updated", updated}};
-  }
+  static constexpr auto banner = &bannerOf;
+  static constexpr auto video = &videoOf;
+  static constexpr auto page = &pageOf;
+  static constexpr auto plain = &plainOf;
 
   static kiv::Value config(std::initializer_list<kiv::Dictionary> items) {
     kiv::Array array;

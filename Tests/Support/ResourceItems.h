@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -47,6 +49,44 @@ inline Dictionary videoItem() {
 
 inline Dictionary webItem() {
   return with(with(plainItem(), "engine", "eco_fs"), "html", "promo/page.zip");
+}
+
+// The same by identifier, version and links, for tests of many.
+
+inline Dictionary bannerOf(const std::string& identifier, std::uint64_t updated,
+                           const std::string& link) {
+  return {{"engine", "eco_standard"},
+          {"name", "Banner " + identifier},
+          {"type", "banner"},
+          {"banner_id", identifier},
+          {"priority", 1},
+          {"updated", updated},
+          {"market_url", "market"},
+          {"image_728x90", link}};
+}
+
+inline Dictionary videoOf(const std::string& identifier, std::uint64_t updated,
+                          const std::string& iconLink, const std::string& videoLink) {
+  return {{"engine", "eco_video"}, {"name", "Video " + identifier},
+          {"type", "video"},       {"banner_id", identifier},
+          {"priority", 2},         {"updated", updated},
+          {"title", "Title"},      {"market_url", "market"},
+          {"image", iconLink},     {"video_file_landscape", videoLink}};
+}
+
+inline Dictionary pageOf(const std::string& identifier, std::uint64_t updated,
+                         const std::string& link) {
+  return {{"engine", "eco_fs"}, {"name", "Page " + identifier},
+          {"type", "page"},     {"banner_id", identifier},
+          {"priority", 3},      {"updated", updated},
+          {"html", link}};
+}
+
+/// A resource that needs no files.
+inline Dictionary plainOf(const std::string& identifier, std::uint64_t updated) {
+  return {{"engine", "eco_other"}, {"name", "Plain " + identifier},
+          {"type", "plain"},       {"banner_id", identifier},
+          {"priority", 0},         {"updated", updated}};
 }
 
 }  // namespace kiv::test
