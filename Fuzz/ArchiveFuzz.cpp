@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <optional>
 #include <string>
 
 #include "Fuzz/MemoryFiles.h"
@@ -77,20 +76,18 @@ class Recipe {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using kiv::fuzz::require;
   kiv::fuzz::MemoryFiles files("/unpacked");
-  std::optional<kiv::Error> error;
   const std::string_view text = kiv::fuzz::textOf(bytes, size);
   const std::string archive =
       text.starts_with('\xff') ? Recipe(text.substr(1)).archive() : std::string(text);
-  const bool isUnpacked =
-      kiv::storage::unpackArchive(kiv::Data(archive), "a.zip", "/unpacked", limits(), &error);
-  require(isUnpacked != error.has_value(), "an archive is unpacked or refused with an error");
-  require(!error || !error->localizedDescription().empty(), "an error says something");
+  const kiv::Status status =
+      kiv::storage::unpackArchive(kiv::Data(archive), "a.zip", "/unpacked", limits());
+  require(status || !status.error().localizedDescription().empty(), "an error says something");
   std::uint64_t total = 0;
   for (const auto& [path, fileSize] : files.files()) {
     require(fileSize <= limits().fileBytes, "no file is larger than allowed");
     total += fileSize;
   }
   require(total <= limits().totalBytes, "all files together are not larger than allowed");
-  require(!isUnpacked || files.files().contains("/unpacked/index.html"), "there is a page");
+  require(!status || files.files().contains("/unpacked/index.html"), "there is a page");
   return 0;
 }

@@ -1,5 +1,7 @@
 #include "Fuzz/MemoryFiles.h"
 
+#include <cerrno>
+
 #include "Fuzz/Require.h"
 #include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/Foundation/files/Path.h"
@@ -9,12 +11,12 @@ namespace kiv::fuzz {
 class MemoryFiles::File final : public WritableFile {
  public:
   explicit File(std::uint64_t& size) : size_(size) {}
-  bool write(std::string_view bytes, std::optional<Error>*) override {
+  Status write(std::string_view bytes) override {
     size_ += bytes.size();
-    return true;
+    return {};
   }
-  bool synchronize(std::optional<Error>*) override { return true; }
-  bool close(std::optional<Error>*) override { return true; }
+  Status synchronize() override { return {}; }
+  Status close() override { return {}; }
 
  private:
   std::uint64_t& size_;
@@ -33,17 +35,16 @@ void MemoryFiles::requireHarmless(std::string_view path) const {
   }
 }
 
-bool MemoryFiles::createDirectoryAtPath(std::string_view path, std::optional<Error>*) {
+Status MemoryFiles::createDirectoryAtPath(std::string_view path) {
   requireHarmless(path);
   require(path == directory_ || directories_.contains(path::deletingLastPathComponent(path)),
           "a directory is made in one that was made before");
   require(directories_.emplace(path).second && !files_.contains(path),
           "a directory is made where nothing lies");
-  return true;
+  return {};
 }
 
-std::unique_ptr<WritableFile> MemoryFiles::createFileAtPath(std::string_view path,
-                                                            std::optional<Error>*) {
+Result<std::unique_ptr<WritableFile>> MemoryFiles::createFileAtPath(std::string_view path) {
   requireHarmless(path);
   require(directories_.contains(path::deletingLastPathComponent(path)),
           "a file is made in a directory that was made before");
@@ -52,17 +53,17 @@ std::unique_ptr<WritableFile> MemoryFiles::createFileAtPath(std::string_view pat
   return std::make_unique<File>(file->second);
 }
 
-bool MemoryFiles::synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>*) {
+Status MemoryFiles::synchronizeDirectoryAtPath(std::string_view path) {
   require(directories_.contains(path), "a directory is synced that was made before");
-  return true;
+  return {};
 }
 
 std::unique_ptr<BatchSync> MemoryFiles::beginBatchSyncAtPath(std::string_view, std::size_t) {
   return nullptr;
 }
 
-std::optional<FileSystemSpace> MemoryFiles::spaceAtPath(std::string_view, std::optional<Error>*) {
-  return std::nullopt;
+Result<FileSystemSpace> MemoryFiles::spaceAtPath(std::string_view path) {
+  return systemError(ENOTSUP, "measure the space at", path);
 }
 
 }  // namespace kiv::fuzz

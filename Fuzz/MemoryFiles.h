@@ -15,14 +15,12 @@ class MemoryFiles final : public test::ForwardingFileManager {
  public:
   explicit MemoryFiles(std::string directory) : directory_(std::move(directory)) {}
 
-  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
-                                                 std::optional<Error>* error) override;
-  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  Status createDirectoryAtPath(std::string_view path) override;
+  Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
+  Status synchronizeDirectoryAtPath(std::string_view path) override;
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
                                                   std::size_t files) override;
-  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
-                                             std::optional<Error>* error) override;
+  Result<FileSystemSpace> spaceAtPath(std::string_view path) override;
 
   /// The sizes of the files, by path.
   [[nodiscard]] const std::map<std::string, std::uint64_t, std::less<>>& files() const noexcept {

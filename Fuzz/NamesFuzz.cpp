@@ -41,9 +41,9 @@ void checkPathStrings(std::string_view text) {
 void checkFileName(std::string_view name) {
   const bool isHarmless = kiv::filename::isHarmless(name);
   require(!isHarmless || isOneName(name), "a harmless name is one name");
-  const auto objection = storage::validateSaving(name, resources);
-  require(isHarmless || objection, "a harmful name is never saved");
-  if (!objection && storage::isArchiveName(name)) {
+  const bool isSaved = static_cast<bool>(storage::checkSaving(name, resources));
+  require(isHarmless || !isSaved, "a harmful name is never saved");
+  if (isSaved && storage::isArchiveName(name)) {
     require(isOneName(storage::archiveStem(name)), "so is an archive's directory");
   }
   require(!KivStorageService::fileExistsWithName_atRelativePath(name, resources),

@@ -74,7 +74,7 @@ class Spool {
     settings.longestPartialAge = std::chrono::hours(24 * 365 * 200);
     // The name that a client gives the file.
     kiv::SpoolDirectory spool(settings);
-    const auto body = spool.create(*kiv::URL::fromString(url), nullptr);
+    const auto body = spool.create(*kiv::URL::fromString(url));
     require(body && !fs::is_empty(path_), "a body has a place");
     stem_ = fs::path(fs::directory_iterator(path_)->path()).replace_extension().string();
   }

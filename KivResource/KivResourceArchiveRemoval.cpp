@@ -7,16 +7,18 @@
 
 namespace kiv {
 
-bool removeArchiveAtPath(const std::string& path, std::optional<Error>* error) {
+Status removeArchiveAtPath(const std::string& path) {
   FileManager& files = FileManager::defaultManager();
   if (files.directoryExistsAtPath(path)) {  // behind a link the page would be another's
     if (const auto withdrawn = KivStorageService::withdrawDirectoryAtPath(path)) {
-      return files.removeItemAtPath(*withdrawn, error);
+      return files.removeItemAtPath(*withdrawn);
     }
     const std::string page = path::appendingPathComponent(path, KivResouceArchiveKey[1]);
-    if (files.itemExistsAtPath(page) && !files.removeItemAtPath(page, error)) return false;
+    if (files.itemExistsAtPath(page)) {
+      if (Status status = files.removeItemAtPath(page); !status) return status;
+    }
   }
-  return files.removeItemAtPath(path, error);
+  return files.removeItemAtPath(path);
 }
 
 }  // namespace kiv

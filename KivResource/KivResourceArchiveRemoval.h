@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
 
@@ -17,6 +17,6 @@ namespace kiv {
 /// If it cannot be moved, for example because it is on another file system, its page is removed
 /// first. A kill then leaves a directory that no name leads to, and that the next archive of the
 /// same name replaces.
-bool removeArchiveAtPath(const std::string& path, std::optional<Error>* error);
+Status removeArchiveAtPath(const std::string& path);
 
 }  // namespace kiv

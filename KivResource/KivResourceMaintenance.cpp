@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <system_error>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
@@ -21,6 +20,8 @@
 
 using kiv::Error;
 using kiv::FileManager;
+using kiv::Result;
+using kiv::Status;
 using kiv::path::appendingPathComponent;
 using kiv::path::deletingLastPathComponent;
 using kiv::path::lastPathComponent;
@@ -66,7 +67,7 @@ class UsedPlaces {
   const std::string& resolved(std::string_view path) {
     const auto known = resolved_.find(path);
     if (known != resolved_.end()) return known->second;
-    auto place = files().resolvedPathOfItemAtPath(path.empty() ? "." : path);
+    auto place = files().resolvedPathOfItemAtPath(path.empty() ? "." : path).toOptional();
     if (!place) {
       const std::string_view parent = deletingLastPathComponent(path);
       place = parent.size() < path.size()
@@ -154,35 +155,34 @@ std::optional<Error> doubtOfList(const KivResourceManager& manager, const Listed
                     "stopped, or remove it, and clean up again.");
 }
 
-std::optional<std::vector<std::string>> sortedNames(const std::string& directory,
-                                                    std::optional<Error>* error) {
+Result<std::vector<std::string>> sortedNames(const std::string& directory) {
   if (!files().itemExistsAtPath(directory)) return std::vector<std::string>();
-  auto names = files().contentsOfDirectoryAtPath(directory, error);
+  auto names = files().contentsOfDirectoryAtPath(directory);
   if (names) std::sort(names->begin(), names->end());
   return names;
 }
 
 Maintenance::Item itemAt(std::string path) {
-  auto size = files().sizeOfItemAtPath(path);
+  auto size = files().sizeOfItemAtPath(path).toOptional();
   return {std::move(path), size, {}};
 }
 
 /// The resources directory without a link on the way, or nothing if none stands yet. A link
 /// below the root would make whatever it leads to the resources directory: that is an error.
-bool findResources(std::optional<std::string>& directory, std::optional<Error>* error) {
+Result<std::optional<std::string>> findResources() {
   const std::string path = KivResourceStorageModule::resourcesDirectoryPath();
-  if (!files().itemExistsAtPath(path)) return true;
+  if (!files().itemExistsAtPath(path)) return std::nullopt;
   const std::string root = KivStorageService::rootPath();
-  const auto resolvedRoot = files().resolvedPathOfItemAtPath(root, error);
-  if (!resolvedRoot) return false;
-  directory = files().resolvedPathOfItemAtPath(path, error);
-  if (!directory) return false;
+  const auto resolvedRoot = files().resolvedPathOfItemAtPath(root);
+  if (!resolvedRoot) return resolvedRoot.error();
+  auto directory = files().resolvedPathOfItemAtPath(path);
+  if (!directory) return directory.error();
   const std::string_view relativePath = std::string_view(path).substr(root.size());
-  if (*directory == appendingPathComponent(*resolvedRoot, relativePath)) return true;
-  return kiv::fail(error, maintenanceError(KivResourceMaintenanceErrorCode::resourcesElsewhere,
-                                           "The resources directory \"" + path +
-                                               "\" is reached through a link, and lies in \"" +
-                                               *directory + "\"."));
+  if (*directory == appendingPathComponent(*resolvedRoot, relativePath))
+    return *std::move(directory);
+  return maintenanceError(KivResourceMaintenanceErrorCode::resourcesElsewhere,
+                          "The resources directory \"" + path +
+                              "\" is reached through a link, and lies in \"" + *directory + "\".");
 }
 
 /// `place` is the item's path with the directory resolved, but not the item itself.
@@ -198,18 +198,19 @@ bool isPartial(const std::string& place) {
          !files().fileExistsAtPath(appendingPathComponent(place, KivResouceArchiveKey[1]));
 }
 
-bool findOrphans(const UsedPlaces& used, Maintenance::Audit& audit, std::optional<Error>* error) {
-  std::optional<std::string> directory;
-  if (!findResources(directory, error)) return false;
-  if (!directory) return true;
-  const auto names = sortedNames(*directory, error);
-  if (!names) return false;
+Status findOrphans(const UsedPlaces& used, Maintenance::Audit& audit) {
+  const auto found = findResources();
+  if (!found) return found.error();
+  const std::optional<std::string>& directory = *found;
+  if (!directory) return {};
+  const auto names = sortedNames(*directory);
+  if (!names) return names.error();
   for (const std::string& name : *names) {
     const std::string place = appendingPathComponent(*directory, name);
     if (isUsed(place, used)) continue;
     (isPartial(place) ? audit.partial : audit.orphaned).push_back(itemAt(place));
   }
-  return true;
+  return {};
 }
 
 void findUnusable(const ListedFiles& listed, Maintenance::Audit& audit) {
@@ -217,17 +218,17 @@ void findUnusable(const ListedFiles& listed, Maintenance::Audit& audit) {
     if (!files().fileExistsAtPath(path)) {
       audit.missing.push_back({path, 0, resourceID});
     } else if (!files().fileIsReadableAtPath(path)) {
-      audit.unreadable.push_back({path, files().sizeOfItemAtPath(path), resourceID});
+      audit.unreadable.push_back({path, files().sizeOfItemAtPath(path).toOptional(), resourceID});
     }
   }
 }
 
 /// Each process works in a directory of its own, beside which its lock lies; neither is what was
 /// not completed.
-bool findTemporaries(Maintenance::Audit& audit, std::optional<Error>* error) {
+Status findTemporaries(Maintenance::Audit& audit) {
   const std::string top = KivStorageService::temporariesPath();
-  const auto names = sortedNames(top, error);
-  if (!names) return false;
+  const auto names = sortedNames(top);
+  if (!names) return names.error();
   for (const std::string& name : *names) {
     const std::string path = appendingPathComponent(top, name);
     if (!files().directoryExistsAtPath(path)) {
@@ -235,36 +236,33 @@ bool findTemporaries(Maintenance::Audit& audit, std::optional<Error>* error) {
         audit.temporary.push_back(itemAt(path));
       continue;
     }
-    const auto items = sortedNames(path, error);
-    if (!items) return false;
+    const auto items = sortedNames(path);
+    if (!items) return items.error();
     for (const std::string& item : *items)
       audit.temporary.push_back(itemAt(appendingPathComponent(path, item)));
   }
-  return true;
+  return {};
 }
 
 /// Only the bytes of a body are listed, not its record and lock file.
-bool findUnfinishedDownloads(Maintenance::Audit& audit, std::optional<Error>* error) {
+Status findUnfinishedDownloads(Maintenance::Audit& audit) {
   const std::string directory = KivResourceStorageModule::spoolDirectoryPath();
-  const auto names = sortedNames(directory, error);
-  if (!names) return false;
+  const auto names = sortedNames(directory);
+  if (!names) return names.error();
   for (const std::string& name : *names) {
     if (!kiv::PartialBody::isBodyName(name)) continue;
     audit.temporary.push_back(itemAt(appendingPathComponent(directory, name)));
   }
-  return true;
+  return {};
 }
 
 void removeItem(Maintenance::Item item, Maintenance::CleanUp& cleanUp) {
   std::optional<Error> error;
-  if (KivResourceStorageModule::removeItemAtPath_error(item.path, &error)) {
+  if (!KivResourceStorageModule::removeItemAtPath_error(item.path, &error)) {
+    cleanUp.refused.push_back({std::move(item), std::move(*error)});
+  } else {
     cleanUp.removed.push_back(std::move(item));
-    return;
   }
-  if (!error) {
-    error = kiv::systemError(static_cast<int>(std::errc::io_error), "remove", item.path);
-  }
-  cleanUp.refused.push_back({std::move(item), std::move(*error)});
 }
 
 }  // namespace
@@ -276,8 +274,9 @@ std::optional<Maintenance::Audit> KivResourceMaintenance::audit(const KivResourc
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
   audit.listDoubt = doubtOfList(manager, listed);
   findUnusable(listed, audit);
-  const bool isWhole = findOrphans(listed.used, audit, error) && findTemporaries(audit, error) &&
-                       findUnfinishedDownloads(audit, error);
+  const bool isWhole = findOrphans(listed.used, audit).reportTo(error) &&
+                       findTemporaries(audit).reportTo(error) &&
+                       findUnfinishedDownloads(audit).reportTo(error);
   if (!isWhole) return std::nullopt;
   return audit;
 }
@@ -285,17 +284,19 @@ std::optional<Maintenance::Audit> KivResourceMaintenance::audit(const KivResourc
 std::optional<Maintenance::CleanUp> KivResourceMaintenance::cleanUpOrphans(
     const KivResourceManager& manager, Mode mode, std::optional<Error>* error) {
   if (manager.loadingResourcesFilesCount() > 0) {
-    kiv::fail(error, maintenanceError(KivResourceMaintenanceErrorCode::downloadsInFlight,
-                                      "Nothing is cleaned up while downloads are in flight."));
+    if (error) {
+      *error = maintenanceError(KivResourceMaintenanceErrorCode::downloadsInFlight,
+                                "Nothing is cleaned up while downloads are in flight.");
+    }
     return std::nullopt;
   }
   const ListedFiles listed = listedFiles(manager);
   if (auto doubt = doubtOfList(manager, listed)) {
-    kiv::fail(error, std::move(*doubt));
+    if (error) *error = std::move(doubt);
     return std::nullopt;
   }
   Audit found;
-  if (!findOrphans(listed.used, found, error)) return std::nullopt;
+  if (!findOrphans(listed.used, found).reportTo(error)) return std::nullopt;
   CleanUp cleanUp;
   for (auto* const items : {&found.orphaned, &found.partial}) {
     for (Item& item : *items) {
@@ -310,7 +311,7 @@ std::optional<Maintenance::CleanUp> KivResourceMaintenance::cleanUpOrphans(
 }
 
 std::optional<Maintenance::Space> KivResourceMaintenance::space(std::optional<Error>* error) {
-  const auto fileSystem = files().spaceAtPath(KivStorageService::rootPath(), error);
+  const auto fileSystem = files().spaceAtPath(KivStorageService::rootPath()).reportTo(error);
   if (!fileSystem) return std::nullopt;
   Space space{fileSystem->used, fileSystem->available, 0};
   const std::string resources = KivResourceStorageModule::resourcesDirectoryPath();
@@ -318,7 +319,7 @@ std::optional<Maintenance::Space> KivResourceMaintenance::space(std::optional<Er
        {std::string(deletingLastPathComponent(resources)), KivStorageService::temporariesPath(),
         KivResourceStorageModule::spoolDirectoryPath()}) {
     if (!files().itemExistsAtPath(directory)) continue;
-    const auto size = files().sizeOfItemAtPath(directory, error);
+    const auto size = files().sizeOfItemAtPath(directory).reportTo(error);
     if (!size) return std::nullopt;
     space.cacheUsed += *size;
   }

@@ -22,7 +22,7 @@ namespace kiv {
 namespace {
 
 std::optional<std::string> resolved(std::string_view path) {
-  return FileManager::defaultManager().resolvedPathOfItemAtPath(path);
+  return FileManager::defaultManager().resolvedPathOfItemAtPath(path).toOptional();
 }
 
 /// The path of the directory entry itself, whether or not one is there: a link in the last

@@ -33,10 +33,6 @@ FileManager& files() {
   return FileManager::defaultManager();
 }
 
-bool isSystemError(const Error& error, std::errc number) {
-  return error.domain == SystemErrorDomain && error.code == static_cast<int>(number);
-}
-
 void append(ResourceArray& all, ResourceArray& more) {
   all.insert(all.end(), more.begin(), more.end());
 }
@@ -76,8 +72,8 @@ void SavedList::restore(ResourceList& registry) {
 /// seen to be another one.
 void SavedList::identify() {
   const std::string path = KivResourceStorageModule::resourcesListPath();
-  held_ = files().itemExistsAtPath(path) ? files().mapFileAtPath(path) : nullptr;
-  identity_ = files().identityOfFileAtPath(path);
+  held_ = files().itemExistsAtPath(path) ? files().mapFileAtPath(path).value_or(nullptr) : nullptr;
+  identity_ = files().identityOfFileAtPath(path).toOptional();
 }
 
 std::optional<Array> SavedList::read() {
@@ -103,8 +99,8 @@ void SavedList::catchUp(ResourceList& registry) {
 }
 
 bool SavedList::isToBeRead() const {
-  const bool isSame =
-      identity_ == files().identityOfFileAtPath(KivResourceStorageModule::resourcesListPath());
+  const std::string path = KivResourceStorageModule::resourcesListPath();
+  const bool isSame = identity_ == files().identityOfFileAtPath(path).toOptional();
   const bool mayHavePassed = doubt_ && doubt_->domain == SystemErrorDomain;
   return !isSame || mayHavePassed;
 }
@@ -157,23 +153,22 @@ std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
   const std::string list = KivResourceStorageModule::resourcesListPath();
   const std::string path = list + std::string(lockSuffix);
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  std::optional<Error> error;
-  auto lock = files().lockFileAtPath(path, &error);
-  if (!lock && error && isSystemError(*error, std::errc::no_such_file_or_directory)) {
+  auto lock = files().lockFileAtPath(path);
+  if (!lock && isSystemError(lock.error(), std::errc::no_such_file_or_directory)) {
     // Where that fails the lock does too, and says why.
     static_cast<void>(files().createDirectoryAtPath(path::deletingLastPathComponent(list)));
-    lock = files().lockFileAtPath(path, &error);
+    lock = files().lockFileAtPath(path);
   }
   const auto isHeld = [&] {
-    return !lock && error && isSystemError(*error, std::errc::resource_unavailable_try_again);
+    return !lock && isSystemError(lock.error(), std::errc::resource_unavailable_try_again);
   };
   while (isHeld() && isPatient_ && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    lock = files().lockFileAtPath(path, &error);
+    lock = files().lockFileAtPath(path);
   }
   isPatient_ = !isHeld();
-  if (isHeld()) refusal = std::move(error);
-  return lock;
+  if (isHeld()) refusal = lock.error();
+  return std::move(lock).value_or(nullptr);
 }
 
 bool SavedList::Access::save() {
@@ -187,26 +182,26 @@ bool SavedList::Access::save() {
     const auto dictionary = resource->resourceDictionary();
     dictionaries.append(dictionary ? *dictionary : Dictionary());
   }
-  std::optional<Error> error;
-  const bool isSaved = list_.write(dictionaries, &error);
-  if (error && error->domain == JSONErrorDomain) {
+  Status status = list_.write(dictionaries);
+  if (!status && status.error().domain == JSONErrorDomain) {
     list_.logUnwritable(registry_);
   } else {
     list_.unwritable_.clear();
   }
-  list_.lastSaveError_ = std::move(error);
-  return isSaved;
+  list_.lastSaveError_.reset();
+  return std::move(status).reportTo(&list_.lastSaveError_);
 }
 
-bool SavedList::write(const Array& dictionaries, std::optional<Error>* error) {
-  if (doubt_) return replaceUnreadable(dictionaries, error);
-  const bool isSaved = KivResourceStorageModule::saveResourcesList_error(dictionaries, error);
+Status SavedList::write(const Array& dictionaries) {
+  if (doubt_) return replaceUnreadable(dictionaries);
+  std::optional<Error> error;
+  KivResourceStorageModule::saveResourcesList_error(dictionaries, &error);
   // A save can fail although the new list is in place.
   if (isToBeRead()) {
     identify();
     base_ = dictionaries;
   }
-  return isSaved;
+  return error ? Status(*std::move(error)) : Status();
 }
 
 /// Logs each resource once, however often saving fails, until the list can be written again.
@@ -225,24 +220,24 @@ void SavedList::logUnwritable(const ResourceList& registry) {
 
 /// The old list is set aside only when the new one has a JSON form: otherwise there would be no
 /// list.
-bool SavedList::replaceUnreadable(const Array& dictionaries, std::optional<Error>* error) {
-  if (!KivResourceStorageModule::dataForArray_error(dictionaries, error)) return false;
+Status SavedList::replaceUnreadable(const Array& dictionaries) {
   std::optional<Error> refusal;
+  if (!KivResourceStorageModule::dataForArray_error(dictionaries, &refusal)) return *refusal;
   const auto aside = KivResourceStorageModule::setResourcesListAsideWithError(&refusal);
-  if (!aside) return fail(error, notSetAsideError(*doubt_, refusal));
+  if (!aside) return notSetAsideError(*doubt_, refusal);
   const std::string path = KivResourceStorageModule::resourcesListPath();
   const Error doubt = *std::exchange(doubt_, std::nullopt);
   identify();  // nothing lies there now
-  if (!write(dictionaries, error)) {
+  if (Status status = write(dictionaries); !status) {
     if (!files().itemExistsAtPath(path) && files().moveItemAtPath_toPath(*aside, path)) {
       doubt_ = doubt;
     }
-    return false;
+    return status;
   }
   SystemLog::write(std::string(logPrefix) +
                    "The saved list could not be read and was renamed to \"" + *aside +
                    "\". Error: " + doubt.description());
-  return true;
+  return {};
 }
 
 }  // namespace kiv

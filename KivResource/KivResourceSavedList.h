@@ -67,9 +67,9 @@ class SavedList {
   void keepTaken(ResourceList& registry);
   std::unique_ptr<FileLock> lock(std::optional<Error>& refusal);
   [[nodiscard]] bool isToBeRead() const;
-  bool write(const Array& dictionaries, std::optional<Error>* error);
+  Status write(const Array& dictionaries);
   void logUnwritable(const ResourceList& registry);
-  bool replaceUnreadable(const Array& dictionaries, std::optional<Error>* error);
+  Status replaceUnreadable(const Array& dictionaries);
 
   Array base_;                            ///< As last read or written.
   std::optional<FileIdentity> identity_;  ///< Of the file then; nothing if there was none.

@@ -91,15 +91,14 @@ void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view
     removeItemAtPath_error(itemRemovedWithPath(path), error);
   } else {
     permitRemovals();
-    // The error says it all: the operation has no answer of its own.
-    static_cast<void>(kiv::FileManager::defaultManager().removeItemAtPath(path, error));
+    kiv::FileManager::defaultManager().removeItemAtPath(path).reportTo(error);
   }
 }
 
 bool KivResourceStorageModule::removeItemAtPath_error(const std::string& path,
                                                       std::optional<kiv::Error>* error) {
   permitRemovals();
-  return kiv::removeArchiveAtPath(path, error);
+  return kiv::removeArchiveAtPath(path).reportTo(error);
 }
 
 std::string KivResourceStorageModule::itemRemovedWithPath(std::string_view path) {
@@ -172,15 +171,15 @@ std::optional<std::string> KivResourceStorageModule::setResourcesListAsideWithEr
     ++number;
   if (number > mostListsSetAside) {
     const auto reason = isFile ? std::errc::file_exists : std::errc::invalid_argument;
-    kiv::fail(error, kiv::systemError(static_cast<int>(reason), "set aside", path));
+    if (error) *error = kiv::systemError(static_cast<int>(reason), "set aside", path);
     return std::nullopt;
   }
   files.makePrivateItemAtPath(path);
   std::string newPath = pathOfListSetAside(number);
   // On the disk before another list can take the name.
   const std::string_view directory = kiv::path::deletingLastPathComponent(path);
-  if (!files.moveItemAtPath_toPath(path, newPath, error)) return std::nullopt;
-  if (files.synchronizeDirectoryAtPath(directory, error)) return newPath;
+  if (!files.moveItemAtPath_toPath(path, newPath).reportTo(error)) return std::nullopt;
+  if (files.synchronizeDirectoryAtPath(directory).reportTo(error)) return newPath;
   // Under either name it is kept.
   static_cast<void>(files.moveItemAtPath_toPath(newPath, path));
   return std::nullopt;
@@ -242,11 +241,13 @@ std::optional<std::string> KivResourceStorageModule::pathToInnerResourceArchiveW
 
 kiv::Array KivResourceStorageModule::arrayOfDictionaryFromData_error(
     const kiv::Data& data, std::optional<kiv::Error>* error) {
-  const auto root = kiv::JSON::read(data, error);
+  const auto root = kiv::JSON::read(data).reportTo(error);
   if (!root) return {};
   if (!root->isArray()) {
-    kiv::fail(error, kiv::Error(KivResourceStorageModuleErrorDomain, dataIsNotArrayErrorCode,
-                                "Data is not array."));
+    if (error) {
+      *error = kiv::Error(KivResourceStorageModuleErrorDomain, dataIsNotArrayErrorCode,
+                          "Data is not array.");
+    }
     return {};
   }
   kiv::Array dictionaries;
@@ -258,5 +259,5 @@ kiv::Array KivResourceStorageModule::arrayOfDictionaryFromData_error(
 
 std::optional<kiv::Data> KivResourceStorageModule::dataForArray_error(
     const kiv::Array& array, std::optional<kiv::Error>* error) {
-  return kiv::JSON::write(array, error);
+  return kiv::JSON::write(array).reportTo(error);
 }

@@ -27,12 +27,12 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/Foundation/values/Error.h
   KivPlatform/Foundation/Export.h
   KivPlatform/Foundation/Mutex.h
-  KivPlatform/Foundation/files/FileData.h
   KivPlatform/Foundation/files/FileManager.h
   KivPlatform/Foundation/files/FileName.h
   KivPlatform/Foundation/system/InstalledResources.h
   KivPlatform/Foundation/values/JSON.h
   KivPlatform/Foundation/files/Path.h
+  KivPlatform/Foundation/values/Result.h
   KivPlatform/Foundation/values/StringList.h
   KivPlatform/Foundation/system/SystemLog.h
   KivPlatform/Foundation/values/URL.h

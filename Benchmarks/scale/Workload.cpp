@@ -176,7 +176,7 @@ void Workload::makeLists() {
   for (std::size_t number = 0; number < size_ - tenth(); ++number) {
     withoutTenth.append(list->array()[number]);
   }
-  listWithoutTenth_ = JSON::write(withoutTenth)->view();
+  listWithoutTenth_ = (*JSON::write(withoutTenth)).view();
 }
 
 void Workload::putList(const std::string& text) const {

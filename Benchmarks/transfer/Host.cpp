@@ -42,17 +42,17 @@ int main(int count, char** arguments) {
   KivAppConfiguration::sharedInstance()->setMainACSDomain(arguments[2]);
   kiv::SystemLog::setHandler([](std::string_view) {});
   const auto text = kiv::FileManager::defaultManager().contentsAtPath(arguments[3]);
-  const auto config = text ? kiv::JSON::read(*text) : std::nullopt;
-  if (!config) {
+  const kiv::Value config = text ? kiv::JSON::read(*text).value_or(nullptr) : nullptr;
+  if (config.isNull()) {
     std::fprintf(stderr, "%s is no configuration\n", arguments[3]);
     return 2;
   }
   const auto manager = KivResourceManager::sharedInstance();
   const auto observer = std::make_shared<Observer>();
   manager->addObserver(observer);
-  manager->updateResourcesForConfig(*config);
+  manager->updateResourcesForConfig(config);
   kiv::DispatchQueue::main()->run();
-  const auto wanted = config->dictionary()["items"].array().size();
+  const auto wanted = config.dictionary()["items"].array().size();
   if (observer->ready == wanted && observer->failed == 0) return 0;
   std::fprintf(stderr, "%zu of %zu resources are ready\n", observer->ready, wanted);
   return 1;

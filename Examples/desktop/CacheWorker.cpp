@@ -71,12 +71,10 @@ void CacheWorker::fetchConfiguration(const QString& address) {
 }
 
 void CacheWorker::useConfiguration(const kiv::Data& text) {
-  std::optional<kiv::Error> error;
-  const auto config = kiv::JSON::read(text, &error);
+  const auto config = kiv::JSON::read(text);
   if (!config) {
     tellFailure(CacheSession::tr("Configuration"),
-                error ? QString::fromStdString(error->localizedDescription())
-                      : CacheSession::tr("It is no JSON."));
+                QString::fromStdString(config.error().localizedDescription()));
     return end();
   }
   if (pass_ == CacheSession::Pass::update) {

@@ -12,3 +12,11 @@
 #else
 #define KIV_EXPORT __attribute__((visibility("default")))
 #endif
+
+// What the function returns refers to this argument or, behind a member function, to its object.
+// clang warns if that is a temporary that ends too early.
+#if defined(__clang__)
+#define KIV_LIFETIME_BOUND [[clang::lifetimebound]]
+#else
+#define KIV_LIFETIME_BOUND
+#endif

@@ -1,3 +1,7 @@
+// The operations of the service, each one sequence: check the names, make the new file or directory
+// beside the old one, sync it, put it in place, sync the directory. The parts are in store/ and
+// archive/. Inside, a failure is a Status; it becomes the out-argument at the public operation.
+
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 
 #include <exception>
@@ -20,6 +24,8 @@ namespace {
 using kiv::Data;
 using kiv::Error;
 using kiv::FileManager;
+using kiv::Result;
+using kiv::Status;
 using kiv::storage::Access;
 using kiv::storage::AtomicFile;
 using kiv::storage::quoted;
@@ -55,95 +61,80 @@ std::string joined(std::string_view root, std::string_view relativePath,
   return kiv::path::appendingPathComponent(directory, fileName);
 }
 
-/// A file with the bytes that has no name yet; what is in a file already is not written again.
-std::optional<AtomicFile> unnamedFile(StorageRoot& root, const Data& data, std::string_view name,
-                                      Access access, std::optional<Error>* error) {
+/// A temporary file with the bytes, adopted if they are in a file already.
+Result<AtomicFile> temporaryFile(StorageRoot& root, const Data& data, std::string_view name,
+                                 Access access) {
   if (access == Access::shared) {
-    if (auto adopted = AtomicFile::adopt(root, data)) return adopted;
+    if (auto adopted = AtomicFile::adopt(root, data)) return *std::move(adopted);
   }
-  if (auto objection = root.validateFile(data.size(), name)) {
-    kiv::fail(error, std::move(*objection));
-    return std::nullopt;
-  }
-  auto file = AtomicFile::create(root, access, error);
-  if (!file || !file->write(data, error)) return std::nullopt;
+  if (Status status = root.checkRoom(data.size(), name); !status) return status;
+  auto file = AtomicFile::create(root, access);
+  if (!file) return file;
+  if (Status status = file->write(data); !status) return status;
   return file;
 }
 
-bool saveFile(StorageRoot& root, const Data& data, const std::string& path, Access access,
-              std::optional<Error>* error) {
+Status saveFile(StorageRoot& root, const Data& data, const std::string& path, Access access) {
   FileManager& files = FileManager::defaultManager();
+  const std::string_view name = kiv::path::lastPathComponent(path);
   const bool isReplaceable =
       !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) || files.fileExistsAtPath(path);
-  if (!isReplaceable) {
-    return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "file"));
-  }
-  auto file = unnamedFile(root, data, kiv::path::lastPathComponent(path), access, error);
-  if (!file) return false;
+  if (!isReplaceable) return nameIsTakenError(name, "file");
+  auto file = temporaryFile(root, data, name, access);
+  if (!file) return file.error();
   const std::string directory(kiv::path::deletingLastPathComponent(path));
-  return root.prepareDirectory(directory, error) && file->place(path, error) &&
-         root.synchronizeEntries(directory, error);
+  if (Status status = root.prepareDirectory(directory); !status) return status;
+  if (Status status = file->place(path); !status) return status;
+  return root.synchronizeEntries(directory);
 }
 
-bool saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
-                 const std::string& path, std::optional<Error>* error) {
+Status saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
+                   const std::string& path) {
   FileManager& files = FileManager::defaultManager();
   const bool isReplaceable = !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) ||
                              files.directoryExistsAtPath(path);
-  if (!isReplaceable) {
-    return kiv::fail(error, nameIsTakenError(kiv::path::lastPathComponent(path), "directory"));
-  }
-  const auto temporary = root.makeTemporary(error);
-  if (!temporary) return false;
+  if (!isReplaceable) return nameIsTakenError(kiv::path::lastPathComponent(path), "directory");
+  const auto temporary = root.makeTemporary();
+  if (!temporary) return temporary.error();
   root.forgetRoom();
-  const std::string directory(kiv::path::deletingLastPathComponent(path));
-  return kiv::storage::unpackArchive(data, fileName, temporary->path(),
-                                     KivStorageService::archiveLimits(), error) &&
-         root.prepareDirectory(directory, error) &&
-         kiv::storage::swapDirectoryIn(root, *temporary, path, error);
+  Status status = kiv::storage::unpackArchive(data, fileName, temporary->path(),
+                                              KivStorageService::archiveLimits());
+  if (!status) return status;
+  status = root.prepareDirectory(std::string(kiv::path::deletingLastPathComponent(path)));
+  if (!status) return status;
+  return kiv::storage::swapDirectoryIn(root, *temporary, path);
 }
 
-bool save(const Data& data, std::string_view fileName, std::string_view relativePath, Access access,
-          std::optional<Error>* error) {
-  if (auto objection = kiv::storage::validateSaving(fileName, relativePath)) {
-    return kiv::fail(error, std::move(*objection));
-  }
+Status save(const Data& data, std::string_view fileName, std::string_view relativePath,
+            Access access) {
+  Status status = kiv::storage::checkSaving(fileName, relativePath);
+  if (!status) return status;
   const auto root = kiv::storage::currentRoot();
-  if (!root) return kiv::fail(error, noRootError());
+  if (!root) return noRootError();
   if (!kiv::storage::isArchiveName(fileName)) {
-    return saveFile(*root, data, joined(root->path(), relativePath, fileName), access, error);
+    return saveFile(*root, data, joined(root->path(), relativePath, fileName), access);
   }
   const std::string_view stem = kiv::storage::archiveStem(fileName);
-  return saveArchive(*root, data, fileName, joined(root->path(), relativePath, stem), error);
+  return saveArchive(*root, data, fileName, joined(root->path(), relativePath, stem));
 }
 
-std::optional<Data> load(std::string_view fileName, std::string_view relativePath,
-                         std::optional<Error>* error) {
-  if (auto objection = kiv::storage::validatePlace(fileName, relativePath)) {
-    kiv::fail(error, std::move(*objection));
-    return std::nullopt;
-  }
+Result<Data> load(std::string_view fileName, std::string_view relativePath) {
+  Status status = kiv::storage::checkPlace(fileName, relativePath);
+  if (!status) return status;
   const auto root = kiv::storage::currentRoot();
-  if (!root) {
-    kiv::fail(error, noRootError());
-    return std::nullopt;
-  }
-  return FileManager::defaultManager().contentsAtPath(joined(root->path(), relativePath, fileName),
-                                                      error);
+  if (!root) return noRootError();
+  return FileManager::defaultManager().contentsAtPath(joined(root->path(), relativePath, fileName));
 }
 
-/// What `operation` answers; where it runs out of memory, or a library throws, a failure instead.
+/// The result of the operation; an error if it runs out of memory, or a library throws.
 template <class Operation>
-auto guarded(std::string_view fileName, std::optional<Error>* error, const Operation& operation)
-    -> decltype(operation()) {
+auto guarded(std::string_view fileName, const Operation& operation) -> decltype(operation()) {
   try {
     return operation();
   } catch (const std::exception& exception) {
-    kiv::fail(error,
-              kiv::storage::storageError(KivStorageServiceErrorCode::outOfResources,
-                                         "The file " + quoted(fileName) +
-                                             " could not be handled: " + exception.what() + "."));
-    return {};
+    return kiv::storage::storageError(
+        KivStorageServiceErrorCode::outOfResources,
+        "The file " + quoted(fileName) + " could not be handled: " + exception.what() + ".");
   }
 }
 
@@ -177,15 +168,15 @@ bool KivStorageService::saveData_forFileName_atRelativePath_error(const Data& da
                                                                   std::string_view fileName,
                                                                   std::string_view relativePath,
                                                                   std::optional<Error>* error) {
-  return guarded(fileName, error,
-                 [&] { return save(data, fileName, relativePath, Access::shared, error); });
+  return guarded(fileName, [&] { return save(data, fileName, relativePath, Access::shared); })
+      .reportTo(error);
 }
 
 bool KivStorageService::savePrivateData_forFileName_atRelativePath_error(
     const Data& data, std::string_view fileName, std::string_view relativePath,
     std::optional<Error>* error) {
-  return guarded(fileName, error,
-                 [&] { return save(data, fileName, relativePath, Access::owner, error); });
+  return guarded(fileName, [&] { return save(data, fileName, relativePath, Access::owner); })
+      .reportTo(error);
 }
 
 KivStorageService::Batch::Batch() : root_(kiv::storage::currentRoot()) {
@@ -195,33 +186,34 @@ KivStorageService::Batch::Batch() : root_(kiv::storage::currentRoot()) {
 KivStorageService::Batch::~Batch() {
   try {
     end();
-  } catch (const std::exception&) {  // memory has run out: what was stored waits for no disk
+  } catch (const std::exception&) {  // out of memory: the directories stay unsynced
   }
 }
 
 bool KivStorageService::Batch::end(std::optional<Error>* error) {
   const auto root = std::exchange(root_, nullptr);
-  return !root || root->endBatch(error);
+  return !root || root->endBatch().reportTo(error);
 }
 
 std::optional<std::string> KivStorageService::withdrawDirectoryAtPath(std::string_view path) {
   const auto root = kiv::storage::currentRoot();
-  auto temporary = root ? root->makeTemporary(nullptr) : std::nullopt;
+  if (!root) return std::nullopt;
+  auto temporary = root->makeTemporary();
   if (!temporary) return std::nullopt;
   temporary->leave();
-  const bool isWithdrawn =
-      FileManager::defaultManager().withdrawItemAtPath_toPath(path, temporary->path());
-  return isWithdrawn ? std::optional(temporary->path()) : std::nullopt;
+  FileManager& files = FileManager::defaultManager();
+  if (!files.withdrawItemAtPath_toPath(path, temporary->path())) return std::nullopt;
+  return temporary->path();
 }
 
 std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(
     std::string_view fileName, std::string_view relativePath, std::optional<Error>* error) {
-  return guarded(fileName, error, [&] { return load(fileName, relativePath, error); });
+  return guarded(fileName, [&] { return load(fileName, relativePath); }).reportTo(error);
 }
 
 bool KivStorageService::fileExistsWithName_atRelativePath(std::string_view fileName,
                                                           std::string_view relativePath) {
-  if (kiv::storage::validatePlace(fileName, relativePath)) return false;
+  if (!kiv::storage::checkPlace(fileName, relativePath)) return false;
   const auto root = kiv::storage::currentRoot();
   return root && FileManager::defaultManager().fileExistsAtPath(
                      joined(root->path(), relativePath, fileName));

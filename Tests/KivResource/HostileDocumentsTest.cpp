@@ -201,12 +201,10 @@ TEST_P(HostileDocumentsTest, AsTheSavedListItLoadsOrFailsWithTheReadersError) {
 
 TEST_P(HostileDocumentsTest, AsAConfigurationItLoadsOrFailsWithTheReadersError) {
   const Document& document = GetParam();
-  std::optional<Error> error;
-  const auto configuration = JSON::read(Data("{\"items\":" + document.text.string() + "}"), &error);
+  const auto configuration = JSON::read(Data("{\"items\":" + document.text.string() + "}"));
   EXPECT_EQ(!configuration, document.refusal.has_value());
   if (!configuration) {
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain, JSONErrorDomain);
+    EXPECT_EQ(configuration.error().domain, JSONErrorDomain);
     return;  // what the code is shows above: "items" around it can make another one of it
   }
   EXPECT_EQ(KivResourceFactory::resourcesArrayForResourcesConfig(*configuration).size(),

@@ -28,7 +28,7 @@ class KivResourceArchiveRemovalTest : public ManagerFixture {
   [[nodiscard]] Names removals() const {
     Names paths;
     for (const auto& operation : files_.operations()) {
-      if (operation.name == "remove") paths.push_back(operation.path);
+      if (operation.kind == FileOperation::remove) paths.push_back(operation.path);
     }
     return paths;
   }
@@ -37,7 +37,7 @@ class KivResourceArchiveRemovalTest : public ManagerFixture {
   void expectTheWholeGoesAtOnce() const {
     Names moves;
     for (const auto& operation : files_.operations()) {
-      if (operation.name == "withdraw" && operation.path == stored("promo")) {
+      if (operation.kind == FileOperation::withdraw && operation.path == stored("promo")) {
         moves.push_back(operation.newPath);
       }
     }
@@ -81,7 +81,7 @@ TEST_F(KivResourceArchiveRemovalTest, UnderAGuardOfTheRootItDoesToo) {
 }
 
 TEST_F(KivResourceArchiveRemovalTest, WhatCannotBeRemovedThereIsAnErrorAndGoesLater) {
-  files_.setFailingOperation("remove", EIO);
+  files_.setFailingOperation(FileOperation::remove, EIO);
   std::optional<Error> error;
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);
   ASSERT_TRUE(error);
@@ -89,7 +89,7 @@ TEST_F(KivResourceArchiveRemovalTest, WhatCannotBeRemovedThereIsAnErrorAndGoesLa
   EXPECT_FALSE(exists(stored("promo")));
   const std::string left = removals().back();
   EXPECT_TRUE(exists(left));
-  files_.setFailingOperation("", 0);
+  files_.clearFailingOperation();
   KivStorageService::setRootPath("");
   KivStorageService::setRootPath(root());
   EXPECT_FALSE(exists(left));
@@ -116,7 +116,7 @@ TEST_F(KivResourceArchiveRemovalTest, WhatAKilledHostLeftThereGoesAtTheNextStart
 // Removed in any other order, the rest of an archive whose removal a kill cut short was found by
 // its name and taken for whole.
 TEST_F(KivResourceArchiveRemovalTest, WhereItCannotGoAtOnceThePageGoesFirst) {
-  files_.setFailingOperation("withdraw", EXDEV);
+  files_.setFailingOperation(FileOperation::withdraw, EXDEV);
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"));
   expectThePageGoesFirst();
 }
@@ -145,7 +145,7 @@ TEST_F(KivResourceArchiveRemovalTest, ADirectoryThatHoldsTheRootIsNotMovedIntoIt
 
 TEST_F(KivResourceArchiveRemovalTest, AnArchiveWhosePageStaysKeepsItsOtherFiles) {
   const RemovalGuard guard({stored("")});
-  files_.setFailingOperation("remove", EIO);
+  files_.setFailingOperation(FileOperation::remove, EIO);
   std::optional<Error> error;
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);
   ASSERT_TRUE(error);

@@ -224,7 +224,7 @@ TEST_F(KivResourceMaintenanceTest, AnAuditSaysThatDownloadsAreInFlight) {
 TEST_F(KivResourceMaintenanceTest, ADirectoryThatCannotBeListedFailsTheAudit) {
   load({banner("a", 1, "x/a.png")});
   FaultyFileManager files;
-  files.setFailingOperation("list", EIO);
+  files.setFailingOperation(FileOperation::list, EIO);
   std::optional<Error> error;
   EXPECT_FALSE(Maintenance::audit(*manager, &error));
   ASSERT_TRUE(error);
@@ -274,13 +274,12 @@ TEST_F(KivResourceMaintenanceTest, AFileOfALoadedResourceStaysHoweverItsPathIsWr
   write(stored("alias.png"), "");
   fs::create_directory_symlink(root(), packaged() + "Alias");
   write(listPath(),
-        std::string(
-            kiv::JSON::write(
-                kiv::Array{banner("1", 1, root() + "//KivResource///Resources//double.png"),
-                           banner("2", 1, stored("../Resources/./dots.png")),
-                           page("3", 1, stored("dir//index.html")),
-                           banner("4", 1, packaged() + "Alias/KivResource/Resources/alias.png")})
-                ->view()));
+        std::string((*kiv::JSON::write(kiv::Array{
+                         banner("1", 1, root() + "//KivResource///Resources//double.png"),
+                         banner("2", 1, stored("../Resources/./dots.png")),
+                         page("3", 1, stored("dir//index.html")),
+                         banner("4", 1, packaged() + "Alias/KivResource/Resources/alias.png")}))
+                        .view()));
   restart();
   ASSERT_THAT(registry(), ElementsAre("1", "2", "3", "4"));
   EXPECT_THAT(cleanUp(Mode::remove).removed, IsEmpty());
@@ -295,10 +294,10 @@ TEST_F(KivResourceMaintenanceTest, LinksThatALoadedResourceNeedsStayAndSoDoesWha
   fs::create_directory_symlink("realDir", stored("linkedDir"));
   fs::create_directory_symlink("realDir", stored("way"));
   write(listPath(),
-        std::string(kiv::JSON::write(kiv::Array{banner("1", 1, stored("first.png")),
-                                                page("2", 1, stored("linkedDir/index.html")),
-                                                banner("3", 1, stored("way/../real.png"))})
-                        ->view()));
+        std::string((*kiv::JSON::write(kiv::Array{banner("1", 1, stored("first.png")),
+                                                  page("2", 1, stored("linkedDir/index.html")),
+                                                  banner("3", 1, stored("way/../real.png"))}))
+                        .view()));
   restart();
   ASSERT_THAT(registry(), ElementsAre("1", "2", "3"));
   EXPECT_THAT(cleanUp(Mode::remove).removed, IsEmpty());

@@ -59,7 +59,7 @@ class KivResourceManagerFaultsTest : public WholePassFixture {
     const auto operations = files_.operations();
     if (number > operations.size()) return {};
     const auto& operation = operations[static_cast<std::size_t>(number - 1)];
-    return ", " + operation.name + " " + operation.path + " " + operation.newPath;
+    return ", " + nameOf(operation.kind) + " " + operation.path + " " + operation.newPath;
   }
 };
 

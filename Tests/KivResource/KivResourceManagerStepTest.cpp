@@ -14,6 +14,7 @@
 namespace {
 
 using kiv::test::FaultyFileManager;
+using kiv::test::FileOperation;
 using kiv::test::ManagerFixture;
 using testing::ElementsAre;
 
@@ -23,7 +24,7 @@ class KivResourceManagerStepTest : public ManagerFixture {
   [[nodiscard]] std::ptrdiff_t saves() const {
     const auto operations = files.operations();
     return std::count_if(operations.begin(), operations.end(), [&](const auto& operation) {
-      return operation.name == "move" && operation.newPath == listPath();
+      return operation.kind == FileOperation::move && operation.newPath == listPath();
     });
   }
 
@@ -89,9 +90,12 @@ TEST_F(KivResourceManagerStepTest, TheFilesOfATurnShareOneWaitForTheDiskBeforeTh
   takeEvents();
   std::vector<std::string> steps;
   for (const auto& operation : files.operations()) {
-    if (operation.name == "move" && operation.newPath.ends_with(".png")) steps.push_back("file");
-    if (operation.name == "move" && operation.newPath == listPath()) steps.push_back("list");
-    if (operation.name == "synchronizeDirectory" && operation.path.ends_with("/Resources")) {
+    if (operation.kind == FileOperation::move && operation.newPath.ends_with(".png"))
+      steps.push_back("file");
+    if (operation.kind == FileOperation::move && operation.newPath == listPath())
+      steps.push_back("list");
+    if (operation.kind == FileOperation::synchronizeDirectory &&
+        operation.path.ends_with("/Resources")) {
       steps.push_back("sync");
     }
   }
@@ -295,9 +299,9 @@ TEST_F(KivResourceManagerStepTest, AHostsKindDoesNotFindAFileThatIsToBeRemoved) 
 
 TEST_F(KivResourceManagerStepTest, StoppingWritesNoListAfterAFailedSave) {
   loadThreeBanners();
-  files.setFailingOperation("createFile", ENOSPC);
+  files.setFailingOperation(FileOperation::createFile, ENOSPC);
   manager->loadFilesForResource(KivResource::initWithDictionary_engine(plain("p", 1), "eco_other"));
-  files.setFailingOperation("", 0);
+  files.clearFailingOperation();
   manager->stopLoading();
   EXPECT_EQ(saves(), 0);
   EXPECT_FALSE(exists(listPath()));
@@ -373,11 +377,11 @@ TEST_F(KivResourceManagerStepTest, WhoHearsOfAResourceFindsItInTheSavedList) {
 }
 
 TEST_F(KivResourceManagerStepTest, AListThatCannotBeSavedHoldsNothingBack) {
-  files.setFailingOperation("createFile", ENOSPC);
+  files.setFailingOperation(FileOperation::createFile, ENOSPC);
   beginLoad({plain("p", 1)});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded p", "finished"));
   EXPECT_FALSE(exists(listPath()));
-  files.setFailingOperation("", 0);
+  files.clearFailingOperation();
   beginLoad({plain("q", 1)});
   EXPECT_EQ(savedList().size(), 2U);
 }

@@ -20,7 +20,7 @@ using testing::IsEmpty;
 class KivResourceManagerTest : public ManagerFixture {
  protected:
   void writeList(const kiv::Array& dictionaries) {
-    write(listPath(), kiv::JSON::write(dictionaries)->view());
+    write(listPath(), (*kiv::JSON::write(dictionaries)).view());
   }
 };
 

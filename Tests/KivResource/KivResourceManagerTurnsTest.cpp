@@ -321,8 +321,8 @@ class Play {
 
   [[nodiscard]] kiv::Value config(const Event& event) const {
     const std::string text = kiv::JSON::toCompactString(event.items);
-    const auto items = kiv::JSON::read(kiv::Data(replaced(text, "ROOT", root_)));
-    return kiv::Dictionary{{"items", items.value_or(kiv::Value())}};
+    auto items = kiv::JSON::read(kiv::Data(replaced(text, "ROOT", root_)));
+    return kiv::Dictionary{{"items", std::move(items).value_or(kiv::Value())}};
   }
 
   void complete(const Event& event) {

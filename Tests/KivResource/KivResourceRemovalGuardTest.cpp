@@ -27,7 +27,7 @@ class KivResourceRemovalGuardTest : public ManagerFixture {
 
   /// Restarts on a saved list that holds this item, and expects it to be loaded.
   void startOnList(const kiv::Dictionary& item) {
-    write(listPath(), std::string(kiv::JSON::write(kiv::Array{item})->view()));
+    write(listPath(), std::string((*kiv::JSON::write(kiv::Array{item})).view()));
     restart();
     ASSERT_THAT(registry(), ElementsAre("a"));
   }
@@ -135,7 +135,7 @@ TEST_F(KivResourceRemovalGuardTest, ADirectoryInPlaceOfAnImageMakesNoResource) {
   auto item = video("a", 1, outside_.path("site"), outside_.path("secret.txt"));
   for (const bool isGuarded : {true, false}) {
     if (!isGuarded) kiv::FileManager::setRemovalRoots(std::nullopt);
-    write(listPath(), std::string(kiv::JSON::write(kiv::Array{item})->view()));
+    write(listPath(), std::string((*kiv::JSON::write(kiv::Array{item})).view()));
     restart();
     EXPECT_THAT(registry(), testing::IsEmpty());
     replaceByNewBanner();

@@ -33,9 +33,9 @@ class KivResourceSavedListTest : public ManagerFixture {
 
   /// A start at which the list cannot be read, and a moment later it can.
   void restartWithAFailedRead(int number) {
-    files.setFailingOperation("read", number);
+    files.setFailingOperation(FileOperation::read, number);
     restart();
-    files.setFailingOperation({}, 0);
+    files.clearFailingOperation();
     ASSERT_THAT(registry(), IsEmpty());
   }
 
@@ -112,12 +112,12 @@ TEST_F(KivResourceSavedListTest, WhatCompletedMeanwhileIsMergedByItsStamp) {
   write(stored("same.png"), "s");
   load({banner("same", 2, "x/same.png"), banner("older", 1, "x/older-1.png"),
         banner("newer", 3, "x/newer-3.png"), plain("other", 1)});
-  files.setFailingOperation("read", EIO);
+  files.setFailingOperation(FileOperation::read, EIO);
   restart();
   // The reads at the start of the pass fail too, and the one before the first save does not.
   int reads = 0;
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
-    if (operation.name == "read" && ++reads == 2) files.setFailingOperation({}, 0);
+    if (operation.kind == FileOperation::read && ++reads == 2) files.clearFailingOperation();
   });
   beginLoad({banner("same", 2, "x/same.png"), banner("older", 2, "x/older-2.png"),
              banner("newer", 2, "x/newer-2.png")});
@@ -153,12 +153,12 @@ TEST_F(KivResourceSavedListTest, AListThatCannotBeSetAsideIsNotReplaced) {
   loadFive();
   write(listPath(), "no JSON");
   restart();
-  files.setFailingOperation("move", EACCES);
+  files.setFailingOperation(FileOperation::move, EACCES);
   load({plain("new", 1)});
   EXPECT_EQ(read(listPath()), "no JSON");
   EXPECT_FALSE(exists(setAside(1)));
   EXPECT_THAT(registry(), ElementsAre("new"));
-  files.setFailingOperation({}, 0);
+  files.clearFailingOperation();
   load({plain("later", 1)});
   EXPECT_THAT(listed(), ElementsAre("new", "later"));
   EXPECT_EQ(read(setAside(1)), "no JSON");
@@ -167,16 +167,17 @@ TEST_F(KivResourceSavedListTest, AListThatCannotBeSetAsideIsNotReplaced) {
 TEST_F(KivResourceSavedListTest, AListIsPutBackWhereNoNewOneCouldBeWritten) {
   loadFive();
   const std::string list = read(listPath());
-  files.setFailingOperation("read", EMFILE);
+  files.setFailingOperation(FileOperation::read, EMFILE);
   restart();
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
-    if (operation.newPath == setAside(1)) files.setFailingOperation("createFile", EMFILE);
+    if (operation.newPath == setAside(1))
+      files.setFailingOperation(FileOperation::createFile, EMFILE);
   });
   load({plain("new", 1)});
   files.setObserver({});
   EXPECT_EQ(read(listPath()), list);
   EXPECT_FALSE(exists(setAside(1)));
-  files.setFailingOperation({}, 0);
+  files.clearFailingOperation();
   load({plain("later", 1)});
   EXPECT_THAT(listed(), ElementsAre("a", "b", "c", "d", "e", "new", "later"));
 }
@@ -220,14 +221,14 @@ TEST_F(KivResourceSavedListTest, NothingIsCleanedUpWhileTheManagerDoesNotKnowThe
 
 TEST_F(KivResourceSavedListTest, TheErrorOfTheLastSaveCanBeAskedFor) {
   EXPECT_EQ(manager->lastSaveError(), std::nullopt);
-  files.setFailingOperation("createFile", ENOSPC);
+  files.setFailingOperation(FileOperation::createFile, ENOSPC);
   load({plain("a", 1)});
   ASSERT_TRUE(manager->lastSaveError());
   EXPECT_EQ(manager->lastSaveError()->domain, SystemErrorDomain);
   EXPECT_EQ(manager->lastSaveError()->code, ENOSPC);
   manager->saveLoadedResorcesList();
   EXPECT_TRUE(manager->lastSaveError());
-  files.setFailingOperation({}, 0);
+  files.clearFailingOperation();
   load({});
   EXPECT_EQ(manager->lastSaveError(), std::nullopt);
   EXPECT_THAT(listed(), ElementsAre("a"));
@@ -236,7 +237,7 @@ TEST_F(KivResourceSavedListTest, TheErrorOfTheLastSaveCanBeAskedFor) {
 TEST_F(KivResourceSavedListTest, ThatAListWasNotReplacedIsTheErrorOfItsSave) {
   write(listPath(), "no JSON");
   restart();
-  files.setFailingOperation("move", EACCES);
+  files.setFailingOperation(FileOperation::move, EACCES);
   load({plain("new", 1)});
   ASSERT_TRUE(manager->lastSaveError());
   EXPECT_EQ(manager->lastSaveError()->code, SavedListInDoubtKivResourceErrorCode);
@@ -384,7 +385,7 @@ TEST_F(KivResourceSharedListTest, ANewResourceWhoseFileTheOtherRemovedIsFailedAn
   // Found by its name, and gone before it is saved: the lock is the first thing that a save takes.
   bool isRemoved = false;
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
-    if (operation.name != "lock" || std::exchange(isRemoved, true)) return;
+    if (operation.kind != FileOperation::lock || std::exchange(isRemoved, true)) return;
     asTheOther([&] { load({banner("a", 2, "x/a2.png")}); });
   });
   beginLoad({banner("b", 1, "x/shared.png")});
@@ -402,12 +403,12 @@ TEST_F(KivResourceSharedListTest, AnUnchangedListIsNotReadAgain) {
   load({plain("b", 1)});
   manager->saveLoadedResorcesList();
   for (const auto& operation : files.operations())
-    EXPECT_NE(operation.name, "read") << operation.path;
+    EXPECT_NE(operation.kind, FileOperation::read) << operation.path;
 }
 
 TEST_F(KivResourceSharedListTest, WithoutLocksListsAreStillMerged) {
   load({plain("a", 1)});  // the storage service has its own lock by now
-  files.setFailingOperation("lock", ENOLCK);
+  files.setFailingOperation(FileOperation::lock, ENOLCK);
   asTheOther([&] { load({plain("b", 1)}); });
   load({plain("c", 1)});
   EXPECT_THAT(listed(), ElementsAre("a", "b", "c"));
@@ -415,7 +416,7 @@ TEST_F(KivResourceSharedListTest, WithoutLocksListsAreStillMerged) {
 
 TEST_F(KivResourceSharedListTest, NothingIsSavedWhileAnotherKeepsTheLock) {
   load({plain("a", 1)});
-  auto lock = FileManager::defaultManager().lockFileAtPath(listPath() + ".lock");
+  auto lock = FileManager::defaultManager().lockFileAtPath(listPath() + ".lock").value_or(nullptr);
   ASSERT_TRUE(lock);
   load({plain("b", 1)});
   EXPECT_THAT(listed(), ElementsAre("a"));

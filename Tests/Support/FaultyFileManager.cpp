@@ -5,23 +5,61 @@
 
 namespace kiv::test {
 
+std::string nameOf(FileOperation operation) {
+  switch (operation) {
+    case FileOperation::close:
+      return "close";
+    case FileOperation::createDirectory:
+      return "createDirectory";
+    case FileOperation::createFile:
+      return "createFile";
+    case FileOperation::exchange:
+      return "exchange";
+    case FileOperation::list:
+      return "list";
+    case FileOperation::lock:
+      return "lock";
+    case FileOperation::map:
+      return "map";
+    case FileOperation::move:
+      return "move";
+    case FileOperation::openFile:
+      return "openFile";
+    case FileOperation::read:
+      return "read";
+    case FileOperation::remove:
+      return "remove";
+    case FileOperation::synchronize:
+      return "synchronize";
+    case FileOperation::synchronizeBatch:
+      return "synchronizeBatch";
+    case FileOperation::synchronizeDirectory:
+      return "synchronizeDirectory";
+    case FileOperation::withdraw:
+      return "withdraw";
+    case FileOperation::write:
+      return "write";
+  }
+  return "?";
+}
+
 class FaultyFileManager::File : public WritableFile {
  public:
   File(FaultyFileManager& manager, std::unique_ptr<WritableFile> file, std::string path)
       : manager_(manager), file_(std::move(file)), path_(std::move(path)) {}
 
-  bool write(std::string_view bytes, std::optional<Error>* error) override {
-    if (manager_.begin({"write", path_, {}}, error)) return file_->write(bytes, error);
+  Status write(std::string_view bytes) override {
+    Status status = manager_.begin({FileOperation::write, path_});
+    if (status) return file_->write(bytes);
     // The error is that of the fault, whatever becomes of the first half.
     const std::string_view half = bytes.substr(0, bytes.size() / 2);
-    if (manager_.writesShort()) static_cast<void>(file_->write(half, nullptr));
-    return false;
+    if (manager_.writesShort()) static_cast<void>(file_->write(half));
+    return status;
   }
-  bool synchronize(std::optional<Error>* error) override {
-    return manager_.begin({"synchronize", path_, {}}, error);
-  }
-  bool close(std::optional<Error>* error) override {
-    return manager_.begin({"close", path_, {}}, error) && file_->close(error);
+  Status synchronize() override { return manager_.begin({FileOperation::synchronize, path_}); }
+  Status close() override {
+    if (Status status = manager_.begin({FileOperation::close, path_}); !status) return status;
+    return file_->close();
   }
 
  private:
@@ -34,9 +72,7 @@ class FaultyFileManager::Batch : public BatchSync {
  public:
   Batch(FaultyFileManager& manager, std::string path) : manager_(manager), path_(std::move(path)) {}
 
-  bool synchronize(std::optional<Error>* error) override {
-    return manager_.begin({"synchronizeBatch", path_, {}}, error);
-  }
+  Status synchronize() override { return manager_.begin({FileOperation::synchronizeBatch, path_}); }
 
  private:
   FaultyFileManager& manager_;
@@ -50,10 +86,15 @@ void FaultyFileManager::setFault(std::optional<Fault> fault) {
   operations_.clear();
 }
 
-void FaultyFileManager::setFailingOperation(std::string name, int number) {
+void FaultyFileManager::setFailingOperation(FileOperation kind, int number) {
   const std::lock_guard guard(mutex_);
-  failingName_ = std::move(name);
+  failingKind_ = kind;
   failingNumber_ = number;
+}
+
+void FaultyFileManager::clearFailingOperation() {
+  const std::lock_guard guard(mutex_);
+  failingKind_.reset();
 }
 
 void FaultyFileManager::refuseExchanges(bool refuse) {
@@ -107,14 +148,14 @@ bool FaultyFileManager::writesShort() const {
 }
 
 int FaultyFileManager::faultOf(const Operation& operation) const {
-  if (!failingName_.empty() && operation.name == failingName_) return failingNumber_;
+  if (operation.kind == failingKind_) return failingNumber_;
   if (!failingMove_.empty() && operation.newPath == failingMove_) return EIO;
-  if (refusesExchanges_ && operation.name == "exchange") return EINVAL;
+  if (refusesExchanges_ && operation.kind == FileOperation::exchange) return EINVAL;
   if (!fault_ || count_ < fault_->at) return 0;
   return count_ == fault_->at || fault_->repeat == Repeat::fromThenOn ? fault_->number : 0;
 }
 
-bool FaultyFileManager::begin(Operation operation, std::optional<Error>* error) {
+Status FaultyFileManager::begin(Operation operation) {
   std::function<void(const Operation&)> observer;
   int number = 0;
   {
@@ -125,68 +166,70 @@ bool FaultyFileManager::begin(Operation operation, std::optional<Error>* error) 
     observer = observer_;
   }
   if (observer) observer(operation);
-  return number == 0 || fail(error, systemError(number, operation.name, operation.path));
+  if (number == 0) return {};
+  return systemError(number, nameOf(operation.kind), operation.path);
 }
 
-bool FaultyFileManager::fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) {
+Status FaultyFileManager::fileIsReadableAtPath(std::string_view path) {
   {
     const std::lock_guard guard(mutex_);
-    if (path == unreadableFile_) return fail(error, systemError(EIO, "read", path));
+    if (path == unreadableFile_) return systemError(EIO, "read", path);
   }
-  return ForwardingFileManager::fileIsReadableAtPath(path, error);
+  return ForwardingFileManager::fileIsReadableAtPath(path);
 }
 
-std::optional<FileSystemSpace> FaultyFileManager::spaceAtPath(std::string_view path,
-                                                              std::optional<Error>* error) {
-  auto space = ForwardingFileManager::spaceAtPath(path, error);
+Result<FileSystemSpace> FaultyFileManager::spaceAtPath(std::string_view path) {
+  auto space = ForwardingFileManager::spaceAtPath(path);
   const std::lock_guard guard(mutex_);
-  if (refusesSpace_) return std::nullopt;
+  if (refusesSpace_) return systemError(ENOTSUP, "measure the space at", path);
   if (space && availableSpace_) space->available = *availableSpace_;
   return space;
 }
 
-std::optional<Data> FaultyFileManager::contentsAtPath(std::string_view path,
-                                                      std::optional<Error>* error) {
-  if (!begin({"read", std::string(path), {}}, error)) return std::nullopt;
-  return ForwardingFileManager::contentsAtPath(path, error);
+Result<Data> FaultyFileManager::contentsAtPath(std::string_view path) {
+  Status status = begin({FileOperation::read, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::contentsAtPath(path);
 }
 
-std::unique_ptr<MappedFile> FaultyFileManager::mapFileAtPath(std::string_view path,
-                                                             std::optional<Error>* error) {
-  if (!begin({"map", std::string(path), {}}, error)) return nullptr;
-  return ForwardingFileManager::mapFileAtPath(path, error);
+Result<std::unique_ptr<MappedFile>> FaultyFileManager::mapFileAtPath(std::string_view path) {
+  Status status = begin({FileOperation::map, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::mapFileAtPath(path);
 }
 
-std::optional<std::vector<std::string>> FaultyFileManager::contentsOfDirectoryAtPath(
-    std::string_view path, std::optional<Error>* error) {
-  if (!begin({"list", std::string(path), {}}, error)) return std::nullopt;
-  return ForwardingFileManager::contentsOfDirectoryAtPath(path, error);
+Result<std::vector<std::string>> FaultyFileManager::contentsOfDirectoryAtPath(
+    std::string_view path) {
+  Status status = begin({FileOperation::list, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::contentsOfDirectoryAtPath(path);
 }
 
-bool FaultyFileManager::createDirectoryAtPath(std::string_view path, std::optional<Error>* error) {
-  return begin({"createDirectory", std::string(path), {}}, error) &&
-         ForwardingFileManager::createDirectoryAtPath(path, error);
+Status FaultyFileManager::createDirectoryAtPath(std::string_view path) {
+  Status status = begin({FileOperation::createDirectory, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::createDirectoryAtPath(path);
 }
 
-std::unique_ptr<WritableFile> FaultyFileManager::createFileAtPath(std::string_view path,
-                                                                  std::optional<Error>* error) {
-  if (!begin({"createFile", std::string(path), {}}, error)) return nullptr;
-  auto file = ForwardingFileManager::createFileAtPath(path, error);
-  if (!file) return nullptr;
-  return std::make_unique<File>(*this, std::move(file), std::string(path));
+Result<std::unique_ptr<WritableFile>> FaultyFileManager::createFileAtPath(std::string_view path) {
+  Status status = begin({FileOperation::createFile, std::string(path)});
+  if (!status) return status;
+  auto file = ForwardingFileManager::createFileAtPath(path);
+  if (!file) return file;
+  return std::make_unique<File>(*this, *std::move(file), std::string(path));
 }
 
-std::unique_ptr<WritableFile> FaultyFileManager::openFileAtPath_length(
-    std::string_view path, std::uint64_t length, std::optional<Error>* error) {
-  if (!begin({"openFile", std::string(path), {}}, error)) return nullptr;
-  auto file = ForwardingFileManager::openFileAtPath_length(path, length, error);
-  if (!file) return nullptr;
-  return std::make_unique<File>(*this, std::move(file), std::string(path));
+Result<std::unique_ptr<WritableFile>> FaultyFileManager::openFileAtPath_length(
+    std::string_view path, std::uint64_t length) {
+  Status status = begin({FileOperation::openFile, std::string(path)});
+  if (!status) return status;
+  auto file = ForwardingFileManager::openFileAtPath_length(path, length);
+  if (!file) return file;
+  return std::make_unique<File>(*this, *std::move(file), std::string(path));
 }
 
-bool FaultyFileManager::synchronizeDirectoryAtPath(std::string_view path,
-                                                   std::optional<Error>* error) {
-  return begin({"synchronizeDirectory", std::string(path), {}}, error);
+Status FaultyFileManager::synchronizeDirectoryAtPath(std::string_view path) {
+  return begin({FileOperation::synchronizeDirectory, std::string(path)});
 }
 
 std::unique_ptr<BatchSync> FaultyFileManager::beginBatchSyncAtPath(std::string_view path,
@@ -195,34 +238,36 @@ std::unique_ptr<BatchSync> FaultyFileManager::beginBatchSyncAtPath(std::string_v
   return allowsBatchSyncs_ ? std::make_unique<Batch>(*this, std::string(path)) : nullptr;
 }
 
-bool FaultyFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                              std::optional<Error>* error) {
-  return begin({"move", std::string(path), std::string(newPath)}, error) &&
-         ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error);
+Status FaultyFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath) {
+  Status status = begin({FileOperation::move, std::string(path), std::string(newPath)});
+  if (!status) return status;
+  return ForwardingFileManager::moveItemAtPath_toPath(path, newPath);
 }
 
-bool FaultyFileManager::withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                                  std::optional<Error>* error) {
-  return begin({"withdraw", std::string(path), std::string(newPath)}, error) &&
-         ForwardingFileManager::withdrawItemAtPath_toPath(path, newPath, error);
+Status FaultyFileManager::withdrawItemAtPath_toPath(std::string_view path,
+                                                    std::string_view newPath) {
+  Status status = begin({FileOperation::withdraw, std::string(path), std::string(newPath)});
+  if (!status) return status;
+  return ForwardingFileManager::withdrawItemAtPath_toPath(path, newPath);
 }
 
-bool FaultyFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
-                                                          std::string_view otherPath,
-                                                          std::optional<Error>* error) {
-  return begin({"exchange", std::string(path), std::string(otherPath)}, error) &&
-         ForwardingFileManager::exchangeItemAtPath_withItemAtPath(path, otherPath, error);
+Status FaultyFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                                            std::string_view otherPath) {
+  Status status = begin({FileOperation::exchange, std::string(path), std::string(otherPath)});
+  if (!status) return status;
+  return ForwardingFileManager::exchangeItemAtPath_withItemAtPath(path, otherPath);
 }
 
-bool FaultyFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
-  return begin({"remove", std::string(path), {}}, error) &&
-         ForwardingFileManager::removeItemAtPath(path, error);
+Status FaultyFileManager::removeItemAtPath(std::string_view path) {
+  Status status = begin({FileOperation::remove, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::removeItemAtPath(path);
 }
 
-std::unique_ptr<FileLock> FaultyFileManager::lockFileAtPath(std::string_view path,
-                                                            std::optional<Error>* error) {
-  if (!begin({"lock", std::string(path), {}}, error)) return nullptr;
-  return ForwardingFileManager::lockFileAtPath(path, error);
+Result<std::unique_ptr<FileLock>> FaultyFileManager::lockFileAtPath(std::string_view path) {
+  Status status = begin({FileOperation::lock, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::lockFileAtPath(path);
 }
 
 }  // namespace kiv::test

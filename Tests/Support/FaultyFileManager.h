@@ -6,11 +6,35 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Tests/Support/ForwardingFileManager.h"
 
 namespace kiv::test {
+
+/// The operations that a FaultyFileManager counts.
+enum class FileOperation {
+  close,
+  createDirectory,
+  createFile,
+  exchange,
+  list,
+  lock,
+  map,
+  move,
+  openFile,
+  read,
+  remove,
+  synchronize,
+  synchronizeBatch,
+  synchronizeDirectory,
+  withdraw,
+  write,
+};
+
+/// Its name, for messages.
+std::string nameOf(FileOperation operation);
 
 /// Counts and records the operations that can fail, and makes some of them fail.
 ///
@@ -29,17 +53,19 @@ class FaultyFileManager : public ForwardingFileManager {
     bool shortWrite = false;  ///< a write that fails has written half of its bytes
   };
 
-  /// One operation as it was asked for: "write", "synchronize", "move" ... and its path.
+  /// One operation and its arguments.
   struct Operation {
-    std::string name;
+    FileOperation kind;
     std::string path;
-    std::string newPath;  ///< of "move", "withdraw" and "exchange"
+    std::string newPath = {};  ///< of move, withdraw and exchange
   };
 
   /// Begins counting anew; nothing stands for no fault.
   void setFault(std::optional<Fault> fault);
-  /// Makes the operations of that name fail with the error, whatever their number; empty for none.
-  void setFailingOperation(std::string name, int number);
+  /// Makes all operations of that kind fail with the error.
+  void setFailingOperation(FileOperation kind, int number);
+  /// Ends that.
+  void clearFailingOperation();
   /// Has nothing be moved to the path; empty for none.
   void setFailingMove(std::string newPath);
   /// Gives the disk that many free bytes; nothing brings the real ones back.
@@ -58,45 +84,38 @@ class FaultyFileManager : public ForwardingFileManager {
   [[nodiscard]] std::uint64_t count() const;
   [[nodiscard]] std::vector<Operation> operations() const;
 
-  bool fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
-                                             std::optional<Error>* error) override;
-  std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
-                                            std::optional<Error>* error) override;
-  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
-      std::string_view path, std::optional<Error>* error) override;
-  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
-                                                 std::optional<Error>* error) override;
-  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
-                                                      std::optional<Error>* error) override;
-  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  Status fileIsReadableAtPath(std::string_view path) override;
+  Result<FileSystemSpace> spaceAtPath(std::string_view path) override;
+  Result<Data> contentsAtPath(std::string_view path) override;
+  Result<std::unique_ptr<MappedFile>> mapFileAtPath(std::string_view path) override;
+  Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override;
+  Status createDirectoryAtPath(std::string_view path) override;
+  Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
+  Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
+                                                              std::uint64_t length) override;
+  Status synchronizeDirectoryAtPath(std::string_view path) override;
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
                                                   std::size_t files) override;
-  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                             std::optional<Error>* error) override;
-  bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
-                                         std::optional<Error>* error) override;
-  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                 std::optional<Error>* error) override;
-  bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
-                                           std::optional<Error>* error) override;
+  Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
+  Status exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                           std::string_view otherPath) override;
+  Status withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
+  Status removeItemAtPath(std::string_view path) override;
+  Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) override;
 
  private:
   class File;
   class Batch;
 
-  /// Counts the operation; false, with the error stored, where it is to fail.
-  bool begin(Operation operation, std::optional<Error>* error);
+  /// Counts the operation. Fails if it is to fail.
+  Status begin(Operation operation);
   /// The error that the operation of this number is to fail with, or zero. Under the mutex.
   [[nodiscard]] int faultOf(const Operation& operation) const;
   [[nodiscard]] bool writesShort() const;
 
   mutable std::mutex mutex_;
   std::optional<Fault> fault_;
-  std::string failingName_;
+  std::optional<FileOperation> failingKind_;
   int failingNumber_ = 0;
   std::string failingMove_;
   bool refusesExchanges_ = false;

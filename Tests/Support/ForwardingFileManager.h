@@ -21,75 +21,61 @@ class ForwardingFileManager : public FileManager {
     return base_.directoryExistsAtPath(path);
   }
   bool linkExistsAtPath(std::string_view path) override { return base_.linkExistsAtPath(path); }
-  bool fileIsReadableAtPath(std::string_view path, std::optional<Error>* error) override {
-    return base_.fileIsReadableAtPath(path, error);
+  Status fileIsReadableAtPath(std::string_view path) override {
+    return base_.fileIsReadableAtPath(path);
   }
-  std::optional<std::string> resolvedPathOfItemAtPath(std::string_view path,
-                                                      std::optional<Error>* error) override {
-    return base_.resolvedPathOfItemAtPath(path, error);
+  Result<std::string> resolvedPathOfItemAtPath(std::string_view path) override {
+    return base_.resolvedPathOfItemAtPath(path);
   }
-  std::optional<std::uint64_t> sizeOfItemAtPath(std::string_view path,
-                                                std::optional<Error>* error) override {
-    return base_.sizeOfItemAtPath(path, error);
+  Result<std::uint64_t> sizeOfItemAtPath(std::string_view path) override {
+    return base_.sizeOfItemAtPath(path);
   }
-  std::optional<FileSystemSpace> spaceAtPath(std::string_view path,
-                                             std::optional<Error>* error) override {
-    return base_.spaceAtPath(path, error);
+  Result<FileSystemSpace> spaceAtPath(std::string_view path) override {
+    return base_.spaceAtPath(path);
   }
-  std::optional<Data> contentsAtPath(std::string_view path, std::optional<Error>* error) override {
-    return base_.contentsAtPath(path, error);
-  }
-  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
-                                            std::optional<Error>* error) override {
-    return base_.mapFileAtPath(path, error);
+  Result<Data> contentsAtPath(std::string_view path) override { return base_.contentsAtPath(path); }
+  Result<std::unique_ptr<MappedFile>> mapFileAtPath(std::string_view path) override {
+    return base_.mapFileAtPath(path);
   }
   std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override {
     return base_.lengthOfFileAtPath(path);
   }
-  std::optional<FileIdentity> identityOfFileAtPath(std::string_view path,
-                                                   std::optional<Error>* error) override {
-    return base_.identityOfFileAtPath(path, error);
+  Result<FileIdentity> identityOfFileAtPath(std::string_view path) override {
+    return base_.identityOfFileAtPath(path);
   }
-  std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
-      std::string_view path, std::optional<Error>* error) override {
-    return base_.contentsOfDirectoryAtPath(path, error);
+  Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override {
+    return base_.contentsOfDirectoryAtPath(path);
   }
-  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override {
-    return base_.createDirectoryAtPath(path, error);
+  Status createDirectoryAtPath(std::string_view path) override {
+    return base_.createDirectoryAtPath(path);
   }
-  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
-                                                 std::optional<Error>* error) override {
-    return base_.createFileAtPath(path, error);
+  Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override {
+    return base_.createFileAtPath(path);
   }
-  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
-                                                      std::optional<Error>* error) override {
-    return base_.openFileAtPath_length(path, length, error);
+  Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
+                                                              std::uint64_t length) override {
+    return base_.openFileAtPath_length(path, length);
   }
-  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override {
-    return base_.synchronizeDirectoryAtPath(path, error);
+  Status synchronizeDirectoryAtPath(std::string_view path) override {
+    return base_.synchronizeDirectoryAtPath(path);
   }
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
                                                   std::size_t files) override {
     return base_.beginBatchSyncAtPath(path, files);
   }
-  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                             std::optional<Error>* error) override {
-    return base_.moveItemAtPath_toPath(path, newPath, error);
+  Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override {
+    return base_.moveItemAtPath_toPath(path, newPath);
   }
-  bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
-                                         std::optional<Error>* error) override {
-    return base_.exchangeItemAtPath_withItemAtPath(path, otherPath, error);
+  Status exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                           std::string_view otherPath) override {
+    return base_.exchangeItemAtPath_withItemAtPath(path, otherPath);
   }
-  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                 std::optional<Error>* error) override {
-    return base_.withdrawItemAtPath_toPath(path, newPath, error);
+  Status withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath) override {
+    return base_.withdrawItemAtPath_toPath(path, newPath);
   }
-  bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override {
-    return base_.removeItemAtPath(path, error);
-  }
-  std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
-                                           std::optional<Error>* error) override {
-    return base_.lockFileAtPath(path, error);
+  Status removeItemAtPath(std::string_view path) override { return base_.removeItemAtPath(path); }
+  Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) override {
+    return base_.lockFileAtPath(path);
   }
 
  private:

@@ -41,20 +41,22 @@ class PowerCutFileManager::File : public WritableFile {
        NodePointer node)
       : manager_(manager), file_(std::move(file)), path_(std::move(path)), node_(std::move(node)) {}
 
-  bool write(std::string_view bytes, std::optional<Error>* error) override {
-    if (!manager_.begin(path_, error) || !file_->write(bytes, error)) return false;
+  Status write(std::string_view bytes) override {
+    if (Status status = manager_.begin(path_); !status) return status;
+    if (Status status = file_->write(bytes); !status) return status;
     const std::lock_guard guard(manager_.mutex_);
     node_->bytes += bytes;
-    return true;
+    return {};
   }
-  bool synchronize(std::optional<Error>* error) override {
-    if (!manager_.begin(path_, error)) return false;
+  Status synchronize() override {
+    if (Status status = manager_.begin(path_); !status) return status;
     const std::lock_guard guard(manager_.mutex_);
     node_->durableBytes = node_->bytes;
-    return true;
+    return {};
   }
-  bool close(std::optional<Error>* error) override {
-    return manager_.begin(path_, error) && file_->close(error);
+  Status close() override {
+    if (Status status = manager_.begin(path_); !status) return status;
+    return file_->close();
   }
 
  private:
@@ -69,13 +71,13 @@ class PowerCutFileManager::Batch : public BatchSync {
   Batch(PowerCutFileManager& manager, std::string path)
       : manager_(manager), path_(std::move(path)) {}
 
-  bool synchronize(std::optional<Error>* error) override {
-    if (!manager_.begin(path_, error)) return false;
+  Status synchronize() override {
+    if (Status status = manager_.begin(path_); !status) return status;
     const std::lock_guard guard(manager_.mutex_);
     const NodePointer node = manager_.find(path_);
-    if (!node) return fail(error, systemError(ENOENT, "synchronize", path_));
+    if (!node) return systemError(ENOENT, "synchronize", path_);
     node->synchronizeAll();
-    return true;
+    return {};
   }
 
  private:
@@ -163,14 +165,14 @@ void PowerCutFileManager::write(const Node& node, const std::string& path, Loss 
   }
 }
 
-bool PowerCutFileManager::begin(std::string_view path, std::optional<Error>* error) {
+Status PowerCutFileManager::begin(std::string_view path) {
   const std::lock_guard guard(mutex_);
   if (operations_ < cutAt_) {
     ++operations_;
-    return true;
+    return {};
   }
   wasCut_ = true;
-  return fail(error, systemError(EIO, "reach", path));
+  return systemError(EIO, "reach", path);
 }
 
 PowerCutFileManager::NodePointer PowerCutFileManager::find(std::string_view path) {
@@ -190,11 +192,9 @@ PowerCutFileManager::NodePointer PowerCutFileManager::parentOf(std::string_view 
   return node;
 }
 
-bool PowerCutFileManager::createDirectoryAtPath(std::string_view path,
-                                                std::optional<Error>* error) {
-  if (!begin(path, error) || !ForwardingFileManager::createDirectoryAtPath(path, error)) {
-    return false;
-  }
+Status PowerCutFileManager::createDirectoryAtPath(std::string_view path) {
+  if (Status status = begin(path); !status) return status;
+  if (Status status = ForwardingFileManager::createDirectoryAtPath(path); !status) return status;
   const std::lock_guard guard(mutex_);
   NodePointer node = root_;
   std::string_view rest = path.substr(rootPath_.size());
@@ -206,42 +206,40 @@ bool PowerCutFileManager::createDirectoryAtPath(std::string_view path,
     if (!item) item = std::make_shared<Node>();
     node = item;
   }
-  return true;
+  return {};
 }
 
-std::unique_ptr<WritableFile> PowerCutFileManager::createFileAtPath(std::string_view path,
-                                                                    std::optional<Error>* error) {
-  if (!begin(path, error)) return nullptr;
-  auto file = ForwardingFileManager::createFileAtPath(path, error);
-  if (!file) return nullptr;
+Result<std::unique_ptr<WritableFile>> PowerCutFileManager::createFileAtPath(std::string_view path) {
+  if (Status status = begin(path); !status) return status;
+  auto file = ForwardingFileManager::createFileAtPath(path);
+  if (!file) return file;
   const std::lock_guard guard(mutex_);
   auto node = std::make_shared<Node>();
   node->isDirectory = false;
   parentOf(path)->items[std::string(path::lastPathComponent(path))] = node;
-  return std::make_unique<File>(*this, std::move(file), std::string(path), std::move(node));
+  return std::make_unique<File>(*this, *std::move(file), std::string(path), std::move(node));
 }
 
-std::unique_ptr<WritableFile> PowerCutFileManager::openFileAtPath_length(
-    std::string_view path, std::uint64_t length, std::optional<Error>* error) {
-  if (!begin(path, error)) return nullptr;
-  auto file = ForwardingFileManager::openFileAtPath_length(path, length, error);
-  if (!file) return nullptr;
+Result<std::unique_ptr<WritableFile>> PowerCutFileManager::openFileAtPath_length(
+    std::string_view path, std::uint64_t length) {
+  if (Status status = begin(path); !status) return status;
+  auto file = ForwardingFileManager::openFileAtPath_length(path, length);
+  if (!file) return file;
   const std::lock_guard guard(mutex_);
   auto node = find(path);
   if (node->bytes.size() > length) node->bytes.resize(length);
-  return std::make_unique<File>(*this, std::move(file), std::string(path), std::move(node));
+  return std::make_unique<File>(*this, *std::move(file), std::string(path), std::move(node));
 }
 
-bool PowerCutFileManager::synchronizeDirectoryAtPath(std::string_view path,
-                                                     std::optional<Error>* error) {
-  if (!begin(path, error)) return false;
+Status PowerCutFileManager::synchronizeDirectoryAtPath(std::string_view path) {
+  if (Status status = begin(path); !status) return status;
   const std::lock_guard guard(mutex_);
   const bool isInside = path == rootPath_ || path.starts_with(rootPath_ + "/");
-  if (!isInside) return true;
+  if (!isInside) return {};
   const NodePointer node = find(path);
-  if (!node) return fail(error, systemError(ENOENT, "synchronize", path));
+  if (!node) return systemError(ENOENT, "synchronize", path);
   node->durableItems = node->items;
-  return true;
+  return {};
 }
 
 std::unique_ptr<BatchSync> PowerCutFileManager::beginBatchSyncAtPath(std::string_view path,
@@ -249,23 +247,21 @@ std::unique_ptr<BatchSync> PowerCutFileManager::beginBatchSyncAtPath(std::string
   return allowsBatchSyncs ? std::make_unique<Batch>(*this, std::string(path)) : nullptr;
 }
 
-bool PowerCutFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                                std::optional<Error>* error) {
-  if (!begin(path, error) || !ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error)) {
-    return false;
-  }
+Status PowerCutFileManager::moveItemAtPath_toPath(std::string_view path, std::string_view newPath) {
+  if (Status status = begin(path); !status) return status;
+  if (Status status = ForwardingFileManager::moveItemAtPath_toPath(path, newPath); !status)
+    return status;
   noteMove(path, newPath);
-  return true;
+  return {};
 }
 
-bool PowerCutFileManager::withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                                    std::optional<Error>* error) {
-  if (!begin(path, error) ||
-      !ForwardingFileManager::withdrawItemAtPath_toPath(path, newPath, error)) {
-    return false;
-  }
+Status PowerCutFileManager::withdrawItemAtPath_toPath(std::string_view path,
+                                                      std::string_view newPath) {
+  if (Status status = begin(path); !status) return status;
+  if (Status status = ForwardingFileManager::withdrawItemAtPath_toPath(path, newPath); !status)
+    return status;
   noteMove(path, newPath);
-  return true;
+  return {};
 }
 
 void PowerCutFileManager::noteMove(std::string_view path, std::string_view newPath) {
@@ -274,33 +270,32 @@ void PowerCutFileManager::noteMove(std::string_view path, std::string_view newPa
   parentOf(newPath)->items[std::string(path::lastPathComponent(newPath))] = node.mapped();
 }
 
-bool PowerCutFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
-                                                            std::string_view otherPath,
-                                                            std::optional<Error>* error) {
-  if (!begin(path, error)) return false;
-  if (refusesExchanges) return fail(error, systemError(EINVAL, "exchange", path));
-  if (!ForwardingFileManager::exchangeItemAtPath_withItemAtPath(path, otherPath, error)) {
-    return false;
-  }
+Status PowerCutFileManager::exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                                              std::string_view otherPath) {
+  if (Status status = begin(path); !status) return status;
+  if (refusesExchanges) return systemError(EINVAL, "exchange", path);
+  if (Status status = ForwardingFileManager::exchangeItemAtPath_withItemAtPath(path, otherPath);
+      !status)
+    return status;
   const std::lock_guard guard(mutex_);
   std::swap(parentOf(path)->items[std::string(path::lastPathComponent(path))],
             parentOf(otherPath)->items[std::string(path::lastPathComponent(otherPath))]);
-  return true;
+  return {};
 }
 
-bool PowerCutFileManager::removeItemAtPath(std::string_view path, std::optional<Error>* error) {
-  if (!begin(path, error) || !ForwardingFileManager::removeItemAtPath(path, error)) return false;
+Status PowerCutFileManager::removeItemAtPath(std::string_view path) {
+  if (Status status = begin(path); !status) return status;
+  if (Status status = ForwardingFileManager::removeItemAtPath(path); !status) return status;
   const std::lock_guard guard(mutex_);
   auto node = parentOf(path)->items.extract(std::string(path::lastPathComponent(path)));
   node.mapped()->clear();
-  return true;
+  return {};
 }
 
-std::unique_ptr<FileLock> PowerCutFileManager::lockFileAtPath(std::string_view path,
-                                                              std::optional<Error>* error) {
-  if (!begin(path, error)) return nullptr;
-  auto lock = ForwardingFileManager::lockFileAtPath(path, error);
-  if (!lock) return nullptr;
+Result<std::unique_ptr<FileLock>> PowerCutFileManager::lockFileAtPath(std::string_view path) {
+  if (Status status = begin(path); !status) return status;
+  auto lock = ForwardingFileManager::lockFileAtPath(path);
+  if (!lock) return lock;
   const std::lock_guard guard(mutex_);
   NodePointer& item = parentOf(path)->items[std::string(path::lastPathComponent(path))];
   if (!item) {

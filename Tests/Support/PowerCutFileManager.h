@@ -39,23 +39,19 @@ class PowerCutFileManager : public ForwardingFileManager {
   /// Starts the machine again: puts under the root what would be there, and cuts no more.
   void restart(Loss loss, std::uint32_t seed = 0);
 
-  bool createDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
-                                                 std::optional<Error>* error) override;
-  std::unique_ptr<WritableFile> openFileAtPath_length(std::string_view path, std::uint64_t length,
-                                                      std::optional<Error>* error) override;
-  bool synchronizeDirectoryAtPath(std::string_view path, std::optional<Error>* error) override;
+  Status createDirectoryAtPath(std::string_view path) override;
+  Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
+  Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
+                                                              std::uint64_t length) override;
+  Status synchronizeDirectoryAtPath(std::string_view path) override;
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
                                                   std::size_t files) override;
-  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                             std::optional<Error>* error) override;
-  bool exchangeItemAtPath_withItemAtPath(std::string_view path, std::string_view otherPath,
-                                         std::optional<Error>* error) override;
-  bool withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                 std::optional<Error>* error) override;
-  bool removeItemAtPath(std::string_view path, std::optional<Error>* error) override;
-  std::unique_ptr<FileLock> lockFileAtPath(std::string_view path,
-                                           std::optional<Error>* error) override;
+  Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
+  Status exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                           std::string_view otherPath) override;
+  Status withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
+  Status removeItemAtPath(std::string_view path) override;
+  Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) override;
 
   /// Answers exchanges as a file system does that has no such step.
   bool refusesExchanges = false;
@@ -69,7 +65,7 @@ class PowerCutFileManager : public ForwardingFileManager {
   class Batch;
   using NodePointer = std::shared_ptr<Node>;
 
-  bool begin(std::string_view path, std::optional<Error>* error);
+  Status begin(std::string_view path);
   NodePointer find(std::string_view path);
   NodePointer parentOf(std::string_view path);
   static NodePointer scan(const std::string& path);

@@ -14,12 +14,12 @@ namespace {
 class PowerCutFileManagerTest : public testing::Test {
  protected:
   void write(const std::string& name, std::string_view bytes, bool synced) {
-    const auto file = files_.createFileAtPath(scratch_.path(name), nullptr);
-    ASSERT_TRUE(file && file->write(bytes, nullptr));
+    const auto file = files_.createFileAtPath(scratch_.path(name)).value_or(nullptr);
+    ASSERT_TRUE(file && file->write(bytes));
     if (synced) {
-      ASSERT_TRUE(file->synchronize(nullptr));
+      ASSERT_TRUE(file->synchronize());
     }
-    ASSERT_TRUE(file->close(nullptr));
+    ASSERT_TRUE(file->close());
   }
   std::optional<std::string> read(const std::string& name) {
     if (!std::filesystem::exists(scratch_.path(name))) return std::nullopt;
@@ -39,21 +39,21 @@ TEST_F(PowerCutFileManagerTest, ANameThatWasNotSyncedIsLost) {
 
 TEST_F(PowerCutFileManagerTest, BytesThatWereNotSyncedAreLostUnderASyncedName) {
   write("a", "bytes", false);
-  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path()));
   files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
   EXPECT_EQ(read("a"), "");
 }
 
 TEST_F(PowerCutFileManagerTest, WhatWasSyncedStays) {
   write("a", "bytes", true);
-  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path()));
   files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
   EXPECT_EQ(read("a"), "bytes");
 }
 
 TEST_F(PowerCutFileManagerTest, WhatABatchHasSyncedStaysAndWhatItHasNotIsLost) {
-  ASSERT_TRUE(files_.createDirectoryAtPath(scratch_.path("d"), nullptr));
-  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
+  ASSERT_TRUE(files_.createDirectoryAtPath(scratch_.path("d")));
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path()));
   EXPECT_EQ(files_.beginBatchSyncAtPath(scratch_.path("d"), 100), nullptr);
   files_.allowsBatchSyncs = true;
   const auto batch = files_.beginBatchSyncAtPath(scratch_.path("d"), 1);
@@ -69,8 +69,8 @@ TEST_F(PowerCutFileManagerTest, WhatABatchHasSyncedStaysAndWhatItHasNotIsLost) {
 TEST_F(PowerCutFileManagerTest, ARenameThatWasNotSyncedIsUndone) {
   write("a", "old", true);
   write("b", "new", true);
-  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path(), nullptr));
-  ASSERT_TRUE(files_.moveItemAtPath_toPath(scratch_.path("b"), scratch_.path("a"), nullptr));
+  ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path()));
+  ASSERT_TRUE(files_.moveItemAtPath_toPath(scratch_.path("b"), scratch_.path("a")));
   EXPECT_EQ(read("a"), "new");
   files_.restart(PowerCutFileManager::Loss::everythingUnsynced);
   EXPECT_EQ(read("a"), "old");
@@ -79,9 +79,9 @@ TEST_F(PowerCutFileManagerTest, ARenameThatWasNotSyncedIsUndone) {
 
 TEST_F(PowerCutFileManagerTest, NothingWorksAfterTheCut) {
   files_.cutAfter(1);
-  EXPECT_TRUE(files_.createDirectoryAtPath(scratch_.path("a"), nullptr));
+  EXPECT_TRUE(files_.createDirectoryAtPath(scratch_.path("a")));
   EXPECT_FALSE(files_.wasCut());
-  EXPECT_FALSE(files_.createDirectoryAtPath(scratch_.path("b"), nullptr));
+  EXPECT_FALSE(files_.createDirectoryAtPath(scratch_.path("b")));
   EXPECT_TRUE(files_.wasCut());
   EXPECT_FALSE(std::filesystem::exists(scratch_.path("b")));
 }

@@ -49,18 +49,20 @@ std::optional<kiv::Value> readConfiguration(const std::string& path, std::string
     objection = name + ": " + std::error_code(errno, std::generic_category()).message();
     return std::nullopt;
   }
-  std::optional<kiv::Error> error;
-  auto config = kiv::JSON::read(*text, &error);
+  auto config = kiv::JSON::read(*text);
   if (!config) {
-    objection = name + ": " + (error ? error->localizedDescription() : "is no JSON");
-  } else if (!config->isDictionary()) {
+    objection = name + ": " + config.error().localizedDescription();
+    return std::nullopt;
+  }
+  if (!config->isDictionary()) {
     objection = name + ": a configuration is a JSON object, with an array \"items\"";
     return std::nullopt;
-  } else if (!config->dictionary()["items"].isArray()) {
+  }
+  if (!config->dictionary()["items"].isArray()) {
     objection = name + ": the configuration has no array \"items\"";
     return std::nullopt;
   }
-  return config;
+  return *std::move(config);
 }
 
 }  // namespace tool

@@ -84,7 +84,8 @@ std::string show(const KivResourceVideo& video) {
 std::string show(const KivResourceWeb& page) {
   const std::string path = page.html().value_or("");
   auto& files = kiv::FileManager::defaultManager();
-  if (files.sizeOfItemAtPath(path) > largestPage) return "<p>The page is too large to show.</p>\n";
+  if (files.sizeOfItemAtPath(path).value_or(0) > largestPage)
+    return "<p>The page is too large to show.</p>\n";
   const auto contents = files.contentsAtPath(path);
   if (!contents) return "<p>The page cannot be read.</p>\n";
   const auto directory = KivResourceStorageModule::directoryOfPageAtPath(path);

@@ -162,9 +162,8 @@ SessionCall readNamedCall(std::string_view name, Arguments& arguments) {
 }  // namespace
 
 SessionCall readSessionCall(std::string line) {
-  std::optional<kiv::Error> error;
-  const auto value = kiv::JSON::read(kiv::Data(std::move(line)), &error);
-  if (!value) return {Invalid{error ? error->localizedDescription() : "the line is no JSON"}};
+  const auto value = kiv::JSON::read(kiv::Data(std::move(line)));
+  if (!value) return {Invalid{value.error().localizedDescription()}};
   if (!value->isDictionary()) return {Invalid{"a call is a JSON object"}};
   const kiv::Value& name = value->dictionary()["call"];
   if (!name.isString()) return {Invalid{"\"call\" is to be a string"}};

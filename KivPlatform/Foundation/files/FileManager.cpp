@@ -3,6 +3,7 @@
 #include <atomic>
 #include <utility>
 
+#include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/Foundation/files/SystemFileManager.h"
 
@@ -11,6 +12,34 @@ namespace kiv {
 namespace {
 
 std::atomic<FileManager*> replacement{nullptr};
+
+/// A file that is removed unless somebody takes it.
+class TakenFile final : public DataFile {
+ public:
+  TakenFile(std::unique_ptr<MappedFile> file, std::string path, std::shared_ptr<void> keeper)
+      : file_(std::move(file)), path_(std::move(path)), keeper_(std::move(keeper)) {}
+  TakenFile(const TakenFile&) = delete;
+  TakenFile& operator=(const TakenFile&) = delete;
+  ~TakenFile() override {
+    if (path_) FileManager::defaultManager().discardItemAtPath(*path_);
+  }
+
+  [[nodiscard]] std::string_view bytes() const noexcept override { return file_->bytes(); }
+  Status copyBytes(std::uint64_t offset, char* to, std::size_t count) const override {
+    return file_->copyBytes(offset, to, count);
+  }
+  std::optional<std::string> take() override {
+    const MutexLock lock(mutex_);
+    keeper_.reset();
+    return std::exchange(path_, std::nullopt);
+  }
+
+ private:
+  const std::unique_ptr<MappedFile> file_;
+  Mutex mutex_;
+  std::optional<std::string> path_ KIV_GUARDED_BY(mutex_);  // while the file is this object's
+  std::shared_ptr<void> keeper_ KIV_GUARDED_BY(mutex_);
+};
 
 }  // namespace
 
@@ -35,20 +64,18 @@ std::optional<std::vector<std::string>> FileManager::removalRoots() {
   return removal::roots();
 }
 
-std::optional<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path,
-                                                              std::optional<Error>* error) {
-  return systemFileManager().identityOfFileAtPath(path, error);
+Result<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path) {
+  return systemFileManager().identityOfFileAtPath(path);
 }
 
-bool FileManager::createPrivateDirectoryAtPath(std::string_view path, std::optional<Error>* error) {
-  if (!createDirectoryAtPath(path, error)) return false;
+Status FileManager::createPrivateDirectoryAtPath(std::string_view path) {
+  if (Status status = createDirectoryAtPath(path); !status) return status;
   makePrivateItemAtPath(path);
-  return true;
+  return {};
 }
 
-std::unique_ptr<WritableFile> FileManager::createPrivateFileAtPath(std::string_view path,
-                                                                   std::optional<Error>* error) {
-  auto file = createFileAtPath(path, error);
+Result<std::unique_ptr<WritableFile>> FileManager::createPrivateFileAtPath(std::string_view path) {
+  auto file = createFileAtPath(path);
   if (file) makePrivateItemAtPath(path);
   return file;
 }
@@ -61,10 +88,15 @@ void FileManager::discardItemAtPath(std::string_view path) {
   static_cast<void>(removeItemAtPath(path));
 }
 
-bool FileManager::copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
-                                                        std::string_view otherPath,
-                                                        std::optional<Error>* error) {
-  return systemFileManager().copyAccessToFileAtPath_fromFileAtPath(path, otherPath, error);
+Status FileManager::copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
+                                                          std::string_view otherPath) {
+  return systemFileManager().copyAccessToFileAtPath_fromFileAtPath(path, otherPath);
+}
+
+Result<Data> fileDataAtPath(std::string path, std::shared_ptr<void> keeper) {
+  auto file = FileManager::defaultManager().mapFileAtPath(path);
+  if (!file) return file.error();
+  return Data(std::make_shared<TakenFile>(*std::move(file), std::move(path), std::move(keeper)));
 }
 
 }  // namespace kiv

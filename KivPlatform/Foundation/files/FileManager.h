@@ -10,7 +10,7 @@
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Data.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
 
@@ -44,13 +44,12 @@ class KIV_EXPORT WritableFile {
  public:
   virtual ~WritableFile() = default;
   /// Appends all of the bytes, or fails.
-  [[nodiscard]] virtual bool write(std::string_view bytes,
-                                   std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status write(std::string_view bytes) = 0;
   /// Waits until the written bytes are on the disk (fsync). After a failure the contents are
   /// undefined: discard the file and never sync it again.
-  [[nodiscard]] virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status synchronize() = 0;
   /// Closes the file, and reports a late write error. Nothing may be called afterwards.
-  [[nodiscard]] virtual bool close(std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status close() = 0;
 };
 
 /// The mapped bytes of a regular file. The mapping stays valid if the file is renamed or removed.
@@ -58,11 +57,11 @@ class KIV_EXPORT MappedFile {
  public:
   virtual ~MappedFile() = default;
   /// The bytes. If another process truncates the file, reading beyond its new end raises SIGBUS.
-  [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
-  /// Copies `count` bytes from `offset` on. False if they cannot be read, also because the file was
+  [[nodiscard]] virtual std::string_view bytes() const noexcept KIV_LIFETIME_BOUND = 0;
+  /// Copies `count` bytes from `offset` on. Fails if they cannot be read, also because the file was
   /// truncated.
-  [[nodiscard]] virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
-                                       std::optional<Error>* error = nullptr) const = 0;
+  [[nodiscard]] virtual Status copyBytes(std::uint64_t offset, char* to,
+                                         std::size_t count) const = 0;
 };
 
 /// One sync for many files (syncfs).
@@ -71,7 +70,7 @@ class KIV_EXPORT BatchSync {
   virtual ~BatchSync() = default;
   /// Waits until everything written below the directory since this was created is on the disk.
   /// Called at most once. After a failure the contents are undefined: discard them.
-  [[nodiscard]] virtual bool synchronize(std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status synchronize() = 0;
 };
 
 /// An advisory lock on a file, held until the destructor or the end of the process.
@@ -80,13 +79,12 @@ class KIV_EXPORT FileLock {
   virtual ~FileLock() = default;
 };
 
-/// The seam through which every operation on files goes: one object of the process, which tests
-/// replace by one that fails or loses unsynced data.
+/// Every operation on files goes through this interface. The process has one object of it, which
+/// tests replace by one that fails or loses unsynced data.
 ///
-/// Paths are UTF-8. An operation that fails answers false or nothing and stores an error, most
-/// often in SystemErrorDomain, where the caller gave a place for it. Operations may be called from
-/// any thread; calls that concern one path are for the caller to put in order. A "/" at the end of
-/// a path says that a directory is meant; a link that leads to one is none.
+/// Paths are UTF-8. Errors are mostly of SystemErrorDomain. Operations may be called from any
+/// thread; the caller orders the calls that concern one path. A "/" at the end of a path says that
+/// a directory is meant; a link to one does not count.
 class KIV_EXPORT FileManager {
  public:
   /// The file manager in use.
@@ -125,104 +123,94 @@ class KIV_EXPORT FileManager {
   /// True if a symbolic link lies at the path, wherever it leads.
   [[nodiscard]] virtual bool linkExistsAtPath(std::string_view path) = 0;
 
-  /// True if a regular file, or a link to one, can be opened and its first byte read.
-  [[nodiscard]] virtual bool fileIsReadableAtPath(std::string_view path,
-                                                  std::optional<Error>* error = nullptr) = 0;
+  /// Success if a regular file, or a link to one, can be opened and its first byte read.
+  [[nodiscard]] virtual Status fileIsReadableAtPath(std::string_view path) = 0;
   /// The absolute path of what lies at the path, without links, "." or ".." or empty components.
-  [[nodiscard]] virtual std::optional<std::string> resolvedPathOfItemAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Result<std::string> resolvedPathOfItemAtPath(std::string_view path) = 0;
   /// The bytes that an item takes on the disk; a directory with everything in it, a link by itself.
-  [[nodiscard]] virtual std::optional<std::uint64_t> sizeOfItemAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Result<std::uint64_t> sizeOfItemAtPath(std::string_view path) = 0;
   /// The space of the file system that the path lies on, or would lie on: it need not be there.
-  [[nodiscard]] virtual std::optional<FileSystemSpace> spaceAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Result<FileSystemSpace> spaceAtPath(std::string_view path) = 0;
 
   /// The whole contents of a regular file.
-  [[nodiscard]] virtual std::optional<Data> contentsAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
-  /// A regular file, mapped instead of read; nullptr on failure.
-  [[nodiscard]] virtual std::unique_ptr<MappedFile> mapFileAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Result<Data> contentsAtPath(std::string_view path) = 0;
+  /// A regular file, mapped instead of read.
+  [[nodiscard]] virtual Result<std::unique_ptr<MappedFile>> mapFileAtPath(
+      std::string_view path) = 0;
   /// The number of bytes in the regular file at the path, which may not be a link; nothing if
   /// there is none.
   [[nodiscard]] virtual std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) = 0;
-  /// What tells the file at the path, or that to which a link leads, from any other state of it.
-  /// Unless overridden, of the system's file.
-  [[nodiscard]] virtual std::optional<FileIdentity> identityOfFileAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr);
+  /// The identity of the file at the path, or of that to which a link leads. Unless overridden, of
+  /// the system's file.
+  [[nodiscard]] virtual Result<FileIdentity> identityOfFileAtPath(std::string_view path);
   /// The names of a directory's items, in no given order.
-  [[nodiscard]] virtual std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Result<std::vector<std::string>> contentsOfDirectoryAtPath(
+      std::string_view path) = 0;
 
-  /// Makes the directory and the missing ones above it; true also if it stood already. Who may
+  /// Makes the directory and the missing ones above it; success also if it exists already. Who may
   /// use a new one follows the process's umask, but others may never write to it.
-  [[nodiscard]] virtual bool createDirectoryAtPath(std::string_view path,
-                                                   std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status createDirectoryAtPath(std::string_view path) = 0;
   /// The same for its owner alone (mode 0700), whatever the umask. Those above it are as any other.
   /// Unless overridden, createDirectoryAtPath() and makePrivateItemAtPath().
-  [[nodiscard]] virtual bool createPrivateDirectoryAtPath(std::string_view path,
-                                                          std::optional<Error>* error = nullptr);
-  /// Creates a file that must not exist yet, open for writing; nullptr on failure. Who may use it
-  /// follows the process's umask, but others may never write to it.
-  [[nodiscard]] virtual std::unique_ptr<WritableFile> createFileAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status createPrivateDirectoryAtPath(std::string_view path);
+  /// Creates a file that must not exist yet, open for writing. Who may use it follows the process's
+  /// umask, but others may never write to it.
+  [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> createFileAtPath(
+      std::string_view path) = 0;
   /// The same for its owner alone (mode 0600), whatever the umask. Unless overridden,
   /// createFileAtPath() and makePrivateItemAtPath().
-  [[nodiscard]] virtual std::unique_ptr<WritableFile> createPrivateFileAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr);
-  /// Takes the rights of everybody but its owner from a regular file or a directory, where this
-  /// process runs as its owner; anything else, such as a link or a directory with the sticky bit,
-  /// is left alone. A failure is no error: what was too open stays so. Unless overridden, the
-  /// system's item.
+  [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> createPrivateFileAtPath(
+      std::string_view path);
+  /// Takes the rights of everybody but its owner from a regular file or a directory if this process
+  /// runs as its owner. Anything else, such as a link or a directory with the sticky bit, is left
+  /// alone. Failures are ignored. Unless overridden, the system's item.
   virtual void makePrivateItemAtPath(std::string_view path);
   /// Gives the regular file at the path, which may not be a link, the rights of that at the other
   /// path. Unless overridden, the system's files.
-  [[nodiscard]] virtual bool copyAccessToFileAtPath_fromFileAtPath(
-      std::string_view path, std::string_view otherPath, std::optional<Error>* error = nullptr);
+  [[nodiscard]] virtual Status copyAccessToFileAtPath_fromFileAtPath(std::string_view path,
+                                                                     std::string_view otherPath);
   /// Opens the regular file at the path, which may not be a link, for writing at its end, cut off
   /// after `length` bytes where it is longer; nullptr on failure.
-  [[nodiscard]] virtual std::unique_ptr<WritableFile> openFileAtPath_length(
-      std::string_view path, std::uint64_t length, std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> openFileAtPath_length(
+      std::string_view path, std::uint64_t length) = 0;
   /// Returns when the directory's own entries (made, renamed, removed) have reached the disk.
-  [[nodiscard]] virtual bool synchronizeDirectoryAtPath(std::string_view path,
-                                                        std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status synchronizeDirectoryAtPath(std::string_view path) = 0;
 
-  /// Begins to write that many files below the directory, which stands, and to sync all of them at
-  /// once. nullptr, which is no error, where that is not possible or not faster: each file and each
+  /// Prepares one sync for that many files, to be written below the directory, which exists.
+  /// nullptr, which is no error, if that is not possible or not faster: each file and each
   /// directory is then to be synced by itself.
   [[nodiscard]] virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
                                                                         std::size_t files) = 0;
 
   /// Renames in one step; a file at the new path is replaced, a directory there must be empty.
-  [[nodiscard]] virtual bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                                                   std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status moveItemAtPath_toPath(std::string_view path,
+                                                     std::string_view newPath) = 0;
   /// Lets two items change places in one step. Fails if the file system has no such step.
-  [[nodiscard]] virtual bool exchangeItemAtPath_withItemAtPath(
-      std::string_view path, std::string_view otherPath, std::optional<Error>* error = nullptr) = 0;
-  /// Renames, under the guard of removals, an item that is to be removed at the new path: refused
-  /// where one of the two directories lies outside the guard's roots. What is moved is what lies
-  /// there by name, a link itself.
-  [[nodiscard]] virtual bool withdrawItemAtPath_toPath(std::string_view path,
-                                                       std::string_view newPath,
-                                                       std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status exchangeItemAtPath_withItemAtPath(std::string_view path,
+                                                                 std::string_view otherPath) = 0;
+  /// Renames an item that is to be removed at the new path. The guard of removals refuses it if one
+  /// of the two directories lies outside its roots. A link is moved itself.
+  [[nodiscard]] virtual Status withdrawItemAtPath_toPath(std::string_view path,
+                                                         std::string_view newPath) = 0;
   /// Removes a file, a link (never what it leads to), or a directory with everything in it. That
   /// nothing lies there is an error too, and so is a path that ends in "." or "..", and that of the
   /// file system's root. What the guard refuses (setRemovalRoots) is an error like any other.
-  [[nodiscard]] virtual bool removeItemAtPath(std::string_view path,
-                                              std::optional<Error>* error = nullptr) = 0;
+  [[nodiscard]] virtual Status removeItemAtPath(std::string_view path) = 0;
 
-  /// Removes what lies at the path, as far as that can be done: what stays is no error, since it is
-  /// swept at another time, or was not there.
+  /// Removes what lies at the path and ignores failures: for what a later sweep removes otherwise.
   void discardItemAtPath(std::string_view path);
 
-  /// Takes the advisory lock of the file at the path, which is made where it is missing, for its
-  /// owner alone (mode 0600), and made private where it is not; nullptr
-  /// where another process, or another lock of this one, holds it, or on failure. The file locked
-  /// is the one that lies at the path when this returns: as long as only its holder removes it, two
-  /// never hold the lock of one path.
-  [[nodiscard]] virtual std::unique_ptr<FileLock> lockFileAtPath(
-      std::string_view path, std::optional<Error>* error = nullptr) = 0;
+  /// Takes the advisory lock of the file at the path, which is created if it is missing and gets
+  /// mode 0600. Fails, with EAGAIN, if another process or another lock of this one holds it. The
+  /// file locked is the one that lies at the path when this returns: as long as only its holder
+  /// removes it, two never hold the lock of one path.
+  [[nodiscard]] virtual Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) = 0;
 };
+
+/// Takes over the regular file at the path, which nobody may write to any more. Its bytes are
+/// mapped, not read, and a descriptor stays open. The file is removed with the last copy of the
+/// data unless Data::takeFile() hands it on; `keeper` is released at that moment too. On failure
+/// the file is left alone.
+KIV_EXPORT Result<Data> fileDataAtPath(std::string path, std::shared_ptr<void> keeper = nullptr);
 
 }  // namespace kiv

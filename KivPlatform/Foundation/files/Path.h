@@ -6,22 +6,24 @@
 #include "KivPlatform/Foundation/Export.h"
 
 /// Operations on path strings: UTF-8 text with "/" between components, local paths and links alike.
-/// They look at the text alone, never at the disk.
+/// They never access the disk.
 namespace kiv::path {
 
-/// The text after the final "/"; the whole string where there is none. "a/" has the empty name.
-KIV_EXPORT std::string_view lastPathComponent(std::string_view path) noexcept;
+/// The text after the final "/"; the whole string if there is none. "a/" has the empty name.
+KIV_EXPORT std::string_view lastPathComponent(std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
-/// The text before the last component, without the separator; "/" stays for a child of the root.
-KIV_EXPORT std::string_view deletingLastPathComponent(std::string_view path) noexcept;
+/// The text before the last component, without the separator; "/" for a child of the root.
+KIV_EXPORT std::string_view deletingLastPathComponent(
+    std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
 /// The text after the last "." of the last component, empty if there is none.
-KIV_EXPORT std::string_view pathExtension(std::string_view path) noexcept;
+KIV_EXPORT std::string_view pathExtension(std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
 /// The path without its extension and the "." before it: "a.b.zip" becomes "a.b", ".zip" empty.
-KIV_EXPORT std::string_view deletingPathExtension(std::string_view path) noexcept;
+KIV_EXPORT std::string_view deletingPathExtension(
+    std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
-/// The two joined by exactly one "/", whether or not either brings one of its own. An empty path
+/// The two joined by exactly one "/", whether or not they end or begin with one. An empty path
 /// yields the component alone.
 KIV_EXPORT std::string appendingPathComponent(std::string_view path, std::string_view component);
 

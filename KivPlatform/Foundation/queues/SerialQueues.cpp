@@ -48,7 +48,7 @@ SerialQueues& SerialQueues::shared() {
 SerialQueues::SerialQueues() {
   // atexit handlers run in reverse order: the JSON library is initialised first, so that it is
   // cleaned up after the queues have stopped.
-  JSON::read("[\"\"]");
+  static_cast<void>(JSON::read("[\"\"]"));
   std::atexit(&SerialQueues::stop);
   callInForkedChildren(&SerialQueues::beginAgain);
   areUsed_ = true;

@@ -41,15 +41,14 @@ bool Data::isFile() const noexcept {
   return file_ != nullptr;
 }
 
-bool Data::copyBytes(std::uint64_t offset, char* to, std::size_t count,
-                     std::optional<Error>* error) const {
-  if (file_) return file_->copyBytes(offset, to, count, error);
+Status Data::copyBytes(std::uint64_t offset, char* to, std::size_t count) const {
+  if (file_) return file_->copyBytes(offset, to, count);
   const std::string_view bytes = view();
   if (offset > bytes.size() || count > bytes.size() - offset) {
-    return fail(error, systemError(EINVAL, "read", "the data"));
+    return systemError(EINVAL, "read", "the data");
   }
   bytes.copy(to, count, static_cast<std::size_t>(offset));
-  return true;
+  return {};
 }
 
 }  // namespace kiv

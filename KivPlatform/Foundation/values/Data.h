@@ -9,19 +9,19 @@
 #include <string_view>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
 
-/// The file that holds the bytes of some data. Used from different threads.
+/// The file that holds the bytes of some data. Thread-safe.
 class KIV_EXPORT DataFile {
  public:
   virtual ~DataFile() = default;
   /// The bytes, which stay where they are as long as this lives.
-  [[nodiscard]] virtual std::string_view bytes() const noexcept = 0;
-  /// Copies `count` bytes from `offset` on; false if they cannot be read, or are not there.
-  virtual bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
-                         std::optional<Error>* error) const = 0;
+  [[nodiscard]] virtual std::string_view bytes() const noexcept KIV_LIFETIME_BOUND = 0;
+  /// Copies `count` bytes from `offset` on. Fails if they cannot be read, or are not there.
+  [[nodiscard]] virtual Status copyBytes(std::uint64_t offset, char* to,
+                                         std::size_t count) const = 0;
   /// The file's path, once: it is the caller's from then on.
   virtual std::optional<std::string> take() = 0;
 };
@@ -34,36 +34,35 @@ class KIV_EXPORT Data {
   Data() noexcept = default;
   /// Takes the bytes over.
   explicit Data(std::string bytes);
-  /// The same; gives them back to `release`, on whatever thread it is, when the last copy goes.
+  /// The same. The destructor of the last copy gives them back to `release`, on its thread.
   Data(std::string bytes, std::function<void(std::string)> release);
 
-  /// Bytes that lie in a file, which goes with the last copy; see fileDataAtPath().
+  /// Bytes in a file, which is removed with the last copy; see fileDataAtPath().
   explicit Data(std::shared_ptr<DataFile> file) noexcept;
 
-  /// The path of the file that holds the bytes, for whoever wants to move it to where it shall stay
-  /// instead of writing the bytes again: the file is the caller's from now on, to move or to
-  /// remove. Answers so once, of all copies; otherwise, and if the bytes lie in memory, nothing.
-  /// The bytes of every copy stay readable, wherever the file goes.
+  /// The path of the file that holds the bytes, so that it can be renamed instead of written again.
+  /// From then on the caller owns the file, and moves or removes it. Only one call answers, among
+  /// all copies; nothing otherwise, or if the bytes are in memory. The bytes of every copy stay
+  /// readable.
   [[nodiscard]] std::optional<std::string> takeFile() const;
 
   [[nodiscard]] std::size_t size() const noexcept { return view().size(); }
   [[nodiscard]] bool empty() const noexcept { return view().empty(); }
-  /// The bytes, valid as long as this object or a copy of it lives. Where they lie in a file, and
-  /// another process cuts that off in spite of what was said, looking at them ends the process.
-  [[nodiscard]] std::string_view view() const noexcept;
-  /// True if the bytes lie in a file, wherever that has been moved to.
+  /// The bytes, valid as long as this object or a copy of it lives. If they are in a file and
+  /// another process truncates it, reading beyond its new end raises SIGBUS.
+  [[nodiscard]] std::string_view view() const noexcept KIV_LIFETIME_BOUND;
+  /// True if the bytes are in a file, even after takeFile().
   [[nodiscard]] bool isFile() const noexcept;
-  /// Copies `count` bytes from `offset` on. False if the data has no such bytes, or they can no
-  /// longer be read from its file, which may have been cut off.
-  bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
-                 std::optional<Error>* error = nullptr) const;
+  /// Copies `count` bytes from `offset` on. Fails if the data has no such bytes, or if they can no
+  /// longer be read from its file, which may have been truncated.
+  Status copyBytes(std::uint64_t offset, char* to, std::size_t count) const;
 
   friend bool operator==(const Data& a, const Data& b) noexcept { return a.view() == b.view(); }
 
  private:
   class Memory;
 
-  // One of them at most.
+  // At most one of the two is set.
   std::shared_ptr<const Memory> memory_;
   std::shared_ptr<DataFile> file_;
 };

@@ -1,6 +1,5 @@
 #include "KivPlatform/Foundation/values/Error.h"
 
-#include <system_error>
 #include <utility>
 
 namespace kiv {
@@ -24,16 +23,15 @@ bool operator==(const Error& a, const Error& b) noexcept {
   return a.domain == b.domain && a.code == b.code && a.userInfo == b.userInfo;
 }
 
-bool fail(std::optional<Error>* place, Error error) {
-  if (place) *place = std::move(error);
-  return false;
-}
-
 Error systemError(int number, std::string_view what, std::string_view path) {
   std::string message = "Could not ";
   message.append(what).append(" \"").append(path).append("\": ");
   message += std::error_code(number, std::generic_category()).message() + ".";
   return Error(SystemErrorDomain, number, message);
+}
+
+bool isSystemError(const Error& error, std::errc number) noexcept {
+  return error.domain == SystemErrorDomain && error.code == static_cast<int>(number);
 }
 
 }  // namespace kiv

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Value.h"
@@ -27,7 +27,7 @@ struct KIV_EXPORT Error {
   Error(std::string_view errorDomain, std::int64_t errorCode, const std::string& message)
       : Error(errorDomain, errorCode, std::string_view(message)) {}
 
-  /// The message for a person, or an empty string where there is none.
+  /// The message for a person, or an empty string if there is none.
   [[nodiscard]] std::string localizedDescription() const;
   /// One line for a log: domain, code and message.
   [[nodiscard]] std::string description() const;
@@ -35,15 +35,14 @@ struct KIV_EXPORT Error {
   KIV_EXPORT friend bool operator==(const Error& a, const Error& b) noexcept;
 };
 
-/// Stores `error` where the caller of an operation asked for errors, and answers false, so that an
-/// operation can end with `return fail(error, ...)`.
-KIV_EXPORT bool fail(std::optional<Error>* place, Error error);
-
 /// Domain of the errors that the operating system reports; the code is its error number.
 inline constexpr std::string_view SystemErrorDomain = "kiv.System";
 
 /// The operating system's error of that number, met while doing `what` ("write", "rename") with
 /// the file at `path`.
 KIV_EXPORT Error systemError(int number, std::string_view what, std::string_view path);
+
+/// True if it is the operating system's error with that number.
+KIV_EXPORT bool isSystemError(const Error& error, std::errc number) noexcept;
 
 }  // namespace kiv

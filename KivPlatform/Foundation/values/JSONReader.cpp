@@ -394,28 +394,24 @@ Error errorOfFault(const Fault& fault, std::string_view text) {
   return Error(JSONErrorDomain, static_cast<int>(fault.code), message + ".");
 }
 
-std::optional<Value> readPadded(const simdjson::padded_string& padded,
-                                std::optional<Error>* error) {
+Result<Value> readPadded(const simdjson::padded_string& padded) {
   const std::string_view text = padded;
   ondemand::parser parser;
   ondemand::document document;
   if (const error_code code = parser.iterate(padded).get(document)) {
-    kiv::fail(error, errorOfFault(faultOfText(code, text), text));
-    return std::nullopt;
+    return errorOfFault(faultOfText(code, text), text);
   }
   Builder builder;
   Value root = builder.build(document);
-  if (!builder.failed()) return root;
-  kiv::fail(error, errorOfFault(builder.fault(), text));
-  return std::nullopt;
+  if (builder.failed()) return errorOfFault(builder.fault(), text);
+  return root;
 }
 
-/// The whole of a text, with the error where it has a fault.
-std::optional<Value> readWhole(std::string_view text, std::optional<Error>* error) {
+Result<Value> readWhole(std::string_view text) {
   const simdjson::padded_string padded(text);
   // Without memory for its copy of the text, the parser's string is empty.
   if (padded.size() != text.size()) throw std::bad_alloc();
-  return readPadded(padded, error);
+  return readPadded(padded);
 }
 
 /// The array of a text that is one of objects and arrays, read element by element: no copy of the
@@ -446,20 +442,19 @@ std::optional<Value> readElements(std::string_view text) {
 
 }  // namespace
 
-OptionalValue JSON::read(const Data& text, std::optional<Error>* error) {
-  return read(text.view(), error);
+Result<Value> JSON::read(const Data& text) {
+  return read(text.view());
 }
 
-OptionalValue JSON::read(std::string_view text, std::optional<Error>* error) {
+Result<Value> JSON::read(std::string_view text) {
   constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
   if (text.starts_with(byteOrderMark)) text.remove_prefix(byteOrderMark.size());
   try {
-    auto value = readElements(text);
-    return value ? value : readWhole(text, error);
+    if (auto list = readElements(text)) return *std::move(list);
+    return readWhole(text);
   } catch (const std::bad_alloc&) {
   }
-  kiv::fail(error, errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {}));
-  return std::nullopt;
+  return errorOfFault({JSONErrorCode::tooLarge, "is too large to read", nullptr}, {});
 }
 
 }  // namespace kiv

@@ -293,17 +293,15 @@ bool Writer::refuse(std::string_view objection) {
 
 }  // namespace
 
-std::optional<Data> JSON::write(const Value& value, std::optional<Error>* error) {
+Result<Data> JSON::write(const Value& value) {
   if (!value.isArray() && !value.isDictionary()) {
-    fail(error, Error(JSONErrorDomain, static_cast<int>(JSONErrorCode::bareValue),
-                      "Only an array or a dictionary can be written as JSON text."));
-    return std::nullopt;
+    return Error(JSONErrorDomain, static_cast<int>(JSONErrorCode::bareValue),
+                 "Only an array or a dictionary can be written as JSON text.");
   }
   Writer writer(Writer::Layout::indented);
   if (!writer.write(value) || !writer.isValidText()) {
-    fail(error, Error(JSONErrorDomain, static_cast<int>(JSONErrorCode::unwritable),
-                      "Could not write JSON: " + writer.objection() + "."));
-    return std::nullopt;
+    return Error(JSONErrorDomain, static_cast<int>(JSONErrorCode::unwritable),
+                 "Could not write JSON: " + writer.objection() + ".");
   }
   return Data(writer.takeText());
 }

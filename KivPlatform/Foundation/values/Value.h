@@ -130,7 +130,7 @@ class KIV_EXPORT Value {
   /// The number as a float, clamped to its range; 0 for other kinds.
   [[nodiscard]] float singlePrecision() const noexcept;
   /// The characters of a string, in UTF-8, valid until this value changes; empty for other kinds.
-  [[nodiscard]] std::string_view stringView() const noexcept {
+  [[nodiscard]] std::string_view stringView() const noexcept KIV_LIFETIME_BOUND {
     if (!isString()) return {};
     if (!holdsBlock()) return {small_.characters, small_.size};
     const std::size_t size = std::size_t{large_.highSize} << 32 | large_.lowSize;
@@ -138,10 +138,10 @@ class KIV_EXPORT Value {
   }
   [[nodiscard]] std::string string() const { return std::string(stringView()); }
   /// The array, or an empty one.
-  [[nodiscard]] const Array& array() const& noexcept;
+  [[nodiscard]] const Array& array() const& noexcept KIV_LIFETIME_BOUND;
   [[nodiscard]] Array array() const&& noexcept;
   /// The dictionary, or an empty one.
-  [[nodiscard]] const Dictionary& dictionary() const& noexcept;
+  [[nodiscard]] const Dictionary& dictionary() const& noexcept KIV_LIFETIME_BOUND;
   [[nodiscard]] Dictionary dictionary() const&& noexcept;
 
   /// Compares contents. Numbers and booleans are equal if their numeric values are; the order of a
@@ -202,7 +202,7 @@ class KIV_EXPORT Array {
   [[nodiscard]] std::size_t size() const noexcept;
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
   /// The value at the index; null beyond the end.
-  [[nodiscard]] const Value& operator[](std::size_t index) const& noexcept;
+  [[nodiscard]] const Value& operator[](std::size_t index) const& noexcept KIV_LIFETIME_BOUND;
   [[nodiscard]] Value operator[](std::size_t index) const&& noexcept { return (*this)[index]; }
   [[nodiscard]] const Value* begin() const noexcept;
   [[nodiscard]] const Value* end() const noexcept;
@@ -237,7 +237,7 @@ class KIV_EXPORT Dictionary {
     }
     ~Key();
     /// Valid as long as this key or a copy of it lives.
-    [[nodiscard]] std::string_view view() const noexcept {
+    [[nodiscard]] std::string_view view() const noexcept KIV_LIFETIME_BOUND {
       return block_ ? block_->view() : std::string_view();
     }
 
@@ -249,7 +249,7 @@ class KIV_EXPORT Dictionary {
   struct Entry {
     Entry(Key entryKey, Value entryValue)
         : key_(std::move(entryKey)), value(std::move(entryValue)) {}
-    [[nodiscard]] std::string_view key() const noexcept { return key_.view(); }
+    [[nodiscard]] std::string_view key() const noexcept KIV_LIFETIME_BOUND { return key_.view(); }
 
    private:
     friend class Dictionary;
@@ -271,9 +271,9 @@ class KIV_EXPORT Dictionary {
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
   [[nodiscard]] bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
   /// The value under the key, or nullptr if the key is absent.
-  [[nodiscard]] const Value* find(std::string_view key) const noexcept;
+  [[nodiscard]] const Value* find(std::string_view key) const noexcept KIV_LIFETIME_BOUND;
   /// The value under the key, or null if the key is absent.
-  [[nodiscard]] const Value& operator[](std::string_view key) const& noexcept;
+  [[nodiscard]] const Value& operator[](std::string_view key) const& noexcept KIV_LIFETIME_BOUND;
   [[nodiscard]] Value operator[](std::string_view key) const&& noexcept { return (*this)[key]; }
   [[nodiscard]] const Entry* begin() const noexcept;
   [[nodiscard]] const Entry* end() const noexcept;
@@ -304,41 +304,5 @@ inline Array Value::array() const&& noexcept {
 inline Dictionary Value::dictionary() const&& noexcept {
   return dictionary();
 }
-
-/// An optional value whose operator-> returns the containers of a temporary as copies, as those of
-/// a temporary Value are.
-class OptionalValue : public std::optional<Value> {
- public:
-  /// The value of a temporary.
-  class Temporary {
-   public:
-    explicit Temporary(Value value) noexcept : value_(std::move(value)) {}
-    const Temporary* operator->() const noexcept { return this; }
-
-    [[nodiscard]] Value::Kind kind() const noexcept { return value_.kind(); }
-    [[nodiscard]] bool isArray() const noexcept { return value_.isArray(); }
-    [[nodiscard]] bool isDictionary() const noexcept { return value_.isDictionary(); }
-    [[nodiscard]] Array array() const noexcept { return value_.array(); }
-    [[nodiscard]] Dictionary dictionary() const noexcept { return value_.dictionary(); }
-
-   private:
-    Value value_;
-  };
-
-  using std::optional<Value>::optional;
-  OptionalValue(std::optional<Value> value) noexcept : std::optional<Value>(std::move(value)) {}
-
-  Value* operator->() & noexcept { return &**this; }
-  const Value* operator->() const& noexcept { return &**this; }
-  Temporary operator->() const&& noexcept { return Temporary(**this); }
-
-  friend bool operator==(const OptionalValue& a, std::nullopt_t) noexcept { return !a; }
-  friend bool operator==(const OptionalValue& a, const std::optional<Value>& b) noexcept {
-    return a.has_value() == b.has_value() && (!a || *a == *b);
-  }
-  friend bool operator==(const OptionalValue& a, const OptionalValue& b) noexcept {
-    return a.has_value() == b.has_value() && (!a || *a == *b);
-  }
-};
 
 }  // namespace kiv

@@ -56,30 +56,36 @@ bool BodySink::begin(const URL& from, const ResponseCheck& response) {
 
 bool BodySink::moveToDisk() {
   coming_.version = response_->version();  // takes a while to read, and is of use on the disk alone
-  partial_ = spool_.create(url_, &error_);
-  if (!partial_ || !partial_->begin(coming_, &error_)) return false;
+  auto created = spool_.create(url_);
+  partial_ = created ? *std::move(created) : nullptr;
+  if (!partial_) return remember(std::move(created).error());
+  if (Status status = partial_->begin(coming_); !status) return remember(std::move(status));
   isOnDisk_ = true;
   std::string bytes = std::exchange(memory_, {});
-  const bool isAppended = partial_->append(bytes, &error_);
+  Status status = partial_->append(bytes);
   buffers_.giveBack(std::move(bytes));
-  return isAppended;
+  return remember(std::move(status));
+}
+
+bool BodySink::remember(Status&& status) {
+  return std::move(status).reportTo(&error_);
 }
 
 bool BodySink::resume() {
   resumed_ = range()->first;
   isOnDisk_ = true;
-  return partial_->resume(resumed_, &error_);
+  return remember(partial_->resume(resumed_));
 }
 
 bool BodySink::append(std::string_view bytes) {
-  if (isOnDisk_) return partial_->append(bytes, &error_);
+  if (isOnDisk_) return remember(partial_->append(bytes));
   memory_.append(bytes);
   const bool isLarge = static_cast<std::int64_t>(memory_.size()) > largestInMemory_;
   return !isLarge || !spool_.isUsable() || moveToDisk();
 }
 
 bool BodySink::flush() {
-  return !isOnDisk_ || !partial_ || partial_->flush(&error_);
+  return !isOnDisk_ || !partial_ || remember(partial_->flush());
 }
 
 void BodySink::keep() {
@@ -91,7 +97,7 @@ void BodySink::keep() {
 
 std::optional<Data> BodySink::finish() {
   if (!isOnDisk_) return buffers_.data(std::move(memory_));
-  return PartialBody::finish(std::move(partial_), &error_);
+  return PartialBody::finish(std::move(partial_)).reportTo(&error_);
 }
 
 void BodySink::askOtherwise() {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "KivPlatform/Foundation/values/Data.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
@@ -21,7 +21,9 @@ class SpoolDirectory;
 /// Receives the body of one attempt: in memory while it is small, otherwise in the spool directory,
 /// after the part that an earlier attempt left there.
 ///
-/// A failed attempt leaves its part for the next one; begin() discards it.
+/// A failed attempt leaves its part for the next one; begin() discards it. The operations are
+/// called from callbacks of the transfer, which can only be told to go on or to stop: they answer
+/// whether they succeeded, and error() tells why not.
 class BodySink {
  public:
   /// `spool` and `buffers` must outlive the sink. Looks for a partial body of the URL.
@@ -61,11 +63,13 @@ class BodySink {
   [[nodiscard]] std::int64_t resumed() const noexcept { return resumed_; }
   /// True if more is kept for a later attempt than this one found.
   [[nodiscard]] bool hasGrown() const;
-  /// The error of the disk; nothing if memory ran out.
+  /// The last error of the disk; nothing if memory ran out.
   [[nodiscard]] const std::optional<Error>& error() const noexcept { return error_; }
 
  private:
   bool moveToDisk();
+  /// Keeps the error, if it is one. True after success.
+  bool remember(Status&& status);
 
   const URL url_;
   SpoolDirectory& spool_;

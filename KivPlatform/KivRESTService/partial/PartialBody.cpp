@@ -2,15 +2,14 @@
 
 #include <utility>
 
-#include "KivPlatform/Foundation/files/FileData.h"
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
 
 namespace kiv {
 
 namespace {
 
-/// What is written at one time, at most. libcurl hands over 16 KiB at a time, which takes a fifth
-/// longer to write piece by piece.
+/// The size of a write. libcurl delivers 16 KiB at a time; writing these one by one takes a fifth
+/// longer.
 constexpr std::size_t blockSize = std::size_t{256} * 1024;
 
 constexpr std::string_view bodySuffix = ".part";
@@ -27,11 +26,10 @@ PartialBody::PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock
       lockPath_(stem + ".lock"),
       lock_(std::move(lock)) {}
 
-std::unique_ptr<PartialBody> PartialBody::lock(const std::string& stem,
-                                               std::optional<Error>* error) {
-  auto lock = files().lockFileAtPath(stem + ".lock", error);
-  if (!lock) return nullptr;
-  return std::unique_ptr<PartialBody>(new PartialBody(stem, std::move(lock)));
+Result<std::unique_ptr<PartialBody>> PartialBody::lock(const std::string& stem) {
+  auto lock = files().lockFileAtPath(stem + ".lock");
+  if (!lock) return lock.error();
+  return std::unique_ptr<PartialBody>(new PartialBody(stem, *std::move(lock)));
 }
 
 bool PartialBody::isBodyName(std::string_view name) noexcept {
@@ -39,7 +37,7 @@ bool PartialBody::isBodyName(std::string_view name) noexcept {
 }
 
 PartialBody::~PartialBody() {
-  flush(nullptr);
+  static_cast<void>(flush());  // what cannot be written is not kept
   file_.reset();
   const bool isKept = record_ && length_ > 0 && !isHandedOn_;
   if (!isKept) {
@@ -50,82 +48,91 @@ PartialBody::~PartialBody() {
 }
 
 void PartialBody::removeIfThere(const std::string& path) {
-  // Nothing but a regular file has been made here.
+  // Only regular files were made here.
   if (files().lengthOfFileAtPath(path)) files().discardItemAtPath(path);
 }
 
 void PartialBody::readRecord() {
   const auto length = files().lengthOfFileAtPath(partPath_);
-  const auto text = length ? files().contentsAtPath(recordPath_) : std::nullopt;
-  record_ = text ? PartialRecord::fromText(text->view()) : std::nullopt;
+  record_.reset();
+  if (length) {
+    const auto text = files().contentsAtPath(recordPath_);
+    if (text) record_ = PartialRecord::fromText(text->view());
+  }
   length_ = record_ ? static_cast<std::int64_t>(*length) : 0;
 }
 
-bool PartialBody::begin(PartialRecord record, std::optional<Error>* error) {
+Status PartialBody::begin(PartialRecord record) {
   discard();
-  file_ = files().createPrivateFileAtPath(partPath_, error);
-  if (!file_) return false;
-  if (record.version.validator().empty()) return true;
+  auto file = files().createPrivateFileAtPath(partPath_);
+  if (!file) return file.error();
+  file_ = *std::move(file);
+  if (record.version.validator().empty()) return {};
   record_ = std::move(record);
   record_->date = secondsNow();
-  return writeRecord(error);
+  return writeRecord();
 }
 
-/// Not synced, as the part itself is not: a record from before a power cut is not believed.
-bool PartialBody::writeRecord(std::optional<Error>* error) {
+/// Not synced, as the part is not: a record from before a restart of the system is rejected.
+Status PartialBody::writeRecord() {
   removeIfThere(recordPath_);
-  const auto file = files().createPrivateFileAtPath(recordPath_, error);
-  return file && file->write(record_->text(), error) && file->close(error);
+  const auto file = files().createPrivateFileAtPath(recordPath_);
+  if (!file) return file.error();
+  if (Status status = (*file)->write(record_->text()); !status) return status;
+  return (*file)->close();
 }
 
-bool PartialBody::resume(std::int64_t length, std::optional<Error>* error) {
-  file_ = files().openFileAtPath_length(partPath_, static_cast<std::uint64_t>(length), error);
+Status PartialBody::resume(std::int64_t length) {
+  auto file = files().openFileAtPath_length(partPath_, static_cast<std::uint64_t>(length));
   length_ = length;
   isDateOld_ = true;
-  return file_ != nullptr;
+  file_ = file ? *std::move(file) : nullptr;
+  if (!file_) return std::move(file).error();
+  return {};
 }
 
 void PartialBody::setRestFailed(bool failed) {
   if (!record_) return;
   record_->restFailed = failed;
-  writeRecord(nullptr);
+  static_cast<void>(writeRecord());  // without it the next attempt asks for the same again
 }
 
-/// A response that has only begun does not make the part any younger.
-bool PartialBody::write(std::string_view bytes, std::optional<Error>* error) {
+/// The record's date changes with the first byte, not when the response begins.
+Status PartialBody::write(std::string_view bytes) {
   if (std::exchange(isDateOld_, false)) {
     record_->date = secondsNow();
-    if (!writeRecord(error)) return false;
+    if (Status status = writeRecord(); !status) return status;
   }
-  return file_->write(bytes, error);
+  return file_->write(bytes);
 }
 
-bool PartialBody::append(std::string_view bytes, std::optional<Error>* error) {
-  if (block_.size() + bytes.size() > block_.capacity() && !flush(error)) return false;
+Status PartialBody::append(std::string_view bytes) {
+  if (block_.size() + bytes.size() > block_.capacity()) {
+    if (Status status = flush(); !status) return status;
+  }
   block_.reserve(blockSize);
   length_ += static_cast<std::int64_t>(bytes.size());
-  if (bytes.size() > blockSize) return write(bytes, error);
+  if (bytes.size() > blockSize) return write(bytes);
   block_.append(bytes);
-  return true;
+  return {};
 }
 
-bool PartialBody::flush(std::optional<Error>* error) {
-  if (!file_ || block_.empty()) return true;
-  const bool isWritten = write(block_, error);
+Status PartialBody::flush() {
+  if (!file_ || block_.empty()) return {};
+  Status status = write(block_);
   block_.clear();
-  return isWritten;
+  return status;
 }
 
-std::optional<Data> PartialBody::finish(std::unique_ptr<PartialBody> body,
-                                        std::optional<Error>* error) {
-  if (!body->flush(error) || !std::exchange(body->file_, nullptr)->close(error)) {
-    return std::nullopt;
-  }
+Result<Data> PartialBody::finish(std::unique_ptr<PartialBody> body) {
+  if (Status status = body->flush(); !status) return status;
+  const auto file = std::exchange(body->file_, nullptr);
+  if (Status status = file->close(); !status) return status;
   body->block_ = {};
   const std::string path = body->partPath_;
   // The lock stays with the file until somebody has moved it away.
   const std::shared_ptr<PartialBody> keeper = std::move(body);
-  auto data = fileDataAtPath(path, keeper, error);
+  auto data = fileDataAtPath(path, keeper);
   keeper->isHandedOn_ = data.has_value();
   if (!data) keeper->discard();
   return data;

@@ -8,7 +8,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Data.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 
 namespace kiv {
@@ -21,10 +21,8 @@ namespace kiv {
 /// removed otherwise.
 class PartialBody {
  public:
-  /// Locks the body with that stem, a path; nullptr if another object uses it or it cannot be
-  /// locked. Nothing is read yet.
-  static std::unique_ptr<PartialBody> lock(const std::string& stem,
-                                           std::optional<Error>* error = nullptr);
+  /// Locks the body with that stem, a path. Fails if another object uses it. Nothing is read yet.
+  static Result<std::unique_ptr<PartialBody>> lock(const std::string& stem);
   /// True for the name of a file that holds the bytes of a body.
   static bool isBodyName(std::string_view name) noexcept;
 
@@ -40,25 +38,25 @@ class PartialBody {
   [[nodiscard]] std::int64_t length() const noexcept { return length_; }
 
   /// Begins a new body and discards the old one. The record is written if it has a validator.
-  bool begin(PartialRecord record, std::optional<Error>* error);
+  Status begin(PartialRecord record);
   /// Continues after the first `length` of the kept bytes. The record's date is renewed when a byte
   /// is added.
-  bool resume(std::int64_t length, std::optional<Error>* error);
+  Status resume(std::int64_t length);
   /// The bytes may be buffered until flush() or the destructor.
-  bool append(std::string_view bytes, std::optional<Error>* error);
-  bool flush(std::optional<Error>* error);
+  Status append(std::string_view bytes);
+  Status flush();
   /// Records whether the last range request failed.
   void setRestFailed(bool failed);
   /// Ends a complete body and returns its data. Nothing may be called afterwards.
-  static std::optional<Data> finish(std::unique_ptr<PartialBody> body, std::optional<Error>* error);
+  static Result<Data> finish(std::unique_ptr<PartialBody> body);
   /// Discards the body.
   void discard();
 
  private:
   PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock);
 
-  bool writeRecord(std::optional<Error>* error);
-  bool write(std::string_view bytes, std::optional<Error>* error);
+  Status writeRecord();
+  Status write(std::string_view bytes);
   void removeIfThere(const std::string& path);
 
   const std::string partPath_;

@@ -68,16 +68,17 @@ struct KeptBody {
 std::optional<KeptBody> keptBody(const std::string& stem, std::int64_t oldest) {
   const auto body = PartialBody::lock(stem);
   if (!body) return std::nullopt;
-  body->readRecord();
-  if (body->record() && body->length() > 0 && body->record()->date >= oldest) {
-    return KeptBody{body->record()->date, body->length(), stem};
+  PartialBody& kept = **body;
+  kept.readRecord();
+  if (kept.record() && kept.length() > 0 && kept.record()->date >= oldest) {
+    return KeptBody{kept.record()->date, kept.length(), stem};
   }
-  body->discard();
+  kept.discard();
   return std::nullopt;
 }
 
 void remove(const std::string& stem) {
-  if (const auto body = PartialBody::lock(stem)) body->discard();
+  if (const auto body = PartialBody::lock(stem)) (*body)->discard();
 }
 
 /// True for the name of a file of the client's own. A host may have named a directory where other
@@ -124,8 +125,9 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   for (int slot = 0; slot < slots; ++slot) {
     const std::string place = stem(name, slot);
     if (!files().itemExistsAtPath(place + ".json")) continue;
-    auto body = PartialBody::lock(place);
-    if (!body) continue;
+    auto locked = PartialBody::lock(place);
+    if (!locked) continue;
+    std::unique_ptr<PartialBody> body = *std::move(locked);
     body->readRecord();
     const bool isIt = body->record() && body->record()->url == url.absoluteString();
     if (isIt && body->length() > 0) return body;
@@ -135,22 +137,19 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
 }
 
 /// One that stands may be a host's own, which others use too: sweep() has looked at it.
-bool SpoolDirectory::makeDirectory(std::optional<Error>* error) const {
-  return files().itemExistsAtPath(path_) ? files().createDirectoryAtPath(path_, error)
-                                         : files().createPrivateDirectoryAtPath(path_, error);
+Status SpoolDirectory::makeDirectory() const {
+  return files().itemExistsAtPath(path_) ? files().createDirectoryAtPath(path_)
+                                         : files().createPrivateDirectoryAtPath(path_);
 }
 
-std::unique_ptr<PartialBody> SpoolDirectory::create(const URL& url, std::optional<Error>* error) {
-  if (!makeDirectory(error)) return nullptr;
+Result<std::unique_ptr<PartialBody>> SpoolDirectory::create(const URL& url) {
+  if (Status status = makeDirectory(); !status) return status;
   const std::string name = nameFor(url.absoluteString());
-  for (int slot = 0; slot < slots; ++slot) {
-    if (auto body = PartialBody::lock(stem(name, slot), error)) {
-      if (error) error->reset();
-      know(name);
-      return body;
-    }
+  for (int slot = 0;; ++slot) {
+    auto body = PartialBody::lock(stem(name, slot));
+    if (body) know(name);
+    if (body || slot + 1 == slots) return body;
   }
-  return nullptr;
 }
 
 void SpoolDirectory::forget(const URL& url) const {

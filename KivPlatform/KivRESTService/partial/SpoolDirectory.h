@@ -7,7 +7,7 @@
 #include <string>
 
 #include "KivPlatform/Foundation/Mutex.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
@@ -35,15 +35,15 @@ class SpoolDirectory {
   /// The partial body of the URL; nullptr if there is none or another client uses it. Those that
   /// other clients have left since the last sweep are not found.
   [[nodiscard]] std::unique_ptr<PartialBody> find(const URL& url) const;
-  /// A new, empty body for the URL; nullptr and an error on failure.
-  std::unique_ptr<PartialBody> create(const URL& url, std::optional<Error>* error);
+  /// A new, empty body for the URL.
+  Result<std::unique_ptr<PartialBody>> create(const URL& url);
   /// Removes the partial body of the URL, unless another client uses it.
   void forget(const URL& url) const;
 
  private:
   [[nodiscard]] bool knows(const std::string& name) const;
   void know(const std::string& name);
-  bool makeDirectory(std::optional<Error>* error) const;
+  Status makeDirectory() const;
   [[nodiscard]] std::string stem(const std::string& name, int slot) const;
 
   const TransferSettings& settings_;

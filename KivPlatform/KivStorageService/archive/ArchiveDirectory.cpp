@@ -1,5 +1,5 @@
-// A second, stricter reading of the central directory. Archives that two readers understand
-// differently are the usual way past a check, so whatever is ambiguous is rejected.
+// A second, stricter reading of the central directory. The usual way past a check is an archive
+// that two readers understand differently, so whatever is ambiguous is rejected.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
@@ -27,9 +27,9 @@ struct ListPlace {
 };
 
 /// Bytes of the archive; nothing if they cannot be read.
-std::optional<std::string> bytesAt(const Data& archive, std::uint64_t offset, std::uint64_t count) {
+std::optional<std::string> bytesAt(const Data& data, std::uint64_t offset, std::uint64_t count) {
   std::string bytes(static_cast<std::size_t>(count), '\0');
-  if (!archive.copyBytes(offset, bytes.data(), bytes.size())) return std::nullopt;
+  if (!data.copyBytes(offset, bytes.data(), bytes.size())) return std::nullopt;
   return bytes;
 }
 
@@ -39,12 +39,12 @@ struct Tail {
   std::string bytes;
 };
 
-std::optional<Tail> readTail(const Data& archive) {
+std::optional<Tail> readTail(const Data& data) {
   constexpr std::uint64_t longest = endLocator64Size + endRecordSize + longestComment;
-  const std::uint64_t length = std::min<std::uint64_t>(archive.size(), longest);
-  auto bytes = bytesAt(archive, archive.size() - length, length);
+  const std::uint64_t length = std::min<std::uint64_t>(data.size(), longest);
+  auto bytes = bytesAt(data, data.size() - length, length);
   if (!bytes) return std::nullopt;
-  return Tail{archive.size() - length, std::move(*bytes)};
+  return Tail{data.size() - length, std::move(*bytes)};
 }
 
 /// The positions of the records that may be the end record, whose comment reaches exactly to the
@@ -68,11 +68,11 @@ EndRecords findEndRecords(std::string_view bytes) {
 }
 
 /// Reads the end record of large archives, which stands before its locator and the ordinary one.
-std::optional<ListPlace> readEndRecord64(const Data& archive, std::uint64_t locatorAt,
+std::optional<ListPlace> readEndRecord64(const Data& data, std::uint64_t locatorAt,
                                          std::string_view locator) {
   const std::uint64_t at = number64(locator, 8);
   if (locatorAt < endRecord64Size || at > locatorAt - endRecord64Size) return std::nullopt;
-  const std::string record = bytesAt(archive, at, endRecord64Size).value_or(std::string());
+  const std::string record = bytesAt(data, at, endRecord64Size).value_or(std::string());
   const bool reachesLocator = number64(record, 4) == locatorAt - at - 12;
   const bool isOneDisk = number32(record, 16) == 0 && number32(record, 20) == 0;
   if (number32(record, 0) != endRecord64Signature || !reachesLocator || !isOneDisk) {
@@ -89,7 +89,7 @@ bool agrees(std::uint64_t field, std::uint64_t saturated, std::uint64_t large) {
   return field == saturated || field == large;
 }
 
-std::optional<ListPlace> findList(const Data& archive, const Tail& tail, std::size_t endAt) {
+std::optional<ListPlace> findList(const Data& data, const Tail& tail, std::size_t endAt) {
   const std::string_view bytes = tail.bytes;
   const ListPlace place{number32(bytes, endAt + 16), number32(bytes, endAt + 12),
                         number16(bytes, endAt + 10)};
@@ -98,7 +98,7 @@ std::optional<ListPlace> findList(const Data& archive, const Tail& tail, std::si
   if (hasLocator) {
     const std::size_t locatorAt = endAt - endLocator64Size;
     const auto large =
-        readEndRecord64(archive, tail.start + locatorAt, bytes.substr(locatorAt, endLocator64Size));
+        readEndRecord64(data, tail.start + locatorAt, bytes.substr(locatorAt, endLocator64Size));
     const bool agree = large && agrees(place.offset, 0xFFFFFFFF, large->offset) &&
                        agrees(place.size, 0xFFFFFFFF, large->size) &&
                        agrees(place.count, 0xFFFF, large->count);
@@ -155,38 +155,32 @@ std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
   return entry;
 }
 
-/// The text of the list, where it is not too long to be read.
-std::optional<std::string> readList(const Data& archive, const ListPlace& place,
-                                    const ArchiveLimits& limits, ArchiveObjection& objection) {
-  if (place.count > limits.entries) {
-    objection = "holds more than " + std::to_string(limits.entries) + " entries";
-    return std::nullopt;
+/// The bytes of the list, unless it is too long to be read.
+Result<std::string> readList(const Archive& archive, const ListPlace& place) {
+  const std::uint64_t most = archive.limits.entries;
+  if (place.count > most) {
+    return archive.refusal("holds more than " + std::to_string(most) + " entries");
   }
   if (place.size > ArchiveDirectory::longestList) {
-    objection = "has a list of entries of more than " +
-                std::to_string(ArchiveDirectory::longestList) + " bytes";
-    return std::nullopt;
+    return archive.refusal("has a list of entries of more than " +
+                           std::to_string(ArchiveDirectory::longestList) + " bytes");
   }
-  auto list = bytesAt(archive, place.offset, place.size);
-  if (!list) objection = unreadable;
-  return list;
+  auto list = bytesAt(archive.data, place.offset, place.size);
+  if (!list) return archive.refusal(unreadable);
+  return *std::move(list);
 }
 
-std::optional<std::vector<ArchiveEntry>> takeEntries(std::string_view list, std::uint64_t count,
-                                                     ArchiveObjection& objection) {
+Result<std::vector<ArchiveEntry>> takeEntries(const Archive& archive, std::string_view list,
+                                              std::uint64_t count) {
   std::vector<ArchiveEntry> entries;
   entries.reserve(static_cast<std::size_t>(count));
   while (!list.empty()) {
     auto entry = takeEntry(list);
-    if (!entry || entries.size() == count) {
-      objection = inconsistent;
-      return std::nullopt;
-    }
+    if (!entry || entries.size() == count) return archive.refusal(inconsistent);
     entries.push_back(std::move(*entry));
   }
-  if (entries.size() == count) return entries;
-  objection = inconsistent;
-  return std::nullopt;
+  if (entries.size() != count) return archive.refusal(inconsistent);
+  return entries;
 }
 
 /// From the start of an entry's header to the end of its packed bytes.
@@ -196,18 +190,14 @@ struct Range {
   const ArchiveEntry* entry;
 };
 
-/// Checks the header before an entry's bytes; its range, or an objection.
-std::optional<Range> rangeOf(const ArchiveEntry& entry, const Data& archive,
-                             std::uint64_t listOffset, ArchiveObjection& objection) {
-  const auto refuse = [&](std::string_view rule) {
-    objection = entryObjection(entry.rawName, rule);
-    return std::nullopt;
-  };
+/// Checks the header before an entry's bytes.
+Result<Range> rangeOf(const ArchiveEntry& entry, const Archive& archive, std::uint64_t listOffset) {
+  const auto refuse = [&](std::string_view rule) { return archive.refusal(entry.rawName, rule); };
   const std::string_view outside = "does not lie within the archive";
   if (entry.headerOffset > listOffset) return refuse(outside);
   const std::uint64_t room = listOffset - entry.headerOffset;
   const std::uint64_t wanted = localHeaderSize + entry.rawName.size();
-  const auto read = bytesAt(archive, entry.headerOffset, std::min(room, wanted));
+  const auto read = bytesAt(archive.data, entry.headerOffset, std::min(room, wanted));
   if (!read) return refuse(unreadable);
   const std::string_view header = *read;
   if (header.size() < localHeaderSize || number32(header, 0) != localHeaderSignature) {
@@ -224,40 +214,44 @@ std::optional<Range> rangeOf(const ArchiveEntry& entry, const Data& archive,
   return Range{entry.headerOffset, entry.headerOffset + before + entry.packedSize, &entry};
 }
 
-std::optional<ArchiveObjection> validateLayout(const std::vector<ArchiveEntry>& entries,
-                                               const Data& archive, std::uint64_t listOffset) {
+Status checkLayout(const std::vector<ArchiveEntry>& entries, const Archive& archive,
+                   std::uint64_t listOffset) {
   std::vector<Range> ranges;
   ranges.reserve(entries.size());
   for (const ArchiveEntry& entry : entries) {
-    ArchiveObjection objection;
-    const auto range = rangeOf(entry, archive, listOffset, objection);
-    if (!range) return objection;
+    const auto range = rangeOf(entry, archive, listOffset);
+    if (!range) return range.error();
     ranges.push_back(*range);
   }
   std::sort(ranges.begin(), ranges.end(),
             [](const Range& a, const Range& b) { return a.start < b.start; });
   for (std::size_t i = 1; i < ranges.size(); ++i) {
     if (ranges[i].start < ranges[i - 1].end) {
-      return entryObjection(ranges[i].entry->rawName, "overlaps another entry");
+      return archive.refusal(ranges[i].entry->rawName, "overlaps another entry");
     }
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<ArchiveObjection> validateRepeatedNames(const std::vector<ArchiveEntry>& entries) {
+Status checkNames(const std::vector<ArchiveEntry>& entries, const Archive& archive) {
   std::unordered_set<std::string_view> names;
   for (const ArchiveEntry& entry : entries) {
     if (!names.insert(entry.rawName).second) {
-      return entryObjection(entry.rawName, "is listed twice");
+      return archive.refusal(entry.rawName, "is listed twice");
     }
   }
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace
 
-ArchiveObjection entryObjection(std::string_view name, std::string_view rule) {
-  return "holds the entry " + quoted(name) + ", which " + std::string(rule);
+Error Archive::refusal(std::string_view objection) const {
+  return storageError(KivStorageServiceErrorCode::invalidArchive,
+                      "The archive " + quoted(name) + " " + std::string(objection) + ".");
+}
+
+Error Archive::refusal(std::string_view entryName, std::string_view rule) const {
+  return refusal("holds the entry " + quoted(entryName) + ", which " + std::string(rule));
 }
 
 bool ArchiveEntry::isEncrypted() const noexcept {
@@ -272,35 +266,24 @@ std::uint32_t ArchiveEntry::unixFileType() const noexcept {
   return (attributes >> 16) & 0170000;
 }
 
-std::optional<ArchiveDirectory> ArchiveDirectory::read(const Data& archive,
-                                                       const ArchiveLimits& limits,
-                                                       ArchiveObjection& objection) {
-  const auto tail = readTail(archive);
-  const auto endRecords = tail ? findEndRecords(tail->bytes) : EndRecords();
-  if (!endRecords.last) {
-    objection = tail ? "is no zip archive, or is cut short" : unreadable;
-    return std::nullopt;
-  }
+Result<ArchiveDirectory> ArchiveDirectory::read(const Archive& archive) {
+  const auto tail = readTail(archive.data);
+  if (!tail) return archive.refusal(unreadable);
+  const EndRecords endRecords = findEndRecords(tail->bytes);
+  if (!endRecords.last) return archive.refusal("is no zip archive, or is cut short");
   if (endRecords.hasAnother) {
-    objection = "has two end records, and with them two lists of entries";
-    return std::nullopt;
+    return archive.refusal("has two end records, and with them two lists of entries");
   }
-  const auto place = findList(archive, *tail, *endRecords.last);
-  if (!place) {
-    objection = inconsistent;
-    return std::nullopt;
-  }
-  const auto list = readList(archive, *place, limits, objection);
-  auto entries = list ? takeEntries(*list, place->count, objection) : std::nullopt;
-  if (!entries) return std::nullopt;
-  auto refusal = validateRepeatedNames(*entries);
-  if (!refusal) refusal = validateLayout(*entries, archive, place->offset);
-  if (refusal) {
-    objection = std::move(*refusal);
-    return std::nullopt;
-  }
+  const auto place = findList(archive.data, *tail, *endRecords.last);
+  if (!place) return archive.refusal(inconsistent);
+  const auto list = readList(archive, *place);
+  if (!list) return list.error();
+  auto entries = takeEntries(archive, *list, place->count);
+  if (!entries) return entries.error();
+  if (Status status = checkNames(*entries, archive); !status) return status;
+  if (Status status = checkLayout(*entries, archive, place->offset); !status) return status;
   ArchiveDirectory directory;
-  directory.entries_ = std::move(*entries);
+  directory.entries_ = *std::move(entries);
   return directory;
 }
 

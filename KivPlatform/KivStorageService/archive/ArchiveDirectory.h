@@ -1,22 +1,28 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/ArchiveLimits.h"
 
 namespace kiv::storage {
 
-/// Why an archive is rejected, as the end of a sentence that begins with its name: "is cut short",
-/// "holds the entry \"a\", which is encrypted".
-using ArchiveObjection = std::string;
+/// An archive that is being unpacked, and what it may hold.
+struct Archive {
+  const Data& data;
+  std::string_view name;  ///< For the messages.
+  const ArchiveLimits& limits;
 
-/// The objection to one entry: `rule` follows "which".
-ArchiveObjection entryObjection(std::string_view name, std::string_view rule);
+  /// The error of an archive that is rejected. `objection` ends a sentence that begins with the
+  /// archive: "is cut short".
+  [[nodiscard]] Error refusal(std::string_view objection) const;
+  /// The same because of one entry. `rule` follows "which": "is encrypted".
+  [[nodiscard]] Error refusal(std::string_view entryName, std::string_view rule) const;
+};
 
 /// One entry of the archive's central directory, as it stands there.
 struct ArchiveEntry {
@@ -49,9 +55,8 @@ class ArchiveDirectory {
   /// An entry of an ordinary archive takes 100 to 200.
   static constexpr std::uint64_t longestList = std::uint64_t{8} << 20;
 
-  /// The archive's entries; nothing and an objection if they cannot be trusted.
-  static std::optional<ArchiveDirectory> read(const Data& archive, const ArchiveLimits& limits,
-                                              ArchiveObjection& objection);
+  /// Fails if the entries cannot be trusted.
+  static Result<ArchiveDirectory> read(const Archive& archive);
 
   [[nodiscard]] const std::vector<ArchiveEntry>& entries() const noexcept { return entries_; }
 

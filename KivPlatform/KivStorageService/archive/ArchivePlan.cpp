@@ -18,20 +18,21 @@ std::optional<std::string> validateListedEntry(const ArchiveEntry& entry,
   return std::nullopt;
 }
 
-std::optional<ArchiveObjection> validateList(const std::vector<ArchiveEntry>& entries,
-                                             const ArchiveLimits& limits) {
+Status checkList(const std::vector<ArchiveEntry>& entries, const Archive& archive) {
+  const ArchiveLimits& limits = archive.limits;
   std::uint64_t total = 0;
   for (const ArchiveEntry& entry : entries) {
     if (const auto rule = validateListedEntry(entry, limits)) {
-      return entryObjection(entry.rawName, *rule);
+      return archive.refusal(entry.rawName, *rule);
     }
     if (isLeftOut(entry.rawName)) continue;
     total += entry.size;  // no overflow: at most as many sizes as entries, each below its limit
     if (total > limits.totalBytes) {
-      return "holds more than " + std::to_string(limits.totalBytes) + " bytes unpacked";
+      return archive.refusal("holds more than " + std::to_string(limits.totalBytes) +
+                             " bytes unpacked");
     }
   }
-  return std::nullopt;
+  return {};
 }
 
 std::optional<std::string> addEntry(const ArchivePlan& plan, std::uint64_t index,
@@ -43,44 +44,30 @@ std::optional<std::string> addEntry(const ArchivePlan& plan, std::uint64_t index
   return name.ends_with('/') ? tree.addDirectory(path) : tree.addFile(path, index);
 }
 
-/// Checks that the decoder sees the entries that were checked, and lays them out.
-std::optional<ArchiveObjection> layOut(ArchivePlan& plan, const ArchiveLimits& limits) {
-  if (plan.reader->entryCount() != plan.entries.size()) {
-    return "can be read in two ways";
-  }
+/// Checks that the decoder sees the entries that were checked, and adds them to the tree.
+Status layOut(ArchivePlan& plan, const Archive& archive) {
+  const std::string_view ambiguous = "can be read in two ways";
+  if (plan.reader->entryCount() != plan.entries.size()) return archive.refusal(ambiguous);
   for (std::uint64_t index = 0; index < plan.entries.size(); ++index) {
-    const ArchiveEntry& entry = plan.entries[static_cast<std::size_t>(index)];
-    if (plan.reader->rawName(index) != entry.rawName) {
-      return entryObjection(entry.rawName, "can be read in two ways");
-    }
-    if (const auto rule = addEntry(plan, index, limits, plan.tree)) {
-      return entryObjection(entry.rawName, *rule);
+    const std::string& name = plan.entries[static_cast<std::size_t>(index)].rawName;
+    if (plan.reader->rawName(index) != name) return archive.refusal(name, ambiguous);
+    if (const auto rule = addEntry(plan, index, archive.limits, plan.tree)) {
+      return archive.refusal(name, *rule);
     }
   }
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace
 
-std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveLimits& limits,
-                                       ArchiveObjection& objection) {
-  auto directory = ArchiveDirectory::read(archive, limits, objection);
-  if (!directory) return std::nullopt;
-  if (auto refusal = validateList(directory->entries(), limits)) {
-    objection = std::move(*refusal);
-    return std::nullopt;
-  }
-  std::string reason;
-  auto reader = ArchiveReader::open(archive, reason);
-  if (!reader) {
-    objection = "cannot be read: " + reason;
-    return std::nullopt;
-  }
-  ArchivePlan plan{directory->entries(), std::move(reader), ArchiveTree(limits.items)};
-  if (auto refusal = layOut(plan, limits)) {
-    objection = std::move(*refusal);
-    return std::nullopt;
-  }
+Result<ArchivePlan> planArchive(const Archive& archive) {
+  auto directory = ArchiveDirectory::read(archive);
+  if (!directory) return directory.error();
+  if (Status status = checkList(directory->entries(), archive); !status) return status;
+  auto reader = ArchiveReader::open(archive);
+  if (!reader) return reader.error();
+  ArchivePlan plan{directory->entries(), *std::move(reader), ArchiveTree(archive.limits.items)};
+  if (Status status = layOut(plan, archive); !status) return status;
   return plan;
 }
 

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <vector>
 
-#include "KivPlatform/KivStorageService/ArchiveLimits.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveReader.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveTree.h"
@@ -18,8 +17,7 @@ struct ArchivePlan {
   ArchiveTree tree;
 };
 
-/// Checks the archive and plans its unpacking; nothing and an objection if it is rejected.
-std::optional<ArchivePlan> planArchive(const Data& archive, const ArchiveLimits& limits,
-                                       ArchiveObjection& objection);
+/// Checks the archive, which must outlive the plan, and plans its unpacking.
+Result<ArchivePlan> planArchive(const Archive& archive);
 
 }  // namespace kiv::storage

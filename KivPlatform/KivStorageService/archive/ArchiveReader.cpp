@@ -1,3 +1,7 @@
+// libzip reads the archive through a source of ours, which copies from kiv::Data: an archive in a
+// file is read, not mapped, so that a file that another process truncates is an error and not a
+// crash. It only decodes; what may be unpacked is decided in ArchivePlan.
+
 #include "KivPlatform/KivStorageService/archive/ArchiveReader.h"
 
 #include <algorithm>
@@ -129,26 +133,24 @@ struct ArchiveReader::Handle {
   zip_t* archive;
 };
 
-std::unique_ptr<ArchiveReader> ArchiveReader::open(const Data& data, std::string& reason) {
+Result<std::unique_ptr<ArchiveReader>> ArchiveReader::open(const Archive& archive) {
   zip_error_t error;
   zip_error_init(&error);
-  zip_source_t* const source = makeSource(data, &error);
-  if (!source) {
-    reason = takeReason(error);
-    return nullptr;
-  }
+  zip_source_t* const source = makeSource(archive.data, &error);
+  if (!source) return archive.refusal("cannot be read: " + takeReason(error));
   const MutexLock guard(openingMutex());
-  zip_t* const archive = zip_open_from_source(source, ZIP_RDONLY | ZIP_CHECKCONS, &error);
-  if (!archive) {
+  zip_t* const opened = zip_open_from_source(source, ZIP_RDONLY | ZIP_CHECKCONS, &error);
+  if (!opened) {
     zip_source_free(source);
-    reason = takeReason(error);
-    return nullptr;
+    return archive.refusal("cannot be read: " + takeReason(error));
   }
   zip_error_fini(&error);
-  return std::unique_ptr<ArchiveReader>(new ArchiveReader(std::make_unique<Handle>(archive)));
+  return std::unique_ptr<ArchiveReader>(
+      new ArchiveReader(archive, std::make_unique<Handle>(opened)));
 }
 
-ArchiveReader::ArchiveReader(std::unique_ptr<Handle> handle) : handle_(std::move(handle)) {}
+ArchiveReader::ArchiveReader(const Archive& archive, std::unique_ptr<Handle> handle)
+    : archive_(archive), handle_(std::move(handle)) {}
 
 ArchiveReader::~ArchiveReader() = default;
 
@@ -165,25 +167,21 @@ std::string ArchiveReader::rawName(std::uint64_t index) const {
   return nameWith(handle_->archive, index, ZIP_FL_ENC_RAW);
 }
 
-ArchiveReader::Outcome ArchiveReader::read(std::uint64_t index, const Sink& sink,
-                                           std::string& reason) const {
+Status ArchiveReader::read(std::uint64_t index, const Sink& sink) const {
+  const auto broken = [&](zip_error_t* error) {
+    return archive_.refusal(rawName(index),
+                            std::string("cannot be decoded: ") + zip_error_strerror(error));
+  };
   const std::unique_ptr<zip_file_t, FileCloser> file(zip_fopen_index(handle_->archive, index, 0));
-  if (!file) {
-    reason = zip_error_strerror(zip_get_error(handle_->archive));
-    return Outcome::broken;
-  }
+  if (!file) return broken(zip_get_error(handle_->archive));
   std::vector<char> piece(pieceSize);
-  // Read on until nothing comes: a wrong checksum shows only there.
+  // Read to the end: a wrong checksum is reported only there.
   while (true) {
     const zip_int64_t count = zip_fread(file.get(), piece.data(), piece.size());
-    if (count == 0) return Outcome::complete;
-    if (count < 0) {
-      reason = zip_error_strerror(zip_file_get_error(file.get()));
-      return Outcome::broken;
-    }
-    if (!sink(std::string_view(piece.data(), static_cast<std::size_t>(count)))) {
-      return Outcome::stopped;
-    }
+    if (count == 0) return {};
+    if (count < 0) return broken(zip_file_get_error(file.get()));
+    Status status = sink(std::string_view(piece.data(), static_cast<std::size_t>(count)));
+    if (!status) return status;
   }
 }
 

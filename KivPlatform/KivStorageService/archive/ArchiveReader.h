@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Result.h"
+#include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
 namespace kiv::storage {
 
@@ -14,17 +15,11 @@ namespace kiv::storage {
 /// process truncates the file, that is an error and not a crash.
 class ArchiveReader {
  public:
-  /// Takes a piece of an entry's contents; false ends the reading.
-  using Sink = std::function<bool(std::string_view piece)>;
+  /// Takes a piece of an entry's contents. An error ends the reading.
+  using Sink = std::function<Status(std::string_view piece)>;
 
-  enum class Outcome {
-    complete,  ///< All bytes came and their checksum is right.
-    stopped,   ///< The sink wanted no more.
-    broken     ///< The bytes cannot be decoded, or are not what the checksum says.
-  };
-
-  /// A reader for the archive; nullptr and a reason if it cannot be read.
-  static std::unique_ptr<ArchiveReader> open(const Data& archive, std::string& reason);
+  /// A reader for the archive, which must outlive it.
+  static Result<std::unique_ptr<ArchiveReader>> open(const Archive& archive);
 
   ArchiveReader(const ArchiveReader&) = delete;
   ArchiveReader& operator=(const ArchiveReader&) = delete;
@@ -35,13 +30,15 @@ class ArchiveReader {
   [[nodiscard]] std::string name(std::uint64_t index) const;
   /// The bytes of its name as they stand in the archive, except that a NUL reads as a space.
   [[nodiscard]] std::string rawName(std::uint64_t index) const;
-  /// Decodes the entry's contents to the sink, piece by piece.
-  Outcome read(std::uint64_t index, const Sink& sink, std::string& reason) const;
+  /// Decodes the entry's contents to the sink, piece by piece. Fails with the sink's error, or if
+  /// the contents cannot be decoded or have another checksum.
+  Status read(std::uint64_t index, const Sink& sink) const;
 
  private:
   struct Handle;
-  explicit ArchiveReader(std::unique_ptr<Handle> handle);
+  ArchiveReader(const Archive& archive, std::unique_ptr<Handle> handle);
 
+  const Archive& archive_;
   std::unique_ptr<Handle> handle_;
 };
 

@@ -15,101 +15,92 @@ namespace kiv::storage {
 
 namespace {
 
-Error refusal(std::string_view archiveName, const ArchiveObjection& objection) {
-  return storageError(KivStorageServiceErrorCode::invalidArchive,
-                      "The archive " + quoted(archiveName) + " " + objection + ".");
-}
-
-/// Writes what a plan lays out, and counts what really comes out of the archive.
+/// Writes the files of a plan. The sizes that the archive claims have been checked; here those that
+/// really come out of it are.
 class Unpacker {
  public:
-  Unpacker(const ArchivePlan& plan, std::uint64_t archiveBytes, const ArchiveLimits& limits,
-           std::string_view archiveName)
-      : plan_(plan),
-        archiveBytes_(archiveBytes),
-        limits_(limits),
-        archiveName_(archiveName),
-        files_(FileManager::defaultManager()) {}
+  Unpacker(const Archive& archive, const ArchivePlan& plan)
+      : archive_(archive), plan_(plan), files_(FileManager::defaultManager()) {}
 
-  /// Makes the directory with everything that lies below the node, and has it reach the disk: all
-  /// at once where that is possible and faster, and otherwise each file when it is written, and
-  /// each directory when all of its entries are there.
-  bool makeTree(const ArchiveNode& top, const std::string& path, std::optional<Error>* error) {
-    if (!files_.createDirectoryAtPath(path, error)) return false;
+  /// Makes the directory with everything below the node, and syncs it: all at once if that is
+  /// possible and faster, otherwise each file once it is written and each directory once its
+  /// entries are there.
+  Status makeTree(const ArchiveNode& top, const std::string& path) {
+    if (Status status = files_.createDirectoryAtPath(path); !status) return status;
     batch_ = files_.beginBatchSyncAtPath(path, plan_.entries.size());
-    return fillDirectory(top, path, error) && (!batch_ || batch_->synchronize(error));
+    if (Status status = fillDirectory(top, path); !status) return status;
+    return batch_ ? batch_->synchronize() : Status();
   }
 
  private:
-  bool fillDirectory(const ArchiveNode& directory, const std::string& path,
-                     std::optional<Error>* error) {
+  Status fillDirectory(const ArchiveNode& directory, const std::string& path) {
     for (const auto& [folded, child] : directory.children) {
       const std::string childPath = path::appendingPathComponent(path, child->name);
-      const bool made = child->isDirectory() ? files_.createDirectoryAtPath(childPath, error) &&
-                                                   fillDirectory(*child, childPath, error)
-                                             : makeFile(*child->entry, childPath, error);
-      if (!made) return false;
+      Status status = child->isDirectory() ? makeDirectory(*child, childPath)
+                                           : makeFile(*child->entry, childPath);
+      if (!status) return status;
     }
-    return batch_ || files_.synchronizeDirectoryAtPath(path, error);
+    return batch_ ? Status() : files_.synchronizeDirectoryAtPath(path);
   }
 
-  bool makeFile(std::uint64_t index, const std::string& path, std::optional<Error>* error) {
-    const auto file = files_.createFileAtPath(path, error);
-    return file && writeContents(index, *file, error) && (batch_ || file->synchronize(error)) &&
-           file->close(error);
+  Status makeDirectory(const ArchiveNode& directory, const std::string& path) {
+    if (Status status = files_.createDirectoryAtPath(path); !status) return status;
+    return fillDirectory(directory, path);
   }
 
-  bool writeContents(std::uint64_t index, WritableFile& file, std::optional<Error>* error) {
+  Status makeFile(std::uint64_t index, const std::string& path) {
+    const auto created = files_.createFileAtPath(path);
+    if (!created) return created.error();
+    WritableFile& file = **created;
+    if (Status status = writeContents(index, file); !status) return status;
+    if (!batch_) {
+      if (Status status = file.synchronize(); !status) return status;
+    }
+    return file.close();
+  }
+
+  Status writeContents(std::uint64_t index, WritableFile& file) {
     const ArchiveEntry& entry = plan_.entries[static_cast<std::size_t>(index)];
     std::uint64_t size = 0;
-    std::optional<std::string> rule;
-    bool isWritten = true;
-    std::string reason;
-    const auto outcome = plan_.reader->read(
-        index,
-        [&](std::string_view piece) {
-          size += piece.size();
-          total_ += piece.size();
-          rule = validateSize(entry, size);
-          return !rule && (isWritten = file.write(piece, error));
-        },
-        reason);
-    if (!isWritten) return false;
-    if (outcome == ArchiveReader::Outcome::broken) rule = "cannot be decoded: " + reason;
-    if (!rule && size != entry.size) rule = "is shorter than the archive says";
-    if (!rule) return true;
-    return fail(error, refusal(archiveName_, entryObjection(entry.rawName, *rule)));
+    Status status = plan_.reader->read(index, [&](std::string_view piece) -> Status {
+      size += piece.size();
+      total_ += piece.size();
+      if (const auto rule = validateSize(entry, size))
+        return archive_.refusal(entry.rawName, *rule);
+      return file.write(piece);
+    });
+    if (!status || size == entry.size) return status;
+    return archive_.refusal(entry.rawName, "is shorter than the archive says");
   }
 
   [[nodiscard]] std::optional<std::string> validateSize(const ArchiveEntry& entry,
                                                         std::uint64_t size) const {
     if (size > entry.size) return "is longer than the archive says";
-    if (size > limits_.fileBytes) {
-      return "is larger than " + std::to_string(limits_.fileBytes) + " bytes";
+    if (size > archive_.limits.fileBytes) {
+      return "is larger than " + std::to_string(archive_.limits.fileBytes) + " bytes";
     }
-    if (total_ > limits_.totalBytes) {
-      return "brings the archive beyond " + std::to_string(limits_.totalBytes) + " bytes";
+    if (total_ > archive_.limits.totalBytes) {
+      return "brings the archive beyond " + std::to_string(archive_.limits.totalBytes) + " bytes";
     }
-    if (isTooDense(size, entry.packedSize) || isTooDense(total_, archiveBytes_)) {
-      return "unpacks to more than " + std::to_string(limits_.ratio) + " times its size";
+    if (isTooDense(size, entry.packedSize) || isTooDense(total_, archive_.data.size())) {
+      return "unpacks to more than " + std::to_string(archive_.limits.ratio) + " times its size";
     }
     return std::nullopt;
   }
 
   [[nodiscard]] bool isTooDense(std::uint64_t unpacked, std::uint64_t packed) const {
-    return unpacked > limits_.ratioFreeBytes && unpacked / limits_.ratio > packed;
+    const ArchiveLimits& limits = archive_.limits;
+    return unpacked > limits.ratioFreeBytes && unpacked / limits.ratio > packed;
   }
 
+  const Archive& archive_;
   const ArchivePlan& plan_;
-  std::uint64_t archiveBytes_;
-  const ArchiveLimits& limits_;
-  std::string_view archiveName_;
   FileManager& files_;
-  std::unique_ptr<BatchSync> batch_;  ///< syncs all files at once; none where each syncs itself
+  std::unique_ptr<BatchSync> batch_;  ///< Syncs all files at once; without it each is synced.
   std::uint64_t total_ = 0;
 };
 
-/// Each size is below its limit, and so is their sum.
+/// No overflow: each size is below its limit, and so is their sum.
 std::uint64_t unpackedSize(const ArchivePlan& plan) {
   std::uint64_t size = 0;
   for (const ArchiveEntry& entry : plan.entries) {
@@ -120,24 +111,24 @@ std::uint64_t unpackedSize(const ArchivePlan& plan) {
 
 }  // namespace
 
-bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
-                   const ArchiveLimits& limits, std::optional<Error>* error) {
-  ArchiveObjection objection;
-  const auto plan = planArchive(archive, limits, objection);
-  if (!plan) return fail(error, refusal(archiveName, objection));
+Status unpackArchive(const Data& data, std::string_view name, const std::string& path,
+                     const ArchiveLimits& limits) {
+  const Archive archive{data, name, limits};
+  const auto plan = planArchive(archive);
+  if (!plan) return plan.error();
   const ArchiveNode& top = plan->tree.top(archiveEntryPage);
   const ArchiveNode* const page = top.child(archiveEntryPage);
   if (!page || page->isDirectory()) {
-    return fail(error, storageError(KivStorageServiceErrorCode::noEntryPage,
-                                    "The archive " + quoted(archiveName) + " has no " +
-                                        quoted(archiveEntryPage) + " at its top."));
+    return storageError(
+        KivStorageServiceErrorCode::noEntryPage,
+        "The archive " + quoted(name) + " has no " + quoted(archiveEntryPage) + " at its top.");
   }
-  // A disk that does not tell its room is tried.
-  const auto space = FileManager::defaultManager().spaceAtPath(path);
-  auto full =
-      space ? validateSize(unpackedSize(*plan), "archive", archiveName, *space) : std::nullopt;
-  if (full) return fail(error, std::move(*full));
-  return Unpacker(*plan, archive.size(), limits, archiveName).makeTree(top, path, error);
+  // A disk that does not tell its free space is tried.
+  if (const auto space = FileManager::defaultManager().spaceAtPath(path)) {
+    Status status = storage::checkRoom(unpackedSize(*plan), "archive", name, *space);
+    if (!status) return status;
+  }
+  return Unpacker(archive, *plan).makeTree(top, path);
 }
 
 }  // namespace kiv::storage

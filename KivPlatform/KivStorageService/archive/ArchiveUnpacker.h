@@ -1,11 +1,10 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "KivPlatform/Foundation/values/Data.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/ArchiveLimits.h"
 
 namespace kiv::storage {
@@ -13,7 +12,7 @@ namespace kiv::storage {
 /// Unpacks the archive into a new directory at the path, and syncs it. Fails before anything is
 /// written if the disk has no room. On failure the caller removes what was written. The archive's
 /// name is for the messages.
-bool unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
-                   const ArchiveLimits& limits, std::optional<Error>* error);
+Status unpackArchive(const Data& archive, std::string_view archiveName, const std::string& path,
+                     const ArchiveLimits& limits);
 
 }  // namespace kiv::storage

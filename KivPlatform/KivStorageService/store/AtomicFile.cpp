@@ -1,3 +1,7 @@
+// An adopted file is renamed instead of copied. It has mode 0600 until then, as the body of a
+// download, and gets the mode of a new file by copying that of one made for the purpose: the umask
+// itself cannot be read without changing it for every thread.
+
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
 
 #include <algorithm>
@@ -13,22 +17,19 @@ AtomicFile::AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file)
 
 namespace {
 
-/// Gives the file, which was its owner's alone on its way, the rights that the umask leaves to a
-/// new one. The umask itself cannot be asked for without changing it for every thread.
+/// Gives the file the mode of a new shared file. On failure it stays its owner's alone.
 void share(StorageRoot& root, const std::string& path) {
-  const auto model = root.createTemporaryFile(Access::shared, nullptr);
-  if (!model) return;  // no room for one more file: this one then stays its owner's
-  // Where that fails the file stays its owner's.
+  const auto model = root.createTemporaryFile(Access::shared);
+  if (!model) return;
   static_cast<void>(FileManager::defaultManager().copyAccessToFileAtPath_fromFileAtPath(
       path, model->temporary.path()));
 }
 
 }  // namespace
 
-std::optional<AtomicFile> AtomicFile::create(StorageRoot& root, Access access,
-                                             std::optional<Error>* error) {
-  auto created = root.createTemporaryFile(access, error);
-  if (!created) return std::nullopt;
+Result<AtomicFile> AtomicFile::create(StorageRoot& root, Access access) {
+  auto created = root.createTemporaryFile(access);
+  if (!created) return created.error();
   return AtomicFile(std::move(created->temporary), std::move(created->file));
 }
 
@@ -36,46 +37,47 @@ std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data)
   const auto found = data.takeFile();
   if (!found) return std::nullopt;
   FileManager& files = FileManager::defaultManager();
-  auto temporary = root.makeTemporary(nullptr);
+  auto temporary = root.makeTemporary();
   if (!temporary || !files.moveItemAtPath_toPath(*found, temporary->path())) {
     files.discardItemAtPath(*found);
     return std::nullopt;
   }
   auto file = files.openFileAtPath_length(temporary->path(), data.size());
-  // Cut off by another process, it is no longer what it was.
+  // Another process may have truncated it.
   if (!file || files.lengthOfFileAtPath(temporary->path()) != data.size()) return std::nullopt;
   share(root, temporary->path());
-  return AtomicFile(std::move(*temporary), std::move(file));
+  return AtomicFile(*std::move(temporary), *std::move(file));
 }
 
-bool AtomicFile::write(std::string_view bytes, std::optional<Error>* error) {
-  return file_->write(bytes, error);
+Status AtomicFile::write(std::string_view bytes) {
+  return file_->write(bytes);
 }
 
-bool AtomicFile::write(const Data& data, std::optional<Error>* error) {
-  if (!data.isFile()) return file_->write(data.view(), error);
+Status AtomicFile::write(const Data& data) {
+  if (!data.isFile()) return file_->write(data.view());
   constexpr std::size_t pieceSize = 256 * 1024;
   std::string piece(std::min(pieceSize, data.size()), '\0');
   for (std::size_t offset = 0; offset < data.size(); offset += piece.size()) {
     piece.resize(std::min(pieceSize, data.size() - offset));
-    if (!data.copyBytes(offset, piece.data(), piece.size(), error)) return false;
-    if (!file_->write(piece, error)) return false;
+    if (Status status = data.copyBytes(offset, piece.data(), piece.size()); !status) return status;
+    if (Status status = file_->write(piece); !status) return status;
   }
-  return true;
+  return {};
 }
 
-bool AtomicFile::place(const std::string& path, std::optional<Error>* error) {
-  if (!file_->synchronize(error) || !file_->close(error)) return false;
-  if (!FileManager::defaultManager().moveItemAtPath_toPath(temporary_.path(), path, error)) {
-    return false;
-  }
-  temporary_.leave();  // nothing lies there any more
-  return true;
+Status AtomicFile::place(const std::string& path) {
+  if (Status status = file_->synchronize(); !status) return status;
+  if (Status status = file_->close(); !status) return status;
+  FileManager& files = FileManager::defaultManager();
+  if (Status status = files.moveItemAtPath_toPath(temporary_.path(), path); !status) return status;
+  temporary_.leave();  // it has been renamed
+  return {};
 }
 
-bool AtomicFile::commit(const std::string& path, std::optional<Error>* error) {
-  return place(path, error) && FileManager::defaultManager().synchronizeDirectoryAtPath(
-                                   path::deletingLastPathComponent(path), error);
+Status AtomicFile::commit(const std::string& path) {
+  if (Status status = place(path); !status) return status;
+  return FileManager::defaultManager().synchronizeDirectoryAtPath(
+      path::deletingLastPathComponent(path));
 }
 
 }  // namespace kiv::storage

@@ -1,12 +1,17 @@
+// renameat2 with RENAME_EXCHANGE swaps two directories in one step. Network file systems and some
+// others lack it; there the old directory is moved aside first, and a note written before says
+// where it belongs, so that a later process can move it back.
+
 #include "KivPlatform/KivStorageService/store/DirectorySwap.h"
 
+#include <optional>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
-#include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/SwapNote.h"
 
 namespace kiv::storage {
@@ -15,13 +20,13 @@ namespace {
 
 constexpr int mostAttempts = 4;
 
-bool synchronizeParent(const std::string& path, std::optional<Error>* error) {
+Status synchronizeParent(const std::string& path) {
   return FileManager::defaultManager().synchronizeDirectoryAtPath(
-      path::deletingLastPathComponent(path), error);
+      path::deletingLastPathComponent(path));
 }
 
 /// True if the file system has no such step, rather than that it failed.
-bool isUnsupported(const std::optional<Error>& error) {
+bool isUnsupported(const Error& error) {
   for (const auto code : {std::errc::invalid_argument, std::errc::function_not_supported,
                           std::errc::not_supported, std::errc::operation_not_supported}) {
     if (isSystemError(error, code)) return true;
@@ -29,84 +34,70 @@ bool isUnsupported(const std::optional<Error>& error) {
   return false;
 }
 
-/// Writes beside `spare` the note that what lies there belongs at the path, where a power cut does
-/// not lose it either.
-bool writeNote(StorageRoot& root, const std::string& spare, std::string_view path,
-               std::optional<Error>* error) {
-  auto note = AtomicFile::create(root, Access::owner, error);
-  const std::string directory(path::deletingLastPathComponent(spare));
-  return note && note->write(path.substr(root.path().size() + 1), error) &&
-         root.prepareDirectory(directory, error) && note->commit(swapNotePath(spare), error);
+/// Writes beside `spare` the note that what lies there belongs at the path, and syncs it.
+Status writeNote(StorageRoot& root, const std::string& spare, std::string_view path) {
+  auto note = AtomicFile::create(root, Access::owner);
+  if (!note) return note.error();
+  Status status = note->write(path.substr(root.path().size() + 1));
+  if (!status) return status;
+  status = root.prepareDirectory(std::string(path::deletingLastPathComponent(spare)));
+  if (!status) return status;
+  return note->commit(swapNotePath(spare));
 }
 
-/// Moves the old directory to the spare and the new one in, with the note written already. When
-/// the new one cannot move in, the old one moves back.
-bool moveAsideAndIn(const std::string& spare, const std::string& temporary, const std::string& path,
-                    std::optional<Error>* error) {
+/// Moves the old directory to `spare` and the new one in. The note has been written. If the new one
+/// cannot be moved in, the old one is moved back.
+Status moveAsideAndIn(const std::string& spare, const std::string& temporary,
+                      const std::string& path) {
   FileManager& files = FileManager::defaultManager();
-  if (!files.moveItemAtPath_toPath(path, spare, error)) return false;
-  if (!files.moveItemAtPath_toPath(temporary, path, error)) {
-    // Where it cannot move back either, the note brings it back later.
+  if (Status status = files.moveItemAtPath_toPath(path, spare); !status) return status;
+  if (Status status = files.moveItemAtPath_toPath(temporary, path); !status) {
+    // If this fails too, the note serves to move it back later.
     static_cast<void>(files.moveItemAtPath_toPath(spare, path));
-    return false;
+    return status;
   }
-  return synchronizeParent(path, error);
+  return synchronizeParent(path);
 }
 
-bool replaceInTwoSteps(StorageRoot& root, const std::string& temporary, const std::string& path,
-                       std::optional<Error>* error) {
-  auto spare = root.makeTemporary(error);
-  if (!spare || !writeNote(root, spare->path(), path, error)) return false;
+Status replaceInTwoSteps(StorageRoot& root, const std::string& temporary, const std::string& path) {
+  auto spare = root.makeTemporary();
+  if (!spare) return spare.error();
+  if (Status status = writeNote(root, spare->path(), path); !status) return status;
   FileManager& files = FileManager::defaultManager();
-  const bool isReplaced = moveAsideAndIn(spare->path(), temporary, path, error);
+  Status status = moveAsideAndIn(spare->path(), temporary, path);
   if (files.itemExistsAtPath(path)) {
     files.discardItemAtPath(swapNotePath(spare->path()));
   } else {
-    spare->leave();  // the old directory could not move back: the note brings it back
+    spare->leave();  // the old directory, which the note brings back
   }
-  return isReplaced;
+  return status;
 }
 
-enum class Attempt { succeeded, failed, overtaken };
-
-Attempt outcome(bool succeeded) {
-  return succeeded ? Attempt::succeeded : Attempt::failed;
-}
-
-/// One attempt. Another process that saves or removes under the same path can come between the
+/// One attempt; nothing if another process that saves or removes the same path came between the
 /// look and the step.
-Attempt attemptSwap(StorageRoot& root, const std::string& temporary, const std::string& path,
-                    std::optional<Error>* error) {
+std::optional<Status> attemptSwap(StorageRoot& root, const std::string& temporary,
+                                  const std::string& path) {
   FileManager& files = FileManager::defaultManager();
-  std::optional<Error> stepError;
   if (!files.itemExistsAtPath(path)) {
-    if (files.moveItemAtPath_toPath(temporary, path, &stepError)) {
-      return outcome(synchronizeParent(path, error));
-    }
-    if (files.itemExistsAtPath(path)) return Attempt::overtaken;
-  } else {
-    if (files.exchangeItemAtPath_withItemAtPath(temporary, path, &stepError)) {
-      return outcome(synchronizeParent(path, error));
-    }
-    if (!files.itemExistsAtPath(path)) return Attempt::overtaken;
-    if (isUnsupported(stepError)) return outcome(replaceInTwoSteps(root, temporary, path, error));
+    Status status = files.moveItemAtPath_toPath(temporary, path);
+    if (status) return synchronizeParent(path);
+    if (files.itemExistsAtPath(path)) return std::nullopt;
+    return status;
   }
-  if (error) *error = stepError;
-  return Attempt::failed;
+  Status status = files.exchangeItemAtPath_withItemAtPath(temporary, path);
+  if (status) return synchronizeParent(path);
+  if (!files.itemExistsAtPath(path)) return std::nullopt;
+  if (isUnsupported(status.error())) return replaceInTwoSteps(root, temporary, path);
+  return status;
 }
 
 }  // namespace
 
-bool swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path,
-                     std::optional<Error>* error) {
-  Attempt attempt = Attempt::overtaken;
-  for (int i = 0; i < mostAttempts && attempt == Attempt::overtaken; ++i) {
-    attempt = attemptSwap(root, temporary.path(), path, error);
+Status swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path) {
+  for (int i = 0; i < mostAttempts; ++i) {
+    if (auto ended = attemptSwap(root, temporary.path(), path)) return *std::move(ended);
   }
-  if (attempt == Attempt::succeeded) return true;
-  if (attempt == Attempt::failed) return false;
-  return fail(error,
-              systemError(static_cast<int>(std::errc::device_or_resource_busy), "replace", path));
+  return systemError(static_cast<int>(std::errc::device_or_resource_busy), "replace", path);
 }
 
 }  // namespace kiv::storage

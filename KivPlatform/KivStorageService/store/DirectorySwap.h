@@ -1,9 +1,8 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
 /// Atomic replacement of a directory.
@@ -16,7 +15,6 @@ namespace kiv::storage {
 /// Where the file system supports it, the two are exchanged in one step. Elsewhere the old one is
 /// moved away first, and for a moment nothing is at the path; if the process dies then,
 /// undoInterruptedSwaps() moves it back, by a note in the process's directory.
-bool swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path,
-                     std::optional<Error>* error);
+Status swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path);
 
 }  // namespace kiv::storage

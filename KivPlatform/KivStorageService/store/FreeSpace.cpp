@@ -1,16 +1,17 @@
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
 
 #include <algorithm>
+#include <string>
 
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 namespace kiv::storage {
 
-std::optional<Error> validateSize(std::uint64_t bytes, std::string_view sort, std::string_view name,
-                                  const FileSystemSpace& space) {
+Status checkRoom(std::uint64_t bytes, std::string_view sort, std::string_view name,
+                 const FileSystemSpace& space) {
   const std::uint64_t reserve = std::min(bytes, largestReserve);
   const bool fits = bytes <= space.available && reserve <= space.available - bytes;
-  if (fits) return std::nullopt;
+  if (fits) return {};
   return storageError(KivStorageServiceErrorCode::noSpace,
                       "The disk has no room for the " + std::string(sort) + " " + quoted(name) +
                           ": it needs " + std::to_string(bytes) + " bytes and a reserve of " +

@@ -1,12 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <string_view>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv::storage {
 
@@ -14,9 +12,9 @@ namespace kiv::storage {
 /// larger than the file itself.
 inline constexpr std::uint64_t largestReserve = std::uint64_t{1} << 20;
 
-/// An error if there is no room for that many bytes. `sort` ("file") and `name` are for the
+/// Fails if there is no room for that many bytes. `sort` ("file") and `name` are for the
 /// message.
-std::optional<Error> validateSize(std::uint64_t bytes, std::string_view sort, std::string_view name,
-                                  const FileSystemSpace& space);
+Status checkRoom(std::uint64_t bytes, std::string_view sort, std::string_view name,
+                 const FileSystemSpace& space);
 
 }  // namespace kiv::storage

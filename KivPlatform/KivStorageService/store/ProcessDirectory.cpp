@@ -3,11 +3,11 @@
 #include <random>
 #include <set>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
-#include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 namespace kiv::storage {
 
@@ -29,13 +29,14 @@ std::string lockPath(const std::string& directory) {
   return directory + std::string(lockSuffix);
 }
 
-/// True if a lock was just made, and another process that sweeps at this very moment holds it;
-/// that name is then given up for another.
-bool isHeldElsewhere(const std::optional<Error>& error) {
+/// True if another process, which is just sweeping, holds the lock of the new name. Another name is
+/// tried then.
+bool isHeldElsewhere(const Error& error) {
   return isSystemError(error, std::errc::resource_unavailable_try_again);
 }
 
-/// The caller holds the directory's lock. The lock file goes last, as long as it guards something.
+/// The caller holds the directory's lock. The lock file is removed last, and only if it guards
+/// nothing any more.
 void removeLocked(const std::string& directory, const ProcessDirectory::Salvage& salvage) {
   FileManager& files = FileManager::defaultManager();
   salvage(directory);
@@ -53,24 +54,22 @@ ProcessDirectory::~ProcessDirectory() {
   removeLocked(path_, salvage_);
 }
 
-std::shared_ptr<ProcessDirectory> ProcessDirectory::create(const std::string& parent,
-                                                           Salvage salvage,
-                                                           std::optional<Error>* error) {
+Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::string& parent,
+                                                                   Salvage salvage) {
   FileManager& files = FileManager::defaultManager();
   removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
-  if (!files.createPrivateDirectoryAtPath(parent, error)) return nullptr;
-  std::optional<Error> lockError;
-  for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+  if (Status status = files.createPrivateDirectoryAtPath(parent); !status) return status;
+  for (int attempt = 1;; ++attempt) {
     const std::string path = path::appendingPathComponent(parent, randomName());
-    if (auto lock = files.lockFileAtPath(lockPath(path), &lockError)) {
+    auto lock = files.lockFileAtPath(lockPath(path));
+    if (lock) {
       std::shared_ptr<ProcessDirectory> directory(
-          new ProcessDirectory(path, std::move(lock), std::move(salvage)));
-      return files.createPrivateDirectoryAtPath(path, error) ? directory : nullptr;
+          new ProcessDirectory(path, *std::move(lock), std::move(salvage)));
+      if (Status status = files.createPrivateDirectoryAtPath(path); !status) return status;
+      return directory;
     }
-    if (!isHeldElsewhere(lockError)) break;
+    if (!isHeldElsewhere(lock.error()) || attempt == mostAttempts) return lock.error();
   }
-  if (error) *error = std::move(lockError);
-  return nullptr;
 }
 
 void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) {

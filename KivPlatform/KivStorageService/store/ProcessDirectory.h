@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv::storage {
 
@@ -24,9 +23,9 @@ class ProcessDirectory {
   /// Called with the path of a directory before it is removed, to rescue what must be kept.
   using Salvage = std::function<void(const std::string& directory)>;
 
-  /// Creates and locks a directory with a unique name under `parent`; nullptr on failure.
-  static std::shared_ptr<ProcessDirectory> create(const std::string& parent, Salvage salvage,
-                                                  std::optional<Error>* error);
+  /// Creates and locks a directory with a unique name under `parent`.
+  static Result<std::shared_ptr<ProcessDirectory>> create(const std::string& parent,
+                                                          Salvage salvage);
 
   /// Removes from `parent` the directories that no living process holds.
   static void sweep(const std::string& parent, const Salvage& salvage);

@@ -1,3 +1,6 @@
+// Names in messages come from servers and archives: what they hold is shown escaped and shortened,
+// so that it can neither forge a line of a log nor fill it.
+
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 #include "KivPlatform/Foundation/text/ControlCharacters.h"
@@ -23,7 +26,7 @@ std::string escaped(std::string_view text) {
   return out;
 }
 
-/// The position not above `at` where no character of the text is cut in two.
+/// The last position up to `at` that does not split a UTF-8 character.
 std::size_t boundary(std::string_view text, std::size_t at) {
   while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
     --at;
@@ -34,10 +37,6 @@ std::size_t boundary(std::string_view text, std::size_t at) {
 
 Error storageError(KivStorageServiceErrorCode code, std::string_view message) {
   return Error(KivStorageServiceErrorDomain, static_cast<std::int64_t>(code), message);
-}
-
-bool isSystemError(const std::optional<Error>& error, std::errc number) noexcept {
-  return error && error->domain == SystemErrorDomain && error->code == static_cast<int>(number);
 }
 
 std::string quoted(std::string_view text) {

@@ -4,13 +4,13 @@
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
-#include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 #include "KivPlatform/KivStorageService/store/SwapNote.h"
 
@@ -18,7 +18,7 @@ namespace kiv::storage {
 
 namespace {
 
-/// What a file of that size takes at most, as far as one can say without knowing the disk.
+/// An upper bound of the space that a file of that size takes: its blocks and one more.
 std::uint64_t sizeOnDisk(std::uint64_t bytes) {
   constexpr std::uint64_t block = 4096;
   return (bytes / block + 2) * block;
@@ -28,7 +28,7 @@ std::string parentOf(const std::string& path) {
   return std::string(path::deletingLastPathComponent(path));
 }
 
-/// The lowest directory at or above the path that is there.
+/// The lowest directory at or above the path that exists.
 std::string standingAncestor(std::string path) {
   while (path.size() > 1 && !FileManager::defaultManager().itemExistsAtPath(path)) {
     path = parentOf(path);
@@ -36,21 +36,20 @@ std::string standingAncestor(std::string path) {
   return path;
 }
 
-std::unique_ptr<WritableFile> createFile(const std::string& path, Access access,
-                                         std::optional<Error>* error) {
+Result<std::unique_ptr<WritableFile>> createFile(const std::string& path, Access access) {
   FileManager& files = FileManager::defaultManager();
-  return access == Access::owner ? files.createPrivateFileAtPath(path, error)
-                                 : files.createFileAtPath(path, error);
+  return access == Access::owner ? files.createPrivateFileAtPath(path)
+                                 : files.createFileAtPath(path);
 }
 
 /// Syncs the entries of every directory from `top` down to the parent of `bottom`.
-bool synchronizeWay(const std::string& top, const std::string& bottom,
-                    std::optional<Error>* error) {
+Status synchronizeWay(const std::string& top, const std::string& bottom) {
   for (std::string path = bottom; path.size() > top.size();) {
     path = parentOf(path);
-    if (!FileManager::defaultManager().synchronizeDirectoryAtPath(path, error)) return false;
+    Status status = FileManager::defaultManager().synchronizeDirectoryAtPath(path);
+    if (!status) return status;
   }
-  return true;
+  return {};
 }
 
 }  // namespace
@@ -63,84 +62,89 @@ ProcessDirectory::Salvage StorageRoot::salvage() const {
   return [root = path_](const std::string& directory) { undoInterruptedSwaps(directory, root); };
 }
 
-std::optional<Temporary> StorageRoot::makeTemporary(std::optional<Error>* error) {
-  auto directory = processDirectory(error);
-  if (!directory) return std::nullopt;
+Result<Temporary> StorageRoot::makeTemporary() {
+  auto directory = processDirectory();
+  if (!directory) return directory.error();
   std::string path;
   do {
-    path = directory->nextPath();
+    path = (*directory)->nextPath();
   } while (FileManager::defaultManager().itemExistsAtPath(path));
-  return Temporary(std::move(path), std::move(directory));
+  return Temporary(std::move(path), *std::move(directory));
 }
 
-/// Without a look before: the creation itself fails if something lies.
-std::optional<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(
-    Access access, std::optional<Error>* error) {
-  auto directory = processDirectory(error);
-  if (!directory) return std::nullopt;
+/// Does not look first whether something lies at the path: the creation fails if so.
+Result<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(Access access) {
+  auto directory = processDirectory();
+  if (!directory) return directory.error();
   constexpr int mostAttempts = 100;
-  std::optional<Error> problem;
-  for (int attempt = 0; attempt < mostAttempts; ++attempt) {
-    std::string path = directory->nextPath();
-    auto file = createFile(path, access, &problem);
-    if (file) return TemporaryFile{{std::move(path), std::move(directory)}, std::move(file)};
-    if (!isSystemError(problem, std::errc::file_exists)) break;
+  for (int attempt = 1;; ++attempt) {
+    std::string path = (*directory)->nextPath();
+    auto file = createFile(path, access);
+    if (file) {
+      return TemporaryFile{{std::move(path), *std::move(directory)}, *std::move(file)};
+    }
+    const bool isTaken = isSystemError(file.error(), std::errc::file_exists);
+    if (!isTaken || attempt == mostAttempts) return file.error();
   }
-  if (error) *error = std::move(problem);
-  return std::nullopt;
 }
 
-std::shared_ptr<ProcessDirectory> StorageRoot::processDirectory(std::optional<Error>* error) {
+Result<std::shared_ptr<ProcessDirectory>> StorageRoot::processDirectory() {
   const MutexLock guard(mutex_);
   if (seen_.processDirectoryStands) return processDirectory_;
   if (!processDirectory_ || !processDirectory_->stands()) {
-    processDirectory_ = ProcessDirectory::create(
-        path::appendingPathComponent(path_, privateDirectory), salvage(), error);
+    auto created =
+        ProcessDirectory::create(path::appendingPathComponent(path_, privateDirectory), salvage());
+    processDirectory_ = created ? *created : nullptr;
+    if (!created) return created.error();
   }
-  seen_.processDirectoryStands = isInBatch() && processDirectory_;
+  seen_.processDirectoryStands = isInBatch();
   return processDirectory_;
 }
 
-bool StorageRoot::prepareDirectory(const std::string& directory, std::optional<Error>* error) {
+Status StorageRoot::prepareDirectory(const std::string& directory) {
   FileManager& files = FileManager::defaultManager();
   const MutexLock guard(mutex_);
-  if (seen_.standingDirectories.contains(directory)) return true;
+  if (seen_.standingDirectories.contains(directory)) return {};
   const bool stands = files.itemExistsAtPath(directory);
   if (stands && durableDirectories_.contains(directory)) {
     if (isInBatch()) seen_.standingDirectories.insert(directory);
-    return true;
+    return {};
   }
-  // One that stands may still be unknown to the disk: who made it may have died before syncing.
+  // An existing one may not be on the disk yet: the process that made it may have died before
+  // syncing.
   const std::string standing = standingAncestor(directory);
   const std::string& top = standing.size() < path_.size() ? standing : path_;
-  if (!stands && !files.createDirectoryAtPath(directory, error)) return false;
-  if (!synchronizeWay(top, directory, error)) return false;
+  if (!stands) {
+    if (Status status = files.createDirectoryAtPath(directory); !status) return status;
+  }
+  if (Status status = synchronizeWay(top, directory); !status) return status;
   durableDirectories_.insert(directory);
-  return true;
+  return {};
 }
 
-bool StorageRoot::synchronizeEntries(const std::string& directory, std::optional<Error>* error) {
+Status StorageRoot::synchronizeEntries(const std::string& directory) {
   {
     const MutexLock guard(mutex_);
     if (isInBatch()) {
       unsyncedDirectories_.insert(directory);
-      return true;
+      return {};
     }
   }
-  return FileManager::defaultManager().synchronizeDirectoryAtPath(directory, error);
+  return FileManager::defaultManager().synchronizeDirectoryAtPath(directory);
 }
 
-std::optional<Error> StorageRoot::validateFile(std::uint64_t bytes, std::string_view name) {
+/// A disk that does not tell its free space is tried.
+Status StorageRoot::checkRoom(std::uint64_t bytes, std::string_view name) {
   const std::uint64_t taken = sizeOnDisk(bytes);
   const MutexLock guard(mutex_);
   if (seen_.roomLeft < taken + largestReserve) {
     const auto space = FileManager::defaultManager().spaceAtPath(path_);
-    if (!space) return std::nullopt;
-    if (auto objection = validateSize(bytes, "file", name, *space)) return objection;
+    if (!space) return {};
+    if (Status status = storage::checkRoom(bytes, "file", name, *space); !status) return status;
     seen_.roomLeft = isInBatch() ? space->available : 0;
   }
   seen_.roomLeft -= std::min(seen_.roomLeft, taken);
-  return std::nullopt;
+  return {};
 }
 
 void StorageRoot::forgetRoom() {
@@ -153,19 +157,21 @@ void StorageRoot::beginBatch() {
   ++openBatches_;
 }
 
-bool StorageRoot::endBatch(std::optional<Error>* error) {
+/// Syncs the other directories even if one fails; answers with the last failure.
+Status StorageRoot::endBatch() {
   std::set<std::string> directories;
   {
     const MutexLock guard(mutex_);
-    if (--openBatches_ > 0) return true;
+    if (--openBatches_ > 0) return {};
     seen_ = {};
     directories.swap(unsyncedDirectories_);
   }
-  bool isDone = true;
+  Status result;
   for (const std::string& directory : directories) {
-    isDone = FileManager::defaultManager().synchronizeDirectoryAtPath(directory, error) && isDone;
+    Status status = FileManager::defaultManager().synchronizeDirectoryAtPath(directory);
+    if (!status) result = std::move(status);
   }
-  return isDone;
+  return result;
 }
 
 }  // namespace kiv::storage

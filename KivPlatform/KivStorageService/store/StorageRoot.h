@@ -2,14 +2,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 
 namespace kiv::storage {
@@ -28,21 +27,21 @@ class StorageRoot {
 
   /// A path for a new temporary on the root's file system. The private directory is created by the
   /// first call.
-  std::optional<Temporary> makeTemporary(std::optional<Error>* error);
+  Result<Temporary> makeTemporary();
   /// A new temporary file, open for writing.
   struct TemporaryFile {
     Temporary temporary;
     std::unique_ptr<WritableFile> file;
   };
-  std::optional<TemporaryFile> createTemporaryFile(Access access, std::optional<Error>* error);
+  Result<TemporaryFile> createTemporaryFile(Access access);
 
   /// Creates the directory, which is the root or under it, with missing parents, and syncs them.
-  bool prepareDirectory(const std::string& directory, std::optional<Error>* error);
+  Status prepareDirectory(const std::string& directory);
 
   /// Syncs the directory, or does so at the end of the batch if one is open.
-  bool synchronizeEntries(const std::string& directory, std::optional<Error>* error);
-  /// An error if the disk has no room for a file of that size.
-  std::optional<Error> validateFile(std::uint64_t bytes, std::string_view name);
+  Status synchronizeEntries(const std::string& directory);
+  /// Fails if the disk has no room for a file of that size.
+  Status checkRoom(std::uint64_t bytes, std::string_view name);
 
   /// Forgets the cached free space, since something large is about to be stored.
   void forgetRoom();
@@ -50,7 +49,7 @@ class StorageRoot {
   /// Group commit: the end of the outermost batch syncs each directory once. Whether directories
   /// exist and how much space is free is cached during a batch.
   void beginBatch();
-  bool endBatch(std::optional<Error>* error);
+  Status endBatch();
 
  private:
   /// Cached during a batch.
@@ -62,7 +61,7 @@ class StorageRoot {
 
   /// Undoes interrupted swaps.
   [[nodiscard]] ProcessDirectory::Salvage salvage() const;
-  std::shared_ptr<ProcessDirectory> processDirectory(std::optional<Error>* error);
+  Result<std::shared_ptr<ProcessDirectory>> processDirectory();
   [[nodiscard]] bool isInBatch() const noexcept KIV_REQUIRES(mutex_) { return openBatches_ > 0; }
 
   const std::string path_;

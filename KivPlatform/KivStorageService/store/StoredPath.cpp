@@ -44,7 +44,7 @@ std::optional<std::string> validateRelativePath(std::string_view relativePath) {
   }
 }
 
-std::optional<Error> validatePlace(std::string_view fileName, std::string_view relativePath) {
+Status checkPlace(std::string_view fileName, std::string_view relativePath) {
   if (const auto objection = filename::objection(fileName)) {
     return unusable("The file name", fileName, *objection);
   }
@@ -54,12 +54,12 @@ std::optional<Error> validatePlace(std::string_view fileName, std::string_view r
   if (isReserved(fileName, relativePath)) {
     return unusable("The file name", fileName, "is the storage service's own");
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<Error> validateSaving(std::string_view fileName, std::string_view relativePath) {
-  if (auto error = validatePlace(fileName, relativePath)) return error;
-  if (!isArchiveName(fileName)) return std::nullopt;
+Status checkSaving(std::string_view fileName, std::string_view relativePath) {
+  if (Status status = checkPlace(fileName, relativePath); !status) return status;
+  if (!isArchiveName(fileName)) return {};
   const std::string_view stem = archiveStem(fileName);
   if (const auto objection = filename::objection(stem)) {
     return unusable("The archive name", fileName,
@@ -68,7 +68,7 @@ std::optional<Error> validateSaving(std::string_view fileName, std::string_view 
   if (isReserved(stem, relativePath)) {
     return unusable("The archive name", fileName, "would be unpacked in the service's own place");
   }
-  return std::nullopt;
+  return {};
 }
 
 }  // namespace kiv::storage

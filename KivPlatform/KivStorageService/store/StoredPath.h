@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 /// Paths of stored files under their root. These functions do not access the disk.
 namespace kiv::storage {
@@ -20,9 +20,9 @@ std::string_view archiveStem(std::string_view fileName);
 /// valid names with single separators, outside the private directory. The empty path is the root.
 std::optional<std::string> validateRelativePath(std::string_view relativePath);
 
-/// An error if the path may not be used for a file.
-std::optional<Error> validatePlace(std::string_view fileName, std::string_view relativePath);
+/// Fails if the path may not be used for a file.
+Status checkPlace(std::string_view fileName, std::string_view relativePath);
 /// The same for a file to be saved; an archive's stem is checked too.
-std::optional<Error> validateSaving(std::string_view fileName, std::string_view relativePath);
+Status checkSaving(std::string_view fileName, std::string_view relativePath);
 
 }  // namespace kiv::storage

@@ -446,7 +446,7 @@ TEST_F(KivRESTServiceResume, TwoClientsDoNotShareAPart) {
 }
 
 /// The disk gives out at one operation or another.
-class FullDisk : public KivRESTServiceResume, public testing::WithParamInterface<const char*> {};
+class FullDisk : public KivRESTServiceResume, public testing::WithParamInterface<FileOperation> {};
 
 TEST_P(FullDisk, EndsTheTaskAndIsNotTriedAgain) {
   serve({});
@@ -455,7 +455,7 @@ TEST_P(FullDisk, EndsTheTaskAndIsNotTriedAgain) {
   files.setFailingOperation(GetParam(), ENOSPC);
   const Load load(client, url());
   ASSERT_TRUE(load.waitForEnd());
-  files.setFailingOperation("", 0);
+  files.clearFailingOperation();
   EXPECT_EQ(load.errorCode(), codeOf(Code::outOfResources));
   EXPECT_NE(load.message().find("No space left on device"), std::string::npos) << load.message();
   EXPECT_EQ(ranges().size(), 1U);
@@ -467,18 +467,19 @@ TEST_F(KivRESTServiceResume, ARestForWhichTheDiskHasNoRoomIsNotAskedForAgain) {
   serve({});
   FaultyFileManager files;
   KivRESTService client(settings_);
-  files.setFailingOperation("write", ENOSPC);
+  files.setFailingOperation(FileOperation::write, ENOSPC);
   const Load load(client, url());
   ASSERT_TRUE(load.waitForEnd());
-  files.setFailingOperation("", 0);
+  files.clearFailingOperation();
   EXPECT_EQ(load.errorCode(), codeOf(Code::outOfResources));
   EXPECT_EQ(laterRanges(), (Ranges{"bytes=60000-"}));
   EXPECT_TRUE(spooled().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FullDisk,
-                         testing::Values("createDirectory", "lock", "createFile", "write", "close",
-                                         "map"),
-                         [](const auto& operation) { return std::string(operation.param); });
+                         testing::Values(FileOperation::createDirectory, FileOperation::lock,
+                                         FileOperation::createFile, FileOperation::write,
+                                         FileOperation::close, FileOperation::map),
+                         [](const auto& operation) { return nameOf(operation.param); });
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <sys/stat.h>
 
-#include "KivPlatform/Foundation/files/FileData.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
@@ -62,13 +62,14 @@ TEST_F(KivStorageServiceTest, AFileThatHoldsTheBytesIsMovedAndNotCopied) {
   EXPECT_EQ(after.st_ino, before.st_ino);
   EXPECT_FALSE(fs::exists(root() + "/spooled"));
   EXPECT_EQ(data->view(), "bytes");
-  std::vector<std::string> names;
+  std::vector<FileOperation> kinds;
   for (const auto& operation : files.operations())
-    names.push_back(operation.name);
-  EXPECT_EQ(std::count(names.begin(), names.end(), "write"), 0);
-  const auto synced = std::find(names.begin(), names.end(), "synchronize");
-  ASSERT_NE(synced, names.end());
-  EXPECT_NE(std::find(synced, names.end(), "move"), names.end()) << "synced before it has its name";
+    kinds.push_back(operation.kind);
+  EXPECT_EQ(std::count(kinds.begin(), kinds.end(), FileOperation::write), 0);
+  const auto synced = std::find(kinds.begin(), kinds.end(), FileOperation::synchronize);
+  ASSERT_NE(synced, kinds.end());
+  EXPECT_NE(std::find(synced, kinds.end(), FileOperation::move), kinds.end())
+      << "synced before it has its name";
 }
 
 TEST_F(KivStorageServiceTest, TheSameFileIsSavedAgainFromItsBytes) {
@@ -111,7 +112,8 @@ std::size_t syncsOfResources(const FaultyFileManager& files) {
   const auto operations = files.operations();
   return static_cast<std::size_t>(
       std::count_if(operations.begin(), operations.end(), [](const auto& operation) {
-        return operation.name == "synchronizeDirectory" && operation.path.ends_with("/Resources");
+        return operation.kind == FileOperation::synchronizeDirectory &&
+               operation.path.ends_with("/Resources");
       }));
 }
 
@@ -140,7 +142,7 @@ TEST_F(KivStorageServiceTest, TheEndOfABatchTellsThatTheDiskFailed) {
   FaultyFileManager files;
   KivStorageService::Batch batch;
   EXPECT_FALSE(save("a.png", "bytes"));
-  files.setFailingOperation("synchronizeDirectory", EIO);
+  files.setFailingOperation(FileOperation::synchronizeDirectory, EIO);
   std::optional<Error> error;
   EXPECT_FALSE(batch.end(&error));
   ASSERT_TRUE(error);
@@ -504,11 +506,12 @@ TEST_F(KivStorageServiceTest, DataReachesTheDiskBeforeItsNameAndTheNameBeforeThe
   EXPECT_FALSE(save("a.png", "first"));
   files.setFault(std::nullopt);
   EXPECT_FALSE(save("a.png", "second"));
-  std::vector<std::string> names;
+  std::vector<FileOperation> kinds;
   for (const auto& operation : files.operations())
-    names.push_back(operation.name);
-  EXPECT_EQ(names, (std::vector<std::string>{"createFile", "write", "synchronize", "close", "move",
-                                             "synchronizeDirectory"}));
+    kinds.push_back(operation.kind);
+  using enum FileOperation;
+  EXPECT_EQ(kinds,
+            (std::vector{createFile, write, synchronize, close, move, synchronizeDirectory}));
   EXPECT_EQ(files.operations().back().path, root() + "/KivResource/Resources");
 }
 
@@ -517,8 +520,8 @@ TEST_F(KivStorageServiceTest, NewDirectoriesReachTheDiskBeforeAFileIsNamedInThem
   EXPECT_FALSE(save("a.png", "x"));
   std::vector<std::string> synced;
   for (const auto& operation : files.operations()) {
-    if (operation.name == "move") break;
-    if (operation.name == "synchronizeDirectory") synced.push_back(operation.path);
+    if (operation.kind == FileOperation::move) break;
+    if (operation.kind == FileOperation::synchronizeDirectory) synced.push_back(operation.path);
   }
   EXPECT_EQ(synced, (std::vector<std::string>{root() + "/KivResource", root()}));
 }
@@ -526,16 +529,16 @@ TEST_F(KivStorageServiceTest, NewDirectoriesReachTheDiskBeforeAFileIsNamedInThem
 TEST_F(KivStorageServiceTest, AFailedSyncIsNotRepeatedAndDiscardsTheFile) {
   EXPECT_FALSE(save("a.png", "old"));
   FaultyFileManager files;
-  files.setFailingOperation("synchronize", EIO);
+  files.setFailingOperation(FileOperation::synchronize, EIO);
   const auto error = save("a.png", "new");
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code, EIO);
   int synced = 0;
   for (const auto& operation : files.operations())
-    synced += operation.name == "synchronize";
+    synced += operation.kind == FileOperation::synchronize;
   EXPECT_EQ(synced, 1);
   EXPECT_EQ(contents("a.png"), "old");
-  files.setFailingOperation("", 0);
+  files.clearFailingOperation();
   restart();
   EXPECT_EQ(temporaries(), Tree{});
 }

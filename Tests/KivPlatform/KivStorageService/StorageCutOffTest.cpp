@@ -6,7 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include "KivPlatform/Foundation/files/FileData.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/ForwardingFileManager.h"
@@ -21,16 +20,14 @@ namespace fs = std::filesystem;
 /// not to, as between two file systems.
 class InterruptedFileManager : public ForwardingFileManager {
  public:
-  std::unique_ptr<WritableFile> createFileAtPath(std::string_view path,
-                                                 std::optional<Error>* error) override {
+  Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override {
     if (--createsLeft == 0) interrupt();
-    return ForwardingFileManager::createFileAtPath(path, error);
+    return ForwardingFileManager::createFileAtPath(path);
   }
-  bool moveItemAtPath_toPath(std::string_view path, std::string_view newPath,
-                             std::optional<Error>* error) override {
-    if (path == pathThatStays) return fail(error, systemError(EXDEV, "move", path));
+  Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override {
+    if (path == pathThatStays) return systemError(EXDEV, "move", path);
     if (path == cutBeforeMove) fs::resize_file(fs::path(path), 10);
-    return ForwardingFileManager::moveItemAtPath_toPath(path, newPath, error);
+    return ForwardingFileManager::moveItemAtPath_toPath(path, newPath);
   }
 
   int createsLeft = 0;
@@ -47,7 +44,7 @@ class StorageCutOffTest : public StorageServiceFixture {
 
   Data spooled(std::string_view bytes) {
     put(spoolPath_, bytes);
-    return kiv::fileDataAtPath(spoolPath_).value();
+    return *kiv::fileDataAtPath(spoolPath_);
   }
 
   static std::optional<Error> saveData(std::string_view name, const Data& data) {

@@ -129,12 +129,12 @@ TEST_P(StorageFaultsTest, EveryFailureBeforeTheNameIsGivenIsReported) {
   for (std::uint64_t at = 1; at <= operations.size(); ++at) {
     const auto& operation = operations[static_cast<std::size_t>(at - 1)];
     // What is tidied up after the new version is in place may fail unnoticed.
-    if (operation.name == "remove") continue;
-    if (operation.name == "exchange" && GetParam().refusesExchanges) continue;
+    if (operation.kind == FileOperation::remove) continue;
+    if (operation.kind == FileOperation::exchange && GetParam().refusesExchanges) continue;
     begin();
     files_.setFault(FaultyFileManager::Fault{.at = at, .number = EIO});
     const auto error = saveNew();
-    EXPECT_TRUE(error) << operation.name << " " << operation.path;
+    EXPECT_TRUE(error) << nameOf(operation.kind) << " " << operation.path;
   }
 }
 
@@ -164,11 +164,11 @@ class ArchiveSyncTest : public StorageServiceFixture {
  protected:
   /// How often the operation was asked for while the archive was saved for the first time, below
   /// its temporary directory.
-  [[nodiscard]] int count(std::string_view name) const {
+  [[nodiscard]] int count(FileOperation kind) const {
     int found = 0;
     for (const auto& operation : files_.operations()) {
       const bool isBelow = operation.path.find("/.KivStorageService/") != std::string::npos;
-      if (operation.name == name && isBelow) ++found;
+      if (operation.kind == kind && isBelow) ++found;
     }
     return found;
   }
@@ -179,23 +179,23 @@ class ArchiveSyncTest : public StorageServiceFixture {
 TEST_F(ArchiveSyncTest, InABatchAllIsSyncedOnceAndBeforeTheArchiveIsPutInPlace) {
   files_.allowBatchSyncs(true);
   EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
-  EXPECT_EQ(count("createFile"), filesOfAWholeArchive);
-  EXPECT_EQ(count("synchronize"), 0);
-  EXPECT_EQ(count("synchronizeDirectory"), 0);
-  EXPECT_EQ(count("synchronizeBatch"), 1);
-  std::vector<std::string> order;
+  EXPECT_EQ(count(FileOperation::createFile), filesOfAWholeArchive);
+  EXPECT_EQ(count(FileOperation::synchronize), 0);
+  EXPECT_EQ(count(FileOperation::synchronizeDirectory), 0);
+  EXPECT_EQ(count(FileOperation::synchronizeBatch), 1);
+  std::vector<FileOperation> order;
   for (const auto& operation : files_.operations())
-    order.push_back(operation.name);
-  const auto sync = std::find(order.begin(), order.end(), "synchronizeBatch");
-  EXPECT_EQ(std::find(sync, order.end(), "write"), order.end());
-  EXPECT_NE(std::find(sync, order.end(), "move"), order.end());
+    order.push_back(operation.kind);
+  const auto sync = std::find(order.begin(), order.end(), FileOperation::synchronizeBatch);
+  EXPECT_EQ(std::find(sync, order.end(), FileOperation::write), order.end());
+  EXPECT_NE(std::find(sync, order.end(), FileOperation::move), order.end());
 }
 
 TEST_F(ArchiveSyncTest, WithoutABatchEachFileAndEachDirectoryIsSyncedOnce) {
   EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
-  EXPECT_EQ(count("synchronize"), filesOfAWholeArchive);
-  EXPECT_EQ(count("synchronizeDirectory"), 4);  // the top and its three folders
-  EXPECT_EQ(count("synchronizeBatch"), 0);
+  EXPECT_EQ(count(FileOperation::synchronize), filesOfAWholeArchive);
+  EXPECT_EQ(count(FileOperation::synchronizeDirectory), 4);  // the top and its three folders
+  EXPECT_EQ(count(FileOperation::synchronizeBatch), 0);
 }
 
 class InterruptedSwapTest : public StorageServiceFixture {
@@ -208,7 +208,7 @@ class InterruptedSwapTest : public StorageServiceFixture {
     FaultyFileManager files;
     files.refuseExchanges(true);
     files.setObserver([&](const FaultyFileManager::Operation& operation) {
-      if (operation.name != "move" || operation.newPath != stored("promo")) return;
+      if (operation.kind != FileOperation::move || operation.newPath != stored("promo")) return;
       std::filesystem::copy(root(), copy, std::filesystem::copy_options::recursive);
     });
     EXPECT_FALSE(save("promo.zip", pageArchive("new")));
@@ -250,15 +250,15 @@ TEST_F(InterruptedSwapTest, WhenNeitherVersionCanMoveInTheOldOneIsBackAfterTheNe
   files.refuseExchanges(true);
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
     // From the moment when the old version has made way, nothing can be renamed any more.
-    if (operation.path == stored("promo")) files.setFailingOperation("move", EIO);
+    if (operation.path == stored("promo")) files.setFailingOperation(FileOperation::move, EIO);
   });
   // The move that makes way is still performed: its fault is looked up before the observer runs.
   EXPECT_TRUE(save("promo.zip", pageArchive("new")));
   EXPECT_EQ(treeOf(stored("")), Tree{});
   files.setObserver(nullptr);
-  files.setFailingOperation("remove", EIO);  // as after a kill: nothing is tidied up
+  files.setFailingOperation(FileOperation::remove, EIO);  // as after a kill: nothing is tidied up
   KivStorageService::setRootPath("");
-  files.setFailingOperation("", 0);
+  files.clearFailingOperation();
   KivStorageService::setRootPath(root());
   EXPECT_EQ(treeOf(stored("")), pageTree("old"));
   EXPECT_EQ(temporaries(), Tree{});

@@ -24,8 +24,9 @@ class StorageSpaceTest : public StorageServiceFixture {
   /// True if something was created since the faults were last set.
   [[nodiscard]] bool createdAFile() const {
     const auto operations = files_.operations();
-    return std::any_of(operations.begin(), operations.end(),
-                       [](const auto& operation) { return operation.name == "createFile"; });
+    return std::any_of(operations.begin(), operations.end(), [](const auto& operation) {
+      return operation.kind == FileOperation::createFile;
+    });
   }
 
   FaultyFileManager files_;

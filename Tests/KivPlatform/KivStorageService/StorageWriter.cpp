@@ -39,13 +39,13 @@ void awaitEndOfInput() {
 int hold(const std::string& version) {
   if (!saveOnce("files", version)) return 1;
   const auto root = kiv::storage::currentRoot();
-  auto unfinished = kiv::storage::AtomicFile::create(*root, kiv::storage::Access::shared, nullptr);
-  if (!unfinished || !unfinished->write("half", nullptr)) return 1;
+  auto unfinished = kiv::storage::AtomicFile::create(*root, kiv::storage::Access::shared);
+  if (!unfinished || !unfinished->write("half")) return 1;
   sayReady();
   awaitEndOfInput();
   const std::string path =
       KivStorageService::filePathForFileName_atRelativePath("held", "KivResource/Resources");
-  return unfinished->commit(path, nullptr) ? 0 : 1;
+  return unfinished->commit(path) ? 0 : 1;
 }
 
 int saveOverAndOver(const std::string& sort, const std::string& version) {

@@ -1,32 +1,74 @@
-// One sync of a whole file system in place of one for each file: Linux's syncfs.
+// One sync of a whole file system instead of one for each file: Linux's syncfs.
 //
 // It is used only if its success means that everything is on the disk:
-// - The kernel reports write errors (5.8 and newer). It compares the file system's state with that
-//   at the moment when the descriptor was opened, so that is done before the first file is written,
-//   and an error in between, also one that another program was told of, is not missed.
-// - The file system is one that keeps its journal or tree for all files together and whose syncfs
-// is
-//   as strict as its fsync. FUSE does not pass the call on to the program behind it, an overlay
-//   does not pass on errors of the layer below, and what a network does is for each of them to say:
-//   for all others the files are synced one by one.
+// - The kernel reports write errors (5.8 and newer). It compares the state of the file system with
+//   that when the descriptor was opened, so the descriptor is opened before the first file is
+//   written. Errors in between are reported even if another program was told of them.
+// - The file system has one journal or tree for all files, and its syncfs is as strict as its
+// fsync.
+//   FUSE does not pass the call on, an overlay hides errors of the layer below, and network file
+//   systems differ. On all others each file is synced by itself.
 
 #include "KivPlatform/Foundation/files/posix/FileSystemSync.h"
-
-#if defined(__linux__)
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <string>
+#include <utility>
+
+#include "KivPlatform/Foundation/files/posix/PosixFile.h"
+
+#if defined(__linux__)
 #include <fcntl.h>
 #include <linux/magic.h>
-#include <string>
 #include <sys/utsname.h>
 #include <sys/vfs.h>
 #include <unistd.h>
-#include <utility>
+#endif
 
-#include "KivPlatform/Foundation/files/posix/BatchSyncRule.h"
-#include "KivPlatform/Foundation/files/posix/PosixDescriptor.h"
+namespace kiv::batchsync {
+
+namespace {
+
+/// The number at the start of the text, which is then cut off.
+std::optional<std::uint64_t> takeNumber(std::string_view& text) {
+  std::uint64_t number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (result.ec != std::errc()) return std::nullopt;
+  text.remove_prefix(static_cast<std::size_t>(result.ptr - text.data()));
+  return number;
+}
+
+}  // namespace
+
+bool reportsWriteErrors(std::string_view kernelRelease) {
+  const auto major = takeNumber(kernelRelease);
+  if (!major || !kernelRelease.starts_with('.')) return false;
+  kernelRelease.remove_prefix(1);
+  const auto minor = takeNumber(kernelRelease);
+  return minor && (*major > 5 || (*major == 5 && *minor >= 8));
+}
+
+std::optional<std::uint64_t> unwrittenBytes(std::string_view memoryInformation) {
+  constexpr std::string_view label = "\nDirty:";
+  const std::size_t at = memoryInformation.find(label);
+  if (at == memoryInformation.npos) return std::nullopt;
+  memoryInformation.remove_prefix(at + label.size());
+  const std::size_t digits = memoryInformation.find_first_not_of(' ');
+  if (digits == memoryInformation.npos) return std::nullopt;
+  memoryInformation.remove_prefix(digits);
+  const auto number = takeNumber(memoryInformation);
+  if (!number || *number > UINT64_MAX / 1024 || !memoryInformation.starts_with(" kB")) {
+    return std::nullopt;
+  }
+  return *number * 1024;
+}
+
+}  // namespace kiv::batchsync
+
+#if defined(__linux__)
 
 namespace kiv {
 
@@ -51,10 +93,10 @@ bool isReliable(const Descriptor& directory) {
   return std::find(reliable.begin(), reliable.end(), type) != reliable.end();
 }
 
-/// Where it is not known, so much that it never pays.
+/// If it is not known, so much that a batch sync never pays.
 std::uint64_t unwrittenBytes() {
   const Descriptor file(::open("/proc/meminfo", O_RDONLY | O_CLOEXEC));
-  std::array<char, 4096> text{};  // the line stands far ahead of that
+  std::array<char, 4096> text{};  // the line is near the start
   const ssize_t length = file.isOpen() ? ::read(file.number(), text.data(), text.size()) : -1;
   if (length <= 0) return UINT64_MAX;
   return batchsync::unwrittenBytes({text.data(), static_cast<std::size_t>(length)})
@@ -66,9 +108,9 @@ class FileSystemSync final : public BatchSync {
   FileSystemSync(Descriptor directory, std::string path)
       : directory_(std::move(directory)), path_(std::move(path)) {}
 
-  bool synchronize(std::optional<Error>* error) override {
-    return ::syncfs(directory_.number()) == 0 ||
-           fail(error, systemError(errno, "synchronize", path_));
+  Status synchronize() override {
+    if (::syncfs(directory_.number()) == 0) return {};
+    return systemError(errno, "synchronize", path_);
   }
 
  private:

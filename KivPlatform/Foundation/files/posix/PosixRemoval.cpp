@@ -1,3 +1,7 @@
+// The guard of removals compares directories by identity (device and inode), going up from the
+// directory that holds the item. Paths are not compared: a link, a bind mount or a rename would
+// make the same directory look like another.
+
 #include "KivPlatform/Foundation/files/posix/PosixRemoval.h"
 
 #include <algorithm>
@@ -8,13 +12,13 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/Foundation/files/posix/PosixDescriptor.h"
+#include "KivPlatform/Foundation/files/posix/PosixFile.h"
 
 namespace kiv::posix {
 
 namespace {
 
-/// How a directory is opened to look at what is in it: removing asks for no right to list it.
+/// How a directory is opened to find its items: removing one does not take the right to list it.
 #if defined(O_PATH)
 constexpr int searchOnly = O_PATH;
 #elif defined(O_SEARCH)
@@ -23,7 +27,7 @@ constexpr int searchOnly = O_SEARCH;
 constexpr int searchOnly = O_RDONLY;
 #endif
 
-/// Which file it is, by whatever path it is reached.
+/// Identifies a file, whatever path leads to it.
 struct Identity {
   dev_t device;
   ino_t number;
@@ -43,8 +47,8 @@ std::vector<Identity> identitiesOf(const std::vector<std::string>& roots) {
   return identities;
 }
 
-/// True if the open directory is one of the roots or lies below one. Goes up from it by "..",
-/// which takes no right to read any directory above.
+/// True if the open directory is one of the roots or lies below one. Goes up from it by "..", which
+/// needs no right to read the directories above.
 bool liesUnder(const Descriptor& directory, const std::vector<std::string>& roots) {
   const std::vector<Identity> identities = identitiesOf(roots);
   struct stat status {};
@@ -72,12 +76,12 @@ int emptyDirectoryAt(const Descriptor& parent, const std::string& name) {
   if (!names) return errno;
   for (const std::string& item : *names) {
     const int number = removeAt(directory, item);
-    if (number != 0 && number != ENOENT) return number;  // somebody else may remove at this moment
+    if (number != 0 && number != ENOENT) return number;  // another process may have removed it
   }
   return 0;
 }
 
-/// Removes the item of that name; zero, or the system's error number.
+/// Removes the item of that name. Zero, or errno.
 int removeAt(const Descriptor& directory, const std::string& name) {
   struct stat status {};
   if (::fstatat(directory.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
@@ -110,26 +114,27 @@ std::optional<ItemPlace> placeOfItem(std::string_view path) {
   return ItemPlace{std::string(directory.empty() ? "." : directory), std::string(name)};
 }
 
-bool withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
-                  const std::optional<std::vector<std::string>>& roots, std::string_view path,
-                  std::optional<Error>* error) {
+Status withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
+                    const std::optional<std::vector<std::string>>& roots, std::string_view path) {
   const Descriptor from = openDirectory(place.directory);
   const Descriptor to = from.isOpen() ? openDirectory(newPlace.directory) : Descriptor(-1);
-  if (!to.isOpen()) return fail(error, systemError(errno, "withdraw", path));
-  if (roots && !(liesUnder(from, *roots) && liesUnder(to, *roots))) {
-    return fail(error, refusal(path));
+  if (!to.isOpen()) return systemError(errno, "withdraw", path);
+  if (roots && !(liesUnder(from, *roots) && liesUnder(to, *roots))) return refusal(path);
+  if (::renameat(from.number(), place.name.c_str(), to.number(), newPlace.name.c_str()) != 0) {
+    return systemError(errno, "withdraw", path);
   }
-  return ::renameat(from.number(), place.name.c_str(), to.number(), newPlace.name.c_str()) == 0 ||
-         fail(error, systemError(errno, "withdraw", path));
+  return {};
 }
 
-bool removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,
-                std::string_view path, std::optional<Error>* error) {
+Status removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,
+                  std::string_view path) {
   const Descriptor directory = openDirectory(place.directory);
-  if (!directory.isOpen()) return fail(error, systemError(errno, "remove", path));
-  if (roots && !liesUnder(directory, *roots)) return fail(error, refusal(path));
-  const int number = removeAt(directory, place.name);
-  return number == 0 || fail(error, systemError(number, "remove", path));
+  if (!directory.isOpen()) return systemError(errno, "remove", path);
+  if (roots && !liesUnder(directory, *roots)) return refusal(path);
+  if (const int number = removeAt(directory, place.name)) {
+    return systemError(number, "remove", path);
+  }
+  return {};
 }
 
 }  // namespace kiv::posix

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 /// Removal, confined to certain directories by the guard.
 ///
@@ -26,13 +26,12 @@ std::optional<ItemPlace> placeOfItem(std::string_view path);
 
 /// Renames the item to the new place, where it is to be removed. With roots, both directories must
 /// lie in them or below. `path` serves the message.
-bool withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
-                  const std::optional<std::vector<std::string>>& roots, std::string_view path,
-                  std::optional<Error>* error);
+Status withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
+                    const std::optional<std::vector<std::string>>& roots, std::string_view path);
 
 /// Removes the item, a directory with everything in it. With roots, one that lies neither in them
 /// nor below is refused. `path` serves the message.
-bool removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,
-                std::string_view path, std::optional<Error>* error);
+Status removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,
+                  std::string_view path);
 
 }  // namespace kiv::posix

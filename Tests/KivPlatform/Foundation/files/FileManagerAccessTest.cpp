@@ -79,10 +79,9 @@ TEST_F(FileManagerAccessTest, OnlyThePrivateDirectoryItselfIsPrivate) {
 }
 
 TEST_F(FileManagerAccessTest, APrivateFileIsMadeOnlyWhereNothingLies) {
-  std::optional<kiv::Error> error;
-  EXPECT_FALSE(manager_.createPrivateFileAtPath(file("file", 0644), &error));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code, EEXIST);
+  const auto created = manager_.createPrivateFileAtPath(file("file", 0644));
+  ASSERT_FALSE(created);
+  EXPECT_EQ(created.error().code, EEXIST);
   EXPECT_EQ(modeOf(path("file")), 0644);
 }
 

@@ -45,10 +45,9 @@ int lockWhereLookingFailsWith(int error, const std::string& path) {
   const pid_t child = fork();
   if (child == 0) {
     alarm(60);  // ends the process where the lock is tried for ever
-    std::optional<Error> lockError;
     if (!failToLook(error)) _exit(isNoTest);
-    const auto lock = FileManager::defaultManager().lockFileAtPath(path, &lockError);
-    _exit(lock ? isLocked : static_cast<int>(lockError ? lockError->code : isNoTest));
+    const auto lock = FileManager::defaultManager().lockFileAtPath(path);
+    _exit(lock ? isLocked : static_cast<int>(lock.error().code));
   }
   int status = 0;
   if (child < 0 || waitpid(child, &status, 0) != child) return isNoTest;

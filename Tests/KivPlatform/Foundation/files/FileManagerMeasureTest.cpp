@@ -25,10 +25,9 @@ class FileManagerMeasureTest : public testing::Test {
   }
 
   void expectUnreadable(const std::string& path, int number) {
-    std::optional<Error> error;
-    EXPECT_FALSE(manager_.fileIsReadableAtPath(path, &error));
-    ASSERT_TRUE(error) << path;
-    EXPECT_EQ(error->code, number) << error->localizedDescription();
+    const Status status = manager_.fileIsReadableAtPath(path);
+    ASSERT_FALSE(status) << path;
+    EXPECT_EQ(status.error().code, number) << status.error().localizedDescription();
     EXPECT_FALSE(manager_.fileIsReadableAtPath(path));
   }
 
@@ -66,9 +65,7 @@ TEST_F(FileManagerMeasureTest, WhatLeadsNowhereHasNoResolvedPath) {
   fs::create_symlink(scratch_.path("missing"), scratch_.path("dangling"));
   for (const std::string& path :
        {scratch_.path("missing"), scratch_.path("dangling"), ""s, scratch_.write("f") + "\0"s}) {
-    std::optional<Error> error;
-    EXPECT_FALSE(manager_.resolvedPathOfItemAtPath(path, &error));
-    EXPECT_TRUE(error);
+    EXPECT_FALSE(manager_.resolvedPathOfItemAtPath(path));
   }
 }
 
@@ -96,10 +93,9 @@ TEST_F(FileManagerMeasureTest, ADirectorysSizeIsThatOfEverythingInItButOfNothing
 }
 
 TEST_F(FileManagerMeasureTest, WhatIsMissingHasNoSize) {
-  std::optional<Error> error;
-  EXPECT_FALSE(manager_.sizeOfItemAtPath(scratch_.path("missing"), &error));
-  ASSERT_TRUE(error);
-  EXPECT_EQ(error->code, ENOENT);
+  const auto size = manager_.sizeOfItemAtPath(scratch_.path("missing"));
+  ASSERT_FALSE(size);
+  EXPECT_EQ(size.error().code, ENOENT);
 }
 
 TEST_F(FileManagerMeasureTest, TheSpaceIsThatOfTheFileSystem) {
@@ -122,9 +118,7 @@ TEST_F(FileManagerMeasureTest, APathThatIsMissingHasTheSpaceOfWhatStandsAboveIt)
 
 TEST_F(FileManagerMeasureTest, WhatIsNoPathHasNoSpace) {
   for (const std::string& path : {""s, "missing"s, scratch_.write("f") + "/x", "/\0"s}) {
-    std::optional<Error> error;
-    EXPECT_FALSE(manager_.spaceAtPath(path, &error)) << path;
-    EXPECT_TRUE(error) << path;
+    EXPECT_FALSE(manager_.spaceAtPath(path)) << path;
   }
 }
 

@@ -28,19 +28,17 @@ class FileManagerRemovalGuardTest : public testing::Test {
   static bool exists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
 
   static void expectRemoved(const std::string& path) {
-    std::optional<Error> error;
-    EXPECT_TRUE(FileManager::defaultManager().removeItemAtPath(path, &error))
-        << (error ? error->localizedDescription() : "");
+    const Status status = FileManager::defaultManager().removeItemAtPath(path);
+    EXPECT_TRUE(status) << (status ? "" : status.error().localizedDescription());
     EXPECT_FALSE(exists(path)) << path;
   }
 
   static void expectRefused(const std::string& path) {
-    std::optional<Error> error;
-    EXPECT_FALSE(FileManager::defaultManager().removeItemAtPath(path, &error)) << path;
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain, FileManagerErrorDomain);
-    EXPECT_EQ(error->code, static_cast<int>(FileManagerErrorCode::removalRefused));
-    EXPECT_THAT(error->localizedDescription(), testing::HasSubstr('"' + path + '"'));
+    const Status status = FileManager::defaultManager().removeItemAtPath(path);
+    ASSERT_FALSE(status) << path;
+    EXPECT_EQ(status.error().domain, FileManagerErrorDomain);
+    EXPECT_EQ(status.error().code, static_cast<int>(FileManagerErrorCode::removalRefused));
+    EXPECT_THAT(status.error().localizedDescription(), testing::HasSubstr('"' + path + '"'));
     EXPECT_FALSE(FileManager::defaultManager().removeItemAtPath(path));
     EXPECT_TRUE(exists(path)) << path;
   }
@@ -231,11 +229,10 @@ TEST_F(FileManagerRemovalGuardTest, HoldsUnderAnotherFileManagerToo) {
 TEST_F(FileManagerRemovalGuardTest, WhatIsMissingIsTheSystemsErrorAsEver) {
   const RemovalGuard guard({root_});
   for (const std::string& path : {root_ + "/missing", outside_ + "/missing", root_ + "/a/b"}) {
-    std::optional<Error> error;
-    EXPECT_FALSE(FileManager::defaultManager().removeItemAtPath(path, &error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->domain, SystemErrorDomain);
-    EXPECT_EQ(error->code, ENOENT);
+    const Status status = FileManager::defaultManager().removeItemAtPath(path);
+    ASSERT_FALSE(status);
+    EXPECT_EQ(status.error().domain, SystemErrorDomain);
+    EXPECT_EQ(status.error().code, ENOENT);
   }
 }
 
@@ -246,8 +243,7 @@ class FileManagerWithdrawalTest : public FileManagerRemovalGuardTest {
   static std::optional<Error> withdraw(const std::string& path, const std::string& newPath) {
     std::optional<Error> error;
     const bool isDone =
-        FileManager::defaultManager().withdrawItemAtPath_toPath(path, newPath, &error);
-    EXPECT_NE(isDone, error.has_value());
+        FileManager::defaultManager().withdrawItemAtPath_toPath(path, newPath).reportTo(&error);
     EXPECT_EQ(exists(newPath), isDone) << newPath;
     return error;
   }

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/files/FileData.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "Tests/Support/RemovalGuard.h"
 #include "Tests/Support/TemporaryDirectory.h"
@@ -86,8 +86,8 @@ TEST_F(DataFileTest, HoldsTheBytesOfTheFile) {
 
 TEST_F(DataFileTest, TheFileGoesWithTheLastCopy) {
   const kiv::test::UnguardedRemovals unguarded;
-  auto data = kiv::fileDataAtPath(path_);
-  auto copy = std::make_optional(*data);
+  auto data = kiv::fileDataAtPath(path_).toOptional();
+  auto copy = data;
   data.reset();
   EXPECT_TRUE(isThere());
   copy.reset();
@@ -95,7 +95,7 @@ TEST_F(DataFileTest, TheFileGoesWithTheLastCopy) {
 }
 
 TEST_F(DataFileTest, AFileThatIsTakenIsTheTakers) {
-  auto data = kiv::fileDataAtPath(path_);
+  auto data = kiv::fileDataAtPath(path_).toOptional();
   const auto copy = *data;
   EXPECT_EQ(copy.takeFile(), path_);
   EXPECT_EQ(data->takeFile(), std::nullopt) << "once, of all copies";
@@ -108,14 +108,14 @@ TEST_F(DataFileTest, AFileThatIsTakenIsTheTakers) {
 TEST_F(DataFileTest, TheKeeperGoesWithTheFileOrWhenItIsTaken) {
   auto keeper = std::make_shared<int>(1);
   const std::weak_ptr<int> watched = keeper;
-  auto data = kiv::fileDataAtPath(path_, std::move(keeper));
+  auto data = kiv::fileDataAtPath(path_, std::move(keeper)).toOptional();
   EXPECT_FALSE(watched.expired());
   (void)data->takeFile();
   EXPECT_TRUE(watched.expired());
 
   keeper = std::make_shared<int>(2);
   const std::weak_ptr<int> other = keeper;
-  data = kiv::fileDataAtPath(path_, std::move(keeper));
+  data = kiv::fileDataAtPath(path_, std::move(keeper)).toOptional();
   data.reset();
   EXPECT_TRUE(other.expired());
 }
@@ -127,9 +127,7 @@ TEST_F(DataFileTest, AnEmptyFileHasNoBytes) {
 }
 
 TEST_F(DataFileTest, WhatCannotBeMappedIsLeftAlone) {
-  std::optional<kiv::Error> error;
-  EXPECT_FALSE(kiv::fileDataAtPath(directory_.path("missing"), nullptr, &error));
-  EXPECT_TRUE(error);
+  EXPECT_FALSE(kiv::fileDataAtPath(directory_.path("missing")));
   EXPECT_FALSE(kiv::fileDataAtPath(directory_.path()));
   EXPECT_TRUE(std::filesystem::exists(directory_.path()));
 }

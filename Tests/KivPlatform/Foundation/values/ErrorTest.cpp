@@ -43,12 +43,12 @@ TEST(ErrorTest, EqualityLooksAtAllThree) {
   EXPECT_FALSE(error == Error("d", 1, "n"));
 }
 
-TEST(ErrorTest, FailStoresTheErrorWhereOneIsAskedFor) {
-  EXPECT_FALSE(kiv::fail(nullptr, Error("d", 1, "m")));
-  std::optional<Error> place = Error("old", 0, "old");
-  EXPECT_FALSE(kiv::fail(&place, Error("d", 1, "m")));
-  ASSERT_TRUE(place);
-  EXPECT_EQ(*place, Error("d", 1, "m"));
+TEST(ErrorTest, ASystemErrorIsKnownByItsNumber) {
+  EXPECT_TRUE(kiv::isSystemError(kiv::systemError(ENOENT, "read", "a"),
+                                 std::errc::no_such_file_or_directory));
+  EXPECT_FALSE(kiv::isSystemError(kiv::systemError(EACCES, "read", "a"),
+                                  std::errc::no_such_file_or_directory));
+  EXPECT_FALSE(kiv::isSystemError(Error("d", ENOENT, "m"), std::errc::no_such_file_or_directory));
 }
 
 TEST(ErrorTest, SystemErrorsNameTheOperationThePathAndTheReason) {

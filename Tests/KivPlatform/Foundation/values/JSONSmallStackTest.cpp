@@ -59,8 +59,8 @@ TEST(JSONSmallStackTest, ATextBeyondTheLimitIsRefused) {
   std::string messages;
   onSmallStack([&] {
     for (const std::string& text : {brackets, objects}) {
-      std::optional<kiv::Error> error;
-      if (!JSON::read(Data(text), &error)) messages += std::to_string(error->code);
+      const auto value = JSON::read(Data(text));
+      if (!value) messages += std::to_string(value.error().code);
     }
   });
   EXPECT_EQ(messages.size(), 2U);

@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "KivPlatform/Foundation/files/FileData.h"
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/ForwardingFileManager.h"
 
@@ -14,10 +14,10 @@ namespace {
 /// Counts the bytes that are read of files which are mapped.
 class CountingFileManager final : public ForwardingFileManager {
  public:
-  std::unique_ptr<MappedFile> mapFileAtPath(std::string_view path,
-                                            std::optional<Error>* error) override {
-    auto file = ForwardingFileManager::mapFileAtPath(path, error);
-    return file ? std::make_unique<CountingFile>(std::move(file), bytesRead) : nullptr;
+  Result<std::unique_ptr<MappedFile>> mapFileAtPath(std::string_view path) override {
+    auto file = ForwardingFileManager::mapFileAtPath(path);
+    if (!file) return file;
+    return std::make_unique<CountingFile>(*std::move(file), bytesRead);
   }
 
   std::atomic<std::uint64_t> bytesRead = 0;
@@ -28,10 +28,9 @@ class CountingFileManager final : public ForwardingFileManager {
     CountingFile(std::unique_ptr<MappedFile> file, std::atomic<std::uint64_t>& count)
         : file_(std::move(file)), count_(count) {}
     [[nodiscard]] std::string_view bytes() const noexcept override { return file_->bytes(); }
-    bool copyBytes(std::uint64_t offset, char* to, std::size_t count,
-                   std::optional<Error>* error) const override {
+    Status copyBytes(std::uint64_t offset, char* to, std::size_t count) const override {
       count_ += count;
-      return file_->copyBytes(offset, to, count, error);
+      return file_->copyBytes(offset, to, count);
     }
 
    private:

@@ -27,7 +27,7 @@ class AtomicFileTest : public testing::Test {
 
   /// Puts files where the next temporaries would lie, and answers their paths.
   std::vector<std::string> takeNextPlaces() {
-    const std::string last = root_.makeTemporary(nullptr)->path();
+    const std::string last = (*root_.makeTemporary()).path();
     const std::string directory(path::deletingLastPathComponent(last));
     const int number = std::stoi(std::string(path::lastPathComponent(last)));
     std::vector<std::string> taken;
@@ -40,12 +40,13 @@ class AtomicFileTest : public testing::Test {
 };
 
 TEST_F(AtomicFileTest, AppearsWhenItIsCommitted) {
-  auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
-  ASSERT_TRUE(file);
-  EXPECT_TRUE(file->write("one ", nullptr));
-  EXPECT_TRUE(file->write("two", nullptr));
+  auto created = AtomicFile::create(root_, kiv::storage::Access::shared);
+  ASSERT_TRUE(created);
+  auto file = std::move(created).toOptional();
+  EXPECT_TRUE(file->write("one "));
+  EXPECT_TRUE(file->write("two"));
   EXPECT_FALSE(test::treeOf(scratch_.path()).contains("a"));
-  EXPECT_TRUE(file->commit(scratch_.path("a"), nullptr));
+  EXPECT_TRUE(file->commit(scratch_.path("a")));
   file.reset();
   EXPECT_EQ(test::treeOf(scratch_.path()).at("a"), "one two");
   EXPECT_EQ(files(), 1U);
@@ -53,8 +54,8 @@ TEST_F(AtomicFileTest, AppearsWhenItIsCommitted) {
 
 TEST_F(AtomicFileTest, IsDiscardedWhenItIsNotCommitted) {
   {
-    auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
-    ASSERT_TRUE(file && file->write("bytes", nullptr));
+    auto file = AtomicFile::create(root_, kiv::storage::Access::shared);
+    ASSERT_TRUE(file && file->write("bytes"));
     EXPECT_EQ(files(), 1U);
   }
   EXPECT_EQ(files(), 0U);
@@ -62,9 +63,9 @@ TEST_F(AtomicFileTest, IsDiscardedWhenItIsNotCommitted) {
 
 TEST_F(AtomicFileTest, LeavesAloneWhatLiesWhereItsTemporaryWouldLie) {
   const auto taken = takeNextPlaces();
-  auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
-  ASSERT_TRUE(file && file->write("bytes", nullptr));
-  ASSERT_TRUE(file->commit(scratch_.path("a"), nullptr));
+  auto file = AtomicFile::create(root_, kiv::storage::Access::shared);
+  ASSERT_TRUE(file && file->write("bytes"));
+  ASSERT_TRUE(file->commit(scratch_.path("a")));
   EXPECT_EQ(test::treeOf(scratch_.path()).at("a"), "bytes");
   for (const std::string& path : taken)
     EXPECT_EQ(FileManager::defaultManager().contentsAtPath(path), Data("somebody's"));
@@ -72,7 +73,7 @@ TEST_F(AtomicFileTest, LeavesAloneWhatLiesWhereItsTemporaryWouldLie) {
 
 TEST_F(AtomicFileTest, TemporariesOfOtherSortsComeWhereNothingLies) {
   const auto taken = takeNextPlaces();
-  const auto temporary = root_.makeTemporary(nullptr);
+  const auto temporary = root_.makeTemporary();
   ASSERT_TRUE(temporary);
   EXPECT_FALSE(std::filesystem::exists(temporary->path()));
   EXPECT_EQ(std::count(taken.begin(), taken.end(), temporary->path()), 0);
@@ -81,26 +82,24 @@ TEST_F(AtomicFileTest, TemporariesOfOtherSortsComeWhereNothingLies) {
 TEST_F(AtomicFileTest, TriesAnotherPlaceOnlyWhereOneIsTakenAndNotForEver) {
   const auto triesWhen = [this](int number) {
     test::FaultyFileManager files;
-    files.setFailingOperation("createFile", number);
-    std::optional<Error> error;
-    EXPECT_FALSE(AtomicFile::create(root_, kiv::storage::Access::shared, &error));
-    EXPECT_TRUE(error && error->code == number);
+    files.setFailingOperation(test::FileOperation::createFile, number);
+    const auto file = AtomicFile::create(root_, kiv::storage::Access::shared);
+    EXPECT_TRUE(!file && file.error().code == number);
     const auto operations = files.operations();
-    return std::count_if(operations.begin(), operations.end(),
-                         [](const auto& operation) { return operation.name == "createFile"; });
+    return std::count_if(operations.begin(), operations.end(), [](const auto& operation) {
+      return operation.kind == test::FileOperation::createFile;
+    });
   };
   EXPECT_EQ(triesWhen(ENOSPC), 1);
   EXPECT_EQ(triesWhen(EEXIST), 100);
 }
 
 TEST_F(AtomicFileTest, IsDiscardedWhenItCannotBeNamed) {
-  std::optional<Error> error;
   {
-    auto file = AtomicFile::create(root_, kiv::storage::Access::shared, nullptr);
-    ASSERT_TRUE(file && file->write("bytes", nullptr));
-    EXPECT_FALSE(file->commit(scratch_.path("missing/a"), &error));
+    auto file = AtomicFile::create(root_, kiv::storage::Access::shared);
+    ASSERT_TRUE(file && file->write("bytes"));
+    EXPECT_FALSE(file->commit(scratch_.path("missing/a")));
   }
-  EXPECT_TRUE(error);
   EXPECT_EQ(files(), 0U);
 }
 

@@ -14,8 +14,8 @@ class ProcessDirectoryTest : public testing::Test {
   ProcessDirectory::Salvage salvage() {
     return [this](const std::string& path) { salvaged_.push_back(path); };
   }
-  std::shared_ptr<ProcessDirectory> create(std::optional<Error>* error) {
-    return ProcessDirectory::create(parent_, salvage(), error);
+  std::shared_ptr<ProcessDirectory> create() {
+    return ProcessDirectory::create(parent_, salvage()).value_or(nullptr);
   }
   void sweep() { ProcessDirectory::sweep(parent_, salvage()); }
 
@@ -25,7 +25,7 @@ class ProcessDirectoryTest : public testing::Test {
 };
 
 TEST_F(ProcessDirectoryTest, GoesWithItsLockWhenItsHolderLetsGo) {
-  auto directory = create(nullptr);
+  auto directory = create();
   ASSERT_TRUE(directory);
   EXPECT_TRUE(directory->stands());
   test::put(directory->nextPath(), "x");
@@ -36,7 +36,7 @@ TEST_F(ProcessDirectoryTest, GoesWithItsLockWhenItsHolderLetsGo) {
 }
 
 TEST_F(ProcessDirectoryTest, NeverGivesAPathTwice) {
-  const auto directory = create(nullptr);
+  const auto directory = create();
   const std::string first = directory->nextPath();
   const std::string second = directory->nextPath();
   EXPECT_NE(first, second);
@@ -44,7 +44,7 @@ TEST_F(ProcessDirectoryTest, NeverGivesAPathTwice) {
 }
 
 TEST_F(ProcessDirectoryTest, TheSweepLeavesOneThatIsHeld) {
-  const auto directory = create(nullptr);
+  const auto directory = create();
   test::put(directory->nextPath(), "x");
   const test::Tree before = test::treeOf(parent_);
   sweep();
@@ -68,7 +68,7 @@ TEST_F(ProcessDirectoryTest, TheSweepKeepsTheLockOfWhatItCannotRemove) {
   const test::Tree before = test::treeOf(parent_);
   {
     test::FaultyFileManager files;
-    files.setFailingOperation("remove", EACCES);
+    files.setFailingOperation(test::FileOperation::remove, EACCES);
     sweep();
   }
   EXPECT_EQ(test::treeOf(parent_), before);
@@ -79,14 +79,12 @@ TEST_F(ProcessDirectoryTest, TheSweepKeepsTheLockOfWhatItCannotRemove) {
 TEST_F(ProcessDirectoryTest, ANameWhoseLockSomebodyHoldsIsGivenUpForAnother) {
   test::FaultyFileManager files;
   files.setFault(test::FaultyFileManager::Fault{.at = 2, .number = EAGAIN});
-  std::optional<Error> error;
-  EXPECT_TRUE(create(&error));
-  EXPECT_FALSE(error);
+  EXPECT_TRUE(create());
 }
 
 TEST_F(ProcessDirectoryTest, NoticesThatSomebodyRemovedIt) {
   const test::UnguardedRemovals unguarded;
-  const auto one = create(nullptr);
+  const auto one = create();
   ASSERT_TRUE(FileManager::defaultManager().removeItemAtPath(parent_));
   EXPECT_FALSE(one->stands());
 }

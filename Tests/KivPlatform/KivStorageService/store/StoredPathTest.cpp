@@ -27,9 +27,9 @@ TEST(StoredPathTest, RelativePathsAreMadeOfHarmlessNames) {
 }
 
 TEST(StoredPathTest, AStemMattersOnlyForSaving) {
-  EXPECT_FALSE(validatePlace("..zip", "a"));
-  EXPECT_TRUE(validateSaving("..zip", "a"));
-  EXPECT_FALSE(validateSaving("a.zip", "a"));
+  EXPECT_TRUE(checkPlace("..zip", "a"));
+  EXPECT_FALSE(checkSaving("..zip", "a"));
+  EXPECT_TRUE(checkSaving("a.zip", "a"));
 }
 
 }  // namespace

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/posix/PosixAccess.h"
+#include "KivPlatform/Foundation/values/Data.h"
+#include "KivPlatform/Foundation/values/Result.h"
+
+/// Open files and directories.
+namespace kiv::posix {
+
+/// Owner of a file descriptor.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) noexcept : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor& operator=(Descriptor&&) = delete;
+  ~Descriptor() {
+    if (number_ >= 0) ::close(number_);
+  }
+  [[nodiscard]] int number() const noexcept { return number_; }
+  [[nodiscard]] bool isOpen() const noexcept { return number_ >= 0; }
+  int release() noexcept { return std::exchange(number_, -1); }
+
+ private:
+  int number_;
+};
+
+/// A path for the system's calls, which end a string at its first NUL: a path with a NUL in it is
+/// not valid.
+class SystemPath {
+ public:
+  explicit SystemPath(std::string_view path) : path_(path) {}
+  [[nodiscard]] bool isValid() const { return path_.find('\0') == std::string::npos; }
+  [[nodiscard]] const char* c_str() const noexcept { return path_.c_str(); }
+
+ private:
+  std::string path_;
+};
+
+/// Opens the file. Not open, with errno set, on failure.
+Descriptor open(std::string_view path, int flags, mode_t mode = sharedFileMode);
+
+/// Opens a regular file for reading and looks up its state.
+Result<Descriptor> openRegularFile(std::string_view path, struct stat& status);
+
+/// Waits until the file's contents, or the directory's entries, have reached the disk. -1, with
+/// errno set, on failure.
+int synchronize(int descriptor);
+
+std::unique_ptr<WritableFile> writableFile(Descriptor file, std::string_view path);
+Result<std::unique_ptr<MappedFile>> mapFile(std::string_view path);
+Result<Data> readFile(std::string_view path);
+
+/// The names of the items in the open directory, without "." and ".."; nothing, with errno set, on
+/// failure.
+std::optional<std::vector<std::string>> namesInDirectory(Descriptor directory);
+
+}  // namespace kiv::posix

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <concepts>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+#include "KivPlatform/Foundation/Export.h"
+#include "KivPlatform/Foundation/values/Error.h"
+
+namespace kiv {
+
+/// How an operation ended: successfully, or with an error. It has the size of a pointer, and
+/// success allocates nothing.
+///
+///     if (Status status = file.synchronize(); !status) return status;
+///     return {};
+class [[nodiscard]] Status {
+ public:
+  /// Success.
+  Status() noexcept = default;
+  Status(Error error) : error_(std::make_unique<Error>(std::move(error))) {}
+
+  /// True after success.
+  explicit operator bool() const noexcept { return !error_; }
+  /// The error. Only after a failure.
+  [[nodiscard]] const Error& error() const& noexcept KIV_LIFETIME_BOUND { return *error_; }
+  [[nodiscard]] Error error() && { return std::move(*error_); }
+
+  /// Stores an error at `place`, if there is one and the caller gave a place: what a public
+  /// operation with an error out-argument ends with. True after success.
+  bool reportTo(std::optional<Error>* place) && {
+    if (error_ && place) *place = std::move(*error_);
+    return !error_;
+  }
+
+ private:
+  std::unique_ptr<Error> error_;
+};
+
+template <class T>
+class Result;
+
+namespace detail {
+/// What a Result<T> takes as its value: all that converts to T.
+template <class U, class T>
+concept ResultValue = !std::same_as<std::remove_cvref_t<U>, Result<T>> &&
+                      !std::same_as<std::remove_cvref_t<U>, Error> &&
+                      !std::same_as<std::remove_cvref_t<U>, Status> && std::convertible_to<U, T>;
+}  // namespace detail
+
+/// The value that an operation returns, or the error for which there is none. The operations that
+/// std::expected (C++23) has too are named as there.
+///
+///     auto file = files.createFileAtPath(path);
+///     if (!file) return file.error();
+template <class T>
+class [[nodiscard]] Result {
+ public:
+  template <detail::ResultValue<T> U = T>
+  Result(U&& value) : value_(std::in_place, std::forward<U>(value)) {}
+  Result(Error error) : failure_(std::move(error)) {}
+  /// Of an operation that has failed.
+  Result(Status&& failure) noexcept : failure_(std::move(failure)) {}
+
+  explicit operator bool() const noexcept { return value_.has_value(); }
+  [[nodiscard]] bool has_value() const noexcept { return value_.has_value(); }
+
+  /// The value. Only after success. That of a temporary result comes by value, so that a loop over
+  /// it may outlive the result; for the same reason "->" is not for temporaries.
+  [[nodiscard]] T& operator*() & noexcept KIV_LIFETIME_BOUND { return *value_; }
+  [[nodiscard]] const T& operator*() const& noexcept KIV_LIFETIME_BOUND { return *value_; }
+  [[nodiscard]] T operator*() && { return *std::move(value_); }
+  T* operator->() & noexcept KIV_LIFETIME_BOUND { return &*value_; }
+  const T* operator->() const& noexcept KIV_LIFETIME_BOUND { return &*value_; }
+  T* operator->() && = delete;
+  const T* operator->() const&& = delete;
+  template <class U>
+  [[nodiscard]] T value_or(U&& other) && {
+    return std::move(value_).value_or(std::forward<U>(other));
+  }
+  /// The value, or nothing if the reason does not matter.
+  [[nodiscard]] std::optional<T> toOptional() && { return std::move(value_); }
+
+  /// The error. Only after a failure.
+  [[nodiscard]] const Error& error() const& noexcept KIV_LIFETIME_BOUND { return failure_.error(); }
+  [[nodiscard]] Error error() && { return std::move(failure_).error(); }
+
+  /// Stores an error at `place`, if there is one and the caller gave a place: what a public
+  /// operation with an error out-argument ends with.
+  std::optional<T> reportTo(std::optional<Error>* place) && {
+    if (!value_) std::move(failure_).reportTo(place);
+    return std::move(value_);
+  }
+
+  /// True if there is a value, and it is equal to the other.
+  template <class U>
+  [[nodiscard]] friend bool operator==(const Result& result, const U& other) {
+    return result.value_ && *result.value_ == other;
+  }
+
+ private:
+  std::optional<T> value_;
+  Status failure_;
+};
+
+}  // namespace kiv
