@@ -43,6 +43,13 @@ TEST(KivResourceStandardTest, NeverKeepsTheSmallImage) {
 
 // --- Validation ----------------------------------------------------------------------------------
 
+TEST(KivResourceStandardTest, EmptyStringsPass) {
+  const auto resource = make(with(with(standardItem(), "market_url", ""), "image_728x90", ""));
+  ASSERT_TRUE(resource);
+  EXPECT_EQ(resource->marketLink(), "");
+  EXPECT_EQ(resource->missingFilesLinks(), Strings{""});
+}
+
 TEST(KivResourceStandardTest, TheSmallImageIsNotTested) {
   EXPECT_TRUE(make(with(standardItem(), "image_320x50", 17)));
 }

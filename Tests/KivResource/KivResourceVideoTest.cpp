@@ -189,6 +189,12 @@ TEST_F(KivResourceVideoTest, VotesAndRatingThatAreNoNumbersAreZero) {
 
 // --- Validation ----------------------------------------------------------------------------------
 
+TEST_F(KivResourceVideoTest, AnEmptyTitlePasses) {
+  const auto resource = make(with(videoItem(), "title", ""));
+  ASSERT_TRUE(resource);
+  EXPECT_EQ(resource->title(), "");
+}
+
 TEST_F(KivResourceVideoTest, AnEmptyMarketLinkAndAnEmptyVideoPass) {
   const auto resource = make(with(with(videoItem(), "market_url", ""), "video_file_landscape", ""));
   ASSERT_TRUE(resource);

@@ -62,8 +62,10 @@ TEST_P(StoredPages, AreKnownByTheirNames) {
   const std::string path = directory.write(GetParam().stored);
   resource->setPath(path);
   EXPECT_EQ(resource->fileIsLoaded(), GetParam().isThePage);
-  EXPECT_EQ(resource->html().value_or(GetParam().link),
-            GetParam().isThePage ? path : GetParam().link);
+  const std::string expected = GetParam().isThePage ? path : GetParam().link;
+  EXPECT_EQ(resource->html().value_or(GetParam().link), expected);
+  EXPECT_EQ((*resource->resourceDictionary())["html"], expected);
+  EXPECT_EQ(resource->filesExist(), GetParam().isThePage);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -89,6 +91,8 @@ TEST(KivResourceWebTest, ALoadedPageRefusesThePageOfAnotherFolder) {
   EXPECT_TRUE(resource->fileIsLoaded());
   EXPECT_EQ(resource->html(), saved);
   EXPECT_EQ((*resource->resourceDictionary())["html"], saved);
+  EXPECT_EQ(resource->useFilePaths(), Strings{saved});
+  EXPECT_TRUE(resource->filesExist());
 }
 
 // --- Properties ----------------------------------------------------------------------------------
