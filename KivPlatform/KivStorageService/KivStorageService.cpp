@@ -13,10 +13,10 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
-#include "KivPlatform/KivStorageService/store/CurrentRoot.h"
 #include "KivPlatform/KivStorageService/store/DirectorySwap.h"
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
+#include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 namespace {
@@ -109,7 +109,7 @@ Status save(const Data& data, std::string_view fileName, std::string_view relati
             Access access) {
   Status status = kiv::storage::checkSaving(fileName, relativePath);
   if (!status) return status;
-  const auto root = kiv::storage::currentRoot();
+  const auto root = StorageRoot::current();
   if (!root) return noRootError();
   if (!kiv::storage::isArchiveName(fileName)) {
     return saveFile(*root, data, joined(root->path(), relativePath, fileName), access);
@@ -121,7 +121,7 @@ Status save(const Data& data, std::string_view fileName, std::string_view relati
 Result<Data> load(std::string_view fileName, std::string_view relativePath) {
   Status status = kiv::storage::checkPlace(fileName, relativePath);
   if (!status) return status;
-  const auto root = kiv::storage::currentRoot();
+  const auto root = StorageRoot::current();
   if (!root) return noRootError();
   return FileManager::defaultManager().contentsAtPath(joined(root->path(), relativePath, fileName));
 }
@@ -141,7 +141,7 @@ auto guarded(std::string_view fileName, const Operation& operation) -> decltype(
 }  // namespace
 
 std::string KivStorageService::rootPath() {
-  return kiv::storage::currentRootPath();
+  return StorageRoot::currentPath();
 }
 
 std::string KivStorageService::temporariesPath() {
@@ -151,7 +151,7 @@ std::string KivStorageService::temporariesPath() {
 }
 
 void KivStorageService::setRootPath(std::optional<std::string> path) {
-  kiv::storage::setCurrentRootPath(std::move(path));
+  StorageRoot::setCurrentPath(std::move(path));
 }
 
 kiv::ArchiveLimits KivStorageService::archiveLimits() {
@@ -179,7 +179,7 @@ bool KivStorageService::savePrivateData_forFileName_atRelativePath_error(
       .reportTo(error);
 }
 
-KivStorageService::Batch::Batch() : root_(kiv::storage::currentRoot()) {
+KivStorageService::Batch::Batch() : root_(StorageRoot::current()) {
   if (root_) root_->beginBatch();
 }
 
@@ -196,7 +196,7 @@ bool KivStorageService::Batch::end(std::optional<Error>* error) {
 }
 
 std::optional<std::string> KivStorageService::withdrawDirectoryAtPath(std::string_view path) {
-  const auto root = kiv::storage::currentRoot();
+  const auto root = StorageRoot::current();
   if (!root) return std::nullopt;
   auto temporary = root->makeTemporary();
   if (!temporary) return std::nullopt;
@@ -214,7 +214,7 @@ std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(
 bool KivStorageService::fileExistsWithName_atRelativePath(std::string_view fileName,
                                                           std::string_view relativePath) {
   if (!kiv::storage::checkPlace(fileName, relativePath)) return false;
-  const auto root = kiv::storage::currentRoot();
+  const auto root = StorageRoot::current();
   return root && FileManager::defaultManager().fileExistsAtPath(
                      joined(root->path(), relativePath, fileName));
 }

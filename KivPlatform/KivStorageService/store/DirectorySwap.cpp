@@ -12,7 +12,7 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
-#include "KivPlatform/KivStorageService/store/SwapNote.h"
+#include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 
 namespace kiv::storage {
 
@@ -42,7 +42,7 @@ Status writeNote(StorageRoot& root, const std::string& spare, std::string_view p
   if (!status) return status;
   status = root.prepareDirectory(std::string(path::deletingLastPathComponent(spare)));
   if (!status) return status;
-  return note->commit(swapNotePath(spare));
+  return note->commit(ProcessDirectory::swapNotePath(spare));
 }
 
 /// Moves the old directory to `spare` and the new one in. The note has been written. If the new one
@@ -66,7 +66,7 @@ Status replaceInTwoSteps(StorageRoot& root, const std::string& temporary, const 
   FileManager& files = FileManager::defaultManager();
   Status status = moveAsideAndIn(spare->path(), temporary, path);
   if (files.itemExistsAtPath(path)) {
-    files.discardItemAtPath(swapNotePath(spare->path()));
+    files.discardItemAtPath(ProcessDirectory::swapNotePath(spare->path()));
   } else {
     spare->leave();  // the old directory, which the note brings back
   }

@@ -14,7 +14,7 @@ namespace kiv::storage {
 ///
 /// Where the file system supports it, the two are exchanged in one step. Elsewhere the old one is
 /// moved away first, and for a moment nothing is at the path; if the process dies then,
-/// undoInterruptedSwaps() moves it back, by a note in the process's directory.
+/// ProcessDirectory::sweep() moves it back, by a note in the process's directory.
 Status swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path);
 
 }  // namespace kiv::storage

@@ -1,3 +1,7 @@
+// A process that dies leaves its directory behind; the lock, which the system releases, tells that
+// it may be removed. Removing begins with the notes of DirectorySwap: a directory that an
+// interrupted swap has moved aside is moved back to its path first.
+
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 
 #include <random>
@@ -8,6 +12,7 @@
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
+#include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 namespace kiv::storage {
 
@@ -15,6 +20,9 @@ namespace {
 
 constexpr std::string_view lockSuffix = ".lock";
 constexpr int mostAttempts = 8;
+
+/// Follows the path of the directory that was moved aside.
+constexpr std::string_view noteSuffix = ".replaced";
 
 std::string randomName() {
   constexpr std::string_view digits = "0123456789abcdef";
@@ -35,27 +43,57 @@ bool isHeldElsewhere(const Error& error) {
   return isSystemError(error, std::errc::resource_unavailable_try_again);
 }
 
+/// Moves a directory back to the path that its note says, unless something lies there.
+void undoSwap(const std::string& notePath, const std::string& rootPath) {
+  FileManager& files = FileManager::defaultManager();
+  const auto note = files.contentsAtPath(notePath);
+  if (!note || validateRelativePath(note->view()) || note->empty()) return;
+  const std::string spare = notePath.substr(0, notePath.size() - noteSuffix.size());
+  const std::string path = path::appendingPathComponent(rootPath, note->view());
+  if (!files.itemExistsAtPath(spare) || files.itemExistsAtPath(path)) return;
+  if (files.moveItemAtPath_toPath(spare, path)) {
+    // If this fails, the move is only not yet on the disk.
+    static_cast<void>(files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path)));
+  }
+}
+
+/// Moves back the directories that interrupted swaps of that process have moved away.
+void undoInterruptedSwaps(const std::string& processDirectory, const std::string& rootPath) {
+  FileManager& files = FileManager::defaultManager();
+  if (!files.directoryExistsAtPath(processDirectory)) return;
+  const auto names = files.contentsOfDirectoryAtPath(processDirectory);
+  if (!names) return;
+  for (const std::string& name : *names) {
+    if (!name.ends_with(noteSuffix)) continue;
+    undoSwap(path::appendingPathComponent(processDirectory, name), rootPath);
+  }
+}
+
 /// The caller holds the directory's lock. The lock file is removed last, and only if it guards
 /// nothing any more.
-void removeLocked(const std::string& directory, const ProcessDirectory::Salvage& salvage) {
+void removeLocked(const std::string& directory, const std::string& rootPath) {
   FileManager& files = FileManager::defaultManager();
-  salvage(directory);
+  undoInterruptedSwaps(directory, rootPath);
   const bool isGone = !files.itemExistsAtPath(directory) || files.removeItemAtPath(directory);
   if (isGone) files.discardItemAtPath(lockPath(directory));
 }
 
 }  // namespace
 
-ProcessDirectory::ProcessDirectory(std::string path, std::unique_ptr<FileLock> lock,
-                                   Salvage salvage)
-    : path_(std::move(path)), lock_(std::move(lock)), salvage_(std::move(salvage)) {}
+ProcessDirectory::ProcessDirectory(std::string path, std::string rootPath,
+                                   std::unique_ptr<FileLock> lock)
+    : path_(std::move(path)), rootPath_(std::move(rootPath)), lock_(std::move(lock)) {}
 
 ProcessDirectory::~ProcessDirectory() {
-  removeLocked(path_, salvage_);
+  removeLocked(path_, rootPath_);
 }
 
-Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::string& parent,
-                                                                   Salvage salvage) {
+std::string ProcessDirectory::swapNotePath(const std::string& spare) {
+  return spare + std::string(noteSuffix);
+}
+
+Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::string& rootPath) {
+  const std::string parent = path::appendingPathComponent(rootPath, privateDirectory);
   FileManager& files = FileManager::defaultManager();
   removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
   if (Status status = files.createPrivateDirectoryAtPath(parent); !status) return status;
@@ -64,7 +102,7 @@ Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::st
     auto lock = files.lockFileAtPath(lockPath(path));
     if (lock) {
       std::shared_ptr<ProcessDirectory> directory(
-          new ProcessDirectory(path, *std::move(lock), std::move(salvage)));
+          new ProcessDirectory(path, rootPath, *std::move(lock)));
       if (Status status = files.createPrivateDirectoryAtPath(path); !status) return status;
       return directory;
     }
@@ -72,7 +110,8 @@ Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::st
   }
 }
 
-void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) {
+void ProcessDirectory::sweep(const std::string& rootPath) {
+  const std::string parent = path::appendingPathComponent(rootPath, privateDirectory);
   FileManager& files = FileManager::defaultManager();
   removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
   if (!files.directoryExistsAtPath(parent)) return;
@@ -88,7 +127,7 @@ void ProcessDirectory::sweep(const std::string& parent, const Salvage& salvage) 
     const std::string directory = path::appendingPathComponent(parent, name);
     const auto lock = files.lockFileAtPath(lockPath(directory));
     if (!lock) continue;
-    removeLocked(directory, salvage);
+    removeLocked(directory, rootPath);
   }
 }
 

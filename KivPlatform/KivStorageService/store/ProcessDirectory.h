@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -20,15 +19,17 @@ namespace kiv::storage {
 /// those of a dead one can be swept by any process.
 class ProcessDirectory {
  public:
-  /// Called with the path of a directory before it is removed, to rescue what must be kept.
-  using Salvage = std::function<void(const std::string& directory)>;
+  /// Creates and locks a directory with a unique name in the private directory of the root.
+  static Result<std::shared_ptr<ProcessDirectory>> create(const std::string& rootPath);
 
-  /// Creates and locks a directory with a unique name under `parent`.
-  static Result<std::shared_ptr<ProcessDirectory>> create(const std::string& parent,
-                                                          Salvage salvage);
+  /// Removes from the private directory of the root what no living process holds. Interrupted swaps
+  /// are undone first.
+  static void sweep(const std::string& rootPath);
 
-  /// Removes from `parent` the directories that no living process holds.
-  static void sweep(const std::string& parent, const Salvage& salvage);
+  /// The path of the note for a directory that a swap moves to `spare`, a path in a process's
+  /// directory. It holds the path under the root from which it is moved, with which an interrupted
+  /// swap is undone.
+  static std::string swapNotePath(const std::string& spare);
 
   /// True for the name of a lock file beside a directory.
   static bool isLockName(std::string_view name) noexcept;
@@ -45,11 +46,11 @@ class ProcessDirectory {
   std::string nextPath();
 
  private:
-  ProcessDirectory(std::string path, std::unique_ptr<FileLock> lock, Salvage salvage);
+  ProcessDirectory(std::string path, std::string rootPath, std::unique_ptr<FileLock> lock);
 
   std::string path_;
+  std::string rootPath_;
   std::unique_ptr<FileLock> lock_;
-  Salvage salvage_;
   std::atomic<std::uint64_t> counter_{0};
 };
 

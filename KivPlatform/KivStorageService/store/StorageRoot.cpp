@@ -4,15 +4,17 @@
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
-#include "KivPlatform/KivStorageService/store/StoredPath.h"
-#include "KivPlatform/KivStorageService/store/SwapNote.h"
 
 namespace kiv::storage {
 
@@ -52,14 +54,63 @@ Status synchronizeWay(const std::string& top, const std::string& bottom) {
   return {};
 }
 
+// --- The root in use -----------------------------------------------------------------------------
+
+/// Never destroyed: a thread may save while the process exits. The lock file and the empty
+/// directory that stay are swept by the next process.
+struct Current {
+  Mutex mutex;
+  std::optional<std::string> namedPath KIV_GUARDED_BY(mutex);
+  std::shared_ptr<StorageRoot> root KIV_GUARDED_BY(mutex);
+};
+
+Current& inUse() {
+  static auto& shared = *new Current;
+  return shared;
+}
+
+std::string tidied(std::string path) {
+  if (!path.starts_with('/') || path.find('\0') != path.npos) return {};
+  while (path.size() > 1 && path.ends_with('/'))
+    path.pop_back();
+  return path;
+}
+
+/// Absolute, so that a later change of the current directory does not matter.
+std::string namedPath(const std::string& path) {
+  if (path.empty()) return path;
+  std::error_code failure;
+  return tidied(std::filesystem::absolute(path, failure).string());
+}
+
+/// The name of a directory for this program alone.
+std::string directoryName() {
+  std::string name = system::programName();
+  return filename::isHarmless(name) ? name : "KivResource";
+}
+
+std::string defaultPath() {
+  const std::string data = system::userDataDirectory();
+  return data.empty() ? data : tidied(path::appendingPathComponent(data, directoryName()));
+}
+
+std::string pathOf(const Current& shared) KIV_REQUIRES(shared.mutex) {
+  if (shared.root) return shared.root->path();
+  return shared.namedPath ? *shared.namedPath : defaultPath();
+}
+
+std::shared_ptr<StorageRoot> rootOf(Current& shared) KIV_REQUIRES(shared.mutex) {
+  if (!shared.root) {
+    std::string path = pathOf(shared);
+    if (!path.empty()) shared.root = std::make_shared<StorageRoot>(std::move(path));
+  }
+  return shared.root;
+}
+
 }  // namespace
 
 StorageRoot::StorageRoot(std::string path) : path_(std::move(path)) {
-  ProcessDirectory::sweep(path::appendingPathComponent(path_, privateDirectory), salvage());
-}
-
-ProcessDirectory::Salvage StorageRoot::salvage() const {
-  return [root = path_](const std::string& directory) { undoInterruptedSwaps(directory, root); };
+  ProcessDirectory::sweep(path_);
 }
 
 Result<Temporary> StorageRoot::makeTemporary() {
@@ -92,8 +143,7 @@ Result<std::shared_ptr<ProcessDirectory>> StorageRoot::processDirectory() {
   const MutexLock guard(mutex_);
   if (seen_.processDirectoryStands) return processDirectory_;
   if (!processDirectory_ || !processDirectory_->stands()) {
-    auto created =
-        ProcessDirectory::create(path::appendingPathComponent(path_, privateDirectory), salvage());
+    auto created = ProcessDirectory::create(path_);
     processDirectory_ = created ? *created : nullptr;
     if (!created) return created.error();
   }
@@ -172,6 +222,24 @@ Status StorageRoot::endBatch() {
     if (!status) result = std::move(status);
   }
   return result;
+}
+
+std::string StorageRoot::currentPath() {
+  const MutexLock guard(inUse().mutex);
+  return pathOf(inUse());
+}
+
+void StorageRoot::setCurrentPath(std::optional<std::string> path) {
+  const MutexLock guard(inUse().mutex);
+  // The former root goes first, so that naming the same one again finds its directory removed.
+  inUse().root.reset();
+  inUse().namedPath = path ? std::optional(namedPath(*path)) : std::nullopt;
+  if (inUse().namedPath) rootOf(inUse());
+}
+
+std::shared_ptr<StorageRoot> StorageRoot::current() {
+  const MutexLock guard(inUse().mutex);
+  return rootOf(inUse());
 }
 
 }  // namespace kiv::storage

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -20,6 +21,13 @@ enum class Access { shared, owner };
 /// on the disk. Thread-safe.
 class StorageRoot {
  public:
+  /// The root in use, opened by the first call; nullptr if there is none.
+  static std::shared_ptr<StorageRoot> current();
+  /// Its path, empty if there is none. Does not access the disk.
+  static std::string currentPath();
+  /// Sets the root; nothing restores the default. Saves that run in the former root complete there.
+  static void setCurrentPath(std::optional<std::string> path);
+
   /// Opens the root: undoes interrupted swaps and removes the temporaries of dead processes.
   explicit StorageRoot(std::string path);
 
@@ -59,8 +67,6 @@ class StorageRoot {
     std::uint64_t roomLeft = 0;  // at least
   };
 
-  /// Undoes interrupted swaps.
-  [[nodiscard]] ProcessDirectory::Salvage salvage() const;
   Result<std::shared_ptr<ProcessDirectory>> processDirectory();
   [[nodiscard]] bool isInBatch() const noexcept KIV_REQUIRES(mutex_) { return openBatches_ > 0; }
 

@@ -13,7 +13,7 @@
 
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
-#include "KivPlatform/KivStorageService/store/CurrentRoot.h"
+#include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "Tests/KivPlatform/KivStorageService/WholeVersions.h"
 
 namespace {
@@ -38,7 +38,7 @@ void awaitEndOfInput() {
 
 int hold(const std::string& version) {
   if (!saveOnce("files", version)) return 1;
-  const auto root = kiv::storage::currentRoot();
+  const auto root = kiv::storage::StorageRoot::current();
   auto unfinished = kiv::storage::AtomicFile::create(*root, kiv::storage::Access::shared);
   if (!unfinished || !unfinished->write("half")) return 1;
   sayReady();

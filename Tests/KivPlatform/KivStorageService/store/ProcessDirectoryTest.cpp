@@ -1,7 +1,9 @@
 #include <cerrno>
+#include <filesystem>
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
+#include "KivPlatform/KivStorageService/store/StoredPath.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/RemovalGuard.h"
@@ -11,17 +13,14 @@ namespace {
 
 class ProcessDirectoryTest : public testing::Test {
  protected:
-  ProcessDirectory::Salvage salvage() {
-    return [this](const std::string& path) { salvaged_.push_back(path); };
-  }
   std::shared_ptr<ProcessDirectory> create() {
-    return ProcessDirectory::create(parent_, salvage()).value_or(nullptr);
+    return ProcessDirectory::create(root_).value_or(nullptr);
   }
-  void sweep() { ProcessDirectory::sweep(parent_, salvage()); }
+  void sweep() { ProcessDirectory::sweep(root_); }
 
   test::TemporaryDirectory scratch_;
-  std::string parent_ = scratch_.path("private");
-  std::vector<std::string> salvaged_;
+  std::string root_ = scratch_.path("root");
+  std::string parent_ = root_ + "/" + std::string(privateDirectory);
 };
 
 TEST_F(ProcessDirectoryTest, GoesWithItsLockWhenItsHolderLetsGo) {
@@ -31,7 +30,6 @@ TEST_F(ProcessDirectoryTest, GoesWithItsLockWhenItsHolderLetsGo) {
   test::put(directory->nextPath(), "x");
   EXPECT_EQ(test::treeOf(parent_).size(), 3U);
   directory.reset();
-  EXPECT_EQ(salvaged_.size(), 1U);
   EXPECT_EQ(test::treeOf(parent_), test::Tree{});
 }
 
@@ -49,16 +47,31 @@ TEST_F(ProcessDirectoryTest, TheSweepLeavesOneThatIsHeld) {
   const test::Tree before = test::treeOf(parent_);
   sweep();
   EXPECT_EQ(test::treeOf(parent_), before);
-  EXPECT_TRUE(salvaged_.empty());
 }
 
-TEST_F(ProcessDirectoryTest, TheSweepSalvagesBeforeItRemoves) {
-  test::put(parent_ + "/dead/1", "x");
-  ProcessDirectory::sweep(parent_, [&](const std::string& path) {
-    EXPECT_EQ(test::treeOf(path), (test::Tree{{"1", "x"}}));
-    salvaged_.push_back(path);
-  });
-  EXPECT_EQ(salvaged_, std::vector<std::string>{parent_ + "/dead"});
+class ProcessDirectorySwapTest : public ProcessDirectoryTest {
+ protected:
+  /// What a process leaves that dies after it has moved the directory "place/promo" aside.
+  void leaveInterruptedSwap() {
+    std::filesystem::create_directories(root_ + "/place");
+    test::put(parent_ + "/dead/1/index.html", "old");
+    test::put(ProcessDirectory::swapNotePath(parent_ + "/dead/1"), "place/promo");
+  }
+};
+
+TEST_F(ProcessDirectorySwapTest, TheSweepMovesTheDirectoryBackBeforeItRemoves) {
+  leaveInterruptedSwap();
+  sweep();
+  EXPECT_EQ(test::treeOf(root_ + "/place"),
+            (test::Tree{{"promo/", ""}, {"promo/index.html", "old"}}));
+  EXPECT_EQ(test::treeOf(parent_), test::Tree{});
+}
+
+TEST_F(ProcessDirectorySwapTest, WhatHasTakenThePlaceMeanwhileStays) {
+  leaveInterruptedSwap();
+  test::put(root_ + "/place/promo/index.html", "new");
+  sweep();
+  EXPECT_EQ(test::treeOf(root_ + "/place").at("promo/index.html"), "new");
   EXPECT_EQ(test::treeOf(parent_), test::Tree{});
 }
 
