@@ -16,6 +16,7 @@
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 #include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceStorageModule.h"
 
 using kiv::Error;

@@ -8,7 +8,8 @@
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Error.h"
-#include "KivResource/KivResourceManager.h"
+
+class KivResourceManager;
 
 /// Domain of the errors that maintenance makes itself; those of the disk pass through with their
 /// own.

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "KivPlatform/Foundation/values/Result.h"
+
 namespace kiv {
 
 class Data::Memory {

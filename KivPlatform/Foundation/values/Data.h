@@ -9,9 +9,10 @@
 #include <string_view>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
+
+class Status;
 
 /// The file that holds the bytes of some data. Thread-safe.
 class KIV_EXPORT DataFile {

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"

@@ -6,8 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Result.h"
+
+namespace kiv {
+class FileLock;
+}
 
 namespace kiv::storage {
 

@@ -8,9 +8,12 @@
 #include <string_view>
 
 #include "KivPlatform/Foundation/Mutex.h"
-#include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
+
+namespace kiv {
+class WritableFile;
+}
 
 namespace kiv::storage {
 
