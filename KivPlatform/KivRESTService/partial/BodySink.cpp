@@ -57,8 +57,8 @@ bool BodySink::begin(const URL& from, const ResponseCheck& response) {
 bool BodySink::moveToDisk() {
   coming_.version = response_->version();  // takes a while to read, and is of use on the disk alone
   auto created = spool_.create(url_);
-  partial_ = created ? *std::move(created) : nullptr;
-  if (!partial_) return remember(std::move(created).error());
+  if (!created) return remember(created.error());
+  partial_ = *std::move(created);
   if (Status status = partial_->begin(coming_); !status) return remember(std::move(status));
   isOnDisk_ = true;
   std::string bytes = std::exchange(memory_, {});

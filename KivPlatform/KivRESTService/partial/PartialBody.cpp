@@ -86,8 +86,9 @@ Status PartialBody::resume(std::int64_t length) {
   auto file = files().openFileAtPath_length(partPath_, static_cast<std::uint64_t>(length));
   length_ = length;
   isDateOld_ = true;
-  file_ = file ? *std::move(file) : nullptr;
-  if (!file_) return std::move(file).error();
+  file_ = nullptr;
+  if (!file) return file.error();
+  file_ = *std::move(file);
   return {};
 }
 
