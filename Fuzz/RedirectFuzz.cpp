@@ -70,18 +70,18 @@ void checkTarget(const URL& from, const URL& target) {
 std::optional<URL> follow(kiv::RedirectGuard& guard, void* handle, bool beganInPrivate,
                           const URL& from, std::string_view location) {
   auto target = kiv::redirectTarget(from, location);
-  if (const auto* const refusal = std::get_if<kiv::Error>(&target)) {
-    require(!refusal->localizedDescription().empty(), "a refusal says why");
+  if (!target) {
+    require(!target.error().localizedDescription().empty(), "a refusal says why");
     return std::nullopt;
   }
-  const URL& next = std::get<URL>(target);
+  const URL& next = *target;
   checkTarget(from, next);
-  const auto refusal = guard.noteRedirect(handle, from, next);
+  const auto admitted = guard.checkRedirect(handle, from, next);
   const bool leadsIn = !beganInPrivate && kiv::isPrivateHost(next.host());
-  require(refusal.has_value() == leadsIn, "into a private network from one alone");
+  require(!admitted == leadsIn, "into a private network from one alone");
   require(guard.setOptions(handle), "the next request can be prepared");
-  require(!guard.refusal(), "nothing is refused that was not asked");
-  return refusal ? std::nullopt : std::optional(next);
+  require(bool(guard.checkConnection()), "nothing is refused that was not asked");
+  return admitted ? std::optional(next) : std::nullopt;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
@@ -22,11 +23,11 @@ std::shared_ptr<kiv::DispatchQueue> queueOfCreation() {
   return queue ? queue : kiv::DispatchQueue::main();
 }
 
-/// Why the task cannot be run; nothing if it can.
-std::optional<kiv::Error> validate(const KivRESTServiceTask& task) {
+/// Fails if the task cannot be run.
+kiv::Status checkTask(const KivRESTServiceTask& task) {
   constexpr auto code = KivRESTServiceErrorCode::unsupportedRequest;
   if (!task.request()) return kiv::transferError(code, {}, "the task has no request");
-  if (task.request()->httpMethod == "GET") return std::nullopt;
+  if (task.request()->httpMethod == "GET") return {};
   return kiv::transferError(code, task.request()->url.absoluteString(),
                             "the method of the request is not GET");
 }
@@ -72,22 +73,25 @@ class KivRESTService::Implementation {
 
   void queue(std::shared_ptr<KivRESTServiceTask> task) {
     const KivRESTServiceTask& queued = *task;
-    auto error = validate(queued);
-    if (!error && engine_.isInherited()) {
-      error = kiv::transferError(KivRESTServiceErrorCode::forkedProcess,
-                                 queued.request()->url.absoluteString());
+    kiv::Status status = checkTask(queued);
+    if (status && engine_.isInherited()) {
+      status = kiv::transferError(KivRESTServiceErrorCode::forkedProcess,
+                                  queued.request()->url.absoluteString());
     }
     std::optional<std::uint64_t> id;
     {
       const kiv::MutexLock lock(ordersMutex_);
       id = ledger_->add(std::move(task));
       if (!id) return;
-      if (!error && !engine_.add(jobFor(*id, queued))) {
-        error = kiv::transferError(KivRESTServiceErrorCode::outOfResources,
-                                   queued.request()->url.absoluteString());
+      if (status && !engine_.add(jobFor(*id, queued))) {
+        status = kiv::transferError(KivRESTServiceErrorCode::outOfResources,
+                                    queued.request()->url.absoluteString());
       }
     }
-    if (error) ledger_->end({{*id, {kiv::TransferOutcome::failed(std::move(*error)), {}, 0}}});
+    if (!status) {
+      auto outcome = kiv::TransferOutcome::failed(std::move(status).error());
+      ledger_->end({{*id, {std::move(outcome), {}, 0}}});
+    }
   }
 
   kiv::TaskLedger& ledger() noexcept { return *ledger_; }

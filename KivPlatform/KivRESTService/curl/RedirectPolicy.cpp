@@ -31,7 +31,7 @@ bool isRedirect(int status) noexcept {
   return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-std::variant<URL, Error> redirectTarget(const URL& from, std::string_view location) {
+Result<URL> redirectTarget(const URL& from, std::string_view location) {
   using Code = KivRESTServiceErrorCode;
   const auto refusal = [&](Code code, std::string_view what) {
     return transferError(code, from.absoluteString(), what);
@@ -104,8 +104,8 @@ struct RedirectGuardCallbacks {
   }
 };
 
-std::optional<Error> RedirectGuard::noteRedirect(void* handle, const URL& from, const URL& target) {
-  if (settings_.followsRedirectsToPrivateAddresses) return std::nullopt;
+Status RedirectGuard::checkRedirect(void* handle, const URL& from, const URL& target) {
+  if (settings_.followsRedirectsToPrivateAddresses) return {};
   if (std::exchange(isFirstRedirect_, false)) {
     const bool isPrivate =
         isPrivateHost(from.host()) || (!usesProxy(from) && isPrivateHost(addressOfServer(handle)));
@@ -114,7 +114,7 @@ std::optional<Error> RedirectGuard::noteRedirect(void* handle, const URL& from, 
   from_ = from;
   target_ = target;
   if (isOn_ && isPrivateHost(target.host())) return errorFor(target.host());
-  return std::nullopt;
+  return {};
 }
 
 bool RedirectGuard::setOptions(void* handle) {
@@ -150,8 +150,8 @@ bool RedirectGuard::admits(const std::string& address) {
   return false;
 }
 
-std::optional<Error> RedirectGuard::refusal() const {
-  if (refused_.empty() || hasAdmitted_) return std::nullopt;
+Status RedirectGuard::checkConnection() const {
+  if (refused_.empty() || hasAdmitted_) return {};
   return errorFor(refused_);
 }
 

@@ -3,10 +3,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 
 #include "KivPlatform/Foundation/Export.h"
-#include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
@@ -19,9 +18,9 @@ KIV_EXPORT std::string_view validateURL(const URL& url) noexcept;
 /// True for the redirect statuses that lead to the same file.
 KIV_EXPORT bool isRedirect(int status) noexcept;
 
-/// Resolves a Location against the URL of its request, or says why it may not be followed: other
-/// schemes than http and https, and https to http. RedirectGuard checks the addresses.
-KIV_EXPORT std::variant<URL, Error> redirectTarget(const URL& from, std::string_view location);
+/// Resolves a Location against the URL of its request. Fails if it may not be followed: to another
+/// scheme than http and https, or from https to http. RedirectGuard checks the addresses.
+KIV_EXPORT Result<URL> redirectTarget(const URL& from, std::string_view location);
 
 /// Keeps the redirects of one attempt out of private networks, unless its server is in one itself
 /// or the settings allow it (a defence against server-side request forgery).
@@ -37,13 +36,13 @@ class RedirectGuard {
   RedirectGuard& operator=(const RedirectGuard&) = delete;
 
   /// Called when the server at `from`, which has just answered on the handle, redirects to
-  /// `target`. An error if the host name alone forbids it.
-  std::optional<Error> noteRedirect(void* handle, const URL& from, const URL& target);
+  /// `target`. Fails if the host name alone forbids it.
+  Status checkRedirect(void* handle, const URL& from, const URL& target);
   /// Prepares a handle for the next request; false if that failed. The guard must not move while
   /// the handle runs.
   bool setOptions(void* handle);
-  /// The error if the last request was refused its connection.
-  [[nodiscard]] std::optional<Error> refusal() const;
+  /// Fails if the last request was refused its connection.
+  Status checkConnection() const;
 
  private:
   friend struct RedirectGuardCallbacks;

@@ -5,7 +5,6 @@
 
 #include <exception>
 #include <utility>
-#include <variant>
 
 #include <curl/curl.h>
 
@@ -190,8 +189,8 @@ std::optional<AttemptResult> Transfer::finish(int result) {
 
 std::optional<TransferOutcome> Transfer::outcome(int result) {
   if (cannotStore_) return failed(Code::outOfResources, storageProblem());
-  if (auto refusal = redirectGuard_.refusal()) {
-    return TransferOutcome::failed(std::move(*refusal));
+  if (Status status = redirectGuard_.checkConnection(); !status) {
+    return TransferOutcome::failed(std::move(status).error());
   }
   if (result == CURLE_OK) check_->end();
   if (check_->deniesRange() && check_->status() == 416) return TransferOutcome::answered(416);
@@ -246,16 +245,13 @@ void Transfer::settlePart(AttemptResult& tried) {
 std::optional<TransferOutcome> Transfer::followRedirect() {
   if (redirects_ == settings_.redirects) return failed(Code::tooManyRedirects);
   auto target = redirectTarget(url_, check_->location());
-  if (auto* const refusal = std::get_if<Error>(&target)) {
-    return TransferOutcome::failed(std::move(*refusal));
-  }
-  const auto& next = std::get<URL>(target);
-  if (auto refusal = redirectGuard_.noteRedirect(handle_.get(), url_, next)) {
-    return TransferOutcome::failed(std::move(*refusal));
+  if (!target) return TransferOutcome::failed(std::move(target).error());
+  if (Status status = redirectGuard_.checkRedirect(handle_.get(), url_, *target); !status) {
+    return TransferOutcome::failed(std::move(status).error());
   }
   ++redirects_;
   isOnFreshConnection_ = false;
-  url_ = next;
+  url_ = *std::move(target);
   return prepare();
 }
 

@@ -16,8 +16,8 @@ URL url(std::string_view string) {
 /// The target, or the code of the refusal in words.
 std::string target(std::string_view from, std::string_view location) {
   const auto result = kiv::redirectTarget(url(from), location);
-  if (const auto* const found = std::get_if<URL>(&result)) return found->absoluteString();
-  switch (static_cast<KivRESTServiceErrorCode>(std::get<kiv::Error>(result).code)) {
+  if (result) return result->absoluteString();
+  switch (static_cast<KivRESTServiceErrorCode>(result.error().code)) {
     case KivRESTServiceErrorCode::refusedRedirect:
       return "refused";
     case KivRESTServiceErrorCode::malformedResponse:
