@@ -136,7 +136,7 @@ bool ProcessDirectory::isLockName(std::string_view name) noexcept {
   return name.ends_with(lockSuffix);
 }
 
-bool ProcessDirectory::stands() const {
+bool ProcessDirectory::exists() const {
   FileManager& files = FileManager::defaultManager();
   return files.directoryExistsAtPath(path_) && files.fileExistsAtPath(lockPath(path_));
 }

@@ -43,7 +43,7 @@ class ProcessDirectory {
   ~ProcessDirectory();
 
   /// False if the directory or its lock file has been removed by somebody else.
-  [[nodiscard]] bool stands() const;
+  [[nodiscard]] bool exists() const;
   /// A new path in the directory. The names are numbers, so that a long file name never fails
   /// because of its temporary.
   std::string nextPath();

@@ -31,7 +31,7 @@ std::string parentOf(const std::string& path) {
 }
 
 /// The lowest directory at or above the path that exists.
-std::string standingAncestor(std::string path) {
+std::string existingAncestor(std::string path) {
   while (path.size() > 1 && !FileManager::defaultManager().itemExistsAtPath(path)) {
     path = parentOf(path);
   }
@@ -141,30 +141,30 @@ Result<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(Access acces
 
 Result<std::shared_ptr<ProcessDirectory>> StorageRoot::processDirectory() {
   const MutexLock guard(mutex_);
-  if (seen_.processDirectoryStands) return processDirectory_;
-  if (!processDirectory_ || !processDirectory_->stands()) {
+  if (seen_.processDirectoryExists) return processDirectory_;
+  if (!processDirectory_ || !processDirectory_->exists()) {
     auto created = ProcessDirectory::create(path_);
     processDirectory_ = created ? *created : nullptr;
     if (!created) return created.error();
   }
-  seen_.processDirectoryStands = isInBatch();
+  seen_.processDirectoryExists = isInBatch();
   return processDirectory_;
 }
 
 Status StorageRoot::prepareDirectory(const std::string& directory) {
   FileManager& files = FileManager::defaultManager();
   const MutexLock guard(mutex_);
-  if (seen_.standingDirectories.contains(directory)) return {};
-  const bool stands = files.itemExistsAtPath(directory);
-  if (stands && durableDirectories_.contains(directory)) {
-    if (isInBatch()) seen_.standingDirectories.insert(directory);
+  if (seen_.existingDirectories.contains(directory)) return {};
+  const bool exists = files.itemExistsAtPath(directory);
+  if (exists && durableDirectories_.contains(directory)) {
+    if (isInBatch()) seen_.existingDirectories.insert(directory);
     return {};
   }
   // An existing one may not be on the disk yet: the process that made it may have died before
   // syncing.
-  const std::string standing = standingAncestor(directory);
-  const std::string& top = standing.size() < path_.size() ? standing : path_;
-  if (!stands) {
+  const std::string existing = existingAncestor(directory);
+  const std::string& top = existing.size() < path_.size() ? existing : path_;
+  if (!exists) {
     if (Status status = files.createDirectoryAtPath(directory); !status) return status;
   }
   if (Status status = synchronizeWay(top, directory); !status) return status;

@@ -65,8 +65,8 @@ class StorageRoot {
  private:
   /// Cached during a batch.
   struct Seen {
-    bool processDirectoryStands = false;
-    std::set<std::string> standingDirectories;
+    bool processDirectoryExists = false;
+    std::set<std::string> existingDirectories;
     std::uint64_t roomLeft = 0;  // at least
   };
 

@@ -26,7 +26,7 @@ class ProcessDirectoryTest : public testing::Test {
 TEST_F(ProcessDirectoryTest, GoesWithItsLockWhenItsHolderLetsGo) {
   auto directory = create();
   ASSERT_TRUE(directory);
-  EXPECT_TRUE(directory->stands());
+  EXPECT_TRUE(directory->exists());
   test::put(directory->nextPath(), "x");
   EXPECT_EQ(test::treeOf(parent_).size(), 3U);
   directory.reset();
@@ -99,7 +99,7 @@ TEST_F(ProcessDirectoryTest, NoticesThatSomebodyRemovedIt) {
   const test::UnguardedRemovals unguarded;
   const auto one = create();
   ASSERT_TRUE(FileManager::defaultManager().removeItemAtPath(parent_));
-  EXPECT_FALSE(one->stands());
+  EXPECT_FALSE(one->exists());
 }
 
 }  // namespace
