@@ -144,12 +144,12 @@ ListMerge SavedList::takeMerge() {
 // --- Writing -------------------------------------------------------------------------------------
 
 SavedList::Access::Access(SavedList& list, ResourceList& registry)
-    : list_(list), registry_(registry), lock_(list.lock(refusal_)) {
-  if (!refusal_) list_.catchUp(registry_);
+    : list_(list), registry_(registry), lock_(list.lock()) {
+  if (lock_) list_.catchUp(registry_);
 }
 
-/// nullptr also on a file system without locks, which is no refusal.
-std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
+/// A file system without locks is no failure: the lock is nullptr then.
+Result<std::unique_ptr<FileLock>> SavedList::lock() {
   const std::string list = KivResourceStorageModule::resourcesListPath();
   const std::string path = list + std::string(lockSuffix);
   const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -167,13 +167,13 @@ std::unique_ptr<FileLock> SavedList::lock(std::optional<Error>& refusal) {
     lock = files().lockFileAtPath(path);
   }
   isPatient_ = !isHeld();
-  if (isHeld()) refusal = lock.error();
+  if (isHeld()) return lock.error();
   return std::move(lock).value_or(nullptr);
 }
 
 bool SavedList::Access::save() {
-  if (refusal_) {
-    list_.lastSaveError_ = refusal_;
+  if (!lock_) {
+    list_.lastSaveError_ = lock_.error();
     return false;
   }
   Array dictionaries;

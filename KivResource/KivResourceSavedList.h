@@ -8,6 +8,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Error.h"
+#include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceListMerge.h"
 
@@ -49,13 +50,12 @@ class SavedList {
     bool save();
     /// True if no entry of the list on the disk is unknown to the registry, so that files which
     /// the registry does not use may be removed.
-    [[nodiscard]] bool isCurrent() const noexcept { return !refusal_ && !list_.doubt_; }
+    [[nodiscard]] bool isCurrent() const noexcept { return lock_ && !list_.doubt_; }
 
    private:
     SavedList& list_;
     ResourceList& registry_;
-    std::optional<Error> refusal_;  ///< Where another process keeps the lock.
-    const std::unique_ptr<FileLock> lock_;
+    const Result<std::unique_ptr<FileLock>> lock_;  ///< An error if another process holds it.
   };
 
  private:
@@ -65,7 +65,8 @@ class SavedList {
   void catchUp(ResourceList& registry);
   void note(ListMerge merge);
   void keepTaken(ResourceList& registry);
-  std::unique_ptr<FileLock> lock(std::optional<Error>& refusal);
+  /// Fails if another process holds the lock for too long.
+  Result<std::unique_ptr<FileLock>> lock();
   [[nodiscard]] bool isToBeRead() const;
   Status write(const Array& dictionaries);
   void logUnwritable(const ResourceList& registry);
