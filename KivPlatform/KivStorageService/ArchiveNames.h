@@ -6,7 +6,7 @@ namespace kiv::storage {
 
 /// The suffix of an archive's name, case-sensitive.
 inline constexpr std::string_view archiveSuffix = ".zip";
-/// The page that an unpacked archive must have at its top.
+/// The page that an archive must contain at its top level.
 inline constexpr std::string_view archiveEntryPage = "index.html";
 
 }  // namespace kiv::storage

@@ -1,6 +1,7 @@
-// The operations of the service, each one sequence: check the names, make the new file or directory
-// beside the old one, sync it, put it in place, sync the directory. The parts are in store/ and
-// archive/. Inside, a failure is a Status; it becomes the out-argument at the public operation.
+// Each save runs the steps of an atomic replacement in one fixed order: check the names, write the
+// new file or directory as a temporary, fsync it, rename it into place, fsync the parent directory.
+// A reader or a crash sees the old contents or the new ones. Internally a failure is a Status; only
+// the public operations convert it to the error out-argument.
 
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 
@@ -61,7 +62,8 @@ std::string joined(std::string_view root, std::string_view relativePath,
   return kiv::path::appendingPathComponent(directory, fileName);
 }
 
-/// A temporary file with the bytes, adopted if they are in a file already.
+/// A temporary file with the bytes. If they are in a file already, that file is renamed instead of
+/// copied.
 Result<AtomicFile> temporaryFile(StorageRoot& root, const Data& data, std::string_view name,
                                  Access access) {
   if (access == Access::shared) {
@@ -126,7 +128,7 @@ Result<Data> load(std::string_view fileName, std::string_view relativePath) {
   return FileManager::defaultManager().contentsAtPath(joined(root->path(), relativePath, fileName));
 }
 
-/// The result of the operation; an error if it runs out of memory, or a library throws.
+/// Runs the operation. An exception (out of memory, or one thrown by a library) becomes an error.
 template <class Operation>
 auto guarded(std::string_view fileName, const Operation& operation) -> decltype(operation()) {
   try {
@@ -186,7 +188,7 @@ KivStorageService::Batch::Batch() : root_(StorageRoot::current()) {
 KivStorageService::Batch::~Batch() {
   try {
     end();
-  } catch (const std::exception&) {  // out of memory: the directories stay unsynced
+  } catch (const std::exception&) {  // out of memory: the directories are not synced
   }
 }
 

@@ -2,16 +2,16 @@
 
 #include <string_view>
 
-/// Domain of the errors that the storage service makes itself; those of the operating system pass
-/// through with their own.
+/// Domain of the storage service's own errors. Errors of the operating system keep their domain,
+/// kiv::SystemErrorDomain.
 inline constexpr std::string_view KivStorageServiceErrorDomain = "kiv.KivStorageService";
 
 enum class KivStorageServiceErrorCode : int {
-  unusableName = 1,    ///< The file name, or an archive's stem, may not be used for a file.
-  invalidArchive = 2,  ///< The archive cannot be read, or holds what it may not hold.
-  noEntryPage = 3,     ///< The archive leaves no "index.html" at its top.
-  nameIsTaken = 4,     ///< Something of another sort, a directory or a file, has the name.
-  noRoot = 5,          ///< There is no directory to store in.
-  outOfResources = 6,  ///< Memory, or something else that the program runs on, gave out.
-  noSpace = 7,         ///< The disk has no room for the file, or for what the archive holds.
+  unusableName = 1,    ///< The file name, its directory or an archive's stem is not valid.
+  invalidArchive = 2,  ///< The archive is malformed, exceeds a limit or has a forbidden entry.
+  noEntryPage = 3,     ///< The archive has no "index.html" at its top level.
+  nameIsTaken = 4,     ///< A directory exists under the name of a file, or vice versa.
+  noRoot = 5,          ///< There is no storage root.
+  outOfResources = 6,  ///< Out of memory, or a library threw an exception.
+  noSpace = 7,         ///< The disk has no room for the file or the unpacked archive.
 };

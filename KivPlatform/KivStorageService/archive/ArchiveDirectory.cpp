@@ -1,5 +1,5 @@
-// A second, stricter reading of the central directory. The usual way past a check is an archive
-// that two readers understand differently, so whatever is ambiguous is rejected.
+// Parses the central directory a second time, more strictly than libzip. Attackers evade checks
+// with archives that two parsers read differently, so anything ambiguous is rejected.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
@@ -19,7 +19,7 @@ using namespace zip;
 constexpr std::string_view inconsistent = "contradicts itself about its list of entries";
 constexpr std::string_view unreadable = "cannot be read from the disk";
 
-/// Where the list lies, and how many entries it has.
+/// Offset and size in bytes of the central directory, and its number of entries.
 struct ListPlace {
   std::uint64_t offset = 0;
   std::uint64_t size = 0;
@@ -33,7 +33,8 @@ std::optional<std::string> bytesAt(const Data& data, std::uint64_t offset, std::
   return bytes;
 }
 
-/// The end of the archive, as much as the end record and what belongs to it may take.
+/// The end of the archive: as many bytes as the end record, its comment and the zip64 locator can
+/// take.
 struct Tail {
   std::uint64_t start = 0;  // in the archive
   std::string bytes;
@@ -47,8 +48,8 @@ std::optional<Tail> readTail(const Data& data) {
   return Tail{data.size() - length, std::move(*bytes)};
 }
 
-/// The positions of the records that may be the end record, whose comment reaches exactly to the
-/// end: the last one, and one before it.
+/// The candidates for the end record: each has the signature and a comment that reaches exactly to
+/// the end of the archive.
 struct EndRecords {
   std::optional<std::size_t> last;
   bool hasAnother = false;
@@ -67,7 +68,7 @@ EndRecords findEndRecords(std::string_view bytes) {
   return found;
 }
 
-/// Reads the end record of large archives, which stands before its locator and the ordinary one.
+/// Reads the zip64 end record, which precedes its locator and the ordinary end record.
 std::optional<ListPlace> readEndRecord64(const Data& data, std::uint64_t locatorAt,
                                          std::string_view locator) {
   const std::uint64_t at = number64(locator, 8);
@@ -84,7 +85,8 @@ std::optional<ListPlace> readEndRecord64(const Data& data, std::uint64_t locator
   return place;
 }
 
-/// True if an ordinary field says the same as the large one, or leaves the word to it.
+/// True if a field of the ordinary end record equals the zip64 one, or is saturated and so defers
+/// to it.
 bool agrees(std::uint64_t field, std::uint64_t saturated, std::uint64_t large) {
   return field == saturated || field == large;
 }
@@ -113,8 +115,8 @@ std::optional<ListPlace> findList(const Data& data, const Tail& tail, std::size_
   return place;
 }
 
-/// Replaces each of the fields that stand at their highest value by what the extra field for large
-/// archives gives for it, in the format's order; false if it gives too little.
+/// Replaces each saturated field (0xFFFFFFFF) by its value in the zip64 extra field, in the order
+/// that the format defines. False if the extra field is malformed or too short.
 bool widen(std::string_view extra, ArchiveEntry& entry) {
   std::uint64_t* const fields[] = {&entry.size, &entry.packedSize, &entry.headerOffset};
   std::string_view wide;
@@ -133,7 +135,7 @@ bool widen(std::string_view extra, ArchiveEntry& entry) {
   return true;
 }
 
-/// Takes one entry off the front of the list; nothing if the list ends within it.
+/// Removes the first entry from the list and returns it; nothing if it is malformed or cut short.
 std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
   if (list.size() < centralHeaderSize || number32(list, 0) != centralHeaderSignature) {
     return std::nullopt;
@@ -155,7 +157,7 @@ std::optional<ArchiveEntry> takeEntry(std::string_view& list) {
   return entry;
 }
 
-/// The bytes of the list, unless it is too long to be read.
+/// The bytes of the central directory; an error if it exceeds a limit.
 Result<std::string> readList(const Archive& archive, const ListPlace& place) {
   const std::uint64_t most = archive.limits.entries;
   if (place.count > most) {
@@ -183,14 +185,14 @@ Result<std::vector<ArchiveEntry>> takeEntries(const Archive& archive, std::strin
   return entries;
 }
 
-/// From the start of an entry's header to the end of its packed bytes.
+/// The bytes from an entry's local header to the end of its compressed data.
 struct Range {
   std::uint64_t start;
   std::uint64_t end;
   const ArchiveEntry* entry;
 };
 
-/// Checks the header before an entry's bytes.
+/// Checks an entry's local header against the central directory.
 Result<Range> rangeOf(const ArchiveEntry& entry, const Archive& archive, std::uint64_t listOffset) {
   const auto refuse = [&](std::string_view rule) { return archive.refusal(entry.rawName, rule); };
   const std::string_view outside = "does not lie within the archive";

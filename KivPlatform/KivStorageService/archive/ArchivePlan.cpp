@@ -1,3 +1,6 @@
+// Every check that needs no decompression is done before the first byte is written. The names are
+// checked as libzip decodes them, since those are the names that files will get.
+
 #include "KivPlatform/KivStorageService/archive/ArchivePlan.h"
 
 #include <utility>
@@ -9,7 +12,7 @@ namespace kiv::storage {
 
 namespace {
 
-/// What the rules say of an entry before the decoder has read its name.
+/// Checks what is known of an entry before libzip has decoded its name.
 std::optional<std::string> validateListedEntry(const ArchiveEntry& entry,
                                                const ArchiveLimits& limits) {
   if (entry.rawName.find('\0') != entry.rawName.npos) return "has a NUL character in its name";
@@ -26,7 +29,7 @@ Status checkList(const std::vector<ArchiveEntry>& entries, const Archive& archiv
       return archive.refusal(entry.rawName, *rule);
     }
     if (isLeftOut(entry.rawName)) continue;
-    total += entry.size;  // no overflow: at most as many sizes as entries, each below its limit
+    total += entry.size;  // no overflow: the number of entries and each size are limited
     if (total > limits.totalBytes) {
       return archive.refusal("holds more than " + std::to_string(limits.totalBytes) +
                              " bytes unpacked");
@@ -44,7 +47,7 @@ std::optional<std::string> addEntry(const ArchivePlan& plan, std::uint64_t index
   return name.ends_with('/') ? tree.addDirectory(path) : tree.addFile(path, index);
 }
 
-/// Checks that the decoder sees the entries that were checked, and adds them to the tree.
+/// Checks that libzip sees the same entries as the strict parser, and adds them to the tree.
 Status layOut(ArchivePlan& plan, const Archive& archive) {
   const std::string_view ambiguous = "can be read in two ways";
   if (plan.reader->entryCount() != plan.entries.size()) return archive.refusal(ambiguous);

@@ -10,14 +10,14 @@
 
 namespace kiv::storage {
 
-/// An archive that has passed every check that needs no decoding.
+/// An archive that has passed every check that needs no decompression.
 struct ArchivePlan {
   std::vector<ArchiveEntry> entries;
   std::unique_ptr<ArchiveReader> reader;
   ArchiveTree tree;
 };
 
-/// Checks the archive, which must outlive the plan, and plans its unpacking.
+/// Checks the archive and plans its unpacking. The archive must outlive the plan.
 Result<ArchivePlan> planArchive(const Archive& archive);
 
 }  // namespace kiv::storage

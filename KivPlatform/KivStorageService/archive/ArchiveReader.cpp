@@ -1,6 +1,6 @@
-// libzip reads the archive through a source of ours, which copies from kiv::Data: an archive in a
-// file is read, not mapped, so that a file that another process truncates is an error and not a
-// crash. It only decodes; what may be unpacked is decided in ArchivePlan.
+// libzip reads the archive through a custom source, which copies from kiv::Data. An archive in a
+// file is read, not mapped: if another process truncates the file, that is an error and not a
+// SIGBUS. libzip only decodes; ArchivePlan decides what may be unpacked.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveReader.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t pieceSize = 64 * 1024;
 
-/// An archive as the decoder sees it: a file that is opened, read and sought in.
+/// The libzip source: the archive as a seekable file.
 struct Source {
   explicit Source(const Data& data) : archive(data) { zip_error_init(&error); }
   Source(const Source&) = delete;
@@ -92,7 +92,7 @@ zip_int64_t perform(void* object, void* data, zip_uint64_t size, zip_source_cmd_
   }
 }
 
-/// What the decoder reads the archive from; nullptr and an error if memory has run out.
+/// Creates the libzip source; nullptr and an error if out of memory.
 zip_source_t* makeSource(const Data& archive, zip_error_t* error) {
   auto source = std::make_unique<Source>(archive);
   zip_source_t* const made = zip_source_function_create(&perform, source.get(), error);
@@ -111,8 +111,8 @@ std::string nameWith(zip_t* archive, std::uint64_t index, zip_flags_t encoding) 
   return name ? name : "";
 }
 
-/// The decoder turns the entries' times into the C library's local time as it opens an archive, and
-/// not every C library lets two threads do that at once.
+/// libzip converts the entries' times to local time when it opens an archive. The C functions for
+/// that are not thread-safe everywhere.
 Mutex& openingMutex() {
   static auto& mutex = *new Mutex;
   return mutex;
@@ -175,7 +175,7 @@ Status ArchiveReader::read(std::uint64_t index, const Sink& sink) const {
   const std::unique_ptr<zip_file_t, FileCloser> file(zip_fopen_index(handle_->archive, index, 0));
   if (!file) return broken(zip_get_error(handle_->archive));
   std::vector<char> piece(pieceSize);
-  // Read to the end: a wrong checksum is reported only there.
+  // Read until the end, because libzip verifies the checksum only there.
   while (true) {
     const zip_int64_t count = zip_fread(file.get(), piece.data(), piece.size());
     if (count == 0) return {};

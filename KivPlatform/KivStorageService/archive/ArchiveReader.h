@@ -12,13 +12,13 @@
 namespace kiv::storage {
 
 /// Decodes the entries of a zip archive. An archive in a file is read, not mapped: if another
-/// process truncates the file, that is an error and not a crash.
+/// process truncates the file, that is an error and not a SIGBUS.
 class ArchiveReader {
  public:
-  /// Takes a piece of an entry's contents. An error ends the reading.
+  /// Receives the next piece of an entry's contents. An error stops reading.
   using Sink = std::function<Status(std::string_view piece)>;
 
-  /// A reader for the archive, which must outlive it.
+  /// Opens the archive, which must outlive the reader.
   static Result<std::unique_ptr<ArchiveReader>> open(const Archive& archive);
 
   ArchiveReader(const ArchiveReader&) = delete;
@@ -26,12 +26,12 @@ class ArchiveReader {
   ~ArchiveReader();
 
   [[nodiscard]] std::uint64_t entryCount() const;
-  /// The entry's name in UTF-8, converted from code page 437 if need be.
+  /// The entry's name in UTF-8, converted from code page 437 if necessary.
   [[nodiscard]] std::string name(std::uint64_t index) const;
-  /// The bytes of its name as they stand in the archive, except that a NUL reads as a space.
+  /// The unconverted bytes of its name, except that a NUL reads as a space.
   [[nodiscard]] std::string rawName(std::uint64_t index) const;
-  /// Decodes the entry's contents to the sink, piece by piece. Fails with the sink's error, or if
-  /// the contents cannot be decoded or have another checksum.
+  /// Decompresses the entry's contents and passes them to the sink in pieces. Fails with the sink's
+  /// error, or if the data is corrupt or its checksum does not match.
   Status read(std::uint64_t index, const Sink& sink) const;
 
  private:

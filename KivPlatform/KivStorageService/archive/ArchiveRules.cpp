@@ -1,3 +1,6 @@
+// The rules do not depend on the operating system. An archive is either valid everywhere or
+// nowhere, so backslashes and drive letters are rejected on POSIX systems too.
+
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Siblings are keyed by folded name. Two entries whose names differ only in case or Unicode
+// normalization would overwrite each other on some file systems, so such an archive is rejected on
+// all of them.
+
 #include "KivPlatform/KivStorageService/archive/ArchiveTree.h"
 
 #include "KivPlatform/Foundation/text/Unicode.h"
@@ -6,7 +10,8 @@ namespace kiv::storage {
 
 namespace {
 
-/// Why a node that stands cannot also be what is added under a name that folds to the same.
+/// Checks whether an existing node can also serve for a new item whose name folds to the same key.
+/// Only a directory of exactly the same name can.
 std::optional<std::string> validateMeeting(const ArchiveNode& standing, std::string_view name,
                                            bool isFile) {
   if (standing.name != name) {

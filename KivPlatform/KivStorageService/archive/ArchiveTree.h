@@ -18,24 +18,24 @@ struct ArchiveNode {
   std::map<std::u32string, std::unique_ptr<ArchiveNode>> children;
 
   [[nodiscard]] bool isDirectory() const noexcept { return !entry.has_value(); }
-  /// The child of exactly that name, or nullptr.
+  /// The child with exactly that name, or nullptr.
   [[nodiscard]] const ArchiveNode* child(std::string_view childName) const;
 };
 
-/// The unpacked archive as a tree, checked for conflicts on any file system: no two entries for one
-/// path, also if the file system ignores case or normalises names, and no file in the place of a
-/// directory.
+/// The unpacked archive as a tree without conflicts on any file system. No two entries have the
+/// same path, even if the file system ignores case or normalizes names, and no path is both a file
+/// and a directory.
 class ArchiveTree {
  public:
   explicit ArchiveTree(std::uint64_t mostItems) : mostItems_(mostItems) {}
 
-  /// Adds a file or directory with its parents. The path's components must be valid. An answer is
-  /// an objection that follows "which".
+  /// Adds a file or directory with its parents. The path's components must be valid. Returns
+  /// nothing on success, otherwise an objection that completes a clause beginning with "which".
   std::optional<std::string> addFile(std::string_view path, std::uint64_t entry);
   std::optional<std::string> addDirectory(std::string_view path);
 
   /// The directory whose contents are unpacked: the archive's only top-level folder if it holds the
-  /// entry page, otherwise the top itself.
+  /// entry page, otherwise the root.
   [[nodiscard]] const ArchiveNode& top(std::string_view entryPage) const;
 
  private:

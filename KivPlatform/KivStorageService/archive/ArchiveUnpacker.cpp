@@ -1,3 +1,6 @@
+// The declared sizes in an archive may be false (a zip bomb). All limits on sizes are therefore
+// checked again on the bytes that come out of the decoder, before these are written.
+
 #include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
 
 #include <memory>
@@ -15,16 +18,16 @@ namespace kiv::storage {
 
 namespace {
 
-/// Writes the files of a plan. The sizes that the archive claims have been checked; here those that
-/// really come out of it are.
+/// Writes the files of a plan. The plan has checked the declared sizes; this class checks the
+/// actual ones.
 class Unpacker {
  public:
   Unpacker(const Archive& archive, const ArchivePlan& plan)
       : archive_(archive), plan_(plan), files_(FileManager::defaultManager()) {}
 
-  /// Makes the directory with everything below the node, and syncs it: all at once if that is
-  /// possible and faster, otherwise each file once it is written and each directory once its
-  /// entries are there.
+  /// Creates the directory with everything below the node, and syncs it: with one batch sync if
+  /// that is possible and faster, otherwise each file after it is written and each directory after
+  /// its entries are created.
   Status makeTree(const ArchiveNode& top, const std::string& path) {
     if (Status status = files_.createDirectoryAtPath(path); !status) return status;
     batch_ = files_.beginBatchSyncAtPath(path, plan_.entries.size());
@@ -96,11 +99,11 @@ class Unpacker {
   const Archive& archive_;
   const ArchivePlan& plan_;
   FileManager& files_;
-  std::unique_ptr<BatchSync> batch_;  ///< Syncs all files at once; without it each is synced.
+  std::unique_ptr<BatchSync> batch_;  ///< If null, each file and directory is synced.
   std::uint64_t total_ = 0;
 };
 
-/// No overflow: each size is below its limit, and so is their sum.
+/// Cannot overflow: the plan has checked each size and their sum against the limits.
 std::uint64_t unpackedSize(const ArchivePlan& plan) {
   std::uint64_t size = 0;
   for (const ArchiveEntry& entry : plan.entries) {
@@ -123,7 +126,7 @@ Status unpackArchive(const Data& data, std::string_view name, const std::string&
         KivStorageServiceErrorCode::noEntryPage,
         "The archive " + quoted(name) + " has no " + quoted(archiveEntryPage) + " at its top.");
   }
-  // A disk that does not tell its free space is tried.
+  // If the file system does not report its free space, try anyway.
   if (const auto space = FileManager::defaultManager().spaceAtPath(path)) {
     Status status = storage::checkRoom(unpackedSize(*plan), "archive", name, *space);
     if (!status) return status;

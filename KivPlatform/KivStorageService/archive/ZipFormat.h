@@ -30,7 +30,7 @@ constexpr std::uint16_t maskedHeadersFlag = 1 << 13;
 constexpr std::uint16_t storedMethod = 0;
 constexpr std::uint16_t deflatedMethod = 8;
 
-/// The number at the position; zero if it lies beyond the end.
+/// The number at the position; zero if it extends beyond the end.
 template <class Number>
 Number number(std::string_view bytes, std::size_t at) noexcept {
   if (at > bytes.size() || bytes.size() - at < sizeof(Number)) return 0;

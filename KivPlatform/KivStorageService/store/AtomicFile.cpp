@@ -1,6 +1,6 @@
-// An adopted file is renamed instead of copied. It has mode 0600 until then, as the body of a
-// download, and gets the mode of a new file by copying that of one made for the purpose: the umask
-// itself cannot be read without changing it for every thread.
+// An adopted file is renamed instead of copied. As the body of a download it has mode 0600, and
+// must get the mode of a new shared file. That mode is copied from a file created for the purpose,
+// because the umask cannot be read without changing it for the whole process.
 
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
 
@@ -17,7 +17,7 @@ AtomicFile::AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file)
 
 namespace {
 
-/// Gives the file the mode of a new shared file. On failure it stays its owner's alone.
+/// Gives the file the mode of a new shared file. On failure it keeps mode 0600.
 void share(StorageRoot& root, const std::string& path) {
   const auto model = root.createTemporaryFile(Access::shared);
   if (!model) return;

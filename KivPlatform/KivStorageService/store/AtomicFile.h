@@ -12,24 +12,28 @@
 
 namespace kiv::storage {
 
-/// A file that appears under its name only when it is complete.
+/// A file that appears under its name only once it is complete.
 ///
-/// Write to a temporary file, sync, rename, sync the directory: without the first sync a power cut
-/// could leave an empty file under the name. Without commit() the destructor discards the file.
+/// Writes a temporary file, syncs it, renames it and syncs the directory. Without the first sync a
+/// power failure could leave an empty file under the name. Unless commit() or place() was called,
+/// the destructor removes the temporary file.
 class AtomicFile {
  public:
   /// Creates a temporary file under the root.
   static Result<AtomicFile> create(StorageRoot& root, Access access);
 
   /// Renames the file that holds the data instead of copying it, and gives it the mode of a new
-  /// shared file. Nothing if the data is in memory, or its file on another file system.
+  /// shared file. Nothing if the data is in memory, or if its file was taken already, was truncated
+  /// or is on another file system; the data must be written then.
   static std::optional<AtomicFile> adopt(StorageRoot& root, const Data& data);
 
   Status write(std::string_view bytes);
-  /// The same. Data in a file is read, not mapped: another process could truncate the file.
+  /// The same. Data in a file is read, not mapped: if another process truncates the file, that is
+  /// an error and not a SIGBUS.
   Status write(const Data& data);
-  /// Commits the file to the path, replacing a file or a link there. Called at most once. On
-  /// failure the old file is still there, or the new one if only the last sync failed.
+  /// Syncs the file, renames it to the path, replacing a file or link, and syncs the directory.
+  /// Called at most once. On failure the old file is still in place, or the new one if only the
+  /// last sync failed.
   Status commit(const std::string& path);
   /// The same without the sync of the directory, which the caller does later.
   Status place(const std::string& path);

@@ -1,6 +1,6 @@
 // renameat2 with RENAME_EXCHANGE swaps two directories in one step. Network file systems and some
-// others lack it; there the old directory is moved aside first, and a note written before says
-// where it belongs, so that a later process can move it back.
+// others do not support it. There the old directory is first moved aside. A note, written before
+// that, records its path, so that a later process can move it back after a crash.
 
 #include "KivPlatform/KivStorageService/store/DirectorySwap.h"
 
@@ -25,7 +25,7 @@ Status synchronizeParent(const std::string& path) {
       path::deletingLastPathComponent(path));
 }
 
-/// True if the file system has no such step, rather than that it failed.
+/// True if the file system does not support the exchange, false for other failures.
 bool isUnsupported(const Error& error) {
   for (const auto code : {std::errc::invalid_argument, std::errc::function_not_supported,
                           std::errc::not_supported, std::errc::operation_not_supported}) {
@@ -34,7 +34,7 @@ bool isUnsupported(const Error& error) {
   return false;
 }
 
-/// Writes beside `spare` the note that what lies there belongs at the path, and syncs it.
+/// Writes and syncs the note that the directory at `spare` belongs at the path.
 Status writeNote(StorageRoot& root, const std::string& spare, std::string_view path) {
   auto note = AtomicFile::create(root, Access::owner);
   if (!note) return note.error();
@@ -45,14 +45,14 @@ Status writeNote(StorageRoot& root, const std::string& spare, std::string_view p
   return note->commit(ProcessDirectory::swapNotePath(spare));
 }
 
-/// Moves the old directory to `spare` and the new one in. The note has been written. If the new one
-/// cannot be moved in, the old one is moved back.
+/// Moves the old directory to `spare` and the new one to the path. The note must be on the disk. If
+/// the new directory cannot be moved, the old one is moved back.
 Status moveAsideAndIn(const std::string& spare, const std::string& temporary,
                       const std::string& path) {
   FileManager& files = FileManager::defaultManager();
   if (Status status = files.moveItemAtPath_toPath(path, spare); !status) return status;
   if (Status status = files.moveItemAtPath_toPath(temporary, path); !status) {
-    // If this fails too, the note serves to move it back later.
+    // If this fails too, a later sweep moves it back by the note.
     static_cast<void>(files.moveItemAtPath_toPath(spare, path));
     return status;
   }
@@ -68,13 +68,13 @@ Status replaceInTwoSteps(StorageRoot& root, const std::string& temporary, const 
   if (files.itemExistsAtPath(path)) {
     files.discardItemAtPath(ProcessDirectory::swapNotePath(spare->path()));
   } else {
-    spare->leave();  // the old directory, which the note brings back
+    spare->leave();  // keep the old directory for undoing the swap
   }
   return status;
 }
 
-/// One attempt; nothing if another process that saves or removes the same path came between the
-/// look and the step.
+/// One attempt; nothing if another process saved or removed the same path between the check and the
+/// rename.
 std::optional<Status> attemptSwap(StorageRoot& root, const std::string& temporary,
                                   const std::string& path) {
   FileManager& files = FileManager::defaultManager();

@@ -8,13 +8,13 @@
 /// Atomic replacement of a directory.
 namespace kiv::storage {
 
-/// Moves the directory `temporary`, which has been synced, to the path, whose parent exists. A
-/// directory or link there is replaced and removed. On failure the old one is still there, or the
-/// new one if only the last sync failed.
+/// Moves the directory `temporary` to the path, whose parent must exist. The contents of
+/// `temporary` must be synced. A directory or link at the path is replaced. On failure the old
+/// directory is still in place, or the new one if only the last sync failed.
 ///
-/// Where the file system supports it, the two are exchanged in one step. Elsewhere the old one is
-/// moved away first, and for a moment nothing is at the path; if the process dies then,
-/// ProcessDirectory::sweep() moves it back, by a note in the process's directory.
+/// If the file system supports it, the two are exchanged in one step. Otherwise the old directory
+/// is moved aside first, and for a moment the path does not exist. If the process dies then,
+/// ProcessDirectory::sweep() moves the old directory back, using a note in the process's directory.
 Status swapDirectoryIn(StorageRoot& root, const Temporary& temporary, const std::string& path);
 
 }  // namespace kiv::storage

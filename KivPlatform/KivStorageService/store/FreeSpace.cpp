@@ -1,3 +1,6 @@
+// A save that cannot fit should fail before it fills the disk. The comparison subtracts from the
+// free space rather than adding the sizes, which could overflow.
+
 #include "KivPlatform/KivStorageService/store/FreeSpace.h"
 
 #include <algorithm>

@@ -8,12 +8,12 @@
 
 namespace kiv::storage {
 
-/// The largest reserve that stays free, for directories and small files. The reserve is never
-/// larger than the file itself.
+/// The largest reserve, in bytes, that a save leaves free for directories and small files. The
+/// reserve of a smaller file is its own size.
 inline constexpr std::uint64_t largestReserve = std::uint64_t{1} << 20;
 
-/// Fails if there is no room for that many bytes. `sort` ("file") and `name` are for the
-/// message.
+/// Fails with noSpace if the bytes and their reserve do not fit. `sort` ("file") and `name` are for
+/// the error message.
 Status checkRoom(std::uint64_t bytes, std::string_view sort, std::string_view name,
                  const FileSystemSpace& space);
 

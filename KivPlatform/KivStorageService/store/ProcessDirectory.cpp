@@ -1,6 +1,6 @@
-// A process that dies leaves its directory behind; the lock, which the system releases, tells that
-// it may be removed. Removing begins with the notes of DirectorySwap: a directory that an
-// interrupted swap has moved aside is moved back to its path first.
+// A process that crashes leaves its directory orphaned. The operating system releases its lock, so
+// any process that gets the lock knows that it may remove the directory. Before that it reads the
+// notes of DirectorySwap, and moves directories of interrupted swaps back to their paths.
 
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 
@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view lockSuffix = ".lock";
 constexpr int mostAttempts = 8;
 
-/// Follows the path of the directory that was moved aside.
+/// The suffix of a note; what precedes it is the path of the directory that was moved aside.
 constexpr std::string_view noteSuffix = ".replaced";
 
 std::string randomName() {
@@ -38,13 +38,13 @@ std::string lockPath(const std::string& directory) {
   return directory + std::string(lockSuffix);
 }
 
-/// True if another process, which is just sweeping, holds the lock of the new name. Another name is
-/// tried then.
+/// True if another process holds the lock of the new name because it is sweeping right now. The
+/// caller then tries another name.
 bool isHeldElsewhere(const Error& error) {
   return isSystemError(error, std::errc::resource_unavailable_try_again);
 }
 
-/// Moves a directory back to the path that its note says, unless something lies there.
+/// Moves a directory back to the path in its note, unless that path exists.
 void undoSwap(const std::string& notePath, const std::string& rootPath) {
   FileManager& files = FileManager::defaultManager();
   const auto note = files.contentsAtPath(notePath);
@@ -53,12 +53,12 @@ void undoSwap(const std::string& notePath, const std::string& rootPath) {
   const std::string path = path::appendingPathComponent(rootPath, note->view());
   if (!files.itemExistsAtPath(spare) || files.itemExistsAtPath(path)) return;
   if (files.moveItemAtPath_toPath(spare, path)) {
-    // If this fails, the move is only not yet on the disk.
+    // If this fails, the move is done but may not survive a power failure.
     static_cast<void>(files.synchronizeDirectoryAtPath(path::deletingLastPathComponent(path)));
   }
 }
 
-/// Moves back the directories that interrupted swaps of that process have moved away.
+/// Moves back the directories that interrupted swaps of that process moved aside.
 void undoInterruptedSwaps(const std::string& processDirectory, const std::string& rootPath) {
   FileManager& files = FileManager::defaultManager();
   if (!files.directoryExistsAtPath(processDirectory)) return;
@@ -70,8 +70,8 @@ void undoInterruptedSwaps(const std::string& processDirectory, const std::string
   }
 }
 
-/// The caller holds the directory's lock. The lock file is removed last, and only if it guards
-/// nothing any more.
+/// Requires the directory's lock. The lock file is removed last, and only if the directory is gone:
+/// another process could lock a new file of that name.
 void removeLocked(const std::string& directory, const std::string& rootPath) {
   FileManager& files = FileManager::defaultManager();
   undoInterruptedSwaps(directory, rootPath);

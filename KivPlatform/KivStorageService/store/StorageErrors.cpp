@@ -1,5 +1,5 @@
-// Names in messages come from servers and archives: what they hold is shown escaped and shortened,
-// so that it can neither forge a line of a log nor fill it.
+// Names in messages come from servers and archives. They are escaped and shortened, so that they
+// can neither forge log lines nor flood the log.
 
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
@@ -26,7 +26,7 @@ std::string escaped(std::string_view text) {
   return out;
 }
 
-/// The last position up to `at` that does not split a UTF-8 character.
+/// The last position not beyond `at` that does not split a UTF-8 sequence.
 std::size_t boundary(std::string_view text, std::size_t at) {
   while (at > 0 && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
     --at;

@@ -1,5 +1,5 @@
-// Directories are synced once, when they are first used: a stored file must not be lost in a power
-// cut because the entry of its directory was not on the disk.
+// Directories up to the root are synced once, when first used. Otherwise a power failure could lose
+// a synced file because the directory entry of one of its parents was not on the disk.
 
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
@@ -20,7 +20,7 @@ namespace kiv::storage {
 
 namespace {
 
-/// An upper bound of the space that a file of that size takes: its blocks and one more.
+/// An upper bound on the disk space of a file of that size: its blocks and one more.
 std::uint64_t sizeOnDisk(std::uint64_t bytes) {
   constexpr std::uint64_t block = 4096;
   return (bytes / block + 2) * block;
@@ -30,7 +30,7 @@ std::string parentOf(const std::string& path) {
   return std::string(path::deletingLastPathComponent(path));
 }
 
-/// The lowest directory at or above the path that exists.
+/// The path itself, or its deepest ancestor that exists.
 std::string existingAncestor(std::string path) {
   while (path.size() > 1 && !FileManager::defaultManager().itemExistsAtPath(path)) {
     path = parentOf(path);
@@ -56,8 +56,8 @@ Status synchronizeWay(const std::string& top, const std::string& bottom) {
 
 // --- The root in use -----------------------------------------------------------------------------
 
-/// Never destroyed: a thread may save while the process exits. The lock file and the empty
-/// directory that stay are swept by the next process.
+/// Never destroyed, because a thread may save while the process exits. The next process removes the
+/// orphaned lock file and the empty directory.
 struct Current {
   Mutex mutex;
   std::optional<std::string> namedPath KIV_GUARDED_BY(mutex);
@@ -76,14 +76,14 @@ std::string tidied(std::string path) {
   return path;
 }
 
-/// Absolute, so that a later change of the current directory does not matter.
+/// Made absolute, so that a later change of the working directory does not matter.
 std::string namedPath(const std::string& path) {
   if (path.empty()) return path;
   std::error_code failure;
   return tidied(std::filesystem::absolute(path, failure).string());
 }
 
-/// The name of a directory for this program alone.
+/// The name of this program's directory among the user's application data.
 std::string directoryName() {
   std::string name = system::programName();
   return filename::isHarmless(name) ? name : "KivResource";
@@ -123,7 +123,7 @@ Result<Temporary> StorageRoot::makeTemporary() {
   return Temporary(std::move(path), *std::move(directory));
 }
 
-/// Does not look first whether something lies at the path: the creation fails if so.
+/// Does not check first whether the path exists: O_EXCL does, without a race.
 Result<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(Access access) {
   auto directory = processDirectory();
   if (!directory) return directory.error();
@@ -160,8 +160,7 @@ Status StorageRoot::prepareDirectory(const std::string& directory) {
     if (isInBatch()) seen_.existingDirectories.insert(directory);
     return {};
   }
-  // An existing one may not be on the disk yet: the process that made it may have died before
-  // syncing.
+  // Sync an existing directory too: the process that created it may have died before its fsync.
   const std::string existing = existingAncestor(directory);
   const std::string& top = existing.size() < path_.size() ? existing : path_;
   if (!exists) {
@@ -183,7 +182,7 @@ Status StorageRoot::synchronizeEntries(const std::string& directory) {
   return FileManager::defaultManager().synchronizeDirectoryAtPath(directory);
 }
 
-/// A disk that does not tell its free space is tried.
+/// If the file system does not report its free space, the save is tried.
 Status StorageRoot::checkRoom(std::uint64_t bytes, std::string_view name) {
   const std::uint64_t taken = sizeOnDisk(bytes);
   const MutexLock guard(mutex_);
@@ -207,7 +206,7 @@ void StorageRoot::beginBatch() {
   ++openBatches_;
 }
 
-/// Syncs the other directories even if one fails; answers with the last failure.
+/// Syncs all directories even if one fails, and returns the last error.
 Status StorageRoot::endBatch() {
   std::set<std::string> directories;
   {
@@ -231,7 +230,8 @@ std::string StorageRoot::currentPath() {
 
 void StorageRoot::setCurrentPath(std::optional<std::string> path) {
   const MutexLock guard(inUse().mutex);
-  // The former root goes first, so that naming the same one again finds its directory removed.
+  // Release the old root first: if the new one is the same, its sweep then finds no lock held by
+  // this process.
   inUse().root.reset();
   inUse().namedPath = path ? std::optional(namedPath(*path)) : std::nullopt;
   if (inUse().namedPath) rootOf(inUse());

@@ -17,27 +17,28 @@ class WritableFile;
 
 namespace kiv::storage {
 
-/// Who may access a file: by the umask, or its owner alone.
+/// Who may access a file: whoever the umask permits, or only its owner.
 enum class Access { shared, owner };
 
-/// A storage root in use by this process: its temporaries, and the directories that are known to be
-/// on the disk. Thread-safe.
+/// A storage root that this process has open: its temporary files, and the directories that are
+/// known to be synced. Thread-safe.
 class StorageRoot {
  public:
-  /// The root in use, opened by the first call; nullptr if there is none.
+  /// The current root, opened by the first call; nullptr if there is none.
   static std::shared_ptr<StorageRoot> current();
-  /// Its path, empty if there is none. Does not access the disk.
+  /// The path of the current root, empty if there is none. Does not access the disk.
   static std::string currentPath();
-  /// Sets the root; nothing restores the default. Saves that run in the former root complete there.
+  /// Sets the root and opens it; std::nullopt restores the default. Saves that are running complete
+  /// in the old root.
   static void setCurrentPath(std::optional<std::string> path);
 
-  /// Opens the root: undoes interrupted swaps and removes the temporaries of dead processes.
+  /// Opens the root: undoes interrupted swaps and removes orphaned temporary files.
   explicit StorageRoot(std::string path);
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// A path for a new temporary on the root's file system. The private directory is created by the
-  /// first call.
+  /// A path for a new temporary file or directory on the root's file system. The first call creates
+  /// the private directory.
   Result<Temporary> makeTemporary();
   /// A new temporary file, open for writing.
   struct TemporaryFile {
@@ -46,19 +47,20 @@ class StorageRoot {
   };
   Result<TemporaryFile> createTemporaryFile(Access access);
 
-  /// Creates the directory, which is the root or under it, with missing parents, and syncs them.
+  /// Creates the directory, which is the root or below it, with missing parents, and syncs their
+  /// entries.
   Status prepareDirectory(const std::string& directory);
 
-  /// Syncs the directory, or does so at the end of the batch if one is open.
+  /// Syncs the directory now, or at the end of the batch if one is open.
   Status synchronizeEntries(const std::string& directory);
   /// Fails if the disk has no room for a file of that size.
   Status checkRoom(std::uint64_t bytes, std::string_view name);
 
-  /// Forgets the cached free space, since something large is about to be stored.
+  /// Drops the cached free space, because a large item of unknown size is about to be stored.
   void forgetRoom();
 
-  /// Group commit: the end of the outermost batch syncs each directory once. Whether directories
-  /// exist and how much space is free is cached during a batch.
+  /// Group commit: the end of the outermost batch syncs each directory once. During a batch the
+  /// existence of directories and the free space are cached.
   void beginBatch();
   Status endBatch();
 
@@ -67,7 +69,7 @@ class StorageRoot {
   struct Seen {
     bool processDirectoryExists = false;
     std::set<std::string> existingDirectories;
-    std::uint64_t roomLeft = 0;  // at least
+    std::uint64_t roomLeft = 0;  // bytes, a lower bound
   };
 
   Result<std::shared_ptr<ProcessDirectory>> processDirectory();

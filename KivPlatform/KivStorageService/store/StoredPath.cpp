@@ -1,3 +1,6 @@
+// File names come from servers. A name or path that could leave the root or touch the service's
+// private directory is rejected here, before any file operation.
+
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 #include "KivPlatform/Foundation/files/FileName.h"

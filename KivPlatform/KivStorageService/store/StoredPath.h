@@ -6,23 +6,24 @@
 
 #include "KivPlatform/Foundation/values/Result.h"
 
-/// Paths of stored files under their root. These functions do not access the disk.
+/// Rules for the paths of stored files under their root. These functions do not access the disk.
 namespace kiv::storage {
 
-/// The service's private directory under its root, for incomplete files.
+/// The service's private directory under the root, for incomplete files.
 inline constexpr std::string_view privateDirectory = ".KivStorageService";
 
 bool isArchiveName(std::string_view fileName);
-/// The name of the directory that the archive is unpacked in.
+/// The name of the directory that the archive is unpacked into.
 std::string_view archiveStem(std::string_view fileName);
 
-/// Why the directory may not be used, as the end of a sentence, or nothing. It must consist of
-/// valid names with single separators, outside the private directory. The empty path is the root.
+/// Nothing if the relative path is valid, otherwise an objection as a predicate: "has the part
+/// ...". It must consist of valid names with single separators, and must not be in the private
+/// directory. The empty path is the root.
 std::optional<std::string> validateRelativePath(std::string_view relativePath);
 
-/// Fails if the path may not be used for a file.
+/// Fails with unusableName if the name or the directory is not valid.
 Status checkPlace(std::string_view fileName, std::string_view relativePath);
-/// The same for a file to be saved; an archive's stem is checked too.
+/// The same for a file to be saved; the stem of an archive must be valid too.
 Status checkSaving(std::string_view fileName, std::string_view relativePath);
 
 }  // namespace kiv::storage
