@@ -1,3 +1,7 @@
+// The file manager is replaceable so that tests can inject failures and lost writes. Operations
+// that such tests do not care about have a default that works on the system's files, so a test
+// double need not implement them.
+
 #include "KivPlatform/Foundation/files/FileManager.h"
 
 #include <atomic>
@@ -13,7 +17,7 @@ namespace {
 
 std::atomic<FileManager*> replacement{nullptr};
 
-/// A file that is removed unless somebody takes it.
+/// A mapped file that is removed on destruction unless take() was called.
 class TakenFile final : public DataFile {
  public:
   TakenFile(std::unique_ptr<MappedFile> file, std::string path, std::shared_ptr<void> keeper)
@@ -37,7 +41,7 @@ class TakenFile final : public DataFile {
  private:
   const std::unique_ptr<MappedFile> file_;
   Mutex mutex_;
-  std::optional<std::string> path_ KIV_GUARDED_BY(mutex_);  // while the file is this object's
+  std::optional<std::string> path_ KIV_GUARDED_BY(mutex_);  // nothing once taken
   std::shared_ptr<void> keeper_ KIV_GUARDED_BY(mutex_);
 };
 

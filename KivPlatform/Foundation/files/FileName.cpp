@@ -1,3 +1,5 @@
+// The rules are the same on every operating system. A backslash is rejected on POSIX systems too.
+
 #include "KivPlatform/Foundation/files/FileName.h"
 
 namespace kiv::filename {

@@ -6,14 +6,14 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-/// Checks of file names from servers and archives.
+/// Rules for file names that come from servers and archives.
 namespace kiv::filename {
 
 /// The limit on the bytes of a name on common file systems.
 inline constexpr std::size_t longestName = 255;
 
-/// Why the name may not be used for a file in a directory, as the end of a sentence ("is empty"),
-/// or nothing. Rejected are the empty name, "." and "..", names with a NUL or a separator of any
+/// Nothing if the name is a valid file name, otherwise an objection as a predicate ("is empty").
+/// Rejects the empty name, "." and "..", names with a NUL or a path separator of any operating
 /// system, and names that are too long.
 KIV_EXPORT std::optional<std::string> objection(std::string_view name);
 

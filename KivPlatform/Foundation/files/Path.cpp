@@ -1,3 +1,6 @@
+// Plain string operations instead of std::filesystem::path, because they also serve for the paths
+// in URLs, and because parts of a path are returned as views without allocation.
+
 #include "KivPlatform/Foundation/files/Path.h"
 
 namespace kiv::path {

@@ -5,11 +5,11 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-/// Operations on path strings: UTF-8 text with "/" between components, local paths and links alike.
-/// They never access the disk.
+/// Operations on path strings: UTF-8 text with "/" between components, both local paths and paths
+/// in URLs. They never access the disk.
 namespace kiv::path {
 
-/// The text after the final "/"; the whole string if there is none. "a/" has the empty name.
+/// The text after the last "/"; the whole string if there is none. Empty for "a/".
 KIV_EXPORT std::string_view lastPathComponent(std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
 /// The text before the last component, without the separator; "/" for a child of the root.
@@ -19,7 +19,8 @@ KIV_EXPORT std::string_view deletingLastPathComponent(
 /// The text after the last "." of the last component, empty if there is none.
 KIV_EXPORT std::string_view pathExtension(std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
-/// The path without its extension and the "." before it: "a.b.zip" becomes "a.b", ".zip" empty.
+/// The path without its extension and the "." before it: "a.b.zip" becomes "a.b", ".zip" becomes
+/// empty.
 KIV_EXPORT std::string_view deletingPathExtension(
     std::string_view path KIV_LIFETIME_BOUND) noexcept;
 

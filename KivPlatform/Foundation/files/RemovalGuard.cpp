@@ -1,3 +1,6 @@
+// The roots are global to the process because the guard protects against bugs anywhere in it.
+// Unless the host sets roots, they are the directories that the framework registers as its own.
+
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 
 #include <map>
@@ -10,10 +13,10 @@ namespace kiv::removal {
 
 namespace {
 
-/// Never destroyed: things are removed while the process exits.
+/// Never destroyed, because files are removed while the process exits.
 struct Guard {
   Mutex mutex;
-  bool isHosts KIV_GUARDED_BY(mutex) = false;  // the host has named the roots, or lifted the guard
+  bool isHosts KIV_GUARDED_BY(mutex) = false;  // the host set roots or turned the guard off
   std::optional<std::vector<std::string>> hostsRoots KIV_GUARDED_BY(mutex);
   std::map<OwnDirectory, std::string> ownDirectories KIV_GUARDED_BY(mutex);
   std::set<std::string> spoolDirectories KIV_GUARDED_BY(mutex);

@@ -6,21 +6,21 @@
 
 namespace kiv::removal {
 
-/// Of which the process uses one at a time.
+/// Directories of which the process uses one at a time.
 enum class OwnDirectory { resources, temporaries };
 
-// The directories whose contents the framework creates and removes itself. They are the guard's
-// roots unless the host has set others. Thread-safe.
+// The directories whose contents the framework creates and removes itself. They are the roots of
+// the removal guard unless the host has set others. Thread-safe.
 
-/// Replaces the one that was set before.
+/// Sets the directory, replacing the previous one of that kind.
 void setOwnDirectory(OwnDirectory which, std::string path);
-/// Adds one to those of other clients.
+/// Adds a spool directory; the process may have several, one for each client.
 void addSpoolDirectory(std::string path);
 
-/// Restores the framework's own directories.
+/// Makes the framework's own directories the roots again.
 void restoreOwnDirectories();
 void setRoots(std::optional<std::vector<std::string>> roots);
-/// The roots in use; nothing if the guard is off.
+/// The current roots; nothing if the guard is off.
 std::optional<std::vector<std::string>> roots();
 
 }  // namespace kiv::removal

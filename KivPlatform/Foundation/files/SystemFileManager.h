@@ -4,7 +4,7 @@ namespace kiv {
 
 class FileManager;
 
-/// The file manager that works on the operating system's files. It is never destroyed.
+/// The file manager that works on the operating system's files. Never destroyed.
 FileManager& systemFileManager();
 
 }  // namespace kiv

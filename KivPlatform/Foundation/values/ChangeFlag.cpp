@@ -1,3 +1,6 @@
+// Objects rarely have more than one flag. The first is stored inline, and only further ones are
+// allocated, in a linked list.
+
 #include "KivPlatform/Foundation/values/ChangeFlag.h"
 
 namespace kiv {

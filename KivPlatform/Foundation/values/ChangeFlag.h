@@ -7,12 +7,12 @@
 
 namespace kiv {
 
-/// Set by objects that have changed, and cleared by whoever keeps something that was derived from
-/// them, such as an index. Thread-safe.
+/// Set by objects when they change, and cleared by the owner of data derived from them, such as an
+/// index. Thread-safe.
 class ChangeFlag {
  public:
   void set() noexcept { isSet_.store(true, std::memory_order_release); }
-  /// Clears the flag; true if it was set.
+  /// Clears the flag and returns whether it was set.
   bool clear() noexcept {
     return isSet_.load(std::memory_order_relaxed) &&
            isSet_.exchange(false, std::memory_order_acquire);
@@ -22,14 +22,14 @@ class ChangeFlag {
   std::atomic<bool> isSet_{false};
 };
 
-/// The flags that one object sets whenever it changes. They are held weakly: a flag that nobody
-/// else holds any more is dropped. Nearly always there is one, which takes no allocation. Not
+/// The flags that one object sets whenever it changes. They are held by weak pointers; a flag whose
+/// other owners are gone is ignored. A single flag, the usual case, needs no allocation. Not
 /// thread-safe.
 class KIV_EXPORT ChangeFlags {
  public:
-  /// Has set() set this flag, too. Nothing happens if it does already.
+  /// Adds a flag. Does nothing if it has been added already.
   void add(const std::shared_ptr<ChangeFlag>& flag);
-  /// The same for each flag of the others.
+  /// Adds each flag of `others`.
   void add(const ChangeFlags& others);
   void set() const noexcept;
 

@@ -1,3 +1,6 @@
+// The buffer is shared and returned to its pool by the last copy, which may be destroyed on any
+// thread. So the callback belongs to the shared buffer and not to a Data object.
+
 #include "KivPlatform/Foundation/values/Data.h"
 
 #include <cerrno>

@@ -14,37 +14,41 @@ namespace kiv {
 
 class Status;
 
-/// The file that holds the bytes of some data. Thread-safe.
+/// A file that holds the bytes of a Data object. Thread-safe.
 class KIV_EXPORT DataFile {
  public:
   virtual ~DataFile() = default;
-  /// The bytes, which stay where they are as long as this lives.
+  /// The bytes, at an address that is valid as long as this object lives.
   [[nodiscard]] virtual std::string_view bytes() const noexcept KIV_LIFETIME_BOUND = 0;
-  /// Copies `count` bytes from `offset` on. Fails if they cannot be read, or are not there.
+  /// Copies `count` bytes from `offset` to `to`. Fails if there are fewer bytes or they cannot be
+  /// read.
   [[nodiscard]] virtual Status copyBytes(std::uint64_t offset, char* to,
                                          std::size_t count) const = 0;
-  /// The file's path, once: it is the caller's from then on.
+  /// Passes ownership of the file to the caller and returns its path. Only the first call does;
+  /// later ones return nothing.
   virtual std::optional<std::string> take() = 0;
 };
 
-/// Immutable bytes, cheap to copy: copies share one buffer, or one file, which lives as long as any
-/// of them. Copies may be used from different threads.
+/// Immutable bytes. Copying is cheap: copies share one buffer or one file, which lives as long as
+/// any of them. Copies may be used from different threads.
 class KIV_EXPORT Data {
  public:
   /// No bytes.
   Data() noexcept = default;
-  /// Takes the bytes over.
+  /// Takes ownership of the bytes.
   explicit Data(std::string bytes);
-  /// The same. The destructor of the last copy gives them back to `release`, on its thread.
+  /// The same. When the last copy is destroyed, the bytes are passed to `release`, on the thread of
+  /// that destructor.
   Data(std::string bytes, std::function<void(std::string)> release);
 
-  /// Bytes in a file, which is removed with the last copy; see fileDataAtPath().
+  /// Bytes in a file, which is removed with the last copy unless takeFile() was called; see
+  /// fileDataAtPath().
   explicit Data(std::shared_ptr<DataFile> file) noexcept;
 
-  /// The path of the file that holds the bytes, so that it can be renamed instead of written again.
-  /// From then on the caller owns the file, and moves or removes it. Only one call answers, among
-  /// all copies; nothing otherwise, or if the bytes are in memory. The bytes of every copy stay
-  /// readable.
+  /// Passes ownership of the file that holds the bytes to the caller, so that it can be renamed
+  /// instead of copied. Returns its path; the caller must move or remove the file. Only the first
+  /// call on any of the copies returns a path. Later calls return nothing, and so does every call
+  /// if the bytes are in memory. The bytes of all copies stay readable.
   [[nodiscard]] std::optional<std::string> takeFile() const;
 
   [[nodiscard]] std::size_t size() const noexcept { return view().size(); }
@@ -54,8 +58,9 @@ class KIV_EXPORT Data {
   [[nodiscard]] std::string_view view() const noexcept KIV_LIFETIME_BOUND;
   /// True if the bytes are in a file, even after takeFile().
   [[nodiscard]] bool isFile() const noexcept;
-  /// Copies `count` bytes from `offset` on. Fails if the data has no such bytes, or if they can no
-  /// longer be read from its file, which may have been truncated.
+  /// Copies `count` bytes from `offset` to `to`. Fails if the data has fewer bytes, or if they
+  /// cannot be read from the file any more, for example because it was truncated. Unlike view(),
+  /// this does not raise SIGBUS.
   Status copyBytes(std::uint64_t offset, char* to, std::size_t count) const;
 
   friend bool operator==(const Data& a, const Data& b) noexcept { return a.view() == b.view(); }

@@ -1,3 +1,6 @@
+// std::from_chars for double is missing in some standard libraries. strtod is the substitute, but
+// its decimal point depends on the locale, which the host application may have set.
+
 #include "KivPlatform/Foundation/values/DecimalNumber.h"
 
 #include <charconv>
@@ -15,7 +18,7 @@ namespace kiv {
 
 namespace {
 
-/// While it lives, this thread's decimal point is a point.
+/// Sets this thread's locale to "C", whose decimal point is ".", and restores it on destruction.
 class PointAsDecimal {
  public:
   PointAsDecimal() noexcept : before_(uselocale(plain())) {}
@@ -43,7 +46,8 @@ std::errc readDecimal(std::string_view text, double& number) {
 }
 
 std::errc readDecimalByC(std::string_view text, double& number) {
-  // Not the whole text: strtod reads more than JSON allows, and needs an end.
+  // Passes only the characters of a JSON number: strtod accepts more ("inf", hexadecimal), and
+  // needs a terminating NUL.
   const std::string digits(text.substr(0, text.find_first_not_of("+-.0123456789Ee")));
   const PointAsDecimal point;
   const double read = std::strtod(digits.c_str(), nullptr);

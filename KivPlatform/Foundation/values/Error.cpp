@@ -1,3 +1,6 @@
+// An error keeps its message in a dictionary, so that further entries can be added without a change
+// of the type.
+
 #include "KivPlatform/Foundation/values/Error.h"
 
 #include <utility>

@@ -1,10 +1,13 @@
+// The scan does not validate: the parser checks each element later. It only has to find where an
+// element ends, and must not be misled by brackets in strings.
+
 #include "KivPlatform/Foundation/values/JSONElements.h"
 
 namespace kiv {
 
 namespace {
 
-/// The position after the string that begins at the quote.
+/// The position after the string that begins at `quote`, or the end of the text.
 std::size_t endOfString(std::string_view text, std::size_t quote) {
   for (std::size_t at = quote + 1; at < text.size(); ++at) {
     if (text[at] == '"') return at + 1;
@@ -41,7 +44,8 @@ std::string_view JSONElements::next() {
   return text_.substr(start, position_ - start);
 }
 
-/// The position after the bracket that closes what begins here, or the end of the text.
+/// The position after the bracket that closes the element at the current position, or the end of
+/// the text.
 std::size_t JSONElements::endOfElement() const {
   std::size_t depth = 0;
   for (std::size_t at = position_; at < text_.size();) {

@@ -6,18 +6,18 @@
 namespace kiv {
 
 /// Splits the text of a JSON array of objects and arrays into its elements, so that a long list can
-/// be parsed piece by piece.
+/// be parsed one element at a time. The text must outlive the object.
 ///
-/// It scans only brackets, quotes and commas. If it reaches the end and each piece is valid JSON,
-/// the text is the array of the pieces. Otherwise the text may still be valid, with other elements
-/// or another top level.
+/// Scans only brackets, quotes and commas. If isAtEnd() becomes true and each element is valid
+/// JSON, the text is the array of these elements. Otherwise the text may still be valid JSON: the
+/// array may have other elements, or the top level may be something else.
 class JSONElements {
  public:
   explicit JSONElements(std::string_view text);
 
-  /// The next element; empty if there is none that it can split off.
+  /// The next element; empty at the end, or if the text is not such an array.
   std::string_view next();
-  /// True if all elements were split off and nothing follows the array.
+  /// True if next() has returned all elements and nothing follows the array.
   [[nodiscard]] bool isAtEnd() const noexcept { return isAtEnd_; }
 
  private:
@@ -28,7 +28,7 @@ class JSONElements {
   std::string_view text_;
   std::size_t position_ = 0;
   bool isFirst_ = true;
-  bool isCut_;  // as far as it has come
+  bool isCut_;  // false once next() has failed or reached the end
   bool isAtEnd_ = false;
 };
 

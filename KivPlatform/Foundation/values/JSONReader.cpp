@@ -1,5 +1,6 @@
-// Reads JSON with simdjson's on-demand parser, which builds our values without a tree of its own,
-// and finds the line and column of an error, which that parser does not tell.
+// Parses JSON with simdjson's on-demand parser, so that values are built directly from the text,
+// without an intermediate tree. simdjson does not report the line and column of an error; they are
+// computed here.
 
 #include <algorithm>
 #include <limits>
@@ -24,14 +25,15 @@ namespace {
 namespace ondemand = simdjson::ondemand;
 using simdjson::error_code;
 
-/// What stopped the reader: its code, the cause as an end of a sentence, and where.
+/// Why parsing failed. `cause` completes a sentence whose subject is the text. `location` points
+/// into the text, or is nullptr if unknown.
 struct Fault {
   JSONErrorCode code = JSONErrorCode::malformed;
   std::string cause;
   const char* location = nullptr;
 };
 
-/// An array that is being read: where the parser stands in it, and what has been read of it.
+/// An array that is being parsed: the parser's position in it, and the elements so far.
 struct ArrayLevel {
   using Iterator = decltype(std::declval<ondemand::array&>().begin());
 
@@ -40,25 +42,25 @@ struct ArrayLevel {
   Array array;
 };
 
-/// The same of an object.
+/// The same for an object.
 struct DictionaryLevel {
   using Iterator = decltype(std::declval<ondemand::object&>().begin());
 
   Iterator next;
   Iterator end;
-  std::size_t firstField = 0;          ///< Of those read so far, among those of all objects.
-  std::optional<Dictionary::Key> key;  ///< Of the field that is being read.
+  std::size_t firstField = 0;          ///< The index of its first field in Builder::fields_.
+  std::optional<Dictionary::Key> key;  ///< The key of the field that is being parsed.
 };
 
-/// Makes the value trees of texts. After a fault it is of no more use.
+/// Builds values from parsed texts. Must not be used again after a fault.
 ///
-/// What nests is kept on a stack of its own and not on the thread's: however deep a text may nest,
-/// a thread with a small stack reads it.
+/// Open containers are kept on an explicit stack instead of the thread's. So a thread with a small
+/// stack can parse deeply nested text.
 class Builder {
  public:
-  /// The root of a whole text, or null with a fault.
+  /// The value of a whole text, or null and a fault.
   Value build(ondemand::document& document) { return build(document, 0); }
-  /// The same of an element's text, which lies within an array.
+  /// The same for the text of an element of an array, which counts as one level of nesting.
   Value buildElement(ondemand::document& document) { return build(document, 1); }
   [[nodiscard]] bool failed() const noexcept { return failed_; }
   [[nodiscard]] const Fault& fault() const noexcept { return fault_; }
@@ -82,7 +84,7 @@ class Builder {
   Value buildLiteral(ondemand::value value, ondemand::json_type type);
   Dictionary takeFields(std::size_t first);
   Dictionary::Key sharedKey(std::string_view key);
-  /// Notes the first fault, at `location` or else where the parser stands.
+  /// Records the first fault, at `location` or else at the parser's position.
   Value fail(JSONErrorCode code, std::string cause, const char* location = nullptr);
   Value fail(error_code error, const char* location = nullptr) {
     return fail(JSONErrorCode::malformed, describe(error), location);
@@ -90,14 +92,15 @@ class Builder {
   static std::string describe(error_code error);
 
   ondemand::document* document_ = nullptr;
-  /// Keys seen already: the objects of a list mostly have the same keys, and share them.
+  /// The keys so far. The objects of a list mostly have the same keys, which then share their
+  /// characters.
   std::unordered_map<std::string_view, Dictionary::Key> keys_;
-  /// The fields of the objects that are being read, those of an inner one after its outer's: a
-  /// dictionary is made when it is known how large it is to be.
+  /// The fields of the open objects, those of an inner object after those of the outer one. A
+  /// dictionary is built at the end of its object, when its size is known.
   std::vector<std::pair<Dictionary::Key, Value>> fields_;
-  /// The containers that have begun and not ended, the outermost first.
+  /// The open containers, the outermost first.
   std::vector<std::variant<ArrayLevel, DictionaryLevel>> levels_;
-  std::size_t depth_ = 0;  // of what those lie in
+  std::size_t depth_ = 0;  // the nesting depth outside levels_
   bool failed_ = false;
   Fault fault_;
 };
@@ -121,7 +124,7 @@ Value Builder::build(ondemand::document& document, std::size_t depth) {
   return root;
 }
 
-/// Reads what has begun to its end, and answers the outermost container.
+/// Parses until the outermost container is complete, and returns it.
 Value Builder::buildLevels() {
   while (!failed_) {
     if (const auto child = nextChild()) {
@@ -182,7 +185,7 @@ void Builder::beginDictionary(simdjson::simdjson_result<ondemand::object> source
   }
 }
 
-/// The next value of the innermost container; nothing at its end, or with a fault.
+/// The next value of the innermost container; nothing at its end or after a fault.
 std::optional<ondemand::value> Builder::nextChild() {
   auto& level = levels_.back();
   if (auto* const array = std::get_if<ArrayLevel>(&level)) return nextElement(*array);
@@ -216,7 +219,7 @@ std::optional<ondemand::value> Builder::nextField(DictionaryLevel& level) {
   return field.value();
 }
 
-/// Adds a complete value to the innermost container, and moves to the next one.
+/// Adds a complete value to the innermost container and advances its iterator.
 void Builder::take(Value value) {
   if (failed_) return;
   auto& level = levels_.back();
@@ -230,7 +233,7 @@ void Builder::take(Value value) {
   }
 }
 
-/// Takes the innermost container, all of whose values have been read, off the stack.
+/// Pops the innermost container, which is complete.
 Value Builder::endContainer() {
   auto& level = levels_.back();
   Value container;
@@ -243,7 +246,7 @@ Value Builder::endContainer() {
   return container;
 }
 
-/// The dictionary of the fields from the first one on.
+/// Moves the fields from index `first` on into a dictionary.
 Dictionary Builder::takeFields(std::size_t first) {
   Dictionary dictionary;
   if (first == fields_.size()) return dictionary;
@@ -264,8 +267,8 @@ Value Builder::buildNumber(ondemand::value value) {
   return buildDouble(token);
 }
 
-/// The parser has found the number well formed and not too large. Its value is read here: that of
-/// simdjson 3.0 is 0 where the number has more than 19 digits.
+/// simdjson has checked that the number is well formed and not too large. It is converted here,
+/// because simdjson 3.0 returns 0 for a number of more than 19 digits.
 Value Builder::buildDouble(std::string_view token) {
   double number = 0;
   const bool isTooSmall = readDecimal(token, number) == std::errc::result_out_of_range;
@@ -273,7 +276,7 @@ Value Builder::buildDouble(std::string_view token) {
   return number;
 }
 
-/// The parser refuses integers beyond 64 bits; JSON allows them, so they become doubles.
+/// simdjson rejects integers of more than 64 bits. JSON allows them, so they become doubles.
 Value Builder::buildLargeInteger(std::string_view token) {
   token = token.substr(0, token.find_last_not_of(" \t\r\n") + 1);
   const std::string_view digits = token.substr(token.starts_with('-') ? 1 : 0);
@@ -303,7 +306,7 @@ Value Builder::buildLiteral(ondemand::value value, ondemand::json_type type) {
 }
 
 Dictionary::Key Builder::sharedKey(std::string_view key) {
-  constexpr std::size_t mostKeys = 64;  // so few that keys chosen to collide cost little
+  constexpr std::size_t mostKeys = 64;  // few, so that keys chosen to collide cost little
   if (const auto known = keys_.find(key); known != keys_.end()) return known->second;
   Dictionary::Key string(key);
   if (keys_.size() < mostKeys) keys_.emplace(string.view(), string);
@@ -331,7 +334,7 @@ std::string Builder::describe(error_code error) {
   }
 }
 
-// --- Faults that the parser finds before it reads values -----------------------------------------
+// --- Faults that the parser finds before it parses values ----------------------------------------
 
 const char* firstInvalidUTF8(std::string_view text) {
   std::size_t start = 0;
@@ -409,21 +412,22 @@ Result<Value> readPadded(const simdjson::padded_string& padded) {
 
 Result<Value> readWhole(std::string_view text) {
   const simdjson::padded_string padded(text);
-  // Without memory for its copy of the text, the parser's string is empty.
+  // If simdjson cannot allocate the copy, the padded string is empty.
   if (padded.size() != text.size()) throw std::bad_alloc();
   return readPadded(padded);
 }
 
-/// The array of a text that is one of objects and arrays, read element by element: no copy of the
-/// text is made, and the parser needs room for one element instead of all. Nothing if the text
-/// is another, or has a fault.
+/// Parses an array of objects and arrays element by element. That avoids a copy of the text, and
+/// the parser needs memory for one element instead of all. Nothing if the text is anything else or
+/// has a fault; readWhole() then decides.
 std::optional<Value> readElements(std::string_view text) {
   ondemand::parser parser;
   Builder builder;
   Array array;
   JSONElements elements(text);
   for (auto element = elements.next(); !element.empty(); element = elements.next()) {
-    // The parser may look at what follows an element in the text, as long as there is enough of it.
+    // The parser reads up to SIMDJSON_PADDING bytes beyond the element. The rest of the text serves
+    // as padding if it is long enough.
     const auto left = static_cast<std::size_t>(text.data() + text.size() - element.data());
     simdjson::padded_string copy;
     simdjson::padded_string_view padded(element, left);

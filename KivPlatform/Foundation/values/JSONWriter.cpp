@@ -1,4 +1,6 @@
-// Writes JSON: indented, as the saved list is kept for people to read, or on one line.
+// Writes JSON in two layouts: indented, because people read the saved list, and on one line for
+// logs and small records. Pieces are buffered and strings are scanned eight bytes at a time,
+// because a list may be long.
 
 #include <algorithm>
 #include <array>
@@ -23,23 +25,24 @@ constexpr std::string_view notUTF8 = "a string is not valid UTF-8";
 
 /// Appends the JSON text of values to one string.
 ///
-/// What nests is kept on a stack of its own and not on the thread's: however deep values may nest,
-/// a thread with a small stack writes them.
+/// Open containers are kept on an explicit stack instead of the thread's. So a thread with a small
+/// stack can write deeply nested values.
 class Writer {
  public:
   enum class Layout { indented, oneLine };
 
   explicit Writer(Layout layout) : layout_(layout) {}
 
-  /// False if a value has no JSON form; in the one-line layout null stands in its place.
-  /// In the indented layout strings are taken as they are; isValidText() then tells.
+  /// Writes the value and everything in it. In the indented layout, false if a value cannot be
+  /// represented in JSON; strings are not checked for UTF-8 until isValidText(). In the one-line
+  /// layout such a value is replaced by null, and the result is true.
   bool write(const Value& value);
-  /// False if the text so far is not UTF-8, since a string is not.
+  /// False if the text so far is not valid UTF-8, because one of its strings is not.
   bool isValidText() {
     flush();
     return simdjson::validate_utf8(text_.data(), text_.size()) || refuse(notUTF8);
   }
-  /// The text; in the indented layout it ends its last line.
+  /// The text; in the indented layout with a line feed at its end.
   std::string takeText() {
     if (layout_ == Layout::indented) put("\n");
     flush();
@@ -48,7 +51,7 @@ class Writer {
   [[nodiscard]] const std::string& objection() const noexcept { return objection_; }
 
  private:
-  /// An array or a dictionary of which a part is written.
+  /// An array or a dictionary that is being written.
   struct Level {
     const Value* firstValue = nullptr;  // of an array
     const Value* nextValue = nullptr;
@@ -91,7 +94,7 @@ class Writer {
 
   const Layout layout_;
   std::vector<Level> levels_;  // the outermost first
-  // Most pieces are short: they are gathered before they join the text.
+  // Collects the pieces, most of which are short, before they are appended to the text.
   std::array<char, 4096> buffer_;
   std::size_t used_ = 0;
   std::string text_;
@@ -120,7 +123,7 @@ bool Writer::write(const Value& value) {
   return isWritten;
 }
 
-/// Writes a value, of an array or a dictionary the beginning.
+/// Writes a value, but of an array or a dictionary only the opening bracket.
 bool Writer::writeValue(const Value& value) {
   switch (value.kind()) {
     case Value::Kind::null:
@@ -146,7 +149,7 @@ bool Writer::writeValue(const Value& value) {
   return false;
 }
 
-/// Writes the next value of the innermost container, with its key where it has one.
+/// Writes the next value of the innermost container, after its key if that is a dictionary.
 bool Writer::writeNext() {
   constexpr std::ptrdiff_t sample = 64;
   Level& level = levels_.back();
@@ -184,14 +187,16 @@ void Writer::endContainer() {
   put(level.isArray ? "]" : "}");
 }
 
-/// The elements of a long list are much alike: room for all is made when a few have shown it.
+/// The elements of a long list have similar sizes, so the size of the text is estimated from the
+/// first ones, to avoid reallocations.
 void Writer::makeRoom(std::size_t expectedSize) {
-  constexpr std::size_t mostAtOnce = std::size_t{1} << 26;  // the first few may be odd ones
+  constexpr std::size_t mostAtOnce = std::size_t{1} << 26;  // the first elements may not be typical
   text_.reserve(std::min(expectedSize + expectedSize / 16, mostAtOnce));
 }
 
 bool Writer::writeString(std::string_view string) {
-  // The indented text is checked as a whole at its end: what is wrong within quotes stays so there.
+  // The indented text is checked as a whole at its end, which is faster: quotes around a string do
+  // not make invalid UTF-8 valid.
   if (layout_ == Layout::oneLine && !simdjson::validate_utf8(string.data(), string.size())) {
     return refuse(notUTF8);
   }
@@ -210,11 +215,12 @@ bool Writer::needsEscape(char character) {
   return character == '"' || character == '\\' || static_cast<unsigned char>(character) < 0x20;
 }
 
-/// How many characters at the start can be written as they are; asks for eight at a time.
+/// The number of bytes at the start that need no escape. Tests eight bytes at a time.
 std::size_t Writer::lengthWithoutEscapes(std::string_view string) {
   constexpr std::uint64_t ones = 0x0101010101010101;
   constexpr std::uint64_t highBits = 0x80 * ones;
-  // Of a byte below 0x80, a zero among the bytes, or one that is less, shows as its high bit.
+  // hasZero() sets the high bit of each zero byte, and `controls` that of each byte less than 0x20.
+  // Bytes above such a byte may be flagged wrongly, so the loop below checks single bytes.
   const auto hasZero = [](std::uint64_t bytes) { return (bytes - ones) & ~bytes & highBits; };
   std::size_t at = 0;
   for (; at + sizeof(std::uint64_t) <= string.size(); at += sizeof(std::uint64_t)) {

@@ -1,3 +1,7 @@
+// std::hash takes no key and may differ between standard libraries, but these hashes are stored on
+// disk and computed from texts that servers choose. SipHash-1-3 is keyed, fixed and fast for short
+// texts.
+
 #include "KivPlatform/Foundation/values/KeyedHash.h"
 
 #include <bit>
@@ -9,7 +13,7 @@ namespace kiv {
 
 namespace {
 
-/// SipHash with one round for each word of the text and three at the end.
+/// SipHash with one round per word of the text and three final rounds (SipHash-1-3).
 class SipHash {
  public:
   explicit SipHash(const HashKey& key) noexcept

@@ -13,8 +13,9 @@ struct HashKey {
   static HashKey random() noexcept;
 };
 
-/// The SipHash-1-3 of the text under the key, after a leading zero word. Without the key nobody can
-/// choose texts that collide. It is part of names on disk, so it never changes. Thread-safe.
+/// SipHash-1-3 of the text, preceded by a zero word, under the key. Without the key nobody can
+/// construct texts that collide. File names on disk depend on it, so it must never change.
+/// Thread-safe.
 std::uint64_t keyedHash(std::string_view text, const HashKey& key) noexcept;
 
 }  // namespace kiv

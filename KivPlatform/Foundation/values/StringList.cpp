@@ -1,3 +1,6 @@
+// Strings are stored as values, so that a list read from JSON shares their characters with the
+// dictionaries it came from and copies none.
+
 #include "KivPlatform/Foundation/values/StringList.h"
 
 #include <algorithm>
@@ -15,7 +18,7 @@ bool StringList::contains(std::string_view string) const noexcept {
 }
 
 void StringList::push_back(const Value& string) {
-  // values() promises strings, so any other value becomes an empty one.
+  // values() guarantees strings, so a value of another kind becomes an empty string.
   strings_.append(string.isString() ? string : Value(""));
   changeFlags_.set();
 }

@@ -14,8 +14,8 @@
 
 namespace kiv {
 
-/// A shared, mutable list of strings that can report its changes. The strings are values, which
-/// share their characters with the dictionaries that they were taken from.
+/// A mutable list of strings that reports its changes through flags. The strings are stored as
+/// values, which share their characters with the dictionaries they came from. Not thread-safe.
 class KIV_EXPORT StringList {
  public:
   class const_iterator {
@@ -41,14 +41,14 @@ class KIV_EXPORT StringList {
 
   StringList() noexcept = default;
   StringList(std::initializer_list<std::string_view> strings);
-  // Not copyable: a copy would set the flags of the original.
+  // Not copyable, because a copy would set the flags of the original.
   StringList(const StringList&) = delete;
   StringList& operator=(const StringList&) = delete;
   ~StringList() = default;
 
   [[nodiscard]] std::size_t size() const noexcept { return strings_.size(); }
   [[nodiscard]] bool empty() const noexcept { return strings_.empty(); }
-  /// The string at the index, valid until the next change; empty beyond the end.
+  /// The string at the index, valid until the next change; empty if out of range.
   [[nodiscard]] std::string_view operator[](std::size_t index) const noexcept {
     return strings_[index].stringView();
   }
@@ -57,7 +57,7 @@ class KIV_EXPORT StringList {
   [[nodiscard]] const_iterator end() const { return const_iterator(strings_.end()); }
   /// A copy of the strings.
   [[nodiscard]] std::vector<std::string> strings() const { return {begin(), end()}; }
-  /// The same as values, which share the strings.
+  /// The strings as values, without copying their characters.
   [[nodiscard]] const Array& values() const noexcept { return strings_; }
 
   void push_back(const Value& string);

@@ -1,3 +1,6 @@
+// A buffer from the allocator may cost a page fault for each of its pages. Buffers of finished
+// bodies are reused instead. Small ones are not kept: they would not save anything.
+
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
 
 #include <algorithm>

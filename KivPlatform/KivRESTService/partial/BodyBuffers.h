@@ -12,16 +12,16 @@
 
 namespace kiv {
 
-/// Pool of reusable body buffers, to avoid page faults. Thread-safe.
+/// A pool of reusable body buffers, to avoid page faults. Thread-safe.
 class KIV_EXPORT BodyBuffers : public std::enable_shared_from_this<BodyBuffers> {
  public:
-  /// Keeps at most `most` unused bytes, in buffers of at least `leastKept`.
+  /// Keeps unused buffers of at least `leastKept` bytes each and at most `most` bytes in total.
   explicit BodyBuffers(std::int64_t most);
 
   /// An empty string with a capacity of at least `size`.
   std::string take(std::size_t size);
-  /// Data of the bytes, whose buffer returns to the pool with the last copy. The data keeps the
-  /// pool alive.
+  /// Data of the bytes. When its last copy is destroyed, the buffer returns to the pool. The data
+  /// keeps the pool alive.
   Data data(std::string bytes);
   void giveBack(std::string buffer);
 

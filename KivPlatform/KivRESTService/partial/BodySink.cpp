@@ -1,3 +1,7 @@
+// Most bodies are small, and a file for each would cost more than the transfer. So a body starts in
+// memory and moves to the disk only when it becomes large, or when its attempt fails and a later
+// one can resume it.
+
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 
 #include <algorithm>
@@ -27,8 +31,8 @@ std::optional<RangeAsked> BodySink::range() const {
   const PartialRecord& record = *partial_->record();
   if (record.restFailed) return std::nullopt;
   std::int64_t first = partial_->length();
-  // There is no range behind the end: of a body that is here whole, the last byte is asked for,
-  // which says that the rest is still the same version.
+  // A range must not begin at the end of the file. If the whole body is kept already, its last byte
+  // is requested, to verify that the version has not changed.
   if (record.length) first = std::min(first, *record.length - 1);
   if (first <= 0) return std::nullopt;
   return RangeAsked{first, record.length, record.version};
@@ -48,14 +52,14 @@ bool BodySink::begin(const URL& from, const ResponseCheck& response) {
   response_ = &response;
   const std::int64_t expected = coming_.length.value_or(0);
   if (spool_.isUsable() && expected > largestInMemory_) return moveToDisk();
-  // Takes the room that the body will need, but no more than a little on the server's word alone.
+  // Reserves memory for the whole body, but not much: Content-Length may be false.
   constexpr std::int64_t largestReserve = 8 * 1024 * 1024;
   memory_ = buffers_.take(static_cast<std::size_t>(std::min(expected, largestReserve)));
   return true;
 }
 
 bool BodySink::moveToDisk() {
-  coming_.version = response_->version();  // takes a while to read, and is of use on the disk alone
+  coming_.version = response_->version();  // slow to parse, and needed only for a record
   auto created = spool_.create(url_);
   if (!created) return remember(created.error());
   partial_ = *std::move(created);

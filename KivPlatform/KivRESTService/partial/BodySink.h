@@ -19,56 +19,56 @@ class PartialBody;
 class SpoolDirectory;
 
 /// Receives the body of one attempt: in memory while it is small, otherwise in the spool directory,
-/// after the part that an earlier attempt left there.
+/// where it may continue the part that an earlier attempt left.
 ///
 /// A failed attempt leaves its part for the next one; begin() discards it. The operations are
-/// called from callbacks of the transfer, which can only be told to go on or to stop: they answer
-/// whether they succeeded, and error() tells why not.
+/// called from callbacks of the transfer, which can only continue or abort it. So they return
+/// whether they succeeded, and error() has the reason. Not thread-safe.
 class BodySink {
  public:
-  /// `spool` and `buffers` must outlive the sink. Looks for a partial body of the URL.
+  /// Looks for a partial body of the URL. `spool` and `buffers` must outlive the sink.
   BodySink(URL url, SpoolDirectory& spool, BodyBuffers& buffers, std::int64_t largestInMemory);
   ~BodySink();
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
 
-  /// The range to request; nothing for the whole file: if nothing is kept, or if the last range
-  /// request failed.
+  /// The range to request. Nothing if the whole file must be requested, because no part is kept or
+  /// the last range request failed.
   [[nodiscard]] std::optional<RangeAsked> range() const;
-  /// True if the kept part came from that URL.
+  /// True if the kept part came from that URL (after redirects).
   [[nodiscard]] bool isFrom(const URL& url) const;
 
-  /// Begins a whole body from that URL. The response must stay until the body is finished or
-  /// discarded.
+  /// Begins a whole body from that URL (after redirects). `response` must outlive the body, which
+  /// ends with finish(), keep() or discard().
   bool begin(const URL& from, const ResponseCheck& response);
-  /// Continues the kept part with the range that range() asked for.
+  /// Continues the kept part with the range that range() returned.
   bool resume();
   /// The bytes may be buffered until flush().
   bool append(std::string_view bytes);
   bool flush();
-  /// Ends an incomplete body: writes what is in memory to the disk if a later attempt can continue
-  /// it.
+  /// Ends an incomplete body. Writes it to the disk if it is in memory and a later attempt can
+  /// resume it.
   void keep();
-  /// Ends a complete body and returns its data; nothing, with an error, if that fails.
+  /// Ends a complete body and returns its data; nothing, and error(), on failure.
   std::optional<Data> finish();
-  /// Called when the response had nothing of the file. After a range request the next attempt asks
-  /// for the whole file, and the other way round.
+  /// Called if the response contained no part of the file. If this attempt requested a range, the
+  /// next one requests the whole file, and vice versa.
   void askOtherwise();
-  /// Discards what is kept of the file.
+  /// Discards the kept part and the bytes received.
   void discard();
 
-  /// The bytes kept and received.
+  /// The number of bytes, kept ones included.
   [[nodiscard]] std::int64_t length() const noexcept;
-  /// Of these, the bytes that were kept before resume().
+  /// The number of these that were kept before resume().
   [[nodiscard]] std::int64_t resumed() const noexcept { return resumed_; }
-  /// True if more is kept for a later attempt than this one found.
+  /// True if this attempt has added to the part that a later one can resume.
   [[nodiscard]] bool hasGrown() const;
-  /// The last error of the disk; nothing if memory ran out.
+  /// The last error of the disk; nothing if there was none, also if memory ran out.
   [[nodiscard]] const std::optional<Error>& error() const noexcept { return error_; }
 
  private:
   bool moveToDisk();
-  /// Keeps the error, if it is one. True after success.
+  /// Stores the error on failure. Returns true on success.
   bool remember(Status&& status);
 
   const URL url_;
@@ -78,7 +78,7 @@ class BodySink {
   PartialRecord coming_;
   const ResponseCheck* response_ = nullptr;  // of the body being received
   std::string memory_;
-  std::unique_ptr<PartialBody> partial_;  // the kept part, or a large body
+  std::unique_ptr<PartialBody> partial_;  // the kept part, or the body if it is large
   bool isOnDisk_ = false;
   std::int64_t found_ = 0;
   std::int64_t resumed_ = 0;

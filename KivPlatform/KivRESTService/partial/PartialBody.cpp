@@ -1,3 +1,6 @@
+// The part is not synced: it is only worth a shorter download. The record contains the boot ID, so
+// that a part from before a system crash, which may have holes, is not resumed.
+
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 
 #include <utility>
@@ -8,8 +11,8 @@ namespace kiv {
 
 namespace {
 
-/// The size of a write. libcurl delivers 16 KiB at a time; writing these one by one takes a fifth
-/// longer.
+/// The size in bytes of one write. libcurl delivers 16 KiB at a time; writing each piece separately
+/// takes 20% longer.
 constexpr std::size_t blockSize = std::size_t{256} * 1024;
 
 constexpr std::string_view bodySuffix = ".part";
@@ -37,7 +40,7 @@ bool PartialBody::isBodyName(std::string_view name) noexcept {
 }
 
 PartialBody::~PartialBody() {
-  static_cast<void>(flush());  // what cannot be written is not kept
+  static_cast<void>(flush());  // bytes that cannot be written are lost
   file_.reset();
   const bool isKept = record_ && length_ > 0 && !isHandedOn_;
   if (!isKept) {
@@ -48,7 +51,7 @@ PartialBody::~PartialBody() {
 }
 
 void PartialBody::removeIfThere(const std::string& path) {
-  // Only regular files were made here.
+  // Only regular files are created here, so anything else is not ours.
   if (files().lengthOfFileAtPath(path)) files().discardItemAtPath(path);
 }
 
@@ -73,7 +76,7 @@ Status PartialBody::begin(PartialRecord record) {
   return writeRecord();
 }
 
-/// Not synced, as the part is not: a record from before a restart of the system is rejected.
+/// Not synced, like the part: a record from before a reboot is rejected anyway.
 Status PartialBody::writeRecord() {
   removeIfThere(recordPath_);
   const auto file = files().createPrivateFileAtPath(recordPath_);
@@ -95,10 +98,11 @@ Status PartialBody::resume(std::int64_t length) {
 void PartialBody::setRestFailed(bool failed) {
   if (!record_) return;
   record_->restFailed = failed;
-  static_cast<void>(writeRecord());  // without it the next attempt asks for the same again
+  static_cast<void>(writeRecord());  // on failure the next attempt repeats the same request
 }
 
-/// The record's date changes with the first byte, not when the response begins.
+/// The record's date is renewed with the first byte, not at the start of the response, which may
+/// have no body.
 Status PartialBody::write(std::string_view bytes) {
   if (std::exchange(isDateOld_, false)) {
     record_->date = secondsNow();
@@ -131,7 +135,7 @@ Result<Data> PartialBody::finish(std::unique_ptr<PartialBody> body) {
   if (Status status = file->close(); !status) return status;
   body->block_ = {};
   const std::string path = body->partPath_;
-  // The lock stays with the file until somebody has moved it away.
+  // Holds the lock until the file is removed or passed on.
   const std::shared_ptr<PartialBody> keeper = std::move(body);
   auto data = fileDataAtPath(path, keeper);
   keeper->isHandedOn_ = data.has_value();

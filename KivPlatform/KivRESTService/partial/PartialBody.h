@@ -13,43 +13,47 @@
 
 namespace kiv {
 
-/// A body in a file of the spool directory, being written or left by an earlier attempt or process.
+/// A body in the spool directory, which is being written or was left by an earlier attempt or
+/// process.
 ///
-/// Three files with one stem: STEM.part holds the bytes, STEM.json the record, and STEM.lock is
-/// locked by the process that uses the other two; only that one may remove them. All have mode
-/// 0600. When the object is destroyed, an unfinished body is kept if a later try can resume it, and
-/// removed otherwise.
+/// It has three files with one stem: STEM.part contains the bytes, STEM.json the record, and
+/// STEM.lock has an advisory lock held by this object. Only the holder of the lock may use or
+/// remove the files. All have mode 0600. The destructor keeps an unfinished body if a later attempt
+/// can resume it, and removes it otherwise. Not thread-safe.
 class PartialBody {
  public:
-  /// Locks the body with that stem, a path. Fails if another object uses it. Nothing is read yet.
+  /// Locks the body with that stem, an absolute path without suffix. Fails if another object holds
+  /// the lock. Reads nothing yet.
   static Result<std::unique_ptr<PartialBody>> lock(const std::string& stem);
-  /// True for the name of a file that holds the bytes of a body.
+  /// True for the name of a file with the bytes of a body (".part").
   static bool isBodyName(std::string_view name) noexcept;
 
   PartialBody(const PartialBody&) = delete;
   PartialBody& operator=(const PartialBody&) = delete;
   ~PartialBody();
 
-  /// The record of the kept part; nothing if there is none that can be resumed.
+  /// The record of the kept part; nothing if no part can be resumed.
   [[nodiscard]] const std::optional<PartialRecord>& record() const noexcept { return record_; }
-  /// Reads the record. Without a usable one nothing counts as kept.
+  /// Reads the record. If there is no valid one, length() is zero.
   void readRecord();
-  /// Bytes kept, buffered ones included.
+  /// The number of bytes kept, including buffered ones.
   [[nodiscard]] std::int64_t length() const noexcept { return length_; }
 
-  /// Begins a new body and discards the old one. The record is written if it has a validator.
+  /// Discards the old body and begins a new one. The record is written only if it has a validator,
+  /// since the body cannot be resumed otherwise.
   Status begin(PartialRecord record);
-  /// Continues after the first `length` of the kept bytes. The record's date is renewed when a byte
-  /// is added.
+  /// Truncates the kept part to `length` bytes and continues after them. The record's date is
+  /// renewed when the first bytes are written.
   Status resume(std::int64_t length);
-  /// The bytes may be buffered until flush() or the destructor.
+  /// Appends the bytes, which may be buffered until flush() or the destructor.
   Status append(std::string_view bytes);
   Status flush();
   /// Records whether the last range request failed.
   void setRestFailed(bool failed);
-  /// Ends a complete body and returns its data. Nothing may be called afterwards.
+  /// Ends a complete body and returns its data, which owns the file and keeps the lock. On failure
+  /// the body is discarded or left to the destructor.
   static Result<Data> finish(std::unique_ptr<PartialBody> body);
-  /// Discards the body.
+  /// Removes the body's files and its record.
   void discard();
 
  private:
@@ -64,10 +68,10 @@ class PartialBody {
   const std::string lockPath_;
   std::unique_ptr<FileLock> lock_;
   std::optional<PartialRecord> record_;
-  std::unique_ptr<WritableFile> file_;  // while writing
-  std::string block_;                   // the buffer
+  std::unique_ptr<WritableFile> file_;  // open while writing
+  std::string block_;                   // buffered bytes
   std::int64_t length_ = 0;
-  bool isDateOld_ = false;  // no byte was added since
+  bool isDateOld_ = false;  // resumed, but nothing written yet
   bool isHandedOn_ = false;
 };
 

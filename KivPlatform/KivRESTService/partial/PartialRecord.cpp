@@ -1,3 +1,6 @@
+// The record is read from a directory that other programs may write to, and its validators go into
+// request headers. So each field is checked, and a record that is not valid is treated as missing.
+
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
@@ -19,7 +22,7 @@ constexpr std::string_view dateKey = "date";
 constexpr std::string_view restFailedKey = "restFailed";
 constexpr std::string_view bootKey = "boot";
 
-/// A length or a date; nothing if it is absent or beyond the range.
+/// A length or a date; nothing if it is missing or out of range.
 std::optional<std::int64_t> number(const Value& value) {
   const std::uint64_t number = value.unsignedInteger();
   if (!value.isNumber() || number > INT64_MAX) return std::nullopt;
@@ -49,7 +52,7 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   PartialRecord record;
   record.url = *url;
   record.finalURL = *finalURL;
-  // Whatever lies in the file goes into a request.
+  // These go into request headers, so the file must not be able to inject anything.
   const std::string_view tag = entries[entityTagKey].stringView();
   const std::string_view date = entries[lastModifiedKey].stringView();
   if (isStrongEntityTag(tag)) record.version.entityTag = tag;

@@ -1,5 +1,6 @@
-// The files of the spool directory: names made from a hash of the URL, with some slots each, since
-// two URLs may share a name and several clients may fetch one URL.
+// File names are hashes of URLs, because a URL may be too long for a name or contain a secret. Each
+// name has several slots, since two URLs may have the same hash and several clients may fetch the
+// same URL.
 
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 
@@ -22,16 +23,16 @@ namespace kiv {
 
 namespace {
 
-/// Places for one URL: it may be on its way for several clients at one time, and two URLs may have
-/// one name.
+/// Slots for one name: several clients may fetch the same URL at the same time, and two URLs may
+/// have the same name.
 constexpr int slots = 16;
 
 FileManager& files() {
   return FileManager::defaultManager();
 }
 
-/// A short name for the URL, the same in every process. Two that have the same one only lose the
-/// chance to go on: the record tells them apart.
+/// A short name for the URL, the same in every process. The key is public, so names may collide.
+/// That is harmless: the record identifies the URL, and at worst a download is not resumed.
 std::string nameFor(std::string_view url) {
   constexpr HashKey key{0x6b69762e73706f6f, 0x6c2e6e616d657300};
   char digits[16];
@@ -40,7 +41,7 @@ std::string nameFor(std::string_view url) {
   return {std::begin(digits), end};
 }
 
-/// True if the name is one that stem() gives, without directory.
+/// True if stem() can return that name (without the directory).
 bool isStemName(std::string_view name) {
   constexpr std::string_view digits = "0123456789abcdef";
   const auto dash = name.find('-');
@@ -63,8 +64,8 @@ struct KeptBody {
   std::string stem;
 };
 
-/// What can be gone on with at the stem; nothing if there is no such thing, which is removed, or
-/// where it is in use.
+/// The partial body at the stem; nothing if it is in use or cannot be resumed. In the latter case
+/// it is removed.
 std::optional<KeptBody> keptBody(const std::string& stem, std::int64_t oldest) {
   const auto body = PartialBody::lock(stem);
   if (!body) return std::nullopt;
@@ -81,8 +82,8 @@ void remove(const std::string& stem) {
   if (const auto body = PartialBody::lock(stem)) (*body)->discard();
 }
 
-/// True for the name of a file of the client's own. A host may have named a directory where other
-/// files lie, too.
+/// True for the name of a file that the client creates. The directory may contain other files,
+/// because the host may have chosen an existing one.
 bool isOwnName(std::string_view name) {
   const std::string_view extension = path::pathExtension(name);
   return (extension == "part" || extension == "json" || extension == "lock") &&
@@ -136,7 +137,8 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   return nullptr;
 }
 
-/// One that stands may be a host's own, which others use too: sweep() has looked at it.
+/// The mode of an existing directory is not changed here, because the host may share it with other
+/// programs; sweep() checks that.
 Status SpoolDirectory::makeDirectory() const {
   return files().itemExistsAtPath(path_) ? files().createDirectoryAtPath(path_)
                                          : files().createPrivateDirectoryAtPath(path_);
@@ -159,7 +161,8 @@ void SpoolDirectory::forget(const URL& url) const {
 void SpoolDirectory::sweep() {
   if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
   const auto names = files().contentsOfDirectoryAtPath(path_).value_or(std::vector<std::string>());
-  // Versions that left it open to others have made nothing else in it.
+  // Earlier versions created the directory with permissions for others. If it contains only our
+  // files, it is one of these.
   if (std::all_of(names.begin(), names.end(), isOwnName)) files().makePrivateItemAtPath(path_);
   const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
   std::vector<KeptBody> kept;

@@ -15,27 +15,27 @@ namespace kiv {
 
 class PartialBody;
 
-/// The directory of bodies that are too large for memory, and of partial bodies.
+/// The directory for bodies that are too large for memory and for partial bodies.
 ///
-/// Clients of several processes may share it: each locks the bodies that it uses. Everything
-/// created here has mode 0600 or 0700, whatever the umask. The mode of an existing directory with
-/// other files in it is not changed. Thread-safe.
+/// Clients in several processes may share it: each locks the bodies that it uses. Files are created
+/// with mode 0600 and the directory with 0700, whatever the umask. The mode of an existing
+/// directory with other files in it is not changed. Thread-safe.
 class SpoolDirectory {
  public:
-  /// `settings` must outlive the object. Nothing is created or read yet.
+  /// `settings` must outlive the object. Does not access the disk.
   explicit SpoolDirectory(const TransferSettings& settings);
 
-  /// False if no directory was set: all bodies stay in memory.
+  /// False if no directory was set. All bodies stay in memory then.
   [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
 
-  /// Removes the partial bodies that cannot be resumed or are too old, and the oldest ones if all
-  /// together are too large.
+  /// Removes partial bodies that cannot be resumed or are too old, then the oldest ones until the
+  /// total size is within the limit (TransferSettings). Bodies in use are left alone.
   void sweep();
 
-  /// The partial body of the URL; nullptr if there is none or another client uses it. Those that
-  /// other clients have left since the last sweep are not found.
+  /// The partial body of the URL, locked; nullptr if there is none or another client uses it.
+  /// Bodies that other clients left since the last sweep may not be found.
   [[nodiscard]] std::unique_ptr<PartialBody> find(const URL& url) const;
-  /// A new, empty body for the URL.
+  /// A new body for the URL, locked. Creates the directory. Fails if all slots are in use.
   Result<std::unique_ptr<PartialBody>> create(const URL& url);
   /// Removes the partial body of the URL, unless another client uses it.
   void forget(const URL& url) const;
@@ -48,8 +48,8 @@ class SpoolDirectory {
 
   const TransferSettings& settings_;
   const std::string path_;
-  // The names under which a partial body may be found: spares a look at the disk for most files,
-  // which are small and never come here.
+  // The names under which a partial body may exist. Most files are small and never have one; this
+  // avoids a disk access for them.
   mutable Mutex namesMutex_;
   std::set<std::string> names_ KIV_GUARDED_BY(namesMutex_);
 };

@@ -1,3 +1,6 @@
+// The salt is random, so that the same URL has different digests in different processes, and a
+// table of precomputed digests is of no use.
+
 #include "KivPlatform/KivRESTService/partial/URLDigest.h"
 
 #include <array>
@@ -26,7 +29,7 @@ std::optional<std::uint64_t> wordOf(std::string_view digits) {
 
 }  // namespace
 
-/// One key serves all digests that a process makes.
+/// All digests that a process creates have the same key.
 URLDigest::URLDigest(const std::string& url) {
   static const HashKey key = HashKey::random();
   key_ = key;

@@ -9,19 +9,19 @@
 
 namespace kiv {
 
-/// A salted hash of a URL, to compare URLs without storing them: a URL may hold a password or a
+/// A salted hash of a URL, to compare URLs without storing them: a URL may contain a password or a
 /// token.
 ///
-/// The salt is random, and stored with the hash.
+/// The salt is random and is stored with the hash.
 class URLDigest {
  public:
-  /// Of no URL.
+  /// Equal to no URL.
   URLDigest() = default;
   URLDigest(const std::string& url);
 
-  /// Salt and hash as hexadecimal digits.
+  /// The salt and the hash as 48 hexadecimal digits.
   [[nodiscard]] std::string text() const;
-  /// Nothing if the text is no digest.
+  /// Nothing if the text is not a digest.
   static std::optional<URLDigest> fromText(std::string_view text);
 
   /// True if it is the digest of the URL.

@@ -70,8 +70,8 @@ void undoInterruptedSwaps(const std::string& processDirectory, const std::string
   }
 }
 
-/// Requires the directory's lock. The lock file is removed last, and only if the directory is gone:
-/// another process could lock a new file of that name.
+/// Requires the directory's lock. The lock file is removed last, and only if the directory is gone.
+/// Otherwise another process could lock a new file of that name.
 void removeLocked(const std::string& directory, const std::string& rootPath) {
   FileManager& files = FileManager::defaultManager();
   undoInterruptedSwaps(directory, rootPath);

@@ -1,13 +1,12 @@
-// One sync of a whole file system instead of one for each file: Linux's syncfs.
+// One sync of a whole file system (Linux's syncfs) instead of an fsync of each file.
 //
 // It is used only if its success means that everything is on the disk:
-// - The kernel reports write errors (5.8 and newer). It compares the state of the file system with
-//   that when the descriptor was opened, so the descriptor is opened before the first file is
-//   written. Errors in between are reported even if another program was told of them.
+// - The kernel reports write errors (5.8 and newer). It reports those that occurred since the
+//   descriptor was opened, even if another program has already seen them. So the descriptor is
+//   opened before the first file is written.
 // - The file system has one journal or tree for all files, and its syncfs is as strict as its
-// fsync.
-//   FUSE does not pass the call on, an overlay hides errors of the layer below, and network file
-//   systems differ. On all others each file is synced by itself.
+//   fsync. FUSE does not pass the call on, an overlay hides errors of the lower layer, and network
+//   file systems differ. On such file systems each file is synced separately.
 
 #include "KivPlatform/Foundation/files/posix/FileSystemSync.h"
 
@@ -32,7 +31,7 @@ namespace kiv::batchsync {
 
 namespace {
 
-/// The number at the start of the text, which is then cut off.
+/// Parses the number at the start of the text and removes it from the text.
 std::optional<std::uint64_t> takeNumber(std::string_view& text) {
   std::uint64_t number = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -93,7 +92,7 @@ bool isReliable(const Descriptor& directory) {
   return std::find(reliable.begin(), reliable.end(), type) != reliable.end();
 }
 
-/// If it is not known, so much that a batch sync never pays.
+/// UINT64_MAX if it is not known: then a batch sync never pays.
 std::uint64_t unwrittenBytes() {
   const Descriptor file(::open("/proc/meminfo", O_RDONLY | O_CLOEXEC));
   std::array<char, 4096> text{};  // the line is near the start

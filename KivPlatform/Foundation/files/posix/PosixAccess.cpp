@@ -1,3 +1,7 @@
+// The umask cannot be read without changing it for the whole process. So shared items get a mode
+// that the kernel masks, and private items are set to their exact mode after creation. Permissions
+// are a precaution, so failing to tighten them is not an error.
+
 #include "KivPlatform/Foundation/files/posix/PosixAccess.h"
 
 #include <cerrno>
@@ -19,19 +23,19 @@ bool isOurs(const struct stat& status) {
   return status.st_uid == ::geteuid();
 }
 
-/// Not through a link, which somebody may have put there meanwhile.
+/// Does not follow a link, which another process may have created meanwhile.
 void setMode(const std::string& path, mode_t mode) {
   [[maybe_unused]] const int result = ::fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW);
 }
 
-/// Zero where a directory, or a link to one, lies at the path.
+/// Zero if the path is a directory or a link to one, otherwise errno.
 int lookForDirectory(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return errno;
   return S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
 }
 
-/// Makes one directory, and those above it only if they are missing.
+/// Creates one directory, and its parents only if mkdir reports them missing. Zero, or errno.
 int makeDirectory(const std::string& path, mode_t mode) {
   if (::mkdir(path.c_str(), mode) == 0) return 0;
   if (errno != ENOENT) return errno;
@@ -61,7 +65,7 @@ int makePrivateDirectory(const std::string& path) {
   const std::string directory = withoutSeparatorsAtEnd(path);
   const int number = makeDirectory(directory, privateDirectoryMode);
   if (number == 0) {
-    setMode(directory, privateDirectoryMode);  // an odd umask has taken from the owner as well
+    setMode(directory, privateDirectoryMode);  // an unusual umask removes bits of the owner too
     return 0;
   }
   const int standing = makeDirectories(directory);
@@ -72,7 +76,7 @@ int makePrivateDirectory(const std::string& path) {
 void makePrivate(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0 || !isOurs(status)) return;
-  // A sticky directory is one for everybody, such as that for temporary files.
+  // A sticky directory, such as /tmp, is meant to be shared.
   const bool isForAll = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
   const bool isToBe = (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) && !isForAll;
   if (isToBe && (status.st_mode & strangersBits) != 0) setMode(path, status.st_mode & ownersBits);

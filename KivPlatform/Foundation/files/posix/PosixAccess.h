@@ -3,7 +3,7 @@
 #include <string>
 #include <sys/stat.h>
 
-/// Modes of files and directories.
+/// File modes and permissions.
 namespace kiv::posix {
 
 /// Modes of new shared items, before the umask: never writable by others.
@@ -13,17 +13,16 @@ inline constexpr mode_t sharedDirectoryMode = 0775;
 inline constexpr mode_t privateFileMode = 0600;
 inline constexpr mode_t privateDirectoryMode = 0700;
 
-/// Creates the directory with missing parents. Zero, also if it or a link to one exists, or errno.
+/// Creates the directory with missing parents. Zero, also if it or a link to it exists, or errno.
 int makeDirectories(const std::string& path);
-/// The same with mode 0700 for the directory, also if it existed and this process runs as its
-/// owner.
+/// The same with mode 0700 for the directory itself. An existing directory loses the permissions of
+/// group and others if the process's user owns it.
 int makePrivateDirectory(const std::string& path);
 
-/// Takes the rights of everybody but its owner from the item, a regular file or a directory without
-/// the sticky bit, where this process runs as its owner and may.
+/// Removes the permissions of group and others from a regular file, or from a directory without the
+/// sticky bit, if the process's user owns it. Failures are ignored.
 void makePrivate(const std::string& path);
-/// Gives the open file exactly the mode for its owner alone, where this process runs as its owner
-/// and may.
+/// Sets the open file to mode 0600 if the process's user owns it. Failures are ignored.
 void makePrivate(int descriptor);
 
 }  // namespace kiv::posix

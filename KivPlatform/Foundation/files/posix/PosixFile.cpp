@@ -1,7 +1,7 @@
-// What is done with open files: writing, reading, mapping, listing.
+// Operations on open descriptors.
 //
-// Each call that a signal may interrupt is repeated. A file is opened for reading without blocking
-// and is looked at afterwards: opening a pipe under a file's name must not hang.
+// Calls that a signal may interrupt (EINTR) are repeated. Files are opened for reading with
+// O_NONBLOCK, and fstat then checks their type: opening a FIFO must not hang.
 
 #include "KivPlatform/Foundation/files/posix/PosixFile.h"
 
@@ -63,7 +63,7 @@ class PosixMappedFile final : public MappedFile {
     for (auto place = static_cast<off_t>(offset); count > 0;) {
       const ssize_t copied = ::pread(descriptor_.number(), to, count, place);
       if (copied < 0 && errno == EINTR) continue;
-      // The end of the file before the end of the mapping: another process has truncated it.
+      // End of file before the end of the mapping: another process has truncated the file.
       if (copied <= 0) return systemError(copied < 0 ? errno : EIO, "read", path_);
       to += copied;
       place += copied;
@@ -81,7 +81,7 @@ class PosixMappedFile final : public MappedFile {
 /// The rest of the file; nothing, with errno set, on failure.
 std::optional<std::string> readToEnd(const Descriptor& file, std::size_t expectedSize) {
   try {
-    // One more, so that the read that finds the end needs no larger buffer.
+    // One extra byte, so that the read that detects the end of file needs no larger buffer.
     std::string bytes(expectedSize + 1, '\0');
     std::size_t length = 0;
     while (true) {
@@ -94,7 +94,7 @@ std::optional<std::string> readToEnd(const Descriptor& file, std::size_t expecte
     }
     bytes.resize(length);
     return bytes;
-  } catch (const std::exception&) {  // a file larger than memory, or than any string
+  } catch (const std::exception&) {  // the file is larger than memory or than a string can be
     errno = ENOMEM;
     return std::nullopt;
   }
@@ -124,7 +124,7 @@ Result<Descriptor> openRegularFile(std::string_view path, struct stat& status) {
   return systemError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "read", path);
 }
 
-/// On macOS an fsync stops at the drive's cache; F_FULLFSYNC does not.
+/// On macOS fsync does not flush the drive's cache, but F_FULLFSYNC does.
 int synchronize(int descriptor) {
 #if defined(__APPLE__)
   if (::fcntl(descriptor, F_FULLFSYNC) == 0) return 0;
@@ -166,7 +166,7 @@ std::optional<std::vector<std::string>> namesInDirectory(Descriptor directory) {
   std::vector<std::string> names;
   int number = 0;
   while (true) {
-    errno = 0;  // the only way to tell the end from an error
+    errno = 0;  // distinguishes the end from an error
     const dirent* const entry = ::readdir(stream);
     number = errno;
     if (!entry) break;

@@ -15,10 +15,10 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Result.h"
 
-/// Open files and directories.
+/// Operations on open files and directories.
 namespace kiv::posix {
 
-/// Owner of a file descriptor.
+/// Owns a file descriptor; the destructor closes it.
 class Descriptor {
  public:
   explicit Descriptor(int number) noexcept : number_(number) {}
@@ -37,8 +37,8 @@ class Descriptor {
   int number_;
 };
 
-/// A path for the system's calls, which end a string at its first NUL: a path with a NUL in it is
-/// not valid.
+/// A path as a C string for system calls. A path that contains a NUL is not valid, because the
+/// calls would see only the part before it.
 class SystemPath {
  public:
   explicit SystemPath(std::string_view path) : path_(path) {}
@@ -49,22 +49,21 @@ class SystemPath {
   std::string path_;
 };
 
-/// Opens the file. Not open, with errno set, on failure.
+/// Opens the file. On failure the descriptor is not open and errno is set.
 Descriptor open(std::string_view path, int flags, mode_t mode = sharedFileMode);
 
-/// Opens a regular file for reading and looks up its state.
+/// Opens a regular file for reading and fills in `status`. Fails if the file is not regular.
 Result<Descriptor> openRegularFile(std::string_view path, struct stat& status);
 
-/// Waits until the file's contents, or the directory's entries, have reached the disk. -1, with
-/// errno set, on failure.
+/// Waits until the file's contents, or the directory's entries, are on the disk. Zero; -1 with
+/// errno set on failure.
 int synchronize(int descriptor);
 
 std::unique_ptr<WritableFile> writableFile(Descriptor file, std::string_view path);
 Result<std::unique_ptr<MappedFile>> mapFile(std::string_view path);
 Result<Data> readFile(std::string_view path);
 
-/// The names of the items in the open directory, without "." and ".."; nothing, with errno set, on
-/// failure.
+/// The names in the open directory, without "." and ".."; nothing, with errno set, on failure.
 std::optional<std::vector<std::string>> namesInDirectory(Descriptor directory);
 
 }  // namespace kiv::posix

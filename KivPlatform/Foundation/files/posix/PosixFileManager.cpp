@@ -1,8 +1,8 @@
-// The file manager of POSIX systems: Linux, macOS and the BSDs.
+// The file manager for POSIX systems: Linux, macOS and the BSDs.
 //
-// A question about an item is answered by lstat: what counts is the item itself, not what a link
-// leads to. The contents of files are PosixFile's, rights are PosixAccess's, and removal, which the
-// guard confines, is PosixRemoval's.
+// Most queries use lstat, because they concern the item itself and not the target of a link. File
+// contents are handled in PosixFile, permissions in PosixAccess, and guarded removals in
+// PosixRemoval.
 
 #include <cerrno>
 #include <cstdlib>
@@ -100,9 +100,9 @@ std::string_view withoutSeparatorsAtEnd(std::string_view path) {
   return path.substr(0, path.find_last_not_of('/') + 1);
 }
 
-/// Looks up the item itself, not what a link leads to. The system would follow a link with a "/"
-/// behind it; here a "/" only says that the item is to be a directory. False, with errno set, on
-/// failure.
+/// Looks up the item itself, not the target of a link. The system would follow a link whose path
+/// ends in "/"; here a trailing "/" only means that the item must be a directory. False, with errno
+/// set, on failure.
 bool PosixFileManager::lookAt(std::string_view path, struct stat& status) {
   std::string_view item = withoutSeparatorsAtEnd(path);
   if (item.empty()) item = path.substr(0, 1);
@@ -117,7 +117,7 @@ bool PosixFileManager::lookAt(std::string_view path, struct stat& status) {
   return false;
 }
 
-// --- Questions -----------------------------------------------------------------------------------
+// --- Queries -------------------------------------------------------------------------------------
 
 Status PosixFileManager::fileIsReadableAtPath(std::string_view path) {
   struct stat status {};
@@ -181,11 +181,11 @@ Result<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
 // --- Space ---------------------------------------------------------------------------------------
 
 std::uint64_t ownSize(const struct stat& status) {
-  constexpr std::uint64_t bytesOfBlock = 512;  // of st_blocks, on every file system
+  constexpr std::uint64_t bytesOfBlock = 512;  // the unit of st_blocks on every file system
   return static_cast<std::uint64_t>(status.st_blocks) * bytesOfBlock;
 }
 
-/// The bytes that the item takes on the disk, a directory with everything in it; nothing, with
+/// The bytes that the item occupies on the disk, including everything in a directory; nothing, with
 /// errno set, on failure.
 std::optional<std::uint64_t> sizeOnDisk(const std::string& path, const struct stat& status) {
   if (!S_ISDIR(status.st_mode)) return ownSize(status);
@@ -216,7 +216,7 @@ Result<std::uint64_t> PosixFileManager::sizeOfItemAtPath(std::string_view path) 
   return *size;
 }
 
-/// Asks at the lowest directory on the path that exists.
+/// Queries the path or its deepest existing ancestor.
 Result<FileSystemSpace> PosixFileManager::spaceAtPath(std::string_view path) {
   constexpr std::string_view what = "measure the space at";
   if (!SystemPath(path).isValid()) return systemError(EINVAL, what, path);
@@ -230,7 +230,7 @@ Result<FileSystemSpace> PosixFileManager::spaceAtPath(std::string_view path) {
     }
     asked = above;
   }
-  // Some file systems do not count their blocks.
+  // Some file systems do not report block counts.
   if (status.f_blocks == 0) return systemError(ENOTSUP, what, path);
   const std::uint64_t block = status.f_frsize;
   return FileSystemSpace{(status.f_blocks - status.f_bfree) * block, status.f_bavail * block};
@@ -345,8 +345,8 @@ Status PosixFileManager::removeItemAtPath(std::string_view path) {
 
 // --- Locks ---------------------------------------------------------------------------------------
 
-/// Zero if the open file still lies at the path, ENOENT if not: its former holder may have removed
-/// it after we opened it and before we locked it. Otherwise errno.
+/// Zero if the open file is still the one at the path, ENOENT if not, otherwise errno. The previous
+/// holder of the lock may have removed the file after we opened it and before we locked it.
 int lookForFile(const Descriptor& file, std::string_view path) {
   struct stat opened {};
   struct stat named {};

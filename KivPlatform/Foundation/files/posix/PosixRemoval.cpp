@@ -1,6 +1,6 @@
-// The guard of removals compares directories by identity (device and inode), going up from the
-// directory that holds the item. Paths are not compared: a link, a bind mount or a rename would
-// make the same directory look like another.
+// The removal guard compares directories by identity (device and inode), from the parent directory
+// of the item upwards. Paths are not compared: a link, a bind mount or a rename would make the same
+// directory look like a different one.
 
 #include "KivPlatform/Foundation/files/posix/PosixRemoval.h"
 
@@ -18,7 +18,8 @@ namespace kiv::posix {
 
 namespace {
 
-/// How a directory is opened to find its items: removing one does not take the right to list it.
+/// How a parent directory is opened: removing an entry requires no read permission on the
+/// directory.
 #if defined(O_PATH)
 constexpr int searchOnly = O_PATH;
 #elif defined(O_SEARCH)
@@ -27,7 +28,7 @@ constexpr int searchOnly = O_SEARCH;
 constexpr int searchOnly = O_RDONLY;
 #endif
 
-/// Identifies a file, whatever path leads to it.
+/// Identifies a file independently of its path.
 struct Identity {
   dev_t device;
   ino_t number;
@@ -47,8 +48,8 @@ std::vector<Identity> identitiesOf(const std::vector<std::string>& roots) {
   return identities;
 }
 
-/// True if the open directory is one of the roots or lies below one. Goes up from it by "..", which
-/// needs no right to read the directories above.
+/// True if the open directory is one of the roots or below one. Walks up by "..", which requires no
+/// read permission on the ancestors.
 bool liesUnder(const Descriptor& directory, const std::vector<std::string>& roots) {
   const std::vector<Identity> identities = identitiesOf(roots);
   struct stat status {};
@@ -57,7 +58,7 @@ bool liesUnder(const Descriptor& directory, const std::vector<std::string>& root
   while (::fstatat(directory.number(), way.c_str(), &status, 0) == 0) {
     const Identity here(status);
     if (std::find(identities.begin(), identities.end(), here) != identities.end()) return true;
-    if (below == here) return false;  // only the file system's root is above itself
+    if (below == here) return false;  // the root directory is its own parent
     below = here;
     way += "/..";
   }
@@ -81,7 +82,7 @@ int emptyDirectoryAt(const Descriptor& parent, const std::string& name) {
   return 0;
 }
 
-/// Removes the item of that name. Zero, or errno.
+/// Removes the item with that name. Zero, or errno.
 int removeAt(const Descriptor& directory, const std::string& name) {
   struct stat status {};
   if (::fstatat(directory.number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;

@@ -7,30 +7,30 @@
 
 #include "KivPlatform/Foundation/values/Result.h"
 
-/// Removal, confined to certain directories by the guard.
+/// Removals, checked by the removal guard.
 ///
-/// The parent directory is opened once, following links. The guard checks where that open directory
-/// lies, and the item is removed from it by name (unlinkat), so that renames by others meanwhile
-/// cannot redirect the removal. Links below it are not followed.
+/// The parent directory is opened once, following links. The guard checks the location of the open
+/// directory, and the item is removed from it by name (unlinkat). So a concurrent rename cannot
+/// redirect the removal. Links below the parent directory are not followed.
 namespace kiv::posix {
 
-/// An item, as a name in a directory.
+/// An item, as a parent directory and a name in it.
 struct ItemPlace {
   std::string directory;
   std::string name;
 };
 
-/// The place of the item that the path names; nothing if it names none to remove: the file
-/// system's root, or, with "." or ".." at its end, a directory by way of one in it.
+/// Splits the path into parent directory and name; nothing if the path is the root directory or
+/// ends in "." or "..", which cannot be removed by name.
 std::optional<ItemPlace> placeOfItem(std::string_view path);
 
-/// Renames the item to the new place, where it is to be removed. With roots, both directories must
-/// lie in them or below. `path` serves the message.
+/// Renames the item to the new place, where it is to be removed. If `roots` is set, both parent
+/// directories must be roots or below one. `path` is for error messages.
 Status withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
                     const std::optional<std::vector<std::string>>& roots, std::string_view path);
 
-/// Removes the item, a directory with everything in it. With roots, one that lies neither in them
-/// nor below is refused. `path` serves the message.
+/// Removes the item, including everything in a directory. If `roots` is set, the parent directory
+/// must be a root or below one. `path` is for error messages.
 Status removeItem(const ItemPlace& place, const std::optional<std::vector<std::string>>& roots,
                   std::string_view path);
 
