@@ -5,9 +5,9 @@
 namespace kiv {
 
 /// Limits on the contents of one archive. An archive that exceeds any of them is rejected as a
-/// whole, and nothing of it is left on the disk. The sizes that the archive declares are checked
-/// before anything is written. Since they may be false, the actual sizes are checked again during
-/// unpacking.
+/// whole (KivStorageServiceErrorCode::invalidArchive), and nothing of it is left on the disk. The
+/// sizes that the archive declares are checked before anything is written. Since they may be false,
+/// the actual sizes are checked again during unpacking.
 struct ArchiveLimits {
   /// Entries in the central directory, files and directories alike.
   std::uint64_t entries = 10'000;

@@ -78,7 +78,7 @@ class KIV_EXPORT KivStorageService {
                                                         std::string_view relativePath,
                                                         std::optional<kiv::Error>* error = nullptr);
 
-  /// The same for a file with mode 0600, whatever the umask. The files of an unpacked archive
+  /// The same for a file with mode 0600, regardless of the umask. The files of an unpacked archive
   /// follow the umask nevertheless.
   static bool savePrivateData_forFileName_atRelativePath_error(
       const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
@@ -90,6 +90,7 @@ class KIV_EXPORT KivStorageService {
   /// survive a power failure. A batch belongs to the root that was in use when it was created.
   class KIV_EXPORT Batch {
    public:
+    /// Begins a batch for the current root; without a root it has no effect.
     Batch();
     /// Ends the batch unless end() was called; errors are ignored.
     ~Batch();
@@ -105,9 +106,10 @@ class KIV_EXPORT KivStorageService {
 
   /// Renames the directory at the absolute path, under the root or elsewhere, to a new path in
   /// `.KivStorageService` in one step, and returns that path. The caller then removes it. If it
-  /// does not, because the process died or the disk failed, the directory is removed when a process
-  /// next opens the root. Returns nothing and changes nothing if that is not possible: the path is
-  /// on another file system, there is no root, or the removal guard does not permit both paths.
+  /// does not, because the process died or the disk failed, it is removed as an orphan when a
+  /// process next opens the root. Returns nothing and changes nothing if that is not possible: the
+  /// path is on another file system, there is no root, or the removal guard does not permit both
+  /// paths.
   static std::optional<std::string> withdrawDirectoryAtPath(std::string_view path);
 
   /// The bytes of ROOT/relativePath/fileName; nothing, and an error, if a name is not valid or the
@@ -120,8 +122,8 @@ class KIV_EXPORT KivStorageService {
   static bool fileExistsWithName_atRelativePath(std::string_view fileName,
                                                 std::string_view relativePath);
 
-  /// The absolute path ROOT/relativePath/fileName. Checks neither the names nor the disk. A
-  /// relative path if there is no root.
+  /// The absolute path ROOT/relativePath/fileName, or relativePath/fileName if there is no root.
+  /// Checks neither the names nor the disk.
   static std::string filePathForFileName_atRelativePath(std::string_view fileName,
                                                         std::string_view relativePath);
 };

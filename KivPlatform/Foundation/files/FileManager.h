@@ -96,9 +96,9 @@ class KIV_EXPORT FileManager {
   static FileManager* setDefaultManager(FileManager* manager);
 
   /// Sets the roots of the removal guard, which every file manager that works on the system's files
-  /// obeys: an item is removed only if it is below one of these directories, whatever its path
-  /// looks like. An empty list refuses every removal. std::nullopt turns the guard off: then
-  /// everything may be removed.
+  /// obeys: an item is removed only if it is below one of these directories, regardless of its
+  /// path. An empty list refuses every removal. std::nullopt turns the guard off: then everything
+  /// may be removed.
   ///
   /// By default the roots are the directories whose contents the framework creates itself: the
   /// directory of downloaded resources under the storage root, and the private directories of its
@@ -155,14 +155,14 @@ class KIV_EXPORT FileManager {
   /// Creates the directory and its missing parents. Succeeds if it exists already. The mode of a
   /// new directory follows the process's umask, but is never writable by others.
   [[nodiscard]] virtual Status createDirectoryAtPath(std::string_view path) = 0;
-  /// The same with mode 0700, whatever the umask. Missing parents follow the umask. The default
-  /// implementation calls createDirectoryAtPath() and makePrivateItemAtPath().
+  /// The same with mode 0700, regardless of the umask. Missing parents follow the umask. The
+  /// default implementation calls createDirectoryAtPath() and makePrivateItemAtPath().
   [[nodiscard]] virtual Status createPrivateDirectoryAtPath(std::string_view path);
   /// Creates a file and opens it for writing. Fails if the path exists. The mode follows the
   /// process's umask, but is never writable by others.
   [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> createFileAtPath(
       std::string_view path) = 0;
-  /// The same with mode 0600, whatever the umask. The default implementation calls
+  /// The same with mode 0600, regardless of the umask. The default implementation calls
   /// createFileAtPath() and makePrivateItemAtPath().
   [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> createPrivateFileAtPath(
       std::string_view path);

@@ -24,8 +24,8 @@ KIV_EXPORT std::string_view pathExtension(std::string_view path KIV_LIFETIME_BOU
 KIV_EXPORT std::string_view deletingPathExtension(
     std::string_view path KIV_LIFETIME_BOUND) noexcept;
 
-/// The two joined by exactly one "/", whether or not they end or begin with one. An empty path
-/// yields the component alone.
+/// Joins the two with exactly one "/", whether or not `path` ends or `component` begins with one.
+/// An empty path yields the component alone.
 KIV_EXPORT std::string appendingPathComponent(std::string_view path, std::string_view component);
 
 }  // namespace kiv::path

@@ -19,6 +19,7 @@ void addSpoolDirectory(std::string path);
 
 /// Makes the framework's own directories the roots again.
 void restoreOwnDirectories();
+/// Sets the host's roots; std::nullopt turns the guard off.
 void setRoots(std::optional<std::vector<std::string>> roots);
 /// The current roots; nothing if the guard is off.
 std::optional<std::vector<std::string>> roots();

@@ -60,7 +60,7 @@ template <class T>
 class [[nodiscard]] Result {
  public:
   template <detail::ResultValue<T> U = T>
-  // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): the concept leaves results out
+  // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): the concept excludes Result
   Result(U&& value) : value_(std::in_place, std::forward<U>(value)) {}
   Result(Error error) : failure_(std::move(error)) {}
   /// `failure` must not be a success.

@@ -23,6 +23,7 @@ class KIV_EXPORT BodyBuffers : public std::enable_shared_from_this<BodyBuffers> 
   /// Data of the bytes. When its last copy is destroyed, the buffer returns to the pool. The data
   /// keeps the pool alive.
   Data data(std::string bytes);
+  /// Returns a buffer to the pool, or frees it if the pool does not keep it.
   void giveBack(std::string buffer);
 
   static constexpr std::size_t leastKept = std::size_t{4} * 1024;

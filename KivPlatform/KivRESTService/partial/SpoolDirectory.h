@@ -18,7 +18,7 @@ class PartialBody;
 /// The directory for bodies that are too large for memory and for partial bodies.
 ///
 /// Clients in several processes may share it: each locks the bodies that it uses. Files are created
-/// with mode 0600 and the directory with 0700, whatever the umask. The mode of an existing
+/// with mode 0600 and the directory with 0700, regardless of the umask. The mode of an existing
 /// directory with other files in it is not changed. Thread-safe.
 class SpoolDirectory {
  public:

@@ -49,7 +49,7 @@ struct ArchiveEntry {
 ///
 /// libzip parses it again, but accepts NULs in names, which it turns into spaces, and entries that
 /// share data. This check also bounds the memory that libzip uses: libzip would read the central
-/// directory of a second end record hidden in a comment, whatever its size.
+/// directory of a second end record hidden in a comment, regardless of its size.
 class ArchiveDirectory {
  public:
   /// The limit on the bytes of the central directory, which is held in memory here and in libzip.

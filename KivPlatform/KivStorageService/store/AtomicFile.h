@@ -15,8 +15,8 @@ namespace kiv::storage {
 /// A file that appears under its name only once it is complete.
 ///
 /// Writes a temporary file, syncs it, renames it and syncs the directory. Without the first sync a
-/// power failure could leave an empty file under the name. Unless commit() or place() was called,
-/// the destructor removes the temporary file.
+/// power failure could leave an empty file under the name. Unless commit() or place() has renamed
+/// it, the destructor removes the temporary file.
 class AtomicFile {
  public:
   /// Creates a temporary file under the root.

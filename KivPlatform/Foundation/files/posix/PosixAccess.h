@@ -9,7 +9,7 @@ namespace kiv::posix {
 /// Modes of new shared items, before the umask: never writable by others.
 inline constexpr mode_t sharedFileMode = 0664;
 inline constexpr mode_t sharedDirectoryMode = 0775;
-/// Modes of private items, whatever the umask.
+/// Modes of private items, regardless of the umask.
 inline constexpr mode_t privateFileMode = 0600;
 inline constexpr mode_t privateDirectoryMode = 0700;
 
