@@ -22,8 +22,8 @@ namespace kiv {
 /// can resume it, and removes it otherwise. Not thread-safe.
 class PartialBody {
  public:
-  /// Locks the body with that stem, an absolute path without suffix. Fails if another object holds
-  /// the lock. Reads nothing yet.
+  /// Locks the body with that stem, a path without suffix. Fails if another object holds the
+  /// lock. Reads nothing yet.
   static Result<std::unique_ptr<PartialBody>> lock(const std::string& stem);
   /// True for the name of a file with the bytes of a body (".part").
   static bool isBodyName(std::string_view name) noexcept;
