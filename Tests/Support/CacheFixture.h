@@ -15,7 +15,7 @@
 
 namespace kiv::test {
 
-/// A test with a storage root and a packaged bundle of its own, both empty at first.
+/// A test with its own storage root and packaged bundle, both empty.
 class CacheFixture : public testing::Test {
  protected:
   CacheFixture() {
@@ -35,7 +35,7 @@ class CacheFixture : public testing::Test {
   [[nodiscard]] std::string listPath() const {
     return root() + "/KivResource/resources_config.json";
   }
-  /// Where a downloaded file, or a page of an unpacked archive, lies.
+  /// The path of a downloaded file, or of a page of an unpacked archive.
   [[nodiscard]] std::string stored(std::string_view name) const {
     return root() + "/KivResource/Resources/" + std::string(name);
   }

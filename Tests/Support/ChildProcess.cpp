@@ -32,7 +32,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, ends[0], STDIN_FILENO);
-  // Handing a descriptor to itself is how it is kept open in the child.
+  // Duplicating a descriptor to its own number clears close-on-exec in the child.
   for (const int descriptor : descriptors) {
     posix_spawn_file_actions_adddup2(&actions, descriptor, descriptor);
   }

@@ -8,12 +8,12 @@
 
 namespace kiv::test {
 
-/// A program that a test runs beside itself. Its standard input comes from the test; its output
-/// goes to the test's own. Killed, where it still runs, when this goes.
+/// A child process of a test. Its standard input is a pipe from the test; its output goes to the
+/// output of the test. The destructor kills it if it still runs.
 class ChildProcess {
  public:
-  /// Starts the program at that path, or found under that name. `variables` are added to its
-  /// environment; `descriptors` are handed down under their own numbers.
+  /// Starts the program with that path or, by PATH, that name. `variables` are added to its
+  /// environment; it inherits `descriptors` with the same numbers.
   ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
                const std::vector<std::string>& variables = {},
                const std::vector<int>& descriptors = {});
@@ -23,10 +23,10 @@ class ChildProcess {
 
   /// False if the program could not be started.
   [[nodiscard]] bool hasStarted() const noexcept { return process_ > 0; }
-  /// Ends the child's standard input.
+  /// Closes the child's standard input.
   void closeInput();
   void sendSignal(int signal) const;
-  /// Waits until the child has ended; its exit code, or nothing if a signal ended it.
+  /// Waits for the child to exit. Returns its exit code, or nullopt if a signal terminated it.
   std::optional<int> waitForExit();
 
  private:

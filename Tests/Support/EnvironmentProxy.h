@@ -5,7 +5,7 @@
 
 namespace kiv::test {
 
-/// A proxy in the environment, for every server.
+/// Sets a proxy for every server in the environment until the end of the scope.
 class EnvironmentProxy {
  public:
   explicit EnvironmentProxy(const std::string& url) {

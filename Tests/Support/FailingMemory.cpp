@@ -17,8 +17,8 @@ bool fails() {
 
 std::atomic<long> kiv::test::allocationsLeft = -1;
 
-// In a file of their own, since a compiler that sees one of them beside its use takes the other for
-// the library's.
+// These are in a separate file: a compiler that sees only one of the pair next to its use assumes
+// that the other is the library's.
 
 void* operator new(std::size_t size) {
   if (fails()) throw std::bad_alloc();

@@ -4,8 +4,8 @@
 
 namespace kiv::test {
 
-/// In a program that has FailingMemory.cpp inside: the allocations by operator new, on any thread
-/// but the main one, that succeed before one of them fails; negative for none that fails.
+/// The number of allocations by operator new, on threads other than the main one, that succeed
+/// before one fails; negative if none fails. Only in programs that compile FailingMemory.cpp.
 extern std::atomic<long> allocationsLeft;
 
 }  // namespace kiv::test

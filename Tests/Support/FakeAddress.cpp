@@ -14,8 +14,8 @@ namespace kiv::test {
 
 namespace {
 
-/// The addresses that are faked now, in network order, and the sockets that are connected to them.
-/// Never destroyed: threads may outlive the tests.
+/// The addresses that are currently faked, in network byte order, and the sockets connected to
+/// them. Never destroyed: threads may still run after the last test.
 class Addresses {
  public:
   static Addresses& shared() {
@@ -33,7 +33,7 @@ class Addresses {
     std::erase_if(connected_, [&](const auto& entry) { return entry.second == address; });
   }
 
-  /// True if the address is a faked one: the socket is about to be connected to it.
+  /// Called before the socket is connected. Returns true if the address is a faked one.
   bool noteConnect(int socket, in_addr_t address) {
     const std::lock_guard lock(mutex_);
     connected_.erase(socket);
@@ -76,8 +76,8 @@ std::string FakeAddress::in(std::string url) const {
 
 }  // namespace kiv::test
 
-// A program's own definition of a function comes before that of the C library, also for the shared
-// libraries that it is linked with.
+// A function that the program defines replaces that of the C library, also in the shared libraries
+// the program is linked with.
 extern "C" __attribute__((visibility("default"))) int connect(int socket, const sockaddr* address,
                                                               socklen_t length) {
   static const auto systems = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));

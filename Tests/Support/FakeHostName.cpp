@@ -20,7 +20,8 @@ struct Entry {
   std::size_t waiting = 0;
 };
 
-/// The names that are faked now. Never destroyed: a look-up may outlive the tests.
+/// The host names that are currently faked. Never destroyed: a lookup may still run after the last
+/// test.
 class Names {
  public:
   static Names& shared() {
@@ -53,7 +54,7 @@ class Names {
     return entries_.at(name).lookUps;
   }
 
-  /// Nothing for a name that is not faked. Waits while the answer is silence.
+  /// Returns nullopt for a name that is not faked. Blocks while the answer is `silence`.
   std::optional<Answer> lookUp(const char* name) {
     std::unique_lock lock(mutex_);
     const auto found = name ? entries_.find(name) : entries_.end();
@@ -103,7 +104,7 @@ std::size_t FakeHostName::lookUps() const {
 
 using Resolver = decltype(&getaddrinfo);
 
-/// What the two addresses come to, one after the other.
+/// Resolves the two addresses and joins the results into one list.
 static int resolveBoth(Resolver resolve, const char* service, const addrinfo* hints,
                        addrinfo** result) {
   addrinfo* second = nullptr;
@@ -121,8 +122,8 @@ static int resolveBoth(Resolver resolve, const char* service, const addrinfo* hi
 
 }  // namespace kiv::test
 
-// A program's own definition of a function comes before that of the C library, also for the shared
-// libraries that it is linked with.
+// A function that the program defines replaces that of the C library, also in the shared libraries
+// the program is linked with.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
                                                                   const char* service,
                                                                   const addrinfo* hints,

@@ -10,7 +10,8 @@
 
 namespace kiv::test {
 
-/// A client without a network: it holds the tasks until the test ends them, on the test's thread.
+/// A client without a network: it keeps each task until the test completes it, on the thread of the
+/// test.
 class FakeRESTService final : public KivRESTService {
  public:
   void queue(std::shared_ptr<KivRESTServiceTask> task) override {
@@ -27,8 +28,7 @@ class FakeRESTService final : public KivRESTService {
     tasks.clear();
   }
 
-  /// Ends the first task for a URL that ends in `urlEnd`, with whatever is given. False if no
-  /// such task is held.
+  /// Completes the first pending task whose URL ends with `urlEnd`. False if there is none.
   bool end(const std::string& urlEnd, std::optional<kiv::HTTPResponse> response,
            std::optional<kiv::Data> data, std::optional<kiv::Error> error = std::nullopt) {
     const auto found = std::find_if(tasks.begin(), tasks.end(), [&](const auto& task) {
@@ -41,17 +41,17 @@ class FakeRESTService final : public KivRESTService {
     return true;
   }
 
-  /// Ends it with status 200 and the bytes.
+  /// Completes it with status 200 and the bytes.
   bool succeed(const std::string& urlEnd, std::string bytes = "bytes") {
     return end(urlEnd, kiv::HTTPResponse(200), kiv::Data(std::move(bytes)));
   }
 
-  /// Ends it with a status and no body.
+  /// Completes it with a status and no body.
   bool answer(const std::string& urlEnd, std::int64_t statusCode) {
     return end(urlEnd, kiv::HTTPResponse(statusCode), std::nullopt);
   }
 
-  /// Ends it with a transfer error.
+  /// Completes it with a transfer error.
   bool fail(const std::string& urlEnd) {
     return end(urlEnd, std::nullopt, std::nullopt, transferError());
   }
@@ -70,7 +70,7 @@ class FakeRESTService final : public KivRESTService {
     if (completion) completion(task);
   }
 
-  std::vector<std::shared_ptr<KivRESTServiceTask>> tasks;  ///< Held now, in order of queuing.
+  std::vector<std::shared_ptr<KivRESTServiceTask>> tasks;  ///< Pending, in order of queuing.
   std::vector<std::string> urls;                           ///< Of every task ever queued.
   int cancellations = 0;
 };

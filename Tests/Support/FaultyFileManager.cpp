@@ -51,7 +51,7 @@ class FaultyFileManager::File : public WritableFile {
   Status write(std::string_view bytes) override {
     Status status = manager_.begin({FileOperation::write, path_});
     if (status) return file_->write(bytes);
-    // The error is that of the fault, whatever becomes of the first half.
+    // The call reports the injected error even if writing the first half fails.
     const std::string_view half = bytes.substr(0, bytes.size() / 2);
     if (manager_.writesShort()) static_cast<void>(file_->write(half));
     return status;

@@ -33,24 +33,24 @@ enum class FileOperation {
   write,
 };
 
-/// Its name, for messages.
+/// The name of the operation, for messages.
 std::string nameOf(FileOperation operation);
 
-/// Counts and records the operations that can fail, and makes some of them fail.
+/// Counts and records the operations that can fail, and injects errors.
 ///
-/// Questions (what lies at a path, how large it is, how full the disk) are not counted.
+/// Queries (the type and size of an item, the free space) are not counted.
 ///
-/// Syncs are counted like the others but do not wait for the disk: a sweep performs thousands, and
-/// what they bring is the power cut's matter (PowerCutFileManager).
+/// Syncs are counted but do not wait for the disk: a sweep performs thousands of them, and
+/// PowerCutFileManager tests their effect.
 class FaultyFileManager : public ForwardingFileManager {
  public:
   enum class Repeat { once, fromThenOn };
 
   struct Fault {
-    std::uint64_t at = 1;  ///< the number of the operation that fails, the first being 1
-    int number = 0;        ///< the operating system's error
+    std::uint64_t at = 1;  ///< the number of the operation that fails, counted from 1
+    int number = 0;        ///< the errno value
     Repeat repeat = Repeat::once;
-    bool shortWrite = false;  ///< a write that fails has written half of its bytes
+    bool shortWrite = false;  ///< a failing write first writes half of its bytes
   };
 
   /// One operation and its arguments.
@@ -60,25 +60,25 @@ class FaultyFileManager : public ForwardingFileManager {
     std::string newPath = {};  ///< of move, withdraw and exchange
   };
 
-  /// Begins counting anew; nothing stands for no fault.
+  /// Restarts the count and sets the fault; nullopt for none.
   void setFault(std::optional<Fault> fault);
-  /// Makes all operations of that kind fail with the error.
+  /// Makes every operation of that kind fail with the error.
   void setFailingOperation(FileOperation kind, int number);
-  /// Ends that.
+  /// Undoes setFailingOperation().
   void clearFailingOperation();
-  /// Has nothing be moved to the path; empty for none.
+  /// Makes every move to the path fail; an empty path undoes it.
   void setFailingMove(std::string newPath);
-  /// Gives the disk that many free bytes; nothing brings the real ones back.
+  /// Sets the number of free bytes that is reported; nullopt restores the real value.
   void setAvailableSpace(std::optional<std::uint64_t> bytes);
-  /// Has the disk keep no account of its space.
+  /// Reports the free space as unknown, as some file systems do.
   void refuseSpace(bool refuse);
-  /// Has the file at the path be there and yet not readable; empty for none.
+  /// Makes reading the file at the path fail; an empty path undoes it.
   void setUnreadableFile(std::string path);
-  /// Answers exchanges as a file system does that has no such step.
+  /// Fails exchanges as a file system that does not support them does.
   void refuseExchanges(bool refuse);
-  /// Syncs at once whatever is written as a batch, however little; as it is at first, nothing.
+  /// Syncs every batch at once, however small. By default batches are not synced.
   void allowBatchSyncs(bool allow);
-  /// Called before each operation, on the thread that asks for it.
+  /// Called before each operation, on the thread that performs it.
   void setObserver(std::function<void(const Operation&)> observer);
 
   [[nodiscard]] std::uint64_t count() const;
@@ -107,9 +107,9 @@ class FaultyFileManager : public ForwardingFileManager {
   class File;
   class Batch;
 
-  /// Counts the operation. Fails if it is to fail.
+  /// Counts the operation and fails if a fault is set for it.
   Status begin(Operation operation);
-  /// The error that the operation of this number is to fail with, or zero. Under the mutex.
+  /// The error for the operation with this number, or 0. The mutex must be held.
   [[nodiscard]] int faultOf(const Operation& operation) const;
   [[nodiscard]] bool writesShort() const;
 

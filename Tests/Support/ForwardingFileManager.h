@@ -4,8 +4,8 @@
 
 namespace kiv::test {
 
-/// Hands every operation on to the file manager that was in use when it was made, and takes that
-/// one's place while it lives. A test double overrides what it wants to change.
+/// Replaces the file manager in use for the lifetime of this object and forwards every operation to
+/// the one it replaced. A test double derives from it and overrides what it changes.
 class ForwardingFileManager : public FileManager {
  public:
   ForwardingFileManager() : base_(FileManager::defaultManager()) {

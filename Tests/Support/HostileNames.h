@@ -5,7 +5,7 @@
 
 namespace kiv::test {
 
-/// Names under which nothing may be stored. Some come close to `name`, which a test may have.
+/// Names that must be rejected. Some are variants of `name`, a file that the test may have stored.
 inline std::vector<std::string> hostileNames(const std::string& name = "file.png") {
   using namespace std::string_literals;
   return {"",
@@ -22,7 +22,7 @@ inline std::vector<std::string> hostileNames(const std::string& name = "file.png
           std::string(5000, 'n')};
 }
 
-/// Links whose last component is such a name, or which have none.
+/// Links whose last component is such a name, or that have no last component.
 inline std::vector<std::string> hostileLinks(const std::string& name = "file.png") {
   std::vector<std::string> links = hostileNames(name);
   for (const auto& hostile : hostileNames(name))

@@ -10,7 +10,7 @@
 
 namespace kiv::test {
 
-/// Catches the lines of the system log until the end of the scope. One at a time.
+/// Captures the lines of the system log until the end of the scope. At most one object may exist.
 class LogCapture {
  public:
   LogCapture() {
@@ -23,13 +23,13 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
   ~LogCapture() { SystemLog::setHandler({}); }
 
-  /// The lines so far, in the order in which they were written.
+  /// The captured lines in the order in which they were written.
   [[nodiscard]] std::vector<std::string> lines() const {
     const std::lock_guard lock(kept_->mutex);
     return kept_->lines;
   }
 
-  /// Forgets the lines so far.
+  /// Discards the captured lines.
   void clear() {
     const std::lock_guard lock(kept_->mutex);
     kept_->lines.clear();

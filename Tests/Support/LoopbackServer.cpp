@@ -24,7 +24,7 @@ bool equalNames(std::string_view a, std::string_view b) {
                     [](char x, char y) { return lower(x) == lower(y); });
 }
 
-/// Takes the text up to the separator off the front.
+/// Removes the text before the separator, and the separator, from `text` and returns the former.
 std::string_view takeUpTo(std::string_view& text, std::string_view separator) {
   const auto end = std::min(text.find(separator), text.size());
   const auto part = text.substr(0, end);
@@ -55,7 +55,7 @@ std::optional<std::string> Request::header(std::string_view name) const {
   return std::nullopt;
 }
 
-/// One connection and the thread that serves it.
+/// A connection and the thread that serves it.
 class LoopbackServer::Connection {
  public:
   Connection(LoopbackServer& server, int socket, std::size_t number)
@@ -91,7 +91,7 @@ class LoopbackServer::Connection {
     hasEnded_ = true;
   }
 
-  /// The next request; nothing if the client has gone.
+  /// The next request; nullopt if the client has closed the connection.
   std::optional<Request> receive() {
     constexpr std::string_view end = "\r\n\r\n";
     std::array<char, 4096> bytes{};
@@ -114,7 +114,7 @@ class LoopbackServer::Connection {
   }
 
   LoopbackServer& server_;
-  std::mutex socketMutex_;  // closing the socket and shutting it down exclude each other
+  std::mutex socketMutex_;  // guards close() against a concurrent shutdown()
   int socket_;
   const std::size_t number_;
   std::string received_;

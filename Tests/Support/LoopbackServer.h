@@ -21,25 +21,26 @@ namespace kiv::test {
 /// A request that the server has received.
 struct Request {
   std::string method;
-  std::string target;  ///< As it came, with the query.
+  std::string target;  ///< Unchanged, with the query.
   std::string path;    ///< The target without the query.
   std::vector<std::pair<std::string, std::string>> headers;
-  std::size_t connection = 0;  ///< The number of its connection: 1 for the first that came.
+  std::size_t connection = 0;  ///< The number of its connection, counted from 1.
 
-  /// The value of the first header of that name, in whatever case it came; nothing without one.
+  /// The value of the first header with that name, compared without regard to case; nullopt if
+  /// there is none.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
 };
 
-/// An HTTP server on the loopback interface and a port of its own, which does to each request what
-/// the test has written for it, and remembers what it has been asked.
+/// An HTTP server on a port of the loopback interface, chosen by the system. It answers each
+/// request with the response that the test set for its path, and records the requests.
 ///
 ///     LoopbackServer server;
 ///     server.serve("/a.png", Response::ok(bytes));
 ///     ... load server.url("/a.png") ...
 ///     EXPECT_EQ(server.requests("/a.png").size(), 1u);
 ///
-/// A path for which nothing is written gets a 404. Listens as soon as it is made; its destruction
-/// closes every connection and joins every thread. May be used from any thread.
+/// A path without a response gets a 404. The constructor starts listening; the destructor closes
+/// every connection and joins every thread. Thread-safe.
 class LoopbackServer {
  public:
   using Handler = std::function<Response(const Request&)>;
@@ -49,11 +50,11 @@ class LoopbackServer {
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
-  /// What requests for the path get, from now on.
+  /// Answers requests for the path with this response from now on.
   void serve(const std::string& path, Response response);
-  /// What they get one after the other; the last goes for all that follow.
+  /// Answers successive requests for the path with these responses; the last one is repeated.
   void serve(const std::string& path, std::vector<Response> responses);
-  /// The handler decides. It is called on the threads of the connections.
+  /// The handler returns the response. It is called on the threads of the connections.
   void serve(const std::string& path, Handler handler);
 
   [[nodiscard]] int port() const noexcept { return port_; }
@@ -63,16 +64,17 @@ class LoopbackServer {
   /// The requests received so far, in order of arrival: all, or those for one path.
   [[nodiscard]] std::vector<Request> requests() const;
   [[nodiscard]] std::vector<Request> requests(std::string_view path) const;
-  /// Waits until that many requests, in all or for one path, have been received; false if the
-  /// patience of a test ends before.
+  /// Waits until that many requests, in total or for one path, have been received; false after the
+  /// test time-out.
   [[nodiscard]] bool waitForRequests(std::size_t count) const;
   [[nodiscard]] bool waitForRequests(std::string_view path, std::size_t count) const;
 
-  /// Connections taken so far.
+  /// Number of connections accepted so far.
   [[nodiscard]] std::size_t connectionCount() const;
-  /// Waits until no connection is open any more; false if the patience of a test ends before.
+  /// Waits until no connection is open; false after the test time-out.
   [[nodiscard]] bool waitForNoConnection() const;
-  /// The most requests at one time that had been received and whose answer had not yet begun.
+  /// The largest number of requests that were pending at one time: received, with no response
+  /// begun.
   [[nodiscard]] std::size_t mostWaiting() const;
 
  private:

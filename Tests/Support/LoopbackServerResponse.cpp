@@ -206,7 +206,7 @@ bool ResponseWriter::send(std::string_view bytes) const {
 }
 
 void ResponseWriter::reset() const {
-  // Closing a socket that must not linger sends a reset instead of an orderly end.
+  // With a linger time of 0, close() sends RST instead of FIN.
   const linger atOnce{1, 0};
   setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }

@@ -13,13 +13,13 @@
 
 namespace kiv::test {
 
-/// A door that a test opens when it has seen what it wanted to see. Copies are the same door. Once
-/// open, it stays open.
+/// A one-shot event that a test sets to let the server continue. Copies share the same state. A
+/// gate that was opened stays open.
 class Gate {
  public:
   Gate();
   void open() const;
-  /// Returns when the door is open, or when a stop is asked for; true if it is open.
+  /// Blocks until the gate is open or a stop is requested; true if it is open.
   bool wait(const std::stop_token& stop) const;
 
  private:
@@ -27,50 +27,50 @@ class Gate {
   std::shared_ptr<State> state_;
 };
 
-/// What the loopback server does with one request: a response, and what goes wrong with it.
+/// What the loopback server does with one request: the response and its faults.
 ///
-/// Begins with one of the static functions; the others add to it and may be chained:
-/// `Response::ok(bytes).header("ETag", "\"1\"").after(gate)`. Places are counted in bytes of the
-/// body, before any chunked coding; in a raw response, in bytes of the whole.
+/// Create one with a static function. The other functions modify it and can be chained:
+/// `Response::ok(bytes).header("ETag", "\"1\"").after(gate)`. Offsets count bytes of the body
+/// before chunked coding; in a raw response, bytes of the whole message.
 class Response {
  public:
   static Response ok(std::string body);
   static Response status(int code, std::string body = {});
   static Response redirect(int code, std::string location);
-  /// Exactly these bytes, headers and all; then the connection is closed.
+  /// Sends exactly these bytes, which include the headers, and closes the connection.
   static Response raw(std::string bytes);
-  /// Not a byte: the connection is closed.
+  /// Closes the connection without sending a byte.
   static Response nothing() { return raw({}); }
 
-  /// Adds a header, also if there is one of the same name already.
+  /// Adds a header even if there is already one with the same name.
   Response& header(std::string name, std::string value);
-  /// Sends no Content-Length of its own.
+  /// Omits the Content-Length header.
   Response& withoutLength();
   /// Sends the body in chunks of at most that many bytes.
   Response& chunked(std::size_t largestChunk = 1024);
-  /// Speaks HTTP/1.0, and closes the connection.
+  /// Responds with HTTP/1.0 and closes the connection.
   Response& http10();
 
-  /// Waits for the gate before the first byte.
+  /// Sends nothing until the gate is open.
   Response& after(Gate gate);
-  /// Sends the body up to that place, and the rest when the gate is open.
+  /// Sends the body up to that offset, and the rest when the gate is open.
   Response& gateAt(std::size_t place, Gate gate);
-  /// Sends the body up to that place, and then nothing until the client goes.
+  /// Sends the body up to that offset and stalls until the client disconnects.
   Response& stallAt(std::size_t place);
-  /// Sends the body up to that place and closes the connection.
+  /// Sends the body up to that offset and closes the connection.
   Response& closeAt(std::size_t place);
-  /// Sends the body up to that place and resets the connection.
+  /// Sends the body up to that offset and resets the connection.
   Response& resetAt(std::size_t place);
-  /// Closes the connection after the whole response, and says so in its headers.
+  /// Closes the connection after the response, with "Connection: close".
   Response& thenClose();
-  /// Closes the connection after the whole response, which does not say so.
+  /// Closes the connection after the response, without "Connection: close".
   Response& thenCloseUnannounced();
-  /// Sends these bytes too, after the whole response, which does not count them, and keeps the
-  /// connection open.
+  /// Sends these bytes after the response, beyond its Content-Length, and keeps the connection
+  /// open.
   Response& thenAlso(std::string bytes);
-  /// Sends the body in pieces of that size, with a pause after each.
+  /// Sends the body in pieces of that size, with a pause after each piece.
   Response& drip(std::size_t piece, std::chrono::milliseconds pause);
-  /// Sends the body again and again until the client goes.
+  /// Repeats the body until the client disconnects.
   Response& endless();
 
  private:
@@ -100,12 +100,12 @@ class Response {
 /// Sends responses over one connection.
 class ResponseWriter {
  public:
-  /// `socket` stays the caller's; `stop` ends every wait; `begins` is called once, before the first
-  /// byte or where there will be none.
+  /// `socket` remains owned by the caller. `stop` ends every wait. `begins` is called once: before
+  /// the first byte, or when no byte will be sent.
   ResponseWriter(int socket, std::stop_token stop, std::function<void()> begins)
       : socket_(socket), stop_(std::move(stop)), begins_(std::move(begins)) {}
 
-  /// Does what the response says; false if the connection is to be closed.
+  /// Sends the response; false if the connection is to be closed.
   bool write(const Response& response);
 
  private:

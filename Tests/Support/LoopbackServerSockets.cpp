@@ -11,7 +11,7 @@ namespace kiv::test {
 
 namespace {
 
-/// The tests talk to this machine alone, whatever proxy its user has set.
+/// Tests connect only to this machine, so a proxy in the environment must not apply.
 class WithoutProxy final : public testing::Environment {
  public:
   void SetUp() override { setenv("no_proxy", "*", 1); }
@@ -64,7 +64,7 @@ std::string loopbackURL(int port, std::string_view path) {
   return "http://127.0.0.1:" + std::to_string(port).append(path);
 }
 
-// A socket that is bound and does not listen keeps the port and refuses.
+// A socket that is bound but does not listen keeps the port in use and refuses connections.
 RefusingServer::RefusingServer() : socket_(boundSocket()) {}
 
 RefusingServer::~RefusingServer() {
@@ -76,7 +76,7 @@ std::string RefusingServer::url(std::string_view path) const {
 }
 
 UnreachableServer::UnreachableServer() : listener_(boundSocket()) {
-  // A listener takes no further connection while its backlog is full and nobody accepts.
+  // A listening socket completes no further connection while its backlog is full.
   if (listen(listener_, 0) != 0) giveUp("listen");
   const auto address = loopbackAddress(portOf(listener_));
   for (int filler = 0; filler < 3; ++filler) {

@@ -6,8 +6,8 @@
 
 namespace kiv::test {
 
-/// A socket of the loopback interface on a port that the system chooses. Ends the test program
-/// where there is none to be had.
+/// Returns a socket that is bound to a port of the loopback interface, chosen by the system. Aborts
+/// the test program if that fails.
 int boundSocket();
 /// The same, listening.
 int listeningSocket();
@@ -15,7 +15,7 @@ int portOf(int socket);
 /// "http://127.0.0.1:port", followed by the path.
 std::string loopbackURL(int port, std::string_view path);
 
-/// A port that refuses every connection, for as long as this lives.
+/// A port that refuses every connection for the lifetime of this object.
 class RefusingServer {
  public:
   RefusingServer();
@@ -29,7 +29,7 @@ class RefusingServer {
   int socket_;
 };
 
-/// A port that leaves every connection half made, as a host does that has gone.
+/// A port that never completes a connection, like a host that is down.
 class UnreachableServer {
  public:
   UnreachableServer();

@@ -7,7 +7,7 @@ namespace kiv::test {
 
 bool waitUntil(const std::function<bool()>& predicate) {
   using Clock = std::chrono::steady_clock;
-  // The predicate may look at what other threads do, of which the main queue does not tell.
+  // The predicate may depend on other threads, which do not wake the main queue.
   constexpr std::chrono::milliseconds round{5};
   const auto deadline = Clock::now() + patience;
   while (!predicate()) {

@@ -7,15 +7,14 @@
 
 namespace kiv::test {
 
-/// How long a test waits for what must happen before it fails. Generous: it is reached only if
-/// something is broken.
+/// How long a test waits for an event before it fails. Generous: a correct test never reaches it.
 inline constexpr std::chrono::seconds patience{30};
 
-/// Runs the jobs of the main queue until the predicate holds, which is asked before each round;
-/// false if it has not held within the patience. To be called on the main thread.
+/// Drains the main queue until the predicate is true; false after the time-out. The predicate is
+/// evaluated before each drain. Call it on the main thread.
 [[nodiscard]] bool waitUntil(const std::function<bool()>& predicate);
 
-/// Runs the job on a queue with a thread of its own, and returns when it has run.
+/// Runs the job on a new serial queue and waits for it to finish.
 void runOn(DispatchQueue& queue, const std::function<void()>& job);
 
 }  // namespace kiv::test

@@ -16,8 +16,8 @@
 
 namespace kiv::test {
 
-/// A test with a manager on real storage and a client that the test answers for. Everything runs on
-/// the test's own thread, which is the main one; callbacks arrive when the test drains them.
+/// A test with a manager on real storage and a fake client. Everything runs on the main thread,
+/// which is the thread of the test; callbacks run when the test drains the main queue.
 class ManagerFixture : public CacheFixture {
  protected:
   ManagerFixture() {
@@ -26,12 +26,12 @@ class ManagerFixture : public CacheFixture {
   }
 
   ~ManagerFixture() override {
-    // A download that a test leaves in flight holds its manager, and that its client.
+    // A pending download owns its manager, which owns its client: completing it breaks the cycle.
     manager->loader()->canselLoading();
     kiv::DispatchQueue::main()->drain();
   }
 
-  /// A new manager on the same storage, as after a restart of the host, with a new client.
+  /// Creates a new manager and client on the same storage, as after a restart of the host.
   void restart() {
     kiv::DispatchQueue::main()->drain();
     if (manager) manager->loader()->canselLoading();
@@ -42,7 +42,7 @@ class ManagerFixture : public CacheFixture {
     manager->addObserver(observer);
   }
 
-  /// The events since the last call, in order.
+  /// Returns and clears the recorded events.
   std::vector<std::string> takeEvents() {
     while (kiv::DispatchQueue::main()->drain() > 0) {
     }
@@ -76,7 +76,7 @@ class ManagerFixture : public CacheFixture {
     return kiv::Dictionary{{"items", array}};
   }
 
-  /// Begin a pass with a configuration of the items.
+  /// Starts a pass with a configuration that contains the items.
   void beginLoad(std::initializer_list<kiv::Dictionary> items) {
     manager->loadResourcesForConfig(config(items));
   }
@@ -84,13 +84,13 @@ class ManagerFixture : public CacheFixture {
     manager->updateResourcesForConfig(config(items));
   }
 
-  /// The resource at that place of the registry.
+  /// The resource at that index of the registry.
   [[nodiscard]] std::shared_ptr<KivResource> entry(std::size_t index) const {
     return (*manager->loadedResources())[index];
   }
 
-  /// Brings the items into the registry by a load pass whose downloads all succeed, and forgets
-  /// what was heard.
+  /// Runs a load pass with the items in which every download succeeds, and clears the recorded
+  /// events.
   void load(std::initializer_list<kiv::Dictionary> items) {
     beginLoad(items);
     while (!client->tasks.empty())

@@ -27,7 +27,7 @@ std::filesystem::path makeTemporaryDirectory() {
   return pattern;
 }
 
-/// Where Debian puts it, which is not where an ordinary user looks for programs.
+/// Debian installs it in /usr/sbin, which is not in an ordinary user's PATH.
 std::string nginxProgram() {
   const std::string usual = "/usr/sbin/nginx";
   return std::filesystem::exists(usual) ? usual : "nginx";
@@ -42,7 +42,8 @@ void runOpenSSL(const std::vector<std::string>& arguments) {
   if (tool.waitForExit() != 0) giveUp("The openssl tool could not make a certificate.");
 }
 
-/// The tool dates certificates back only if it plays the authority, with files of its own.
+/// `openssl ca` is the only command that can set a start date in the past. It needs a few files for
+/// its database.
 void writeAuthority(const std::filesystem::path& directory) {
   const std::string place = directory.string();
   std::ofstream(directory / "index") << "";  // no certificates yet
@@ -99,14 +100,14 @@ NginxServer::~NginxServer() {
   std::filesystem::remove_all(directory_, ignored);
 }
 
-/// Stops the server with a signal that it passes on to its worker, which a kill would leave behind.
+/// Sends a signal that nginx passes on to its worker. SIGKILL would leave the worker running.
 void NginxServer::stop(int signal) {
   process_->sendSignal(signal);
   (void)process_->waitForExit();
 }
 
 void NginxServer::writeConfiguration(const std::string& locations) const {
-  // The worker of a server that root has started would not be root, and could not read the files.
+  // If root starts nginx, its worker runs as another user by default and cannot read the files.
   const char* const user = geteuid() == 0 ? "user root;\n" : "";
   std::ofstream(directory_ / "nginx.conf")
       << user

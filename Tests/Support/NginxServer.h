@@ -9,40 +9,41 @@
 
 namespace kiv::test {
 
-/// A certificate for 127.0.0.1 and localhost that signs itself, made anew for each test.
+/// A self-signed certificate for 127.0.0.1 and localhost, generated for each test.
 struct SelfSignedCertificate {
   enum class Validity { now, expired };
 
-  /// Made in that directory. Ends the test program where the openssl tool is missing.
+  /// Generates the files in `directory`. Aborts the test program if the openssl tool is not
+  /// installed.
   explicit SelfSignedCertificate(const std::filesystem::path& directory,
                                  Validity validity = Validity::now);
   std::filesystem::path certificate;
   std::filesystem::path key;
 };
 
-/// A real web server on the loopback interface, once over http and once over https, with the files
-/// of a temporary directory of its own. It must be installed: without it the tests fail.
+/// Runs nginx on the loopback interface, on one port for http and one for https. It serves the
+/// files of its own temporary directory. nginx must be installed: without it the tests fail.
 ///
-/// It takes over sockets that listen already, so that there is neither a port to guess nor a start
-/// to wait for.
+/// nginx inherits sockets that already listen, so the test neither guesses a port nor waits for
+/// nginx to start.
 class NginxServer {
  public:
-  /// `locations` is text in the server's own language that goes into its server block. The test
-  /// fails if the server cannot be started.
+  /// `locations` is inserted into the server block of the nginx configuration. The test fails if
+  /// nginx cannot be started.
   explicit NginxServer(const std::string& locations = {}, SelfSignedCertificate::Validity validity =
                                                               SelfSignedCertificate::Validity::now);
   ~NginxServer();
   NginxServer(const NginxServer&) = delete;
   NginxServer& operator=(const NginxServer&) = delete;
 
-  /// Puts a file under the root.
+  /// Writes a file below the document root.
   void addFile(const std::string& name, std::string_view contents) const;
-  /// "http://127.0.0.1:port", followed by the path; "https" likewise, with its own port.
+  /// "http://127.0.0.1:port" or "https://127.0.0.1:port", followed by the path.
   [[nodiscard]] std::string url(std::string_view path = {}) const;
   [[nodiscard]] std::string secureURL(std::string_view path = {}) const;
   /// The certificate that a client must trust for https.
   [[nodiscard]] std::string certificatePath() const { return certificate_.certificate.string(); }
-  /// Stops the server gently and answers the lines of its access log, one for each request.
+  /// Shuts nginx down gracefully and returns the lines of its access log, one for each request.
   std::string stopAndTakeLog();
 
  private:

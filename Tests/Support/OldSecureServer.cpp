@@ -9,7 +9,7 @@
 namespace kiv::test {
 
 OldSecureServer::OldSecureServer() : certificate_(directory_.path()) {
-  // The tool gives the files of its working directory, and tells its port on its standard output.
+  // The tool serves the files of its working directory and prints its port on standard output.
   const std::string command =
       "cd '" + directory_.path() +
       "' && exec openssl s_server -accept 127.0.0.1:0 -WWW -cert certificate.pem -key key.pem "

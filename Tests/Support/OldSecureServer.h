@@ -10,9 +10,8 @@
 
 namespace kiv::test {
 
-/// A server on the loopback interface that speaks HTTP/1.0 over TLS and tells no lengths: that of
-/// the openssl tool, which must be installed. It gives the files of a temporary directory of its
-/// own.
+/// Runs `openssl s_server` on the loopback interface: HTTP/1.0 over TLS, without Content-Length. It
+/// serves the files of its own temporary directory. The openssl tool must be installed.
 class OldSecureServer {
  public:
   OldSecureServer();

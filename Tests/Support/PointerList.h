@@ -5,7 +5,7 @@
 
 namespace kiv::test {
 
-/// The texts as the system calls want them; valid as long as the texts are.
+/// A null-terminated array for exec and its relatives; valid as long as the texts.
 inline std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> all;
   all.reserve(texts.size() + 1);

@@ -14,7 +14,7 @@ namespace kiv::test {
 
 namespace fs = std::filesystem;
 
-/// A file or directory, as programs see it and as the disk has it.
+/// A file or directory: the state that programs see, and the state on disk.
 struct PowerCutFileManager::Node {
   bool isDirectory = true;
   std::string bytes;

@@ -12,31 +12,31 @@
 
 namespace kiv::test {
 
-/// Remembers what of a directory tree has reached the disk, cuts the power after a given
-/// operation, and then leaves on the disk what would be there.
+/// Simulates a power failure: tracks which changes of a directory tree were synced, fails every
+/// operation after a given one, and then restores the state that would be on disk.
 ///
-/// What it takes for lost is what a file system may lose, not what one usually does: the contents
-/// of a file that were not synced, and each single change of a directory (a name made, renamed or
-/// removed) since that directory was synced. A rename within or between directories never leaves a
-/// name with half of a file.
+/// It loses everything that a file system is allowed to lose, not only what one usually loses: file
+/// contents that were not synced, and each change of a directory (an entry created, renamed or
+/// removed) since that directory was synced. A rename is atomic, also between directories.
 class PowerCutFileManager : public ForwardingFileManager {
  public:
   enum class Loss {
-    everythingUnsynced,  ///< nothing survives but what was synced
-    anyPart              ///< of what was not synced, each change survives or not by chance
+    everythingUnsynced,  ///< only what was synced survives
+    anyPart              ///< each change that was not synced survives or is lost at random
   };
 
-  /// What lies under `root` now counts as on the disk.
+  /// The current contents of `root` count as synced.
   explicit PowerCutFileManager(std::string root);
   ~PowerCutFileManager() override;
 
-  /// Removes everything under the root, from the disk too.
+  /// Removes everything under the root, in both states.
   void format();
-  /// Cuts the power after that many further operations: those that come later fail.
+  /// Cuts the power after that many more operations: all later ones fail.
   void cutAfter(std::uint64_t operations);
-  /// True once an operation has met the dead machine.
+  /// True once an operation has failed because of the power cut.
   [[nodiscard]] bool wasCut() const;
-  /// Starts the machine again: puts under the root what would be there, and cuts no more.
+  /// Restarts the machine: replaces the contents of the root by what survived, and ends the power
+  /// cut.
   void restart(Loss loss, std::uint32_t seed = 0);
 
   Status createDirectoryAtPath(std::string_view path) override;
@@ -53,9 +53,9 @@ class PowerCutFileManager : public ForwardingFileManager {
   Status removeItemAtPath(std::string_view path) override;
   Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) override;
 
-  /// Answers exchanges as a file system does that has no such step.
+  /// Fails exchanges as a file system that does not support them does.
   bool refusesExchanges = false;
-  /// Syncs at once whatever is written as a batch, however little.
+  /// Syncs every batch at once, however small.
   bool allowsBatchSyncs = false;
 
  private:

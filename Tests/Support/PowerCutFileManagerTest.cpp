@@ -10,7 +10,8 @@
 namespace kiv::test {
 namespace {
 
-/// The double itself: it must lose what was not synced, or the tests that use it prove nothing.
+/// Tests of the test double: if it kept data that was not synced, the tests that use it would prove
+/// nothing.
 class PowerCutFileManagerTest : public testing::Test {
  protected:
   void write(const std::string& name, std::string_view bytes, bool synced) {

@@ -1,5 +1,4 @@
-// Failed transfers of the tests are tried again at once: the waits between tries have tests of
-// their own.
+// Tests retry failed transfers at once. The delays between attempts are tested separately.
 
 #include <gtest/gtest.h>
 

@@ -6,14 +6,14 @@
 
 namespace kiv::test {
 
-/// The place of the first byte that "Range: bytes=N-" asks for; 0 without one.
+/// The N of "Range: bytes=N-"; 0 if there is no such header.
 inline std::size_t firstByteAsked(const Request& request) {
   const auto range = request.header("Range");
   return range ? std::stoul(range->substr(range->find('=') + 1)) : 0;
 }
 
-/// What a proper server answers: the rest of the body where that is asked for and the version is
-/// still the same, otherwise the whole.
+/// The response of a correct server: the rest of the body if it is requested and If-Range matches,
+/// otherwise the whole body.
 inline Response rangeResponse(const Request& request, const std::string& body,
                               const std::string& tag) {
   const std::size_t first = firstByteAsked(request);
@@ -27,7 +27,7 @@ inline Response rangeResponse(const Request& request, const std::string& body,
       .header("ETag", tag);
 }
 
-/// Bytes that are different everywhere, so that a wrong offset shows.
+/// Bytes without a repeating pattern, so that a wrong offset is detected.
 inline std::string patternedBytes(std::size_t size, unsigned seed = 1) {
   std::string bytes;
   bytes.reserve(size + 16);

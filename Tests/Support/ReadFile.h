@@ -6,7 +6,7 @@
 
 namespace kiv::test {
 
-/// The bytes of a file; none where it cannot be read.
+/// The contents of a file; empty if it cannot be read.
 inline std::string readFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

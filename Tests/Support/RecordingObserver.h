@@ -9,7 +9,7 @@
 
 namespace kiv::test {
 
-/// Writes down every callback, as text for their order and with the objects themselves.
+/// Records every callback: as text, to check the order, and with its objects.
 class RecordingObserver final : public KivResourceManagerObserver {
  public:
   struct Failure {

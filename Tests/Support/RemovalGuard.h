@@ -20,7 +20,7 @@ class RemovalGuard {
   ~RemovalGuard() { FileManager::restoreRemovalRoots(); }
 };
 
-/// Lifts the guard of removals until the end of the scope.
+/// Disables the removal guard until the end of the scope.
 class UnguardedRemovals {
  public:
   UnguardedRemovals() { FileManager::setRemovalRoots(std::nullopt); }

@@ -7,7 +7,8 @@
 
 #include "KivPlatform/Foundation/values/Value.h"
 
-// Resource dictionaries as a configuration has them, and changed copies of them.
+// Resource dictionaries as they appear in a configuration, and functions that return changed
+// copies.
 
 namespace kiv::test {
 
@@ -21,7 +22,7 @@ inline Dictionary without(Dictionary dictionary, std::string_view key) {
   return dictionary;
 }
 
-/// What every resource needs, with an engine that no kind claims.
+/// The keys that every resource requires, with an engine that no resource class handles.
 inline Dictionary plainItem() {
   return {{"engine", "eco_unknown"}, {"name", "Spring"}, {"type", "banner"},
           {"banner_id", "b-1"},      {"priority", 7},    {"updated", 1700000000}};
@@ -51,7 +52,7 @@ inline Dictionary webItem() {
   return with(with(plainItem(), "engine", "eco_fs"), "html", "promo/page.zip");
 }
 
-// The same by identifier, version and links, for tests of many.
+// Shorter forms, by identifier, version and links, for tests that need many items.
 
 inline Dictionary bannerOf(const std::string& identifier, std::uint64_t updated,
                            const std::string& link) {

@@ -8,7 +8,7 @@
 
 namespace kiv::test {
 
-/// Runs the job on a thread with that much stack, in bytes, to its end.
+/// Runs the job on a new thread with a stack of that many bytes and joins it.
 inline void runWithStack(std::size_t size, const std::function<void()>& job) {
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);

@@ -12,8 +12,8 @@
 
 namespace kiv::test {
 
-/// A scratch directory of one test. Removed with everything in it when it goes, and kept, with a
-/// line that says where, when the test has failed.
+/// A temporary directory for one test. The destructor removes it with its contents, unless the test
+/// failed: then it is kept and its path is printed.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
@@ -36,12 +36,12 @@ class TemporaryDirectory {
   }
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
-  /// The path of an item in it, whether or not there is one.
+  /// The path of an item in the directory; the item need not exist.
   [[nodiscard]] std::string path(std::string_view relativePath) const {
     return path_ + "/" + std::string(relativePath);
   }
 
-  /// Writes a file, with the directories above it where they are missing, and answers its path.
+  /// Writes a file, creates missing parent directories, and returns its path.
   std::string write(std::string_view relativePath, std::string_view bytes = "contents") const {
     std::string file = path(relativePath);
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());

@@ -5,7 +5,7 @@
 
 namespace kiv::test {
 
-/// The process's umask until the end of the scope. It is that of every thread.
+/// Sets the umask until the end of the scope. The umask is shared by all threads of the process.
 class Umask {
  public:
   explicit Umask(mode_t mask) : former_(::umask(mask)) {}
@@ -17,7 +17,8 @@ class Umask {
   mode_t former_;
 };
 
-/// The mode of the item itself: 0644, say; 01000000 where there is none.
+/// The permission bits of the item, not following links, for example 0644; 01000000 if it does not
+/// exist.
 inline mode_t modeOf(const std::filesystem::path& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 01000000;

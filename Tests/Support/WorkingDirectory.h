@@ -5,7 +5,7 @@
 
 namespace kiv::test {
 
-/// Makes a directory the process's working directory until the end of the scope.
+/// Changes the working directory of the process until the end of the scope.
 class WorkingDirectory {
  public:
   explicit WorkingDirectory(const std::string& path) : former_(std::filesystem::current_path()) {

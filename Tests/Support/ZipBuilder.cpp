@@ -25,7 +25,7 @@ void append64(std::string& out, std::uint64_t number) {
   append(out, number, 8);
 }
 
-/// An entry with every field decided.
+/// An entry with a value for every field.
 struct Record {
   const ZipEntry& entry;
   std::string packed;
