@@ -1,12 +1,12 @@
-// A host whose manager has a serial queue of its own loads one pass after the other, while one
-// allocation on a thread of the framework fails in each: the first after the pass has begun, then a
-// later one, until a pass needs no more of them. The process must go on, each pass must end with
-// one finish, and the pass that follows it must load everything. Run by
+// A host whose manager runs on its own serial queue performs pass after pass. In each pass one
+// allocation on a thread of the framework fails: the first one in the first pass, a later one in
+// each further pass, until a pass completes with fewer allocations. The process must survive, each
+// pass must report finish exactly once, and the following pass must load everything. Run by
 // KivResourceManagerMemoryTest.
 //
 //     FailingPasses ROOT SERVER STRIDE
 //
-// STRIDE says how many allocations lie between those that fail in two passes.
+// STRIDE is added to the index of the failing allocation after each pass.
 
 #include <atomic>
 #include <chrono>
@@ -28,14 +28,14 @@ using kiv::test::allocationsLeft;
 constexpr std::chrono::seconds patience{30};
 constexpr int banners = 3;
 
-/// What an observer hears of one pass.
+/// The callbacks that an observer received during one pass.
 struct Heard {
   int loaded = 0;
   int failed = 0;
   int finished = 0;
 };
 
-/// Is called on the main queue, which is drained on the main thread alone.
+/// Its callbacks arrive on the main queue, which only the main thread drains.
 class Observer final : public KivResourceManagerObserver {
  public:
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
@@ -73,7 +73,7 @@ class Host {
     });
   }
 
-  /// A pass in which the allocation of that number fails, or none where it is negative.
+  /// Runs a pass in which the allocation with index `failing` fails; none if it is negative.
   Heard pass(int version, long failing) {
     observer_->heard = {};
     const auto configuration = configurationOf(version);
@@ -106,7 +106,7 @@ class Host {
   std::shared_ptr<KivResourceManager> manager_;
 };
 
-/// True if every pass came out right.
+/// True if every pass met the requirements above.
 bool failEachInTurn(long stride) {
   Host host;
   int version = 0;

@@ -1,6 +1,6 @@
-// Saved lists and configurations that no program of ours would write, all the way through the
-// manager: each loads, or fails with the reader's own error, and none of them crashes, hangs or
-// exhausts the stack, neither when it is read nor when it is copied nor when it is saved again.
+// Malformed and extreme saved lists and configurations, passed through the whole manager. Each one
+// loads or fails with the error of the JSON reader. None may crash, hang or exhaust the stack when
+// it is read, copied or saved again.
 
 #include <initializer_list>
 #include <limits>
@@ -30,15 +30,15 @@ struct Piece {
   std::size_t times = 1;
 };
 
-/// A text in pieces. Put together only by the test that reads it: every start of the test program
-/// makes all parameters, and some of these texts are megabytes.
+/// A text in pieces, joined only by the test that uses it: each start of the test program creates
+/// all parameters, and some texts have megabytes.
 class Text {
  public:
   Text(const char* text) : pieces_{{text}} {}
   Text(std::string text) : pieces_{{std::move(text)}} {}
   Text(std::initializer_list<Piece> pieces) : pieces_(pieces) {}
 
-  /// The text between two others.
+  /// This text with `before` in front of it and `behind` after it.
   [[nodiscard]] Text within(std::string before, std::string behind) const {
     Text whole = *this;
     whole.pieces_.insert(whole.pieces_.begin(), Piece{std::move(before)});
@@ -60,7 +60,7 @@ class Text {
   std::vector<Piece> pieces_;
 };
 
-/// One document: as a list, or the same as a configuration.
+/// One document, used both as a saved list and as the items of a configuration.
 struct Document {
   friend void PrintTo(const Document& document, std::ostream* stream) { *stream << document.title; }
 
@@ -73,7 +73,7 @@ struct Document {
 constexpr const char* itemStart =
     R"({"engine":"other","name":"n","type":"t","banner_id":"b","priority":1,"updated":1,"x":)";
 
-/// An item that needs no files, with one more value.
+/// An item that needs no files, with an additional value.
 std::string itemWith(std::string_view value) {
   return itemStart + std::string(value) + "}";
 }
@@ -90,7 +90,7 @@ Document refused(std::string title, const Text& value,
   return {std::move(title), listWith(value), code, 0};
 }
 
-/// A value of that many levels. The list takes two levels itself, a configuration three.
+/// A value nested that many levels deep. The list around it adds two levels, a configuration three.
 Text nested(std::size_t levels) {
   return {{"[", levels}, {"]", levels}};
 }
@@ -165,7 +165,7 @@ std::vector<Document> documents() {
 
 class HostileDocumentsTest : public ManagerFixture, public testing::WithParamInterface<Document> {
  protected:
-  /// Whoever holds the registry can also copy it and save it, and the next start finds it equal.
+  /// Expects that the registry can be copied and saved, and is equal after a restart.
   void expectLoadedAndLasting(std::size_t count) {
     const Array dictionaries = registryDictionaries();
     EXPECT_EQ(dictionaries.size(), count);
@@ -205,7 +205,7 @@ TEST_P(HostileDocumentsTest, AsAConfigurationItLoadsOrFailsWithTheReadersError) 
   EXPECT_EQ(!configuration, document.refusal.has_value());
   if (!configuration) {
     EXPECT_EQ(configuration.error().domain, JSONErrorDomain);
-    return;  // what the code is shows above: "items" around it can make another one of it
+    return;  // the code can differ from that of the list, because of the object around "items"
   }
   EXPECT_EQ(KivResourceFactory::resourcesArrayForResourcesConfig(*configuration).size(),
             document.resources);
@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(Documents, HostileDocumentsTest, testing::ValuesIn(docu
 
 class HostileTextsTest : public HostileDocumentsTest {};
 
-// A list that is no array, or no list at all.
+// A document that is not an array, or not a list at all.
 INSTANTIATE_TEST_SUITE_P(Lists, HostileTextsTest,
                          testing::Values(Document{"Object", "{}"}, Document{"Number", "7"},
                                          Document{"String", "\"x\""}, Document{"Null", "null"}),
@@ -274,7 +274,7 @@ TEST_F(HostileDocumentsTest, AHundredMegabytesAreReadCopiedAndSaved) {
   restart();
   EXPECT_THAT(registry(), ElementsAre("b"));
 
-  text.pop_back();  // the bracket
+  text.pop_back();  // the closing bracket
   write(listPath(), text);
   std::optional<Error> error;
   (void)KivResourceStorageModule::loadResourcesListWithError(&error);
@@ -331,7 +331,7 @@ TEST_P(HostileNumbersTest, AreReadAlikeFromConfigurationAndList) {
   }
 }
 
-// --- What only a host can make, since no text holds it -------------------------------------------
+// --- Values that JSON cannot express -------------------------------------------------------------
 
 TEST_F(HostileDocumentsTest, WhatCannotBeSavedIsLoadedAndLeavesTheFormerList) {
   Value deep(1);

@@ -33,7 +33,8 @@ class KivResourceArchiveRemovalTest : public ManagerFixture {
     return paths;
   }
 
-  /// In one step, to where the storage service keeps what is not complete, and there it is removed.
+  /// Expects that the directory is moved to the temporary directory in one rename and removed
+  /// there.
   void expectTheWholeGoesAtOnce() const {
     Names moves;
     for (const auto& operation : files_.operations()) {
@@ -60,7 +61,8 @@ class KivResourceArchiveRemovalTest : public ManagerFixture {
   FaultyFileManager files_;
 };
 
-// Removed file by file, an archive whose removal a kill cut short left the rest of it for good.
+// Regression test: if the archive is removed file by file, a kill during the removal leaves the
+// other files for good.
 TEST_F(KivResourceArchiveRemovalTest, AReplacedArchiveGoesAtOnce) {
   std::optional<Error> error;
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"), &error);
@@ -113,8 +115,8 @@ TEST_F(KivResourceArchiveRemovalTest, WhatAKilledHostLeftThereGoesAtTheNextStart
   EXPECT_TRUE(std::filesystem::is_empty(temporaries));
 }
 
-// Removed in any other order, the rest of an archive whose removal a kill cut short was found by
-// its name and taken for whole.
+// Regression test: in any other order, a kill during the removal leaves a page that is found by its
+// name and considered complete.
 TEST_F(KivResourceArchiveRemovalTest, WhereItCannotGoAtOnceThePageGoesFirst) {
   files_.setFailingOperation(FileOperation::withdraw, EXDEV);
   KivResourceStorageModule::removeResourceFileWithPath_error(stored("promo/index.html"));

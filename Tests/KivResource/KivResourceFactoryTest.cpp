@@ -37,7 +37,7 @@ std::vector<std::shared_ptr<KivResource>> resources(const Value& config) {
   return KivResourceFactory::resourcesArrayForResourcesConfig(config);
 }
 
-/// The line that a rejected dictionary leaves in the log.
+/// The log line for a rejected dictionary.
 std::string rejection(const Dictionary& dictionary) {
   return "Create resource error. Resource dictionary: " + kiv::JSON::toCompactString(dictionary);
 }

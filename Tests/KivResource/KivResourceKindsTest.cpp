@@ -1,5 +1,4 @@
-// What all kinds of resources with a file promise. What one of them does besides stands in the test
-// of its class.
+// Behaviour that all resource classes with files share. The tests of each class cover the rest.
 
 #include <filesystem>
 #include <memory>
@@ -32,7 +31,7 @@ struct Standard {
   using Resource = KivResourceStandard;
   static constexpr const char* key = "image_728x90";
   static constexpr const char* link = "banners/wide.png";
-  /// Where the file that belongs to the link is stored, and files that do not belong to it.
+  /// The stored file that matches the link, and files that do not match it.
   static constexpr const char* file = "wide.png";
   static inline const Strings others{"small.png", "WIDE.PNG", "wide.png.part", "awide.png", "wide"};
   static inline const Strings ownKeys{"market_url", key};
@@ -41,7 +40,7 @@ struct Standard {
   static std::optional<std::string> path(const Resource& resource) { return resource.image(); }
 };
 
-/// A video whose film is stored, so that all depends on the icon.
+/// A video whose film is stored, so that only the icon can be missing.
 struct Video {
   using Resource = KivResourceVideo;
   static constexpr const char* key = "image";
@@ -84,7 +83,7 @@ class KivResourceKindsTest : public testing::Test {
   [[nodiscard]] Pointer withLink(const std::string& link) const {
     return make(with(item(), Kind::key, link));
   }
-  /// The file that belongs to the link, in a directory.
+  /// Writes the file that matches the link to a directory.
   [[nodiscard]] std::string write(const std::string& directory = "Resources") const {
     return directory_.write(directory + "/" + Kind::file);
   }
@@ -92,7 +91,7 @@ class KivResourceKindsTest : public testing::Test {
     return std::dynamic_pointer_cast<typename Kind::Resource>(resource.copyWithZone());
   }
 
-  /// What tells the states apart: the flag, the path, and what the dictionary has in its place.
+  /// Checks everything that differs between the two states, linked and loaded.
   void expectLinked(const Pointer& resource, const std::string& link = Kind::link) const {
     ASSERT_TRUE(resource);
     EXPECT_EQ(Kind::path(*resource), std::nullopt);
@@ -115,7 +114,7 @@ class KivResourceKindsTest : public testing::Test {
       EXPECT_TRUE(resource->fileIsLoaded());
     }
   }
-  /// These, and what else the kind uses.
+  /// The given paths and the other files that the resource uses.
   [[nodiscard]] Strings paths(Strings paths) const {
     if constexpr (!hasFlag) paths.push_back(directory_.path("film.mp4"));
     return paths;
@@ -263,7 +262,7 @@ TYPED_TEST(KivResourceKindsTest, ASecondSetPathWithTheSamePathWritesNothing) {
   const Dictionary shared = *resource->resourceDictionary();
   resource->setPath(path);
   this->expectLoaded(resource, path);
-  // A written dictionary would have its own contents by now.
+  // Copy-on-write: a dictionary that was written to would no longer share its contents.
   EXPECT_EQ(resource->resourceDictionary()->begin(), shared.begin());
 }
 
@@ -338,7 +337,7 @@ TYPED_TEST(KivResourceKindsTest, WithoutADictionaryThereIsNoLinkAndNothingMatche
   }
 }
 
-// --- The flag, which a video has not -------------------------------------------------------------
+// --- The flag, which videos do not have ----------------------------------------------------------
 
 template <typename Kind>
 class KivResourceFlagTest : public KivResourceKindsTest<Kind> {};

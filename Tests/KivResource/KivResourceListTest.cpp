@@ -14,7 +14,7 @@ namespace {
 using kiv::ResourceArray;
 using kiv::ResourceList;
 
-/// A kind of a host's own, which counts how often it is asked for its files.
+/// A resource class of a host that counts the calls of useFilePaths().
 class HostKind final : public KivResource {
  public:
   static std::shared_ptr<HostKind> make(const kiv::Dictionary& dictionary) {
@@ -28,7 +28,7 @@ class HostKind final : public KivResource {
     setPathsSilently(std::move(paths));
     noteChange();
   }
-  /// What the rule for host kinds forbids.
+  /// Changes the paths without the call of noteChange() that host classes owe.
   void setPathsSilently(std::vector<std::string> paths) { paths_ = std::move(paths); }
   [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override {
     if (name == "type" || name == "resourceID") return kiv::Value("of its own");
@@ -67,7 +67,7 @@ std::vector<std::string> paths(const KivResource& resource) {
   return resource.useFilePaths();
 }
 
-// --- The plain walk that every answer is held against --------------------------------------------
+// --- A linear search as the reference for all lookups --------------------------------------------
 
 struct PlainWalk {
   ResourceArray list;

@@ -49,7 +49,7 @@ class KivResourceMaintenanceTest : public ManagerFixture {
     return FileManager::defaultManager().sizeOfItemAtPath(path).value_or(0);
   }
 
-  /// A download pass whose file ends with those bytes.
+  /// Runs a pass that downloads the item's file with these bytes.
   void loadFile(const kiv::Dictionary& item, const std::string& urlEnd, const std::string& bytes) {
     manager->loadResourcesForConfig(config({item}));
     EXPECT_TRUE(client->succeed(urlEnd, bytes));
@@ -65,7 +65,7 @@ class KivResourceMaintenanceTest : public ManagerFixture {
     ASSERT_TRUE(exists(stored(stem + "/index.html")));
   }
 
-  /// Loaded: a.png and the archive "used". Stored for nobody: the file, archive and link.
+  /// Loads a.png and the archive "used", and stores orphans: a file, an archive and a link.
   void makeOrphans() {
     loadFile(banner("a", 1, "x/a.png"), "/a.png", "a");
     loadArchive("w", "used");
@@ -185,7 +185,7 @@ TEST_F(KivResourceMaintenanceTest, ADirectoryWithoutItsPageIsPartial) {
 }
 
 TEST_F(KivResourceMaintenanceTest, WhatTheServiceHasNotCompletedIsTemporary) {
-  load({banner("a", 1, "x/a.png")});  // this process's own directory and lock are no leftovers
+  load({banner("a", 1, "x/a.png")});  // the files of a live process are not leftovers
   const std::string top = KivStorageService::temporariesPath();
   EXPECT_EQ(top, root() + "/.KivStorageService");
   write(top + "/dead/3", std::string(5000, 't'));
@@ -372,7 +372,7 @@ TEST_F(KivResourceMaintenanceTest, AfterAStopWhatWasStoredForNobodyIsCleanedUpAn
 }
 
 TEST_F(KivResourceMaintenanceTest, FilesOfTheSavedListStayThoughThisManagerHasNotLoadedThem) {
-  const auto other = manager;  // as another process that works on the same root would be
+  const auto other = manager;  // stands for another process on the same root
   restart();
   other->loader()->setRestService(client);
   other->loadResourcesForConfig(config({banner("theirs", 1, "x/theirs.png")}));
@@ -406,7 +406,7 @@ TEST_F(KivResourceMaintenanceTest, WhatCannotBeRemovedIsToldAndKeepsNothingElse)
   FaultyFileManager files;
   write(stored("one.png"), "");
   write(stored("two.png"), "");
-  files.setFault(FaultyFileManager::Fault{.at = 3, .number = EACCES});  // read, list, remove
+  files.setFault(FaultyFileManager::Fault{.at = 3, .number = EACCES});  // 1 read, 2 list, 3 remove
   const auto done = cleanUp(Mode::remove);
   ASSERT_EQ(done.refused.size(), 1U);
   EXPECT_EQ(done.refused[0].item.path, stored("one.png"));

@@ -1,5 +1,5 @@
-// Who may use what a pass leaves on the disk, and what it gives away of the servers' URLs: the
-// manager with its real client, its real storage and a server on the loopback interface.
+// The permissions of the files that a pass creates, and the secrecy of credentials in server URLs.
+// Uses the real client, the real storage and a server on the loopback interface.
 
 #include <filesystem>
 #include <map>
@@ -25,7 +25,8 @@ using testing::Not;
 
 class KivResourceManagerAccessTest : public RealClientFixture {
  protected:
-  /// A small file, one that lies in the spool on its way, and an archive that asks for every right.
+  /// Loads a small file, a file that passes through the spool, and an archive whose entries have
+  /// all permission bits set.
   void loadOneOfEach() {
     server.serve("/a.png", Response::ok("banner"));
     server.serve("/large.png", Response::ok(patternedBytes(2'000'000)));
@@ -38,7 +39,7 @@ class KivResourceManagerAccessTest : public RealClientFixture {
     ASSERT_EQ(registry().size(), 3U);
   }
 
-  /// Leaves a part of a large file in the spool.
+  /// Interrupts a large download, so that a part of it stays in the spool.
   void breakALargeFileOff() {
     const std::string body = patternedBytes(3'000'000);
     server.serve("/v.mp4", [body](const Request& request) {
@@ -60,7 +61,7 @@ class KivResourceManagerAccessTest : public RealClientFixture {
     return paths;
   }
 
-  /// The mode of every item under the root, by its path in it.
+  /// The mode of every item under the root, by its relative path.
   [[nodiscard]] std::map<std::string, mode_t> modes() const {
     std::map<std::string, mode_t> modes;
     for (const auto& item : fs::recursive_directory_iterator(root()))
@@ -134,9 +135,9 @@ TEST_F(KivResourceManagerAccessTest, AListIsPrivateWhenItIsSetAside) {
   EXPECT_EQ(modeOf(listPath()), 0600);
 }
 
-// --- What a URL may not give away ---
+// --- Credentials in URLs ---
 
-/// The server's URL with a user and a password.
+/// The server's URL with a user name and a password.
 std::string urlWithSecrets(const LoopbackServer& server) {
   std::string url = server.url();
   return url.insert(url.find("://") + 3, "someuser:somepassword@");

@@ -1,4 +1,4 @@
-// What the manager asks of the file system: as much as its contract demands, and no more.
+// The number of file system operations: as many as the contract requires, and no more.
 
 #include <string>
 #include <vector>
@@ -16,7 +16,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Writes down the paths that somebody asks after.
+/// Records the paths whose existence is queried.
 class AskedPaths final : public ForwardingFileManager {
  public:
   bool fileExistsAtPath(std::string_view path) override {

@@ -121,7 +121,7 @@ TEST_F(KivResourceManagerEndToEndTest, AReplacedArchiveIsSwappedNotMerged) {
                            Response::ok(ZipBuilder().addFile("index.html", "second").build())});
   update({page("p", 1, "promo.zip")});
   ASSERT_TRUE(exists(stored("promo/css/style.css")));
-  // The stored page would be found by its name, so the archive is saved once more directly.
+  // A pass would find the stored page by its name, so the archive is saved again directly.
   std::filesystem::remove(stored("promo/index.html"));
   update({page("p", 2, "promo.zip")});
   EXPECT_EQ(read(stored("promo/index.html")), "second");
@@ -257,7 +257,7 @@ TEST_F(KivResourceManagerEndToEndTest, AgainstNginxEveryKindIsLoadedAndAMissingF
   EXPECT_EQ(observer->count("finished"), 1U);
 }
 
-// --- A host that ends in the middle of a pass ----------------------------------------------------
+// --- A host that exits during a pass -------------------------------------------------------------
 
 class LeavingHostTest : public KivResourceManagerEndToEndTest,
                         public testing::WithParamInterface<const char*> {};

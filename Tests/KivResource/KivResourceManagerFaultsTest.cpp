@@ -1,4 +1,4 @@
-// Whole passes in which each operation on a file fails in turn.
+// Whole passes in which each file operation fails in turn.
 
 #include <cerrno>
 
@@ -13,8 +13,8 @@ using Repeat = FaultyFileManager::Repeat;
 
 class KivResourceManagerFaultsTest : public WholePassFixture {
  protected:
-  /// Performs the pass with each of its operations in turn failing, until it gets by without that
-  /// many.
+  /// Repeats the pass, failing its first operation, then its second and so on, until the pass
+  /// performs fewer operations than that.
   void sweep(Fault fault) {
     bool isReached = true;
     for (fault.at = 1; isReached && !HasFailure(); ++fault.at) {
@@ -44,7 +44,7 @@ class KivResourceManagerFaultsTest : public WholePassFixture {
   FaultyFileManager files_;
 
  private:
-  /// Each resource of the pass was loaded or has failed, and then the pass finished, once.
+  /// Expects one loaded or failed event for each resource of the pass, and then one finish.
   void expectEveryResourceHeardOf(const Events& events) const {
     for (const auto& [identifier, version] : versionsOf(GetParam().after)) {
       const auto loaded = std::count(events.begin(), events.end(), "loaded " + identifier);

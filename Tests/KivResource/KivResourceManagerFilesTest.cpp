@@ -17,7 +17,7 @@ class KivResourceManagerFilesTest : public ManagerFixture {};
 
 // --- A host's own kind ---------------------------------------------------------------------------
 
-/// Counts the files that it was given, and overrides nothing that it does not need.
+/// A resource class of a host that overrides only filesExist().
 class Leaflet : public KivResource {
  public:
   static std::shared_ptr<Leaflet> make(const kiv::Dictionary& dictionary) {
@@ -26,7 +26,7 @@ class Leaflet : public KivResource {
   [[nodiscard]] bool filesExist() const override { return !linkForKey("leaflet").isNull(); }
 };
 
-/// One of which the framework can make no other.
+/// A class without a default constructor, which the framework cannot copy.
 class OneOfAKind final : public Leaflet {
  public:
   explicit OneOfAKind(int) {}
@@ -228,7 +228,7 @@ TEST_F(KivResourceManagerFilesTest, TwoFailingDownloadsGiveTwoFailuresOfTheSameR
 }
 
 TEST_F(KivResourceManagerFilesTest, AFailedResourceEntersTheRegistryIfItStillBecomesComplete) {
-  // Both links end in one name, so the second download brings what the first one lacked.
+  // Both links have the same last component, so both downloads write the same file.
   beginLoad({video("v", 1, "icons/f.bin", "videos/f.bin")});
   client->fail("/icons/f.bin");
   client->succeed("/videos/f.bin");
@@ -299,7 +299,7 @@ TEST_F(KivResourceManagerFilesTest, ANameOf255BytesIsStored) {
   EXPECT_TRUE(exists(stored(name)));
 }
 
-/// Never finds files of one name.
+/// Reports that files with one name do not exist.
 class ForgetfulFileManager final : public kiv::test::ForwardingFileManager {
  public:
   explicit ForgetfulFileManager(std::string name) : name_(std::move(name)) {}

@@ -1,7 +1,7 @@
-// A running host is killed at random moments, again and again on one root.
+// Kills a running host at random points, repeatedly on the same root.
 //
-// KIVRESOURCE_KILL_ROUNDS sets the number of rounds (24 without), KIVRESOURCE_TEST_SEED repeats the
-// random choices of an earlier run; the moment within a step remains the scheduler's.
+// KIVRESOURCE_KILL_ROUNDS sets the number of rounds (default 24). KIVRESOURCE_TEST_SEED repeats the
+// random choices of an earlier run; the point within a step still depends on the scheduler.
 
 #include <atomic>
 #include <condition_variable>
@@ -23,7 +23,7 @@ unsigned long fromEnvironment(const char* name, unsigned long otherwise) {
   return given ? std::strtoul(given, nullptr, 10) : otherwise;
 }
 
-/// Counts what happens, and lets a thread wait for the n-th.
+/// Counts events and lets a thread wait for the n-th one.
 class Moments {
  public:
   void note() {
@@ -31,7 +31,7 @@ class Moments {
     ++count_;
     changed_.notify_all();
   }
-  /// False if the wait was stopped before.
+  /// False if the wait was stopped first.
   bool waitFor(std::size_t number, const std::stop_token& stop) {
     std::unique_lock guard(mutex_);
     return changed_.wait(guard, stop, [&] { return count_ >= number; });
@@ -43,8 +43,8 @@ class Moments {
   std::size_t count_ = 0;
 };
 
-/// Which versions of each resource may be loaded now, nothing standing for none: what was so for
-/// certain, changed by what the host has begun and said since.
+/// The versions of each resource that may be loaded; nullopt if the resource may be absent. Starts
+/// from a known state and follows the passes that the host begins and the events it reports.
 class Allowed {
  public:
   using Version = std::optional<std::uint64_t>;
@@ -131,7 +131,7 @@ class KivResourceManagerKillTest : public ReportingHostFixture {
     return pass;
   }
 
-  /// Answers the pass that the host performed last, or would have begun with.
+  /// Returns the last pass that the host began, or the first one if it began none.
   Pass runAndKill(const std::vector<Pass>& passes, const std::vector<std::string>& steps,
                   Allowed& allowed) {
     Moments& moments = moments_.emplace();
@@ -157,7 +157,7 @@ class KivResourceManagerKillTest : public ReportingHostFixture {
     return last;
   }
 
-  /// A little while, so that the kill falls on any of the steps between two events.
+  /// Busy-waits, so that the kill can hit any step between two events.
   static void spin(std::uint64_t rounds) {
     std::atomic<std::uint64_t> sum = 0;
     while (rounds-- > 0)
@@ -188,8 +188,8 @@ class KivResourceManagerKillTest : public ReportingHostFixture {
     return last;
   }
 
-  /// Runs the pass to its end: everything of it is then loaded, and nothing was fetched that was
-  /// stored before.
+  /// Runs the pass to completion. Expects that all of it is loaded and that no file was fetched
+  /// that was already stored.
   void expectTheNextRunCompletes(const Pass& pass) {
     const auto stored = storedOf(pass.versions);
     const std::size_t requests = server.requests().size();

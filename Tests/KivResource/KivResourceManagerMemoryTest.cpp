@@ -1,4 +1,4 @@
-// Memory that runs out on a thread of the framework while a manager loads, see FailingPasses.
+// Out-of-memory on threads of the framework during a pass; see FailingPasses.cpp.
 
 #include <cstdlib>
 #include <string>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace kiv::test;
 
-/// How many allocations lie between those that fail: each fails in turn where it is 1.
+/// The STRIDE of FailingPasses. With 1, every allocation fails once.
 std::string stride() {
   const char* const chosen = std::getenv("KIVRESOURCE_ALLOCATION_STRIDE");
   return chosen ? chosen : "7";
@@ -27,7 +27,7 @@ TEST(KivResourceManagerMemoryTest, AnyAllocationThatFailsEndsAPassAndTheNextOneL
       server.serve(banner + std::to_string(version) + ".png", Response::ok("x"));
   }
   ChildProcess child(FAILING_PASSES, {directory.path("root"), server.url(), stride()},
-                     // The program's own operator new counts, and frees by free().
+                     // The program replaces operator new by one that uses malloc().
                      {"ASAN_OPTIONS=detect_leaks=0:alloc_dealloc_mismatch=0"});
   ASSERT_TRUE(child.hasStarted());
   EXPECT_EQ(child.waitForExit(), 0);

@@ -103,7 +103,7 @@ TEST_F(KivResourceManagerPassesTest, TheFirstMatchInTheRegistryIsTheCounterpart)
   load({plain("a", 1)});
   load({plain("a", 5)});
   ASSERT_EQ(manager->loadedResources()->size(), 2U);
-  // The older one stands first, so a stamp between the two counts as newer.
+  // The older resource comes first and is compared with, so a version between the two is newer.
   beginLoad({plain("a", 3)});
   takeEvents();
   EXPECT_EQ(observer->loaded[0]->updated(), 3U);

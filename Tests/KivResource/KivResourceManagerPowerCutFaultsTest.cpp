@@ -1,4 +1,4 @@
-// Whole passes in which the power is cut after each operation on a file in turn.
+// Whole passes in which the power is cut after the first file operation, the second one and so on.
 
 #include "Tests/KivResource/WholePassFixture.h"
 #include "Tests/Support/PowerCutFileManager.h"
@@ -25,7 +25,7 @@ class KivResourceManagerPowerCutFaultsTest : public WholePassFixture {
       files.cutAfter(at);
       performThePass();
       wasCut = files.wasCut();
-      files.cutAfter(0);  // what the dying process would tidy up does not count
+      files.cutAfter(0);  // destructors must not clean up after the power cut
       leaveRoot();
       files.restart(loss, seed);
       startProcess();

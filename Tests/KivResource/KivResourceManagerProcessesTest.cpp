@@ -1,4 +1,4 @@
-// Several hosts, each a process of its own, on one root at the same time.
+// Several host processes that use the same root at the same time.
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,7 +14,7 @@ namespace {
 
 class KivResourceManagerProcessesTest : public ReportingHostFixture {
  protected:
-  /// Runs both at once; each meets the other in the middle of its work.
+  /// Runs both hosts at the same time, so that their steps overlap.
   void runTogether(const std::vector<std::string>& one, const std::vector<std::string>& other) {
     std::thread thread([&] { runHost(other); });
     runHost(one);
@@ -23,7 +23,7 @@ class KivResourceManagerProcessesTest : public ReportingHostFixture {
     expectSoundRoot();
   }
 
-  /// The pass, performed by one host alone, completes, and fetches nothing.
+  /// Runs the pass in a single host; expects that it completes without fetching anything.
   void expectAPassThatFetchesNothing(const Pass& pass) {
     const std::size_t requests = server.requests().size();
     leaveRoot();
@@ -86,7 +86,7 @@ class KivResourceManagerFiveProcessesTest : public KivResourceManagerProcessesTe
       serve(name);
   }
 
-  /// The same for each host that loads the version.
+  /// The same item for every host that loads this version.
   static Dictionary sharing(int resource, int version) {
     const std::string identifier = "id-" + std::to_string(resource);
     const int mixed = resource * 7 + version * 5;
@@ -103,7 +103,7 @@ class KivResourceManagerFiveProcessesTest : public KivResourceManagerProcessesTe
     return stepForItems("load:", items);
   }
 
-  /// Runs a host with random passes and notes the newest versions that it heard loaded.
+  /// Runs a host with random passes and records the newest versions it reports as loaded.
   void runRandomHost(const std::vector<std::string>& steps) {
     ReportingHostProcess host(root(), server.url(), steps);
     ASSERT_TRUE(host.hasStarted());

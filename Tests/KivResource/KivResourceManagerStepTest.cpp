@@ -1,4 +1,4 @@
-// When the list is saved, and that nobody hears of a resource before a list that holds it is on
+// When the list is saved, and that a resource is announced only after a list that contains it is on
 // disk.
 
 #include <string>
@@ -20,7 +20,7 @@ using testing::ElementsAre;
 
 class KivResourceManagerStepTest : public ManagerFixture {
  protected:
-  /// How often the saved list was put in place.
+  /// The number of times the list was saved.
   [[nodiscard]] std::ptrdiff_t saves() const {
     const auto operations = files.operations();
     return std::count_if(operations.begin(), operations.end(), [&](const auto& operation) {
@@ -32,8 +32,8 @@ class KivResourceManagerStepTest : public ManagerFixture {
     beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")});
   }
 
-  /// Has the downloads of the URLs that end so complete as the client's own do that have ended
-  /// together.
+  /// Completes the downloads whose URLs have these endings in one turn, as the client does with
+  /// downloads that end together.
   void completeInOneTurn(const std::vector<std::string>& urlEnds) {
     std::vector<kiv::DispatchQueue::Job> jobs;
     for (const std::string& urlEnd : urlEnds)
@@ -267,7 +267,7 @@ TEST_F(KivResourceManagerStepTest, AnArchiveKeepsAFileOfTheNameThatAReplacedVers
   EXPECT_EQ(read(stored("promo/x.png")), "new");
 }
 
-/// A kind of a host's own, which needs a file of which the framework does not know beside its own.
+/// A resource class of a host that uses a second file next to its own, unknown to the framework.
 class Neighbour final : public KivResource {
  public:
   static std::shared_ptr<Neighbour> make(const kiv::Dictionary& dictionary, std::string needed) {
@@ -330,7 +330,7 @@ TEST_F(KivResourceManagerStepTest, FilesOfAReplacedVersionStayUntilTheListIsSave
   EXPECT_FALSE(exists(stored("i.png")));
 }
 
-// --- Who hears when ------------------------------------------------------------------------------
+// --- Order of callbacks --------------------------------------------------------------------------
 
 TEST_F(KivResourceManagerStepTest, ACallOfTheHostBetweenCompletionsKeepsTheOrder) {
   beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
@@ -341,7 +341,7 @@ TEST_F(KivResourceManagerStepTest, ACallOfTheHostBetweenCompletionsKeepsTheOrder
   EXPECT_EQ(savedList().size(), 1U);
 }
 
-/// Looks at the disk each time it hears of a resource.
+/// Checks in each callback whether the saved list contains the resource.
 class LookingObserver final : public KivResourceManagerObserver {
  public:
   explicit LookingObserver(std::function<bool(const std::string&)> isSaved)

@@ -257,7 +257,7 @@ TEST_F(KivResourceManagerTest, AnObserverThatImplementsNothingIsLeftAlone) {
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "finished"));
 }
 
-// Builds with NDEBUG check nothing.
+// Assertions are disabled with NDEBUG.
 #ifndef NDEBUG
 TEST_F(KivResourceManagerTest, ACallOffItsQueueEndsTheProgram) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";

@@ -1,9 +1,9 @@
-// Downloads that complete in one turn of the queue leave what they would leave in a turn of their
-// own each: the same registry, list, files and callbacks.
+// Downloads that complete in one turn of the queue must have the same result as downloads that
+// complete in separate turns: the same registry, list, files and callbacks.
 //
-// Each scenario is played twice on storage of its own, and compared after every turn of the second.
-// KIVRESOURCE_TURN_SCENARIOS sets their number (2,000 without), KIVRESOURCE_TEST_SEED repeats those
-// of an earlier run.
+// Each scenario is run twice, on separate storage, and the states are compared after every turn of
+// the second run. KIVRESOURCE_TURN_SCENARIOS sets the number of scenarios (default 2,000);
+// KIVRESOURCE_TEST_SEED repeats those of an earlier run.
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,12 +37,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// --- What happens --------------------------------------------------------------------------------
+// --- Scenarios -----------------------------------------------------------------------------------
 
 enum class Result { file, otherBytes, notFound, broken, nothing };
 
-/// One thing that happens to a manager. Of a completion, `number` picks the task among those that
-/// are held, and is part of the bytes.
+/// One call to a manager. For a completion, `number` selects one of the pending tasks and is part
+/// of the downloaded bytes.
 struct Event {
   enum class Kind { complete, update, load, loadType, stop, addObserver, removeObserver };
   Kind kind = Kind::complete;
@@ -51,17 +51,17 @@ struct Event {
   kiv::Array items = {};
 };
 
-/// What happens between two turns of anybody else's.
+/// Events that are performed in one turn in the shared run, and in separate turns in the other run.
 struct Turn {
   enum class Before { nothing, restart, restartByLink, breakList, healList };
   Before before = Before::nothing;
-  bool isOneJob = false;  ///< Where it is shared, otherwise several jobs.
+  bool isOneJob = false;  ///< In the shared run: one job for all events, otherwise one each.
   std::vector<Event> events;
 };
 
 using Scenario = std::vector<Turn>;
 
-/// Makes scenarios in which few names and identifiers meet often.
+/// Generates scenarios with few names and identifiers, so that they often collide.
 class Maker {
  public:
   explicit Maker(std::uint64_t seed) : random_(seed) {}
@@ -94,7 +94,7 @@ class Maker {
     const unsigned completions = below(9);
     for (unsigned count = 0; count < completions; ++count)
       turn.events.push_back(oneOf(9) ? call() : completion());
-    // A pass whose downloads all complete in the turns that follow it.
+    // Moves the pass to the end, so that its downloads complete in later turns.
     if (oneOf(2)) std::rotate(turn.events.begin(), turn.events.begin() + 1, turn.events.end());
     return turn;
   }
@@ -164,7 +164,7 @@ class Maker {
     return item;
   }
 
-  /// A path that stands for the storage root is written over by the play.
+  /// A path with a placeholder for the storage root, which Play replaces.
   std::string file() {
     const char* const links[] = {"x/a.png", "y/a.png", "b.png", "p",
                                  "q.png",   "c.png",   "d.png", "ROOT/KivResource/Resources/a.png"};
@@ -179,12 +179,12 @@ class Maker {
   std::mt19937_64 random_;
 };
 
-// --- A play --------------------------------------------------------------------------------------
+// --- Running a scenario --------------------------------------------------------------------------
 
 std::string bytesFor(const std::string& url, unsigned number, Result result) {
   const std::string bytes = "bytes " + std::to_string(number);
   if (!url.ends_with(".zip")) return bytes;
-  if (result == Result::otherBytes) return bytes;  // no archive
+  if (result == Result::otherBytes) return bytes;  // not an archive
   return ZipBuilder().addFile("index.html", bytes).addFile("pic.png", bytes).build();
 }
 
@@ -219,7 +219,7 @@ class Play {
     prepare(turn.before);
     if (turns_ == Turns::own && turn.isOneJob) {
       for (const Event& event : turn.events)
-        perform(event);  // no job runs: what happens ends at once
+        perform(event);  // not inside a job, so its effects are immediate
     } else if (turns_ == Turns::own) {
       for (const Event& event : turn.events)
         kiv::DispatchQueue::main()->async([this, &event] { perform(event); });
@@ -237,7 +237,7 @@ class Play {
     drain();
   }
 
-  /// What can be seen of the manager, as text without the place of its storage.
+  /// The visible state of the manager as text, without the path of its storage root.
   [[nodiscard]] std::string state() const {
     std::ostringstream text;
     text << "downloads " << manager_->loadingResourcesFilesCount() << "\nregistry\n";

@@ -393,7 +393,7 @@ TEST(KivResourceObjectTest, IsFreedWhenTheLastHolderLetsGo) {
 
 // --- A host's own kind ---------------------------------------------------------------------------
 
-/// A kind of a host: a coupon with a code and one file.
+/// A resource class of a host: a coupon with a code and one file.
 class Coupon : public KivResource {
  public:
   static std::shared_ptr<Coupon> initWithDictionary_engine(const Dictionary& dictionary,
@@ -463,7 +463,7 @@ TEST(KivResourceObjectTest, AHostsKindGetsItsPathsIntoADictionaryThatItHadNot) {
   EXPECT_EQ(*coupon->resourceDictionary(), (Dictionary{{"coupon", "/data/spring.pdf"}}));
 }
 
-/// A kind that overrides only what it needs for its files.
+/// A class that overrides only what its files require.
 class Leaflet : public KivResource {
  public:
   static std::shared_ptr<Leaflet> initWithDictionary_engine(const Dictionary& dictionary,
@@ -485,7 +485,7 @@ TEST(KivResourceObjectTest, AHostsKindWithADefaultConstructorIsCopiedByIt) {
   EXPECT_FALSE(leaflet->copyWithZone());
 }
 
-/// A kind that can only be made with what it needs.
+/// A class without a default constructor.
 class Uncopyable : public KivResource {
  public:
   explicit Uncopyable(int) {}
@@ -502,7 +502,7 @@ TEST(KivResourceObjectTest, AHostsKindThatCannotBeMadeHasNoCopyRatherThanOneOfIt
   EXPECT_FALSE(resource->copyWithZone());
 }
 
-/// A kind that refuses to be copied.
+/// A class that refuses to be copied.
 class Refusing : public Leaflet {
  public:
   static std::shared_ptr<Refusing> initWithDictionary_engine(const Dictionary& dictionary,

@@ -1,5 +1,5 @@
-// Removals that a hostile saved list asks for, through the manager, as a host finds the guard that
-// does nothing for it, and without.
+// Removals that a hostile saved list requests through the manager: with the default removal guard
+// and without a guard.
 
 #include <filesystem>
 
@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 
-/// "outside" is a directory beside the storage root, with things that nobody may lose.
+/// `outside_` is a directory next to the storage root whose files must not be removed.
 class KivResourceRemovalGuardTest : public ManagerFixture {
  protected:
   KivResourceRemovalGuardTest() {
@@ -25,14 +25,14 @@ class KivResourceRemovalGuardTest : public ManagerFixture {
     outside_.write("site/data/more.txt", "precious too");
   }
 
-  /// Restarts on a saved list that holds this item, and expects it to be loaded.
+  /// Restarts with a saved list that contains this item, and expects it to be loaded.
   void startOnList(const kiv::Dictionary& item) {
     write(listPath(), std::string((*kiv::JSON::write(kiv::Array{item})).view()));
     restart();
     ASSERT_THAT(registry(), ElementsAre("a"));
   }
 
-  /// Replaces the resource by a version with a file of its own: what it used goes.
+  /// Replaces the resource by a version with another file, so that its old files are removed.
   void replaceByNewBanner() {
     beginLoad({banner("a", 2, "x/new.png")});
     EXPECT_TRUE(client->succeed("/new.png"));

@@ -1,4 +1,4 @@
-// The saved list when it cannot be read or written, and when another process writes it too.
+// The saved list when it cannot be read or written, and when another process also writes it.
 
 #include <algorithm>
 #include <cerrno>
@@ -24,14 +24,14 @@ using Maintenance = KivResourceMaintenance;
 
 class KivResourceSavedListTest : public ManagerFixture {
  protected:
-  /// Five banners, each with a file of its own, on a root whose list names them.
+  /// Loads five banners with one file each; the saved list contains them.
   void loadFive() {
     load({banner("a", 1, "x/a.png"), banner("b", 1, "x/b.png"), banner("c", 1, "x/c.png"),
           banner("d", 1, "x/d.png"), banner("e", 1, "x/e.png")});
     ASSERT_THAT(listed(), ElementsAre("a", "b", "c", "d", "e"));
   }
 
-  /// A start at which the list cannot be read, and a moment later it can.
+  /// Restarts while the list cannot be read; afterwards it can.
   void restartWithAFailedRead(int number) {
     files.setFailingOperation(FileOperation::read, number);
     restart();
@@ -50,7 +50,7 @@ class KivResourceSavedListTest : public ManagerFixture {
     return root() + "/KivResource/resources_config.unreadable-" + std::to_string(number) + ".json";
   }
 
-  /// A clean-up removes nothing, and says which file a person has to look after.
+  /// Expects that a clean-up removes nothing and names the file that needs attention.
   void expectInDoubt(const std::string& path) {
     std::optional<Error> error;
     EXPECT_FALSE(Maintenance::cleanUpOrphans(*manager, Maintenance::Mode::remove, &error));
@@ -114,7 +114,7 @@ TEST_F(KivResourceSavedListTest, WhatCompletedMeanwhileIsMergedByItsStamp) {
         banner("newer", 3, "x/newer-3.png"), plain("other", 1)});
   files.setFailingOperation(FileOperation::read, EIO);
   restart();
-  // The reads at the start of the pass fail too, and the one before the first save does not.
+  // The reads at the start of the pass still fail; the read before the first save succeeds.
   int reads = 0;
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
     if (operation.kind == FileOperation::read && ++reads == 2) files.clearFailingOperation();
@@ -291,12 +291,12 @@ TEST_F(KivResourceSavedListTest, AResourceThatCannotBeWrittenIsNamedInTheLogOnce
   EXPECT_EQ(linesNaming("c") + linesNaming("d"), 0);
 }
 
-// --- A list that others write too ----------------------------------------------------------------
+// --- A list that other processes write -----------------------------------------------------------
 
-/// Two managers on one root, as two processes have them.
+/// Two managers on one root stand for two processes.
 class KivResourceSharedListTest : public KivResourceSavedListTest {
  protected:
-  /// Runs the operation with the other manager and client in place of the first ones.
+  /// Runs the operation with the second manager, client and observer.
   template <class Operation>
   void asTheOther(const Operation& operation) {
     std::swap(manager, otherManager_);
@@ -382,7 +382,8 @@ TEST_F(KivResourceSharedListTest, ANewResourceWhoseFileTheOtherRemovedIsFailedAn
   load({banner("a", 1, "x/shared.png")});
   asTheOther([&] {});
   kiv::DispatchQueue::main()->drain();
-  // Found by its name, and gone before it is saved: the lock is the first thing that a save takes.
+  // Another manager removes the file after it was found by its name and before the save, which
+  // begins by taking the lock.
   bool isRemoved = false;
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
     if (operation.kind != FileOperation::lock || std::exchange(isRemoved, true)) return;
@@ -407,7 +408,7 @@ TEST_F(KivResourceSharedListTest, AnUnchangedListIsNotReadAgain) {
 }
 
 TEST_F(KivResourceSharedListTest, WithoutLocksListsAreStillMerged) {
-  load({plain("a", 1)});  // the storage service has its own lock by now
+  load({plain("a", 1)});  // the storage service holds its own lock after this
   files.setFailingOperation(FileOperation::lock, ENOLCK);
   asTheOther([&] { load({plain("b", 1)}); });
   load({plain("c", 1)});

@@ -80,7 +80,7 @@ TEST(KivResourceStandardTest, ACopyHasTheMarketLink) {
 
 // --- Another choice ------------------------------------------------------------------------------
 
-/// A banner that chooses the small image.
+/// A subclass that selects the small image.
 class SmallBanner : public KivResourceStandard {
  public:
   static std::shared_ptr<SmallBanner> initWithDictionary_engine(const Dictionary& dictionary,

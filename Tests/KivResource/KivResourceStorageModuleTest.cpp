@@ -140,7 +140,7 @@ class HostileStoredNameTest : public KivResourceStorageModuleTest,
                               public testing::WithParamInterface<std::string> {};
 
 TEST_P(HostileStoredNameTest, IsFoundNowhereAndNotStored) {
-  // Pages where a careless look-up would land.
+  // Pages that a lookup with an unchecked name would find.
   for (const std::string& place : {stored("index.html"), root() + "/KivResource/index.html",
                                    inBundle("index.html"), packaged() + "/index.html"}) {
     write(place, "page");

@@ -35,7 +35,7 @@ Dictionary itemWithFiles(const std::string& icon, const std::string& video) {
 
 class KivResourceVideoTest : public testing::Test {
  protected:
-  /// What the resource still misses, and what it uses.
+  /// Checks the links of the missing files and the paths of the files in use.
   static void expectFiles(const KivResourceVideo& resource, const Strings& links,
                           const Strings& paths) {
     EXPECT_EQ(*resource.fileLinks(), links);
@@ -251,7 +251,7 @@ TEST_F(KivResourceVideoTest, ASecondSetPathWithTheSamePathWritesNothing) {
   const Dictionary shared = *resource->resourceDictionary();
   const auto links = resource->fileLinks();
   resource->setPath(icon);
-  // A written dictionary would have its own contents by now.
+  // Copy-on-write: a dictionary that was written to would no longer share its contents.
   EXPECT_EQ(resource->resourceDictionary()->begin(), shared.begin());
   EXPECT_EQ(resource->fileLinks(), links);
   EXPECT_EQ(*links, Strings{videoLink});
@@ -457,7 +457,7 @@ TEST_F(KivResourceVideoTest, WithoutADictionaryNothingMatches) {
 
 // --- Another choice ------------------------------------------------------------------------------
 
-/// A promotion that chooses the portrait video.
+/// A subclass that selects the portrait video.
 class PortraitVideo : public KivResourceVideo {
  public:
   static std::shared_ptr<PortraitVideo> initWithDictionary_engine(const Dictionary& dictionary,

@@ -53,7 +53,7 @@ void PrintTo(const PageCase& testCase, std::ostream* out) {
   *out << testCase.name;
 }
 
-/// Links, and files that are stored for them or for others.
+/// Links, and stored files that match or do not match them.
 class StoredPages : public testing::TestWithParam<PageCase> {};
 
 TEST_P(StoredPages, AreKnownByTheirNames) {

@@ -11,8 +11,8 @@
 #include "Tests/Support/ReadFile.h"
 #include "Tests/Support/ZipBuilder.h"
 
-/// Files whose contents follow from their names, so that whoever finds one can tell whether it is
-/// whole, whichever process wrote it.
+/// Files whose contents are derived from their names, so that a test can check that a file is
+/// complete, whichever process wrote it.
 namespace kiv::test {
 
 inline std::string bytesNamed(std::string_view name) {
@@ -22,8 +22,8 @@ inline std::string bytesNamed(std::string_view name) {
   return bytes + "end";
 }
 
-/// The files of the archive besides its page: one, or, where its name says that it is large, as
-/// many as are synced together.
+/// The files of the archive other than its page: one or, if the name marks the archive as large, as
+/// many as are synced in one batch.
 inline std::vector<std::string> filesBesideThePage(const std::string& stem) {
   std::vector<std::string> files{"css/style.css"};
   for (int i = 0; stem.starts_with("large") && i < 20; ++i)
@@ -31,7 +31,7 @@ inline std::vector<std::string> filesBesideThePage(const std::string& stem) {
   return files;
 }
 
-/// What a server has under the name: an archive, or the file itself.
+/// The body that the server sends for the name: an archive, or the file itself.
 inline std::string downloadNamed(std::string_view name) {
   if (!name.ends_with(".zip")) return bytesNamed(name);
   const std::string stem(path::deletingPathExtension(name));
@@ -46,7 +46,7 @@ inline bool holdsBytesNamed(const std::string& path, std::string_view name) {
   return readFile(path) == bytesNamed(name);
 }
 
-/// True if the directory of the page holds the files of its archive, and nothing else.
+/// True if the directory contains exactly the files of its archive.
 inline bool isWholeArchive(const std::string& directory) {
   const std::string stem(path::lastPathComponent(directory));
   const auto items = std::filesystem::recursive_directory_iterator(directory);
@@ -58,7 +58,7 @@ inline bool isWholeArchive(const std::string& directory) {
          holdsBytesNamed(directory + "/index.html", stem);
 }
 
-/// True if every file that the resource uses is whole.
+/// True if every file that the resource uses is complete.
 inline bool isWhole(const KivResource& resource) {
   for (const std::string& file : resource.useFilePaths()) {
     const std::string_view name = path::lastPathComponent(file);

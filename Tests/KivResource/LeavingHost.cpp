@@ -1,5 +1,5 @@
-// A host that loads one resource, and leaves when its standard input ends, in the middle of the
-// download of another. Run by KivResourceManagerEndToEndTest.
+// A host that loads one resource and exits at the end of its standard input, during the download of
+// another one. Run by KivResourceManagerEndToEndTest.
 //
 //     LeavingHost return|exit|serial root server
 

@@ -1,4 +1,4 @@
-// Nothing, handed to a setter or an operation of the framework, does no harm.
+// Null arguments to setters and operations of the framework do no harm.
 
 #include <functional>
 #include <utility>

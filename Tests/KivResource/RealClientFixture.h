@@ -8,18 +8,18 @@
 
 namespace kiv::test {
 
-/// A test with a manager whose client is its own, and a server on the loopback interface.
+/// A test with a manager that uses its real client, and a server on the loopback interface.
 class RealClientFixture : public ManagerFixture {
  protected:
   RealClientFixture() { useServer(server.url()); }
 
-  /// A new manager with its own client, as after a restart of the host.
+  /// Creates a new manager with its real client, as after a restart of the host.
   void restart() {
     ManagerFixture::restart();
     manager->setLoader(std::make_shared<KivResourceRESTModule>());
   }
 
-  /// The same with that URL as the main server's.
+  /// Sets the main server's URL and restarts.
   void useServer(const std::string& url) {
     KivAppConfiguration::sharedInstance()->setMainACSDomain(url);
     restart();
@@ -29,7 +29,7 @@ class RealClientFixture : public ManagerFixture {
     return waitUntil([&] { return observer->count("finished") >= count; });
   }
 
-  /// An update, from its beginning to its end.
+  /// Runs an update pass to completion.
   void update(std::initializer_list<Dictionary> items) {
     observer->clear();
     beginUpdate(items);

@@ -1,12 +1,12 @@
-// A host that performs the steps on its command line, one after the other, and writes what its
-// observer hears to a pipe, a line at a time and before it goes on: whoever kills it knows from the
-// pipe what it had heard. Run by the tests that kill it and by those that run two of them.
+// A host that performs the steps on its command line in order. It writes each callback of its
+// observer as a line to a pipe before it continues, so a test that kills it can read which
+// callbacks it had received. Run by the tests that kill a host or run several.
 //
 //     ReportingHost DESCRIPTOR ROOT SERVER [load:FILE | update:FILE | clean]...
 //
-// FILE holds a configuration; "clean" removes orphans. The lines: "restored ID VERSION" for each
-// resource that the saved list brings, "step NUMBER" before each step, "loaded ID VERSION", "failed
-// ID", "finished" after each pass.
+// FILE contains a configuration; "clean" removes orphans. The lines are: "restored ID VERSION" for
+// each resource of the saved list, "step NUMBER" before each step, "loaded ID VERSION", "failed
+// ID", and "finished" after each pass.
 
 #include <cstdlib>
 #include <memory>
@@ -24,7 +24,8 @@ namespace {
 
 int pipeEnd = -1;
 
-/// A line is shorter than what a pipe takes in one piece. Who reads no more has killed us.
+/// A line is shorter than PIPE_BUF, so the write is atomic. The reader closes its end only after it
+/// has killed this process.
 void report(std::string line) {
   line += '\n';
   if (::write(pipeEnd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) {
@@ -92,13 +93,13 @@ class Host final : public KivResourceManagerObserver, public std::enable_shared_
 int main(int count, char** arguments) {
   if (count < 4) return 2;
   pipeEnd = std::atoi(arguments[1]);
-  kiv::SystemLog::setHandler([](std::string_view) {});  // thousands of lines, over all rounds
+  kiv::SystemLog::setHandler([](std::string_view) {});  // would print thousands of lines
   KivStorageService::setRootPath(arguments[2]);
   KivAppConfiguration::sharedInstance()->setMainACSDomain(arguments[3]);
   const auto host =
       std::make_shared<Host>(std::vector<std::string>(arguments + 4, arguments + count));
   kiv::DispatchQueue::main()->async([host] { host->start(); });
   kiv::DispatchQueue::main()->run();
-  KivStorageService::setRootPath("");  // leaves the root as a host does that ends in order
+  KivStorageService::setRootPath("");  // releases the root as on a regular exit
   return 0;
 }

@@ -24,28 +24,28 @@ namespace kiv::test {
 /// The version of each resource, by identifier.
 using Versions = std::map<std::string, std::uint64_t>;
 
-/// One pass of a host.
+/// A pass of a host.
 struct Pass {
   bool isUpdate = false;
-  Versions versions;  ///< what its configuration names
+  Versions versions;  ///< the resources in its configuration
 };
 
-/// A test whose passes run in processes of their own, against a server whose files can be told to
-/// be whole by their names. The test's own manager looks at what they leave.
+/// A test whose passes run in separate processes, with a server of files from KnownFiles.h. The
+/// manager of the test itself inspects the root afterwards.
 class ReportingHostFixture : public ManagerFixture {
  protected:
   ReportingHostFixture() { leaveRoot(); }
 
   static void leaveRoot() { KivStorageService::setRootPath(""); }
 
-  /// As the next start of a host finds the root.
+  /// Starts a manager on the root, as the next start of a host would.
   void lookAtRoot() {
     leaveRoot();
     KivStorageService::setRootPath(root());
     restart();
   }
 
-  /// "ad-..." is a banner, "film-..." a video whose icon all its versions share, "page-..." and
+  /// "ad-..." is a banner, "film-..." a video whose versions share one icon, "page-..." and
   /// "large-..." an archive, and anything else a page of one file.
   static Dictionary item(const std::string& identifier, std::uint64_t version) {
     const std::string name = identifier + "-" + std::to_string(version);
@@ -57,7 +57,7 @@ class ReportingHostFixture : public ManagerFixture {
     return page(identifier, version, name + (isArchive ? ".zip" : ".html"));
   }
 
-  /// The names of the files that the resource needs, as its links have them.
+  /// The last components of the links of the resource.
   static std::vector<std::string> namesOf(const std::string& identifier, std::uint64_t version) {
     std::vector<std::string> names;
     const Dictionary dictionary = item(identifier, version);
@@ -67,8 +67,8 @@ class ReportingHostFixture : public ManagerFixture {
     return names;
   }
 
-  /// Has the server hold the files of all resources of the pass, writes its configuration to a
-  /// file, and answers the host's step.
+  /// Adds the files of all resources of the pass to the server, writes its configuration to a file,
+  /// and returns the host's step.
   std::string stepFor(const Pass& pass) {
     Array items;
     for (const auto& [identifier, version] : pass.versions) {
@@ -84,7 +84,7 @@ class ReportingHostFixture : public ManagerFixture {
     return kind + configurations_.write(std::to_string(++configurationCount_), bytes->view());
   }
 
-  /// Runs the steps in a host that nobody disturbs.
+  /// Runs the steps in a host that is not killed.
   void runHost(const std::vector<std::string>& steps) {
     ReportingHostProcess host(root(), server.url(), steps);
     ASSERT_TRUE(host.hasStarted());
@@ -102,7 +102,7 @@ class ReportingHostFixture : public ManagerFixture {
     return versions;
   }
 
-  /// True if a host finds the file by its name.
+  /// True if a host would find the stored file by its name.
   [[nodiscard]] bool isStored(const std::string& name) const {
     if (!name.ends_with(".zip")) return exists(stored(name));
     return exists(stored(std::string(path::deletingPathExtension(name)) + "/index.html"));
@@ -117,9 +117,9 @@ class ReportingHostFixture : public ManagerFixture {
     return names;
   }
 
-  /// The list is JSON, or was never saved; every resource of it that is loaded has whole files;
-  /// whatever else lies there is whole too, and nothing is left of what was not completed, nor of
-  /// what was being removed.
+  /// Expects a consistent root: the saved list, if there is one, is valid JSON; all files of loaded
+  /// resources and all other stored files are complete; no temporary files are left of interrupted
+  /// saves and removals.
   void expectSoundRoot() const {
     if (exists(listPath())) {
       EXPECT_TRUE(JSON::read(Data(read(listPath())))) << "the list does not parse";
@@ -149,8 +149,8 @@ class ReportingHostFixture : public ManagerFixture {
     return versions;
   }
 
-  /// Has this called on a thread of the server for each request, before it is answered. Once it
-  /// returns, the former one is called no more; a request of a dead host may still come.
+  /// `handler` is called on a thread of the server for each request before it is answered. The
+  /// previous handler is not called after this returns. Requests of a killed host may still arrive.
   void setRequestHandler(std::function<void()> handler) {
     const std::lock_guard guard(handlerMutex_);
     requestHandler_ = std::move(handler);
@@ -174,7 +174,7 @@ class ReportingHostFixture : public ManagerFixture {
   std::function<void()> requestHandler_ = [] {};
 
  protected:
-  LoopbackServer server;  // joins its threads before what they use goes
+  LoopbackServer server;  // its destructor joins the threads that use the members above
 
  private:
   TemporaryDirectory configurations_;

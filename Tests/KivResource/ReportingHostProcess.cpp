@@ -13,7 +13,7 @@ ReportingHostProcess::ReportingHostProcess(const std::string& root, const std::s
                                            const std::vector<std::string>& steps,
                                            const std::vector<std::string>& wrapper) {
   int ends[2];
-  // Closed on exec, so that no other child keeps the pipe open when this one is dead.
+  // Close-on-exec, so that no other child keeps the pipe open after this one has died.
   if (pipe2(ends, O_CLOEXEC) != 0) return;
   output_ = ends[0];
   std::vector<std::string> words = wrapper;

@@ -9,11 +9,11 @@ namespace kiv::test {
 
 class ChildProcess;
 
-/// A running ReportingHost (see there), and what it reports. Killed, where it still runs, when this
-/// goes.
+/// A running ReportingHost (see ReportingHost.cpp) and its reports. The destructor kills it if it
+/// still runs.
 class ReportingHostProcess {
  public:
-  /// `wrapper` is the beginning of a command line that runs the rest of it, if any.
+  /// `wrapper`, if not empty, is a command that runs the command line appended to it.
   ReportingHostProcess(const std::string& root, const std::string& server,
                        const std::vector<std::string>& steps,
                        const std::vector<std::string>& wrapper = {});
@@ -22,11 +22,11 @@ class ReportingHostProcess {
   ReportingHostProcess& operator=(const ReportingHostProcess&) = delete;
 
   [[nodiscard]] bool hasStarted() const;
-  /// Its next line, without the end; nothing when it has ended and everything was read.
+  /// The next line without its newline; nullopt when the process has ended and all lines were read.
   std::optional<std::string> readLine();
   /// May be called on any thread until waitForExit().
   void kill() const;
-  /// After its last line: its exit code, or nothing if it was killed.
+  /// Call it after the last line. Returns the exit code, or nullopt if the process was killed.
   std::optional<int> waitForExit();
 
  private:

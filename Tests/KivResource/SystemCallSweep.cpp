@@ -1,7 +1,7 @@
-// A host under strace, in which each system call of a pass fails in turn, or kills it: what lies on
-// the disk then is sound, nothing that was loaded is lost, nor, after a kill, what was heard of,
-// and the next run completes the pass. A program of its own, which takes minutes: script/sweep runs
-// it.
+// Runs a host under strace, which makes each system call of a pass fail in turn or kills the host
+// at it. Afterwards the root must be consistent, no loaded resource may be lost, nor, after a kill,
+// any announced one, and the next run must complete the pass. A separate program because it takes
+// minutes: script/sweep runs it.
 
 #include <algorithm>
 #include <fstream>
@@ -14,7 +14,7 @@
 namespace kiv::test {
 namespace {
 
-/// The calls that reach the disk, and what may become of them.
+/// The system calls that access the disk, and the faults to inject.
 constexpr const char* calls[] = {"openat",    "read",       "write",     "pwrite64", "fsync",
                                  "syncfs",    "rename",     "renameat2", "unlink",   "unlinkat",
                                  "mkdir",     "mkdirat",    "rmdir",     "link",     "flock",
@@ -24,7 +24,7 @@ constexpr const char* fates[] = {"error=ENOSPC", "error=EIO", "signal=SIGKILL"};
 class SystemCallSweep : public ReportingHostFixture,
                         public testing::WithParamInterface<std::tuple<const char*, const char*>> {
  protected:
-  /// A pass that replaces, drops, keeps and adds, on a root that holds what it begins with.
+  /// Runs the pass on a copy of the prepared root, with the fault at call `number`.
   void performWith(int number) {
     leaveRoot();
     std::filesystem::remove_all(root());
@@ -33,7 +33,7 @@ class SystemCallSweep : public ReportingHostFixture,
     const auto& [call, fate] = GetParam();
     const std::string injection =
         std::string("inject=") + call + ":" + fate + ":when=" + std::to_string(number);
-    // Where a thread cannot go on, nobody ends the host but the timeout.
+    // If a fault blocks a thread forever, only `timeout` ends the host.
     ReportingHostProcess host(root(), server.url(), {stepFor(after_)},
                               {"strace", "-f", "-qq", "-o", trace(), "-e", injection, "-e",
                                std::string("trace=") + call, "timeout", "-s", "KILL", "20"});
@@ -58,7 +58,7 @@ class SystemCallSweep : public ReportingHostFixture,
       ASSERT_TRUE(found != loaded.end()) << identifier << " is lost";
       EXPECT_TRUE(found->second == version || found->second == next->second) << identifier;
     }
-    // Observers hear of what is loaded also if the list could not be saved.
+    // Only after a kill: if the list cannot be saved, resources are announced nevertheless.
     for (const auto& [identifier, version] : kills() ? heard_ : Versions())
       EXPECT_TRUE(loaded.contains(identifier) && loaded.at(identifier) == version) << identifier;
     const auto stored = storedOf(after_.versions);
@@ -75,7 +75,7 @@ class SystemCallSweep : public ReportingHostFixture,
 
   static bool kills() { return std::string(std::get<1>(GetParam())).starts_with("signal"); }
 
-  /// True if some thread came that far.
+  /// True if a thread reached the call, so that the fault was injected.
   [[nodiscard]] bool wasReached() const {
     const std::string text = read(trace());
     return text.find(kills() ? "killed by SIGKILL" : "(INJECTED)") != std::string::npos;

@@ -12,7 +12,7 @@
 
 namespace kiv::test {
 
-/// One pass to be performed again and again on a root that holds the same each time.
+/// A pass that is repeated on a root with the same contents each time.
 struct WholePass {
   friend void PrintTo(const WholePass& pass, std::ostream* stream) { *stream << pass.title; }
 
@@ -22,10 +22,10 @@ struct WholePass {
   std::vector<Dictionary> after;   ///< its configuration
 };
 
-/// A test that performs whole passes with known files, each as a process of its own would.
+/// A test that performs whole passes with known files, each as in a new process.
 class WholePassFixture : public ManagerFixture, public testing::WithParamInterface<WholePass> {
  public:
-  /// A load, an update that replaces, drops and shares, and archives that take each other's place.
+  /// A load, an update that replaces, drops and shares files, and archives that replace each other.
   static std::vector<WholePass> passes() {
     return {
         {"Load",
@@ -50,7 +50,7 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
  protected:
   using Versions = std::map<std::string, std::uint64_t>;
 
-  /// The root as the pass finds it, and a process that has just started on it.
+  /// Prepares the root for the pass and starts a new process on it.
   void begin() {
     leaveRoot();
     std::filesystem::remove_all(root());
@@ -60,7 +60,7 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
     startProcess();
   }
 
-  /// A process ends, however it did, and another one starts on the same root.
+  /// Ends the current process and starts another one on the same root.
   void startProcess() {
     leaveRoot();
     KivStorageService::setRootPath(root());
@@ -69,7 +69,7 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
 
   static void leaveRoot() { KivStorageService::setRootPath(""); }
 
-  /// The pass; its downloads all succeed. Answers what the observers heard.
+  /// Runs the pass; all downloads succeed. Returns the events.
   std::vector<std::string> perform(const std::vector<Dictionary>& items, bool isUpdate) {
     Array array;
     for (const auto& item : items)
@@ -108,8 +108,8 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
       EXPECT_TRUE(isWhole(*resource)) << resource->resourceID();
   }
 
-  /// What was loaded before the pass is loaded, in its old version or in the pass's. What the pass
-  /// drops may be gone.
+  /// Expects that every resource that was loaded before the pass is loaded, in the old or the new
+  /// version. Those that the pass drops may be absent.
   void expectNothingLost() const {
     const auto loaded = loadedVersions();
     const auto next = versionsOf(GetParam().after);
@@ -129,8 +129,8 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
     EXPECT_TRUE(!exists(directory) || std::filesystem::is_empty(directory));
   }
 
-  /// Performs the pass once more, where nothing fails: it completes, and fetches nothing that is
-  /// stored already.
+  /// Repeats the pass without faults; expects that it completes and fetches no file that is already
+  /// stored.
   void expectTheNextPassCompletes() {
     std::set<std::string> storedBefore;
     for (const auto& item : GetParam().after) {
