@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Leaves the process's configuration as it found it.
+/// Restores the configuration of the process after the test.
 class KivAppConfigurationTest : public testing::Test {
  protected:
   void TearDown() override {

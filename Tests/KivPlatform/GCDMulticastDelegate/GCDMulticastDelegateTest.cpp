@@ -23,7 +23,8 @@ class Listener {
 
 using Multicast = GCDMulticastDelegate<Listener>;
 
-/// Notes the words in one list that several may share, and then does what the test asks.
+/// Records the words in a list that several recorders may share, then runs the action that the test
+/// has set, once.
 class Recorder : public Listener {
  public:
   explicit Recorder(std::string name, std::vector<std::string>& list)
@@ -58,7 +59,7 @@ class GCDMulticastDelegateTest : public testing::Test {
   void add(const std::shared_ptr<Listener>& listener) {
     multicast_.addDelegate_delegateQueue(listener, main_);
   }
-  /// A recorder that listens.
+  /// A registered recorder.
   std::shared_ptr<Recorder> added(const std::string& name) {
     auto listener = recorder(name);
     add(listener);
@@ -67,7 +68,7 @@ class GCDMulticastDelegateTest : public testing::Test {
   void send(const std::string& word) {
     multicast_.send([word](Listener& listener) { listener.heard(word); });
   }
-  /// Runs everything on the main queue and answers what was heard.
+  /// Drains the main queue and returns the recorded words.
   std::vector<std::string> drain() {
     while (main_->drain() != 0) {
     }
@@ -176,7 +177,7 @@ TEST_F(GCDMulticastDelegateTest, HoldsItsObserversWeakly) {
 }
 
 TEST_F(GCDMulticastDelegateTest, AnObserverInThePlaceOfOneThatHasGoneIsNotMistakenForIt) {
-  // Not make_shared: the memory of the first is free for the second at once.
+  // Not make_shared: a weak reference would keep the memory of the first one allocated.
   alignas(Recorder) unsigned char place[sizeof(Recorder)];
   const auto placed = [&](const char* name) {
     return std::shared_ptr<Recorder>(new (place) Recorder(name, heard_),
@@ -228,7 +229,7 @@ TEST_F(GCDMulticastDelegateTest, AnObserverMayDieDuringItsOwnCallback) {
   const std::weak_ptr<Recorder> watched = a;
   a->onNext([&] {
     a.reset();
-    EXPECT_FALSE(watched.expired());  // alive until its callback has returned
+    EXPECT_FALSE(watched.expired());  // kept alive until its callback has returned
   });
   send("1");
   send("2");
@@ -296,8 +297,8 @@ TEST_F(GCDMulticastDelegateTest, AWakeUpHandlerMayUseTheMulticaster) {
   EXPECT_EQ(drain(), Words());
 }
 
-// The last holder of a queue may be a registration. Its jobs then run while it goes, and may come
-// back to the multicaster.
+// A registration may own the last reference to a queue. Removing it then waits for the jobs of the
+// queue, which may call the multicaster.
 TEST_F(GCDMulticastDelegateTest, AQueueThatGoesWithItsRegistrationMayStillUseTheMulticaster) {
   const auto a = recorder("a");
   const auto b = recorder("b");
@@ -342,7 +343,7 @@ TEST_F(GCDMulticastDelegateTest, ObserversComeAndGoOnManyThreadsWhileCallbacksAr
 TEST_F(GCDMulticastDelegateTest, AfterItsRemovalOnItsOwnQueueAnObserverHearsNothing) {
   struct Strict : Listener {
     void heard(const std::string&) override { EXPECT_FALSE(removed); }
-    bool removed = false;  // touched on the queue only
+    bool removed = false;  // accessed only on the queue
   };
   const auto queue = DispatchQueue::serial("strict");
   for (int round = 0; round < 100; ++round) {

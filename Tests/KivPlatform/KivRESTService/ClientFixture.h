@@ -14,18 +14,19 @@
 
 namespace kiv::test {
 
-/// A test with a client, a server and a mirror. The client is made with the settings as they are
-/// when it is first asked for.
+/// A test with a client, a server and a mirror. The first call of client() creates the client with
+/// the current settings.
 class ClientFixture : public testing::Test {
  protected:
   [[nodiscard]] KivRESTService& client() {
     if (!client_) client_ = std::make_unique<KivRESTService>(settings_);
     return *client_;
   }
-  /// Destroys the client, as the end of its process does; who asks for one gets another.
+  /// Destroys the client as at the end of its process. The next call of client() creates another
+  /// one.
   void endClient() { client_.reset(); }
 
-  /// Has the client keep large bodies on disk.
+  /// Makes the client keep large bodies on disk.
   void spool() {
     settings_.spoolDirectory = directory_.path("spool");
     settings_.largestBodyInMemory = 1000;
@@ -38,7 +39,7 @@ class ClientFixture : public testing::Test {
     return {server_.url(path), mirror_.url(path)};
   }
 
-  /// A task for these, which has ended.
+  /// Runs a task for these URLs to completion.
   [[nodiscard]] Load loaded(const std::vector<std::string>& urls) {
     Load load(client(), urls);
     EXPECT_TRUE(load.waitForEnd());

@@ -1,6 +1,6 @@
-// Starts downloads with a client that nobody destroys, and ends the process when its standard input
-// ends, in the middle of them. Looks whether the transfer thread has gone when the libraries that
-// were there first are taken down. Run by KivRESTServiceExitTest.
+// Starts downloads with a client that is never destroyed, and exits during them when its standard
+// input ends. Checks in the last exit handler that the transfer thread has ended: libraries that
+// were loaded first are destroyed at that point. Run by KivRESTServiceExitTest.
 //
 //     ExitDuringDownload return|exit|queue|drain authorities spool url[,mirror]...
 
@@ -29,7 +29,7 @@ bool transferThreadRuns() {
   return false;
 }
 
-/// Runs at the end of the process. A thread that has been joined may be seen for a moment more.
+/// Runs at exit. A joined thread may stay in /proc for a moment.
 void expectNoTransferThread() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   while (transferThreadRuns()) {
@@ -63,7 +63,7 @@ void waitForEndOfInput() {
 int leave(std::string_view way) {
   if (way == "exit") std::exit(0);
   if (way == "queue") {
-    // The main thread waits while the process is ended under it.
+    // Another thread calls exit() while the main thread waits.
     const auto queue = kiv::DispatchQueue::serial("leaving");
     queue->async([] { std::exit(0); });
     kiv::DispatchQueue::main()->run();
@@ -76,7 +76,7 @@ int leave(std::string_view way) {
 
 int main(int count, char** arguments) {
   if (count < 5) return 2;
-  // Registered before everything that the client registers, and so called after it.
+  // Registered before all exit handlers of the client, so it runs after them.
   std::atexit(&expectNoTransferThread);
   kiv::TransferSettings settings;
   settings.certificateAuthoritiesPath = arguments[2];

@@ -1,12 +1,12 @@
-// Fetches a file, takes its own descriptors away, and ends the process while the transfer thread
-// has nothing to do: what would wake that thread up is not there. Killed by an alarm where it does
-// not end. Run by KivRESTServiceExitTest.
+// Fetches a file, closes its own descriptors and exits while the transfer thread is idle, so that
+// the pipe that wakes the thread is missing. An alarm kills the process if it hangs. Run by
+// KivRESTServiceExitTest.
 //
 //     ExitWithoutDescriptors few|closed|taken|running exit|destroy url
 //
-// few: there are none from the start. closed: closed after the download. taken: closed, and sockets
-// opened under their numbers, to which nobody else may write. running: closed in the middle of a
-// download.
+// few: no descriptors are available from the start. closed: closed after the download. taken:
+// closed, and sockets opened with their numbers, to which the framework must not write. running:
+// closed during a download.
 
 #include <chrono>
 #include <cstdlib>
@@ -23,10 +23,10 @@
 
 namespace {
 
-constexpr int firstOther = 3;  // after the standard ones
+constexpr int firstOther = 3;  // after the standard streams
 constexpr int behindLast = 64;
 
-/// No descriptor can be opened any more.
+/// Makes every further attempt to open a descriptor fail.
 void useUpDescriptors() {
   const rlimit limit{firstOther, firstOther};
   setrlimit(RLIMIT_NOFILE, &limit);
@@ -43,7 +43,7 @@ void takeDescriptors() {
   }
 }
 
-/// Runs at the end of the process.
+/// Runs at exit.
 void expectNothingInSockets() {
   for (int descriptor = firstOther; descriptor < behindLast; ++descriptor) {
     char byte = 0;
@@ -69,7 +69,7 @@ int main(int count, char** arguments) {
   const std::string_view way = arguments[1];
   const std::string_view order = arguments[2];
   alarm(20);
-  // Registered before everything that the client registers, and so called after it.
+  // Registered before all exit handlers of the client, so it runs after them.
   if (way == "taken") std::atexit(&expectNothingInSockets);
   kiv::TransferSettings settings;
   settings.idleTime = std::chrono::hours(1);
@@ -80,7 +80,7 @@ int main(int count, char** arguments) {
   if (way == "few") useUpDescriptors();
   load(client, arguments[3], way != "running");
   if (way == "running") {
-    // Until the test has seen the request.
+    // Wait until the test has seen the request.
     char byte = 0;
     while (read(STDIN_FILENO, &byte, 1) > 0) {
     }

@@ -1,7 +1,7 @@
-// Fetches files again and again, while the first, the second, the third ... allocation on a thread
-// of the framework fails, until a round needs no more of them. Each file must come, or its task end
-// with the error of resources that have run out. And jobs that are added together are all added, or
-// none of them. Run by KivRESTServiceMemoryTest.
+// Fetches files in rounds. In round n the nth allocation on a thread of the framework fails, until
+// a round completes with fewer allocations. Each file must arrive or its task must fail with the
+// error for exhausted resources. Also checks that jobs that are added together are added all or not
+// at all. Run by KivRESTServiceMemoryTest.
 //
 //     FailingAllocations spool url...
 
@@ -23,7 +23,7 @@ namespace {
 
 using kiv::test::allocationsLeft;
 
-/// How a round came out.
+/// The result of a round.
 struct Round {
   int completions = 0;
   int failures = 0;
@@ -59,7 +59,7 @@ kiv::TransferSettings settingsWith(const std::string& spool) {
   return settings;
 }
 
-/// True if every round came out right; the number of rounds in which a task failed is printed.
+/// True if every round succeeded. Prints the number of rounds in which a task failed.
 bool failEachInTurn(const std::string& spool, const std::vector<std::string>& urls) {
   int failed = 0;
   for (long count = 0; count < 100'000; ++count) {
@@ -82,7 +82,7 @@ bool failEachInTurn(const std::string& spool, const std::vector<std::string>& ur
   return false;
 }
 
-/// True if jobs that are added together are all on the queue or, where that failed, none.
+/// True if adding several jobs adds all of them or, if it fails, none.
 bool addAllOrNone() {
   constexpr int jobs = 100;
   bool hasFailed = false;

@@ -1,4 +1,4 @@
-// The limit of the bandwidth holds for a client, however many transfers its bytes come with.
+// The bandwidth limit applies to a client as a whole, however many transfers it runs.
 
 #include <chrono>
 #include <cstddef>
@@ -16,7 +16,7 @@ using Clock = std::chrono::steady_clock;
 
 class KivRESTServiceBandwidthTest : public ClientFixture {
  protected:
-  /// The seconds that it takes to load that many files, at least one.
+  /// Loads `count` files, at least one, and returns the seconds it took.
   double secondsFor(const std::string& path, std::size_t count) {
     KivRESTService client(settings_);
     const auto start = Clock::now();
@@ -32,7 +32,8 @@ class KivRESTServiceBandwidthTest : public ClientFixture {
   std::int64_t lastStatus_ = 0;
 };
 
-// A slow machine takes longer, never less: the bounds leave out what may come at one time.
+// A slow machine only takes longer, so the tests check lower bounds. These allow for the initial
+// burst.
 
 TEST_F(KivRESTServiceBandwidthTest, ManySmallFilesTogetherKeepToIt) {
   server_.serve("/a", Response::ok(std::string(5'000, 'x')));

@@ -28,8 +28,8 @@ class KivRESTServiceCancel : public ClientFixture {
     server_.serve("/slow", Response::nothing().stallAt(0));
   }
 
-  /// Loads one file, which ends after everything that was on the client's queue before, and sees
-  /// that none of these has been completed.
+  /// Loads another file, whose completion runs after all earlier jobs of the client's queue, and
+  /// expects that none of `loads` has been completed.
   void expectNoCompletion(const std::vector<Load>& loads) {
     ASSERT_EQ(loaded().body(), "x");
     for (const auto& load : loads)
@@ -77,7 +77,7 @@ TEST_F(KivRESTServiceCancel, TasksThatWereJustQueuedAreCancelled) {
 
 TEST_F(KivRESTServiceCancel, ATaskWhoseCompletionIsOnItsWayIsNotCompleted) {
   const Load load(client(), url());
-  // Its completion comes to the main queue, which nobody drains.
+  // Wait until its completion is on the main queue, which is not drained.
   const auto posted = std::make_shared<std::counting_semaphore<>>(0);
   DispatchQueue::main()->setWakeUpHandler([posted] { posted->release(); });
   posted->acquire();
@@ -150,7 +150,7 @@ TEST_F(KivRESTServiceCancel, HandlersMayDestroyTheClientWhenTheyAreLetGoOf) {
 }
 
 TEST_F(KivRESTServiceCancel, LeavesNoThreadAndNoDescriptorBehind) {
-  { KivRESTService().queue(Load::makeTask({url()})); }  // what the libraries keep
+  { KivRESTService().queue(Load::makeTask({url()})); }  // for resources that the libraries keep
   ASSERT_TRUE(server_.waitForNoConnection());
   const auto threads = entriesOf("/proc/self/task");
   const auto descriptors = entriesOf("/proc/self/fd");

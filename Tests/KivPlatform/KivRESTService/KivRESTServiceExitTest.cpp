@@ -44,8 +44,8 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfDownloadsIsClean) {
 TEST_P(KivRESTServiceExit, InTheMiddleOfASecureDownloadIsClean) {
   NginxServer server("limit_rate 50k;");
   server.addFile("file", std::string(5'000'000, 'x'));
-  // Asked when the secure server has answered that it has no such file: the secure connections
-  // stand by then.
+  // The mirror, which receives a request after the secure server has responded with 404. By then
+  // the TLS connections are established.
   LoopbackServer signal;
   signal.serve("/a", Response::nothing().stallAt(0));
   ChildProcess child(EXIT_DURING_DOWNLOAD,
@@ -57,7 +57,7 @@ TEST_P(KivRESTServiceExit, InTheMiddleOfASecureDownloadIsClean) {
   EXPECT_EQ(child.waitForExit(), 0);
 }
 
-/// What wakes a transfer thread up may be missing, or taken away by the host.
+/// The pipe that wakes a transfer thread may be missing or closed by the host.
 class ExitWithoutDescriptors : public testing::TestWithParam<std::tuple<const char*, const char*>> {
 };
 
@@ -69,7 +69,7 @@ TEST_P(ExitWithoutDescriptors, DoesNotWaitForTheTransferThreadToLook) {
   const bool isRunning = std::string_view(way) == "running";
   ChildProcess child(EXIT_WITHOUT_DESCRIPTORS,
                      {way, order, server.url(isRunning ? "/silent" : "/a")},
-                     // That descriptors are closed under a thread's hands is what is tried here.
+                     // The test deliberately closes descriptors that a thread uses.
                      {"TSAN_OPTIONS=report_bugs=0", "ASAN_OPTIONS=detect_leaks=0"});
   ASSERT_TRUE(child.hasStarted());
   ASSERT_TRUE(!isRunning || server.waitForRequests(1));
@@ -91,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(All, ExitWithoutDescriptors,
                                   std::get<1>(testCase.param);
                          });
 
-/// What a process leaves of a body that it was fetching, the next one goes on with.
+/// The next process resumes a body that an earlier one fetched partly.
 class PartOfADeadProcess : public ClientFixture, public testing::WithParamInterface<const char*> {
  protected:
   PartOfADeadProcess() { spool(); }

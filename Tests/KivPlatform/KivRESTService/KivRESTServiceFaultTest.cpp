@@ -10,13 +10,13 @@ namespace {
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-/// What a task ends with: a body, a status, or an error.
+/// The result of a task: a body, a status or an error.
 struct Outcome {
   std::string body;
   int status = 200;
   Code error = {};
 
-  /// True if the client is to ask the server again, which then does the same.
+  /// True if the client must retry; the server then does the same again.
   [[nodiscard]] bool isRetryable() const {
     return error == Code::connectionLost || error == Code::timedOut || status == 500;
   }

@@ -10,12 +10,12 @@ namespace {
 
 using namespace kiv::test;
 
-// Not under AddressSanitizer or ThreadSanitizer, whose allocators do not take their locks before a
-// fork: a child whose parent has threads that allocate may wait for them for ever. ThreadSanitizer
-// also ends a child in which a new thread gets the stack of a thread of the parent.
+// Not with AddressSanitizer or ThreadSanitizer. Their allocators do not take their locks before a
+// fork, so a child may deadlock if other threads of the parent allocate. ThreadSanitizer also
+// aborts a child in which a new thread gets the stack of a thread of the parent.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-/// A host may fork while a client works; its threads are not in the child.
+/// A host may fork while a client works; the child has none of its threads.
 class KivRESTServiceFork : public testing::TestWithParam<std::tuple<const char*, const char*>> {};
 
 TEST_P(KivRESTServiceFork, EndsTheTasksOfAChildWithAnError) {

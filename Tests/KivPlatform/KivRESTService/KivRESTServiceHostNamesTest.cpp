@@ -1,4 +1,5 @@
-// Host names that cannot be resolved: the mirror is asked, and nothing that comes after suffers.
+// Host names that cannot be resolved: the client uses the mirror, and later requests are not
+// affected.
 
 #include <string>
 #include <vector>
@@ -25,13 +26,13 @@ class KivRESTServiceHostNames : public ClientFixture, public testing::WithParamI
   KivRESTServiceHostNames() {
     server_.serve("/a", Response::ok("of the main server"));
     mirror_.serve("/a", Response::ok("of the mirror"));
-    // Only if the name server is silent does the time-out come.
+    // Only a silent name server leads to a time-out.
     if (GetParam().answer == Answer::silence) {
       settings_.connectTimeout = std::chrono::milliseconds(200);
     }
   }
 
-  /// A file on the server with the faked name.
+  /// The URL of a file on the server with the faked name.
   [[nodiscard]] std::string named() const { return name_.in(server_.url("/a")); }
 
   FakeHostName name_{GetParam().answer};

@@ -16,15 +16,15 @@ namespace {
 
 using namespace kiv::test;
 
-/// The host's wake-up handler of the main queue may wait for a thread that uses the client: no lock
-/// of the framework is held while it runs.
+/// The wake-up handler of the main queue may wait for a thread that uses the client: the framework
+/// holds no lock while it runs.
 TEST(KivRESTServiceLocks, AWakeUpHandlerMayWaitForAThreadThatUsesTheClient) {
   LoopbackServer server;
   server.serve("/a", Response::ok(std::string(1000, 'x')));
   auto client = std::make_unique<KivRESTService>();
   std::atomic<int> blocked = 0;
   std::atomic<int> calls = 0;
-  // Calls that wait in vain are kept until they end.
+  // If the test fails, the blocked calls are kept until they return.
   std::vector<std::future<void>> others;
   std::mutex mutex;
   kiv::DispatchQueue::main()->setWakeUpHandler([&] {

@@ -19,7 +19,7 @@ TEST(KivRESTServiceMemory, AnyAllocationThatFailsOnAThreadOfTheClientEndsTasksWi
   ChildProcess child(
       FAILING_ALLOCATIONS,
       {directory.path("spool"), server.url("/small"), server.url("/large"), server.url("/moved")},
-      // The program's own operator new counts, and frees by free().
+      // The program replaces operator new by one that uses malloc().
       {"ASAN_OPTIONS=detect_leaks=0:alloc_dealloc_mismatch=0"});
   ASSERT_TRUE(child.hasStarted());
   EXPECT_EQ(child.waitForExit(), 0);

@@ -1,4 +1,4 @@
-// What a host can see of the transfers: progress while they run, metrics when they have ended.
+// Progress of running transfers and metrics of completed ones.
 
 #include <string>
 #include <vector>
@@ -15,7 +15,7 @@ using Code = KivRESTServiceErrorCode;
 
 class KivRESTServiceMetricsTest : public ClientFixture {
  protected:
-  /// Drains the main queue until a report fulfils the condition.
+  /// Drains the main queue until a progress report meets the condition.
   bool waitForReport(const std::function<bool(const KivRESTServiceProgress&)>& condition) {
     return waitUntil([&] { return !reports_.empty() && condition(reports_.back()); });
   }
@@ -81,7 +81,7 @@ TEST_F(KivRESTServiceMetricsTest, ABodyThatEndsWithTheConnectionIsNoted) {
   EXPECT_FALSE(with.task()->metrics().endedWithConnection);
 }
 
-/// Bodies over HTTP/1.1 with neither length nor chunks.
+/// HTTP/1.1 bodies with neither Content-Length nor chunked coding.
 class BodiesWithoutLength : public KivRESTServiceMetricsTest {
  protected:
   static Response withoutLength() { return Response::ok("12345").withoutLength(); }

@@ -19,11 +19,11 @@ class KivRESTServiceNginx : public ClientFixture {
     settings_.certificateAuthoritiesPath = server.certificatePath();
   }
 
-  /// Loads the URL, whose certificate is refused for that reason.
+  /// Loads the URL and expects that its certificate is rejected for that reason.
   void expectRefused(const std::string& url, const std::string& why) {
     expectRefused(url, url, why);
   }
-  /// The same where the URL leads to another, which the message names.
+  /// The same if the URL redirects to another one, which the message names.
   void expectRefused(const std::string& url, const std::string& named, const std::string& why) {
     const Load load = loaded(url);
     EXPECT_EQ(load.errorCode(), codeOf(Code::secureConnectionFailed)) << load.message();
@@ -32,7 +32,7 @@ class KivRESTServiceNginx : public ClientFixture {
   }
 };
 
-/// A URL that leads to this machine too, under a name for which the certificate does not speak.
+/// The URL with a host that also reaches this machine but is not in the certificate.
 std::string underAnotherName(std::string url) {
   return url.replace(url.find("127.0.0.1"), 9, "0.0.0.0");
 }
@@ -195,8 +195,8 @@ TEST_F(KivRESTServiceNginx, TheCertificateOfAProxyIsNotTakenForTheServers) {
                 "the certificate of the proxy is signed by itself, and not trusted here.");
 }
 
-/// A handle that has met a bad certificate serves the next transfer, which fails for another
-/// reason.
+/// A handle whose transfer failed because of a certificate is reused for a transfer that fails for
+/// another reason.
 TEST_F(KivRESTServiceNginx, TheNextErrorSaysNothingOfTheCertificate) {
   NginxServer server;
   const RefusingServer refusing;
@@ -206,7 +206,8 @@ TEST_F(KivRESTServiceNginx, TheNextErrorSaysNothingOfTheCertificate) {
             "Could not load \"" + refusing.url("/a") + "\": the server could not be reached.");
 }
 
-/// What comes over https must tell its length: whether TLS ended in order is not known here.
+/// Bodies over https must declare their length: it is unknown here whether TLS was closed properly,
+/// so a truncated body would look complete.
 class BodiesWithoutLengthOverHTTPS : public KivRESTServiceNginx,
                                      public testing::WithParamInterface<bool> {
  protected:

@@ -1,4 +1,4 @@
-// Servers that cannot be reached: one try at a time finds out for all whether they are back.
+// Unreachable servers: a single probe at a time checks for all transfers whether a server is back.
 
 #include <numeric>
 #include <string>
@@ -21,7 +21,7 @@ int triesOf(const std::vector<Load>& loads) {
   });
 }
 
-// --- Servers that swallow connections ------------------------------------------------------------
+// --- Servers that accept no connections ----------------------------------------------------------
 
 class KivRESTServiceSwallowed : public ClientFixture {
  protected:
@@ -30,7 +30,7 @@ class KivRESTServiceSwallowed : public ClientFixture {
     settings_.connectTimeout = std::chrono::milliseconds(300);
   }
 
-  /// Each ends with a time-out of the swallowing server itself.
+  /// Expects that each ended with a time-out of the server that accepts no connections.
   void expectTimeOuts(const std::vector<Load>& loads) const {
     expectErrors(loads, Code::timedOut);
     for (const auto& load : loads)
@@ -87,7 +87,7 @@ TEST_F(KivRESTServiceSwallowed, AnotherServersFilesComeMeanwhile) {
 
 // --- Probes --------------------------------------------------------------------------------------
 
-/// A server whose name could not be resolved, so that the next try is a probe.
+/// A server whose name could not be resolved, so that the next attempt is a probe.
 class KivRESTServiceProbe : public ClientFixture {
  protected:
   KivRESTServiceProbe() {
@@ -97,7 +97,7 @@ class KivRESTServiceProbe : public ClientFixture {
     mirror_.serve("/a", Response::ok("of the mirror"));
   }
 
-  /// Has the client find out that the server is unreachable; what its name comes to from then on.
+  /// Makes the client mark the server as unreachable. `next` is the result of later lookups.
   void findUnreachable(Answer next) {
     ASSERT_EQ(loaded(named("/a")).errorCode(), codeOf(Code::cannotResolveHost));
     ASSERT_EQ(name_.lookUps(), 1U);
@@ -148,7 +148,7 @@ TEST_F(KivRESTServiceProbe, WhenItFailsAllFailWithTheirOwnURLs) {
 TEST_F(KivRESTServiceProbe, FilesThatHaveAMirrorDoNotWait) {
   mirror_.serve("/missing", Response::status(404));
   findUnreachable(Answer::silence);
-  // Neither of them has another server left, once the mirror has answered.
+  // After the response of the mirror, neither of them has another server left.
   const Load probe(client(), {named("/missing?1"), mirror_.url("/missing?1")});
   const Load waiting(client(), {named("/missing?2"), mirror_.url("/missing?2")});
   ASSERT_TRUE(waitForLookUps(2) && mirror_.waitForRequests("/missing", 2));
@@ -238,7 +238,7 @@ TEST_F(KivRESTServiceProbe, AServerThatSendsToOneIsNotUnreachableForFailingAnoth
   const Gate gate;
   server_.serve("/large", Response::ok(std::string(100'000, 'x')).gateAt(10, gate));
   name_.setAnswer(Answer::loopback);
-  settings_.threads = 2;  // each looks names up for itself
+  settings_.threads = 2;  // each thread resolves names itself
   client().setProgressHandler([](const KivRESTServiceProgress&) {});
   const Load large(client(), named("/large"));
   ASSERT_TRUE(waitUntil([&] {

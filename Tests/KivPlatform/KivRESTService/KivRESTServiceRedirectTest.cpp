@@ -1,4 +1,4 @@
-// Redirects from the public Internet into private networks: nothing there is asked for anything.
+// Redirects from public to private addresses: no request is sent to the private network.
 
 #include <cstdlib>
 #include <memory>
@@ -20,11 +20,12 @@ namespace {
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-/// A server on a public address, which redirects "/a", and one inside, which has "/secret".
+/// A server with a public address that redirects "/a", and one with a private address that serves
+/// "/secret".
 class KivRESTServiceRedirectTest : public testing::Test {
  protected:
   KivRESTServiceRedirectTest() {
-    settings_.threads = 1;  // all share their connections
+    settings_.threads = 1;  // all transfers share connections
     inside_.serve("/secret", Response::ok("of the private network"));
     mirror_.serve("/a", Response::ok("of the mirror"));
   }
@@ -181,9 +182,9 @@ TEST_F(KivRESTServiceRedirectTest, TheSettingAllowsThem) {
   EXPECT_EQ(load({outsideURL()}).body(), "of the private network");
 }
 
-// --- By way of a proxy ---------------------------------------------------------------------------
+// --- Through a proxy -----------------------------------------------------------------------------
 
-/// The proxy has a private address, as most have.
+/// The proxy has a private address, as is common.
 class KivRESTServiceProxiedRedirectTest : public KivRESTServiceRedirectTest {
  protected:
   void serveThroughProxy(const std::string& location) {

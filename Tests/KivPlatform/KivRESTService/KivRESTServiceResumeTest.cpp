@@ -1,4 +1,5 @@
-// What has come of a large body is not fetched again, and never mixed with another version.
+// The received part of a large body is not fetched again and is never combined with another
+// version.
 
 #include <cerrno>
 #include <filesystem>
@@ -23,7 +24,8 @@ class KivRESTServiceResume : public ClientFixture {
  protected:
   KivRESTServiceResume() { spool(); }
 
-  /// Serves the file of that version, and cuts the first bodies off after so many bytes of them.
+  /// Serves the file with that entity tag. The nth response is cut off after cuts[n] bytes of its
+  /// body.
   void serve(std::vector<std::size_t> cuts, const std::string& tag = "\"a\"") {
     auto count = std::make_shared<std::atomic<std::size_t>>(0);
     server_.serve("/a", [this, cuts, tag, count](const Request& request) {
@@ -34,7 +36,7 @@ class KivRESTServiceResume : public ClientFixture {
     });
   }
 
-  /// What the requests so far asked for, "" standing for the whole.
+  /// The Range headers of all requests; "" if there was none.
   [[nodiscard]] Ranges ranges() const {
     Ranges ranges;
     for (const auto& request : server_.requests("/a"))
@@ -42,7 +44,7 @@ class KivRESTServiceResume : public ClientFixture {
     return ranges;
   }
 
-  /// The names in the spool directory.
+  /// The file name extensions in the spool directory, sorted.
   [[nodiscard]] std::vector<std::string> spooled() const {
     std::vector<std::string> names;
     if (!std::filesystem::exists(settings_.spoolDirectory)) return names;
@@ -52,7 +54,7 @@ class KivRESTServiceResume : public ClientFixture {
     return names;
   }
 
-  /// A try that leaves a part of that many bytes behind.
+  /// Makes a download fail that leaves a part of that many bytes.
   void leavePart(std::size_t size, const std::string& tag = "\"a\"") {
     server_.serve("/a", Response::ok(body_).header("ETag", tag).closeAt(size));
     const auto settings = settings_;
@@ -64,7 +66,7 @@ class KivRESTServiceResume : public ClientFixture {
     former_ = server_.requests("/a").size();
   }
 
-  /// What the requests since leavePart() asked for.
+  /// The Range headers of the requests since leavePart().
   [[nodiscard]] Ranges laterRanges() const {
     const auto all = ranges();
     return {all.begin() + static_cast<std::ptrdiff_t>(former_), all.end()};
@@ -134,7 +136,7 @@ TEST_F(KivRESTServiceResume, AnotherVersionStartsOver) {
   EXPECT_EQ(load.task()->metrics().resumedBytes, 0);
 }
 
-/// What servers do that do not keep to the rules: each time the client asks for the whole.
+/// Faulty responses to range requests, after which the client requests the whole body.
 class DeniedRanges : public KivRESTServiceResume, public testing::WithParamInterface<const char*> {
  protected:
   static Response denial(const std::string& other) {
@@ -201,7 +203,7 @@ TEST_F(KivRESTServiceResume, ADateTellsTheVersionToo) {
   expectWhole(load, body_);
 }
 
-/// What servers do with a request for the rest that give the whole file to a plain one.
+/// Faulty responses to range requests, from servers that answer plain requests correctly.
 struct BrokenRange {
   const char* name;
   Response response;
@@ -211,7 +213,7 @@ void PrintTo(const BrokenRange& range, std::ostream* out) {
   *out << range.name;
 }
 
-/// The rest from byte 60,000 as it should come; the cases below add a fault to it.
+/// The correct response for the range from byte 60,000; the cases below add faults.
 Response rest() {
   return Response::status(206, patternedBytes(100'000).substr(60'000))
       .header("Content-Range", "bytes 60000-99999/100000")
@@ -306,7 +308,7 @@ TEST_F(KivRESTServiceResume, APartOutlivesAServerThatIsDown) {
   EXPECT_EQ(load.task()->metrics().resumedBytes, 60'000);
 }
 
-/// The server is out of reach: through a proxy that cannot be reached either.
+/// The server cannot be reached because the proxy cannot be reached.
 class OutOfReach : public KivRESTServiceResume {
  protected:
   void expectThatThePartStays(const std::string& proxy, Code expected) {
@@ -337,7 +339,7 @@ TEST_F(OutOfReach, AHandshakeThatFailsLeavesThePart) {
 
 TEST_F(KivRESTServiceResume, OfAPartThatIsWholeTheLastByteIsAskedFor) {
   leavePart(60'000);
-  // As a process leaves it that is killed before it has stored the file.
+  // Complete the part, as if the process was killed before it stored the file.
   for (const auto& item : std::filesystem::directory_iterator(settings_.spoolDirectory)) {
     if (item.path().extension() != ".part") continue;
     std::ofstream(item.path(), std::ios::app | std::ios::binary) << body_.substr(60'000);
@@ -445,7 +447,7 @@ TEST_F(KivRESTServiceResume, TwoClientsDoNotShareAPart) {
   expectWhole(second, body_);
 }
 
-/// The disk gives out at one operation or another.
+/// The disk is full at one of the operations.
 class FullDisk : public KivRESTServiceResume, public testing::WithParamInterface<FileOperation> {};
 
 TEST_P(FullDisk, EndsTheTaskAndIsNotTriedAgain) {

@@ -1,4 +1,4 @@
-// What may pass is tried again; what a task ends with does not depend on the order of trying.
+// Transient errors are retried; the result of a task does not depend on the order of the attempts.
 
 #include <string>
 #include <vector>
@@ -161,7 +161,7 @@ TEST_F(KivRESTServiceRetry, AServerThatAnswersWithErrorsIsNotAvoided) {
   EXPECT_EQ(loaded(urls("/b")).body(), "of the main server");
 }
 
-// --- Places --------------------------------------------------------------------------------------
+// --- Transfer slots ------------------------------------------------------------------------------
 
 TEST_F(KivRESTServiceRetry, OneServerHasNoMorePlacesThanItsOwn) {
   const Gate gate;
@@ -185,7 +185,7 @@ TEST_F(KivRESTServiceRetry, BodiesThatNobodyTakesHoldUpTheOthers) {
   settings_.parallelTransfers = 1;
   settings_.largestPendingBytes = 2500;
   const auto loads = makeLoads(client(), url(), 6);
-  // Nobody drains the main queue: with the third body too many bytes are pending.
+  // The main queue is not drained, so with the third body too many bytes are pending.
   ASSERT_TRUE(server_.waitForRequests(3));
   ASSERT_TRUE(waitForEnd(loads));
   EXPECT_EQ(server_.requests().size(), 6U);

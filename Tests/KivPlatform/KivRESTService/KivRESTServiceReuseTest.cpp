@@ -1,5 +1,5 @@
-// Connections that serve more than one request: what a server did wrong with the last one fails
-// none of those that follow.
+// Connections that serve several requests: a fault of the server in one response must not make
+// later requests fail.
 
 #include <map>
 #include <memory>
@@ -17,7 +17,8 @@ namespace {
 using namespace kiv::test;
 using Code = KivRESTServiceErrorCode;
 
-/// Gives the first request of each connection one response, and every later one the other.
+/// Answers the first request of each connection with one response and all later ones with the
+/// other.
 class PerConnection {
  public:
   PerConnection(Response first, Response later)
@@ -40,7 +41,7 @@ class PerConnection {
 
 struct ReuseCase {
   const char* name;
-  Response later;  ///< As a client sees it that does not know where the former response has ended.
+  Response later;  ///< What a client reads if the previous response had excess bytes.
 };
 
 void PrintTo(const ReuseCase& testCase, std::ostream* out) {

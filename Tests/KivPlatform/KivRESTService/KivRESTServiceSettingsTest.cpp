@@ -1,4 +1,4 @@
-// The settings that change how a client connects.
+// The settings that affect how a client connects.
 
 #include <string>
 #include <thread>
@@ -89,7 +89,7 @@ TEST_F(KivRESTServiceSettingsTest, ALimitedClientIsOutrunByOneThatIsNot) {
 
 TEST_F(KivRESTServiceSettingsTest, ASettingThatCannotBeSetIsNoWantOfMemory) {
   server_.serve("/a", Response::ok("x"));
-  settings_.userAgent.assign(9'000'000, 'x');  // libcurl takes 8,000,000 bytes
+  settings_.userAgent.assign(9'000'000, 'x');  // the limit of libcurl is 8,000,000 bytes
   KivRESTService client(settings_);
   const Load load(client, server_.url("/a"));
   ASSERT_TRUE(load.waitForEnd());

@@ -1,4 +1,4 @@
-// Tasks for one file share one transfer.
+// Tasks for the same file share a transfer.
 
 #include <string>
 #include <vector>

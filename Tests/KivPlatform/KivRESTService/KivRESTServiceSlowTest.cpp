@@ -1,5 +1,5 @@
-// Servers that send slowly: what waits still comes, what is slow comes or ends, and each task is
-// completed once.
+// Slow servers: waiting tasks are still served, slow transfers complete or fail, and each task is
+// completed exactly once.
 
 #include <algorithm>
 #include <chrono>
@@ -28,8 +28,8 @@ class KivRESTServiceSlowTest : public ClientFixture {
     server_.serve("/quick", Response::ok("quick"));
   }
 
-  /// A file of that many bytes which comes with 1,000 bytes a second, or all at once where a
-  /// request for its rest has come. With a tag it can be continued.
+  /// Serves a file at 1,000 bytes a second, or at once in response to a range request. It can be
+  /// resumed unless `tag` is empty.
   void serveSlowly(const std::string& path, std::size_t size, const std::string& tag = "\"1\"") {
     server_.serve(path, [body = patternedBytes(size), tag](const Request& request) {
       auto response = tag.empty() ? Response::ok(body) : rangeResponse(request, body, tag);
@@ -37,12 +37,12 @@ class KivRESTServiceSlowTest : public ClientFixture {
     });
   }
 
-  /// Queues quick ones behind those that hold all places, and waits for them.
+  /// Queues quick downloads behind those that occupy all slots, and waits for them.
   void expectQuickOnesArrive(std::size_t count) {
     expectBodies(makeLoads(client(), url("/quick"), count), "quick");
   }
 
-  /// After a second or two, more than 1,000 bytes a second.
+  /// Sets a minimum speed that exceeds 1,000 bytes a second after one or two seconds.
   void requireMoreThanComes() {
     settings_.stallSpeedDoubling = 1s;
     settings_.stallSpeed = 600;
@@ -120,7 +120,7 @@ TEST_F(KivRESTServiceSlowTest, WithoutASlowSpeedNothingGivesWay) {
   EXPECT_EQ(slow.task()->metrics().tries, 1);
 }
 
-// --- The least speed -----------------------------------------------------------------------------
+// --- The minimum speed ---------------------------------------------------------------------------
 
 TEST_F(KivRESTServiceSlowTest, AnOldDownloadThatIsTooSlowIsTriedAgainWhereItBrokeOff) {
   requireMoreThanComes();

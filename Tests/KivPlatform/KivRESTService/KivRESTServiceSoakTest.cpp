@@ -1,4 +1,4 @@
-// Thousands of tasks, and a server that does whatever it likes.
+// Thousands of tasks with a server that fails at random.
 
 #include <atomic>
 #include <filesystem>
@@ -28,13 +28,14 @@ std::size_t openDescriptors() {
   return count;
 }
 
-/// The file of that number: of some kilobytes as a rule, at times larger than memory may hold.
+/// The file with that number: usually some kilobytes, sometimes more than the limit for bodies in
+/// memory.
 std::string bodyOf(unsigned number) {
   const std::size_t size = number % 50 == 0 ? 40'000 : number * 37 % 5'000;
   return patternedBytes(size, number + 1);
 }
 
-/// Something that goes wrong, or nothing, as chance will have it.
+/// A response with a random fault or none.
 Response responseTo(const Request& request, unsigned chance) {
   const auto number = static_cast<unsigned>(std::stoul(request.target.substr(3)));
   const auto proper = rangeResponse(request, bodyOf(number), "\"1\"");
@@ -93,8 +94,8 @@ TEST(KivRESTServiceSoak, EveryTaskEndsOnceAndNothingIsLeftBehind) {
       loads.emplace_back(client, server.url("/f?" + std::to_string(number)), number % 7);
     for (unsigned number = 0; number < tasks; ++number) {
       const Load& load = loads[number];
-      // The patience of a test is for the next end of whichever task: all of them together take
-      // longer than that under a sanitizer on a busy machine.
+      // The time-out applies to the next completion of any task: all tasks together take longer
+      // with a sanitizer on a busy machine.
       while (!load.hasEnded()) {
         const std::size_t former = ended;
         ASSERT_TRUE(waitUntil([&] { return ended > former; })) << number;

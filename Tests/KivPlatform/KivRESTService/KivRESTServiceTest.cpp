@@ -161,7 +161,7 @@ TEST_F(KivRESTServiceTest, AClientThatHasBeenIdleServesAgain) {
 
 struct MirrorCase {
   const char* name;
-  /// What each server does: a status, or "refused".
+  /// The behaviour of each server: a status, or "refused".
   std::vector<std::string> servers;
   std::vector<std::size_t> requests;
   std::int64_t status;
@@ -233,7 +233,7 @@ TEST_F(KivRESTServiceTest, TheErrorOfATaskIsThatOfItsOwnServer) {
             "Could not load \"http://no-such-host.invalid/a\": the host was not found.");
 }
 
-// --- What cannot be run -------------------------------------------------------------------------
+// --- Invalid tasks -------------------------------------------------------------------------------
 
 class KivRESTServiceUnsupportedURLs : public ClientFixture,
                                       public testing::WithParamInterface<const char*> {};
@@ -288,7 +288,7 @@ TEST_F(KivRESTServiceTest, NoTaskIsNoTask) {
   EXPECT_TRUE(client().currentQueue().empty());
 }
 
-// --- The tasks held -----------------------------------------------------------------------------
+// --- Pending tasks -------------------------------------------------------------------------------
 
 TEST_F(KivRESTServiceTest, ATaskIsHeldUntilItsCompletion) {
   server_.serve("/a", Response::ok("x"));
@@ -303,7 +303,7 @@ TEST_F(KivRESTServiceTest, ATaskIsHeldUntilItsCompletion) {
   });
   client().queue(task);
   ASSERT_TRUE(server_.waitForRequests(1));
-  // Whatever the transfer thread has done meanwhile: nothing has run on the client's queue yet.
+  // Whatever the transfer thread has done by now, no job of the client's queue has run yet.
   EXPECT_EQ(client().currentQueue(), std::vector{task});
   ASSERT_TRUE(waitUntil([&] { return hasEnded; }));
   EXPECT_EQ(heldInCompletion, 0u);
@@ -412,7 +412,7 @@ TEST_F(KivRESTServiceTest, CompletionsComeOnTheSerialQueueOfTheClientsCreation) 
 
   std::atomic<int> completions = 0;
   std::atomic<int> onQueue = 0;
-  int running = 0;  // the queue's own: a data race here is a completion on another thread
+  int running = 0;  // confined to the queue: a completion on another thread is a data race
   for (int count = 0; count < 50; ++count) {
     auto task = Load::makeTask({url()});
     task->setCompletionHandler([&](KivRESTServiceTask&) {
@@ -486,7 +486,7 @@ TEST_P(KivRESTServiceOtherStatuses, AreNotRedirects) {
 INSTANTIATE_TEST_SUITE_P(All, KivRESTServiceOtherStatuses,
                          testing::Values(201, 300, 304, 305, 306, 404));
 
-/// "/1" leads to "/2" and so on, and the last is the file.
+/// "/1" redirects to "/2" and so on; the last one is the file.
 void serveChain(LoopbackServer& server, int redirects) {
   for (int at = 1; at <= redirects; ++at) {
     server.serve("/" + std::to_string(at), Response::redirect(302, "/" + std::to_string(at + 1)));

@@ -1,4 +1,4 @@
-// How many threads a client takes for its transfers, and that nothing of what it does depends on
+// The number of threads a client uses for its transfers, and that its behaviour does not depend on
 // it.
 
 #include <algorithm>
@@ -34,7 +34,7 @@ class KivRESTServiceThreads : public ClientFixture {
     server_.serve("/stalls", Response::ok(std::string(1000, 'x')).stallAt(10));
   }
 
-  /// Has that many transfers stall, and says how many threads there are then.
+  /// Starts that many transfers that stall, and returns the number of transfer threads.
   std::size_t threadsFor(std::size_t transfers) {
     const auto loads = makeLoads(client(), url("/stalls"), transfers);
     EXPECT_TRUE(server_.waitForRequests(transfers));
@@ -108,7 +108,7 @@ TEST_F(KivRESTServiceThreads, ADropOfAllLeavesNothingInUse) {
     });
   }));
   client().cancelAllTasks();
-  // At once: the threads that still hold the bodies have to let go of them first.
+  // Immediately afterwards: the threads that still own the bodies must release them first.
   const auto resumed = makeLoads(client(), url(), 4);
   for (const Load& load : resumed) {
     ASSERT_TRUE(load.waitForEnd());

@@ -13,10 +13,10 @@
 
 namespace kiv::test {
 
-/// A task with a given client, and what became of it.
+/// A task of a given client, and its result.
 class Load {
  public:
-  /// Makes a task for the URLs and queues it.
+  /// Creates a task for the URLs and queues it.
   Load(KivRESTService& client, const std::vector<std::string>& urls, std::uint64_t priority = 0)
       : task_(makeTask(urls, priority)) {
     task_->setCompletionHandler([count = completions_](KivRESTServiceTask&) { ++*count; });
@@ -25,7 +25,7 @@ class Load {
   Load(KivRESTService& client, const std::string& url, std::uint64_t priority = 0)
       : Load(client, std::vector{url}, priority) {}
 
-  /// A task for the URLs, the first that of its request, not queued.
+  /// A task for the URLs that is not queued. The first URL is that of its request.
   static std::shared_ptr<KivRESTServiceTask> makeTask(const std::vector<std::string>& urls,
                                                       std::uint64_t priority = 0) {
     auto task = std::make_shared<KivRESTServiceTask>();
@@ -69,8 +69,8 @@ class Load {
   std::shared_ptr<KivRESTServiceTask> task_;
 };
 
-/// Queues that many tasks for one path, each with a query of its own: no two share a transfer.
-/// The URLs are one path's on a server and its mirrors.
+/// Queues that many tasks for one path, each with a different query, so that no two share a
+/// transfer. `urls` are the URLs of the path on a server and its mirrors.
 inline std::vector<Load> makeLoads(KivRESTService& client, const std::vector<std::string>& urls,
                                    std::size_t count) {
   std::vector<Load> loads;
@@ -93,7 +93,7 @@ inline std::vector<Load> makeLoads(KivRESTService& client, const std::string& ur
                      [](const Load& load) { return load.waitForEnd(); });
 }
 
-/// Waits for the end of all, each of which must have that body, and be completed once.
+/// Waits for all tasks. Expects that each was completed once with that body.
 inline void expectBodies(const std::vector<Load>& loads, std::string_view body) {
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
@@ -102,8 +102,7 @@ inline void expectBodies(const std::vector<Load>& loads, std::string_view body) 
   }
 }
 
-/// Waits for the end of all, each of which must have failed with that error, once, and without a
-/// body.
+/// Waits for all tasks. Expects that each was completed once with that error and without a body.
 inline void expectErrors(const std::vector<Load>& loads, KivRESTServiceErrorCode code) {
   for (const auto& load : loads) {
     ASSERT_TRUE(load.waitForEnd());
@@ -113,7 +112,7 @@ inline void expectErrors(const std::vector<Load>& loads, KivRESTServiceErrorCode
   }
 }
 
-/// The code as the task's error has it.
+/// The code as it appears in the error of a task.
 constexpr std::int64_t codeOf(KivRESTServiceErrorCode code) {
   return static_cast<std::int64_t>(code);
 }

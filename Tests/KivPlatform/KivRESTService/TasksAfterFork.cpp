@@ -1,5 +1,5 @@
-// Forks while other threads use a client, again and again, and has each child queue tasks with it.
-// The exit code says how many children did not end as they should. Run by KivRESTServiceForkTest.
+// Forks repeatedly while other threads use a client; each child queues tasks with it. The exit code
+// is the number of children that did not end as expected. Run by KivRESTServiceForkTest.
 //
 //     TasksAfterFork main|serial exit|return|destroy url
 
@@ -56,13 +56,14 @@ struct Host {
   }
 };
 
-/// What became of the tasks that a child has queued.
+/// The results of the tasks that a child has queued.
 struct Outcome {
   std::atomic<int> completions = 0;
   std::atomic<bool> isRight = true;
 };
 
-/// True if each task has ended once, with the error of a forked process, on the client's queue.
+/// True if each task was completed once, with the error for a forked process, on the client's
+/// queue.
 bool tasksEnd(Host& host, const std::string& url) {
   auto& outcome = *new Outcome;
   for (int count = 0; count < tasksEach; ++count) {
@@ -79,7 +80,7 @@ bool tasksEnd(Host& host, const std::string& url) {
   }
   while (outcome.completions < tasksEach)
     DispatchQueue::main()->drainFor(std::chrono::milliseconds(1));
-  // One more job of the queue: nothing is completed twice.
+  // Run one more job of the queue to check that nothing is completed twice.
   std::atomic<bool> isOver = false;
   host.queue->async([&] { isOver = true; });
   while (!isOver)
@@ -87,7 +88,7 @@ bool tasksEnd(Host& host, const std::string& url) {
   return outcome.isRight && outcome.completions == tasksEach;
 }
 
-/// A cancelled task is not completed in the child either.
+/// True if a cancelled task is not completed in the child either.
 bool cancelledTasksDoNotEnd(Host& host, const std::string& url) {
   auto isCompleted = std::make_shared<std::atomic<bool>>(false);
   std::atomic<bool> isOver = false;
@@ -110,7 +111,7 @@ bool cancelledTasksDoNotEnd(Host& host, const std::string& url) {
   std::exit(isWell ? 0 : 3);
 }
 
-/// Uses the client without pause, so that its locks are often held.
+/// Uses the client without pause, so that a fork often happens while its locks are held.
 void useUntil(const std::atomic<bool>& isOver, KivRESTService& client, const std::string& url) {
   for (int count = 0; !isOver; ++count) {
     client.queue(makeTask(url + "?" + std::to_string(count % 7)));
@@ -149,7 +150,7 @@ int main(int count, char** arguments) {
     DispatchQueue::main()->drain();
   }
   if (isChild) {
-    // The threads of the vector are not here.
+    // Leaked: the threads do not exist in the child, so destroying the vector would terminate.
     new std::vector<std::thread>(std::move(users));
     static_cast<void>(host.client.release());
     return failures;
@@ -157,7 +158,7 @@ int main(int count, char** arguments) {
   isOver = true;
   for (auto& user : users)
     user.join();
-  // The parent's client is as it was.
+  // The parent's client still works.
   std::atomic<bool> hasEnded = false;
   auto task = makeTask(url);
   task->setCompletionHandler([&](KivRESTServiceTask& ended) {

@@ -7,11 +7,10 @@ namespace {
 
 using Code = KivStorageServiceErrorCode;
 
-/// Archives as they are saved: the good ones unpacked as they should be, the bad ones refused
-/// whole.
+/// Valid archives are unpacked completely; invalid ones are rejected and leave nothing.
 class KivStorageServiceArchiveTest : public StorageServiceFixture {
  protected:
-  /// What lies in the directory after an archive was saved as "promo.zip".
+  /// The contents of the directory after the archive was saved as "promo.zip".
   Tree unpacked(const ZipBuilder& archive) {
     const auto error = save("promo.zip", archive.build());
     EXPECT_FALSE(error) << error->localizedDescription();
@@ -69,7 +68,7 @@ TEST_F(KivStorageServiceArchiveTest, StripsOnlyOneFolder) {
   EXPECT_EQ(error->code, static_cast<int>(Code::noEntryPage));
 }
 
-/// As the archiver of macOS packs the folder "promo".
+/// An archive of the folder "promo", as macOS creates it.
 ZipBuilder macOSArchive() {
   const std::string attributes("\0\5\x16\7 what macOS knows of a file", 30);
   return ZipBuilder()
@@ -197,16 +196,16 @@ TEST_F(KivStorageServiceArchiveTest, RefusesAnArchiveWithoutPageAtTheTop) {
   EXPECT_EQ(tree(), Tree{});
 }
 
-// What is refused -------------------------------------------------------------------------------
+// --- Rejected archives ---------------------------------------------------------------------------
 
 struct HostileCase {
   const char* title;
   std::string archive;
-  const char* entry;  ///< named by the message
-  const char* rule;   ///< told by the message
+  const char* entry;  ///< the entry in the message
+  const char* rule;   ///< the rule in the message
 };
 
-/// A good archive with one entry more.
+/// A valid archive with an additional entry.
 std::string with(ZipEntry entry) {
   return ZipBuilder().addFile("index.html", "page").add(std::move(entry)).build();
 }
@@ -309,7 +308,7 @@ std::vector<HostileCase> hostileBytes() {
   const std::string text(1000, 't');
   const std::string good = pageArchive("one");
   std::string broken = ZipBuilder::deflated(text);
-  broken[0] = static_cast<char>(0x07);  // the reserved sort of block
+  broken[0] = static_cast<char>(0x07);  // the reserved block type
   ZipBuilder overlapping;
   overlapping.addFile("index.html", "page")
       .add({.name = "a", .contents = "x", .packedSize = 40})
@@ -415,7 +414,7 @@ TEST_F(KivStorageServiceArchiveTest, AnArchiveWithOneByteChangedIsRefusedOrUnpac
   }
 }
 
-// Limits --------------------------------------------------------------------------------------
+// --- Limits --------------------------------------------------------------------------------------
 
 class ArchiveLimitTest : public KivStorageServiceArchiveTest {
  protected:

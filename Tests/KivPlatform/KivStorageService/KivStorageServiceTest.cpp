@@ -107,7 +107,7 @@ TEST_F(KivStorageServiceTest, AnArchiveInAFileIsUnpackedAndTheFileGoes) {
   EXPECT_FALSE(fs::exists(root() + "/spooled"));
 }
 
-/// How often the resources directory itself was synced.
+/// The number of syncs of the resources directory itself.
 std::size_t syncsOfResources(const FaultyFileManager& files) {
   const auto operations = files.operations();
   return static_cast<std::size_t>(
@@ -118,7 +118,7 @@ std::size_t syncsOfResources(const FaultyFileManager& files) {
 }
 
 TEST_F(KivStorageServiceTest, ABatchWaitsOnceForTheNamesOfAllItsFiles) {
-  EXPECT_FALSE(save("first.png", "x"));  // the directories stand
+  EXPECT_FALSE(save("first.png", "x"));  // creates the directories
   FaultyFileManager files;
   {
     KivStorageService::Batch outer;

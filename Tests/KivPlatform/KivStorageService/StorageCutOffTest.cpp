@@ -16,8 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A file manager that does something before a file is created, and moves nothing if it is told
-/// not to, as between two file systems.
+/// Calls `interrupt` before a file is created, truncates a file before it is moved, and fails a
+/// move as between two file systems.
 class InterruptedFileManager : public ForwardingFileManager {
  public:
   Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override {
@@ -36,7 +36,7 @@ class InterruptedFileManager : public ForwardingFileManager {
   std::string cutBeforeMove;
 };
 
-/// Data that lies in a file, which another process cuts off.
+/// Data in a mapped file that another process truncates.
 class StorageCutOffTest : public StorageServiceFixture {
  protected:
   StorageCutOffTest() { FileManager::setDefaultManager(&files_); }
@@ -55,7 +55,8 @@ class StorageCutOffTest : public StorageServiceFixture {
     return error;
   }
 
-  /// What lies in the service's own directory but the process's place in it, which stays.
+  /// The number of items in the service's own directory except the directory and lock of this
+  /// process.
   [[nodiscard]] std::size_t leftOver() const {
     std::size_t count = 0;
     for (const auto& [name, bytes] : temporaries()) {
@@ -102,7 +103,7 @@ TEST_P(CutOffArchive, IsRefused) {
   EXPECT_EQ(leftOver(), 0U);
 }
 
-// Cut off before it is read, and while its first and its last large file are unpacked.
+// Truncated before it is read, and while its first and its last large file are unpacked.
 INSTANTIATE_TEST_SUITE_P(All, CutOffArchive,
                          testing::Values(std::pair{0, 0}, std::pair{0, 1}, std::pair{0, 300'000},
                                          std::pair{0, 600'100}, std::pair{1, 0},
@@ -118,7 +119,7 @@ TEST_F(StorageCutOffTest, AnArchiveThatGetsOtherBytesIsRefused) {
   files_.createsLeft = 2;
   files_.interrupt = [this] {
     cutOff(300'500);
-    cutOff(600'000);  // grown again, with holes where the bytes were
+    cutOff(600'000);  // grown again, with a hole in place of the data
   };
   EXPECT_TRUE(saveData("promo.zip", data));
   EXPECT_EQ(tree(), Tree{});

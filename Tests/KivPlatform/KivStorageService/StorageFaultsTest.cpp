@@ -12,11 +12,11 @@ namespace {
 
 using Repeat = FaultyFileManager::Repeat;
 
-/// One way to save, with what lies among the resources before and after.
+/// One way to save, and the stored resources before and after it.
 struct SaveCase {
   const char* title;
   const char* name;
-  std::string oldBytes;  ///< saved before; empty for nothing
+  std::string oldBytes;  ///< saved before; empty if there is no old version
   std::string newBytes;
   Tree before;
   Tree after;
@@ -49,7 +49,7 @@ class StorageFaultsTest : public StorageServiceFixture,
     files_.allowBatchSyncs(GetParam().syncsInBatches);
   }
 
-  /// The state in which each attempt begins: a fresh process on a root with the old version.
+  /// Prepares an attempt: a new process on a root with the old version.
   void begin() {
     files_.setFault(std::nullopt);
     KivStorageService::setRootPath("");
@@ -64,7 +64,8 @@ class StorageFaultsTest : public StorageServiceFixture,
 
   std::optional<Error> saveNew() { return save(GetParam().name, GetParam().newBytes); }
 
-  /// Saves with each operation in turn failing, until a save gets by without that many.
+  /// Repeats the save, failing its first operation, then its second and so on, until the save
+  /// performs fewer operations than that.
   void sweep(FaultyFileManager::Fault fault) {
     bool isReached = true;
     for (fault.at = 1; isReached; ++fault.at) {
@@ -84,7 +85,7 @@ class StorageFaultsTest : public StorageServiceFixture,
  private:
   void checkAfter(const FaultyFileManager::Fault& fault, const std::optional<Error>& error) {
     Tree found = treeOf(stored(""));
-    // Where nothing can be renamed from the middle of two renames on, only a restart helps.
+    // If all renames fail after the first of two, only a restart can restore the old version.
     const bool isInBetween =
         GetParam().refusesExchanges && fault.repeat == Repeat::fromThenOn && error && found.empty();
     if (isInBetween) found = GetParam().before;
@@ -128,7 +129,7 @@ TEST_P(StorageFaultsTest, EveryFailureBeforeTheNameIsGivenIsReported) {
   const auto operations = files_.operations();
   for (std::uint64_t at = 1; at <= operations.size(); ++at) {
     const auto& operation = operations[static_cast<std::size_t>(at - 1)];
-    // What is tidied up after the new version is in place may fail unnoticed.
+    // Clean-up after the new version is in place may fail without an error.
     if (operation.kind == FileOperation::remove) continue;
     if (operation.kind == FileOperation::exchange && GetParam().refusesExchanges) continue;
     begin();
@@ -154,7 +155,7 @@ TEST_P(StorageFaultsTest, AtEveryMomentTheOldOrTheNewIsThere) {
   ASSERT_FALSE(saveNew());
   files_.setObserver(nullptr);
   EXPECT_GT(moments, 5);
-  // Without an exchange there is one moment between two renames; a restart then puts it right.
+  // Without an atomic exchange, nothing is stored between the two renames; a restart repairs that.
   EXPECT_EQ(absences, GetParam().refusesExchanges ? 1 : 0);
 }
 
@@ -162,8 +163,8 @@ INSTANTIATE_TEST_SUITE_P(Saves, StorageFaultsTest, testing::ValuesIn(saveCases()
 
 class ArchiveSyncTest : public StorageServiceFixture {
  protected:
-  /// How often the operation was asked for while the archive was saved for the first time, below
-  /// its temporary directory.
+  /// The number of these operations below the temporary directory while the archive was saved for
+  /// the first time.
   [[nodiscard]] int count(FileOperation kind) const {
     int found = 0;
     for (const auto& operation : files_.operations()) {
@@ -194,14 +195,15 @@ TEST_F(ArchiveSyncTest, InABatchAllIsSyncedOnceAndBeforeTheArchiveIsPutInPlace) 
 TEST_F(ArchiveSyncTest, WithoutABatchEachFileAndEachDirectoryIsSyncedOnce) {
   EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
   EXPECT_EQ(count(FileOperation::synchronize), filesOfAWholeArchive);
-  EXPECT_EQ(count(FileOperation::synchronizeDirectory), 4);  // the top and its three folders
+  EXPECT_EQ(count(FileOperation::synchronizeDirectory),
+            4);  // the archive's directory and its 3 folders
   EXPECT_EQ(count(FileOperation::synchronizeBatch), 0);
 }
 
 class InterruptedSwapTest : public StorageServiceFixture {
  protected:
-  /// Replaces an archive on a file system without exchange and dies between the two renames: what
-  /// is then on the disk is copied to another root, on which no process works.
+  /// Replaces an archive on a file system without atomic exchange and simulates a crash between the
+  /// two renames: copies the root at that point. Returns the copy, which no process uses.
   std::string rootOfTheDead() {
     EXPECT_FALSE(save("promo.zip", pageArchive("old")));
     std::string copy = scratch_.path("dead");
@@ -249,14 +251,14 @@ TEST_F(InterruptedSwapTest, WhenNeitherVersionCanMoveInTheOldOneIsBackAfterTheNe
   FaultyFileManager files;
   files.refuseExchanges(true);
   files.setObserver([&](const FaultyFileManager::Operation& operation) {
-    // From the moment when the old version has made way, nothing can be renamed any more.
+    // After the old version has been moved away, every rename fails.
     if (operation.path == stored("promo")) files.setFailingOperation(FileOperation::move, EIO);
   });
-  // The move that makes way is still performed: its fault is looked up before the observer runs.
+  // The move that triggers the observer still succeeds, because its fault is evaluated before.
   EXPECT_TRUE(save("promo.zip", pageArchive("new")));
   EXPECT_EQ(treeOf(stored("")), Tree{});
   files.setObserver(nullptr);
-  files.setFailingOperation(FileOperation::remove, EIO);  // as after a kill: nothing is tidied up
+  files.setFailingOperation(FileOperation::remove, EIO);  // as after a kill: no clean-up
   KivStorageService::setRootPath("");
   files.clearFailingOperation();
   KivStorageService::setRootPath(root());

@@ -8,7 +8,7 @@ namespace {
 
 using Loss = PowerCutFileManager::Loss;
 
-/// What the file system has and has not.
+/// The features of the file system.
 struct Ways {
   bool refusesExchanges = false;
   bool syncsInBatches = false;
@@ -16,7 +16,8 @@ struct Ways {
 
 class StoragePowerCutTest : public StorageServiceFixture {
  protected:
-  /// Cuts the power after every number of operations of `save`, and checks what lies there after.
+  /// Cuts the power after each operation of `save` in turn, and checks the stored files after a
+  /// restart.
   void cutEverywhere(const std::function<bool()>& prepare, const std::function<bool()>& save,
                      const std::function<bool(const Tree&)>& isWhole,
                      const std::function<bool(const Tree&)>& isNew, Ways ways = {}) {
@@ -51,9 +52,9 @@ class StoragePowerCutTest : public StorageServiceFixture {
   }
 
  private:
-  /// The machine comes up again, and the service with it.
+  /// Restarts the machine and the service.
   void start(PowerCutFileManager& files, Loss loss, std::uint32_t seed) {
-    files.cutAfter(0);  // what the dying process would tidy up does not count
+    files.cutAfter(0);  // destructors must not clean up after the power cut
     KivStorageService::setRootPath("");
     files.restart(loss, seed);
     KivStorageService::setRootPath(root());

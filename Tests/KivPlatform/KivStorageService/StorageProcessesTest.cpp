@@ -17,13 +17,13 @@ extern char** environ;
 namespace kiv::test {
 namespace {
 
-/// A running StorageWriter. Killed when it goes, unless it was stopped.
+/// A running StorageWriter. The destructor kills it unless it was stopped.
 class Writer {
  public:
   Writer(const std::string& root, const std::string& sort, const std::string& version) {
     int input[2];
     int output[2];
-    // Closed on exec, so that no other child keeps this one's input from ending.
+    // Close-on-exec, so that no other child keeps this one's standard input open.
     if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
       throw std::runtime_error("no pipe");
     posix_spawn_file_actions_t actions;
@@ -48,7 +48,7 @@ class Writer {
     if (process_ > 0) kill();
   }
 
-  /// Waits for its first save.
+  /// Waits until its first save is done.
   bool isReady() const {
     char line[6] = {};
     return ::read(output_, line, sizeof line) == 6;
@@ -57,7 +57,7 @@ class Writer {
     ::kill(process_, SIGKILL);
     wait();
   }
-  /// Lets it end by itself; its exit status.
+  /// Closes its standard input and waits for it to exit. Returns the exit status.
   int stop() {
     ::close(std::exchange(input_, -1));
     return wait();
@@ -79,7 +79,7 @@ class Writer {
 
 class StorageProcessesTest : public StorageServiceFixture {
  protected:
-  /// True if the archive's directory holds all files of one version and nothing else.
+  /// True if the archive's directory contains exactly the files of one version.
   [[nodiscard]] bool holdsAWholeArchive() const {
     const Tree found = treeOf(stored("promo"));
     const std::string version = found.contains("index.html") ? found.at("index.html") : "";
@@ -97,8 +97,8 @@ class StorageProcessesTest : public StorageServiceFixture {
   }
 };
 
-/// Lets a random, short while pass, in which the other process works: on which of its steps the
-/// kill falls is the point of the rounds, and no outcome depends on it.
+/// Busy-waits for a short random time while the other process works, so that the kill hits a
+/// different step in each round. The expected result does not depend on it.
 void workForAWhile(std::mt19937& chance) {
   volatile std::uint64_t sum = 0;
   for (std::uint64_t i = chance() % 20'000'000; i > 0; --i)
@@ -154,7 +154,7 @@ TEST_F(StorageProcessesTest, TwoProcessesThatSaveTheSameNamesNeverMixThem) {
     ASSERT_TRUE(one.isReady());
     ASSERT_TRUE(other.isReady());
     for (int start = 0; start < 20; ++start)
-      restart();  // a third one that only sweeps
+      restart();  // stands for a third process, which only cleans up
     EXPECT_EQ(one.stop(), 0);
     EXPECT_EQ(other.stop(), 0);
     EXPECT_TRUE(sort == "files" ? holdsAWholeFile() : holdsAWholeArchive());

@@ -6,7 +6,7 @@
 namespace kiv::test {
 namespace {
 
-/// What the service clears up itself, under a guard of removals.
+/// The clean-up of the service itself, with a removal guard.
 class StorageRemovalGuardTest : public StorageServiceFixture {
  protected:
   static constexpr std::string_view leftOver = ".KivStorageService/dead/3/index.html";

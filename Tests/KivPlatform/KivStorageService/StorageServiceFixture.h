@@ -14,11 +14,11 @@
 
 namespace kiv::test {
 
-/// Relative path to contents, of every file below a directory; directories end in "/" and have
-/// none, links read "-> target".
+/// Maps the relative path of every item below a directory to its contents. Directories end in "/"
+/// and have no contents; links have "-> target".
 using Tree = std::map<std::string, std::string>;
 
-/// A test on a storage root of its own.
+/// A test with its own storage root.
 class StorageServiceFixture : public testing::Test {
  protected:
   static constexpr std::string_view resources = "KivResource/Resources";
@@ -29,15 +29,15 @@ class StorageServiceFixture : public testing::Test {
   [[nodiscard]] const std::string& root() const noexcept { return root_; }
   [[nodiscard]] std::string stored(std::string_view name) const;
 
-  /// Saves among the resources; the error, or nothing on success.
+  /// Saves a file to the resources directory. Returns the error, or nullopt on success.
   static std::optional<Error> save(std::string_view name, std::string_view bytes);
-  /// What a stored file of the resources holds, read past the service.
+  /// The contents of a stored file, read without the service.
   [[nodiscard]] std::optional<std::string> contents(std::string_view name) const;
-  /// Everything under the root but the service's own directory.
+  /// Everything under the root except the service's own directory.
   [[nodiscard]] Tree tree() const;
-  /// The same of the service's own directory: what is not complete, or was left over.
+  /// The contents of the service's own directory: temporary and left-over files.
   [[nodiscard]] Tree temporaries() const;
-  /// Leaves the root as a process does that ends, and starts anew on it.
+  /// Releases the root as on exit, and starts again on it.
   void restart();
 
   TemporaryDirectory scratch_;
@@ -48,12 +48,12 @@ class StorageServiceFixture : public testing::Test {
 
 Tree treeOf(const std::string& directory);
 
-/// Writes a file past the service, with the directories above it.
+/// Writes a file without the service and creates its parent directories.
 void put(const std::string& path, std::string_view bytes);
 
-/// A correct archive with that page and one file beside it.
+/// A valid archive with that page and one other file.
 std::string pageArchive(std::string_view page);
-/// What lies under the resources directory when that archive is stored as "promo.zip".
+/// The contents of the resources directory when that archive is stored as "promo.zip".
 Tree pageTree(std::string_view page);
 
 }  // namespace kiv::test

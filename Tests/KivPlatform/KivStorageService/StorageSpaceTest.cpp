@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 
-/// A disk that is as full as the test says.
+/// A test that sets the free space of the disk.
 class StorageSpaceTest : public StorageServiceFixture {
  protected:
   void expectNoSpace(const std::optional<Error>& error, std::uint64_t needed, std::uint64_t free) {
@@ -21,7 +21,7 @@ class StorageSpaceTest : public StorageServiceFixture {
     EXPECT_THAT(error->localizedDescription(), HasSubstr(std::to_string(free) + " are free"));
   }
 
-  /// True if something was created since the faults were last set.
+  /// True if a file was created since the last call of setFault().
   [[nodiscard]] bool createdAFile() const {
     const auto operations = files_.operations();
     return std::any_of(operations.begin(), operations.end(), [](const auto& operation) {
@@ -80,7 +80,7 @@ TEST_F(StorageSpaceTest, AFileWithoutBytesFitsOnAFullDisk) {
 }
 
 TEST_F(StorageSpaceTest, AnArchiveNeedsWhatItUnpacksTo) {
-  const std::string page(500'000, 'x');  // packs well: the archive itself would fit
+  const std::string page(500'000, 'x');  // compresses well: the archive itself would fit
   const std::string archive = ZipBuilder()
                                   .addFile("index.html", page)
                                   .addFile("a/more.html", page)
@@ -97,14 +97,14 @@ TEST_F(StorageSpaceTest, AnArchiveNeedsWhatItUnpacksTo) {
   EXPECT_EQ(contents("promo/a/more.html"), page);
 }
 
-// --- In a batch the disk is asked less often ---
+// --- A batch queries the free space less often ---
 
 TEST_F(StorageSpaceTest, TheFilesOfABatchFillTheRoomThatWasFound) {
   const std::string file(mebibyte / 2, 'x');
   files_.setAvailableSpace(4 * mebibyte);
   KivStorageService::Batch batch;
   EXPECT_FALSE(save("1.png", file));
-  // What another program fills up meanwhile is not seen at once, but before it can matter much.
+  // The loss of free space to another program is detected late, but while 1 MiB is still free.
   files_.setAvailableSpace(0);
   int stored = 1;
   while (stored < 10 && !save(std::to_string(stored + 1) + ".png", file))

@@ -1,10 +1,10 @@
-// A process of its own that saves until it is killed or told to stop, for the tests that need one.
+// Saves in a separate process until it is killed or told to stop. Run by StorageProcessesTest.
 //
 //   StorageWriter ROOT files|archives|hold VERSION
 //
-// "files" and "archives" save one name over and over, with contents that tell a whole version from
-// a half one; "hold" saves once, writes one more temporary file, and waits. A line on standard
-// output says when the first save is done; the end of standard input stops it.
+// "files" and "archives" save the same name repeatedly, with contents from WholeVersions.h; "hold"
+// saves once, writes a temporary file and waits. A line on standard output reports the first save;
+// the end of standard input stops the process.
 
 #include <atomic>
 #include <cstdio>

@@ -4,7 +4,7 @@
 
 #include "Tests/Support/ZipBuilder.h"
 
-/// Contents by which a whole version is told from half of one, or from a mixture of two.
+/// Contents that show whether a version is complete, partial or a mixture of two.
 namespace kiv::test {
 
 inline constexpr int filesOfAWholeArchive = 12;

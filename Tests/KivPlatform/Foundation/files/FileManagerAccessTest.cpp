@@ -1,4 +1,4 @@
-// Who may use what the file manager makes.
+// The permissions of files and directories that the file manager creates.
 
 #include <filesystem>
 #include <fstream>

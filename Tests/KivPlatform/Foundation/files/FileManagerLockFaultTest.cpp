@@ -1,4 +1,4 @@
-// A lock whose file cannot be looked at. The system's call fails in a process of its own.
+// Locks whose file cannot be examined. The system call is made to fail in a child process.
 
 #include <array>
 #include <cerrno>
@@ -20,7 +20,7 @@
 namespace kiv {
 namespace {
 
-/// From now on, looking at an item by its path fails in this process with that error.
+/// From now on lstat() fails in this process with that error. Cannot be undone.
 bool failToLook(int error) {
   const auto fail = SECCOMP_RET_ERRNO | static_cast<unsigned>(error);
   std::array filter{
@@ -39,12 +39,12 @@ bool failToLook(int error) {
 constexpr int isLocked = 250;
 constexpr int isNoTest = 251;
 
-/// What comes of the lock in a process where looking fails with that error: the error of the lock,
-/// or one of the two above; less than zero where the process does not come to an end.
+/// Takes the lock in a child process where lstat() fails with `error`. Returns the error code of
+/// the lock, or one of the two values above; -1 if the child did not exit.
 int lockWhereLookingFailsWith(int error, const std::string& path) {
   const pid_t child = fork();
   if (child == 0) {
-    alarm(60);  // ends the process where the lock is tried for ever
+    alarm(60);  // in case the lock is retried forever
     if (!failToLook(error)) _exit(isNoTest);
     const auto lock = FileManager::defaultManager().lockFileAtPath(path);
     _exit(lock ? isLocked : static_cast<int>(lock.error().code));

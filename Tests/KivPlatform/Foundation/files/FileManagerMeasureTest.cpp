@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-/// The questions about readability, resolved paths, sizes and space.
+/// Readability, resolved paths, sizes and free space.
 class FileManagerMeasureTest : public testing::Test {
  protected:
   static std::uint64_t blocks(const std::string& path) {
@@ -45,7 +45,7 @@ TEST_F(FileManagerMeasureTest, AFileIsReadableAlsoAnEmptyOneAndBehindALink) {
 TEST_F(FileManagerMeasureTest, NothingButARegularFileIsReadable) {
   const std::string pipe = scratch_.path("pipe");
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  expectUnreadable(pipe, EINVAL);  // nobody writes to it: a wait would not end
+  expectUnreadable(pipe, EINVAL);  // the pipe has no writer: opening it must not block
   expectUnreadable(scratch_.path(), EISDIR);
   expectUnreadable(scratch_.path("missing"), ENOENT);
   expectUnreadable(scratch_.write("file") + "\0"s, EINVAL);
@@ -104,7 +104,7 @@ TEST_F(FileManagerMeasureTest, TheSpaceIsThatOfTheFileSystem) {
   ASSERT_EQ(statvfs(scratch_.path().c_str(), &status), 0);
   const auto space = manager_.spaceAtPath(scratch_.path());
   ASSERT_TRUE(space);
-  // Others write on this disk too: it can be told from another one, not to the byte.
+  // Other programs write to this disk too, so the free space is only known approximately.
   const std::uint64_t total = status.f_blocks * status.f_frsize;
   EXPECT_GT(space->available, 0U);
   EXPECT_GT(space->used, 0U);

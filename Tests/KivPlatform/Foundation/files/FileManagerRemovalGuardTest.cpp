@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Two directories, of which a test mostly guards the first.
+/// Two directories. Most tests allow removals only in the first one.
 class FileManagerRemovalGuardTest : public testing::Test {
  protected:
   FileManagerRemovalGuardTest() {
@@ -236,7 +236,7 @@ TEST_F(FileManagerRemovalGuardTest, WhatIsMissingIsTheSystemsErrorAsEver) {
   }
 }
 
-// --- What is withdrawn in order to be removed ----------------------------------------------------
+// --- Withdrawing items for removal ---------------------------------------------------------------
 
 class FileManagerWithdrawalTest : public FileManagerRemovalGuardTest {
  protected:

@@ -56,7 +56,7 @@ class FileManagerTest : public testing::Test {
   FileManager& manager_ = FileManager::defaultManager();
 };
 
-/// Expects a failure with this number of the system.
+/// Expects a system error with this errno value.
 template <class Outcome>
 void expectFailure(const Outcome& outcome, int number) {
   ASSERT_FALSE(outcome);
@@ -74,7 +74,7 @@ TEST_F(FileManagerTest, AnotherManagerIsPutInUseAndTakenOut) {
   EXPECT_EQ(&FileManager::defaultManager(), &system);
 }
 
-// --- What lies at a path -------------------------------------------------------------------------
+// --- Item types ----------------------------------------------------------------------------------
 
 struct Kinds {
   bool file;
@@ -180,7 +180,7 @@ TEST_F(FileManagerTest, ReadsThroughALink) {
 
 #if defined(__linux__)
 TEST_F(FileManagerTest, ReadsAFileThatIsLargerThanItSays) {
-  const auto contents = manager_.contentsAtPath("/proc/self/limits");  // said to be empty
+  const auto contents = manager_.contentsAtPath("/proc/self/limits");  // its size is reported as 0
   ASSERT_TRUE(contents);
   EXPECT_TRUE(contents->view().starts_with("Limit"));
 }
@@ -192,7 +192,7 @@ TEST_F(FileManagerTest, ReadsNothingButRegularFilesAndNeverWaits) {
   expectFailure(reading(""), ENOENT);
   expectFailure(reading(write("file") + "/x"), ENOTDIR);
   expectFailure(reading(directory_.path()), EISDIR);
-  expectFailure(reading(makePipe("pipe")), EINVAL);  // nobody writes to it: a wait would not end
+  expectFailure(reading(makePipe("pipe")), EINVAL);  // without a writer: must not block
   expectFailure(reading("/dev/zero"), EINVAL);
   expectFailure(reading(link("toItself", path("toItself"))), ELOOP);
 }
@@ -261,7 +261,7 @@ TEST_F(FileManagerTest, CreatesOnlyWhatDoesNotExist) {
   expectFailure(creating(write("file", "old")), EEXIST);
   EXPECT_EQ(read("file"), "old");
   expectFailure(creating(makeDirectory("dir")), EEXIST);
-  expectFailure(creating(link("dangling", path("target"))), EEXIST);  // and not what it leads to
+  expectFailure(creating(link("dangling", path("target"))), EEXIST);  // the target is not created
   EXPECT_FALSE(fs::exists(path("target")));
   expectFailure(creating(path("missing/file")), ENOENT);
   expectFailure(creating(path(std::string(256, 'n'))), ENAMETOOLONG);
@@ -512,7 +512,7 @@ TEST_F(FileManagerLockTest, ALockEndsWithItsProcessEvenWhenThatIsKilled) {
   ::close(pipeEnds[1]);
 }
 
-// --- Files that are mapped or gone on with -------------------------------------------------------
+// --- Mapped files and files to append to ---------------------------------------------------------
 
 TEST_F(FileManagerTest, AMappedFileKeepsItsBytesWhenItsNameGoes) {
   write("a", "bytes");

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
-// Only the system tells whether this is the main thread.
+// For the check whether the current thread is the main thread.
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "Tests/Support/LogCapture.h"
 
@@ -24,7 +24,7 @@ using std::chrono::seconds;
 
 constexpr seconds generousDeadline{60};
 
-/// A promise of one moment, with a deadline on the wait for it.
+/// A one-shot event; waiting for it has a deadline.
 class Moment {
  public:
   void come() { promise_.set_value(); }
@@ -36,14 +36,14 @@ class Moment {
   std::future<void> future_ = promise_.get_future();
 };
 
-/// Returns when what the queue holds now has run.
+/// Waits until all jobs that are on the queue now have run.
 void finishJobs(const std::shared_ptr<DispatchQueue>& queue) {
   Moment finished;
   queue->async([&] { finished.come(); });
   ASSERT_TRUE(finished.hasCome());
 }
 
-/// Leaves the main queue empty and without a handler.
+/// Leaves the main queue empty and without a wake-up handler.
 class MainQueueTest : public testing::Test {
  protected:
   void SetUp() override { leaveEmpty(); }
@@ -118,7 +118,7 @@ TEST(SerialQueueTest, JobsAddedTogetherStayTogether) {
   const auto queue = DispatchQueue::serial("serial");
   std::vector<int> ran;
   std::vector<DispatchQueue::Job> jobs;
-  // What the first one adds comes after the last one.
+  // A job that the first job adds runs after the last one.
   jobs.emplace_back([&] {
     ran.push_back(1);
     queue->async([&] { ran.push_back(4); });
@@ -177,7 +177,7 @@ TEST(SerialQueueTest, ReleasedByItsOwnJobRunsWhatWaits) {
     holder->reset();
   });
   queue->async([&lastRan] {
-    EXPECT_EQ(DispatchQueue::current(), nullptr);  // nobody holds it any more
+    EXPECT_EQ(DispatchQueue::current(), nullptr);  // all references to it are gone
     lastRan.come();
   });
   *holder = std::move(queue);
@@ -222,7 +222,7 @@ TEST(SerialQueueTest, TakesJobsOfManyThreadsAndRunsThemOneAtATime) {
   constexpr int producers = 8;
   constexpr int jobsEach = 500;
   const auto queue = DispatchQueue::serial("many");
-  std::vector<int> lastOf(producers, -1);  // touched by jobs alone: a race shows if two overlap
+  std::vector<int> lastOf(producers, -1);  // accessed only by jobs: an overlap is a data race
   int ran = 0;
   bool inOrder = true;
   std::vector<std::thread> threads;
@@ -325,7 +325,7 @@ TEST_F(MainQueueTest, DrainLeavesWhatItsJobsAdd) {
 
 // --- Turns ---------------------------------------------------------------------------------------
 
-/// A job that adds its letter to the text, and at the end of its turn the letter in upper case.
+/// A job that appends its letter to the text, and at the end of its turn the letter in upper case.
 DispatchQueue::Job letter(std::string& text, char name) {
   return [&text, name] {
     text += name;
@@ -433,7 +433,7 @@ TEST_F(MainQueueTest, DrainsDoNotNest) {
 }
 
 TEST_F(MainQueueTest, DrainForWithinAJobDoesNotWait) {
-  // The deadline is far beyond that of the test: waiting shows.
+  // The deadline exceeds the time limit of the test, so that waiting would be detected.
   main_->async([&] { EXPECT_EQ(main_->drainFor(std::chrono::hours(24)), 0U); });
   EXPECT_EQ(main_->drain(), 1U);
 }
@@ -598,7 +598,7 @@ TEST_F(MainQueueTest, AHandlerMayAddAJob) {
 
 TEST_F(MainQueueTest, ARemovedHandlerRunsOnNoOtherThread) {
   for (int round = 0; round < 200; ++round) {
-    auto state = std::make_unique<int>(0);  // gone right after the removal: a late call would race
+    auto state = std::make_unique<int>(0);  // destroyed after the removal: a late call is a race
     main_->setWakeUpHandler([counter = state.get()] { ++*counter; });
     std::thread producer([&] { main_->async([] {}); });
     main_->setWakeUpHandler(nullptr);
@@ -609,7 +609,7 @@ TEST_F(MainQueueTest, ARemovedHandlerRunsOnNoOtherThread) {
 }
 
 TEST_F(MainQueueTest, AHandlerRunsWithoutALock) {
-  // The thread that adds a job must not wait for the handler, which waits for that thread.
+  // The handler waits for the thread that adds a job, so that thread must not wait for the handler.
   Moment added;
   std::atomic<int> calls = 0;
   bool isInTime = true;
@@ -617,7 +617,7 @@ TEST_F(MainQueueTest, AHandlerRunsWithoutALock) {
     if (++calls > 1) return;
     std::thread([&] {
       main_->drain();
-      main_->async([] {});  // to the empty queue: the handler is due again
+      main_->async([] {});  // the queue is empty, so this calls the handler again
       added.come();
     }).detach();
     isInTime = added.hasCome();
@@ -687,7 +687,7 @@ TEST(SerialQueueTest, AJobThatThrowsDoesNotKeepOthersFromRunning) {
 TEST_F(MainQueueTest, NoWakeUpIsLost) {
   constexpr int producers = 4;
   constexpr int jobsEach = 500;
-  // An event loop that runs jobs only when it is woken.
+  // An event loop that drains the queue only when it is woken.
   std::mutex mutex;
   std::condition_variable changed;
   bool woken = false;

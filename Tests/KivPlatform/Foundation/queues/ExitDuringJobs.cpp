@@ -1,6 +1,6 @@
-// Ends the process while a serial queue runs jobs that read and write JSON, and looks at the very
-// end whether that queue still runs any: the libraries that were there first are taken down then.
-// Run by SerialQueueExitTest.
+// Exits while a serial queue runs jobs that read and write JSON. Checks in the last exit handler
+// that the queue runs no jobs any more: libraries that were loaded first are destroyed at that
+// point. Run by SerialQueueExitTest.
 //
 //     ExitDuringJobs return|exit|job|finish
 
@@ -25,7 +25,7 @@ std::atomic<bool> isFinished = false;
 bool isToFinish = false;
 std::atomic<int> threadsWithJobs = 0;
 
-/// What libraries keep for each thread, and let go of when it ends.
+/// Stands for the thread-local state of a library, which is destroyed at the end of the thread.
 struct KeptForThread {
   KeptForThread() { ++threadsWithJobs; }
   KeptForThread(const KeptForThread&) = delete;
@@ -37,7 +37,7 @@ struct KeptForThread {
   }
 };
 
-/// Runs last, as the destructor of a library that was there first.
+/// Runs last, like the destructors of a library that was loaded first.
 void expectNoJobs() {
   if (threadsWithJobs > 0) {
     std::fputs("The queue still runs while the process is taken down.\n", stderr);
@@ -67,7 +67,7 @@ int main(int count, char** arguments) {
   if (count != 2) return 2;
   const std::string_view way = arguments[1];
   std::atexit(&expectNoJobs);
-  // Held for good, as the manager's is: to let go of them would wait for their jobs.
+  // Never destroyed, like the manager's queue: their destructors would wait for their jobs.
   static const auto& queue = *new std::shared_ptr(DispatchQueue::serial("work"));
   static const auto& other = *new std::shared_ptr(DispatchQueue::serial("other"));
   std::atexit([] { exitHasBegun = true; });
@@ -75,7 +75,7 @@ int main(int count, char** arguments) {
   other->async([] { work(other); });
   waitForJobs(100);
   if (way == "finish") {
-    // A job that runs when the process ends is finished; one that waits is not begun.
+    // At exit, a running job is completed and a waiting job is dropped.
     isToFinish = true;
     std::atomic<bool> runs = false;
     queue->async([&runs] {

@@ -11,7 +11,7 @@ namespace {
 using kiv::DispatchQueue;
 using kiv::QueueAssertion;
 
-/// An object without a lock.
+/// An object without a lock, confined to one queue.
 class Counter {
  public:
   void increment() { queue_.check("Counter"); }
@@ -57,7 +57,7 @@ TEST(QueueAssertionTest, WhereTheQueueIsGoneNothingIsChecked) {
   counter->increment();
 }
 
-// Builds with NDEBUG check nothing.
+// Assertions are disabled with NDEBUG.
 #ifndef NDEBUG
 TEST(QueueAssertionDeathTest, AnotherQueueOrThreadEndsTheProgram) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";

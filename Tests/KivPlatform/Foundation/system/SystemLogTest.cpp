@@ -100,7 +100,7 @@ TEST_F(SystemLogTest, HearsEveryLineOfManyThreads) {
   EXPECT_EQ(lines, 1000);
 }
 
-// A host's handler may wait for a lock of the host's, whose holder writes a line.
+// A log handler may wait for a lock whose owner writes to the log at the same time.
 TEST_F(SystemLogTest, NoLockIsHeldWhileTheHandlerRuns) {
   constexpr std::chrono::seconds deadline{30};
   std::promise<void> begun;

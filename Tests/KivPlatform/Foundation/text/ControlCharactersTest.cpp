@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-/// Of a code point below U+10000.
+/// The UTF-8 encoding of a code point below U+10000.
 std::string utf8(std::uint32_t point) {
   const auto byte = [](std::uint32_t value) { return static_cast<char>(value); };
   if (point < 0x80) return {byte(point)};

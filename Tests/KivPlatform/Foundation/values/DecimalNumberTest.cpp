@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(Libraries, DecimalNumberTest,
                          testing::Values(&kiv::readDecimal, &kiv::readDecimalByC),
                          [](const auto& tested) { return tested.index == 0 ? "CXX" : "C"; });
 
-/// The locale of a host that writes one and a half as 1,5.
+/// Sets a locale in which the decimal separator is a comma.
 class DecimalCommaTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -96,7 +96,7 @@ class DecimalCommaTest : public testing::Test {
     kiv::test::ChildProcess compiler(
         "localedef", {"--quiet", "--force", "--no-warnings=ascii", "--inputfile=" + source,
                       directory_.path("comma_XX")});
-    compiler.waitForExit();  // fails with warnings of what the locale does without
+    compiler.waitForExit();  // its exit code reports warnings about missing categories
     setenv("LOCPATH", directory_.path().c_str(), 1);
     ASSERT_TRUE(std::setlocale(LC_ALL, "comma_XX"));
     ASSERT_EQ(std::strtod("1,5", nullptr), 1.5);

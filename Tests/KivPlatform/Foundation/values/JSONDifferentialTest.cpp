@@ -1,4 +1,5 @@
-// The reader against the one beside it in the same library, over sample texts and their mutations.
+// Compares the JSON reader with another reader of the same library on sample texts and mutations of
+// them.
 
 #include <array>
 #include <cstdlib>
@@ -98,7 +99,7 @@ std::string anyValue(Random& random, int depth) {
   }
 }
 
-/// One small change: a byte or a piece of text is put in, taken out, doubled or overwritten.
+/// Inserts, removes, duplicates or overwrites a byte or a piece of the text.
 void mutate(std::string& text, Random& random) {
   const std::size_t at = below(random, text.size() + 1);
   const std::size_t length = std::min(below(random, 4), text.size() - at);
@@ -139,7 +140,7 @@ void expectAgreement(const std::string& text) {
   EXPECT_FALSE(disagreement) << printable(text) << "\n" << *disagreement;
 }
 
-/// The seed of this run; KIVRESOURCE_TEST_SEED repeats a former one.
+/// The seed of this run. Set KIVRESOURCE_TEST_SEED to repeat an earlier run.
 std::uint64_t seed() {
   const char* const given = std::getenv("KIVRESOURCE_TEST_SEED");
   return given ? std::strtoull(given, nullptr, 10) : std::random_device()();

@@ -46,9 +46,9 @@ TEST(JSONElementsTest, WhatIsNoArrayOfContainersIsNotWhole) {
   }
 }
 
-// --- Read by elements and as a whole -------------------------------------------------------------
+// --- Arrays read alone and within an object ------------------------------------------------------
 
-/// A text that is, or nearly is, an array of objects and arrays.
+/// Generates arrays of objects and arrays, some of them with errors.
 class RandomText {
  public:
   explicit RandomText(std::uint32_t seed) : random_(seed) {}
@@ -106,10 +106,10 @@ TEST(JSONElementsTest, AnArrayReadsTheSameByItselfAndWithinAnObject) {
     const std::string text = texts.next();
     const auto alone = JSON::read(Data(text));
     const auto within = JSON::read(Data("{\"a\":" + text + "\n}"));
-    // A change may close the array early and go on in the object around it, as in "[]","b":[]".
+    // An error may close the array early and add a key to the object around it, as in `[],"b":[]`.
     if (within && within->dictionary().size() != 1) continue;
     const bool isBare = within && within->dictionary()["a"].kind() < kiv::Value::Kind::array;
-    if (isBare) continue;  // a top level that only an object around it makes acceptable
+    if (isBare) continue;  // a scalar, which is valid in an object but not as a top level
     ASSERT_EQ(alone.has_value(), within.has_value()) << text;
     if (!alone) continue;
     ++valid;

@@ -1,5 +1,5 @@
-// JSON on a thread with 128 KiB of stack, as some hosts give their threads: how deep a text or a
-// value nests may take none of it.
+// JSON on a thread with a stack of 128 KiB, as in some hosts: stack use must not grow with the
+// nesting of a text or value.
 
 #include <string>
 #include <utility>
@@ -24,7 +24,7 @@ void onSmallStack(const std::function<void()>& job) {
   kiv::test::runWithStack(smallStack, job);
 }
 
-/// Arrays and dictionaries by turns, with something before and behind each.
+/// Nests arrays and dictionaries alternately, with other elements before and after each level.
 Value nested(int depth) {
   Value value("innermost");
   for (int level = 0; level < depth; ++level) {

@@ -26,21 +26,21 @@ Data dataOf(std::string_view text) {
   return Data(std::string(text));
 }
 
-/// The value of a text that is expected to be whole; null where it is refused.
+/// The value of a text that must be valid; null if it is rejected.
 Value read(std::string_view text) {
   auto value = JSON::read(dataOf(text));
   EXPECT_TRUE(value) << value.error().localizedDescription();
   return std::move(value).value_or(Value());
 }
 
-/// The one element of a text's array.
+/// The single element of an array with this text.
 Value readElement(std::string_view element) {
   const Value root = read("[" + std::string(element) + "]");
   EXPECT_EQ(root.array().size(), 1U);
   return root.array()[0];
 }
 
-/// Why a text is refused.
+/// The error of a text that must be rejected.
 Error refusal(std::string_view text) {
   const auto value = JSON::read(dataOf(text));
   EXPECT_FALSE(value) << text.substr(0, 100);
@@ -72,7 +72,7 @@ Value nestedValue(int depth) {
   return value;
 }
 
-/// The texts, which two blanks separate.
+/// Splits at double spaces.
 std::vector<std::string> separated(std::string_view texts) {
   std::vector<std::string> all;
   while (!texts.empty()) {
@@ -88,7 +88,7 @@ std::vector<std::string> separated(std::string_view texts) {
 struct Number {
   std::string_view text;
   Kind kind;
-  std::uint64_t bits;  // of an integer
+  std::uint64_t bits;  // of the integer value
   double floating;
 };
 
@@ -320,7 +320,7 @@ TEST(JSONReadTest, ATextCutAnywhereIsRefused) {
 }
 
 TEST(JSONReadTest, ATextThatLostOneByteIsAnsweredWithinItsBounds) {
-  // An allocation of exactly its size each time, so that a sanitizer sees any step outside.
+  // Allocates exactly the size of the text, so that AddressSanitizer detects reads past its end.
   for (std::size_t at = 0; at < sample.size(); ++at) {
     std::string text(sample);
     text.erase(at, 1);
@@ -518,7 +518,7 @@ TEST(JSONDescribeTest, WhatHasNoJSONFormIsNull) {
 
 // --- Temporaries ---------------------------------------------------------------------------------
 
-/// The text of a list, long enough to share its storage with nothing.
+/// The text of a list, too long for the small string optimization.
 Data listText() {
   return Data(R"({"items":["a string too long to be held in place","b",["c"]]})");
 }

@@ -35,7 +35,7 @@ constexpr Parsed urls[] = {
     {"http://h:0/", "http", "h"},
     {"http://h:65535/", "http", "h"},
     {"http://user:word@h/x", "http", "h"},
-    // What a link brings never reaches the host.
+    // Nothing in a link changes the host.
     {"http://ads.example/@evil.test/a", "http", "ads.example"},
     {"http://ads.example/:80@evil.test/a", "http", "ads.example"},
     {"http://ads.example/.evil.test/a", "http", "ads.example"},
@@ -45,7 +45,7 @@ constexpr Parsed urls[] = {
     {"http://ads.example/a?b=c/d#e", "http", "ads.example"},
     {"http://ads.example?@evil.test", "http", "ads.example"},
     {"http://ads.example#@evil.test", "http", "ads.example"},
-    // Nothing is guessed: one slash or three open no host, and no scheme is added.
+    // No leniency: one slash or three do not introduce a host, and no scheme is added.
     {"http:/x", "http", ""},
     {"http:x", "http", ""},
     {"http:", "http", ""},

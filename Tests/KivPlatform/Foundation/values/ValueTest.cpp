@@ -149,7 +149,7 @@ TEST(ValueTest, EqualityLooksAtContent) {
   EXPECT_FALSE(Value(Array({1, 2})) == Value(Array({2, 1})));
 }
 
-// What a temporary holds is handed out as a copy, what any other value holds as a reference.
+// Accessors of a temporary return a copy; those of an lvalue return a reference.
 template <class T>
 constexpr bool handsOutCopies = std::is_same_v<decltype(std::declval<T>().array()), kiv::Array>&&
     std::is_same_v<decltype(std::declval<T>().dictionary()), kiv::Dictionary>&&

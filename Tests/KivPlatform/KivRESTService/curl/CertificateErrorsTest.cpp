@@ -32,7 +32,7 @@ TEST_P(CertificateErrorsTable, Says) {
             GetParam().clause);
 }
 
-// The messages are those of libcurl with OpenSSL 1.1 and 3, and with GnuTLS.
+// Messages of libcurl with OpenSSL 1.1 and 3, and with GnuTLS.
 INSTANTIATE_TEST_SUITE_P(
     All, CertificateErrorsTable,
     testing::Values(

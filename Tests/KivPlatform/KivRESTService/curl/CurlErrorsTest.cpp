@@ -19,7 +19,7 @@ TEST_P(CurlErrorsTable, Maps) {
   EXPECT_EQ(errorCodeForCurlResult(GetParam().result), GetParam().code);
 }
 
-// The numbers are part of libcurl's interface and never change.
+// The codes are part of libcurl's ABI and never change.
 INSTANTIATE_TEST_SUITE_P(
     All, CurlErrorsTable,
     testing::Values(CurlCase{"UnsupportedProtocol", 1, Code::unsupportedURL},

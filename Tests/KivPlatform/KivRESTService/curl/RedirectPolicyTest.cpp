@@ -13,7 +13,7 @@ URL url(std::string_view string) {
   return URL::fromString(string).value();
 }
 
-/// The target, or the code of the refusal in words.
+/// The target, or the name of the error code if the redirect is rejected.
 std::string target(std::string_view from, std::string_view location) {
   const auto result = kiv::redirectTarget(url(from), location);
   if (result) return result->absoluteString();

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-// What waits are downloads, which are made here.
+// For creating downloads.
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
@@ -28,7 +28,7 @@ class WaitingDownloadsTest : public testing::Test {
     return *all_.back();
   }
 
-  /// The tasks in the order in which they are taken, but for those of busy servers.
+  /// The tasks in the order in which they are taken, except those of busy servers.
   std::vector<std::uint64_t> takeAll(const std::set<std::string>& busy = {}) {
     const auto mayStart = [&](Download& download) {
       ++asked_;

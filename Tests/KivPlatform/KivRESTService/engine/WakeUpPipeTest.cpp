@@ -18,7 +18,7 @@ bool isReadable(int descriptor) {
   return poll(&asked, 1, 0) == 1 && (asked.revents & POLLIN) != 0;
 }
 
-/// Both numbers of the pipe; it has the lowest that were free.
+/// Both descriptors of the pipe. They are consecutive, since it gets the lowest free numbers.
 std::array<int, 2> numbersOf(const WakeUpPipe& wakeUp) {
   const int readEnd = wakeUp.descriptor().value();
   return {readEnd, readEnd + 1};
@@ -61,7 +61,7 @@ TEST(WakeUpPipe, WithoutDescriptorsIsNone) {
   wakeUp.clear();
 }
 
-/// A pipe whose one end has that number, which is the lowest free one.
+/// Creates a pipe so that ends[which] is `number`, which must be the lowest free descriptor.
 void makePipe(int (&ends)[2], std::size_t which, int number) {
   ASSERT_EQ(pipe(ends), 0);
   if (ends[which] == number) return;

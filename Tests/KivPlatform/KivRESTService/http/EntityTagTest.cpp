@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
-// Responses and records take what is tested here: neither lets a wrong tag in.
+// Both use the functions under test: neither accepts an invalid tag.
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 #include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
@@ -73,7 +73,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{"BeyondASCII", "Sun, 06 N\xc3\xb6v 1994 08:49:37 GMT", false}),
     nameOf);
 
-/// What a server sends as a version, and a response that breaks off.
+/// An entity tag or date from the server, in a response that is cut off.
 class InjectedHeader : public ClientFixture, public testing::WithParamInterface<const char*> {};
 
 TEST_P(InjectedHeader, IsNotSentBack) {

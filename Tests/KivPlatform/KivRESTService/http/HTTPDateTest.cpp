@@ -41,7 +41,7 @@ TEST(HTTPDate, AYearOfTwoDigitsIsOfThisCenturyOrTheLast) {
   EXPECT_EQ(kiv::secondsFromHTTPDate("Thursday, 29-Feb-24 00:00:00 GMT"), 1709164800);
 }
 
-// A host may have set another one.
+// The host may have set another locale.
 TEST(HTTPDate, IsReadInEnglishWhateverTheLocale) {
   const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Comma));
   EXPECT_EQ(kiv::secondsFromHTTPDate(newYear), newYearSeconds);
@@ -56,7 +56,7 @@ TEST(RetryAfter, HoldsSecondsOrADate) {
 
 TEST(RetryAfter, ADateThatIsPastAsksForNoWait) {
   EXPECT_EQ(kiv::waitFromRetryAfter(newYear, newYearSeconds + 30), seconds(0));
-  EXPECT_EQ(kiv::waitFromRetryAfter(newYear, {}), seconds(0));  // of this computer's clock
+  EXPECT_EQ(kiv::waitFromRetryAfter(newYear, {}), seconds(0));  // by the clock of this machine
 }
 
 TEST(RetryAfter, NeverAsksForMoreThanAYear) {

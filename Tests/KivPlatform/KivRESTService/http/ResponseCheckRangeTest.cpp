@@ -14,7 +14,7 @@ using kiv::ResponseCheck;
 const BodyVersion versionA{"\"a\"", ""};
 const RangeAsked fromFive{5, 10, versionA};
 
-/// Feeds the lines, without their ends, and an empty one.
+/// Passes the header lines, given without line ends, and an empty line to the check.
 bool feed(ResponseCheck& check, const std::vector<std::string>& lines) {
   for (const auto& line : lines) {
     if (!check.addHeaderLine(line + "\r\n")) return false;

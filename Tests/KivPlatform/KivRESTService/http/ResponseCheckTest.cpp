@@ -11,7 +11,7 @@ using kiv::ResponseCheck;
 
 constexpr std::int64_t largestBody = 1000;
 
-/// Feeds the head of a response line by line, with an empty line at its end.
+/// Passes the header section to the check, line by line, with an empty line at the end.
 void feed(ResponseCheck& check, std::string_view head) {
   while (!head.empty()) {
     const auto end = head.find('\n');
@@ -22,13 +22,13 @@ void feed(ResponseCheck& check, std::string_view head) {
   check.addHeaderLine("\r\n");
 }
 
-/// A check that has been fed this head.
+/// A check that has received this header section.
 class FedCheck : public ResponseCheck {
  public:
   explicit FedCheck(std::string_view head) : ResponseCheck(largestBody) { feed(*this, head); }
 };
 
-/// The body ends after so many bytes.
+/// Ends the body after that many bytes.
 void endAfter(ResponseCheck& check, std::size_t bytes) {
   check.addBodyBytes(bytes);
   check.end();

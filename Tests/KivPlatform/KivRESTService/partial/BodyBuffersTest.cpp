@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t size = 50'000;
 
-/// A body in memory of the buffers.
+/// A body in memory from the buffers.
 Data body(BodyBuffers& buffers, char fill = 'x') {
   std::string bytes = buffers.take(size);
   bytes.assign(size, fill);
@@ -30,7 +30,7 @@ TEST_F(BodyBuffersTest, WhatOneBodyLeavesTheNextOneTakes) {
     const Data data = body(*buffers_);
     former = data.view().data();
   }
-  const std::string decoy(size, 'x');  // would get the memory, had it been freed
+  const std::string decoy(size, 'x');  // would reuse the memory if it had been freed
   const std::string next = buffers_->take(size);
   EXPECT_EQ(next.data(), former);
   EXPECT_TRUE(next.empty());

@@ -18,7 +18,7 @@ constexpr std::int64_t megabyte = 1'000'000;
 
 class BandwidthBudgetTest : public testing::Test {
  protected:
-  /// A transfer begins as soon as it may, and brings that many bytes in no time.
+  /// A transfer that starts as soon as it may and receives that many bytes at once.
   void transfer(std::int64_t bytes) {
     now_ = std::max(now_, budget_.paidAt());
     budget_.spend(bytes, now_);
@@ -32,7 +32,7 @@ class BandwidthBudgetTest : public testing::Test {
 TEST_F(BandwidthBudgetTest, ManySmallTransfersTakeAsLongAsOneLarge) {
   for (int count = 0; count < 1000; ++count)
     transfer(20'000);
-  const auto expected = milliseconds(19'980);  // the last is not waited for
+  const auto expected = milliseconds(19'980);  // without the wait after the last one
   EXPECT_GE(now_ - start_, expected - BandwidthBudget::burst);
   EXPECT_LE(now_ - start_, expected);
 }

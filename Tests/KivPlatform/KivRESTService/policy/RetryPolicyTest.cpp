@@ -48,7 +48,7 @@ class RetryPolicyTest : public testing::Test {
 };
 
 TEST_F(RetryPolicyTest, TheBoundDoublesWithEachFailure) {
-  // Of 2,000 waits the longest comes near to the bound, and none goes beyond it.
+  // The longest of 2,000 random delays is near the limit, and none exceeds it.
   EXPECT_LE(longest(1), 500ms);
   EXPECT_GE(longest(1), 480ms);
   EXPECT_LE(longest(2), 1000ms);

@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 using kiv::SpeedMeter;
 using kiv::SpeedPolicy;
 
-// --- The least speed -----------------------------------------------------------------------------
+// --- The minimum speed ---------------------------------------------------------------------------
 
 TEST(SpeedPolicy, AYoungDownloadIsLeftToTheStallTimeout) {
   const SpeedPolicy policy{kiv::TransferSettings()};
@@ -47,7 +47,7 @@ TEST(SpeedPolicy, NoLeastSpeedWithoutDoublingOrStallTimeout) {
 
 TEST(SpeedPolicy, ATransferThatTheBandwidthHoldsBackIsNotSlow) {
   kiv::TransferSettings settings;
-  settings.bandwidth = 1400;  // 200 for each of six, and for one that is held back
+  settings.bandwidth = 1400;  // 200 for each of six and for a throttled one
   EXPECT_EQ(SpeedPolicy(settings).minimum(24h), 100);
   EXPECT_FALSE(SpeedPolicy(settings).isSlow(101));
   EXPECT_TRUE(SpeedPolicy(settings).isSlow(99));

@@ -24,7 +24,7 @@ TransferOutcome failed(KivRESTServiceErrorCode code) {
       Error(KivRESTServiceErrorDomain, static_cast<std::int64_t>(code), "failed"));
 }
 
-/// Goes through a plan with a clock of its own, which jumps to wherever the plan wants to wait.
+/// Executes a plan with a simulated clock that advances to the end of each wait.
 struct Walk {
   Walk(std::size_t servers, kiv::TransferSettings chosen)
       : settings(std::move(chosen)), plan(servers, settings), policy(settings, 1) {}
@@ -42,7 +42,7 @@ struct Walk {
     order.push_back(step->server);
     return step->server;
   }
-  /// Notes how the last try came out.
+  /// Records the result of the last attempt.
   void record(kiv::AttemptResult result) {
     plan.record(order.back(), std::move(result), policy, now);
   }
@@ -58,8 +58,8 @@ struct Walk {
   std::vector<std::chrono::milliseconds> waits;
 };
 
-/// "200" is a success whose body names the server, another number a response, "E" an error that
-/// names the server.
+/// "200" is a success whose body is the index of the server, any other number a response with that
+/// status, "E" an error with the index as its code, and "lost" a lost connection.
 TransferOutcome outcome(const std::string& sort, std::size_t server) {
   if (sort == "lost") return failed(KivRESTServiceErrorCode::connectionLost);
   if (sort == "200") return TransferOutcome::succeeded(Data(std::to_string(server)));
@@ -147,7 +147,7 @@ TEST(TransferPlan, WhatMayPassIsTriedThreeTimesAServer) {
   Walk walk(2, {});
   while (const auto server = walk.next())
     walk.record(outcome(*server == 0 ? "503" : "lost", *server));
-  // The mirror is asked while the main server is left alone.
+  // The plan uses the mirror while the main server is waiting for its retry.
   EXPECT_EQ(std::count(walk.order.begin(), walk.order.end(), 0U), 3);
   EXPECT_EQ(std::count(walk.order.begin(), walk.order.end(), 1U), 3);
   EXPECT_EQ(walk.order[0], 0U);
@@ -221,7 +221,8 @@ TEST(TransferPlan, StartingOverIsNotSpentAndComesAtOnce) {
   EXPECT_TRUE(walk.waits.empty());
 }
 
-/// Counts the tries of a server that answers so to requests for the rest, and then to all others.
+/// The number of attempts with a server that gives the first response to a range request and the
+/// second one to all later requests.
 std::size_t triesAfterARest(const std::string& toTheRest, const std::string& later, int allowed) {
   kiv::TransferSettings settings;
   settings.triesPerServer = allowed;

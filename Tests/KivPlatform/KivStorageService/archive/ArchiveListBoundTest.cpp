@@ -1,4 +1,4 @@
-// How much of an archive's list of entries is read, whatever the archive says of it.
+// The bound on how much of an archive's central directory is read, whatever size it declares.
 
 #include <atomic>
 #include <memory>
@@ -11,7 +11,7 @@
 namespace kiv::test {
 namespace {
 
-/// Counts the bytes that are read of files which are mapped.
+/// Counts the bytes that are read from mapped files.
 class CountingFileManager final : public ForwardingFileManager {
  public:
   Result<std::unique_ptr<MappedFile>> mapFileAtPath(std::string_view path) override {
@@ -41,7 +41,7 @@ class CountingFileManager final : public ForwardingFileManager {
 
 class ArchiveListBoundTest : public StorageServiceFixture {
  protected:
-  /// Saves an archive that lies in a file, and answers the error's message.
+  /// Saves an archive from a mapped file and returns the error's message.
   std::string messageOfSaving(const std::string& archive) {
     put(scratch_.path("archive"), archive);
     std::optional<Error> error;
@@ -50,7 +50,7 @@ class ArchiveListBoundTest : public StorageServiceFixture {
     return error ? error->localizedDescription() : "";
   }
 
-  /// Empty entries whose part of the list has about that many bytes each.
+  /// An archive of empty entries with about `bytesForEach` bytes each in the central directory.
   static ZipBuilder archiveWithList(std::size_t entries, std::size_t bytesForEach) {
     ZipBuilder archive;
     archive.addFile("index.html", "page");
@@ -83,7 +83,7 @@ TEST_F(ArchiveListBoundTest, AListWithinTheBoundIsRead) {
 }
 
 TEST_F(ArchiveListBoundTest, ALongListBehindASecondEndRecordIsNotRead) {
-  // The comment of a large archive is the rest of a small one.
+  // The comment of a large archive contains the remaining part of a small one.
   auto large = archiveWithList(9'000, 1'000);
   const std::uint64_t start = large.build().size();
   ZipBuilder small;

@@ -25,7 +25,7 @@ class AtomicFileTest : public testing::Test {
     return count;
   }
 
-  /// Puts files where the next temporaries would lie, and answers their paths.
+  /// Creates files at the paths of the next temporary files and returns these paths.
   std::vector<std::string> takeNextPlaces() {
     const std::string last = (*root_.makeTemporary()).path();
     const std::string directory(path::deletingLastPathComponent(last));

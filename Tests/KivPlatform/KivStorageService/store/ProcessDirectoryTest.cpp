@@ -51,7 +51,8 @@ TEST_F(ProcessDirectoryTest, TheSweepLeavesOneThatIsHeld) {
 
 class ProcessDirectorySwapTest : public ProcessDirectoryTest {
  protected:
-  /// What a process leaves that dies after it has moved the directory "place/promo" aside.
+  /// Creates the state that a process leaves if it dies after it has moved the directory
+  /// "place/promo" away.
   void leaveInterruptedSwap() {
     std::filesystem::create_directories(root_ + "/place");
     test::put(parent_ + "/dead/1/index.html", "old");

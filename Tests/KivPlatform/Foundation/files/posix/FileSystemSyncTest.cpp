@@ -6,10 +6,11 @@
 namespace kiv::test {
 namespace {
 
-// What a sync brings shows only after a power cut, and whether one syncfs is used depends on the
-// file system and on what other programs write. So these tests check what holds in every case.
+// The effect of a sync is visible only after a power cut, and whether syncfs() is used depends on
+// the file system and on the dirty data of other programs. So these tests check only what always
+// holds.
 
-/// So many that they pay for whatever the machine has not written yet.
+/// So many that one syncfs() is cheaper, however much dirty data the machine has.
 constexpr std::size_t manyFiles = SIZE_MAX;
 
 TEST(FileSystemSyncTest, ASyncOfManyFilesSucceedsWhereThereIsOne) {

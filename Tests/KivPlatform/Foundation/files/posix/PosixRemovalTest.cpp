@@ -7,7 +7,7 @@
 namespace kiv::posix {
 namespace {
 
-// On the text alone: what these tests name must never be handed to a removal.
+// These tests only parse paths: the paths they use must never be passed to a removal.
 
 TEST(PosixRemovalTest, TheFileSystemsRootIsNoItem) {
   for (const std::string_view path : {"/", "//", "///", ""}) {

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-// Threads block the signal by a function that hosts do not see.
+// For the internal function with which threads block SIGPIPE.
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 
 namespace {
