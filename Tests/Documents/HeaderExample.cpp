@@ -1,4 +1,4 @@
-// The example at the head of KivResource.h, as a host has it in a function of its own.
+// Compiles the example at the top of KivResource.h in a function.
 
 #include <KivResource/KivResource.h>
 #include <memory>

@@ -1,5 +1,5 @@
-// A host that uses an installed framework: it makes a resource, and finds the packaged ones where
-// they were installed.
+// A host that uses an installed framework. It creates a resource and finds the installed packaged
+// resources.
 
 #include <iostream>
 #include <string>
@@ -23,7 +23,7 @@ int fail(std::string_view what) {
 
 }  // namespace
 
-/// Takes the prefix that the framework was installed under.
+/// The argument is the install prefix of the framework.
 int main(int argc, char** argv) {
   if (argc != 2) return fail("takes one argument, the prefix");
   const std::string prefix = std::string(argv[1]) + "/";

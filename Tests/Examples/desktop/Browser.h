@@ -7,7 +7,7 @@
 
 namespace kiv::test {
 
-/// Takes the place of the browser, and of whatever else the desktop opens links with.
+/// Replaces the browser and every other program with which the desktop opens links.
 class Browser final : public QObject {
   Q_OBJECT
 

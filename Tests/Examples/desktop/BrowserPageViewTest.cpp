@@ -1,4 +1,4 @@
-// The view of a program that was built without the platform's web view.
+// The page view of a program that was built without Qt WebEngine.
 
 #include <QPushButton>
 #include <memory>

@@ -15,7 +15,7 @@ using Pass = CacheSession::Pass;
 
 class CacheSessionTest : public kiv::test::SessionFixture {
  protected:
-  /// A configuration of one banner.
+  /// Writes a configuration with one banner and returns its path.
   QString banner(const std::string& link) const {
     return QString::fromStdString(directory_.write(
         "banner.json",
@@ -24,7 +24,7 @@ class CacheSessionTest : public kiv::test::SessionFixture {
             link + R"("}]})"));
   }
 
-  /// Opens the session, and starts a pass whose one file the server does not give.
+  /// Opens the session and starts a pass whose only file the server never sends.
   bool startAPassThatWaitsFor(LoopbackServer& silent) {
     useServer(silent.url());
     silent.serve("/a.png", Response::ok("x").stallAt(0));
@@ -122,7 +122,7 @@ TEST_F(CacheSessionTest, AServerThatDiesInThePassEndsItWithTheReasonInWords) {
   for (const PassFailure& failure : failures_)
     isTold = isTold || (failure.what == "The Night Train, spot" && failure.reason.size() > 10);
   EXPECT_TRUE(isTold);
-  EXPECT_TRUE(item("harbour-ferry"));  // what was complete stays
+  EXPECT_TRUE(item("harbour-ferry"));  // resources that were complete stay
   EXPECT_FALSE(item("night-train"));
 }
 
@@ -134,7 +134,7 @@ TEST_F(CacheSessionTest, StopEndsAPassThatWouldWaitForLong) {
   ASSERT_TRUE(waitForEnd());
   EXPECT_FALSE(session_->isRunning());
   EXPECT_TRUE(failures_.isEmpty());
-  // And the next pass is not refused.
+  // The next pass is accepted.
   useServer(server_.url());
   EXPECT_TRUE(run(Pass::load, content("first.json")));
   EXPECT_EQ(items_.size(), 6);

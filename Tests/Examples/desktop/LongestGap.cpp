@@ -1,11 +1,11 @@
-// Measures how long the window does not answer while a pass fetches 200 files and unpacks an
-// archive of 50 MB: the longest time between two ticks of a timer of 10 ms, in a process of its
-// own.
+// Measures the longest time that the window does not respond while a pass fetches 200 files and
+// unpacks an archive of 50 MB: the longest interval between two ticks of a 10 ms timer. Runs in a
+// separate process.
 //
 //   longest-gap serial|main
 //
-// The manager runs on a queue of its own, or, for comparison, on that of the window. Prints one
-// line "GAP PASS LOADED", in milliseconds, with the number of resources that came.
+// The manager runs on its own serial queue or, for comparison, on the main queue. Prints one line
+// "GAP PASS LOADED": two times in milliseconds and the number of loaded resources.
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -94,7 +94,7 @@ int main(int count, char** arguments) {
     if (sinceStart.isValid()) {
       longest = std::max(longest, gap);
     } else if (quietTicks = gap < 50 ? quietTicks + 1 : 0; quietTicks == ticksOfAQuietWindow) {
-      // That it takes a window time to come on the screen is not what is measured.
+      // Measure only after the window is shown and idle.
       sinceStart.start();
       session.start(CacheSession::Pass::load, QString::fromStdString(config));
     }
@@ -111,6 +111,6 @@ int main(int count, char** arguments) {
   std::printf("%lld %lld %lld\n", static_cast<long long>(longest),
               static_cast<long long>(sinceStart.elapsed()), static_cast<long long>(loaded));
   std::fflush(stdout);
-  // A session whose queue is the one that runs here has nobody to wait for.
+  // Skip the destructors: on the main queue, the session would wait for its own thread.
   if (onMain) std::_Exit(0);
 }

@@ -50,7 +50,7 @@ class MainWindowTest : public kiv::test::SessionFixture {
     return window_->findChild<PassStatus*>()->findChild<ElidedLabel*>()->text();
   }
 
-  /// True if the view shows exactly the picture, a point for each pixel.
+  /// True if the view shows exactly the picture, without scaling.
   static bool shows(BannerView& view, const QString& file) {
     const QImage picture = QImage(file).convertToFormat(QImage::Format_RGB32);
     const QImage seen = view.grab(QRect(QPoint(3, 3), picture.size())).toImage();
@@ -106,7 +106,7 @@ TEST_F(MainWindowTest, TellsWhatFailedInWords) {
   EXPECT_EQ(list->topLevelItem(0)->text(0), "Lost balloon");
   EXPECT_TRUE(list->topLevelItem(0)->text(1).contains("404"));
   EXPECT_TRUE(status().startsWith("6 resources in the cache · 1 failed: "));
-  // The next pass begins with a clean slate.
+  // The next pass starts without the failures of this one.
   ASSERT_TRUE(run(Pass::load, content("first.json")));
   EXPECT_FALSE(list->isVisible());
 }
@@ -127,7 +127,7 @@ TEST_F(MainWindowTest, KeysStartAndStopPasses) {
 TEST_F(MainWindowTest, ABannerIsReachedByTabAndOpensItsMarketByReturn) {
   openWindow();
   ASSERT_TRUE(run(Pass::load, content("first.json")));
-  // The web view passes the focus on when its page, a process of its own, has answered.
+  // The web view passes the focus on only after a reply of its renderer process.
   window_->findChild<PageView*>()->hide();
   QWidget* const wanted = banner("Harbour Ferry");
   EXPECT_TRUE(waitUntil([&] {
@@ -158,13 +158,13 @@ TEST_F(MainWindowTest, ScrollsWhereItIsTooSmallForItsContents) {
   const auto* const gallery = window_->findChild<Gallery*>();
   EXPECT_TRUE(waitUntil([&] { return gallery->verticalScrollBar()->maximum() > 0; }));
   EXPECT_LE(window_->width(), 800);
-  // However little room there is, a banner keeps its size.
+  // A banner keeps its size even if there is too little space.
   EXPECT_TRUE(waitUntil(
       [&] { return banner("Harbour Ferry")->size() == banner("Harbour Ferry")->sizeHint(); }));
 }
 
 TEST_F(MainWindowTest, CanBeReadOnADarkPalette) {
-  QPalette dark(QColor(0x2b, 0x2b, 0x2e));  // the other colours follow from that of the buttons
+  QPalette dark(QColor(0x2b, 0x2b, 0x2e));  // Qt derives the other colours from the button colour
   dark.setColor(QPalette::Highlight, QColor(0x3d, 0xae, 0xe9));
   QApplication::setPalette(dark);
   openWindow();

@@ -10,8 +10,8 @@ namespace {
 constexpr int patience = 240'000;  // milliseconds
 
 struct Measured {
-  double gap = 0;   ///< The longest between two ticks, in milliseconds.
-  double pass = 0;  ///< How long the pass took.
+  double gap = 0;   ///< The longest interval between two ticks, in milliseconds.
+  double pass = 0;  ///< The duration of the pass, in milliseconds.
   int loaded = 0;
 };
 
@@ -30,8 +30,8 @@ Measured measure(const QString& queue) {
 
 }  // namespace
 
-// The one test of times. A bound in milliseconds would be one of the machine; so the window is held
-// against one that is blocked, measured a moment later on the same machine.
+// The only test that measures time. A limit in milliseconds would depend on the machine, so the
+// window is compared with a blocked one that is measured on the same machine right afterwards.
 TEST(TheWindow, AnswersAllThroughAPassOf200FilesAndALargeArchive) {
   const Measured own = measure("serial");
   const Measured blocked = measure("main");

@@ -57,11 +57,11 @@ QRect difference(const QImage& one, const QImage& other) {
 QString textIn(const QImage& picture) {
   const QTemporaryDir directory;
   const QString file = directory.filePath("picture.png");
-  // Of a screen without a desktop, what is not black is the window.
+  // Without a desktop the screen is black except for the window.
   QImage black(picture.size(), QImage::Format_RGB32);
   black.fill(Qt::black);
   const QImage window = picture.copy(difference(picture, black));
-  // Letters of a screen are small for a program that reads paper.
+  // Text on a screen is too small for tesseract, which expects the resolution of scans.
   const int factor = window.width() < 2000 ? 2 : 1;
   window.scaled(window.size() * factor, Qt::KeepAspectRatio, Qt::SmoothTransformation).save(file);
   QProcess tesseract;

@@ -6,19 +6,19 @@
 
 namespace kiv::test {
 
-/// The whole screen, as X has it now: every program's windows.
+/// A screenshot of the whole X screen with the windows of all programs.
 QImage screenshot();
 
-/// Where the part stands in the picture, pixel by pixel; nothing if it does not.
+/// The position of an exact copy of `part` in `picture`; nullopt if there is none.
 std::optional<QPoint> find(const QImage& part, const QImage& picture);
 
-/// The smallest rectangle outside of which the two are alike.
+/// The smallest rectangle that contains all differences.
 QRect difference(const QImage& one, const QImage& other);
 
-/// The words in the picture, as tesseract reads them, on one line.
+/// The text in the picture as recognized by tesseract, on one line.
 QString textIn(const QImage& picture);
 
-/// Keeps the picture under that name, for a person to look at.
+/// Saves the picture with that name for inspection.
 void keep(const QImage& picture, const QString& name);
 
 }  // namespace kiv::test

@@ -23,7 +23,7 @@ class PromotionViewTest : public testing::Test {
     QObject::connect(video_->sink(), &QVideoSink::videoFrameChanged, [this] { ++frames_; });
   }
 
-  /// A copy of the sample video under that name.
+  /// Copies the sample video to a file with that name.
   QString video(const char* name) const {
     const QString path = QString::fromStdString(directory_.path(name));
     EXPECT_TRUE(QFile::copy(kiv::test::served("video/night-train.mp4"), path));
@@ -81,7 +81,7 @@ TEST_F(PromotionViewTest, GoesOnWhileItsFileIsRemoved) {
   view_.play();
   ASSERT_TRUE(waitForFrames(5));
   ASSERT_TRUE(QFile::remove(path));
-  // Through its end, from where it begins again.
+  // Play past the end, where it starts again from the beginning.
   EXPECT_TRUE(waitForFrames(200));
   EXPECT_TRUE(isPlaying());
   EXPECT_EQ(view_.player().error(), QMediaPlayer::NoError);
@@ -122,7 +122,7 @@ TEST_F(PromotionViewTest, AFileThatIsNoVideoIsToldAndBreaksNothing) {
   view_.present(item(QString::fromStdString(path), "1"));
   const QImage before = video_->grab().toImage();
   view_.play();
-  // Says so where the video would be.
+  // An error message replaces the video.
   EXPECT_TRUE(waitUntil([&] { return video_->grab().toImage() != before; }));
   EXPECT_NE(view_.player().error(), QMediaPlayer::NoError);
 }
@@ -147,5 +147,5 @@ TEST_F(PromotionViewTest, EndsATitleThatIsTooLongInAnEllipsis) {
   view_.present(longTitle);
   kiv::test::runWaitingEvents();
   EXPECT_TRUE(label->isElided());
-  EXPECT_EQ(view_.minimumSizeHint().width(), width);  // and it does not widen the window
+  EXPECT_EQ(view_.minimumSizeHint().width(), width);  // a long text does not widen the window
 }

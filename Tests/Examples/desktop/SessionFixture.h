@@ -16,8 +16,8 @@
 
 namespace kiv::test {
 
-/// A session with a storage root of its own and a server of the sample content, which keeps a
-/// record of what the session says.
+/// A session with its own storage root and a server of the sample content. Records the signals of
+/// the session.
 class SessionFixture : public testing::Test {
  protected:
   SessionFixture() {
@@ -54,7 +54,7 @@ class SessionFixture : public testing::Test {
     return waitUntil([this] { return ends_ > 0; });
   }
 
-  /// Runs a pass to its end.
+  /// Runs a pass to completion.
   bool run(CacheSession::Pass pass, const QString& configuration) {
     ends_ = loaded_ = 0;
     failures_.clear();

@@ -4,14 +4,14 @@
 
 namespace kiv::test {
 
-/// Runs the event loop until the predicate holds; false if the patience of a test ends before.
+/// Runs the event loop until the predicate is true; false after the test time-out.
 template <class Predicate>
 bool waitUntil(Predicate predicate) {
   constexpr int patience = 60'000;  // milliseconds
   return QTest::qWaitFor(predicate, patience);
 }
 
-/// Runs what is waiting in the event loop now.
+/// Processes all pending events.
 inline void runWaitingEvents() {
   QCoreApplication::processEvents();
 }

@@ -66,7 +66,7 @@ class WebPageTest : public testing::Test {
  protected:
   ~WebPageTest() override { page_.reset(); }
 
-  /// Shows a page of that body, and waits until its title says that it is done.
+  /// Shows a page with that body and waits until its title reports that it is done.
   bool show(const std::string& body) {
     page_.emplace(&profile_);
     view_.setPage(&*page_);
@@ -176,7 +176,7 @@ TEST_F(WebPageTest, ALinkThatAPersonClicksOpensInTheBrowser) {
            "style='display:block;width:400px;height:300px'>a link</a>" +
            script("requestAnimationFrame(() => requestAnimationFrame(() => {"
                   "document.title = 'done'; }));")));
-  // The real pointer: the web view takes no notice of events that are made up.
+  // Move the real pointer: the web view ignores synthetic events.
   const QPoint place = view_.mapToGlobal(QPoint(100, 100));
   QProcess xdotool;
   xdotool.start("xdotool", {"mousemove", QString::number(place.x()), QString::number(place.y()),

@@ -1,5 +1,4 @@
-// The program itself, on a screen, with the content server: keys are pressed and pictures are
-// taken.
+// Tests the program itself on a screen, with the content server, by key presses and screenshots.
 
 #include <QProcess>
 #include <QTest>
@@ -25,7 +24,7 @@ namespace {
 
 constexpr int patience = 60'000;  // milliseconds
 
-/// A process that is ended when it goes out of scope.
+/// A process that is terminated when it goes out of scope.
 class Program {
  public:
   Program(const QString& path, const QStringList& arguments,
@@ -50,7 +49,7 @@ class Program {
     if (process > 0) kill(process, number);
   }
 
-  /// The first line that it prints.
+  /// The first line of its output.
   QString firstLine() {
     while (!process_.canReadLine()) {
       if (!process_.waitForReadyRead(patience)) return {};
@@ -85,14 +84,14 @@ class WindowPictures : public testing::Test {
         environment);
   }
 
-  /// A pass that comes to no end by itself, so that it can be seen under way.
+  /// A pass that never ends by itself, so that its progress can be observed.
   struct Halted {
     std::unique_ptr<Program> server;
     std::unique_ptr<Program> mirror;
     std::unique_ptr<Program> window;
   };
 
-  /// The main server does not give the video, and the mirror, which does not run, keeps it back.
+  /// The main server responds to the video with 503, and the mirror is stopped by SIGSTOP.
   Halted openWithTheVideoKeptBack() {
     QString url;
     QString mirrorURL;
@@ -112,7 +111,8 @@ class WindowPictures : public testing::Test {
     EXPECT_EQ(xdotool.exitCode(), 0);
   }
 
-  /// Takes pictures until one is as it is to be; keeps that one, or the last.
+  /// Takes screenshots until one meets the condition. Saves that one or, after the time-out, the
+  /// last one.
   static QImage waitForPicture(const QString& name,
                                const std::function<bool(const QImage&)>& isAsItIsToBe) {
     QImage picture;
@@ -128,7 +128,7 @@ class WindowPictures : public testing::Test {
     return picture;
   }
 
-  /// Reading a picture takes a second, so each is read once.
+  /// Text recognition takes a second, so its result is cached.
   bool says(const QImage& picture, const QString& text) {
     if (picture.cacheKey() != lastRead_) {
       lastRead_ = picture.cacheKey();
@@ -137,7 +137,7 @@ class WindowPictures : public testing::Test {
     return lastText_.contains(text);
   }
 
-  /// The page that has come first is on show.
+  /// True if the picture shows one of the two pages: the one that was loaded first.
   bool showsAPage(const QImage& picture) {
     return says(picture, "Climb one hundred") || says(picture, "The second loaf");
   }
@@ -172,7 +172,7 @@ TEST_F(WindowPictures, BeforeDuringAndAfterAPass) {
   EXPECT_TRUE(find(spring_, after));
   EXPECT_TRUE(says(after, "The Night Train"));
 
-  // Between two pictures the video has gone on, and nothing else has changed.
+  // Between two screenshots only the video has changed.
   QRect changed;
   waitForPicture("window-later", [&](const QImage& picture) {
     changed = difference(after, picture);
@@ -191,7 +191,7 @@ TEST_F(WindowPictures, AServerThatDiesInThePassLeavesWhatCameAndTheReason) {
     return find(ferry_, picture) && says(picture, "5 of 6 files");
   });
 
-  pass.mirror->signal(SIGKILL);  // with the request for the video in its hands
+  pass.mirror->signal(SIGKILL);  // while the request for the video is pending
   pass.server->signal(SIGKILL);
   const QImage dead = waitForPicture("dead", [&](const QImage& picture) {
     return says(picture, "1 failed") && find(ferry_, picture);

@@ -1,5 +1,5 @@
-// Runs the tests of the window within an application of Qt's. CTest runs each in a process of its
-// own, as each needs a manager of its own.
+// Runs the tests of the window in a QApplication. CTest runs each test in a separate process, since
+// each needs its own manager.
 
 #include <QApplication>
 #include <QStandardPaths>

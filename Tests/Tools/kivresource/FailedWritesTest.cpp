@@ -1,4 +1,4 @@
-// What cannot be written, the saved list or the tool's own output, is a failure of the tool.
+// The tool fails if it cannot write the saved list or its own output.
 
 #include <filesystem>
 #include <string>
@@ -33,7 +33,7 @@ class FailedWritesTest : public ToolFixture {
     for (const char* name : {"/a.png", "/b.png"})
       server_.serve(name, Response::ok("bytes"));
   }
-  /// A directory has the list's name, which no right to write overcomes.
+  /// Creates a directory at the path of the saved list, so that writing it fails even for root.
   void takeTheName() const { fs::create_directories(list() + "/taken"); }
 };
 

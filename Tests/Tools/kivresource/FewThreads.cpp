@@ -1,4 +1,4 @@
-// A library to be loaded before a program: lets it make FEW_THREADS threads, and no more.
+// A library for LD_PRELOAD that lets a program create at most FEW_THREADS threads.
 
 #include <atomic>
 #include <cerrno>

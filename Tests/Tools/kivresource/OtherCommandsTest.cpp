@@ -1,4 +1,4 @@
-// audit, clean, serve and gallery, as they are typed.
+// The commands audit, clean, serve and gallery.
 
 #include <csignal>
 #include <filesystem>
@@ -22,13 +22,13 @@ using testing::StartsWith;
 
 class OtherCommandsTest : public ToolFixture {
  protected:
-  /// Loads a banner with the identifier and file name.
+  /// Loads a banner with this identifier and file name.
   void loadBanner(const std::string& id, const std::string& name) {
     server_.serve("/" + name, Response::ok("bytes"));
     const auto load = runWith({"load", "-"}, bannerItem(id, name, 1, "javascript:x"));
     ASSERT_EQ(load.status, 0) << load.errors;
   }
-  /// Loads a banner that is named after its file from the server at the URL.
+  /// Loads the banner `id`, whose file is named after it, from the server at the URL.
   [[nodiscard]] ToolRun loadFrom(const std::string& url, const std::string& id) const {
     return runTool({"load", "-", "--root", root(), "--main", url},
                    configOf(bannerItem(id, id + ".png")));

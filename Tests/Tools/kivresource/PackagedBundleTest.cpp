@@ -1,5 +1,5 @@
-// Where the packaged resources are looked for when nobody names a directory: where the program
-// itself lies, whatever it was called.
+// Without an explicit directory, the packaged resources are found next to the executable, whatever
+// its argv[0].
 
 #include <filesystem>
 #include <string>
@@ -26,8 +26,8 @@ constexpr const char* config =
 
 class PackagedBundleTest : public testing::Test {
  protected:
-  /// The tool, called `name` in that directory of the scratch directory: the lines of `list` after
-  /// a `load` that no server answers.
+  /// Runs the tool with argv[0] `name` in a subdirectory of the temporary directory. Returns the
+  /// lines of `list` after a `load` without a server.
   [[nodiscard]] std::vector<std::string> pathsOf(const std::string& program,
                                                  const std::string& name,
                                                  const std::string& directory = "") const {
@@ -42,7 +42,7 @@ class PackagedBundleTest : public testing::Test {
     return runTool({"list", "--root", root()}, {}, {}, called).lines;
   }
   [[nodiscard]] std::string root() const { return directory_.path("root"); }
-  /// A bundle that is not ours, and a file with the name of a program for which it is.
+  /// Creates a foreign bundle and next to it a file with the name of the program.
   void plant(const std::string& directory) const {
     directory_.write(directory + "/kivresource", "#!/bin/false\n");
     directory_.write(directory + "/" + placeholder, "planted");
@@ -53,7 +53,7 @@ class PackagedBundleTest : public testing::Test {
   static std::string placeOfTheTool() {
     return std::filesystem::canonical(KIVRESOURCE_TOOL).parent_path().string() + "/";
   }
-  /// The tool somewhere else, where nothing of its build is near.
+  /// Copies the tool to another directory, away from the files of its build.
   [[nodiscard]] std::string copyOfTheTool(const std::string& directory) const {
     std::filesystem::create_directories(directory_.path(directory));
     auto copy = directory_.path(directory + "/kivresource");

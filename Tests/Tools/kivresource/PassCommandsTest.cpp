@@ -1,4 +1,4 @@
-// load, update and list, as they are typed.
+// The commands load, update and list.
 
 #include <algorithm>
 #include <csignal>
@@ -22,7 +22,7 @@ using testing::StartsWith;
 
 using PassCommandsTest = ToolFixture;
 
-// --- What a person sees, and the exit status -----------------------------------------------------
+// --- Output for a person, and the exit status ----------------------------------------------------
 
 TEST_F(PassCommandsTest, LoadsFromStandardInput) {
   server_.serve("/a.png", Response::ok("a"));
@@ -145,7 +145,7 @@ TEST_F(PassCommandsTest, AConfigurationWithoutItemsIsStatus2) {
 }
 
 TEST_F(PassCommandsTest, AResourceWhoseFilesComeToNothingIsStatus1) {
-  // Two links that end alike are one file; the page takes it, the video's icon is never found.
+  // The page is downloaded, but a stored file "index.html" does not match any link.
   server_.serve("/x/index.html", Response::ok("page"));
   const auto load = runWith(
       {"load", "-"}, R"({"engine":"eco_fs","name":"N","type":"t","banner_id":"p","priority":1,)"
@@ -223,7 +223,7 @@ TEST_F(PassCommandsTest, TextsOfAConfigurationDoNotReachTheTerminalRaw) {
   EXPECT_EQ(load.lines.front(), R"(loaded  x\x0a  \x1b[31mred\xc2\x9b)");
 }
 
-// --- Where things come from ----------------------------------------------------------------------
+// --- Sources of configuration and files ----------------------------------------------------------
 
 TEST_F(PassCommandsTest, ServersCanComeFromTheEnvironment) {
   LoopbackServer reserve;

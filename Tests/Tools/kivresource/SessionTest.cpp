@@ -1,4 +1,4 @@
-// A session, driven as another program would.
+// The command session, driven as by another program.
 
 #include <csignal>
 #include <string>
@@ -32,7 +32,7 @@ class SessionTest : public ToolFixture {
   std::vector<std::string> arguments() {
     return general({"session", "--resources", directory_.path()});
   }
-  /// The lines that a session prints for these.
+  /// The lines that a session prints for these calls.
   std::vector<std::string> linesFor(const std::vector<std::string>& calls) {
     std::string input;
     for (const auto& call : calls)
@@ -190,7 +190,7 @@ TEST_F(SessionTest, ChangesTheServers) {
                 R"({"call":"setDomains","main":")" + server_.url() + R"(","reserve":")" +
                     reserve.url() + R"("})",
                 load(bannerItem("a", "a.png")), wait});
-  // Two finishes: of the download that failed at once, and of the pass.
+  // Two finish events: one of the download that failed at once, one of the pass.
   ASSERT_THAT(lines, SizeIs(5));
   EXPECT_THAT(lines[0], HasSubstr(R"("code":101,"message":"Create request error."}})"));
   EXPECT_THAT(lines[3], StartsWith(R"({"event":"didLoadResource")"));
@@ -204,7 +204,7 @@ TEST_F(SessionTest, LeavesTheServerThatIsNotNamed) {
               ElementsAre(StartsWith(R"({"event":"didLoadResource")"), finish));
 }
 
-// --- Lines that are no calls ---------------------------------------------------------------------
+// --- Invalid lines -------------------------------------------------------------------------------
 
 class BadLineTest : public SessionTest, public testing::WithParamInterface<const char*> {};
 
@@ -302,7 +302,7 @@ TEST_F(SessionTest, SleepsBetweenCallsWhileDownloadsGoOn) {
   EXPECT_THAT(session.readLine().value_or(""), StartsWith(R"({"event":"didLoadResource")"));
   EXPECT_EQ(session.readLine(), finish);
   session.sendSignal(SIGTERM);
-  EXPECT_THAT(session.readLines(), ElementsAre(finish));  // the stop; no call was read
+  EXPECT_THAT(session.readLines(), ElementsAre(finish));  // from stopping; no call was read
   EXPECT_EQ(session.waitForExit(), 143);
 }
 
@@ -310,7 +310,7 @@ TEST_F(SessionTest, GoesOnAfterItsSleep) {
   EXPECT_THAT(linesFor({R"({"call":"sleep","ms":1})", all}), ElementsAre(nothingLoaded));
 }
 
-// --- Ends ----------------------------------------------------------------------------------------
+// --- End of a session ----------------------------------------------------------------------------
 
 TEST_F(SessionTest, WaitsAtTheEndOfInputForDownloadsInFlight) {
   Gate gate;

@@ -1,4 +1,4 @@
-// The manual page and the completions, held against what the tool's help names.
+// Compares the manual page and the shell completions with the tool's help.
 
 #include <regex>
 #include <set>
@@ -14,7 +14,7 @@ namespace {
 
 using namespace kiv::test;
 
-/// The file of that name beside the tool's sources.
+/// The file of that name in the directory share of the tool.
 std::string shared(const std::string& name) {
   return readFile(KIVRESOURCE_TOOL_SHARE "/" + name);
 }
@@ -30,7 +30,7 @@ std::vector<std::string> commands() {
   return names;
 }
 
-/// The long options, without "--", in the help of the tool and of every command.
+/// The long options, without "--", in the help of the tool and of all commands.
 std::set<std::string> options() {
   std::set<std::string> names;
   std::vector<std::vector<std::string>> helps{{"--help"}};

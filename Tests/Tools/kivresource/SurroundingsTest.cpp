@@ -1,4 +1,4 @@
-// What a program may be started with: descriptors that are closed, and no thread to be had.
+// Unusual conditions at start: closed standard descriptors, and a limit on threads.
 
 #include <filesystem>
 #include <string>
@@ -41,7 +41,7 @@ TEST_P(ClosedDescriptorsTest, SessionEndsWithItsInput) {
   EXPECT_EQ(session.status, 0) << session.errors;
 }
 
-/// What is written to a closed descriptor must not end in a file that has got its number.
+/// Output for a closed descriptor must not go to a file that was opened with the same number.
 TEST_P(ClosedDescriptorsTest, NothingIsWrittenIntoAFile) {
   const std::string page = directory_.path("gallery.html");
   EXPECT_EQ(runTool(general({"gallery", page}), {}, {}, withRedirections(GetParam())).status, 0);
@@ -58,9 +58,9 @@ INSTANTIATE_TEST_SUITE_P(Descriptors, ClosedDescriptorsTest,
 
 class FewThreadsTest : public SurroundingsTest {
  protected:
-  /// The variables with which a program can make that many threads.
+  /// The environment in which a program can create at most that many threads.
   static std::vector<std::string> only(int threads) {
-    // AddressSanitizer wants to be the first library, and checks it.
+    // AddressSanitizer requires to be loaded first, which LD_PRELOAD prevents.
     return {"FEW_THREADS=" + std::to_string(threads), "LD_PRELOAD=" FEW_THREADS,
             "ASAN_OPTIONS=verify_asan_link_order=0"};
   }

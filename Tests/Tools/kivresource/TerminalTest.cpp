@@ -1,4 +1,4 @@
-// What a person sees: the tool on a terminal of its own.
+// The output of the tool on a terminal.
 
 #include <array>
 #include <cstdlib>
@@ -21,7 +21,8 @@ using kiv::test::Response;
 using testing::HasSubstr;
 using testing::Not;
 
-/// Runs the tool with its output and its errors on a new terminal, and answers what came there.
+/// Runs the tool with standard output and standard error on a new pseudoterminal, and returns its
+/// output.
 std::string onTerminal(const std::string& arguments, const std::string& variables) {
   const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
   std::array<char, 128> name{};
@@ -35,7 +36,7 @@ std::string onTerminal(const std::string& arguments, const std::string& variable
                        arguments + " >" + name.data() + " 2>&1"});
   std::string seen;
   std::array<char, 4096> piece{};
-  // Until the tool, the only one that holds the other end, has let go of it.
+  // Keep the slave side open: the output may be discarded when its last descriptor is closed.
   const int other = open(name.data(), O_RDWR | O_NOCTTY);
   EXPECT_EQ(shell.waitForExit().value_or(-1), 0);
   fcntl(terminal, F_SETFL, O_NONBLOCK);

@@ -13,7 +13,7 @@
 
 namespace kiv::test {
 
-/// The text of a banner's item, which is named after its identifier.
+/// The JSON of a banner that is named after its identifier.
 inline std::string bannerItem(const std::string& id, const std::string& link, int updated = 1,
                               const std::string& market = "m") {
   return R"({"engine":"eco_standard","name":"Name of )" + id + R"(","type":"t","banner_id":")" +
@@ -21,22 +21,22 @@ inline std::string bannerItem(const std::string& id, const std::string& link, in
          market + R"(","image_728x90":")" + link + R"("})";
 }
 
-/// The text of a configuration of these items.
+/// The JSON of a configuration with these items.
 inline std::string configOf(const std::string& items) {
   return R"({"items":[)" + items + "]}";
 }
 
-/// A test that runs the tool on a storage root and a server of its own.
+/// A test that runs the tool with its own storage root and server.
 class ToolFixture : public testing::Test {
  protected:
-  /// Where everything is stored; a name that a URL and a shell have to quote.
+  /// The storage root. Its name needs quoting in URLs and in a shell.
   [[nodiscard]] std::string root() const { return directory_.path("ro ot'"); }
   [[nodiscard]] std::string stored(const std::string& name) const {
     return root() + "/KivResource/Resources/" + name;
   }
   [[nodiscard]] std::string list() const { return root() + "/KivResource/resources_config.json"; }
 
-  /// The arguments, and those that say which root and which server.
+  /// The arguments with the options for the root and the server appended.
   [[nodiscard]] std::vector<std::string> general(std::vector<std::string> arguments) const {
     arguments.insert(arguments.end(), {"--root", root(), "--main", server_.url()});
     return arguments;
@@ -45,7 +45,7 @@ class ToolFixture : public testing::Test {
                             std::string_view input = {}) const {
     return runTool(general(arguments), input);
   }
-  /// Runs a command with a configuration of these items on standard input.
+  /// Runs a command with a configuration that contains these items on standard input.
   [[nodiscard]] ToolRun runWith(const std::vector<std::string>& arguments,
                                 const std::string& items) const {
     return run(arguments, configOf(items));

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int patience = 60'000;  // milliseconds
 
-/// The test's environment without what would change what the tool does.
+/// The environment of the test without the variables that affect the tool.
 std::vector<std::string> environmentWith(const std::string& home,
                                          const std::vector<std::string>& variables) {
   std::vector<std::string> all{"HOME=" + home, "TERM=xterm"};
@@ -41,7 +41,8 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
                          const std::vector<std::string>& launcher) {
   std::array<int, 2> in{-1, -1};
   std::array<int, 2> out{-1, -1};
-  // A socket instead of a pipe: writing to a tool that has ended raises no signal.
+  // A socket instead of a pipe: with MSG_NOSIGNAL, writing to a tool that has ended raises no
+  // SIGPIPE.
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in.data()) != 0) return;
   if (pipe2(out.data(), O_CLOEXEC) != 0) return;
   input_ = in[1];

@@ -10,12 +10,11 @@
 
 namespace kiv::test {
 
-/// The built tool, run by a test that talks to it as another program would. It runs in a scratch
-/// directory of its own, which is its home and its current directory, in an environment that names
-/// no server. Killed, where it still runs, when this goes.
+/// Runs the built tool, with pipes to the test. Its home and working directory is a temporary
+/// directory, and its environment names no server. The destructor kills it if it still runs.
 class ToolProcess {
  public:
-  /// `launcher` is the beginning of a command that the tool and its arguments complete.
+  /// `launcher` is a command to which the path of the tool and its arguments are appended.
   explicit ToolProcess(const std::vector<std::string>& arguments,
                        const std::vector<std::string>& variables = {},
                        const std::vector<std::string>& launcher = {});
@@ -23,21 +22,22 @@ class ToolProcess {
   ToolProcess(const ToolProcess&) = delete;
   ToolProcess& operator=(const ToolProcess&) = delete;
 
-  /// Writes the text to the tool's standard input; returns when the tool has it, or is
-  /// about to, or has ended.
+  /// Writes the text to the tool's standard input. Returns when it was written, whether or not the
+  /// tool has read it, or when the tool has ended.
   void write(std::string_view text) const;
   void writeLine(std::string_view line) const { write(std::string(line) + "\n"); }
   void closeInput();
   void sendSignal(int signal) const;
 
-  /// The next line of standard output without its end; nothing at the end, or if the patience of
-  /// a test ends.
+  /// The next line of standard output without its newline; nullopt at the end of the output or
+  /// after the test time-out.
   std::optional<std::string> readLine();
-  /// The lines that are left.
+  /// All remaining lines.
   std::vector<std::string> readLines();
-  /// Waits for the end; the exit status, or minus the number of the signal that ended the tool.
+  /// Waits for the tool to exit. Returns the exit status, or the negative number of the signal that
+  /// terminated it.
   int waitForExit();
-  /// What has been written to standard error so far.
+  /// The output to standard error so far.
   [[nodiscard]] std::string errors() const;
 
   [[nodiscard]] const TemporaryDirectory& home() const noexcept { return home_; }
@@ -50,19 +50,19 @@ class ToolProcess {
   std::string read_;
 };
 
-/// What the tool did from start to end.
+/// The result of a complete run of the tool.
 struct ToolRun {
   std::vector<std::string> lines;
   std::string errors;
   int status = 0;
 };
 
-/// Runs the tool with that input to its end.
+/// Runs the tool with that standard input and waits for it to exit.
 ToolRun runTool(const std::vector<std::string>& arguments, std::string_view input = {},
                 const std::vector<std::string>& variables = {},
                 const std::vector<std::string>& launcher = {});
 
-/// Starts a shell's redirections, as "<&- >&-", around the tool.
+/// A launcher that runs the tool with the redirections of a shell, for example "<&- >&-".
 std::vector<std::string> withRedirections(const std::string& redirections);
 
 }  // namespace kiv::test

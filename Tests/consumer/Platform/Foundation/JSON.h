@@ -1,6 +1,6 @@
 #pragma once
 
-// A header of the consumer's own, in a directory with a common name, which no header of the
-// framework may find in place of its own.
+// A header of the consumer in a directory with a common name. The framework's headers must not
+// include it instead of their own.
 
 inline constexpr int consumersJSON = 1;
