@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* loopback = "127.0.0.1";
 
-/// What a path does instead of being served: a status, or breaking off where there is none.
+/// The fault of a path: a status to respond with or, if there is none, a body that is cut off.
 struct Fault {
   std::optional<int> status;
 };
@@ -51,8 +51,8 @@ std::string contentType(const fs::path& file) {
   return std::string(found == types.end() ? "application/octet-stream" : found->second);
 }
 
-/// The regular file that the path of a request names, or nothing if there is none in the
-/// directory. Links and ".." are followed first, so that none of them leads out of it.
+/// The regular file for a request path, or nullopt if there is none in the directory. Symbolic
+/// links and ".." are resolved first, so that they cannot lead out of the directory.
 std::optional<fs::path> findFile(const fs::path& directory, const std::string& requestPath) {
   if (requestPath.find('\0') != std::string::npos) return std::nullopt;
   std::error_code error;
@@ -64,14 +64,16 @@ std::optional<fs::path> findFile(const fs::path& directory, const std::string& r
   return file;
 }
 
-/// A request for a range of another version of the file is one for all of it.
+/// Ignores the Range header if If-Range names another version of the file (RFC 9110, section
+/// 13.1.5).
 void setValidators(const fs::path& file, const httplib::Request& request,
                    httplib::Response& response) {
   const FileValidators validators = FileValidators::of(file);
   response.set_header("ETag", validators.entityTag);
   response.set_header("Last-Modified", validators.lastModified);
   if (validators.permitRange(request.get_header_value("If-Range"))) return;
-  // The library parses the ranges before it calls a handler, and asks it nothing about them.
+  // The library parses the ranges before it calls the handler and offers no other way to ignore
+  // them.
   const_cast<httplib::Request&>(request).ranges.clear();
 }
 
@@ -93,8 +95,8 @@ bool bindToPort(httplib::Server& server, int& port, std::error_code& error) {
   return false;
 }
 
-/// Sends the file piece by piece. Where it is to break off it announces the whole length, at least
-/// one byte, and ends the connection after half of it.
+/// Sends the file in pieces. With `breaksOff` it declares the whole length, at least one byte, and
+/// closes the connection after half of it.
 void sendFile(const fs::path& file, bool breaksOff, httplib::Response& response) {
   auto stream = std::make_shared<std::ifstream>(file, std::ios::binary | std::ios::ate);
   if (!*stream) {
@@ -115,8 +117,8 @@ void sendFile(const fs::path& file, bool breaksOff, httplib::Response& response)
       });
 }
 
-/// Lets a server start again on a port that it has just left, but never beside another server, as
-/// the library's own options would.
+/// SO_REUSEADDR lets a server restart on the port it has just used. Unlike the library's default,
+/// SO_REUSEPORT, it does not allow two servers on one port.
 void setSocketOptions(socket_t socket) {
   const int yes = 1;
   setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
@@ -124,8 +126,8 @@ void setSocketOptions(socket_t socket) {
 
 constexpr std::size_t workerCount = 8;
 
-/// The threads that answer requests, started before the library listens. Its own pool is made while
-/// it listens, and would end the program where the system has no thread left.
+/// The threads that answer requests, started before the library listens. The library creates its
+/// own pool while it listens, and would terminate the program if no thread could be created.
 class WorkerQueue : public httplib::TaskQueue {
  public:
   explicit WorkerQueue(std::shared_ptr<Workers> workers) : workers_(std::move(workers)) {}
@@ -180,7 +182,7 @@ bool ContentServer::Implementation::start(int port, std::error_code& error) {
   auto server = std::make_unique<httplib::Server>();
   server->set_socket_options(setSocketOptions);
   server->set_tcp_nodelay(true);
-  server->set_keep_alive_timeout(1);  // also how long stop() may wait for an idle connection
+  server->set_keep_alive_timeout(1);  // seconds; stop() waits as long for an idle connection
   server->set_pre_routing_handler([this](const auto& request, auto& response) {
     answer(request, response);
     return httplib::Server::HandlerResponse::Handled;
@@ -195,7 +197,7 @@ bool ContentServer::Implementation::start(int port, std::error_code& error) {
     server_->listen_after_bind();
     ended_ = true;
   });
-  // Until it listens, the server would pass over a stop.
+  // The server ignores a stop until it listens.
   while (!server_->is_running() && !ended_)
     std::this_thread::yield();
   const std::lock_guard lock(mutex_);
@@ -206,7 +208,7 @@ bool ContentServer::Implementation::start(int port, std::error_code& error) {
 void ContentServer::Implementation::stop() {
   if (!server_) return;
   server_->stop();
-  if (thread_.joinable()) thread_.join();  // it may not have been started
+  if (thread_.joinable()) thread_.join();  // start() may have failed
   server_.reset();
 }
 
@@ -252,7 +254,7 @@ void ContentServer::Implementation::answer(const httplib::Request& request,
   const auto fault = noteRequest(request.path);
   if (request.method != "GET" && request.method != "HEAD") {
     response.status = 405;
-    response.set_header("Connection", "close");  // its body, if any, stays unread
+    response.set_header("Connection", "close");  // the request body, if any, is not read
   } else if (fault && fault->status) {
     response.status = *fault->status;
   } else if (const auto file = findFile(directory_, request.path)) {

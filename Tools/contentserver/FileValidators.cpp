@@ -18,7 +18,7 @@ FileValidators FileValidators::of(const std::filesystem::path& file) {
   std::snprintf(tag.data(), tag.size(), "\"%llx-%llx\"",
                 static_cast<unsigned long long>(status.st_size),
                 static_cast<unsigned long long>(ticks));
-  // The program keeps the C locale, in which the names are those of HTTP.
+  // The program uses the C locale, which has the day and month names of HTTP dates.
   std::array<char, 64> date{};
   std::strftime(date.data(), date.size(), "%a, %d %b %Y %H:%M:%S GMT", &time);
   return {tag.data(), date.data()};

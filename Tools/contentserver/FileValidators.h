@@ -6,15 +6,16 @@
 
 namespace kiv {
 
-/// What tells one version of a file from another (RFC 9110, section 8.8).
+/// The validators of a file (RFC 9110, section 8.8).
 struct FileValidators {
-  std::string entityTag;     ///< A strong one, with its quotes; of size and time to the nanosecond.
-  std::string lastModified;  ///< As the header field has it.
+  std::string entityTag;     ///< Strong and quoted; from the size and the time in nanoseconds.
+  std::string lastModified;  ///< The value of the header field.
 
-  /// Both empty if the file cannot be looked at.
+  /// Both are empty if the status of the file cannot be read.
   static FileValidators of(const std::filesystem::path& file);
 
-  /// True if a request for a range gets it: it has no If-Range, or one for this version.
+  /// True if a range request is to be honoured: it has no If-Range header, or one that matches this
+  /// version.
   [[nodiscard]] bool permitRange(std::string_view ifRange) const {
     return ifRange.empty() || ifRange == entityTag || ifRange == lastModified;
   }

@@ -10,20 +10,20 @@
 
 namespace kiv {
 
-/// Threads that run jobs in the order in which they come, each on the first thread that is free.
+/// A fixed-size thread pool. Jobs are started in the order in which they were added.
 class Workers {
  public:
   using Job = std::function<void()>;
 
-  /// Throws std::system_error, and leaves no thread behind, where one cannot be started.
+  /// Throws std::system_error if a thread cannot be started; then none is left running.
   explicit Workers(std::size_t count);
-  /// Stops.
+  /// Calls stop().
   ~Workers();
   Workers(const Workers&) = delete;
   Workers& operator=(const Workers&) = delete;
 
   void add(Job job);
-  /// Waits for the jobs that have been added. None is run afterwards.
+  /// Waits for all jobs that were added. Jobs added later are not run.
   void stop();
 
  private:

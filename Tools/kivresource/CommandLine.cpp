@@ -41,7 +41,7 @@ CLI::Option* addText(CLI::App& app, const std::string& name, std::optional<std::
       name, [&place](const std::string& text) { place = text; }, help);
 }
 
-/// A server given as "" is none: so the command line can take back what the environment says.
+/// An empty URL means no server, so that the command line can override the environment.
 void addServer(CLI::App& app, const std::string& name, const char* variable,
                std::optional<std::string>& place, const std::string& help) {
   const auto take = [&place](const std::string& url) {
@@ -50,7 +50,7 @@ void addServer(CLI::App& app, const std::string& name, const char* variable,
   app.add_option_function<std::string>(name, take, help)->type_name("URL")->envname(variable);
 }
 
-/// A directory given as "" is a mistake, most often a variable that is not set.
+/// An empty directory is an error; usually it comes from an unset variable.
 void addDirectory(CLI::App& app, const std::string& name, std::optional<std::string>& place,
                   const std::string& help) {
   const CLI::Validator isNamed(
@@ -62,7 +62,7 @@ CLI::App* addCommand(CLI::App& app, Options& options, const std::string& name,
                      const std::string& help, Options::Command command) {
   CLI::App* const added = app.add_subcommand(name, help);
   added->group("Commands");
-  added->fallthrough();  // the general options may also stand behind the command
+  added->fallthrough();  // general options may also follow the command
   added->footer("The general options, see kivresource --help, may stand here too.");
   added->callback([&options, command] { options.command = command; });
   return added;
@@ -151,7 +151,7 @@ std::string onOneLine(std::string text) {
   return text;
 }
 
-/// In the words of the tool where those of the library would mislead.
+/// The error message, reworded where that of the library would be misleading.
 std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
   const auto unknown = app.remaining();
   if (!app.get_subcommands().empty()) return onOneLine(error.what());

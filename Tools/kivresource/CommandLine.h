@@ -6,14 +6,15 @@
 
 namespace tool {
 
-/// What a command line came to: something to do, or, where all is said already, an exit status.
+/// The result of parsing a command line: a command to run or, if everything was already printed, an
+/// exit status.
 struct ParsedCommandLine {
   std::optional<Options> options;
   int status = 0;
 };
 
-/// Reads the command line and the environment. Help goes to standard output, and wrong usage is one
-/// line on standard error.
+/// Reads the command line and the environment. Prints help to standard output, and a usage error as
+/// one line to standard error.
 ParsedCommandLine parseCommandLine(int count, const char* const* arguments);
 
 }  // namespace tool

@@ -4,8 +4,8 @@
 
 namespace tool {
 
-// The commands. Each runs on the main thread, which drains the main queue, the manager's own, and
-// answers the exit status of the program.
+// The commands. Each runs on the main thread, drains the main queue, which is the manager's queue,
+// and returns the exit status of the program.
 
 int runLoad(const Options& options);
 int runUpdate(const Options& options);

@@ -13,7 +13,7 @@ namespace tool {
 
 namespace {
 
-/// The bytes up to the end; nothing, with errno set, where they cannot be read.
+/// Reads to the end of the file. Returns nullopt and sets errno on error.
 std::optional<std::string> readToEnd(int descriptor) {
   std::string bytes;
   std::array<char, std::size_t{64} * 1024> piece{};
@@ -28,7 +28,7 @@ std::optional<std::string> readToEnd(int descriptor) {
   }
 }
 
-/// What lies at the path may be a pipe as well as a file.
+/// The path may name a pipe, which has no size.
 std::optional<std::string> readFile(const std::string& path) {
   if (path == "-") return readToEnd(STDIN_FILENO);
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);

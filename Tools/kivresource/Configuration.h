@@ -7,9 +7,9 @@
 
 namespace tool {
 
-/// The configuration in the file at the path, or on standard input for "-". Nothing, and one line
-/// that says why, with line and column for what is no JSON, where it cannot be read or is no JSON
-/// object.
+/// Reads the configuration from the file at the path, or from standard input for "-". Returns
+/// nullopt and sets `objection` to one line if it cannot be read or is not a JSON object; for
+/// invalid JSON this includes line and column.
 std::optional<kiv::Value> readConfiguration(const std::string& path, std::string& objection);
 
 }  // namespace tool

@@ -13,7 +13,7 @@ std::string missing(const kiv::Dictionary& item, std::string_view key, std::stri
   return "has no " + std::string(wanted) + " under " + quoted;
 }
 
-/// Why the framework makes no resource of the item, if it does not.
+/// The reason why the framework rejects the item; nullopt if it accepts it.
 std::optional<std::string> validateItem(const kiv::Value& item,
                                         const std::optional<kiv::KindKeys>& keysOfKind) {
   if (!item.isDictionary()) return "is no JSON object";

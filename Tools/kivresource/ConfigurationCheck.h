@@ -9,24 +9,24 @@
 
 namespace tool {
 
-/// What a configuration asks for, and what is wrong or odd about its items, for the person who
-/// wrote it. Made of the configuration alone, before the pass.
+/// The resources that a configuration requests, and errors and warnings about its items for its
+/// author. Depends only on the configuration, not on the pass.
 struct ConfigurationCheck {
-  /// Something about one item.
+  /// A message about one item.
   struct Note {
-    std::size_t place;  ///< Of the item, counted from 1.
+    std::size_t place;  ///< The position of the item, counted from 1.
     std::string text;
   };
 
-  /// The identifiers of the resources that the selection leaves, in the order of the items.
+  /// The identifiers of the selected resources, in the order of the items.
   std::vector<std::string> resourceIDs;
-  /// Why items make no resource, whatever the selection: the first key that is missing, or that
-  /// holds something else.
+  /// Why items are rejected, whether or not they are selected: the first key that is missing or has
+  /// an invalid value.
   std::vector<Note> unacceptable;
-  /// What the person may not have meant about items that do.
+  /// Warnings about accepted items.
   std::vector<Note> odd;
 
-  /// Without an identifier and a type, everything is selected.
+  /// Selects everything if neither identifier nor type is given.
   static ConfigurationCheck of(const kiv::Value& config, const std::optional<std::string>& id,
                                const std::optional<std::string>& type);
 };

@@ -5,7 +5,7 @@
 namespace tool {
 
 /// Prints each callback of the manager as a JSON line. Registered on the manager's queue, so that
-/// everything that a resource holds may be read.
+/// it may read all properties of a resource.
 class EventLines : public KivResourceManagerObserver {
  public:
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,

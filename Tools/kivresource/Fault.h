@@ -6,13 +6,13 @@
 
 namespace tool {
 
-/// What goes wrong with one path of the content server.
+/// A fault that the content server injects for one path.
 struct Fault {
-  std::string path;           ///< As in a request, with a "/" first.
-  std::optional<int> status;  ///< To be answered with; nothing to break off in the middle.
+  std::string path;           ///< As in a request, with a leading "/".
+  std::optional<int> status;  ///< The status of the response; nullopt to cut off the body.
 
-  /// Reads "PATH=STATUS" or "PATH=break"; nothing if the rule is neither. A "/" is put before a
-  /// path that has none.
+  /// Parses "PATH=STATUS" or "PATH=break"; nullopt if the rule is neither. A path without a leading
+  /// "/" gets one.
   static std::optional<Fault> of(std::string_view rule);
 };
 

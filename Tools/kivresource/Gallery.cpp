@@ -9,7 +9,7 @@ namespace tool {
 
 namespace {
 
-// The policy holds for the framed pages too: a document in "srcdoc" has that of the page around it.
+// The policy also applies to the framed pages: a "srcdoc" document inherits that of its parent.
 constexpr std::string_view head = R"(<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -39,7 +39,7 @@ iframe { border: 1px solid #ccc; height: 30rem; width: 100%; }
 
 constexpr std::size_t largestPage = std::size_t{4} * 1024 * 1024;
 
-/// A link to the market where it is one that a page may lead to, otherwise just the contents.
+/// The contents as a link to the market if it is an http or https URL; otherwise only the contents.
 std::string linked(const std::string& marketLink, const std::string& contents) {
   if (!marketLink.starts_with("https://") && !marketLink.starts_with("http://")) return contents;
   return "<a rel=\"noopener noreferrer\" href=\"" + escapedHTML(marketLink) + "\">" + contents +
@@ -56,7 +56,7 @@ std::string show(const KivResourceStandard& banner) {
          "\n";
 }
 
-/// Five stars, as many of them filled as the rating says.
+/// Five stars, of which the rounded rating is filled.
 std::string stars(double rating) {
   const int filled = std::clamp(static_cast<int>(std::lround(std::clamp(rating, 0.0, 5.0))), 0, 5);
   std::string text;
@@ -77,10 +77,11 @@ std::string show(const KivResourceVideo& video) {
          "></video>\n";
 }
 
-/// A page as it is without its scripts. Opened as a file, it would run them with the rights that
-/// the browser gives to local files; here it reaches neither the network nor this page, opens no
-/// windows and sends no forms. One that came as an archive has the origin of this page, without
-/// which the browser would not show its pictures; one file alone needs none, and reads no file.
+/// Shows a page in a sandboxed frame without scripts. As a plain file it would run them with the
+/// rights of local files. In the frame it has no access to the network or to this page, opens no
+/// windows and submits no forms. A page from an archive keeps the origin of this page, without
+/// which the browser would not show its pictures. A single-file page does not need that and cannot
+/// read any file.
 std::string show(const KivResourceWeb& page) {
   const std::string path = page.html().value_or("");
   auto& files = kiv::FileManager::defaultManager();

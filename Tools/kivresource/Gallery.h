@@ -7,16 +7,15 @@
 
 namespace tool {
 
-/// An HTML page that shows the resources: banners as pictures, videos with title, rating and votes,
-/// pages in frames of their own, which run no scripts. It leads to the local files where they are,
-/// and to markets on the web. Nothing in a resource's texts can become part of the page but text.
-/// Reads the pages' files.
+/// Returns an HTML page that shows the resources: banners as pictures, videos with title, rating
+/// and votes, pages in frames without scripts. It refers to the local files in place and links to
+/// markets on the web. All texts of a resource are escaped. Reads the files of the pages.
 std::string galleryPage(const kiv::ResourceArray& resources);
 
-/// The text with HTML's own characters escaped, also within quotes.
+/// Escapes the special characters of HTML, including quotes.
 std::string escapedHTML(std::string_view text);
 
-/// The "file" URL of the absolute path.
+/// The "file" URL of an absolute path.
 std::string fileURL(std::string_view path);
 
 }  // namespace tool

@@ -15,11 +15,11 @@ namespace tool {
 
 namespace {
 
-/// An absolute path stays as it was typed.
+/// Returns absolute paths unchanged.
 std::string absolutePath(const std::string& path) {
   std::error_code ignored;
   const auto absolute = std::filesystem::absolute(path, ignored);
-  // Only the disk can tell where ".." leads.
+  // Because of symbolic links, ".." cannot be resolved in the text.
   const bool leadsUp = path.find("..") != std::string::npos;
   return path.starts_with('/') || leadsUp ? absolute.string()
                                           : absolute.lexically_normal().string();

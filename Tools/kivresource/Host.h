@@ -9,23 +9,24 @@
 
 namespace tool {
 
-/// Tells the framework what the options say: storage root, servers, packaged resources; and
-/// confines removals to the root. To be called before the manager is made; touches nothing on the
-/// disk. False, with a line on standard error, where there is no storage root.
+/// Passes the options to the framework: storage root, servers and packaged resources. Call it
+/// before the manager is created; it does not access the disk. Returns false and prints a line to
+/// standard error if there is no storage root.
 bool configureFramework(const Options& options);
 
-/// For a command that says itself what happens: where a person looks at standard error, the
-/// framework's log goes to the system log alone.
+/// For commands that print their own messages: if standard error is a terminal, the framework's log
+/// goes only to the system log.
 void keepLogFromTerminal();
 
-/// The error in words, where what is loaded could not be saved as the list of the next start.
+/// The error message if the list of loaded resources could not be saved; otherwise nullopt.
 std::optional<std::string> complaintOfSaving(const KivResourceManager& manager);
 
-/// To be called last, with the exit status of the command. Answers it, or that of a failure, with a
-/// line on standard error, where something that was printed did not reach standard output.
+/// Call it last, with the exit status of the command. Returns this status; if writing to standard
+/// output has failed, prints a line to standard error and returns exitStatus::failure.
 int endOutput(int status);
 
-/// Prints one line on standard error: the program's name and the text, without control characters.
+/// Prints the program's name and the text as one line to standard error, without control
+/// characters.
 void complain(std::string_view text);
 
 }  // namespace tool

@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::array watched{SIGINT, SIGTERM};
 
-/// The pipe through which a signal reaches the thread. A handler of signals may do little more than
-/// write to it.
+/// The pipe from the signal handler to the thread. write() is async-signal-safe; most other
+/// functions are not.
 std::array<int, 2> ends{-1, -1};
 
 void tellThread(char byte) {
@@ -38,7 +38,7 @@ void setHandlers(void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
-/// Hands signals on until it is told to end.
+/// Posts signals to the main queue until it reads a 0.
 void watch(const std::function<void(int)>& handler) {
   const auto shared = std::make_shared<const std::function<void(int)>>(handler);
   char byte = 0;

@@ -5,8 +5,9 @@
 
 namespace tool {
 
-/// Turns the first SIGINT or SIGTERM into a job of the main queue; a second one ends the program at
-/// once, as if nobody watched. One at a time; what was before comes back when it goes.
+/// Turns the first SIGINT and the first SIGTERM into jobs of the main queue. Repeating the same
+/// signal terminates the program. At most one object may exist; the destructor restores the default
+/// actions.
 class InterruptWatch {
  public:
   /// `handler` is called on the main queue with the signal's number.

@@ -19,7 +19,7 @@ LineReader::LineReader(int descriptor, std::function<void(std::string)> takeLine
 }
 
 LineReader::~LineReader() {
-  close(stop_[1]);  // what the thread waits for
+  close(stop_[1]);  // wakes the thread
   thread_.join();
   close(stop_[0]);
 }
@@ -38,7 +38,7 @@ void LineReader::read() {
   }
 }
 
-/// False if the reading is to end.
+/// False if the reader is to stop.
 bool LineReader::waitForBytes() const {
   std::array<pollfd, 2> awaited{{{descriptor_, POLLIN, 0}, {stop_[0], POLLIN, 0}}};
   while (poll(awaited.data(), awaited.size(), -1) < 0 && errno == EINTR) {

@@ -7,15 +7,15 @@
 
 namespace tool {
 
-/// Reads a descriptor line by line on a thread of its own, so that neither the writer nor the main
+/// Reads a descriptor line by line on its own thread, so that neither the writer nor the main
 /// thread is blocked.
 class LineReader {
  public:
-  /// `takeLine` is called with each line, without its end, also with a last one that has none;
-  /// `takeEnd` once after them. Both are called on the reader's thread.
+  /// `takeLine` is called with each line without its newline, including an unterminated last line;
+  /// `takeEnd` is called once after the last line. Both are called on the reader's thread.
   LineReader(int descriptor, std::function<void(std::string line)> takeLine,
              std::function<void()> takeEnd);
-  /// Ends the reading, wherever it stands, and waits for the thread.
+  /// Stops reading immediately and joins the thread.
   ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;

@@ -1,4 +1,5 @@
-// audit and clean: where the lists and the disk disagree, and the removal of unused files.
+// The commands audit, which reports differences between the saved list and the disk, and clean,
+// which removes unused files.
 
 #include <array>
 #include <iostream>

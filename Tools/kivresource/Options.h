@@ -6,20 +6,20 @@
 
 namespace tool {
 
-/// What one run of the tool was asked to do.
+/// The options of one run of the tool.
 struct Options {
   using Command = int (*)(const Options&);
-  /// Runs the command; answers the exit status of the program.
+  /// Runs the command and returns the exit status of the program.
   Command command = nullptr;
 
-  // For every command.
+  // General options.
   std::optional<std::string> root;
   std::optional<std::string> mainURL;
   std::optional<std::string> reserveURL;
   std::optional<std::string> resources;
   bool json = false;
 
-  // For those that take them.
+  // Options of some commands.
   std::string config;  ///< A path, or "-" for standard input.
   std::optional<std::string> id;
   std::optional<std::string> type;

@@ -1,4 +1,4 @@
-// load and update: one pass, shown while it goes on.
+// The commands load and update, which run one pass and show its progress.
 
 #include <chrono>
 #include <functional>
@@ -22,8 +22,8 @@ namespace {
 
 using Call = std::function<void(KivResourceManager&)>;
 
-/// Makes the call and runs the main queue until the pass has ended, with every callback of it.
-/// Answers the signal that stopped it, or 0.
+/// Makes the call and drains the main queue until the pass has ended and all its callbacks have
+/// run. Returns the signal that stopped the pass, or 0.
 int runPass(KivResourceManager& manager, const Call& call) {
   int stoppedBy = 0;
   const InterruptWatch watch([&](int signal) {
@@ -56,7 +56,7 @@ std::string summary(std::size_t loaded, std::size_t failed) {
          (failed > 0 ? ", " + std::to_string(failed) + " failed" : "");
 }
 
-/// Shows how the pass has ended, and answers the exit status.
+/// Shows the result of the pass and returns the exit status.
 int close(const KivResourceManager& manager, const ConfigurationCheck& check,
           const PassOutcome& outcome, int stoppedBy, PassView* view, const Options& options) {
   const std::size_t failed =

@@ -14,17 +14,17 @@
 
 namespace tool {
 
-/// Counts what comes of a pass, and has it shown. A resource fails once, however many of its files
-/// do. Used on the main queue.
+/// Counts the results of a pass and passes them to the view. A resource counts as failed once,
+/// however many of its files fail. Used on the main queue.
 class PassOutcome : public KivResourceManagerObserver {
  public:
-  /// Nothing is shown without a view.
+  /// `view` may be null; then nothing is shown.
   explicit PassOutcome(std::shared_ptr<PassView> view) : view_(std::move(view)) {}
 
   [[nodiscard]] std::size_t loaded() const noexcept { return loaded_; }
   [[nodiscard]] std::size_t failed() const noexcept { return failed_.size(); }
-  /// Those of the expected resources that were neither announced as loaded nor as failed, because
-  /// what came were not the files that they need.
+  /// The expected resources that were announced neither as loaded nor as failed, because the
+  /// downloaded files do not match their links.
   [[nodiscard]] std::vector<std::string> unheardOf(const std::vector<std::string>& expected) const;
 
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,

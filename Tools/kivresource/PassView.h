@@ -10,20 +10,20 @@
 
 namespace tool {
 
-/// Shows a person how a pass goes: one line for each resource as it completes or fails, and on a
-/// terminal a progress bar below them. Used on the main queue.
+/// Shows the progress of a pass: one line for each resource when it completes or fails and, on a
+/// terminal, a progress bar below them. Used on the main queue.
 class PassView {
  public:
   void showLoaded(const KivResource& resource);
-  /// Shows where the file that failed first was to come from, as far as that is known.
+  /// Also shows the URL of the first file that failed, if it is known.
   void showFailed(const KivResourceManager& manager, const KivResource& resource,
                   const std::optional<kiv::Error>& error);
-  /// To be called with each download that has ended, before its resource is shown.
+  /// Call it with each completed download before its resource is shown.
   void noteEnd(const KivRESTServiceTask& task);
   void showProgress(const KivRESTServiceProgress& progress);
-  /// A line about something that did not go well.
+  /// Prints a line about a failure.
   void showFailure(const std::string& what, std::string_view reason);
-  /// The last line; the bar is gone.
+  /// Prints the last line and removes the progress bar.
   void showEnd(const std::string& line);
 
  private:
@@ -31,12 +31,12 @@ class PassView {
   void drawBar();
   void eraseBar();
 
-  /// Empty if it is not known.
+  /// The URL of the first failed file of the resource; empty if it is not known.
   [[nodiscard]] std::string failedURL(const KivResourceManager& manager,
                                       const KivResource& resource) const;
 
   const Terminal terminal_;
-  std::vector<std::string> failedURLs_;  ///< In the order in which they failed.
+  std::vector<std::string> failedURLs_;  ///< In order of failure.
   std::string bar_;
   bool barIsShown_ = false;
 };

@@ -14,7 +14,7 @@ std::uint64_t natural(std::int64_t number) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(number, 0));
 }
 
-/// Between 0 and 1: by bytes where all are known, otherwise by files.
+/// Between 0 and 1: by bytes if all sizes are known, otherwise by files.
 double partDone(const KivRESTServiceProgress& progress, std::size_t files) {
   if (progress.bytesExpected && *progress.bytesExpected > 0) {
     return std::clamp(

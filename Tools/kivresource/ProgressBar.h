@@ -7,8 +7,8 @@
 
 namespace tool {
 
-/// How far the downloads have come, as one line of at most that many columns: a bar, files done,
-/// bytes, speed, and the time left where it is known.
+/// The progress of the downloads as one line of at most `width` columns: a bar, completed files,
+/// bytes, speed and, if known, the remaining time.
 std::string progressLine(const KivRESTServiceProgress& progress, std::size_t width);
 
 }  // namespace tool

@@ -8,7 +8,7 @@ namespace tool {
 
 namespace {
 
-/// The properties that a kind adds, in the order in which it declares them.
+/// The name and the additional properties of a resource class, in order of declaration.
 struct Kind {
   const char* name = "KivResource";
   std::span<const std::string_view> properties;
@@ -74,7 +74,7 @@ kiv::Dictionary resourceJSON(const KivResource& resource) {
       {"useFilePaths", arrayOf(resource.useFilePaths())},
       {"resourceDictionary", dictionary ? *dictionary : kiv::Dictionary()},
   };
-  // By name, and not by the getters: those of lists hand out what can be changed.
+  // Read by name, since the getters of lists return mutable objects.
   for (const auto property : kind.properties) {
     json.set(property, resource.valueForProperty(property).value_or(nullptr));
   }

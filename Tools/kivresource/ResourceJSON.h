@@ -9,20 +9,20 @@
 
 namespace tool {
 
-/// The resource as a program sees it: its class, what every resource has, what it answers about its
-/// files now, its dictionary, and the properties of its kind. To be called on the manager's queue.
+/// The resource as JSON: its class, the common properties, the current state of its files, its
+/// dictionary, and the properties of its class. Call it on the manager's queue.
 kiv::Dictionary resourceJSON(const KivResource& resource);
 
-/// The resources one after the other.
+/// The resources as an array, in order.
 kiv::Array resourcesJSON(const kiv::ResourceArray& resources);
 
-/// The error, or null where there is none.
+/// The error as JSON, or null.
 kiv::Value errorJSON(const std::optional<kiv::Error>& error);
 
-/// The value as JSON on one line, without any space between its parts.
+/// The value as JSON on one line, without insignificant whitespace.
 std::string compactJSON(const kiv::Value& value);
 
-/// Prints the value as a line of its own on standard output, at once.
+/// Prints the value as one line to standard output and flushes it.
 void printJSONLine(const kiv::Value& value);
 
 }  // namespace tool

@@ -40,8 +40,8 @@ void apply(const std::vector<Fault>& faults, kiv::ContentServer& server) {
   }
 }
 
-/// For a program that has started the server: the first line is the address, every further one a
-/// request.
+/// The output can be read by a program: the first line is the URL, every further line is a request.
+/// Flushed, so that each line arrives at once.
 void printLine(std::string_view line) {
   std::cout << kiv::escapingControlCharacters(line).append(1, '\n') << std::flush;
 }
@@ -77,7 +77,7 @@ int runServe(const Options& options) {
     return exitStatus::usage;
   }
   printLine(server.url());
-  if (!std::cout) return exitStatus::failure;  // nobody could learn the address
+  if (!std::cout) return exitStatus::failure;  // nobody can read the URL
   queue->run();
   server.stop();
   return exitStatus::signalled + stoppedBy;

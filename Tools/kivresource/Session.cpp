@@ -64,7 +64,8 @@ void Session::interrupt(int signal) {
 
 // --- Calls ---------------------------------------------------------------------------------------
 
-/// The next call is a job of its own, behind the callbacks that the last one has sent.
+/// The next call is a separate job, so it runs after the callbacks that the previous call has
+/// posted.
 void Session::scheduleNextCall() {
   if (lines_.empty() || waiting_ != Waiting::no || std::exchange(isScheduled_, true)) return;
   kiv::DispatchQueue::main()->async([self = shared_from_this()] { self->makeNextCall(); });
@@ -92,7 +93,7 @@ void Session::make(const SessionCall::Invalid& invalid) {
   printJSONLine(kiv::Dictionary{{"error", invalid.objection}});
 }
 
-/// One line, however many saves fail before one succeeds.
+/// Prints only one line for several successive failures.
 void Session::tellOfSaving() {
   const auto complaint = complaintOfSaving(*manager_);
   if (complaint && !hasToldOfSaving_) printJSONLine(kiv::Dictionary{{"error", *complaint}});

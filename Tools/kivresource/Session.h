@@ -13,17 +13,17 @@
 
 namespace tool {
 
-/// Makes the calls that come as lines, one after the other on the manager's queue, the main one,
-/// and prints what comes of them.
+/// Reads calls as lines, makes them in order on the main queue, which is the manager's queue, and
+/// prints their results.
 ///
-/// A call is made when everything that the one before it sent has been printed: so what a reader
-/// sees has the order of the calls. Used on the main queue.
+/// A call is made only after the callbacks posted by the previous call have been printed, so the
+/// output is in the order of the calls. Used on the main queue.
 class Session : public EventLines, public std::enable_shared_from_this<Session> {
  public:
   explicit Session(std::shared_ptr<KivResourceManager> manager);
 
-  /// Runs the main queue until the input has ended, its calls are made and no download is in
-  /// flight, or until the session is interrupted. Answers the exit status.
+  /// Drains the main queue until the input has ended, all calls are made and no download is
+  /// pending, or until the session is interrupted. Returns the exit status.
   int run();
 
   void takeLine(std::string line);
@@ -56,8 +56,8 @@ class Session : public EventLines, public std::enable_shared_from_this<Session> 
   std::deque<std::string> lines_;
   bool hasEnded_ = false;
   bool isScheduled_ = false;
-  bool hasToldOfSaving_ = false;      ///< That the list could not be saved, and still cannot.
-  std::uint64_t unusedFinishes_ = 0;  ///< Printed, and not yet waited for.
+  bool hasToldOfSaving_ = false;      ///< The failure to save the list was reported and persists.
+  std::uint64_t unusedFinishes_ = 0;  ///< Printed, but not yet consumed by a wait.
   Waiting waiting_ = Waiting::no;
   Clock::time_point deadline_;
   std::optional<int> signal_;

@@ -13,19 +13,19 @@ namespace {
 
 using Invalid = SessionCall::Invalid;
 
-/// Reads what stands beside the name of a call, and keeps the first thing that is wrong with it.
+/// Reads the arguments of a call and records the first error.
 class Arguments {
  public:
   explicit Arguments(kiv::Dictionary call) : call_(std::move(call)) {}
 
   [[nodiscard]] bool has(std::string_view key) const { return call_.contains(key); }
-  /// The string, or nothing for null.
+  /// The string; nullopt for null.
   std::optional<std::string> text(std::string_view key) {
     const kiv::Value& value = call_[key];
     if (!has(key) || (!value.isString() && !value.isNull())) object(key, "is to be a string");
     return value.isString() ? std::optional(value.string()) : std::nullopt;
   }
-  /// The configuration itself, or that in a file. Null stands for none.
+  /// The configuration, given inline or as a file. Null stands for none.
   kiv::Value config() {
     const kiv::Value& value = call_["config"];
     if (value.isString()) return configInFile(value.string());
@@ -43,7 +43,7 @@ class Arguments {
     return std::chrono::milliseconds(std::min(value.unsignedInteger(), longest));
   }
 
-  /// The call, unless something was wrong.
+  /// The call, or Invalid if there was an error.
   template <class What>
   SessionCall resulting(What what) {
     if (!objection_.empty()) return {Invalid{std::move(objection_)}};
@@ -122,7 +122,7 @@ SessionCall sleepFor(Arguments& arguments) {
   return arguments.resulting(SessionCall::Sleep{arguments.milliseconds("ms")});
 }
 
-/// A server that is not named stays as it is.
+/// A server that is not given keeps its current URL.
 SessionCall setDomains(Arguments& arguments) {
   using Domain = std::optional<std::string>;
   std::optional<Domain> mainDomain;

@@ -11,14 +11,14 @@
 
 namespace tool {
 
-/// One line of a session's input, understood.
+/// A parsed line of a session's input.
 ///
-/// What a call asks of the manager is a function that makes it, and for a query answers the
-/// resources; what it asks of the session itself has a type of its own.
+/// A call to the manager is a function; for a query, it returns the resources. Calls to the session
+/// itself have separate types.
 struct SessionCall {
-  /// An operation of the manager that answers nothing.
+  /// An operation of the manager without a result.
   using Order = std::function<void(KivResourceManager&)>;
-  /// One that answers resources, and its name.
+  /// An operation that returns resources, and its name.
   struct Query {
     std::string_view name;
     std::function<kiv::ResourceArray(const KivResourceManager&)> ask;
@@ -29,7 +29,7 @@ struct SessionCall {
   struct Sleep {
     std::chrono::milliseconds time;
   };
-  /// A call that is not valid, and why.
+  /// An invalid call and the reason.
   struct Invalid {
     std::string objection;
   };
@@ -37,7 +37,7 @@ struct SessionCall {
   std::variant<Order, Query, WaitForFinish, Sleep, Invalid> what;
 };
 
-/// Reads one line.
+/// Parses one line.
 SessionCall readSessionCall(std::string line);
 
 }  // namespace tool

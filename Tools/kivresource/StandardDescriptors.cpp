@@ -8,7 +8,7 @@ namespace tool {
 bool openStandardDescriptors() {
   for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
     if (fcntl(number, F_GETFD) >= 0) continue;
-    // The lowest number that is free, and so this one.
+    // open() returns the lowest free number, which must be this one.
     if (open("/dev/null", O_RDWR) != number) return false;
   }
   return true;

@@ -6,18 +6,18 @@
 
 namespace tool {
 
-/// Standard output, as far as a person looks at it.
+/// The terminal on standard output, if there is one.
 class Terminal {
  public:
   enum class Style { bold, dim, green, red };
 
   Terminal();
 
-  /// True if what is printed can be written over.
+  /// True if standard output is a terminal on which a line can be overwritten.
   [[nodiscard]] bool isTerminal() const noexcept { return isTerminal_; }
-  /// Its columns now.
+  /// The current number of columns.
   [[nodiscard]] std::size_t width() const;
-  /// The text in that style, unless colours are not wanted or not to be had.
+  /// The text in that style; unchanged if colours are disabled or not supported.
   [[nodiscard]] std::string styled(Style style, std::string_view text) const;
 
  private:

@@ -25,7 +25,7 @@ int main(int count, char** arguments) {
       return tool::exitStatus::failure;
     }
     return tool::endOutput(run(count, arguments));
-  } catch (const std::system_error& error) {  // most often a thread that cannot be started
+  } catch (const std::system_error& error) {  // usually a thread that cannot be started
     tool::complain(std::string("the system refuses a thread or another resource: ") + error.what());
   } catch (const std::exception& error) {
     tool::complain(error.what());

@@ -145,7 +145,8 @@ TEST_F(PassCommandsTest, AConfigurationWithoutItemsIsStatus2) {
 }
 
 TEST_F(PassCommandsTest, AResourceWhoseFilesComeToNothingIsStatus1) {
-  // The page is downloaded, but a stored file "index.html" does not match any link.
+  // The page is stored in the resources directory itself, but a file "index.html" matches only a
+  // link with the same last folder, here "x".
   server_.serve("/x/index.html", Response::ok("page"));
   const auto load = runWith(
       {"load", "-"}, R"({"engine":"eco_fs","name":"N","type":"t","banner_id":"p","priority":1,)"
