@@ -78,7 +78,7 @@ TEST(KivResourceStandardTest, ACopyHasTheMarketLink) {
   EXPECT_EQ(copy->marketLink(), resource->marketLink());
 }
 
-// --- Another choice ------------------------------------------------------------------------------
+// --- Subclasses that select another file ---------------------------------------------------------
 
 /// A subclass that selects the small image.
 class SmallBanner : public KivResourceStandard {

@@ -455,7 +455,7 @@ TEST_F(KivResourceVideoTest, WithoutADictionaryNothingMatches) {
   EXPECT_FALSE(resource->copyWithZone());
 }
 
-// --- Another choice ------------------------------------------------------------------------------
+// --- Subclasses that select another file ---------------------------------------------------------
 
 /// A subclass that selects the portrait video.
 class PortraitVideo : public KivResourceVideo {

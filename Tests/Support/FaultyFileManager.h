@@ -60,7 +60,7 @@ class FaultyFileManager : public ForwardingFileManager {
     std::string newPath = {};  ///< of move, withdraw and exchange
   };
 
-  /// Restarts the count and sets the fault; nullopt for none.
+  /// Clears the count and the recorded operations, and sets the fault; nullopt for none.
   void setFault(std::optional<Fault> fault);
   /// Makes every operation of that kind fail with the error.
   void setFailingOperation(FileOperation kind, int number);
@@ -72,11 +72,11 @@ class FaultyFileManager : public ForwardingFileManager {
   void setAvailableSpace(std::optional<std::uint64_t> bytes);
   /// Reports the free space as unknown, as some file systems do.
   void refuseSpace(bool refuse);
-  /// Makes reading the file at the path fail; an empty path undoes it.
+  /// Makes fileIsReadableAtPath() fail with EIO for an existing file; an empty path undoes it.
   void setUnreadableFile(std::string path);
   /// Fails exchanges as a file system that does not support them does.
   void refuseExchanges(bool refuse);
-  /// Syncs every batch at once, however small. By default batches are not synced.
+  /// Syncs files in one batch, however few they are. By default there are no batch syncs.
   void allowBatchSyncs(bool allow);
   /// Called before each operation, on the thread that performs it.
   void setObserver(std::function<void(const Operation&)> observer);

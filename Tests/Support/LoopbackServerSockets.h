@@ -9,7 +9,7 @@ namespace kiv::test {
 /// Returns a socket that is bound to a port of the loopback interface, chosen by the system. Aborts
 /// the test program if that fails.
 int boundSocket();
-/// The same, listening.
+/// Returns such a socket in the listening state.
 int listeningSocket();
 int portOf(int socket);
 /// "http://127.0.0.1:port", followed by the path.

@@ -55,7 +55,7 @@ class PowerCutFileManager : public ForwardingFileManager {
 
   /// Fails exchanges as a file system that does not support them does.
   bool refusesExchanges = false;
-  /// Syncs every batch at once, however small.
+  /// Syncs files in one batch, however few they are.
   bool allowsBatchSyncs = false;
 
  private:

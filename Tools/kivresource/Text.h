@@ -9,10 +9,10 @@ namespace tool {
 /// "1 file", "2 files".
 std::string counted(std::size_t count, std::string_view noun);
 
-/// Bytes for a person: "512 B", "1.5 kB", "20.0 MB".
+/// A readable size: "512 B", "1.5 kB", "20.0 MB".
 std::string byteText(std::uint64_t bytes);
 
-/// Seconds for a person: "0:07", "12:30", "1:02:03".
+/// A readable duration: "0:07", "12:30", "1:02:03".
 std::string durationText(std::uint64_t seconds);
 
 }  // namespace tool

@@ -195,7 +195,7 @@ TEST_F(ArchiveSyncTest, InABatchAllIsSyncedOnceAndBeforeTheArchiveIsPutInPlace) 
 TEST_F(ArchiveSyncTest, WithoutABatchEachFileAndEachDirectoryIsSyncedOnce) {
   EXPECT_FALSE(save("promo.zip", wholeArchive("1")));
   EXPECT_EQ(count(FileOperation::synchronize), filesOfAWholeArchive);
-  EXPECT_EQ(count(FileOperation::synchronizeDirectory), 4);  // the top and its three folders
+  EXPECT_EQ(count(FileOperation::synchronizeDirectory), 4);  // the archive's top and its 3 folders
   EXPECT_EQ(count(FileOperation::synchronizeBatch), 0);
 }
 

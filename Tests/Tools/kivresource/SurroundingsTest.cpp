@@ -60,7 +60,7 @@ class FewThreadsTest : public SurroundingsTest {
  protected:
   /// The environment in which a program can create at most that many threads.
   static std::vector<std::string> only(int threads) {
-    // AddressSanitizer requires to be loaded first, which LD_PRELOAD prevents.
+    // AddressSanitizer must be the first library, which LD_PRELOAD prevents.
     return {"FEW_THREADS=" + std::to_string(threads), "LD_PRELOAD=" FEW_THREADS,
             "ASAN_OPTIONS=verify_asan_link_order=0"};
   }

@@ -227,7 +227,7 @@ TEST_F(FileManagerTest, ListsNothingButDirectories) {
   expectFailure(listing(makePipe("pipe")), ENOTDIR);
 }
 
-// --- Making and writing --------------------------------------------------------------------------
+// --- Creating and writing ------------------------------------------------------------------------
 
 TEST_F(FileManagerTest, MakesADirectoryWithThoseAboveIt) {
   EXPECT_TRUE(manager_.createDirectoryAtPath(path("a/b/c")));
