@@ -8,7 +8,8 @@
 
 /// How a client transfers. The defaults suit a desktop application. A host that wants others hands
 /// them to the client's constructor, or sets them for all clients that are made without settings
-/// (KivRESTService::setDefaultSettings) before the first of these is made.
+/// (KivRESTService::setDefaultSettings) before the first of these is made. Limits and times that
+/// are not here are constants: kiv::TransferSettings.
 struct KivRESTServiceSettings {
   // --- How much at one time ---
 

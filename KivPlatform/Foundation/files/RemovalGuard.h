@@ -10,7 +10,9 @@ namespace kiv::removal {
 enum class OwnDirectory { resources, temporaries };
 
 // The directories whose contents the framework creates and removes itself. They are the roots of
-// the removal guard unless the host has set others. Thread-safe.
+// the removal guard unless the host has set others. The storage module sets the directory of
+// resources, the storage service that of temporaries, and each client adds its spool directory;
+// removeItem() in posix/PosixRemoval.h enforces the roots. Thread-safe.
 
 /// Sets the directory, replacing the previous one of that kind.
 void setOwnDirectory(OwnDirectory which, std::string path);

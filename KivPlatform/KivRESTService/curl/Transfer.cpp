@@ -10,7 +10,7 @@
 
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 #include "KivPlatform/KivRESTService/curl/CurlOptions.h"
-#include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/http/Redirect.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
 

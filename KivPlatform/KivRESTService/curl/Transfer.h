@@ -11,7 +11,7 @@
 
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
-#include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
+#include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/policy/AttemptResult.h"

@@ -8,10 +8,10 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/Mutex.h"
-#include "KivPlatform/KivRESTService/curl/RedirectPolicy.h"
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
+#include "KivPlatform/KivRESTService/http/Redirect.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace kiv {
