@@ -170,17 +170,19 @@ KivRESTServiceSettings KivRESTService::defaultSettings() {
 }
 
 void KivRESTService::setDefaultSettings(KivRESTServiceSettings settings) {
-  const kiv::MutexLock lock(DefaultSettings::shared().mutex);
-  KivRESTServiceSettings& former = DefaultSettings::shared().settings;
-  former = std::move(settings);
+  DefaultSettings& defaults = DefaultSettings::shared();
+  const kiv::MutexLock lock(defaults.mutex);
+  static_cast<KivRESTServiceSettings&>(defaults.settings) = std::move(settings);
 }
 
 kiv::TransferSettings kiv::defaultTransferSettings() {
-  const MutexLock lock(DefaultSettings::shared().mutex);
-  return DefaultSettings::shared().settings;
+  DefaultSettings& defaults = DefaultSettings::shared();
+  const MutexLock lock(defaults.mutex);
+  return defaults.settings;
 }
 
 void kiv::setDefaultTransferSettings(TransferSettings settings) {
-  const MutexLock lock(DefaultSettings::shared().mutex);
-  DefaultSettings::shared().settings = std::move(settings);
+  DefaultSettings& defaults = DefaultSettings::shared();
+  const MutexLock lock(defaults.mutex);
+  defaults.settings = std::move(settings);
 }
