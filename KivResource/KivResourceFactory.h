@@ -9,25 +9,25 @@
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceObject.h"
 
-/// Makes resources from resource dictionaries: the string under "engine" chooses the class, and
-/// that class decides whether the dictionary is acceptable.
+/// Creates resources from resource dictionaries. The string under "engine" chooses the class, and
+/// the class decides whether the dictionary is valid.
 ///
-/// It has no state; its operations may be called from any thread.
+/// Stateless; its operations may be called from any thread.
 class KIV_EXPORT KivResourceFactory {
  public:
   KivResourceFactory() = delete;
 
-  /// A new resource of the dictionary, or nullptr, with one line in the system log, where it has no
-  /// engine or is not acceptable. An engine that no kind claims makes a plain KivResource.
+  /// Creates a resource of the dictionary. If the dictionary has no engine or is not valid, returns
+  /// nullptr and writes one line to the system log. An unknown engine makes a plain KivResource.
   static std::shared_ptr<KivResource> createResourceFromDictionary(
       const kiv::Dictionary& dictionary);
 
-  /// The keys that the engine's kind asks for beyond those of every resource; nothing for an engine
-  /// that no kind claims.
+  /// The keys that the engine's kind requires beyond the common ones; nothing for an unknown
+  /// engine.
   static std::optional<kiv::KindKeys> requiredKeysOfEngine(std::string_view engine);
 
-  /// The resources of a configuration's "items", in their order, without those that are not
-  /// acceptable. A value that is no configuration, null for example, has none.
+  /// The resources of the configuration's "items", in their order, without the invalid ones. A
+  /// value that is no configuration, such as null, has none.
   static std::vector<std::shared_ptr<KivResource>> resourcesArrayForResourcesConfig(
       const kiv::Value& config);
 };

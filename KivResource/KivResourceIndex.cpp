@@ -1,5 +1,5 @@
-// The keys come from servers, so they are kept in a tree and not in a table of hashes: no choice of
-// keys makes a tree slow. A key shares its characters with the resource that it was taken from.
+// A tree and no hash table, since servers choose the keys. A key shares its characters with the
+// resource that it was taken from.
 
 #include "KivResource/KivResourceIndex.h"
 
@@ -16,15 +16,15 @@ namespace kiv {
 
 namespace {
 
-/// The name under which the file is stored: that of its directory for the page of an archive, as
-/// all pages have one name.
+/// The name under which the file is stored. For the page of an archive it is the directory's, since
+/// all such pages have the same name.
 std::string_view storedName(std::string_view path) {
   const std::string_view name = path::lastPathComponent(path);
   if (name != KivResouceArchiveKey[1]) return name;
   return path::lastPathComponent(path::deletingLastPathComponent(path));
 }
 
-/// The record's own field, which shares its characters with this value; an override is not asked.
+/// The field itself, even if valueForProperty() is overridden. The value shares its characters.
 Value fieldOf(const KivResource& resource, std::string_view name) {
   return resource.KivResource::valueForProperty(name).value_or(nullptr);
 }
@@ -51,7 +51,7 @@ void ResourceIndex::forEachKey(const KivResource& resource, const Use& use) cons
     use(Value(keyOf(path)));
 }
 
-/// A tree that is filled in its order needs no search for the places of its nodes.
+/// Inserts in order, so that no insertion needs a search.
 ResourceIndex::ResourceIndex(Aspect aspect, const std::vector<std::shared_ptr<KivResource>>& list)
     : aspect_(aspect) {
   std::vector<Entry> entries;

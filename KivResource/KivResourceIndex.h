@@ -12,20 +12,21 @@ class KivResource;
 
 namespace kiv {
 
-/// Finds the places of a list at which resources with a given identifier, type or file stand.
+/// Maps an identifier, a type or a file name to the positions of the resources that have it.
 ///
-/// An ordered tree, as nobody can choose keys that make one slow: identifiers and paths come from
-/// servers. Adding, removing and finding cost the logarithm of the number of resources.
+/// It is an ordered tree: identifiers and paths come from servers, which could choose keys that
+/// make a hash table slow. All operations take logarithmic time.
 ///
-/// The index holds what each resource answered when it was added. Its owner makes a new one when a
-/// resource has changed since (KivResource::setOnChange).
+/// The keys are those that each resource had when it was added. If a resource has changed since,
+/// the owner has to build a new index (KivResource::setOnChange).
 class ResourceIndex {
  public:
   enum class Aspect : std::uint8_t {
     identifier,
     type,
-    /// The names under which the files are stored. Not their paths: one file has several, where a
-    /// link leads to its directory. A kind that changed its paths without noteChange() is missed.
+    /// The names under which the files are stored. Not their paths, since a file has several if a
+    /// link leads to its directory. A kind that changed its paths without noteChange() is not
+    /// found.
     fileName,
   };
   using Place = std::uint32_t;
@@ -41,14 +42,14 @@ class ResourceIndex {
   /// The places, in ascending order, of the resources with that identifier, type or path of a file.
   /// In an index of file names the resources may use another file of the same name.
   [[nodiscard]] Places places(std::string_view value) const;
-  /// The places, in ascending order, of that very object, which has this value.
+  /// The places, in ascending order, of the object, which has this value.
   [[nodiscard]] Places places(std::string_view value, const KivResource& resource) const;
   /// The same as places(value), but of each object only the first.
   [[nodiscard]] Places firstPlaces(std::string_view value) const;
 
  private:
-  /// The object comes before the place, so that one of many resources with one value is found
-  /// without a look at the others. It is only compared, never looked into.
+  /// Sorted by object before place, so that one of many resources with the same key is found
+  /// directly. The pointer is only compared, never dereferenced.
   struct Entry {
     Value key;
     const KivResource* resource;

@@ -25,8 +25,8 @@ namespace {
 using Aspect = ResourceIndex::Aspect;
 using Place = ResourceIndex::Place;
 
-/// The resources' identifiers with their positions: those that are equal stand together, in the
-/// order of the resources.
+/// The identifiers of the resources with their positions, sorted, so that equal ones are adjacent
+/// and in order.
 std::vector<std::pair<std::string, std::size_t>> sortedIdentifiers(const ResourceArray& resources) {
   std::vector<std::pair<std::string, std::size_t>> identifiers;
   identifiers.reserve(resources.size());
@@ -49,7 +49,7 @@ class FileAtPath {
   }
 
  private:
-  /// The system is asked only if another path may lead to the file.
+  /// Resolves paths only if another path may lead to the file.
   [[nodiscard]] bool isAt(std::string_view path) {
     if (path == path_) return true;
     if (path::lastPathComponent(path) != path::lastPathComponent(path_)) return false;
@@ -158,7 +158,7 @@ bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& 
   assertQueue();
   FileAtPath file(path);
   for (const Place place : indexes_->of(Aspect::fileName).places(path)) {
-    // Nothing, where a removed resource was no longer found under the names of its files.
+    // nullptr if the resource was removed after its files had changed without a report.
     const auto& other = places_[place];
     if (other && other.get() != &owner && file.isUsedBy(*other)) return true;
   }
@@ -206,7 +206,7 @@ void ResourceList::remove(const std::shared_ptr<KivResource>& resource) {
   const auto places = indexes_->of(Aspect::identifier).places(resource->resourceID(), *resource);
   if (places.empty()) return;
   indexes_->remove(*resource);
-  // The argument may be one of the places: from here on it is not used.
+  // The argument may be an element of the list, so it is not used from here on.
   for (const Place place : places)
     places_[place] = nullptr;
   size_ -= places.size();

@@ -14,18 +14,17 @@ namespace kiv {
 
 class QueueAssertion;
 
-/// An immutable answer: resources in order, shared, never null.
+/// Resources in order, never null.
 using ResourceArray = std::vector<std::shared_ptr<KivResource>>;
 
-/// The registry of loaded resources: a list that keeps its order of insertion and takes the same
-/// object more than once. Resources have no equality of their own: two of equal content are two.
+/// The registry of loaded resources, in the order of insertion. An object may be in the list more
+/// than once. Resources are compared by identity, not by content.
 ///
-/// Every change goes through this class, which keeps an index for each question below, so that an
-/// answer costs what it finds and the logarithm of the list's length. The first question of a sort
-/// makes its index, which costs about as much as a walk. So does the first question after a listed
-/// resource has reported a change of its identifier, its type or its paths
-/// (KivResource::noteChange); no pass of the manager causes one. To be used on the manager's queue
-/// alone.
+/// The list has an index for each kind of query, so that a query takes logarithmic time plus the
+/// size of its result. The first query of a kind builds the index, which takes about as long as an
+/// iteration. So does the first query after a resource of the list has reported a change of its
+/// identifier, type or paths (KivResource::noteChange); passes cause none. To be used on the
+/// manager's queue only.
 class KIV_EXPORT ResourceList {
  public:
   /// Visits the resources in order; a change of the list makes it invalid.
@@ -60,8 +59,8 @@ class KIV_EXPORT ResourceList {
   ResourceList& operator=(const ResourceList&) = delete;
   ~ResourceList();
 
-  /// Builds with assertions end the program when the list is used off that queue; nothing is
-  /// checked as long as no manager has the list.
+  /// In builds without NDEBUG the program ends if the list is used off that queue. Nothing is
+  /// checked until a manager has the list.
   void setQueueAssertion(std::shared_ptr<const QueueAssertion> assertion);
 
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
@@ -71,14 +70,14 @@ class KIV_EXPORT ResourceList {
   }
   [[nodiscard]] const_iterator begin() const { return {places_.data(), pastLastPlace()}; }
   [[nodiscard]] const_iterator end() const { return {pastLastPlace(), pastLastPlace()}; }
-  /// The resources as they stand now; valid until the next change.
+  /// The resources; valid until the next change.
   [[nodiscard]] const ResourceArray& resources() const;
 
   /// The resources with that identifier, in the order of the list.
   [[nodiscard]] ResourceArray resourcesWithID(std::string_view resourceID) const;
   /// The resources of that type, in the order of the list.
   [[nodiscard]] ResourceArray resourcesWithType(std::string_view type) const;
-  /// Pairs resources with those of the list that have the same identifier.
+  /// Finds the counterparts of resources: those of the list with the same identifier.
   struct Counterparts {
     /// For each of the given resources the first of the list that has its identifier and is not the
     /// counterpart of an earlier one, or nullptr.
@@ -88,13 +87,13 @@ class KIV_EXPORT ResourceList {
     ResourceArray rest;
   };
   [[nodiscard]] Counterparts counterparts(const ResourceArray& resources) const;
-  /// True if a resource of the list other than `owner` uses the file at that path, be it by
-  /// another path that leads to the same file.
+  /// True if a resource of the list other than `owner` uses the file at that path, also by another
+  /// path to the same file.
   [[nodiscard]] bool isPathUsedByOthers(std::string_view path, const KivResource& owner) const;
 
   /// Adds the resource at the end, also if it is in the list already. nullptr is ignored.
   void append(std::shared_ptr<KivResource> resource);
-  /// Removes every occurrence of that very object.
+  /// Removes every occurrence of the object.
   void remove(const std::shared_ptr<KivResource>& resource);
   /// Removes every occurrence of each of those objects.
   void removeAll(const ResourceArray& resources);

@@ -1,5 +1,5 @@
 // A three-way merge of the registry with a list that another process has saved; the base is the
-// list that this process last read or wrote. The rule stands in Docs/ON-DISK-FORMAT.md.
+// list that this process last read or wrote. The rule is in Docs/ON-DISK-FORMAT.md.
 
 #include "KivResource/KivResourceListMerge.h"
 

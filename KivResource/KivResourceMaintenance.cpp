@@ -1,7 +1,7 @@
-// A file may have several paths, through links, and a list may name it by any of them. What is in
-// use is therefore compared by resolved places, including every name on the way to a file: removing
-// a link would break a path as well as removing the file. When a list is in doubt nothing is
-// removed, because it may name files that no readable list names.
+// A file may have several paths, through links, and a list may contain any of them. So resolved
+// paths are compared, including every link on the way: removing a link would break a path too. If
+// the saved list cannot be read, nothing is removed, since it may name files that no readable list
+// names.
 
 #include "KivResource/KivResourceMaintenance.h"
 
@@ -39,8 +39,8 @@ Error maintenanceError(KivResourceMaintenanceErrorCode code, std::string_view me
   return Error(KivResourceMaintenanceErrorDomain, static_cast<std::int64_t>(code), message);
 }
 
-/// The places on the disk that the files in use depend on: the files themselves, and every name on
-/// the way to them, be it that of a link.
+/// The directory entries that the files in use depend on: the files, and every component on the way
+/// to them, links included.
 class UsedPlaces {
  public:
   void add(std::string_view path) {
@@ -64,7 +64,7 @@ class UsedPlaces {
  private:
   bool isNew(std::string_view path) { return seen_.emplace(path).second; }
 
-  /// Where nothing lies, the name in the resolved directory above it.
+  /// If there is nothing, the name in the resolved parent directory.
   const std::string& resolved(std::string_view path) {
     const auto known = resolved_.find(path);
     if (known != resolved_.end()) return known->second;
@@ -100,7 +100,7 @@ struct ListedFiles {
     }
   }
 
-  /// A list is saved when its resources are complete: what stands there for a file is its path.
+  /// Only complete resources are saved, so the list has paths, not links.
   void addSaved(const KivResource& resource) {
     if (resource.filesExist()) return addLoaded(resource);
     for (const std::string& path : resource.useFilePaths())
@@ -137,7 +137,7 @@ Error doubtError(std::string_view what, const std::optional<Error>& reason,
   return maintenanceError(KivResourceMaintenanceErrorCode::listInDoubt, message);
 }
 
-/// Why files that no known entry names may be in use, if they may.
+/// Why files that no known entry names may be in use; nothing if they are not.
 std::optional<Error> doubtOfList(const KivResourceManager& manager, const ListedFiles& listed) {
   const std::string list = "The saved list \"" + KivResourceStorageModule::resourcesListPath();
   if (listed.listError) {
@@ -168,8 +168,8 @@ Maintenance::Item itemAt(std::string path) {
   return {std::move(path), size, {}};
 }
 
-/// The resources directory without a link on the way, or nothing if none stands yet. A link
-/// below the root would make whatever it leads to the resources directory: that is an error.
+/// The resolved resources directory; nothing if it does not exist. A link below the root is an
+/// error, since it could make any directory the resources directory.
 Result<std::optional<std::string>> findResources() {
   const std::string path = KivResourceStorageModule::resourcesDirectoryPath();
   if (!files().itemExistsAtPath(path)) return std::nullopt;
@@ -224,8 +224,8 @@ void findUnusable(const ListedFiles& listed, Maintenance::Audit& audit) {
   }
 }
 
-/// Each process works in a directory of its own, beside which its lock lies; neither is what was
-/// not completed.
+/// Each process has a working directory and a lock file beside it, which are no leftovers
+/// themselves.
 Status findTemporaries(Maintenance::Audit& audit) {
   const std::string top = KivStorageService::temporariesPath();
   const auto names = sortedNames(top);

@@ -11,8 +11,7 @@
 
 class KivResourceManager;
 
-/// Domain of the errors that maintenance makes itself; those of the disk pass through with their
-/// own.
+/// Domain of maintenance's own errors. Errors of the disk keep their domain.
 inline constexpr std::string_view KivResourceMaintenanceErrorDomain =
     "kiv.KivResource.KivResourceMaintenance";
 
@@ -22,15 +21,15 @@ enum class KivResourceMaintenanceErrorCode : int {
   listInDoubt = 122,         ///< A saved list that cannot be read may name files that are in use.
 };
 
-/// Maintenance of the cache: where the lists and the disk disagree, removal of unused files, and
-/// free space. The framework never calls any of it; the host does, or lets its user do.
+/// Maintenance of the cache: differences between lists and disk, removal of unused files, and free
+/// space. Called by the host only, never by the framework.
 ///
-/// Never instantiated, without state; all operations run on the manager's queue, at once, and take
-/// time there in proportion to what is stored.
+/// Stateless. All operations are synchronous, must be called on the manager's queue, and take time
+/// proportional to the number of stored files.
 ///
-/// A resource counts as loaded when it is in the manager's registry, or in the saved list with all
-/// of its files. Paths are compared with every link in them resolved: a file of a loaded resource
-/// is recognised however its path is written, and so is every link that the path leads through.
+/// A resource counts as loaded if it is in the manager's registry, or in the saved list with all of
+/// its files. Paths are compared with all links resolved, so that a file of a loaded resource is
+/// recognised by any of its paths, and so are the links on the way.
 class KIV_EXPORT KivResourceMaintenance {
  public:
   KivResourceMaintenance() = delete;
@@ -38,37 +37,35 @@ class KIV_EXPORT KivResourceMaintenance {
   /// One file, link or directory. An unpacked archive, the directory, is one item.
   struct Item {
     std::string path;
-    /// Bytes on the disk, of everything in a directory; nothing if they cannot be counted.
+    /// Bytes on disk, with the contents of a directory; nothing if they cannot be determined.
     std::optional<std::uint64_t> size;
-    /// Of a resource that needs the file; empty if none does.
+    /// The identifier of a resource that needs the file; empty if none does.
     std::string resourceID;
   };
 
-  /// Where the lists and the disk disagree, each part in the order of the paths.
+  /// Differences between lists and disk, each sorted by path.
   struct Audit {
-    /// Files of resources in the registry or the saved list that are not there.
+    /// Missing files of resources in the registry or the saved list.
     std::vector<Item> missing;
-    /// Those that are there but cannot be opened, or whose first byte cannot be read.
+    /// Existing ones that cannot be opened, or whose first byte cannot be read.
     std::vector<Item> unreadable;
-    /// Items of the resources directory that no loaded resource uses. They may still be useful: a
-    /// later pass finds files by name that an update dropped, or that were stored for a resource
-    /// that failed.
+    /// Items of the resources directory that no loaded resource uses. A later pass may still use
+    /// them: it finds by name the files of resources that an update removed, or that failed.
     std::vector<Item> orphaned;
-    /// Orphaned directories without an "index.html", which no pass finds either.
+    /// Orphaned directories without an "index.html", which no pass would find.
     std::vector<Item> partial;
     /// Incomplete files of the storage service, of this process, of others that are running, or
     /// left by one that failed; and bodies of downloads that are incomplete or not stored yet.
     std::vector<Item> temporary;
     /// True if downloads are in flight: what they have stored so far counts as orphaned.
     bool downloadsAreInFlight = false;
-    /// Why a clean-up would remove nothing (122), where a saved list is in doubt: orphans may then
-    /// be files in use. The message says what a person can do.
+    /// Why a clean-up would be refused (122): a saved list that cannot be read may name the
+    /// orphans. The message says what a user can do.
     std::optional<kiv::Error> listDoubt;
   };
 
-  /// Compares the registry and the saved list with the disk, and changes nothing. Nothing and an
-  /// error where the directories cannot be listed, or if the resources directory is reached
-  /// through a link.
+  /// Compares the registry and the saved list with the disk, without changes. Nothing and an error
+  /// if a directory cannot be listed, or the resources directory is reached through a link.
   static std::optional<Audit> audit(const KivResourceManager& manager,
                                     std::optional<kiv::Error>* error = nullptr);
 
@@ -87,16 +84,15 @@ class KIV_EXPORT KivResourceMaintenance {
     std::vector<Refusal> refused;  ///< What could not be removed; empty in a dry run.
   };
 
-  /// Removes what the audit calls orphaned or partial, and nothing else: nothing that a loaded
-  /// resource uses, and nothing outside the resources directory; of a link, the link. An item that
-  /// cannot be removed does not keep the others. A host that still shows a resource which an update
-  /// dropped calls this later, since the files of that resource are removed.
+  /// Removes the items that the audit reports as orphaned or partial, and nothing else: nothing
+  /// that a loaded resource uses, and nothing outside the resources directory. A link is removed,
+  /// not its target. Continues if an item cannot be removed. Also removes the files of resources
+  /// that an update removed, so a host that still shows such a resource should call this later.
   ///
-  /// Nothing and an error, with nothing removed, while downloads are in flight (120), since files
-  /// of the resources that they belong to are in no list yet; where a saved list may name files
-  /// that are in use and are not known (122): one that cannot be read, now or when the manager last
-  /// tried, or one that was set aside for that; and where audit() fails. A message with code 122
-  /// says what a person can do.
+  /// Removes nothing, and returns nothing and an error: while downloads are in flight (120), since
+  /// some of their files are in no list yet; if a saved list cannot be read, or was set aside
+  /// because of that (122), since it may name the files; and if audit() fails. The message of error
+  /// 122 says what a user can do.
   static std::optional<CleanUp> cleanUpOrphans(const KivResourceManager& manager, Mode mode,
                                                std::optional<kiv::Error>* error = nullptr);
 
@@ -107,6 +103,6 @@ class KIV_EXPORT KivResourceMaintenance {
     std::uint64_t cacheUsed = 0;            ///< By the framework: list, resources, temporaries.
   };
 
-  /// How much space is used and free; may also be asked before anything was stored.
+  /// The used and free space. May be called before anything was stored.
   static std::optional<Space> space(std::optional<kiv::Error>* error = nullptr);
 };

@@ -14,8 +14,8 @@
 
 namespace {
 
-/// A copy, or nullptr if the resource's dictionary is not acceptable any more. A host's own kind
-/// that cannot be copied is handed out itself: it would be missing otherwise.
+/// A copy, or nullptr if the resource's dictionary is no longer valid. A host's kind that cannot be
+/// copied is returned itself; otherwise it would be missing.
 std::shared_ptr<KivResource> copyOf(const std::shared_ptr<KivResource>& resource) {
   if (auto copy = resource->copyWithZone()) return copy;
   return resource->isCopyable() ? nullptr : resource;
@@ -137,7 +137,7 @@ kiv::ResourceArray KivResourceManager::allLoadedResourcesWithCopy(bool copy) con
 kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
     const std::optional<std::string>& resourceID, bool copy) const {
   assertQueue();
-  // No resource is without an identifier.
+  // Every resource has an identifier.
   if (!resourceID) return {};
   auto found = loadedResources_->resourcesWithID(*resourceID);
   return copy ? copiesOf(found) : found;
@@ -146,7 +146,7 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
 kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
     const std::optional<std::string>& type, bool copy) const {
   assertQueue();
-  // No resource is without a type.
+  // Every resource has a type.
   if (!type) return {};
   auto found = loadedResources_->resourcesWithType(*type);
   return copy ? copiesOf(found) : found;
@@ -191,7 +191,7 @@ void KivResourceManager::endStep() {
 }
 
 void KivResourceManager::saveChanges() {
-  // The files' names reach the disk before a list does that names them.
+  // The directory entries of the files must be on disk before a list that names them.
   savings_.reset();
   if (!listIsChanged_ && removals_->empty() && !savedList_->doubt()) return;
   kiv::SavedList::Access access(*savedList_, *loadedResources_);
@@ -201,8 +201,8 @@ void KivResourceManager::saveChanges() {
   if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
 }
 
-/// When the manager is no longer busy, everything is done: the last step does not wait for the
-/// turn.
+/// The last download does not wait for the end of the turn: when the manager is not busy,
+/// everything is done.
 void KivResourceManager::endStepWithTurn() {
   if (loadingResourcesFilesCount_ <= 0) return endStep();
   if (std::exchange(endIsScheduled_, true)) return;
@@ -314,6 +314,6 @@ void KivResourceManager::setLoader(std::shared_ptr<KivResourceRESTModule> loader
   loader_ = std::move(loader);
   const auto client = loader_ ? loader_->restService() : nullptr;
   if (!client || !client->settings().spoolDirectory.empty()) return;
-  // Beside the resources, so that a large file is stored by giving it its name.
+  // On the file system of the resources, so that a large file is stored by a rename.
   client->setSpoolDirectory(KivResourceStorageModule::spoolDirectoryPath());
 }

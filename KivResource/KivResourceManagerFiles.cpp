@@ -76,7 +76,7 @@ void KivResourceManager::settleBefore(bool isAffected) {
   removals_->clear();
 }
 
-/// The count goes up first: the completion may come before the loader's call returns.
+/// The count is incremented first, since the completion may be called before the loader returns.
 void KivResourceManager::downloadFile(const std::string& fileLink,
                                       const std::shared_ptr<KivResource>& resource) {
   ++loadingResourcesFilesCount_;
@@ -151,7 +151,7 @@ void KivResourceManager::removeOldResourcesForResource(
   if (!resource) return;
   auto older = loadedResourcesWithID_copy(resource->resourceID(), false);
   std::erase(older, resource);
-  // All leave the registry before any file goes, so that a file which only they share goes too.
+  // All are removed from the registry first, so that a file that only they share is removed too.
   loadedResources_->removeAll(older);
   for (const auto& old : older)
     removeFilesForResource(old);

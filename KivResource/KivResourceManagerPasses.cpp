@@ -34,8 +34,8 @@ void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const std::optional<std::string>& type, bool replace) {
   assertQueue();
   const auto step = beginStep();
-  // So that the new resources do not find files that are to be removed; and a list that could not
-  // be written is tried again.
+  // Otherwise the new resources would find files that are to be removed. Also saves a list again
+  // that could not be saved.
   listIsChanged_ = listIsChanged_ || listIsOutOfDate_;
   saveChanges();
   auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(config);
@@ -56,8 +56,8 @@ void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
   }
 }
 
-/// Reports every resource of the configuration, whatever the filters. The running pass goes on,
-/// but the finish applies its pending removals early.
+/// Reports all resources of the configuration, regardless of the filters. The running pass
+/// continues, but the finish applies its removals early.
 void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
   const kiv::Error busy(KivResourceErrorDomain, DownloadQueueIsBusyKivResourceErrorCode,
                         "Resource download was canceled because the download queue is busy.");
@@ -70,7 +70,7 @@ void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceA
                                                             bool deleteRest) {
   assertQueue();
   const auto step = beginStep();
-  // All are paired before any is merged, since the merge changes the registry.
+  // All counterparts are found first, since merging changes the registry.
   auto counterparts = loadedResources_->counterparts(newResources);
   for (std::size_t index = 0; index < newResources.size(); ++index)
     mergeResource(newResources[index], std::move(counterparts.ofEach[index]));
@@ -106,6 +106,6 @@ void KivResourceManager::stopLoading() {
   const auto step = beginStep();
   if (loader_) loader_->canselLoading();
   loadingResourcesFilesCount_ = 0;
-  // Not finishLoading(): what a stopped update pass was going to remove stays.
+  // Not finishLoading(), which would apply the removals of an update pass.
   announceFinish();
 }

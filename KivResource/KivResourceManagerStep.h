@@ -6,9 +6,8 @@
 
 namespace kiv {
 
-/// Runs a part of a step; false if it threw, as it does when memory has run out. Such an exception
-/// must neither leave the manager busy for good nor leave a destructor, which would end the
-/// process.
+/// Runs a part of a step; false if it threw, which happens if memory runs out. Such an exception
+/// must neither leave the manager busy forever nor escape from a destructor.
 template <class Part>
 bool contain(const Part& part) noexcept {
   try {
@@ -19,14 +18,14 @@ bool contain(const Part& part) noexcept {
   }
 }
 
-/// The same for a part that has to happen and may run twice: if it threw, it runs once more, since
-/// the memory that it had taken is free again.
+/// The same for a part that is required and may run twice: if it throws, it runs once more, since
+/// its memory is free again.
 template <class Part>
 void insist(const Part& part) noexcept {
   if (!contain(part)) contain(part);
 }
 
-/// The scope of one step of the manager. Steps nest: an operation that is one is made of others.
+/// The scope of one step of the manager. Steps nest, since operations call each other.
 ///
 /// Within a step the manager only notes that the list has changed, which files are to be removed,
 /// and what observers are to be told. The end of the outermost step saves the list, once, removes

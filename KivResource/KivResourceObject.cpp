@@ -1,5 +1,5 @@
-// A list of 100,000 resources is restored at every start and copied by queries. So the strings
-// share their characters with the dictionary, and a copy is made of the dictionary alone.
+// A list of 100,000 resources may be restored at each start and copied by queries. So strings share
+// their characters with the dictionary, and only the dictionary is copied.
 
 #include "KivResource/KivResourceObject.h"
 
@@ -18,13 +18,13 @@ const kiv::Dictionary& contents(const std::shared_ptr<kiv::Dictionary>& dictiona
   return dictionary ? *dictionary : none;
 }
 
-/// The string as a value: the given one where it holds just that string, to share its characters.
+/// The string as a value. Reuses the given value if it is equal, to share its characters.
 kiv::Value sharing(const kiv::Value& value, std::string_view string) {
   return value.isString() && value.stringView() == string ? value : kiv::Value(string);
 }
 
 kiv::Value uidOf(const kiv::Dictionary& dictionary) {
-  // Never destroyed, as other threads may still make resources while the process exits.
+  // Never destroyed: other threads may create resources while the process exits.
   static const auto& undefined = *new kiv::Value("undefined");
   const kiv::Value& uid = dictionary["banner_uid"];
   return uid.isString() ? uid : undefined;
@@ -34,7 +34,7 @@ kiv::Value valueOf(const std::shared_ptr<kiv::Dictionary>& dictionary) {
   return dictionary ? kiv::Value(*dictionary) : kiv::Value();
 }
 
-/// Of the hosts' own kinds that have been seen.
+/// The constructors of the hosts' kinds.
 struct KnownConstructors {
   kiv::Mutex mutex;
   std::map<std::type_index, std::shared_ptr<KivResource> (*)()> constructors KIV_GUARDED_BY(mutex);
@@ -91,7 +91,7 @@ bool KivResource::isCopyable() const {
 std::shared_ptr<KivResource> KivResource::instanceOfOwnClass() const {
   auto instance = emptyInstance();
   if (!instance) return nullptr;
-  // A class that inherits emptyInstance() would come out as its base class.
+  // A class that inherits emptyInstance() would get an instance of its base.
   const KivResource& made = *instance;
   if (typeid(made) == typeid(*this)) return instance;
   KnownConstructors& known = knownConstructors();

@@ -17,7 +17,7 @@
 
 namespace kiv {
 
-/// The keys that a kind asks for in a resource dictionary, beyond those that every kind has.
+/// The keys that a kind requires in a resource dictionary, beyond the common ones.
 struct KindKeys {
   std::vector<std::string_view> strings;  ///< Each must hold a string.
   std::vector<std::string_view> files;  ///< Those of the strings that are links or paths of files.
@@ -28,31 +28,30 @@ struct KindKeys {
 /// One advertising resource: the fields that all kinds share, the dictionary that describes it, and
 /// the operations through which the manager brings its files.
 ///
-/// A resource is made from a resource dictionary and keeps its own copy of it as its persistent
-/// form. When a file has been stored, the kind replaces the link in that dictionary by the file's
-/// local path. Saved lists and copies are made of the dictionary alone, so a property that is set
-/// without changing the dictionary is neither saved nor copied. This class itself needs no files
-/// and is complete from the start; a kind that needs files overrides the file operations.
+/// A resource is created from a resource dictionary and keeps a copy of it as its persistent form.
+/// When a file has been stored, the kind replaces the link in that dictionary by the file's local
+/// path. Saved lists and copies are made of the dictionary only, so a property that is set without
+/// changing the dictionary is neither saved nor copied. This class itself needs no files and is
+/// complete from the start; a kind that needs files overrides the file operations.
 ///
 /// Queue: a resource has no lock and belongs to no queue. Only one thread may use a resource while
 /// it changes. The manager changes a resource only while its files load, on the manager's queue.
 /// Once the manager has announced a resource as complete, several threads may read it: an operation
 /// that has nothing to change writes nothing, not even the same value.
 ///
-/// Deriving a kind: override setUp() and the file operations, and valueForProperty() for its
-/// properties; and give it an operation that yields `initialised(std::make_shared<Kind>(),
-/// dictionary, engine)`. A kind without a public default constructor overrides emptyInstance() too,
-/// so that it can be copied. An override must not throw.
+/// To derive a kind, override setUp() and the file operations, and valueForProperty() for its
+/// properties. Add an operation that returns `initialised(std::make_shared<Kind>(), dictionary,
+/// engine)`. A kind without a public default constructor must also override emptyInstance(), so
+/// that it can be copied. Overrides must not throw.
 ///
-/// The registry finds resources through an index, which asks a resource when it is taken in and
-/// again after noteChange(). So a kind calls noteChange() after each change of what its
-/// useFilePaths() yields. Identifier and type need no call: the index takes them from resourceID()
-/// and type(), whose setters report the change, whatever an override of valueForProperty() answers
-/// for them.
+/// The registry has indexes of identifiers, types and file names, which it updates after
+/// noteChange(). So a kind must call noteChange() whenever the result of its useFilePaths()
+/// changes. The setters of identifier and type do so themselves; the indexes use these fields, not
+/// an override of valueForProperty().
 class KIV_EXPORT KivResource {
  public:
-  /// A resource of the dictionary, or nullptr if that is not acceptable. `engine` is the string
-  /// that chose the kind; the dictionary is not asked for it. Nothing is logged.
+  /// A resource of the dictionary, or nullptr if the dictionary is not valid. `engine` is the
+  /// string that chose the kind; it is not read from the dictionary. Nothing is logged.
   static std::shared_ptr<KivResource> initWithDictionary_engine(const kiv::Dictionary& dictionary,
                                                                 const std::string& engine);
 
@@ -67,40 +66,39 @@ class KIV_EXPORT KivResource {
   KivResource& operator=(const KivResource&) = delete;
   virtual ~KivResource();
 
-  /// True if every file that the resource needs now lies on disk.
+  /// True if all files of the resource exist on disk now.
   [[nodiscard]] virtual bool filesExist() const;
-  /// The links, as the dictionary gives them, of the files still to be fetched. The last path
-  /// component of a link is the name under which its file is stored.
+  /// The links of the files that are still missing, as in the dictionary. The last path component
+  /// of a link is the name under which its file is stored.
   [[nodiscard]] virtual std::vector<std::string> missingFilesLinks() const;
   /// The local paths of the files that the resource uses.
   [[nodiscard]] virtual std::vector<std::string> useFilePaths() const;
-  /// Takes in the absolute local path of a file that was found or stored for one of the links. A
-  /// path that belongs to none of the links, or at which there is no file, is ignored.
+  /// Attaches the file at the absolute path, which was found or stored for one of the links. A path
+  /// that belongs to none of the links, or at which there is no file, is ignored.
   virtual void setPath(const std::string& path);
 
-  /// A new resource of the receiver's own class, made anew of the current dictionary and engine, or
-  /// nullptr if the dictionary is not acceptable any more, or if the class cannot be copied.
-  /// `options` and properties that the dictionary does not hold are not carried over. The argument
-  /// has no meaning.
+  /// A new resource of the same class, created from the current dictionary and engine; nullptr if
+  /// the dictionary is no longer valid, or the class cannot be copied. `options`, and properties
+  /// that are not in the dictionary, are not copied. The argument is ignored.
   [[nodiscard]] virtual std::shared_ptr<KivResource> copyWithZone(void* zone = nullptr) const;
-  /// True if copyWithZone() knows how to make an instance of the receiver's own class: by its
-  /// emptyInstance(), or by its default constructor where initialised() has seen the class.
+  /// True if copyWithZone() can create an instance of this class: with its emptyInstance(), or with
+  /// its default constructor if initialised() was called for the class.
   [[nodiscard]] bool isCopyable() const;
 
-  /// The value of the property of that name: null for one that is none, nothing if the class has
-  /// no such property.
+  /// The value of the property of that name, which may be null; nothing if the class has no such
+  /// property.
   [[nodiscard]] virtual std::optional<kiv::Value> valueForProperty(std::string_view name) const;
 
-  /// Has every later change of the identifier, the type or the file paths set the flag, which is
-  /// held weakly. A registry calls this before it takes the resource in. An override, of a kind
-  /// that hands out mutable lists of its paths, calls its base's.
+  /// Adds a flag that each later change of identifier, type or file paths sets. It is held weakly.
+  /// A registry calls this before it adds the resource. A kind that returns mutable lists of its
+  /// paths overrides this, and calls the base's.
   virtual void setOnChange(const std::shared_ptr<kiv::ChangeFlag>& flag) { changeFlags_.add(flag); }
 
   /// Name of the resource, for the host.
   [[nodiscard]] std::string name() const { return name_.string(); }
   void setName(std::string_view name) { name_ = name; }
 
-  /// Category of the resource, by which the manager selects.
+  /// Category of the resource, by which passes and queries can select.
   [[nodiscard]] std::string type() const { return type_.string(); }
   void setType(std::string_view type) {
     type_ = type;
@@ -118,7 +116,7 @@ class KIV_EXPORT KivResource {
     noteChange();
   }
 
-  /// Another identifier, for the host; "undefined" where the dictionary has none.
+  /// Another identifier, for the host; "undefined" if the dictionary has none.
   [[nodiscard]] std::string uid() const { return uid_.string(); }
   void setUid(std::string_view uid) { uid_ = uid; }
 
@@ -130,8 +128,8 @@ class KIV_EXPORT KivResource {
   [[nodiscard]] std::uint64_t updated() const noexcept { return updated_; }
   void setUpdated(std::uint64_t updated) noexcept { updated_ = updated; }
 
-  /// The persistent form, to be changed in place. The setter keeps the given object itself; none
-  /// counts as an empty one.
+  /// The persistent form, which may be changed in place. The setter does not copy; nullptr means an
+  /// empty dictionary.
   [[nodiscard]] const std::shared_ptr<kiv::Dictionary>& resourceDictionary() const noexcept {
     return resourceDictionary_;
   }
@@ -139,7 +137,7 @@ class KIV_EXPORT KivResource {
     resourceDictionary_ = std::move(dictionary);
   }
 
-  /// Free for the host to use; none until the host sets it, neither copied nor saved.
+  /// For the host's use; nullptr until the host sets it. Neither copied nor saved.
   [[nodiscard]] const std::shared_ptr<kiv::Dictionary>& options() const noexcept {
     return options_;
   }
@@ -151,15 +149,15 @@ class KIV_EXPORT KivResource {
   /// An instance without contents, to be set up.
   KivResource();
 
-  /// Fills a new instance from the dictionary; false if that is not acceptable, and the instance
-  /// is then discarded. An override runs its base's set-up first.
+  /// Initialises a new instance from the dictionary; false if the dictionary is not valid, and the
+  /// instance is discarded. An override calls the base's first.
   virtual bool setUp(const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// A new instance without contents of the receiver's own class. Not needed for a class with a
-  /// public default constructor.
+  /// A new empty instance of the same class. Not needed for a class with a public default
+  /// constructor.
   [[nodiscard]] virtual std::shared_ptr<KivResource> emptyInstance() const;
 
-  /// The given new instance after its set-up, or nullptr if that failed.
+  /// Calls setUp() of the new instance. Returns the instance, or nullptr if that failed.
   template <class Kind>
   static std::shared_ptr<Kind> initialised(std::shared_ptr<Kind> resource,
                                            const kiv::Dictionary& dictionary,
@@ -173,21 +171,19 @@ class KIV_EXPORT KivResource {
 
   /// True if the dictionary holds a string under the key.
   static bool hasString(const kiv::Dictionary& dictionary, std::string_view key);
-  /// True if a file lies at the path now, where KivResourceLookup looks; false if there is no
-  /// path.
+  /// True if a regular file exists at the path, as KivResourceLookup finds it; false for null.
   static bool fileExistsAt(const kiv::Value& path);
-  /// A list of the one string, or an empty list where there is none.
+  /// A list with the string, or an empty list if it is null.
   static std::vector<std::string> listOf(const kiv::Value& string);
-  /// The string, or nothing if there is none.
+  /// The string, or nothing if it is null.
   static std::optional<std::string> optionalString(const kiv::Value& string);
 
-  /// What the resource dictionary holds under the key: null, a link, or the local path in its
-  /// place.
+  /// The dictionary's value of the key: null, a link, or the local path that replaced it.
   [[nodiscard]] const kiv::Value& linkForKey(std::string_view key) const;
-  /// Writes a local path over the link under the key, unless it stands there already.
+  /// Replaces the link under the key by a local path, unless it is there already.
   void recordPath_forKey(const kiv::Value& path, std::string_view key);
 
-  /// Sets a field, unless it has that value already.
+  /// Sets a field and reports the change, unless the field has that value already.
   template <class Field>
   void update(Field& field, const Field& value) {
     if (field == value) return;
@@ -195,9 +191,9 @@ class KIV_EXPORT KivResource {
     noteChange();
   }
 
-  /// Reports a change of the identifier, the type or the file paths to the registries that hold the
-  /// resource. Each makes its index again at its next question, which costs about one walk. To be
-  /// called by the thread that made the change, after it.
+  /// Reports a change of identifier, type or file paths to the registries that contain the
+  /// resource. Each rebuilds its indexes at the next query, which costs about as much as one
+  /// iteration. Call it after the change, on the same thread.
   void noteChange() noexcept { changeFlags_.set(); }
   /// The flags that noteChange() sets.
   [[nodiscard]] const kiv::ChangeFlags& changeFlags() const noexcept { return changeFlags_; }
@@ -208,13 +204,12 @@ class KIV_EXPORT KivResource {
   static std::shared_ptr<KivResource> construct() {
     return std::shared_ptr<KivResource>(new Kind);
   }
-  /// Instances of the class can be made by the constructor, which is remembered by the process.
+  /// Remembers the constructor of the class for copyWithZone().
   static bool noteConstructor(const std::type_info& type, Constructor constructor);
-  /// An instance of the receiver's own class, or nullptr if none can be made.
+  /// A new instance of the same class, or nullptr if none can be created.
   [[nodiscard]] std::shared_ptr<KivResource> instanceOfOwnClass() const;
 
-  // Strings are held as values, because a value shares its characters with the dictionary that it
-  // was taken from.
+  // Strings are values, which share their characters with the dictionary.
   kiv::Value name_;
   kiv::Value type_;
   kiv::Value engine_;

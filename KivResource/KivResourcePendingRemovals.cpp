@@ -1,6 +1,6 @@
-// The files of a replaced version can go only when a list without them is on disk, or a host that
-// is killed in between would start with resources whose files are gone. Meanwhile the pass has to
-// act as if they were gone already: these functions tell when the difference would show.
+// The files of a replaced version are removed only after a list without them is on disk; otherwise
+// a host that is killed in between would restore resources without files. Until then a pass must
+// behave as if they were removed: these functions tell when the difference would be visible.
 
 #include "KivResource/KivResourcePendingRemovals.h"
 
@@ -33,8 +33,8 @@ std::string placeOf(std::string_view path) {
   return path::appendingPathComponent(*directory, path::lastPathComponent(path));
 }
 
-/// True for the kinds whose file operations ask the disk for nothing but their own paths. A host's
-/// kind may ask it for anything.
+/// True for the kinds whose file operations only look up their own paths. A host's kind may look up
+/// others.
 bool asksForItsOwnPathsAlone(const KivResource& resource) {
   const std::type_info& type = typeid(resource);
   return type == typeid(KivResource) || type == typeid(KivResourceStandard) ||
@@ -93,7 +93,7 @@ void PendingRemovals::removeUnused(const ResourceList& registry) {
 }
 
 void PendingRemovals::keepFilesOf(const KivResource& user) {
-  // The places stay: at worst affect() is true once too often.
+  // The places stay, so that affect() may be true once too often.
   std::erase_if(files_, [&](const File& file) {
     return file.user.get() == &user && paths_.erase(file.path) > 0;
   });

@@ -24,12 +24,12 @@ class PendingRemovals {
   void add(std::string path, std::shared_ptr<const KivResource> user);
   [[nodiscard]] bool empty() const noexcept { return files_.empty(); }
 
-  /// True if a pending removal may remove what lies at the path.
+  /// True if a pending removal may remove the item at the path.
   [[nodiscard]] bool affect(std::string_view path) const;
   /// True if a pending removal may remove the file or directory that is about to be saved at the
   /// path, or something that is in its way.
   [[nodiscard]] bool affectSaving(std::string_view path) const;
-  /// True if a pending removal may change what the resource answers about its files.
+  /// True if a pending removal may change the results of the resource's file operations.
   [[nodiscard]] bool affect(const KivResource& resource) const;
 
   /// Removes the files that no other resource of the registry uses now, in the order in which they
@@ -41,7 +41,7 @@ class PendingRemovals {
   void clear();
 
  private:
-  /// True if the place, without links on the way, or a directory above it will be removed.
+  /// True if the resolved path, or a directory above it, will be removed.
   [[nodiscard]] bool takeAway(std::string_view place) const;
 
   struct File {

@@ -1,5 +1,5 @@
-// The client retries, follows redirects and changes to the mirror. This module only makes the URLs
-// and turns a task's outcome into data or an error; a status other than 200 is an error.
+// The client retries, follows redirects and uses the mirror. This module only builds the URLs and
+// converts the result of a task; a status other than 200 is an error.
 
 #include "KivResource/KivResourceRESTModule.h"
 
@@ -16,7 +16,7 @@ namespace {
 std::optional<kiv::URL> urlOnServer(const std::optional<std::string>& domain,
                                     std::string_view fileLink) {
   if (!domain) return std::nullopt;
-  // An empty domain still puts its "/" before the link, so that a link never names its own server.
+  // An empty domain also gets a "/" before the link, so that a link cannot name a server itself.
   const std::string_view server = domain->empty() ? std::string_view("/") : *domain;
   return kiv::URL::fromString(kiv::path::appendingPathComponent(server, fileLink));
 }
@@ -70,7 +70,7 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
 
 void KivResourceRESTModule::canselLoading() {
   if (!restService_) return;
-  // The callbacks go first, so that no cancelled task can come back through its caller's handler.
+  // The handlers are removed first, so that a cancelled task cannot call back.
   for (const auto& task : restService_->currentQueue()) {
     if (task) task->setCompletionHandler(nullptr);
   }

@@ -21,12 +21,11 @@ class KIV_EXPORT KivResourceRESTModuleDelegate {
   virtual ~KivResourceRESTModuleDelegate() = default;
 };
 
-/// Fetches the bytes of one resource file at a time from the main server, with the reserve server
-/// as its mirror.
+/// Downloads single resource files from the main server, with the reserve server as mirror.
 ///
-/// The manager makes one and owns it. It has neither state nor queue of its own: its operations run
-/// on the caller's thread, and completions are called on the queue of its client, the one on which
-/// the module was made. The servers' domains are read from KivAppConfiguration for every download.
+/// Owned by the manager. Its operations run on the caller's thread; completions are called on the
+/// queue of its client, which is the one on which the module was created. The servers' domains are
+/// read from KivAppConfiguration for each download.
 class KIV_EXPORT KivResourceRESTModule {
  public:
   /// The outcome of a download: the bytes, or an error, or both if a transfer broke off after some
@@ -34,30 +33,31 @@ class KIV_EXPORT KivResourceRESTModule {
   using CompletionHandler =
       std::function<void(std::optional<kiv::Data>, std::optional<kiv::Error>)>;
 
-  /// A module with a client of its own.
+  /// Creates a module with its own client.
   KivResourceRESTModule();
   virtual ~KivResourceRESTModule();
   KivResourceRESTModule(const KivResourceRESTModule&) = delete;
   KivResourceRESTModule& operator=(const KivResourceRESTModule&) = delete;
 
-  /// Starts to fetch the file of the link, with the resource's priority, or 0 without a resource.
-  /// `completion` is called exactly once, or never if the download is cancelled. If no request can
-  /// be made for the link, or there is no client, it is called with error 101 before this returns.
-  /// Otherwise it is called later, on the client's queue, with the bytes of a response of status
-  /// 200, with error 102 for any other status, or with the client's own error. It may be empty.
+  /// Starts to download the file of the link, with the resource's priority, or 0 if the resource is
+  /// nullptr. `completion` is called exactly once, or never if the download is cancelled. If no
+  /// request can be made for the link, or there is no client, it is called with error 101 before
+  /// this returns. Otherwise it is called asynchronously on the client's queue: with the bytes of a
+  /// response with status 200, with error 102 for any other status, or with the client's error. It
+  /// may be empty.
   virtual void loadDataForResource_usingFileLink_completionHandler(
       const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
       CompletionHandler completion);
 
-  /// Cancels every download. None of their completions is called after this, not even that of a
-  /// download that has just ended.
+  /// Cancels all downloads. No completion is called after this, not even that of a download that
+  /// has just ended.
   virtual void canselLoading();
 
   /// A GET request for the URL, or nothing if there is none.
   [[nodiscard]] std::optional<kiv::URLRequest> createGetRequestWithURL(
       const std::optional<kiv::URL>& url) const;
-  /// The file's URL on the main server: its domain and the link, joined by one "/", with nothing
-  /// escaped or added. Nothing if there is no domain or the two make no URL.
+  /// The file's URL on the main server: the domain and the link, joined by one "/", not escaped.
+  /// Nothing if there is no domain, or the result is no valid URL.
   [[nodiscard]] std::optional<kiv::URL> mainURLForFileWithLink(std::string_view fileLink) const;
   /// The file's URL on the reserve server, or an empty array.
   [[nodiscard]] std::vector<kiv::URL> mirrorURLsForFileWithLink(std::string_view fileLink) const;

@@ -26,7 +26,7 @@ constexpr std::string_view logPrefix =
     "KivResourceManager (-[KivResourceManager saveLoadedResorcesList]): ";
 
 constexpr std::string_view lockSuffix = ".lock";
-/// Longer than a save of a very long list takes another process.
+/// Longer than another process needs to save a very long list.
 constexpr auto patience = std::chrono::seconds(5);
 
 FileManager& files() {
@@ -62,14 +62,14 @@ void SavedList::restore(ResourceList& registry) {
   base_ = read().value_or(Array());
   for (const Value& entry : base_) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
-    // Made just now, it has just looked for its files: where no link is left, all of them exist.
+    // Its creation has just looked for the files: if no link is left, all of them exist.
     const bool filesExist = resource && resource->missingFilesLinks().empty();
     if (filesExist) registry.append(std::move(resource));
   }
 }
 
-/// To be called before the contents are read, so that a list which replaces this one meanwhile is
-/// seen to be another one.
+/// To be called before the contents are read, so that a list that is replaced meanwhile is
+/// recognised as changed.
 void SavedList::identify() {
   const std::string path = KivResourceStorageModule::resourcesListPath();
   held_ = files().itemExistsAtPath(path) ? files().mapFileAtPath(path).value_or(nullptr) : nullptr;
@@ -86,7 +86,7 @@ std::optional<Array> SavedList::read() {
   return list;
 }
 
-/// A list that is gone was saved by no process, so nothing counts as removed from it.
+/// A missing list was not saved by another process, so nothing counts as removed from it.
 void SavedList::catchUp(ResourceList& registry) {
   if (isToBeRead()) {
     auto saved = read();
@@ -155,7 +155,7 @@ Result<std::unique_ptr<FileLock>> SavedList::lock() {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   auto lock = files().lockFileAtPath(path);
   if (!lock && isSystemError(lock.error(), std::errc::no_such_file_or_directory)) {
-    // Where that fails the lock does too, and says why.
+    // If this fails, the lock fails too, with the reason.
     static_cast<void>(files().createDirectoryAtPath(path::deletingLastPathComponent(list)));
     lock = files().lockFileAtPath(path);
   }

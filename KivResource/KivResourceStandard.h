@@ -4,17 +4,17 @@
 
 /// An image banner: a market link and one image file.
 ///
-/// The resource dictionary holds the image's link until the image is on disk, and its local path
-/// from then on. There is no way back: if the image is deleted later, filesExist() is false, while
-/// missingFilesLinks() and useFilePaths() still answer by `fileIsLoaded`.
+/// The resource dictionary has the image's link until the image is attached, then its local path.
+/// This is not undone: if the image is deleted later, filesExist() is false, but
+/// missingFilesLinks() and useFilePaths() depend on `fileIsLoaded` only.
 class KIV_EXPORT KivResourceStandard : public KivResource {
  public:
-  /// A banner made from the dictionary, or nullptr if that is not acceptable. Beyond what every
-  /// resource needs it must have the strings "market_url" and "image_728x90".
+  /// A banner of the dictionary, or nullptr if the dictionary is not valid. Beyond the common keys
+  /// it must have the strings "market_url" and "image_728x90".
   static std::shared_ptr<KivResourceStandard> initWithDictionary_engine(
       const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// True if the dictionary has the keys of this kind; the common ones are not looked at.
+  /// True if the dictionary has the keys of this kind; the common keys are not checked.
   [[nodiscard]] bool isValidResourceStandardDictionary(const kiv::Dictionary& dictionary) const;
   /// Those keys, with the usual image.
   static kiv::KindKeys requiredKeys();
@@ -31,7 +31,7 @@ class KIV_EXPORT KivResourceStandard : public KivResource {
   [[nodiscard]] std::string marketLink() const { return marketLink_.string(); }
   void setMarketLink(std::string_view marketLink) { marketLink_ = marketLink; }
 
-  /// Local path of the image, or nothing as long as it is not loaded.
+  /// Local path of the image; nothing until it is attached.
   [[nodiscard]] std::optional<std::string> image() const { return optionalString(image_); }
   void setImage(const std::optional<std::string>& image) {
     image_ = image;
@@ -45,7 +45,7 @@ class KIV_EXPORT KivResourceStandard : public KivResource {
     noteChange();
   }
 
-  /// The resource dictionary's key of the image that was chosen.
+  /// The resource dictionary's key of the selected image.
   [[nodiscard]] std::string requiredImageField() const { return requiredImageField_.string(); }
   void setRequiredImageField(std::string_view field) { requiredImageField_ = field; }
 

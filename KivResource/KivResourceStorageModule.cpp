@@ -27,14 +27,14 @@ constexpr std::int64_t dataIsNotArrayErrorCode = 110;
 constexpr std::string_view archiveSuffix = KivResouceArchiveKey[0];
 constexpr std::string_view entryPage = KivResouceArchiveKey[1];
 
-/// Where a file under a name is to be found.
+/// The place of a file with a given name.
 struct Place {
   std::optional<std::string> packaged;  // which is there
   std::string name;                     // otherwise, that of the stored file
   std::string directory;
 };
 
-/// Nothing for a name that may not be used for a file.
+/// Nothing if the name is not allowed.
 std::optional<Place> placeOf(std::string_view fileName) {
   using Module = KivResourceStorageModule;
   if (!kiv::filename::isHarmless(fileName)) return std::nullopt;
@@ -176,11 +176,11 @@ std::optional<std::string> KivResourceStorageModule::setResourcesListAsideWithEr
   }
   files.makePrivateItemAtPath(path);
   std::string newPath = pathOfListSetAside(number);
-  // On the disk before another list can take the name.
+  // Synced before another list can get the name.
   const std::string_view directory = kiv::path::deletingLastPathComponent(path);
   if (!files.moveItemAtPath_toPath(path, newPath).reportTo(error)) return std::nullopt;
   if (files.synchronizeDirectoryAtPath(directory).reportTo(error)) return newPath;
-  // Under either name it is kept.
+  // It is kept under either name.
   static_cast<void>(files.moveItemAtPath_toPath(newPath, path));
   return std::nullopt;
 }

@@ -15,9 +15,8 @@
 /// The layout of the cache on disk: where resource files and the saved list are, and how a file
 /// name becomes a local path. The framework reads and writes them only through this class.
 ///
-/// Never instantiated, without state; all operations are class operations and run on the caller's
-/// thread. The caller serialises calls that write or delete the same file, such as the list.
-/// Nothing here logs.
+/// Stateless; all operations are static and run on the caller's thread. The caller must serialise
+/// calls that write or delete the same file, such as the list. Nothing is logged.
 ///
 /// Under the root of KivStorageService:
 ///
@@ -33,43 +32,43 @@ class KIV_EXPORT KivResourceStorageModule {
  public:
   KivResourceStorageModule() = delete;
 
-  /// Stores the bytes under the name, the last path component of the link that they came from. An
-  /// archive, a name that ends in ".zip", is unpacked. Fails without a change on disk where the
-  /// name may not be used for a file or the archive may not be unpacked.
+  /// Stores the bytes under the name, the last path component of their link. A name that ends in
+  /// ".zip" is an archive, which is unpacked. Fails without a change on disk if the name is not
+  /// allowed or the archive is not acceptable.
   static bool saveData_withResourceFileName_error(const kiv::Data& data, std::string_view fileName,
                                                   std::optional<kiv::Error>* error = nullptr);
 
   /// Removes the file at the absolute path; for the page of an unpacked archive, its whole
-  /// directory. Failure is reported only through `error`. Only the names of the file and its
-  /// directory are looked at here. The file manager resolves the path, and refuses to remove what
-  /// lies outside the resources directory (kiv::FileManager::setRemovalRoots).
+  /// directory. Failure is reported only through `error`. The page of an archive is recognised by
+  /// name only. The file manager resolves the path and refuses to remove items outside the
+  /// resources directory (kiv::FileManager::setRemovalRoots).
   static void removeResourceFileWithPath_error(std::string_view path,
                                                std::optional<kiv::Error>* error = nullptr);
-  /// Removes what lies at the absolute path: a file, the directory of an unpacked archive in one
-  /// step, or of a link the link. The same paths are refused.
+  /// Removes the item at the absolute path: a file, a link, or, atomically, the directory of an
+  /// unpacked archive. The same paths are refused.
   static bool removeItemAtPath_error(const std::string& path,
                                      std::optional<kiv::Error>* error = nullptr);
-  /// The path of what removeResourceFileWithPath_error() removes: the page's directory, or the file
-  /// itself.
+  /// The path of the item that removeResourceFileWithPath_error() removes: the page's directory, or
+  /// the file.
   static std::string itemRemovedWithPath(std::string_view path);
 
-  /// The absolute path of the directory in which downloaded files and unpacked archives lie;
-  /// empty if there is no storage root.
+  /// The absolute path of the directory of downloaded files and unpacked archives; empty if there
+  /// is no storage root.
   static std::string resourcesDirectoryPath();
-  /// The absolute path of the directory for bodies on their way, beside those; empty if there is
-  /// no storage root.
+  /// The absolute path of the client's spool directory, next to the former; empty if there is no
+  /// storage root.
   static std::string spoolDirectoryPath();
   /// The absolute path of the directory of packaged files; empty if none was found.
   static std::string packagedResourcesPath();
 
-  /// The directory that belongs to the page at the path, if the page came as an archive: a
-  /// directory directly below that of downloaded or of packaged resources, with every link
-  /// resolved. Nothing for a page that is a single file. A host that shows pages lets each of them
-  /// read its directory, or only its file, and nothing else.
+  /// The directory of the page at the path, if the page came as an archive: a direct subdirectory
+  /// of the downloaded or packaged resources, with all links resolved. Nothing for a page that is a
+  /// single file. A host that shows pages should allow each of them to read its directory, or its
+  /// file, and nothing else.
   static std::optional<std::string> directoryOfPageAtPath(std::string_view path);
 
-  /// Where saving under the name puts the file, or the directory of an archive; nothing for a name
-  /// that may not be used.
+  /// The path at which saving under the name stores the file, or the directory of an archive;
+  /// nothing if the name is not allowed.
   static std::optional<std::string> pathOfItemSavedWithName(std::string_view fileName);
 
   /// The absolute path of the saved list; empty if there is no storage root.
@@ -90,21 +89,20 @@ class KIV_EXPORT KivResourceStorageModule {
   /// failure nothing and an error, and the list keeps its name.
   static std::optional<std::string> setResourcesListAsideWithError(
       std::optional<kiv::Error>* error = nullptr);
-  /// The absolute paths of the lists that were set aside. They are for a person to put back or to
-  /// remove.
+  /// The absolute paths of the lists that were set aside. A user may restore or remove them.
   static std::vector<std::string> setAsideResourcesLists();
 
   /// Makes the saved list, and those that were set aside, readable and writable by their owner
   /// alone, if this process runs as that user.
   static void makeResourcesListsPrivate();
 
-  /// The absolute path of the file that is there under the name, packaged before downloaded, or
-  /// nothing. For an archive's name the path of its unpacked "index.html". A name that may not be
-  /// used for a file is found nowhere.
+  /// The absolute path of the packaged or downloaded file with that name, in this order, or
+  /// nothing. For the name of an archive, the path of its unpacked "index.html". Nothing for a name
+  /// that is not allowed.
   static std::optional<std::string> pathToResourceFileWithName(std::string_view fileName);
 
-  /// The same for a name under which a file has just been saved: the disk is not asked again
-  /// whether it is there, except for the page of an archive, which may have none.
+  /// The same for a file that has just been saved, without a look-up, except for the page of an
+  /// archive, which may be missing.
   static std::optional<std::string> pathToSavedResourceFileWithName(std::string_view fileName);
 
   /// The absolute path of the packaged file of that name, or nothing.

@@ -1,5 +1,5 @@
-// Two files, told apart by the last component of their links. Both may have one name, and then one
-// stored file fills both places.
+// The two files are told apart by the last component of their links. If both names are equal, one
+// stored file is used for both.
 
 #include "KivResource/KivResourceVideo.h"
 
@@ -90,7 +90,7 @@ std::vector<std::string> KivResourceVideo::useFilePaths() const {
 void KivResourceVideo::setPath(const std::string& path) {
   const kiv::Value stored(path);
   if (!fileExistsAt(stored)) return;
-  // Both are asked: where icon and video have one file name, one file fills both places.
+  // Both are checked: icon and video may have the same file name.
   takeFile_forKey(stored, iconKey, icon_);
   takeFile_forKey(stored, requiredVideoField_.stringView(), video_);
 }

@@ -1,5 +1,5 @@
-// The link names an archive or a single page, and what is stored of it has another name or another
-// directory. isPageOfLink() matches the two by their names alone.
+// The link names an archive or a single page; the stored page of an archive has another name and
+// directory. isPageOfLink() compares names only.
 
 #include "KivResource/KivResourceWeb.h"
 
@@ -15,13 +15,13 @@ namespace {
 constexpr std::string_view pageKey = "html";
 constexpr std::string_view archivePageName = KivResouceArchiveKey[1];
 
-/// The name of the folder that holds what the path names.
+/// The name of the folder that contains the item.
 std::string_view folderName(std::string_view path) {
   return lastPathComponent(deletingLastPathComponent(path));
 }
 
-/// True if the local path is that of the page that `link` names. `link` may be a path itself,
-/// that of the same page before. Names alone are compared, never whole paths.
+/// True if the local path is that of the link's page. `link` may also be a former path of the page.
+/// Compares names, not whole paths.
 bool isPageOfLink(std::string_view path, std::string_view link) {
   const std::string_view linkName = lastPathComponent(link);
   const std::string_view pathName = lastPathComponent(path);

@@ -2,20 +2,20 @@
 
 #include "KivResource/KivResourceObject.h"
 
-/// An HTML page: one file, which is either a single HTML file, or an archive that is unpacked to a
-/// folder of its name, where "index.html" is the page.
+/// An HTML page: a single HTML file, or an archive that is unpacked to a folder with its name, in
+/// which "index.html" is the page.
 ///
-/// The resource dictionary holds the page's link under "html" until the page is on disk, and its
-/// local path from then on. There is no way back: if the page is deleted later, filesExist() is
-/// false, while missingFilesLinks() and useFilePaths() still answer by `fileIsLoaded`.
+/// The resource dictionary has the page's link under "html" until the page is attached, then its
+/// local path. This is not undone: if the page is deleted later, filesExist() is false, but
+/// missingFilesLinks() and useFilePaths() depend on `fileIsLoaded` only.
 class KIV_EXPORT KivResourceWeb : public KivResource {
  public:
-  /// A page of the dictionary, or nullptr if that is not acceptable. Beyond what every resource
-  /// needs it must have the string "html".
+  /// A page of the dictionary, or nullptr if the dictionary is not valid. Beyond the common keys it
+  /// must have the string "html".
   static std::shared_ptr<KivResourceWeb> initWithDictionary_engine(
       const kiv::Dictionary& dictionary, const std::string& engine);
 
-  /// True if the dictionary has the key of this kind; the common ones are not looked at.
+  /// True if the dictionary has the key of this kind; the common keys are not checked.
   [[nodiscard]] bool isValidResourceFullscreenDictionary(const kiv::Dictionary& dictionary) const;
   /// Those keys.
   static kiv::KindKeys requiredKeys();
@@ -26,7 +26,7 @@ class KIV_EXPORT KivResourceWeb : public KivResource {
   void setPath(const std::string& path) override;
   [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
 
-  /// Local path of the page, or nothing as long as it is not loaded.
+  /// Local path of the page; nothing until it is attached.
   [[nodiscard]] std::optional<std::string> html() const { return optionalString(html_); }
   void setHtml(const std::optional<std::string>& html) {
     html_ = html;
