@@ -7,18 +7,18 @@
 
 namespace kiv {
 
-/// Ends a program that uses an object without a lock off its queue, with a message that says what
-/// to do. Checks nothing in builds with NDEBUG.
+/// Aborts with a message if an object that has no lock is used on another queue than its own.
+/// Checks nothing in builds with NDEBUG.
 ///
-/// The queue is the one that was current when this was made, or the main queue where there was
-/// none. The thread on which this was made may use the object, too, where it runs no other queue's
-/// job: a host may drain the main queue on any thread.
+/// The queue is the one that was current when this was constructed, or the main queue if there was
+/// none. The constructing thread may also use the object outside of jobs, since a host may drain
+/// the main queue on any thread.
 class QueueAssertion {
  public:
-  /// `object` is what the message calls the object: "the manager".
+  /// `object` is the object's name in the message, such as "the manager".
   explicit QueueAssertion(const char* object);
 
-  /// To be called first in every operation of the object. `call` is the operation's own name.
+  /// To be called first in every operation of the object. `call` is the operation's name.
   void check(const char* className, const char* call = __builtin_FUNCTION()) const;
 
  private:

@@ -1,5 +1,5 @@
-// simdjson and utf8proc know Unicode; this file is the only one that knows their interfaces for
-// text.
+// UTF-8 is validated by simdjson, and case-folded by utf8proc; both follow the Unicode standard,
+// which tables of our own would not.
 
 #include "KivPlatform/Foundation/text/Unicode.h"
 

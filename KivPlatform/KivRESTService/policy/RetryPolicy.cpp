@@ -1,5 +1,5 @@
 // Statuses are retryable as RFC 9110 describes them: 408, 429 and 503 ask for it; 500, 502 and 504
-// often pass. Others would be the same again.
+// often pass. A server would send any other status again.
 
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
 
