@@ -5,6 +5,16 @@
 
 namespace kiv {
 
+namespace {
+
+#ifdef NDEBUG
+constexpr bool isChecked = false;
+#else
+constexpr bool isChecked = true;
+#endif
+
+}  // namespace
+
 QueueAssertion::QueueAssertion(const char* object)
     : object_(object), thread_(std::this_thread::get_id()) {
   const auto current = DispatchQueue::current();
@@ -18,16 +28,13 @@ bool QueueAssertion::isHere() const {
   return !queue || current == queue;
 }
 
-void QueueAssertion::check([[maybe_unused]] const char* className,
-                           [[maybe_unused]] const char* call) const {
-#ifndef NDEBUG
-  if (isHere()) return;
+void QueueAssertion::check(const char* className, const char* call) const {
+  if (!isChecked || isHere()) return;
   std::fprintf(stderr,
                "%s::%s was called off the queue on which %s was made; post it there with "
                "kiv::DispatchQueue::async.\n",
                className, call, object_);
   std::abort();
-#endif
 }
 
 }  // namespace kiv
