@@ -17,7 +17,7 @@ class WritableFile;
 
 namespace kiv::storage {
 
-/// Who may access a file: whoever the umask permits, or only its owner.
+/// The mode of a new file: by the umask (shared), or 0600 (owner).
 enum class Access { shared, owner };
 
 /// A storage root that this process has open: its temporary files, and the directories that are
