@@ -103,17 +103,4 @@ ResourceIndex::Places ResourceIndex::places(std::string_view value,
   return places;
 }
 
-ResourceIndex::Places ResourceIndex::firstPlaces(std::string_view value) const {
-  const std::string_view key = keyOf(value);
-  Places places;
-  const KivResource* last = nullptr;
-  for (auto entry = entries_.lower_bound(Start{key});
-       entry != entries_.end() && entry->key.stringView() == key; ++entry) {
-    if (entry->resource != last) places.push_back(entry->place);
-    last = entry->resource;
-  }
-  std::sort(places.begin(), places.end());
-  return places;
-}
-
 }  // namespace kiv

@@ -32,6 +32,14 @@ class ResourceIndex {
   using Place = std::uint32_t;
   using Places = std::vector<Place>;
 
+  /// Sorted by object before place, so that one of many resources with the same key is found
+  /// directly. The pointer is only compared, never dereferenced.
+  struct Entry {
+    Value key;
+    const KivResource* resource;
+    Place place;
+  };
+
   /// An index of the resources at their places in the list; nullptr is a gap.
   ResourceIndex(Aspect aspect, const std::vector<std::shared_ptr<KivResource>>& list);
 
@@ -44,17 +52,12 @@ class ResourceIndex {
   [[nodiscard]] Places places(std::string_view value) const;
   /// The places, in ascending order, of the object, which has this value.
   [[nodiscard]] Places places(std::string_view value, const KivResource& resource) const;
-  /// The same as places(value), but of each object only the first.
-  [[nodiscard]] Places firstPlaces(std::string_view value) const;
+
+  /// The entries in ascending order of their keys; valid until the next change.
+  [[nodiscard]] auto begin() const { return entries_.begin(); }
+  [[nodiscard]] auto end() const { return entries_.end(); }
 
  private:
-  /// Sorted by object before place, so that one of many resources with the same key is found
-  /// directly. The pointer is only compared, never dereferenced.
-  struct Entry {
-    Value key;
-    const KivResource* resource;
-    Place place;
-  };
   /// The first entry of a key, or of a resource under that key.
   struct Start {
     std::string_view key;

@@ -37,6 +37,28 @@ std::vector<std::pair<std::string, std::size_t>> sortedIdentifiers(const Resourc
   return identifiers;
 }
 
+using Entry = decltype(std::declval<const ResourceIndex&>().begin());
+/// The entries of one object under one key.
+using Occurrences = std::pair<Entry, Entry>;
+
+/// Finds the objects with the key, in the order of their first places, among the entries from
+/// `entry` on. Returns the first entry with a greater key.
+Entry findObjects(std::string_view key, Entry entry, Entry end, std::vector<Occurrences>& objects) {
+  objects.clear();
+  while (entry != end && entry->key.stringView() < key)
+    ++entry;
+  while (entry != end && entry->key.stringView() == key) {
+    if (objects.empty() || objects.back().first->resource != entry->resource) {
+      objects.emplace_back(entry, entry);
+    }
+    objects.back().second = ++entry;
+  }
+  std::sort(objects.begin(), objects.end(), [](const Occurrences& a, const Occurrences& b) {
+    return a.first->place < b.first->place;
+  });
+  return entry;
+}
+
 /// A file, which may have several paths.
 class FileAtPath {
  public:
@@ -171,17 +193,20 @@ ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resou
   Counterparts counterparts;
   counterparts.ofEach.resize(resources.size());
   std::vector<bool> isTaken(places_.size());
+  // Both are sorted by identifier, so one pass over both finds every counterpart.
   const auto asked = sortedIdentifiers(resources);
+  auto entry = index.begin();
+  std::vector<Occurrences> objects;
   for (auto first = asked.begin(); first != asked.end();) {
     const std::string& resourceID = first->first;
-    const auto found = index.firstPlaces(resourceID);
-    auto next = found.begin();
+    entry = findObjects(resourceID, entry, index.end(), objects);
+    auto object = objects.begin();
     for (; first != asked.end() && first->first == resourceID; ++first) {
-      if (next == found.end()) continue;
-      const auto& counterpart = places_[*next++];
-      counterparts.ofEach[first->second] = counterpart;
-      for (const Place place : index.places(resourceID, *counterpart))
-        isTaken[place] = true;
+      if (object == objects.end()) continue;
+      counterparts.ofEach[first->second] = places_[object->first->place];
+      for (; object->first != object->second; ++object->first)
+        isTaken[object->first->place] = true;
+      ++object;
     }
   }
   for (std::size_t place = 0; place < places_.size(); ++place) {
