@@ -1,6 +1,6 @@
 // libzip reads the archive through a custom source, which copies from kiv::Data. An archive in a
 // file is read, not mapped: if another process truncates the file, that is an error and not a
-// SIGBUS. libzip only decodes; ArchivePlan decides what may be unpacked.
+// SIGBUS. libzip only decodes; ArchiveUnpacker decides what may be unpacked.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveReader.h"
 

@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include <gtest/gtest.h>
 
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
@@ -55,6 +57,45 @@ TEST(ArchiveRulesTest, ADirectoryMayBearARegularFilesMode) {
   entry.rawName = "a/";
   entry.attributes = 0100644U << 16;
   EXPECT_EQ(validateEntryKind(entry, {}), std::nullopt);
+}
+
+TEST(ArchiveTreeTest, MakesTheDirectoriesAboveAFileOnce) {
+  ArchiveTree tree(3);
+  EXPECT_FALSE(tree.addFile("a/b", 0));
+  EXPECT_FALSE(tree.addDirectory("a"));
+  EXPECT_FALSE(tree.addFile("a/c", 1));
+  EXPECT_TRUE(tree.addFile("d", 2)) << "a fourth item";
+  const ArchiveNode* const directory = tree.top("index.html").child("a");
+  ASSERT_TRUE(directory);
+  EXPECT_TRUE(directory->isDirectory());
+  EXPECT_EQ(directory->child("c")->entry, 1U);
+}
+
+TEST(ArchiveTreeTest, TheTopIsASingleFolderThatHoldsThePageAsAFile) {
+  const auto top = [](std::initializer_list<const char*> files) {
+    ArchiveTree tree(100);
+    for (const char* const file : files) {
+      EXPECT_FALSE(std::string_view(file).ends_with('/')
+                       ? tree.addDirectory(std::string_view(file).substr(0, std::strlen(file) - 1))
+                       : tree.addFile(file, 0));
+    }
+    return tree.top("index.html").name;
+  };
+  EXPECT_EQ(top({"site/index.html", "site/a"}), "site");
+  EXPECT_EQ(top({"site/index.html", "b"}), "");
+  EXPECT_EQ(top({"site/index.html", "b/"}), "");
+  EXPECT_EQ(top({"site/index.html/a"}), "") << "the page is a directory";
+  EXPECT_EQ(top({"site/INDEX.html"}), "");
+  EXPECT_EQ(top({"index.html"}), "");
+  EXPECT_EQ(top({"a/b/index.html"}), "");
+  EXPECT_EQ(top({}), "");
+}
+
+TEST(ArchiveTreeTest, AChildIsFoundByItsExactNameOnly) {
+  ArchiveTree tree(10);
+  EXPECT_FALSE(tree.addFile("Index.html", 0));
+  EXPECT_FALSE(tree.top("x").child("index.html"));
+  EXPECT_TRUE(tree.top("x").child("Index.html"));
 }
 
 }  // namespace
