@@ -15,9 +15,9 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
-#include "KivPlatform/Foundation/values/KeyedHash.h"
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
+#include "KivPlatform/KivRESTService/partial/URLDigest.h"
 
 namespace kiv {
 

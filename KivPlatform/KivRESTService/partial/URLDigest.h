@@ -5,9 +5,20 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/values/KeyedHash.h"
-
 namespace kiv {
+
+/// The key of a hash.
+struct HashKey {
+  std::uint64_t low = 0;
+  std::uint64_t high = 0;
+
+  static HashKey random() noexcept;
+};
+
+/// SipHash-1-3 of the text, preceded by a zero word, under the key. Without the key nobody can
+/// construct texts that collide. File names on disk depend on it, so it must never change.
+/// Thread-safe.
+std::uint64_t keyedHash(std::string_view text, const HashKey& key) noexcept;
 
 /// A salted hash of a URL, to compare URLs without storing them: a URL may contain a password or a
 /// token.
