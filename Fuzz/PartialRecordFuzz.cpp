@@ -16,7 +16,6 @@
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
-#include "KivPlatform/KivRESTService/partial/PartialRecord.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 

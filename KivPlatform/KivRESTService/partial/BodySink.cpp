@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
-#include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 
 namespace kiv {

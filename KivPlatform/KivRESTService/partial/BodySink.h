@@ -10,12 +10,11 @@
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
-#include "KivPlatform/KivRESTService/partial/PartialRecord.h"
+#include "KivPlatform/KivRESTService/partial/PartialBody.h"
 
 namespace kiv {
 
 class BodyBuffers;
-class PartialBody;
 class SpoolDirectory;
 
 /// Receives the body of one attempt: in memory while it is small, otherwise in the spool directory,

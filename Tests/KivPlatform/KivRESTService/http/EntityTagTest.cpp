@@ -6,7 +6,7 @@
 #include "KivPlatform/KivRESTService/http/HeaderFields.h"
 // Both use the functions under test: neither accepts an invalid tag.
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
-#include "KivPlatform/KivRESTService/partial/PartialRecord.h"
+#include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
 
 namespace {
