@@ -23,6 +23,8 @@ namespace {
 constexpr std::size_t blockSize = std::size_t{256} * 1024;
 
 constexpr std::string_view bodySuffix = ".part";
+constexpr std::string_view recordSuffix = ".json";
+constexpr std::string_view lockSuffix = ".lock";
 
 constexpr std::string_view urlKey = "urlDigest";
 constexpr std::string_view finalURLKey = "finalURLDigest";
@@ -38,6 +40,10 @@ std::optional<std::int64_t> number(const Value& value) {
   const std::uint64_t number = value.unsignedInteger();
   if (!value.isNumber() || number > INT64_MAX) return std::nullopt;
   return static_cast<std::int64_t>(number);
+}
+
+std::string joined(const std::string& stem, std::string_view suffix) {
+  return stem + std::string(suffix);
 }
 
 FileManager& files() {
@@ -83,19 +89,30 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
 }
 
 PartialBody::PartialBody(const std::string& stem, std::unique_ptr<FileLock> lock)
-    : partPath_(stem + std::string(bodySuffix)),
-      recordPath_(stem + ".json"),
-      lockPath_(stem + ".lock"),
+    : partPath_(joined(stem, bodySuffix)),
+      recordPath_(joined(stem, recordSuffix)),
+      lockPath_(joined(stem, lockSuffix)),
       lock_(std::move(lock)) {}
 
 Result<std::unique_ptr<PartialBody>> PartialBody::lock(const std::string& stem) {
-  auto lock = files().lockFileAtPath(stem + ".lock");
+  auto lock = files().lockFileAtPath(joined(stem, lockSuffix));
   if (!lock) return lock.error();
   return std::unique_ptr<PartialBody>(new PartialBody(stem, *std::move(lock)));
 }
 
 bool PartialBody::isBodyName(std::string_view name) noexcept {
   return name.ends_with(bodySuffix);
+}
+
+std::string_view PartialBody::stemOfName(std::string_view name) noexcept {
+  for (const std::string_view suffix : {bodySuffix, recordSuffix, lockSuffix}) {
+    if (name.ends_with(suffix)) return name.substr(0, name.size() - suffix.size());
+  }
+  return {};
+}
+
+bool PartialBody::hasRecord(const std::string& stem) {
+  return files().itemExistsAtPath(joined(stem, recordSuffix));
 }
 
 PartialBody::~PartialBody() {

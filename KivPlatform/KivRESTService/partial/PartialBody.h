@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
@@ -45,8 +46,12 @@ class PartialBody {
   /// Locks the body with that stem, a path without suffix. Fails if another object holds the
   /// lock. Reads nothing yet.
   static Result<std::unique_ptr<PartialBody>> lock(const std::string& stem);
-  /// True for the name of a file with the bytes of a body (".part").
+  /// True for the name of a file with the bytes of a body.
   static bool isBodyName(std::string_view name) noexcept;
+  /// The stem of the name of one of the three files; empty for any other name.
+  static std::string_view stemOfName(std::string_view name KIV_LIFETIME_BOUND) noexcept;
+  /// True if there is a record, valid or not, at that stem. Takes no lock.
+  static bool hasRecord(const std::string& stem);
 
   PartialBody(const PartialBody&) = delete;
   PartialBody& operator=(const PartialBody&) = delete;

@@ -85,16 +85,14 @@ void remove(const std::string& stem) {
 /// True for the name of a file that the client creates. The directory may contain other files,
 /// because the host may have chosen an existing one.
 bool isOwnName(std::string_view name) {
-  const std::string_view extension = path::pathExtension(name);
-  return (extension == "part" || extension == "json" || extension == "lock") &&
-         isStemName(path::deletingPathExtension(name));
+  return isStemName(PartialBody::stemOfName(name));
 }
 
 std::set<std::string> stemsOf(const std::vector<std::string>& names, const std::string& directory) {
   std::set<std::string> stems;
   for (const auto& name : names) {
     if (!isOwnName(name)) continue;
-    stems.insert(path::appendingPathComponent(directory, path::deletingPathExtension(name)));
+    stems.insert(path::appendingPathComponent(directory, PartialBody::stemOfName(name)));
   }
   return stems;
 }
@@ -125,7 +123,7 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   if (!knows(name)) return nullptr;
   for (int slot = 0; slot < slots; ++slot) {
     const std::string place = stem(name, slot);
-    if (!files().itemExistsAtPath(place + ".json")) continue;
+    if (!PartialBody::hasRecord(place)) continue;
     auto locked = PartialBody::lock(place);
     if (!locked) continue;
     std::unique_ptr<PartialBody> body = *std::move(locked);
