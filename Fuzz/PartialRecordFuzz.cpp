@@ -13,7 +13,6 @@
 
 #include "Fuzz/Require.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
-#include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"

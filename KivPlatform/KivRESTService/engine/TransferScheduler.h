@@ -17,7 +17,7 @@
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
-#include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
+#include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/partial/BodyBuffers.h"
+#include "KivPlatform/KivRESTService/partial/BodySink.h"
 
 namespace kiv {
 namespace {
