@@ -15,7 +15,6 @@
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 #include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
-#include "KivPlatform/KivRESTService/http/PrivateAddress.h"
 #include "KivPlatform/KivRESTService/http/Redirect.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 

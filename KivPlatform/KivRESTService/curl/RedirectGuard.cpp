@@ -13,7 +13,7 @@
 #include <curl/curl.h>
 
 #include "KivPlatform/KivRESTService/curl/CurlOptions.h"
-#include "KivPlatform/KivRESTService/http/PrivateAddress.h"
+#include "KivPlatform/KivRESTService/http/Redirect.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace kiv {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/KivRESTService/http/PrivateAddress.h"
+#include "KivPlatform/KivRESTService/http/Redirect.h"
 
 namespace {
 
