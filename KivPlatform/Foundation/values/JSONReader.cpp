@@ -14,9 +14,8 @@
 
 #include <simdjson.h>
 
-#include "KivPlatform/Foundation/values/DecimalNumber.h"
 #include "KivPlatform/Foundation/values/JSON.h"
-#include "KivPlatform/Foundation/values/JSONElements.h"
+#include "KivPlatform/Foundation/values/JSONText.h"
 
 namespace kiv {
 
@@ -335,35 +334,6 @@ std::string Builder::describe(error_code error) {
 }
 
 // --- Faults that the parser finds before it parses values ----------------------------------------
-
-const char* firstInvalidUTF8(std::string_view text) {
-  std::size_t start = 0;
-  while (start < text.size()) {
-    const std::size_t end = std::min(text.find('\n', start), text.size() - 1) + 1;
-    if (!simdjson::validate_utf8(text.data() + start, end - start)) {
-      std::size_t good = start;
-      for (std::size_t at = start + 1; at <= end && at - good <= 4; ++at) {
-        if (simdjson::validate_utf8(text.data() + good, at - good)) good = at;
-      }
-      return text.data() + good;
-    }
-    start = end;
-  }
-  return text.data() + text.size();
-}
-
-const char* firstControlCharacterInString(std::string_view text) {
-  bool inString = false;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    if (inString && static_cast<unsigned char>(text[at]) < 0x20) return text.data() + at;
-    if (inString && text[at] == '\\') {
-      ++at;
-    } else if (text[at] == '"') {
-      inString = !inString;
-    }
-  }
-  return text.data() + text.size();
-}
 
 Fault faultOfText(error_code error, std::string_view text) {
   const char* const end = text.data() + text.size();

@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "KivPlatform/Foundation/values/DecimalNumber.h"
 #include "KivPlatform/Foundation/values/JSON.h"
+#include "KivPlatform/Foundation/values/JSONText.h"
 #include "Tests/Support/ChildProcess.h"
 #include "Tests/Support/TemporaryDirectory.h"
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "KivPlatform/Foundation/values/JSON.h"
-#include "KivPlatform/Foundation/values/JSONElements.h"
+#include "KivPlatform/Foundation/values/JSONText.h"
 
 namespace {
 

@@ -2,7 +2,10 @@
 
 #include <cstddef>
 #include <string_view>
+#include <system_error>
 
+/// What JSONReader finds in a JSON text without the parser: the elements of a list, decimal
+/// numbers, and where an error is.
 namespace kiv {
 
 /// Splits the text of a JSON array of objects and arrays into its elements, so that a long list can
@@ -31,5 +34,19 @@ class JSONElements {
   bool isCut_;  // false once next() has failed or reached the end
   bool isAtEnd_ = false;
 };
+
+/// Parses the JSON number at the start of the text into the nearest double, independently of the
+/// locale. If the number is too large, returns result_out_of_range and leaves `number` unchanged.
+/// If it is too small, does the same or yields a zero with its sign.
+std::errc readDecimal(std::string_view text, double& number);
+
+/// The same with the C library, for standard libraries without std::from_chars for double.
+std::errc readDecimalByC(std::string_view text, double& number);
+
+/// The first byte that is not valid UTF-8, or the end of the text.
+const char* firstInvalidUTF8(std::string_view text);
+
+/// The first control character in a string of the text, or the end of the text.
+const char* firstControlCharacterInString(std::string_view text);
 
 }  // namespace kiv
