@@ -31,6 +31,7 @@ std::string identifierOf(const Dictionary& dictionary) {
   return dictionary["banner_id"].string();
 }
 
+/// Not updated(), which the host may have changed: what is merged, and saved, are dictionaries.
 std::uint64_t stampOf(const KivResource& resource) {
   return dictionaryOf(resource)["updated"].unsignedInteger();
 }

@@ -82,7 +82,7 @@ void KivResourceManager::updateResourcesFromList_deleteRest(const kiv::ResourceA
 void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resource,
                                        std::shared_ptr<KivResource> counterpart) {
   if (!resource) return;
-  if (counterpart && resource->updated() <= counterpart->updated()) {
+  if (counterpart && !resource->isNewerThan(*counterpart)) {
     announceLoaded(std::move(counterpart));
   } else {
     loadFilesForResource(resource);

@@ -127,6 +127,10 @@ class KIV_EXPORT KivResource {
   /// Version stamp: of two resources with one identifier, the one with the greater stamp is newer.
   [[nodiscard]] std::uint64_t updated() const noexcept { return updated_; }
   void setUpdated(std::uint64_t updated) noexcept { updated_ = updated; }
+  /// True if this is a newer version than `other`; false if the stamps are equal.
+  [[nodiscard]] bool isNewerThan(const KivResource& other) const noexcept {
+    return updated_ > other.updated_;
+  }
 
   /// The persistent form, which may be changed in place. The setter does not copy; nullptr means an
   /// empty dictionary.

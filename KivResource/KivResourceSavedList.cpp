@@ -108,7 +108,7 @@ bool SavedList::isToBeRead() const {
 void SavedList::note(ListMerge merge) {
   for (const auto& resource : merge.taken) {
     auto& newest = taken_[resource->resourceID()];
-    if (!newest || newest->updated() < resource->updated()) newest = resource;
+    if (!newest || resource->isNewerThan(*newest)) newest = resource;
   }
   append(merge_.taken, merge.taken);
   append(merge_.replaced, merge.replaced);
@@ -124,7 +124,7 @@ void SavedList::keepTaken(ResourceList& registry) {
     const auto own = registry.resourcesWithID(entry.first);
     if (std::find(own.begin(), own.end(), resource) != own.end()) return false;
     const bool isReplaced = !own.empty() && std::all_of(own.begin(), own.end(), [&](auto& other) {
-      return other->updated() < resource->updated();
+      return resource->isNewerThan(*other);
     });
     if (!isReplaced || !resource->filesExist()) return true;
     registry.removeAll(own);

@@ -240,6 +240,19 @@ TEST(KivResourceObjectTest, EveryPropertyCanBeSetAndLeavesTheDictionaryAlone) {
   EXPECT_EQ(resource->updated(), largest - 1);
 }
 
+TEST(KivResourceObjectTest, OnlyAGreaterStampIsNewer) {
+  const auto version = [](std::uint64_t updated) {
+    return make(with(plainItem(), "updated", updated));
+  };
+  EXPECT_TRUE(version(2)->isNewerThan(*version(1)));
+  EXPECT_FALSE(version(1)->isNewerThan(*version(2)));
+  EXPECT_FALSE(version(1)->isNewerThan(*version(1)));
+  EXPECT_TRUE(version(largest)->isNewerThan(*version(largest - 1)));
+  const auto resource = version(1);
+  resource->setUpdated(3);
+  EXPECT_TRUE(resource->isNewerThan(*version(2)));
+}
+
 TEST(KivResourceObjectTest, SettersKeepTheGivenDictionariesThemselves) {
   const auto resource = make(plainItem());
   const auto dictionary = std::make_shared<Dictionary>(plainItem());
