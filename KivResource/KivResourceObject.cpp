@@ -120,6 +120,10 @@ std::vector<std::string> KivResource::useFilePaths() const {
 
 void KivResource::setPath(const std::string& /*path*/) {}
 
+bool KivResource::looksForOwnFilesOnly() const {
+  return typeid(*this) == typeid(KivResource);
+}
+
 std::optional<kiv::Value> KivResource::valueForProperty(std::string_view name) const {
   if (name == "name") return name_;
   if (name == "type") return type_;

@@ -76,6 +76,13 @@ class KIV_EXPORT KivResource {
   /// Attaches the file at the absolute path, which was found or stored for one of the links. A path
   /// that belongs to none of the links, or at which there is no file, is ignored.
   virtual void setPath(const std::string& path);
+  /// True if the operations above look for no other files than those of useFilePaths(), and
+  /// setPath() for the one that it is given. Otherwise the manager saves the list, and removes the
+  /// files of replaced versions, before it calls them, which takes longer.
+  ///
+  /// A derived class may look for other files, so a class answers for itself alone: it compares
+  /// `typeid(*this)` with its own type. A kind that does not override this gets false.
+  [[nodiscard]] virtual bool looksForOwnFilesOnly() const;
 
   /// A new resource of the same class, created from the current dictionary and engine; nullptr if
   /// the dictionary is no longer valid, or the class cannot be copied. `options`, and properties

@@ -6,16 +6,13 @@
 
 #include <algorithm>
 #include <optional>
-#include <typeinfo>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivResource/KivResourceList.h"
-#include "KivResource/KivResourceStandard.h"
+#include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceStorageModule.h"
-#include "KivResource/KivResourceVideo.h"
-#include "KivResource/KivResourceWeb.h"
 
 namespace kiv {
 
@@ -31,14 +28,6 @@ std::string placeOf(std::string_view path) {
   const auto directory = resolved(path::deletingLastPathComponent(path));
   if (!directory) return std::string(path);
   return path::appendingPathComponent(*directory, path::lastPathComponent(path));
-}
-
-/// True for the kinds whose file operations only look up their own paths. A host's kind may look up
-/// others.
-bool asksForItsOwnPathsAlone(const KivResource& resource) {
-  const std::type_info& type = typeid(resource);
-  return type == typeid(KivResource) || type == typeid(KivResourceStandard) ||
-         type == typeid(KivResourceVideo) || type == typeid(KivResourceWeb);
 }
 
 }  // namespace
@@ -77,7 +66,7 @@ bool PendingRemovals::takeAway(std::string_view place) const {
 
 bool PendingRemovals::affect(const KivResource& resource) const {
   if (empty()) return false;
-  if (!asksForItsOwnPathsAlone(resource)) return true;
+  if (!resource.looksForOwnFilesOnly()) return true;
   const auto paths = resource.useFilePaths();
   return std::any_of(paths.begin(), paths.end(),
                      [this](const std::string& path) { return affect(path); });

@@ -74,6 +74,10 @@ void KivResourceStandard::setPath(const std::string& path) {
   update(image_, stored);
 }
 
+bool KivResourceStandard::looksForOwnFilesOnly() const {
+  return typeid(*this) == typeid(KivResourceStandard);
+}
+
 std::optional<kiv::Value> KivResourceStandard::valueForProperty(std::string_view name) const {
   if (name == "marketLink") return marketLink_;
   if (name == "image") return image_;

@@ -25,6 +25,7 @@ class KIV_EXPORT KivResourceStandard : public KivResource {
   [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;
   [[nodiscard]] std::vector<std::string> useFilePaths() const override;
   void setPath(const std::string& path) override;
+  [[nodiscard]] bool looksForOwnFilesOnly() const override;
   [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
 
   /// The link to the market, for the host; never downloaded.

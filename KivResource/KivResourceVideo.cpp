@@ -95,6 +95,10 @@ void KivResourceVideo::setPath(const std::string& path) {
   takeFile_forKey(stored, requiredVideoField_.stringView(), video_);
 }
 
+bool KivResourceVideo::looksForOwnFilesOnly() const {
+  return typeid(*this) == typeid(KivResourceVideo);
+}
+
 void KivResourceVideo::takeFile_forKey(const kiv::Value& path, std::string_view key,
                                        kiv::Value& property) {
   const std::string_view fileName = lastPathComponent(path.stringView());

@@ -28,6 +28,7 @@ class KIV_EXPORT KivResourceVideo : public KivResource {
   [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;
   [[nodiscard]] std::vector<std::string> useFilePaths() const override;
   void setPath(const std::string& path) override;
+  [[nodiscard]] bool looksForOwnFilesOnly() const override;
   [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
 
   /// Replaces `fileLinks` by a list without the links that end with the string, even within a

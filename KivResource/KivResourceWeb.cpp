@@ -83,6 +83,10 @@ void KivResourceWeb::setPath(const std::string& path) {
   update(html_, stored);
 }
 
+bool KivResourceWeb::looksForOwnFilesOnly() const {
+  return typeid(*this) == typeid(KivResourceWeb);
+}
+
 std::optional<kiv::Value> KivResourceWeb::valueForProperty(std::string_view name) const {
   if (name == "html") return html_;
   if (name == "fileIsLoaded") return fileIsLoaded_;

@@ -24,6 +24,7 @@ class KIV_EXPORT KivResourceWeb : public KivResource {
   [[nodiscard]] std::vector<std::string> missingFilesLinks() const override;
   [[nodiscard]] std::vector<std::string> useFilePaths() const override;
   void setPath(const std::string& path) override;
+  [[nodiscard]] bool looksForOwnFilesOnly() const override;
   [[nodiscard]] std::optional<kiv::Value> valueForProperty(std::string_view name) const override;
 
   /// Local path of the page; nothing until it is attached.

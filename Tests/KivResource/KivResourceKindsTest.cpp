@@ -337,6 +337,24 @@ TYPED_TEST(KivResourceKindsTest, WithoutADictionaryThereIsNoLinkAndNothingMatche
   }
 }
 
+// --- Files of others -----------------------------------------------------------------------------
+
+/// A host's kind. It may look for files that its base does not know.
+template <typename Base>
+class Derived : public Base {
+ public:
+  static std::shared_ptr<Derived> make(const Dictionary& dictionary) {
+    return Base::initialised(std::make_shared<Derived>(), dictionary, "engine");
+  }
+};
+
+TYPED_TEST(KivResourceKindsTest, LooksForItsOwnFilesOnlyButADerivedKindMayLookForOthers) {
+  EXPECT_TRUE(this->linked()->looksForOwnFilesOnly());
+  const auto derived = Derived<typename TypeParam::Resource>::make(this->item());
+  ASSERT_TRUE(derived);
+  EXPECT_FALSE(derived->looksForOwnFilesOnly());
+}
+
 // --- The flag, which videos do not have ----------------------------------------------------------
 
 template <typename Kind>

@@ -217,6 +217,7 @@ TEST(KivResourceObjectTest, APlainResourceIgnoresSetPath) {
   EXPECT_EQ(*resource->resourceDictionary(), before);
   EXPECT_TRUE(resource->filesExist());
   EXPECT_TRUE(resource->useFilePaths().empty());
+  EXPECT_TRUE(resource->looksForOwnFilesOnly());
 }
 
 // --- Properties ----------------------------------------------------------------------------------
