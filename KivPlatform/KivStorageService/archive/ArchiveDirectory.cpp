@@ -4,17 +4,64 @@
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <unordered_set>
 #include <utility>
 
-#include "KivPlatform/KivStorageService/archive/ZipFormat.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
 namespace kiv::storage {
 
 namespace {
 
-using namespace zip;
+// --- The format: all numbers are little-endian ---------------------------------------------------
+
+constexpr std::uint32_t localHeaderSignature = 0x04034b50;
+constexpr std::uint32_t centralHeaderSignature = 0x02014b50;
+constexpr std::uint32_t endRecordSignature = 0x06054b50;
+constexpr std::uint32_t endRecord64Signature = 0x06064b50;
+constexpr std::uint32_t endLocator64Signature = 0x07064b50;
+
+constexpr std::size_t localHeaderSize = 30;
+constexpr std::size_t centralHeaderSize = 46;
+constexpr std::size_t endRecordSize = 22;
+constexpr std::size_t endRecord64Size = 56;
+constexpr std::size_t endLocator64Size = 20;
+constexpr std::size_t longestComment = 0xFFFF;
+
+constexpr std::uint16_t zip64Extra = 0x0001;
+
+constexpr std::uint16_t encryptedFlag = 1 << 0;
+constexpr std::uint16_t strongEncryptionFlag = 1 << 6;
+constexpr std::uint16_t utf8Flag = 1 << 11;
+constexpr std::uint16_t maskedHeadersFlag = 1 << 13;
+
+constexpr std::uint16_t storedMethod = 0;
+constexpr std::uint16_t deflatedMethod = 8;
+
+/// The number at the position; zero if it extends beyond the end.
+template <class Number>
+Number number(std::string_view bytes, std::size_t at) noexcept {
+  if (at > bytes.size() || bytes.size() - at < sizeof(Number)) return 0;
+  Number value = 0;
+  for (std::size_t i = sizeof(Number); i > 0; --i) {
+    value = static_cast<Number>((std::uint64_t{value} << 8) |
+                                static_cast<unsigned char>(bytes[at + i - 1]));
+  }
+  return value;
+}
+
+std::uint16_t number16(std::string_view bytes, std::size_t at) noexcept {
+  return number<std::uint16_t>(bytes, at);
+}
+std::uint32_t number32(std::string_view bytes, std::size_t at) noexcept {
+  return number<std::uint32_t>(bytes, at);
+}
+std::uint64_t number64(std::string_view bytes, std::size_t at) noexcept {
+  return number<std::uint64_t>(bytes, at);
+}
+
+// --- Finding and reading the central directory ---------------------------------------------------
 
 constexpr std::string_view inconsistent = "contradicts itself about its list of entries";
 constexpr std::string_view unreadable = "cannot be read from the disk";
@@ -258,6 +305,10 @@ Error Archive::refusal(std::string_view entryName, std::string_view rule) const 
 
 bool ArchiveEntry::isEncrypted() const noexcept {
   return (flags & (encryptedFlag | strongEncryptionFlag | maskedHeadersFlag)) != 0;
+}
+
+bool ArchiveEntry::hasKnownMethod() const noexcept {
+  return method == storedMethod || method == deflatedMethod;
 }
 
 bool ArchiveEntry::saysUTF8() const noexcept {

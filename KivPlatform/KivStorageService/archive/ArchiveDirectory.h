@@ -36,6 +36,8 @@ struct ArchiveEntry {
   std::uint32_t attributes = 0;
 
   [[nodiscard]] bool isEncrypted() const noexcept;
+  /// True if the entry is stored or deflated.
+  [[nodiscard]] bool hasKnownMethod() const noexcept;
   /// True if the entry's flags declare a UTF-8 name.
   [[nodiscard]] bool saysUTF8() const noexcept;
   /// The file type bits of the Unix mode, or zero if there are none.

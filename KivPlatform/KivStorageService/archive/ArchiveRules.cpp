@@ -8,7 +8,6 @@
 #include <algorithm>
 
 #include "KivPlatform/Foundation/text/Unicode.h"
-#include "KivPlatform/KivStorageService/archive/ZipFormat.h"
 
 namespace kiv::storage {
 
@@ -103,7 +102,7 @@ std::optional<std::string> validateEntryKind(const ArchiveEntry& entry,
                                              const ArchiveLimits& limits) {
   if (entry.isEncrypted()) return "is encrypted";
   if (auto objection = validateFileType(entry)) return objection;
-  if (entry.method != zip::storedMethod && entry.method != zip::deflatedMethod) {
+  if (!entry.hasKnownMethod()) {
     return "is packed with the unknown method " + std::to_string(entry.method);
   }
   if (entry.isDirectory() && entry.size != 0) return "is a directory with contents";
