@@ -2,8 +2,9 @@
 //
 //     kivresource-measure COMMAND [ARGUMENT]...
 //
-// prints the command's wall time in milliseconds and its peak resident memory in KiB (on macOS in
-// bytes), and exits with the command's status. The command's output goes to standard error.
+// prints the command's wall time in milliseconds, its peak resident memory in KiB (on macOS in
+// bytes) and its processor time in milliseconds, system time included, and exits with the command's
+// status. The command's output goes to standard error.
 
 #include <chrono>
 #include <cstdio>
@@ -20,6 +21,10 @@ constexpr int couldNotRun = 127;
   ::execvp(command[0], command);
   std::perror(command[0]);
   ::_exit(couldNotRun);
+}
+
+double milliseconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
 }
 
 }  // namespace
@@ -39,6 +44,7 @@ int main(int count, char** arguments) {
     return couldNotRun;
   }
   const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
-  std::printf("%.1f %ld\n", took.count(), usage.ru_maxrss);
+  std::printf("%.1f %ld %.1f\n", took.count(), usage.ru_maxrss,
+              milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime));
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
