@@ -112,6 +112,7 @@ figure() {
   }
   awk -v value="$value" -v goal="$goal" -v bound="$bound" -v what="$what" 'BEGIN {
     number = value ~ /^[0-9.+e-]+$/
+    if (value == "") value = "not measured"
     if (number) value = value + 0 >= 100 ? sprintf("%.0f", value) : sprintf("%.3g", value)
     verdict = bound == "-" ? "-" : bound ": " (number && value + 0 <= bound + 0 ? "holds" : "BROKEN")
     printf "| %s | %s | %s | %s |\n", what, value, goal, verdict
