@@ -23,7 +23,7 @@ trap 'exit 130' INT TERM HUP
 server_scheme=http server_address=127.0.0.1
 # Options of nginx's "listen", and other lines for its server.
 listen_options='' server_lines=''
-# What the server is started with, for another network namespace.
+# What starts the server in another network namespace.
 server_prefix=()
 
 start_server() {
@@ -58,8 +58,11 @@ http {
 CONFIGURATION
 }
 
-# shellcheck disable=SC2317 # run_undo calls it
-stop_server() { kill "$(<"$work/server/pid")" 2>/dev/null || true; }
+# The server has ended when its file is gone.
+stop_server() {
+  [[ ! -f $work/server/pid ]] || kill "$(<"$work/server/pid")" 2>/dev/null || return 0
+  while [[ -f $work/server/pid ]]; do sleep 0.02; done
+}
 
 # --- The workload --------------------------------------------------------------------------------
 

@@ -37,6 +37,14 @@ void restore(const Workload& workload, Stopwatch& stopwatch) {
   expect(manager->loadedResources()->size(), workload.size(), "resources restored");
 }
 
+/// What a host waits for at its start.
+void restoreAndAsk(const Workload& workload, Stopwatch& stopwatch) {
+  workload.putWholeList();
+  const auto found =
+      stopwatch.time([] { return KivResourceManager::newInstance()->allLoadedResources().size(); });
+  expect(found, workload.size(), "resources found after restoring");
+}
+
 void restoreReference(const Workload& workload, Stopwatch& stopwatch) {
   workload.putWholeList();
   const auto files = stopwatch.time([&] { return readParseAndAskForFiles(workload.listPath()); });
@@ -133,6 +141,7 @@ void saveList(const Workload& workload, Stopwatch& stopwatch) {
 const std::vector<Row>& rows() {
   static const std::vector<Row> rows = {
       {restoreRow, restore},
+      {"restore, and query everything", restoreAndAsk},
       {restoreReferenceRow, restoreReference},
       {updateCurrentRow, updateCurrent},
       {factoryReferenceRow, makeResources},
