@@ -31,11 +31,9 @@ start_server() {
   local attempt
   # Each time at another port: one may be in use.
   for attempt in {1..20}; do
-    ((attempt == 1)) || sleep 0.2
     port=$((20000 + RANDOM % 40000))
     write_server_configuration
-    if PATH="$PATH:/usr/sbin" "${server_prefix[@]}" nginx -p "$work/server" \
-      -c "$work/server/nginx.conf" 2>"$work/server/start.log"; then
+    if run_server; then
       undo+=(stop_server)
       server="$server_scheme://$server_address:$port"
       return
@@ -43,6 +41,20 @@ start_server() {
   done
   cat "$work/server/start.log" >&2
   exit 1
+}
+
+# Succeeds when the server listens. It ends with this script, even if that is killed.
+run_server() {
+  local with_parent=()
+  if command -v setpriv >/dev/null; then with_parent=(setpriv --pdeathsig TERM); fi
+  PATH="$PATH:/usr/sbin" "${with_parent[@]}" "${server_prefix[@]}" nginx -p "$work/server" \
+    -c "$work/server/nginx.conf" -g 'daemon off;' 2>"$work/server/start.log" &
+  server_process=$!
+  # It writes the file when it has its port.
+  while [[ ! -s $work/server/pid ]]; do
+    kill -0 "$server_process" 2>/dev/null || return 1
+    sleep 0.02
+  done
 }
 
 write_server_configuration() {
@@ -58,10 +70,9 @@ http {
 CONFIGURATION
 }
 
-# The server has ended when its file is gone.
 stop_server() {
-  [[ ! -f $work/server/pid ]] || kill "$(<"$work/server/pid")" 2>/dev/null || return 0
-  while [[ -f $work/server/pid ]]; do sleep 0.02; done
+  kill "$server_process" 2>/dev/null || return 0
+  wait "$server_process" || true
 }
 
 # --- The workload --------------------------------------------------------------------------------
