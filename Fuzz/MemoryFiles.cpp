@@ -58,7 +58,7 @@ Status MemoryFiles::synchronizeDirectoryAtPath(std::string_view path) {
   return {};
 }
 
-std::unique_ptr<BatchSync> MemoryFiles::beginBatchSyncAtPath(std::string_view, std::size_t) {
+std::unique_ptr<BatchSync> MemoryFiles::beginBatchSyncAtPath(std::string_view) {
   return nullptr;
 }
 

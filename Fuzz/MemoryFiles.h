@@ -18,8 +18,7 @@ class MemoryFiles final : public test::ForwardingFileManager {
   Status createDirectoryAtPath(std::string_view path) override;
   Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
   Status synchronizeDirectoryAtPath(std::string_view path) override;
-  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
-                                                  std::size_t files) override;
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override;
   Result<FileSystemSpace> spaceAtPath(std::string_view path) override;
 
   /// The sizes of the files, by path.

@@ -1,7 +1,5 @@
-// Each save runs the steps of an atomic replacement in one fixed order: check the names, write the
-// new file or directory as a temporary, fsync it, rename it into place, fsync the parent directory.
-// A reader or a crash sees the old contents or the new ones. Internally a failure is a Status; only
-// the public operations convert it to the error out-argument.
+// The public operations. Internally a failure is a Status; only they convert it to the error
+// out-argument, and an exception to a Status.
 
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 
@@ -12,10 +10,7 @@
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
-#include "KivPlatform/KivStorageService/store/AtomicFile.h"
-#include "KivPlatform/KivStorageService/store/DirectorySwap.h"
-#include "KivPlatform/KivStorageService/store/FreeSpace.h"
+#include "KivPlatform/KivStorageService/store/StagedSave.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
@@ -28,9 +23,12 @@ using kiv::FileManager;
 using kiv::Result;
 using kiv::Status;
 using kiv::storage::Access;
-using kiv::storage::AtomicFile;
 using kiv::storage::quoted;
+using kiv::storage::SaveRequest;
+using kiv::storage::StagedSave;
 using kiv::storage::StorageRoot;
+using kiv::storage::storedPath;
+using kiv::storage::SyncGroup;
 
 struct LimitsInUse {
   kiv::Mutex mutex;
@@ -42,90 +40,21 @@ LimitsInUse& limitsInUse() {
   return shared;
 }
 
-Error noRootError() {
-  return kiv::storage::storageError(KivStorageServiceErrorCode::noRoot,
-                                    "There is no directory to store files in.");
-}
-
-Error nameIsTakenError(std::string_view name, std::string_view sort) {
-  return kiv::storage::storageError(KivStorageServiceErrorCode::nameIsTaken,
-                                    "The name " + quoted(name) +
-                                        " is taken by something that is not a " +
-                                        std::string(sort) + ".");
-}
-
-std::string joined(std::string_view root, std::string_view relativePath,
-                   std::string_view fileName) {
-  std::string directory = relativePath.empty()
-                              ? std::string(root)
-                              : kiv::path::appendingPathComponent(root, relativePath);
-  return kiv::path::appendingPathComponent(directory, fileName);
-}
-
-/// A temporary file with the bytes. If they are in a file already, that file is renamed instead of
-/// copied.
-Result<AtomicFile> temporaryFile(StorageRoot& root, const Data& data, std::string_view name,
-                                 Access access) {
-  if (access == Access::shared) {
-    if (auto adopted = AtomicFile::adopt(root, data)) return *std::move(adopted);
-  }
-  if (Status status = root.checkRoom(data.size(), name); !status) return status;
-  auto file = AtomicFile::create(root, access);
-  if (!file) return file;
-  if (Status status = file->write(data); !status) return status;
-  return file;
-}
-
-Status saveFile(StorageRoot& root, const Data& data, const std::string& path, Access access) {
-  FileManager& files = FileManager::defaultManager();
-  const std::string_view name = kiv::path::lastPathComponent(path);
-  const bool isReplaceable =
-      !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) || files.fileExistsAtPath(path);
-  if (!isReplaceable) return nameIsTakenError(name, "file");
-  auto file = temporaryFile(root, data, name, access);
-  if (!file) return file.error();
-  const std::string directory(kiv::path::deletingLastPathComponent(path));
-  if (Status status = root.prepareDirectory(directory); !status) return status;
-  if (Status status = file->place(path); !status) return status;
-  return root.synchronizeEntries(directory);
-}
-
-Status saveArchive(StorageRoot& root, const Data& data, std::string_view fileName,
-                   const std::string& path) {
-  FileManager& files = FileManager::defaultManager();
-  const bool isReplaceable = !files.itemExistsAtPath(path) || files.linkExistsAtPath(path) ||
-                             files.directoryExistsAtPath(path);
-  if (!isReplaceable) return nameIsTakenError(kiv::path::lastPathComponent(path), "directory");
-  const auto temporary = root.makeTemporary();
-  if (!temporary) return temporary.error();
-  root.forgetRoom();
-  Status status = kiv::storage::unpackArchive(data, fileName, temporary->path(),
-                                              KivStorageService::archiveLimits());
-  if (!status) return status;
-  status = root.prepareDirectory(std::string(kiv::path::deletingLastPathComponent(path)));
-  if (!status) return status;
-  return kiv::storage::swapDirectoryIn(root, *temporary, path);
-}
-
-Status save(const Data& data, std::string_view fileName, std::string_view relativePath,
-            Access access) {
-  Status status = kiv::storage::checkSaving(fileName, relativePath);
-  if (!status) return status;
-  const auto root = StorageRoot::current();
-  if (!root) return noRootError();
-  if (!kiv::storage::isArchiveName(fileName)) {
-    return saveFile(*root, data, joined(root->path(), relativePath, fileName), access);
-  }
-  const std::string_view stem = kiv::storage::archiveStem(fileName);
-  return saveArchive(*root, data, fileName, joined(root->path(), relativePath, stem));
+Status save(SaveRequest request) {
+  auto save = StagedSave::begin(StorageRoot::current(), std::move(request));
+  if (!save) return save.error();
+  if (Status status = save->checkName(); !status) return status;
+  Status status = save->write(KivStorageService::archiveLimits(), nullptr);
+  return status ? save->commit() : std::move(status);
 }
 
 Result<Data> load(std::string_view fileName, std::string_view relativePath) {
   Status status = kiv::storage::checkPlace(fileName, relativePath);
   if (!status) return status;
   const auto root = StorageRoot::current();
-  if (!root) return noRootError();
-  return FileManager::defaultManager().contentsAtPath(joined(root->path(), relativePath, fileName));
+  if (!root) return kiv::storage::noRootError();
+  return FileManager::defaultManager().contentsAtPath(
+      storedPath(root->path(), relativePath, fileName));
 }
 
 /// Runs the operation. An exception (out of memory, or one thrown by a library) becomes an error.
@@ -170,14 +99,22 @@ bool KivStorageService::saveData_forFileName_atRelativePath_error(const Data& da
                                                                   std::string_view fileName,
                                                                   std::string_view relativePath,
                                                                   std::optional<Error>* error) {
-  return guarded(fileName, [&] { return save(data, fileName, relativePath, Access::shared); })
+  return guarded(fileName,
+                 [&] {
+                   return save(
+                       {data, std::string(fileName), std::string(relativePath), Access::shared});
+                 })
       .reportTo(error);
 }
 
 bool KivStorageService::savePrivateData_forFileName_atRelativePath_error(
     const Data& data, std::string_view fileName, std::string_view relativePath,
     std::optional<Error>* error) {
-  return guarded(fileName, [&] { return save(data, fileName, relativePath, Access::owner); })
+  return guarded(
+             fileName,
+             [&] {
+               return save({data, std::string(fileName), std::string(relativePath), Access::owner});
+             })
       .reportTo(error);
 }
 
@@ -190,6 +127,33 @@ KivStorageService::Batch::~Batch() {
     end();
   } catch (const std::exception&) {  // out of memory: the directories are not synced
   }
+}
+
+std::optional<KivStorageService::StagedFile> KivStorageService::Batch::stage(
+    const Data& data, std::string_view fileName, std::string_view relativePath,
+    std::optional<Error>* error) {
+  const auto stage = [&]() -> Result<StagedFile> {
+    auto save = StagedSave::begin(root_, {data, std::string(fileName), std::string(relativePath)});
+    if (!save) return save.error();
+    if (!group_ || group_->isSynchronized()) group_ = std::make_shared<SyncGroup>();
+    Status status = save->write(archiveLimits(), group_);
+    if (!status) return status;
+    return StagedFile(std::make_unique<StagedSave>(*std::move(save)));
+  };
+  return guarded(fileName, stage).reportTo(error);
+}
+
+KivStorageService::StagedFile::StagedFile(std::unique_ptr<StagedSave> save)
+    : save_(std::move(save)) {}
+KivStorageService::StagedFile::StagedFile(StagedFile&&) noexcept = default;
+KivStorageService::StagedFile& KivStorageService::StagedFile::operator=(StagedFile&&) noexcept =
+    default;
+KivStorageService::StagedFile::~StagedFile() = default;
+
+bool KivStorageService::StagedFile::commit(std::optional<Error>* error) {
+  const auto save = std::exchange(save_, nullptr);
+  if (!save) return false;
+  return guarded(save->fileName(), [&] { return save->commit(); }).reportTo(error);
 }
 
 bool KivStorageService::Batch::end(std::optional<Error>* error) {
@@ -218,10 +182,10 @@ bool KivStorageService::fileExistsWithName_atRelativePath(std::string_view fileN
   if (!kiv::storage::checkPlace(fileName, relativePath)) return false;
   const auto root = StorageRoot::current();
   return root && FileManager::defaultManager().fileExistsAtPath(
-                     joined(root->path(), relativePath, fileName));
+                     storedPath(root->path(), relativePath, fileName));
 }
 
 std::string KivStorageService::filePathForFileName_atRelativePath(std::string_view fileName,
                                                                   std::string_view relativePath) {
-  return joined(rootPath(), relativePath, fileName);
+  return storedPath(rootPath(), relativePath, fileName);
 }

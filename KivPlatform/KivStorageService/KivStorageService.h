@@ -12,8 +12,10 @@
 #include "KivPlatform/KivStorageService/KivStorageServiceErrors.h"
 
 namespace kiv::storage {
+class StagedSave;
 class StorageRoot;
-}
+class SyncGroup;
+}  // namespace kiv::storage
 
 /// Stores files under relative paths below one storage root.
 ///
@@ -84,10 +86,34 @@ class KIV_EXPORT KivStorageService {
       const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
       std::optional<kiv::Error>* error = nullptr);
 
+  class Batch;
+
+  /// A file whose contents are written, but which has not got its name yet. The destructor removes
+  /// the contents unless commit() was called.
+  class KIV_EXPORT StagedFile {
+   public:
+    StagedFile(StagedFile&&) noexcept;
+    StagedFile& operator=(StagedFile&&) noexcept;
+    ~StagedFile();
+
+    /// Completes the save: waits until the contents are on the disk and moves them to their name.
+    /// The first commit waits for all files that its batch has staged; the others then need not
+    /// wait. If that wait fails, each file is written again and synced by itself, so that only a
+    /// file that the disk does not take fails. Fails as a save does if the name is taken. Called
+    /// at most once.
+    bool commit(std::optional<kiv::Error>* error = nullptr);
+
+   private:
+    friend class Batch;
+    explicit StagedFile(std::unique_ptr<kiv::storage::StagedSave> save);
+    std::unique_ptr<kiv::storage::StagedSave> save_;
+  };
+
   /// Group commit for several saves: the fsync of their parent directories is deferred and done
-  /// once. While a batch exists, every file that any thread saves under the root is still complete
-  /// under its name at once. But only after the end of the outermost batch is its name certain to
-  /// survive a power failure. A batch belongs to the root that was in use when it was created.
+  /// once, and so is that of the files that are staged. While a batch exists, every file that any
+  /// thread saves under the root is still complete under its name at once. But only after the end
+  /// of the outermost batch is its name certain to survive a power failure. A batch belongs to the
+  /// root that was in use when it was created.
   class KIV_EXPORT Batch {
    public:
     /// Begins a batch for the current root; without a root it has no effect.
@@ -96,12 +122,18 @@ class KIV_EXPORT KivStorageService {
     ~Batch();
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
+    /// Begins a save: checks the names and writes the contents, or unpacks the archive. Errors are
+    /// those of a save.
+    std::optional<StagedFile> stage(const kiv::Data& data, std::string_view fileName,
+                                    std::string_view relativePath,
+                                    std::optional<kiv::Error>* error = nullptr);
     /// Ends the batch. If it is the outermost one, returns when the names are on the disk. Fails
     /// with the operating system's error; the saved files exist nevertheless.
     bool end(std::optional<kiv::Error>* error = nullptr);
 
    private:
     std::shared_ptr<kiv::storage::StorageRoot> root_;
+    std::shared_ptr<kiv::storage::SyncGroup> group_;  ///< Of the files staged since the last wait.
   };
 
   /// Renames the directory at the absolute path, under the root or elsewhere, to a new path in

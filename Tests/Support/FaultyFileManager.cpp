@@ -72,6 +72,8 @@ class FaultyFileManager::Batch : public BatchSync {
  public:
   Batch(FaultyFileManager& manager, std::string path) : manager_(manager), path_(std::move(path)) {}
 
+  [[nodiscard]] bool pays(std::size_t /*files*/) const override { return true; }
+
   Status synchronize() override { return manager_.begin({FileOperation::synchronizeBatch, path_}); }
 
  private:
@@ -232,8 +234,7 @@ Status FaultyFileManager::synchronizeDirectoryAtPath(std::string_view path) {
   return begin({FileOperation::synchronizeDirectory, std::string(path)});
 }
 
-std::unique_ptr<BatchSync> FaultyFileManager::beginBatchSyncAtPath(std::string_view path,
-                                                                   std::size_t /*files*/) {
+std::unique_ptr<BatchSync> FaultyFileManager::beginBatchSyncAtPath(std::string_view path) {
   const std::lock_guard guard(mutex_);
   return allowsBatchSyncs_ ? std::make_unique<Batch>(*this, std::string(path)) : nullptr;
 }

@@ -59,9 +59,8 @@ class ForwardingFileManager : public FileManager {
   Status synchronizeDirectoryAtPath(std::string_view path) override {
     return base_.synchronizeDirectoryAtPath(path);
   }
-  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
-                                                  std::size_t files) override {
-    return base_.beginBatchSyncAtPath(path, files);
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override {
+    return base_.beginBatchSyncAtPath(path);
   }
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override {
     return base_.moveItemAtPath_toPath(path, newPath);

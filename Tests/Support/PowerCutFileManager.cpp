@@ -71,6 +71,8 @@ class PowerCutFileManager::Batch : public BatchSync {
   Batch(PowerCutFileManager& manager, std::string path)
       : manager_(manager), path_(std::move(path)) {}
 
+  [[nodiscard]] bool pays(std::size_t /*files*/) const override { return true; }
+
   Status synchronize() override {
     if (Status status = manager_.begin(path_); !status) return status;
     const std::lock_guard guard(manager_.mutex_);
@@ -242,8 +244,7 @@ Status PowerCutFileManager::synchronizeDirectoryAtPath(std::string_view path) {
   return {};
 }
 
-std::unique_ptr<BatchSync> PowerCutFileManager::beginBatchSyncAtPath(std::string_view path,
-                                                                     std::size_t /*files*/) {
+std::unique_ptr<BatchSync> PowerCutFileManager::beginBatchSyncAtPath(std::string_view path) {
   return allowsBatchSyncs ? std::make_unique<Batch>(*this, std::string(path)) : nullptr;
 }
 

@@ -44,8 +44,7 @@ class PowerCutFileManager : public ForwardingFileManager {
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
                                                               std::uint64_t length) override;
   Status synchronizeDirectoryAtPath(std::string_view path) override;
-  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
-                                                  std::size_t files) override;
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override;
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
   Status exchangeItemAtPath_withItemAtPath(std::string_view path,
                                            std::string_view otherPath) override;

@@ -55,9 +55,9 @@ TEST_F(PowerCutFileManagerTest, WhatWasSyncedStays) {
 TEST_F(PowerCutFileManagerTest, WhatABatchHasSyncedStaysAndWhatItHasNotIsLost) {
   ASSERT_TRUE(files_.createDirectoryAtPath(scratch_.path("d")));
   ASSERT_TRUE(files_.synchronizeDirectoryAtPath(scratch_.path()));
-  EXPECT_EQ(files_.beginBatchSyncAtPath(scratch_.path("d"), 100), nullptr);
+  EXPECT_EQ(files_.beginBatchSyncAtPath(scratch_.path("d")), nullptr);
   files_.allowsBatchSyncs = true;
-  const auto batch = files_.beginBatchSyncAtPath(scratch_.path("d"), 1);
+  const auto batch = files_.beginBatchSyncAtPath(scratch_.path("d"));
   ASSERT_TRUE(batch);
   write("d/a", "bytes", false);
   ASSERT_TRUE(batch->synchronize());

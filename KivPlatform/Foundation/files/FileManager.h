@@ -69,6 +69,8 @@ class KIV_EXPORT MappedFile {
 class KIV_EXPORT BatchSync {
  public:
   virtual ~BatchSync() = default;
+  /// True if it takes less time than a sync of each of that many files.
+  [[nodiscard]] virtual bool pays(std::size_t files) const = 0;
   /// Waits until everything that was written below the directory since this object was created is
   /// on the disk. Called at most once. After a failure the contents are undefined: discard them.
   [[nodiscard]] virtual Status synchronize() = 0;
@@ -181,11 +183,10 @@ class KIV_EXPORT FileManager {
   /// Waits until the entries of the directory (created, renamed, removed) are on the disk (fsync).
   [[nodiscard]] virtual Status synchronizeDirectoryAtPath(std::string_view path) = 0;
 
-  /// Prepares a single sync for `files` files that will be written below the existing directory.
-  /// Returns nullptr, which is not an error, if that is not possible or not faster. The caller must
-  /// then sync each file and directory.
-  [[nodiscard]] virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
-                                                                        std::size_t files) = 0;
+  /// Prepares a single sync for files that will be written below the existing directory. Returns
+  /// nullptr, which is not an error, if that is not possible. The caller must then sync each file
+  /// and directory.
+  [[nodiscard]] virtual std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) = 0;
 
   /// Atomic rename. An existing file at the new path is replaced; an existing directory must be
   /// empty.

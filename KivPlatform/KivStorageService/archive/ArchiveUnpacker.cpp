@@ -103,7 +103,8 @@ class Unpacker {
   /// its entries are created.
   Status makeTree(const ArchiveNode& top, const std::string& path) {
     if (Status status = files_.createDirectoryAtPath(path); !status) return status;
-    batch_ = files_.beginBatchSyncAtPath(path, plan_.entries.size());
+    batch_ = files_.beginBatchSyncAtPath(path);
+    if (batch_ && !batch_->pays(plan_.entries.size())) batch_.reset();
     if (Status status = fillDirectory(top, path); !status) return status;
     return batch_ ? batch_->synchronize() : Status();
   }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/KivStorageService/store/SyncGroup.h"
 
 namespace kiv::storage {
 
@@ -27,9 +28,12 @@ void share(StorageRoot& root, const std::string& path) {
 
 }  // namespace
 
-Result<AtomicFile> AtomicFile::create(StorageRoot& root, Access access) {
+Result<AtomicFile> AtomicFile::create(StorageRoot& root, Access access, SyncGroup* group) {
   auto created = root.createTemporaryFile(access);
   if (!created) return created.error();
+  if (group) {
+    group->prepare(std::string(path::deletingLastPathComponent(created->temporary.path())));
+  }
   return AtomicFile(std::move(created->temporary), std::move(created->file));
 }
 
@@ -65,9 +69,15 @@ Status AtomicFile::write(const Data& data) {
   return {};
 }
 
+Status AtomicFile::leaveSyncTo(SyncGroup& group) {
+  return group.add(std::move(file_));
+}
+
 Status AtomicFile::place(const std::string& path) {
-  if (Status status = file_->synchronize(); !status) return status;
-  if (Status status = file_->close(); !status) return status;
+  if (file_) {
+    if (Status status = file_->synchronize(); !status) return status;
+    if (Status status = file_->close(); !status) return status;
+  }
   FileManager& files = FileManager::defaultManager();
   if (Status status = files.moveItemAtPath_toPath(temporary_.path(), path); !status) return status;
   temporary_.leave();  // it has been renamed

@@ -12,6 +12,8 @@
 
 namespace kiv::storage {
 
+class SyncGroup;
+
 /// A file that appears under its name only once it is complete.
 ///
 /// Writes a temporary file, syncs it, renames it and syncs the directory. Without the first sync a
@@ -19,8 +21,8 @@ namespace kiv::storage {
 /// it, the destructor removes the temporary file.
 class AtomicFile {
  public:
-  /// Creates a temporary file under the root.
-  static Result<AtomicFile> create(StorageRoot& root, Access access);
+  /// Creates a temporary file under the root. If its sync will be left to a group, that is given.
+  static Result<AtomicFile> create(StorageRoot& root, Access access, SyncGroup* group = nullptr);
 
   /// Renames the file that holds the data instead of copying it, and gives it the mode of a new
   /// shared file. Nothing if the data is in memory, or if its file was taken already, was truncated
@@ -31,6 +33,9 @@ class AtomicFile {
   /// The same. Data in a file is read, not mapped: if another process truncates the file, that is
   /// an error and not a SIGBUS.
   Status write(const Data& data);
+  /// Leaves the sync of the file to the group, which must be synchronized before place() or
+  /// commit() is called.
+  Status leaveSyncTo(SyncGroup& group);
   /// Syncs the file, renames it to the path, replacing a file or link, and syncs the directory.
   /// Called at most once. On failure the old file is still in place, or the new one if only the
   /// last sync failed.
@@ -42,7 +47,7 @@ class AtomicFile {
   AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file);
 
   Temporary temporary_;
-  std::unique_ptr<WritableFile> file_;
+  std::unique_ptr<WritableFile> file_;  ///< nullptr if the sync was left to a group.
 };
 
 }  // namespace kiv::storage

@@ -39,6 +39,11 @@ Error storageError(KivStorageServiceErrorCode code, std::string_view message) {
   return Error(KivStorageServiceErrorDomain, static_cast<std::int64_t>(code), message);
 }
 
+Error noRootError() {
+  return storageError(KivStorageServiceErrorCode::noRoot,
+                      "There is no directory to store files in.");
+}
+
 std::string quoted(std::string_view text) {
   std::string shown = escaped(text);
   if (shown.size() > longestQuote) {

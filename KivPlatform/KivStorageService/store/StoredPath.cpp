@@ -4,6 +4,7 @@
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 #include "KivPlatform/Foundation/files/FileName.h"
+#include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/ArchiveNames.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 
@@ -22,6 +23,13 @@ bool isReserved(std::string_view fileName, std::string_view relativePath) {
 }
 
 }  // namespace
+
+std::string storedPath(std::string_view root, std::string_view relativePath,
+                       std::string_view fileName) {
+  const std::string directory =
+      relativePath.empty() ? std::string(root) : path::appendingPathComponent(root, relativePath);
+  return path::appendingPathComponent(directory, fileName);
+}
 
 bool isArchiveName(std::string_view fileName) {
   return fileName.ends_with(archiveSuffix);

@@ -12,6 +12,10 @@ namespace kiv::storage {
 /// The service's private directory under the root, for incomplete files.
 inline constexpr std::string_view privateDirectory = ".KivStorageService";
 
+/// ROOT/relativePath/fileName.
+std::string storedPath(std::string_view root, std::string_view relativePath,
+                       std::string_view fileName);
+
 bool isArchiveName(std::string_view fileName);
 /// The name of the directory that the archive is unpacked into.
 std::string_view archiveStem(std::string_view fileName);

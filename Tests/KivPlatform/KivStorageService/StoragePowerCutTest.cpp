@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <functional>
 
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
@@ -78,6 +79,37 @@ TEST_F(StoragePowerCutTest, AFileIsOldNewOrAbsentNeverHalf) {
   cutEverywhere(
       saves("old bytes"), saves("new bytes"),
       [&](const Tree& tree) { return tree == old || tree == fresh; }, isNew);
+}
+
+TEST_F(StoragePowerCutTest, EachFileOfAGroupIsOldOrNewNeverHalf) {
+  constexpr int count = 3;
+  const auto name = [](int index) { return std::to_string(index) + ".png"; };
+  const auto saves = [&](const std::string& bytes) {
+    return [=] {
+      KivStorageService::Batch batch;
+      std::vector<std::optional<KivStorageService::StagedFile>> staged;
+      for (int index = 0; index < count; ++index)
+        staged.push_back(batch.stage(Data(bytes), name(index), resources));
+      const bool areSaved = std::all_of(staged.begin(), staged.end(),
+                                        [](auto& file) { return file && file->commit(); });
+      return areSaved && batch.end();
+    };
+  };
+  const auto allAre = [&](const Tree& tree, const std::string& bytes) {
+    return tree.size() == count && std::all_of(tree.begin(), tree.end(), [&](const auto& item) {
+             return item.second == bytes;
+           });
+  };
+  const auto isOldOrNew = [](const Tree& tree) {
+    return tree.size() == count && std::all_of(tree.begin(), tree.end(), [](const auto& item) {
+             return item.second == "old bytes" || item.second == "new bytes";
+           });
+  };
+  for (const bool syncsInBatches : {false, true}) {
+    cutEverywhere(saves("old bytes"), saves("new bytes"), isOldOrNew,
+                  [&](const Tree& tree) { return allAre(tree, "new bytes"); },
+                  {.syncsInBatches = syncsInBatches});
+  }
 }
 
 TEST_F(StoragePowerCutTest, AnArchiveIsOldOrNewNeverHalf) {

@@ -107,6 +107,10 @@ class FileSystemSync final : public BatchSync {
   FileSystemSync(Descriptor directory, std::string path)
       : directory_(std::move(directory)), path_(std::move(path)) {}
 
+  [[nodiscard]] bool pays(std::size_t files) const override {
+    return batchsync::pays(files, 0) && batchsync::pays(files, unwrittenBytes());
+  }
+
   Status synchronize() override {
     if (::syncfs(directory_.number()) == 0) return {};
     return systemError(errno, "synchronize", path_);
@@ -119,13 +123,12 @@ class FileSystemSync final : public BatchSync {
 
 }  // namespace
 
-std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view path, std::size_t files) {
-  if (!kernelReportsWriteErrors() || !batchsync::pays(files, 0)) return nullptr;
+std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view path) {
+  if (!kernelReportsWriteErrors()) return nullptr;
   std::string name(path);
   if (name.find('\0') != name.npos) return nullptr;
   Descriptor directory(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory.isOpen() || !isReliable(directory)) return nullptr;
-  if (!batchsync::pays(files, unwrittenBytes())) return nullptr;
   return std::make_unique<FileSystemSync>(std::move(directory), std::move(name));
 }
 
@@ -135,7 +138,7 @@ std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view path, std::size_
 
 namespace kiv {
 
-std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view, std::size_t) {
+std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view) {
   return nullptr;
 }
 

@@ -11,8 +11,8 @@
 namespace kiv {
 
 /// A batch sync (FileManager::beginBatchSyncAtPath) of the system's files; nullptr if a reliable
-/// one is not available or would not be faster.
-std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view path, std::size_t files);
+/// one is not available.
+std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view path);
 
 }  // namespace kiv
 

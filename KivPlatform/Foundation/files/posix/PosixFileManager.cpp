@@ -81,9 +81,8 @@ class PosixFileManager final : public FileManager {
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
                                                               std::uint64_t length) override;
   Status synchronizeDirectoryAtPath(std::string_view path) override;
-  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path,
-                                                  std::size_t files) override {
-    return beginFileSystemSync(path, files);
+  std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override {
+    return beginFileSystemSync(path);
   }
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
   Status exchangeItemAtPath_withItemAtPath(std::string_view path,
