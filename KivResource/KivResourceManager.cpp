@@ -207,7 +207,7 @@ void KivResourceManager::endStepWithTurn() {
   if (loadingResourcesFilesCount_ <= 0) return endStep();
   if (std::exchange(endIsScheduled_, true)) return;
   const bool isScheduled = kiv::contain([this] {
-    kiv::DispatchQueue::atEndOfTurn([self = shared_from_this()] {
+    kiv::DispatchQueue::atEndOfJob([self = shared_from_this()] {
       self->endIsScheduled_ = false;
       self->endStep();
     });

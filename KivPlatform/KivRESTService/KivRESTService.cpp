@@ -60,7 +60,8 @@ class KivRESTService::Implementation {
             std::move(settings), pendingBytes_,
             [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
             [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); },
-            [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); }) {}
+            [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); },
+            [ledger = ledger_] { return ledger->completeDue(); }) {}
 
   ~Implementation() {
     auto tasks = ledger_->takeAll();
@@ -90,7 +91,7 @@ class KivRESTService::Implementation {
     }
     if (!status) {
       auto outcome = kiv::TransferOutcome::failed(std::move(status).error());
-      ledger_->end({{*id, {std::move(outcome), {}, 0}}});
+      ledger_->endAtOnce({{*id, {std::move(outcome), {}, 0}}});
     }
   }
 

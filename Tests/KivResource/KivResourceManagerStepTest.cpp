@@ -32,13 +32,13 @@ class KivResourceManagerStepTest : public ManagerFixture {
     beginLoad({banner("a", 1, "a.png"), banner("b", 1, "b.png"), banner("c", 1, "c.png")});
   }
 
-  /// Completes the downloads whose URLs have these endings in one turn, as the client does with
+  /// Completes the downloads whose URLs have these endings in one job, as the client does with
   /// downloads that end together.
-  void completeInOneTurn(const std::vector<std::string>& urlEnds) {
-    std::vector<kiv::DispatchQueue::Job> jobs;
-    for (const std::string& urlEnd : urlEnds)
-      jobs.emplace_back([this, urlEnd] { client->succeed(urlEnd); });
-    kiv::DispatchQueue::main()->async(std::move(jobs), client.get());
+  void completeInOneJob(const std::vector<std::string>& urlEnds) {
+    kiv::DispatchQueue::main()->async([this, urlEnds] {
+      for (const std::string& urlEnd : urlEnds)
+        client->succeed(urlEnd);
+    });
   }
 
   FaultyFileManager files;
@@ -65,9 +65,9 @@ TEST_F(KivResourceManagerStepTest, AStepThatIsCalledAloneSavesAtItsEnd) {
   EXPECT_EQ(saves(), 3);
 }
 
-TEST_F(KivResourceManagerStepTest, DownloadsThatCompleteInOneTurnShareOneSave) {
+TEST_F(KivResourceManagerStepTest, DownloadsThatCompleteInOneJobShareOneSave) {
   loadThreeBanners();
-  completeInOneTurn({"/a.png", "/b.png"});
+  completeInOneJob({"/a.png", "/b.png"});
   kiv::DispatchQueue::main()->async([this] { savesSeen = saves(); });
   kiv::DispatchQueue::main()->drain();
   EXPECT_EQ(savesSeen, 1);
@@ -76,7 +76,7 @@ TEST_F(KivResourceManagerStepTest, DownloadsThatCompleteInOneTurnShareOneSave) {
   EXPECT_EQ(saves(), 1);
 }
 
-TEST_F(KivResourceManagerStepTest, ADownloadThatCompletesInATurnOfItsOwnSavesAtItsEnd) {
+TEST_F(KivResourceManagerStepTest, ADownloadThatCompletesInAJobOfItsOwnSavesAtItsEnd) {
   loadThreeBanners();
   for (const char* name : {"/a.png", "/b.png"})
     kiv::DispatchQueue::main()->async([this, name] { client->succeed(name); });
@@ -84,9 +84,9 @@ TEST_F(KivResourceManagerStepTest, ADownloadThatCompletesInATurnOfItsOwnSavesAtI
   EXPECT_EQ(saves(), 2);
 }
 
-TEST_F(KivResourceManagerStepTest, TheFilesOfATurnShareOneWaitForTheDiskBeforeTheListIsSaved) {
+TEST_F(KivResourceManagerStepTest, TheFilesOfAJobShareOneWaitForTheDiskBeforeTheListIsSaved) {
   loadThreeBanners();
-  completeInOneTurn({"/a.png", "/b.png"});
+  completeInOneJob({"/a.png", "/b.png"});
   takeEvents();
   std::vector<std::string> steps;
   for (const auto& operation : files.operations()) {
@@ -116,7 +116,7 @@ TEST_F(KivResourceManagerStepTest, TheCountIsZeroWhenTheListIsSavedAndTheFinishI
 
 TEST_F(KivResourceManagerStepTest, AHostThatDrainsWhileTheCountIsAboveZeroHasTheListAndCallbacks) {
   loadThreeBanners();
-  completeInOneTurn({"/a.png", "/b.png", "/c.png"});
+  completeInOneJob({"/a.png", "/b.png", "/c.png"});
   while (manager->loadingResourcesFilesCount() > 0)
     kiv::DispatchQueue::main()->drain();
   EXPECT_EQ(savedList().size(), 3U);
@@ -126,14 +126,14 @@ TEST_F(KivResourceManagerStepTest, AHostThatDrainsWhileTheCountIsAboveZeroHasThe
 
 TEST_F(KivResourceManagerStepTest, AJobBehindACompletionSeesListAndRegistryAgree) {
   loadThreeBanners();
-  completeInOneTurn({"/a.png", "/b.png"});
+  completeInOneJob({"/a.png", "/b.png"});
   std::size_t loaded = 0;
   std::size_t saved = 0;
   kiv::DispatchQueue::main()->async([&] {
     loaded = manager->allLoadedResources().size();
     saved = savedList().size();
   });
-  completeInOneTurn({"/c.png"});
+  completeInOneJob({"/c.png"});
   kiv::DispatchQueue::main()->drain();
   EXPECT_EQ(loaded, 2U);
   EXPECT_EQ(saved, 2U);
@@ -141,7 +141,7 @@ TEST_F(KivResourceManagerStepTest, AJobBehindACompletionSeesListAndRegistryAgree
 
 // --- Observers -----------------------------------------------------------------------------------
 
-TEST_F(KivResourceManagerStepTest, AnObserverThatIsAddedLaterInTheTurnHearsNothingOfIt) {
+TEST_F(KivResourceManagerStepTest, AnObserverThatIsAddedLaterInTheJobHearsNothingOfIt) {
   loadThreeBanners();
   const auto late = std::make_shared<kiv::test::RecordingObserver>();
   kiv::DispatchQueue::main()->async([&] {
@@ -153,7 +153,7 @@ TEST_F(KivResourceManagerStepTest, AnObserverThatIsAddedLaterInTheTurnHearsNothi
   EXPECT_THAT(late->events, ElementsAre("loaded b"));
 }
 
-TEST_F(KivResourceManagerStepTest, AnObserverThatIsRemovedInTheTurnHearsNothingMore) {
+TEST_F(KivResourceManagerStepTest, AnObserverThatIsRemovedInTheJobHearsNothingMore) {
   loadThreeBanners();
   kiv::DispatchQueue::main()->async([&] {
     client->succeed("/a.png");
@@ -169,7 +169,7 @@ TEST_F(KivResourceManagerStepTest, AnObserverThatIsRemovedInTheTurnHearsNothingM
 TEST_F(KivResourceManagerStepTest, AFileThatIsToBeRemovedCompletesNothing) {
   load({banner("w", 1, "i.png")});
   beginUpdate({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")});
-  completeInOneTurn({"/n.png", "/v.mp4"});
+  completeInOneJob({"/n.png", "/v.mp4"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
   EXPECT_THAT(registry(), ElementsAre("w"));
   EXPECT_FALSE(exists(stored("i.png")));
@@ -186,7 +186,7 @@ TEST_F(KivResourceManagerStepTest, SoItDoesWhereALinkLeadsToTheRoot) {
   KivStorageService::setRootPath(link);
   restart();
   beginUpdate({banner("w", 2, "n.png"), video("v", 1, "x/i.png", "v.mp4")});
-  completeInOneTurn({"/n.png", "/v.mp4"});
+  completeInOneJob({"/n.png", "/v.mp4"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
   EXPECT_FALSE(exists(stored("i.png")));
 }
@@ -249,7 +249,7 @@ TEST_F(KivResourceManagerStepTest, ThePageOfAReplacedVersionMakesRoomForAFileOfI
   client->succeed("/p.zip", kiv::test::ZipBuilder().addFile("index.html", "page").build());
   takeEvents();
   beginUpdate({page("w", 2, "n.html"), banner("b", 1, "p")});
-  completeInOneTurn({"/n.html", "/p"});
+  completeInOneJob({"/n.html", "/p"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded b", "finished"));
   EXPECT_EQ(read(stored("p")), "bytes");
 }
@@ -260,9 +260,10 @@ TEST_F(KivResourceManagerStepTest, AnArchiveKeepsAFileOfTheNameThatAReplacedVers
   beginUpdate({banner("w", 2, "n.png"), page("v", 1, "promo.zip")});
   const auto archive =
       kiv::test::ZipBuilder().addFile("index.html", "page").addFile("x.png", "new").build();
-  kiv::DispatchQueue::main()->async(
-      {[this] { client->succeed("/n.png"); }, [&] { client->succeed("/promo.zip", archive); }},
-      client.get());
+  kiv::DispatchQueue::main()->async([&] {
+    client->succeed("/n.png");
+    client->succeed("/promo.zip", archive);
+  });
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "loaded v", "finished"));
   EXPECT_EQ(read(stored("promo/x.png")), "new");
 }
@@ -290,7 +291,7 @@ TEST_F(KivResourceManagerStepTest, AHostsKindDoesNotFindAFileThatIsToBeRemoved) 
   load({banner("w", 1, "i.png")});
   beginUpdate({banner("w", 2, "n.png")});
   manager->loadFilesForResource(Neighbour::make(plain("b", 1), stored("i.png")));
-  completeInOneTurn({"/n.png", "/own.bin"});
+  completeInOneJob({"/n.png", "/own.bin"});
   EXPECT_THAT(takeEvents(), ElementsAre("loaded w", "finished"));
   EXPECT_THAT(registry(), ElementsAre("w"));
 }
@@ -309,7 +310,7 @@ TEST_F(KivResourceManagerStepTest, StoppingWritesNoListAfterAFailedSave) {
   EXPECT_EQ(savedList().size(), 2U);
 }
 
-TEST_F(KivResourceManagerStepTest, StoppingKeepsWhatCompletedBeforeInTheTurn) {
+TEST_F(KivResourceManagerStepTest, StoppingKeepsWhatCompletedBeforeInTheJob) {
   loadThreeBanners();
   kiv::DispatchQueue::main()->async([this] {
     client->succeed("/a.png");

@@ -55,7 +55,6 @@ struct Event {
 struct Turn {
   enum class Before { nothing, restart, restartByLink, breakList, healList };
   Before before = Before::nothing;
-  bool isOneJob = false;  ///< In the shared run: one job for all events, otherwise one each.
   std::vector<Event> events;
 };
 
@@ -89,7 +88,6 @@ class Maker {
   Turn turn() {
     Turn turn;
     if (oneOf(3)) turn.before = static_cast<Turn::Before>(1 + below(4));
-    turn.isOneJob = oneOf(2);
     turn.events.push_back(pass());
     const unsigned completions = below(9);
     for (unsigned count = 0; count < completions; ++count)
@@ -217,22 +215,14 @@ class Play {
 
   void perform(const Turn& turn) {
     prepare(turn.before);
-    if (turns_ == Turns::own && turn.isOneJob) {
+    if (turns_ == Turns::own) {
       for (const Event& event : turn.events)
         perform(event);  // not inside a job, so its effects are immediate
-    } else if (turns_ == Turns::own) {
-      for (const Event& event : turn.events)
-        kiv::DispatchQueue::main()->async([this, &event] { perform(event); });
-    } else if (turn.isOneJob) {
+    } else {
       kiv::DispatchQueue::main()->async([this, &turn] {
         for (const Event& event : turn.events)
           perform(event);
       });
-    } else {
-      std::vector<kiv::DispatchQueue::Job> jobs;
-      for (const Event& event : turn.events)
-        jobs.emplace_back([this, &event] { perform(event); });
-      kiv::DispatchQueue::main()->async(std::move(jobs), this);
     }
     drain();
   }

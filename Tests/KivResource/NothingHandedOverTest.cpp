@@ -130,8 +130,7 @@ TEST_F(NothingHandedOverTest, TheClientAndItsTasksTakeNothing) {
 
 TEST_F(NothingHandedOverTest, AQueueTakesNoJob) {
   kiv::DispatchQueue::main()->async(kiv::DispatchQueue::Job());
-  kiv::DispatchQueue::main()->async(std::vector<kiv::DispatchQueue::Job>(2));
-  kiv::DispatchQueue::atEndOfTurn(nullptr);
+  kiv::DispatchQueue::atEndOfJob(nullptr);
   EXPECT_EQ(kiv::DispatchQueue::main()->drain(), 0U);
 }
 

@@ -81,22 +81,15 @@ const std::string& DispatchQueue::label() const noexcept {
 }
 
 void DispatchQueue::async(Job job) {
-  std::vector<Job> jobs;
-  jobs.push_back(std::move(job));
-  async(std::move(jobs));
+  if (job) state_->add(std::move(job));
 }
 
-void DispatchQueue::async(std::vector<Job> jobs, const void* turn) {
-  std::erase(jobs, nullptr);
-  if (!jobs.empty()) state_->add(std::move(jobs), turn);
-}
-
-void DispatchQueue::atEndOfTurn(Job job) {
-  if (!job) return;
+void DispatchQueue::atEndOfJob(Job function) {
+  if (!function) return;
   if (QueueState::running) {
-    QueueState::running->addTurnEnd(std::move(job));
+    QueueState::running->jobEnds.push_back(std::move(function));
   } else {
-    job();
+    function();
   }
 }
 

@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
 
@@ -54,15 +53,11 @@ class KIV_EXPORT DispatchQueue {
 
   /// Adds a job. It never runs within this call. An empty job is ignored.
   void async(Job job);
-  /// Adds several jobs at once, in order, before the first of them runs. Consecutive jobs with the
-  /// same `turn`, which is only compared, share a turn; a job without one has a turn of its own.
-  void async(std::vector<Job> jobs, const void* turn = nullptr);
 
-  /// Runs the job at the end of the current turn: before a job of another turn runs, and before
-  /// drain() or run() returns; at once if no job is running on this thread. It lets the jobs of one
-  /// turn share the work that each would do at its end, and no job of another turn sees a
-  /// difference.
-  static void atEndOfTurn(Job job);
+  /// Runs the function at the end of the job that is running on this thread, before the queue's
+  /// next job; at once if no job is running. Several things that happen in one job can share work
+  /// in this way, and no other job sees a difference.
+  static void atEndOfJob(Job function);
 
   // The operations below are for the main queue; on a serial queue they do nothing. drain(),
   // drainFor() and run() do nothing within a job of this queue: jobs never nest.

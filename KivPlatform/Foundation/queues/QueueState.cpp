@@ -38,32 +38,17 @@ void call(const std::function<void()>& code, std::string_view source, const std:
 
 thread_local QueueState* QueueState::running = nullptr;
 
-void QueueState::add(std::vector<Job> added, const void* itsTurn) {
+void QueueState::add(Job job) {
   bool wasEmpty = false;
   {
     const MutexLock lock(mutex);
     wasEmpty = jobs.empty();
-    append(added, itsTurn);
+    jobs.push_back(std::move(job));
     // In a forked child the thread is started with the first job.
     if (servedBy == ServedBy::ownThread && server == std::thread::id() && !isClosed) startThread();
   }
   changed.notify_one();
   if (wasEmpty) callWakeUp();
-}
-
-/// Adds all or, if memory runs out, none.
-void QueueState::append(std::vector<Job>& added, const void* itsTurn) {
-  const std::size_t before = jobs.size();
-  try {
-    for (std::size_t index = 0; index < added.size(); ++index) {
-      jobs.emplace_back();
-      jobs.back() = {std::move(added[index]), itsTurn, ++lastNumber};
-    }
-  } catch (const std::exception&) {
-    for (; jobs.size() > before; jobs.pop_back())
-      added[jobs.size() - before - 1] = std::move(jobs.back().job);
-    throw;
-  }
 }
 
 bool QueueState::isEmpty() {
@@ -72,16 +57,15 @@ bool QueueState::isEmpty() {
 }
 
 bool QueueState::runNext() {
-  Entry next;
+  Job next;
   {
     const MutexLock lock(mutex);
     if (jobs.empty() || isClosed) return false;
     next = std::move(jobs.front());
     jobs.pop_front();
   }
-  turn = next.turn;
-  run(std::move(next.job));
-  if (!turnEnds.empty() && !turnContinues()) endTurn();
+  run(std::move(next));
+  endJob();
   return true;
 }
 
@@ -92,29 +76,11 @@ void QueueState::run(Job job) {
   running = outer;
 }
 
-// --- Turns ---------------------------------------------------------------------------------------
-
-/// Jobs that are added later do not continue the turn; otherwise it might never end.
-void QueueState::addTurnEnd(Job job) {
-  if (turnEnds.empty()) {
-    const MutexLock lock(mutex);
-    lastOfTurn = lastNumber;
-  }
-  turnEnds.push_back(std::move(job));
-}
-
-/// True if the next job belongs to the current turn.
-bool QueueState::turnContinues() {
-  const MutexLock lock(mutex);
-  const bool returnsToHost = stopped && servedBy == ServedBy::host;
-  if (!turn || returnsToHost || isClosed || jobs.empty()) return false;
-  return jobs.front().turn == turn && jobs.front().number <= lastOfTurn;
-}
-
-void QueueState::endTurn() {
-  while (!turnEnds.empty()) {
-    for (Job& job : std::exchange(turnEnds, {}))
-      run(std::move(job));
+/// Each function counts as a job of the queue, and may add more.
+void QueueState::endJob() {
+  while (!jobEnds.empty()) {
+    for (Job& function : std::exchange(jobEnds, {}))
+      run(std::move(function));
   }
 }
 
@@ -129,7 +95,6 @@ std::size_t QueueState::drain() {
   std::size_t ran = 0;
   while (ran < waiting && runNext())
     ++ran;
-  endTurn();
   callWakeUpForLeftJobs();
   return ran;
 }
@@ -144,7 +109,6 @@ void QueueState::runUntilStopped() {
     }
     runNext();
   }
-  endTurn();
   callWakeUpForLeftJobs();
 }
 
@@ -210,7 +174,6 @@ void QueueState::serve() {
   while (true) {
     while (runNext()) {
     }
-    endTurn();  // if the queue was closed in the middle of a turn
     MutexLock lock(mutex);
     while (!stopped && !isClosed && jobs.empty())
       lock.wait(changed);

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -26,12 +25,6 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   using Time = std::chrono::steady_clock::time_point;
   using Handler = std::function<void()>;
 
-  struct Entry {
-    Job job;
-    const void* turn = nullptr;
-    std::uint64_t number = 0;  // grows with every job
-  };
-
   QueueState(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
 
   /// The queue whose job is running on this thread, or nullptr.
@@ -50,17 +43,14 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   std::thread thread KIV_GUARDED_BY(mutex);
   std::thread::id server KIV_GUARDED_BY(mutex);  // that thread's, for good
   std::condition_variable changed;
-  std::deque<Entry> jobs KIV_GUARDED_BY(mutex);
-  std::uint64_t lastNumber KIV_GUARDED_BY(mutex) = 0;
+  std::deque<Job> jobs KIV_GUARDED_BY(mutex);
   bool stopped KIV_GUARDED_BY(mutex) =
       false;  // run() is to end, or the thread when it has run all jobs
   bool isClosed KIV_GUARDED_BY(mutex) = false;  // no further job may run
   bool hasEnded KIV_GUARDED_BY(mutex) = false;  // the thread runs no job any more
 
-  // The turn of the job that ran last. Used only by the thread that runs the jobs.
-  const void* turn = nullptr;
-  std::uint64_t lastOfTurn KIV_GUARDED_BY(mutex) = 0;  // no later job continues the turn
-  std::vector<Job> turnEnds;
+  // What runs at the end of the running job. Used only by the thread that runs the jobs.
+  std::vector<Job> jobEnds;
 
   // The handler is called without this lock, by one thread at a time: if another thread is calling
   // it, that one calls it again.
@@ -73,16 +63,13 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   bool isCalling KIV_GUARDED_BY(wakeUpMutex) = false;
   bool isToBeCalledAgain KIV_GUARDED_BY(wakeUpMutex) = false;
 
-  void add(std::vector<Job> added, const void* itsTurn);
-  void append(std::vector<Job>& added, const void* itsTurn) KIV_REQUIRES(mutex);
+  void add(Job job);
   bool isEmpty();
   /// True if the host may run jobs now.
   bool letsHostRunJobs() const { return servedBy == ServedBy::host && running != this; }
   bool runNext();
   void run(Job job);
-  void addTurnEnd(Job job);
-  bool turnContinues();
-  void endTurn();
+  void endJob();
   std::size_t drain();
   void runUntilStopped();
   void setWakeUp(std::shared_ptr<const Handler> next);

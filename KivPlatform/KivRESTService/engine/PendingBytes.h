@@ -13,11 +13,16 @@ namespace kiv {
 /// can stop starting transfers when the queue does not keep up. Thread-safe.
 class PendingBytes {
  public:
-  /// `wakeUp` is called when the count falls to the bound that exceeds() was last asked about. An
-  /// empty function removes it; when this returns, the former one is not running.
+  /// `wakeUp` is called when the count falls to the bound that exceeds() was last asked about, and
+  /// by wakeUp(). An empty function removes it; when this returns, the former one is not running.
   void setWakeUp(std::function<void()> wakeUp) {
     const MutexLock lock(mutex_);
     wakeUp_ = std::move(wakeUp);
+  }
+  /// Wakes the scheduler up: what it has to wait for has changed.
+  void wakeUp() {
+    const MutexLock lock(mutex_);
+    if (wakeUp_) wakeUp_();
   }
   void add(std::int64_t bytes) {
     const MutexLock lock(mutex_);
@@ -28,6 +33,18 @@ class PendingBytes {
     bytes_ -= bytes;
     if (bytes_ <= bound_ && std::exchange(isAwaited_, false) && wakeUp_) wakeUp_();
   }
+  /// Removes the bytes at the end of a scope.
+  class Removal {
+   public:
+    Removal(PendingBytes& all, std::int64_t bytes) : all_(all), bytes_(bytes) {}
+    Removal(const Removal&) = delete;
+    Removal& operator=(const Removal&) = delete;
+    ~Removal() { all_.remove(bytes_); }
+
+   private:
+    PendingBytes& all_;
+    const std::int64_t bytes_;
+  };
   /// True if more than `bound` bytes are pending; wakeUp is then called when that has changed.
   bool exceeds(std::int64_t bound) {
     const MutexLock lock(mutex_);

@@ -4,6 +4,7 @@
 
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 
+#include <algorithm>
 #include <exception>
 #include <string>
 #include <utility>
@@ -46,14 +47,21 @@ TaskLedger::Tasks TaskLedger::tasks() const {
 }
 
 TaskLedger::Tasks TaskLedger::takeAll() {
-  const MutexLock lock(mutex_);
   Tasks tasks;
-  tasks.reserve(held_.size());
-  for (auto& [id, task] : held_)
-    tasks.push_back(std::move(task));
-  held_.clear();
-  heldTasks_.clear();
-  report_.reset();
+  EndedTasks dropped;
+  {
+    const MutexLock lock(mutex_);
+    tasks.reserve(held_.size());
+    for (auto& [id, task] : held_)
+      tasks.push_back(std::move(task));
+    held_.clear();
+    heldTasks_.clear();
+    report_.reset();
+    dropped.swap(ended_);
+    endedBytes_ = 0;
+  }
+  for (const Ended& ended : dropped)
+    pendingBytes_->remove(ended.result.pendingBytes);
   return tasks;
 }
 
@@ -65,28 +73,148 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
   return std::move(held.mapped());
 }
 
-void TaskLedger::end(TaskResults results) {
+// --- Completions ---------------------------------------------------------------------------------
+
+TaskLedger::EndedTasks TaskLedger::listOf(TaskResults results) {
   std::int64_t pendingBytes = 0;
   for (const auto& [id, result] : results)
     pendingBytes += result.pendingBytes;
+  EndedTasks ended;
   try {
-    std::vector<DispatchQueue::Job> jobs;
-    jobs.reserve(results.size());
-    for (auto& ended : results)
-      jobs.push_back(completionOf(ended.first, std::move(ended.second)));
-    queue_->async(std::move(jobs), this);
-  } catch (const std::exception&) {  // out of memory: none was added
+    for (auto& [id, result] : results)
+      ended.push_back({id, std::move(result)});
+  } catch (const std::exception&) {  // out of memory
     pendingBytes_->remove(pendingBytes);
+    throw;
+  }
+  return ended;
+}
+
+void TaskLedger::end(TaskResults results) {
+  end(std::move(results), false);
+}
+
+void TaskLedger::endAtOnce(TaskResults results) {
+  end(std::move(results), true);
+}
+
+void TaskLedger::end(TaskResults results, bool isUrgent) {
+  EndedTasks ended = listOf(std::move(results));
+  EndedTasks dropped;
+  bool isDue = false;
+  {
+    const MutexLock lock(mutex_);
+    while (!ended.empty()) {
+      const bool isHeld = held_.contains(ended.front().id);
+      if (isHeld) endedBytes_ += ended.front().result.pendingBytes;
+      EndedTasks& target = isHeld ? ended_ : dropped;
+      target.splice(target.end(), ended, ended.begin());
+    }
+    isDue = claimJob(std::chrono::steady_clock::now(), isUrgent);
+  }
+  for (const Ended& task : dropped)
+    pendingBytes_->remove(task.result.pendingBytes);
+  if (isDue) addJob();
+}
+
+std::optional<TaskLedger::Time> TaskLedger::completeDue() {
+  {
+    const MutexLock lock(mutex_);
+    if (ended_.empty() || hasJob()) return std::nullopt;
+    if (!claimJob(std::chrono::steady_clock::now())) return pace_.next();
+  }
+  addJob();
+  return std::nullopt;
+}
+
+/// False in a forked child for a job of the parent: it may have been on a serial queue, whose jobs
+/// the child does not have.
+bool TaskLedger::hasJob() const {
+  return hasJob_ && jobDepth_ == forkDepth();
+}
+
+bool TaskLedger::claimJob(Time now, bool isUrgent) {
+  if (ended_.empty() || hasJob()) return false;
+  const std::size_t inFlight = held_.size() - std::min(held_.size(), ended_.size());
+  jobDepth_ = forkDepth();
+  return hasJob_ = isUrgent || pace_.isDue({ended_.size(), endedBytes_, inFlight}, now);
+}
+
+void TaskLedger::addJob() {
+  try {
+    queue_->async([self = shared_from_this()] { self->runJob(); });
+  } catch (const std::exception&) {  // out of memory
+    const MutexLock lock(mutex_);
+    hasJob_ = false;
     throw;
   }
 }
 
-DispatchQueue::Job TaskLedger::completionOf(std::uint64_t id, TaskResult result) {
-  return [self = shared_from_this(), id, result = std::move(result)]() mutable {
-    const std::int64_t bytes = result.pendingBytes;
-    self->complete(id, std::move(result));
-    self->pendingBytes_->remove(bytes);
-  };
+/// A handler that throws ends the job, since the queue catches and logs that. The others are
+/// completed by the next job.
+void TaskLedger::runJob() {
+  const Time began = std::chrono::steady_clock::now();
+  bool isCut = true;
+  std::exception_ptr thrown;
+  try {
+    isCut = !completeEnded(began + CompletionPace::longestJob);
+  } catch (...) {
+    thrown = std::current_exception();
+  }
+  // What the host does at the end of the job is part of its cost.
+  try {
+    DispatchQueue::atEndOfJob(
+        [self = shared_from_this(), began, isCut] { self->endJob(began, isCut); });
+  } catch (const std::exception&) {  // out of memory
+    endJob(began, isCut);
+  }
+  if (thrown) std::rethrow_exception(thrown);
+}
+
+/// False if the deadline has passed.
+bool TaskLedger::completeEnded(Time deadline) {
+  while (true) {
+    EndedTasks next;
+    {
+      const MutexLock lock(mutex_);
+      if (ended_.empty()) return true;
+      next.splice(next.end(), ended_, ended_.begin());
+      endedBytes_ -= next.front().result.pendingBytes;
+    }
+    complete(next.front());
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+  }
+}
+
+void TaskLedger::endJob(Time began, bool isCut) {
+  bool isDue = false;
+  bool isWaiting = false;
+  {
+    const MutexLock lock(mutex_);
+    const Time now = std::chrono::steady_clock::now();
+    hasJob_ = false;
+    pace_.jobEnded(began, now, isCut);
+    isDue = claimJob(now);
+    isWaiting = !isDue && !ended_.empty();
+  }
+  if (isDue) addJob();
+  if (isWaiting) pendingBytes_->wakeUp();  // for completeDue()
+}
+
+void TaskLedger::complete(Ended& ended) {
+  const PendingBytes::Removal removal(*pendingBytes_, ended.result.pendingBytes);
+  const auto task = take(ended.id);
+  if (!task) return;
+  TransferOutcome& outcome = ended.result.outcome;
+  const auto& status = outcome.status;
+  task->setResponse(status ? std::optional(HTTPResponse(*status)) : std::nullopt);
+  task->setResponseError(std::move(outcome.error));
+  task->setReturnedData(std::move(outcome.body));
+  task->setMetrics(std::move(ended.result.metrics));
+  if (const auto observer = endObserver()) (*observer)(*task);
+  // Taken off the task, so that a handler that owns its task does not leak it.
+  const auto handler = task->takeCompletionHandler();
+  if (handler) handler(*task);
 }
 
 void TaskLedger::failAll(KivRESTServiceErrorCode code) {
@@ -101,20 +229,6 @@ void TaskLedger::failAll(KivRESTServiceErrorCode code) {
     }
   }
   end(std::move(results));
-}
-
-void TaskLedger::complete(std::uint64_t id, TaskResult result) {
-  const auto task = take(id);
-  if (!task) return;
-  const auto& status = result.outcome.status;
-  task->setResponse(status ? std::optional(HTTPResponse(*status)) : std::nullopt);
-  task->setResponseError(std::move(result.outcome.error));
-  task->setReturnedData(std::move(result.outcome.body));
-  task->setMetrics(std::move(result.metrics));
-  if (const auto observer = endObserver()) (*observer)(*task);
-  // Taken off the task, so that a handler that owns its task does not leak it.
-  const auto handler = task->takeCompletionHandler();
-  if (handler) handler(*task);
 }
 
 std::shared_ptr<const TaskLedger::EndObserver> TaskLedger::endObserver() const {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,10 +16,14 @@
 #include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
+#include "KivPlatform/KivRESTService/policy/CompletionPace.h"
 
 namespace kiv {
 
 /// The tasks that a client holds, until they are completed on the client's queue.
+///
+/// Tasks are completed in groups, each in one job of the queue, so that the host can share work
+/// between them (DispatchQueue::atEndOfJob), such as a wait for the disk. See CompletionPace.
 ///
 /// A task that has been taken out is never completed, even if the job that would complete it is
 /// already on the queue. Thread-safe.
@@ -29,7 +34,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
   using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
 
-  /// Tasks are completed on `queue`, and their bodies then leave the pending bytes.
+  /// Tasks are completed on `queue`. A body then leaves the pending bytes.
   TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<PendingBytes> pendingBytes);
 
   /// The observer is called on the queue for each task that ends, before the task's completion. An
@@ -44,9 +49,16 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   [[nodiscard]] Tasks tasks() const;
   /// Takes out all tasks.
   [[nodiscard]] Tasks takeAll();
-  /// Completes the tasks with those IDs on the queue, each only if it is still held then. The
-  /// completions that wait on the queue together share a turn.
+  using Time = CompletionPace::Time;
+
+  /// Completes the tasks with those IDs on the queue, each only if it is still held then.
   void end(TaskResults results);
+  /// The same without a wait for more. For tasks that no transfer thread has: nothing else would
+  /// call completeDue().
+  void endAtOnce(TaskResults results);
+  /// Adds a job for the tasks that wait for their completion if that is due. Otherwise returns when
+  /// it will be, or nothing if no task waits. Has to be called then.
+  std::optional<Time> completeDue();
   /// Ends all tasks that are held now with that error.
   void failAll(KivRESTServiceErrorCode code);
 
@@ -58,9 +70,23 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   void releaseHandlers(Tasks tasks) const;
 
  private:
+  struct Ended {
+    std::uint64_t id;
+    TaskResult result;
+  };
+  using EndedTasks = std::list<Ended>;
+
+  void end(TaskResults results, bool isUrgent);
+  /// True if a job is to be added now; the caller then calls addJob().
+  [[nodiscard]] bool claimJob(Time now, bool isUrgent = false) KIV_REQUIRES(mutex_);
+  [[nodiscard]] bool hasJob() const KIV_REQUIRES(mutex_);
+  void addJob();
+  void runJob();
+  void endJob(Time began, bool isCut);
+  bool completeEnded(Time deadline);
+  void complete(Ended& ended);
+  [[nodiscard]] EndedTasks listOf(TaskResults results);
   [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
-  [[nodiscard]] DispatchQueue::Job completionOf(std::uint64_t id, TaskResult result);
-  void complete(std::uint64_t id, TaskResult result);
 
   [[nodiscard]] std::shared_ptr<const EndObserver> endObserver() const;
   void showProgress();
@@ -73,6 +99,11 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_ KIV_GUARDED_BY(mutex_);
   std::unordered_set<const KivRESTServiceTask*> heldTasks_ KIV_GUARDED_BY(mutex_);
   std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
+  EndedTasks ended_ KIV_GUARDED_BY(mutex_);  // held, and waiting for a job
+  std::int64_t endedBytes_ KIV_GUARDED_BY(mutex_) = 0;
+  bool hasJob_ KIV_GUARDED_BY(mutex_) = false;         // on the queue
+  std::uint64_t jobDepth_ KIV_GUARDED_BY(mutex_) = 0;  // the forkDepth() of that job
+  CompletionPace pace_ KIV_GUARDED_BY(mutex_);
   std::shared_ptr<const EndObserver> endObserver_ KIV_GUARDED_BY(mutex_);
   std::shared_ptr<const ProgressObserver> progressObserver_ KIV_GUARDED_BY(mutex_);
   std::optional<ProgressReport> report_ KIV_GUARDED_BY(mutex_);  // waits for the queue

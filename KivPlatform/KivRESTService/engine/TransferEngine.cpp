@@ -17,12 +17,13 @@ using Clock = std::chrono::steady_clock;
 
 TransferEngine::TransferEngine(TransferSettings settings,
                                std::shared_ptr<PendingBytes> pendingBytes, TaskResultHandler ended,
-                               ProgressHandler progressed, FailureHandler failed)
+                               ProgressHandler progressed, FailureHandler failed, DueHandler due)
     : settings_(std::move(settings)),
       pendingBytes_(std::move(pendingBytes)),
       ended_(std::move(ended)),
       progressed_(std::move(progressed)),
       failed_(std::move(failed)),
+      due_(std::move(due)),
       threads_(TransferScheduler::workerCount(settings_)) {
   pendingBytes_->setWakeUp([this] { remind(0); });
   exitHook_.emplace([this] { stop(); });
@@ -210,7 +211,7 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
   TransferWorker& worker = scheduler_->worker(index);
   const auto longest = longestWait(index);
   lock.unlock();
-  const bool isWell = worker.wait(longest) && worker.move();
+  const bool isWell = worker.wait(doDue(longest)) && worker.move();
   lock.lock();
   // Before transfers end, so that a new job for a file that is being fetched shares the transfer.
   takeOrders(index);
@@ -273,6 +274,7 @@ WorkerHandles TransferEngine::leaveIfDone(std::size_t index) {
   const bool hasOrders = !added_.empty() || cancelled_;
   const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= threads_[index].idleUntil;
   if (!stopped_ && !isDone) return {};
+  if (index > 0) wakeUp(0);  // this may have been the thread that waited for what is due
   return std::exchange(threads_[index].handles, {});
 }
 
@@ -316,6 +318,15 @@ std::chrono::milliseconds TransferEngine::longestWait(std::size_t index) {
   if (report && progressIsWanted()) until = std::min(until, *report);
   return std::clamp(std::chrono::ceil<milliseconds>(until - Clock::now()), milliseconds{0},
                     longest);
+}
+
+/// Returns the time until more is due, at most `longestWait`.
+std::chrono::milliseconds TransferEngine::doDue(std::chrono::milliseconds longestWait) {
+  const auto next = due_();
+  if (!next) return longestWait;
+  using std::chrono::milliseconds;
+  return std::clamp(std::chrono::ceil<milliseconds>(*next - Clock::now()), milliseconds{0},
+                    longestWait);
 }
 
 }  // namespace kiv

@@ -30,14 +30,18 @@ class TransferEngine {
  public:
   using ProgressHandler = std::function<void(ProgressReport report)>;
   using FailureHandler = std::function<void()>;
+  /// Does what is due and returns when it wants to be called again, if it does.
+  using DueHandler = std::function<std::optional<std::chrono::steady_clock::time_point>()>;
 
   /// `ended` is called once with each job that ends. `progressed` is called at most ten times a
   /// second, if progress was asked for. `failed` is called when memory has run out and all jobs
-  /// were dropped; if it throws, it is called again. All are called on a transfer thread, without a
+  /// were dropped; if it throws, it is called again. `due` is called whenever a thread is about to
+  /// wait, and at the time that it returned. All are called on a transfer thread, without a
   /// lock, and not after stop() has returned. The bodies given to `ended` count among the pending
   /// bytes until the caller removes them.
   TransferEngine(TransferSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
-                 TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed);
+                 TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed,
+                 DueHandler due);
   /// Stops the engine. An inherited one must not be destroyed.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
@@ -100,12 +104,14 @@ class TransferEngine {
   [[nodiscard]] bool progressIsWanted();
   [[nodiscard]] std::chrono::milliseconds longestWait(std::size_t index)
       KIV_REQUIRES(schedulerMutex_);
+  [[nodiscard]] std::chrono::milliseconds doDue(std::chrono::milliseconds longestWait);
 
   TransferSettings settings_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
   const TaskResultHandler ended_;
   const ProgressHandler progressed_;
   const FailureHandler failed_;
+  const DueHandler due_;
   const std::uint64_t forkDepth_ = forkDepth();
 
   // Held by a transfer thread except while it waits or moves bytes, and never by other threads, so

@@ -11,7 +11,6 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
@@ -82,34 +81,9 @@ bool failEachInTurn(const std::string& spool, const std::vector<std::string>& ur
   return false;
 }
 
-/// True if adding several jobs adds all of them or, if it fails, none.
-bool addAllOrNone() {
-  constexpr int jobs = 100;
-  bool hasFailed = false;
-  for (long allocation = 0; allocation < 50; ++allocation) {
-    int ran = 0;
-    bool isAdded = true;
-    std::thread([&] {
-      std::vector<kiv::DispatchQueue::Job> added(jobs, [&ran] { ++ran; });
-      allocationsLeft = allocation;
-      try {
-        kiv::DispatchQueue::main()->async(std::move(added));
-      } catch (const std::bad_alloc&) {
-        isAdded = false;
-      }
-      allocationsLeft = -1;
-    }).join();
-    kiv::DispatchQueue::main()->drain();
-    if (ran != (isAdded ? jobs : 0)) return false;
-    hasFailed = hasFailed || !isAdded;
-  }
-  return hasFailed;
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
   if (count < 3) return 2;
-  if (!addAllOrNone()) return 3;
   return failEachInTurn(arguments[1], {arguments + 2, arguments + count}) ? 0 : 1;
 }

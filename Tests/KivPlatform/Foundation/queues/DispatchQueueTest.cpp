@@ -114,24 +114,6 @@ TEST(SerialQueueTest, AnEmptyJobIsNone) {
   EXPECT_TRUE(ran);
 }
 
-TEST(SerialQueueTest, JobsAddedTogetherStayTogether) {
-  const auto queue = DispatchQueue::serial("serial");
-  std::vector<int> ran;
-  std::vector<DispatchQueue::Job> jobs;
-  // A job that the first job adds runs after the last one.
-  jobs.emplace_back([&] {
-    ran.push_back(1);
-    queue->async([&] { ran.push_back(4); });
-  });
-  jobs.emplace_back();
-  jobs.emplace_back([&] { ran.push_back(2); });
-  jobs.emplace_back([&] { ran.push_back(3); });
-  queue->async(std::move(jobs));
-  finishJobs(queue);
-  finishJobs(queue);
-  EXPECT_EQ(ran, (std::vector{1, 2, 3, 4}));
-}
-
 TEST(SerialQueueTest, LetsGoOfWhatAJobHoldsBeforeTheNextRuns) {
   const auto queue = DispatchQueue::serial("release");
   auto held = std::make_shared<int>(1);
@@ -323,75 +305,44 @@ TEST_F(MainQueueTest, DrainLeavesWhatItsJobsAdd) {
   EXPECT_EQ(order, "abc");
 }
 
-// --- Turns ---------------------------------------------------------------------------------------
+// --- The end of a job ----------------------------------------------------------------------------
 
-/// A job that appends its letter to the text, and at the end of its turn the letter in upper case.
+/// A job that appends its letter to the text, and at its end the letter in upper case.
 DispatchQueue::Job letter(std::string& text, char name) {
   return [&text, name] {
     text += name;
-    DispatchQueue::atEndOfTurn([&text, name] { text += static_cast<char>(name - 'a' + 'A'); });
+    DispatchQueue::atEndOfJob([&text, name] { text += static_cast<char>(name - 'a' + 'A'); });
   };
 }
 
-TEST_F(MainQueueTest, ATurnEndsAfterItsLastJobAndBeforeAnotherJob) {
+TEST_F(MainQueueTest, WhatIsForTheEndOfAJobRunsBeforeTheNextJob) {
   std::string order;
-  const int turn = 0;
-  main_->async({letter(order, 'a'), letter(order, 'b')}, &turn);
-  main_->async({letter(order, 'c')}, &turn);
-  main_->async([&] { order += "-"; });
-  main_->async({letter(order, 'd')}, &turn);
+  main_->async([&] {
+    letter(order, 'a')();
+    letter(order, 'b')();
+  });
+  main_->async(letter(order, 'c'));
   main_->drain();
-  EXPECT_EQ(order, "abcABC-dD");
+  EXPECT_EQ(order, "abABcC");
 }
 
-TEST_F(MainQueueTest, AJobWithoutATurnHasOneOfItsOwn) {
+TEST_F(MainQueueTest, AJobEndsBeforeTheHostGetsControlBack) {
   std::string order;
-  main_->async({letter(order, 'a'), letter(order, 'b')});
-  main_->drain();
-  EXPECT_EQ(order, "aAbB");
-}
-
-TEST_F(MainQueueTest, OtherTurnsAreNotShared) {
-  std::string order;
-  const int turns[2] = {};
-  main_->async({letter(order, 'a')}, &turns[0]);
-  main_->async({letter(order, 'b')}, &turns[1]);
-  main_->drain();
-  EXPECT_EQ(order, "aAbB");
-}
-
-TEST_F(MainQueueTest, JobsThatComeLaterDoNotContinueATurn) {
-  std::string order;
-  const int turn = 0;
-  main_->async({[&] {
-                 letter(order, 'a')();
-                 main_->async({letter(order, 'b')}, &turn);
-                 main_->async([&] { main_->stop(); });
-               }},
-               &turn);
-  main_->run();
-  EXPECT_EQ(order, "aAbB");
-}
-
-TEST_F(MainQueueTest, ATurnEndsBeforeTheHostGetsControlBack) {
-  std::string order;
-  const int turn = 0;
-  main_->async({[&] {
-                  letter(order, 'a')();
-                  main_->stop();
-                },
-                letter(order, 'b')},
-               &turn);
+  main_->async([&] {
+    letter(order, 'a')();
+    main_->stop();
+  });
+  main_->async(letter(order, 'b'));
   main_->run();
   EXPECT_EQ(order, "aA");
   main_->drain();
   EXPECT_EQ(order, "aAbB");
 }
 
-TEST_F(MainQueueTest, AnEndOfATurnMayHaveOneItself) {
+TEST_F(MainQueueTest, AnEndOfAJobMayHaveOneItself) {
   std::string order;
   main_->async([&] {
-    DispatchQueue::atEndOfTurn([&] {
+    DispatchQueue::atEndOfJob([&] {
       EXPECT_EQ(DispatchQueue::ofRunningJob(), main_);
       letter(order, 'a')();
     });
@@ -401,21 +352,32 @@ TEST_F(MainQueueTest, AnEndOfATurnMayHaveOneItself) {
   EXPECT_EQ(order, "aA-");
 }
 
-TEST_F(MainQueueTest, WhereNoJobRunsTheTurnHasEnded) {
+TEST_F(MainQueueTest, AJobThatThrowsHasAnEndToo) {
+  const kiv::test::LogCapture log;
+  std::string order;
+  main_->async([&] {
+    letter(order, 'a')();
+    throw std::runtime_error("thrown on purpose");
+  });
+  main_->async([&] { order += "-"; });
+  main_->drain();
+  EXPECT_EQ(order, "aA-");
+}
+
+TEST_F(MainQueueTest, WhereNoJobRunsTheEndIsNow) {
   std::string order;
   letter(order, 'a')();
   EXPECT_EQ(order, "aA");
 }
 
-TEST(SerialQueueTest, HasTurnsToo) {
+TEST(SerialQueueTest, JobsHaveAnEndToo) {
   std::string order;
-  const int turn = 0;
   {
-    const auto queue = DispatchQueue::serial("turns");
-    queue->async({letter(order, 'a'), letter(order, 'b')}, &turn);
+    const auto queue = DispatchQueue::serial("ends");
+    queue->async(letter(order, 'a'));
     queue->async([&] { order += "-"; });
   }
-  EXPECT_EQ(order, "abAB-");
+  EXPECT_EQ(order, "aA-");
 }
 
 TEST_F(MainQueueTest, DrainsDoNotNest) {
@@ -522,17 +484,6 @@ TEST_F(MainQueueTest, WakesUpWhenAJobComesToTheEmptyQueueOnly) {
   EXPECT_EQ(calls, 1);
   main_->async([] {});
   EXPECT_EQ(calls, 2);
-}
-
-TEST_F(MainQueueTest, WakesUpOnceForJobsAddedTogetherAndNeverForNone) {
-  int calls = 0;
-  main_->setWakeUpHandler([&] { ++calls; });
-  main_->async(std::vector<DispatchQueue::Job>());
-  main_->async(std::vector<DispatchQueue::Job>(3));
-  EXPECT_EQ(calls, 0);
-  main_->async(std::vector<DispatchQueue::Job>(3, [] {}));
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(main_->drain(), 3U);
 }
 
 TEST_F(MainQueueTest, WakesUpAtOnceWhereJobsWaitAlready) {

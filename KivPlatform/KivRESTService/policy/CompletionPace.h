@@ -1,0 +1,43 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace kiv {
+
+/// Decides when tasks that have ended are completed. The consumer may do work once for all tasks of
+/// a job, such as a wait for the disk. So the more a job has cost, the longer the next one waits
+/// for more tasks: completing them takes about a twentieth of the time, and no task waits for more
+/// than a second.
+class CompletionPace {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  struct Waiting {
+    std::size_t tasks = 0;
+    std::int64_t bytes = 0;    ///< of their bodies
+    std::size_t inFlight = 0;  ///< tasks that may still join them
+  };
+
+  /// Tasks of a host that does nothing else are completed by jobs of this length, so that its other
+  /// jobs come in between.
+  static constexpr std::chrono::milliseconds longestJob{25};
+  static constexpr std::size_t manyTasks = 512;
+  /// Less than TransferSettings::largestPendingBytes, at which no transfer starts.
+  static constexpr std::int64_t manyBytes = 3 * 1024 * 1024;
+
+  /// True if a job is to be started for the tasks that wait.
+  [[nodiscard]] bool isDue(const Waiting& waiting, Time now) const noexcept;
+  /// When it will be, if nothing else changes.
+  [[nodiscard]] Time next() const noexcept { return next_; }
+
+  /// A job has ended. `isCut` means that it left tasks, since it has taken long enough: they do not
+  /// wait.
+  void jobEnded(Time began, Time now, bool isCut) noexcept;
+
+ private:
+  Time next_{};
+};
+
+}  // namespace kiv
