@@ -177,11 +177,7 @@ void KivResourceManager::removeObserver(
 // --- Steps ---------------------------------------------------------------------------------------
 
 kiv::ManagerStep KivResourceManager::beginStep() {
-  return {stepDepth_, [this] { endStep(); }};
-}
-
-kiv::ManagerStep KivResourceManager::beginStepOfTurn() {
-  return {stepDepth_, [this] { endStepWithTurn(); }};
+  return {stepDepth_, [this] { handleArrivals(); }, [this] { endStep(); }};
 }
 
 void KivResourceManager::endStep() {
@@ -199,22 +195,6 @@ void KivResourceManager::saveChanges() {
   if (listIsChanged_) listIsOutOfDate_ = !access.save();
   listIsChanged_ = false;
   if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
-}
-
-/// The last download does not wait for the end of the turn: when the manager is not busy,
-/// everything is done.
-void KivResourceManager::endStepWithTurn() {
-  if (loadingResourcesFilesCount_ <= 0) return endStep();
-  if (std::exchange(endIsScheduled_, true)) return;
-  const bool isScheduled = kiv::contain([this] {
-    kiv::DispatchQueue::atEndOfJob([self = shared_from_this()] {
-      self->endIsScheduled_ = false;
-      self->endStep();
-    });
-  });
-  if (isScheduled) return;
-  endIsScheduled_ = false;
-  endStep();
 }
 
 void KivResourceManager::send(Announcement& announcement) {
@@ -251,8 +231,8 @@ void KivResourceManager::announceFinish() {
 
 void KivResourceManager::announce(std::shared_ptr<KivResource> resource,
                                   std::shared_ptr<const std::optional<kiv::Error>> failure) {
-  announcements_.push_back(
-      {multicastObserver_->recipients(), std::move(resource), std::move(failure)});
+  announcements_.push_back({recipients_ ? *recipients_ : multicastObserver_->recipients(),
+                            std::move(resource), std::move(failure)});
 }
 
 // --- Properties ----------------------------------------------------------------------------------

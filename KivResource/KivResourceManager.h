@@ -192,14 +192,19 @@ class KIV_EXPORT KivResourceManager final
   void mergeResource(const std::shared_ptr<KivResource>& resource,
                      std::shared_ptr<KivResource> counterpart);
   void downloadFile(const std::string& fileLink, const std::shared_ptr<KivResource>& resource);
-  void completeDownload(const std::optional<kiv::Data>& data,
-                        const std::optional<kiv::Error>& error, const std::string& fileLink,
-                        const std::shared_ptr<KivResource>& resource);
-  /// Begins a step (see ManagerStep); one of the turn ends with the queue's turn.
+  struct Arrival;
+  void completeDownload(const std::shared_ptr<Arrival>& arrival,
+                        const std::optional<kiv::Data>& data,
+                        const std::optional<kiv::Error>& error);
+  bool stage(const std::shared_ptr<Arrival>& arrival);
+  void handleArrivalsAtEndOfJob();
+  void handleArrivals();
+  void handle(Arrival& arrival);
+  static std::optional<kiv::Error> save(Arrival& arrival, std::string_view fileName);
+  void store(Arrival& arrival);
+  /// Begins a step (see ManagerStep). The outermost one begins with the waiting arrivals.
   kiv::ManagerStep beginStep();
-  kiv::ManagerStep beginStepOfTurn();
   void endStep();
-  void endStepWithTurn();
   /// Saves the list, and only after success removes the files that no longer belong to it. So all
   /// resources of the list on disk have their files at any time.
   void saveChanges();
@@ -231,7 +236,9 @@ class KIV_EXPORT KivResourceManager final
   bool listIsChanged_ = false;    ///< Since it was last written, or that was tried.
   bool listIsOutOfDate_ = false;  ///< On the disk, because it could not be written.
   std::unique_ptr<kiv::PendingRemovals> removals_;
-  bool endIsScheduled_ = false;
+  std::vector<std::shared_ptr<Arrival>> arrivals_;  ///< Those that wait.
+  bool handlingIsScheduled_ = false;
+  const MulticastObserver::Recipients* recipients_ = nullptr;  ///< Of the arrival being handled.
   std::optional<KivStorageService::Batch> savings_;  ///< Of files stored since the last end.
   /// One callback, for the observers that were registered at the time of the event. Without a
   /// resource it is the finish.

@@ -2,6 +2,7 @@
 // the removal of what it replaces.
 
 #include <algorithm>
+#include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
@@ -76,38 +77,110 @@ void KivResourceManager::settleBefore(bool isAffected) {
   removals_->clear();
 }
 
+// --- Downloads -----------------------------------------------------------------------------------
+
+/// A download, and how it ended.
+///
+/// Downloads that end in one job of the queue wait for the end of that job, so that they share one
+/// wait for the disk, one saved list, and the callbacks after it. They are handled in the order in
+/// which they ended, before any other operation that changes the manager and before any other job.
+/// So the result is the same as if each was handled at once.
+struct KivResourceManager::Arrival {
+  std::string fileLink;
+  std::shared_ptr<KivResource> resource;
+  std::optional<kiv::Data> data = {};
+  std::optional<kiv::Error> error = {};
+  bool isComplete = false;                        ///< False if memory ran out for the above.
+  MulticastObserver::Recipients recipients = {};  ///< Of its callbacks, if it waits.
+  /// The data in a temporary file, or why it could not be written. Neither: it is not written yet.
+  std::optional<KivStorageService::StagedFile> staged = {};
+  std::optional<kiv::Error> stagingError = {};
+};
+
 /// The count is incremented first, since the completion may be called before the loader returns.
 void KivResourceManager::downloadFile(const std::string& fileLink,
                                       const std::shared_ptr<KivResource>& resource) {
+  auto arrival = std::make_shared<Arrival>(Arrival{fileLink, resource});
   ++loadingResourcesFilesCount_;
   if (!loader_) {
-    completeDownload(std::nullopt, KivResourceRESTModule::createRequestError(), fileLink, resource);
+    completeDownload(arrival, std::nullopt, KivResourceRESTModule::createRequestError());
     return;
   }
   loader_->loadDataForResource_usingFileLink_completionHandler(
       resource, fileLink,
-      [self = shared_from_this(), resource, fileLink](const std::optional<kiv::Data>& data,
-                                                      const std::optional<kiv::Error>& error) {
-        self->completeDownload(data, error, fileLink, resource);
+      [self = shared_from_this(), arrival = std::move(arrival)](
+          const std::optional<kiv::Data>& data, const std::optional<kiv::Error>& error) {
+        self->completeDownload(arrival, data, error);
       });
 }
 
-void KivResourceManager::completeDownload(const std::optional<kiv::Data>& data,
-                                          const std::optional<kiv::Error>& error,
-                                          const std::string& fileLink,
-                                          const std::shared_ptr<KivResource>& resource) {
-  const auto step = beginStepOfTurn();
-  const bool isTaken = kiv::contain([&] {
-    const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
-    if (error || !data) {
-      logFailedFile(fileName, *resource, error);
-      announceFailed(resource, error);
-    } else {
-      logLoadedFile(fileName, *resource);
-      saveLoadedData_forFileWithLink_andUpdateResource(*data, fileLink, resource);
-    }
+/// The last download does not wait for the end of the job: when the manager is not busy, everything
+/// is done. Nor does one that ends within a step, whose caller looks at the count next.
+void KivResourceManager::completeDownload(const std::shared_ptr<Arrival>& arrival,
+                                          const std::optional<kiv::Data>& data,
+                                          const std::optional<kiv::Error>& error) {
+  arrival->isComplete = kiv::contain([&] {
+    arrival->data = data;
+    arrival->error = error;
   });
-  if (!isTaken) kiv::insist([&] { announceFailed(resource, outOfMemory(fileLink)); });
+  const bool isLast = std::ssize(arrivals_) + 1 >= loadingResourcesFilesCount_;
+  if (stepDepth_ == 0 && !isLast && stage(arrival)) return handleArrivalsAtEndOfJob();
+  const auto step = beginStep();
+  handle(*arrival);
+}
+
+/// Writes the data and adds the arrival to those that wait; false if memory has run out.
+bool KivResourceManager::stage(const std::shared_ptr<Arrival>& arrival) {
+  return arrival->isComplete && kiv::contain([&] {
+           arrival->recipients = multicastObserver_->recipients();
+           if (!savings_) savings_.emplace();
+           if (arrival->data && !arrival->error) {
+             arrival->staged =
+                 KivResourceStorageModule::stageData_withResourceFileName_inBatch_error(
+                     *arrival->data, kiv::path::lastPathComponent(arrival->fileLink), *savings_,
+                     &arrival->stagingError);
+           }
+           arrivals_.push_back(arrival);
+         });
+}
+
+void KivResourceManager::handleArrivalsAtEndOfJob() {
+  if (std::exchange(handlingIsScheduled_, true)) return;
+  const bool isScheduled = kiv::contain([this] {
+    kiv::DispatchQueue::atEndOfJob([self = shared_from_this()] {
+      self->handlingIsScheduled_ = false;
+      const auto step = self->beginStep();
+    });
+  });
+  if (isScheduled) return;
+  handlingIsScheduled_ = false;
+  const auto step = beginStep();
+}
+
+void KivResourceManager::handleArrivals() {
+  for (const auto& arrival : std::exchange(arrivals_, {})) {
+    recipients_ = &arrival->recipients;
+    handle(*arrival);
+  }
+  recipients_ = nullptr;
+}
+
+void KivResourceManager::handle(Arrival& arrival) {
+  const bool isTaken = arrival.isComplete && kiv::contain([&] {
+                         const std::string_view fileName =
+                             kiv::path::lastPathComponent(arrival.fileLink);
+                         if (arrival.error || !arrival.data) {
+                           logFailedFile(fileName, *arrival.resource, arrival.error);
+                           announceFailed(arrival.resource, arrival.error);
+                         } else {
+                           logLoadedFile(fileName, *arrival.resource);
+                           store(arrival);
+                         }
+                       });
+  if (!isTaken) {
+    kiv::insist([&] { announceFailed(arrival.resource, outOfMemory(arrival.fileLink)); });
+  }
+  arrival.data.reset();
   --loadingResourcesFilesCount_;
   if (loadingResourcesFilesCount_ <= 0) kiv::insist([this] { finishLoading(); });
 }
@@ -118,17 +191,33 @@ void KivResourceManager::saveLoadedData_forFileWithLink_andUpdateResource(
   assertQueue();
   if (!resource) return;
   const auto step = beginStep();
-  const std::string_view fileName = kiv::path::lastPathComponent(fileLink);
+  Arrival arrival{fileLink, resource, data};
+  store(arrival);
+}
+
+/// Completes a save that is staged, or saves in one step. Returns the error, if there is one.
+std::optional<kiv::Error> KivResourceManager::save(Arrival& arrival, std::string_view fileName) {
+  auto error = std::exchange(arrival.stagingError, std::nullopt);
+  if (error) return error;
+  if (auto staged = std::exchange(arrival.staged, std::nullopt)) {
+    staged->commit(&error);
+  } else {
+    KivResourceStorageModule::saveData_withResourceFileName_error(*arrival.data, fileName, &error);
+  }
+  return error;
+}
+
+void KivResourceManager::store(Arrival& arrival) {
+  const std::string_view fileName = kiv::path::lastPathComponent(arrival.fileLink);
   const auto item = KivResourceStorageModule::pathOfItemSavedWithName(fileName);
   settleBefore(item && removals_->affectSaving(*item));
   if (!savings_) savings_.emplace();
-  std::optional<kiv::Error> error;
-  if (!KivResourceStorageModule::saveData_withResourceFileName_error(data, fileName, &error)) {
-    announceFailed(resource, error);
+  if (const auto error = save(arrival, fileName)) {
+    announceFailed(arrival.resource, error);
     return;
   }
   const auto path = KivResourceStorageModule::pathToSavedResourceFileWithName(fileName);
-  if (path) setLoadedFile_forResource(*path, resource);
+  if (path) setLoadedFile_forResource(*path, arrival.resource);
 }
 
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,

@@ -32,15 +32,14 @@ void insist(const Part& part) noexcept {
 /// the files, and then sends the callbacks in order. So an observer hears of a resource only when a
 /// list that holds it is on disk, and a pass writes one list.
 ///
-/// Downloads that complete in one turn of the queue share one end, too. The result is the same as
-/// with an end for each: no other job runs before the shared end, a removal that could change the
-/// answer to a question to the disk is done before the question (PendingRemovals), and the last
-/// download of a pass does not share its end.
+/// Downloads that complete in one job of the queue share a step (Arrival).
 class ManagerStep {
  public:
-  /// `depth` counts the steps that are open; `end` is called when the outermost one ends.
-  ManagerStep(int& depth, std::function<void()> end) : depth_(depth), end_(std::move(end)) {
-    ++depth_;
+  /// `depth` counts the steps that are open. `begin` is called when the outermost one begins, and
+  /// `end` when it ends; neither may throw.
+  ManagerStep(int& depth, const std::function<void()>& begin, std::function<void()> end)
+      : depth_(depth), end_(std::move(end)) {
+    if (++depth_ == 1) begin();
   }
   ManagerStep(const ManagerStep&) = delete;
   ManagerStep& operator=(const ManagerStep&) = delete;

@@ -11,7 +11,6 @@
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/Foundation/system/Bundle.h"
 #include "KivPlatform/Foundation/values/JSON.h"
-#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceArchiveRemoval.h"
 
 namespace {
@@ -83,6 +82,13 @@ bool KivResourceStorageModule::saveData_withResourceFileName_error(
     const kiv::Data& data, std::string_view fileName, std::optional<kiv::Error>* error) {
   return KivStorageService::saveData_forFileName_atRelativePath_error(data, fileName,
                                                                       resourcesDirectory, error);
+}
+
+std::optional<KivStorageService::StagedFile>
+KivResourceStorageModule::stageData_withResourceFileName_inBatch_error(
+    const kiv::Data& data, std::string_view fileName, KivStorageService::Batch& batch,
+    std::optional<kiv::Error>* error) {
+  return batch.stage(data, fileName, resourcesDirectory, error);
 }
 
 void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view path,

@@ -10,6 +10,7 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/Value.h"
+#include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceConstants.h"
 
 /// The layout of the cache on disk: where resource files and the saved list are, and how a file
@@ -37,6 +38,11 @@ class KIV_EXPORT KivResourceStorageModule {
   /// allowed or the archive is not acceptable.
   static bool saveData_withResourceFileName_error(const kiv::Data& data, std::string_view fileName,
                                                   std::optional<kiv::Error>* error = nullptr);
+
+  /// Begins such a save as part of the batch: what is staged gets its name when it is committed.
+  static std::optional<KivStorageService::StagedFile> stageData_withResourceFileName_inBatch_error(
+      const kiv::Data& data, std::string_view fileName, KivStorageService::Batch& batch,
+      std::optional<kiv::Error>* error = nullptr);
 
   /// Removes the file at the absolute path; for the page of an unpacked archive, its whole
   /// directory. Failure is reported only through `error`. The page of an archive is recognised by
