@@ -287,8 +287,14 @@ class Comparison {
     if (a.isNumber() && b.isNumber()) return areNumbersEqual(a, b);
     if (a.kind() != b.kind()) return false;
     if (a.isString()) return a.stringView() == b.stringView();
-    if (a.isArray() || a.isDictionary()) waiting_.emplace_back(&a, &b);
+    if ((a.isArray() || a.isDictionary()) && !areOne(a, b)) waiting_.emplace_back(&a, &b);
     return true;
+  }
+
+  /// True for copies of one container, which share their contents.
+  static bool areOne(const Value& a, const Value& b) {
+    return a.isArray() ? a.array().begin() == b.array().begin()
+                       : a.dictionary().begin() == b.dictionary().begin();
   }
 
   static bool areNumbersEqual(const Value& a, const Value& b) {
@@ -324,7 +330,7 @@ class Comparison {
 
 }  // namespace
 
-bool operator==(const Value& a, const Value& b) noexcept {
+bool operator==(const Value& a, const Value& b) {
   return Comparison().areEqual(a, b);
 }
 
@@ -381,7 +387,7 @@ void Array::reserve(std::size_t capacity) {
   own().reserve(capacity);
 }
 
-bool operator==(const Array& a, const Array& b) noexcept {
+bool operator==(const Array& a, const Array& b) {
   return Comparison().areEqual(a, b);
 }
 
@@ -478,7 +484,7 @@ void Dictionary::remove(std::string_view key) {
   if (contains(key)) own().remove(key);
 }
 
-bool operator==(const Dictionary& a, const Dictionary& b) noexcept {
+bool operator==(const Dictionary& a, const Dictionary& b) {
   return Comparison().areEqual(a, b);
 }
 

@@ -146,7 +146,7 @@ class KIV_EXPORT Value {
 
   /// Compares contents. Numbers and booleans are equal if their numeric values are; the order of a
   /// dictionary's keys does not matter.
-  KIV_EXPORT friend bool operator==(const Value& a, const Value& b) noexcept;
+  KIV_EXPORT friend bool operator==(const Value& a, const Value& b);
 
  private:
   union Bits {
@@ -210,7 +210,7 @@ class KIV_EXPORT Array {
   void append(Value value);
   void reserve(std::size_t capacity);
 
-  KIV_EXPORT friend bool operator==(const Array& a, const Array& b) noexcept;
+  KIV_EXPORT friend bool operator==(const Array& a, const Array& b);
 
  private:
   friend class Value;
@@ -286,7 +286,7 @@ class KIV_EXPORT Dictionary {
   void reserve(std::size_t size);
   void remove(std::string_view key);
 
-  KIV_EXPORT friend bool operator==(const Dictionary& a, const Dictionary& b) noexcept;
+  KIV_EXPORT friend bool operator==(const Dictionary& a, const Dictionary& b);
 
  private:
   friend class Value;
