@@ -192,7 +192,7 @@ void KivResourceManager::saveChanges() {
   if (!listIsChanged_ && removals_->empty() && !savedList_->doubt()) return;
   kiv::SavedList::Access access(*savedList_, *loadedResources_);
   noteMerge();
-  if (listIsChanged_) listIsOutOfDate_ = !access.save();
+  if (listIsChanged_) listIsOutOfDate_ = !access.saveIfChanged();
   listIsChanged_ = false;
   if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
 }

@@ -172,6 +172,14 @@ Result<std::unique_ptr<FileLock>> SavedList::lock() {
 }
 
 bool SavedList::Access::save() {
+  return save(true);
+}
+
+bool SavedList::Access::saveIfChanged() {
+  return save(false);
+}
+
+bool SavedList::Access::save(bool evenIfSame) {
   if (!lock_) {
     list_.lastSaveError_ = lock_.error();
     return false;
@@ -182,6 +190,7 @@ bool SavedList::Access::save() {
     const auto dictionary = resource->resourceDictionary();
     dictionaries.append(dictionary ? *dictionary : Dictionary());
   }
+  if (!evenIfSame && list_.isSaved(dictionaries)) return true;
   Status status = list_.write(dictionaries);
   if (!status && status.error().domain == JSONErrorDomain) {
     list_.logUnwritable(registry_);
@@ -190,6 +199,11 @@ bool SavedList::Access::save() {
   }
   list_.lastSaveError_.reset();
   return std::move(status).reportTo(&list_.lastSaveError_);
+}
+
+/// False after a failed save, which may have put the new list in place without a sync.
+bool SavedList::isSaved(const Array& dictionaries) const {
+  return identity_ && !doubt_ && !lastSaveError_ && !isToBeRead() && dictionaries == base_;
 }
 
 Status SavedList::write(const Array& dictionaries) {

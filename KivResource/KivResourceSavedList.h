@@ -48,11 +48,15 @@ class SavedList {
 
     /// Writes the dictionaries of the registry as the list.
     bool save();
+    /// The same, unless the list on the disk is the same already.
+    bool saveIfChanged();
     /// True if no entry of the list on the disk is unknown to the registry, so that files which
     /// the registry does not use may be removed.
     [[nodiscard]] bool isCurrent() const noexcept { return lock_ && !list_.doubt_; }
 
    private:
+    bool save(bool evenIfSame);
+
     SavedList& list_;
     ResourceList& registry_;
     const Result<std::unique_ptr<FileLock>> lock_;  ///< An error if another process holds it.
@@ -68,6 +72,7 @@ class SavedList {
   /// Fails if another process holds the lock for too long.
   Result<std::unique_ptr<FileLock>> lock();
   [[nodiscard]] bool isToBeRead() const;
+  [[nodiscard]] bool isSaved(const Array& dictionaries) const;
   Status write(const Array& dictionaries);
   void logUnwritable(const ResourceList& registry);
   Status replaceUnreadable(const Array& dictionaries);

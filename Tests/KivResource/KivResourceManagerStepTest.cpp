@@ -1,6 +1,9 @@
 // When the list is saved, and that a resource is announced only after a list that contains it is on
 // disk.
 
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -52,6 +55,42 @@ TEST_F(KivResourceManagerStepTest, APassThatFindsItsFilesSavesTheListOnce) {
   EXPECT_EQ(saves(), 1);
   EXPECT_EQ(savedList().size(), 3U);
   EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "loaded c", "finished"));
+}
+
+TEST_F(KivResourceManagerStepTest, AListThatIsTheSameIsNotWrittenAgain) {
+  load({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
+  files.setFault(std::nullopt);
+  beginUpdate({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded b", "finished"));
+  for (const auto& operation : files.operations())
+    EXPECT_EQ(operation.kind, FileOperation::lock) << operation.path;
+  restart();
+  beginUpdate({banner("b", 1, "b.png"), banner("a", 1, "a.png")});
+  EXPECT_EQ(saves(), 0);
+  beginUpdate({banner("b", 1, "b.png")});
+  EXPECT_EQ(saves(), 1);
+}
+
+TEST_F(KivResourceManagerStepTest, AListThatWasRemovedOrChangedByOthersIsWrittenAgain) {
+  load({banner("a", 1, "a.png")});
+  std::filesystem::remove(listPath());
+  beginUpdate({banner("a", 1, "a.png")});
+  EXPECT_EQ(savedList().size(), 1U);
+  write(listPath(), "[]");
+  beginUpdate({plain("q", 1)});
+  EXPECT_EQ(savedList().size(), 1U);
+}
+
+TEST_F(KivResourceManagerStepTest, AListWhoseSyncFailedIsWrittenAgain) {
+  load({banner("a", 1, "a.png"), banner("b", 1, "b.png")});
+  files.setFailingOperation(FileOperation::synchronizeDirectory, EIO);
+  beginUpdate({banner("a", 1, "a.png")});
+  EXPECT_TRUE(manager->lastSaveError());
+  files.clearFailingOperation();
+  files.setFault(std::nullopt);
+  beginUpdate({banner("a", 1, "a.png")});
+  EXPECT_EQ(saves(), 1);
+  EXPECT_FALSE(manager->lastSaveError());
 }
 
 TEST_F(KivResourceManagerStepTest, AStepThatIsCalledAloneSavesAtItsEnd) {
