@@ -54,10 +54,10 @@ TEST(BatchSyncRuleTest, AFewFilesNeverPay) {
 }
 
 TEST(BatchSyncRuleTest, MoreFilesPayForMoreThatOthersHaveWritten) {
-  EXPECT_TRUE(pays(8, 8 * mebibyte - 1));
-  EXPECT_FALSE(pays(8, 8 * mebibyte));
-  EXPECT_TRUE(pays(1000, 999 * mebibyte));
-  EXPECT_FALSE(pays(1000, 1000 * mebibyte));
+  EXPECT_TRUE(pays(8, 32 * mebibyte - 1));
+  EXPECT_FALSE(pays(8, 32 * mebibyte));
+  EXPECT_TRUE(pays(1000, 3999 * mebibyte));
+  EXPECT_FALSE(pays(1000, 4000 * mebibyte));
   EXPECT_FALSE(pays(1'000'000, UINT64_MAX));
 }
 
