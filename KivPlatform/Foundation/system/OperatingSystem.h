@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,9 @@ void nameThisThread(const char* name) noexcept;
 /// thread, and on those that it starts, such a write is only an error. The TLS library writes
 /// without asking for that itself.
 void blockBrokenPipeSignalOnThisThread() noexcept;
+
+/// The processor time that this thread has used.
+std::chrono::nanoseconds processorTimeOfThisThread() noexcept;
 
 /// Boot ID: tells whether the computer has been restarted since a file was written without a sync.
 /// Empty if the system has none; two empty ones do not mean the same boot.

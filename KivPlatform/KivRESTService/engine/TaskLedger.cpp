@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/Mutex.h"
+#include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
 namespace kiv {
@@ -153,20 +154,20 @@ void TaskLedger::addJob() {
 /// A handler that throws ends the job, since the queue catches and logs that. The others are
 /// completed by the next job.
 void TaskLedger::runJob() {
-  const Time began = std::chrono::steady_clock::now();
+  const JobStart start{std::chrono::steady_clock::now(), system::processorTimeOfThisThread()};
   bool isCut = true;
   std::exception_ptr thrown;
   try {
-    isCut = !completeEnded(began + CompletionPace::longestJob);
+    isCut = !completeEnded(start.time + CompletionPace::longestJob);
   } catch (...) {
     thrown = std::current_exception();
   }
   // What the host does at the end of the job is part of its cost.
   try {
     DispatchQueue::atEndOfJob(
-        [self = shared_from_this(), began, isCut] { self->endJob(began, isCut); });
+        [self = shared_from_this(), start, isCut] { self->endJob(start, isCut); });
   } catch (const std::exception&) {  // out of memory
-    endJob(began, isCut);
+    endJob(start, isCut);
   }
   if (thrown) std::rethrow_exception(thrown);
 }
@@ -186,14 +187,15 @@ bool TaskLedger::completeEnded(Time deadline) {
   }
 }
 
-void TaskLedger::endJob(Time began, bool isCut) {
+void TaskLedger::endJob(JobStart start, bool isCut) {
+  const auto processorTime = system::processorTimeOfThisThread() - start.processorTime;
   bool isDue = false;
   bool isWaiting = false;
   {
     const MutexLock lock(mutex_);
     const Time now = std::chrono::steady_clock::now();
     hasJob_ = false;
-    pace_.jobEnded(began, now, isCut);
+    pace_.jobEnded({now - start.time, processorTime}, now, isCut);
     isDue = claimJob(now);
     isWaiting = !isDue && !ended_.empty();
   }

@@ -82,7 +82,12 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   [[nodiscard]] bool hasJob() const KIV_REQUIRES(mutex_);
   void addJob();
   void runJob();
-  void endJob(Time began, bool isCut);
+  /// When a job began, in real time and in its thread's processor time.
+  struct JobStart {
+    Time time;
+    Time::duration processorTime;
+  };
+  void endJob(JobStart start, bool isCut);
   bool completeEnded(Time deadline);
   void complete(Ended& ended);
   [[nodiscard]] EndedTasks listOf(TaskResults results);

@@ -1,6 +1,7 @@
 // Measured with 100 files of 50 KB over 5 Mbit/s into a list of 10,000 entries: completing each
 // file at once writes 277 MB, with 250 ms between two jobs it is 112 MB, with 1 s 35 MB. The pass
-// takes the same time.
+// takes the same time. The processor time tells how much is written, also where the disk is fast:
+// such a job takes 12 ms there, and a job with one file and a short list 0.3 ms.
 
 #include "KivPlatform/KivRESTService/policy/CompletionPace.h"
 
@@ -14,13 +15,16 @@ bool CompletionPace::isDue(const Waiting& waiting, Time now) const noexcept {
   return waiting.inFlight == 0 || areMany || now >= next_;
 }
 
-void CompletionPace::jobEnded(Time began, Time now, bool isCut) noexcept {
-  constexpr int pauseForCost = 20;
+void CompletionPace::jobEnded(Cost cost, Time now, bool isCut) noexcept {
+  constexpr int pauseForTime = 20;
+  constexpr int pauseForProcessorTime = 100;
   constexpr Time::duration shortest = std::chrono::milliseconds(3);
   constexpr Time::duration longest = std::chrono::seconds(1);
-  // A very long cost would overflow.
-  const Time::duration cost = std::min(now - began, longest);
-  next_ = isCut ? now : now + std::clamp(cost * pauseForCost, shortest, longest);
+  // A greater cost could overflow.
+  const Time::duration pause =
+      std::max(std::min(cost.time, longest) * pauseForTime,
+               std::min(cost.processorTime, longest) * pauseForProcessorTime);
+  next_ = isCut ? now : now + std::clamp(pause, shortest, longest);
 }
 
 }  // namespace kiv

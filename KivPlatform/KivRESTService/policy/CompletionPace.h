@@ -8,8 +8,8 @@ namespace kiv {
 
 /// Decides when tasks that have ended are completed. The consumer may do work once for all tasks of
 /// a job, such as a wait for the disk. So the more a job has cost, the longer the next one waits
-/// for more tasks: completing them takes about a twentieth of the time, and no task waits for more
-/// than a second.
+/// for more tasks: completing them takes at most a twentieth of the time and a hundredth of the
+/// processor, and no task waits for more than a second.
 class CompletionPace {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -32,9 +32,14 @@ class CompletionPace {
   /// When it will be, if nothing else changes.
   [[nodiscard]] Time next() const noexcept { return next_; }
 
+  struct Cost {
+    Time::duration time{};
+    Time::duration processorTime{};
+  };
+
   /// A job has ended. `isCut` means that it left tasks, since it has taken long enough: they do not
   /// wait.
-  void jobEnded(Time began, Time now, bool isCut) noexcept;
+  void jobEnded(Cost cost, Time now, bool isCut) noexcept;
 
  private:
   Time next_{};

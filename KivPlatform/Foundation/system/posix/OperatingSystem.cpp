@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <pthread.h>
@@ -50,6 +51,12 @@ void blockBrokenPipeSignalOnThisThread() noexcept {
   sigemptyset(&signals);
   sigaddset(&signals, SIGPIPE);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+std::chrono::nanoseconds processorTimeOfThisThread() noexcept {
+  timespec time{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 std::string bootID() {

@@ -14,7 +14,7 @@ class CompletionPaceTest : public testing::Test {
  protected:
   /// A job that took that long has just ended.
   void endJob(std::chrono::steady_clock::duration cost, bool isCut = false) {
-    pace_.jobEnded(now_ - cost, now_, isCut);
+    pace_.jobEnded({cost, {}}, now_, isCut);
   }
   [[nodiscard]] bool isDueAfter(std::chrono::steady_clock::duration time) const {
     return pace_.isDue({1, 1, 1}, now_ + time);
@@ -50,6 +50,15 @@ TEST_F(CompletionPaceTest, TheWaitIsNeitherVeryShortNorLong) {
     EXPECT_EQ(pace_.next(), now_ + seconds(1));
   }
   endJob(CompletionPace::Time::duration::max() / 2);
+  EXPECT_EQ(pace_.next(), now_ + seconds(1));
+}
+
+TEST_F(CompletionPaceTest, ATaskWaitsAHundredTimesTheProcessorTimeOfTheLastJob) {
+  pace_.jobEnded({milliseconds(4), milliseconds(2)}, now_, false);
+  EXPECT_EQ(pace_.next(), now_ + milliseconds(200));
+  pace_.jobEnded({milliseconds(40), milliseconds(1)}, now_, false);
+  EXPECT_EQ(pace_.next(), now_ + milliseconds(800));
+  pace_.jobEnded({milliseconds(40), CompletionPace::Time::duration::max()}, now_, false);
   EXPECT_EQ(pace_.next(), now_ + seconds(1));
 }
 
