@@ -22,7 +22,7 @@ class CompletionPace {
 
   /// Tasks of a host that does nothing else are completed by jobs of this length, so that its other
   /// jobs come in between.
-  static constexpr std::chrono::milliseconds longestJob{25};
+  static constexpr std::chrono::milliseconds longestJob{15};
   static constexpr std::size_t manyTasks = 512;
   /// Less than TransferSettings::largestPendingBytes, at which no transfer starts.
   static constexpr std::int64_t manyBytes = 3 * 1024 * 1024;
