@@ -40,12 +40,27 @@ bool setConnectionOptions(void* handle, const TransferSettings& settings) {
          setProxy(handle, settings);
 }
 
+/// libcurl keeps the parsed authorities for further connections only if all of them come from one
+/// file. Distributions have it look into a directory as well, which holds the same ones again, and
+/// which would be trusted beside the host's file. Without a file the directory stays: it may be all
+/// that there is.
+bool setAuthoritiesDirectory(void* handle, const TransferSettings& settings) {
+  char* systemsFile = nullptr;
+  const bool isKnown = curl_easy_getinfo(handle, CURLINFO_CAINFO, &systemsFile) == CURLE_OK;
+  if (settings.certificateAuthoritiesPath.empty() && !(isKnown && systemsFile)) return true;
+  constexpr const char* none = nullptr;
+  const CURLcode result = curl_easy_setopt(handle, CURLOPT_CAPATH, none);
+  // Some TLS libraries know no directories.
+  return result == CURLE_OK || result == CURLE_NOT_BUILT_IN || result == CURLE_UNKNOWN_OPTION;
+}
+
 bool setSecurityOptions(void* handle, const TransferSettings& settings) {
   const std::string& authorities = settings.certificateAuthoritiesPath;
   return setOption(handle, CURLOPT_SSL_VERIFYPEER, 1L) &&
          setOption(handle, CURLOPT_SSL_VERIFYHOST, 2L) &&
          setOption(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2)) &&
-         (authorities.empty() || setOption(handle, CURLOPT_CAINFO, authorities.c_str()));
+         (authorities.empty() || setOption(handle, CURLOPT_CAINFO, authorities.c_str())) &&
+         setAuthoritiesDirectory(handle, settings);
 }
 
 }  // namespace

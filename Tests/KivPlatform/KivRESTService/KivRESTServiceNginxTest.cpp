@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -100,6 +102,36 @@ TEST_F(KivRESTServiceNginx, ACertificateThatHasExpiredIsRefused) {
   trust(server);
   expectRefused(server.secureURL("/file"), "the certificate of \"127.0.0.1\" has expired.");
   EXPECT_EQ(server.stopAndTakeLog(), "");
+}
+
+/// Reading the system's authorities costs more than the handshake, so each thread does it once. The
+/// file is removed here, so that a connection which reads it again fails.
+TEST_F(KivRESTServiceNginx, FurtherConnectionsDoNotReadTheAuthoritiesAgain) {
+  NginxServer server("keepalive_timeout 0;");
+  server.addFile("file", "contents");
+  const std::string authorities = directory_.path("authorities.pem");
+  std::filesystem::copy_file(server.certificatePath(), authorities);
+  settings_.certificateAuthoritiesPath = authorities;
+  settings_.threads = 1;
+  ASSERT_EQ(loaded(server.secureURL("/file")).body(), "contents");
+  std::filesystem::remove(authorities);
+  const Load load = loaded(server.secureURL("/file"));
+  EXPECT_EQ(load.body(), "contents") << load.message();
+}
+
+TEST_F(KivRESTServiceNginx, ACertificateIsRefusedThoughTheClientTrustsAnotherServer) {
+  NginxServer server("keepalive_timeout 0;");
+  NginxServer other;
+  server.addFile("file", "contents");
+  other.addFile("file", "contents");
+  trust(server);
+  settings_.threads = 1;
+  for (int count = 0; count < 2; ++count) {
+    EXPECT_EQ(loaded(server.secureURL("/file")).body(), "contents");
+    expectRefused(other.secureURL("/file"),
+                  "the certificate of \"127.0.0.1\" is signed by itself, and not trusted here.");
+  }
+  EXPECT_EQ(other.stopAndTakeLog(), "");
 }
 
 TEST_F(KivRESTServiceNginx, HTTP2IsSpokenWhereTheHostWantsIt) {
