@@ -179,6 +179,26 @@ TEST_F(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
   EXPECT_NE(server.stopAndTakeLog().find(" 200 HTTP/2.0"), std::string::npos);
 }
 
+/// More files than transfers, so that handles are reused while others use their connection.
+TEST_F(KivRESTServiceNginx, ManyFilesOverHTTP2AllArrive) {
+  NginxServer server;
+  server.addFile("file", patternedBytes(50'000));
+  trust(server);
+  settings_.http2 = true;
+  std::vector<Load> loads;
+  for (std::size_t number = 0; number < 200; ++number)
+    loads.emplace_back(client(), server.secureURL("/file?" + std::to_string(number)));
+  for (const Load& load : loads) {
+    ASSERT_TRUE(load.waitForEnd());
+    EXPECT_TRUE(load.body() == patternedBytes(50'000)) << load.message();
+    EXPECT_EQ(load.task()->metrics().tries, 1);
+  }
+  endClient();
+  const auto log = server.stopAndTakeLog();
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 200);
+  EXPECT_EQ(log.find("HTTP/1.1"), std::string::npos);
+}
+
 TEST_F(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
   NginxServer server;
   server.addFile("file", "contents");
