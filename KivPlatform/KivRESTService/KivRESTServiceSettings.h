@@ -74,7 +74,8 @@ struct KivRESTServiceSettings {
   std::string certificateAuthoritiesPath;
   /// The User-Agent header.
   std::string userAgent = "KivRESTService/1.0";
-  /// Offers HTTP/2 to https servers. Off by default: the oldest supported libcurl sometimes accepts
-  /// an incomplete HTTP/2 body, and reuses a connection that has stalled.
+  /// Offers HTTP/2 to https servers. A body that HTTP/2 does not deliver whole, or without a
+  /// length, is requested again over HTTP/1.1. Off by default: many files wait together for the
+  /// time-out of a shared connection that has stalled.
   bool http2 = false;
 };

@@ -13,6 +13,7 @@ namespace kiv {
 namespace {
 
 static_assert(resultOfTimeOut == CURLE_OPERATION_TIMEDOUT);
+static_assert(resultOfCutBody == CURLE_PARTIAL_FILE);
 
 bool isTLSFailure(int result) noexcept {
   switch (result) {
@@ -151,6 +152,19 @@ KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept {
 
     default:
       return isTLSFailure(result) ? Code::secureConnectionFailed : Code::unknown;
+  }
+}
+
+bool isEndOfHTTP2Connection(int result) noexcept {
+  switch (result) {
+    case CURLE_HTTP2:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+      return true;
+    default:
+      return false;
   }
 }
 

@@ -10,10 +10,16 @@ namespace kiv {
 
 /// libcurl's result code for a time-out.
 inline constexpr int resultOfTimeOut = 28;
+/// libcurl's result code for a body that the end of the connection has cut.
+inline constexpr int resultOfCutBody = 18;
 
 /// Maps libcurl's result codes to transfer errors. Codes that do not concern HTTP, and those of
 /// later versions, are `unknown`.
 KIV_EXPORT KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept;
+
+/// True if a request over HTTP/2 gets that result when its connection, not just its stream, has
+/// ended.
+KIV_EXPORT bool isEndOfHTTP2Connection(int result) noexcept;
 
 /// Says why libcurl has rejected a server's certificate, as a clause for an error's message.
 /// `detail` is libcurl's message, which depends on its TLS library, and `verifyResult` that

@@ -30,10 +30,8 @@ bool setProxy(void* handle, const TransferSettings& settings) {
 }
 
 bool setConnectionOptions(void* handle, const TransferSettings& settings) {
-  const long version = settings.http2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
   const auto connectTimeout = static_cast<long>(settings.connectTimeout.count());
-  return setOption(handle, CURLOPT_HTTP_VERSION, version) &&
-         setOption(handle, CURLOPT_CONNECTTIMEOUT_MS, connectTimeout) &&
+  return setOption(handle, CURLOPT_CONNECTTIMEOUT_MS, connectTimeout) &&
          setOption(handle, CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(settings.stallSpeed)) &&
          setOption(handle, CURLOPT_LOW_SPEED_TIME,
                    static_cast<long>(settings.stallTimeout.count())) &&

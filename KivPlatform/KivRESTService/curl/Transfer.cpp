@@ -36,9 +36,10 @@ bool mayBeTheServersFault(Code code) noexcept {
 }  // namespace
 
 Transfer::Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool,
-                   BodyBuffers& buffers, std::int64_t readSize, EasyHandle handle)
+                   BodyBuffers& buffers, std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle)
     : settings_(settings),
       readSize_(readSize),
+      mayUseHTTP2_(mayUseHTTP2),
       handle_(std::move(handle)),
       url_(url),
       sink_(std::move(url), spool, buffers, settings.largestBodyInMemory),
@@ -59,9 +60,8 @@ std::optional<TransferOutcome> Transfer::prepare() {
 
 void Transfer::startOver() {
   using Protocols = ResponseCheck::Protocols;
-  const bool mayBeHTTP2 = settings_.http2 && url_.scheme() == "https";
   check_.emplace(settings_.largestBody, range_,
-                 mayBeHTTP2 ? Protocols::http1AndHTTP2 : Protocols::http1, openEnds());
+                 offersHTTP2() ? Protocols::http1AndHTTP2 : Protocols::http1, openEnds());
   bodyHasBegun_ = false;
   isTooSlow_ = false;
   noteLengths();
@@ -82,7 +82,7 @@ void Transfer::noteLengths() noexcept {
 }
 
 bool Transfer::setOptions() {
-  return setRequest() && setRange() && redirectGuard_.setOptions(handle_.get());
+  return setRequest() && setVersion() && setRange() && redirectGuard_.setOptions(handle_.get());
 }
 
 /// Sets or resets all options that an earlier transfer may have set on the handle.
@@ -102,6 +102,13 @@ bool Transfer::setRequest() {
          setOption(handle, CURLOPT_XFERINFODATA, this) && setOption(handle, CURLOPT_RANGE, none) &&
          setOption(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) &&
          setOption(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
+}
+
+/// With HTTP/2 a request waits for a connection that is being made, since it may share that.
+bool Transfer::setVersion() {
+  const long version = offersHTTP2() ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
+  return setOption(handle_.get(), CURLOPT_HTTP_VERSION, version) &&
+         setOption(handle_.get(), CURLOPT_PIPEWAIT, offersHTTP2() ? 1L : 0L);
 }
 
 /// Requests the rest of the kept part; If-Range makes the server send the whole file if it has
@@ -178,6 +185,17 @@ std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
   return expected == unknown ? std::nullopt : std::optional(expected);
 }
 
+bool Transfer::isStreamOf(long localPort) const {
+  return offersHTTP2() && check_->mayBeHTTP2() &&
+         info<long>(handle_.get(), CURLINFO_LOCAL_PORT) == localPort;
+}
+
+std::optional<long> Transfer::endedConnection(int result) const {
+  const auto port = info<long>(handle_.get(), CURLINFO_LOCAL_PORT);
+  if (port <= 0 || !isEndOfHTTP2Connection(result) || !isStreamOf(port)) return std::nullopt;
+  return port;
+}
+
 std::optional<AttemptResult> Transfer::finish(int result) {
   auto ended = outcome(result);
   if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
@@ -218,11 +236,20 @@ void Transfer::describe(AttemptResult& tried) {
   tried.wasReached = redirects_ > 0 || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
   tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
   if (!succeeded) settlePart(tried);
+  tried.cameOverHTTP2 = succeeded && check_->mayBeHTTP2();
+  tried.failedOverHTTP2 = hasFailedOverHTTP2(tried);
   tried.retryAfter = check_->retryAfter();
   tried.resumedBytes = succeeded ? sink_.resumed() : 0;
   tried.endedWithConnection = succeeded && check_->endsWithConnection();
   tried.timeToFirstByte =
       std::chrono::microseconds(info<curl_off_t>(handle, CURLINFO_STARTTRANSFER_TIME_T));
+}
+
+/// libcurl does not say of which version a connection was that gave no response.
+bool Transfer::hasFailedOverHTTP2(const AttemptResult& tried) const {
+  if (!offersHTTP2() || !tried.wasReached || !check_->mayBeHTTP2()) return false;
+  const auto code = tried.errorCode();
+  return code && (isRetryable(*code) || code == Code::malformedResponse);
 }
 
 /// Decides what a failed attempt keeps of the file, and what the next one requests. A server that
@@ -259,6 +286,8 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
 /// closing the connection, or the bytes may belong to the response before.
 bool Transfer::mayBeTheConnectionsFault(const TransferOutcome& ended) const {
   if (isOnFreshConnection_ || bodyHasBegun_ || !ended.error) return false;
+  // All streams of an HTTP/2 connection would ask for one of their own.
+  if (offersHTTP2() && check_->mayBeHTTP2()) return false;
   const auto code = static_cast<Code>(ended.error->code);
   const bool isLost = code == Code::connectionLost && !check_->hasHeaders();
   if (!isLost && code != Code::malformedResponse) return false;

@@ -23,9 +23,10 @@ namespace kiv {
 class Transfer {
  public:
   /// `handle` is a reused one of the same client, or empty. `settings`, `spool` and `buffers` must
-  /// outlive the transfer. `readSize` is the receive buffer size.
+  /// outlive the transfer. `readSize` is the receive buffer size, and `mayUseHTTP2` whether HTTP/2
+  /// is offered to https servers.
   Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool, BodyBuffers& buffers,
-           std::int64_t readSize, EasyHandle handle);
+           std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -48,6 +49,11 @@ class Transfer {
   void keepPart() { sink_.keep(); }
   /// Marks the request, which ends with a time-out, as too slow.
   void noteTooSlow() noexcept { isTooSlow_ = true; }
+  /// True if the handle's request may be a stream of the HTTP/2 connection with that local port.
+  [[nodiscard]] bool isStreamOf(long localPort) const;
+  /// To be called before finish(): the local port of the HTTP/2 connection that has ended, if that
+  /// is what the result code says.
+  [[nodiscard]] std::optional<long> endedConnection(int result) const;
   /// To be called when the handle has run, with its result code. Nothing if another request
   /// follows, for a redirect or on a fresh connection: handle(), which may have changed, is then
   /// ready to run.
@@ -73,7 +79,9 @@ class Transfer {
   void startOver();
   [[nodiscard]] ResponseCheck::OpenEnds openEnds() const;
   bool setOptions();
+  [[nodiscard]] bool offersHTTP2() const { return mayUseHTTP2_ && url_.scheme() == "https"; }
   bool setRequest();
+  bool setVersion();
   bool setRange();
   void noteLengths() noexcept;
   bool takeHeaderLine(std::string_view line);
@@ -84,6 +92,7 @@ class Transfer {
   [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
   std::optional<TransferOutcome> askOnFreshConnection();
   void describe(AttemptResult& tried);
+  [[nodiscard]] bool hasFailedOverHTTP2(const AttemptResult& tried) const;
   void settlePart(AttemptResult& tried);
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
@@ -94,6 +103,7 @@ class Transfer {
 
   const TransferSettings& settings_;
   const std::int64_t readSize_;
+  const bool mayUseHTTP2_;
   std::array<char, 256> message_{};  // libcurl's own, of what went wrong
   EasyHandle handle_;
   HeaderList headers_;

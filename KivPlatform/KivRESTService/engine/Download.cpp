@@ -37,6 +37,11 @@ std::vector<std::size_t> Download::placesToTry(const std::string& name, Time now
 }
 
 void Download::record(AttemptResult result, RetryPolicy& policy, Time now) {
+  if (result.failedOverHTTP2) mayUseHTTP2 = false;
+  if (result.isRepeatedOverHTTP1()) {
+    --metrics.tries;
+    return;
+  }
   metrics.timeToFirstByte = result.timeToFirstByte;
   if (result.outcome.body) {
     metrics.resumedBytes = result.resumedBytes;

@@ -63,6 +63,7 @@ struct KIV_EXPORT Download {
   State state = State::waiting;
   TransferPlan plan;
   Time notBefore{};                    ///< The earliest start of the next attempt.
+  bool mayUseHTTP2 = true;             ///< Until it has failed for this file.
   std::size_t server = 0;              ///< Index of the current or last attempt's URL.
   std::unique_ptr<Transfer> transfer;  ///< While running.
   TransferWorker* worker = nullptr;    ///< While running.

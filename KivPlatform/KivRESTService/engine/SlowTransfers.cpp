@@ -4,6 +4,7 @@
 #include <functional>
 #include <utility>
 
+#include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 #include "KivPlatform/KivRESTService/engine/Download.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
@@ -20,7 +21,7 @@ void TransferScheduler::endSlow(TransferWorker& worker) {
   const Predicate overdue = [&](Download& download) { return isOverdue(download, now); };
   while (Download* const download = worker.findRunning(overdue)) {
     download->transfer->keepPart();
-    worker.stop(*download);
+    worker.stop(*download, resultOfTimeOut);
     endAttempt(worker, *download, giveUp(*download));
   }
   const Predicate tooSlow = [&](Download& download) { return isTooSlow(download, now); };
@@ -40,7 +41,7 @@ bool TransferScheduler::isTooSlow(Download& download, Time now) {
 void TransferScheduler::endAsTooSlow(TransferWorker& worker, Download& download) {
   download.transfer->keepPart();
   download.transfer->noteTooSlow();
-  finish(worker, worker.stop(download));
+  finish(worker, worker.stop(download, resultOfTimeOut));
 }
 
 /// True for a slow transfer in whose slot a waiting download could start.
@@ -79,7 +80,7 @@ std::size_t TransferScheduler::olderThan(const Download& download, bool onItsSer
 void TransferScheduler::giveWay(TransferWorker& worker, Download& download) {
   noteReached(download.servers[download.server]);
   download.transfer->keepPart();
-  worker.stop(download);
+  worker.stop(download, resultOfTimeOut);
   stopRunning(worker, download);
   ++download.metrics.timesGivenWay;
   download.state = Download::State::waiting;

@@ -196,8 +196,9 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
   if (const auto objection = validateURL(url); !objection.empty()) {
     return failure(Code::unsupportedURL, url, objection);
   }
-  download.transfer = std::make_unique<Transfer>(url, settings_, spool_, *buffers_,
-                                                 readSize_.bytes(), worker.takeSpareHandle());
+  download.transfer =
+      std::make_unique<Transfer>(url, settings_, spool_, *buffers_, readSize_.bytes(),
+                                 mayUseHTTP2(download), worker.takeSpareHandle());
   if (auto problem = download.transfer->prepare()) return problem;
   worker.assign(download);
   download.worker = &worker;
@@ -259,8 +260,11 @@ void TransferScheduler::runAssigned(TransferWorker& worker) {
 void TransferScheduler::finishEnded(TransferWorker& worker) {
   noteAnswers();
   if (budget_.isLimited()) budget_.spend(worker.takeBytesCome(), Clock::now());
-  for (const auto& ended : worker.takeEnded())
+  for (const auto& ended : worker.takeEnded()) {
+    const auto connection = ended.download.transfer->endedConnection(ended.result);
     finish(worker, ended);
+    if (connection) finishStreamsOf(worker, *connection);
+  }
 }
 
 void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::Ended& ended) {
@@ -294,6 +298,7 @@ void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const bool wasProbe = isProbing(download);
   noteHealth(download, result, now);
   if (wasProbe) endProbe(server, result, now);
+  noteHTTP2(download, result, now);
   download.record(std::move(result), policy_, now);
   advance(download);
 }

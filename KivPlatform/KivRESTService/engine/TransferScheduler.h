@@ -19,6 +19,7 @@
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
+#include "KivPlatform/KivRESTService/policy/HTTP2Trust.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
@@ -113,6 +114,7 @@ class TransferScheduler {
   void shareBandwidth();
 
   void finish(TransferWorker& worker, const TransferWorker::Ended& ended);
+  void finishStreamsOf(TransferWorker& worker, long connection);
   void endAttempt(TransferWorker& worker, Download& download, AttemptResult result);
   void stopRunning(TransferWorker& worker, Download& download);
   void endAsTooSlow(TransferWorker& worker, Download& download);
@@ -132,6 +134,8 @@ class TransferScheduler {
   void noteAnswers();
   void noteReached(const std::string& server);
   void noteHealth(const Download& download, const AttemptResult& result, Time now);
+  [[nodiscard]] bool mayUseHTTP2(const Download& download) const;
+  void noteHTTP2(const Download& download, const AttemptResult& result, Time now);
   void endProbe(const std::string& server, AttemptResult& result, Time now);
   [[nodiscard]] bool isLeftTo(const Download& download, const std::string& server, Time now) const;
   [[nodiscard]] std::vector<Download*> leftTo(const std::string& server, Time now) const;
@@ -144,6 +148,7 @@ class TransferScheduler {
   SpoolDirectory spool_;
   const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
+  HTTP2Trust http2Trust_;
   RetryPolicy policy_;
   SpeedPolicy speeds_;
   BandwidthBudget budget_;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <thread>
 
-#include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 #include "KivPlatform/KivRESTService/engine/Download.h"
 
@@ -123,11 +122,11 @@ Download* TransferWorker::findRunning(const std::function<bool(Download&)>& pred
   return found == running_.end() ? nullptr : found->second;
 }
 
-TransferWorker::Ended TransferWorker::stop(Download& download) {
+TransferWorker::Ended TransferWorker::stop(Download& download, int result) {
   void* const handle = download.transfer->handle();
   running_.erase(handle);
   multiHandle_->remove(handle);
-  return {download, resultOfTimeOut};
+  return {download, result};
 }
 
 std::vector<Download*> TransferWorker::takeRunning() {

@@ -83,8 +83,8 @@ class TransferWorker {
   std::vector<Ended> takeEnded();
   /// A running download for which the predicate holds, or nullptr.
   [[nodiscard]] Download* findRunning(const std::function<bool(Download&)>& predicate) const;
-  /// Stops a running download with the result that libcurl gives after a time-out.
-  Ended stop(Download& download);
+  /// Stops a running download, which then has ended with that result of libcurl.
+  Ended stop(Download& download, int result);
   /// Stops all running downloads.
   std::vector<Download*> takeRunning();
   void limitSpeeds(std::int64_t bytesPerSecond);

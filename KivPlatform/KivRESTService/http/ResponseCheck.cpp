@@ -265,6 +265,11 @@ bool ResponseCheck::checkFile() {
                   "the server's response has a content coding that was not asked for");
   }
   if (fileLength() && *fileLength() > largestBody_) return refuse(Code::bodyTooLarge, {});
+  // libcurl reports success for a stream that the server has reset with NO_ERROR.
+  if (isHTTP2_ && !length_) {
+    return refuse(Code::malformedResponse,
+                  "the server's response over HTTP/2 does not tell its length");
+  }
   return checkEnd();
 }
 

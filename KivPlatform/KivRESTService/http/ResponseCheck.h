@@ -86,6 +86,8 @@ class KIV_EXPORT ResponseCheck {
   /// useless. Such a response is rejected.
   [[nodiscard]] bool deniesRange() const noexcept { return deniesRange_; }
   [[nodiscard]] int status() const noexcept { return status_; }
+  /// True if the status line, as far as there is one, is not that of HTTP/1.
+  [[nodiscard]] bool mayBeHTTP2() const noexcept { return status_ == 0 || isHTTP2_; }
   /// The Location of a redirect, unparsed; empty if there is none.
   [[nodiscard]] std::string_view location() const noexcept {
     return location_ ? std::string_view(*location_) : std::string_view();

@@ -50,6 +50,16 @@ struct AttemptResult {
   bool startsOver = false;
   /// A range request got nothing of the range: the next attempt asks for the whole file.
   bool restFailed = false;
+  /// A whole body came over HTTP/2.
+  bool cameOverHTTP2 = false;
+  /// The request was offered to HTTP/2, and its transport failed: the file is requested over
+  /// HTTP/1.1 from now on.
+  bool failedOverHTTP2 = false;
+  /// True if the next request is part of the same attempt. A body torn over HTTP/2 may be the fault
+  /// of another stream. But an attempt that has used up its time counts.
+  [[nodiscard]] bool isRepeatedOverHTTP1() const {
+    return failedOverHTTP2 && errorCode() != KivRESTServiceErrorCode::timedOut;
+  }
   /// The server's Retry-After.
   std::optional<std::chrono::milliseconds> retryAfter;
 

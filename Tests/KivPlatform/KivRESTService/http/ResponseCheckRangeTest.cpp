@@ -166,11 +166,31 @@ TEST(ResponseCheckHTTP2, IsTakenOnlyWhereItWasOffered) {
   ResponseCheck without(1000);
   EXPECT_FALSE(feed(without, {"HTTP/2 200 "}));
   ResponseCheck with(1000, std::nullopt, ResponseCheck::Protocols::http1AndHTTP2);
-  ASSERT_TRUE(feed(with, {"HTTP/2 200 "}));
+  ASSERT_TRUE(feed(with, {"HTTP/2 200 ", "content-length: 1"}));
   EXPECT_TRUE(with.isFile());
-  EXPECT_FALSE(with.endsWithConnection()) << "the protocol marks the end";
+  EXPECT_TRUE(with.mayBeHTTP2());
   ResponseCheck http1(1000, std::nullopt, ResponseCheck::Protocols::http1AndHTTP2);
   EXPECT_TRUE(feed(http1, {"HTTP/1.1 200 OK", "Content-Length: 1"}));
+  EXPECT_FALSE(http1.mayBeHTTP2());
+}
+
+/// Whether a stream was ended or reset with NO_ERROR cannot be told from libcurl's result.
+TEST(ResponseCheckHTTP2, ABodyNeedsALength) {
+  ResponseCheck whole(1000, std::nullopt, ResponseCheck::Protocols::http1AndHTTP2);
+  EXPECT_FALSE(feed(whole, {"HTTP/2 200 "}));
+  const RangeAsked asked{5, 10, {"\"1\"", {}}};
+  ResponseCheck rest(1000, asked, ResponseCheck::Protocols::http1AndHTTP2);
+  EXPECT_FALSE(feed(rest, {"HTTP/2 206 ", "content-range: bytes 5-9/10", "etag: \"1\""}));
+  EXPECT_EQ(rest.problem()->code, KivRESTServiceErrorCode::malformedResponse);
+  EXPECT_FALSE(rest.deniesRange());
+  ResponseCheck restOfLength(1000, asked, ResponseCheck::Protocols::http1AndHTTP2);
+  EXPECT_TRUE(feed(restOfLength, {"HTTP/2 206 ", "content-range: bytes 5-9/10", "etag: \"1\"",
+                                  "content-length: 5"}));
+}
+
+TEST(ResponseCheckHTTP2, AnErrorPageNeedsNoLength) {
+  ResponseCheck check(1000, std::nullopt, ResponseCheck::Protocols::http1AndHTTP2);
+  EXPECT_TRUE(feed(check, {"HTTP/2 404 "}));
 }
 
 }  // namespace
