@@ -14,7 +14,8 @@ struct KivRESTServiceSettings {
   // --- How much at one time ---
 
   /// Transfers that run at one time, at most six of them with one server (host and port); the other
-  /// tasks wait. At least one runs.
+  /// tasks wait. At least one runs. On a line with long round trips up to 24 run with a server, or
+  /// 96 over HTTP/2, and as many more in all; not if this is less than six, or with a `bandwidth`.
   std::size_t parallelTransfers = 6;
   /// Threads that move bytes, each for its share of the transfers; at least one. The second thread
   /// starts with the second simultaneous transfer. More than one helps where the network is faster

@@ -236,6 +236,7 @@ void Transfer::describe(AttemptResult& tried) {
   tried.wasReached = redirects_ > 0 || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
   tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
   if (!succeeded) settlePart(tried);
+  if (succeeded && redirects_ == 0) describeLine(tried);
   tried.cameOverHTTP2 = succeeded && check_->mayBeHTTP2();
   tried.failedOverHTTP2 = hasFailedOverHTTP2(tried);
   tried.retryAfter = check_->retryAfter();
@@ -243,6 +244,16 @@ void Transfer::describe(AttemptResult& tried) {
   tried.endedWithConnection = succeeded && check_->endsWithConnection();
   tried.timeToFirstByte =
       std::chrono::microseconds(info<curl_off_t>(handle, CURLINFO_STARTTRANSFER_TIME_T));
+}
+
+void Transfer::describeLine(AttemptResult& tried) const {
+  using std::chrono::microseconds;
+  const auto time = [&](CURLINFO which) {
+    return microseconds(info<curl_off_t>(handle_.get(), which));
+  };
+  tried.transfer = time(CURLINFO_TOTAL_TIME_T) - time(CURLINFO_PRETRANSFER_TIME_T);
+  if (info<long>(handle_.get(), CURLINFO_NUM_CONNECTS) == 0) return;
+  tried.handshake = time(CURLINFO_CONNECT_TIME_T) - time(CURLINFO_NAMELOOKUP_TIME_T);
 }
 
 /// libcurl does not say of which version a connection was that gave no response.

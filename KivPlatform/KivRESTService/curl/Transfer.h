@@ -92,6 +92,7 @@ class Transfer {
   [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
   std::optional<TransferOutcome> askOnFreshConnection();
   void describe(AttemptResult& tried);
+  void describeLine(AttemptResult& tried) const;
   [[nodiscard]] bool hasFailedOverHTTP2(const AttemptResult& tried) const;
   void settlePart(AttemptResult& tried);
   TransferOutcome finishBody();

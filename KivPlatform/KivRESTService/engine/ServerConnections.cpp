@@ -1,6 +1,7 @@
-// How the scheduler uses the connections to a server: over which version of HTTP, and
+// How the scheduler uses the connections to a server: how many, over which version of HTTP, and
 // what follows if a shared one ends.
 
+#include <algorithm>
 #include <functional>
 
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
@@ -9,6 +10,39 @@
 #include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
 
 namespace kiv {
+
+namespace {
+
+/// True for a failure that may come from too many connections or requests.
+bool mayComeFromTooMany(const AttemptResult& result) {
+  const auto status = result.outcome.status.value_or(0);
+  const auto code = result.errorCode();
+  return status == 429 || status == 503 || (code && isRetryable(*code)) || result.failedOverHTTP2;
+}
+
+}  // namespace
+
+std::size_t TransferScheduler::placesAt(const std::string& server) const {
+  const auto found = places_.find(server);
+  return found == places_.end() ? ParallelPlaces(settings_).count() : found->second.count();
+}
+
+/// Servers with a long round trip get further places beside those that all of them share.
+std::size_t TransferScheduler::placesInAll() const noexcept {
+  return std::max<std::size_t>(1, settings_.parallelTransfers) + furtherPlaces_;
+}
+
+void TransferScheduler::noteLine(const Download& download, const AttemptResult& result) {
+  const std::string& server = download.servers[download.server];
+  ParallelPlaces& places = places_.try_emplace(server, settings_).first->second;
+  furtherPlaces_ -= places.count() - places.least();
+  using Version = ParallelPlaces::Version;
+  const auto version = result.cameOverHTTP2 ? Version::http2 : Version::http1;
+  if (result.handshake) places.noteHandshake(*result.handshake);
+  if (result.transfer) places.noteTransfer(*result.transfer, version);
+  if (mayComeFromTooMany(result)) places.noteTrouble();
+  furtherPlaces_ += places.count() - places.least();
+}
 
 bool TransferScheduler::mayUseHTTP2(const Download& download) const {
   return settings_.http2 && download.mayUseHTTP2 &&

@@ -61,10 +61,9 @@ bool TransferScheduler::couldStartAfter(const Download& download, Download& wait
   const std::string& server = waiting.servers[step->server];
   if (!hasFreePlaceAt(server)) {
     return server == download.servers[download.server] &&
-           SpeedPolicy::mayGiveWay(olderThan(download, true), settings_.parallelTransfersPerHost);
+           SpeedPolicy::mayGiveWay(olderThan(download, true), placesAt(server));
   }
-  return !hasFreePlace() &&
-         SpeedPolicy::mayGiveWay(olderThan(download, false), settings_.parallelTransfers);
+  return !hasFreePlace() && SpeedPolicy::mayGiveWay(olderThan(download, false), placesInAll());
 }
 
 /// The number of running downloads, of all or with the same server, that began earlier.

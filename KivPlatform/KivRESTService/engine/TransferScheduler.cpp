@@ -126,13 +126,12 @@ void TransferScheduler::startWaiting() {
 }
 
 bool TransferScheduler::hasFreePlace() const noexcept {
-  return running_.size() < std::max<std::size_t>(1, settings_.parallelTransfers);
+  return running_.size() < placesInAll();
 }
 
 bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
   const auto busy = runningPerServer_.find(server);
-  return busy == runningPerServer_.end() ||
-         busy->second < std::max<std::size_t>(1, settings_.parallelTransfersPerHost);
+  return busy == runningPerServer_.end() || busy->second < placesAt(server);
 }
 
 /// True while the bandwidth budget is overdrawn and downloads are waiting.
@@ -298,6 +297,7 @@ void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const bool wasProbe = isProbing(download);
   noteHealth(download, result, now);
   if (wasProbe) endProbe(server, result, now);
+  noteLine(download, result);
   noteHTTP2(download, result, now);
   download.record(std::move(result), policy_, now);
   advance(download);

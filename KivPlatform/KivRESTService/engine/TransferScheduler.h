@@ -21,6 +21,7 @@
 #include "KivPlatform/KivRESTService/partial/SpoolDirectory.h"
 #include "KivPlatform/KivRESTService/policy/HTTP2Trust.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
+#include "KivPlatform/KivRESTService/policy/ParallelPlaces.h"
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
@@ -135,6 +136,9 @@ class TransferScheduler {
   void noteReached(const std::string& server);
   void noteHealth(const Download& download, const AttemptResult& result, Time now);
   [[nodiscard]] bool mayUseHTTP2(const Download& download) const;
+  [[nodiscard]] std::size_t placesAt(const std::string& server) const;
+  [[nodiscard]] std::size_t placesInAll() const noexcept;
+  void noteLine(const Download& download, const AttemptResult& result);
   void noteHTTP2(const Download& download, const AttemptResult& result, Time now);
   void endProbe(const std::string& server, AttemptResult& result, Time now);
   [[nodiscard]] bool isLeftTo(const Download& download, const std::string& server, Time now) const;
@@ -149,6 +153,8 @@ class TransferScheduler {
   const std::shared_ptr<BodyBuffers> buffers_;
   HostHealth health_;
   HTTP2Trust http2Trust_;
+  std::map<std::string, ParallelPlaces> places_;  // by server
+  std::size_t furtherPlaces_ = 0;                 // of these, beyond the least of each
   RetryPolicy policy_;
   SpeedPolicy speeds_;
   BandwidthBudget budget_;

@@ -67,6 +67,10 @@ struct AttemptResult {
   std::int64_t resumedBytes = 0;
   std::chrono::microseconds timeToFirstByte{0};
   bool endedWithConnection = false;
+
+  // What it says of the line to the server, if the attempt succeeded without a redirect.
+  std::optional<std::chrono::microseconds> handshake;  // of TCP, for a new connection
+  std::optional<std::chrono::microseconds> transfer;   // from the request to the end of the body
 };
 
 }  // namespace kiv

@@ -104,6 +104,22 @@ TEST_F(KivRESTServiceTest, SixTransfersRunAtOneTimeByDefault) {
   EXPECT_EQ(server_.requests().size(), 20u);
 }
 
+/// Six, then twelve have ended when the held requests come. Any round trip is long here.
+TEST_F(KivRESTServiceTest, MoreTransfersRunWhereRoundTripsAreLong) {
+  const Gate gate;
+  server_.serve("/quick", Response::ok("x"));
+  server_.serve("/held", Response::ok("x").after(gate));
+  settings_.leastRoundTrip = std::chrono::milliseconds(0);
+  settings_.roundTripsOfLatency = 1e9;
+  const auto quick = makeLoads(client(), url("/quick"), 18);
+  const auto held = makeLoads(client(), url("/held"), 40);
+  ASSERT_TRUE(waitForEnd(quick));
+  ASSERT_TRUE(server_.waitForRequests("/held", 24));
+  gate.open();
+  ASSERT_TRUE(waitForEnd(held));
+  EXPECT_EQ(server_.mostWaiting(), 24U);
+}
+
 TEST_F(KivRESTServiceTest, AnUrgentTaskThatComesLateIsAmongTheNext) {
   const Gate first;
   const Gate next;

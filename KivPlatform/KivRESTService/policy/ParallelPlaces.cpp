@@ -1,0 +1,70 @@
+// A handshake is the measure of a round trip, since it waits for no work of the server: a server
+// that is slow itself is not asked for more at one time. The shortest one counts, since a busy
+// computer or a full line makes others longer.
+
+#include "KivPlatform/KivRESTService/policy/ParallelPlaces.h"
+
+#include <algorithm>
+
+namespace kiv {
+
+namespace {
+
+std::size_t leastFor(const TransferSettings& settings) noexcept {
+  return std::max<std::size_t>(
+      1, std::min(settings.parallelTransfers, settings.parallelTransfersPerHost));
+}
+
+/// A host that wants fewer transfers than one server would get, or limits the bandwidth, gets what
+/// it has asked for.
+std::size_t mostFor(const TransferSettings& settings, std::size_t most) noexcept {
+  const bool mayGrow =
+      settings.bandwidth <= 0 && settings.parallelTransfers >= settings.parallelTransfersPerHost;
+  return mayGrow ? std::max(most, leastFor(settings)) : leastFor(settings);
+}
+
+}  // namespace
+
+ParallelPlaces::ParallelPlaces(const TransferSettings& settings) noexcept
+    : least_(leastFor(settings)),
+      mostOverHTTP1_(mostFor(settings, settings.mostTransfersPerHost)),
+      mostOverHTTP2_(mostFor(settings, settings.mostStreamsPerHost)),
+      leastRoundTrip_(settings.leastRoundTrip),
+      largestTimes_(settings.roundTripsOfLatency),
+      count_(least_) {}
+
+std::size_t ParallelPlaces::most(Version version) const noexcept {
+  return version == Version::http2 ? mostOverHTTP2_ : mostOverHTTP1_;
+}
+
+void ParallelPlaces::noteHandshake(Duration time) noexcept {
+  roundTrip_ = std::min(roundTrip_, time);
+}
+
+void ParallelPlaces::noteTransfer(Duration time, Version version) noexcept {
+  time_ += time;
+  if (++transfers_ < count_) return;
+  const bool isLong = roundTrip_ != Duration::max() && roundTrip_ >= leastRoundTrip_;
+  const double times = static_cast<double>(time_.count()) /
+                       static_cast<double>(std::max<Duration::rep>(1, roundTrip_.count())) /
+                       static_cast<double>(transfers_);
+  time_ = Duration(0);
+  transfers_ = 0;
+  constexpr int mostTroubles = 3;
+  if (isLong && times <= largestTimes_ && troubles_ < mostTroubles) {
+    // A connection costs a handshake, a stream nothing.
+    const std::size_t factor = version == Version::http2 ? 4 : 2;
+    count_ = std::max(count_, std::min(factor * count_, most(version)));
+  } else if (times > 2 * largestTimes_) {
+    count_ = std::max(least_, count_ / 2);
+  }
+}
+
+void ParallelPlaces::noteTrouble() noexcept {
+  count_ = least_;
+  ++troubles_;
+  time_ = Duration(0);
+  transfers_ = 0;
+}
+
+}  // namespace kiv
