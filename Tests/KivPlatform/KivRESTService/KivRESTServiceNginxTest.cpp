@@ -199,6 +199,18 @@ TEST_F(KivRESTServiceNginx, ManyFilesOverHTTP2AllArrive) {
   EXPECT_EQ(log.find("HTTP/1.1"), std::string::npos);
 }
 
+/// nginx announces it by GOAWAY, while requests are under way.
+TEST_F(KivRESTServiceNginx, NoFileIsLostWhereHTTP2ConnectionsEndAfterSomeRequests) {
+  NginxServer server("keepalive_requests 20;");
+  server.addFile("file", patternedBytes(50'000));
+  trust(server);
+  settings_.http2 = true;
+  const auto loads = makeLoads(client(), server.secureURL("/file"), 200);
+  expectBodies(loads, patternedBytes(50'000));
+  for (const Load& load : loads)
+    EXPECT_EQ(load.task()->metrics().tries, 1);
+}
+
 TEST_F(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
   NginxServer server;
   server.addFile("file", "contents");
