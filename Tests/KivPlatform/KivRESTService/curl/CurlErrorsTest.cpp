@@ -79,4 +79,14 @@ TEST(CurlErrors, EveryNumberHasACodeOfTheTable) {
   }
 }
 
+TEST(EndOfHTTP2Connection, IsNotTheEndOfOneStream) {
+  constexpr int http2 = 16;
+  constexpr int http2Stream = 92;
+  EXPECT_TRUE(kiv::isEndOfHTTP2Connection(http2));
+  EXPECT_TRUE(kiv::isEndOfHTTP2Connection(kiv::resultOfCutBody));
+  EXPECT_FALSE(kiv::isEndOfHTTP2Connection(http2Stream));
+  EXPECT_FALSE(kiv::isEndOfHTTP2Connection(kiv::resultOfTimeOut));
+  EXPECT_FALSE(kiv::isEndOfHTTP2Connection(0));
+}
+
 }  // namespace
