@@ -61,7 +61,7 @@ class KivRESTService::Implementation {
             [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
             [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); },
             [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); },
-            [ledger = ledger_] { return ledger->completeDue(); }) {}
+            [ledger = ledger_] { return ledger->addDueJobs(); }) {}
 
   ~Implementation() {
     auto tasks = ledger_->takeAll();

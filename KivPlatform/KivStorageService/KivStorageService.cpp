@@ -10,7 +10,7 @@
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/KivStorageService/store/StagedSave.h"
+#include "KivPlatform/KivStorageService/StagedSave.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"

@@ -15,6 +15,12 @@
 
 namespace kiv {
 
+namespace {
+
+constexpr std::chrono::milliseconds reportInterval{100};
+
+}  // namespace
+
 TaskLedger::TaskLedger(std::shared_ptr<DispatchQueue> queue,
                        std::shared_ptr<PendingBytes> pendingBytes)
     : queue_(std::move(queue)), pendingBytes_(std::move(pendingBytes)) {}
@@ -111,14 +117,22 @@ void TaskLedger::end(TaskResults results, bool isUrgent) {
       EndedTasks& target = isHeld ? ended_ : dropped;
       target.splice(target.end(), ended, ended.begin());
     }
-    isDue = claimJob(std::chrono::steady_clock::now(), isUrgent);
+    isUrgent_ = isUrgent_ || isUrgent;
+    isDue = claimJob(std::chrono::steady_clock::now());
   }
   for (const Ended& task : dropped)
     pendingBytes_->remove(task.result.pendingBytes);
   if (isDue) addJob();
 }
 
-std::optional<TaskLedger::Time> TaskLedger::completeDue() {
+std::optional<TaskLedger::Time> TaskLedger::addDueJobs() {
+  const auto completions = addDueCompletions();
+  const auto report = addDueReport();
+  if (!completions || !report) return completions ? completions : report;
+  return std::min(*completions, *report);
+}
+
+std::optional<TaskLedger::Time> TaskLedger::addDueCompletions() {
   {
     const MutexLock lock(mutex_);
     if (ended_.empty() || hasJob()) return std::nullopt;
@@ -134,11 +148,13 @@ bool TaskLedger::hasJob() const {
   return hasJob_ && jobDepth_ == forkDepth();
 }
 
-bool TaskLedger::claimJob(Time now, bool isUrgent) {
+bool TaskLedger::claimJob(Time now) {
   if (ended_.empty() || hasJob()) return false;
   const std::size_t inFlight = held_.size() - std::min(held_.size(), ended_.size());
   jobDepth_ = forkDepth();
-  return hasJob_ = isUrgent || pace_.isDue({ended_.size(), endedBytes_, inFlight}, now);
+  hasJob_ = isUrgent_ || pace_.isDue({ended_.size(), endedBytes_, inFlight}, now);
+  if (hasJob_) isUrgent_ = false;
+  return hasJob_;
 }
 
 void TaskLedger::addJob() {
@@ -200,7 +216,7 @@ void TaskLedger::endJob(JobStart start, bool isCut) {
     isWaiting = !isDue && !ended_.empty();
   }
   if (isDue) addJob();
-  if (isWaiting) pendingBytes_->wakeUp();  // for completeDue()
+  if (isWaiting) pendingBytes_->wakeUp();  // for addDueJobs()
 }
 
 void TaskLedger::complete(Ended& ended) {
@@ -238,14 +254,30 @@ std::shared_ptr<const TaskLedger::EndObserver> TaskLedger::endObserver() const {
   return endObserver_;
 }
 
+// --- Progress ------------------------------------------------------------------------------------
+
 void TaskLedger::report(ProgressReport report) {
   {
     const MutexLock lock(mutex_);
-    const bool isOnItsWay = report_.has_value();
     report_ = std::move(report);
-    if (isOnItsWay) return;
   }
-  queue_->async([self = shared_from_this()] { self->showProgress(); });
+  static_cast<void>(addDueReport());
+}
+
+std::optional<TaskLedger::Time> TaskLedger::addDueReport() {
+  {
+    const MutexLock lock(mutex_);
+    if (!report_ || hasReportJob_) return std::nullopt;
+    if (std::chrono::steady_clock::now() < nextReport_) return nextReport_;
+    hasReportJob_ = true;
+  }
+  try {
+    queue_->async([self = shared_from_this()] { self->showProgress(); });
+  } catch (const std::exception&) {  // out of memory: the next report is tried again
+    const MutexLock lock(mutex_);
+    hasReportJob_ = false;
+  }
+  return std::nullopt;
 }
 
 void TaskLedger::showProgress() {
@@ -254,8 +286,10 @@ void TaskLedger::showProgress() {
   std::shared_ptr<const ProgressObserver> observer;
   {
     const MutexLock lock(mutex_);
+    hasReportJob_ = false;
     report.swap(report_);
     if (!report) return;
+    nextReport_ = std::chrono::steady_clock::now() + reportInterval;
     observer = progressObserver_;
     for (auto& [id, progress] : report->tasks) {
       const auto held = held_.find(id);

@@ -54,15 +54,16 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   /// Completes the tasks with those IDs on the queue, each only if it is still held then.
   void end(TaskResults results);
   /// The same without a wait for more. For tasks that no transfer thread has: nothing else would
-  /// call completeDue().
+  /// call addDueJobs().
   void endAtOnce(TaskResults results);
-  /// Adds a job for the tasks that wait for their completion if that is due. Otherwise returns when
-  /// it will be, or nothing if no task waits. Has to be called then.
-  std::optional<Time> completeDue();
+  /// Adds a job for the tasks that wait for their completion, and one for progress, if that is due.
+  /// Returns when more will be due, or nothing if nothing waits. Has to be called then.
+  std::optional<Time> addDueJobs();
   /// Ends all tasks that are held now with that error.
   void failAll(KivRESTServiceErrorCode code);
 
-  /// Updates the tasks' progress on the queue, and calls the progress observer there.
+  /// Updates the tasks' progress on the queue, and calls the progress observer there: with the
+  /// latest report, and at most ten times a second, also if the queue was busy in between.
   void report(ProgressReport report);
 
   /// Releases the handlers of tasks that were taken out, on the queue: at once if this is the
@@ -78,9 +79,11 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
 
   void end(TaskResults results, bool isUrgent);
   /// True if a job is to be added now; the caller then calls addJob().
-  [[nodiscard]] bool claimJob(Time now, bool isUrgent = false) KIV_REQUIRES(mutex_);
+  [[nodiscard]] bool claimJob(Time now) KIV_REQUIRES(mutex_);
   [[nodiscard]] bool hasJob() const KIV_REQUIRES(mutex_);
   void addJob();
+  std::optional<Time> addDueCompletions();
+  std::optional<Time> addDueReport();
   void runJob();
   /// When a job began, in real time and in its thread's processor time.
   struct JobStart {
@@ -106,12 +109,15 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
   EndedTasks ended_ KIV_GUARDED_BY(mutex_);  // held, and waiting for a job
   std::int64_t endedBytes_ KIV_GUARDED_BY(mutex_) = 0;
+  bool isUrgent_ KIV_GUARDED_BY(mutex_) = false;       // a task does not wait for more
   bool hasJob_ KIV_GUARDED_BY(mutex_) = false;         // on the queue
   std::uint64_t jobDepth_ KIV_GUARDED_BY(mutex_) = 0;  // the forkDepth() of that job
   CompletionPace pace_ KIV_GUARDED_BY(mutex_);
   std::shared_ptr<const EndObserver> endObserver_ KIV_GUARDED_BY(mutex_);
   std::shared_ptr<const ProgressObserver> progressObserver_ KIV_GUARDED_BY(mutex_);
-  std::optional<ProgressReport> report_ KIV_GUARDED_BY(mutex_);  // waits for the queue
+  std::optional<ProgressReport> report_ KIV_GUARDED_BY(mutex_);  // not shown yet
+  bool hasReportJob_ KIV_GUARDED_BY(mutex_) = false;             // on the queue
+  Time nextReport_ KIV_GUARDED_BY(mutex_){};                     // not before
 };
 
 }  // namespace kiv

@@ -1,7 +1,7 @@
 // The order of every save: write the new file or directory as a temporary, sync it, rename it into
 // place, sync the parent directory. A reader or a crash sees the old contents or the new ones.
 
-#include "KivPlatform/KivStorageService/store/StagedSave.h"
+#include "KivPlatform/KivStorageService/StagedSave.h"
 
 #include <utility>
 
