@@ -82,7 +82,7 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
 
 // --- Completions ---------------------------------------------------------------------------------
 
-TaskLedger::EndedTasks TaskLedger::listOf(TaskResults results) {
+TaskLedger::EndedTasks TaskLedger::listOf(TaskResults& results) {
   std::int64_t pendingBytes = 0;
   for (const auto& [id, result] : results)
     pendingBytes += result.pendingBytes;
@@ -106,7 +106,7 @@ void TaskLedger::endAtOnce(TaskResults results) {
 }
 
 void TaskLedger::end(TaskResults results, bool isUrgent) {
-  EndedTasks ended = listOf(std::move(results));
+  EndedTasks ended = listOf(results);
   EndedTasks dropped;
   bool isDue = false;
   {

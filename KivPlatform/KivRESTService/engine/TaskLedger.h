@@ -93,7 +93,8 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   void endJob(JobStart start, bool isCut);
   bool completeEnded(Time deadline);
   void complete(Ended& ended);
-  [[nodiscard]] EndedTasks listOf(TaskResults results);
+  /// Moves the results to a list.
+  [[nodiscard]] EndedTasks listOf(TaskResults& results);
   [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
 
   [[nodiscard]] std::shared_ptr<const EndObserver> endObserver() const;
