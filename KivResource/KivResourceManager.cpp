@@ -192,7 +192,11 @@ void KivResourceManager::saveChanges() {
   if (!listIsChanged_ && removals_->empty() && !savedList_->doubt()) return;
   kiv::SavedList::Access access(*savedList_, *loadedResources_);
   noteMerge();
-  if (listIsChanged_) listIsOutOfDate_ = !access.saveIfChanged();
+  // Before files are removed the list is written even if it is the same: that tells other processes
+  // to look for the files of what they are about to list.
+  if (listIsChanged_) {
+    listIsOutOfDate_ = !(removals_->empty() ? access.saveIfChanged() : access.save());
+  }
   listIsChanged_ = false;
   if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
 }

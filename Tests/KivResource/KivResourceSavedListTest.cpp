@@ -398,6 +398,27 @@ TEST_F(KivResourceSharedListTest, ANewResourceWhoseFileTheOtherRemovedIsFailedAn
   EXPECT_FALSE(exists(stored("shared.png")));
 }
 
+TEST_F(KivResourceSharedListTest, SoItIsIfTheRemovalDidNotChangeTheList) {
+  load({banner("a", 1, "x/shared.png")});
+  asTheOther([&] {});
+  load({banner("a", 2, "x/a2.png")});
+  ASSERT_FALSE(exists(stored("shared.png")));
+  beginLoad({banner("b", 1, "x/shared.png")});
+  // The other replaces its older version, as this manager has done, and removes the new file of the
+  // old one's name.
+  bool isRemoved = false;
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    if (operation.kind != FileOperation::lock || std::exchange(isRemoved, true)) return;
+    asTheOther([&] { load({banner("a", 2, "x/a2.png")}); });
+  });
+  client->succeed("/x/shared.png");
+  files.setObserver({});
+  EXPECT_TRUE(isRemoved);
+  EXPECT_THAT(takeEvents(), ElementsAre("failed b", "finished"));
+  EXPECT_THAT(listed(), ElementsAre("a"));
+  EXPECT_FALSE(exists(stored("shared.png")));
+}
+
 TEST_F(KivResourceSharedListTest, AnUnchangedListIsNotReadAgain) {
   load({plain("a", 1)});
   files.setFault(std::nullopt);
