@@ -3,6 +3,7 @@
 
 #include "KivResource/KivResourceStorageModule.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
@@ -70,10 +71,13 @@ void permitRemovals() {
                                 KivResourceStorageModule::resourcesDirectoryPath());
 }
 
+std::string nameOfListSetAside(int number) {
+  return "resources_config.unreadable-" + std::to_string(number) + ".json";
+}
+
 std::string pathOfListSetAside(int number) {
-  std::string name = "resources_config.unreadable-";
-  name.append(std::to_string(number)).append(".json");
-  return KivStorageService::filePathForFileName_atRelativePath(name, listDirectory);
+  return KivStorageService::filePathForFileName_atRelativePath(nameOfListSetAside(number),
+                                                               listDirectory);
 }
 
 }  // namespace
@@ -191,11 +195,18 @@ std::optional<std::string> KivResourceStorageModule::setResourcesListAsideWithEr
   return std::nullopt;
 }
 
+/// One listing of the directory is cheaper than a look for each possible name at every start.
 std::vector<std::string> KivResourceStorageModule::setAsideResourcesLists() {
+  const std::string list = resourcesListPath();
+  if (list.empty()) return {};
+  const auto names = kiv::FileManager::defaultManager().contentsOfDirectoryAtPath(
+      kiv::path::deletingLastPathComponent(list));
+  if (!names) return {};
   std::vector<std::string> paths;
   for (int number = 1; number <= mostListsSetAside; ++number) {
-    std::string path = pathOfListSetAside(number);
-    if (kiv::FileManager::defaultManager().itemExistsAtPath(path)) paths.push_back(std::move(path));
+    const bool isThere =
+        std::find(names->begin(), names->end(), nameOfListSetAside(number)) != names->end();
+    if (isThere) paths.push_back(pathOfListSetAside(number));
   }
   return paths;
 }

@@ -406,7 +406,8 @@ TEST_F(KivResourceMaintenanceTest, WhatCannotBeRemovedIsToldAndKeepsNothingElse)
   FaultyFileManager files;
   write(stored("one.png"), "");
   write(stored("two.png"), "");
-  files.setFault(FaultyFileManager::Fault{.at = 3, .number = EACCES});  // 1 read, 2 list, 3 remove
+  files.setFault(
+      FaultyFileManager::Fault{.at = 4, .number = EACCES});  // 1 read, 2 and 3 list, 4 remove
   const auto done = cleanUp(Mode::remove);
   ASSERT_EQ(done.refused.size(), 1U);
   EXPECT_EQ(done.refused[0].item.path, stored("one.png"));
