@@ -21,10 +21,6 @@ namespace {
 using Code = KivRESTServiceErrorCode;
 using Clock = std::chrono::steady_clock;
 
-/// The shortest interval between reports of results while transfers run. Short, so that storing
-/// begins early: if it does not keep up, results accumulate anyway.
-constexpr std::chrono::milliseconds reportInterval{3};
-
 TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
   return TransferOutcome::failed(transferError(code, url.absoluteString(), what));
 }
@@ -425,10 +421,6 @@ void TransferScheduler::report(Download& download) {
 
 void TransferScheduler::reportEnded(MutexLock& lock) {
   if (results_.empty()) return;
-  const auto now = Clock::now();
-  const bool mayWait = !running_.empty() && now < reportAt_;
-  if (mayWait && !pendingBytes_.exceeds(settings_.largestPendingBytes)) return;
-  reportAt_ = now + reportInterval;
   auto results = std::exchange(results_, {});
   lock.unlock();
   ended_(std::move(results));
@@ -439,7 +431,6 @@ std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {
   std::optional<Time> next;
   const auto consider = [&](Time time) { next = next ? std::min(*next, time) : time; };
   if (!pausing_.empty()) consider(pausing_.begin()->first);
-  if (!results_.empty()) consider(reportAt_);
   if (heldBackUntil_) consider(*heldBackUntil_);
   return next;
 }

@@ -82,12 +82,10 @@ class TransferScheduler {
 
   // --- Reports ---
 
-  /// Reports the jobs that have ended: at once if nothing runs, otherwise those of a few
-  /// milliseconds together, since storing many at a time costs less. Releases the lock meanwhile:
-  /// the receiver decides how long it takes.
+  /// Reports the jobs that have ended. Releases the lock meanwhile: the receiver decides how long
+  /// it takes.
   void reportEnded(MutexLock& lock) KIV_UNCHECKED_LOCKING;
-  /// When startWaiting() or reportEnded() is next due, if nothing happens before; nothing if
-  /// nothing waits.
+  /// When startWaiting() is next due, if nothing happens before; nothing if nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;
 
   /// When the next progress report is due; nothing if there is nothing new.
@@ -165,7 +163,6 @@ class TransferScheduler {
 
   std::map<std::string, std::unique_ptr<Download>> downloads_;  // all of them, by key
   TaskResults results_;                                         // not yet reported
-  Time reportAt_{};                                             // while transfers run
   WaitingDownloads waiting_;
   Pauses pausing_;
   std::vector<Download*> running_;  // in the order in which they started
