@@ -13,6 +13,7 @@ class KivResourceManagerPowerCutFaultsTest : public WholePassFixture {
   void cutEverywhere(Loss loss, std::uint32_t seed) {
     std::filesystem::create_directories(root());
     PowerCutFileManager files(root());
+    files.allowsBatchSyncs = GetParam().isGrouped;
     bool wasCut = true;
     std::uint64_t at = 0;
     for (; wasCut && !HasFailure(); ++at) {

@@ -20,6 +20,7 @@ struct WholePass {
   bool isUpdate;
   std::vector<Dictionary> before;  ///< loaded when the pass begins
   std::vector<Dictionary> after;   ///< its configuration
+  bool isGrouped = false;          ///< all downloads complete in one job
 };
 
 /// A test that performs whole passes with known files, each as in a new process.
@@ -27,7 +28,7 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
  public:
   /// A load, an update that replaces, drops and shares files, and archives that replace each other.
   static std::vector<WholePass> passes() {
-    return {
+    std::vector<WholePass> passes{
         {"Load",
          false,
          {banner("kept", 1, "kept.png")},
@@ -45,6 +46,13 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
          {page("page", 2, "page-2.zip"), page("single", 2, "single-2.html"),
           page("other", 1, "other.zip")}},
     };
+    for (const char* const title : {"GroupedLoad", "GroupedUpdate", "GroupedArchives"}) {
+      WholePass grouped = passes[passes.size() - 3];
+      grouped.title = title;
+      grouped.isGrouped = true;
+      passes.push_back(grouped);
+    }
+    return passes;
   }
 
  protected:
@@ -80,11 +88,18 @@ class WholePassFixture : public ManagerFixture, public testing::WithParamInterfa
     } else {
       manager->loadResourcesForConfig(configuration);
     }
+    if (GetParam().isGrouped) {
+      DispatchQueue::main()->async([this] { completeDownloads(); });
+      DispatchQueue::main()->drain();
+    }
+    completeDownloads();
+    return takeEvents();
+  }
+  void completeDownloads() {
     while (!client->tasks.empty()) {
       const std::string url = client->tasks.front()->request()->url.absoluteString();
       client->succeed(url, downloadNamed(path::lastPathComponent(url)));
     }
-    return takeEvents();
   }
   std::vector<std::string> performThePass() {
     return perform(GetParam().after, GetParam().isUpdate);
