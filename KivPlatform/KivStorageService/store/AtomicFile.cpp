@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
@@ -26,10 +27,22 @@ void share(StorageRoot& root, const std::string& path) {
       path, model->temporary.path()));
 }
 
+bool isOutOfDescriptors(const Error& error) {
+  return isSystemError(error, std::errc::too_many_files_open) ||
+         isSystemError(error, std::errc::too_many_files_open_in_system);
+}
+
+/// The files of the group may be what uses the descriptors up.
+Result<StorageRoot::TemporaryFile> createFile(StorageRoot& root, Access access, SyncGroup* group) {
+  auto created = root.createTemporaryFile(access);
+  const bool mayHelp = !created && group && isOutOfDescriptors(created.error());
+  return mayHelp && group->closeFiles() ? root.createTemporaryFile(access) : std::move(created);
+}
+
 }  // namespace
 
 Result<AtomicFile> AtomicFile::create(StorageRoot& root, Access access, SyncGroup* group) {
-  auto created = root.createTemporaryFile(access);
+  auto created = createFile(root, access, group);
   if (!created) return created.error();
   if (group) {
     group->prepare(std::string(path::deletingLastPathComponent(created->temporary.path())));

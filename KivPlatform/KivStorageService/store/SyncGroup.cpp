@@ -46,9 +46,15 @@ void SyncGroup::decide() {
   }
 }
 
+bool SyncGroup::closeFiles() {
+  if (open_.empty()) return false;
+  decide();
+  return true;
+}
+
 Status SyncGroup::synchronize() {
   if (!std::exchange(isSynchronized_, true)) {
-    if (!open_.empty()) decide();
+    closeFiles();
     if (usesBatch_) {
       if (Status status = batch_->synchronize(); !status) failure_ = std::move(status).error();
     }

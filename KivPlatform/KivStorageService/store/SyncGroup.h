@@ -28,6 +28,8 @@ class SyncGroup {
   void prepare(const std::string& directory);
   /// Takes a file whose contents are complete.
   Status add(std::unique_ptr<WritableFile> file);
+  /// Closes the files that are still open, for want of descriptors. False if there is none.
+  bool closeFiles();
   /// Waits until all files are on the disk. Waits only once; later calls return the same result.
   /// After a failure the contents of all files are undefined.
   Status synchronize();

@@ -150,6 +150,27 @@ TEST_F(StorageGroupTest, OneFileThatTheDiskDoesNotTakeHarmsNoOther) {
   }
 }
 
+TEST_F(StorageGroupTest, WithoutDescriptorsTheFilesOfTheGroupAreClosed) {
+  ASSERT_FALSE(save("x", "x"));
+  for (const int number : {EMFILE, ENFILE}) {
+    files_.setFault(std::nullopt);
+    Batch batch;
+    auto first = stage(batch, "a.png", "a");
+    auto second = stage(batch, "b.png", "b");
+    files_.setFault(FaultyFileManager::Fault{.at = 1, .number = number});  // createFile
+    std::optional<Error> error;
+    auto third = stage(batch, "c.png", "c", &error);
+    EXPECT_FALSE(error);
+    ASSERT_TRUE(first && second && third);
+    EXPECT_TRUE(first->commit() && second->commit() && third->commit());
+    EXPECT_EQ(contents("a.png"), "a");
+    EXPECT_EQ(contents("c.png"), "c");
+  }
+  files_.setFailingOperation(FileOperation::createFile, EMFILE);
+  Batch batch;
+  EXPECT_FALSE(stage(batch, "d.png", "d"));
+}
+
 TEST_F(StorageGroupTest, ErrorsAreThoseOfASave) {
   std::optional<Error> error;
   Batch batch;
