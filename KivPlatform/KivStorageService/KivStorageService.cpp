@@ -14,6 +14,7 @@
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
+#include "KivPlatform/KivStorageService/store/SyncGroup.h"
 
 namespace {
 

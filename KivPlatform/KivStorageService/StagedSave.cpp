@@ -10,7 +10,9 @@
 #include "KivPlatform/KivStorageService/archive/ArchiveUnpacker.h"
 #include "KivPlatform/KivStorageService/store/DirectorySwap.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
+#include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
+#include "KivPlatform/KivStorageService/store/SyncGroup.h"
 
 namespace kiv::storage {
 

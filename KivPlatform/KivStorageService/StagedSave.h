@@ -8,10 +8,12 @@
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivStorageService/ArchiveLimits.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
-#include "KivPlatform/KivStorageService/store/StorageRoot.h"
-#include "KivPlatform/KivStorageService/store/SyncGroup.h"
+#include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 
 namespace kiv::storage {
+
+class StorageRoot;
+class SyncGroup;
 
 /// What is saved, and where under the root.
 struct SaveRequest {

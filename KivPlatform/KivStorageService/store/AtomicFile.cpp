@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/SyncGroup.h"
 
 namespace kiv::storage {

@@ -8,10 +8,11 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Result.h"
-#include "KivPlatform/KivStorageService/store/StorageRoot.h"
+#include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 
 namespace kiv::storage {
 
+class StorageRoot;
 class SyncGroup;
 
 /// A file that appears under its name only once it is complete.

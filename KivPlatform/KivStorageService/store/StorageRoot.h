@@ -17,9 +17,6 @@ class WritableFile;
 
 namespace kiv::storage {
 
-/// The mode of a new file: by the umask (shared), or 0600 (owner).
-enum class Access { shared, owner };
-
 /// A storage root that this process has open: its temporary files, and the directories that are
 /// known to be synced. Thread-safe.
 class StorageRoot {

@@ -6,6 +6,7 @@
 
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
+#include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "Tests/KivPlatform/KivStorageService/StorageServiceFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
 
