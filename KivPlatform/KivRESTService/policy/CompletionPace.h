@@ -20,8 +20,8 @@ class CompletionPace {
     std::size_t inFlight = 0;  ///< tasks that may still join them
   };
 
-  /// Tasks of a host that does nothing else are completed by jobs of this length, so that its other
-  /// jobs come in between.
+  /// A job ends after this time and leaves the rest to another one, so that other jobs of the queue
+  /// come in between.
   static constexpr std::chrono::milliseconds longestJob{15};
   static constexpr std::size_t manyTasks = 512;
   /// Less than TransferSettings::largestPendingBytes, at which no transfer starts.
