@@ -98,8 +98,8 @@ class KIV_EXPORT KivStorageService {
 
     /// Completes the save: waits until the contents are on the disk and moves them to their name.
     /// The first commit waits for all files that its batch has staged; the others then need not
-    /// wait. If that wait fails, each file is written again and synced by itself, so that only a
-    /// file that the disk does not take fails. Fails as a save does if the name is taken. Called
+    /// wait. A file for which that wait fails is written again and synced by itself, so that only
+    /// a file that the disk does not take fails. Fails as a save does if the name is taken. Called
     /// at most once.
     bool commit(std::optional<kiv::Error>* error = nullptr);
 

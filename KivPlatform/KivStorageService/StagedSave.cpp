@@ -70,9 +70,7 @@ Status StagedSave::writeFile(std::shared_ptr<SyncGroup> group) {
   auto file = AtomicFile::create(*root_, request_.access, group.get());
   if (!file) return file.error();
   if (Status status = file->write(data); !status) return status;
-  if (group) {
-    if (Status status = file->leaveSyncTo(*group); !status) return status;
-  }
+  if (group) numberInGroup_ = file->leaveSyncTo(*group);
   file_.emplace(*std::move(file));
   group_ = std::move(group);
   return {};
@@ -90,8 +88,7 @@ Status StagedSave::unpack(const ArchiveLimits& limits) {
 
 Status StagedSave::commit() {
   if (Status status = checkName(); !status) return status;
-  if (group_ && !group_->synchronize()) {
-    // Perhaps because of another file.
+  if (group_ && !group_->synchronize(numberInGroup_)) {
     file_.reset();
     if (Status status = writeFile(nullptr); !status) return status;
   }

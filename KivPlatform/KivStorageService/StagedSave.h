@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,8 +39,8 @@ class StagedSave {
   /// archive is unpacked and synced by itself.
   Status write(const ArchiveLimits& limits, std::shared_ptr<SyncGroup> group);
   /// Waits until the contents are on the disk, checks the name and renames them. If the wait of the
-  /// group fails, the file is written and synced again by itself, so that one bad file does not
-  /// harm the others.
+  /// group fails for the file, it is written and synced again by itself: the group may have failed
+  /// as a whole because of another file.
   Status commit();
 
  private:
@@ -53,7 +54,8 @@ class StagedSave {
   bool isArchive_;
   std::string path_;
   std::optional<AtomicFile> file_;
-  std::shared_ptr<SyncGroup> group_;    ///< nullptr if the file is synced by itself.
+  std::shared_ptr<SyncGroup> group_;  ///< nullptr if the file is synced by itself.
+  std::size_t numberInGroup_ = 0;
   std::optional<Temporary> directory_;  ///< Of an archive, instead of a file.
 };
 

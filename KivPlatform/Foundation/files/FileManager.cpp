@@ -72,6 +72,14 @@ Result<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path) {
   return systemFileManager().identityOfFileAtPath(path);
 }
 
+std::vector<Status> FileManager::synchronizeFiles(const std::vector<WritableFile*>& files) {
+  std::vector<Status> results;
+  results.reserve(files.size());
+  for (WritableFile* const file : files)
+    results.push_back(file->synchronize());
+  return results;
+}
+
 Status FileManager::createPrivateDirectoryAtPath(std::string_view path) {
   if (Status status = createDirectoryAtPath(path); !status) return status;
   makePrivateItemAtPath(path);

@@ -183,6 +183,13 @@ class KIV_EXPORT FileManager {
   /// Waits until the entries of the directory (created, renamed, removed) are on the disk (fsync).
   [[nodiscard]] virtual Status synchronizeDirectoryAtPath(std::string_view path) = 0;
 
+  /// Waits until the written bytes of all the files are on the disk, as
+  /// WritableFile::synchronize() does. Returns the result for each, in their order. The system's
+  /// file manager lets the waits overlap, on threads of its own; the default implementation syncs
+  /// one file after another.
+  [[nodiscard]] virtual std::vector<Status> synchronizeFiles(
+      const std::vector<WritableFile*>& files);
+
   /// Prepares a single sync for files that will be written below the existing directory. Returns
   /// nullptr, which is not an error, if that is not possible. The caller must then sync each file
   /// and directory.

@@ -83,7 +83,7 @@ Status AtomicFile::write(const Data& data) {
   return {};
 }
 
-Status AtomicFile::leaveSyncTo(SyncGroup& group) {
+std::size_t AtomicFile::leaveSyncTo(SyncGroup& group) {
   return group.add(std::move(file_));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,8 +36,8 @@ class AtomicFile {
   /// an error and not a SIGBUS.
   Status write(const Data& data);
   /// Leaves the sync of the file to the group, which must be synchronized before place() or
-  /// commit() is called.
-  Status leaveSyncTo(SyncGroup& group);
+  /// commit() is called. Returns the number of the file in the group.
+  std::size_t leaveSyncTo(SyncGroup& group);
   /// Syncs the file, renames it to the path, replacing a file or link, and syncs the directory.
   /// Called at most once. On failure the old file is still in place, or the new one if only the
   /// last sync failed.

@@ -1,8 +1,10 @@
 // How many files a group will have is not known when the first is written. So the first files stay
-// open until there are enough of them to tell which way is faster.
+// open until there are enough of them to tell which way is faster. Where each file is synced, all
+// stay open until they are synced together.
 
 #include "KivPlatform/KivStorageService/store/SyncGroup.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kiv::storage {
@@ -12,11 +14,6 @@ namespace {
 /// So many that only much dirty data of other programs makes a batch sync slower, and few enough
 /// not to use up the descriptors of a process.
 constexpr std::size_t mostOpenFiles = 64;
-
-Status synchronizeAndClose(WritableFile& file) {
-  if (Status status = file.synchronize(); !status) return status;
-  return file.close();
-}
 
 }  // namespace
 
@@ -28,39 +25,50 @@ void SyncGroup::prepare(const std::string& directory) {
   batch_ = FileManager::defaultManager().beginBatchSyncAtPath(directory);
 }
 
-Status SyncGroup::add(std::unique_ptr<WritableFile> file) {
-  if (!batch_) return synchronizeAndClose(*file);
-  if (usesBatch_) return file->close();
-  open_.push_back(std::move(file));
-  if (open_.size() == mostOpenFiles) decide();
-  return {};
+std::size_t SyncGroup::add(std::unique_ptr<WritableFile> file) {
+  const std::size_t number = isWhole_.size();
+  isWhole_.push_back(false);
+  if (usesBatch_) {
+    isWhole_[number] = static_cast<bool>(file->close());
+    return number;
+  }
+  open_.push_back({number, std::move(file)});
+  if (open_.size() >= mostOpenFiles) closeFiles();
+  return number;
 }
 
-/// Leaves the open files to the batch, or syncs each of them and those to come.
+std::vector<Status> SyncGroup::synchronizeFiles(const std::vector<OpenFile>& files) {
+  std::vector<WritableFile*> pointers(files.size());
+  std::transform(files.begin(), files.end(), pointers.begin(),
+                 [](const OpenFile& open) { return open.file.get(); });
+  return FileManager::defaultManager().synchronizeFiles(pointers);
+}
+
+/// The first files decide for those to come.
 void SyncGroup::decide() {
-  usesBatch_ = batch_->pays(open_.size());
+  usesBatch_ = batch_ && batch_->pays(open_.size());
   if (!usesBatch_) batch_.reset();
-  for (const auto& file : std::exchange(open_, {})) {
-    Status status = usesBatch_ ? file->close() : synchronizeAndClose(*file);
-    if (!status) failure_ = std::move(status).error();
-  }
 }
 
 bool SyncGroup::closeFiles() {
   if (open_.empty()) return false;
   decide();
+  const std::vector<OpenFile> files = std::exchange(open_, {});
+  const auto synced = usesBatch_ ? std::vector<Status>(files.size()) : synchronizeFiles(files);
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    const Status closed = files[index].file->close();
+    isWhole_[files[index].number] = synced[index] && closed;
+  }
   return true;
 }
 
-Status SyncGroup::synchronize() {
+bool SyncGroup::synchronize(std::size_t number) {
   if (!std::exchange(isSynchronized_, true)) {
     closeFiles();
-    if (usesBatch_) {
-      if (Status status = batch_->synchronize(); !status) failure_ = std::move(status).error();
-    }
+    isOnDisk_ = !usesBatch_ || batch_->synchronize();
     batch_.reset();
   }
-  return failure_ ? Status(*failure_) : Status();
+  return isOnDisk_ && isWhole_[number];
 }
 
 }  // namespace kiv::storage

@@ -2,20 +2,18 @@
 
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
-#include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv::storage {
 
-/// Files that one wait for the disk makes durable: group commit. Not thread-safe.
+/// Files that share one wait for the disk: group commit. Not thread-safe.
 ///
-/// One sync of the whole file system covers them where that is reliable and faster; otherwise each
-/// file is synced.
+/// One sync of the whole file system covers them where that is reliable and faster. Otherwise each
+/// file is synced, together with the others as far as the file manager can.
 class SyncGroup {
  public:
   SyncGroup() = default;
@@ -26,25 +24,33 @@ class SyncGroup {
   /// To be called before the contents of a file are written in the directory. All files of the
   /// group are on one file system.
   void prepare(const std::string& directory);
-  /// Takes a file whose contents are complete.
-  Status add(std::unique_ptr<WritableFile> file);
+  /// Takes a file whose contents are complete. Returns its number in the group.
+  std::size_t add(std::unique_ptr<WritableFile> file);
   /// Closes the files that are still open, for want of descriptors. False if there is none.
   bool closeFiles();
-  /// Waits until all files are on the disk. Waits only once; later calls return the same result.
-  /// After a failure the contents of all files are undefined.
-  Status synchronize();
+  /// Waits until all files are on the disk; later calls do not wait again. True if the file with
+  /// that number is there. Otherwise, and if an earlier call threw, its contents are undefined, and
+  /// it must be written again.
+  [[nodiscard]] bool synchronize(std::size_t number);
   /// True if no file can be added any more.
   [[nodiscard]] bool isSynchronized() const noexcept { return isSynchronized_; }
 
  private:
+  struct OpenFile {
+    std::size_t number;
+    std::unique_ptr<WritableFile> file;
+  };
+
+  static std::vector<Status> synchronizeFiles(const std::vector<OpenFile>& files);
   void decide();
 
   bool isPrepared_ = false;
   bool isSynchronized_ = false;
   std::unique_ptr<BatchSync> batch_;  ///< nullptr if each file is synced.
   bool usesBatch_ = false;
-  std::vector<std::unique_ptr<WritableFile>> open_;  ///< Neither synced nor left to the batch.
-  std::optional<Error> failure_;
+  bool isOnDisk_ = false;       ///< What was left to the batch.
+  std::vector<OpenFile> open_;  ///< Neither synced nor left to the batch.
+  std::vector<bool> isWhole_;   ///< Of each file: it is closed, and without an error of its own.
 };
 
 }  // namespace kiv::storage

@@ -31,6 +31,14 @@ class StorageGroupTest : public StorageServiceFixture {
                          [&](const auto& operation) { return operation.kind == kind; });
   }
 
+  /// The kinds of the operations so far, in their order.
+  [[nodiscard]] std::vector<FileOperation> kinds() const {
+    std::vector<FileOperation> kinds;
+    for (const auto& operation : files_.operations())
+      kinds.push_back(operation.kind);
+    return kinds;
+  }
+
   /// Stages and commits that many files, named by their numbers. Returns the errors of the commits.
   std::vector<std::optional<Error>> saveGroup(std::size_t count, std::string_view bytes) {
     Batch batch;
@@ -87,20 +95,64 @@ TEST_F(StorageGroupTest, AGroupWaitsOnceBeforeTheFirstFileHasItsName) {
   EXPECT_EQ(count(FileOperation::synchronizeBatch), 1);
   EXPECT_EQ(count(FileOperation::synchronize), 0);
   EXPECT_EQ(count(FileOperation::synchronizeDirectory), 1);
-  std::vector<FileOperation> order;
-  for (const auto& operation : files_.operations())
-    order.push_back(operation.kind);
+  const auto order = kinds();
   const auto sync = std::find(order.begin(), order.end(), FileOperation::synchronizeBatch);
   EXPECT_EQ(std::find(order.begin(), sync, FileOperation::move), sync);
   EXPECT_EQ(std::find(sync, order.end(), FileOperation::write), order.end());
 }
 
-TEST_F(StorageGroupTest, WithoutBatchSyncsEachFileIsSynced) {
+TEST_F(StorageGroupTest, WithoutBatchSyncsTheFilesAreSyncedTogether) {
   files_.allowBatchSyncs(false);
-  for (const auto& error : saveGroup(3, "bytes"))
+  ASSERT_FALSE(save("x", "x"));
+  files_.setFault(std::nullopt);
+  for (const auto& error : saveGroup(40, "bytes"))
     EXPECT_FALSE(error);
-  EXPECT_EQ(count(FileOperation::synchronize), 3);
-  EXPECT_EQ(contents("2"), "bytes");
+  EXPECT_EQ(count(FileOperation::synchronize), 40);
+  EXPECT_EQ(count(FileOperation::synchronizeDirectory), 1);
+  const auto order = kinds();
+  const auto sync = std::find(order.begin(), order.end(), FileOperation::synchronize);
+  EXPECT_EQ(std::find(sync, order.end(), FileOperation::write), order.end());
+  const auto move = std::find(sync, order.end(), FileOperation::move);
+  EXPECT_EQ(std::find(order.begin(), sync, FileOperation::move), sync);
+  EXPECT_EQ(std::find(move, order.end(), FileOperation::synchronize), order.end());
+  EXPECT_EQ(contents("39"), "bytes");
+}
+
+TEST_F(StorageGroupTest, WithoutBatchSyncsNoMoreThan64FilesAreOpen) {
+  files_.allowBatchSyncs(false);
+  Batch batch;
+  std::vector<std::optional<StagedFile>> staged;
+  for (int index = 0; index < 150; ++index) {
+    staged.push_back(stage(batch, std::to_string(index), "bytes"));
+    ASSERT_TRUE(staged.back());
+    EXPECT_LE(count(FileOperation::createFile) - count(FileOperation::close), 64) << index;
+  }
+  EXPECT_EQ(count(FileOperation::synchronize), 128);
+  for (auto& file : staged)
+    EXPECT_TRUE(file->commit());
+}
+
+TEST_F(StorageGroupTest, WithoutBatchSyncsOnlyTheFileWhoseSyncFailsIsWrittenAgain) {
+  files_.allowBatchSyncs(false);
+  Batch batch;
+  std::vector<std::optional<StagedFile>> staged;
+  for (int index = 0; index < 40; ++index)
+    staged.push_back(stage(batch, std::to_string(index), "bytes"));
+  files_.setFault(FaultyFileManager::Fault{.at = 7, .number = EIO});
+  for (auto& file : staged)
+    EXPECT_TRUE(file && file->commit());
+  EXPECT_EQ(count(FileOperation::synchronize), 41);
+  EXPECT_EQ(count(FileOperation::write), 1);
+  EXPECT_EQ(contents("6"), "bytes");
+}
+
+TEST_F(StorageGroupTest, AFileThatCannotBeSyncedFailsWithItsError) {
+  files_.allowBatchSyncs(false);
+  files_.setFailingOperation(FileOperation::synchronize, EDQUOT);
+  for (const auto& error : saveGroup(3, "bytes"))
+    EXPECT_TRUE(error && error->code == EDQUOT);
+  files_.clearFailingOperation();
+  EXPECT_EQ(treeOf(stored("")), Tree{});
 }
 
 TEST_F(StorageGroupTest, AFileThatIsStagedAfterACommitHasAWaitOfItsOwn) {
@@ -125,7 +177,14 @@ TEST_F(StorageGroupTest, IfTheWaitFailsEachFileIsWrittenAndSyncedByItself) {
   }
 }
 
-TEST_F(StorageGroupTest, OneFileThatTheDiskDoesNotTakeHarmsNoOther) {
+class StorageGroupFaultTest : public StorageGroupTest, public testing::WithParamInterface<bool> {
+ protected:
+  StorageGroupFaultTest() { files_.allowBatchSyncs(GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(BatchSyncs, StorageGroupFaultTest, testing::Bool());
+
+TEST_P(StorageGroupFaultTest, OneFileThatTheDiskDoesNotTakeHarmsNoOther) {
   ASSERT_FALSE(save("x", "x"));
   files_.setFault(std::nullopt);
   for (const auto& error : saveGroup(10, "old"))
@@ -150,7 +209,7 @@ TEST_F(StorageGroupTest, OneFileThatTheDiskDoesNotTakeHarmsNoOther) {
   }
 }
 
-TEST_F(StorageGroupTest, WithoutDescriptorsTheFilesOfTheGroupAreClosed) {
+TEST_P(StorageGroupFaultTest, WithoutDescriptorsTheFilesOfTheGroupAreClosed) {
   ASSERT_FALSE(save("x", "x"));
   for (const int number : {EMFILE, ENFILE}) {
     files_.setFault(std::nullopt);

@@ -17,6 +17,7 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/files/SystemFileManager.h"
 #include "KivPlatform/Foundation/files/posix/FileSystemSync.h"
+#include "KivPlatform/Foundation/files/posix/ParallelSync.h"
 #include "KivPlatform/Foundation/files/posix/PosixAccess.h"
 #include "KivPlatform/Foundation/files/posix/PosixFile.h"
 #include "KivPlatform/Foundation/files/posix/PosixRemoval.h"
@@ -81,6 +82,9 @@ class PosixFileManager final : public FileManager {
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
                                                               std::uint64_t length) override;
   Status synchronizeDirectoryAtPath(std::string_view path) override;
+  std::vector<Status> synchronizeFiles(const std::vector<WritableFile*>& files) override {
+    return posix::synchronizeInParallel(files);
+  }
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override {
     return beginFileSystemSync(path);
   }
