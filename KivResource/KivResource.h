@@ -41,6 +41,7 @@
 #include "KivPlatform/Foundation/system/SystemLog.h"           // IWYU pragma: export
 #include "KivPlatform/Foundation/text/ControlCharacters.h"     // IWYU pragma: export
 #include "KivPlatform/Foundation/values/JSON.h"                // IWYU pragma: export
+#include "KivPlatform/Foundation/values/Result.h"              // IWYU pragma: export
 #include "KivPlatform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
 #include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export

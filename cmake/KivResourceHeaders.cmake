@@ -52,6 +52,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
 # Headers of the framework's own that no host includes: parts of the manager.
 set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceArchiveRemoval.h
+  KivResource/KivResourceFileListing.h
   KivResource/KivResourceIndex.h
   KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h

@@ -10,6 +10,7 @@
 #include "KivPlatform/Foundation/queues/SerialQueues.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
 
@@ -82,6 +83,17 @@ const std::string& DispatchQueue::label() const noexcept {
 
 void DispatchQueue::async(Job job) {
   if (job) state_->add(std::move(job));
+}
+
+/// The main thread counts as a job of the main queue, which it serves.
+Status DispatchQueue::sync(Job job) {
+  if (!job) return {};
+  QueueChain callers;
+  for (const auto* queue = QueueState::running; queue; queue = queue->outer)
+    callers.push_back(queue);
+  if (callers.empty() && system::isMainThread()) callers.push_back(main()->state_.get());
+  const auto state = state_;
+  return state->runAndWait(std::move(job), callers);
 }
 
 void DispatchQueue::atEndOfJob(Job function) {

@@ -11,6 +11,7 @@
 namespace kiv {
 
 struct QueueState;
+class Status;
 
 /// A serial queue: runs its jobs one at a time, in the order in which they were added.
 ///
@@ -19,8 +20,8 @@ struct QueueState;
 /// wake-up handler tells the loop that jobs are waiting. One thread at a time may run them, usually
 /// the main thread.
 ///
-/// async() and current() may be called from any thread. What a job throws is caught and written to
-/// the system log, and the queue continues with the next job.
+/// async(), sync() and current() may be called from any thread. What a job throws is caught and
+/// written to the system log, and the queue continues with the next job.
 ///
 /// When the process exits, the serial queues stop before the libraries are cleaned up that the
 /// framework uses: the running job may finish, for up to 30 seconds, and waiting jobs never run. A
@@ -53,6 +54,16 @@ class KIV_EXPORT DispatchQueue {
 
   /// Adds a job. It never runs within this call. An empty job is ignored.
   void async(Job job);
+
+  /// Adds a job and waits until it and everything that runs at its end have run. What the job
+  /// throws is thrown here and not logged. An empty job is ignored.
+  ///
+  /// Fails without a wait, by std::errc::resource_deadlock_would_occur, where the wait would never
+  /// end: in a job of this queue; in a job for which one of this queue waits by sync(), directly or
+  /// not; and for the main queue on the main thread, which serves it. Fails by
+  /// std::errc::operation_canceled if the process exits, and by resource_unavailable_try_again if a
+  /// forked child gets no thread for the queue. When it fails the job never runs.
+  [[nodiscard]] Status sync(Job job);
 
   /// Runs the function at the end of the job that is running on this thread, before the queue's
   /// next job; at once if no job is running. Several things that happen in one job can share work

@@ -70,7 +70,7 @@ bool QueueState::runNext() {
 }
 
 void QueueState::run(Job job) {
-  QueueState* const outer = std::exchange(running, this);
+  outer = std::exchange(running, this);
   call(job, "A job", label);
   job = nullptr;  // its captures are destroyed while it still counts as running
   running = outer;
@@ -153,6 +153,7 @@ void QueueState::forgetOtherThreads() {
   // Their destructors would wait for the parent's threads.
   new (&changed) std::condition_variable;
   new (&wakeUpEnded) std::condition_variable;
+  new (&awaitedJobEnded) std::condition_variable;
   isCalling = false;
   caller = {};
   called.reset();
@@ -190,6 +191,7 @@ void QueueState::close() {
     isClosed = true;
   }
   changed.notify_all();
+  awaitedJobEnded.notify_all();
 }
 
 void QueueState::waitForEnd(Time deadline) {

@@ -12,10 +12,16 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
 
 class DispatchQueue;
+
+struct QueueState;
+/// The queues whose jobs a thread is running, one within a job of another by drain(); the innermost
+/// first.
+using QueueChain = std::vector<const QueueState*>;
 
 /// The state that a DispatchQueue shares with its thread; it outlives the queue while jobs are
 /// left.
@@ -27,7 +33,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
 
   QueueState(std::string name, ServedBy by) : label(std::move(name)), servedBy(by) {}
 
-  /// The queue whose job is running on this thread, or nullptr.
+  /// The innermost queue whose job is running on this thread, or nullptr.
   static thread_local QueueState* running;
 
   const std::string label;
@@ -49,8 +55,11 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   bool isClosed KIV_GUARDED_BY(mutex) = false;  // no further job may run
   bool hasEnded KIV_GUARDED_BY(mutex) = false;  // the thread runs no job any more
 
-  // What runs at the end of the running job. Used only by the thread that runs the jobs.
-  std::vector<Job> jobEnds;
+  // Used only by the thread that runs the jobs.
+  std::vector<Job> jobEnds;     // what runs at the end of the running job
+  QueueState* outer = nullptr;  // the next of the thread's QueueChain
+
+  std::condition_variable awaitedJobEnded;
 
   // The handler is called without this lock, by one thread at a time: if another thread is calling
   // it, that one calls it again.
@@ -70,6 +79,12 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   bool runNext();
   void run(Job job);
   void endJob();
+  /// DispatchQueue::sync(), called on a thread that runs jobs of those queues.
+  Status runAndWait(Job job, const QueueChain& callers);
+  Status runAndWait(Job job);
+  struct AwaitedJob;
+  void runAwaited(const std::shared_ptr<AwaitedJob>& awaited);
+  void endAwaited(const std::shared_ptr<AwaitedJob>& awaited);
   std::size_t drain();
   void runUntilStopped();
   void setWakeUp(std::shared_ptr<const Handler> next);

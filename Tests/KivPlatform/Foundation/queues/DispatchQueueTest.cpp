@@ -6,12 +6,14 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
+#include "KivPlatform/Foundation/values/Result.h"
 // For the check whether the current thread is the main thread.
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "Tests/Support/LogCapture.h"
@@ -668,6 +670,158 @@ TEST_F(MainQueueTest, NoWakeUpIsLost) {
   for (auto& thread : threads)
     thread.join();
   EXPECT_FALSE(lost) << ran << " of " << producers * jobsEach << " jobs ran";
+}
+
+// --- sync() --------------------------------------------------------------------------------------
+
+bool isDeadlock(const kiv::Status& status) {
+  return !status && kiv::isSystemError(status.error(), std::errc::resource_deadlock_would_occur);
+}
+
+TEST(SyncTest, ReturnsWhenTheJobHasRunOnTheQueue) {
+  const auto queue = DispatchQueue::serial("q");
+  std::shared_ptr<DispatchQueue> current;
+  EXPECT_TRUE(queue->sync([&] { current = DispatchQueue::current(); }));
+  EXPECT_EQ(current, queue);
+}
+
+TEST(SyncTest, RunsTheJobAfterThoseThatWait) {
+  const auto queue = DispatchQueue::serial("q");
+  std::vector<int> order;
+  for (int number = 0; number < 100; ++number)
+    queue->async([&order, number] { order.push_back(number); });
+  EXPECT_TRUE(queue->sync([&] { order.push_back(100); }));
+  ASSERT_EQ(order.size(), 101U);
+  EXPECT_EQ(order.back(), 100);
+}
+
+TEST(SyncTest, AnEmptyJobIsNone) {
+  EXPECT_TRUE(DispatchQueue::serial("q")->sync(nullptr));
+}
+
+TEST(SyncTest, WhatTheJobHoldsIsGoneWhenItReturns) {
+  const auto queue = DispatchQueue::serial("q");
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> seen = held;
+  EXPECT_TRUE(queue->sync([held = std::move(held)] {}));
+  EXPECT_TRUE(seen.expired());
+}
+
+TEST(SyncTest, WaitsForWhatRunsAtTheEndOfTheJob) {
+  const auto queue = DispatchQueue::serial("q");
+  std::vector<int> order;
+  EXPECT_TRUE(queue->sync([&] {
+    DispatchQueue::atEndOfJob([&] {
+      order.push_back(1);
+      DispatchQueue::atEndOfJob([&] {
+        DispatchQueue::atEndOfJob([&] { order.push_back(3); });
+        order.push_back(2);
+      });
+    });
+  }));
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}
+
+TEST(SyncTest, ThrowsWhatTheJobThrowsAndLogsNothing) {
+  const kiv::test::LogCapture log;
+  const auto queue = DispatchQueue::serial("q");
+  EXPECT_THROW(static_cast<void>(queue->sync([] { throw std::runtime_error("x"); })),
+               std::runtime_error);
+  EXPECT_TRUE(queue->sync([] {}));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(SyncTest, FailsInAJobOfTheSameQueue) {
+  const auto queue = DispatchQueue::serial("q");
+  bool hasRun = false;
+  kiv::Status inner;
+  EXPECT_TRUE(queue->sync([&] { inner = queue->sync([&] { hasRun = true; }); }));
+  EXPECT_TRUE(isDeadlock(inner));
+  EXPECT_TRUE(queue->sync([] {}));
+  EXPECT_FALSE(hasRun);
+  EXPECT_EQ(inner.error().localizedDescription(),
+            "Could not wait for a job of the queue \"q\": Resource deadlock avoided.");
+}
+
+TEST(SyncTest, FailsByWayOfOtherQueues) {
+  std::vector<std::shared_ptr<DispatchQueue>> queues;
+  for (const char* const name : {"a", "b", "c"})
+    queues.push_back(DispatchQueue::serial(name));
+  kiv::Status last;
+  EXPECT_TRUE(queues[0]->sync([&] {
+    EXPECT_TRUE(queues[1]->sync(
+        [&] { EXPECT_TRUE(queues[2]->sync([&] { last = queues[0]->sync([] {}); })); }));
+  }));
+  EXPECT_TRUE(isDeadlock(last));
+}
+
+/// Both wait for the other at one time; one of them is told.
+TEST(SyncTest, FailsWhereTwoQueuesMeet) {
+  const auto a = DispatchQueue::serial("a");
+  const auto b = DispatchQueue::serial("b");
+  for (int round = 0; round < 200; ++round) {
+    kiv::Status ofA;
+    kiv::Status ofB;
+    a->async([&] { ofA = b->sync([] {}); });
+    b->async([&] { ofB = a->sync([] {}); });
+    EXPECT_TRUE(a->sync([] {}));
+    EXPECT_TRUE(b->sync([] {}));
+    EXPECT_TRUE(ofA || ofB);
+    EXPECT_TRUE(ofA || isDeadlock(ofA));
+    EXPECT_TRUE(ofB || isDeadlock(ofB));
+  }
+}
+
+TEST_F(MainQueueTest, SyncFailsOnTheMainThread) {
+  EXPECT_TRUE(isDeadlock(main_->sync([] {})));
+  const auto queue = DispatchQueue::serial("q");
+  kiv::Status inner;
+  EXPECT_TRUE(queue->sync([&] { inner = main_->sync([] {}); }))
+      << "the main thread waits, so it serves nobody";
+  EXPECT_TRUE(isDeadlock(inner));
+  EXPECT_EQ(main_->drain(), 0U);
+}
+
+TEST_F(MainQueueTest, SyncFailsInAJobThatRunsWithinOneOfTheQueue) {
+  const auto queue = DispatchQueue::serial("q");
+  kiv::Status inner;
+  EXPECT_TRUE(queue->sync([&] {
+    main_->async([&] { inner = queue->sync([] {}); });
+    main_->drain();
+  }));
+  EXPECT_TRUE(isDeadlock(inner));
+}
+
+TEST_F(MainQueueTest, SyncWaitsForTheHostsLoop) {
+  bool isMain = false;
+  kiv::Status status;
+  std::thread thread([&] {
+    status = main_->sync([&] { isMain = kiv::system::isMainThread(); });
+    main_->stop();
+  });
+  main_->run();
+  thread.join();
+  EXPECT_TRUE(status);
+  EXPECT_TRUE(isMain);
+}
+
+TEST(SyncTest, ManyThreadsCallManyQueues) {
+  std::vector<std::shared_ptr<DispatchQueue>> queues;
+  for (int number = 0; number < 4; ++number)
+    queues.push_back(DispatchQueue::serial(std::to_string(number)));
+  std::vector<int> counts(queues.size());
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 8; ++number) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 200; ++round) {
+        for (std::size_t index = 0; index < queues.size(); ++index)
+          EXPECT_TRUE(queues[index]->sync([&] { ++counts[index]; }));
+      }
+    });
+  }
+  for (auto& thread : threads)
+    thread.join();
+  EXPECT_EQ(counts, std::vector<int>(4, 1600));
 }
 
 }  // namespace

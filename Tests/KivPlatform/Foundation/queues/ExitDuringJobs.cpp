@@ -2,7 +2,7 @@
 // that the queue runs no jobs any more: libraries that were loaded first are destroyed at that
 // point. Run by SerialQueueExitTest.
 //
-//     ExitDuringJobs return|exit|job|finish
+//     ExitDuringJobs return|exit|job|finish|sync
 
 #include <atomic>
 #include <cstdio>
@@ -10,10 +10,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/values/JSON.h"
+#include "KivPlatform/Foundation/values/Result.h"
 
 namespace {
 
@@ -31,7 +33,7 @@ struct KeptForThread {
   KeptForThread(const KeptForThread&) = delete;
   KeptForThread& operator=(const KeptForThread&) = delete;
   ~KeptForThread() {
-    for (int round = 0; round < 1000; ++round)
+    for (int round = 0; round < 50; ++round)
       std::this_thread::yield();
     --threadsWithJobs;
   }
@@ -53,12 +55,13 @@ void work(const std::shared_ptr<DispatchQueue>& queue) {
       kiv::Dictionary{{"items", kiv::Array{std::string(1000, 'x'), "\xc3\xa4", jobs.load()}}});
   if (!text || !kiv::JSON::read(*text)) std::_Exit(6);
   ++jobs;
+  jobs.notify_all();
   queue->async([queue] { work(queue); });
 }
 
 void waitForJobs(int count) {
-  while (jobs < count)
-    std::this_thread::yield();
+  for (int seen = jobs; seen < count; seen = jobs)
+    jobs.wait(seen);
 }
 
 }  // namespace
@@ -87,6 +90,23 @@ int main(int count, char** arguments) {
       isFinished = true;
     });
     while (!runs)
+      std::this_thread::yield();
+  }
+  if (way == "sync") {
+    // The job that is awaited waits behind another one and never runs, which ends the wait.
+    isToFinish = true;
+    static std::atomic<int> running = 0;
+    other->async([] {
+      ++running;
+      while (!isFinished)
+        std::this_thread::yield();
+    });
+    queue->async([] {
+      ++running;
+      const auto status = other->sync([] { std::_Exit(7); });
+      isFinished = !status && kiv::isSystemError(status.error(), std::errc::operation_canceled);
+    });
+    while (running < 2)
       std::this_thread::yield();
   }
   if (way == "job") {

@@ -18,7 +18,8 @@ TEST_P(SerialQueueExit, StopsTheJobsBeforeTheLibrariesGo) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, SerialQueueExit, testing::Values("return", "exit", "job", "finish"),
+INSTANTIATE_TEST_SUITE_P(All, SerialQueueExit,
+                         testing::Values("return", "exit", "job", "finish", "sync"),
                          [](const auto& testCase) { return std::string(testCase.param); });
 
 }  // namespace
