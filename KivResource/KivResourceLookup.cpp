@@ -9,6 +9,7 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceStorageModule.h"
 
 namespace {
@@ -54,6 +55,8 @@ std::optional<std::vector<std::string>> KivResourceLookup::roots() {
 }
 
 bool KivResourceLookup::fileExistsAtPath(std::string_view path) {
+  // A listing shows only files of the resources directory, and no links, so roots need no check.
+  if (kiv::FileListing::isFileAtPath(path)) return true;
   auto& files = kiv::FileManager::defaultManager();
   const auto roots = rootsInForce();
   if (!roots) return files.fileExistsAtPath(path);

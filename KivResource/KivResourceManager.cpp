@@ -7,6 +7,7 @@
 
 #include "KivPlatform/Foundation/queues/QueueAssertion.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
+#include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceSavedList.h"
@@ -47,6 +48,7 @@ std::shared_ptr<KivResourceManager> KivResourceManager::newInstance() {
 
 KivResourceManager::KivResourceManager()
     : queueAssertion_(std::make_shared<kiv::QueueAssertion>("the manager")),
+      fileListing_(std::make_unique<kiv::FileListing>()),
       removals_(std::make_unique<kiv::PendingRemovals>()) {}
 KivResourceManager::~KivResourceManager() = default;
 
@@ -68,7 +70,7 @@ void KivResourceManager::assertQueue(const char* call) const {
 void KivResourceManager::loadSavedResources() {
   assertQueue();
   if (listIsChanged_) saveChanges();
-  savedList_->restore(*loadedResources_);
+  savedList_->restore(*loadedResources_, *fileListing_);
   kiv::SystemLog::write(
       "KivResourceManager (-[KivResourceManager loadSavedResources]): "
       "Cached resources were loaded.");
@@ -131,7 +133,9 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithType(
 
 kiv::ResourceArray KivResourceManager::allLoadedResourcesWithCopy(bool copy) const {
   assertQueue();
-  return copy ? copiesOf(*loadedResources_) : loadedResources_->resources();
+  if (!copy) return loadedResources_->resources();
+  const kiv::FileListing::Use use(fileListing_->refreshed(loadedResources_->size()));
+  return copiesOf(*loadedResources_);
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
@@ -140,7 +144,9 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
   // Every resource has an identifier.
   if (!resourceID) return {};
   auto found = loadedResources_->resourcesWithID(*resourceID);
-  return copy ? copiesOf(found) : found;
+  if (!copy) return found;
+  const kiv::FileListing::Use use(fileListing_->ifUnchanged(found.size()));
+  return copiesOf(found);
 }
 
 kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
@@ -149,7 +155,9 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
   // Every resource has a type.
   if (!type) return {};
   auto found = loadedResources_->resourcesWithType(*type);
-  return copy ? copiesOf(found) : found;
+  if (!copy) return found;
+  const kiv::FileListing::Use use(fileListing_->ifUnchanged(found.size()));
+  return copiesOf(found);
 }
 
 kiv::ResourceArray KivResourceManager::findResourcesInList_withValue_forPropertyName(

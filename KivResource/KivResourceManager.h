@@ -21,6 +21,7 @@
 #include "KivResource/KivResourceRESTModule.h"
 
 namespace kiv {
+class FileListing;
 class ManagerStep;
 class PendingRemovals;
 class QueueAssertion;
@@ -228,6 +229,7 @@ class KIV_EXPORT KivResourceManager final
   std::shared_ptr<MulticastObserver> multicastObserver_;
   std::shared_ptr<kiv::ResourceList> loadedResources_;
   std::unique_ptr<kiv::SavedList> savedList_;
+  const std::unique_ptr<kiv::FileListing> fileListing_;
   std::optional<kiv::ResourceArray> resourcesForRemove_;
   std::int64_t loadingResourcesFilesCount_ = 0;
   std::shared_ptr<KivResourceRESTModule> loader_;

@@ -7,6 +7,7 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
+#include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePendingRemovals.h"
@@ -216,8 +217,12 @@ void KivResourceManager::store(Arrival& arrival) {
     announceFailed(arrival.resource, error);
     return;
   }
-  const auto path = KivResourceStorageModule::pathToSavedResourceFileWithName(fileName);
-  if (path) setLoadedFile_forResource(*path, arrival.resource);
+  const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
+  if (!path) return;
+  // The resource need not ask for the stored file again. A packaged one may be a link.
+  const auto known = path == item ? kiv::FileListing(*path) : kiv::FileListing();
+  const kiv::FileListing::Use use(known);
+  setLoadedFile_forResource(*path, arrival.resource);
 }
 
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,

@@ -57,9 +57,10 @@ void logUnwritable(const KivResource& resource, const Error& error) {
 
 // --- Reading -------------------------------------------------------------------------------------
 
-void SavedList::restore(ResourceList& registry) {
+void SavedList::restore(ResourceList& registry, FileListing& listing) {
   KivResourceStorageModule::makeResourcesListsPrivate();  // lists of older versions are not
   base_ = read().value_or(Array());
+  const FileListing::Use use(listing.refreshed(base_.size()));
   for (const Value& entry : base_) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
     // Its creation has just looked for the files: if no link is left, all of them exist.

@@ -10,6 +10,7 @@
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/Value.h"
+#include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceListMerge.h"
 
 namespace kiv {
@@ -21,9 +22,9 @@ namespace kiv {
 /// such a list is replaced it is read again, and if that fails it is set aside under another name.
 class SavedList {
  public:
-  /// Appends to the registry the resources of the list whose files are there. There are none if
-  /// there is no list, or if it cannot be read and is in doubt from now on.
-  void restore(ResourceList& registry);
+  /// Appends to the registry the resources of the list whose files are there, which the listing may
+  /// tell. There are none if there is no list, or if it cannot be read and is in doubt from now on.
+  void restore(ResourceList& registry, FileListing& listing);
 
   /// Why the list could not be read, as long as it is in doubt.
   [[nodiscard]] const std::optional<Error>& doubt() const noexcept { return doubt_; }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/FileName.h"
@@ -58,11 +59,6 @@ bool isArchivePage(std::string_view path) {
 bool isDirectoryAt(std::string_view resolvedPath, const std::string& path) {
   if (path.empty()) return false;
   return kiv::FileManager::defaultManager().resolvedPathOfItemAtPath(path) == resolvedPath;
-}
-
-std::string pathTo(Place place) {
-  if (place.packaged) return std::move(*place.packaged);
-  return KivStorageService::filePathForFileName_atRelativePath(place.name, place.directory);
 }
 
 /// The root may have changed since the last removal.
@@ -223,17 +219,12 @@ void KivResourceStorageModule::makeResourcesListsPrivate() {
 std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(
     std::string_view fileName) {
   auto place = placeOf(fileName);
-  const bool isThere =
-      place && (place->packaged || KivStorageService::fileExistsWithName_atRelativePath(
-                                       place->name, place->directory));
-  return isThere ? std::optional(pathTo(std::move(*place))) : std::nullopt;
-}
-
-std::optional<std::string> KivResourceStorageModule::pathToSavedResourceFileWithName(
-    std::string_view fileName) {
-  if (fileName.ends_with(archiveSuffix)) return pathToResourceFileWithName(fileName);
-  auto place = placeOf(fileName);
-  return place ? std::optional(pathTo(std::move(*place))) : std::nullopt;
+  if (!place) return std::nullopt;
+  if (place->packaged) return std::move(place->packaged);
+  if (!KivStorageService::fileExistsWithName_atRelativePath(place->name, place->directory)) {
+    return std::nullopt;
+  }
+  return KivStorageService::filePathForFileName_atRelativePath(place->name, place->directory);
 }
 
 std::optional<std::string> KivResourceStorageModule::pathToInnerResourceFileWithName(

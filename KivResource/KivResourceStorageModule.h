@@ -107,10 +107,6 @@ class KIV_EXPORT KivResourceStorageModule {
   /// that is not allowed.
   static std::optional<std::string> pathToResourceFileWithName(std::string_view fileName);
 
-  /// The same for a file that has just been saved, without a look-up, except for the page of an
-  /// archive, which may be missing.
-  static std::optional<std::string> pathToSavedResourceFileWithName(std::string_view fileName);
-
   /// The absolute path of the packaged file of that name, or nothing.
   static std::optional<std::string> pathToInnerResourceFileWithName(std::string_view fileName);
 

@@ -82,6 +82,24 @@ TEST_F(KivResourceManagerDiskTest, WhatAHostReadsOfACopyAsksNothing) {
   EXPECT_THAT(files.take(), IsEmpty());
 }
 
+TEST_F(KivResourceManagerDiskTest, ADownloadAsksOnceForTheFileThatItHasStored) {
+  AskedPaths files;
+  beginLoad({banner("new", 1, "x/new.png"), banner("other", 1, "x/other.png")});
+  std::erase_if(files.asked, [](const auto& path) { return !path.ends_with("/new.png"); });
+  const std::string inBundle = packaged() + "/InnerAdResources.bundle/new.png";
+  const std::string file = stored("new.png");
+  EXPECT_THAT(files.take(), ElementsAre("x/new.png", inBundle, file));
+  client->succeed("/new.png");
+  takeEvents();
+  EXPECT_EQ(registry().back(), "new");
+  std::vector<std::string> asked;
+  for (const auto& path : files.take()) {
+    if (path.ends_with("/new.png")) asked.push_back(path);
+  }
+  // Whether it may be replaced, whether a packaged file hides it, whether it is there.
+  EXPECT_THAT(asked, ElementsAre(file, inBundle, file));
+}
+
 TEST_F(KivResourceManagerDiskTest, AnUpdateInWhichAllIsCurrentAsksForNoStoredFile) {
   AskedPaths files;
   beginUpdate({banner("b", 1, "x/b.png"), video("v", 1, "x/i.png", "x/v.mp4"),

@@ -52,18 +52,11 @@ TEST_F(KivResourceStorageModuleTest, AnArchiveIsFoundAsItsUnpackedPageAlone) {
   EXPECT_EQ(Module::pathToInnerResourceArchiveWithName("other"), std::nullopt);
 }
 
-TEST_F(KivResourceStorageModuleTest, ASavedFileIsWhereItIsFound) {
-  write(stored("banner.png"), "downloaded");
-  EXPECT_EQ(Module::pathToSavedResourceFileWithName("banner.png"), stored("banner.png"));
-  write(inBundle("banner.png"), "packaged");
-  EXPECT_EQ(Module::pathToSavedResourceFileWithName("banner.png"), inBundle("banner.png"));
-}
-
 TEST_F(KivResourceStorageModuleTest, ASavedArchiveMayHaveNoPage) {
   write(stored("promo/other.html"), "no page");
-  EXPECT_EQ(Module::pathToSavedResourceFileWithName("promo.zip"), std::nullopt);
+  EXPECT_EQ(Module::pathToResourceFileWithName("promo.zip"), std::nullopt);
   write(stored("promo/index.html"), "page");
-  EXPECT_EQ(Module::pathToSavedResourceFileWithName("promo.zip"), stored("promo/index.html"));
+  EXPECT_EQ(Module::pathToResourceFileWithName("promo.zip"), stored("promo/index.html"));
 }
 
 TEST_F(KivResourceStorageModuleTest, AnUpperCaseArchiveNameIsAPlainFile) {
@@ -146,7 +139,6 @@ TEST_P(HostileStoredNameTest, IsFoundNowhereAndNotStored) {
     write(place, "page");
   }
   EXPECT_EQ(Module::pathToResourceFileWithName(GetParam()), std::nullopt);
-  EXPECT_EQ(Module::pathToSavedResourceFileWithName(GetParam()), std::nullopt);
   MaybeError error;
   EXPECT_FALSE(Module::saveData_withResourceFileName_error(kiv::Data("bytes"), GetParam(), &error));
   ASSERT_TRUE(error.has_value());

@@ -207,6 +207,13 @@ Result<std::vector<std::string>> FaultyFileManager::contentsOfDirectoryAtPath(
   return ForwardingFileManager::contentsOfDirectoryAtPath(path);
 }
 
+Result<std::vector<std::string>> FaultyFileManager::filesOfDirectoryAtPath_mostEntries(
+    std::string_view path, std::size_t mostEntries) {
+  Status status = begin({FileOperation::list, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::filesOfDirectoryAtPath_mostEntries(path, mostEntries);
+}
+
 Status FaultyFileManager::createDirectoryAtPath(std::string_view path) {
   Status status = begin({FileOperation::createDirectory, std::string(path)});
   if (!status) return status;

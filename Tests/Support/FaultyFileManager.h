@@ -89,6 +89,8 @@ class FaultyFileManager : public ForwardingFileManager {
   Result<Data> contentsAtPath(std::string_view path) override;
   Result<std::unique_ptr<MappedFile>> mapFileAtPath(std::string_view path) override;
   Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override;
+  Result<std::vector<std::string>> filesOfDirectoryAtPath_mostEntries(
+      std::string_view path, std::size_t mostEntries) override;
   Status createDirectoryAtPath(std::string_view path) override;
   Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,

@@ -46,6 +46,10 @@ class ForwardingFileManager : public FileManager {
   Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override {
     return base_.contentsOfDirectoryAtPath(path);
   }
+  Result<std::vector<std::string>> filesOfDirectoryAtPath_mostEntries(
+      std::string_view path, std::size_t mostEntries) override {
+    return base_.filesOfDirectoryAtPath_mostEntries(path, mostEntries);
+  }
   Status createDirectoryAtPath(std::string_view path) override {
     return base_.createDirectoryAtPath(path);
   }

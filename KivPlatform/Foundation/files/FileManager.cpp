@@ -80,6 +80,11 @@ std::vector<Status> FileManager::synchronizeFiles(const std::vector<WritableFile
   return results;
 }
 
+Result<std::vector<std::string>> FileManager::filesOfDirectoryAtPath_mostEntries(
+    std::string_view path, std::size_t mostEntries) {
+  return systemFileManager().filesOfDirectoryAtPath_mostEntries(path, mostEntries);
+}
+
 Status FileManager::createPrivateDirectoryAtPath(std::string_view path) {
   if (Status status = createDirectoryAtPath(path); !status) return status;
   makePrivateItemAtPath(path);

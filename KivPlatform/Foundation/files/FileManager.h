@@ -153,6 +153,12 @@ class KIV_EXPORT FileManager {
   /// The names of a directory's entries without "." and "..", in unspecified order.
   [[nodiscard]] virtual Result<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path) = 0;
+  /// The names of the regular files among the first entries of a directory, of which at most
+  /// `mostEntries` are read, in unspecified order. Links are left out, and so are entries of which
+  /// the file system does not tell the type. The default implementation lists the system's
+  /// directory.
+  [[nodiscard]] virtual Result<std::vector<std::string>> filesOfDirectoryAtPath_mostEntries(
+      std::string_view path, std::size_t mostEntries);
 
   /// Creates the directory and its missing parents. Succeeds if it exists already. The mode of a
   /// new directory follows the process's umask, but is never writable by others.

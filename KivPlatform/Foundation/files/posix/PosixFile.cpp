@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
+#include <limits>
 #include <sys/mman.h>
 
 namespace kiv::posix {
@@ -100,6 +101,32 @@ std::optional<std::string> readToEnd(const Descriptor& file, std::size_t expecte
   }
 }
 
+/// The names of those of the first entries that are wanted.
+template <class Wanted>
+std::optional<std::vector<std::string>> namesOfEntries(Descriptor directory,
+                                                       std::size_t mostEntries,
+                                                       const Wanted& isWanted) {
+  DIR* const stream = ::fdopendir(directory.number());
+  if (!stream) return std::nullopt;
+  directory.release();  // the stream owns it now
+  std::vector<std::string> names;
+  int number = 0;
+  while (mostEntries > 0) {
+    errno = 0;  // distinguishes the end from an error
+    const dirent* const entry = ::readdir(stream);
+    number = errno;
+    if (!entry) break;
+    const std::string_view name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    --mostEntries;
+    if (isWanted(*entry)) names.emplace_back(name);
+  }
+  ::closedir(stream);
+  errno = number;
+  if (number != 0) return std::nullopt;
+  return names;
+}
+
 }  // namespace
 
 Descriptor open(std::string_view path, int flags, mode_t mode) {
@@ -160,23 +187,14 @@ Result<Data> readFile(std::string_view path) {
 }
 
 std::optional<std::vector<std::string>> namesInDirectory(Descriptor directory) {
-  DIR* const stream = ::fdopendir(directory.number());
-  if (!stream) return std::nullopt;
-  directory.release();  // the stream owns it now
-  std::vector<std::string> names;
-  int number = 0;
-  while (true) {
-    errno = 0;  // distinguishes the end from an error
-    const dirent* const entry = ::readdir(stream);
-    number = errno;
-    if (!entry) break;
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-  }
-  ::closedir(stream);
-  errno = number;
-  if (number != 0) return std::nullopt;
-  return names;
+  constexpr auto all = std::numeric_limits<std::size_t>::max();
+  return namesOfEntries(std::move(directory), all, [](const dirent&) { return true; });
+}
+
+std::optional<std::vector<std::string>> regularFilesInDirectory(Descriptor directory,
+                                                                std::size_t mostEntries) {
+  return namesOfEntries(std::move(directory), mostEntries,
+                        [](const dirent& entry) { return entry.d_type == DT_REG; });
 }
 
 }  // namespace kiv::posix

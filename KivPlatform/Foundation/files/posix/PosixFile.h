@@ -65,5 +65,8 @@ Result<Data> readFile(std::string_view path);
 
 /// The names in the open directory, without "." and ".."; nothing, with errno set, on failure.
 std::optional<std::vector<std::string>> namesInDirectory(Descriptor directory);
+/// Those of its first entries that the directory itself calls regular files. Fails in the same way.
+std::optional<std::vector<std::string>> regularFilesInDirectory(Descriptor directory,
+                                                                std::size_t mostEntries);
 
 }  // namespace kiv::posix

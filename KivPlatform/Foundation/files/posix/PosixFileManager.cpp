@@ -72,6 +72,8 @@ class PosixFileManager final : public FileManager {
   std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override;
   Result<FileIdentity> identityOfFileAtPath(std::string_view path) override;
   Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override;
+  Result<std::vector<std::string>> filesOfDirectoryAtPath_mostEntries(
+      std::string_view path, std::size_t mostEntries) override;
   Status createDirectoryAtPath(std::string_view path) override;
   Status createPrivateDirectoryAtPath(std::string_view path) override;
   Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
@@ -177,6 +179,15 @@ Result<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
   Descriptor directory = posix::open(path, O_RDONLY | O_DIRECTORY);
   if (!directory.isOpen()) return systemError(errno, "list", path);
   auto names = posix::namesInDirectory(std::move(directory));
+  if (!names) return systemError(errno, "list", path);
+  return *std::move(names);
+}
+
+Result<std::vector<std::string>> PosixFileManager::filesOfDirectoryAtPath_mostEntries(
+    std::string_view path, std::size_t mostEntries) {
+  Descriptor directory = posix::open(path, O_RDONLY | O_DIRECTORY);
+  if (!directory.isOpen()) return systemError(errno, "list", path);
+  auto names = posix::regularFilesInDirectory(std::move(directory), mostEntries);
   if (!names) return systemError(errno, "list", path);
   return *std::move(names);
 }

@@ -227,6 +227,41 @@ TEST_F(FileManagerTest, ListsNothingButDirectories) {
   expectFailure(listing(makePipe("pipe")), ENOTDIR);
 }
 
+TEST_F(FileManagerTest, ListsTheRegularFilesOfADirectory) {
+  write("directory/b");
+  write("directory/.hidden");
+  write("directory/a/within");
+  makePipe("directory/pipe");
+  link("directory/link", path("directory/b"));
+  link("directory/dangling", path("missing"));
+  auto names = *manager_.filesOfDirectoryAtPath_mostEntries(path("directory"), 100);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{".hidden", "b"}));
+}
+
+TEST_F(FileManagerTest, ListsNoMoreEntriesThanItIsToldTo) {
+  for (int file = 0; file < 100; ++file)
+    write("many/" + std::to_string(file), "");
+  const auto listed = [&](std::size_t mostEntries) {
+    return (*manager_.filesOfDirectoryAtPath_mostEntries(path("many"), mostEntries)).size();
+  };
+  EXPECT_EQ(listed(0), 0U);
+  EXPECT_EQ(listed(1), 1U);
+  EXPECT_EQ(listed(99), 99U);
+  EXPECT_EQ(listed(100), 100U);
+  EXPECT_EQ(listed(1000), 100U);
+}
+
+TEST_F(FileManagerTest, ListsTheFilesOfNothingButDirectories) {
+  const auto listing = [&](const std::string& item) {
+    return manager_.filesOfDirectoryAtPath_mostEntries(item, 100);
+  };
+  expectFailure(listing(path("missing")), ENOENT);
+  expectFailure(listing(write("file")), ENOTDIR);
+  expectFailure(listing(makePipe("pipe")), ENOTDIR);
+  expectFailure(listing(directory_.path() + "\0"s), EINVAL);
+}
+
 // --- Creating and writing ------------------------------------------------------------------------
 
 TEST_F(FileManagerTest, MakesADirectoryWithThoseAboveIt) {
