@@ -91,7 +91,7 @@ class KivRESTService::Implementation {
     }
     if (!status) {
       auto outcome = kiv::TransferOutcome::failed(std::move(status).error());
-      ledger_->endAtOnce({{*id, {std::move(outcome), {}, 0}}});
+      ledger_->endAtOnce({{*id, std::move(outcome), {}, 0}});
     }
   }
 

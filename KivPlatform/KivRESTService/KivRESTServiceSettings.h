@@ -75,8 +75,7 @@ struct KivRESTServiceSettings {
   std::string certificateAuthoritiesPath;
   /// The User-Agent header.
   std::string userAgent = "KivRESTService/1.0";
-  /// Offers HTTP/2 to https servers. A body that HTTP/2 does not deliver whole, or without a
-  /// length, is requested again over HTTP/1.1. Off by default: many files wait together for the
-  /// time-out of a shared connection that has stalled.
-  bool http2 = false;
+  /// Offers HTTP/2 to https servers, except with a `bandwidth`. A body that HTTP/2 does not deliver
+  /// whole, or without a length, is requested again over HTTP/1.1.
+  bool http2 = true;
 };

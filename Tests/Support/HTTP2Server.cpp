@@ -1,11 +1,14 @@
 #include "Tests/Support/HTTP2Server.h"
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <openssl/ssl.h>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,10 +27,20 @@ constexpr std::size_t headLength = 9;  // of a frame
   std::abort();
 }
 
-/// Takes "h2" if the client offers it, otherwise "http/1.1".
+/// Protocols as ALPN writes them (RFC 7301, 3.1).
+constexpr std::string_view http2Protocol = "\x02h2";
+constexpr std::string_view http1Protocol = "\x08http/1.1";
+
+struct ProtocolChoice {
+  std::string preferred;
+  std::atomic<std::size_t> offersOfHTTP2 = 0;
+};
+
 int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length,
-                   const unsigned char* offered, unsigned int offeredLength, void*) {
-  static constexpr std::string_view preferred = "\x02h2\x08http/1.1";
+                   const unsigned char* offered, unsigned int offeredLength, void* choice) {
+  auto& [preferred, offersOfHTTP2] = *static_cast<ProtocolChoice*>(choice);
+  const std::string_view offer(reinterpret_cast<const char*>(offered), offeredLength);
+  if (offer.find(http2Protocol) != offer.npos) ++offersOfHTTP2;
   auto* out = const_cast<unsigned char*>(*chosen);
   const int result =
       SSL_select_next_proto(&out, length, reinterpret_cast<const unsigned char*>(preferred.data()),
@@ -54,7 +67,7 @@ void blockBrokenPipeSignal() {
 }  // namespace
 
 struct HTTP2Server::Context {
-  explicit Context(const SelfSignedCertificate& certificate)
+  Context(const SelfSignedCertificate& certificate, Choice choice)
       : handle(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free) {
     const bool isReady =
         handle &&
@@ -62,10 +75,14 @@ struct HTTP2Server::Context {
                                      SSL_FILETYPE_PEM) == 1 &&
         SSL_CTX_use_PrivateKey_file(handle.get(), certificate.key.c_str(), SSL_FILETYPE_PEM) == 1;
     if (!isReady) giveUp("The TLS library does not take the certificate.");
-    SSL_CTX_set_alpn_select_cb(handle.get(), &chooseProtocol, nullptr);
+    if (choice == Choice::nothing) return;
+    if (choice == Choice::http2) protocols.preferred += http2Protocol;
+    protocols.preferred += http1Protocol;
+    SSL_CTX_set_alpn_select_cb(handle.get(), &chooseProtocol, &protocols);
   }
 
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> handle;
+  ProtocolChoice protocols;
 };
 
 /// A connection and the thread that serves it.
@@ -111,7 +128,8 @@ class HTTP2Server::Connection {
       const auto length = received_.find(end) + end.size();
       const std::string head = received_.substr(0, length);
       received_.erase(0, length);
-      if (!send(server_.plainAnswerTo(head))) return;
+      const std::string answer = server_.plainAnswerTo(head);
+      if (!send(answer) || answer.find("\r\nConnection: close\r\n") != std::string::npos) return;
     }
   }
 
@@ -142,12 +160,19 @@ class HTTP2Server::Connection {
     return answer.then == HTTP2Answer::Then::goOn;
   }
 
-  /// A client acknowledges a ping after it has read what came before.
+  /// A client acknowledges a ping after it has read what came before. Other frames are left to
+  /// serveHTTP2().
   bool waitUntilRead() {
     if (!send(http2::frame(Type::ping, 0, 0, "12345678"))) return false;
+    std::string others;
     while (const auto head = take(headLength)) {
-      if (!take(numberFrom(head->substr(0, 3)))) return false;
-      if (static_cast<Type>((*head)[3]) == Type::ping) return true;
+      const auto payload = take(numberFrom(head->substr(0, 3)));
+      if (!payload) return false;
+      if (static_cast<Type>((*head)[3]) == Type::ping) {
+        received_.insert(0, others);
+        return true;
+      }
+      others += *head + *payload;
     }
     return false;
   }
@@ -190,11 +215,11 @@ class HTTP2Server::Connection {
   std::thread thread_;
 };
 
-HTTP2Server::HTTP2Server(Handler handler, PlainHandler plainHandler)
+HTTP2Server::HTTP2Server(Handler handler, PlainHandler plainHandler, Choice choice)
     : certificate_(directory_.path()),
       handler_(std::move(handler)),
       plainHandler_(std::move(plainHandler)),
-      context_(std::make_unique<Context>(certificate_)),
+      context_(std::make_unique<Context>(certificate_, choice)),
       listener_(listeningSocket()),
       acceptor_([this] { acceptConnections(); }) {}
 
@@ -209,6 +234,7 @@ void HTTP2Server::acceptConnections() {
   while (true) {
     const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (accepted < 0) return;
+    const std::lock_guard lock(mutex_);
     connections_.push_back(std::make_unique<Connection>(*this, accepted, connections_.size() + 1));
   }
 }
@@ -220,8 +246,10 @@ HTTP2Answer HTTP2Server::answerTo(const HTTP2Request& request) {
 }
 
 std::string HTTP2Server::plainAnswerTo(std::string_view head) {
-  const std::lock_guard lock(mutex_);
-  ++plainRequests_;
+  {
+    const std::lock_guard lock(mutex_);
+    ++plainRequests_;
+  }
   return plainHandler_(head);
 }
 
@@ -237,6 +265,15 @@ std::size_t HTTP2Server::requests() const {
 std::size_t HTTP2Server::plainRequests() const {
   const std::lock_guard lock(mutex_);
   return plainRequests_;
+}
+
+std::size_t HTTP2Server::offersOfHTTP2() const {
+  return context_->protocols.offersOfHTTP2;
+}
+
+std::size_t HTTP2Server::connections() const {
+  const std::lock_guard lock(mutex_);
+  return connections_.size();
 }
 
 }  // namespace kiv::test

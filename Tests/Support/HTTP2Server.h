@@ -33,17 +33,21 @@ struct HTTP2Answer {
 };
 
 /// An https server on a port of the loopback interface, chosen by the system. Clients that offer
-/// HTTP/2 get the frames that the test gives it, others a proper response over HTTP/1.1.
+/// HTTP/2 get the frames that the test gives it, others a response over HTTP/1.1.
 ///
 /// The constructor starts listening; the destructor closes every connection and joins every thread.
 class HTTP2Server {
  public:
   using Handler = std::function<HTTP2Answer(const HTTP2Request&)>;
-  /// Gets the head of a request over HTTP/1.1 and returns the bytes of the response.
+  /// Gets the head of a request over HTTP/1.1 and returns the bytes of the response. With the
+  /// header "Connection: close" the connection ends after it.
   using PlainHandler = std::function<std::string(std::string_view head)>;
+  /// What the server chooses of the protocols that a client offers (ALPN).
+  enum class Choice { http2, http1, nothing };
 
-  /// The handlers are called on the threads of the connections, one at a time.
-  HTTP2Server(Handler handler, PlainHandler plainHandler);
+  /// The handlers are called on the threads of the connections, the first one for one request at a
+  /// time.
+  HTTP2Server(Handler handler, PlainHandler plainHandler, Choice choice = Choice::http2);
   ~HTTP2Server();
   HTTP2Server(const HTTP2Server&) = delete;
   HTTP2Server& operator=(const HTTP2Server&) = delete;
@@ -55,6 +59,10 @@ class HTTP2Server {
   /// The requests received so far over HTTP/2, and over HTTP/1.1.
   [[nodiscard]] std::size_t requests() const;
   [[nodiscard]] std::size_t plainRequests() const;
+  /// The connections accepted so far.
+  [[nodiscard]] std::size_t connections() const;
+  /// Those whose client offered HTTP/2, unless the choice is `nothing`.
+  [[nodiscard]] std::size_t offersOfHTTP2() const;
 
  private:
   class Connection;

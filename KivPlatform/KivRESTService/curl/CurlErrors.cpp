@@ -137,6 +137,7 @@ KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept {
     case CURLE_BAD_CONTENT_ENCODING:
     case CURLE_CHUNK_FAILED:
     case CURLE_HTTP3:
+    case resultOfTooLarge:
       return Code::malformedResponse;
 
     case CURLE_TOO_MANY_REDIRECTS:

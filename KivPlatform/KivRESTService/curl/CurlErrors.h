@@ -12,6 +12,9 @@ namespace kiv {
 inline constexpr int resultOfTimeOut = 28;
 /// libcurl's result code for a body that the end of the connection has cut.
 inline constexpr int resultOfCutBody = 18;
+/// libcurl's result code for a header that is too large, since 8.6. Before that it said that memory
+/// had run out.
+inline constexpr int resultOfTooLarge = 100;
 
 /// Maps libcurl's result codes to transfer errors. Codes that do not concern HTTP, and those of
 /// later versions, are `unknown`.

@@ -58,7 +58,8 @@ struct RedirectGuardCallbacks {
   /// Called for every request, also on a reused connection.
   static int beginRequest(void* guard, char* address, char*, int, int) {
     auto& self = *static_cast<RedirectGuard*>(guard);
-    if (self.admits(address)) return CURL_PREREQFUNC_OK;
+    self.hasConnection_ = true;
+    if (!self.looks_ || self.admits(address)) return CURL_PREREQFUNC_OK;
     self.hasAdmitted_ = false;
     return CURL_PREREQFUNC_ABORT;
   }
@@ -80,13 +81,14 @@ Status RedirectGuard::checkRedirect(void* handle, const URL& from, const URL& ta
 bool RedirectGuard::setOptions(void* handle) {
   refused_.clear();
   hasAdmitted_ = false;
-  const bool looks = isOn_ && !usesProxy(*target_);
+  hasConnection_ = false;
+  looks_ = isOn_ && !usesProxy(*target_);
   using Callbacks = RedirectGuardCallbacks;
   constexpr curl_opensocket_callback noSocket = nullptr;
-  constexpr curl_prereq_callback noRequest = nullptr;
-  return setOption(handle, CURLOPT_OPENSOCKETFUNCTION, looks ? &Callbacks::openSocket : noSocket) &&
+  return setOption(handle, CURLOPT_OPENSOCKETFUNCTION,
+                   looks_ ? &Callbacks::openSocket : noSocket) &&
          setOption(handle, CURLOPT_OPENSOCKETDATA, this) &&
-         setOption(handle, CURLOPT_PREREQFUNCTION, looks ? &Callbacks::beginRequest : noRequest) &&
+         setOption(handle, CURLOPT_PREREQFUNCTION, &Callbacks::beginRequest) &&
          setOption(handle, CURLOPT_PREREQDATA, this) && setProxy(handle);
 }
 

@@ -28,6 +28,8 @@ class RedirectGuard {
   /// Prepares a handle for the next request; false if that failed. The guard must not move while
   /// the handle runs.
   bool setOptions(void* handle);
+  /// True once the request has a connection, with TLS.
+  [[nodiscard]] bool hasConnection() const noexcept { return hasConnection_; }
   /// Fails if the last request was refused its connection.
   Status checkConnection() const;
 
@@ -42,7 +44,9 @@ class RedirectGuard {
 
   const TransferSettings& settings_;
   bool isFirstRedirect_ = true;
-  bool isOn_ = false;  // the try began at a public server
+  bool isOn_ = false;   // the try began at a public server
+  bool looks_ = false;  // at the addresses of the next request
+  bool hasConnection_ = false;
   std::optional<URL> from_;
   std::optional<URL> target_;  // of the next request
   std::string refused_;        // an address

@@ -104,11 +104,9 @@ bool Transfer::setRequest() {
          setOption(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
 }
 
-/// With HTTP/2 a request waits for a connection that is being made, since it may share that.
 bool Transfer::setVersion() {
   const long version = offersHTTP2() ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1;
-  return setOption(handle_.get(), CURLOPT_HTTP_VERSION, version) &&
-         setOption(handle_.get(), CURLOPT_PIPEWAIT, offersHTTP2() ? 1L : 0L);
+  return setOption(handle_.get(), CURLOPT_HTTP_VERSION, version);
 }
 
 /// Requests the rest of the kept part; If-Range makes the server send the whole file if it has
@@ -185,15 +183,29 @@ std::optional<std::int64_t> Transfer::bytesExpected() const noexcept {
   return expected == unknown ? std::nullopt : std::optional(expected);
 }
 
-bool Transfer::isStreamOf(long localPort) const {
-  return offersHTTP2() && check_->mayBeHTTP2() &&
-         info<long>(handle_.get(), CURLINFO_LOCAL_PORT) == localPort;
+std::optional<long> Transfer::sharedConnection() const {
+  if (!offersHTTP2() || !hasConnection() || !check_->mayBeHTTP2()) return std::nullopt;
+  const auto port = info<long>(handle_.get(), CURLINFO_LOCAL_PORT);
+  return port > 0 ? std::optional(port) : std::nullopt;
 }
 
 std::optional<long> Transfer::endedConnection(int result) const {
-  const auto port = info<long>(handle_.get(), CURLINFO_LOCAL_PORT);
-  if (port <= 0 || !isEndOfHTTP2Connection(result) || !isStreamOf(port)) return std::nullopt;
-  return port;
+  return isEndOfHTTP2Connection(result) ? sharedConnection() : std::nullopt;
+}
+
+std::optional<std::string> Transfer::unmadeConnection(int result) const {
+  return result == CURLE_OK || hasConnection() ? std::nullopt : sharedOrigin();
+}
+
+std::optional<std::string> Transfer::sharedOrigin() const {
+  return offersHTTP2() ? std::optional(url_.origin()) : std::nullopt;
+}
+
+AttemptResult Transfer::shareFailure(int result) const {
+  AttemptResult shared(failed(errorCodeForCurlResult(result)));
+  shared.wasReached = redirects_ > 0;
+  shared.isUnreachable = !shared.wasReached;
+  return shared;
 }
 
 std::optional<AttemptResult> Transfer::finish(int result) {
@@ -233,11 +245,13 @@ void Transfer::describe(AttemptResult& tried) {
   void* const handle = handle_.get();
   const bool succeeded = tried.outcome.body.has_value();
   const auto code = tried.errorCode();
-  tried.wasReached = redirects_ > 0 || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
+  const bool wasAsked = hasConnection() || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
+  tried.wasReached = redirects_ > 0 || wasAsked;
   tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
   if (!succeeded) settlePart(tried);
   if (succeeded && redirects_ == 0) describeLine(tried);
   tried.cameOverHTTP2 = succeeded && check_->mayBeHTTP2();
+  tried.refusedHTTP2 = offersHTTP2() && redirects_ == 0 && !check_->mayBeHTTP2();
   tried.failedOverHTTP2 = hasFailedOverHTTP2(tried);
   tried.retryAfter = check_->retryAfter();
   tried.resumedBytes = succeeded ? sink_.resumed() : 0;
@@ -258,7 +272,7 @@ void Transfer::describeLine(AttemptResult& tried) const {
 
 /// libcurl does not say of which version a connection was that gave no response.
 bool Transfer::hasFailedOverHTTP2(const AttemptResult& tried) const {
-  if (!offersHTTP2() || !tried.wasReached || !check_->mayBeHTTP2()) return false;
+  if (!offersHTTP2() || !hasConnection() || !check_->mayBeHTTP2()) return false;
   const auto code = tried.errorCode();
   return code && (isRetryable(*code) || code == Code::malformedResponse);
 }
@@ -327,7 +341,8 @@ TransferOutcome Transfer::broken(int result) const {
   if (wasAsked && result == CURLE_UNSUPPORTED_PROTOCOL) {
     return failed(Code::malformedResponse, "the server's response does not begin as HTTP does");
   }
-  if (wasAsked && result == CURLE_OUT_OF_MEMORY && !check_->hasHeaders()) {
+  const bool isTooLarge = result == CURLE_OUT_OF_MEMORY || result == resultOfTooLarge;
+  if (wasAsked && isTooLarge && !check_->hasHeaders()) {
     return failed(Code::malformedResponse, "the server's response has a header that is too large");
   }
   if (check_->hasHeaders() && result == CURLE_RECV_ERROR && !systemFailed) {

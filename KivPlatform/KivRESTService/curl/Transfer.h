@@ -49,11 +49,20 @@ class Transfer {
   void keepPart() { sink_.keep(); }
   /// Marks the request, which ends with a time-out, as too slow.
   void noteTooSlow() noexcept { isTooSlow_ = true; }
-  /// True if the handle's request may be a stream of the HTTP/2 connection with that local port.
-  [[nodiscard]] bool isStreamOf(long localPort) const;
-  /// To be called before finish(): the local port of the HTTP/2 connection that has ended, if that
-  /// is what the result code says.
+  /// The local port of the connection if it may be one of HTTP/2, which other requests share.
+  [[nodiscard]] std::optional<long> sharedConnection() const;
+  /// To be called before finish(): that port if the result code says that the connection has ended.
   [[nodiscard]] std::optional<long> endedConnection(int result) const;
+  /// To be called before finish(): the origin to which no connection could be made, if that is what
+  /// the result code says and other requests may have waited for it.
+  [[nodiscard]] std::optional<std::string> unmadeConnection(int result) const;
+  /// The origin of the request if it may share an HTTP/2 connection.
+  [[nodiscard]] std::optional<std::string> sharedOrigin() const;
+  /// True once the request has a connection, with TLS.
+  [[nodiscard]] bool hasConnection() const noexcept { return redirectGuard_.hasConnection(); }
+  /// To be called instead of finish() if the handle did not run, because of the result of another
+  /// one: the request has waited for a connection that could not be made.
+  [[nodiscard]] AttemptResult shareFailure(int result) const;
   /// To be called when the handle has run, with its result code. Nothing if another request
   /// follows, for a redirect or on a fresh connection: handle(), which may have changed, is then
   /// ready to run.

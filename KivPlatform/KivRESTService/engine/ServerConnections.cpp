@@ -32,7 +32,7 @@ std::size_t TransferScheduler::placesInAll() const noexcept {
   return std::max<std::size_t>(1, settings_.parallelTransfers) + furtherPlaces_;
 }
 
-void TransferScheduler::noteLine(const Download& download, const AttemptResult& result) {
+void TransferScheduler::noteLine(const Download& download, const AttemptResult& result, Time now) {
   const std::string& server = download.servers[download.server];
   ParallelPlaces& places = places_.try_emplace(server, settings_).first->second;
   furtherPlaces_ -= places.count() - places.least();
@@ -40,18 +40,21 @@ void TransferScheduler::noteLine(const Download& download, const AttemptResult& 
   const auto version = result.cameOverHTTP2 ? Version::http2 : Version::http1;
   if (result.handshake) places.noteHandshake(*result.handshake);
   if (result.transfer) places.noteTransfer(*result.transfer, version);
-  if (mayComeFromTooMany(result)) places.noteTrouble();
+  if (mayComeFromTooMany(result)) places.noteTrouble(download.attemptBegun, now);
   furtherPlaces_ += places.count() - places.least();
 }
 
+/// Not with a bandwidth limit: libcurl stops reading from a connection if one of its streams is too
+/// fast.
 bool TransferScheduler::mayUseHTTP2(const Download& download) const {
-  return settings_.http2 && download.mayUseHTTP2 &&
+  return settings_.http2 && settings_.bandwidth <= 0 && download.mayUseHTTP2 &&
          http2Trust_.isTrusted(download.servers[download.server]);
 }
 
 void TransferScheduler::noteHTTP2(const Download& download, const AttemptResult& result, Time now) {
   const std::string& server = download.servers[download.server];
   if (result.cameOverHTTP2) http2Trust_.noteSuccess(server);
+  if (result.refusedHTTP2) http2Trust_.noteRefusal(server);
   if (!result.failedOverHTTP2) return;
   if (!result.isRepeatedOverHTTP1()) return http2Trust_.noteStall(server);
   http2Trust_.noteFailure(server, download.attemptBegun, now);
@@ -59,13 +62,41 @@ void TransferScheduler::noteHTTP2(const Download& download, const AttemptResult&
 
 /// libcurl 7.88 reports the end of an HTTP/2 connection to one of its streams; the others would
 /// time out.
-void TransferScheduler::finishStreamsOf(TransferWorker& worker, long connection) {
+void TransferScheduler::finishStreamsOf(TransferWorker& worker, long connection, bool hasStalled) {
   const std::function<bool(Download&)> isStream = [&](Download& download) {
-    return download.transfer->isStreamOf(connection);
+    return download.transfer->sharedConnection() == connection;
   };
   while (Download* const download = worker.findRunning(isStream)) {
+    if (hasStalled) http2Trust_.noteStall(download->servers[download->server]);
     download->transfer->keepPart();
     finish(worker, worker.stop(*download, resultOfCutBody));
+  }
+}
+
+/// So a connection that has stalled costs its files a few seconds together, not a time-out each. A
+/// server that takes that long for its answers is asked once more, over HTTP/1.1.
+void TransferScheduler::endSilent(TransferWorker& worker, Time now) {
+  for (const long connection : worker.silentConnections(settings_.sharedStallTimeout, now))
+    finishStreamsOf(worker, connection, true);
+}
+
+void TransferScheduler::runHeld(TransferWorker& worker) {
+  for (Download* const download : worker.takeReleased()) {
+    if (!worker.run(*download)) endUnrun(worker, *download);
+  }
+}
+
+/// The transfers that have waited for a connection fail as they would have over HTTP/1.1: at the
+/// same time. If TLS has failed, which takes no long time, each finds out itself why.
+void TransferScheduler::endHeld(TransferWorker& worker, const std::string& origin, int result) {
+  const auto code = errorCodeForCurlResult(result);
+  const bool isShared = isRetryable(code) || code == KivRESTServiceErrorCode::cannotResolveHost;
+  for (Download* const download : worker.takeHeld(origin)) {
+    if (isShared) {
+      endAttempt(worker, *download, download->transfer->shareFailure(result));
+    } else if (!worker.runAtOnce(*download)) {
+      endUnrun(worker, *download);
+    }
   }
 }
 

@@ -24,6 +24,7 @@ void TransferScheduler::endSlow(TransferWorker& worker) {
     worker.stop(*download, resultOfTimeOut);
     endAttempt(worker, *download, giveUp(*download));
   }
+  endSilent(worker, now);
   const Predicate tooSlow = [&](Download& download) { return isTooSlow(download, now); };
   while (Download* const download = worker.findRunning(tooSlow))
     endAsTooSlow(worker, *download);

@@ -55,7 +55,7 @@ TaskLedger::Tasks TaskLedger::tasks() const {
 
 TaskLedger::Tasks TaskLedger::takeAll() {
   Tasks tasks;
-  EndedTasks dropped;
+  TaskResults dropped;
   {
     const MutexLock lock(mutex_);
     tasks.reserve(held_.size());
@@ -67,8 +67,7 @@ TaskLedger::Tasks TaskLedger::takeAll() {
     dropped.swap(ended_);
     endedBytes_ = 0;
   }
-  for (const Ended& ended : dropped)
-    pendingBytes_->remove(ended.result.pendingBytes);
+  drop(dropped);
   return tasks;
 }
 
@@ -82,21 +81,6 @@ std::shared_ptr<KivRESTServiceTask> TaskLedger::take(std::uint64_t id) {
 
 // --- Completions ---------------------------------------------------------------------------------
 
-TaskLedger::EndedTasks TaskLedger::listOf(TaskResults& results) {
-  std::int64_t pendingBytes = 0;
-  for (const auto& [id, result] : results)
-    pendingBytes += result.pendingBytes;
-  EndedTasks ended;
-  try {
-    for (auto& [id, result] : results)
-      ended.push_back({id, std::move(result)});
-  } catch (const std::exception&) {  // out of memory
-    pendingBytes_->remove(pendingBytes);
-    throw;
-  }
-  return ended;
-}
-
 void TaskLedger::end(TaskResults results) {
   end(std::move(results), false);
 }
@@ -106,23 +90,26 @@ void TaskLedger::endAtOnce(TaskResults results) {
 }
 
 void TaskLedger::end(TaskResults results, bool isUrgent) {
-  EndedTasks ended = listOf(results);
-  EndedTasks dropped;
+  TaskResults dropped;
   bool isDue = false;
   {
     const MutexLock lock(mutex_);
-    while (!ended.empty()) {
-      const bool isHeld = held_.contains(ended.front().id);
-      if (isHeld) endedBytes_ += ended.front().result.pendingBytes;
-      EndedTasks& target = isHeld ? ended_ : dropped;
-      target.splice(target.end(), ended, ended.begin());
+    while (!results.empty()) {
+      const bool isHeld = held_.contains(results.front().id);
+      if (isHeld) endedBytes_ += results.front().pendingBytes;
+      TaskResults& target = isHeld ? ended_ : dropped;
+      target.splice(target.end(), results, results.begin());
     }
     isUrgent_ = isUrgent_ || isUrgent;
     isDue = claimJob(std::chrono::steady_clock::now());
   }
-  for (const Ended& task : dropped)
-    pendingBytes_->remove(task.result.pendingBytes);
+  drop(dropped);
   if (isDue) addJob();
+}
+
+void TaskLedger::drop(const TaskResults& results) {
+  for (const TaskResult& result : results)
+    pendingBytes_->remove(result.pendingBytes);
 }
 
 std::optional<TaskLedger::Time> TaskLedger::addDueJobs() {
@@ -191,12 +178,12 @@ void TaskLedger::runJob() {
 /// False if the deadline has passed.
 bool TaskLedger::completeEnded(Time deadline) {
   while (true) {
-    EndedTasks next;
+    TaskResults next;
     {
       const MutexLock lock(mutex_);
       if (ended_.empty()) return true;
       next.splice(next.end(), ended_, ended_.begin());
-      endedBytes_ -= next.front().result.pendingBytes;
+      endedBytes_ -= next.front().pendingBytes;
     }
     complete(next.front());
     if (std::chrono::steady_clock::now() >= deadline) return false;
@@ -219,16 +206,16 @@ void TaskLedger::endJob(JobStart start, bool isCut) {
   if (isWaiting) pendingBytes_->wakeUp();  // for addDueJobs()
 }
 
-void TaskLedger::complete(Ended& ended) {
-  const PendingBytes::Removal removal(*pendingBytes_, ended.result.pendingBytes);
-  const auto task = take(ended.id);
+void TaskLedger::complete(TaskResult& result) {
+  const PendingBytes::Removal removal(*pendingBytes_, result.pendingBytes);
+  const auto task = take(result.id);
   if (!task) return;
-  TransferOutcome& outcome = ended.result.outcome;
+  TransferOutcome& outcome = result.outcome;
   const auto& status = outcome.status;
   task->setResponse(status ? std::optional(HTTPResponse(*status)) : std::nullopt);
   task->setResponseError(std::move(outcome.error));
   task->setReturnedData(std::move(outcome.body));
-  task->setMetrics(std::move(ended.result.metrics));
+  task->setMetrics(std::move(result.metrics));
   if (const auto observer = endObserver()) (*observer)(*task);
   // Taken off the task, so that a handler that owns its task does not leak it.
   const auto handler = task->takeCompletionHandler();
@@ -243,7 +230,7 @@ void TaskLedger::failAll(KivRESTServiceErrorCode code) {
       // The host does not change the request while the client holds the task.
       const auto& request = task->request();
       const std::string url = request ? request->url.absoluteString() : std::string();
-      results.push_back({id, {TransferOutcome::failed(transferError(code, url)), {}, 0}});
+      results.push_back({id, TransferOutcome::failed(transferError(code, url)), {}, 0});
     }
   }
   end(std::move(results));

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -71,12 +70,6 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   void releaseHandlers(Tasks tasks) const;
 
  private:
-  struct Ended {
-    std::uint64_t id;
-    TaskResult result;
-  };
-  using EndedTasks = std::list<Ended>;
-
   void end(TaskResults results, bool isUrgent);
   /// True if a job is to be added now; the caller then calls addJob().
   [[nodiscard]] bool claimJob(Time now) KIV_REQUIRES(mutex_);
@@ -92,9 +85,9 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   };
   void endJob(JobStart start, bool isCut);
   bool completeEnded(Time deadline);
-  void complete(Ended& ended);
-  /// Moves the results to a list.
-  [[nodiscard]] EndedTasks listOf(TaskResults& results);
+  void complete(TaskResult& result);
+  /// Removes the bodies of results that are not needed from the pending bytes.
+  void drop(const TaskResults& results);
   [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
 
   [[nodiscard]] std::shared_ptr<const EndObserver> endObserver() const;
@@ -108,7 +101,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_ KIV_GUARDED_BY(mutex_);
   std::unordered_set<const KivRESTServiceTask*> heldTasks_ KIV_GUARDED_BY(mutex_);
   std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
-  EndedTasks ended_ KIV_GUARDED_BY(mutex_);  // held, and waiting for a job
+  TaskResults ended_ KIV_GUARDED_BY(mutex_);  // held, and waiting for a job
   std::int64_t endedBytes_ KIV_GUARDED_BY(mutex_) = 0;
   bool isUrgent_ KIV_GUARDED_BY(mutex_) = false;       // a task does not wait for more
   bool hasJob_ KIV_GUARDED_BY(mutex_) = false;         // on the queue

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <utility>
 #include <vector>
 
@@ -25,13 +26,14 @@ struct TransferJob {
 
 /// How a task ended.
 struct TaskResult {
+  std::uint64_t id = 0;  ///< The task's.
   TransferOutcome outcome;
   KivRESTServiceMetrics metrics;
   std::int64_t pendingBytes = 0;  ///< Bytes of the body, pending until the task is completed.
 };
 
-/// Results by task ID.
-using TaskResults = std::vector<std::pair<std::uint64_t, TaskResult>>;
+/// A list, since results move between lists where no memory may be asked for.
+using TaskResults = std::list<TaskResult>;
 using TaskResultHandler = std::function<void(TaskResults results)>;
 
 /// The progress of a client, and of its tasks by ID.

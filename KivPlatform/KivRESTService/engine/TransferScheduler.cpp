@@ -69,7 +69,7 @@ void TransferScheduler::dropAll() {
   downloads_.clear();
   heldBackUntil_.reset();
   health_.forgetProbes();
-  for (const auto& [task, result] : std::exchange(results_, {}))
+  for (const TaskResult& result : std::exchange(results_, {}))
     pendingBytes_.remove(result.pendingBytes);
   isReportDue_ = false;
 }
@@ -173,16 +173,23 @@ void TransferScheduler::start(Download& download) {
   }
   ++download.metrics.tries;
   health_.noteTry(download.servers[download.server], download.attemptID());
-  if (auto obstacle = startTransfer(download, leastLoadedWorker())) {
+  if (auto obstacle = startTransfer(download, chooseWorker(download))) {
     download.transfer.reset();
     conclude(download, AttemptResult(std::move(*obstacle)));
   }
 }
 
-TransferWorker& TransferScheduler::leastLoadedWorker() noexcept {
-  return *std::min_element(
-      workers_.begin(), workers_.begin() + static_cast<std::ptrdiff_t>(workersInUse_),
-      [](const TransferWorker& a, const TransferWorker& b) { return a.load() < b.load(); });
+/// The least loaded one. A few https transfers start no further thread: it would parse the
+/// certificate authorities again, which takes 20 ms of processor time for those of a system.
+TransferWorker& TransferScheduler::chooseWorker(const Download& download) {
+  const bool isFew = downloads_.size() <= settings_.parallelTransfers;
+  const bool needsThread = !isFew || download.url().scheme() != "https";
+  auto* best = &workers_.front();
+  for (std::size_t index = 1; index < workersInUse_; ++index) {
+    auto& worker = workers_[index];
+    if ((needsThread || worker.isOpen()) && worker.load() < best->load()) best = &worker;
+  }
+  return *best;
 }
 
 std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& download,
@@ -247,9 +254,12 @@ void TransferScheduler::shareBandwidth() {
 
 void TransferScheduler::runAssigned(TransferWorker& worker) {
   for (Download* const download : worker.takeAssigned()) {
-    if (worker.run(*download)) continue;
-    endAttempt(worker, *download, AttemptResult(failure(Code::outOfResources, download->url())));
+    if (!worker.run(*download)) endUnrun(worker, *download);
   }
+}
+
+void TransferScheduler::endUnrun(TransferWorker& worker, Download& download) {
+  endAttempt(worker, download, AttemptResult(failure(Code::outOfResources, download.url())));
 }
 
 void TransferScheduler::finishEnded(TransferWorker& worker) {
@@ -257,9 +267,12 @@ void TransferScheduler::finishEnded(TransferWorker& worker) {
   if (budget_.isLimited()) budget_.spend(worker.takeBytesCome(), Clock::now());
   for (const auto& ended : worker.takeEnded()) {
     const auto connection = ended.download.transfer->endedConnection(ended.result);
+    const auto origin = ended.download.transfer->unmadeConnection(ended.result);
     finish(worker, ended);
-    if (connection) finishStreamsOf(worker, *connection);
+    if (connection) finishStreamsOf(worker, *connection, false);
+    if (origin) endHeld(worker, *origin, ended.result);
   }
+  runHeld(worker);
 }
 
 void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::Ended& ended) {
@@ -277,7 +290,7 @@ void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::End
 
 void TransferScheduler::failRunning(TransferWorker& worker) {
   for (Download* const download : worker.takeRunning())
-    endAttempt(worker, *download, AttemptResult(failure(Code::outOfResources, download->url())));
+    endUnrun(worker, *download);
 }
 
 void TransferScheduler::endAttempt(TransferWorker& worker, Download& download,
@@ -293,7 +306,7 @@ void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const bool wasProbe = isProbing(download);
   noteHealth(download, result, now);
   if (wasProbe) endProbe(server, result, now);
-  noteLine(download, result);
+  noteLine(download, result, now);
   noteHTTP2(download, result, now);
   download.record(std::move(result), policy_, now);
   advance(download);
@@ -402,21 +415,22 @@ void TransferScheduler::report(Download& download) {
   isReportDue_ = true;
   // A body on the disk takes no memory, but an open file with a lock, so it counts too.
   const auto held = std::min(bytes, settings_.largestBodyInMemory);
-  TaskResult result{std::move(outcome), std::move(download.metrics), held};
+  TaskResult result{0, std::move(outcome), std::move(download.metrics), held};
   if (download.begun) {
     const auto deadline = speeds_.deadline(*download.begun);
     if (deadline) deadlines_.erase({*deadline, &download});
   }
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
-  results_.reserve(results_.size() + tasks.size());
-  for (std::size_t index = 0; index + 1 < tasks.size(); ++index) {
-    results_.emplace_back(tasks[index], result);
+  const auto add = [&](std::uint64_t task, TaskResult taskResult) {
+    taskResult.id = task;
+    results_.push_back(std::move(taskResult));
     pendingBytes_.add(held);
-  }
-  pendingBytes_.add(held);
+  };
+  for (std::size_t index = 0; index + 1 < tasks.size(); ++index)
+    add(tasks[index], result);
   // Moved, not copied: the receiver may be the last owner of the body.
-  results_.emplace_back(tasks.back(), std::move(result));
+  add(tasks.back(), std::move(result));
 }
 
 void TransferScheduler::reportEnded(MutexLock& lock) {

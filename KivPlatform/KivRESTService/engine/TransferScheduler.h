@@ -101,7 +101,7 @@ class TransferScheduler {
   [[nodiscard]] bool mayStart(Download& download, Time now) const;
   [[nodiscard]] std::optional<TransferPlan::Step> nextStep(const Download& download,
                                                            Time now) const;
-  TransferWorker& leastLoadedWorker() noexcept;
+  TransferWorker& chooseWorker(const Download& download);
   void start(Download& download);
   /// Assigns the download's transfer to the worker. If that fails, the outcome.
   std::optional<TransferOutcome> startTransfer(Download& download, TransferWorker& worker);
@@ -113,7 +113,11 @@ class TransferScheduler {
   void shareBandwidth();
 
   void finish(TransferWorker& worker, const TransferWorker::Ended& ended);
-  void finishStreamsOf(TransferWorker& worker, long connection);
+  void finishStreamsOf(TransferWorker& worker, long connection, bool hasStalled);
+  void endSilent(TransferWorker& worker, Time now);
+  void runHeld(TransferWorker& worker);
+  void endHeld(TransferWorker& worker, const std::string& origin, int result);
+  void endUnrun(TransferWorker& worker, Download& download);
   void endAttempt(TransferWorker& worker, Download& download, AttemptResult result);
   void stopRunning(TransferWorker& worker, Download& download);
   void endAsTooSlow(TransferWorker& worker, Download& download);
@@ -136,7 +140,7 @@ class TransferScheduler {
   [[nodiscard]] bool mayUseHTTP2(const Download& download) const;
   [[nodiscard]] std::size_t placesAt(const std::string& server) const;
   [[nodiscard]] std::size_t placesInAll() const noexcept;
-  void noteLine(const Download& download, const AttemptResult& result);
+  void noteLine(const Download& download, const AttemptResult& result, Time now);
   void noteHTTP2(const Download& download, const AttemptResult& result, Time now);
   void endProbe(const std::string& server, AttemptResult& result, Time now);
   [[nodiscard]] bool isLeftTo(const Download& download, const std::string& server, Time now) const;

@@ -4,6 +4,7 @@
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 
 #include <algorithm>
+#include <iterator>
 #include <thread>
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
@@ -24,6 +25,7 @@ bool TransferWorker::isAnsweredBy(const std::string& server) const {
 void TransferWorker::drop(std::unique_ptr<Download> download) {
   const bool wasRunning = running_.erase(download->transfer->handle()) > 0;
   std::erase(assigned_, download.get());
+  std::erase(held_, download.get());
   if (wasRunning) dropped_.push_back(std::move(download));
 }
 
@@ -53,12 +55,58 @@ void TransferWorker::close() {
 }
 
 bool TransferWorker::run(Download& download) {
+  if (!hasToWait(download)) return runAtOnce(download);
+  running_.emplace(download.transfer->handle(), &download);
+  held_.push_back(&download);
+  return true;
+}
+
+bool TransferWorker::runAtOnce(Download& download) {
   void* const handle = download.transfer->handle();
   // First, so that no handle runs that the worker does not know.
   running_.emplace(handle, &download);
   if (multiHandle_->add(handle)) return true;
   running_.erase(handle);
   return false;
+}
+
+/// Not libcurl's CURLOPT_PIPEWAIT: with it, requests to a server that turns out to speak HTTP/1.1
+/// wait for the end of the first one (8.14), or for a time-out each, one after the other (7.88).
+bool TransferWorker::hasToWait(const Download& download) const {
+  const auto origin = download.transfer->sharedOrigin();
+  if (!origin) return false;
+  bool isBeingMade = false;
+  for (const auto& [handle, other] : running_) {
+    if (other == &download || isHeld(other) || other->transfer->sharedOrigin() != origin) continue;
+    if (other->transfer->hasConnection()) return false;
+    isBeingMade = true;
+  }
+  return isBeingMade;
+}
+
+bool TransferWorker::isHeld(const Download* download) const {
+  return std::find(held_.begin(), held_.end(), download) != held_.end();
+}
+
+std::vector<Download*> TransferWorker::takeReleased() {
+  return takeHeldIf([this](const Download& download) { return !hasToWait(download); });
+}
+
+std::vector<Download*> TransferWorker::takeHeld(const std::string& origin) {
+  return takeHeldIf(
+      [&](const Download& download) { return download.transfer->sharedOrigin() == origin; });
+}
+
+std::vector<Download*> TransferWorker::takeHeldIf(
+    const std::function<bool(const Download&)>& predicate) {
+  std::vector<Download*> taken;
+  std::copy_if(held_.begin(), held_.end(), std::back_inserter(taken),
+               [&](const Download* download) { return predicate(*download); });
+  for (Download* const download : taken) {
+    std::erase(held_, download);
+    running_.erase(download->transfer->handle());
+  }
+  return taken;
 }
 
 void TransferWorker::releaseDropped() {
@@ -122,9 +170,37 @@ Download* TransferWorker::findRunning(const std::function<bool(Download&)>& pred
   return found == running_.end() ? nullptr : found->second;
 }
 
+/// Looks at intervals: this is called after each wait.
+std::vector<long> TransferWorker::silentConnections(std::chrono::milliseconds limit, Time now) {
+  constexpr int looks = 10;
+  if (now < silencesDue_) return {};
+  silencesDue_ = now + limit / looks;
+  struct Come {
+    std::size_t requests = 0;
+    std::int64_t bytes = 0;
+  };
+  std::map<long, Come> comeOver;
+  for (const auto& [handle, download] : running_) {
+    const auto connection = download->transfer->sharedConnection();
+    if (!connection) continue;
+    Come& come = comeOver[*connection];
+    ++come.requests;
+    come.bytes += download->transfer->bytesCome();
+  }
+  std::erase_if(silences_, [&](const auto& entry) { return !comeOver.contains(entry.first); });
+  std::vector<long> silent;
+  for (const auto& [connection, come] : comeOver) {
+    SilenceMeter& meter = silences_[connection];
+    meter.note(come.requests, come.bytes, now);
+    if (meter.silence() >= limit) silent.push_back(connection);
+  }
+  return silent;
+}
+
 TransferWorker::Ended TransferWorker::stop(Download& download, int result) {
   void* const handle = download.transfer->handle();
   running_.erase(handle);
+  std::erase(held_, &download);
   multiHandle_->remove(handle);
   return {download, result};
 }
@@ -136,6 +212,7 @@ std::vector<Download*> TransferWorker::takeRunning() {
     stopped.push_back(download);
   }
   running_.clear();
+  held_.clear();
   return stopped;
 }
 

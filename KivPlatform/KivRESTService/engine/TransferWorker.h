@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
 #include "KivPlatform/KivRESTService/engine/WakeUpPipe.h"
+#include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 
 namespace kiv {
 
@@ -32,6 +34,8 @@ struct WorkerHandles {
 /// everything else.
 class TransferWorker {
  public:
+  using Time = SpeedPolicy::Time;
+
   struct Ended {
     Download& download;
     int result;  ///< libcurl's.
@@ -44,6 +48,8 @@ class TransferWorker {
 
   /// The number of transfers that run or are assigned.
   [[nodiscard]] std::size_t load() const noexcept { return assigned_.size() + running_.size(); }
+  /// True while the worker's thread runs.
+  [[nodiscard]] bool isOpen() const noexcept { return multiHandle_ != nullptr; }
   /// Assigns a download, whose transfer is prepared, to the worker's thread.
   void assign(Download& download) { assigned_.push_back(&download); }
   /// True if a transfer from that origin runs and its body has begun to arrive.
@@ -67,8 +73,15 @@ class TransferWorker {
   /// which closes all connections.
   void open(const WorkerHandles& handles) noexcept;
   void close();
-  /// Starts a prepared transfer; false if that failed.
+  /// Starts a prepared transfer; false if that failed. One that may share an HTTP/2 connection is
+  /// held as long as another one is making the first connection to that origin.
   bool run(Download& download);
+  /// The same, but holds none.
+  bool runAtOnce(Download& download);
+  /// Takes the held transfers that need not wait any more, which are to be run again.
+  std::vector<Download*> takeReleased();
+  /// Takes the held transfers to that origin.
+  std::vector<Download*> takeHeld(const std::string& origin);
   void releaseDropped();
   /// Waits until a transfer can be moved or the thread is woken up, for `longest` and at most half
   /// a second; if the thread cannot be woken up, for a short interval. False if libcurl itself
@@ -83,6 +96,9 @@ class TransferWorker {
   std::vector<Ended> takeEnded();
   /// A running download for which the predicate holds, or nullptr.
   [[nodiscard]] Download* findRunning(const std::function<bool(Download&)>& predicate) const;
+  /// The local ports of the HTTP/2 connections that have brought nothing for so long, although
+  /// several transfers wait.
+  std::vector<long> silentConnections(std::chrono::milliseconds limit, Time now);
   /// Stops a running download, which then has ended with that result of libcurl.
   Ended stop(Download& download, int result);
   /// Stops all running downloads.
@@ -90,6 +106,9 @@ class TransferWorker {
   void limitSpeeds(std::int64_t bytesPerSecond);
 
  private:
+  [[nodiscard]] bool hasToWait(const Download& download) const;
+  [[nodiscard]] bool isHeld(const Download* download) const;
+  std::vector<Download*> takeHeldIf(const std::function<bool(const Download&)>& predicate);
   std::optional<int> wakeUpDescriptor();
 
   MultiHandle* multiHandle_ = nullptr;
@@ -98,6 +117,9 @@ class TransferWorker {
   std::chrono::steady_clock::time_point wakeUpSeenAt_{};
   std::vector<Download*> assigned_;
   std::unordered_map<void*, Download*> running_;  // by easy handle
+  std::vector<Download*> held_;                   // of these, in their order
+  std::map<long, SilenceMeter> silences_;         // by local port
+  Time silencesDue_{};
   std::vector<std::unique_ptr<Download>> dropped_;
   std::vector<EasyHandle> spareHandles_;
 };

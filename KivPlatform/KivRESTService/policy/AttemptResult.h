@@ -40,7 +40,7 @@ struct AttemptResult {
   TransferOutcome outcome;
   /// No connection could be made, for a reason that may lie with the server.
   bool isUnreachable = false;
-  /// The request was sent.
+  /// A connection was made, by a proxy at least.
   bool wasReached = false;
   /// Do not retry with this server, even if the failure is retryable.
   bool isLast = false;
@@ -52,11 +52,13 @@ struct AttemptResult {
   bool restFailed = false;
   /// A whole body came over HTTP/2.
   bool cameOverHTTP2 = false;
+  /// HTTP/2 was offered to the server, and its response came over HTTP/1.
+  bool refusedHTTP2 = false;
   /// The request was offered to HTTP/2, and its transport failed: the file is requested over
   /// HTTP/1.1 from now on.
   bool failedOverHTTP2 = false;
   /// True if the next request is part of the same attempt. A body torn over HTTP/2 may be the fault
-  /// of another stream. But an attempt that has used up its time counts.
+  /// of another stream. Not after a time-out: then the next server is asked first.
   [[nodiscard]] bool isRepeatedOverHTTP1() const {
     return failedOverHTTP2 && errorCode() != KivRESTServiceErrorCode::timedOut;
   }

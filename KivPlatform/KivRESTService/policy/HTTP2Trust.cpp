@@ -18,8 +18,4 @@ void HTTP2Trust::noteFailure(const std::string& server, Time begun, Time now) {
   failures.last = now;
 }
 
-void HTTP2Trust::noteStall(const std::string& server) {
-  failures_[server].count = mostFailures;
-}
-
 }  // namespace kiv

@@ -10,6 +10,9 @@ namespace kiv {
 
 /// Remembers with which servers HTTP/2 does not work, so that not every file has to find out. A
 /// server loses its trust for as long as this object lives.
+///
+/// A request that offers HTTP/2 waits for a connection that is being made. Without need this would
+/// hold up the requests to a server that closes each connection after one response.
 class KIV_EXPORT HTTP2Trust {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -25,7 +28,9 @@ class KIV_EXPORT HTTP2Trust {
   void noteFailure(const std::string& server, Time begun, Time now);
   /// Called when one has timed out: libcurl keeps the connection, and would send the next requests
   /// over it.
-  void noteStall(const std::string& server);
+  void noteStall(const std::string& server) { failures_[server].count = mostFailures; }
+  /// Called when a request that offered HTTP/2 has got a response over HTTP/1.
+  void noteRefusal(const std::string& server) { failures_[server].count = mostFailures; }
 
  private:
   struct Failures {

@@ -5,6 +5,7 @@
 #include "KivPlatform/KivRESTService/policy/ParallelPlaces.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kiv {
 
@@ -34,16 +35,18 @@ ParallelPlaces::ParallelPlaces(const TransferSettings& settings) noexcept
       count_(least_) {}
 
 std::size_t ParallelPlaces::most(Version version) const noexcept {
-  return version == Version::http2 ? mostOverHTTP2_ : mostOverHTTP1_;
+  return version == Version::http2 && sharesConnections_ ? mostOverHTTP2_ : mostOverHTTP1_;
 }
 
 void ParallelPlaces::noteHandshake(Duration time) noexcept {
   roundTrip_ = std::min(roundTrip_, time);
+  ++connections_;
 }
 
 void ParallelPlaces::noteTransfer(Duration time, Version version) noexcept {
   time_ += time;
   if (++transfers_ < count_) return;
+  noteConnections(version);
   const bool isLong = roundTrip_ != Duration::max() && roundTrip_ >= leastRoundTrip_;
   const double times = static_cast<double>(time_.count()) /
                        static_cast<double>(std::max<Duration::rep>(1, roundTrip_.count())) /
@@ -60,11 +63,25 @@ void ParallelPlaces::noteTransfer(Duration time, Version version) noexcept {
   }
 }
 
-void ParallelPlaces::noteTrouble() noexcept {
+/// The further transfers of a server that lets few streams share a connection need connections of
+/// their own. Four streams each keep the number of connections to that of HTTP/1.1.
+void ParallelPlaces::noteConnections(Version version) noexcept {
+  constexpr std::size_t leastStreams = 4;
+  const bool areFurtherOnes = !std::exchange(isFirstDecision_, false);
+  const std::size_t made = std::exchange(connections_, 0);
+  if (version == Version::http2 && areFurtherOnes && leastStreams * made >= transfers_) {
+    sharesConnections_ = false;
+  }
+}
+
+void ParallelPlaces::noteTrouble(Time begun, Time now) noexcept {
   count_ = least_;
-  ++troubles_;
   time_ = Duration(0);
   transfers_ = 0;
+  connections_ = 0;
+  if (begun <= lastTrouble_) return;
+  ++troubles_;
+  lastTrouble_ = now;
 }
 
 }  // namespace kiv

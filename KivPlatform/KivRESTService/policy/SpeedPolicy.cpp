@@ -72,6 +72,16 @@ void SpeedMeter::note(std::int64_t bytes, Time now, SpeedPolicy::Duration window
   if (passed < 2 * window) speed_ = come / std::chrono::duration<double>(passed).count();
 }
 
+/// A thread that had no time to look had none to read either, so a long gap between two calls
+/// counts little.
+void SilenceMeter::note(std::size_t requests, std::int64_t bytes, Time now) noexcept {
+  constexpr SpeedPolicy::Duration longestGap = seconds(1);
+  const bool isSilent = requests > 1 && notedAt_ && bytes == bytes_;
+  silence_ = isSilent ? silence_ + std::min(now - *notedAt_, longestGap) : SpeedPolicy::Duration(0);
+  notedAt_ = now;
+  bytes_ = bytes;
+}
+
 void BandwidthBudget::spend(std::int64_t bytes, Time now) noexcept {
   if (!isLimited()) return;
   using Seconds = std::chrono::duration<double>;

@@ -70,6 +70,22 @@ class KIV_EXPORT SpeedMeter {
   std::optional<double> speed_;
 };
 
+/// Measures for how long a connection that several requests share has brought nothing.
+class KIV_EXPORT SilenceMeter {
+ public:
+  using Time = SpeedPolicy::Time;
+
+  /// To be called regularly, with the number of requests that wait on the connection, and the bytes
+  /// that these have received.
+  void note(std::size_t requests, std::int64_t bytes, Time now) noexcept;
+  [[nodiscard]] SpeedPolicy::Duration silence() const noexcept { return silence_; }
+
+ private:
+  std::optional<Time> notedAt_;
+  std::int64_t bytes_ = 0;
+  SpeedPolicy::Duration silence_{};
+};
+
 /// The bandwidth limit of a client: one token bucket for all of its transfers, which may be
 /// overdrawn. While it is overdrawn, no transfer starts.
 ///

@@ -56,7 +56,8 @@ void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy&
   if (startsOver) {
     tried.notBefore = now;
   } else if (isPassing(result)) {
-    if (!result.madeProgress) ++tried.spent;
+    // Over HTTP/2 a body may also wait for those of other streams.
+    if (!result.madeProgress && !result.failedOverHTTP2) ++tried.spent;
     tried.failures = result.madeProgress ? 1 : tried.failures + 1;
     tried.notBefore = now + policy.wait(tried.failures, result.retryAfter);
     const bool isSpent = tried.spent >= triesPerServer_ && !result.restFailed;

@@ -46,6 +46,11 @@ struct TransferSettings : KivRESTServiceSettings {
   /// An attempt slower than `stallSpeed`, in bytes per second, for this long fails. 0 for no limit.
   std::chrono::seconds stallTimeout{30};
   std::int64_t stallSpeed = 64;
+  /// A connection of HTTP/2 on which several requests wait is given up if it brings nothing for
+  /// this long, and they are repeated over HTTP/1.1. Each of many files would otherwise wait for
+  /// its own time-out because of one connection. A longer time: how long they wait; a shorter one:
+  /// servers that take long for an answer get no HTTP/2.
+  std::chrono::milliseconds sharedStallTimeout{5'000};
   /// `stallSpeed` doubles each time that a download's attempts have run for this long in total, up
   /// to `largestStallSpeed`; 0 for never. 512 bytes per second is what is left to each of six
   /// transfers on a line of 3 KB/s. With a bandwidth limit it is at most half of what that leaves

@@ -7,8 +7,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,22 +15,14 @@
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
+#include "Tests/KivPlatform/KivRESTService/TransferThreads.h"
 
 namespace {
-
-bool transferThreadRuns() {
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::string name;
-    std::getline(std::ifstream(thread.path() / "comm"), name);
-    if (name == "KivRESTService") return true;
-  }
-  return false;
-}
 
 /// Runs at exit. A joined thread may stay in /proc for a moment.
 void expectNoTransferThread() {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (transferThreadRuns()) {
+  while (kiv::test::transferThreads() > 0) {
     if (std::chrono::steady_clock::now() > deadline) {
       std::fputs("The transfer thread still runs while the process is taken down.\n", stderr);
       std::_Exit(4);
@@ -86,6 +76,6 @@ int main(int count, char** arguments) {
   for (int at = 4; at < count; ++at)
     queueDownload(client, arguments[at]);
   waitForEndOfInput();
-  if (!transferThreadRuns()) return 5;
+  if (kiv::test::transferThreads() == 0) return 5;
   return leave(arguments[1]);
 }

@@ -16,6 +16,7 @@
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
+#include "Tests/KivPlatform/KivRESTService/TransferThreads.h"
 #include "Tests/Support/FailingMemory.h"
 
 namespace {
@@ -49,6 +50,12 @@ Round fetch(KivRESTService& client, const std::vector<std::string>& urls) {
   return round;
 }
 
+/// A thread whose last allocation has failed drops all tasks, also those that are queued meanwhile.
+void waitForThreadsToEnd() {
+  while (kiv::test::transferThreads() > 0)
+    kiv::DispatchQueue::main()->drainFor(std::chrono::milliseconds(1));
+}
+
 kiv::TransferSettings settingsWith(const std::string& spool) {
   kiv::TransferSettings settings;
   settings.spoolDirectory = spool;
@@ -68,6 +75,7 @@ bool failEachInTurn(const std::string& spool, const std::vector<std::string>& ur
     const Round round = fetch(client, urls);
     const bool isOver = allocationsLeft >= 0;
     allocationsLeft = -1;
+    waitForThreadsToEnd();
     const Round next = fetch(client, urls);
     if (!round.isRight || !next.isRight || next.failures > 0) {
       std::fprintf(stderr, "Allocation %ld: %d and %d of %zu tasks ended, %d and %d failed.\n",

@@ -134,11 +134,10 @@ TEST_F(KivRESTServiceNginx, ACertificateIsRefusedThoughTheClientTrustsAnotherSer
   EXPECT_EQ(other.stopAndTakeLog(), "");
 }
 
-TEST_F(KivRESTServiceNginx, HTTP2IsSpokenWhereTheHostWantsIt) {
+TEST_F(KivRESTServiceNginx, HTTP2IsSpokenOverHTTPSOnly) {
   NginxServer server;
   server.addFile("file", std::string(100'000, 'x'));
   trust(server);
-  settings_.http2 = true;
   {
     const Load load(client(), server.secureURL("/file"));
     const Load plain(client(), server.url("/file"));
@@ -162,7 +161,6 @@ TEST_F(KivRESTServiceNginx, RequestsThatShareAnHTTP2ConnectionAllSucceed) {
     server.addFile(std::to_string(number), files.back());
   }
   trust(server);
-  settings_.http2 = true;
   settings_.threads = 1;
   settings_.parallelTransfers = settings_.parallelTransfersPerHost = 20;
   std::vector<Load> loads;
@@ -184,7 +182,6 @@ TEST_F(KivRESTServiceNginx, ManyFilesOverHTTP2AllArrive) {
   NginxServer server;
   server.addFile("file", patternedBytes(50'000));
   trust(server);
-  settings_.http2 = true;
   std::vector<Load> loads;
   for (std::size_t number = 0; number < 200; ++number)
     loads.emplace_back(client(), server.secureURL("/file?" + std::to_string(number)));
@@ -204,17 +201,17 @@ TEST_F(KivRESTServiceNginx, NoFileIsLostWhereHTTP2ConnectionsEndAfterSomeRequest
   NginxServer server("keepalive_requests 20;");
   server.addFile("file", patternedBytes(50'000));
   trust(server);
-  settings_.http2 = true;
   const auto loads = makeLoads(client(), server.secureURL("/file"), 200);
   expectBodies(loads, patternedBytes(50'000));
   for (const Load& load : loads)
     EXPECT_EQ(load.task()->metrics().tries, 1);
 }
 
-TEST_F(KivRESTServiceNginx, HTTP2IsNotSpokenUnasked) {
+TEST_F(KivRESTServiceNginx, HTTP2IsNotSpokenWhereTheHostDoesNotWantIt) {
   NginxServer server;
   server.addFile("file", "contents");
   trust(server);
+  settings_.http2 = false;
   EXPECT_EQ(loaded(server.secureURL("/file")).body(), "contents");
   endClient();
   EXPECT_EQ(server.stopAndTakeLog().find("HTTP/2"), std::string::npos);

@@ -3,29 +3,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
+#include "Tests/KivPlatform/KivRESTService/TransferThreads.h"
+#include "Tests/Support/NginxServer.h"
 #include "Tests/Support/RangeServer.h"
 
 namespace {
 
 using namespace kiv::test;
-
-std::size_t transferThreads() {
-  std::size_t count = 0;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::string name;
-    std::getline(std::ifstream(thread.path() / "comm"), name);
-    if (name == "KivRESTService") ++count;
-  }
-  return count;
-}
 
 class KivRESTServiceThreads : public ClientFixture {
  protected:
@@ -40,6 +30,9 @@ class KivRESTServiceThreads : public ClientFixture {
     EXPECT_TRUE(server_.waitForRequests(transfers));
     return transferThreads();
   }
+
+  /// The server waits for a request and ignores the start of a TLS handshake.
+  [[nodiscard]] std::string secureURLThatStalls() const { return "https" + url().substr(4); }
 };
 
 TEST_F(KivRESTServiceThreads, WhatComesAloneTakesOneThreadAndOneConnection) {
@@ -56,6 +49,22 @@ TEST_F(KivRESTServiceThreads, TwoAtOneTimeTakeTwo) {
 
 TEST_F(KivRESTServiceThreads, ManyAtOneTimeTakeNoMore) {
   EXPECT_EQ(threadsFor(6), 2U);
+}
+
+/// A second thread would parse the certificate authorities again.
+TEST_F(KivRESTServiceThreads, AFewOverHTTPSTakeOne) {
+  settings_.http2 = false;
+  const auto loads = makeLoads(client(), secureURLThatStalls(), 6);
+  EXPECT_TRUE(waitUntil([&] { return server_.connectionCount() == 6; }));
+  EXPECT_EQ(transferThreads(), 1U);
+}
+
+TEST_F(KivRESTServiceThreads, ManyOverHTTPSTakeTwo) {
+  NginxServer server;
+  server.addFile("file", "contents");
+  settings_.certificateAuthoritiesPath = server.certificatePath();
+  expectBodies(makeLoads(client(), server.secureURL("/file"), 100), "contents");
+  EXPECT_EQ(transferThreads(), 2U);
 }
 
 TEST_F(KivRESTServiceThreads, ThereAreAsManyAsAreSet) {

@@ -58,6 +58,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CurlCase{"SSLPinnedPubKeyNotMatch", 90, Code::secureConnectionFailed},
                     CurlCase{"SSLInvalidCertStatus", 91, Code::secureConnectionFailed},
                     CurlCase{"HTTP2Stream", 92, Code::connectionLost},
+                    CurlCase{"TooLarge", 100, Code::malformedResponse},
                     CurlCase{"HTTP3", 95, Code::malformedResponse},
                     CurlCase{"Proxy", 97, Code::cannotConnect},
                     CurlCase{"SSLClientCert", 98, Code::secureConnectionFailed},

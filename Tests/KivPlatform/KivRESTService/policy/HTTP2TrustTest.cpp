@@ -49,6 +49,13 @@ TEST(HTTP2Trust, OneStallEndsIt) {
   EXPECT_FALSE(trust.isTrusted(server));
 }
 
+TEST(HTTP2Trust, OneRefusalEndsIt) {
+  HTTP2Trust trust;
+  trust.noteRefusal(server);
+  EXPECT_FALSE(trust.isTrusted(server));
+  EXPECT_TRUE(trust.isTrusted("https://mirror.example"));
+}
+
 TEST(HTTP2Trust, ALateSuccessDoesNotRestoreIt) {
   HTTP2Trust trust;
   trust.noteStall(server);

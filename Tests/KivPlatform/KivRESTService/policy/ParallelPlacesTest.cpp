@@ -26,6 +26,18 @@ class ParallelPlacesTest : public testing::Test {
       places().noteTransfer(time, version);
   }
 
+  /// The same over HTTP/2, where so many of them need a connection of their own.
+  void transferAllOver(std::size_t connections) {
+    for (std::size_t made = 0; made < connections; ++made)
+      places().noteHandshake(roundTrip_);
+    transferAll(milliseconds(60), Version::http2);
+  }
+
+  /// A point in time, in seconds.
+  static ParallelPlaces::Time at(int seconds) {
+    return ParallelPlaces::Time(std::chrono::seconds(seconds));
+  }
+
   kiv::TransferSettings settings_;
   microseconds roundTrip_ = milliseconds(50);
 
@@ -106,11 +118,34 @@ TEST_F(ParallelPlacesTest, TroubleEndsTheGrowthAndInTheEndForGood) {
   for (int trouble = 0; trouble < 3; ++trouble) {
     transferAll(milliseconds(60));
     EXPECT_EQ(places().count(), 12U);
-    places().noteTrouble();
+    places().noteTrouble(at(2 * trouble), at(2 * trouble + 1));
     EXPECT_EQ(places().count(), 6U);
   }
   transferAll(milliseconds(60));
   EXPECT_EQ(places().count(), 6U);
+}
+
+TEST_F(ParallelPlacesTest, TransfersThatFailTogetherAreOneTrouble) {
+  for (int transfer = 0; transfer < 24; ++transfer)
+    places().noteTrouble(at(0), at(1));
+  transferAll(milliseconds(60));
+  EXPECT_EQ(places().count(), 12U);
+}
+
+TEST_F(ParallelPlacesTest, OneConnectionForFewerThanFourStreamsIsNoMoreThanHTTP1Gets) {
+  transferAllOver(6);
+  ASSERT_EQ(places().count(), 24U);
+  transferAllOver(6);
+  EXPECT_EQ(places().count(), 24U);
+  transferAllOver(0);
+  EXPECT_EQ(places().count(), 24U) << "idle connections are used again";
+}
+
+TEST_F(ParallelPlacesTest, AConnectionForMoreStreamsIsShared) {
+  transferAllOver(6);
+  ASSERT_EQ(places().count(), 24U);
+  transferAllOver(5);
+  EXPECT_EQ(places().count(), 96U);
 }
 
 TEST_F(ParallelPlacesTest, AHostThatWantsFewerGetsThem) {

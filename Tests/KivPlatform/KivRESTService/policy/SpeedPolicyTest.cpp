@@ -10,6 +10,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using kiv::SilenceMeter;
 using kiv::SpeedMeter;
 using kiv::SpeedPolicy;
 
@@ -155,6 +156,54 @@ TEST_F(SpeedMeterTest, ARequestBeginsWithoutASpeed) {
   EXPECT_EQ(speedAfter(100, 10s), 10);
   meter_.restart(100, begun_ + 12s);
   EXPECT_EQ(meter_.bytesPerSecond(), std::nullopt);
+}
+
+// --- Connections that bring nothing --------------------------------------------------------------
+
+class SilenceMeterTest : public testing::Test {
+ protected:
+  SpeedPolicy::Duration silenceAfter(std::size_t requests, std::int64_t bytes,
+                                     SpeedPolicy::Duration time) {
+    meter_.note(requests, bytes, begun_ + time);
+    return meter_.silence();
+  }
+
+  const SpeedPolicy::Time begun_{1h};
+  SilenceMeter meter_;
+};
+
+TEST_F(SilenceMeterTest, BeginsWithTheFirstLook) {
+  EXPECT_EQ(silenceAfter(2, 0, 0s), 0s);
+  EXPECT_EQ(silenceAfter(2, 0, 500ms), 500ms);
+  EXPECT_EQ(silenceAfter(2, 0, 1500ms), 1500ms);
+}
+
+TEST_F(SilenceMeterTest, EndsWithEachByte) {
+  silenceAfter(2, 100, 0s);
+  EXPECT_EQ(silenceAfter(2, 100, 1s), 1s);
+  EXPECT_EQ(silenceAfter(2, 101, 2s), 0s);
+  EXPECT_EQ(silenceAfter(2, 101, 3s), 1s);
+}
+
+TEST_F(SilenceMeterTest, EndsWhenARequestEnds) {
+  silenceAfter(3, 100, 0s);
+  EXPECT_EQ(silenceAfter(2, 60, 1s), 0s);
+}
+
+TEST_F(SilenceMeterTest, GoesOnWhenARequestJoins) {
+  silenceAfter(2, 100, 0s);
+  EXPECT_EQ(silenceAfter(3, 100, 1s), 1s);
+}
+
+TEST_F(SilenceMeterTest, IsNoneOfASingleRequest) {
+  silenceAfter(1, 0, 0s);
+  EXPECT_EQ(silenceAfter(1, 0, 1s), 0s);
+  EXPECT_EQ(silenceAfter(2, 0, 2s), 1s) << "since the last look";
+}
+
+TEST_F(SilenceMeterTest, ALookThatWasLateCountsLittle) {
+  silenceAfter(2, 0, 0s);
+  EXPECT_EQ(silenceAfter(2, 0, 60s), 1s);
 }
 
 }  // namespace

@@ -198,6 +198,17 @@ TEST(TransferPlan, ATryThatMadeProgressIsNotSpentUpToTenInAll) {
   EXPECT_EQ(walk.order.size(), 10U);
 }
 
+TEST(TransferPlan, AFailureOverHTTP2IsNotSpent) {
+  Walk walk(1, {});
+  walk.next();
+  kiv::AttemptResult result(outcome("lost", 0));
+  result.failedOverHTTP2 = true;
+  walk.record(std::move(result));
+  while (walk.next())
+    walk.record(kiv::AttemptResult(outcome("lost", 0)));
+  EXPECT_EQ(walk.order.size(), 4U);
+}
+
 TEST(TransferPlan, ProgressBeginsTheWaitsAnew) {
   kiv::TransferSettings settings;
   settings.firstRetryDelay = 100ms;
