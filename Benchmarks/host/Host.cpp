@@ -1,23 +1,21 @@
-// A host whose transfers and whose end are set on the command line:
+// The host that the benchmarks measure: loads a configuration into a storage root and waits for the
+// end of the pass.
 //
 //     kivresource-bench-host [OPTION]... ROOT SERVER CONFIGURATION
 //
-//     --http2              offers HTTP/2
+//     --http1              does not offer HTTP/2
 //     --authorities=FILE   trusts these certificate authorities only
 //     --bandwidth=BYTES    the limit per second
 //     --add                loads the configuration without removing what it does not name
-//     --ping               prints for how many milliseconds a job had to wait for the manager's
-//     queue,
-//                          at most
+//     --ping               prints how long a job had to wait for the manager's queue, at most
 //     --drain              runs the queue by drain(), as a toolkit's event loop does, and prints
-//     how many
-//                          milliseconds the longest call took
-//     --stop-after=MS      stops loading that long after the start of the pass, and prints for how
-//     many
-//                          milliseconds, from the request on another thread; nothing if the pass
-//                          had ended
+//                          the time of the longest call
+//     --stop-after=MS      stops loading that long after the start of the pass, and prints how
+//                          long that took, from the request on another thread; nothing if the
+//                          pass had ended
 //
-// Fails if a resource did not become ready, unless it was stopped.
+// Times are printed in milliseconds. Fails if a resource did not become ready, unless it was
+// stopped.
 
 #include <algorithm>
 #include <atomic>
@@ -71,8 +69,8 @@ std::optional<Options> optionsOf(int count, char** arguments) {
   for (int index = 1; index < count; ++index) {
     const std::string_view argument = arguments[index];
     const auto value = argument.substr(std::min(argument.find('=') + 1, argument.size()));
-    if (argument == "--http2") {
-      options.settings.http2 = true;
+    if (argument == "--http1") {
+      options.settings.http2 = false;
     } else if (argument.starts_with("--authorities=")) {
       options.settings.certificateAuthoritiesPath = value;
     } else if (argument.starts_with("--bandwidth=")) {

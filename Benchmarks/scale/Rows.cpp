@@ -38,7 +38,7 @@ void restore(const Workload& workload, Stopwatch& stopwatch) {
 }
 
 /// What a host waits for at its start.
-void restoreAndAsk(const Workload& workload, Stopwatch& stopwatch) {
+void restoreAndQuery(const Workload& workload, Stopwatch& stopwatch) {
   workload.putWholeList();
   const auto found =
       stopwatch.time([] { return KivResourceManager::newInstance()->allLoadedResources().size(); });
@@ -141,7 +141,7 @@ void saveList(const Workload& workload, Stopwatch& stopwatch) {
 const std::vector<Row>& rows() {
   static const std::vector<Row> rows = {
       {restoreRow, restore},
-      {"restore, and query everything", restoreAndAsk},
+      {restoreAndQueryRow, restoreAndQuery},
       {restoreReferenceRow, restoreReference},
       {updateCurrentRow, updateCurrent},
       {factoryReferenceRow, makeResources},

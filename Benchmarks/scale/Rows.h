@@ -34,6 +34,7 @@ struct Row {
 };
 
 inline constexpr std::string_view restoreRow = "restore the saved list";
+inline constexpr std::string_view restoreAndQueryRow = "restore, and query everything";
 inline constexpr std::string_view restoreReferenceRow =
     "read, parse, ask for each file (reference)";
 inline constexpr std::string_view updateCurrentRow = "update, everything current";
