@@ -6,11 +6,19 @@
 #include <optional>
 #include <string>
 
+#include "KivPlatform/Foundation/Export.h"
+
+namespace kiv {
+class Dictionary;
+template <class T>
+class Result;
+}  // namespace kiv
+
 /// How a client transfers. The defaults suit a desktop application. A host that wants others hands
 /// them to the client's constructor, or sets them for all clients that are made without settings
 /// (KivRESTService::setDefaultSettings) before the first of these is made. Limits and times that
 /// are not here are constants: kiv::TransferSettings.
-struct KivRESTServiceSettings {
+struct KIV_EXPORT KivRESTServiceSettings {
   // --- How much at one time ---
 
   /// Transfers that run at one time, at most six of them with one server (host and port); the other
@@ -78,4 +86,14 @@ struct KivRESTServiceSettings {
   /// Offers HTTP/2 to https servers, except with a `bandwidth`. A body that HTTP/2 does not deliver
   /// whole, or without a length, is requested again over HTTP/1.1.
   bool http2 = true;
+
+  // --- As JSON ---
+
+  /// The settings under the names of the members, with the unit of times: "connectTimeout_ms",
+  /// "deadline_s". A proxy of the environment is null.
+  [[nodiscard]] kiv::Dictionary dictionary() const;
+  /// `base` with those changed that the dictionary has. An error names the first member that is
+  /// unknown, of the wrong type, or out of range.
+  [[nodiscard]] static kiv::Result<KivRESTServiceSettings> fromDictionary(
+      const kiv::Dictionary& dictionary, const KivRESTServiceSettings& base);
 };

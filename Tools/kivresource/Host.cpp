@@ -2,13 +2,13 @@
 
 #include <filesystem>
 #include <iostream>
-#include <optional>
 #include <string>
 #include <syslog.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "KivResource/KivResource.h"
+#include "KivSession/ResourceJSON.h"
 #include "Tools/kivresource/ExitStatus.h"
 
 namespace tool {
@@ -46,10 +46,8 @@ void keepLogFromTerminal() {
   });
 }
 
-std::optional<std::string> complaintOfSaving(const KivResourceManager& manager) {
-  const auto error = manager.lastSaveError();
-  if (!error) return std::nullopt;
-  return "the list could not be saved: " + error->localizedDescription();
+void printJSONLine(const kiv::Dictionary& line) {
+  std::cout << kiv::session::compactJSON(line).append(1, '\n') << std::flush;
 }
 
 int endOutput(int status) {

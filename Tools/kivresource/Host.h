@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-#include <string>
 #include <string_view>
 
 #include "KivResource/KivResource.h"
@@ -18,8 +16,8 @@ bool configureFramework(const Options& options);
 /// goes only to the system log.
 void keepLogFromTerminal();
 
-/// The error message if the list of loaded resources could not be saved; otherwise nullopt.
-std::optional<std::string> complaintOfSaving(const KivResourceManager& manager);
+/// Prints the value as one line to standard output and flushes it.
+void printJSONLine(const kiv::Dictionary& line);
 
 /// Call it last, with the exit status of the command. Returns this status; if writing to standard
 /// output has failed, prints a line to standard error and returns exitStatus::failure.

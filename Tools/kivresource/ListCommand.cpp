@@ -1,10 +1,10 @@
 #include <iostream>
 
 #include "KivResource/KivResource.h"
+#include "KivSession/ResourceJSON.h"
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/ExitStatus.h"
 #include "Tools/kivresource/Host.h"
-#include "Tools/kivresource/ResourceJSON.h"
 #include "Tools/kivresource/Terminal.h"
 #include "Tools/kivresource/Text.h"
 
@@ -43,8 +43,8 @@ int runList(const Options& options) {
   keepLogFromTerminal();
   const Answer answer = ask(*KivResourceManager::sharedInstance(), options);
   if (options.json) {
-    printJSONLine(
-        kiv::Dictionary{{"result", answer.name}, {"resources", resourcesJSON(answer.resources)}});
+    printJSONLine(kiv::Dictionary{{"result", answer.name},
+                                  {"resources", kiv::session::resourcesJSON(answer.resources)}});
     return exitStatus::success;
   }
   const Terminal terminal;

@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "KivResource/KivResource.h"
+#include "KivSession/MaintenanceJSON.h"
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/ExitStatus.h"
 #include "Tools/kivresource/Host.h"
-#include "Tools/kivresource/ResourceJSON.h"
 #include "Tools/kivresource/Terminal.h"
 #include "Tools/kivresource/Text.h"
 
@@ -28,19 +28,6 @@ Parts partsOf(const KivResourceMaintenance::Audit& audit) {
            {"orphaned", &audit.orphaned},
            {"partial", &audit.partial},
            {"temporary", &audit.temporary}}};
-}
-
-kiv::Dictionary itemJSON(const Item& item) {
-  return {{"path", item.path},
-          {"size", item.size},
-          {"resourceID", item.resourceID.empty() ? kiv::Value() : kiv::Value(item.resourceID)}};
-}
-
-kiv::Array itemsJSON(const Items& items) {
-  kiv::Array array;
-  for (const auto& item : items)
-    array.append(itemJSON(item));
-  return array;
 }
 
 void show(const Item& item) {
@@ -78,8 +65,7 @@ void showAudit(const KivResourceMaintenance::Audit& audit) {
 
 void printAudit(const KivResourceMaintenance::Audit& audit) {
   kiv::Dictionary line;
-  for (const auto& [name, items] : partsOf(audit))
-    line.set(name, itemsJSON(*items));
+  kiv::session::addAudit(line, audit);
   printJSONLine(line);
 }
 
@@ -100,13 +86,9 @@ void showCleanUp(const KivResourceMaintenance::CleanUp& cleanUp, bool dryRun) {
 }
 
 void printCleanUp(const KivResourceMaintenance::CleanUp& cleanUp) {
-  kiv::Array refused;
-  for (const auto& [item, error] : cleanUp.refused) {
-    auto entry = itemJSON(item);
-    entry.set("error", errorJSON(error));
-    refused.append(entry);
-  }
-  printJSONLine(kiv::Dictionary{{"removed", itemsJSON(cleanUp.removed)}, {"refused", refused}});
+  kiv::Dictionary line;
+  kiv::session::addCleanUp(line, cleanUp);
+  printJSONLine(line);
 }
 
 }  // namespace

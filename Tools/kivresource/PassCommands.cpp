@@ -3,12 +3,14 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <unistd.h>
 
 #include "KivResource/KivResource.h"
+#include "KivSession/ConfigurationFile.h"
+#include "KivSession/Session.h"
+#include "KivSession/SessionEvents.h"
 #include "Tools/kivresource/Commands.h"
-#include "Tools/kivresource/Configuration.h"
 #include "Tools/kivresource/ConfigurationCheck.h"
-#include "Tools/kivresource/EventLines.h"
 #include "Tools/kivresource/ExitStatus.h"
 #include "Tools/kivresource/Host.h"
 #include "Tools/kivresource/InterruptWatch.h"
@@ -67,18 +69,23 @@ int close(const KivResourceManager& manager, const ConfigurationCheck& check,
   } else if (view) {
     view->showEnd("stopped; " + counted(outcome.loaded(), "resource") + " loaded");
   }
-  const auto complaint = complaintOfSaving(manager);
+  const auto complaint = kiv::session::complaintOfSaving(manager);
   if (complaint) complain(*complaint);
   if (stoppedBy != 0) return exitStatus::signalled + stoppedBy;
   return failed == 0 && !complaint ? exitStatus::success : exitStatus::failure;
 }
 
+/// "-" is standard input.
+kiv::Result<kiv::Value> readConfiguration(const std::string& path) {
+  if (path == "-") return kiv::session::readConfiguration(STDIN_FILENO, "standard input");
+  return kiv::session::readConfigurationFile(path);
+}
+
 int passWithConfig(const Options& options,
                    const std::function<void(KivResourceManager&, const kiv::Value&)>& call) {
-  std::string objection;
-  const auto config = readConfiguration(options.config, objection);
+  const auto config = readConfiguration(options.config);
   if (!config) {
-    complain(objection);
+    complain(config.error().localizedDescription());
     return exitStatus::usage;
   }
   if (!configureFramework(options)) return exitStatus::usage;
@@ -90,7 +97,8 @@ int passWithConfig(const Options& options,
   const auto manager = KivResourceManager::sharedInstance();
   const auto view = options.json ? nullptr : std::make_shared<PassView>();
   const auto outcome = std::make_shared<PassOutcome>(view);
-  const auto lines = options.json ? std::make_shared<EventLines>() : nullptr;
+  const auto lines =
+      options.json ? std::make_shared<kiv::session::SessionEvents>(printJSONLine) : nullptr;
   manager->addObserver(outcome);
   manager->addObserver(lines);
   if (view) {

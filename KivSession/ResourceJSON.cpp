@@ -1,10 +1,11 @@
-#include "Tools/kivresource/ResourceJSON.h"
+#include "KivSession/ResourceJSON.h"
 
 #include <array>
-#include <iostream>
 #include <span>
+#include <string_view>
+#include <utility>
 
-namespace tool {
+namespace kiv::session {
 
 namespace {
 
@@ -27,14 +28,14 @@ Kind kindOf(const KivResource& resource) {
   return {};
 }
 
-kiv::Array arrayOf(const std::vector<std::string>& strings) {
-  kiv::Array array;
+Array arrayOf(const std::vector<std::string>& strings) {
+  Array array;
   for (const auto& string : strings)
     array.append(string);
   return array;
 }
 
-void appendCompact(std::string& text, const kiv::Value& value) {
+void appendCompact(std::string& text, const Value& value) {
   if (value.isArray()) {
     char opening = '[';
     for (const auto& element : value.array()) {
@@ -46,21 +47,21 @@ void appendCompact(std::string& text, const kiv::Value& value) {
     char opening = '{';
     for (const auto& entry : value.dictionary()) {
       text += std::exchange(opening, ',');
-      text.append(kiv::JSON::toCompactString(entry.key())).append(1, ':');
+      text.append(JSON::toCompactString(entry.key())).append(1, ':');
       appendCompact(text, entry.value);
     }
     text += value.dictionary().empty() ? "{}" : "}";
   } else {
-    text += kiv::JSON::toCompactString(value);
+    text += JSON::toCompactString(value);
   }
 }
 
 }  // namespace
 
-kiv::Dictionary resourceJSON(const KivResource& resource) {
+Dictionary resourceJSON(const KivResource& resource) {
   const Kind kind = kindOf(resource);
   const auto& dictionary = resource.resourceDictionary();
-  kiv::Dictionary json{
+  Dictionary json{
       {"class", kind.name},
       {"resourceID", resource.resourceID()},
       {"name", resource.name()},
@@ -72,7 +73,7 @@ kiv::Dictionary resourceJSON(const KivResource& resource) {
       {"filesExist", resource.filesExist()},
       {"missingFilesLinks", arrayOf(resource.missingFilesLinks())},
       {"useFilePaths", arrayOf(resource.useFilePaths())},
-      {"resourceDictionary", dictionary ? *dictionary : kiv::Dictionary()},
+      {"resourceDictionary", dictionary ? *dictionary : Dictionary()},
   };
   // Read by name, since the getters of lists return mutable objects.
   for (const auto property : kind.properties) {
@@ -81,27 +82,23 @@ kiv::Dictionary resourceJSON(const KivResource& resource) {
   return json;
 }
 
-kiv::Array resourcesJSON(const kiv::ResourceArray& resources) {
-  kiv::Array array;
+Array resourcesJSON(const ResourceArray& resources) {
+  Array array;
   for (const auto& resource : resources)
     array.append(resourceJSON(*resource));
   return array;
 }
 
-kiv::Value errorJSON(const std::optional<kiv::Error>& error) {
+Value errorJSON(const std::optional<Error>& error) {
   if (!error) return nullptr;
-  return kiv::Dictionary{
+  return Dictionary{
       {"domain", error->domain}, {"code", error->code}, {"message", error->localizedDescription()}};
 }
 
-std::string compactJSON(const kiv::Value& value) {
+std::string compactJSON(const Value& value) {
   std::string text;
   appendCompact(text, value);
   return text;
 }
 
-void printJSONLine(const kiv::Value& value) {
-  std::cout << compactJSON(value).append(1, '\n') << std::flush;
-}
-
-}  // namespace tool
+}  // namespace kiv::session

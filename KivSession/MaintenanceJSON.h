@@ -1,0 +1,13 @@
+#pragma once
+
+#include "KivResource/KivResource.h"
+
+namespace kiv::session {
+
+Array itemsJSON(const std::vector<KivResourceMaintenance::Item>& items);
+/// Adds the lists of the audit, each under its name.
+void addAudit(Dictionary& line, const KivResourceMaintenance::Audit& audit);
+/// Adds "removed" and "refused".
+void addCleanUp(Dictionary& line, const KivResourceMaintenance::CleanUp& cleanUp);
+
+}  // namespace kiv::session

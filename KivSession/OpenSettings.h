@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "KivPlatform/Foundation/values/Result.h"
+#include "KivPlatform/Foundation/values/Value.h"
+
+namespace kiv::session {
+
+/// What a session is opened with.
+struct OpenSettings {
+  std::string root;  ///< The storage root.
+  std::optional<std::string> mainURL;
+  std::optional<std::string> reserveURL;
+  std::optional<std::string> resources;  ///< The packaged resources; nullopt to look for them.
+  Dictionary transfers;                  ///< See KivRESTServiceSettings::fromDictionary().
+
+  /// Parses a JSON object. The error's message names the first member that is not valid.
+  static Result<OpenSettings> read(std::string_view text);
+};
+
+}  // namespace kiv::session

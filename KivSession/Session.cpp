@@ -1,0 +1,193 @@
+#include "KivSession/Session.h"
+
+#include <algorithm>
+#include <utility>
+#include <variant>
+
+#include "KivSession/ResourceJSON.h"
+
+namespace kiv::session {
+
+Session::Session(std::shared_ptr<KivResourceManager> manager, Output output)
+    : SessionEvents(std::move(output)), manager_(std::move(manager)) {}
+
+void Session::run() {
+  const auto queue = DispatchQueue::main();
+  while (!isOver()) {
+    queue->drainFor(untilDeadline());
+    endWaitingWhenDue();
+  }
+  if (isStopped_) manager_->stopLoading();
+  while (queue->drain() > 0) {
+  }
+  tellOfSaving();
+}
+
+bool Session::isOver() const {
+  if (isStopped_) return true;
+  return hasEnded_ && lines_.empty() && !isScheduled_ && waiting_ == Waiting::no &&
+         manager_->loadingResourcesFilesCount() <= 0;
+}
+
+std::chrono::milliseconds Session::untilDeadline() const {
+  if (waiting_ == Waiting::no) return std::chrono::hours(1);
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
+  return std::max(left, std::chrono::milliseconds(0));
+}
+
+void Session::endWaitingWhenDue() {
+  if (waiting_ == Waiting::no || Clock::now() < deadline_) return;
+  if (waiting_ == Waiting::forFinish) {
+    answer({{"error", "timeout"}});
+  } else {
+    answerDone();
+  }
+  endWaiting();
+}
+
+// --- Input ---------------------------------------------------------------------------------------
+
+void Session::takeLine(std::string line) {
+  lines_.push_back(std::move(line));
+  scheduleNextCall();
+}
+
+void Session::takeEnd() {
+  hasEnded_ = true;
+}
+
+void Session::stop() {
+  isStopped_ = true;
+}
+
+// --- Calls ---------------------------------------------------------------------------------------
+
+/// The next call is a separate job, so it runs after the callbacks that the previous call has
+/// posted.
+void Session::scheduleNextCall() {
+  if (lines_.empty() || waiting_ != Waiting::no || std::exchange(isScheduled_, true)) return;
+  DispatchQueue::main()->async([self = shared_from_this()] { self->makeNextCall(); });
+}
+
+void Session::makeNextCall() {
+  isScheduled_ = false;
+  if (isStopped_) return;
+  call_ = readSessionCall(std::exchange(lines_.front(), {}));
+  lines_.pop_front();
+  const auto call = std::exchange(call_.what, {});  // a configuration may be large
+  std::visit([this](const auto& what) { make(what); }, call);
+  scheduleNextCall();
+}
+
+void Session::make(const SessionCall::Invalid& invalid) {
+  answer({{"error", invalid.objection}});
+}
+
+void Session::make(const SessionCall::Operation& operation) {
+  auto members = operation.run(*manager_);
+  if (!members) return answer({{"error", members.error().localizedDescription()}});
+  if (!operation.hasResult) return answerDone();
+  Dictionary line{{"result", call_.name}};
+  for (const auto& entry : *members)
+    line.set(entry.key(), entry.value);
+  answer(std::move(line));
+}
+
+void Session::make(const SessionCall::SetSettings& call) {
+  if (Status status = applySettings(*manager_, call.settings); !status) {
+    return answer({{"error", status.error().localizedDescription()}});
+  }
+  setProgressHandler();
+  answerDone();
+}
+
+void Session::make(const SessionCall::ReportProgress& report) {
+  reportsProgress_ = report.enabled;
+  setProgressHandler();
+  answerDone();
+}
+
+/// The client is replaced with its settings.
+void Session::setProgressHandler() {
+  const auto client = manager_->loader()->restService();
+  if (!reportsProgress_) return client->setProgressHandler({});
+  client->setProgressHandler([weak = weak_from_this()](const KivRESTServiceProgress& progress) {
+    if (const auto self = weak.lock()) self->putOut(progressLine(progress));
+  });
+}
+
+/// Every call with a tag is answered by one line with that tag.
+void Session::answer(Dictionary line) const {
+  if (!call_.tag.isNull()) line.set("tag", call_.tag);
+  putOut(line);
+}
+
+/// The answer to a call without a result of its own.
+void Session::answerDone() const {
+  if (!call_.tag.isNull()) answer({{"result", call_.name}});
+}
+
+/// Only one line for several successive failures.
+void Session::tellOfSaving() {
+  const auto complaint = complaintOfSaving(*manager_);
+  if (complaint && !hasToldOfSaving_) putOut({{"error", *complaint}});
+  hasToldOfSaving_ = complaint.has_value();
+}
+
+// --- Waiting -------------------------------------------------------------------------------------
+
+void Session::make(const SessionCall::WaitForFinish& wait) {
+  if (unusedFinishes_ == 0) return waitUntil(Waiting::forFinish, wait.timeout);
+  --unusedFinishes_;
+  answerDone();
+}
+
+void Session::make(const SessionCall::Sleep& sleep) {
+  waitUntil(Waiting::forTime, sleep.time);
+}
+
+void Session::waitUntil(Waiting what, std::chrono::milliseconds time) {
+  waiting_ = what;
+  deadline_ = Clock::now() + time;
+}
+
+void Session::endWaiting() {
+  waiting_ = Waiting::no;
+  scheduleNextCall();
+}
+
+void Session::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) {
+  SessionEvents::resourceManagerDidFinishLoading(manager);
+  tellOfSaving();
+  if (waiting_ != Waiting::forFinish) {
+    ++unusedFinishes_;
+    return;
+  }
+  answerDone();
+  endWaiting();
+}
+
+// --- The manager ---------------------------------------------------------------------------------
+
+Status applySettings(KivResourceManager& manager, const Dictionary& settings) {
+  auto changed =
+      KivRESTServiceSettings::fromDictionary(settings, manager.loader()->restService()->settings());
+  if (!changed) return std::move(changed).error();
+  if (manager.loadingResourcesFilesCount() > 0) {
+    return Error(KivResourceMaintenanceErrorDomain,
+                 static_cast<int>(KivResourceMaintenanceErrorCode::downloadsInFlight),
+                 "settings cannot change while files are loading");
+  }
+  auto loader = std::make_shared<KivResourceRESTModule>();
+  loader->setRestService(std::make_shared<KivRESTService>(*std::move(changed)));
+  manager.setLoader(std::move(loader));
+  return {};
+}
+
+std::optional<std::string> complaintOfSaving(const KivResourceManager& manager) {
+  const auto error = manager.lastSaveError();
+  if (!error) return std::nullopt;
+  return "the list could not be saved: " + error->localizedDescription();
+}
+
+}  // namespace kiv::session

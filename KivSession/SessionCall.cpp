@@ -1,0 +1,286 @@
+#include "KivSession/SessionCall.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <utility>
+
+#include "KivSession/ConfigurationFile.h"
+#include "KivSession/MaintenanceJSON.h"
+#include "KivSession/ResourceJSON.h"
+
+namespace kiv::session {
+
+namespace {
+
+using What = decltype(SessionCall::what);
+using Invalid = SessionCall::Invalid;
+using Operation = SessionCall::Operation;
+
+/// Reads the arguments of a call and records the first error.
+class Arguments {
+ public:
+  explicit Arguments(Dictionary call) : call_(std::move(call)) {}
+
+  [[nodiscard]] bool has(std::string_view key) const { return call_.contains(key); }
+  /// The string; nullopt for null.
+  std::optional<std::string> text(std::string_view key) {
+    const Value& value = call_[key];
+    if (!has(key) || (!value.isString() && !value.isNull())) object(key, "is to be a string");
+    return value.isString() ? std::optional(value.string()) : std::nullopt;
+  }
+  bool boolean(std::string_view key) {
+    const Value& value = call_[key];
+    if (!value.isBoolean()) object(key, "is to be true or false");
+    return value.boolean();
+  }
+  Dictionary dictionary(std::string_view key) {
+    const Value& value = call_[key];
+    if (!value.isDictionary()) object(key, "is to be an object");
+    return value.dictionary();
+  }
+  /// The configuration, given inline or as a file. Null stands for none.
+  Value config() {
+    const Value& value = call_["config"];
+    if (value.isString()) return configInFile(value.string());
+    if (!has("config") || (!value.isDictionary() && !value.isNull())) {
+      object("config", "is to be an object or a path");
+    }
+    return value;
+  }
+  std::chrono::milliseconds milliseconds(std::string_view key) {
+    const Value& value = call_[key];
+    if (!value.isNumber() || value.isBoolean() || value.floating() < 0) {
+      object(key, "is to be a number of milliseconds");
+    }
+    constexpr std::uint64_t longest = std::uint64_t{1000} * 60 * 60 * 24 * 365;
+    return std::chrono::milliseconds(std::min(value.unsignedInteger(), longest));
+  }
+
+  /// The call, or Invalid if there was an error.
+  What resulting(What what) {
+    if (!objection_.empty()) return Invalid{std::move(objection_)};
+    return what;
+  }
+
+ private:
+  void object(std::string_view key, std::string_view what) {
+    if (objection_.empty()) objection_.append(1, '"').append(key).append("\" ").append(what);
+  }
+  Value configInFile(const std::string& path) {
+    auto config = readConfigurationFile(path);
+    if (config) return *std::move(config);
+    if (objection_.empty()) objection_ = config.error().localizedDescription();
+    return nullptr;
+  }
+
+  Dictionary call_;
+  std::string objection_;
+};
+
+/// An operation of the manager without a result.
+template <class Function>
+Operation order(Function function) {
+  return {[function = std::move(function)](KivResourceManager& manager) {
+            function(manager);
+            return Dictionary();
+          },
+          false};
+}
+
+/// An operation of the manager that returns resources.
+template <class Function>
+Operation query(Function function) {
+  return {[function = std::move(function)](KivResourceManager& manager) {
+    return Dictionary{{"resources", resourcesJSON(function(std::as_const(manager)))}};
+  }};
+}
+
+// --- Passes --------------------------------------------------------------------------------------
+
+What loadResourcesForConfig(Arguments& arguments) {
+  return order(
+      [config = arguments.config()](auto& manager) { manager.loadResourcesForConfig(config); });
+}
+
+What loadResourceWithID(Arguments& arguments) {
+  return order([id = arguments.text("id"), config = arguments.config()](auto& manager) {
+    manager.loadResourceWithID_forConfig(id, config);
+  });
+}
+
+What loadResourcesWithType(Arguments& arguments) {
+  return order([type = arguments.text("type"), config = arguments.config()](auto& manager) {
+    manager.loadResourcesWithType_forConfig(type, config);
+  });
+}
+
+What updateResourcesForConfig(Arguments& arguments) {
+  return order(
+      [config = arguments.config()](auto& manager) { manager.updateResourcesForConfig(config); });
+}
+
+What stopLoading(Arguments&) {
+  return order([](auto& manager) { manager.stopLoading(); });
+}
+
+What waitForFinish(Arguments& arguments) {
+  constexpr std::chrono::milliseconds usual{30'000};
+  return SessionCall::WaitForFinish{
+      arguments.has("timeout_ms") ? arguments.milliseconds("timeout_ms") : usual};
+}
+
+What sleepFor(Arguments& arguments) {
+  return SessionCall::Sleep{arguments.milliseconds("ms")};
+}
+
+What reportProgress(Arguments& arguments) {
+  return SessionCall::ReportProgress{arguments.boolean("enabled")};
+}
+
+// --- Queries -------------------------------------------------------------------------------------
+
+What allLoadedResources(Arguments&) {
+  return query([](const auto& manager) { return manager.allLoadedResources(); });
+}
+
+What loadedResourcesWithID(Arguments& arguments) {
+  return query([id = arguments.text("id")](const auto& manager) {
+    return manager.loadedResourcesWithID(id);
+  });
+}
+
+What loadedResourcesWithType(Arguments& arguments) {
+  return query([type = arguments.text("type")](const auto& manager) {
+    return manager.loadedResourcesWithType(type);
+  });
+}
+
+What state(Arguments&) {
+  return Operation{[](KivResourceManager& manager) {
+    return Dictionary{{"downloads", manager.loadingResourcesFilesCount()},
+                      {"saveError", errorJSON(manager.lastSaveError())},
+                      {"savedListError", errorJSON(manager.savedListError())}};
+  }};
+}
+
+// --- Maintenance ---------------------------------------------------------------------------------
+
+Error failureOf(std::optional<Error> error) {
+  return error ? *std::move(error) : Error(SystemErrorDomain, 0, "the storage root cannot be read");
+}
+
+What audit(Arguments&) {
+  return Operation{[](KivResourceManager& manager) -> Result<Dictionary> {
+    std::optional<Error> error;
+    const auto found = KivResourceMaintenance::audit(manager, &error);
+    if (!found) return failureOf(std::move(error));
+    Dictionary members;
+    addAudit(members, *found);
+    members.set("downloadsAreInFlight", found->downloadsAreInFlight);
+    members.set("listDoubt", errorJSON(found->listDoubt));
+    return members;
+  }};
+}
+
+What cleanUpOrphans(Arguments& arguments) {
+  using Mode = KivResourceMaintenance::Mode;
+  const bool isDry = arguments.has("dryRun") && arguments.boolean("dryRun");
+  return Operation{[mode = isDry ? Mode::dryRun : Mode::remove](
+                       KivResourceManager& manager) -> Result<Dictionary> {
+    std::optional<Error> error;
+    const auto cleanUp = KivResourceMaintenance::cleanUpOrphans(manager, mode, &error);
+    if (!cleanUp) return failureOf(std::move(error));
+    Dictionary members;
+    addCleanUp(members, *cleanUp);
+    return members;
+  }};
+}
+
+What space(Arguments&) {
+  return Operation{[](KivResourceManager&) -> Result<Dictionary> {
+    std::optional<Error> error;
+    const auto found = KivResourceMaintenance::space(&error);
+    if (!found) return failureOf(std::move(error));
+    return Dictionary{{"cacheUsed", found->cacheUsed},
+                      {"fileSystemAvailable", found->fileSystemAvailable},
+                      {"fileSystemUsed", found->fileSystemUsed}};
+  }};
+}
+
+// --- Settings ------------------------------------------------------------------------------------
+
+/// A server that is not given keeps its current URL.
+What setDomains(Arguments& arguments) {
+  using Domain = std::optional<std::string>;
+  std::optional<Domain> mainDomain;
+  std::optional<Domain> reserveDomain;
+  if (arguments.has("main")) mainDomain = arguments.text("main");
+  if (arguments.has("reserve")) reserveDomain = arguments.text("reserve");
+  return order([mainDomain, reserveDomain](auto&) {
+    const auto configuration = KivAppConfiguration::sharedInstance();
+    if (mainDomain) configuration->setMainACSDomain(*mainDomain);
+    if (reserveDomain) configuration->setReserveACSDomain(*reserveDomain);
+  });
+}
+
+What settings(Arguments&) {
+  return Operation{[](KivResourceManager& manager) {
+    return Dictionary{{"settings", manager.loader()->restService()->settings().dictionary()}};
+  }};
+}
+
+What setSettings(Arguments& arguments) {
+  return SessionCall::SetSettings{arguments.dictionary("settings")};
+}
+
+What readNamedCall(std::string_view name, Arguments& arguments) {
+  using Reader = What (*)(Arguments&);
+  static constexpr std::array<std::pair<std::string_view, Reader>, 18> readers{{
+      {"loadResourcesForConfig", loadResourcesForConfig},
+      {"loadResourceWithID", loadResourceWithID},
+      {"loadResourcesWithType", loadResourcesWithType},
+      {"updateResourcesForConfig", updateResourcesForConfig},
+      {"stopLoading", stopLoading},
+      {"waitForFinish", waitForFinish},
+      {"sleep", sleepFor},
+      {"reportProgress", reportProgress},
+      {"allLoadedResources", allLoadedResources},
+      {"loadedResourcesWithID", loadedResourcesWithID},
+      {"loadedResourcesWithType", loadedResourcesWithType},
+      {"state", state},
+      {"audit", audit},
+      {"cleanUpOrphans", cleanUpOrphans},
+      {"space", space},
+      {"setDomains", setDomains},
+      {"settings", settings},
+      {"setSettings", setSettings},
+  }};
+  const auto* const found = std::find_if(readers.begin(), readers.end(),
+                                         [&](const auto& reader) { return reader.first == name; });
+  if (found == readers.end()) return Invalid{"there is no call \"" + std::string(name) + "\""};
+  auto what = found->second(arguments);
+  return arguments.resulting(std::move(what));
+}
+
+}  // namespace
+
+SessionCall readSessionCall(std::string_view line) {
+  const auto invalid = [](std::string objection, Value tag = nullptr) {
+    return SessionCall{{}, std::move(tag), Invalid{std::move(objection)}};
+  };
+  const auto value = JSON::read(line);
+  if (!value) return invalid(value.error().localizedDescription());
+  if (!value->isDictionary()) return invalid("a call is a JSON object");
+  const Dictionary& call = value->dictionary();
+  const Value& tag = call["tag"];
+  const bool isTag = tag.isString() || (tag.isNumber() && !tag.isBoolean());
+  if (call.contains("tag") && !isTag) return invalid("\"tag\" is to be a string or a number");
+  const Value& name = call["call"];
+  if (!name.isString()) return invalid("\"call\" is to be a string", tag);
+  Arguments arguments(call);
+  return {name.string(), tag, readNamedCall(name.stringView(), arguments)};
+}
+
+}  // namespace kiv::session

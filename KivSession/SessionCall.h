@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "KivResource/KivResource.h"
+
+namespace kiv::session {
+
+/// A parsed line of a session's input.
+struct SessionCall {
+  /// An operation that gives the members of its result line, or an error. What is asked to do
+  /// something, not for something, has no members; its result is put out only for a call with a
+  /// tag.
+  struct Operation {
+    std::function<Result<Dictionary>(KivResourceManager&)> run;
+    bool hasResult = true;
+  };
+  struct SetSettings {
+    Dictionary settings;
+  };
+  struct ReportProgress {
+    bool enabled;
+  };
+  struct WaitForFinish {
+    std::chrono::milliseconds timeout;
+  };
+  struct Sleep {
+    std::chrono::milliseconds time;
+  };
+  /// An invalid call and the reason.
+  struct Invalid {
+    std::string objection;
+  };
+
+  std::string name;
+  Value tag;  ///< A string or a number; null if the call has none.
+  std::variant<Invalid, Operation, SetSettings, ReportProgress, WaitForFinish, Sleep> what;
+};
+
+/// Parses one line.
+SessionCall readSessionCall(std::string_view line);
+
+}  // namespace kiv::session

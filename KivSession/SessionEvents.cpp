@@ -1,0 +1,34 @@
+#include "KivSession/SessionEvents.h"
+
+#include "KivSession/ResourceJSON.h"
+
+namespace kiv::session {
+
+void SessionEvents::resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
+                                                    const std::shared_ptr<KivResource>& resource) {
+  putOut({{"event", "didLoadResource"}, {"resource", resourceJSON(*resource)}});
+}
+
+void SessionEvents::resourceManager_didFailToLoadResource_withError(
+    const std::shared_ptr<KivResourceManager>&, const std::shared_ptr<KivResource>& resource,
+    const std::optional<Error>& error) {
+  putOut({{"event", "didFailToLoadResource"},
+          {"resource", resourceJSON(*resource)},
+          {"error", errorJSON(error)}});
+}
+
+void SessionEvents::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>&) {
+  putOut({{"event", "didFinishLoading"}});
+}
+
+Dictionary progressLine(const KivRESTServiceProgress& progress) {
+  return {{"event", "progress"},
+          {"completedFiles", progress.tasksEnded},
+          {"files", progress.tasksWaiting + progress.tasksRunning + progress.tasksEnded},
+          {"receivedBytes", progress.bytesReceived},
+          {"expectedBytes", progress.bytesExpected},
+          {"runningTransfers", progress.tasksRunning},
+          {"bytesPerSecond", progress.bytesPerSecond}};
+}
+
+}  // namespace kiv::session

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <utility>
+
+#include "KivResource/KivResource.h"
+
+namespace kiv::session {
+
+/// Takes one line of output.
+using Output = std::function<void(const Dictionary& line)>;
+
+/// Puts out each callback of the manager as a line. Registered on the manager's queue, so that it
+/// may read all properties of a resource.
+class SessionEvents : public KivResourceManagerObserver {
+ public:
+  explicit SessionEvents(Output output) : output_(std::move(output)) {}
+
+  void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,
+                                       const std::shared_ptr<KivResource>& resource) override;
+  void resourceManager_didFailToLoadResource_withError(
+      const std::shared_ptr<KivResourceManager>& manager,
+      const std::shared_ptr<KivResource>& resource, const std::optional<Error>& error) override;
+  void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) override;
+
+ protected:
+  void putOut(const Dictionary& line) const { output_(line); }
+
+ private:
+  const Output output_;
+};
+
+/// The progress of a pass as a line.
+Dictionary progressLine(const KivRESTServiceProgress& progress);
+
+}  // namespace kiv::session
