@@ -60,8 +60,9 @@ std::string read(const kiv::Value& value, bool& member, std::int64_t, std::int64
 }
 
 std::string read(const kiv::Value& value, std::string& member, std::int64_t, std::int64_t) {
-  // libcurl takes texts up to a zero byte.
-  if (!value.isString() || value.stringView().find('\0') != std::string_view::npos) {
+  // A path or URL ends at a zero byte, and a header field at a line break.
+  constexpr std::string_view ends("\0\r\n", 3);
+  if (!value.isString() || value.stringView().find_first_of(ends) != std::string_view::npos) {
     return "a string";
   }
   member = value.string();

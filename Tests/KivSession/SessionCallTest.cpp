@@ -1,0 +1,212 @@
+// The calls of a session that other programs make, driven through the tool's command.
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "Tests/Tools/kivresource/ToolFixture.h"
+
+namespace {
+
+using namespace kiv::test;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::SizeIs;
+using testing::StartsWith;
+
+class SessionCallTest : public ToolFixture {
+ protected:
+  std::vector<std::string> linesFor(const std::vector<std::string>& calls) {
+    std::string input;
+    for (const auto& call : calls)
+      input += call + "\n";
+    auto session = runTool(general({"session", "--resources", directory_.path()}), input);
+    EXPECT_EQ(session.status, 0) << session.errors;
+    return session.lines;
+  }
+  std::string lineFor(const std::string& call) {
+    const auto lines = linesFor({call});
+    EXPECT_THAT(lines, SizeIs(1)) << call;
+    return lines.empty() ? "" : lines.front();
+  }
+};
+
+std::string load(const std::string& item, const std::string& more = "") {
+  return R"({"call":"loadResourcesForConfig","config":{"items":[)" + item + "]}" + more + "}";
+}
+
+// --- Tags ----------------------------------------------------------------------------------------
+
+TEST_F(SessionCallTest, AResultRepeatsTheTag) {
+  EXPECT_EQ(lineFor(R"({"call":"allLoadedResources","tag":"a\"b"})"),
+            R"({"result":"allLoadedResources","resources":[],"tag":"a\"b"})");
+  EXPECT_THAT(lineFor(R"({"call":"space","tag":-7})"), EndsWith(R"(,"tag":-7})"));
+  EXPECT_THAT(lineFor(R"({"tag":18446744073709551615,"call":"state"})"),
+              EndsWith(R"(,"tag":18446744073709551615})"));
+}
+
+TEST_F(SessionCallTest, ACallWithoutAResultIsAnsweredIfItHasATag) {
+  EXPECT_THAT(linesFor({R"({"call":"setDomains","tag":1})", R"({"call":"setDomains"})",
+                        R"({"call":"sleep","ms":1,"tag":2})", R"({"call":"sleep","ms":1})"}),
+              ElementsAre(R"({"result":"setDomains","tag":1})", R"({"result":"sleep","tag":2})"));
+}
+
+TEST_F(SessionCallTest, AnErrorRepeatsTheTag) {
+  EXPECT_EQ(lineFor(R"({"call":"none","tag":"t"})"),
+            R"({"error":"there is no call \"none\"","tag":"t"})");
+  EXPECT_EQ(lineFor(R"({"tag":"t"})"), R"({"error":"\"call\" is to be a string","tag":"t"})");
+  EXPECT_EQ(lineFor(R"({"call":"sleep","tag":"t"})"),
+            R"({"error":"\"ms\" is to be a number of milliseconds","tag":"t"})");
+  EXPECT_EQ(lineFor(R"({"call":"waitForFinish","timeout_ms":1,"tag":"t"})"),
+            R"({"error":"timeout","tag":"t"})");
+}
+
+TEST_F(SessionCallTest, ATagIsAStringOrANumber) {
+  for (const std::string tag : {"null", "true", "[]", "{}"}) {
+    EXPECT_EQ(lineFor(R"({"call":"state","tag":)" + tag + "}"),
+              R"({"error":"\"tag\" is to be a string or a number"})");
+  }
+}
+
+TEST_F(SessionCallTest, TheAnswerToAPassComesBeforeItsEvents) {
+  server_.serve("/a.png", Response::ok("a"));
+  const auto lines = linesFor(
+      {load(bannerItem("b", "a.png"), R"(,"tag":1)"), R"({"call":"waitForFinish","tag":2})"});
+  ASSERT_THAT(lines, SizeIs(4));
+  EXPECT_EQ(lines[0], R"({"result":"loadResourcesForConfig","tag":1})");
+  EXPECT_THAT(lines[1], StartsWith(R"({"event":"didLoadResource")"));
+  EXPECT_EQ(lines[2], R"({"event":"didFinishLoading"})");
+  EXPECT_EQ(lines[3], R"({"result":"waitForFinish","tag":2})");
+}
+
+TEST_F(SessionCallTest, AWaitForAFinishThatHasComeIsAnsweredAtOnce) {
+  EXPECT_THAT(
+      linesFor({load(""), R"({"call":"sleep","ms":1})", R"({"call":"waitForFinish","tag":2})"}),
+      ElementsAre(R"({"event":"didFinishLoading"})", R"({"result":"waitForFinish","tag":2})"));
+}
+
+// --- Progress ------------------------------------------------------------------------------------
+
+TEST_F(SessionCallTest, ReportsProgressWhenItIsTold) {
+  server_.serve("/a.png", Response::ok("1234567"));
+  const std::vector<std::string> pass{load(bannerItem("b", "a.png")),
+                                      R"({"call":"waitForFinish"})"};
+  EXPECT_THAT(linesFor(pass), Not(Contains(HasSubstr("progress"))));
+  server_.serve("/b.png", Response::ok("1234567"));
+  const auto lines =
+      linesFor({R"({"call":"reportProgress","enabled":true})", load(bannerItem("c", "b.png")),
+                R"({"call":"waitForFinish"})", R"({"call":"sleep","ms":300})"});
+  EXPECT_THAT(lines, Contains(StartsWith(
+                         R"({"event":"progress","completedFiles":1,"files":1,"receivedBytes":7,)"
+                         R"("expectedBytes":7,"runningTransfers":0,"bytesPerSecond":)")));
+}
+
+TEST_F(SessionCallTest, ReportsProgressAlsoWithOtherSettings) {
+  server_.serve("/b.png", Response::ok("1234567"));
+  const std::vector<std::string> pass{load(bannerItem("c", "b.png")), R"({"call":"waitForFinish"})",
+                                      R"({"call":"sleep","ms":300})"};
+  std::vector<std::string> calls{R"({"call":"reportProgress","enabled":true})",
+                                 R"({"call":"setSettings","settings":{"threads":1}})"};
+  calls.insert(calls.end(), pass.begin(), pass.end());
+  EXPECT_THAT(linesFor(calls), Contains(HasSubstr(R"("progress","completedFiles":1)")));
+}
+
+TEST_F(SessionCallTest, ReportProgressTakesABoolean) {
+  for (const std::string member : {"", R"(,"enabled":1)", R"(,"enabled":null)"}) {
+    EXPECT_EQ(lineFor(R"({"call":"reportProgress")" + member + "}"),
+              R"({"error":"\"enabled\" is to be true or false"})");
+  }
+}
+
+// --- Maintenance ---------------------------------------------------------------------------------
+
+TEST_F(SessionCallTest, AuditsAndCleansUp) {
+  server_.serve("/a.png", Response::ok("a"));
+  linesFor({load(bannerItem("b", "a.png"))});
+  directory_.write("ro ot'/KivResource/Resources/orphan.png", "123");
+  auto lines =
+      linesFor({R"({"call":"audit"})", R"({"call":"cleanUpOrphans","dryRun":true})",
+                R"({"call":"cleanUpOrphans"})", R"({"call":"cleanUpOrphans","dryRun":false})"});
+  // How many bytes a file takes on the disk depends on the file system.
+  for (auto& line : lines)
+    line = std::regex_replace(line, std::regex(R"("size":[1-9]\d*)"), R"("size":N)");
+  const std::string orphan =
+      R"([{"path":")" + stored("orphan.png") + R"(","size":N,"resourceID":null}])";
+  EXPECT_THAT(lines,
+              ElementsAre(R"({"result":"audit","missing":[],"unreadable":[],"orphaned":)" + orphan +
+                              R"(,"partial":[],"temporary":[],"downloadsAreInFlight":false,)"
+                              R"("listDoubt":null})",
+                          R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
+                          R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
+                          R"({"result":"cleanUpOrphans","removed":[],"refused":[]})"));
+}
+
+TEST_F(SessionCallTest, ACleanUpDuringAPassIsRefused) {
+  server_.serve("/a.png", Response::ok("a").stallAt(0));
+  const auto lines =
+      linesFor({load(bannerItem("b", "a.png")), R"({"call":"cleanUpOrphans","tag":1})",
+                R"({"call":"state"})", R"({"call":"stopLoading"})"});
+  ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_THAT(lines[0], StartsWith(R"({"error":)"));
+  EXPECT_THAT(lines[0], EndsWith(R"(,"tag":1})"));
+  EXPECT_EQ(lines[1], R"({"result":"state","downloads":1,"saveError":null,"savedListError":null})");
+}
+
+TEST_F(SessionCallTest, TheStateSaysWhyTheListCouldNotBeRead) {
+  directory_.write("ro ot'/KivResource/resources_config.json", "{");
+  EXPECT_THAT(lineFor(R"({"call":"state"})"), HasSubstr(R"("savedListError":{"domain":)"));
+}
+
+// --- Settings ------------------------------------------------------------------------------------
+
+TEST_F(SessionCallTest, ChangesTheSettingsThatItNames) {
+  const auto lines = linesFor({R"({"call":"setSettings","settings":{"threads":1,"proxy":"p"}})",
+                               R"({"call":"setSettings","settings":{"triesPerServer":2}})",
+                               R"({"call":"settings"})"});
+  ASSERT_THAT(lines, SizeIs(1));
+  EXPECT_THAT(lines[0], HasSubstr(R"("threads":1,)"));
+  EXPECT_THAT(lines[0], HasSubstr(R"("proxy":"p",)"));
+  EXPECT_THAT(lines[0], HasSubstr(R"("triesPerServer":2,)"));
+  EXPECT_THAT(lines[0], HasSubstr(R"("parallelTransfers":6,)"));
+}
+
+TEST_F(SessionCallTest, SettingsThatAreNotValidChangeNothing) {
+  const auto lines = linesFor({R"({"call":"setSettings","settings":{"threads":1,"http2":"no"}})",
+                               R"({"call":"setSettings"})", R"({"call":"settings"})"});
+  ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_EQ(lines[0], R"({"error":"the setting \"http2\" is to be true or false"})");
+  EXPECT_EQ(lines[1], R"({"error":"\"settings\" is to be an object"})");
+  EXPECT_THAT(lines[2], HasSubstr(R"("threads":2,)"));
+}
+
+TEST_F(SessionCallTest, SettingsDoNotChangeDuringAPass) {
+  server_.serve("/a.png", Response::ok("a").stallAt(0));
+  EXPECT_THAT(
+      linesFor({load(bannerItem("b", "a.png")),
+                R"({"call":"setSettings","settings":{"threads":1}})", R"({"call":"stopLoading"})"}),
+      ElementsAre(R"({"error":"settings cannot change while files are loading"})",
+                  R"({"event":"didFinishLoading"})"));
+}
+
+TEST_F(SessionCallTest, APassUsesTheSettings) {
+  server_.serve("/a.png", Response::ok("123456"));
+  EXPECT_THAT(linesFor({R"({"call":"setSettings","settings":{"largestBody":5}})",
+                        load(bannerItem("b", "a.png")), R"({"call":"waitForFinish"})"}),
+              Contains(HasSubstr(R"("event":"didFailToLoadResource")")));
+}
+
+// --- Configurations in files ---------------------------------------------------------------------
+
+TEST_F(SessionCallTest, ADashIsAFileAndNotStandardInput) {
+  EXPECT_EQ(lineFor(R"({"call":"loadResourcesForConfig","config":"-"})"),
+            R"({"error":"-: No such file or directory"})");
+}
+
+TEST_F(SessionCallTest, APathWithAZeroByteIsNoFile) {
+  EXPECT_THAT(lineFor(R"({"call":"loadResourcesForConfig","config":"/dev/null\u0000x"})"),
+              HasSubstr("Invalid argument"));
+}
+
+}  // namespace
