@@ -21,7 +21,6 @@ using Code = KivRESTServiceErrorCode;
 class KivRESTServiceSlowTest : public ClientFixture {
  protected:
   KivRESTServiceSlowTest() {
-    settings_.stallTimeout = 1s;
     settings_.slowTurn = 1s;
     settings_.stallSpeedDoubling = 0s;
     settings_.spoolDirectory = directory_.path("spool");
@@ -44,6 +43,7 @@ class KivRESTServiceSlowTest : public ClientFixture {
 
   /// Sets a minimum speed that exceeds 1,000 bytes a second after one or two seconds.
   void requireMoreThanComes() {
+    settings_.stallTimeout = 1s;
     settings_.stallSpeedDoubling = 1s;
     settings_.stallSpeed = 600;
     settings_.largestStallSpeed = 100'000;
@@ -148,6 +148,7 @@ TEST_F(KivRESTServiceSlowTest, OneThatStaysTooSlowEndsWithAnErrorThatSaysSo) {
 }
 
 TEST_F(KivRESTServiceSlowTest, OneThatIsFastEnoughForTheBoundComesAtAnyAge) {
+  settings_.stallTimeout = 1s;
   settings_.stallSpeedDoubling = 1s;
   settings_.stallSpeed = 256;
   serveSlowly("/slow", 4'000);
