@@ -5,7 +5,7 @@
  *
  *     kivsession *session;
  *     char *line;
- *     int result = kivsession_open("{\"root\": \"/home/u/.cache/app\"}", &session, &line);
+ *     int result = kivsession_open("{\"root\": \"/var/cache/app\"}", &session, &line);
  *     if (result != KIVSESSION_OK) ...   line, if it is not NULL, says what is wrong
  *     kivsession_send(session, "{\"call\": \"allLoadedResources\"}");
  *     while (kivsession_receive(session, -1, &line) == KIVSESSION_OK) {
@@ -23,11 +23,7 @@
 #ifndef KIVSESSION_H
 #define KIVSESSION_H
 
-#if defined(_WIN32) && defined(KIVSESSION_BUILDING)
-#define KIVSESSION_API __declspec(dllexport)
-#elif defined(_WIN32)
-#define KIVSESSION_API __declspec(dllimport)
-#elif defined(__GNUC__)
+#if defined(__GNUC__)
 #define KIVSESSION_API __attribute__((visibility("default")))
 #else
 #define KIVSESSION_API
