@@ -45,8 +45,7 @@ void configureFramework(const OpenSettings& settings) {
 std::shared_ptr<OpenSession> OpenSession::open(OpenSettings settings) {
   auto lines = LineQueue::create();
   if (!lines) return nullptr;
-  std::shared_ptr<OpenSession> session(
-      new OpenSession(std::move(settings), std::move(lines)));
+  std::shared_ptr<OpenSession> session(new OpenSession(std::move(settings), std::move(lines)));
   try {
     session->start();
   } catch (const std::system_error&) {

@@ -70,7 +70,7 @@ class Registry {
 /// runs before them.
 void prepareForExit() {
   static const bool isPrepared = [] {
-    const KivRESTService client;
+    KivRESTService::initializeLibraries();
     return std::atexit([] { Registry::shared().closeAtExit(); }) == 0;
   }();
   static_cast<void>(isPrepared);
@@ -185,8 +185,9 @@ int resultOf(LineQueue::Outcome outcome) {
 }
 
 void callLogFunction(kivsession_log* function, void* context, std::string_view line) {
+  const std::string text(line);
   ++depthOfLogFunction;
-  function(context, std::string(line).c_str());
+  function(context, text.c_str());
   --depthOfLogFunction;
 }
 

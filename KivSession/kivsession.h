@@ -80,8 +80,10 @@ KIVSESSION_API int kivsession_descriptor(kivsession* session, int* descriptor);
 
 /* Stops what is loading, and ends the session. Complete resources stay, and so do the bytes of
  * incomplete files. Lines that nobody received are lost, and threads that wait in
- * kivsession_receive() return KIVSESSION_CLOSED. Returns when the session's thread has ended, and
- * no sooner on any thread that closes it; KIVSESSION_INVALID in the log function. */
+ * kivsession_receive() return KIVSESSION_CLOSED. Returns KIVSESSION_OK when the session's
+ * thread has ended, and no sooner on any thread that closes it; KIVSESSION_CLOSED; or
+ * KIVSESSION_INVALID in the log function. After KIVSESSION_SYSTEM it can be called again. A session
+ * that is open when the process exits is closed then. */
 KIVSESSION_API int kivsession_close(kivsession* session);
 
 /* Receives the lines of the log, for people; not to be parsed. `line` is valid during the call. The

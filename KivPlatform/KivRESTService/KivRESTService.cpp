@@ -11,6 +11,7 @@
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/values/Result.h"
+#include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
@@ -156,6 +157,10 @@ void KivRESTService::setProgressHandler(
 
 void KivRESTService::setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler) {
   implementation_->ledger().setEndObserver(std::move(handler));
+}
+
+bool KivRESTService::initializeLibraries() noexcept {
+  return kiv::prepareCurlLibrary();
 }
 
 KivRESTServiceSettings KivRESTService::settings() const {

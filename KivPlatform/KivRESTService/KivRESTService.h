@@ -99,6 +99,12 @@ class KIV_EXPORT KivRESTService {
   static KivRESTServiceSettings defaultSettings();
   static void setDefaultSettings(KivRESTServiceSettings settings);
 
+  /// Initialises the libraries that transfers use, as the first transfer does otherwise. A host
+  /// that ends a thread of its own, on which it uses a client, by an atexit handler calls this
+  /// before it registers the handler, which then runs before those of the libraries. Returns false
+  /// if they cannot be initialised. May be called from any thread.
+  static bool initializeLibraries() noexcept;
+
  private:
   class Implementation;
   std::unique_ptr<Implementation> implementation_;
