@@ -65,6 +65,12 @@ struct ArrayBlock : ContainerBlock {
   ArrayBlock() = default;
   ~ArrayBlock() override { handle.block_ = nullptr; }
 
+  ArrayBlock* copy() const {
+    auto block = std::make_unique<ArrayBlock>();
+    block->values = values;
+    return block.release();
+  }
+
   std::vector<Value> values;
   /// What Value::array() refers to. It does not count as a reference to the block.
   Array handle{this};
@@ -113,6 +119,13 @@ struct DictionaryBlock : ContainerBlock {
     entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(gone));
   }
 
+  DictionaryBlock* copy() const {
+    auto block = std::make_unique<DictionaryBlock>();
+    block->entries = entries;
+    if (positions) block->indexEntries();
+    return block.release();
+  }
+
   void indexEntries() {
     positions = std::make_unique<std::map<std::string_view, std::size_t>>();
     for (std::size_t index = 0; index < entries.size(); ++index) {
@@ -136,12 +149,12 @@ void release(Block* block) noexcept {
 }
 
 /// Makes `block` unshared, so that it can be changed.
-template <class Block, class Copy>
-Block& makeUnique(Block*& block, Copy copy) {
+template <class Block>
+Block& makeUnique(Block*& block) {
   if (!block) {
     block = new Block;
   } else if (block->references.load(std::memory_order_acquire) != 1) {
-    Block* own = copy(*block);
+    Block* own = block->copy();
     release(block);
     block = own;
   }
@@ -209,6 +222,18 @@ void Value::release() noexcept {
 
 bool Value::boolean() const noexcept {
   return kind() == Kind::boolean ? large_.bits.boolean : floating() != 0;
+}
+
+std::int64_t Value::signedInteger() const noexcept {
+  constexpr auto largest = std::numeric_limits<std::int64_t>::max();
+  if (kind() == Kind::floating) {
+    const double number = large_.bits.floating;
+    if (number >= twoTo63) return largest;
+    return static_cast<std::int64_t>(unsignedFromDouble(number));
+  }
+  const std::uint64_t pattern = unsignedInteger();
+  const bool isTooLarge = kind() == Kind::unsignedInteger && pattern > std::uint64_t{largest};
+  return isTooLarge ? largest : static_cast<std::int64_t>(pattern);
 }
 
 std::uint64_t Value::unsignedInteger() const noexcept {
@@ -334,6 +359,54 @@ bool operator==(const Value& a, const Value& b) {
   return Comparison().areEqual(a, b);
 }
 
+// --- Values within values ------------------------------------------------------------------------
+
+const Value* Value::find(const ValueStep& step) const noexcept {
+  if (step.isKey()) return dictionary().find(step.key());
+  return step.index() < array().size() ? &array()[step.index()] : nullptr;
+}
+
+const Value& Value::at(std::initializer_list<ValueStep> path) const noexcept {
+  const Value* place = this;
+  for (const ValueStep& step : path) {
+    place = place->find(step);
+    if (!place) return nullValue();
+  }
+  return *place;
+}
+
+/// The value there, in a container that is not shared. It exists.
+Value& Value::own(const ValueStep& step) {
+  if (!step.isKey()) return detail::makeUnique(large_.bits.array).values[step.index()];
+  auto& block = detail::makeUnique(large_.bits.dictionary);
+  return block.entries[block.position(step.key())].value;
+}
+
+bool Value::setAt(std::initializer_list<ValueStep> path, Value value) {
+  // First the whole path is followed, so that a wrong one copies nothing.
+  const Value* last = this;
+  const ValueStep* missing = nullptr;
+  for (const ValueStep& step : path) {
+    const Value* const next = missing ? nullptr : last->find(step);
+    const bool isAdded = !next && !missing && step.isKey() && last->isDictionary();
+    if (!next && !isAdded) return false;
+    if (isAdded) missing = &step;
+    if (next) last = next;
+  }
+  Value* place = this;
+  for (const ValueStep& step : path) {
+    if (&step != missing) {
+      place = &place->own(step);
+    } else {
+      detail::makeUnique(place->large_.bits.dictionary)
+          .append(Dictionary::Key(step.key()), std::move(value));
+      return true;
+    }
+  }
+  *place = std::move(value);
+  return true;
+}
+
 // --- Array ---------------------------------------------------------------------------------------
 
 Array::Array(std::initializer_list<Value> values) {
@@ -354,13 +427,7 @@ Array::~Array() {
 }
 
 std::vector<Value>& Array::own() {
-  return detail::makeUnique(block_,
-                            [](const detail::ArrayBlock& shared) {
-                              auto copy = std::make_unique<detail::ArrayBlock>();
-                              copy->values = shared.values;
-                              return copy.release();
-                            })
-      .values;
+  return detail::makeUnique(block_).values;
 }
 
 std::size_t Array::size() const noexcept {
@@ -381,6 +448,10 @@ const Value* Array::end() const noexcept {
 
 void Array::append(Value value) {
   own().push_back(std::move(value));
+}
+
+void Array::set(std::size_t index, Value value) {
+  if (index < size()) own()[index] = std::move(value);
 }
 
 void Array::reserve(std::size_t capacity) {
@@ -425,12 +496,7 @@ Dictionary::~Dictionary() {
 }
 
 detail::DictionaryBlock& Dictionary::own() {
-  return detail::makeUnique(block_, [](const detail::DictionaryBlock& shared) {
-    auto copy = std::make_unique<detail::DictionaryBlock>();
-    copy->entries = shared.entries;
-    if (shared.positions) copy->indexEntries();
-    return copy.release();
-  });
+  return detail::makeUnique(block_);
 }
 
 std::size_t Dictionary::size() const noexcept {

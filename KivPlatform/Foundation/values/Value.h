@@ -19,6 +19,28 @@ namespace kiv {
 class Array;
 class Dictionary;
 
+/// A step from a value to one within it: the key in a dictionary, or the index in an array. Refers
+/// to the key.
+class ValueStep {
+ public:
+  ValueStep(std::string_view key) noexcept : key_(key), isKey_(true) {}
+  ValueStep(const std::string& key) noexcept : ValueStep(std::string_view(key)) {}
+  ValueStep(const char* key) noexcept : ValueStep(std::string_view(key)) {}
+  ValueStep(std::size_t index) noexcept : index_(index) {}
+  /// A negative index leads nowhere.
+  template <std::signed_integral Integer>
+  ValueStep(Integer index) noexcept : index_(static_cast<std::size_t>(index)) {}
+
+  [[nodiscard]] bool isKey() const noexcept { return isKey_; }
+  [[nodiscard]] std::string_view key() const noexcept { return key_; }
+  [[nodiscard]] std::size_t index() const noexcept { return index_; }
+
+ private:
+  std::string_view key_;
+  std::size_t index_ = 0;
+  bool isKey_ = false;
+};
+
 namespace detail {
 /// A string too long for the value itself: this header, followed by the characters in the same
 /// allocation. The size is in the values that refer to it.
@@ -125,6 +147,9 @@ class KIV_EXPORT Value {
   /// zero, negative integers wrap modulo 2^64, and floating numbers out of range are clamped: to
   /// 2^64-1 above, to the pattern of -2^63 below.
   [[nodiscard]] std::uint64_t unsignedInteger() const noexcept;
+  /// The number as a signed 64-bit integer; 0 for other kinds. Fractions are truncated towards
+  /// zero, and numbers out of range are clamped.
+  [[nodiscard]] std::int64_t signedInteger() const noexcept;
   /// The number as a double; 0 for other kinds.
   [[nodiscard]] double floating() const noexcept;
   /// The number as a float, clamped to its range; 0 for other kinds.
@@ -143,6 +168,17 @@ class KIV_EXPORT Value {
   /// The dictionary, or an empty one.
   [[nodiscard]] const Dictionary& dictionary() const& noexcept KIV_LIFETIME_BOUND;
   [[nodiscard]] Dictionary dictionary() const&& noexcept;
+
+  /// The value at the end of the path; null if the path leads nowhere. An empty path leads to this
+  /// value.
+  ///
+  ///     config.at({"items", 0, "name"}).string()
+  [[nodiscard]] const Value& at(std::initializer_list<ValueStep> path) const noexcept
+      KIV_LIFETIME_BOUND;
+  /// Replaces the value at the end of the path; a key that a dictionary does not have is added to
+  /// it. False, and nothing is changed, if the path leads through another kind of value, or beyond
+  /// the end of an array. Only what other copies share is copied.
+  bool setAt(std::initializer_list<ValueStep> path, Value value);
 
   /// Compares contents. Numbers and booleans are equal if their numeric values are; the order of a
   /// dictionary's keys does not matter.
@@ -178,6 +214,8 @@ class KIV_EXPORT Value {
 
   Value(Kind kind, Bits bits, std::uint8_t size = 0) noexcept : large_{kind, size, 0, 0, bits} {}
   [[nodiscard]] bool holdsBlock() const noexcept { return large_.size == inBlock; }
+  [[nodiscard]] const Value* find(const ValueStep& step) const noexcept;
+  Value& own(const ValueStep& step);
   void retain() const noexcept;
   void release() noexcept;
   void swap(Value& other) noexcept { std::swap(large_, other.large_); }
@@ -208,6 +246,8 @@ class KIV_EXPORT Array {
   [[nodiscard]] const Value* end() const noexcept;
 
   void append(Value value);
+  /// Replaces the value at the index; does nothing beyond the end.
+  void set(std::size_t index, Value value);
   void reserve(std::size_t capacity);
 
   KIV_EXPORT friend bool operator==(const Array& a, const Array& b);

@@ -171,4 +171,96 @@ TEST(ValueTest, WhatATemporaryHandsOutSharesItsContents) {
   EXPECT_EQ(kiv::Value(copy), value);
 }
 
+// --- Signed integers -----------------------------------------------------------------------------
+
+TEST(ValueTest, SignedIntegersAreClampedToTheirRange) {
+  constexpr auto least = std::numeric_limits<std::int64_t>::min();
+  constexpr auto most = std::numeric_limits<std::int64_t>::max();
+  EXPECT_EQ(Value(-5).signedInteger(), -5);
+  EXPECT_EQ(Value(5).signedInteger(), 5);
+  EXPECT_EQ(Value(least).signedInteger(), least);
+  EXPECT_EQ(Value(most).signedInteger(), most);
+  EXPECT_EQ(Value(std::numeric_limits<std::uint64_t>::max()).signedInteger(), most);
+  EXPECT_EQ(Value(1e300).signedInteger(), most);
+  EXPECT_EQ(Value(-1e300).signedInteger(), least);
+  EXPECT_EQ(Value(0x1p63).signedInteger(), most);
+  EXPECT_EQ(Value(-2.9).signedInteger(), -2);
+  EXPECT_EQ(Value(std::nan("")).signedInteger(), 0);
+  EXPECT_EQ(Value(true).signedInteger(), 1);
+  EXPECT_EQ(Value("5").signedInteger(), 0);
+  EXPECT_EQ(Value().signedInteger(), 0);
+}
+
+// --- Values within values ------------------------------------------------------------------------
+
+Value nested() {
+  return Dictionary{{"items", Array{Dictionary{{"name", "a"}}, Dictionary{{"name", "b"}}}},
+                    {"count", 2}};
+}
+
+TEST(ValueTest, FollowsAPath) {
+  const Value value = nested();
+  EXPECT_EQ(value.at({"items", 1, "name"}), Value("b"));
+  EXPECT_EQ(value.at({std::string("count")}), Value(2));
+  EXPECT_EQ(&value.at({}), &value);
+  EXPECT_TRUE(value.at({"items", 2}).isNull());
+  EXPECT_TRUE(value.at({"items", -1}).isNull());
+  EXPECT_TRUE(value.at({"items", "0"}).isNull());
+  EXPECT_TRUE(value.at({0}).isNull());
+  EXPECT_TRUE(value.at({"count", "x", 0}).isNull());
+}
+
+TEST(ValueTest, ReplacesTheValueAtAPath) {
+  Value value = nested();
+  const Value before = value;
+  EXPECT_TRUE(value.setAt({"items", 1, "name"}, "c"));
+  EXPECT_EQ(value.at({"items", 1, "name"}), Value("c"));
+  EXPECT_EQ(before, nested()) << "no change reaches a copy";
+  EXPECT_TRUE(value.setAt({"items", std::size_t{0}}, 7));
+  EXPECT_EQ(value.at({"items"}), Value(Array{7, Dictionary{{"name", "c"}}}));
+  EXPECT_TRUE(value.setAt({}, "all"));
+  EXPECT_EQ(value, Value("all"));
+}
+
+TEST(ValueTest, AddsAKeyAtTheEndOfAPath) {
+  Value value = nested();
+  EXPECT_TRUE(value.setAt({"items", 0, "new"}, nullptr));
+  EXPECT_TRUE(value.at({"items", 0}).dictionary().contains("new"));
+  Value empty = Dictionary();
+  EXPECT_TRUE(empty.setAt({"a"}, 1));
+  EXPECT_EQ(empty, Value(Dictionary{{"a", 1}}));
+  for (int key = 0; key < 100; ++key)
+    EXPECT_TRUE(empty.setAt({std::to_string(key)}, key));
+  EXPECT_EQ(empty.at({"99"}), Value(99));
+}
+
+TEST(ValueTest, AWrongPathChangesNothing) {
+  Value value = nested();
+  EXPECT_FALSE(value.setAt({"items", 2}, 1));
+  EXPECT_FALSE(value.setAt({"items", -1}, 1));
+  EXPECT_FALSE(value.setAt({"items", "name"}, 1));
+  EXPECT_FALSE(value.setAt({"missing", "name"}, 1));
+  EXPECT_FALSE(value.setAt({"count", "name"}, 1));
+  EXPECT_FALSE(value.setAt({0}, 1));
+  EXPECT_EQ(value, nested());
+  Value null;
+  EXPECT_FALSE(null.setAt({"a"}, 1));
+}
+
+TEST(ValueTest, AValueCanBeSetWithinItself) {
+  Value value = nested();
+  EXPECT_TRUE(value.setAt({"items", 0}, value));
+  EXPECT_EQ(value.at({"items", 0}), nested());
+  EXPECT_EQ(value.at({"items", 1, "name"}), Value("b"));
+}
+
+TEST(ValueTest, AnArrayReplacesAtAnIndex) {
+  Array array{1, 2};
+  const Array before = array;
+  array.set(1, "b");
+  array.set(2, "beyond");
+  EXPECT_EQ(array, (Array{1, "b"}));
+  EXPECT_EQ(before, (Array{1, 2}));
+}
+
 }  // namespace
