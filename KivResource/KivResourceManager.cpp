@@ -172,9 +172,16 @@ kiv::ResourceArray KivResourceManager::findResourcesInList_withValue_forProperty
 
 // --- Observers -----------------------------------------------------------------------------------
 
-void KivResourceManager::addObserver(const std::shared_ptr<KivResourceManagerObserver>& observer,
+bool KivResourceManager::addObserver(const std::shared_ptr<KivResourceManagerObserver>& observer,
                                      const std::shared_ptr<kiv::DispatchQueue>& queue) {
+  if (!observer) return false;
+  if (!queue) {
+    kiv::SystemLog::write(
+        "KivResourceManager: an observer was not added, since this thread has no queue; name one.");
+    return false;
+  }
   multicastObserver_->addDelegate_delegateQueue(observer, queue);
+  return true;
 }
 
 void KivResourceManager::removeObserver(

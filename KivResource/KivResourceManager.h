@@ -100,10 +100,10 @@ class KIV_EXPORT KivResourceManager final
   [[nodiscard]] kiv::ResourceArray loadedResourcesWithType(
       const std::optional<std::string>& type) const;
 
-  /// Registers the observer, which is held weakly, with the queue on which it is called. Does
-  /// nothing if the queue is nullptr, as the current queue is on a thread without one. May be
-  /// called from any thread.
-  void addObserver(
+  /// Registers the observer, which is held weakly, with the queue on which it is called. Returns
+  /// false, and writes a line to the log, if the queue is nullptr, as the current queue is on a
+  /// thread without one; and false for an observer that is nullptr. May be called from any thread.
+  bool addObserver(
       const std::shared_ptr<KivResourceManagerObserver>& observer,
       const std::shared_ptr<kiv::DispatchQueue>& queue = kiv::DispatchQueue::current());
   /// Removes the observer with all of its queues. May be called from any thread.

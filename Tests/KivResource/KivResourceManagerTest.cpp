@@ -218,7 +218,7 @@ TEST_F(KivResourceManagerTest, CallbacksComeAsynchronouslyOnTheObserversQueue) {
 TEST_F(KivResourceManagerTest, AnObserverCanNameItsQueue) {
   const auto queue = kiv::DispatchQueue::serial("observer");
   const auto elsewhere = std::make_shared<kiv::test::RecordingObserver>();
-  manager->addObserver(elsewhere, queue);
+  EXPECT_TRUE(manager->addObserver(elsewhere, queue));
   beginLoad({plain("a", 1)});
   std::promise<void> passed;
   queue->async([&] { passed.set_value(); });
@@ -228,7 +228,12 @@ TEST_F(KivResourceManagerTest, AnObserverCanNameItsQueue) {
 
 TEST_F(KivResourceManagerTest, OnAThreadWithoutAQueueNothingIsRegistered) {
   const auto lost = std::make_shared<kiv::test::RecordingObserver>();
-  std::thread([&] { manager->addObserver(lost); }).join();
+  log.clear();
+  bool isRegistered = true;
+  std::thread([&] { isRegistered = manager->addObserver(lost); }).join();
+  EXPECT_FALSE(isRegistered);
+  EXPECT_THAT(log.lines(), ElementsAre(testing::HasSubstr("this thread has no queue")));
+  EXPECT_FALSE(manager->addObserver(nullptr));
   manager->stopLoading();
   takeEvents();
   EXPECT_THAT(lost->events, IsEmpty());
