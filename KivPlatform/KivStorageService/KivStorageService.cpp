@@ -86,6 +86,13 @@ void KivStorageService::setRootPath(std::optional<std::string> path) {
   StorageRoot::setCurrentPath(std::move(path));
 }
 
+bool KivStorageService::setRootPathInUserCache(const std::optional<std::string>& name) {
+  auto path = StorageRoot::pathInUserCache(name);
+  if (path.empty()) return false;
+  setRootPath(std::move(path));
+  return true;
+}
+
 kiv::ArchiveLimits KivStorageService::archiveLimits() {
   const kiv::MutexLock guard(limitsInUse().mutex);
   return limitsInUse().limits;

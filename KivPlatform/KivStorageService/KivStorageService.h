@@ -57,6 +57,12 @@ class KIV_EXPORT KivStorageService {
   /// this before the root is first used.
   static void setRootPath(std::optional<std::string> path);
 
+  /// Sets the storage root to a directory in the user's cache directory ("XDG_CACHE_HOME", usually
+  /// ~/.cache), whose contents the user or the system may remove while no program uses them. Its
+  /// name is `name`, or that of this program. Returns false, and changes nothing, if there is no
+  /// such directory for this user, or the name is not a valid file name.
+  static bool setRootPathInUserCache(const std::optional<std::string>& name = std::nullopt);
+
   /// The absolute path of the directory for incomplete files, `.KivStorageService` under the root;
   /// empty if there is no root.
   static std::string temporariesPath();

@@ -40,6 +40,9 @@ std::string programName();
 /// The directory where programs keep the data of the user who runs this one, or an empty string.
 std::string userDataDirectory();
 
+/// The same for data that can be made again, which the user or the system may remove.
+std::string userCacheDirectory();
+
 /// Writes one line to the system's log.
 void writeLog(const std::string& line);
 

@@ -89,9 +89,13 @@ std::string directoryName() {
   return filename::isHarmless(name) ? name : "KivResource";
 }
 
+/// The path of that name in the user's directory, which is empty if there is none.
+std::string pathInUserDirectory(const std::string& directory, const std::string& name) {
+  return directory.empty() ? directory : tidied(path::appendingPathComponent(directory, name));
+}
+
 std::string defaultPath() {
-  const std::string data = system::userDataDirectory();
-  return data.empty() ? data : tidied(path::appendingPathComponent(data, directoryName()));
+  return pathInUserDirectory(system::userDataDirectory(), directoryName());
 }
 
 std::string pathOf(const Current& shared) KIV_REQUIRES(shared.mutex) {
@@ -221,6 +225,11 @@ Status StorageRoot::endBatch() {
     if (!status) result = std::move(status);
   }
   return result;
+}
+
+std::string StorageRoot::pathInUserCache(const std::optional<std::string>& name) {
+  if (name && !filename::isHarmless(*name)) return {};
+  return pathInUserDirectory(system::userCacheDirectory(), name ? *name : directoryName());
 }
 
 std::string StorageRoot::currentPath() {

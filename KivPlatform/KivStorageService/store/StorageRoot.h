@@ -25,6 +25,9 @@ class StorageRoot {
   static std::shared_ptr<StorageRoot> current();
   /// The path of the current root, empty if there is none. Does not access the disk.
   static std::string currentPath();
+  /// The path of a directory in the user's cache directory, by default that of this program. Empty
+  /// if there is none, or the name is not a valid file name.
+  static std::string pathInUserCache(const std::optional<std::string>& name);
   /// Sets the root and opens it; std::nullopt restores the default. Saves that are running complete
   /// in the old root.
   static void setCurrentPath(std::optional<std::string> path);

@@ -463,6 +463,25 @@ TEST_F(KivStorageServiceTest, TheDefaultRootIsTheProgramsDirectoryAmongTheUsersD
   EXPECT_FALSE(fs::exists(scratch_.path("data")));
 }
 
+TEST_F(KivStorageServiceTest, TheRootMayLieInTheUsersCacheDirectory) {
+  setenv("XDG_CACHE_HOME", scratch_.path("cache").c_str(), 1);
+  EXPECT_TRUE(KivStorageService::setRootPathInUserCache("app"));
+  const fs::path named = KivStorageService::rootPath();
+  EXPECT_TRUE(KivStorageService::setRootPathInUserCache());
+  const fs::path program = KivStorageService::rootPath();
+  for (const std::string name : {"", ".", "..", "a/b", "/a"}) {
+    EXPECT_FALSE(KivStorageService::setRootPathInUserCache(name)) << name;
+    EXPECT_EQ(KivStorageService::rootPath(), program);
+  }
+  unsetenv("XDG_CACHE_HOME");
+  EXPECT_EQ(named.filename(), "app");
+  EXPECT_EQ(program.filename(), "KivResourceTests");
+  EXPECT_EQ(named.parent_path(), program.parent_path());
+#if !defined(__APPLE__)
+  EXPECT_EQ(named.parent_path(), scratch_.path("cache"));
+#endif
+}
+
 TEST_F(KivStorageServiceTest, NothingOfASaveStaysAmongTheTemporaries) {
   EXPECT_FALSE(save("a.png", "x"));
   EXPECT_FALSE(save("promo.zip", pageArchive("one")));

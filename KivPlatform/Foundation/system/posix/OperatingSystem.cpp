@@ -142,17 +142,29 @@ std::string homeDirectory() {
   return found && found->pw_dir && *found->pw_dir == '/' ? found->pw_dir : "";
 }
 
+/// The directory that the variable names, or else the one under the user's home.
+std::string userDirectory(const char* variable, std::string_view underHome) {
+  if (std::string path = absolutePathInEnvironment(variable); !path.empty()) return path;
+  const std::string home = homeDirectory();
+  return home.empty() ? home : path::appendingPathComponent(home, underHome);
+}
+
 }  // namespace
 
 std::string userDataDirectory() {
 #if defined(__APPLE__)
-  constexpr std::string_view underHome = "Library/Application Support";
+  return userDirectory("", "Library/Application Support");
 #else
-  if (std::string data = absolutePathInEnvironment("XDG_DATA_HOME"); !data.empty()) return data;
-  constexpr std::string_view underHome = ".local/share";
+  return userDirectory("XDG_DATA_HOME", ".local/share");
 #endif
-  const std::string home = homeDirectory();
-  return home.empty() ? home : path::appendingPathComponent(home, underHome);
+}
+
+std::string userCacheDirectory() {
+#if defined(__APPLE__)
+  return userDirectory("", "Library/Caches");
+#else
+  return userDirectory("XDG_CACHE_HOME", ".cache");
+#endif
 }
 
 void writeLog(const std::string& line) {
