@@ -35,6 +35,7 @@ class BlockedSignals {
 void configureFramework(const OpenSettings& settings) {
   KivStorageService::setRootPath(settings.root);
   Bundle::setFrameworkResourcesPath(settings.resources);
+  KivResourceLookup::setRoots(settings.lookupRoots);
   const auto configuration = KivAppConfiguration::sharedInstance();
   configuration->setMainACSDomain(settings.mainURL);
   configuration->setReserveACSDomain(settings.reserveURL);

@@ -1,5 +1,6 @@
 #include "KivSession/OpenSettings.h"
 
+#include <algorithm>
 #include <system_error>
 
 #include "KivResource/KivResource.h"
@@ -29,8 +30,21 @@ std::string objectionTo(std::string_view name, const Value& value) {
   if (name == "main" || name == "reserve") {
     return isText(value) || value.isNull() ? "" : "is to be a URL";
   }
+  if (name == "lookupRoots") {
+    const bool arePaths = std::all_of(value.array().begin(), value.array().end(), isAbsolutePath);
+    const bool isValid = value.isNull() || (value.isArray() && arePaths);
+    return isValid ? "" : "is to be an array of absolute paths, or null";
+  }
   if (name == "settings") return value.isDictionary() ? "" : "is to be an object";
   return "is unknown";
+}
+
+std::optional<std::vector<std::string>> lookupRootsIn(const Dictionary& members) {
+  if (members.contains("lookupRoots") && members["lookupRoots"].isNull()) return std::nullopt;
+  std::vector<std::string> roots;
+  for (const Value& root : members["lookupRoots"].array())
+    roots.push_back(root.string());
+  return roots;
 }
 
 std::optional<std::string> textOf(const Value& value) {
@@ -51,9 +65,9 @@ Result<OpenSettings> OpenSettings::read(std::string_view text) {
     }
   }
   if (!members.contains("root")) return invalid("there is no \"root\"");
-  OpenSettings settings{members["root"].string(), textOf(members["main"]),
+  OpenSettings settings{members["root"].string(),   textOf(members["main"]),
                         textOf(members["reserve"]), textOf(members["resources"]),
-                        members["settings"].dictionary()};
+                        lookupRootsIn(members),     members["settings"].dictionary()};
   const auto known =
       KivRESTServiceSettings::fromDictionary(settings.transfers, KivRESTServiceSettings());
   if (!known) return known.error();

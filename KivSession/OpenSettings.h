@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/Value.h"
@@ -15,7 +16,10 @@ struct OpenSettings {
   std::optional<std::string> mainURL;
   std::optional<std::string> reserveURL;
   std::optional<std::string> resources;  ///< The packaged resources; nullopt to look for them.
-  Dictionary transfers;                  ///< See KivRESTServiceSettings::fromDictionary().
+  /// See KivResourceLookup::setRoots(). By default none: a configuration cannot find out which
+  /// other files lie on this computer.
+  std::optional<std::vector<std::string>> lookupRoots = std::vector<std::string>();
+  Dictionary transfers;  ///< See KivRESTServiceSettings::fromDictionary().
 
   /// Parses a JSON object. The error's message names the first member that is not valid.
   static Result<OpenSettings> read(std::string_view text);

@@ -32,6 +32,17 @@ TEST(OpenSettingsTest, TakesEverything) {
   EXPECT_EQ(settings->transfers, (kiv::Dictionary{{"threads", 1}}));
 }
 
+TEST(OpenSettingsTest, FilesElsewhereAreAcceptedOnlyIfItSaysSo) {
+  const auto rootsOf = [](const std::string& more) {
+    const auto settings = OpenSettings::read(R"({"root":"/r")" + more + "}");
+    return settings ? settings->lookupRoots : std::vector<std::string>{"not valid"};
+  };
+  EXPECT_EQ(rootsOf(""), std::vector<std::string>());
+  EXPECT_EQ(rootsOf(R"(,"lookupRoots":[])"), std::vector<std::string>());
+  EXPECT_EQ(rootsOf(R"(,"lookupRoots":["/a","/b"])"), (std::vector<std::string>{"/a", "/b"}));
+  EXPECT_EQ(rootsOf(R"(,"lookupRoots":null)"), std::nullopt);
+}
+
 TEST(OpenSettingsTest, AServerMayBeNull) {
   const auto settings = OpenSettings::read(R"({"root":"/r","main":null,"reserve":null})");
   ASSERT_TRUE(settings) << settings.error().description();
@@ -50,6 +61,12 @@ TEST(OpenSettingsTest, ErrorsNameTheMember) {
       {R"({"root":"/r","resources":null})", R"("resources" is to be an absolute path)"},
       {R"({"root":"/r","main":5})", R"("main" is to be a URL)"},
       {R"({"root":"/r","reserve":"http://a\u0000"})", R"("reserve" is to be a URL)"},
+      {R"({"root":"/r","lookupRoots":"/a"})",
+       R"("lookupRoots" is to be an array of absolute paths, or null)"},
+      {R"({"root":"/r","lookupRoots":["/a","b"]})",
+       R"("lookupRoots" is to be an array of absolute paths, or null)"},
+      {R"({"root":"/r","lookupRoots":[5]})",
+       R"("lookupRoots" is to be an array of absolute paths, or null)"},
       {R"({"root":"/r","settings":[]})", R"("settings" is to be an object)"},
       {R"({"root":"/r","Main":"http://a"})", R"("Main" is unknown)"},
       {R"({"root":"/r","a\nb":1})", R"("a\x0ab" is unknown)"},
