@@ -1,0 +1,673 @@
+// The lines of a session, as types. Docs/SESSION.md describes them.
+//
+// Made by script/generate-protocol from KivSession/protocol.json; not to be edited.
+
+/** Any JSON object. */
+export interface JSONObject {
+  [member: string]: unknown;
+}
+
+/** What every resource has. */
+export interface ResourceMembers {
+  /** The identifier, which all versions of a resource share. */
+  resourceID: string;
+  /** The name. */
+  name: string;
+  /** The category, by which calls can select. */
+  type: string;
+  /** The string that chose the kind. */
+  engine: string;
+  /** Another identifier; `undefined` if the item has none. */
+  uid: string;
+  /** The largest is downloaded first. */
+  priority: number;
+  /** The version: of two resources with one identifier the one with the greater number is newer. */
+  updated: number;
+  /** True if all files of the resource are on disk now. */
+  filesExist: boolean;
+  /** The links of the files that are missing. */
+  missingFilesLinks: string[];
+  /** The paths of all files that the resource uses. */
+  useFilePaths: string[];
+  /**
+   * The item, with the path of each file that is there in place of its link, and with members of
+   * the host's own.
+   */
+  resourceDictionary: JSONObject;
+}
+
+/** A value that the host chooses to find the answer of a call. */
+export type Tag = string | number;
+
+/**
+ * A configuration: an object with the array "items", or the path of a file with one, best absolute.
+ * With null, or an object without that array, it is a configuration without items.
+ */
+export type Config = JSONObject | string | null;
+
+/** Why something failed. */
+export interface ErrorDetails {
+  /** What the code belongs to; see Errors. */
+  domain: string;
+  /** The number of the error in its domain. */
+  code: number;
+  /** A text for people, which may change in a later version. */
+  message: string;
+}
+
+/** An image banner (the engine `eco_standard`). */
+export interface StandardResource extends ResourceMembers {
+  /** The kind of the resource. */
+  class: "KivResourceStandard";
+  /** The URL to open when the banner is clicked; never downloaded. */
+  marketLink: string;
+  /** The path of the image; null until it is there. */
+  image: string | null;
+  /** True once the image was seen on disk. */
+  fileIsLoaded: boolean;
+  /** The member of the item that names the image. */
+  requiredImageField: string;
+}
+
+/** A video promotion (the engine `eco_video`). */
+export interface VideoResource extends ResourceMembers {
+  /** The kind of the resource. */
+  class: "KivResourceVideo";
+  /** The title to show. */
+  title: string;
+  /** The URL to open when the video is clicked; never downloaded. */
+  marketLink: string;
+  /** The path of the icon; null until it is there. */
+  icon: string | null;
+  /** The path of the video; null until it is there. */
+  video: string | null;
+  /** How many have voted; 0 if the item has no number. */
+  votes: number;
+  /** The rating, in single precision: 4.7 comes as 4.699999809265137. */
+  rating: number;
+  /**
+   * The links of the files that were missing when the resource was made, without those that have
+   * come.
+   */
+  fileLinks: string[];
+  /** The paths of the files that are there, in the order in which they came. */
+  filePaths: string[];
+  /** The member of the item that names the video. */
+  requiredVideoField: string;
+}
+
+/** A page, from an archive or a single file (the engines `eco_fs` and `eco_context`). */
+export interface WebResource extends ResourceMembers {
+  /** The kind of the resource. */
+  class: "KivResourceWeb";
+  /** The path of the page; null until it is there. */
+  html: string | null;
+  /** True once the page was seen on disk. */
+  fileIsLoaded: boolean;
+}
+
+/** A resource without files (any other engine). */
+export interface PlainResource extends ResourceMembers {
+  /** The kind of the resource. */
+  class: "KivResource";
+}
+
+/** A resource. Its member `class` says which kind it is. */
+export type Resource = StandardResource | VideoResource | WebResource | PlainResource;
+
+/** A file, a link or a directory of the cache. An unpacked archive, the directory, is one item. */
+export interface StoredItem {
+  /** Its absolute path. */
+  path: string;
+  /**
+   * Its size on disk, for a directory with its contents; null if it cannot be determined. In bytes.
+   */
+  size: number | null;
+  /** The identifier of a resource that needs it; null if none does. */
+  resourceID: string | null;
+}
+
+/** A stored item that could not be removed. */
+export interface RefusedItem extends StoredItem {
+  /** Why not. */
+  error: ErrorDetails;
+}
+
+/** How files are transferred. TRANSFERS.md describes each setting in full. */
+export interface Settings {
+  /** How many transfers run at one time. Default: 6. */
+  parallelTransfers: number;
+  /** How many threads move bytes. Default: 2. */
+  threads: number;
+  /**
+   * The most that all transfers together receive; 0 for no limit. In bytes per second. Default: 0.
+   */
+  bandwidth: number;
+  /**
+   * The limit on look-up, connecting and TLS handshake together. In milliseconds. Default: 15000.
+   */
+  connectTimeout_ms: number;
+  /** The limit on a file, with all retries; 0 for no limit. In seconds. Default: 21600. */
+  deadline_s: number;
+  /** The attempts at one file with one server. Default: 3. */
+  triesPerServer: number;
+  /** The limit on a file. In bytes. Default: 2147483648. */
+  largestBody: number;
+  /** Accepts bodies that end with the connection. Default: false. */
+  takesBodiesWithoutLength: boolean;
+  /** Follows redirects from a public to a private address. Default: false. */
+  followsRedirectsToPrivateAddresses: boolean;
+  /**
+   * The absolute path of the directory for large and incomplete bodies; empty to keep them in
+   * memory. Default: a directory under the root.
+   */
+  spoolDirectory: string;
+  /** The limit on all incomplete bodies together. In bytes. Default: 1073741824. */
+  largestPartials: number;
+  /** The URL of the proxy; empty for none, null for that of the environment. Default: null. */
+  proxy: string | null;
+  /** The path of a PEM file of the authorities to trust; empty for the system's. Default: "". */
+  certificateAuthoritiesPath: string;
+  /** The User-Agent header. Default: "KivRESTService/1.0". */
+  userAgent: string;
+  /** Offers HTTP/2 to https servers. Default: true. */
+  http2: boolean;
+}
+
+/** Any of the members of Settings. What is not named stays as it is. */
+export type SomeSettings = Partial<Settings>;
+
+/** What `kivsession_open()` takes. A member of another name is an error. */
+export interface OpenSettings {
+  /** The absolute path of the directory for the cache. It is created if it is missing. */
+  root: string;
+  /** The URL of the main server, which is put before each link. Default: none. */
+  main?: string;
+  /** The URL of the mirror. Default: none. */
+  reserve?: string;
+  /** The path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-RESOURCES.md. */
+  resources?: string;
+  /** How files are transferred. Default: all defaults. */
+  settings?: SomeSettings;
+}
+
+/** A line that may have a tag. */
+export interface Tagged {
+  /** Of a call: asks for an answer with this tag. Of an answer: the tag of its call. */
+  tag?: Tag;
+}
+
+/**
+ * Starts a pass: loads the resources of the configuration that the cache does not have, or has in
+ * an older version. If downloads are in flight, the pass is refused: each resource is reported as
+ * failed with the code 100, and the finish is reported; the earlier pass goes on.
+ */
+export interface LoadResourcesForConfigCall extends Tagged {
+  /** The name of the call. */
+  call: "loadResourcesForConfig";
+  /** The configuration. */
+  config: Config;
+}
+
+/** The same for the resources with one identifier. */
+export interface LoadResourceWithIDCall extends Tagged {
+  /** The name of the call. */
+  call: "loadResourceWithID";
+  /** The identifier (`banner_id`); null for all. */
+  id: string | null;
+  /** The configuration. */
+  config: Config;
+}
+
+/** The same for the resources of one type. */
+export interface LoadResourcesWithTypeCall extends Tagged {
+  /** The name of the call. */
+  call: "loadResourcesWithType";
+  /** The type; null for all. */
+  type: string | null;
+  /** The configuration. */
+  config: Config;
+}
+
+/**
+ * As loadResourcesForConfig; at the end of the pass, loaded resources that the configuration does
+ * not name leave the cache's list. Their files stay on disk until cleanUpOrphans. A configuration
+ * without a valid item removes nothing.
+ */
+export interface UpdateResourcesForConfigCall extends Tagged {
+  /** The name of the call. */
+  call: "updateResourcesForConfig";
+  /** The configuration. */
+  config: Config;
+}
+
+/**
+ * Cancels all downloads and reports the finish, also if there was nothing to cancel. Complete
+ * resources stay, and so do the bytes of incomplete files.
+ */
+export interface StopLoadingCall extends Tagged {
+  /** The name of the call. */
+  call: "stopLoading";
+}
+
+/**
+ * Makes the next call only after a didFinishLoading. Each wait uses one: if more were sent than
+ * waits have used, it does not wait. When the time is over, the answer is the error `timeout`, with
+ * or without a tag.
+ */
+export interface WaitForFinishCall extends Tagged {
+  /** The name of the call. */
+  call: "waitForFinish";
+  /** How long to wait. In milliseconds. Default: 30000. */
+  timeout_ms?: number;
+}
+
+/**
+ * Makes the next call only after a time. Downloads go on. For tests and scripts; a host waits by
+ * itself.
+ */
+export interface SleepCall extends Tagged {
+  /** The name of the call. */
+  call: "sleep";
+  /** How long. In milliseconds. */
+  ms: number;
+}
+
+/** Switches the event `progress` on or off. It is off at first. */
+export interface ReportProgressCall extends Tagged {
+  /** The name of the call. */
+  call: "reportProgress";
+  /** True for on. */
+  enabled: boolean;
+}
+
+/** The loaded resources, in the order in which they were loaded. */
+export interface AllLoadedResourcesCall extends Tagged {
+  /** The name of the call. */
+  call: "allLoadedResources";
+}
+
+/** The loaded resources with one identifier. */
+export interface LoadedResourcesWithIDCall extends Tagged {
+  /** The name of the call. */
+  call: "loadedResourcesWithID";
+  /** The identifier; null selects nothing. */
+  id: string | null;
+}
+
+/** The loaded resources of one type. */
+export interface LoadedResourcesWithTypeCall extends Tagged {
+  /** The name of the call. */
+  call: "loadedResourcesWithType";
+  /** The type; null selects nothing. */
+  type: string | null;
+}
+
+/** Whether something is loading, and whether the saved list is in order. */
+export interface StateCall extends Tagged {
+  /** The name of the call. */
+  call: "state";
+}
+
+/** Compares the lists with the disk, without changing anything. MAINTENANCE.md has more. */
+export interface AuditCall extends Tagged {
+  /** The name of the call. */
+  call: "audit";
+}
+
+/**
+ * Removes what audit reports as orphaned or partial. The answer is an error while downloads are in
+ * flight, and if a saved list cannot be read.
+ */
+export interface CleanUpOrphansCall extends Tagged {
+  /** The name of the call. */
+  call: "cleanUpOrphans";
+  /** True only to tell what would be removed. Default: false. */
+  dryRun?: boolean;
+}
+
+/** Used and free space. */
+export interface SpaceCall extends Tagged {
+  /** The name of the call. */
+  call: "space";
+}
+
+/** The settings in use. */
+export interface SettingsCall extends Tagged {
+  /** The name of the call. */
+  call: "settings";
+}
+
+/**
+ * Changes settings. The answer is an error, and nothing changes, while downloads are in flight, or
+ * if a member is unknown or has a wrong value.
+ */
+export interface SetSettingsCall extends Tagged {
+  /** The name of the call. */
+  call: "setSettings";
+  /** Those to change. */
+  settings: SomeSettings;
+}
+
+/** Changes the servers for the passes that follow. A server that is not named stays. */
+export interface SetDomainsCall extends Tagged {
+  /** The name of the call. */
+  call: "setDomains";
+  /** The URL of the main server; null for none. Default: stays. */
+  main?: string | null;
+  /** The URL of the mirror; null for none. Default: stays. */
+  reserve?: string | null;
+}
+
+/** The answer of loadResourcesForConfig, if it has a tag. */
+export interface LoadResourcesForConfigResult {
+  /** The name of the call. */
+  result: "loadResourcesForConfig";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of loadResourceWithID, if it has a tag. */
+export interface LoadResourceWithIDResult {
+  /** The name of the call. */
+  result: "loadResourceWithID";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of loadResourcesWithType, if it has a tag. */
+export interface LoadResourcesWithTypeResult {
+  /** The name of the call. */
+  result: "loadResourcesWithType";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of updateResourcesForConfig, if it has a tag. */
+export interface UpdateResourcesForConfigResult {
+  /** The name of the call. */
+  result: "updateResourcesForConfig";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of stopLoading, if it has a tag. */
+export interface StopLoadingResult {
+  /** The name of the call. */
+  result: "stopLoading";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of waitForFinish, if it has a tag. */
+export interface WaitForFinishResult {
+  /** The name of the call. */
+  result: "waitForFinish";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of sleep, if it has a tag. */
+export interface SleepResult {
+  /** The name of the call. */
+  result: "sleep";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of reportProgress, if it has a tag. */
+export interface ReportProgressResult {
+  /** The name of the call. */
+  result: "reportProgress";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of allLoadedResources. */
+export interface AllLoadedResourcesResult extends Tagged {
+  /** The name of the call. */
+  result: "allLoadedResources";
+  /** The resources. */
+  resources: Resource[];
+}
+
+/** The answer of loadedResourcesWithID. */
+export interface LoadedResourcesWithIDResult extends Tagged {
+  /** The name of the call. */
+  result: "loadedResourcesWithID";
+  /** The resources. */
+  resources: Resource[];
+}
+
+/** The answer of loadedResourcesWithType. */
+export interface LoadedResourcesWithTypeResult extends Tagged {
+  /** The name of the call. */
+  result: "loadedResourcesWithType";
+  /** The resources. */
+  resources: Resource[];
+}
+
+/** The answer of state. */
+export interface StateResult extends Tagged {
+  /** The name of the call. */
+  result: "state";
+  /** How many downloads are in flight. If it is not 0, a new pass is refused. */
+  downloads: number;
+  /**
+   * Why the list of the loaded resources could not be saved; null if it could. The next change
+   * saves it again.
+   */
+  saveError: ErrorDetails | null;
+  /** Why the saved list could not be read at the start; null once it was read or replaced. */
+  savedListError: ErrorDetails | null;
+}
+
+/** The answer of audit. */
+export interface AuditResult extends Tagged {
+  /** The name of the call. */
+  result: "audit";
+  /** Files of loaded resources that are missing. */
+  missing: StoredItem[];
+  /** Files of theirs that are there but cannot be read. */
+  unreadable: StoredItem[];
+  /** Items that no loaded resource uses. */
+  orphaned: StoredItem[];
+  /** Orphaned directories without an `index.html`. */
+  partial: StoredItem[];
+  /** Incomplete files, of this process or another. */
+  temporary: StoredItem[];
+  /** True if a pass is running: what it has stored so far counts as orphaned. */
+  downloadsAreInFlight: boolean;
+  /**
+   * Why cleanUpOrphans would refuse: a saved list that cannot be read may name the orphans. Null if
+   * it would not.
+   */
+  listDoubt: ErrorDetails | null;
+}
+
+/** The answer of cleanUpOrphans. */
+export interface CleanUpOrphansResult extends Tagged {
+  /** The name of the call. */
+  result: "cleanUpOrphans";
+  /** What was removed or, in a dry run, would be. */
+  removed: StoredItem[];
+  /** What could not be removed; empty in a dry run. */
+  refused: RefusedItem[];
+}
+
+/** The answer of space. */
+export interface SpaceResult extends Tagged {
+  /** The name of the call. */
+  result: "space";
+  /** What is used of the file system of the root, by anybody. In bytes. */
+  fileSystemUsed: number;
+  /** What this process may still write there. In bytes. */
+  fileSystemAvailable: number;
+  /** What the cache uses: its list, files and temporaries. In bytes. */
+  cacheUsed: number;
+}
+
+/** The answer of settings. */
+export interface SettingsResult extends Tagged {
+  /** The name of the call. */
+  result: "settings";
+  /** All of them. */
+  settings: Settings;
+}
+
+/** The answer of setSettings, if it has a tag. */
+export interface SetSettingsResult {
+  /** The name of the call. */
+  result: "setSettings";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of setDomains, if it has a tag. */
+export interface SetDomainsResult {
+  /** The name of the call. */
+  result: "setDomains";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/**
+ * A resource of the pass is loaded: all of its files are on disk. It is also sent for a resource
+ * that was loaded before.
+ */
+export interface DidLoadResourceEvent {
+  /** The name of the event. */
+  event: "didLoadResource";
+  /** The resource. */
+  resource: Resource;
+}
+
+/**
+ * A resource of the pass could not be loaded. It is sent for each file that failed. An older
+ * version stays loaded.
+ */
+export interface DidFailToLoadResourceEvent {
+  /** The name of the event. */
+  event: "didFailToLoadResource";
+  /** The resource. */
+  resource: Resource;
+  /** Why; null if a file came without contents. */
+  error: ErrorDetails | null;
+}
+
+/** A pass is over, was refused, or was stopped. Of a pass, nothing comes after it. */
+export interface DidFinishLoadingEvent {
+  /** The name of the event. */
+  event: "didFinishLoading";
+}
+
+/**
+ * How far the downloads are, counted since there were none. It is sent at most ten times a second
+ * after reportProgress; of several that wait to be received only the newest is kept.
+ */
+export interface ProgressEvent {
+  /** The name of the event. */
+  event: "progress";
+  /** How many files have ended, well or not. */
+  completedFiles: number;
+  /** How many there are. */
+  files: number;
+  /** What has come, with what was on disk already. In bytes. */
+  receivedBytes: number;
+  /** The final value of receivedBytes; null while the length of a file is unknown. In bytes. */
+  expectedBytes: number | null;
+  /** How many files are being transferred now. */
+  runningTransfers: number;
+  /** The speed now, of all transfers together. In bytes per second. */
+  bytesPerSecond: number;
+}
+
+/**
+ * A line that is no valid call, a call that could not be made, or a wait that was over in vain;
+ * then it has the tag of that call, if that has one and could be read. Without a tag, it also says
+ * that the list of the loaded resources could not be saved: once, until it was saved again.
+ */
+export interface ErrorLine extends Tagged {
+  /** A text for people, which may change in a later version. */
+  error: string;
+}
+
+/** Any call. */
+export type Call =
+  | LoadResourcesForConfigCall
+  | LoadResourceWithIDCall
+  | LoadResourcesWithTypeCall
+  | UpdateResourcesForConfigCall
+  | StopLoadingCall
+  | WaitForFinishCall
+  | SleepCall
+  | ReportProgressCall
+  | AllLoadedResourcesCall
+  | LoadedResourcesWithIDCall
+  | LoadedResourcesWithTypeCall
+  | StateCall
+  | AuditCall
+  | CleanUpOrphansCall
+  | SpaceCall
+  | SettingsCall
+  | SetSettingsCall
+  | SetDomainsCall;
+
+/** Any result. */
+export type Result =
+  | LoadResourcesForConfigResult
+  | LoadResourceWithIDResult
+  | LoadResourcesWithTypeResult
+  | UpdateResourcesForConfigResult
+  | StopLoadingResult
+  | WaitForFinishResult
+  | SleepResult
+  | ReportProgressResult
+  | AllLoadedResourcesResult
+  | LoadedResourcesWithIDResult
+  | LoadedResourcesWithTypeResult
+  | StateResult
+  | AuditResult
+  | CleanUpOrphansResult
+  | SpaceResult
+  | SettingsResult
+  | SetSettingsResult
+  | SetDomainsResult;
+
+/** Any event. */
+export type Event =
+  | DidLoadResourceEvent
+  | DidFailToLoadResourceEvent
+  | DidFinishLoadingEvent
+  | ProgressEvent;
+
+/** Any line that a session sends. */
+export type Line = Result | Event | ErrorLine;
+
+/** The names of the calls. */
+export type CallName =
+  | "loadResourcesForConfig"
+  | "loadResourceWithID"
+  | "loadResourcesWithType"
+  | "updateResourcesForConfig"
+  | "stopLoading"
+  | "waitForFinish"
+  | "sleep"
+  | "reportProgress"
+  | "allLoadedResources"
+  | "loadedResourcesWithID"
+  | "loadedResourcesWithType"
+  | "state"
+  | "audit"
+  | "cleanUpOrphans"
+  | "space"
+  | "settings"
+  | "setSettings"
+  | "setDomains";
+
+/** The names of the events. */
+export type EventName =
+  | "didLoadResource"
+  | "didFailToLoadResource"
+  | "didFinishLoading"
+  | "progress";

@@ -1,0 +1,768 @@
+"""The lines of a session, as types. Docs/SESSION.md describes them.
+
+Made by script/generate-protocol from KivSession/protocol.json; not to be edited.
+"""
+
+from typing import Any, Dict, List, Literal, TypedDict, Union
+
+
+class ResourceMembers(TypedDict):
+    """What every resource has."""
+
+    #: The identifier, which all versions of a resource share.
+    resourceID: str
+    #: The name.
+    name: str
+    #: The category, by which calls can select.
+    type: str
+    #: The string that chose the kind.
+    engine: str
+    #: Another identifier; `undefined` if the item has none.
+    uid: str
+    #: The largest is downloaded first.
+    priority: int
+    #: The version: of two resources with one identifier the one with the greater number is newer.
+    updated: int
+    #: True if all files of the resource are on disk now.
+    filesExist: bool
+    #: The links of the files that are missing.
+    missingFilesLinks: List[str]
+    #: The paths of all files that the resource uses.
+    useFilePaths: List[str]
+    #: The item, with the path of each file that is there in place of its link, and with members of
+    #: the host's own.
+    resourceDictionary: Dict[str, Any]
+
+
+#: A value that the host chooses to find the answer of a call.
+Tag = Union[str, float]
+
+
+#: A configuration: an object with the array "items", or the path of a file with one, best absolute.
+#: With null, or an object without that array, it is a configuration without items.
+Config = Union[Dict[str, Any], str, None]
+
+
+class ErrorDetails(TypedDict):
+    """Why something failed."""
+
+    #: What the code belongs to; see Errors.
+    domain: str
+    #: The number of the error in its domain.
+    code: int
+    #: A text for people, which may change in a later version.
+    message: str
+
+
+_StandardResourceKind = TypedDict("_StandardResourceKind", {"class": Literal["KivResourceStandard"]})
+
+
+class StandardResource(ResourceMembers, _StandardResourceKind):
+    """An image banner (the engine `eco_standard`)."""
+
+    #: The URL to open when the banner is clicked; never downloaded.
+    marketLink: str
+    #: The path of the image; null until it is there.
+    image: Union[str, None]
+    #: True once the image was seen on disk.
+    fileIsLoaded: bool
+    #: The member of the item that names the image.
+    requiredImageField: str
+
+
+_VideoResourceKind = TypedDict("_VideoResourceKind", {"class": Literal["KivResourceVideo"]})
+
+
+class VideoResource(ResourceMembers, _VideoResourceKind):
+    """A video promotion (the engine `eco_video`)."""
+
+    #: The title to show.
+    title: str
+    #: The URL to open when the video is clicked; never downloaded.
+    marketLink: str
+    #: The path of the icon; null until it is there.
+    icon: Union[str, None]
+    #: The path of the video; null until it is there.
+    video: Union[str, None]
+    #: How many have voted; 0 if the item has no number.
+    votes: int
+    #: The rating, in single precision: 4.7 comes as 4.699999809265137.
+    rating: float
+    #: The links of the files that were missing when the resource was made, without those that have
+    #: come.
+    fileLinks: List[str]
+    #: The paths of the files that are there, in the order in which they came.
+    filePaths: List[str]
+    #: The member of the item that names the video.
+    requiredVideoField: str
+
+
+_WebResourceKind = TypedDict("_WebResourceKind", {"class": Literal["KivResourceWeb"]})
+
+
+class WebResource(ResourceMembers, _WebResourceKind):
+    """A page, from an archive or a single file (the engines `eco_fs` and `eco_context`)."""
+
+    #: The path of the page; null until it is there.
+    html: Union[str, None]
+    #: True once the page was seen on disk.
+    fileIsLoaded: bool
+
+
+_PlainResourceKind = TypedDict("_PlainResourceKind", {"class": Literal["KivResource"]})
+
+
+class PlainResource(ResourceMembers, _PlainResourceKind):
+    """A resource without files (any other engine)."""
+
+
+#: A resource. Its member `class` says which kind it is.
+Resource = Union[StandardResource, VideoResource, WebResource, PlainResource]
+
+
+class StoredItem(TypedDict):
+    """A file, a link or a directory of the cache. An unpacked archive, the directory, is one item.
+    """
+
+    #: Its absolute path.
+    path: str
+    #: Its size on disk, for a directory with its contents; null if it cannot be determined. In
+    #: bytes.
+    size: Union[int, None]
+    #: The identifier of a resource that needs it; null if none does.
+    resourceID: Union[str, None]
+
+
+class RefusedItem(StoredItem):
+    """A stored item that could not be removed."""
+
+    #: Why not.
+    error: ErrorDetails
+
+
+class Settings(TypedDict):
+    """How files are transferred. TRANSFERS.md describes each setting in full."""
+
+    #: How many transfers run at one time. Default: 6.
+    parallelTransfers: int
+    #: How many threads move bytes. Default: 2.
+    threads: int
+    #: The most that all transfers together receive; 0 for no limit. In bytes per second. Default:
+    #: 0.
+    bandwidth: int
+    #: The limit on look-up, connecting and TLS handshake together. In milliseconds. Default: 15000.
+    connectTimeout_ms: int
+    #: The limit on a file, with all retries; 0 for no limit. In seconds. Default: 21600.
+    deadline_s: int
+    #: The attempts at one file with one server. Default: 3.
+    triesPerServer: int
+    #: The limit on a file. In bytes. Default: 2147483648.
+    largestBody: int
+    #: Accepts bodies that end with the connection. Default: false.
+    takesBodiesWithoutLength: bool
+    #: Follows redirects from a public to a private address. Default: false.
+    followsRedirectsToPrivateAddresses: bool
+    #: The absolute path of the directory for large and incomplete bodies; empty to keep them in
+    #: memory. Default: a directory under the root.
+    spoolDirectory: str
+    #: The limit on all incomplete bodies together. In bytes. Default: 1073741824.
+    largestPartials: int
+    #: The URL of the proxy; empty for none, null for that of the environment. Default: null.
+    proxy: Union[str, None]
+    #: The path of a PEM file of the authorities to trust; empty for the system's. Default: "".
+    certificateAuthoritiesPath: str
+    #: The User-Agent header. Default: "KivRESTService/1.0".
+    userAgent: str
+    #: Offers HTTP/2 to https servers. Default: true.
+    http2: bool
+
+
+class SomeSettings(TypedDict, total=False):
+    """Any of the members of Settings. What is not named stays as it is."""
+
+    #: How many transfers run at one time. Default: 6.
+    parallelTransfers: int
+    #: How many threads move bytes. Default: 2.
+    threads: int
+    #: The most that all transfers together receive; 0 for no limit. In bytes per second. Default:
+    #: 0.
+    bandwidth: int
+    #: The limit on look-up, connecting and TLS handshake together. In milliseconds. Default: 15000.
+    connectTimeout_ms: int
+    #: The limit on a file, with all retries; 0 for no limit. In seconds. Default: 21600.
+    deadline_s: int
+    #: The attempts at one file with one server. Default: 3.
+    triesPerServer: int
+    #: The limit on a file. In bytes. Default: 2147483648.
+    largestBody: int
+    #: Accepts bodies that end with the connection. Default: false.
+    takesBodiesWithoutLength: bool
+    #: Follows redirects from a public to a private address. Default: false.
+    followsRedirectsToPrivateAddresses: bool
+    #: The absolute path of the directory for large and incomplete bodies; empty to keep them in
+    #: memory. Default: a directory under the root.
+    spoolDirectory: str
+    #: The limit on all incomplete bodies together. In bytes. Default: 1073741824.
+    largestPartials: int
+    #: The URL of the proxy; empty for none, null for that of the environment. Default: null.
+    proxy: Union[str, None]
+    #: The path of a PEM file of the authorities to trust; empty for the system's. Default: "".
+    certificateAuthoritiesPath: str
+    #: The User-Agent header. Default: "KivRESTService/1.0".
+    userAgent: str
+    #: Offers HTTP/2 to https servers. Default: true.
+    http2: bool
+
+
+class _OpenSettingsOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: The URL of the main server, which is put before each link. Default: none.
+    main: str
+    #: The URL of the mirror. Default: none.
+    reserve: str
+    #: The path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-RESOURCES.md.
+    resources: str
+    #: How files are transferred. Default: all defaults.
+    settings: SomeSettings
+
+
+class OpenSettings(_OpenSettingsOptional):
+    """What `kivsession_open()` takes. A member of another name is an error."""
+
+    #: The absolute path of the directory for the cache. It is created if it is missing.
+    root: str
+
+
+class Tagged(TypedDict, total=False):
+    """A line that may have a tag."""
+
+    #: Of a call: asks for an answer with this tag. Of an answer: the tag of its call.
+    tag: Tag
+
+
+class LoadResourcesForConfigCall(Tagged):
+    """Starts a pass: loads the resources of the configuration that the cache does not have, or has in
+    an older version. If downloads are in flight, the pass is refused: each resource is reported as
+    failed with the code 100, and the finish is reported; the earlier pass goes on.
+    """
+
+    #: The name of the call.
+    call: Literal["loadResourcesForConfig"]
+    #: The configuration.
+    config: Config
+
+
+class LoadResourceWithIDCall(Tagged):
+    """The same for the resources with one identifier."""
+
+    #: The name of the call.
+    call: Literal["loadResourceWithID"]
+    #: The identifier (`banner_id`); null for all.
+    id: Union[str, None]
+    #: The configuration.
+    config: Config
+
+
+class LoadResourcesWithTypeCall(Tagged):
+    """The same for the resources of one type."""
+
+    #: The name of the call.
+    call: Literal["loadResourcesWithType"]
+    #: The type; null for all.
+    type: Union[str, None]
+    #: The configuration.
+    config: Config
+
+
+class UpdateResourcesForConfigCall(Tagged):
+    """As loadResourcesForConfig; at the end of the pass, loaded resources that the configuration does
+    not name leave the cache's list. Their files stay on disk until cleanUpOrphans. A configuration
+    without a valid item removes nothing.
+    """
+
+    #: The name of the call.
+    call: Literal["updateResourcesForConfig"]
+    #: The configuration.
+    config: Config
+
+
+class StopLoadingCall(Tagged):
+    """Cancels all downloads and reports the finish, also if there was nothing to cancel. Complete
+    resources stay, and so do the bytes of incomplete files.
+    """
+
+    #: The name of the call.
+    call: Literal["stopLoading"]
+
+
+class _WaitForFinishCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: How long to wait. In milliseconds. Default: 30000.
+    timeout_ms: float
+
+
+class WaitForFinishCall(Tagged, _WaitForFinishCallOptional):
+    """Makes the next call only after a didFinishLoading. Each wait uses one: if more were sent than
+    waits have used, it does not wait. When the time is over, the answer is the error `timeout`,
+    with or without a tag.
+    """
+
+    #: The name of the call.
+    call: Literal["waitForFinish"]
+
+
+class SleepCall(Tagged):
+    """Makes the next call only after a time. Downloads go on. For tests and scripts; a host waits by
+    itself.
+    """
+
+    #: The name of the call.
+    call: Literal["sleep"]
+    #: How long. In milliseconds.
+    ms: float
+
+
+class ReportProgressCall(Tagged):
+    """Switches the event `progress` on or off. It is off at first."""
+
+    #: The name of the call.
+    call: Literal["reportProgress"]
+    #: True for on.
+    enabled: bool
+
+
+class AllLoadedResourcesCall(Tagged):
+    """The loaded resources, in the order in which they were loaded."""
+
+    #: The name of the call.
+    call: Literal["allLoadedResources"]
+
+
+class LoadedResourcesWithIDCall(Tagged):
+    """The loaded resources with one identifier."""
+
+    #: The name of the call.
+    call: Literal["loadedResourcesWithID"]
+    #: The identifier; null selects nothing.
+    id: Union[str, None]
+
+
+class LoadedResourcesWithTypeCall(Tagged):
+    """The loaded resources of one type."""
+
+    #: The name of the call.
+    call: Literal["loadedResourcesWithType"]
+    #: The type; null selects nothing.
+    type: Union[str, None]
+
+
+class StateCall(Tagged):
+    """Whether something is loading, and whether the saved list is in order."""
+
+    #: The name of the call.
+    call: Literal["state"]
+
+
+class AuditCall(Tagged):
+    """Compares the lists with the disk, without changing anything. MAINTENANCE.md has more."""
+
+    #: The name of the call.
+    call: Literal["audit"]
+
+
+class _CleanUpOrphansCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: True only to tell what would be removed. Default: false.
+    dryRun: bool
+
+
+class CleanUpOrphansCall(Tagged, _CleanUpOrphansCallOptional):
+    """Removes what audit reports as orphaned or partial. The answer is an error while downloads are in
+    flight, and if a saved list cannot be read.
+    """
+
+    #: The name of the call.
+    call: Literal["cleanUpOrphans"]
+
+
+class SpaceCall(Tagged):
+    """Used and free space."""
+
+    #: The name of the call.
+    call: Literal["space"]
+
+
+class SettingsCall(Tagged):
+    """The settings in use."""
+
+    #: The name of the call.
+    call: Literal["settings"]
+
+
+class SetSettingsCall(Tagged):
+    """Changes settings. The answer is an error, and nothing changes, while downloads are in flight, or
+    if a member is unknown or has a wrong value.
+    """
+
+    #: The name of the call.
+    call: Literal["setSettings"]
+    #: Those to change.
+    settings: SomeSettings
+
+
+class _SetDomainsCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: The URL of the main server; null for none. Default: stays.
+    main: Union[str, None]
+    #: The URL of the mirror; null for none. Default: stays.
+    reserve: Union[str, None]
+
+
+class SetDomainsCall(Tagged, _SetDomainsCallOptional):
+    """Changes the servers for the passes that follow. A server that is not named stays."""
+
+    #: The name of the call.
+    call: Literal["setDomains"]
+
+
+class LoadResourcesForConfigResult(TypedDict):
+    """The answer of loadResourcesForConfig, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["loadResourcesForConfig"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class LoadResourceWithIDResult(TypedDict):
+    """The answer of loadResourceWithID, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["loadResourceWithID"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class LoadResourcesWithTypeResult(TypedDict):
+    """The answer of loadResourcesWithType, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["loadResourcesWithType"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class UpdateResourcesForConfigResult(TypedDict):
+    """The answer of updateResourcesForConfig, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["updateResourcesForConfig"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class StopLoadingResult(TypedDict):
+    """The answer of stopLoading, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["stopLoading"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class WaitForFinishResult(TypedDict):
+    """The answer of waitForFinish, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["waitForFinish"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class SleepResult(TypedDict):
+    """The answer of sleep, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["sleep"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class ReportProgressResult(TypedDict):
+    """The answer of reportProgress, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["reportProgress"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class AllLoadedResourcesResult(Tagged):
+    """The answer of allLoadedResources."""
+
+    #: The name of the call.
+    result: Literal["allLoadedResources"]
+    #: The resources.
+    resources: List[Resource]
+
+
+class LoadedResourcesWithIDResult(Tagged):
+    """The answer of loadedResourcesWithID."""
+
+    #: The name of the call.
+    result: Literal["loadedResourcesWithID"]
+    #: The resources.
+    resources: List[Resource]
+
+
+class LoadedResourcesWithTypeResult(Tagged):
+    """The answer of loadedResourcesWithType."""
+
+    #: The name of the call.
+    result: Literal["loadedResourcesWithType"]
+    #: The resources.
+    resources: List[Resource]
+
+
+class StateResult(Tagged):
+    """The answer of state."""
+
+    #: The name of the call.
+    result: Literal["state"]
+    #: How many downloads are in flight. If it is not 0, a new pass is refused.
+    downloads: int
+    #: Why the list of the loaded resources could not be saved; null if it could. The next change
+    #: saves it again.
+    saveError: Union[ErrorDetails, None]
+    #: Why the saved list could not be read at the start; null once it was read or replaced.
+    savedListError: Union[ErrorDetails, None]
+
+
+class AuditResult(Tagged):
+    """The answer of audit."""
+
+    #: The name of the call.
+    result: Literal["audit"]
+    #: Files of loaded resources that are missing.
+    missing: List[StoredItem]
+    #: Files of theirs that are there but cannot be read.
+    unreadable: List[StoredItem]
+    #: Items that no loaded resource uses.
+    orphaned: List[StoredItem]
+    #: Orphaned directories without an `index.html`.
+    partial: List[StoredItem]
+    #: Incomplete files, of this process or another.
+    temporary: List[StoredItem]
+    #: True if a pass is running: what it has stored so far counts as orphaned.
+    downloadsAreInFlight: bool
+    #: Why cleanUpOrphans would refuse: a saved list that cannot be read may name the orphans. Null
+    #: if it would not.
+    listDoubt: Union[ErrorDetails, None]
+
+
+class CleanUpOrphansResult(Tagged):
+    """The answer of cleanUpOrphans."""
+
+    #: The name of the call.
+    result: Literal["cleanUpOrphans"]
+    #: What was removed or, in a dry run, would be.
+    removed: List[StoredItem]
+    #: What could not be removed; empty in a dry run.
+    refused: List[RefusedItem]
+
+
+class SpaceResult(Tagged):
+    """The answer of space."""
+
+    #: The name of the call.
+    result: Literal["space"]
+    #: What is used of the file system of the root, by anybody. In bytes.
+    fileSystemUsed: int
+    #: What this process may still write there. In bytes.
+    fileSystemAvailable: int
+    #: What the cache uses: its list, files and temporaries. In bytes.
+    cacheUsed: int
+
+
+class SettingsResult(Tagged):
+    """The answer of settings."""
+
+    #: The name of the call.
+    result: Literal["settings"]
+    #: All of them.
+    settings: Settings
+
+
+class SetSettingsResult(TypedDict):
+    """The answer of setSettings, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["setSettings"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class SetDomainsResult(TypedDict):
+    """The answer of setDomains, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["setDomains"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class DidLoadResourceEvent(TypedDict):
+    """A resource of the pass is loaded: all of its files are on disk. It is also sent for a resource
+    that was loaded before.
+    """
+
+    #: The name of the event.
+    event: Literal["didLoadResource"]
+    #: The resource.
+    resource: Resource
+
+
+class DidFailToLoadResourceEvent(TypedDict):
+    """A resource of the pass could not be loaded. It is sent for each file that failed. An older
+    version stays loaded.
+    """
+
+    #: The name of the event.
+    event: Literal["didFailToLoadResource"]
+    #: The resource.
+    resource: Resource
+    #: Why; null if a file came without contents.
+    error: Union[ErrorDetails, None]
+
+
+class DidFinishLoadingEvent(TypedDict):
+    """A pass is over, was refused, or was stopped. Of a pass, nothing comes after it."""
+
+    #: The name of the event.
+    event: Literal["didFinishLoading"]
+
+
+class ProgressEvent(TypedDict):
+    """How far the downloads are, counted since there were none. It is sent at most ten times a second
+    after reportProgress; of several that wait to be received only the newest is kept.
+    """
+
+    #: The name of the event.
+    event: Literal["progress"]
+    #: How many files have ended, well or not.
+    completedFiles: int
+    #: How many there are.
+    files: int
+    #: What has come, with what was on disk already. In bytes.
+    receivedBytes: int
+    #: The final value of receivedBytes; null while the length of a file is unknown. In bytes.
+    expectedBytes: Union[int, None]
+    #: How many files are being transferred now.
+    runningTransfers: int
+    #: The speed now, of all transfers together. In bytes per second.
+    bytesPerSecond: float
+
+
+class ErrorLine(Tagged):
+    """A line that is no valid call, a call that could not be made, or a wait that was over in vain;
+    then it has the tag of that call, if that has one and could be read. Without a tag, it also says
+    that the list of the loaded resources could not be saved: once, until it was saved again.
+    """
+
+    #: A text for people, which may change in a later version.
+    error: str
+
+
+#: Any call.
+Call = Union[
+    LoadResourcesForConfigCall,
+    LoadResourceWithIDCall,
+    LoadResourcesWithTypeCall,
+    UpdateResourcesForConfigCall,
+    StopLoadingCall,
+    WaitForFinishCall,
+    SleepCall,
+    ReportProgressCall,
+    AllLoadedResourcesCall,
+    LoadedResourcesWithIDCall,
+    LoadedResourcesWithTypeCall,
+    StateCall,
+    AuditCall,
+    CleanUpOrphansCall,
+    SpaceCall,
+    SettingsCall,
+    SetSettingsCall,
+    SetDomainsCall,
+]
+
+
+#: Any result.
+Result = Union[
+    LoadResourcesForConfigResult,
+    LoadResourceWithIDResult,
+    LoadResourcesWithTypeResult,
+    UpdateResourcesForConfigResult,
+    StopLoadingResult,
+    WaitForFinishResult,
+    SleepResult,
+    ReportProgressResult,
+    AllLoadedResourcesResult,
+    LoadedResourcesWithIDResult,
+    LoadedResourcesWithTypeResult,
+    StateResult,
+    AuditResult,
+    CleanUpOrphansResult,
+    SpaceResult,
+    SettingsResult,
+    SetSettingsResult,
+    SetDomainsResult,
+]
+
+
+#: Any event.
+Event = Union[
+    DidLoadResourceEvent,
+    DidFailToLoadResourceEvent,
+    DidFinishLoadingEvent,
+    ProgressEvent,
+]
+
+
+#: Any line that a session sends.
+Line = Union[Result, Event, ErrorLine]
+
+
+#: The names of the calls.
+CallName = Literal[
+    "loadResourcesForConfig",
+    "loadResourceWithID",
+    "loadResourcesWithType",
+    "updateResourcesForConfig",
+    "stopLoading",
+    "waitForFinish",
+    "sleep",
+    "reportProgress",
+    "allLoadedResources",
+    "loadedResourcesWithID",
+    "loadedResourcesWithType",
+    "state",
+    "audit",
+    "cleanUpOrphans",
+    "space",
+    "settings",
+    "setSettings",
+    "setDomains",
+]
+
+
+#: The names of the events.
+EventName = Literal[
+    "didLoadResource",
+    "didFailToLoadResource",
+    "didFinishLoading",
+    "progress",
+]
