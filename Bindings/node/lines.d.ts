@@ -135,23 +135,28 @@ export interface RefusedItem extends StoredItem {
 
 /** How files are transferred. TRANSFERS.md describes each setting in full. */
 export interface Settings {
-  /** How many transfers run at one time. Default: 6. */
+  /** How many transfers run at one time. From 1 to 1000. Default: 6. */
   parallelTransfers: number;
-  /** How many threads move bytes. Default: 2. */
+  /** How many threads move bytes. From 1 to 64. Default: 2. */
   threads: number;
   /**
-   * The most that all transfers together receive; 0 for no limit. In bytes per second. Default: 0.
+   * The most that all transfers together receive; 0 for no limit. From 0 to 9007199254740991. In
+   * bytes per second. Default: 0.
    */
   bandwidth: number;
   /**
-   * The limit on look-up, connecting and TLS handshake together. In milliseconds. Default: 15000.
+   * The limit on look-up, connecting and TLS handshake together. From 1 to 86400000. In
+   * milliseconds. Default: 15000.
    */
   connectTimeout_ms: number;
-  /** The limit on a file, with all retries; 0 for no limit. In seconds. Default: 21600. */
+  /**
+   * The limit on a file, with all retries; 0 for no limit. From 0 to 31536000. In seconds. Default:
+   * 21600.
+   */
   deadline_s: number;
-  /** The attempts at one file with one server. Default: 3. */
+  /** The attempts at one file with one server. From 1 to 1000. Default: 3. */
   triesPerServer: number;
-  /** The limit on a file. In bytes. Default: 2147483648. */
+  /** The limit on a file. From 0 to 9007199254740991. In bytes. Default: 2147483648. */
   largestBody: number;
   /** Accepts bodies that end with the connection. Default: false. */
   takesBodiesWithoutLength: boolean;
@@ -162,7 +167,10 @@ export interface Settings {
    * memory. Default: a directory under the root.
    */
   spoolDirectory: string;
-  /** The limit on all incomplete bodies together. In bytes. Default: 1073741824. */
+  /**
+   * The limit on all incomplete bodies together. From 0 to 9007199254740991. In bytes. Default:
+   * 1073741824.
+   */
   largestPartials: number;
   /** The URL of the proxy; empty for none, null for that of the environment. Default: null. */
   proxy: string | null;
@@ -181,11 +189,14 @@ export type SomeSettings = Partial<Settings>;
 export interface OpenSettings {
   /** The absolute path of the directory for the cache. It is created if it is missing. */
   root: string;
-  /** The URL of the main server, which is put before each link. Default: none. */
-  main?: string;
-  /** The URL of the mirror. Default: none. */
-  reserve?: string;
-  /** The path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-RESOURCES.md. */
+  /** The URL of the main server, which is put before each link; null for none. Default: null. */
+  main?: string | null;
+  /** The URL of the mirror; null for none. Default: null. */
+  reserve?: string | null;
+  /**
+   * The absolute path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-
+   * RESOURCES.md.
+   */
   resources?: string;
   /** How files are transferred. Default: all defaults. */
   settings?: SomeSettings;
@@ -339,8 +350,8 @@ export interface SettingsCall extends Tagged {
 }
 
 /**
- * Changes settings. The answer is an error, and nothing changes, while downloads are in flight, or
- * if a member is unknown or has a wrong value.
+ * Changes settings. If downloads are in flight, a member is unknown, or a value is not valid, the
+ * answer is an error and nothing changes.
  */
 export interface SetSettingsCall extends Tagged {
   /** The name of the call. */
@@ -499,12 +510,12 @@ export interface CleanUpOrphansResult extends Tagged {
 export interface SpaceResult extends Tagged {
   /** The name of the call. */
   result: "space";
-  /** What is used of the file system of the root, by anybody. In bytes. */
-  fileSystemUsed: number;
-  /** What this process may still write there. In bytes. */
-  fileSystemAvailable: number;
   /** What the cache uses: its list, files and temporaries. In bytes. */
   cacheUsed: number;
+  /** What this process may still write there. In bytes. */
+  fileSystemAvailable: number;
+  /** What is used of the file system of the root, by anybody. In bytes. */
+  fileSystemUsed: number;
 }
 
 /** The answer of settings. */
@@ -555,15 +566,21 @@ export interface DidFailToLoadResourceEvent {
   error: ErrorDetails | null;
 }
 
-/** A pass is over, was refused, or was stopped. Of a pass, nothing comes after it. */
+/**
+ * No download is in flight any more: a pass is over or was stopped. It also comes when a pass was
+ * refused. If files fail at once, because there is no server for example, it comes more than once
+ * in a pass, the last time at the end; the answer of a state that is sent after it says whether the
+ * pass is over.
+ */
 export interface DidFinishLoadingEvent {
   /** The name of the event. */
   event: "didFinishLoading";
 }
 
 /**
- * How far the downloads are, counted since there were none. It is sent at most ten times a second
- * after reportProgress; of several that wait to be received only the newest is kept.
+ * How far the downloads are, counted since there were none. After reportProgress it is sent at most
+ * ten times a second while files are loading, and once after the last has ended; of several that
+ * wait to be received only the newest is kept.
  */
 export interface ProgressEvent {
   /** The name of the event. */
@@ -583,9 +600,10 @@ export interface ProgressEvent {
 }
 
 /**
- * A line that is no valid call, a call that could not be made, or a wait that was over in vain;
- * then it has the tag of that call, if that has one and could be read. Without a tag, it also says
- * that the list of the loaded resources could not be saved: once, until it was saved again.
+ * A call was not valid or could not be made, or a wait was over in vain. The line has the tag of
+ * that call, if it has one that could be read. Without a tag, the line may also say that the list
+ * of the loaded resources could not be saved (once, until it was saved again), or that memory ran
+ * out and lines were lost.
  */
 export interface ErrorLine extends Tagged {
   /** A text for people, which may change in a later version. */

@@ -143,20 +143,22 @@ class RefusedItem(StoredItem):
 class Settings(TypedDict):
     """How files are transferred. TRANSFERS.md describes each setting in full."""
 
-    #: How many transfers run at one time. Default: 6.
+    #: How many transfers run at one time. From 1 to 1000. Default: 6.
     parallelTransfers: int
-    #: How many threads move bytes. Default: 2.
+    #: How many threads move bytes. From 1 to 64. Default: 2.
     threads: int
-    #: The most that all transfers together receive; 0 for no limit. In bytes per second. Default:
-    #: 0.
+    #: The most that all transfers together receive; 0 for no limit. From 0 to 9007199254740991. In
+    #: bytes per second. Default: 0.
     bandwidth: int
-    #: The limit on look-up, connecting and TLS handshake together. In milliseconds. Default: 15000.
+    #: The limit on look-up, connecting and TLS handshake together. From 1 to 86400000. In
+    #: milliseconds. Default: 15000.
     connectTimeout_ms: int
-    #: The limit on a file, with all retries; 0 for no limit. In seconds. Default: 21600.
+    #: The limit on a file, with all retries; 0 for no limit. From 0 to 31536000. In seconds.
+    #: Default: 21600.
     deadline_s: int
-    #: The attempts at one file with one server. Default: 3.
+    #: The attempts at one file with one server. From 1 to 1000. Default: 3.
     triesPerServer: int
-    #: The limit on a file. In bytes. Default: 2147483648.
+    #: The limit on a file. From 0 to 9007199254740991. In bytes. Default: 2147483648.
     largestBody: int
     #: Accepts bodies that end with the connection. Default: false.
     takesBodiesWithoutLength: bool
@@ -165,7 +167,8 @@ class Settings(TypedDict):
     #: The absolute path of the directory for large and incomplete bodies; empty to keep them in
     #: memory. Default: a directory under the root.
     spoolDirectory: str
-    #: The limit on all incomplete bodies together. In bytes. Default: 1073741824.
+    #: The limit on all incomplete bodies together. From 0 to 9007199254740991. In bytes. Default:
+    #: 1073741824.
     largestPartials: int
     #: The URL of the proxy; empty for none, null for that of the environment. Default: null.
     proxy: Union[str, None]
@@ -180,20 +183,22 @@ class Settings(TypedDict):
 class SomeSettings(TypedDict, total=False):
     """Any of the members of Settings. What is not named stays as it is."""
 
-    #: How many transfers run at one time. Default: 6.
+    #: How many transfers run at one time. From 1 to 1000. Default: 6.
     parallelTransfers: int
-    #: How many threads move bytes. Default: 2.
+    #: How many threads move bytes. From 1 to 64. Default: 2.
     threads: int
-    #: The most that all transfers together receive; 0 for no limit. In bytes per second. Default:
-    #: 0.
+    #: The most that all transfers together receive; 0 for no limit. From 0 to 9007199254740991. In
+    #: bytes per second. Default: 0.
     bandwidth: int
-    #: The limit on look-up, connecting and TLS handshake together. In milliseconds. Default: 15000.
+    #: The limit on look-up, connecting and TLS handshake together. From 1 to 86400000. In
+    #: milliseconds. Default: 15000.
     connectTimeout_ms: int
-    #: The limit on a file, with all retries; 0 for no limit. In seconds. Default: 21600.
+    #: The limit on a file, with all retries; 0 for no limit. From 0 to 31536000. In seconds.
+    #: Default: 21600.
     deadline_s: int
-    #: The attempts at one file with one server. Default: 3.
+    #: The attempts at one file with one server. From 1 to 1000. Default: 3.
     triesPerServer: int
-    #: The limit on a file. In bytes. Default: 2147483648.
+    #: The limit on a file. From 0 to 9007199254740991. In bytes. Default: 2147483648.
     largestBody: int
     #: Accepts bodies that end with the connection. Default: false.
     takesBodiesWithoutLength: bool
@@ -202,7 +207,8 @@ class SomeSettings(TypedDict, total=False):
     #: The absolute path of the directory for large and incomplete bodies; empty to keep them in
     #: memory. Default: a directory under the root.
     spoolDirectory: str
-    #: The limit on all incomplete bodies together. In bytes. Default: 1073741824.
+    #: The limit on all incomplete bodies together. From 0 to 9007199254740991. In bytes. Default:
+    #: 1073741824.
     largestPartials: int
     #: The URL of the proxy; empty for none, null for that of the environment. Default: null.
     proxy: Union[str, None]
@@ -217,11 +223,12 @@ class SomeSettings(TypedDict, total=False):
 class _OpenSettingsOptional(TypedDict, total=False):
     """What may be missing."""
 
-    #: The URL of the main server, which is put before each link. Default: none.
-    main: str
-    #: The URL of the mirror. Default: none.
-    reserve: str
-    #: The path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-RESOURCES.md.
+    #: The URL of the main server, which is put before each link; null for none. Default: null.
+    main: Union[str, None]
+    #: The URL of the mirror; null for none. Default: null.
+    reserve: Union[str, None]
+    #: The absolute path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-
+    #: RESOURCES.md.
     resources: str
     #: How files are transferred. Default: all defaults.
     settings: SomeSettings
@@ -403,8 +410,8 @@ class SettingsCall(Tagged):
 
 
 class SetSettingsCall(Tagged):
-    """Changes settings. The answer is an error, and nothing changes, while downloads are in flight, or
-    if a member is unknown or has a wrong value.
+    """Changes settings. If downloads are in flight, a member is unknown, or a value is not valid, the
+    answer is an error and nothing changes.
     """
 
     #: The name of the call.
@@ -580,12 +587,12 @@ class SpaceResult(Tagged):
 
     #: The name of the call.
     result: Literal["space"]
-    #: What is used of the file system of the root, by anybody. In bytes.
-    fileSystemUsed: int
-    #: What this process may still write there. In bytes.
-    fileSystemAvailable: int
     #: What the cache uses: its list, files and temporaries. In bytes.
     cacheUsed: int
+    #: What this process may still write there. In bytes.
+    fileSystemAvailable: int
+    #: What is used of the file system of the root, by anybody. In bytes.
+    fileSystemUsed: int
 
 
 class SettingsResult(Tagged):
@@ -640,15 +647,20 @@ class DidFailToLoadResourceEvent(TypedDict):
 
 
 class DidFinishLoadingEvent(TypedDict):
-    """A pass is over, was refused, or was stopped. Of a pass, nothing comes after it."""
+    """No download is in flight any more: a pass is over or was stopped. It also comes when a pass was
+    refused. If files fail at once, because there is no server for example, it comes more than once
+    in a pass, the last time at the end; the answer of a state that is sent after it says whether
+    the pass is over.
+    """
 
     #: The name of the event.
     event: Literal["didFinishLoading"]
 
 
 class ProgressEvent(TypedDict):
-    """How far the downloads are, counted since there were none. It is sent at most ten times a second
-    after reportProgress; of several that wait to be received only the newest is kept.
+    """How far the downloads are, counted since there were none. After reportProgress it is sent at
+    most ten times a second while files are loading, and once after the last has ended; of several
+    that wait to be received only the newest is kept.
     """
 
     #: The name of the event.
@@ -668,9 +680,10 @@ class ProgressEvent(TypedDict):
 
 
 class ErrorLine(Tagged):
-    """A line that is no valid call, a call that could not be made, or a wait that was over in vain;
-    then it has the tag of that call, if that has one and could be read. Without a tag, it also says
-    that the list of the loaded resources could not be saved: once, until it was saved again.
+    """A call was not valid or could not be made, or a wait was over in vain. The line has the tag of
+    that call, if it has one that could be read. Without a tag, the line may also say that the list
+    of the loaded resources could not be saved (once, until it was saved again), or that memory ran
+    out and lines were lost.
     """
 
     #: A text for people, which may change in a later version.
