@@ -1,0 +1,42 @@
+"""Read by mypy alone: what a host writes, and mistakes that the types are to find.
+
+A mistake that is found no longer makes its comment unused, which is an error.
+"""
+
+from typing import List, Union
+
+from kivresource import Cache, Outcome, Session
+from kivresource.lines import Event, Resource
+
+
+async def good(cache: Cache) -> List[Union[str, None]]:
+    outcome: Outcome = await cache.update({"items": []})
+    pictures: List[Union[str, None]] = []
+    for resource in outcome.loaded:
+        if resource["class"] == "KivResourceStandard":
+            pictures.append(resource["image"])
+        elif resource["class"] == "KivResourceVideo":
+            pictures.append(resource["icon"])
+    async for event in cache.events():
+        if event["event"] == "progress":
+            print(event["receivedBytes"] + 1)
+    cache.on("progress", lambda progress: print(progress["files"] + 1))
+    await cache.set_settings({"bandwidth": 1})
+    return pictures
+
+
+async def mistakes(cache: Cache, resource: Resource, event: Event) -> None:
+    resource["image"]  # type: ignore[typeddict-item]
+    resource["priority"] + ""  # type: ignore[operator]
+    event["resource"]  # type: ignore[typeddict-item]
+    cache.on("didLoad", print)  # type: ignore[call-overload]
+    cache.on("progress", lambda progress: progress["error"])  # type: ignore[call-overload]
+    await cache.set_settings({"bandwith": 1})  # type: ignore[typeddict-item]
+    await cache.load(7)  # type: ignore[arg-type]
+    (await cache.load({})).loaded.append("")  # type: ignore[arg-type]
+
+
+def call(session: Session) -> None:
+    session.send({"call": "stopLoading"})
+    session.send(b"{}")  # type: ignore[arg-type]
+    session.receive()["event"]  # type: ignore[index, typeddict-item]
