@@ -600,10 +600,10 @@ export interface ProgressEvent {
 }
 
 /**
- * A call was not valid or could not be made, or a wait was over in vain. The line has the tag of
- * that call, if it has one that could be read. Without a tag, the line may also say that the list
- * of the loaded resources could not be saved (once, until it was saved again), or that memory ran
- * out and lines were lost.
+ * A line that begins with `error`: a call was not valid or could not be made, or a wait was over in
+ * vain. It has the tag of that call, if it has one that could be read. Without a tag, the line may
+ * also say that the list of the loaded resources could not be saved (once, until it was saved
+ * again), or that memory ran out and lines were lost.
  */
 export interface ErrorLine extends Tagged {
   /** A text for people, which may change in a later version. */

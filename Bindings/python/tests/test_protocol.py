@@ -74,6 +74,20 @@ class Examples(unittest.TestCase):
         self.assertNotEqual(checker.problems({"result": "stopLoading"}), [])
 
 
+class ThePage(unittest.TestCase):
+    def test_has_what_its_links_lead_to(self) -> None:
+        text = (SOURCES.parent / "Docs" / "SESSION.md").read_text(encoding="utf-8")
+        anchors = set()
+        for heading in re.findall(r"^#+ (.*)$", text, re.MULTILINE):
+            anchor = re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+            count = sum(other == anchor or other.startswith(f"{anchor}-") for other in anchors)
+            anchors.add(f"{anchor}-{count}" if anchor in anchors else anchor)
+        links = re.findall(r"\]\(#([^)]+)\)", text)
+        self.assertGreater(len(links), 30)
+        self.assertEqual([link for link in links if link not in anchors], [])
+        self.assertRegex(text, r"\[Settings\]\(#settings-1\)")
+
+
 class TheLibrary(CacheTestCase):
     def test_has_the_calls_that_are_described_and_no_others(self) -> None:
         source = (SOURCES / "SessionCall.cpp").read_text(encoding="utf-8")
