@@ -85,7 +85,7 @@ class _Pass:
         self.call = call
         self.future = future
         self.outcome = Outcome()
-        self.began = False  # its call was made: the events that follow are its own
+        self.began = False  # its call was made
 
     def end(self, error: Optional[Exception] = None) -> None:
         if self.future.done():
@@ -281,7 +281,7 @@ class Cache:
 
     def _note_event(self, event: Event) -> None:
         running = self._running
-        if running is None or not running.began:
+        if running is None:
             return
         if event["event"] == "didLoadResource":
             running.outcome.loaded.append(event["resource"])
@@ -293,8 +293,8 @@ class Cache:
     def _end_when_over(self, running: _Pass) -> None:
         """Ends the pass if no download is in flight.
 
-        A pass whose files fail at once finishes several times. Those that are still to come of the
-        same call, come before the next call is made.
+        The finish may be that of an earlier stop, and a pass whose files fail at once has several.
+        All of them come before the answer of the next call.
         """
 
         def end(state: Dict[str, Any]) -> None:

@@ -35,10 +35,7 @@ def encode(call: AnyCall) -> bytes:
     return call.encode("utf-8")
 
 
-def _close(handle: int, owner: int) -> int:
-    # A session does not survive a fork; the library says so too, but may be in any state there.
-    if os.getpid() != owner:
-        return _library.CLOSED
+def _close(handle: int) -> int:
     result: int = _library.library().kivsession_close(handle)
     return result
 
@@ -82,7 +79,8 @@ class Session:
         self._handle = cast(int, handle.value)
         # Lines that were received when an exception, such as KeyboardInterrupt, came in between.
         self._kept: Deque[ctypes.c_void_p] = deque()
-        self._finalizer = weakref.finalize(self, _close, self._handle, os.getpid())
+        self._finalizer = weakref.finalize(self, _close, self._handle)
+        self._owner = os.getpid()
 
     def __enter__(self) -> "Session":
         return self
@@ -97,18 +95,16 @@ class Session:
     @property
     def closed(self) -> bool:
         """True once close() was called, and in a child process after a fork."""
-        alive = self._finalizer.peek()
-        return alive is None or alive[2][1] != os.getpid()
+        return not self._finalizer.alive or os.getpid() != self._owner
 
     def close(self) -> None:
         """Stops what is loading and ends the session. What is complete stays.
 
         Waits until the session's thread has ended. A second close does nothing.
         """
-        alive = self._finalizer.peek()
-        if alive is None:
+        if not self._finalizer.alive:
             return
-        if _close(*alive[2]) == _library.INVALID:
+        if _close(self._handle) == _library.INVALID:
             raise CacheError("a session cannot be closed in the log function")
         self._finalizer.detach()
 

@@ -161,6 +161,17 @@ class CacheTestCase(unittest.TestCase):
 
 
 class AsyncCacheTestCase(CacheTestCase, unittest.IsolatedAsyncioTestCase):
+    """The test fails if something goes to the loop's exception handler and stays in `handled`."""
+
+    async def asyncSetUp(self) -> None:
+        self.handled: List[Dict[str, Any]] = []
+        asyncio.get_running_loop().set_exception_handler(
+            lambda _, context: self.handled.append(context)
+        )
+
+    async def asyncTearDown(self) -> None:
+        self.assertEqual(self.handled, [])
+
     def cache(self, **arguments: Any) -> Cache:
         return Cache(self.root, **arguments)
 

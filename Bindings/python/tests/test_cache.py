@@ -4,11 +4,13 @@ import asyncio
 import gc
 import logging
 import os
+import shutil
 import threading
 import unittest
 import warnings
 from pathlib import Path
 from typing import Any, Dict, List, Optional, Union
+from unittest import mock
 
 from kivresource import Cache, CacheBusyError, CacheClosedError, CacheError, Outcome, Session
 from kivresource.lines import Line
@@ -104,6 +106,23 @@ class Passes(AsyncCacheTestCase):
         events = [event["event"] async for event in stream]
         self.assertEqual(len(events) - events.count("didFinishLoading"), 4)
         self.assertGreater(events.count("didFinishLoading"), 1)
+
+    async def test_a_finish_while_files_are_loading_does_not_end_the_pass(self) -> None:
+        server = self.gated_server()
+        async with self.cache(main=server.url) as cache:
+            stream = cache.events()
+            # The link of the first makes no URL, so that it fails at once.
+            items = config(banner("1", "a b.png", priority=9), banner("2", "2.png"))
+            task = asyncio.create_task(cache.load(items))
+            await self.until_asked(server)
+            while (await self.soon(stream.__anext__()))["event"] != "didFinishLoading":
+                pass
+            await self.soon(cache.state())
+            self.assertFalse(task.done())
+            server.gate.set()
+            outcome = await self.soon(task)
+            self.assertEqual(ids(outcome.loaded), ["2"])
+            self.assertEqual(ids([f.resource for f in outcome.failed]), ["1"])
 
     async def test_nothing_to_load_is_a_complete_pass(self) -> None:
         async with self.cache() as cache:
@@ -258,9 +277,9 @@ class Events(AsyncCacheTestCase):
             await self.soon(cache.load(config(plain("1"))))
             late = cache.events()
             await self.soon(cache.load(config(plain("2"))))
-        seen = [[event["event"] async for event in stream] for stream in (first, second, late)]
         one = ["didLoadResource", "didFinishLoading"]
-        self.assertEqual(seen, [one + one, one + one, one])
+        for stream, expected in ((first, one + one), (second, one + one), (late, one)):
+            self.assertEqual([event["event"] async for event in stream], expected)
 
     async def test_a_stream_ends_for_all_that_wait_when_the_cache_is_closed(self) -> None:
         cache = self.cache()
@@ -288,8 +307,6 @@ class Events(AsyncCacheTestCase):
             self.assertEqual(len(cache._streams), 0)
 
     async def test_functions_are_called_and_one_that_raises_disturbs_none(self) -> None:
-        handled: List[Dict[str, Any]] = []
-        asyncio.get_running_loop().set_exception_handler(lambda _, context: handled.append(context))
         calls: List[str] = []
         cache = self.cache()
 
@@ -305,7 +322,8 @@ class Events(AsyncCacheTestCase):
             await self.soon(cache.load(config(plain("1"), banner("2", "2.png"))))
             self.assertEqual(set(calls), {"1", "fail", "failed", "finish"})
             self.assertEqual(calls[-1], "finish")
-            self.assertEqual([str(h["exception"]) for h in handled], ["as it should"])
+            self.assertEqual([str(h["exception"]) for h in self.handled], ["as it should"])
+            self.handled.clear()
             cache.off("didLoadResource", fail)
             calls.clear()
             await self.soon(cache.load(config(plain("1"))))
@@ -317,14 +335,14 @@ class Events(AsyncCacheTestCase):
             def once(_: object) -> None:
                 calls.append(1)
                 cache.off("didFinishLoading", once)
-                cache.on("didFinishLoading", lambda _: calls.append(2))
+                cache.on("didFinishLoading", lambda _: calls.append(3))
 
             cache.on("didFinishLoading", once)
-            await self.soon(cache.stop())
+            cache.on("didFinishLoading", lambda _: calls.append(2))
             await self.soon(cache.load(None))
+            self.assertEqual(calls, [1, 2])
             await self.soon(cache.load(None))
-        self.assertEqual(calls[:2], [1, 2])
-        self.assertEqual(calls.count(1), 1)
+            self.assertEqual(calls, [1, 2, 2, 3])
 
     async def test_an_unknown_name_and_a_coroutine_function_are_refused(self) -> None:
         async def coroutine(_: object) -> None:
@@ -356,20 +374,28 @@ class Events(AsyncCacheTestCase):
     async def test_a_list_that_cannot_be_saved_is_an_error(self) -> None:
         async with self.cache() as cache:
             await self.soon(cache.load(config(plain("1"))))
-            folder = self.root / "KivResource"
-            saved = folder / "Resources" / "resources_config.json"
-            if not saved.exists():
-                saved = folder / "resources_config.json"
-            self.assertTrue(saved.exists(), list(folder.rglob("*")))
-            saved.unlink()
-            (saved / "in the way").mkdir(parents=True)
+            [saved] = self.root.rglob("resources_config.json")
+
+            async def fail_to_save(identifier: str) -> None:
+                saved.unlink()
+                (saved / "in the way").mkdir(parents=True)
+                await self.soon(cache.load(config(plain(identifier))))
+                self.assertIsNotNone((await cache.state())["saveError"])
+                shutil.rmtree(saved)
+                await self.soon(cache.load(None))
+                self.assertIsNone((await cache.state())["saveError"])
+
             with self.assertLogs("kivresource", logging.ERROR) as logged:
-                await self.soon(cache.load(config(plain("2"))))
-                await self.soon(cache.state())
+                await fail_to_save("2")
+            self.assertEqual(len(logged.output), 1)
             self.assertIn("could not be saved", logged.output[0])
             errors: List[str] = []
             cache.on("error", lambda line: errors.append(line["error"]))
-            self.assertIsNotNone((await cache.state())["saveError"])
+            with mock.patch("kivresource.cache._logger") as logger:
+                await fail_to_save("3")
+            logger.error.assert_not_called()
+            self.assertEqual(len(errors), 1)
+            self.assertIn("could not be saved", errors[0])
 
 
 class Closing(AsyncCacheTestCase):
@@ -401,6 +427,13 @@ class Closing(AsyncCacheTestCase):
         await self.soon(asyncio.gather(*(cache.close() for _ in range(5))))
         async with self.cache():
             pass
+
+    async def test_the_loop_forgets_the_descriptor(self) -> None:
+        cache = self.cache()
+        await cache.open()
+        descriptor = cache._descriptor
+        await cache.close()
+        self.assertFalse(asyncio.get_running_loop().remove_reader(descriptor))
 
     async def test_a_cancelled_close_closes_all_the_same(self) -> None:
         cache = self.cache()
@@ -486,15 +519,21 @@ class TheLoop(CacheTestCase):
     def test_another_loop_is_refused(self) -> None:
         cache = Cache(self.root)
 
+        errors: List[str] = []
+
         async def other() -> None:
-            with self.assertRaisesRegex(RuntimeError, "another event loop"):
-                await cache.space()
+            for operation in (cache.space(), cache.load({}), cache.stop(), cache.close()):
+                try:
+                    await operation
+                except RuntimeError as error:
+                    errors.append(str(error))
 
         async def main() -> None:
             async with cache:
                 thread = threading.Thread(target=lambda: asyncio.run(other()))
                 thread.start()
                 thread.join()
+                self.assertEqual(errors, ["the cache belongs to another event loop"] * 4)
                 self.assertEqual((await cache.space())["result"], "space")
 
         asyncio.run(main())

@@ -5,7 +5,7 @@ import json
 import re
 import unittest
 from pathlib import Path
-from typing import Any, Dict, Iterator
+from typing import Any, Dict, Iterator, Set
 
 from support import CacheTestCase, banner, checker, config, plain
 
@@ -77,7 +77,7 @@ class Examples(unittest.TestCase):
 class ThePage(unittest.TestCase):
     def test_has_what_its_links_lead_to(self) -> None:
         text = (SOURCES.parent / "Docs" / "SESSION.md").read_text(encoding="utf-8")
-        anchors = set()
+        anchors: Set[str] = set()
         for heading in re.findall(r"^#+ (.*)$", text, re.MULTILINE):
             anchor = re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
             count = sum(other == anchor or other.startswith(f"{anchor}-") for other in anchors)

@@ -12,9 +12,10 @@ import unittest
 import warnings
 import weakref
 from typing import Any, Dict, List
+from unittest import mock
 
 import kivresource
-from kivresource import CacheBusyError, CacheClosedError, CacheError, Session
+from kivresource import CacheBusyError, CacheClosedError, CacheError, Session, _library
 from support import PATIENCE, CacheTestCase, banner, config, ids, log, plain
 
 LARGEST = 18446744073709551615
@@ -177,6 +178,39 @@ class Receiving(CacheTestCase):
         tags = [self.receive(session)["tag"] for _ in range(10_000)]
         self.assertEqual(tags, list(range(10_000)))
         self.assertIsNone(session.receive(0))
+
+    def test_a_line_that_came_when_an_exception_did_is_not_lost(self) -> None:
+        session = self.open_session()
+        library = session._library
+
+        def receive_and_be_interrupted(*arguments: Any) -> None:
+            self.assertEqual(library.kivsession_receive(*arguments), 0)
+            raise KeyboardInterrupt
+
+        session.send({"call": "space", "tag": 1})
+        session.send({"call": "space", "tag": 2})
+        with mock.patch.object(session, "_library",
+                               mock.Mock(kivsession_receive=receive_and_be_interrupted)):
+            with self.assertRaises(KeyboardInterrupt):
+                session.receive()
+        self.assertEqual([self.receive(session)["tag"] for _ in range(2)], [1, 2])
+        self.assertIsNone(session.receive(0))
+
+    def test_every_text_of_the_library_is_freed_once(self) -> None:
+        freed: List[int] = []
+        library = _library.library()
+        with mock.patch.object(_library, "library") as patched:
+            patched.return_value = mock.Mock(wraps=library)
+            patched.return_value.kivsession_free.side_effect = freed.append
+            with Session(self.root) as session:
+                for _ in range(10):
+                    self.answer(session, {"call": "space"})
+            with self.assertRaises(CacheError):
+                Session(self.root, settings={"threads": 0})
+        self.assertEqual(len(freed), 11)
+        self.assertEqual(len(set(freed)), 11)  # since none was really freed
+        for address in freed:
+            library.kivsession_free(address)
 
     def test_iterates_until_it_is_closed(self) -> None:
         session = self.open_session()
