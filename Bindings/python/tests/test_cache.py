@@ -2,9 +2,13 @@
 
 import asyncio
 import gc
+import json
 import logging
 import os
 import shutil
+import signal
+import subprocess
+import sys
 import threading
 import unittest
 import warnings
@@ -537,6 +541,31 @@ class TheLoop(CacheTestCase):
                 self.assertEqual((await cache.space())["result"], "space")
 
         asyncio.run(main())
+
+    def test_ctrl_c_during_a_pass_closes_the_cache(self) -> None:
+        server = self.gated_server()
+        program = ("import asyncio, json, kivresource, sys\n"
+                   "async def main():\n"
+                   "  async with kivresource.Cache(sys.argv[1], main=sys.argv[2]) as cache:\n"
+                   "    try:\n"
+                   "      await cache.load(json.loads(sys.argv[3]))\n"
+                   "    finally:\n"
+                   "      print('ended')\n"
+                   "try:\n"
+                   "  asyncio.run(main())\n"
+                   "except KeyboardInterrupt:\n"
+                   "  kivresource.Session(sys.argv[1]).close()\n"
+                   "  print('interrupted')\n")
+        with subprocess.Popen(
+            [sys.executable, "-W", "error", "-c", program, str(self.root), server.url,
+             json.dumps(config(banner("1", "1.png")))],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+        ) as process:
+            self.assertTrue(server.asked.wait(PATIENCE))
+            process.send_signal(signal.SIGINT)
+            output, errors = process.communicate(timeout=PATIENCE)
+        self.assertEqual(output, "ended\ninterrupted\n", errors)
+        self.assertNotIn("Warning", errors)
 
     def test_an_unclosed_cache_is_closed_with_a_warning_after_its_loop(self) -> None:
         async def main() -> None:
