@@ -13,6 +13,7 @@ from typing import (
     Callable,
     Deque,
     Dict,
+    Iterable,
     List,
     Literal,
     NamedTuple,
@@ -139,6 +140,7 @@ class Cache:
         main: Optional[str] = None,
         reserve: Optional[str] = None,
         resources: Optional[Path] = None,
+        lookup_roots: Optional[Iterable[Path]] = (),
         settings: Optional[SomeSettings] = None,
     ) -> None:
         """A cache that is to be opened; the arguments are those of Session."""
@@ -147,6 +149,7 @@ class Cache:
             "main": main,
             "reserve": reserve,
             "resources": resources,
+            "lookup_roots": lookup_roots,
             "settings": settings,
         }
         self._session: Optional[Session] = None

@@ -227,9 +227,13 @@ class _OpenSettingsOptional(TypedDict, total=False):
     main: Union[str, None]
     #: The URL of the mirror; null for none. Default: null.
     reserve: Union[str, None]
-    #: The absolute path of the packaged `InnerAdResources.bundle`. Default: see PACKAGED-
-    #: RESOURCES.md.
+    #: The absolute path of the directory in which the packaged `InnerAdResources.bundle` lies.
+    #: Default: see PACKAGED-RESOURCES.md.
     resources: str
+    #: The absolute paths of directories whose files an item of a configuration may name, besides
+    #: those of the cache and the packaged ones; null for all files of the computer
+    #: (MAINTENANCE.md). Default: [].
+    lookupRoots: Union[List[str], None]
     #: How files are transferred. Default: all defaults.
     settings: SomeSettings
 

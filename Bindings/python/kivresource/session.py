@@ -9,7 +9,7 @@ import time
 import warnings
 import weakref
 from collections import deque
-from typing import Any, Deque, Dict, Iterator, Mapping, Optional, Tuple, Union, cast
+from typing import Any, Deque, Dict, Iterable, Iterator, Mapping, Optional, Tuple, Union, cast
 
 from . import _library
 from .errors import CacheBusyError, CacheClosedError, CacheError
@@ -55,20 +55,28 @@ class Session:
         main: Optional[str] = None,
         reserve: Optional[str] = None,
         resources: Optional[Path] = None,
+        lookup_roots: Optional[Iterable[Path]] = (),
         settings: Optional[SomeSettings] = None,
     ) -> None:
         """Opens a session.
 
         root is the directory for the cache; a relative path is one from the current directory. main
-        and reserve are the URLs of the servers, resources the path of the packaged
-        InnerAdResources.bundle, and settings say how files are transferred. Raises CacheBusyError
-        if the process has an open session, and CacheError if the settings are not valid.
+        and reserve are the URLs of the servers, and resources is the directory in which the packaged
+        InnerAdResources.bundle lies. A configuration may name files in the directories lookup_roots,
+        or anywhere if that is None; by default in none. settings say how files are transferred.
+
+        Raises CacheBusyError if the process has an open session, and CacheError if an argument is
+        not valid.
         """
         members: Dict[str, Any] = {"root": os.path.abspath(os.fspath(root)), "main": main,
                                    "reserve": reserve, "settings": settings}
         if resources is not None:
             members["resources"] = os.path.abspath(os.fspath(resources))
-        text = encode({name: value for name, value in members.items() if value is not None})
+        members = {name: value for name, value in members.items() if value is not None}
+        members["lookupRoots"] = None
+        if lookup_roots is not None:
+            members["lookupRoots"] = [os.path.abspath(os.fspath(path)) for path in lookup_roots]
+        text = encode(members)
         library = _library.library()
         handle, message = ctypes.c_void_p(), ctypes.c_void_p()
         result = library.kivsession_open(text, ctypes.byref(handle), ctypes.byref(message))

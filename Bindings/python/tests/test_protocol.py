@@ -95,6 +95,12 @@ class TheLibrary(CacheTestCase):
         self.assertEqual(set(re.findall(r'\{"(\w+)", ', readers)),
                          {call["name"] for call in checker.protocol["calls"]})
 
+    def test_is_opened_with_the_members_that_are_described_and_no_others(self) -> None:
+        source = (SOURCES / "OpenSettings.cpp").read_text(encoding="utf-8")
+        [described] = [kind for kind in checker.protocol["types"] if kind["name"] == "OpenSettings"]
+        self.assertEqual(set(re.findall(r'name == "(\w+)"', source)),
+                         {member["name"] for member in described["members"]})
+
     def test_answers_every_call_as_described(self) -> None:
         session = self.open_session(main=self.serve())
         answered = set()

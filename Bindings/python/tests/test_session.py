@@ -74,6 +74,38 @@ class Opening(CacheTestCase):
         self.assertRegex(kivresource.version(), r"^\d+\.\d+\.\d+$")
 
 
+    def test_a_configuration_names_other_files_only_where_it_may(self) -> None:
+        elsewhere = self.directory / "elsewhere"
+        elsewhere.mkdir()
+        (elsewhere / "own.png").write_bytes(b"own")
+        item = config(banner("1", str(elsewhere / "own.png")))
+        arguments: List[Dict[str, Any]] = [
+            {}, {"lookup_roots": []}, {"lookup_roots": [self.directory / "other"]},
+            {"lookup_roots": [elsewhere]}, {"lookup_roots": None},
+        ]
+        found = []
+        for number, roots in enumerate(arguments):
+            with Session(self.directory / str(number), **roots) as session:
+                session.send({"call": "loadResourcesForConfig", "config": item})
+                found.append(self.receive(session)["event"] == "didLoadResource")
+        self.assertEqual(found, [False, False, False, True, True])
+
+    def test_takes_the_packaged_resources_from_the_path(self) -> None:
+        bundle = self.directory / "InnerAdResources.bundle"
+        bundle.mkdir()
+        (bundle / "own.png").write_bytes(b"own")
+        with Session(self.root, resources=self.directory) as session:
+            session.send({"call": "loadResourcesForConfig",
+                          "config": config(banner("1", "x/own.png"))})
+            self.assertEqual(self.receive(session)["resource"]["image"], str(bundle / "own.png"))
+
+    def test_asks_the_mirror(self) -> None:
+        with Session(self.root, reserve=self.serve(), main=self.serve(self.directory)) as session:
+            link = "banners/harbour-ferry.png"
+            session.send({"call": "loadResourcesForConfig", "config": config(banner("1", link))})
+            self.assertEqual(self.receive(session)["event"], "didLoadResource")
+
+
 class Sending(CacheTestCase):
     def test_refuses_what_cannot_be_sent_and_goes_on(self) -> None:
         session = self.open_session()
