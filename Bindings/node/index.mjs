@@ -1,0 +1,3 @@
+import kivresource from './index.js';
+
+export const { Cache, CacheError, version } = kivresource;

@@ -1,0 +1,261 @@
+'use strict';
+
+// Loading, updating and stopping.
+
+const assert = require('node:assert/strict');
+const { once } = require('node:events');
+const fs = require('node:fs');
+const path = require('node:path');
+const { test } = require('node:test');
+const { banner, config, directory, heldServer, open, plain, serve, writeFiles } = require('./support.js');
+
+const ids = (resources) => resources.map((resource) => resource.resourceID);
+
+test('a load brings the files, the events and an outcome', async (t) => {
+  const { url } = await serve(t, { 'b/wide.png': 'wide' });
+  const cache = await open(t, { root: directory(t), main: url });
+  const events = [];
+  cache.on('didLoadResource', (resource) => events.push(resource.resourceID));
+  cache.on('didFinishLoading', (...values) => events.push(values));
+  const outcome = await cache.load(config(banner('b-1', 'b/wide.png')));
+  assert.deepEqual(events, ['b-1', []]);
+  assert.deepEqual(Object.keys(outcome), ['loaded', 'failed', 'stopped']);
+  assert.deepEqual(ids(outcome.loaded), ['b-1']);
+  assert.deepEqual(outcome.failed, []);
+  assert.equal(outcome.stopped, false);
+  assert.equal(outcome.loaded[0].class, 'KivResourceStandard');
+  assert.equal(fs.readFileSync(outcome.loaded[0].image, 'utf8'), 'wide');
+  assert.deepEqual(await cache.resources(), outcome.loaded);
+});
+
+test('a failure comes with its error, as an event and in the outcome', async (t) => {
+  const { url } = await serve(t, { 'a.png': 'a', 'b.png': 'b' }, '--fault', '/b.png=404');
+  const cache = await open(t, { root: directory(t), main: url });
+  const failures = [];
+  cache.on('didFailToLoadResource', (resource, error) => failures.push({ resource, error }));
+  const outcome = await cache.load(config(banner('a', 'a.png'), banner('b', 'b.png')));
+  assert.deepEqual(ids(outcome.loaded), ['a']);
+  assert.equal(outcome.failed.length, 1);
+  assert.equal(outcome.failed[0].resource.resourceID, 'b');
+  assert.equal(outcome.failed[0].resource.image, null);
+  assert.equal(outcome.failed[0].error.code, 102);
+  assert.match(outcome.failed[0].error.message, /status code 404/);
+  assert.deepEqual(failures, outcome.failed);
+  assert.deepEqual(ids(await cache.resources()), ['a']);
+});
+
+test('the mirror serves what the main server does not have', async (t) => {
+  const main = await serve(t, {});
+  const mirror = await serve(t, { 'a.png': 'of the mirror' });
+  const cache = await open(t, { root: directory(t), main: main.url });
+  await cache.setDomains({ reserve: mirror.url });
+  const { loaded } = await cache.load(config(banner('a', 'a.png')));
+  assert.equal(fs.readFileSync(loaded[0].image, 'utf8'), 'of the mirror');
+});
+
+test('an update takes from the list what the configuration does not name', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  await cache.load(config(plain('old'), plain('kept')));
+  const outcome = await cache.update(config(plain('kept'), plain('new')));
+  assert.deepEqual(ids(outcome.loaded).sort(), ['kept', 'new']);
+  assert.deepEqual(ids(await cache.resources()).sort(), ['kept', 'new']);
+});
+
+test('a load may select by id or by type', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  const all = config(plain('1'), plain('2', { type: 'other' }), plain('3'));
+  assert.deepEqual(ids((await cache.load(all, { id: '3' })).loaded), ['3']);
+  assert.deepEqual(ids((await cache.load(all, { type: 'other' })).loaded), ['2']);
+  assert.deepEqual(ids(await cache.resources({ id: '3' })), ['3']);
+  assert.deepEqual(ids(await cache.resources({ type: 'other' })), ['2']);
+  assert.deepEqual(await cache.resources({ type: 'none' }), []);
+  await assert.rejects(cache.load(all, { id: '1', type: 't' }), TypeError);
+  await assert.rejects(cache.resources({ id: '1', type: 't' }), TypeError);
+});
+
+test('a configuration may be a file', async (t) => {
+  const folder = directory(t);
+  writeFiles(folder, { 'config.json': JSON.stringify(config(plain('1'))) });
+  const cache = await open(t, { root: path.join(folder, 'root') });
+  const { loaded } = await cache.load(path.join(folder, 'config.json'));
+  assert.deepEqual(ids(loaded), ['1']);
+});
+
+test('a configuration that cannot be read is an error, and the next pass runs', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  const failed = assert.rejects(cache.load('/nowhere/config.json'), {
+    name: 'CacheError',
+    code: 'KIVRESOURCE_CALL',
+    message: /\/nowhere\/config\.json/,
+  });
+  const next = cache.load(config(plain('1')));
+  await failed;
+  assert.deepEqual(ids((await next).loaded), ['1']);
+  for (const wrong of [undefined, 3, true, [1]]) {
+    await assert.rejects(cache.load(wrong), { code: 'KIVRESOURCE_CALL' });
+    await assert.rejects(cache.update(wrong), { code: 'KIVRESOURCE_CALL' });
+  }
+});
+
+test('a pass over no configuration ends, with nothing loaded', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  const nothing = { loaded: [], failed: [], stopped: false };
+  assert.deepEqual(await cache.load(null), nothing);
+  assert.deepEqual(await cache.load(config()), nothing);
+  assert.deepEqual(await cache.update(null), nothing);
+});
+
+test('passes run one after another, each with its own outcome', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const ended = [];
+  const passes = ['a', 'b', 'c'].map(async (id) => {
+    const outcome = await cache.load(config(banner(id, `${id}.png`)));
+    ended.push(id);
+    return ids(outcome.loaded);
+  });
+  for (const id of ['a', 'b', 'c']) {
+    const response = await server.asked(`/${id}.png`);
+    assert.equal(server.seen.at(-1), `/${id}.png`);
+    assert.equal(server.seen.length, ended.length + 1);
+    response.end(id);
+    await once(cache, 'didFinishLoading');
+  }
+  assert.deepEqual(await Promise.all(passes), [['a'], ['b'], ['c']]);
+  assert.deepEqual(ended, ['a', 'b', 'c']);
+});
+
+test('what changes after the call does not change the pass', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  const before = cache.load(config(plain('before')));
+  const given = config(plain('given'));
+  const pass = cache.load(given);
+  given.items[0].banner_id = 'changed';
+  assert.deepEqual(ids((await before).loaded), ['before']);
+  assert.deepEqual(ids((await pass).loaded), ['given']);
+});
+
+test('a stop ends the pass and those that wait', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const running = cache.load(config(plain('done'), banner('slow', 'slow.png')));
+  const waiting = cache.load(config(banner('never', 'never.png')));
+  await server.asked('/slow.png');
+  const stopping = cache.stop();
+  const after = cache.load(config(plain('after')));
+  const outcome = await running;
+  assert.equal(outcome.stopped, true);
+  assert.deepEqual(ids(outcome.loaded), ['done']);
+  assert.deepEqual(await waiting, { loaded: [], failed: [], stopped: true });
+  await stopping;
+  const next = await after;
+  assert.deepEqual(ids(next.loaded), ['after']);
+  assert.equal(next.stopped, false);
+  assert.deepEqual(server.seen, ['/slow.png']);
+});
+
+test('a finish that a stop causes does not end a later pass', async (t) => {
+  const { url } = await serve(t, { 'a.png': 'a' });
+  const cache = await open(t, { root: directory(t), main: url });
+  const stops = [cache.stop(), cache.stop(), cache.stop()];
+  const { loaded } = await cache.load(config(banner('a', 'a.png')));
+  assert.deepEqual(ids(loaded), ['a']);
+  await Promise.all(stops);
+});
+
+test('stops at any moment leave every pass with an outcome', async (t) => {
+  const { url } = await serve(t, { 'a.png': 'a' });
+  const cache = await open(t, { root: directory(t), main: url });
+  let finishes = 0;
+  cache.on('didFinishLoading', () => ++finishes);
+  for (let round = 0; round < 100; ++round) {
+    const pass = cache.load(config(banner(`a-${round}`, 'a.png', { updated: round })));
+    // A different number of turns of the event loop before each stop.
+    for (let turn = 0; turn < round % 10; ++turn) await new Promise(setImmediate);
+    const stop = cache.stop();
+    const last = cache.load(config(plain(`p-${round}`)));
+    await Promise.all([pass, stop]);
+    const outcome = await last;
+    assert.deepEqual(ids(outcome.loaded), [`p-${round}`]);
+    assert.equal(outcome.stopped, false);
+  }
+  assert.ok(finishes >= 200);
+});
+
+test('progress tells of a load', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const seen = [];
+  const first = once(cache, 'progress');
+  cache.on('progress', (progress) => seen.push(progress));
+  const pass = cache.load(config(banner('a', 'a.png')));
+  const response = await server.asked('/a.png');
+  response.writeHead(200, { 'Content-Length': 4 });
+  response.write('ab');
+  const [progress] = await first;
+  assert.deepEqual(Object.keys(progress), [
+    'completedFiles',
+    'files',
+    'receivedBytes',
+    'expectedBytes',
+    'runningTransfers',
+    'bytesPerSecond',
+  ]);
+  assert.equal(progress.files, 1);
+  response.end('cd');
+  assert.equal((await pass).loaded.length, 1);
+});
+
+test('settings are read and changed by name', async (t) => {
+  const cache = await open(t, { root: directory(t), settings: { parallelTransfers: 2 } });
+  assert.equal((await cache.settings()).parallelTransfers, 2);
+  await cache.setSettings({ userAgent: 'Ad host', triesPerServer: 1 });
+  const settings = await cache.settings();
+  assert.equal(settings.userAgent, 'Ad host');
+  assert.equal(settings.triesPerServer, 1);
+  assert.equal(settings.parallelTransfers, 2);
+  await assert.rejects(cache.setSettings({ noSuchSetting: 1 }), { code: 'KIVRESOURCE_CALL' });
+  await assert.rejects(cache.setSettings(), { code: 'KIVRESOURCE_CALL' });
+});
+
+test('settings do not change while files load', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const pass = cache.load(config(banner('a', 'a.png')));
+  const response = await server.asked('/a.png');
+  await assert.rejects(cache.setSettings({ threads: 1 }), { code: 'KIVRESOURCE_CALL' });
+  await assert.rejects(cache.cleanUp(), { code: 'KIVRESOURCE_CALL' });
+  assert.equal((await cache.state()).downloads, 1);
+  response.end('a');
+  await pass;
+  await cache.setSettings({ threads: 1 });
+  assert.equal((await cache.settings()).threads, 1);
+});
+
+test('audit finds what clean-up removes', async (t) => {
+  const { url } = await serve(t, { 'old.png': 'old', 'new.png': 'new' });
+  const cache = await open(t, { root: directory(t), main: url });
+  const { loaded } = await cache.load(config(banner('old', 'old.png')));
+  await cache.update(config(banner('new', 'new.png')));
+  const found = await cache.audit();
+  assert.deepEqual(Object.keys(found).sort(), [
+    'downloadsAreInFlight',
+    'listDoubt',
+    'missing',
+    'orphaned',
+    'partial',
+    'temporary',
+    'unreadable',
+  ]);
+  assert.deepEqual(found.orphaned.map((item) => item.path), [loaded[0].image]);
+  assert.deepEqual(found.missing, []);
+  const wouldRemove = await cache.cleanUp({ dryRun: true });
+  assert.deepEqual(wouldRemove.removed, found.orphaned);
+  assert.ok(fs.existsSync(loaded[0].image));
+  const removed = await cache.cleanUp();
+  assert.deepEqual(removed, { removed: found.orphaned, refused: [] });
+  assert.ok(!fs.existsSync(loaded[0].image));
+  const space = await cache.space();
+  assert.ok(space.cacheUsed > 0);
+  assert.ok(space.fileSystemAvailable > 0);
+});
