@@ -116,7 +116,7 @@ async function open(t, options) {
  * Starts a program in a node of its own, with `kivresource` and `data`. `ended` is fulfilled with its
  * status, and with the lines that it has printed.
  */
-function start(t, program, data = {}, options = []) {
+function start(t, program, data = {}, options = [], variables = {}) {
   const folder = directory(t, 'kivresource-program-');
   writeFiles(folder, {
     'data.json': JSON.stringify(data),
@@ -128,6 +128,7 @@ function start(t, program, data = {}, options = []) {
   });
   const child = spawn(process.execPath, [...options, path.join(folder, 'program.js')], {
     stdio: ['ignore', 'pipe', 'pipe'],
+    env: { ...process.env, ...variables },
   });
   t.after(() => child.kill('SIGKILL'));
   let output = '';

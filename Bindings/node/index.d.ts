@@ -1,0 +1,167 @@
+import { EventEmitter } from 'node:events';
+import type {
+  AuditResult,
+  CleanUpOrphansResult,
+  Config,
+  ErrorDetails,
+  OpenSettings,
+  ProgressEvent,
+  Resource,
+  Settings,
+  SomeSettings,
+  SpaceResult,
+  StateResult,
+} from './lines';
+
+export type {
+  Config,
+  ErrorDetails,
+  JSONObject,
+  OpenSettings,
+  PlainResource,
+  RefusedItem,
+  Resource,
+  Settings,
+  SomeSettings,
+  StandardResource,
+  StoredItem,
+  VideoResource,
+  WebResource,
+} from './lines';
+
+/** How far the downloads are, counted since there were none. */
+export type Progress = Omit<ProgressEvent, 'event'>;
+
+export type State = Omit<StateResult, 'result' | 'tag'>;
+export type Audit = Omit<AuditResult, 'result' | 'tag'>;
+export type CleanUp = Omit<CleanUpOrphansResult, 'result' | 'tag'>;
+export type Space = Omit<SpaceResult, 'result' | 'tag'>;
+
+/** A file of a resource that could not be loaded. */
+export interface Failure {
+  resource: Resource;
+  /** Why; null if the file came without contents. */
+  error: ErrorDetails | null;
+}
+
+/** What a pass has brought. */
+export interface Outcome {
+  /** The resources of the pass that are loaded, those that were loaded before among them. */
+  loaded: Resource[];
+  /** One entry for each file that failed. */
+  failed: Failure[];
+  /** True if stop() has ended the pass, or it did not begin. */
+  stopped: boolean;
+}
+
+/** One identifier, one type, or all. */
+export type Selection = { id?: string; type?: undefined } | { id?: undefined; type?: string };
+
+export interface Domains {
+  /** The URL of the main server; null for none. Without it, the server stays. */
+  main?: string | null | undefined;
+  /** The URL of the mirror; null for none. Without it, the mirror stays. */
+  reserve?: string | null | undefined;
+}
+
+/** The events of a cache, with what their listeners get. */
+export interface CacheEvents {
+  /** A resource of the pass is loaded: all of its files are on disk. */
+  didLoadResource: [resource: Resource];
+  /** A file of a resource could not be loaded. */
+  didFailToLoadResource: [resource: Resource, error: ErrorDetails | null];
+  /** A pass is over, or was stopped. */
+  didFinishLoading: [];
+  /** At most ten times a second while files load. */
+  progress: [progress: Progress];
+  /** Something is wrong that is no answer to a call, such as a list that cannot be saved. */
+  problem: [error: CacheError];
+  /** The cache has closed. */
+  close: [];
+}
+
+export type CacheErrorCode =
+  /** The cache is closed. */
+  | 'KIVRESOURCE_CLOSED'
+  /** The settings of open() are not valid. */
+  | 'KIVRESOURCE_INVALID'
+  /** The process has an open cache already. */
+  | 'KIVRESOURCE_BUSY'
+  /** The system has no memory, thread or descriptor left. */
+  | 'KIVRESOURCE_SYSTEM'
+  /** A call could not be made; the message says why. */
+  | 'KIVRESOURCE_CALL';
+
+/** What the methods of Cache reject with, apart from a TypeError for a wrong argument. */
+export class CacheError extends Error {
+  constructor(code: CacheErrorCode, message: string);
+  readonly code: CacheErrorCode;
+}
+
+/** A cache of remote advertising resources. A process has one open at a time. */
+export class Cache extends EventEmitter {
+  private constructor();
+
+  /** Opens the cache. Rejects with KIVRESOURCE_INVALID, KIVRESOURCE_BUSY or KIVRESOURCE_SYSTEM. */
+  static open(options: OpenSettings): Promise<Cache>;
+
+  /**
+   * Loads the resources of a configuration that the cache does not have, or has in an older version.
+   * Passes run one after another. Fulfilled when this one has finished, also if all of it failed.
+   */
+  load(config: Config, selection?: Selection): Promise<Outcome>;
+  /** As load(); at the end, resources that the configuration does not name leave the list. */
+  update(config: Config): Promise<Outcome>;
+  /** Ends the pass that runs, and those that wait. */
+  stop(): Promise<void>;
+
+  /** The loaded resources, in the order in which they were loaded. */
+  resources(selection?: Selection): Promise<Resource[]>;
+  /** Whether something is loading, and whether the saved list is in order. */
+  state(): Promise<State>;
+  /** Compares the list with the disk, without changing anything. */
+  audit(): Promise<Audit>;
+  /** Removes what audit() reports as orphaned or partial. */
+  cleanUp(options?: { dryRun?: boolean | undefined }): Promise<CleanUp>;
+  /** Used and free space. */
+  space(): Promise<Space>;
+
+  /** How files are transferred. */
+  settings(): Promise<Settings>;
+  /** Changes the settings that are named. Rejects while files load. */
+  setSettings(settings: SomeSettings): Promise<void>;
+  /** Changes the servers for the passes that follow. */
+  setDomains(domains: Domains): Promise<void>;
+
+  /** True once close() was called. */
+  readonly closed: boolean;
+  /** Stops what is loading, and closes. What waits is rejected with KIVRESOURCE_CLOSED. */
+  close(): Promise<void>;
+  /** Lets the process run as long as the cache is open. That is so at first. */
+  ref(): this;
+  /** Lets the process end while the cache is open. */
+  unref(): this;
+
+  on<E extends keyof CacheEvents>(event: E, listener: (...values: CacheEvents[E]) => void): this;
+  once<E extends keyof CacheEvents>(event: E, listener: (...values: CacheEvents[E]) => void): this;
+  off<E extends keyof CacheEvents>(event: E, listener: (...values: CacheEvents[E]) => void): this;
+  addListener<E extends keyof CacheEvents>(
+    event: E,
+    listener: (...values: CacheEvents[E]) => void
+  ): this;
+  removeListener<E extends keyof CacheEvents>(
+    event: E,
+    listener: (...values: CacheEvents[E]) => void
+  ): this;
+  prependListener<E extends keyof CacheEvents>(
+    event: E,
+    listener: (...values: CacheEvents[E]) => void
+  ): this;
+  prependOnceListener<E extends keyof CacheEvents>(
+    event: E,
+    listener: (...values: CacheEvents[E]) => void
+  ): this;
+}
+
+/** The version of the library. */
+export const version: string;
