@@ -126,6 +126,23 @@ test('close rejects what waits, and no event comes later but close', async (t) =
   assert.deepEqual(events, []);
 });
 
+test('close amid a storm of lines lets no more events through', async (t) => {
+  const items = Array.from({ length: 1000 }, (_, index) => plain(`${index}`));
+  for (let round = 1; round <= 10; ++round) {
+    const cache = await open(t, { root: directory(t) });
+    let events = 0;
+    const closing = new Promise((resolve) => {
+      cache.on('didLoadResource', () => {
+        if (++events === round * 50) resolve(cache.close());
+      });
+    });
+    await assert.rejects(cache.load(config(...items)), { code: 'KIVRESOURCE_CLOSED' });
+    await closing;
+    await new Promise(setImmediate);
+    assert.equal(events, round * 50);
+  }
+});
+
 test('close right after a call that nobody waits for is no unhandled rejection', async (t) => {
   const unhandled = [];
   const note = (reason) => unhandled.push(reason);

@@ -190,6 +190,27 @@ test('a closed cache is collected', async (t) => {
   expectRun(await run(t, program, { root: directory(t) }, ['--expose-gc']), ['collected']);
 });
 
+test('lines that were received are freed', async (t) => {
+  const program = `Cache.open(data.options).then(async (cache) => {
+      await cache.load(data.config);
+      let before = 0;
+      for (let call = 0; call < 1100; ++call) {
+        const [resource] = await cache.resources();
+        if (resource.name.length !== 100000) throw new Error('the resource has changed');
+        if (call % 20 === 0) gc();
+        if (call === 100) before = process.memoryUsage().rss;
+      }
+      console.log(process.memoryUsage().rss - before < 100e6);
+      await cache.close();
+    });`;
+  // A line has the name twice, so that a thousand lines have 200 MB.
+  const data = {
+    options: { root: directory(t) },
+    config: config(plain('1', { name: 'n'.repeat(100000) })),
+  };
+  expectRun(await run(t, program, data, ['--expose-gc']), ['true']);
+});
+
 test('a signal ends the process while files load', async (t) => {
   const server = await heldServer(t);
   const program = `Cache.open(data.options).then((cache) => cache.load(data.config));`;
