@@ -50,7 +50,7 @@ export interface Outcome {
   loaded: Resource[];
   /** One entry for each file that failed. */
   failed: Failure[];
-  /** True if stop() has ended the pass, or it did not begin. */
+  /** True if stop() was called before the pass was over. */
   stopped: boolean;
 }
 
@@ -70,7 +70,10 @@ export interface CacheEvents {
   didLoadResource: [resource: Resource];
   /** A file of a resource could not be loaded. */
   didFailToLoadResource: [resource: Resource, error: ErrorDetails | null];
-  /** A pass is over, or was stopped. */
+  /**
+   * No file is loading any more. If files fail at once, it comes several times in a pass, whose promise
+   * waits for the last.
+   */
   didFinishLoading: [];
   /** At most ten times a second while files load. */
   progress: [progress: Progress];
@@ -162,6 +165,12 @@ export class Cache extends EventEmitter {
     listener: (...values: CacheEvents[E]) => void
   ): this;
 }
+
+/**
+ * Passes the log of the process, lines for people, to a function of this thread. With null, it goes to
+ * standard error and the system's log, as at first. The log keeps no process running.
+ */
+export function setLog(receive: ((line: string) => void) | null): void;
 
 /** The version of the library. */
 export const version: string;

@@ -194,7 +194,8 @@ class Cache extends EventEmitter {
   async #runPass(tagged) {
     const answer = this.#send(tagged);
     const outcome = new Promise((resolve, reject) => {
-      this.#runningPass = { loaded: [], failed: [], stopped: false, resolve, reject };
+      const progress = { isAsking: false, isOver: false };
+      this.#runningPass = { loaded: [], failed: [], stopped: false, ...progress, resolve, reject };
     });
     outcome.catch(nothing); // it is not awaited if the answer is an error
     try {
@@ -204,6 +205,23 @@ class Cache extends EventEmitter {
       throw error;
     }
     return outcome;
+  }
+
+  /** A pass may report several finishes. It is over when no download is in flight after one. */
+  async #endWhenOver(pass) {
+    pass.isAsking = true;
+    try {
+      const { downloads } = await this.state();
+      pass.isAsking = pass.isOver = downloads === 0;
+      // Events of the last download may still be on the way; this answer comes after them.
+      if (pass.isOver) await this.state();
+    } catch (error) {
+      pass.isOver = true;
+      pass.reject(error);
+    }
+    if (!pass.isOver) return;
+    if (this.#runningPass === pass) this.#runningPass = null;
+    pass.resolve({ loaded: pass.loaded, failed: pass.failed, stopped: pass.stopped });
   }
 
   // --- Lines ---
@@ -233,14 +251,18 @@ class Cache extends EventEmitter {
         this.emit(event, resource, error);
         break;
       case 'didFinishLoading':
-        this.#runningPass = null;
-        pass?.resolve({ loaded: pass.loaded, failed: pass.failed, stopped: pass.stopped });
+        if (pass && !pass.isAsking) this.#endWhenOver(pass);
         this.emit(event);
         break;
       case 'progress':
         this.emit(event, members);
         break;
     }
+  }
+
+  #noteStop() {
+    const pass = this.#runningPass;
+    if (pass && !pass.isOver) pass.stopped = true;
   }
 
   #takeAnswer(line) {
@@ -253,7 +275,7 @@ class Cache extends EventEmitter {
       } else if (line.error !== undefined) {
         reject(new CacheError('KIVRESOURCE_CALL', line.error));
       } else {
-        if (line.result === 'stopLoading' && this.#runningPass) this.#runningPass.stopped = true;
+        if (line.result === 'stopLoading') this.#noteStop();
         resolve(line);
       }
     }
@@ -268,4 +290,12 @@ if (Symbol.asyncDispose) {
   });
 }
 
-module.exports = { Cache, CacheError, version: addon.version };
+/** Passes the log of the process to a function; with null, to where the library writes it. */
+function setLog(receive) {
+  if (typeof receive !== 'function' && receive !== null) {
+    throw new TypeError('setLog() takes a function or null');
+  }
+  calling(() => addon.setLog(receive));
+}
+
+module.exports = { Cache, CacheError, setLog, version: addon.version };

@@ -1,3 +1,3 @@
 import kivresource from './index.js';
 
-export const { Cache, CacheError, version } = kivresource;
+export const { Cache, CacheError, setLog, version } = kivresource;

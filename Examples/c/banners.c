@@ -137,7 +137,10 @@ static void takeLine(kivsession* session, const char* line, Outcome* outcome) {
     outcome->status = someFailed;
   } else if (beginsWith(line, "{\"event\":\"didFinishLoading\"")) {
     outcome->hasFinished = 1;
-    /* Its answer comes after the errors of the finish, such as that of saving. */
+    /* Files that fail at once cause a finish each, also while others load. */
+    if (!sendCall(session, "state", NULL)) end(outcome, notTried);
+  } else if (beginsWith(line, "{\"result\":\"state\",\"downloads\":0,")) {
+    /* The answer comes after what the last download has brought. */
     if (!sendCall(session, "allLoadedResources", NULL)) end(outcome, notTried);
   } else if (beginsWith(line, "{\"result\":\"allLoadedResources\"")) {
     (void)puts(line);
@@ -148,19 +151,19 @@ static void takeLine(kivsession* session, const char* line, Outcome* outcome) {
     /* Before the finish it answers the call: there is no such file, or it is no configuration. */
     if (!outcome->hasFinished) end(outcome, notTried);
   }
-  /* Other lines, and those that a later version of the library adds, are no concern of this host.
-   */
+  /* Other lines, such as those of a later version of the library, are no concern of this host. */
 }
 
 /* Takes the lines that wait. Returns 0 if the session has ended. */
 static int takeLines(kivsession* session, Outcome* outcome) {
-  char* line = NULL;
-  int result = kivsession_receive(session, 0, &line);
-  for (; result == KIVSESSION_OK; result = kivsession_receive(session, 0, &line)) {
-    takeLine(session, line, outcome);
+  int result = KIVSESSION_OK;
+  while (result == KIVSESSION_OK && !outcome->isOver) {
+    char* line = NULL;
+    result = kivsession_receive(session, 0, &line);
+    if (result == KIVSESSION_OK) takeLine(session, line, outcome);
     kivsession_free(line);
   }
-  return result == KIVSESSION_TIMEOUT;
+  return result == KIVSESSION_OK || result == KIVSESSION_TIMEOUT;
 }
 
 /* Waits for lines as a loop waits that has other descriptors too. */

@@ -95,7 +95,6 @@ static napi_value throwStatus(napi_env env) {
 
 /* --- A session and its threads --- */
 
-
 static Session* newSession(void) {
   Session* self = calloc(1, sizeof *self);
   if (self == NULL) return NULL;
@@ -220,7 +219,6 @@ static void forgetOpenSession(const Session* self) {
 
 /* --- On the thread of JavaScript --- */
 
-
 /* After shutDown(). Lets the environment end. */
 static void release(Session* self) {
   self->isReleased = true;
@@ -327,7 +325,6 @@ static Session* sessionOf(napi_env env, napi_callback_info info, size_t count, n
 
 /* --- open() --- */
 
-
 static bool createDeliverer(napi_env env, Session* self, napi_value function) {
   napi_value name;
   if (napi_create_string_utf8(env, "kivresource", NAPI_AUTO_LENGTH, &name) != napi_ok) return false;
@@ -406,7 +403,6 @@ static napi_value openCall(napi_env env, napi_callback_info info) {
 
 /* --- close() --- */
 
-
 typedef struct Closing {
   Session* session;
   napi_async_work work;
@@ -463,8 +459,121 @@ static napi_value closeCall(napi_env env, napi_callback_info info) {
   return promise;
 }
 
-/* --- The other functions --- */
+/* --- The log --- */
 
+/* Where the log of the process goes, or has gone. Freed when its environment ends, until which it
+ * tells the cleanup hooks of several apart. */
+typedef struct LogTarget {
+  napi_threadsafe_function receiver;
+} LogTarget;
+
+/* Held while the log function of the library changes; that takes no other lock of ours. */
+static pthread_mutex_t logChangeMutex = PTHREAD_MUTEX_INITIALIZER;
+/* Held in takeLogLine(), which a thread may call for a moment after the log function has changed.
+ */
+static pthread_mutex_t logMutex = PTHREAD_MUTEX_INITIALIZER;
+static LogTarget* logTarget;
+
+/* On any thread. */
+static void takeLogLine(void* context, const char* line) {
+  const size_t size = strlen(line) + 1;
+  char* copy = malloc(size);
+  bool isTaken = false;
+  (void)context;
+  if (copy == NULL) return;
+  memcpy(copy, line, size);
+  pthread_mutex_lock(&logMutex);
+  if (logTarget != NULL) {
+    isTaken =
+        napi_call_threadsafe_function(logTarget->receiver, copy, napi_tsfn_nonblocking) == napi_ok;
+  }
+  pthread_mutex_unlock(&logMutex);
+  if (!isTaken) free(copy);
+}
+
+/* Passes a line to JavaScript. `env` is NULL when the environment ends. */
+static void deliverLogLine(napi_env env, napi_value function, void* context, void* data) {
+  napi_value text;
+  napi_value receiver;
+  (void)context;
+  if (env != NULL && napi_create_string_utf8(env, data, NAPI_AUTO_LENGTH, &text) == napi_ok &&
+      napi_get_undefined(env, &receiver) == napi_ok) {
+    napi_call_function(env, receiver, function, 1, &text, NULL);
+  }
+  free(data);
+  if (env != NULL) reportException(env);
+}
+
+/* Changes where the log goes; NULL for where the library writes it. Under logChangeMutex. */
+static bool changeLog(LogTarget* target) {
+  if (target != NULL && kivsession_set_log(takeLogLine, NULL) != KIVSESSION_OK) return false;
+  if (target == NULL) kivsession_set_log(NULL, NULL);
+  pthread_mutex_lock(&logMutex);
+  if (logTarget != NULL) napi_release_threadsafe_function(logTarget->receiver, napi_tsfn_abort);
+  logTarget = target;
+  pthread_mutex_unlock(&logMutex);
+  return true;
+}
+
+static void endLogWithEnvironment(void* argument) {
+  LogTarget* target = argument;
+  pthread_mutex_lock(&logChangeMutex);
+  if (logTarget == target) changeLog(NULL);
+  pthread_mutex_unlock(&logChangeMutex);
+  free(target);
+}
+
+static LogTarget* newLogTarget(napi_env env, napi_value function) {
+  napi_value name;
+  LogTarget* target = calloc(1, sizeof *target);
+  if (target == NULL) {
+    throwResult(env, KIVSESSION_SYSTEM, NULL);
+    return NULL;
+  }
+  if (napi_create_string_utf8(env, "kivresource", NAPI_AUTO_LENGTH, &name) != napi_ok ||
+      napi_create_threadsafe_function(env, function, NULL, name, 0, 1, NULL, NULL, NULL,
+                                      deliverLogLine, &target->receiver) != napi_ok) {
+    throwStatus(env);
+    free(target);
+    return NULL;
+  }
+  /* The log keeps no process running. */
+  napi_unref_threadsafe_function(env, target->receiver);
+  return target;
+}
+
+/* setLog(receive): the log goes to receive(line); with null, to where the library writes it. */
+static napi_value setLogCall(napi_env env, napi_callback_info info) {
+  size_t count = 1;
+  napi_value values[1];
+  napi_valuetype type = napi_undefined;
+  LogTarget* target = NULL;
+  bool isChanged;
+  if (napi_get_cb_info(env, info, &count, values, NULL, NULL) != napi_ok ||
+      napi_typeof(env, values[0], &type) != napi_ok) {
+    return throwStatus(env);
+  }
+  if (type == napi_function) {
+    target = newLogTarget(env, values[0]);
+    if (target == NULL) return NULL;
+  } else if (type != napi_null) {
+    napi_throw_type_error(env, "KIVRESOURCE_INVALID", "setLog() takes a function or null");
+    return NULL;
+  }
+  pthread_mutex_lock(&logChangeMutex);
+  isChanged = changeLog(target);
+  pthread_mutex_unlock(&logChangeMutex);
+  if (!isChanged) {
+    napi_release_threadsafe_function(target->receiver, napi_tsfn_abort);
+    free(target);
+    return throwResult(env, KIVSESSION_SYSTEM, NULL);
+  }
+  /* After its function, so that it runs before Node.js ends that. */
+  if (target != NULL) napi_add_env_cleanup_hook(env, endLogWithEnvironment, target);
+  return NULL;
+}
+
+/* --- The other functions --- */
 
 /* send(session, call) */
 static napi_value sendCall(napi_env env, napi_callback_info info) {
@@ -510,6 +619,7 @@ NAPI_MODULE_INIT() {
       !exportFunction(env, exports, "close", closeCall) ||
       !exportFunction(env, exports, "ref", refCall) ||
       !exportFunction(env, exports, "unref", unrefCall) ||
+      !exportFunction(env, exports, "setLog", setLogCall) ||
       napi_create_string_utf8(env, kivsession_version(), NAPI_AUTO_LENGTH, &version) != napi_ok ||
       napi_set_named_property(env, exports, "version", version) != napi_ok) {
     return throwStatus(env);

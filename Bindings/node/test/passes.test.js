@@ -125,6 +125,49 @@ test('passes run one after another, each with its own outcome', async (t) => {
   assert.deepEqual(ended, ['a', 'b', 'c']);
 });
 
+test('files that fail at once are all of one pass', async (t) => {
+  // Without a server no request is made, and each failure is followed by a finish.
+  const cache = await open(t, { root: directory(t) });
+  let finishes = 0;
+  cache.on('didFinishLoading', () => ++finishes);
+  const names = Array.from({ length: 100 }, (_, index) => `b-${index}`);
+  const first = cache.load(config(...names.map((name) => banner(name, `${name}.png`))));
+  const second = cache.load(config(plain('1')));
+  const third = cache.update(config(banner('x', 'x.png'), banner('y', 'y.png')));
+  const failedIds = ({ failed }) => ids(failed.map(({ resource }) => resource)).sort();
+  assert.deepEqual(failedIds(await first), [...names].sort());
+  assert.ok(finishes > 1);
+  assert.deepEqual(ids((await second).loaded), ['1']);
+  assert.deepEqual((await second).failed, []);
+  assert.deepEqual(failedIds(await third), ['x', 'y']);
+});
+
+test('a file that fails at once does not end the pass of those that load', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const pass = cache.load(config(banner('at once', 'a space.png'), banner('a', 'a.png')));
+  const response = await server.asked('/a.png');
+  for (let call = 0; call < 10; ++call) await cache.state();
+  response.end('a');
+  const { loaded, failed } = await pass;
+  assert.deepEqual(ids(failed.map(({ resource }) => resource)), ['at once']);
+  assert.deepEqual(ids(loaded), ['a']);
+});
+
+test('the last file of a pass is in its outcome, at whatever moment it comes', async (t) => {
+  const rounds = 300;
+  const files = Array.from({ length: rounds }, (_, round) => [`${round}/${round}.png`, 'x']);
+  const { url } = await serve(t, Object.fromEntries(files));
+  const cache = await open(t, { root: directory(t), main: url });
+  for (let round = 0; round < rounds; ++round) {
+    // The finish of the failure comes while the other loads.
+    const items = [banner(`f${round}`, 'a space.png'), banner(`l${round}`, `${round}/${round}.png`)];
+    const { loaded, failed } = await cache.load(config(...items));
+    assert.deepEqual(ids(loaded), [`l${round}`]);
+    assert.equal(failed.length, 1);
+  }
+});
+
 test('what changes after the call does not change the pass', async (t) => {
   const cache = await open(t, { root: directory(t) });
   const before = cache.load(config(plain('before')));

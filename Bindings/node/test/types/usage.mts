@@ -1,6 +1,6 @@
 // What a host writes compiles, and mistakes do not. Never run.
 
-import { Cache, CacheError, version } from 'kivresource';
+import { Cache, CacheError, setLog, version } from 'kivresource';
 import type {
   Audit,
   CacheErrorCode,
@@ -128,6 +128,13 @@ cache.on('didLoadResources', () => {});
 cache.on('didFinishLoading', (outcome: Outcome) => outcome);
 // @ts-expect-error: not what this listener gets
 cache.off('progress', (progress: Resource) => progress);
+
+// --- The log ---
+
+setLog((line) => same<string>()(line));
+setLog(null);
+// @ts-expect-error: no function
+setLog('stderr');
 
 // --- The end ---
 
