@@ -137,8 +137,13 @@ static bool handOver(Session* self, char* line) {
   return !isClosing;
 }
 
-static void* receive(void* argument) {
+/* After a KIVSESSION_SYSTEM. */
+static void waitForMemory(void) {
   const struct timespec moment = {0, 10000000};
+  nanosleep(&moment, NULL);
+}
+
+static void* receive(void* argument) {
   Session* self = argument;
   char* line = NULL;
   for (;;) {
@@ -146,7 +151,7 @@ static void* receive(void* argument) {
     if (result == KIVSESSION_OK) {
       if (!handOver(self, line)) return NULL;
     } else if (result == KIVSESSION_SYSTEM) {
-      nanosleep(&moment, NULL); /* until there is memory again; the line is not lost */
+      waitForMemory(); /* the line is not lost */
     } else if (result != KIVSESSION_TIMEOUT) {
       return NULL;
     }
@@ -174,7 +179,8 @@ static void shutDown(Session* self) {
   pthread_cond_broadcast(&self->changed);
   pthread_mutex_unlock(&self->mutex);
 
-  kivsession_close(self->session);
+  while (kivsession_close(self->session) == KIVSESSION_SYSTEM)
+    waitForMemory();
 
   pthread_mutex_lock(&self->mutex);
   joins = !self->isJoining;
