@@ -266,18 +266,18 @@ class Cache extends EventEmitter {
   }
 
   #takeAnswer(line) {
-    // Answers come in the order of the calls, unless the library had no memory for one.
+    if (!this.#unanswered.has(line.tag)) return;
+    // Answers come in the order in which the calls were sent, unless there was no memory for one.
     for (const [tag, { resolve, reject }] of this.#unanswered) {
-      if (tag > line.tag) break;
       this.#unanswered.delete(tag);
-      if (tag < line.tag) {
+      if (tag !== line.tag) {
         reject(lostError());
-      } else if (line.error !== undefined) {
-        reject(new CacheError('KIVRESOURCE_CALL', line.error));
-      } else {
-        if (line.result === 'stopLoading') this.#noteStop();
-        resolve(line);
+        continue;
       }
+      if (line.result === 'stopLoading') this.#noteStop();
+      if (line.error === undefined) resolve(line);
+      else reject(new CacheError('KIVRESOURCE_CALL', line.error));
+      break;
     }
   }
 }

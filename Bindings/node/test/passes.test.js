@@ -168,6 +168,24 @@ test('the last file of a pass is in its outcome, at whatever moment it comes', a
   }
 });
 
+test('passes that wait do not mix up the answers to other calls', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  const names = Array.from({ length: 50 }, (_, index) => `${index}`);
+  const passes = names.map((name) => cache.load(config(plain(name))));
+  const answers = [];
+  let isOver = false;
+  const all = Promise.all(passes).then((outcomes) => {
+    isOver = true;
+    return outcomes;
+  });
+  while (!isOver) answers.push(await Promise.all([cache.state(), cache.resources(), cache.state()]));
+  assert.deepEqual((await all).map(({ loaded }) => ids(loaded)), names.map((name) => [name]));
+  for (const [state, resources] of answers) {
+    assert.equal(state.downloads, 0);
+    assert.ok(Array.isArray(resources));
+  }
+});
+
 test('what changes after the call does not change the pass', async (t) => {
   const cache = await open(t, { root: directory(t) });
   const before = cache.load(config(plain('before')));
