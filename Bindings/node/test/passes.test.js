@@ -44,6 +44,31 @@ test('a failure comes with its error, as an event and in the outcome', async (t)
   assert.deepEqual(ids(await cache.resources()), ['a']);
 });
 
+test('packaged resources come from the bundle that open() names', async (t) => {
+  const folder = directory(t);
+  writeFiles(folder, { 'InnerAdResources.bundle/packaged.png': 'packaged' });
+  const cache = await open(t, { root: path.join(folder, 'root'), resources: folder });
+  const { loaded } = await cache.load(config(banner('a', 'banners/packaged.png')));
+  assert.equal(loaded[0].image, path.join(folder, 'InnerAdResources.bundle', 'packaged.png'));
+});
+
+test('files of the computer are used only where open() lets them', async (t) => {
+  const folder = directory(t);
+  writeFiles(folder, { 'own/a.png': 'own' });
+  const file = path.join(folder, 'own', 'a.png');
+  for (const [lookupRoots, expected] of [
+    [undefined, []],
+    [[path.join(folder, 'other')], []],
+    [[path.join(folder, 'own')], [file]],
+    [null, [file]],
+  ]) {
+    const cache = await open(t, { root: directory(t), lookupRoots });
+    const { loaded } = await cache.load(config(banner('a', file)));
+    assert.deepEqual(loaded.map(({ image }) => image), expected);
+    await cache.close();
+  }
+});
+
 test('the mirror serves what the main server does not have', async (t) => {
   const main = await serve(t, {});
   const mirror = await serve(t, { 'a.png': 'of the mirror' });
