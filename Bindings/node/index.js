@@ -212,9 +212,8 @@ class Cache extends EventEmitter {
     pass.isAsking = true;
     try {
       const { downloads } = await this.state();
-      pass.isAsking = pass.isOver = downloads === 0;
-      // Events of the last download may still be on the way; this answer comes after them.
-      if (pass.isOver) await this.state();
+      pass.isAsking = false;
+      pass.isOver = downloads === 0;
     } catch (error) {
       pass.isOver = true;
       pass.reject(error);

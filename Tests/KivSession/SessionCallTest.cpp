@@ -1,5 +1,6 @@
 // The calls of a session that other programs make, driven through the tool's command.
 
+#include <algorithm>
 #include <regex>
 #include <string>
 #include <vector>
@@ -152,6 +153,25 @@ TEST_F(SessionCallTest, ACleanUpDuringAPassIsRefused) {
   EXPECT_THAT(lines[0], StartsWith(R"({"error":)"));
   EXPECT_THAT(lines[0], EndsWith(R"(,"tag":1})"));
   EXPECT_EQ(lines[1], R"({"result":"state","downloads":1,"saveError":null,"savedListError":null})");
+}
+
+TEST_F(SessionCallTest, NoEventOfAPassComesAfterAStateWithoutDownloads) {
+  std::string items;
+  for (int item = 0; item < 20; ++item) {
+    const std::string name = std::to_string(item);
+    server_.serve("/" + name + ".png", Response::ok(name));
+    items += (item > 0 ? "," : "") + bannerItem(name, name + ".png");
+  }
+  std::vector<std::string> calls(400, R"({"call":"state"})");
+  calls.insert(calls.begin(), load(items));
+  calls.insert(calls.end(), {R"({"call":"waitForFinish"})", R"({"call":"state"})"});
+  const auto lines = linesFor(calls);
+  const auto isOver = [](const std::string& line) {
+    return line.find(R"("downloads":0)") != line.npos;
+  };
+  const auto over = std::find_if(lines.begin(), lines.end(), isOver);
+  ASSERT_NE(over, lines.end());
+  EXPECT_THAT(std::vector<std::string>(over, lines.end()), Not(Contains(HasSubstr("event"))));
 }
 
 TEST_F(SessionCallTest, TheStateSaysWhyTheListCouldNotBeRead) {

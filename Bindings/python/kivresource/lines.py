@@ -544,7 +544,8 @@ class StateResult(Tagged):
 
     #: The name of the call.
     result: Literal["state"]
-    #: How many downloads are in flight. If it is not 0, a new pass is refused.
+    #: How many downloads are in flight. If it is not 0, a new pass is refused. If it is 0, all
+    #: events of the passes so far have been sent.
     downloads: int
     #: Why the list of the loaded resources could not be saved; null if it could. The next change
     #: saves it again.
