@@ -55,7 +55,7 @@ typedef struct kivsession kivsession;
  * freed by kivsession_free(); NULL if there is no memory for it. Returns KIVSESSION_INVALID if the
  * settings are not valid, KIVSESSION_BUSY or KIVSESSION_SYSTEM.
  *
- * A saved list of the root is restored before the first call is made. Does not wait for it. */
+ * A saved list of the root is restored before the first call is made; this does not wait for it. */
 KIVSESSION_API int kivsession_open(const char* settings, kivsession** session, char** message);
 
 /* Adds a call, one JSON object. Calls are made in the order in which they were added; this does
@@ -80,9 +80,9 @@ KIVSESSION_API int kivsession_descriptor(kivsession* session, int* descriptor);
 
 /* Stops what is loading, and ends the session. Complete resources stay, and so do the bytes of
  * incomplete files. Lines that nobody received are lost, and threads that wait in
- * kivsession_receive() return KIVSESSION_CLOSED. Returns KIVSESSION_OK when the session's
- * thread has ended, and no sooner on any thread that closes it; KIVSESSION_CLOSED; or
- * KIVSESSION_INVALID in the log function. After KIVSESSION_SYSTEM it can be called again. A session
+ * kivsession_receive() return KIVSESSION_CLOSED. Returns KIVSESSION_OK only once the session's
+ * thread has ended, also if several threads close it; KIVSESSION_CLOSED; or KIVSESSION_INVALID in
+ * the log function. After KIVSESSION_SYSTEM it can be called again. A session
  * that is open when the process exits is closed then. */
 KIVSESSION_API int kivsession_close(kivsession* session);
 

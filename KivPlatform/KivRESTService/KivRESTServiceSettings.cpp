@@ -135,5 +135,11 @@ kiv::Result<KivRESTServiceSettings> KivRESTServiceSettings::fromDictionary(
                  if (!expected.empty()) status = invalid(name, "is to be " + expected);
                });
   if (!status) return std::move(status).error();
+  for (const std::string_view name : {"spoolDirectory", "certificateAuthoritiesPath"}) {
+    const auto path = dictionary[name].stringView();
+    if (!path.empty() && !path.starts_with('/')) {
+      return invalid(name, "is to be an absolute path, or empty");
+    }
+  }
   return settings;
 }

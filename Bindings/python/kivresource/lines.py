@@ -25,7 +25,7 @@ class ResourceMembers(TypedDict):
     updated: int
     #: True if all files of the resource are on disk now.
     filesExist: bool
-    #: The links of the files that are missing.
+    #: The links of the files that are missing; of a file that was there before, its path.
     missingFilesLinks: List[str]
     #: The paths of all files that the resource uses.
     useFilePaths: List[str]
@@ -38,8 +38,10 @@ class ResourceMembers(TypedDict):
 Tag = Union[str, float]
 
 
-#: A configuration: an object with the array "items", or the path of a file with one, best absolute.
-#: With null, or an object without that array, it is a configuration without items.
+#: A configuration: an object with the array "items", or the path of a file with one; a relative
+#: path starts at the working directory of the process. With null, or an object without that array,
+#: it is a configuration without items. README.md describes an item. A file is stored under the last
+#: component of its link: new contents need a new name.
 Config = Union[Dict[str, Any], str, None]
 
 
@@ -88,8 +90,8 @@ class VideoResource(ResourceMembers, _VideoResourceKind):
     votes: int
     #: The rating, in single precision: 4.7 comes as 4.699999809265137.
     rating: float
-    #: The links of the files that were missing when the resource was made, without those that have
-    #: come.
+    #: The links of the files that were missing when the resource was made, less those that have
+    #: arrived since.
     fileLinks: List[str]
     #: The paths of the files that are there, in the order in which they came.
     filePaths: List[str]
@@ -126,8 +128,8 @@ class StoredItem(TypedDict):
 
     #: Its absolute path.
     path: str
-    #: Its size on disk, for a directory with its contents; null if it cannot be determined. In
-    #: bytes.
+    #: What it takes on disk, for a directory with its contents; 0 in `missing`; null if it cannot
+    #: be determined. In bytes.
     size: Union[int, None]
     #: The identifier of a resource that needs it; null if none does.
     resourceID: Union[str, None]
@@ -147,8 +149,8 @@ class Settings(TypedDict):
     parallelTransfers: int
     #: How many threads move bytes. From 1 to 64. Default: 2.
     threads: int
-    #: The most that all transfers together receive; 0 for no limit. From 0 to 9007199254740991. In
-    #: bytes per second. Default: 0.
+    #: What all transfers together receive on average at most; 0 for no limit. A burst may be
+    #: faster. From 0 to 9007199254740991. In bytes per second. Default: 0.
     bandwidth: int
     #: The limit on look-up, connecting and TLS handshake together. From 1 to 86400000. In
     #: milliseconds. Default: 15000.
@@ -172,7 +174,8 @@ class Settings(TypedDict):
     largestPartials: int
     #: The URL of the proxy; empty for none, null for that of the environment. Default: null.
     proxy: Union[str, None]
-    #: The path of a PEM file of the authorities to trust; empty for the system's. Default: "".
+    #: The absolute path of a PEM file of the authorities to trust; empty for the system's. Default:
+    #: "".
     certificateAuthoritiesPath: str
     #: The User-Agent header. Default: "KivRESTService/1.0".
     userAgent: str
@@ -187,8 +190,8 @@ class SomeSettings(TypedDict, total=False):
     parallelTransfers: int
     #: How many threads move bytes. From 1 to 64. Default: 2.
     threads: int
-    #: The most that all transfers together receive; 0 for no limit. From 0 to 9007199254740991. In
-    #: bytes per second. Default: 0.
+    #: What all transfers together receive on average at most; 0 for no limit. A burst may be
+    #: faster. From 0 to 9007199254740991. In bytes per second. Default: 0.
     bandwidth: int
     #: The limit on look-up, connecting and TLS handshake together. From 1 to 86400000. In
     #: milliseconds. Default: 15000.
@@ -212,7 +215,8 @@ class SomeSettings(TypedDict, total=False):
     largestPartials: int
     #: The URL of the proxy; empty for none, null for that of the environment. Default: null.
     proxy: Union[str, None]
-    #: The path of a PEM file of the authorities to trust; empty for the system's. Default: "".
+    #: The absolute path of a PEM file of the authorities to trust; empty for the system's. Default:
+    #: "".
     certificateAuthoritiesPath: str
     #: The User-Agent header. Default: "KivRESTService/1.0".
     userAgent: str
@@ -223,7 +227,8 @@ class SomeSettings(TypedDict, total=False):
 class _OpenSettingsOptional(TypedDict, total=False):
     """What may be missing."""
 
-    #: The URL of the main server, which is put before each link; null for none. Default: null.
+    #: The URL of the main server, which is put before each link with one `/` between; null for
+    #: none. It is not checked: a bad one fails the files. Default: null.
     main: Union[str, None]
     #: The URL of the mirror; null for none. Default: null.
     reserve: Union[str, None]
@@ -241,7 +246,8 @@ class _OpenSettingsOptional(TypedDict, total=False):
 class OpenSettings(_OpenSettingsOptional):
     """What `kivsession_open()` takes. A member of another name is an error."""
 
-    #: The absolute path of the directory for the cache. It is created if it is missing.
+    #: The absolute path of the directory for the cache. It is created when something is stored; if
+    #: that fails, the state says why.
     root: str
 
 
@@ -255,7 +261,8 @@ class Tagged(TypedDict, total=False):
 class LoadResourcesForConfigCall(Tagged):
     """Starts a pass: loads the resources of the configuration that the cache does not have, or has in
     an older version. If downloads are in flight, the pass is refused: each resource is reported as
-    failed with the code 100, and the finish is reported; the earlier pass goes on.
+    failed with the code 100, and the finish is reported; the earlier pass goes on. The resources of
+    a refused pass say nothing about files on disk.
     """
 
     #: The name of the call.
@@ -288,8 +295,9 @@ class LoadResourcesWithTypeCall(Tagged):
 
 class UpdateResourcesForConfigCall(Tagged):
     """As loadResourcesForConfig; at the end of the pass, loaded resources that the configuration does
-    not name leave the cache's list. Their files stay on disk until cleanUpOrphans. A configuration
-    without a valid item removes nothing.
+    not name leave the list of loaded resources. No event says so: ask allLoadedResources after the
+    finish. Their files stay on disk until cleanUpOrphans. A configuration without a valid item
+    removes nothing.
     """
 
     #: The name of the call.
@@ -299,8 +307,9 @@ class UpdateResourcesForConfigCall(Tagged):
 
 
 class StopLoadingCall(Tagged):
-    """Cancels all downloads and reports the finish, also if there was nothing to cancel. Complete
-    resources stay, and so do the bytes of incomplete files.
+    """Cancels all downloads and reports the finish, also if there was nothing to cancel. A resource
+    whose download is cancelled is not reported. Complete resources stay, and so do the bytes of
+    incomplete files.
     """
 
     #: The name of the call.
@@ -315,9 +324,10 @@ class _WaitForFinishCallOptional(TypedDict, total=False):
 
 
 class WaitForFinishCall(Tagged, _WaitForFinishCallOptional):
-    """Makes the next call only after a didFinishLoading. Each wait uses one: if more were sent than
-    waits have used, it does not wait. When the time is over, the answer is the error `timeout`,
-    with or without a tag.
+    """Makes the next call only after a didFinishLoading. Each wait uses one of the session, whether or
+    not it was received: if one is unused, it does not wait. So a host uses either waits or events.
+    When the time is over, the answer is the error `timeout`, with or without a tag; this text does
+    not change.
     """
 
     #: The name of the call.
@@ -370,7 +380,8 @@ class LoadedResourcesWithTypeCall(Tagged):
 
 
 class StateCall(Tagged):
-    """Whether something is loading, and whether the saved list is in order."""
+    """Whether something is loading, and whether the list of loaded resources could be read and saved.
+    """
 
     #: The name of the call.
     call: Literal["state"]
@@ -427,9 +438,9 @@ class SetSettingsCall(Tagged):
 class _SetDomainsCallOptional(TypedDict, total=False):
     """What may be missing."""
 
-    #: The URL of the main server; null for none. Default: stays.
+    #: The URL of the main server; null for none. Default: unchanged.
     main: Union[str, None]
-    #: The URL of the mirror; null for none. Default: stays.
+    #: The URL of the mirror; null for none. Default: unchanged.
     reserve: Union[str, None]
 
 
@@ -567,7 +578,7 @@ class AuditResult(Tagged):
     orphaned: List[StoredItem]
     #: Orphaned directories without an `index.html`.
     partial: List[StoredItem]
-    #: Incomplete files, of this process or another.
+    #: Incomplete files under the root, of this process or another.
     temporary: List[StoredItem]
     #: True if a pass is running: what it has stored so far counts as orphaned.
     downloadsAreInFlight: bool
@@ -628,8 +639,11 @@ class SetDomainsResult(TypedDict):
 
 
 class DidLoadResourceEvent(TypedDict):
-    """A resource of the pass is loaded: all of its files are on disk. It is also sent for a resource
-    that was loaded before.
+    """A resource of the pass is loaded: all of its files are on disk. The files of an older version
+    are removed then; a host that shows them takes the new paths. It is also sent for a resource
+    that was loaded before, with the loaded version if that is newer than the item; if somebody has
+    removed its files since, `filesExist` is false, and the first pass of the next session loads
+    them again.
     """
 
     #: The name of the event.
@@ -652,10 +666,9 @@ class DidFailToLoadResourceEvent(TypedDict):
 
 
 class DidFinishLoadingEvent(TypedDict):
-    """No download is in flight any more: a pass is over or was stopped. It also comes when a pass was
-    refused. If files fail at once, because there is no server for example, it comes more than once
-    in a pass, the last time at the end; the answer of a state that is sent after it says whether
-    the pass is over.
+    """A pass is over, was stopped or was refused. If files fail at once, because there is no server
+    for example, it comes more than once in a pass, the last time at the end; the pass is over if
+    the answer of a state that is sent after it says `downloads` 0.
     """
 
     #: The name of the event.
@@ -663,9 +676,9 @@ class DidFinishLoadingEvent(TypedDict):
 
 
 class ProgressEvent(TypedDict):
-    """How far the downloads are, counted since there were none. After reportProgress it is sent at
-    most ten times a second while files are loading, and once after the last has ended; of several
-    that wait to be received only the newest is kept.
+    """How far the downloads are, counted from the moment when none was in flight. After reportProgress
+    it is sent at most ten times a second while files are loading, and once after the last has
+    ended; of several that wait to be received only the newest is kept.
     """
 
     #: The name of the event.
@@ -685,10 +698,10 @@ class ProgressEvent(TypedDict):
 
 
 class ErrorLine(Tagged):
-    """A line that begins with `error`: a call was not valid or could not be made, or a wait was over
-    in vain. It has the tag of that call, if it has one that could be read. Without a tag, the line
-    may also say that the list of the loaded resources could not be saved (once, until it was saved
-    again), or that memory ran out and lines were lost.
+    """A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
+    It has the tag of that call, if it has one that could be read. Without a tag, the line may also
+    say that the list of the loaded resources could not be saved (once, until it was saved again),
+    or that memory ran out and lines were lost.
     """
 
     #: A text for people, which may change in a later version.

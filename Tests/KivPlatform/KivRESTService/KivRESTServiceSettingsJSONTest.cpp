@@ -101,6 +101,10 @@ TEST(KivRESTServiceSettingsJSONTest, ErrorsNameTheFirstMember) {
       {R"({"userAgent":null})", R"(the setting "userAgent" is to be a string)"},
       {R"({"userAgent":"a\u0000b"})", R"(the setting "userAgent" is to be a string)"},
       {R"({"userAgent":"a\r\nX: b"})", R"(the setting "userAgent" is to be a string)"},
+      {R"({"spoolDirectory":"s"})",
+       R"(the setting "spoolDirectory" is to be an absolute path, or empty)"},
+      {R"({"certificateAuthoritiesPath":"c/d"})",
+       R"(the setting "certificateAuthoritiesPath" is to be an absolute path, or empty)"},
       {R"({"proxy":5})", R"(the setting "proxy" is to be a string or null)"},
       {R"({"http2":0,"threads":0})", R"(the setting "threads" )" + whole("1", "64")},
   };
