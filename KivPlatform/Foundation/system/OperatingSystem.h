@@ -4,8 +4,6 @@
 #include <optional>
 #include <string>
 
-#include "KivPlatform/Foundation/Export.h"
-
 /// What the operating system is asked about this process and this computer. Each system answers in
 /// a file of its own.
 namespace kiv::system {
@@ -27,7 +25,7 @@ std::chrono::nanoseconds processorTimeOfThisThread() noexcept;
 
 /// Boot ID: tells whether the computer has been restarted since a file was written without a sync.
 /// Empty if the system has none; two empty ones do not mean the same boot.
-KIV_EXPORT std::string bootID();
+std::string bootID();
 
 /// The directory of the file that this code was loaded from: the shared library, or the program
 /// that it is linked into. What the program was called with plays no part. Nothing if the system

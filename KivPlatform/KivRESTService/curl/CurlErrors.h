@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
 namespace kiv {
@@ -18,16 +17,15 @@ inline constexpr int resultOfTooLarge = 100;
 
 /// Maps libcurl's result codes to transfer errors. Codes that do not concern HTTP, and those of
 /// later versions, are `unknown`.
-KIV_EXPORT KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept;
+KivRESTServiceErrorCode errorCodeForCurlResult(int result) noexcept;
 
 /// True if a request over HTTP/2 gets that result when its connection, not just its stream, has
 /// ended.
-KIV_EXPORT bool isEndOfHTTP2Connection(int result) noexcept;
+bool isEndOfHTTP2Connection(int result) noexcept;
 
 /// Says why libcurl has rejected a server's certificate, as a clause for an error's message.
 /// `detail` is libcurl's message, which depends on its TLS library, and `verifyResult` that
 /// library's code. A message that is not recognised is quoted.
-KIV_EXPORT std::string certificateProblem(std::string_view server, std::string_view detail,
-                                          long verifyResult);
+std::string certificateProblem(std::string_view server, std::string_view detail, long verifyResult);
 
 }  // namespace kiv

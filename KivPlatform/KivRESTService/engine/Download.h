@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
@@ -22,7 +21,7 @@ class TransferWorker;
 
 /// One file that the client fetches, for every task with the same URLs. Owned by the scheduler;
 /// while it runs, its transfer is used by the worker's thread alone.
-struct KIV_EXPORT Download {
+struct Download {
   using Time = std::chrono::steady_clock::time_point;
 
   enum class State {

@@ -6,8 +6,6 @@
 #include <map>
 #include <string>
 
-#include "KivPlatform/Foundation/Export.h"
-
 namespace kiv {
 
 struct Download;
@@ -15,7 +13,7 @@ struct Download;
 /// The downloads that wait for a slot, ordered by how often they have yielded theirs, then by
 /// priority, highest first, then by age. Downloads with the same origins share a queue, so that a
 /// busy server costs a look at one of them and not at each.
-class KIV_EXPORT WaitingDownloads {
+class WaitingDownloads {
  public:
   /// The download must live until it is removed or taken.
   void add(Download& download);

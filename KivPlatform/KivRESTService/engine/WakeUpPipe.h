@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <optional>
 
-#include "KivPlatform/Foundation/Export.h"
-
 namespace kiv {
 
 /// A pipe that wakes up a thread which waits for descriptors.
@@ -12,7 +10,7 @@ namespace kiv {
 /// A host may close descriptors that it does not know, as a program does that becomes a daemon, and
 /// open other files under their numbers. So the pipe is verified before each use, and no other file
 /// is ever written, read or closed.
-class KIV_EXPORT WakeUpPipe {
+class WakeUpPipe {
  public:
   WakeUpPipe() noexcept;
   ~WakeUpPipe();

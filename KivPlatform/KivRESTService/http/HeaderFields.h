@@ -5,31 +5,29 @@
 #include <optional>
 #include <string_view>
 
-#include "KivPlatform/Foundation/Export.h"
-
 // The values of single header fields, which a server may send in any form.
 
 namespace kiv {
 
 /// True if the text is an entity tag (RFC 9110, 8.8.3), weak or strong. Anything else must not be
 /// sent back to a server: it could hold a line end, and so inject headers.
-KIV_EXPORT bool isEntityTag(std::string_view text) noexcept;
+bool isEntityTag(std::string_view text) noexcept;
 /// True if it is a strong entity tag. A weak one may stand for different bytes.
-KIV_EXPORT bool isStrongEntityTag(std::string_view text) noexcept;
+bool isStrongEntityTag(std::string_view text) noexcept;
 
 /// True if the text has only characters that an HTTP-date may have (RFC 9110, 5.6.7).
-KIV_EXPORT bool hasCharactersOfDate(std::string_view text) noexcept;
+bool hasCharactersOfDate(std::string_view text) noexcept;
 
 /// Parses an HTTP-date (RFC 9110, 5.6.7) into seconds since 1970; nothing if it is not one.
-KIV_EXPORT std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text);
+std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text);
 
 /// The current time in seconds since 1970.
-KIV_EXPORT std::int64_t secondsNow() noexcept;
+std::int64_t secondsNow() noexcept;
 
 /// Parses a Retry-After header: a number of seconds, or a date, which is compared with the
 /// response's Date if there is one. Nothing if it is neither. The result is between zero and a
 /// year.
-KIV_EXPORT std::optional<std::chrono::seconds> waitFromRetryAfter(std::string_view text,
-                                                                  std::optional<std::int64_t> date);
+std::optional<std::chrono::seconds> waitFromRetryAfter(std::string_view text,
+                                                       std::optional<std::int64_t> date);
 
 }  // namespace kiv

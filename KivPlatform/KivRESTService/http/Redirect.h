@@ -2,7 +2,6 @@
 
 #include <string_view>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/URL.h"
 
@@ -10,24 +9,24 @@ namespace kiv {
 
 /// Why the URL cannot be loaded, as a clause for a message; empty if it can: it has a host, and the
 /// scheme http or https.
-KIV_EXPORT std::string_view validateURL(const URL& url) noexcept;
+std::string_view validateURL(const URL& url) noexcept;
 
 /// True for the redirect statuses that lead to the same file.
-KIV_EXPORT bool isRedirect(int status) noexcept;
+bool isRedirect(int status) noexcept;
 
 /// Resolves a Location against the URL of its request. Fails if it may not be followed: to another
 /// scheme than http and https, or from https to http. Does not check the address.
-KIV_EXPORT Result<URL> redirectTarget(const URL& from, std::string_view location);
+Result<URL> redirectTarget(const URL& from, std::string_view location);
 
 // Private are all addresses that are not routed on the public Internet: loopback, private networks
 // (RFC 1918, RFC 4193), shared address space (RFC 6598), link-local, unspecified, multicast and
 // broadcast. An IPv6 address that embeds an IPv4 address is judged by that.
 
 /// True for a numeric IPv4 or IPv6 address that is not private; false for any other text.
-KIV_EXPORT bool isPublicAddress(std::string_view address) noexcept;
+bool isPublicAddress(std::string_view address) noexcept;
 
 /// True if the host of a URL is a private address, in brackets or not, or "localhost" or a name
 /// that ends with ".localhost".
-KIV_EXPORT bool isPrivateHost(std::string_view host) noexcept;
+bool isPrivateHost(std::string_view host) noexcept;
 
 }  // namespace kiv

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <utility>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
 namespace kiv {
@@ -38,7 +37,7 @@ struct RangeAsked {
 ///
 /// It is given the header lines, those of interim responses and trailers included, the sizes of the
 /// pieces of the body, and the end.
-class KIV_EXPORT ResponseCheck {
+class ResponseCheck {
  public:
   struct Problem {
     KivRESTServiceErrorCode code;

@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 
@@ -11,9 +10,8 @@ namespace kiv {
 
 /// An error with that code for the URL. Its message is one sentence that ends with `what`, a clause
 /// such as "the server sent two different lengths"; if that is empty, with a clause for the code.
-KIV_EXPORT Error transferError(KivRESTServiceErrorCode code, std::string_view url,
-                               std::string_view what = {});
+Error transferError(KivRESTServiceErrorCode code, std::string_view url, std::string_view what = {});
 /// The same transfer error for another URL.
-KIV_EXPORT Error sameTransferError(const Error& error, std::string_view url);
+Error sameTransferError(const Error& error, std::string_view url);
 
 }  // namespace kiv

@@ -8,7 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Result.h"
@@ -21,7 +20,7 @@ namespace kiv {
 class SpoolDirectory;
 
 /// A pool of reusable body buffers, to avoid page faults. Thread-safe.
-class KIV_EXPORT BodyBuffers : public std::enable_shared_from_this<BodyBuffers> {
+class BodyBuffers : public std::enable_shared_from_this<BodyBuffers> {
  public:
   /// Keeps unused buffers of at least `leastKept` bytes each and at most `most` bytes in total.
   explicit BodyBuffers(std::int64_t most);

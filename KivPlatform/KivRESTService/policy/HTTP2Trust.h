@@ -4,8 +4,6 @@
 #include <map>
 #include <string>
 
-#include "KivPlatform/Foundation/Export.h"
-
 namespace kiv {
 
 /// Remembers with which servers HTTP/2 does not work, so that not every file has to find out. A
@@ -13,7 +11,7 @@ namespace kiv {
 ///
 /// A request that offers HTTP/2 waits for a connection that is being made. Without need this would
 /// hold up the requests to a server that closes each connection after one response.
-class KIV_EXPORT HTTP2Trust {
+class HTTP2Trust {
  public:
   using Time = std::chrono::steady_clock::time_point;
 

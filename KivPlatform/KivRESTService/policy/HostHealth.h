@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "KivPlatform/Foundation/Export.h"
-
 namespace kiv {
 
 /// Whether a server may be tried.
@@ -23,7 +21,7 @@ enum class ServerState {
 ///
 /// An unreachable server is avoided for a while if there are others. One attempt at a time probes
 /// it for all tasks, until one reaches it.
-class KIV_EXPORT HostHealth {
+class HostHealth {
  public:
   using Time = std::chrono::steady_clock::time_point;
 

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstddef>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
@@ -13,7 +12,7 @@ namespace kiv {
 /// Where the round trip to the server takes a large part of a transfer, the line is idle meanwhile,
 /// and more transfers use it. Where the bytes take most of the time, as on slow lines, with large
 /// files and when there are enough transfers, more of them gain nothing.
-class KIV_EXPORT ParallelPlaces {
+class ParallelPlaces {
  public:
   using Duration = std::chrono::microseconds;
   using Time = std::chrono::steady_clock::time_point;

@@ -5,19 +5,18 @@
 #include <optional>
 #include <random>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
 /// True for statuses and errors after which the same request may succeed later.
-KIV_EXPORT bool isRetryable(std::int64_t statusCode) noexcept;
-KIV_EXPORT bool isRetryable(KivRESTServiceErrorCode code) noexcept;
+bool isRetryable(std::int64_t statusCode) noexcept;
+bool isRetryable(KivRESTServiceErrorCode code) noexcept;
 
 /// The wait before a retry: exponential back-off with full jitter, so that clients that failed
 /// together do not come back together.
-class KIV_EXPORT RetryPolicy {
+class RetryPolicy {
  public:
   using Milliseconds = std::chrono::milliseconds;
 

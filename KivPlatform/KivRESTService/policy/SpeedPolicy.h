@@ -5,13 +5,12 @@
 #include <cstdint>
 #include <optional>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
 
 namespace kiv {
 
 /// How fast a download has to be to continue, and to keep its slot while others wait.
-class KIV_EXPORT SpeedPolicy {
+class SpeedPolicy {
  public:
   using Duration = std::chrono::steady_clock::duration;
   using Time = std::chrono::steady_clock::time_point;
@@ -52,7 +51,7 @@ class KIV_EXPORT SpeedPolicy {
 };
 
 /// Measures the speed of a transfer over consecutive windows.
-class KIV_EXPORT SpeedMeter {
+class SpeedMeter {
  public:
   using Time = SpeedPolicy::Time;
 
@@ -71,7 +70,7 @@ class KIV_EXPORT SpeedMeter {
 };
 
 /// Measures for how long a connection that several requests share has brought nothing.
-class KIV_EXPORT SilenceMeter {
+class SilenceMeter {
  public:
   using Time = SpeedPolicy::Time;
 
@@ -91,7 +90,7 @@ class KIV_EXPORT SilenceMeter {
 ///
 /// libcurl limits the speed of each transfer, but short ones end before that takes effect. This
 /// limits a sequence of those.
-class KIV_EXPORT BandwidthBudget {
+class BandwidthBudget {
  public:
   using Time = SpeedPolicy::Time;
 

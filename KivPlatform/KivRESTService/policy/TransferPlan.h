@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/policy/AttemptResult.h"
 #include "KivPlatform/KivRESTService/policy/HostHealth.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
@@ -20,7 +19,7 @@ namespace kiv {
 /// After a retryable failure a server is tried again after a wait, and others meanwhile. The task's
 /// outcome depends only on what each server answered and on their order in the list, not on the
 /// order of the attempts.
-class KIV_EXPORT TransferPlan {
+class TransferPlan {
  public:
   using Time = std::chrono::steady_clock::time_point;
 

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 
 namespace kiv {
@@ -89,7 +88,7 @@ struct TransferSettings : KivRESTServiceSettings {
 
 /// The settings of clients that are made without any; KivRESTService::setDefaultSettings() sets the
 /// host's part of them. May be called from any thread.
-KIV_EXPORT TransferSettings defaultTransferSettings();
-KIV_EXPORT void setDefaultTransferSettings(TransferSettings settings);
+TransferSettings defaultTransferSettings();
+void setDefaultTransferSettings(TransferSettings settings);
 
 }  // namespace kiv
