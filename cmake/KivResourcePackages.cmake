@@ -12,7 +12,7 @@ set(CPACK_COMPONENTS_ALL Runtime Development Tool)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
-set(kivresource_library "libkivresource${PROJECT_VERSION_MAJOR}")
+set(kivresource_library "libkivresource${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 set(kivresource_same "(= ${PROJECT_VERSION})")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME "${kivresource_library}")
