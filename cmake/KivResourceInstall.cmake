@@ -12,7 +12,7 @@ install(TARGETS KivResource EXPORT KivResourceTargets
   ARCHIVE COMPONENT Development
   FILE_SET HEADERS DESTINATION "${kivresource_includedir}" COMPONENT Development)
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/InnerAdResources.bundle"
-  DESTINATION "${CMAKE_INSTALL_DATADIR}/KivResource" COMPONENT Runtime)
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/KivResource" COMPONENT Resources)
 
 install(EXPORT KivResourceTargets NAMESPACE KivResource::
   DESTINATION "${kivresource_cmakedir}" COMPONENT Development)
