@@ -367,11 +367,22 @@ Error errorOfFault(const Fault& fault, std::string_view text) {
   return Error(JSONErrorDomain, static_cast<int>(fault.code), message + ".");
 }
 
+/// simdjson does not check whether it got memory for strings, but asks for it again when it has
+/// none: so it is asked twice. If there is none then either, the larger part that it needs fails,
+/// and that it checks.
+error_code iterate(ondemand::parser& parser, const simdjson::padded_string_view& text,
+                   ondemand::document& document) {
+  if (parser.capacity() < text.length()) {
+    if (const error_code code = parser.allocate(text.length())) return code;
+  }
+  return parser.iterate(text).get(document);
+}
+
 Result<Value> readPadded(const simdjson::padded_string& padded) {
   const std::string_view text = padded;
   ondemand::parser parser;
   ondemand::document document;
-  if (const error_code code = parser.iterate(padded).get(document)) {
+  if (const error_code code = iterate(parser, padded, document)) {
     return errorOfFault(faultOfText(code, text), text);
   }
   Builder builder;
@@ -406,7 +417,7 @@ std::optional<Value> readElements(std::string_view text) {
       padded = copy;
     }
     ondemand::document document;
-    if (parser.iterate(padded).get(document)) return std::nullopt;
+    if (iterate(parser, padded, document)) return std::nullopt;
     array.append(builder.buildElement(document));
     if (builder.failed()) return std::nullopt;
   }

@@ -79,18 +79,23 @@ void TransferEngine::cancelAll() {
   wakeUpAll();
 }
 
+/// Allocates nothing, since destructors call it.
 void TransferEngine::stop() {
   if (isInherited()) return;
-  std::vector<std::thread> threads;
+  std::size_t count = 0;
   {
     const MutexLock lock(mutex_);
     stopped_ = true;
     added_.clear();
     wakeUpAll();
-    for (TransferThread& state : threads_)
-      threads.push_back(std::move(state.thread));
+    count = threads_.size();
   }
-  for (std::thread& thread : threads) {
+  for (std::size_t index = 0; index < count; ++index) {
+    std::thread thread;
+    {
+      const MutexLock lock(mutex_);
+      thread.swap(threads_[index].thread);
+    }
     if (thread.joinable()) thread.join();
   }
 }
