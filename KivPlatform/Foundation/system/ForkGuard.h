@@ -18,7 +18,7 @@ std::uint64_t forkDepth() noexcept;
 /// is created and destroyed while its thread holds none of them.
 class ForkGuard {
  public:
-  enum class Rank { orders, tasks, pendingBytes, exit, queues, queue, waits };
+  enum class Rank { orders, tasks, pendingBytes, exit, queues, queue, waits, log };
 
   ForkGuard(Mutex& mutex, Rank rank);
   ~ForkGuard();

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/Mutex.h"
+#include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/system/OperatingSystem.h"
 #include "KivPlatform/Foundation/text/ControlCharacters.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 struct Setting {
   Mutex mutex;
+  const ForkGuard forkGuard{mutex, ForkGuard::Rank::log};
   std::shared_ptr<const SystemLog::Handler> handler KIV_GUARDED_BY(mutex);
 };
 
@@ -26,6 +28,9 @@ Setting& setting() {
   static auto& shared = *new Setting;
   return shared;
 }
+
+/// Created before any thread may hold another mutex that is guarded in this way.
+[[maybe_unused]] const Setting& createdAtStart = setting();
 
 std::shared_ptr<const SystemLog::Handler> currentHandler() {
   const MutexLock lock(setting().mutex);
