@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <fcntl.h>
 #include <optional>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -45,6 +46,18 @@ Result<Value> readConfigurationFile(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return failure(errno, path);
   auto config = readConfiguration(descriptor, path);
+  close(descriptor);
+  return config;
+}
+
+Result<Value> readRegularConfigurationFile(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return failure(EINVAL, path);
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (descriptor < 0) return failure(errno, path);
+  struct stat status {};
+  const bool isRegular = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  auto config = isRegular ? readConfiguration(descriptor, path)
+                          : noConfiguration(path, "this is not a regular file");
   close(descriptor);
   return config;
 }

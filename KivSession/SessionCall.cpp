@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -69,7 +70,7 @@ class Arguments {
     if (objection_.empty()) objection_.append(1, '"').append(key).append("\" ").append(what);
   }
   Value configInFile(const std::string& path) {
-    auto config = readConfigurationFile(path);
+    auto config = readRegularConfigurationFile(path);
     if (config) return *std::move(config);
     if (objection_.empty()) objection_ = config.error().localizedDescription();
     return nullptr;
@@ -271,6 +272,9 @@ SessionCall readSessionCall(std::string_view line) {
     return SessionCall{{}, std::move(tag), Invalid{std::move(objection)}};
   };
   const auto value = JSON::read(line);
+  if (!value && value.error().code == static_cast<int>(JSONErrorCode::tooLarge)) {
+    throw std::bad_alloc();
+  }
   if (!value) return invalid(value.error().localizedDescription());
   if (!value->isDictionary()) return invalid("a call is a JSON object");
   const Dictionary& call = value->dictionary();

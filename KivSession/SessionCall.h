@@ -41,7 +41,7 @@ struct SessionCall {
   std::variant<Invalid, Operation, SetSettings, ReportProgress, WaitForFinish, Sleep> what;
 };
 
-/// Parses one line.
+/// Parses one line. Throws std::bad_alloc if there is no memory for it.
 SessionCall readSessionCall(std::string_view line);
 
 }  // namespace kiv::session
