@@ -53,6 +53,11 @@ void LineQueue::pushProgress(std::string_view line) noexcept {
   add(std::move(text), true);
 }
 
+void LineQueue::pushLoss() noexcept {
+  const MutexLock lock(mutex_);
+  add(nullptr, false);
+}
+
 void LineQueue::close() noexcept {
   const MutexLock lock(mutex_);
   isClosed_ = true;

@@ -34,6 +34,8 @@ class LineQueue {
   /// Replaces the line of progress that is waiting, if there is one: a slow host needs only the
   /// newest.
   void pushProgress(std::string_view line) noexcept;
+  /// A line was lost for want of memory.
+  void pushLoss() noexcept;
   /// No line is returned any more, and no thread waits.
   void close() noexcept;
 

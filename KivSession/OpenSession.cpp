@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -65,9 +66,9 @@ void OpenSession::start() {
 }
 
 void OpenSession::send(std::string call) {
-  DispatchQueue::main()->async([weak = weak_from_this(), call = std::move(call)] {
+  DispatchQueue::main()->async([weak = weak_from_this(), call = std::move(call)]() mutable {
     const auto self = weak.lock();
-    if (self && self->session_) self->session_->takeLine(call);
+    if (self && self->session_) self->session_->takeLine(std::move(call));
   });
 }
 
@@ -106,15 +107,22 @@ void OpenSession::runSession() {
       lines_->push(compactJSON(Dictionary{{"error", status.error().localizedDescription()}}));
     }
   }
-  session_ = std::make_shared<Session>(manager, [this](const Dictionary& line) {
-    const bool isProgress = line["event"] == Value("progress");
-    isProgress ? lines_->pushProgress(compactJSON(line)) : lines_->push(compactJSON(line));
-  });
+  session_ = std::make_shared<Session>(manager, [this](const Dictionary& line) { putOut(line); });
   manager->addObserver(session_, queue);
   session_->run();
   session_.reset();
   manager.reset();
   while (queue->drain() > 0) {
+  }
+}
+
+void OpenSession::putOut(const Dictionary& line) noexcept {
+  try {
+    const auto& event = line["event"];
+    const bool isProgress = event.isString() && event.stringView() == "progress";
+    isProgress ? lines_->pushProgress(compactJSON(line)) : lines_->push(compactJSON(line));
+  } catch (const std::bad_alloc&) {
+    lines_->pushLoss();
   }
 }
 

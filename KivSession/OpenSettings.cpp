@@ -1,6 +1,7 @@
 #include "KivSession/OpenSettings.h"
 
 #include <algorithm>
+#include <new>
 #include <system_error>
 
 #include "KivResource/KivResource.h"
@@ -55,6 +56,9 @@ std::optional<std::string> textOf(const Value& value) {
 
 Result<OpenSettings> OpenSettings::read(std::string_view text) {
   const auto value = JSON::read(text);
+  if (!value && value.error().code == static_cast<int>(JSONErrorCode::tooLarge)) {
+    throw std::bad_alloc();
+  }
   if (!value) return invalid(value.error().localizedDescription());
   if (!value->isDictionary()) return invalid("the settings are to be a JSON object");
   const Dictionary& members = value->dictionary();

@@ -16,11 +16,12 @@ void Session::run() {
   while (!isOver()) {
     queue->drainFor(untilDeadline());
     endWaitingWhenDue();
+    scheduleNextCall();
   }
   if (isStopped_) manager_->stopLoading();
   while (queue->drain() > 0) {
   }
-  tellOfSaving();
+  orTellOfLoss([this] { tellOfSaving(); });
 }
 
 bool Session::isOver() const {
@@ -30,25 +31,31 @@ bool Session::isOver() const {
 }
 
 std::chrono::milliseconds Session::untilDeadline() const {
-  if (waiting_ == Waiting::no) return std::chrono::hours(1);
+  if (waiting_ == Waiting::no) {
+    // If there was no memory to schedule the next call, that is tried again.
+    const bool isCallDue = !lines_.empty() && !isScheduled_;
+    return isCallDue ? std::chrono::milliseconds(100) : std::chrono::hours(1);
+  }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
   return std::max(left, std::chrono::milliseconds(0));
 }
 
 void Session::endWaitingWhenDue() {
   if (waiting_ == Waiting::no || Clock::now() < deadline_) return;
-  if (waiting_ == Waiting::forFinish) {
-    answer({{"error", "timeout"}});
-  } else {
-    answerDone();
-  }
+  orTellOfLoss([this] {
+    if (waiting_ == Waiting::forFinish) {
+      answer({{"error", "timeout"}});
+    } else {
+      answerDone();
+    }
+  });
   endWaiting();
 }
 
 // --- Input ---------------------------------------------------------------------------------------
 
 void Session::takeLine(std::string line) {
-  lines_.push_back(std::move(line));
+  orTellOfLoss([&] { lines_.push_back(std::move(line)); });
   scheduleNextCall();
 }
 
@@ -65,17 +72,24 @@ void Session::stop() {
 /// The next call is a separate job, so it runs after the callbacks that the previous call has
 /// posted.
 void Session::scheduleNextCall() {
-  if (lines_.empty() || waiting_ != Waiting::no || std::exchange(isScheduled_, true)) return;
-  DispatchQueue::main()->async([self = shared_from_this()] { self->makeNextCall(); });
+  if (lines_.empty() || waiting_ != Waiting::no || isScheduled_) return;
+  try {
+    DispatchQueue::main()->async([self = shared_from_this()] { self->makeNextCall(); });
+    isScheduled_ = true;
+  } catch (const std::bad_alloc&) {  // run() tries it again
+  }
 }
 
 void Session::makeNextCall() {
   isScheduled_ = false;
   if (isStopped_) return;
-  call_ = readSessionCall(std::exchange(lines_.front(), {}));
+  const auto line = std::exchange(lines_.front(), {});
   lines_.pop_front();
-  const auto call = std::exchange(call_.what, {});  // a configuration may be large
-  std::visit([this](const auto& what) { make(what); }, call);
+  orTellOfLoss([&] {
+    call_ = readSessionCall(line);
+    const auto call = std::exchange(call_.what, {});  // a configuration may be large
+    std::visit([this](const auto& what) { make(what); }, call);
+  });
   scheduleNextCall();
 }
 
@@ -115,7 +129,8 @@ void Session::setProgressHandler() {
   const auto client = manager_->loader()->restService();
   if (!reportsProgress_) return client->setProgressHandler({});
   client->setProgressHandler([weak = weak_from_this()](const KivRESTServiceProgress& progress) {
-    if (const auto self = weak.lock()) self->putOut(progressLine(progress));
+    const auto self = weak.lock();
+    if (self) self->orTellOfLoss([&] { self->putOut(progressLine(progress)); });
   });
 }
 
@@ -161,12 +176,12 @@ void Session::endWaiting() {
 
 void Session::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) {
   SessionEvents::resourceManagerDidFinishLoading(manager);
-  tellOfSaving();
+  orTellOfLoss([this] { tellOfSaving(); });
   if (waiting_ != Waiting::forFinish) {
     ++unusedFinishes_;
     return;
   }
-  answerDone();
+  orTellOfLoss([this] { answerDone(); });
   endWaiting();
 }
 

@@ -6,19 +6,23 @@ namespace kiv::session {
 
 void SessionEvents::resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
                                                     const std::shared_ptr<KivResource>& resource) {
-  putOut({{"event", "didLoadResource"}, {"resource", resourceJSON(*resource)}});
+  orTellOfLoss([&] {
+    putOut({{"event", "didLoadResource"}, {"resource", resourceJSON(*resource)}});
+  });
 }
 
 void SessionEvents::resourceManager_didFailToLoadResource_withError(
     const std::shared_ptr<KivResourceManager>&, const std::shared_ptr<KivResource>& resource,
     const std::optional<Error>& error) {
-  putOut({{"event", "didFailToLoadResource"},
-          {"resource", resourceJSON(*resource)},
-          {"error", errorJSON(error)}});
+  orTellOfLoss([&] {
+    putOut({{"event", "didFailToLoadResource"},
+            {"resource", resourceJSON(*resource)},
+            {"error", errorJSON(error)}});
+  });
 }
 
 void SessionEvents::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>&) {
-  putOut({{"event", "didFinishLoading"}});
+  orTellOfLoss([&] { putOut({{"event", "didFinishLoading"}}); });
 }
 
 Dictionary progressLine(const KivRESTServiceProgress& progress) {

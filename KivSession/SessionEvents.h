@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <new>
 #include <utility>
 
 #include "KivResource/KivResource.h"
@@ -25,9 +26,20 @@ class SessionEvents : public KivResourceManagerObserver {
 
  protected:
   void putOut(const Dictionary& line) const { output_(line); }
+  /// Runs the function, which puts out lines. If there is no memory for them, a line tells so: a
+  /// host may be waiting for them.
+  template <class Function>
+  void orTellOfLoss(const Function& function) const {
+    try {
+      function();
+    } catch (const std::bad_alloc&) {
+      output_(lossLine_);
+    }
+  }
 
  private:
   const Output output_;
+  const Dictionary lossLine_{{"error", "memory ran out, and lines were lost"}};
 };
 
 /// The progress of a pass as a line.
