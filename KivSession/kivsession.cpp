@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -27,8 +28,6 @@ using kiv::session::LineQueue;
 using kiv::session::OpenSession;
 using kiv::session::OpenSettings;
 
-thread_local int depthOfLogFunction = 0;
-
 /// The open session of the process.
 class Registry {
  public:
@@ -38,6 +37,10 @@ class Registry {
     return registry;
   }
 
+  /// False if the process exits, or this is a forked child. Otherwise the caller calls
+  /// endOpeningCall(): what kivsession_open() uses is not cleaned up before.
+  bool beginOpeningCall();
+  void endOpeningCall() noexcept;
   /// BUSY if there is one, or one is being opened or closed. Otherwise the caller calls
   /// finishOpening().
   int beginOpening();
@@ -63,21 +66,44 @@ class Registry {
   kiv::Mutex mutex_;
   State state_ KIV_GUARDED_BY(mutex_) = State::none;
   std::shared_ptr<OpenSession> session_ KIV_GUARDED_BY(mutex_);
+  bool isExiting_ KIV_GUARDED_BY(mutex_) = false;
+  int openingCalls_ KIV_GUARDED_BY(mutex_) = 0;  ///< That exit() waits for.
+  std::condition_variable callEnded_;
   std::uintptr_t number_ KIV_GUARDED_BY(mutex_) = 0;  ///< Of the session that was opened last.
 };
+
+void closeAtExit() {
+  try {
+    Registry::shared().closeAtExit();
+  } catch (const std::exception&) {  // no memory to stop it
+  }
+}
 
 /// The exit handlers of the libraries that the framework uses are registered first, so that ours
 /// runs before them.
 void prepareForExit() {
   static const bool isPrepared = [] {
     KivRESTService::initializeLibraries();
-    return std::atexit([] { Registry::shared().closeAtExit(); }) == 0;
+    return std::atexit(&closeAtExit) == 0;
   }();
   static_cast<void>(isPrepared);
 }
 
+bool Registry::beginOpeningCall() {
+  if (isForkedChild()) return false;
+  const kiv::MutexLock lock(mutex_);
+  if (isExiting_) return false;
+  ++openingCalls_;
+  return true;
+}
+
+void Registry::endOpeningCall() noexcept {
+  const kiv::MutexLock lock(mutex_);
+  --openingCalls_;
+  callEnded_.notify_all();
+}
+
 int Registry::beginOpening() {
-  if (isForkedChild()) return KIVSESSION_BUSY;
   const kiv::MutexLock lock(mutex_);
   if (state_ != State::none) return KIVSESSION_BUSY;
   state_ = State::opening;
@@ -120,8 +146,13 @@ void Registry::closeAtExit() {
   if (isForkedChild()) return;
   std::shared_ptr<OpenSession> session;
   {
-    const kiv::MutexLock lock(mutex_);
-    state_ = State::closing;  // for good
+    constexpr std::chrono::seconds longestOpening{30};
+    kiv::MutexLock lock(mutex_);
+    isExiting_ = true;
+    const auto deadline = std::chrono::steady_clock::now() + longestOpening;
+    while (openingCalls_ > 0 && lock.waitUntil(callEnded_, deadline) != std::cv_status::timeout) {
+    }
+    state_ = State::closing;
     session = session_;
   }
   if (session && !session->isOnItsThread()) session->close();
@@ -149,7 +180,7 @@ int fail(int result, const std::string& reason, char** message) {
   return result;
 }
 
-int open(const char* text, kivsession** session, char** message) {
+int openWhileRunning(const char* text, kivsession** session, char** message) {
   if (!text) return fail(KIVSESSION_INVALID, "there are no settings", message);
   auto settings = OpenSettings::read(text);
   if (!settings) {
@@ -170,6 +201,16 @@ int open(const char* text, kivsession** session, char** message) {
   return fail(result, "the system has no memory, thread or descriptor left", message);
 }
 
+int open(const char* text, kivsession** session, char** message) {
+  auto& registry = Registry::shared();
+  if (!registry.beginOpeningCall()) {
+    return fail(KIVSESSION_BUSY, "the process ends, or was forked with a session", message);
+  }
+  const int result = guarded([&] { return openWhileRunning(text, session, message); });
+  registry.endOpeningCall();
+  return result;
+}
+
 int resultOf(LineQueue::Outcome outcome) {
   switch (outcome) {
     case LineQueue::Outcome::line:
@@ -184,11 +225,21 @@ int resultOf(LineQueue::Outcome outcome) {
   return KIVSESSION_SYSTEM;
 }
 
+/// While the log function runs, which may throw if the host is in C++.
+class InLogFunction {
+ public:
+  InLogFunction() noexcept { ++depth; }
+  ~InLogFunction() { --depth; }
+  InLogFunction(const InLogFunction&) = delete;
+  InLogFunction& operator=(const InLogFunction&) = delete;
+
+  static inline thread_local int depth = 0;
+};
+
 void callLogFunction(kivsession_log* function, void* context, std::string_view line) {
   const std::string text(line);
-  ++depthOfLogFunction;
+  const InLogFunction running;
   function(context, text.c_str());
-  --depthOfLogFunction;
 }
 
 }  // namespace
@@ -239,7 +290,7 @@ int kivsession_descriptor(kivsession* session, int* descriptor) {
 }
 
 int kivsession_close(kivsession* session) {
-  if (depthOfLogFunction > 0) return KIVSESSION_INVALID;
+  if (InLogFunction::depth > 0) return KIVSESSION_INVALID;
   return guarded([&] {
     auto& registry = Registry::shared();
     const auto opened = registry.beginClosing(session);
