@@ -1,0 +1,19 @@
+// fork() with an open session; see SessionAfterFork.cpp.
+
+#include <gtest/gtest.h>
+
+#include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+namespace {
+
+using namespace kiv::test;
+
+TEST(kivsessionForkTest, AChildHasNoSessionAndTheParentsGoesOn) {
+  const TemporaryDirectory directory;
+  ChildProcess host(SESSION_AFTER_FORK, {directory.path()});
+  ASSERT_TRUE(host.hasStarted());
+  EXPECT_EQ(host.waitForExit(), 0);
+}
+
+}  // namespace
