@@ -79,8 +79,8 @@ KIVSESSION_API int kivsession_receive(kivsession* session, int timeout_ms, char*
 KIVSESSION_API int kivsession_descriptor(kivsession* session, int* descriptor);
 
 /* Stops what is loading, and ends the session. Complete resources stay, and so do the bytes of
- * incomplete files. Lines that nobody received are lost, and threads that wait in
- * kivsession_receive() return KIVSESSION_CLOSED. Returns KIVSESSION_OK only once the session's
+ * incomplete files. Lines that nobody received are lost; threads that wait in kivsession_receive()
+ * may get the last ones, and then KIVSESSION_CLOSED. Returns KIVSESSION_OK only once the session's
  * thread has ended, also if several threads close it; KIVSESSION_CLOSED; or KIVSESSION_INVALID in
  * the log function. After KIVSESSION_SYSTEM it can be called again. A session
  * that is open when the process exits is closed then. */
