@@ -13,6 +13,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <pthread.h>
 #include <string>
 #include <unistd.h>
 
@@ -165,9 +166,22 @@ char* copyOf(const std::string& text) {
   return copy;
 }
 
+/// Keeps pthread_cancel() from unwinding the thread through this library.
+class NoCancellation {
+ public:
+  NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_); }
+  ~NoCancellation() { pthread_setcancelstate(former_, nullptr); }
+  NoCancellation(const NoCancellation&) = delete;
+  NoCancellation& operator=(const NoCancellation&) = delete;
+
+ private:
+  int former_ = PTHREAD_CANCEL_ENABLE;
+};
+
 /// Runs the function, which returns one of the results.
 template <class Function>
 int guarded(const Function& function) noexcept {
+  const NoCancellation noCancellation;
   try {
     return function();
   } catch (const std::exception&) {  // no memory
