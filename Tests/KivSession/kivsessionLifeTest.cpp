@@ -83,7 +83,9 @@ TEST(kivsessionLifeTest, AFailureToOpenLeavesNoHandleAndOneLineOfText) {
   const TemporaryDirectory directory;
   const std::string valid = R"({"root":")" + directory.path() + "\"}";
   const std::string nothing;
-  const std::string long10MB = R"({"root":"/)" + std::string(10'000'000, 'a') + "\n\"}";
+  std::string long10MB = R"({"root":"/)";
+  long10MB.resize(10'000'000, 'a');
+  long10MB += "\n\"}";
   const std::string deep(1'000'000, '[');
   for (const char* const settings :
        {static_cast<const char*>(nullptr), nothing.c_str(), "{}", "null", "{\"root\":\"\xff\"}",
