@@ -104,7 +104,7 @@ class KivRESTService::Implementation {
   void cancelAll() {
     // Releasing a handler may destroy the client, so no member is used after that.
     const auto ledger = ledger_;
-    kiv::TaskLedger::Tasks tasks;
+    kiv::TaskLedger::HeldTasks tasks;
     {
       const kiv::MutexLock lock(ordersMutex_);
       tasks = ledger->takeAll();

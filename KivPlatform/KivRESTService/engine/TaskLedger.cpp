@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -53,15 +54,13 @@ TaskLedger::Tasks TaskLedger::tasks() const {
   return tasks;
 }
 
-TaskLedger::Tasks TaskLedger::takeAll() {
-  Tasks tasks;
+/// Allocates nothing, since a destructor calls it.
+TaskLedger::HeldTasks TaskLedger::takeAll() noexcept {
+  HeldTasks tasks;
   TaskResults dropped;
   {
     const MutexLock lock(mutex_);
-    tasks.reserve(held_.size());
-    for (auto& [id, task] : held_)
-      tasks.push_back(std::move(task));
-    held_.clear();
+    tasks.swap(held_);
     heldTasks_.clear();
     report_.reset();
     dropped.swap(ended_);
@@ -288,16 +287,17 @@ void TaskLedger::showProgress() {
   if (observer) (*observer)(report->client);
 }
 
-void TaskLedger::releaseHandlers(Tasks tasks) const {
+void TaskLedger::releaseHandlers(HeldTasks tasks) const noexcept {
   if (tasks.empty()) return;
-  const auto release = [](const Tasks& cancelled) {
-    for (const auto& task : cancelled)
+  const auto release = [](const HeldTasks& cancelled) {
+    for (const auto& [id, task] : cancelled)
       task->setCompletionHandler(nullptr);
   };
-  if (DispatchQueue::current() == queue_) {
+  if (DispatchQueue::current() == queue_) return release(tasks);
+  try {
+    queue_->async([release, tasks] { release(tasks); });
+  } catch (const std::bad_alloc&) {
     release(tasks);
-  } else {
-    queue_->async([release, tasks = std::move(tasks)] { release(tasks); });
   }
 }
 

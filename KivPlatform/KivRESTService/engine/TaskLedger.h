@@ -29,6 +29,7 @@ namespace kiv {
 class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
  public:
   using Tasks = std::vector<std::shared_ptr<KivRESTServiceTask>>;
+  using HeldTasks = std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>>;
 
   using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
   using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
@@ -47,7 +48,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   /// The tasks, in the order in which they were added.
   [[nodiscard]] Tasks tasks() const;
   /// Takes out all tasks.
-  [[nodiscard]] Tasks takeAll();
+  [[nodiscard]] HeldTasks takeAll() noexcept;
   using Time = CompletionPace::Time;
 
   /// Completes the tasks with those IDs on the queue, each only if it is still held then.
@@ -66,8 +67,8 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   void report(ProgressReport report);
 
   /// Releases the handlers of tasks that were taken out, on the queue: at once if this is the
-  /// queue, otherwise by a job.
-  void releaseHandlers(Tasks tasks) const;
+  /// queue, otherwise by a job, or here if there is no memory for one.
+  void releaseHandlers(HeldTasks tasks) const noexcept;
 
  private:
   void end(TaskResults results, bool isUrgent);
@@ -98,7 +99,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
 
   mutable Mutex mutex_;  // not held while a job is added: that calls the host's wake-up handler
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::tasks};
-  std::map<std::uint64_t, std::shared_ptr<KivRESTServiceTask>> held_ KIV_GUARDED_BY(mutex_);
+  HeldTasks held_ KIV_GUARDED_BY(mutex_);
   std::unordered_set<const KivRESTServiceTask*> heldTasks_ KIV_GUARDED_BY(mutex_);
   std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
   TaskResults ended_ KIV_GUARDED_BY(mutex_);  // held, and waiting for a job
