@@ -106,8 +106,9 @@ void Session::make(const SessionCall::Operation& operation) {
     line.set(entry.key(), entry.value);
   // The callbacks of what has happened may still wait in the queue. They are put out first, so that
   // a host never hears of a resource later than of a state without downloads.
-  DispatchQueue::main()->async(
-      [self = shared_from_this(), line = std::move(line)] { self->answer(line); });
+  DispatchQueue::main()->async([self = shared_from_this(), line = std::move(line)] {
+    self->orTellOfLoss([&] { self->answer(line); });
+  });
 }
 
 void Session::make(const SessionCall::SetSettings& call) {
