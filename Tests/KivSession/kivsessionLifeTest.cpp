@@ -46,7 +46,8 @@ kivsession* asHandle(std::uintptr_t value) {
 std::vector<kivsession*> strangeHandles(kivsession* open) {
   const auto number = reinterpret_cast<std::uintptr_t>(open);
   auto freed = std::make_unique<int>();
-  auto* const former = reinterpret_cast<kivsession*>(freed.get());
+  // volatile, or gcc warns of a use of the freed object.
+  const volatile auto former = reinterpret_cast<std::uintptr_t>(freed.get());
   freed.reset();
   static int variable = 0;
   return {nullptr,
@@ -54,7 +55,7 @@ std::vector<kivsession*> strangeHandles(kivsession* open) {
           asHandle(number + 1),
           asHandle(~number),
           asHandle(UINTPTR_MAX),
-          former,
+          asHandle(former),
           reinterpret_cast<kivsession*>(&variable),
           reinterpret_cast<kivsession*>(&kivsession_open)};
 }
