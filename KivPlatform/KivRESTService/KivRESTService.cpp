@@ -65,9 +65,9 @@ class KivRESTService::Implementation {
             [ledger = ledger_] { return ledger->addDueJobs(); }) {}
 
   ~Implementation() {
-    auto tasks = ledger_->takeAll();
+    const auto tasks = ledger_->takeAll();
     engine_.stop();
-    ledger_->releaseHandlers(std::move(tasks));
+    ledger_->releaseHandlers(tasks);
   }
 
   Implementation(const Implementation&) = delete;
@@ -110,7 +110,7 @@ class KivRESTService::Implementation {
       tasks = ledger->takeAll();
       engine_.cancelAll();
     }
-    ledger->releaseHandlers(std::move(tasks));
+    ledger->releaseHandlers(tasks);
   }
 
  private:

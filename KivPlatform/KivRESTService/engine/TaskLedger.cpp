@@ -287,7 +287,7 @@ void TaskLedger::showProgress() {
   if (observer) (*observer)(report->client);
 }
 
-void TaskLedger::releaseHandlers(HeldTasks tasks) const noexcept {
+void TaskLedger::releaseHandlers(const HeldTasks& tasks) const noexcept {
   if (tasks.empty()) return;
   const auto release = [](const HeldTasks& cancelled) {
     for (const auto& [id, task] : cancelled)

@@ -68,7 +68,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
 
   /// Releases the handlers of tasks that were taken out, on the queue: at once if this is the
   /// queue, otherwise by a job, or here if there is no memory for one.
-  void releaseHandlers(HeldTasks tasks) const noexcept;
+  void releaseHandlers(const HeldTasks& tasks) const noexcept;
 
  private:
   void end(TaskResults results, bool isUrgent);
