@@ -39,27 +39,34 @@ std::optional<std::string> readToEnd(int descriptor) {
   }
 }
 
-}  // namespace
+bool isRegularFile(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
 
-Result<Value> readConfigurationFile(const std::string& path) {
+enum class Kind { any, regular };
+
+Result<Value> readFile(const std::string& path, Kind kind) {
   if (path.find('\0') != std::string::npos) return failure(EINVAL, path);
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // Opening a pipe would wait for its writer.
+  const int flags = kind == Kind::regular ? O_NONBLOCK | O_NOCTTY : 0;
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | flags);
   if (descriptor < 0) return failure(errno, path);
-  auto config = readConfiguration(descriptor, path);
+  auto config = kind == Kind::any || isRegularFile(descriptor)
+                    ? readConfiguration(descriptor, path)
+                    : noConfiguration(path, "this is not a regular file");
   close(descriptor);
   return config;
 }
 
+}  // namespace
+
+Result<Value> readConfigurationFile(const std::string& path) {
+  return readFile(path, Kind::any);
+}
+
 Result<Value> readRegularConfigurationFile(const std::string& path) {
-  if (path.find('\0') != std::string::npos) return failure(EINVAL, path);
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (descriptor < 0) return failure(errno, path);
-  struct stat status {};
-  const bool isRegular = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-  auto config = isRegular ? readConfiguration(descriptor, path)
-                          : noConfiguration(path, "this is not a regular file");
-  close(descriptor);
-  return config;
+  return readFile(path, Kind::regular);
 }
 
 Result<Value> readConfiguration(int descriptor, const std::string& name) {
