@@ -229,8 +229,8 @@ export interface Tagged {
 /**
  * Starts a pass: loads the resources of the configuration that the cache does not have, or has in
  * an older version. If downloads are in flight, the pass is refused: each resource is reported as
- * failed with the code 100, and the finish is reported; the earlier pass goes on. The resources of
- * a refused pass say nothing about files on disk.
+ * failed with the code 100, and the finish is reported; the earlier pass goes on. In these
+ * failures, the members of a resource do not tell which files are on disk.
  */
 export interface LoadResourcesForConfigCall extends Tagged {
   /** The name of the call. */

@@ -1,6 +1,6 @@
 // Forks repeatedly while threads use a session. In each child every function returns at once, and
-// the parent's session goes on. The exit code is the number of children that did not end as
-// expected. Run by kivsessionForkTest.
+// the parent's session keeps working. The exit code is the number of failures. Run by
+// kivsessionForkTest.
 //
 //     SessionAfterFork ROOT
 

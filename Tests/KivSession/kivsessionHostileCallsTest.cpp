@@ -1,5 +1,5 @@
 // Calls that a program may send by a mistake or with malice. Each is answered by one line of JSON,
-// and the session goes on.
+// and the session keeps working.
 
 #include <algorithm>
 #include <filesystem>
