@@ -203,6 +203,8 @@ class KIV_EXPORT KivResourceManager final
   void handle(Arrival& arrival);
   static std::optional<kiv::Error> save(Arrival& arrival, std::string_view fileName);
   void store(Arrival& arrival);
+  /// setLoadedFile:forResource:, when nothing is left to settle.
+  void takeLoadedFile(const std::string& path, const std::shared_ptr<KivResource>& resource);
   /// Begins a step (see ManagerStep). The outermost one begins with the waiting arrivals.
   kiv::ManagerStep beginStep();
   void endStep();

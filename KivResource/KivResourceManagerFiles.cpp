@@ -211,7 +211,7 @@ std::optional<kiv::Error> KivResourceManager::save(Arrival& arrival, std::string
 void KivResourceManager::store(Arrival& arrival) {
   const std::string_view fileName = kiv::path::lastPathComponent(arrival.fileLink);
   const auto item = KivResourceStorageModule::pathOfItemSavedWithName(fileName);
-  settleBefore(item && removals_->affectSaving(*item));
+  settleBefore((item && removals_->affectSaving(*item)) || removals_->affect(*arrival.resource));
   if (!savings_) savings_.emplace();
   if (const auto error = save(arrival, fileName)) {
     announceFailed(arrival.resource, error);
@@ -219,10 +219,12 @@ void KivResourceManager::store(Arrival& arrival) {
   }
   const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
   if (!path) return;
-  // The resource need not ask for the stored file again. A packaged one may be a link.
-  const auto known = path == item ? kiv::FileListing(*path) : kiv::FileListing();
+  if (path != item) return setLoadedFile_forResource(*path, arrival.resource);
+  // The resource need not ask for the file that was stored just now. Nothing is settled from here
+  // on, since that may wait for another process, which may remove the file.
+  const kiv::FileListing known(*path);
   const kiv::FileListing::Use use(known);
-  setLoadedFile_forResource(*path, arrival.resource);
+  takeLoadedFile(*path, arrival.resource);
 }
 
 void KivResourceManager::setLoadedFile_forResource(const std::string& path,
@@ -231,6 +233,11 @@ void KivResourceManager::setLoadedFile_forResource(const std::string& path,
   if (!resource) return;
   const auto step = beginStep();
   settleBefore(removals_->affect(path) || removals_->affect(*resource));
+  takeLoadedFile(path, resource);
+}
+
+void KivResourceManager::takeLoadedFile(const std::string& path,
+                                        const std::shared_ptr<KivResource>& resource) {
   resource->setPath(path);
   if (!resource->filesExist()) return;
   loadedResources_->append(resource);

@@ -33,6 +33,14 @@ FileManager& files() {
   return FileManager::defaultManager();
 }
 
+std::string lockPath() {
+  return KivResourceStorageModule::resourcesListPath() + std::string(lockSuffix);
+}
+
+bool isHeldByAnother(const Result<std::unique_ptr<FileLock>>& lock) {
+  return !lock && isSystemError(lock.error(), std::errc::resource_unavailable_try_again);
+}
+
 void append(ResourceArray& all, ResourceArray& more) {
   all.insert(all.end(), more.begin(), more.end());
 }
@@ -59,7 +67,7 @@ void logUnwritable(const KivResource& resource, const Error& error) {
 
 void SavedList::restore(ResourceList& registry, FileListing& listing) {
   KivResourceStorageModule::makeResourcesListsPrivate();  // lists of older versions are not
-  base_ = read().value_or(Array());
+  readAtStart();
   const FileListing::Use use(listing.refreshed(base_.size()));
   for (const Value& entry : base_) {
     auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
@@ -67,6 +75,17 @@ void SavedList::restore(ResourceList& registry, FileListing& listing) {
     const bool filesExist = resource && resource->missingFilesLinks().empty();
     if (filesExist) registry.append(std::move(resource));
   }
+}
+
+/// The process that holds the lock may be about to remove files that its list does not name any
+/// more, and that are there until then. So a list that is read meanwhile counts as changed: the
+/// next save looks for the files again.
+void SavedList::readAtStart() {
+  const std::string path = lockPath();
+  const bool isShared = files().itemExistsAtPath(path);
+  const auto lock = isShared ? files().lockFileAtPath(path) : nullptr;
+  base_ = read().value_or(Array());
+  if (isHeldByAnother(lock)) identity_.reset();
 }
 
 /// To be called before the contents are read, so that a list that is replaced meanwhile is
@@ -151,24 +170,20 @@ SavedList::Access::Access(SavedList& list, ResourceList& registry)
 
 /// A file system without locks is no failure: the lock is nullptr then.
 Result<std::unique_ptr<FileLock>> SavedList::lock() {
-  const std::string list = KivResourceStorageModule::resourcesListPath();
-  const std::string path = list + std::string(lockSuffix);
+  const std::string path = lockPath();
   const auto deadline = std::chrono::steady_clock::now() + patience;
   auto lock = files().lockFileAtPath(path);
   if (!lock && isSystemError(lock.error(), std::errc::no_such_file_or_directory)) {
     // If this fails, the lock fails too, with the reason.
-    static_cast<void>(files().createDirectoryAtPath(path::deletingLastPathComponent(list)));
+    static_cast<void>(files().createDirectoryAtPath(path::deletingLastPathComponent(path)));
     lock = files().lockFileAtPath(path);
   }
-  const auto isHeld = [&] {
-    return !lock && isSystemError(lock.error(), std::errc::resource_unavailable_try_again);
-  };
-  while (isHeld() && isPatient_ && std::chrono::steady_clock::now() < deadline) {
+  while (isHeldByAnother(lock) && isPatient_ && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     lock = files().lockFileAtPath(path);
   }
-  isPatient_ = !isHeld();
-  if (isHeld()) return lock.error();
+  isPatient_ = !isHeldByAnother(lock);
+  if (!isPatient_) return lock.error();
   return std::move(lock).value_or(nullptr);
 }
 

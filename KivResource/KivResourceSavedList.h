@@ -66,6 +66,7 @@ class SavedList {
  private:
   /// The list on the disk; nothing if there is none, or if it cannot be read and is now in doubt.
   std::optional<Array> read();
+  void readAtStart();
   void identify();
   void catchUp(ResourceList& registry);
   void note(ListMerge merge);

@@ -8,7 +8,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "KivResource/KivResourceFactory.h"
+#include "KivResource/KivResourceFileListing.h"
+#include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceMaintenance.h"
+#include "KivResource/KivResourceSavedList.h"
 #include "KivResource/NSError+KivResource.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
@@ -417,6 +421,62 @@ TEST_F(KivResourceSharedListTest, SoItIsIfTheRemovalDidNotChangeTheList) {
   EXPECT_THAT(takeEvents(), ElementsAre("failed b", "finished"));
   EXPECT_THAT(listed(), ElementsAre("a"));
   EXPECT_FALSE(exists(stored("shared.png")));
+}
+
+TEST_F(KivResourceSharedListTest, AFileIsStoredAfterTheWaitForTheOtherThatRemovesIt) {
+  load({banner("a", 1, "x/icon.png")});
+  beginLoad({banner("a", 2, "x/a2.png"), video("c", 1, "x/icon.png", "x/c.mp4")});
+  asTheOther([&] { load({banner("d", 1, "x/c.mp4")}); });
+  // The icon is to be removed with the older "a", which is settled before "c" can be complete. When
+  // that takes the lock, the other removes the video's file and keeps the icon.
+  bool isRemoved = false;
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    if (operation.path != listPath() + ".lock" || std::exchange(isRemoved, true)) return;
+    asTheOther([&] { load({banner("d", 2, "x/d2.png"), banner("e", 1, "x/icon.png")}); });
+  });
+  DispatchQueue::main()->async([&] {
+    EXPECT_TRUE(client->succeed("/a2.png"));
+    EXPECT_TRUE(client->succeed("/c.mp4"));
+  });
+  EXPECT_THAT(takeEvents(), ElementsAre("loaded a", "loaded c", "finished"));
+  files.setObserver({});
+  EXPECT_TRUE(isRemoved);
+  EXPECT_THAT(listed(), UnorderedElementsAre("a", "c", "d", "e"));
+  EXPECT_TRUE(exists(stored("c.mp4")));
+}
+
+TEST_F(KivResourceSharedListTest, AFileThatTheOtherRemovesDuringTheStartIsLookedForAgain) {
+  SavedList list;
+  ResourceList starting;
+  FileListing listing;
+  load({banner("a", 1, "x/shared.png"), banner("d", 1, "x/d.png")});
+  std::shared_ptr<KivResource> found;
+  files.setObserver([&](const FaultyFileManager::Operation& operation) {
+    if (operation.kind != FileOperation::remove || found) return;
+    ASSERT_EQ(operation.path, stored("shared.png"));
+    list.restore(starting, listing);
+    found = KivResourceFactory::createResourceFromDictionary(banner("b", 1, operation.path));
+    starting.append(found);
+  });
+  load({banner("a", 2, "x/a2.png")});
+  files.setObserver({});
+  ASSERT_TRUE(found);
+  EXPECT_THAT(found->missingFilesLinks(), IsEmpty());
+  EXPECT_FALSE(found->filesExist());
+
+  SavedList::Access access(list, starting);
+  EXPECT_THAT(list.takeMerge().lost, ElementsAre(found));
+  EXPECT_TRUE(access.save());
+  EXPECT_THAT(listed(), UnorderedElementsAre("a", "d"));
+}
+
+TEST_F(KivResourceSharedListTest, AStartTakesNoLockUnlessAnotherMayHoldIt) {
+  load({plain("a", 1)});
+  const std::string lock = listPath() + ".lock";
+  std::filesystem::remove(lock);
+  restart();
+  EXPECT_THAT(registry(), ElementsAre("a"));
+  EXPECT_FALSE(exists(lock));
 }
 
 TEST_F(KivResourceSharedListTest, AnUnchangedListIsNotReadAgain) {
