@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivResource/KivResourceConstants.h"
 #include "KivResource/KivResourceObject.h"
 
@@ -47,8 +48,9 @@ template <class Use>
 void ResourceIndex::forEachKey(const KivResource& resource, const Use& use) const {
   if (aspect_ == Aspect::identifier) return use(fieldOf(resource, "resourceID"));
   if (aspect_ == Aspect::type) return use(fieldOf(resource, "type"));
+  std::string buffer;
   for (const std::string& path : resource.useFilePaths())
-    use(Value(keyOf(path)));
+    use(Value(keyOf(path, buffer)));
 }
 
 /// Inserts in order, so that no insertion needs a search.
@@ -78,12 +80,14 @@ void ResourceIndex::remove(const KivResource& resource) {
   });
 }
 
-std::string_view ResourceIndex::keyOf(std::string_view value) const {
-  return aspect_ == Aspect::fileName ? storedName(value) : value;
+std::string_view ResourceIndex::keyOf(std::string_view value, std::string& buffer) const {
+  if (aspect_ != Aspect::fileName) return value;
+  return buffer = unicode::foldedName(storedName(value));
 }
 
 ResourceIndex::Places ResourceIndex::places(std::string_view value) const {
-  const std::string_view key = keyOf(value);
+  std::string buffer;
+  const std::string_view key = keyOf(value, buffer);
   Places places;
   for (auto entry = entries_.lower_bound(Start{key});
        entry != entries_.end() && entry->key.stringView() == key; ++entry)
@@ -94,7 +98,8 @@ ResourceIndex::Places ResourceIndex::places(std::string_view value) const {
 
 ResourceIndex::Places ResourceIndex::places(std::string_view value,
                                             const KivResource& resource) const {
-  const std::string_view key = keyOf(value);
+  std::string buffer;
+  const std::string_view key = keyOf(value, buffer);
   Places places;
   for (auto entry = entries_.lower_bound(Start{key, &resource});
        entry != entries_.end() && entry->resource == &resource && entry->key.stringView() == key;

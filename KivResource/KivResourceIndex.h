@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <set>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -24,9 +25,9 @@ class ResourceIndex {
   enum class Aspect : std::uint8_t {
     identifier,
     type,
-    /// The names under which the files are stored. Not their paths, since a file has several if a
-    /// link leads to its directory. A kind that changed its paths without noteChange() is not
-    /// found.
+    /// The names under which the files are stored, without case and Unicode normalization, which a
+    /// file system may ignore. Not their paths, since a file has several if a link leads to its
+    /// directory. A kind that changed its paths without noteChange() is not found.
     fileName,
   };
   using Place = std::uint32_t;
@@ -48,7 +49,7 @@ class ResourceIndex {
   void remove(const KivResource& resource);
 
   /// The places, in ascending order, of the resources with that identifier, type or path of a file.
-  /// In an index of file names the resources may use another file of the same name.
+  /// In an index of file names the resources may use another file, whose name folds to the same.
   [[nodiscard]] Places places(std::string_view value) const;
   /// The places, in ascending order, of the object, which has this value.
   [[nodiscard]] Places places(std::string_view value, const KivResource& resource) const;
@@ -71,8 +72,8 @@ class ResourceIndex {
 
   template <class Use>
   void forEachKey(const KivResource& resource, const Use& use) const;
-  /// The part of the value that is the key.
-  [[nodiscard]] std::string_view keyOf(std::string_view value) const;
+  /// The key that the value has, or that is made of it in `buffer`.
+  std::string_view keyOf(std::string_view value, std::string& buffer) const;
 
   Aspect aspect_;
   std::set<Entry, Order> entries_;

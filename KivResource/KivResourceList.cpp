@@ -15,6 +15,7 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/queues/QueueAssertion.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivResource/KivResourceIndex.h"
 #include "KivResource/KivResourceObject.h"
 
@@ -59,30 +60,18 @@ Entry findObjects(std::string_view key, Entry entry, Entry end, std::vector<Occu
   return entry;
 }
 
-/// A file, which may have several paths.
-class FileAtPath {
- public:
-  explicit FileAtPath(std::string_view path) : path_(path) {}
-
-  [[nodiscard]] bool isUsedBy(const KivResource& resource) {
-    const auto paths = resource.useFilePaths();
-    return std::any_of(paths.begin(), paths.end(),
-                       [this](const std::string& path) { return isAt(path); });
-  }
-
- private:
-  /// Resolves paths only if another path may lead to the file.
-  [[nodiscard]] bool isAt(std::string_view path) {
-    if (path == path_) return true;
-    if (path::lastPathComponent(path) != path::lastPathComponent(path_)) return false;
-    FileManager& files = FileManager::defaultManager();
-    if (!resolvedPath_) resolvedPath_ = files.resolvedPathOfItemAtPath(path_).value_or("");
-    return !resolvedPath_->empty() && files.resolvedPathOfItemAtPath(path) == *resolvedPath_;
-  }
-
-  const std::string_view path_;
-  std::optional<std::string> resolvedPath_;  // empty if nothing is there
-};
+/// A path by which a resource uses the file at another path. Only paths of names that fold to the
+/// same are compared, since the file system has to be asked.
+bool isUsedBy(const KivResource& resource, std::string_view path) {
+  const auto leadsToFile = [&](const std::string& used) {
+    if (used == path) return true;
+    const bool mayBeSame = unicode::foldedName(path::lastPathComponent(used)) ==
+                           unicode::foldedName(path::lastPathComponent(path));
+    return mayBeSame && FileManager::defaultManager().itemAtPath_isItemAtPath(used, path);
+  };
+  const auto paths = resource.useFilePaths();
+  return std::any_of(paths.begin(), paths.end(), leadsToFile);
+}
 
 }  // namespace
 
@@ -178,11 +167,10 @@ ResourceArray ResourceList::at(const std::vector<std::uint32_t>& places) const {
 
 bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& owner) const {
   assertQueue();
-  FileAtPath file(path);
   for (const Place place : indexes_->of(Aspect::fileName).places(path)) {
     // nullptr if the resource was removed after its files had changed without a report.
     const auto& other = places_[place];
-    if (other && other.get() != &owner && file.isUsedBy(*other)) return true;
+    if (other && other.get() != &owner && isUsedBy(*other, path)) return true;
   }
   return false;
 }

@@ -41,6 +41,21 @@ bool liesBelow(std::string_view resolvedPath, const std::string& root) {
          resolvedPath.substr(resolvedRoot->size()).starts_with('/');
 }
 
+/// Windows connects to such a computer, and tells it who the user is.
+bool namesOtherComputer(std::string_view path) {
+  constexpr std::string_view separators = "/\\";
+  return path.size() >= 2 && separators.find(path[0]) != separators.npos &&
+         separators.find(path[1]) != separators.npos;
+}
+
+/// By the spelling alone. The host may have its directories on another computer.
+bool liesInOwnDirectory(std::string_view path) {
+  const std::string resources = KivResourceStorageModule::resourcesDirectoryPath();
+  const std::string packaged = KivResourceStorageModule::packagedResourcesPath();
+  return (!resources.empty() && path.starts_with(resources)) ||
+         (!packaged.empty() && path.starts_with(packaged));
+}
+
 }  // namespace
 
 void KivResourceLookup::setRoots(std::optional<std::vector<std::string>> roots) {
@@ -57,6 +72,7 @@ std::optional<std::vector<std::string>> KivResourceLookup::roots() {
 bool KivResourceLookup::fileExistsAtPath(std::string_view path) {
   // A listing shows only files of the resources directory, and no links, so roots need no check.
   if (kiv::FileListing::isFileAtPath(path)) return true;
+  if (namesOtherComputer(path) && !liesInOwnDirectory(path)) return false;
   auto& files = kiv::FileManager::defaultManager();
   const auto roots = rootsInForce();
   if (!roots) return files.fileExistsAtPath(path);

@@ -17,6 +17,9 @@
 /// before it creates the manager. Otherwise that author can learn from the requests which files
 /// exist on the user's computer.
 ///
+/// A path that begins with two separators names another computer on Windows, which would be sent
+/// the user's credentials. It is accepted nowhere, except below the host's own directories.
+///
 /// Stateless; may be called from any thread.
 class KIV_EXPORT KivResourceLookup {
  public:

@@ -12,6 +12,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
@@ -41,6 +42,8 @@ Error maintenanceError(KivResourceMaintenanceErrorCode code, std::string_view me
 
 /// The directory entries that the files in use depend on: the files, and every component on the way
 /// to them, links included.
+///
+/// All places are added before the first question.
 class UsedPlaces {
  public:
   void add(std::string_view path) {
@@ -54,15 +57,37 @@ class UsedPlaces {
   }
 
   /// True if the place, or something below it, is in use.
-  [[nodiscard]] bool hold(const std::string& place) const {
+  [[nodiscard]] bool hold(const std::string& place) {
     if (places_.contains(place)) return true;
     const std::string below = place + "/";
     const auto first = places_.lower_bound(below);
-    return first != places_.end() && first->starts_with(below);
+    if (first != places_.end() && first->starts_with(below)) return true;
+    return holdInOtherSpelling(place);
   }
 
  private:
   bool isNew(std::string_view path) { return seen_.emplace(path).second; }
+
+  /// A directory may list a name in another case or Unicode normalization than the saved list. The
+  /// file system says whether both are the same item.
+  bool holdInOtherSpelling(const std::string& place) {
+    if (spellings_.empty()) foldPlaces();
+    const std::string folded = kiv::unicode::foldedName(place);
+    const auto [first, last] = spellings_.equal_range(folded);
+    return std::any_of(first, last, [&](const auto& spelling) {
+      return files().itemAtPath_isItemAtPath(place, spelling.second);
+    });
+  }
+
+  /// The places and the directories above them, which may not be places themselves.
+  void foldPlaces() {
+    std::set<std::string_view> known;
+    for (const std::string& used : places_) {
+      for (std::string_view place = used; place.size() > 1 && known.insert(place).second;
+           place = deletingLastPathComponent(place))
+        spellings_.emplace(kiv::unicode::foldedName(place), place);
+    }
+  }
 
   /// If there is nothing, the name in the resolved parent directory.
   const std::string& resolved(std::string_view path) {
@@ -80,6 +105,7 @@ class UsedPlaces {
 
   std::set<std::string, std::less<>> seen_;
   std::set<std::string> places_;
+  std::multimap<std::string, std::string_view> spellings_;  ///< By their folded form.
   std::map<std::string, std::string, std::less<>> resolved_;
 };
 
@@ -187,7 +213,7 @@ Result<std::optional<std::string>> findResources() {
 }
 
 /// `place` is the item's path with the directory resolved, but not the item itself.
-bool isUsed(const std::string& place, const UsedPlaces& used) {
+bool isUsed(const std::string& place, UsedPlaces& used) {
   if (used.hold(place)) return true;
   if (!files().linkExistsAtPath(place)) return false;
   const auto target = files().resolvedPathOfItemAtPath(place);
@@ -199,7 +225,7 @@ bool isPartial(const std::string& place) {
          !files().fileExistsAtPath(appendingPathComponent(place, KivResouceArchiveKey[1]));
 }
 
-Status findOrphans(const UsedPlaces& used, Maintenance::Audit& audit) {
+Status findOrphans(UsedPlaces& used, Maintenance::Audit& audit) {
   const auto found = findResources();
   if (!found) return found.error();
   const std::optional<std::string>& directory = *found;
@@ -270,7 +296,7 @@ void removeItem(Maintenance::Item item, Maintenance::CleanUp& cleanUp) {
 
 std::optional<Maintenance::Audit> KivResourceMaintenance::audit(const KivResourceManager& manager,
                                                                 std::optional<Error>* error) {
-  const ListedFiles listed = listedFiles(manager);
+  ListedFiles listed = listedFiles(manager);
   Audit audit;
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
   audit.listDoubt = doubtOfList(manager, listed);
@@ -291,7 +317,7 @@ std::optional<Maintenance::CleanUp> KivResourceMaintenance::cleanUpOrphans(
     }
     return std::nullopt;
   }
-  const ListedFiles listed = listedFiles(manager);
+  ListedFiles listed = listedFiles(manager);
   if (auto doubt = doubtOfList(manager, listed)) {
     if (error) *error = std::move(doubt);
     return std::nullopt;

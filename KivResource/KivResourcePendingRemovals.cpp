@@ -10,6 +10,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceStorageModule.h"
@@ -35,8 +36,8 @@ std::string placeOf(std::string_view path) {
 void PendingRemovals::add(std::string path, std::shared_ptr<const KivResource> user) {
   if (!paths_.insert(path).second) return;
   const std::string item = KivResourceStorageModule::itemRemovedWithPath(path);
-  places_.insert(placeOf(item));
-  if (auto target = resolved(item)) places_.insert(std::move(*target));
+  places_.insert(unicode::foldedName(placeOf(item)));
+  if (const auto target = resolved(item)) places_.insert(unicode::foldedName(*target));
   files_.push_back({std::move(path), std::move(user)});
 }
 
@@ -44,22 +45,23 @@ bool PendingRemovals::affect(std::string_view path) const {
   if (empty()) return false;
   const auto target = resolved(path);
   if (!target) return false;  // nothing is there
-  return takeAway(*target) || takeAway(placeOf(path));
+  return mayTakeAway(*target) || mayTakeAway(placeOf(path));
 }
 
 bool PendingRemovals::affectSaving(std::string_view path) const {
   if (empty()) return false;
   const std::string place = placeOf(path);
-  if (takeAway(place)) return true;
-  const std::string below = place + "/";
+  if (mayTakeAway(place)) return true;
+  const std::string below = unicode::foldedName(place) + "/";
   const auto first = places_.lower_bound(below);
   return first != places_.end() && first->starts_with(below);
 }
 
-bool PendingRemovals::takeAway(std::string_view place) const {
-  while (place.size() > 1) {
-    if (places_.contains(place)) return true;
-    place = path::deletingLastPathComponent(place);
+bool PendingRemovals::mayTakeAway(std::string_view place) const {
+  const std::string folded = unicode::foldedName(place);
+  for (std::string_view above = folded; above.size() > 1;
+       above = path::deletingLastPathComponent(above)) {
+    if (places_.contains(above)) return true;
   }
   return false;
 }

@@ -17,7 +17,8 @@ class ResourceList;
 /// each question to the disk, and removes the pending files first if they could change the answer.
 ///
 /// Files are compared by their resolved paths, not by the spelling, since a root may be reached
-/// through a link in one run and directly in the next. To be used on the manager's queue.
+/// through a link in one run and directly in the next, and a file system may ignore case. To be
+/// used on the manager's queue.
 class PendingRemovals {
  public:
   /// Adds the file at the path, which `user` has used until now.
@@ -41,8 +42,8 @@ class PendingRemovals {
   void clear();
 
  private:
-  /// True if the resolved path, or a directory above it, will be removed.
-  [[nodiscard]] bool takeAway(std::string_view place) const;
+  /// True if the resolved path, or a directory above it, may be removed.
+  [[nodiscard]] bool mayTakeAway(std::string_view place) const;
 
   struct File {
     std::string path;
@@ -51,7 +52,8 @@ class PendingRemovals {
 
   std::vector<File> files_;
   std::set<std::string, std::less<>> paths_;
-  /// Every resolved path of the items that will be removed.
+  /// Every resolved path of the items that will be removed, folded: where case matters, affect()
+  /// may be true once too often.
   std::set<std::string, std::less<>> places_;
 };
 

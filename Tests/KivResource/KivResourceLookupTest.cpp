@@ -68,6 +68,24 @@ TEST_F(KivResourceLookupTest, WhatLiesElsewhereIsAbsent) {
   }
 }
 
+TEST_F(KivResourceLookupTest, APathOnAnotherComputerIsAbsent) {
+  EXPECT_TRUE(KivResourceLookup::fileExistsAtPath(outside()));
+  EXPECT_FALSE(KivResourceLookup::fileExistsAtPath("/" + outside()));
+  const WorkingDirectory here(root());
+  for (const std::string name : {"\\server", "\\\\server\\share"})
+    write(root() + "/" + name, "bytes");
+  EXPECT_TRUE(KivResourceLookup::fileExistsAtPath("\\server"));
+  EXPECT_FALSE(KivResourceLookup::fileExistsAtPath("\\\\server\\share"));
+}
+
+TEST_F(KivResourceLookupTest, TheHostsDirectoriesMayLieOnAnotherComputer) {
+  KivStorageService::setRootPath("/" + root());
+  write(stored("file.png"), "bytes");
+  const std::string path = KivResourceStorageModule::resourcesDirectoryPath() + "/file.png";
+  ASSERT_TRUE(path.starts_with("//"));
+  EXPECT_TRUE(KivResourceLookup::fileExistsAtPath(path)) << path;
+}
+
 TEST_F(KivResourceLookupTest, DirectoriesAreNoFiles) {
   std::filesystem::create_directory(stored("page"));
   confine();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "KivPlatform/Foundation/files/FileManager.h"
 
 namespace kiv::test {
@@ -15,71 +17,85 @@ class ForwardingFileManager : public FileManager {
   ForwardingFileManager& operator=(const ForwardingFileManager&) = delete;
   ~ForwardingFileManager() override { FileManager::setDefaultManager(former_); }
 
-  bool fileExistsAtPath(std::string_view path) override { return base_.fileExistsAtPath(path); }
-  bool itemExistsAtPath(std::string_view path) override { return base_.itemExistsAtPath(path); }
-  bool directoryExistsAtPath(std::string_view path) override {
-    return base_.directoryExistsAtPath(path);
+  bool fileExistsAtPath(std::string_view path) override {
+    return base_.fileExistsAtPath(onDisk(path));
   }
-  bool linkExistsAtPath(std::string_view path) override { return base_.linkExistsAtPath(path); }
+  bool itemExistsAtPath(std::string_view path) override {
+    return base_.itemExistsAtPath(onDisk(path));
+  }
+  bool directoryExistsAtPath(std::string_view path) override {
+    return base_.directoryExistsAtPath(onDisk(path));
+  }
+  bool linkExistsAtPath(std::string_view path) override {
+    return base_.linkExistsAtPath(onDisk(path));
+  }
   Status fileIsReadableAtPath(std::string_view path) override {
-    return base_.fileIsReadableAtPath(path);
+    return base_.fileIsReadableAtPath(onDisk(path));
   }
   Result<std::string> resolvedPathOfItemAtPath(std::string_view path) override {
-    return base_.resolvedPathOfItemAtPath(path);
+    return base_.resolvedPathOfItemAtPath(onDisk(path));
   }
   Result<std::uint64_t> sizeOfItemAtPath(std::string_view path) override {
-    return base_.sizeOfItemAtPath(path);
+    return base_.sizeOfItemAtPath(onDisk(path));
   }
   Result<FileSystemSpace> spaceAtPath(std::string_view path) override {
-    return base_.spaceAtPath(path);
+    return base_.spaceAtPath(onDisk(path));
   }
-  Result<Data> contentsAtPath(std::string_view path) override { return base_.contentsAtPath(path); }
+  Result<Data> contentsAtPath(std::string_view path) override {
+    return base_.contentsAtPath(onDisk(path));
+  }
   Result<std::unique_ptr<MappedFile>> mapFileAtPath(std::string_view path) override {
-    return base_.mapFileAtPath(path);
+    return base_.mapFileAtPath(onDisk(path));
   }
   std::optional<std::uint64_t> lengthOfFileAtPath(std::string_view path) override {
-    return base_.lengthOfFileAtPath(path);
+    return base_.lengthOfFileAtPath(onDisk(path));
   }
   Result<FileIdentity> identityOfFileAtPath(std::string_view path) override {
-    return base_.identityOfFileAtPath(path);
+    return base_.identityOfFileAtPath(onDisk(path));
   }
   Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override {
-    return base_.contentsOfDirectoryAtPath(path);
+    return base_.contentsOfDirectoryAtPath(onDisk(path));
   }
   Result<std::vector<std::string>> filesOfDirectoryAtPath_mostEntries(
       std::string_view path, std::size_t mostEntries) override {
-    return base_.filesOfDirectoryAtPath_mostEntries(path, mostEntries);
+    return base_.filesOfDirectoryAtPath_mostEntries(onDisk(path), mostEntries);
   }
   Status createDirectoryAtPath(std::string_view path) override {
-    return base_.createDirectoryAtPath(path);
+    return base_.createDirectoryAtPath(onDisk(path));
   }
   Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override {
-    return base_.createFileAtPath(path);
+    return base_.createFileAtPath(onDisk(path));
   }
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
                                                               std::uint64_t length) override {
-    return base_.openFileAtPath_length(path, length);
+    return base_.openFileAtPath_length(onDisk(path), length);
   }
   Status synchronizeDirectoryAtPath(std::string_view path) override {
-    return base_.synchronizeDirectoryAtPath(path);
+    return base_.synchronizeDirectoryAtPath(onDisk(path));
   }
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override {
-    return base_.beginBatchSyncAtPath(path);
+    return base_.beginBatchSyncAtPath(onDisk(path));
   }
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override {
-    return base_.moveItemAtPath_toPath(path, newPath);
+    return base_.moveItemAtPath_toPath(onDisk(path), onDisk(newPath));
   }
   Status exchangeItemAtPath_withItemAtPath(std::string_view path,
                                            std::string_view otherPath) override {
-    return base_.exchangeItemAtPath_withItemAtPath(path, otherPath);
+    return base_.exchangeItemAtPath_withItemAtPath(onDisk(path), onDisk(otherPath));
   }
   Status withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath) override {
-    return base_.withdrawItemAtPath_toPath(path, newPath);
+    return base_.withdrawItemAtPath_toPath(onDisk(path), onDisk(newPath));
   }
-  Status removeItemAtPath(std::string_view path) override { return base_.removeItemAtPath(path); }
+  Status removeItemAtPath(std::string_view path) override {
+    return base_.removeItemAtPath(onDisk(path));
+  }
   Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) override {
-    return base_.lockFileAtPath(path);
+    return base_.lockFileAtPath(onDisk(path));
   }
+
+ protected:
+  /// The path that the replaced file manager gets instead.
+  virtual std::string onDisk(std::string_view path) { return std::string(path); }
 
  private:
   FileManager& base_;

@@ -72,6 +72,20 @@ Result<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path) {
   return systemFileManager().identityOfFileAtPath(path);
 }
 
+/// A file manager of a host may have no identities, and few file systems tell the spelling that
+/// they have stored.
+bool FileManager::itemAtPath_isItemAtPath(std::string_view path, std::string_view otherPath) {
+  const auto resolved = resolvedPathOfItemAtPath(path);
+  if (!resolved) return false;
+  const auto otherResolved = resolvedPathOfItemAtPath(otherPath);
+  if (!otherResolved) return false;
+  if (*resolved == *otherResolved) return true;
+  const auto identity = identityOfFileAtPath(*resolved);
+  const auto otherIdentity = identityOfFileAtPath(*otherResolved);
+  return identity && otherIdentity && identity->device == otherIdentity->device &&
+         identity->number == otherIdentity->number;
+}
+
 std::vector<Status> FileManager::synchronizeFiles(const std::vector<WritableFile*>& files) {
   std::vector<Status> results;
   results.reserve(files.size());

@@ -150,6 +150,10 @@ class KIV_EXPORT FileManager {
   /// The identity of the item at the path. Links are followed. The default implementation looks up
   /// the system's file.
   [[nodiscard]] virtual Result<FileIdentity> identityOfFileAtPath(std::string_view path);
+  /// True if both paths lead to the same item, links followed. The paths may differ in spelling
+  /// alone, if the file system ignores case or Unicode normalization. Two names of one file (hard
+  /// links) are the same item.
+  [[nodiscard]] bool itemAtPath_isItemAtPath(std::string_view path, std::string_view otherPath);
   /// The names of a directory's entries without "." and "..", in unspecified order.
   [[nodiscard]] virtual Result<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path) = 0;

@@ -3,6 +3,8 @@
 
 #include "KivPlatform/Foundation/text/Unicode.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <utf8proc.h>
 #include <vector>
@@ -21,6 +23,11 @@ std::u32string foldedBytes(std::string_view name) {
   for (const char byte : name)
     points += static_cast<unsigned char>(ascii::lowercased(byte));
   return points;
+}
+
+bool isASCII(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
 }  // namespace
@@ -42,6 +49,17 @@ std::u32string folded(std::string_view name) {
   }
   if (count < 0) return foldedBytes(name);
   return {points.begin(), points.begin() + count};
+}
+
+std::string foldedName(std::string_view name) {
+  if (isASCII(name)) return ascii::lowercased(name);
+  std::string text;
+  for (const char32_t point : folded(name)) {
+    std::array<utf8proc_uint8_t, 4> bytes{};
+    const auto size = utf8proc_encode_char(static_cast<utf8proc_int32_t>(point), bytes.data());
+    text.append(bytes.begin(), bytes.begin() + size);
+  }
+  return text;
 }
 
 }  // namespace kiv::unicode

@@ -13,5 +13,7 @@ bool isUTF8(std::string_view text);
 /// same file on a file system that ignores case or normalisation. A name that is not UTF-8 is
 /// folded byte by byte.
 std::u32string folded(std::string_view name);
+/// The same in UTF-8.
+std::string foldedName(std::string_view name);
 
 }  // namespace kiv::unicode

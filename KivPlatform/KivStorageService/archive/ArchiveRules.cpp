@@ -1,12 +1,13 @@
 // The rules do not depend on the operating system. An archive is either valid everywhere or
-// nowhere, so backslashes and drive letters are rejected on POSIX systems too. Two entries whose
-// names differ only in case or Unicode normalization would overwrite each other on some file
-// systems, so siblings are keyed by folded name.
+// nowhere, so backslashes, drive letters and names of devices are rejected on POSIX systems too.
+// Two entries whose names differ only in case or Unicode normalization would overwrite each other
+// on some file systems, so siblings are keyed by folded name.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
 
 #include <algorithm>
 
+#include "KivPlatform/Foundation/files/FileName.h"
 #include "KivPlatform/Foundation/text/Unicode.h"
 
 namespace kiv::storage {
@@ -30,6 +31,9 @@ std::optional<std::string> validateComponent(std::string_view component,
   if (startsWithDrive(component)) return "has the path of a drive";
   if (component.size() > limits.nameBytes) {
     return "has a name longer than " + std::to_string(limits.nameBytes) + " bytes";
+  }
+  if (const auto objection = filename::portabilityObjection(component)) {
+    return "has a part in its path that " + *objection;
   }
   return std::nullopt;
 }

@@ -35,6 +35,30 @@ INSTANTIATE_TEST_SUITE_P(
                     HostileName{"../a", "contains a path separator"},
                     HostileName{"..\\a", "contains a path separator"},
                     HostileName{"C:\\a", "contains a path separator"},
+                    HostileName{"a\n.png", "contains a control character"},
+                    HostileName{"\x1f", "contains a control character"},
+                    HostileName{"a:stream", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"C:", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"a.png?v=2", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"*", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"<a>", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"\"a\"", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"a|b", "contains one of the characters < > : \" | ? *"},
+                    HostileName{"...", "ends with a dot or a space"},
+                    HostileName{"a.png.", "ends with a dot or a space"},
+                    HostileName{"a.png ", "ends with a dot or a space"},
+                    HostileName{" ", "ends with a dot or a space"},
+                    HostileName{"CON", "is the name of a device on Windows"},
+                    HostileName{"con", "is the name of a device on Windows"},
+                    HostileName{"NUL.png", "is the name of a device on Windows"},
+                    HostileName{"nul.tar.gz", "is the name of a device on Windows"},
+                    HostileName{"Aux .png", "is the name of a device on Windows"},
+                    HostileName{"prn.", "ends with a dot or a space"},
+                    HostileName{"CONIN$", "is the name of a device on Windows"},
+                    HostileName{"conout$.txt", "is the name of a device on Windows"},
+                    HostileName{"COM1", "is the name of a device on Windows"},
+                    HostileName{"lpt0.html", "is the name of a device on Windows"},
+                    HostileName{"com\u00b2.html", "is the name of a device on Windows"},
                     HostileName{std::string(256, 'a'), "is longer than 255 bytes"},
                     HostileName{std::string(100000, '.'), "is longer than 255 bytes"}));
 
@@ -46,8 +70,10 @@ TEST_P(HarmlessNameTest, IsTaken) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, HarmlessNameTest,
-                         testing::Values("a", "banner.png", "...", "..a", "a..", ".hidden", ".zip",
-                                         " ", "a b", "-rf", "~", "*", "%2e%2e", "%2f", "PROMO.ZIP",
+                         testing::Values("a", "banner.png", "..a", ".hidden", ".zip", " a", "a b",
+                                         "-rf", "~", "%2e%2e", "%2f", "PROMO.ZIP", "console.png",
+                                         "con1", "icon", "nul_.png", "a.nul", "com", "com10",
+                                         "comx.png", "lpt", "\x7f", "a;b", "$", "CONIN",
                                          "\xd1\x84\xd0\xb0\xd0\xb9\xd0\xbb.png", "\xf0\x9f\x8e\x81",
                                          std::string(255, 'a')));
 

@@ -69,6 +69,14 @@ TEST(UnicodeTest, ANameThatIsNoUTF8FoldsByteByByte) {
   EXPECT_EQ(folded("A\xff\xc3\x89"), U"a\u00ff\u00c3\u0089");
 }
 
+TEST(UnicodeTest, AFoldedNameIsUTF8) {
+  EXPECT_EQ(foldedName(""), "");
+  EXPECT_EQ(foldedName("Banner.PNG"), "banner.png");
+  EXPECT_EQ(foldedName("Caf\u00c9"), "cafe\u0301");
+  EXPECT_EQ(foldedName("\U00010400"), "\U00010428");
+  EXPECT_EQ(foldedName("A\xff"), "a\u00ff");
+}
+
 TEST(UnicodeTest, OtherNamesFoldApart) {
   const std::pair<const char*, const char*> pairs[] = {
       {"a", "b"},           {"caf\u00e9", "cafe"}, {"\u0435", "e"},

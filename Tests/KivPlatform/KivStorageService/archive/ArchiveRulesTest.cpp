@@ -9,10 +9,21 @@ namespace {
 
 TEST(ArchiveRulesTest, OrdinaryNamesAreTaken) {
   for (const std::string name :
-       {"index.html", "css/a.css", "a/b/c/", "./a", "././a/", "./", ".hidden", "...", "..a", "a..",
-        "a b", "ab:c/d", "1:x", "caf\u00e9", "~", "-", "con"}) {
+       {"index.html", "css/a.css", "a/b/c/", "./a", "././a/", "./", ".hidden", "..a", "a b",
+        "caf\u00e9", "~", "-", "icon", "contents/a"}) {
     EXPECT_EQ(validateEntryName(name, {}), std::nullopt) << name;
   }
+}
+
+TEST(ArchiveRulesTest, NamesThatAnotherSystemCannotHoldAreRefused) {
+  for (const std::string name : {"...", "a..", "a./b", "a /b", "ab:c/d", "1:x", "css/a?v=1.css",
+                                 "con", "a/NUL.txt/b", "tab\t"}) {
+    const auto objection = validateEntryName(name, {});
+    ASSERT_TRUE(objection) << name;
+    EXPECT_TRUE(objection->starts_with("has a part in its path that ")) << *objection;
+  }
+  EXPECT_EQ(validateEntryName("aux/a", {}),
+            "has a part in its path that is the name of a device on Windows");
 }
 
 TEST(ArchiveRulesTest, APathIsTheNameWithoutDotAtTheStartAndSlashAtTheEnd) {

@@ -17,11 +17,12 @@ TEST(StoredPathTest, AnArchiveIsKnownByItsEndingInLowerCase) {
 
 TEST(StoredPathTest, RelativePathsAreMadeOfHarmlessNames) {
   for (const char* const path :
-       {"", "a", "KivResource/Resources", "a/...", "x/.KivStorageService"}) {
+       {"", "a", "KivResource/Resources", "a/..b", "x/.KivStorageService"}) {
     EXPECT_FALSE(validateRelativePath(path)) << path;
   }
-  for (const char* const path : {"/", "/a", "a/", "a//b", ".", "..", "a/..", "a/./b", "a\\b",
-                                 ".KivStorageService", ".KivStorageService/x"}) {
+  for (const char* const path :
+       {"/", "/a", "a/", "a//b", ".", "..", "a/..", "a/./b", "a\\b", "a/...", "a/nul", "a:b",
+        ".KivStorageService", ".KivStorageService/x"}) {
     EXPECT_TRUE(validateRelativePath(path)) << path;
   }
 }
