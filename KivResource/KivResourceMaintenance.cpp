@@ -126,6 +126,16 @@ struct ListedFiles {
     }
   }
 
+  /// An entry of a kind that this process has not registered: a host that has may find its files by
+  /// any string of the entry.
+  void addUnknown(const kiv::Value& value) {
+    if (value.isString() && value.stringView().starts_with('/')) used.add(value.stringView());
+    for (const kiv::Value& element : value.array())
+      addUnknown(element);
+    for (const auto& member : value.dictionary())
+      addUnknown(member.value);
+  }
+
   /// Only complete resources are saved, so the list has paths, not links.
   void addSaved(const KivResource& resource) {
     if (resource.filesExist()) return addLoaded(resource);
@@ -149,6 +159,8 @@ ListedFiles listedFiles(const KivResourceManager& manager) {
   const auto saved = KivResourceStorageModule::loadResourcesListWithError(&error);
   if (error && !saysNotThere(*error)) listed.listError = std::move(error);
   for (const kiv::Value& entry : saved.value_or(kiv::Array())) {
+    const kiv::Value& engine = entry.dictionary()["engine"];
+    if (!KivResourceFactory::requiredKeysOfEngine(engine.stringView())) listed.addUnknown(entry);
     const auto resource = KivResourceFactory::createResourceFromDictionary(entry.dictionary());
     if (resource) listed.addSaved(*resource);
   }
