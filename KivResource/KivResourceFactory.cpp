@@ -120,6 +120,12 @@ std::optional<kiv::Error> validate(const KivResourceFactory::Maker& maker, std::
                            "an override of emptyInstance()");
 }
 
+std::string missing(const kiv::Dictionary& item, std::string_view key, std::string_view wanted) {
+  const std::string quoted = "\"" + std::string(key) + "\"";
+  if (item[key].isNull()) return "lacks " + quoted + ", a " + std::string(wanted);
+  return "has no " + std::string(wanted) + " under " + quoted;
+}
+
 }  // namespace
 
 std::shared_ptr<KivResource> KivResourceFactory::createResourceFromDictionary(
@@ -175,14 +181,36 @@ bool KivResourceFactory::unregisterKind(std::string_view engine) {
   return true;
 }
 
-std::vector<std::shared_ptr<KivResource>> KivResourceFactory::resourcesArrayForResourcesConfig(
+std::optional<std::string> KivResourceFactory::validateItem(const kiv::Value& item) {
+  if (!item.isDictionary()) return "is no JSON object";
+  const kiv::Dictionary& dictionary = item.dictionary();
+  std::vector<std::string_view> strings{"engine"};
+  strings.insert(strings.end(), KivResource::requiredStrings.begin(),
+                 KivResource::requiredStrings.end());
+  if (const auto keys = requiredKeysOfEngine(dictionary["engine"].stringView()))
+    strings.insert(strings.end(), keys->strings.begin(), keys->strings.end());
+  for (const std::string_view key : strings) {
+    if (!dictionary[key].isString()) return missing(dictionary, key, "string");
+  }
+  for (const std::string_view key : KivResource::requiredNumbers) {
+    if (!dictionary[key].isNumber()) return missing(dictionary, key, "number");
+  }
+  return std::nullopt;
+}
+
+std::vector<std::shared_ptr<KivResource>> KivResourceFactory::resourceOfEachItemOfConfig(
     const kiv::Value& config) {
   std::vector<std::shared_ptr<KivResource>> resources;
   for (const kiv::Value& item : config.dictionary()["items"].array()) {
-    if (!item.isDictionary()) continue;
-    if (auto resource = createResourceFromDictionary(item.dictionary())) {
-      resources.push_back(std::move(resource));
-    }
+    resources.push_back(item.isDictionary() ? createResourceFromDictionary(item.dictionary())
+                                            : nullptr);
   }
+  return resources;
+}
+
+std::vector<std::shared_ptr<KivResource>> KivResourceFactory::resourcesArrayForResourcesConfig(
+    const kiv::Value& config) {
+  auto resources = resourceOfEachItemOfConfig(config);
+  std::erase(resources, nullptr);
   return resources;
 }

@@ -246,6 +246,36 @@ TEST(KivResourceFactoryTest, EachInvalidDictionaryHasItsOwnLine) {
   EXPECT_EQ(log.lines(), (Lines{rejection(first), rejection(second)}));
 }
 
+TEST(KivResourceFactoryTest, EachItemHasItsPlace) {
+  const Dictionary config{{"items", Array{"text", plainItem(), without(webItem(), "html")}}};
+  const auto made = KivResourceFactory::resourceOfEachItemOfConfig(config);
+  ASSERT_EQ(made.size(), 3U);
+  EXPECT_EQ(made[0], nullptr);
+  EXPECT_NE(made[1], nullptr);
+  EXPECT_EQ(made[2], nullptr);
+  EXPECT_TRUE(KivResourceFactory::resourceOfEachItemOfConfig("text").empty());
+}
+
+TEST(KivResourceFactoryTest, AnItemIsValidExactlyIfItMakesAResource) {
+  const LogCapture log;
+  for (const Dictionary& item : {plainItem(), standardItem(), videoItem(), webItem()}) {
+    EXPECT_EQ(KivResourceFactory::validateItem(item), std::nullopt);
+    for (const auto& entry : item) {
+      for (const Dictionary& changed :
+           {without(item, entry.key()), with(item, entry.key(), Array())}) {
+        EXPECT_EQ(!KivResourceFactory::validateItem(changed),
+                  KivResourceFactory::createResourceFromDictionary(changed) != nullptr)
+            << entry.key();
+      }
+    }
+  }
+  EXPECT_EQ(KivResourceFactory::validateItem(with(webItem(), "html", 1)),
+            "has no string under \"html\"");
+  EXPECT_EQ(KivResourceFactory::validateItem(without(webItem(), "updated")),
+            "lacks \"updated\", a number");
+  EXPECT_EQ(KivResourceFactory::validateItem("text"), "is no JSON object");
+}
+
 TEST(KivResourceFactoryTest, DuplicatesAreKeptInTheOrderOfTheItems) {
   Array items;
   for (int version = 0; version < 3; ++version)

@@ -7,31 +7,6 @@ namespace tool {
 
 namespace {
 
-std::string missing(const kiv::Dictionary& item, std::string_view key, std::string_view wanted) {
-  const std::string quoted = "\"" + std::string(key) + "\"";
-  if (item[key].isNull()) return "lacks " + quoted + ", a " + std::string(wanted);
-  return "has no " + std::string(wanted) + " under " + quoted;
-}
-
-/// The reason why the framework rejects the item; nullopt if it accepts it.
-std::optional<std::string> validateItem(const kiv::Value& item,
-                                        const std::optional<kiv::KindKeys>& keysOfKind) {
-  if (!item.isDictionary()) return "is no JSON object";
-  const kiv::Dictionary& dictionary = item.dictionary();
-  std::vector<std::string_view> strings{"engine"};
-  strings.insert(strings.end(), KivResource::requiredStrings.begin(),
-                 KivResource::requiredStrings.end());
-  if (keysOfKind)
-    strings.insert(strings.end(), keysOfKind->strings.begin(), keysOfKind->strings.end());
-  for (const std::string_view key : strings) {
-    if (!dictionary[key].isString()) return missing(dictionary, key, "string");
-  }
-  for (const std::string_view key : KivResource::requiredNumbers) {
-    if (!dictionary[key].isNumber()) return missing(dictionary, key, "number");
-  }
-  return std::nullopt;
-}
-
 std::optional<std::string> remarkOn(const kiv::Dictionary& item,
                                     const std::optional<kiv::KindKeys>& keysOfKind) {
   if (!keysOfKind) {
@@ -58,7 +33,7 @@ ConfigurationCheck ConfigurationCheck::of(const kiv::Value& config,
     ++place;
     const kiv::Dictionary& dictionary = item.dictionary();
     const auto keys = KivResourceFactory::requiredKeysOfEngine(dictionary["engine"].stringView());
-    if (auto objection = validateItem(item, keys)) {
+    if (auto objection = KivResourceFactory::validateItem(item)) {
       check.unacceptable.push_back({place, std::move(*objection)});
       continue;
     }
