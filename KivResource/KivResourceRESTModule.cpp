@@ -52,6 +52,7 @@ KivResourceRESTModule::~KivResourceRESTModule() = default;
 void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
     const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
     CompletionHandler completion) {
+  auto taskHandler = std::exchange(taskHandler_, nullptr);
   const auto task = std::make_shared<KivRESTServiceTask>();
   task->setPriority(resource ? resource->priority() : 0);
   task->setRequest(createGetRequestWithURL(mainURLForFileWithLink(fileLink)));
@@ -61,11 +62,28 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
     return;
   }
   task->setRequestMirrorURLs(mirrorURLsForFileWithLink(fileLink));
-  task->setCompletionHandler(
-      [fileLink, handler = std::move(completion)](KivRESTServiceTask& ended) {
-        evaluateOutcome(ended, fileLink, handler);
-      });
+  task->setCompletionHandler([fileLink, noteTask = std::move(taskHandler),
+                              handler = std::move(completion)](KivRESTServiceTask& ended) {
+    if (noteTask) noteTask(ended);
+    evaluateOutcome(ended, fileLink, handler);
+  });
   restService_->queue(task);
+}
+
+/// The handler reaches the override, which has no argument for it, as a member.
+void KivResourceRESTModule::loadDataForResource_usingFileLink_taskHandler_completionHandler(
+    const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
+    TaskHandler taskHandler, CompletionHandler completion) {
+  struct Loan {
+    explicit Loan(TaskHandler& place) noexcept : handler(place) {}
+    Loan(const Loan&) = delete;
+    Loan& operator=(const Loan&) = delete;
+    ~Loan() { handler = nullptr; }
+    TaskHandler& handler;
+  };
+  taskHandler_ = std::move(taskHandler);
+  const Loan loan(taskHandler_);
+  loadDataForResource_usingFileLink_completionHandler(resource, fileLink, std::move(completion));
 }
 
 void KivResourceRESTModule::canselLoading() {

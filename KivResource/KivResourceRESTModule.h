@@ -33,6 +33,10 @@ class KIV_EXPORT KivResourceRESTModule {
   using CompletionHandler =
       std::function<void(std::optional<kiv::Data>, std::optional<kiv::Error>)>;
 
+  /// Receives the client's task of a download that has ended, for its status and metrics. It must
+  /// not throw.
+  using TaskHandler = std::function<void(const KivRESTServiceTask& task)>;
+
   /// Creates a module with its own client.
   KivResourceRESTModule();
   virtual ~KivResourceRESTModule();
@@ -48,6 +52,12 @@ class KIV_EXPORT KivResourceRESTModule {
   virtual void loadDataForResource_usingFileLink_completionHandler(
       const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
       CompletionHandler completion);
+  /// The same; `taskHandler` is called right before `completion`, unless there is no task: if no
+  /// request can be made, if the download is cancelled, or if an override does not call this class.
+  /// It may be empty.
+  void loadDataForResource_usingFileLink_taskHandler_completionHandler(
+      const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
+      TaskHandler taskHandler, CompletionHandler completion);
 
   /// Cancels all downloads. No completion is called after this, not even that of a download that
   /// has just ended.
@@ -73,6 +83,7 @@ class KIV_EXPORT KivResourceRESTModule {
   void setRestService(std::shared_ptr<KivRESTService> restService);
 
  private:
+  TaskHandler taskHandler_;  ///< Of the download that is being started.
   std::weak_ptr<KivResourceRESTModuleDelegate> delegate_;
   std::shared_ptr<KivRESTService> restService_;
 };

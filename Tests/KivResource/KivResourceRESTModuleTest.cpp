@@ -53,6 +53,56 @@ class KivResourceRESTModuleTest : public testing::Test {
   std::vector<Outcome> outcomes;
 };
 
+TEST_F(KivResourceRESTModuleTest, PassesTheTaskOnBeforeItsCompletion) {
+  std::vector<std::string> order;
+  const auto begin = [&](const std::string& link) {
+    module.loadDataForResource_usingFileLink_taskHandler_completionHandler(
+        nullptr, link,
+        [&](const KivRESTServiceTask& task) {
+          order.push_back("status " + std::to_string(task.response()->statusCode()));
+        },
+        [&](const std::optional<kiv::Data>&, const std::optional<kiv::Error>&) {
+          order.emplace_back("completed");
+        });
+  };
+  begin("a.png");
+  start("plain.png");
+  client->answer("/plain.png", 200);
+  EXPECT_THAT(order, IsEmpty()) << "the handler is of one download only";
+  client->answer("/a.png", 404);
+  EXPECT_THAT(order, ElementsAre("status 404", "completed"));
+  order.clear();
+  begin("no url");
+  EXPECT_THAT(order, ElementsAre("completed")) << "there is no task";
+  start("b.png");
+  client->answer("/b.png", 200);
+  EXPECT_THAT(order, ElementsAre("completed"));
+}
+
+TEST_F(KivResourceRESTModuleTest, AnOverrideThatDoesNotCallTheModulePassesNoTaskOn) {
+  struct Own final : KivResourceRESTModule {
+    void loadDataForResource_usingFileLink_completionHandler(
+        const std::shared_ptr<KivResource>&, const std::string& link,
+        CompletionHandler completion) override {
+      if (link == "own") return completion(kiv::Data("own"), std::nullopt);
+      KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
+          nullptr, link, std::move(completion));
+    }
+  };
+  Own own;
+  own.setRestService(client);
+  int tasks = 0;
+  int completions = 0;
+  const auto completion = [&](const auto&, const auto&) { ++completions; };
+  own.loadDataForResource_usingFileLink_taskHandler_completionHandler(
+      nullptr, "own", [&](const KivRESTServiceTask&) { ++tasks; }, completion);
+  EXPECT_EQ(completions, 1);
+  own.loadDataForResource_usingFileLink_completionHandler(nullptr, "b.png", completion);
+  client->answer("/b.png", 200);
+  EXPECT_EQ(completions, 2);
+  EXPECT_EQ(tasks, 0) << "it is not kept for a later download";
+}
+
 TEST_F(KivResourceRESTModuleTest, ExportsItsConstants) {
   EXPECT_EQ(KivResourceRESTModuleErrorDomain, "kiv.KivResource.KivResourceRESTModule");
   EXPECT_EQ(CreateURLRequestErrorCode, 101);
