@@ -50,6 +50,8 @@
 #include "KivResource/KivResourceManager.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceManagerObserver.h"            // IWYU pragma: export
 #include "KivResource/KivResourceObject.h"                     // IWYU pragma: export
+#include "KivResource/KivResourcePass.h"                       // IWYU pragma: export
+#include "KivResource/KivResourcePassReport.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceRESTModule.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceStandard.h"                   // IWYU pragma: export
 #include "KivResource/KivResourceStorageModule.h"              // IWYU pragma: export

@@ -9,6 +9,7 @@
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceManagerStep.h"
+#include "KivResource/KivResourcePassReports.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
@@ -49,7 +50,8 @@ std::shared_ptr<KivResourceManager> KivResourceManager::newInstance() {
 KivResourceManager::KivResourceManager()
     : queueAssertion_(std::make_shared<kiv::QueueAssertion>("the manager")),
       fileListing_(std::make_unique<kiv::FileListing>()),
-      removals_(std::make_unique<kiv::PendingRemovals>()) {}
+      removals_(std::make_unique<kiv::PendingRemovals>()),
+      reports_(std::make_unique<kiv::PassReports>(queueAssertion_)) {}
 KivResourceManager::~KivResourceManager() = default;
 
 void KivResourceManager::create() {
@@ -106,6 +108,7 @@ void KivResourceManager::failAnnouncements(const std::shared_ptr<KivResource>& r
   const auto paths = resource->useFilePaths();
   const kiv::Error error = kiv::systemError(static_cast<int>(std::errc::no_such_file_or_directory),
                                             "find", paths.empty() ? std::string() : paths.front());
+  reports_->tell([&](kiv::PassCollector& pass) { pass.noteLost(*resource, error); });
   for (Announcement& announcement : announcements_) {
     if (announcement.resource != resource || announcement.failure) continue;
     announcement.failure = std::make_shared<const std::optional<kiv::Error>>(error);
@@ -199,6 +202,8 @@ void KivResourceManager::endStep() {
   kiv::insist([this] { saveChanges(); });
   for (auto& announcement : std::exchange(announcements_, {}))
     kiv::insist([&] { send(announcement); });
+  reports_->endStep(loadingResourcesFilesCount_ > 0, *loadedResources_,
+                    savedList_->lastSaveError());
 }
 
 void KivResourceManager::saveChanges() {
@@ -236,11 +241,13 @@ void KivResourceManager::send(Announcement& announcement) {
 }
 
 void KivResourceManager::announceLoaded(std::shared_ptr<KivResource> resource) {
+  reports_->tell([&](kiv::PassCollector& pass) { pass.noteLoaded(*resource); });
   announce(std::move(resource), nullptr);
 }
 
 void KivResourceManager::announceFailed(const std::shared_ptr<KivResource>& resource,
                                         const std::optional<kiv::Error>& error) {
+  reports_->tell([&](kiv::PassCollector& pass) { pass.noteFailed(*resource, error); });
   announce(resource, std::make_shared<const std::optional<kiv::Error>>(error));
 }
 

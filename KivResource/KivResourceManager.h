@@ -18,11 +18,15 @@
 #include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceManagerObserver.h"
 #include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourcePass.h"
+#include "KivResource/KivResourcePassReport.h"
 #include "KivResource/KivResourceRESTModule.h"
 
 namespace kiv {
 class FileListing;
 class ManagerStep;
+class PassCollector;
+class PassReports;
 class PendingRemovals;
 class QueueAssertion;
 class SavedList;
@@ -85,6 +89,20 @@ class KIV_EXPORT KivResourceManager final
   /// does not name are removed from the registry; their files stay on disk. A configuration without
   /// a valid item removes nothing.
   void updateResourcesForConfig(const kiv::Value& config);
+  /// Starts a pass as the operation above that does the same, with the same callbacks. The handler
+  /// is called exactly once, as a job of the manager's queue, after the callbacks of the pass have
+  /// been sent to their queues, with a report of how it went. Returns the number of the pass, by
+  /// which its report is known; numbers count from 1 in each manager.
+  ///
+  /// Every pass is reported, also a refused one, and one that ends within this call. A pass whose
+  /// downloads have not ended is reported as stopped by stopLoading(), and as abandoned when the
+  /// manager is destroyed, or when the host has reset their count and starts another pass. The
+  /// handler may start the next pass. It is released after the call. If no job can be added, since
+  /// memory has run out or the manager's queue has been released, the handler is called within the
+  /// operation that ended the pass, and what it throws is dropped.
+  ///
+  /// Throws std::bad_alloc if memory runs out at the start. Then the handler is never called.
+  std::uint64_t startPass(const KivResourcePass& pass, KivResourcePassReportHandler handler);
   /// Cancels all downloads and sends the finish callback. Complete resources stay, and nothing is
   /// removed from the registry.
   void stopLoading();
@@ -188,7 +206,10 @@ class KIV_EXPORT KivResourceManager final
   void create();
   void assertQueue(const char* call = __builtin_FUNCTION()) const;
 
-  void refusePass(const kiv::ResourceArray& resources);
+  /// `collector` makes the report, or is nullptr.
+  void runPass(const KivResourcePass& pass, const std::shared_ptr<kiv::PassCollector>& collector);
+  void refusePass(const kiv::ResourceArray& resources,
+                  const std::shared_ptr<kiv::PassCollector>& collector);
   /// Compares a new resource with its loaded counterpart, if there is one.
   void mergeResource(const std::shared_ptr<KivResource>& resource,
                      std::shared_ptr<KivResource> counterpart);
@@ -240,6 +261,7 @@ class KIV_EXPORT KivResourceManager final
   bool listIsChanged_ = false;    ///< Since it was last written, or that was tried.
   bool listIsOutOfDate_ = false;  ///< On the disk, because it could not be written.
   std::unique_ptr<kiv::PendingRemovals> removals_;
+  const std::unique_ptr<kiv::PassReports> reports_;
   std::vector<std::shared_ptr<Arrival>> arrivals_;  ///< Those that wait.
   bool handlingIsScheduled_ = false;
   const MulticastObserver::Recipients* recipients_ = nullptr;  ///< Of the arrival being handled.

@@ -10,6 +10,7 @@
 #include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
+#include "KivResource/KivResourcePassReports.h"
 #include "KivResource/KivResourcePendingRemovals.h"
 #include "KivResource/KivResourceStorageModule.h"
 
@@ -57,6 +58,7 @@ void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>
   }
   for (const std::string& fileLink : resource->missingFilesLinks()) {
     if (const auto path = pathToFile(kiv::path::lastPathComponent(fileLink))) {
+      reports_->tell([&](kiv::PassCollector& pass) { pass.noteLocalFile(*resource, fileLink); });
       setLoadedFile_forResource(*path, resource);
     } else {
       downloadFile(fileLink, resource);
@@ -96,19 +98,27 @@ struct KivResourceManager::Arrival {
   /// The data in a temporary file, or why it could not be written. Neither: it is not written yet.
   std::optional<KivStorageService::StagedFile> staged = {};
   std::optional<kiv::Error> stagingError = {};
+  kiv::PassFile file = {};  ///< Its place in the report of the pass.
 };
 
 /// The count is incremented first, since the completion may be called before the loader returns.
 void KivResourceManager::downloadFile(const std::string& fileLink,
                                       const std::shared_ptr<KivResource>& resource) {
   auto arrival = std::make_shared<Arrival>(Arrival{fileLink, resource});
+  reports_->tell(
+      [&](kiv::PassCollector& pass) { arrival->file = pass.noteDownload(*resource, fileLink); });
   ++loadingResourcesFilesCount_;
   if (!loader_) {
     completeDownload(arrival, std::nullopt, KivResourceRESTModule::createRequestError());
     return;
   }
-  loader_->loadDataForResource_usingFileLink_completionHandler(
-      resource, fileLink,
+  KivResourceRESTModule::TaskHandler noteTask;
+  if (arrival->file) {
+    noteTask = [file = arrival->file](const KivRESTServiceTask& task) { file.noteTask(task); };
+  }
+  const auto loader = loader_;
+  loader->loadDataForResource_usingFileLink_taskHandler_completionHandler(
+      resource, fileLink, std::move(noteTask),
       [self = shared_from_this(), arrival = std::move(arrival)](
           const std::optional<kiv::Data>& data, const std::optional<kiv::Error>& error) {
         self->completeDownload(arrival, data, error);
@@ -172,6 +182,7 @@ void KivResourceManager::handle(Arrival& arrival) {
                              kiv::path::lastPathComponent(arrival.fileLink);
                          if (arrival.error || !arrival.data) {
                            logFailedFile(fileName, *arrival.resource, arrival.error);
+                           arrival.file.noteEnd(KivResourcePassFileOutcome::failed, arrival.error);
                            announceFailed(arrival.resource, arrival.error);
                          } else {
                            logLoadedFile(fileName, *arrival.resource);
@@ -179,7 +190,11 @@ void KivResourceManager::handle(Arrival& arrival) {
                          }
                        });
   if (!isTaken) {
-    kiv::insist([&] { announceFailed(arrival.resource, outOfMemory(arrival.fileLink)); });
+    kiv::insist([&] {
+      const kiv::Error error = outOfMemory(arrival.fileLink);
+      arrival.file.noteEnd(KivResourcePassFileOutcome::failed, error);
+      announceFailed(arrival.resource, error);
+    });
   }
   arrival.data.reset();
   --loadingResourcesFilesCount_;
@@ -214,10 +229,13 @@ void KivResourceManager::store(Arrival& arrival) {
   settleBefore((item && removals_->affectSaving(*item)) || removals_->affect(*arrival.resource));
   if (!savings_) savings_.emplace();
   if (const auto error = save(arrival, fileName)) {
+    arrival.file.noteEnd(KivResourcePassFileOutcome::failed, error);
     announceFailed(arrival.resource, error);
     return;
   }
   const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
+  arrival.file.noteEnd(path ? KivResourcePassFileOutcome::downloaded
+                            : KivResourcePassFileOutcome::notFound);
   if (!path) return;
   if (path != item) return setLoadedFile_forResource(*path, arrival.resource);
   // The resource need not ask for the file that was stored just now. Nothing is settled from here
@@ -252,6 +270,7 @@ void KivResourceManager::removeOldResourcesForResource(
   if (!resource) return;
   auto older = loadedResourcesWithID_copy(resource->resourceID(), false);
   std::erase(older, resource);
+  reports_->tell([&](kiv::PassCollector& pass) { pass.noteReplaced(*resource, older); });
   // All are removed from the registry first, so that a file that only they share is removed too.
   loadedResources_->removeAll(older);
   for (const auto& old : older)

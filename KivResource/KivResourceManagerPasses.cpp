@@ -5,6 +5,7 @@
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
+#include "KivResource/KivResourcePassReports.h"
 #include "KivResource/NSError+KivResource.h"
 
 void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
@@ -33,34 +34,66 @@ void KivResourceManager::loadResourcesFromConfig_withID_orType_replace(
     const kiv::Value& config, const std::optional<std::string>& resourceID,
     const std::optional<std::string>& type, bool replace) {
   assertQueue();
+  runPass({config, resourceID, type, replace}, nullptr);
+}
+
+std::uint64_t KivResourceManager::startPass(const KivResourcePass& pass,
+                                            KivResourcePassReportHandler handler) {
+  assertQueue();
+  const auto step = beginStep();
+  const std::uint64_t passID = reports_->nextPassID();
+  const auto collector = std::make_shared<kiv::PassCollector>(passID, std::move(handler));
+  try {
+    runPass(pass, collector);
+  } catch (...) {
+    reports_->forget(collector);
+    throw;
+  }
+  return passID;
+}
+
+void KivResourceManager::runPass(const KivResourcePass& pass,
+                                 const std::shared_ptr<kiv::PassCollector>& collector) {
   const auto step = beginStep();
   // Otherwise the new resources would find files that are to be removed. Also saves a list again
   // that could not be saved.
   listIsChanged_ = listIsChanged_ || listIsOutOfDate_;
   saveChanges();
-  auto resources = KivResourceFactory::resourcesArrayForResourcesConfig(config);
+  auto resources = KivResourceFactory::resourceOfEachItemOfConfig(pass.config);
+  if (collector) collector->noteItems(pass.config, resources);
+  std::erase(resources, nullptr);
   if (loadingResourcesFilesCount_ > 0) {
-    refusePass(resources);
+    refusePass(resources, collector);
     return;
   }
+  reports_->begin(collector);
   resourcesForRemove_ = std::nullopt;
   loadingResourcesFilesCount_ = 0;
-  if (resourceID) {
-    resources = findResourcesInList_withValue_forPropertyName(resources, *resourceID, "resourceID");
+  if (pass.resourceID) {
+    resources =
+        findResourcesInList_withValue_forPropertyName(resources, *pass.resourceID, "resourceID");
   }
-  if (type) resources = findResourcesInList_withValue_forPropertyName(resources, *type, "type");
+  if (pass.type) {
+    resources = findResourcesInList_withValue_forPropertyName(resources, *pass.type, "type");
+  }
+  if (collector) collector->noteSelection(pass, resources);
   if (resources.empty()) {
     finishLoading();
   } else {
-    updateResourcesFromList_deleteRest(resources, replace);
+    updateResourcesFromList_deleteRest(resources, pass.dropsRest);
   }
 }
 
 /// Reports all resources of the configuration, regardless of the filters. The running pass
 /// continues, but the finish applies its removals early.
-void KivResourceManager::refusePass(const kiv::ResourceArray& resources) {
+void KivResourceManager::refusePass(const kiv::ResourceArray& resources,
+                                    const std::shared_ptr<kiv::PassCollector>& collector) {
   const kiv::Error busy(KivResourceErrorDomain, DownloadQueueIsBusyKivResourceErrorCode,
                         "Resource download was canceled because the download queue is busy.");
+  if (collector) {
+    collector->noteRefusal(busy);
+    reports_->addEnded(collector);
+  }
   for (const auto& resource : resources)
     announceFailed(resource, busy);
   finishLoading();
@@ -83,6 +116,7 @@ void KivResourceManager::mergeResource(const std::shared_ptr<KivResource>& resou
                                        std::shared_ptr<KivResource> counterpart) {
   if (!resource) return;
   if (counterpart && !resource->isNewerThan(*counterpart)) {
+    reports_->tell([&](kiv::PassCollector& pass) { pass.noteUnchanged(*resource, counterpart); });
     announceLoaded(std::move(counterpart));
   } else {
     loadFilesForResource(resource);
@@ -93,6 +127,9 @@ void KivResourceManager::finishLoading() {
   assertQueue();
   const auto step = beginStep();
   if (resourcesForRemove_) {
+    reports_->tell([this](kiv::PassCollector& pass) {
+      pass.noteDropped(*resourcesForRemove_, *loadedResources_);
+    });
     for (const auto& resource : *resourcesForRemove_)
       removeResource(resource);
     listIsChanged_ = true;
@@ -105,6 +142,7 @@ void KivResourceManager::stopLoading() {
   assertQueue();
   const auto step = beginStep();
   if (loader_) loader_->canselLoading();
+  reports_->tell([](kiv::PassCollector& pass) { pass.noteStop(); });
   loadingResourcesFilesCount_ = 0;
   // Not finishLoading(), which would apply the removals of an update pass.
   announceFinish();

@@ -10,6 +10,8 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceManager.h
   KivResource/KivResourceManagerObserver.h
   KivResource/KivResourceObject.h
+  KivResource/KivResourcePass.h
+  KivResource/KivResourcePassReport.h
   KivResource/KivResourceRESTModule.h
   KivResource/KivResourceStandard.h
   KivResource/KivResourceStorageModule.h
@@ -56,6 +58,8 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceIndex.h
   KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h
+  KivResource/KivResourcePassCollector.h
+  KivResource/KivResourcePassReports.h
   KivResource/KivResourcePendingRemovals.h
   KivResource/KivResourceSavedList.h
 )

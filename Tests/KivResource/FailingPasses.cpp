@@ -4,9 +4,10 @@
 // pass must report finish exactly once, and the following pass must load everything. Run by
 // KivResourceManagerMemoryTest.
 //
-//     FailingPasses ROOT SERVER STRIDE
+//     FailingPasses ROOT SERVER STRIDE [followed]
 //
-// STRIDE is added to the index of the failing allocation after each pass.
+// STRIDE is added to the index of the failing allocation after each pass. With "followed", each
+// pass must also be reported exactly once, after its finish, and be reported as done.
 
 #include <atomic>
 #include <chrono>
@@ -33,6 +34,7 @@ struct Heard {
   int loaded = 0;
   int failed = 0;
   int finished = 0;
+  int reported = 0;
 };
 
 /// Its callbacks arrive on the main queue, which only the main thread drains.
@@ -66,7 +68,7 @@ kiv::Value configurationOf(int version) {
 
 class Host {
  public:
-  Host() : queue_(kiv::DispatchQueue::serial("host")) {
+  explicit Host(bool follows) : follows_(follows), queue_(kiv::DispatchQueue::serial("host")) {
     runAndWait([this] {
       manager_ = KivResourceManager::sharedInstance();
       manager_->addObserver(observer_, kiv::DispatchQueue::main());
@@ -77,11 +79,21 @@ class Host {
   Heard pass(int version, long failing) {
     observer_->heard = {};
     const auto configuration = configurationOf(version);
+    reports_ = 0;
     runAndWait([&] {
-      manager_->updateResourcesForConfig(configuration);
+      if (follows_) {
+        manager_->startPass(KivResourcePass::update(configuration),
+                            [this](const KivResourcePassReport& report) {
+                              if (report.outcome == KivResourcePassOutcome::done) ++reports_;
+                            });
+      } else {
+        manager_->updateResourcesForConfig(configuration);
+      }
       allocationsLeft = failing;
     });
-    waitFor([this] { return observer_->heard.finished > 0; });
+    waitFor([this] { return observer_->heard.finished > 0 && (!follows_ || reports_ > 0); });
+    runAndWait([] {});  // what came twice has come now
+    observer_->heard.reported = reports_;
     return observer_->heard;
   }
 
@@ -101,14 +113,17 @@ class Host {
       kiv::DispatchQueue::main()->drainFor(std::chrono::milliseconds(1));
   }
 
+  const bool follows_;
+  std::atomic<int> reports_ = 0;
   std::shared_ptr<kiv::DispatchQueue> queue_;
   std::shared_ptr<Observer> observer_ = std::make_shared<Observer>();
   std::shared_ptr<KivResourceManager> manager_;
 };
 
 /// True if every pass met the requirements above.
-bool failEachInTurn(long stride) {
-  Host host;
+bool failEachInTurn(long stride, bool follows) {
+  Host host(follows);
+  const int reports = follows ? 1 : 0;
   int version = 0;
   int failed = 0;
   for (long count = 0; count < 1'000'000; count += stride) {
@@ -117,11 +132,14 @@ bool failEachInTurn(long stride) {
     allocationsLeft = -1;
     const Heard next = host.pass(++version, -1);
     const bool isRight = heard.finished == 1 && heard.loaded + heard.failed >= banners &&
-                         next.finished == 1 && next.loaded == banners && next.failed == 0;
+                         next.finished == 1 && next.loaded == banners && next.failed == 0 &&
+                         heard.reported == reports && next.reported == reports;
     if (!isRight) {
-      std::fprintf(stderr, "Allocation %ld: %d loaded, %d failed, %d finished; then %d, %d, %d.\n",
-                   count, heard.loaded, heard.failed, heard.finished, next.loaded, next.failed,
-                   next.finished);
+      std::fprintf(stderr,
+                   "Allocation %ld: %d loaded, %d failed, %d finished, %d reported; then %d, %d, "
+                   "%d, %d.\n",
+                   count, heard.loaded, heard.failed, heard.finished, heard.reported, next.loaded,
+                   next.failed, next.finished, next.reported);
       return false;
     }
     if (heard.failed > 0) ++failed;
@@ -136,9 +154,9 @@ bool failEachInTurn(long stride) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count != 4) return 2;
+  if (count != 4 && count != 5) return 2;
   kiv::SystemLog::setHandler([](std::string_view) {});
   KivStorageService::setRootPath(arguments[1]);
   KivAppConfiguration::sharedInstance()->setMainACSDomain(arguments[2]);
-  return failEachInTurn(std::atol(arguments[3])) ? 0 : 1;
+  return failEachInTurn(std::atol(arguments[3]), count == 5) ? 0 : 1;
 }

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,18 +20,29 @@ std::string stride() {
   return chosen ? chosen : "7";
 }
 
-TEST(KivResourceManagerMemoryTest, AnyAllocationThatFailsEndsAPassAndTheNextOneLoadsEverything) {
+/// Runs FailingPasses; `more` are its further arguments.
+void runFailingPasses(const std::vector<std::string>& more) {
   const TemporaryDirectory directory;
   LoopbackServer server;
   for (int version = 1; version <= 2000; ++version) {
     for (const std::string banner : {"/0-", "/1-", "/2-"})
       server.serve(banner + std::to_string(version) + ".png", Response::ok("x"));
   }
-  ChildProcess child(FAILING_PASSES, {directory.path("root"), server.url(), stride()},
+  std::vector<std::string> arguments{directory.path("root"), server.url(), stride()};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  ChildProcess child(FAILING_PASSES, arguments,
                      // The program replaces operator new by one that uses malloc().
                      {"ASAN_OPTIONS=detect_leaks=0:alloc_dealloc_mismatch=0"});
   ASSERT_TRUE(child.hasStarted());
   EXPECT_EQ(child.waitForExit(), 0);
+}
+
+TEST(KivResourceManagerMemoryTest, AnyAllocationThatFailsEndsAPassAndTheNextOneLoadsEverything) {
+  runFailingPasses({});
+}
+
+TEST(KivResourceManagerMemoryTest, AndAPassThatIsFollowedIsReportedOnce) {
+  runFailingPasses({"followed"});
 }
 
 }  // namespace

@@ -21,6 +21,9 @@ class QueueAssertion {
   /// To be called first in every operation of the object. `call` is the operation's name.
   void check(const char* className, const char* call = __builtin_FUNCTION()) const;
 
+  /// The queue, or nullptr if it has been released.
+  [[nodiscard]] std::shared_ptr<DispatchQueue> queue() const noexcept { return queue_.lock(); }
+
  private:
   [[nodiscard]] bool isHere() const;
 

@@ -1,0 +1,68 @@
+#include "KivResource/KivResourcePassReports.h"
+
+#include <utility>
+
+#include "KivPlatform/Foundation/queues/DispatchQueue.h"
+#include "KivPlatform/Foundation/queues/QueueAssertion.h"
+
+namespace kiv {
+
+namespace {
+
+template <class... Arguments>
+void end(PassCollector& collector, const Arguments&... arguments) noexcept {
+  if (!contain([&] { collector.end(arguments...); })) collector.noteLackOfMemory();
+}
+
+}  // namespace
+
+PassReports::PassReports(std::shared_ptr<const QueueAssertion> queue) : queue_(std::move(queue)) {}
+
+PassReports::~PassReports() {
+  if (!running_) return;
+  running_->noteAbandoned();
+  end(*running_);
+  handOver(running_);
+}
+
+void PassReports::begin(std::shared_ptr<PassCollector> collector) {
+  if (running_) {
+    ended_.push_back(running_);
+    running_->noteAbandoned();
+  }
+  running_ = std::move(collector);
+}
+
+void PassReports::addEnded(std::shared_ptr<PassCollector> collector) {
+  ended_.push_back(std::move(collector));
+}
+
+void PassReports::forget(const std::shared_ptr<PassCollector>& collector) noexcept {
+  if (running_ == collector) running_ = nullptr;
+  std::erase(ended_, collector);
+}
+
+void PassReports::endStep(bool isBusy, const ResourceList& registry,
+                          const std::optional<Error>& saveError) noexcept {
+  for (const auto& collector : std::exchange(ended_, {})) {
+    end(*collector, registry, saveError);
+    handOver(collector);
+  }
+  if (isBusy || !running_) return;
+  const auto collector = std::exchange(running_, nullptr);
+  end(*collector, registry, saveError);
+  handOver(collector);
+}
+
+/// If not even a job can be made, nor a queue is left to run it, the handler is called here: a
+/// report is never lost.
+void PassReports::handOver(const std::shared_ptr<PassCollector>& collector) const noexcept {
+  const auto queue = queue_->queue();
+  const auto post = [&] { queue->async([collector] { collector->report(); }); };
+  for (int attempts = queue ? 2 : 0; attempts > 0; --attempts) {
+    if (contain(post)) return;
+  }
+  contain([&] { collector->report(); });
+}
+
+}  // namespace kiv
