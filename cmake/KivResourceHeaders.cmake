@@ -11,6 +11,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceManagerObserver.h
   KivResource/KivResourceObject.h
   KivResource/KivResourcePass.h
+  KivResource/KivResourcePassAwaiting.h
   KivResource/KivResourcePassReport.h
   KivResource/KivResourceRESTModule.h
   KivResource/KivResourceStandard.h
