@@ -12,6 +12,7 @@
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
+#include "KivPlatform/KivRESTService/engine/StartGate.h"
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
@@ -57,14 +58,23 @@ class KivRESTService::Implementation {
   explicit Implementation(kiv::TransferSettings settings)
       : pendingBytes_(std::make_shared<kiv::PendingBytes>()),
         ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), pendingBytes_)),
+        gate_(std::make_shared<kiv::StartGate>(queueOfCreation(), ledger_)),
         engine_(
             std::move(settings), pendingBytes_,
             [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
             [ledger = ledger_](kiv::ProgressReport report) { ledger->report(std::move(report)); },
             [ledger = ledger_] { ledger->failAll(KivRESTServiceErrorCode::outOfResources); },
-            [ledger = ledger_] { return ledger->addDueJobs(); }) {}
+            [ledger = ledger_] { return ledger->addDueJobs(); },
+            [gate = gate_](std::vector<kiv::StartQuestion> questions) {
+              gate->ask(std::move(questions));
+            }) {
+    gate_->setAnswerHandler([this](std::vector<kiv::StartAnswer> answers) {
+      engine_.answerStarts(std::move(answers));
+    });
+  }
 
   ~Implementation() {
+    gate_->setAnswerHandler(nullptr);
     const auto tasks = ledger_->takeAll();
     engine_.stop();
     ledger_->releaseHandlers(tasks);
@@ -101,6 +111,15 @@ class KivRESTService::Implementation {
 
   kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }
 
+  void setStartCondition(kiv::StartGate::Condition condition) {
+    // A child must not wait for a lock that a thread of the parent held.
+    if (!engine_.isInherited()) apply(gate_->setCondition(std::move(condition)));
+  }
+
+  void noteStartConditionChange() {
+    if (!engine_.isInherited()) apply(gate_->noteChange());
+  }
+
   void cancelAll() {
     // Releasing a handler may destroy the client, so no member is used after that.
     const auto ledger = ledger_;
@@ -114,10 +133,15 @@ class KivRESTService::Implementation {
   }
 
  private:
+  void apply(kiv::StartGate::State state) {
+    engine_.setStartCondition(state.hasCondition, state.version);
+  }
+
   kiv::Mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
   const kiv::ForkGuard forkGuard_{ordersMutex_, kiv::ForkGuard::Rank::orders};
   const std::shared_ptr<kiv::PendingBytes> pendingBytes_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;
+  const std::shared_ptr<kiv::StartGate> gate_;
   kiv::TransferEngine engine_;
 };
 
@@ -146,6 +170,30 @@ std::vector<std::shared_ptr<KivRESTServiceTask>> KivRESTService::currentQueue() 
 
 void KivRESTService::cancelAllTasks() {
   implementation_->cancelAll();
+}
+
+void KivRESTService::pause() {
+  implementation_->engine().setPaused(true);
+}
+
+void KivRESTService::resume() {
+  implementation_->engine().setPaused(false);
+}
+
+bool KivRESTService::isPaused() const {
+  return implementation_->engine().isPaused();
+}
+
+void KivRESTService::setBandwidth(std::int64_t bytesPerSecond) {
+  implementation_->engine().setBandwidth(bytesPerSecond);
+}
+
+void KivRESTService::setStartCondition(StartCondition condition) {
+  implementation_->setStartCondition(std::move(condition));
+}
+
+void KivRESTService::startConditionChanged() {
+  implementation_->noteStartConditionChange();
 }
 
 void KivRESTService::setProgressHandler(

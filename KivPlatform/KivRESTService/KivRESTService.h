@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -79,6 +80,44 @@ class KIV_EXPORT KivRESTService {
   /// called. The completion handlers are released before this returns if it is called on the
   /// client's queue, otherwise by a job of that queue.
   virtual void cancelAllTasks();
+
+  /// Pauses the client: running transfers stop, and none starts, until resume(). It takes effect
+  /// within the next iteration of each transfer thread, usually within milliseconds; tasks whose
+  /// transfers have ended by then are still completed. All others wait. What has been received is
+  /// kept as when a transfer breaks, and resume() requests the rest. A body without a validator
+  /// starts over, as all do if there is no spool directory. A pause is no failed attempt, and does
+  /// not count in the deadline and in the metrics' number of tries.
+  ///
+  /// Tasks may be queued and cancelled meanwhile; the client stays paused until resume(). To pause
+  /// a paused client has no effect, nor has it to resume another one. A client of a parent process
+  /// is never paused. All three may be called from any thread.
+  void pause();
+  void resume();
+  [[nodiscard]] bool isPaused() const;
+
+  /// Sets KivRESTServiceSettings::bandwidth, in bytes per second, for running transfers too; 0 or
+  /// less for no limit. If the limit is lower than before, running transfers are stopped and
+  /// continued at once, as by pause() and resume(). May be called from any thread.
+  void setBandwidth(std::int64_t bytesPerSecond);
+
+  /// Answers whether a transfer of the task may start now, from that URL: the request's or a
+  /// mirror's.
+  using StartCondition = std::function<bool(const KivRESTServiceTask& task, const kiv::URL& url)>;
+  /// Sets a condition for starts: that the network is not metered, say. It is called on the
+  /// client's queue before each attempt at a server, retries and continuations after pause()
+  /// included, but not for redirects. A task for which it returns false waits, without a time
+  /// limit, until startConditionChanged() or another condition; others go on. It is asked once for
+  /// tasks that share a transfer, with the one queued first. Transfers that run are not affected;
+  /// see pause().
+  ///
+  /// While a question waits for the queue, it takes one of the `parallelTransfers`. A condition
+  /// that throws has answered false, and the queue logs the exception. It may call any operation of
+  /// the client, and destroy it. An empty condition allows everything. A former condition may still
+  /// run while this returns; its answers do not count. May be called from any thread.
+  void setStartCondition(StartCondition condition);
+  /// To be called when the condition may answer otherwise than before: the tasks that wait for it
+  /// are asked about again when it is their turn. May be called from any thread.
+  void startConditionChanged();
 
   /// The handler is called on the client's queue, at most ten times a second while tasks are held,
   /// and once after the last has ended. A slow queue misses intermediate states. An empty handler

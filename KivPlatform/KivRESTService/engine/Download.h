@@ -28,6 +28,8 @@ struct Download {
     waiting,  ///< For a free slot.
     running,
     pausing,  ///< Until the next attempt.
+    asking,   ///< The host, whether it may start.
+    refused,  ///< By the host.
   };
 
   Download(TransferJob job, const TransferSettings& settings);
@@ -72,6 +74,8 @@ struct Download {
   SpeedMeter speed;                   ///< Of the current request.
 
   std::optional<Time> begun;
+  SpeedPolicy::Duration suspended{};  ///< Since it began, by the host; not part of the deadline.
+  Time suspendedSince{};              ///< While asking or refused.
   KivRESTServiceMetrics metrics;
   double bytesPerSecond = 0;       ///< At the last measurement.
   std::int64_t measuredBytes = 0;  ///< Received at the last measurement.

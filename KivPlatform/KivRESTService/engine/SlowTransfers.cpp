@@ -88,9 +88,8 @@ void TransferScheduler::giveWay(TransferWorker& worker, Download& download) {
 }
 
 bool TransferScheduler::isOverdue(const Download& download, Time now) const {
-  if (!download.begun) return false;
-  const auto deadline = speeds_.deadline(*download.begun);
-  return deadline && *deadline <= now;
+  const auto deadline = deadlineOf(download);
+  return deadline && *deadline <= now && !controls_.isPaused;
 }
 
 /// Ends the waiting and pausing ones; running ones are ended by their workers' threads.

@@ -54,6 +54,12 @@ TaskLedger::Tasks TaskLedger::tasks() const {
   return tasks;
 }
 
+std::shared_ptr<const KivRESTServiceTask> TaskLedger::task(std::uint64_t id) const {
+  const MutexLock lock(mutex_);
+  const auto held = held_.find(id);
+  return held == held_.end() ? nullptr : held->second;
+}
+
 /// Allocates nothing, since a destructor calls it.
 TaskLedger::HeldTasks TaskLedger::takeAll() noexcept {
   HeldTasks tasks;

@@ -47,6 +47,8 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   std::optional<std::uint64_t> add(std::shared_ptr<KivRESTServiceTask> task);
   /// The tasks, in the order in which they were added.
   [[nodiscard]] Tasks tasks() const;
+  /// The task with that ID; nullptr if it is not held.
+  [[nodiscard]] std::shared_ptr<const KivRESTServiceTask> task(std::uint64_t id) const;
   /// Takes out all tasks.
   [[nodiscard]] HeldTasks takeAll() noexcept;
   using Time = CompletionPace::Time;

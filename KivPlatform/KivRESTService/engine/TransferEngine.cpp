@@ -17,14 +17,17 @@ using Clock = std::chrono::steady_clock;
 
 TransferEngine::TransferEngine(TransferSettings settings,
                                std::shared_ptr<PendingBytes> pendingBytes, TaskResultHandler ended,
-                               ProgressHandler progressed, FailureHandler failed, DueHandler due)
+                               ProgressHandler progressed, FailureHandler failed, DueHandler due,
+                               StartQuestionHandler asked)
     : settings_(std::move(settings)),
       pendingBytes_(std::move(pendingBytes)),
       ended_(std::move(ended)),
       progressed_(std::move(progressed)),
       failed_(std::move(failed)),
       due_(std::move(due)),
-      threads_(TransferScheduler::workerCount(settings_)) {
+      asked_(std::move(asked)),
+      threads_(TransferScheduler::workerCount(settings_)),
+      controls_{.bandwidth = settings_.bandwidth} {
   pendingBytes_->setWakeUp([this] { remind(0); });
   exitHook_.emplace([this] { stop(); });
 }
@@ -51,7 +54,45 @@ KivRESTServiceSettings TransferEngine::settings() const {
   // lock.
   if (isInherited()) return settings_;
   const MutexLock lock(mutex_);
-  return settings_;
+  KivRESTServiceSettings settings = settings_;
+  settings.bandwidth = controls_.bandwidth;
+  return settings;
+}
+
+void TransferEngine::setPaused(bool isPaused) {
+  if (isInherited()) return;
+  const MutexLock lock(mutex_);
+  if (std::exchange(controls_.isPaused, isPaused) != isPaused) wakeUpAll();
+}
+
+bool TransferEngine::isPaused() const {
+  if (isInherited()) return false;
+  const MutexLock lock(mutex_);
+  return controls_.isPaused;
+}
+
+void TransferEngine::setBandwidth(std::int64_t bytesPerSecond) {
+  if (isInherited()) return;
+  const MutexLock lock(mutex_);
+  controls_.bandwidth = std::max<std::int64_t>(0, bytesPerSecond);
+  wakeUpAll();
+}
+
+void TransferEngine::setStartCondition(bool isSet, std::uint64_t version) {
+  if (isInherited()) return;
+  const MutexLock lock(mutex_);
+  if (version <= controls_.conditionVersion) return;
+  controls_.hasStartCondition = isSet;
+  controls_.conditionVersion = version;
+  wakeUp(0);
+}
+
+void TransferEngine::answerStarts(std::vector<StartAnswer> answers) {
+  if (isInherited()) return;
+  const MutexLock lock(mutex_);
+  if (stopped_) return;
+  answers_.insert(answers_.end(), answers.begin(), answers.end());
+  wakeUp(0);
 }
 
 void TransferEngine::reportProgress(bool isWanted) {
@@ -192,7 +233,7 @@ WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
 
 void TransferEngine::begin(std::size_t index, const WorkerHandles& handles) {
   if (!scheduler_) {
-    scheduler_ = std::make_unique<TransferScheduler>(settings_, ended_, *pendingBytes_);
+    scheduler_ = std::make_unique<TransferScheduler>(settings_, ended_, asked_, *pendingBytes_);
   }
   scheduler_->worker(index).open(handles);
 }
@@ -202,10 +243,12 @@ void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   // New jobs come first, so that a free slot goes to the best of all waiting jobs.
   takeOrders(index);
   worker.releaseDropped();
+  scheduler_->haltIfAsked(worker);
   scheduler_->startWaiting();
   scheduler_->runAssigned(worker);
   callUpOthers(index);
   scheduler_->reportEnded(lock);
+  scheduler_->reportQuestions(lock);
   if (isBusy(index)) threads_[index].idleUntil = Clock::now() + settings_.idleTime;
   // The first thread also reports progress and ends when all are done.
   if (index > 0 && scheduler_->isIdle()) remind(0);
@@ -214,6 +257,7 @@ void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
 /// The lock is not held while the thread waits and moves bytes.
 void TransferEngine::transfer(std::size_t index, Lock& lock) {
   TransferWorker& worker = scheduler_->worker(index);
+  worker.applySpeedLimit();
   const auto longest = longestWait(index);
   lock.unlock();
   const bool isWell = worker.wait(doDue(longest)) && worker.move();
@@ -228,11 +272,15 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
 
 void TransferEngine::takeOrders(std::size_t index) {
   std::vector<TransferJob> jobs;
+  std::vector<StartAnswer> answers;
+  TransferControls controls;
   bool isCancelled = false;
   {
     const MutexLock lock(mutex_);
     threads_[index].isCalled = false;
     jobs.swap(added_);
+    answers.swap(answers_);
+    controls = controls_;
     isCancelled = std::exchange(cancelled_, false);
   }
   if (isCancelled) {
@@ -240,6 +288,8 @@ void TransferEngine::takeOrders(std::size_t index) {
     for (TransferThread& state : threads_)
       state.idleUntil = Clock::now();
   }
+  scheduler_->apply(controls);
+  scheduler_->take(answers);
   for (auto& job : jobs)
     scheduler_->add(std::move(job));
 }

@@ -14,6 +14,7 @@
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 #include "KivPlatform/KivRESTService/engine/PendingBytes.h"
+#include "KivPlatform/KivRESTService/engine/TransferControls.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 #include "KivPlatform/KivRESTService/policy/TransferSettings.h"
@@ -30,18 +31,20 @@ class TransferEngine {
  public:
   using ProgressHandler = std::function<void(ProgressReport report)>;
   using FailureHandler = std::function<void()>;
+  using StartQuestionHandler = std::function<void(std::vector<StartQuestion> questions)>;
   /// Does what is due and returns when it wants to be called again, if it does.
   using DueHandler = std::function<std::optional<std::chrono::steady_clock::time_point>()>;
 
   /// `ended` is called once with each job that ends. `progressed` is called at most ten times a
   /// second, if progress was asked for. `failed` is called when memory has run out and all jobs
   /// were dropped; if it throws, it is called again. `due` is called whenever a thread is about to
-  /// wait, and at the time that it returned. All are called on a transfer thread, without a
-  /// lock, and not after stop() has returned. The bodies given to `ended` count among the pending
-  /// bytes until the caller removes them.
+  /// wait, and at the time that it returned. `asked` is called before transfers start, if there is
+  /// a start condition; each question gets one answerStarts(). All are called on a transfer thread,
+  /// without a lock, and not after stop() has returned. The bodies given to `ended` count among the
+  /// pending bytes until the caller removes them.
   TransferEngine(TransferSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed,
-                 DueHandler due);
+                 DueHandler due, StartQuestionHandler asked);
   /// Stops the engine. An inherited one must not be destroyed.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
@@ -58,6 +61,16 @@ class TransferEngine {
   void setSpoolDirectory(std::string path);
   /// Turns progress reports on or off.
   void reportProgress(bool isWanted);
+  /// Halts the running transfers and starts none, or continues.
+  void setPaused(bool isPaused);
+  [[nodiscard]] bool isPaused() const;
+  /// Sets KivRESTServiceSettings::bandwidth, for the running transfers too.
+  void setBandwidth(std::int64_t bytesPerSecond);
+  /// Whether starts are asked for, and the version of the answers from now on. An older version
+  /// than the last one is ignored.
+  void setStartCondition(bool isSet, std::uint64_t version);
+  /// Answers questions to the `asked` handler.
+  void answerStarts(std::vector<StartAnswer> answers);
   /// The host's part of the settings in use.
   [[nodiscard]] KivRESTServiceSettings settings() const;
 
@@ -112,6 +125,7 @@ class TransferEngine {
   const ProgressHandler progressed_;
   const FailureHandler failed_;
   const DueHandler due_;
+  const StartQuestionHandler asked_;
   const std::uint64_t forkDepth_ = forkDepth();
 
   // Held by a transfer thread except while it waits or moves bytes, and never by other threads, so
@@ -123,6 +137,8 @@ class TransferEngine {
   mutable Mutex mutex_;  // for the threads and the requests to them
   std::vector<TransferThread> threads_;
   std::vector<TransferJob> added_ KIV_GUARDED_BY(mutex_);
+  std::vector<StartAnswer> answers_ KIV_GUARDED_BY(mutex_);
+  TransferControls controls_ KIV_GUARDED_BY(mutex_);
   bool cancelled_ KIV_GUARDED_BY(mutex_) = false;
   bool stopped_ KIV_GUARDED_BY(mutex_) = false;
   bool reportsProgress_ KIV_GUARDED_BY(mutex_) = false;

@@ -27,21 +27,22 @@ TransferOutcome failure(Code code, const URL& url, std::string_view what = {}) {
 
 }  // namespace
 
-// With a bandwidth limit there is one: each transfer's share may only be changed on its own thread.
 std::size_t TransferScheduler::workerCount(const TransferSettings& settings) noexcept {
-  if (settings.bandwidth > 0) return 1;
   return std::max<std::size_t>(1, std::min(settings.threads, settings.parallelTransfers));
 }
 
 TransferScheduler::TransferScheduler(const TransferSettings& settings,
-                                     const TaskResultHandler& ended, PendingBytes& pendingBytes)
+                                     const TaskResultHandler& ended,
+                                     const StartQuestionHandler& asked, PendingBytes& pendingBytes)
     : settings_(settings),
+      controls_{.bandwidth = settings.bandwidth},
       ended_(ended),
+      asked_(asked),
       pendingBytes_(pendingBytes),
-      spool_(settings),
+      spool_(settings_),
       buffers_(std::make_shared<BodyBuffers>(settings.largestPendingBytes)),
       health_(settings.unreachablePause),
-      policy_(settings, std::random_device()()),
+      policy_(settings_, std::random_device()()),
       speeds_(settings),
       budget_(settings.bandwidth),
       readSize_(settings),
@@ -66,6 +67,10 @@ void TransferScheduler::dropAll() {
   deadlines_.clear();
   waiting_.clear();
   pausing_.clear();
+  questions_.clear();
+  asking_.clear();
+  allowed_.clear();
+  refused_.clear();
   downloads_.clear();
   heldBackUntil_.reset();
   health_.forgetProbes();
@@ -104,25 +109,30 @@ void TransferScheduler::join(Download& download, const TransferJob& job) {
 }
 
 void TransferScheduler::startWaiting() {
+  if (controls_.isPaused) return;
   const auto now = Clock::now();
   endOverdue(now);
+  releaseRefused(now);
   endPauses(pausing_.begin(), pausing_.upper_bound(now));
   if (holdsBack(now) || hasDropped()) return;
+  startAllowed(now);
   const auto ready = [&](Download& download) { return mayStart(download, now); };
   while (!waiting_.empty() && hasFreePlace() &&
          !pendingBytes_.exceeds(settings_.largestPendingBytes)) {
     Download* const next = waiting_.takeNext(ready);
     if (!next) return;
-    if (next->notBefore <= now) {
-      start(*next);
-    } else {
+    if (next->notBefore > now) {
       pause(*next);
+    } else if (controls_.hasStartCondition) {
+      ask(*next);
+    } else {
+      start(*next);
     }
   }
 }
 
 bool TransferScheduler::hasFreePlace() const noexcept {
-  return running_.size() < placesInAll();
+  return running_.size() + asking_.size() < placesInAll();
 }
 
 bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
@@ -132,7 +142,7 @@ bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
 
 /// True while the bandwidth budget is overdrawn and downloads are waiting.
 bool TransferScheduler::holdsBack(Time now) {
-  const bool couldStart = !waiting_.empty() && hasFreePlace();
+  const bool couldStart = (!waiting_.empty() || !allowed_.empty()) && hasFreePlace();
   const bool holds = couldStart && budget_.paidAt() > now;
   const bool held = heldBackUntil_.has_value();
   heldBackUntil_ = holds ? std::optional(budget_.paidAt()) : std::nullopt;
@@ -169,7 +179,8 @@ void TransferScheduler::start(Download& download) {
   const auto now = Clock::now();
   if (!download.begun) {
     download.begun = now;
-    if (const auto deadline = speeds_.deadline(now)) deadlines_.emplace(*deadline, &download);
+    download.suspended = {};
+    addDeadline(download);
   }
   ++download.metrics.tries;
   health_.noteTry(download.servers[download.server], download.attemptID());
@@ -180,8 +191,10 @@ void TransferScheduler::start(Download& download) {
 }
 
 /// The least loaded one. A few https transfers start no further thread: it would parse the
-/// certificate authorities again, which takes 20 ms of processor time for those of a system.
+/// certificate authorities again, which takes 20 ms of processor time for those of a system. Nor
+/// does a bandwidth limit need more than one.
 TransferWorker& TransferScheduler::chooseWorker(const Download& download) {
+  if (budget_.isLimited()) return workers_.front();
   const bool isFew = downloads_.size() <= settings_.parallelTransfers;
   const bool needsThread = !isFew || download.url().scheme() != "https";
   auto* best = &workers_.front();
@@ -215,6 +228,7 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
 
 void TransferScheduler::replaceWorker(std::size_t index, TransferWorker& other) {
   workersInUse_ = index;
+  if (workers_[index].takeRestart()) other.askToRestart();
   for (Download* const download : workers_[index].takeAssigned()) {
     download->worker = &other;
     other.assign(*download);
@@ -264,7 +278,9 @@ void TransferScheduler::endUnrun(TransferWorker& worker, Download& download) {
 
 void TransferScheduler::finishEnded(TransferWorker& worker) {
   noteAnswers();
-  if (budget_.isLimited()) budget_.spend(worker.takeBytesCome(), Clock::now());
+  // Those that are about to be restarted have begun under another limit.
+  if (budget_.isLimited() && !worker.isToRestart())
+    budget_.spend(worker.takeBytesCome(), Clock::now());
   for (const auto& ended : worker.takeEnded()) {
     const auto connection = ended.download.transfer->endedConnection(ended.result);
     const auto origin = ended.download.transfer->unmadeConnection(ended.result);
@@ -313,14 +329,18 @@ void TransferScheduler::conclude(Download& download, AttemptResult result) {
 }
 
 void TransferScheduler::stopRunning(TransferWorker& worker, Download& download) {
-  const auto running = runningPerServer_.find(download.servers[download.server]);
-  if (--running->second == 0) runningPerServer_.erase(running);
+  releasePlaceAt(download.servers[download.server]);
   std::erase(running_, &download);
   download.ranBefore = download.age(Clock::now());
   worker.keepSpareHandle(download.transfer->takeHandle());
   download.transfer.reset();
   download.worker = nullptr;
   shareBandwidth();
+}
+
+void TransferScheduler::releasePlaceAt(const std::string& server) {
+  const auto taken = runningPerServer_.find(server);
+  if (--taken->second == 0) runningPerServer_.erase(taken);
 }
 
 // --- Servers that cannot be reached --------------------------------------------------------------
@@ -416,10 +436,7 @@ void TransferScheduler::report(Download& download) {
   // A body on the disk takes no memory, but an open file with a lock, so it counts too.
   const auto held = std::min(bytes, settings_.largestBodyInMemory);
   TaskResult result{0, std::move(outcome), std::move(download.metrics), held};
-  if (download.begun) {
-    const auto deadline = speeds_.deadline(*download.begun);
-    if (deadline) deadlines_.erase({*deadline, &download});
-  }
+  removeDeadline(download);
   const auto ended = downloads_.extract(downloads_.find(download.key));
   const auto& tasks = ended.mapped()->tasks;
   const auto add = [&](std::uint64_t task, TaskResult taskResult) {
@@ -442,6 +459,7 @@ void TransferScheduler::reportEnded(MutexLock& lock) {
 }
 
 std::optional<TransferScheduler::Time> TransferScheduler::nextDeadline() const {
+  if (controls_.isPaused) return std::nullopt;
   std::optional<Time> next;
   const auto consider = [&](Time time) { next = next ? std::min(*next, time) : time; };
   if (!pausing_.empty()) consider(pausing_.begin()->first);

@@ -14,6 +14,7 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
+#include "KivPlatform/KivRESTService/engine/TransferControls.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
@@ -45,9 +46,11 @@ class TransferScheduler {
   /// The number of workers for the settings.
   static std::size_t workerCount(const TransferSettings& settings) noexcept;
 
-  /// The arguments must outlive the scheduler.
+  using StartQuestionHandler = std::function<void(std::vector<StartQuestion> questions)>;
+
+  /// The handlers and `pendingBytes` must outlive the scheduler.
   TransferScheduler(const TransferSettings& settings, const TaskResultHandler& ended,
-                    PendingBytes& pendingBytes);
+                    const StartQuestionHandler& asked, PendingBytes& pendingBytes);
   /// No transfer may be running.
   ~TransferScheduler();
   TransferScheduler(const TransferScheduler&) = delete;
@@ -58,6 +61,10 @@ class TransferScheduler {
   /// Drops all jobs without reporting them. Partial bodies stay in the spool directory. No transfer
   /// starts until each worker has closed the connections of its dropped transfers.
   void dropAll();
+  /// Takes what the host has set last. To be called in each turn of a thread.
+  void apply(const TransferControls& controls);
+  /// Takes answers to the questions of reportQuestions().
+  void take(const std::vector<StartAnswer>& answers);
   /// Assigns free slots to the waiting jobs that are due. The worker with the fewest transfers gets
   /// the next one, and of equal ones the first, so that single transfers reuse its connections.
   void startWaiting();
@@ -70,6 +77,9 @@ class TransferScheduler {
 
   // --- On the worker's thread ---
 
+  /// Ends the worker's transfers, which are continued later, if the host has paused the client, or
+  /// has set a lower bandwidth.
+  void haltIfAsked(TransferWorker& worker);
   /// Starts the transfers assigned to the worker.
   void runAssigned(TransferWorker& worker);
   /// Handles the transfers that have ended: the next attempt of a job, or its end.
@@ -85,6 +95,8 @@ class TransferScheduler {
   /// Reports the jobs that have ended. Releases the lock meanwhile: the receiver decides how long
   /// it takes.
   void reportEnded(MutexLock& lock) KIV_UNCHECKED_LOCKING;
+  /// Asks the host which transfers may start. Releases the lock meanwhile.
+  void reportQuestions(MutexLock& lock) KIV_UNCHECKED_LOCKING;
   /// When startWaiting() is next due, if nothing happens before; nothing if nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;
 
@@ -111,6 +123,19 @@ class TransferScheduler {
   [[nodiscard]] bool hasFreePlaceAt(const std::string& server) const;
   bool holdsBack(Time now);
   void shareBandwidth();
+  void releasePlaceAt(const std::string& server);
+
+  void halt(TransferWorker& worker, Download& download);
+  void changeBandwidth(std::int64_t former);
+  void postponeDeadlines(std::chrono::steady_clock::duration time);
+  [[nodiscard]] std::optional<Time> deadlineOf(const Download& download) const;
+  void addDeadline(Download& download);
+  void removeDeadline(Download& download);
+  void ask(Download& download);
+  void doubtAnswers();
+  void startAllowed(Time now);
+  void releaseRefused(Time now);
+  void endSuspension(Download& download, Time now);
 
   void finish(TransferWorker& worker, const TransferWorker::Ended& ended);
   void finishStreamsOf(TransferWorker& worker, long connection, bool hasStalled);
@@ -148,8 +173,11 @@ class TransferScheduler {
   void shareFailure(Download& download, const std::string& server, const AttemptResult& result,
                     Time now);
 
-  const TransferSettings& settings_;
+  TransferSettings settings_;  // the bandwidth may change
+  TransferControls controls_;
+  Time pausedSince_{};
   const TaskResultHandler& ended_;
+  const StartQuestionHandler& asked_;
   PendingBytes& pendingBytes_;
   SpoolDirectory spool_;
   const std::shared_ptr<BodyBuffers> buffers_;
@@ -172,6 +200,11 @@ class TransferScheduler {
   std::vector<Download*> running_;  // in the order in which they started
   std::map<std::string, std::size_t> runningPerServer_;
   std::set<std::pair<Time, Download*>> deadlines_;  // of started downloads
+  std::vector<StartQuestion> questions_;            // not yet reported
+  std::map<std::uint64_t, Download*> asking_;       // by the ID of the question
+  std::vector<Download*> allowed_;                  // by the start condition, and not started yet
+  std::vector<Download*> refused_;                  // by the start condition
+  bool asksAgain_ = false;                          // about those
   std::vector<TransferWorker> workers_;
   std::size_t workersInUse_;  // the first of workers_
 };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <thread>
+#include <utility>
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 #include "KivPlatform/KivRESTService/engine/Download.h"
@@ -216,11 +217,11 @@ std::vector<Download*> TransferWorker::takeRunning() {
   return stopped;
 }
 
-void TransferWorker::limitSpeeds(std::int64_t bytesPerSecond) {
-  for (const Download* const download : assigned_)
-    download->transfer->limitSpeed(bytesPerSecond);
+/// Assigned ones are running by then.
+void TransferWorker::applySpeedLimit() {
+  if (!std::exchange(isSpeedLimitNew_, false)) return;
   for (const auto& [handle, download] : running_)
-    download->transfer->limitSpeed(bytesPerSecond);
+    download->transfer->limitSpeed(speedLimit_);
 }
 
 }  // namespace kiv

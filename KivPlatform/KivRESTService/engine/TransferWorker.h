@@ -62,6 +62,18 @@ class TransferWorker {
   /// True if there are dropped downloads with open connections.
   [[nodiscard]] bool hasDropped() const noexcept { return !dropped_.empty(); }
 
+  /// Asks the worker's thread to end the transfers, which are then started again. No effect if
+  /// there are none.
+  void askToRestart() noexcept { isToRestart_ = load() > 0; }
+  [[nodiscard]] bool isToRestart() const noexcept { return isToRestart_; }
+  /// Returns whether that was asked for, once.
+  [[nodiscard]] bool takeRestart() noexcept { return std::exchange(isToRestart_, false); }
+  /// Sets the limit of each of the transfers; 0 for none. It takes effect with applySpeedLimit().
+  void limitSpeeds(std::int64_t bytesPerSecond) noexcept {
+    speedLimit_ = bytesPerSecond;
+    isSpeedLimitNew_ = true;
+  }
+
   /// A handle of an ended transfer for reuse; empty if there is none.
   EasyHandle takeSpareHandle();
   /// Keeps the handle for reuse; an empty one is ignored.
@@ -103,7 +115,8 @@ class TransferWorker {
   Ended stop(Download& download, int result);
   /// Stops all running downloads.
   std::vector<Download*> takeRunning();
-  void limitSpeeds(std::int64_t bytesPerSecond);
+  /// To be called before move().
+  void applySpeedLimit();
 
  private:
   [[nodiscard]] bool hasToWait(const Download& download) const;
@@ -120,6 +133,9 @@ class TransferWorker {
   std::vector<Download*> held_;                   // of these, in their order
   std::map<long, SilenceMeter> silences_;         // by local port
   Time silencesDue_{};
+  bool isToRestart_ = false;
+  std::int64_t speedLimit_ = 0;
+  bool isSpeedLimitNew_ = false;
   std::vector<std::unique_ptr<Download>> dropped_;
   std::vector<EasyHandle> spareHandles_;
 };

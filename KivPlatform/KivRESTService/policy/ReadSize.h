@@ -15,6 +15,8 @@ class ReadSize {
  public:
   explicit ReadSize(const TransferSettings& settings) noexcept;
 
+  /// In bytes per second; 0 for no limit.
+  void setBandwidth(std::int64_t bandwidth) noexcept { bandwidth_ = bandwidth; }
   /// Called when a body of that size was received.
   void noteBody(std::int64_t bytes) noexcept;
   /// The buffer size for the next transfer.
@@ -23,7 +25,7 @@ class ReadSize {
  private:
   static constexpr std::int64_t most = std::int64_t{512} * 1024;
 
-  const std::int64_t bandwidth_;
+  std::int64_t bandwidth_;
   std::int64_t usualBody_ = most;  // moving average
 };
 

@@ -4,10 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "Tests/KivPlatform/KivRESTService/ClientFixture.h"
+#include "Tests/KivPlatform/KivRESTService/TransferThreads.h"
+#include "Tests/Support/NginxServer.h"
+#include "Tests/Support/RangeServer.h"
 
 namespace {
 
@@ -79,6 +83,121 @@ TEST_F(KivRESTServiceBandwidthTest, AFileThatUsesItUpKeepsNoOtherFromComing) {
   }
   EXPECT_FALSE(endless.hasEnded()) << endless.message();
   client().cancelAllTasks();
+}
+
+// --- Changes while transfers run -----------------------------------------------------------------
+
+class BandwidthOfARunningClient : public KivRESTServiceBandwidthTest {
+ protected:
+  BandwidthOfARunningClient() {
+    spool();
+    serve("/a");
+    serve("/b");
+  }
+
+  /// Serves the file so that the whole waits at 100,000 bytes until the gate is open.
+  void serve(const std::string& path) {
+    server_.serve(path, [this](const Request& request) {
+      auto response = rangeResponse(request, body_, "\"a\"");
+      return request.header("Range") ? response : response.gateAt(100'000, gate_);
+    });
+  }
+
+  /// Queues that many downloads, and waits until all have come to the gate.
+  [[nodiscard]] std::vector<Load> loadsAtTheGate(std::size_t count) {
+    client().setProgressHandler(
+        [this](const KivRESTServiceProgress& progress) { come_ = progress.bytesReceived; });
+    auto loads = makeLoads(client(), url(), count);
+    EXPECT_TRUE(waitUntil([&] { return come_ == 100'000 * static_cast<std::int64_t>(count); }));
+    return loads;
+  }
+
+  /// Another client without a limit, which loads the same bytes.
+  void expectThatOthersComeMeanwhile() {
+    KivRESTService other{KivRESTServiceSettings()};
+    gate_.open();
+    expectBodies(makeLoads(other, url("/b"), 3), body_);
+  }
+
+  const std::string body_ = patternedBytes(1'000'000);
+  const Gate gate_;
+  std::int64_t come_ = 0;
+};
+
+TEST_F(BandwidthOfARunningClient, ALimitHoldsForTransfersThatRunWithoutOne) {
+  const auto loads = loadsAtTheGate(4);
+  client().setBandwidth(1000);
+  EXPECT_EQ(client().settings().bandwidth, 1000);
+  expectThatOthersComeMeanwhile();
+  for (const Load& load : loads)
+    EXPECT_FALSE(load.hasEnded());
+  client().setBandwidth(0);
+  expectBodies(loads, body_);
+  for (const Load& load : loads) {
+    EXPECT_EQ(load.task()->metrics().tries, 1);
+    EXPECT_TRUE(load.task()->metrics().failedTries.empty());
+    EXPECT_GE(load.task()->metrics().resumedBytes, 100'000);
+  }
+}
+
+TEST_F(BandwidthOfARunningClient, ALowerLimitHoldsForTransfersThatRunWithAHigherOne) {
+  settings_.bandwidth = 100'000'000;
+  const auto loads = loadsAtTheGate(2);
+  client().setBandwidth(1000);
+  expectThatOthersComeMeanwhile();
+  for (const Load& load : loads)
+    EXPECT_FALSE(load.hasEnded());
+  client().setBandwidth(-1);
+  EXPECT_EQ(client().settings().bandwidth, 0);
+  expectBodies(loads, body_);
+}
+
+TEST_F(BandwidthOfARunningClient, AHigherLimitEndsTheWaitOfTransfersAndStarts) {
+  gate_.open();
+  settings_.bandwidth = 100;
+  settings_.parallelTransfers = 2;
+  const auto loads = makeLoads(client(), url(), 4);
+  ASSERT_TRUE(server_.waitForRequests(1));
+  client().setBandwidth(100'000'000);
+  expectBodies(loads, body_);
+  EXPECT_EQ(server_.requests().size(), 4U) << "none was started again";
+}
+
+TEST_F(BandwidthOfARunningClient, ALimitThatIsSetBeforeTheFirstTaskHolds) {
+  client().setBandwidth(1000);
+  const auto loads = makeLoads(client(), url(), 2);
+  expectThatOthersComeMeanwhile();
+  for (const Load& load : loads)
+    EXPECT_FALSE(load.hasEnded());
+  client().setBandwidth(0);
+  expectBodies(loads, body_);
+}
+
+TEST_F(BandwidthOfARunningClient, WithoutALimitTransfersRunOnTwoThreadsAgain) {
+  settings_.bandwidth = 100'000'000;
+  auto loads = loadsAtTheGate(2);
+  EXPECT_EQ(transferThreads(), 1U);
+  client().setBandwidth(0);
+  loads.emplace_back(client(), url("/b"));
+  ASSERT_TRUE(server_.waitForRequests("/b", 1));
+  EXPECT_EQ(transferThreads(), 2U);
+  gate_.open();
+  expectBodies(loads, body_);
+}
+
+/// libcurl stops reading from a connection of HTTP/2 if one of its streams is too fast.
+TEST_F(BandwidthOfARunningClient, ALimitContinuesStreamsOverHTTP1) {
+  NginxServer server("limit_rate 100k;");
+  server.addFile("file", body_.substr(0, 200'000));
+  settings_.certificateAuthoritiesPath = server.certificatePath();
+  client().setProgressHandler(
+      [this](const KivRESTServiceProgress& progress) { come_ = progress.bytesReceived; });
+  const auto loads = makeLoads(client(), server.secureURL("/file"), 4);
+  ASSERT_TRUE(waitUntil([&] { return come_ > 0; }));
+  client().setBandwidth(50'000'000);
+  expectBodies(loads, body_.substr(0, 200'000));
+  for (const Load& load : loads)
+    EXPECT_TRUE(load.task()->metrics().failedTries.empty());
 }
 
 }  // namespace
