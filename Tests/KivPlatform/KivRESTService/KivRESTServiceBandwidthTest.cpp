@@ -125,9 +125,11 @@ class BandwidthOfARunningClient : public KivRESTServiceBandwidthTest {
 };
 
 TEST_F(BandwidthOfARunningClient, ALimitHoldsForTransfersThatRunWithoutOne) {
+  settings_.threads = 1;  // which halts all of them at once
   const auto loads = loadsAtTheGate(4);
   client().setBandwidth(1000);
   EXPECT_EQ(client().settings().bandwidth, 1000);
+  ASSERT_TRUE(server_.waitForRequests(5)) << "one is continued";
   expectThatOthersComeMeanwhile();
   for (const Load& load : loads)
     EXPECT_FALSE(load.hasEnded());
@@ -144,12 +146,24 @@ TEST_F(BandwidthOfARunningClient, ALowerLimitHoldsForTransfersThatRunWithAHigher
   settings_.bandwidth = 100'000'000;
   const auto loads = loadsAtTheGate(2);
   client().setBandwidth(1000);
+  ASSERT_TRUE(server_.waitForRequests(3)) << "one is continued";
   expectThatOthersComeMeanwhile();
   for (const Load& load : loads)
     EXPECT_FALSE(load.hasEnded());
   client().setBandwidth(-1);
   EXPECT_EQ(client().settings().bandwidth, 0);
   expectBodies(loads, body_);
+}
+
+TEST_F(BandwidthOfARunningClient, ALimitContinuesTheTransfersOfAllThreads) {
+  settings_.threads = 3;
+  const auto loads = loadsAtTheGate(6);
+  client().setBandwidth(100'000'000);
+  // Nothing opens the gate for those that were not continued.
+  expectBodies(loads, body_);
+  for (const Load& load : loads)
+    EXPECT_EQ(load.task()->metrics().resumedBytes, 100'000);
+  EXPECT_EQ(server_.requests().size(), 12U);
 }
 
 TEST_F(BandwidthOfARunningClient, AHigherLimitEndsTheWaitOfTransfersAndStarts) {
