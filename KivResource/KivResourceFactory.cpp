@@ -121,9 +121,13 @@ std::optional<kiv::Error> validate(const KivResourceFactory::Maker& maker, std::
 }
 
 std::string missing(const kiv::Dictionary& item, std::string_view key, std::string_view wanted) {
-  const std::string quoted = "\"" + std::string(key) + "\"";
-  if (item[key].isNull()) return "lacks " + quoted + ", a " + std::string(wanted);
-  return "has no " + std::string(wanted) + " under " + quoted;
+  std::string reason;
+  if (item[key].isNull()) {
+    reason.append("lacks \"").append(key).append("\", a ").append(wanted);
+  } else {
+    reason.append("has no ").append(wanted).append(" under \"").append(key).append("\"");
+  }
+  return reason;
 }
 
 }  // namespace

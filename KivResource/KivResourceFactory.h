@@ -60,8 +60,8 @@ class KIV_EXPORT KivResourceFactory {
   static std::optional<kiv::KindKeys> requiredKeysOfEngine(std::string_view engine);
 
   /// Why the item of a configuration makes no resource: the first key that is missing or has an
-  /// invalid value, in words such as `lacks "name", a string`. Nothing if its keys
-  /// are right; the maker of a host's kind may still refuse it.
+  /// invalid value, in words such as `lacks "name", a string`. Nothing if its keys are right; the
+  /// maker of a host's kind may still refuse it.
   static std::optional<std::string> validateItem(const kiv::Value& item);
 
   /// The resource of each of the configuration's "items", in their order; nullptr for an invalid

@@ -81,7 +81,7 @@ class KivResourceHostsKindsTest : public ManagerFixture {
     std::optional<Error> error;
     if (Factory::registerKind(engine, maker, members, &error)) return std::nullopt;
     EXPECT_EQ(error->domain, KivResourceFactoryErrorDomain);
-    EXPECT_THAT(error->localizedDescription(), HasSubstr("\"" + std::string(engine) + "\""));
+    EXPECT_THAT(error->localizedDescription(), HasSubstr("the engine \"" + std::string(engine)));
     return static_cast<Code>(error->code);
   }
   [[nodiscard]] bool isLeaflet(std::size_t index) const {
