@@ -4,6 +4,7 @@
 #include <utility>
 #include <variant>
 
+#include "KivSession/PassReportJSON.h"
 #include "KivSession/ResourceJSON.h"
 
 namespace kiv::session {
@@ -111,6 +112,22 @@ void Session::make(const SessionCall::Operation& operation) {
   });
 }
 
+void Session::make(const SessionCall::StartPass& call) {
+  const KivResourcePass& pass = call.pass;
+  if (reportsPasses_) {
+    manager_->startPass(pass, [self = shared_from_this(), tag = call_.tag](const auto& report) {
+      self->orTellOfLoss([&] { self->putOut(passReportLine(report, tag)); });
+    });
+  } else if (pass.dropsRest) {
+    manager_->updateResourcesForConfig(pass.config);
+  } else if (pass.type) {
+    manager_->loadResourcesWithType_forConfig(pass.type, pass.config);
+  } else {
+    manager_->loadResourceWithID_forConfig(pass.resourceID, pass.config);  // all without one
+  }
+  answerDone();
+}
+
 void Session::make(const SessionCall::SetSettings& call) {
   if (Status status = applySettings(*manager_, call.settings); !status) {
     return answer({{"error", status.error().localizedDescription()}});
@@ -122,6 +139,11 @@ void Session::make(const SessionCall::SetSettings& call) {
 void Session::make(const SessionCall::ReportProgress& report) {
   reportsProgress_ = report.enabled;
   setProgressHandler();
+  answerDone();
+}
+
+void Session::make(const SessionCall::ReportPasses& report) {
+  reportsPasses_ = report.enabled;
   answerDone();
 }
 
@@ -197,8 +219,10 @@ Status applySettings(KivResourceManager& manager, const Dictionary& settings) {
                  static_cast<int>(KivResourceMaintenanceErrorCode::downloadsInFlight),
                  "settings cannot change while files are loading");
   }
+  auto client = std::make_shared<KivRESTService>(*std::move(changed));
+  if (manager.loader()->restService()->isPaused()) client->pause();
   auto loader = std::make_shared<KivResourceRESTModule>();
-  loader->setRestService(std::make_shared<KivRESTService>(*std::move(changed)));
+  loader->setRestService(std::move(client));
   manager.setLoader(std::move(loader));
   return {};
 }

@@ -49,8 +49,10 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   void makeNextCall();
   void make(const SessionCall::Invalid& invalid);
   void make(const SessionCall::Operation& operation);
+  void make(const SessionCall::StartPass& call);
   void make(const SessionCall::SetSettings& call);
   void make(const SessionCall::ReportProgress& report);
+  void make(const SessionCall::ReportPasses& report);
   void make(const SessionCall::WaitForFinish& wait);
   void make(const SessionCall::Sleep& sleep);
   void setProgressHandler();
@@ -69,6 +71,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   bool isScheduled_ = false;
   bool hasToldOfSaving_ = false;  ///< The failure to save the list was reported and persists.
   bool reportsProgress_ = false;
+  bool reportsPasses_ = false;
   std::uint64_t unusedFinishes_ = 0;  ///< Put out, but not yet consumed by a wait.
   Waiting waiting_ = Waiting::no;
   Clock::time_point deadline_;

@@ -36,6 +36,13 @@ class Arguments {
     if (!value.isBoolean()) object(key, "is to be true or false");
     return value.boolean();
   }
+  std::int64_t integer(std::string_view key) {
+    const Value& value = call_[key];
+    if (!value.isNumber() || value.isBoolean() || value.floating() < 0) {
+      object(key, "is to be a number of at least 0");
+    }
+    return value.signedInteger();
+  }
   Dictionary dictionary(std::string_view key) {
     const Value& value = call_[key];
     if (!value.isDictionary()) object(key, "is to be an object");
@@ -101,25 +108,21 @@ Operation query(Function function) {
 // --- Passes --------------------------------------------------------------------------------------
 
 What loadResourcesForConfig(Arguments& arguments) {
-  return order(
-      [config = arguments.config()](auto& manager) { manager.loadResourcesForConfig(config); });
+  return SessionCall::StartPass{KivResourcePass::load(arguments.config())};
 }
 
 What loadResourceWithID(Arguments& arguments) {
-  return order([id = arguments.text("id"), config = arguments.config()](auto& manager) {
-    manager.loadResourceWithID_forConfig(id, config);
-  });
+  auto id = arguments.text("id");
+  return SessionCall::StartPass{{arguments.config(), std::move(id)}};
 }
 
 What loadResourcesWithType(Arguments& arguments) {
-  return order([type = arguments.text("type"), config = arguments.config()](auto& manager) {
-    manager.loadResourcesWithType_forConfig(type, config);
-  });
+  auto type = arguments.text("type");
+  return SessionCall::StartPass{{arguments.config(), std::nullopt, std::move(type)}};
 }
 
 What updateResourcesForConfig(Arguments& arguments) {
-  return order(
-      [config = arguments.config()](auto& manager) { manager.updateResourcesForConfig(config); });
+  return SessionCall::StartPass{KivResourcePass::update(arguments.config())};
 }
 
 What stopLoading(Arguments&) {
@@ -138,6 +141,24 @@ What sleepFor(Arguments& arguments) {
 
 What reportProgress(Arguments& arguments) {
   return SessionCall::ReportProgress{arguments.boolean("enabled")};
+}
+
+What reportPasses(Arguments& arguments) {
+  return SessionCall::ReportPasses{arguments.boolean("enabled")};
+}
+
+What pause(Arguments&) {
+  return order([](auto& manager) { manager.loader()->restService()->pause(); });
+}
+
+What resume(Arguments&) {
+  return order([](auto& manager) { manager.loader()->restService()->resume(); });
+}
+
+What setBandwidth(Arguments& arguments) {
+  return order([bandwidth = arguments.integer("bytesPerSecond")](auto& manager) {
+    manager.loader()->restService()->setBandwidth(bandwidth);
+  });
 }
 
 // --- Queries -------------------------------------------------------------------------------------
@@ -162,7 +183,8 @@ What state(Arguments&) {
   return Operation{[](KivResourceManager& manager) {
     return Dictionary{{"downloads", manager.loadingResourcesFilesCount()},
                       {"saveError", errorJSON(manager.lastSaveError())},
-                      {"savedListError", errorJSON(manager.savedListError())}};
+                      {"savedListError", errorJSON(manager.savedListError())},
+                      {"isPaused", manager.loader()->restService()->isPaused()}};
   }};
 }
 
@@ -238,7 +260,7 @@ What setSettings(Arguments& arguments) {
 
 What readNamedCall(std::string_view name, Arguments& arguments) {
   using Reader = What (*)(Arguments&);
-  static constexpr std::array<std::pair<std::string_view, Reader>, 18> readers{{
+  static constexpr std::array<std::pair<std::string_view, Reader>, 22> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
       {"loadResourcesWithType", loadResourcesWithType},
@@ -247,6 +269,10 @@ What readNamedCall(std::string_view name, Arguments& arguments) {
       {"waitForFinish", waitForFinish},
       {"sleep", sleepFor},
       {"reportProgress", reportProgress},
+      {"reportPasses", reportPasses},
+      {"pause", pause},
+      {"resume", resume},
+      {"setBandwidth", setBandwidth},
       {"allLoadedResources", allLoadedResources},
       {"loadedResourcesWithID", loadedResourcesWithID},
       {"loadedResourcesWithType", loadedResourcesWithType},

@@ -19,10 +19,16 @@ struct SessionCall {
     std::function<Result<Dictionary>(KivResourceManager&)> run;
     bool hasResult = true;
   };
+  struct StartPass {
+    KivResourcePass pass;
+  };
   struct SetSettings {
     Dictionary settings;
   };
   struct ReportProgress {
+    bool enabled;
+  };
+  struct ReportPasses {
     bool enabled;
   };
   struct WaitForFinish {
@@ -38,7 +44,9 @@ struct SessionCall {
 
   std::string name;
   Value tag;  ///< A string or a number; null if the call has none.
-  std::variant<Invalid, Operation, SetSettings, ReportProgress, WaitForFinish, Sleep> what;
+  std::variant<Invalid, Operation, StartPass, SetSettings, ReportProgress, ReportPasses,
+               WaitForFinish, Sleep>
+      what;
 };
 
 /// Parses one line. Throws std::bad_alloc if there is no memory for it.

@@ -5,6 +5,7 @@ import type {
   Config,
   ErrorDetails,
   OpenSettings,
+  PassReportEvent,
   ProgressEvent,
   Resource,
   Settings,
@@ -18,6 +19,9 @@ export type {
   ErrorDetails,
   JSONObject,
   OpenSettings,
+  PassDrop,
+  PassEntry,
+  PassFile,
   PlainResource,
   RefusedItem,
   Resource,
@@ -31,6 +35,9 @@ export type {
 
 /** How far the downloads are, counted since there were none. */
 export type Progress = Omit<ProgressEvent, 'event'>;
+
+/** What became of each item of a pass. */
+export type PassReport = Omit<PassReportEvent, 'event' | 'passTag'>;
 
 export type State = Omit<StateResult, 'result' | 'tag'>;
 export type Audit = Omit<AuditResult, 'result' | 'tag'>;
@@ -77,6 +84,8 @@ export interface CacheEvents {
   didFinishLoading: [];
   /** At most ten times a second while files load. */
   progress: [progress: Progress];
+  /** Once for each pass, with what became of each item and why files are missing. */
+  passReport: [report: PassReport];
   /** Something is wrong that is no answer to a call, such as a list that cannot be saved. */
   problem: [error: CacheError];
   /** The cache has closed. */
@@ -133,6 +142,12 @@ export class Cache extends EventEmitter {
   settings(): Promise<Settings>;
   /** Changes the settings that are named. Rejects while files load. */
   setSettings(settings: SomeSettings): Promise<void>;
+  /** Halts the downloads until resume(). A pass goes on waiting, and nothing fails. */
+  pause(): Promise<void>;
+  /** Ends a pause. */
+  resume(): Promise<void>;
+  /** Limits all downloads together, also those that run; 0 for no limit. In bytes per second. */
+  setBandwidth(bytesPerSecond: number): Promise<void>;
   /** Changes the servers for the passes that follow. */
   setDomains(domains: Domains): Promise<void>;
 

@@ -59,6 +59,7 @@ class Cache extends EventEmitter {
     super();
     this.#session = calling(() => addon.open(settings, (line) => this.#receive(line)));
     this.#call({ call: 'reportProgress', enabled: true }).catch(nothing);
+    this.#call({ call: 'reportPasses', enabled: true }).catch(nothing);
   }
 
   // --- Passes ---
@@ -119,6 +120,18 @@ class Cache extends EventEmitter {
 
   async setSettings(settings) {
     await this.#call({ call: 'setSettings', settings });
+  }
+
+  async pause() {
+    await this.#call({ call: 'pause' });
+  }
+
+  async resume() {
+    await this.#call({ call: 'resume' });
+  }
+
+  async setBandwidth(bytesPerSecond) {
+    await this.#call({ call: 'setBandwidth', bytesPerSecond });
   }
 
   async setDomains({ main, reserve } = {}) {
@@ -238,7 +251,7 @@ class Cache extends EventEmitter {
     }
   }
 
-  #takeEvent({ event, resource, error, ...members }) {
+  #takeEvent({ event, resource, error, passTag, ...members }) {
     const pass = this.#runningPass;
     switch (event) {
       case 'didLoadResource':
@@ -254,6 +267,7 @@ class Cache extends EventEmitter {
         this.emit(event);
         break;
       case 'progress':
+      case 'passReport':
         this.emit(event, members);
         break;
     }

@@ -130,6 +130,95 @@ export interface StoredItem {
   resourceID: string | null;
 }
 
+/** A request that failed. */
+export interface FailedTry {
+  /** The URL that was requested, without credentials. */
+  server: string;
+  /** The HTTP status; 0 if none came. */
+  statusCode: number;
+  /**
+   * The code of the transfer's error in the domain `kiv.KivRESTService`; null if there was a
+   * status.
+   */
+  errorCode: number | null;
+}
+
+/**
+ * A file that a resource lacked when the pass came to it. If it was not downloaded, the last six
+ * members are 0, null or empty.
+ */
+export interface PassFile {
+  /** The link, as in the configuration. */
+  link: string;
+  /**
+   * It was stored before; it was downloaded and stored; it was not, and `error` says why; it was
+   * stored but is not found under its name; or its download was cancelled with the pass.
+   */
+  outcome: "local" | "downloaded" | "failed" | "notFound" | "notEnded";
+  /** Why it failed; null if it did not, or if it came without contents. */
+  error: ErrorDetails | null;
+  /** The HTTP status of the download; 0 if no server answered. */
+  statusCode: number;
+  /** The URL whose response counted, without credentials. */
+  server: string | null;
+  /** The size of what came. In bytes. */
+  bytes: number;
+  /** Of these, those that were kept from an earlier request. In bytes. */
+  resumedBytes: number;
+  /** From the first request to the end. In milliseconds. */
+  duration_ms: number;
+  /** How many requests were made. */
+  tries: number;
+  /** Those that failed, in their order. */
+  failedTries: FailedTry[];
+}
+
+/** What became of one item of the configuration. */
+export interface PassEntry {
+  /** The place of the item in `items`, from 0. */
+  item: number;
+  /** The identifier; empty if the item has none. The same holds for the next three members. */
+  resourceID: string;
+  /** The name. */
+  name: string;
+  /** The type. */
+  type: string;
+  /** The engine. */
+  engine: string;
+  /** The version; 0 for an invalid item. */
+  updated: number;
+  /**
+   * Loaded; loaded in place of another version; this version or a newer one was loaded before;
+   * loaded and replaced or removed again before the end; a file is missing or the pass was refused;
+   * a file was stored but not found; not loaded when the pass was stopped; the call selects others;
+   * the item makes no resource.
+   */
+  outcome: "added" | "replaced" | "unchanged" | "removed" | "failed" | "incomplete" | "notEnded" | "leftOut" | "invalid";
+  /** The version that was replaced, or that is loaded instead; null if there is none. */
+  otherVersion: number | null;
+  /**
+   * A text for people about a resource that is removed, incomplete, left out or invalid; otherwise
+   * empty.
+   */
+  reason: string;
+  /** The first error of a failed resource. */
+  error: ErrorDetails | null;
+  /** The files that it lacked. */
+  files: PassFile[];
+}
+
+/** A resource that an update removed from the loaded ones. Its files stay on disk. */
+export interface PassDrop {
+  /** The identifier. */
+  resourceID: string;
+  /** The name. */
+  name: string;
+  /** The type. */
+  type: string;
+  /** The version. */
+  updated: number;
+}
+
 /** A stored item that could not be removed. */
 export interface RefusedItem extends StoredItem {
   /** Why not. */
@@ -314,6 +403,40 @@ export interface ReportProgressCall extends Tagged {
   enabled: boolean;
 }
 
+/**
+ * Switches the event `passReport` on or off for the passes that are started later. It is off at
+ * first.
+ */
+export interface ReportPassesCall extends Tagged {
+  /** The name of the call. */
+  call: "reportPasses";
+  /** True for on. */
+  enabled: boolean;
+}
+
+/**
+ * Halts the downloads until resume: none runs, and none starts. A running pass goes on waiting, and
+ * nothing fails because of it. What has been received is kept where the server makes that possible.
+ */
+export interface PauseCall extends Tagged {
+  /** The name of the call. */
+  call: "pause";
+}
+
+/** Ends a pause. Without one it has no effect. */
+export interface ResumeCall extends Tagged {
+  /** The name of the call. */
+  call: "resume";
+}
+
+/** Changes the setting `bandwidth`, also while files are loading. */
+export interface SetBandwidthCall extends Tagged {
+  /** The name of the call. */
+  call: "setBandwidth";
+  /** The limit for all downloads together; 0 for none. In bytes per second. */
+  bytesPerSecond: number;
+}
+
 /** The loaded resources, in the order in which they were loaded. */
 export interface AllLoadedResourcesCall extends Tagged {
   /** The name of the call. */
@@ -458,6 +581,38 @@ export interface ReportProgressResult {
   tag: Tag;
 }
 
+/** The answer of reportPasses, if it has a tag. */
+export interface ReportPassesResult {
+  /** The name of the call. */
+  result: "reportPasses";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of pause, if it has a tag. */
+export interface PauseResult {
+  /** The name of the call. */
+  result: "pause";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of resume, if it has a tag. */
+export interface ResumeResult {
+  /** The name of the call. */
+  result: "resume";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of setBandwidth, if it has a tag. */
+export interface SetBandwidthResult {
+  /** The name of the call. */
+  result: "setBandwidth";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
 /** The answer of allLoadedResources. */
 export interface AllLoadedResourcesResult extends Tagged {
   /** The name of the call. */
@@ -498,6 +653,8 @@ export interface StateResult extends Tagged {
   saveError: ErrorDetails | null;
   /** Why the saved list could not be read at the start; null once it was read or replaced. */
   savedListError: ErrorDetails | null;
+  /** True between pause and resume. */
+  isPaused: boolean;
 }
 
 /** The answer of audit. */
@@ -628,6 +785,35 @@ export interface ProgressEvent {
 }
 
 /**
+ * How a pass went. After reportPasses it is sent exactly once for each pass, after the other events
+ * of the pass; also if it is refused or stopped.
+ */
+export interface PassReportEvent {
+  /** The name of the event. */
+  event: "passReport";
+  /** The tag of the call that started the pass. */
+  passTag: Tag | null;
+  /**
+   * Every selected resource was dealt with; the call selects no valid item, and nothing was
+   * dropped; downloads of another pass were in flight; stopLoading was called; the downloads had
+   * not ended when the cache was closed.
+   */
+  outcome: "done" | "nothingSelected" | "refused" | "stopped" | "abandoned";
+  /** One for each item, in their order. */
+  entries: PassEntry[];
+  /** What an update removed. */
+  dropped: PassDrop[];
+  /** What came, of all files. In bytes. */
+  bytes: number;
+  /** From the start of the pass to its end. In milliseconds. */
+  duration_ms: number;
+  /** Why the list of the loaded resources could not be saved; null if it could. */
+  saveError: ErrorDetails | null;
+  /** True if memory ran out for a part of the report. */
+  isIncomplete: boolean;
+}
+
+/**
  * A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
  * It has the tag of that call, if it has one that could be read. Without a tag, the line may also
  * say that the list of the loaded resources could not be saved (once, until it was saved again), or
@@ -648,6 +834,10 @@ export type Call =
   | WaitForFinishCall
   | SleepCall
   | ReportProgressCall
+  | ReportPassesCall
+  | PauseCall
+  | ResumeCall
+  | SetBandwidthCall
   | AllLoadedResourcesCall
   | LoadedResourcesWithIDCall
   | LoadedResourcesWithTypeCall
@@ -669,6 +859,10 @@ export type Result =
   | WaitForFinishResult
   | SleepResult
   | ReportProgressResult
+  | ReportPassesResult
+  | PauseResult
+  | ResumeResult
+  | SetBandwidthResult
   | AllLoadedResourcesResult
   | LoadedResourcesWithIDResult
   | LoadedResourcesWithTypeResult
@@ -685,7 +879,8 @@ export type Event =
   | DidLoadResourceEvent
   | DidFailToLoadResourceEvent
   | DidFinishLoadingEvent
-  | ProgressEvent;
+  | ProgressEvent
+  | PassReportEvent;
 
 /** Any line that a session sends. */
 export type Line = Result | Event | ErrorLine;
@@ -700,6 +895,10 @@ export type CallName =
   | "waitForFinish"
   | "sleep"
   | "reportProgress"
+  | "reportPasses"
+  | "pause"
+  | "resume"
+  | "setBandwidth"
   | "allLoadedResources"
   | "loadedResourcesWithID"
   | "loadedResourcesWithType"
@@ -716,4 +915,5 @@ export type EventName =
   | "didLoadResource"
   | "didFailToLoadResource"
   | "didFinishLoading"
-  | "progress";
+  | "progress"
+  | "passReport";

@@ -25,6 +25,7 @@ using kiv::test::allocationsLeft;
 constexpr int patience = 20'000;  // milliseconds
 
 constexpr std::array calls{
+    R"({"call":"reportPasses","enabled":true,"tag":"F"})",
     R"({"call":"loadResourcesForConfig","config":{"items":[{"engine":"eco_standard","name":"n","type":"t",)"
     R"("banner_id":"b","priority":1,"updated":1,"market_url":"m","image_728x90":"packaged.png"}]},"tag":"0"})",
     R"({"call":"waitForFinish","timeout_ms":50,"tag":"1"})",
@@ -40,9 +41,12 @@ constexpr std::array calls{
     R"({"call":"setDomains","main":"http://127.0.0.1:1","tag":"B"})",
     R"({"call":"sleep","ms":1,"tag":"C"})",
     R"({"call":"nonsense","tag":"D"})",
+    R"({"call":"pause","tag":"G"})",
+    R"({"call":"setBandwidth","bytesPerSecond":1000,"tag":"H"})",
+    R"({"call":"resume","tag":"I"})",
     R"({"call":"stopLoading","tag":"E"})",
 };
-constexpr const char* tags = "0123456789ABCDE";
+constexpr const char* tags = "0123456789ABCDEFGHI";
 constexpr char afterwards = 'Z';
 constexpr const char* callAfterwards = R"({"call":"setDomains","tag":"Z"})";
 

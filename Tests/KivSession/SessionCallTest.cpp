@@ -121,6 +121,106 @@ TEST_F(SessionCallTest, ReportProgressTakesABoolean) {
   }
 }
 
+// --- Reports of passes ---------------------------------------------------------------------------
+
+TEST_F(SessionCallTest, ReportsAPassAfterItsOtherEvents) {
+  server_.serve("/a.png", Response::ok("1234567"));
+  const std::vector<std::string> pass{load(bannerItem("a", "a.png"), R"(,"tag":"p")"),
+                                      R"({"call":"waitForFinish"})", R"({"call":"state"})"};
+  EXPECT_THAT(linesFor(pass), Not(Contains(HasSubstr("passReport"))));
+  std::vector<std::string> calls{R"({"call":"reportPasses","enabled":true})"};
+  calls.insert(calls.end(), pass.begin(), pass.end());
+  calls.emplace_back(R"({"call":"reportPasses","enabled":false})");
+  calls.push_back(load(""));
+  server_.serve("/b.png", Response::ok("1234567"));
+  calls[1] = load(bannerItem("b", "b.png") + ",7", R"(,"tag":"p")");
+  const auto lines = linesFor(calls);
+  ASSERT_THAT(lines, SizeIs(6));
+  EXPECT_EQ(lines[2], R"({"event":"didFinishLoading"})");
+  const std::string report = std::regex_replace(
+      lines[3], std::regex(R"re("(server|duration_ms)":("[^"]*"|\d+))re"), R"("$1":N)");
+  EXPECT_THAT(report,
+              StartsWith(R"({"event":"passReport","passTag":"p","outcome":"done","entries":[)"
+                         R"({"item":0,"resourceID":"b",)"));
+  EXPECT_THAT(report, HasSubstr(R"("outcome":"added","otherVersion":null,"reason":"","error":null,)"
+                                R"("files":[{"link":"b.png","outcome":"downloaded","error":null,)"
+                                R"("statusCode":200,"server":N,"bytes":7,"resumedBytes":0,)"
+                                R"("duration_ms":N,"tries":1,"failedTries":[]}]})"));
+  EXPECT_THAT(report, HasSubstr(R"({"item":1,"resourceID":"",)"));
+  EXPECT_THAT(report, EndsWith(R"("dropped":[],"bytes":7,"duration_ms":N,"saveError":null,)"
+                               R"("isIncomplete":false})"));
+  EXPECT_THAT(lines[4], StartsWith(R"({"result":"state")"));
+  EXPECT_EQ(lines[5], R"({"event":"didFinishLoading"})") << "the last pass is not reported";
+}
+
+TEST_F(SessionCallTest, ReportsFailedTriesAndWhatAnUpdateDropped) {
+  server_.serve("/a.png", Response::ok("1"));
+  linesFor({load(bannerItem("a", "a.png"))});
+  const auto lines = linesFor({R"({"call":"reportPasses","enabled":true})",
+                               R"({"call":"updateResourcesForConfig","config":{"items":[)" +
+                                   bannerItem("b", "missing.png") + "]}}"});
+  ASSERT_THAT(lines, SizeIs(3));
+  EXPECT_THAT(lines[2], HasSubstr(R"("passTag":null,"outcome":"done")"));
+  EXPECT_THAT(lines[2], HasSubstr(R"("outcome":"failed")"));
+  EXPECT_THAT(lines[2], HasSubstr(R"("failedTries":[{"server":"http://127.0.0.1:)"));
+  EXPECT_THAT(lines[2], HasSubstr(R"(/missing.png","statusCode":404,"errorCode":null}])"));
+  EXPECT_THAT(lines[2], HasSubstr(R"("dropped":[{"resourceID":"a",)"));
+}
+
+TEST_F(SessionCallTest, ReportsARefusedAndAStoppedPassOnceEach) {
+  const auto lines =
+      linesFor({R"({"call":"reportPasses","enabled":true})", R"({"call":"pause"})",
+                load(bannerItem("a", "a.png"), R"(,"tag":1)"),
+                load(bannerItem("b", "b.png"), R"(,"tag":2)"), R"({"call":"stopLoading"})"});
+  ASSERT_THAT(lines, SizeIs(7));
+  EXPECT_EQ(lines[0], R"({"result":"loadResourcesForConfig","tag":1})");
+  EXPECT_EQ(lines[1], R"({"result":"loadResourcesForConfig","tag":2})");
+  EXPECT_THAT(lines[2], StartsWith(R"({"event":"didFailToLoadResource")"));
+  EXPECT_EQ(lines[3], R"({"event":"didFinishLoading"})");
+  EXPECT_THAT(lines[4], StartsWith(R"({"event":"passReport","passTag":2,"outcome":"refused")"));
+  EXPECT_EQ(lines[5], R"({"event":"didFinishLoading"})");
+  EXPECT_THAT(lines[6], StartsWith(R"({"event":"passReport","passTag":1,"outcome":"stopped")"));
+}
+
+TEST_F(SessionCallTest, ReportPassesTakesABoolean) {
+  for (const std::string member : {"", R"(,"enabled":1)", R"(,"enabled":null)"}) {
+    EXPECT_EQ(lineFor(R"({"call":"reportPasses")" + member + "}"),
+              R"({"error":"\"enabled\" is to be true or false"})");
+  }
+}
+
+// --- Pause and bandwidth -------------------------------------------------------------------------
+
+TEST_F(SessionCallTest, APauseHoldsThePassAndOutlivesOtherSettings) {
+  server_.serve("/a.png", Response::ok("1"));
+  const std::string settings = R"({"call":"setSettings","settings":{"threads":1}})";
+  const auto lines =
+      linesFor({R"({"call":"pause","tag":1})", settings, load(bannerItem("a", "a.png")),
+                R"({"call":"state"})", R"({"call":"resume","tag":2})",
+                R"({"call":"waitForFinish"})", R"({"call":"state"})"});
+  ASSERT_THAT(lines, SizeIs(6));
+  EXPECT_EQ(lines[0], R"({"result":"pause","tag":1})");
+  EXPECT_THAT(lines[1], StartsWith(R"({"result":"state","downloads":1,)"));
+  EXPECT_THAT(lines[1], EndsWith(R"("isPaused":true})"));
+  EXPECT_EQ(lines[2], R"({"result":"resume","tag":2})");
+  EXPECT_THAT(lines[3], StartsWith(R"({"event":"didLoadResource")"));
+  EXPECT_THAT(lines[5], EndsWith(R"("isPaused":false})"));
+}
+
+TEST_F(SessionCallTest, ABandwidthIsASetting) {
+  const auto lines =
+      linesFor({R"({"call":"setBandwidth","bytesPerSecond":5000,"tag":1})",
+                R"({"call":"setSettings","settings":{"threads":1}})", R"({"call":"settings"})"});
+  ASSERT_THAT(lines, SizeIs(2));
+  EXPECT_EQ(lines[0], R"({"result":"setBandwidth","tag":1})");
+  EXPECT_THAT(lines[1], HasSubstr(R"("bandwidth":5000,)"));
+  for (const std::string member : {"", R"(,"bytesPerSecond":-1)", R"(,"bytesPerSecond":"1")",
+                                   R"(,"bytesPerSecond":true)", R"(,"bytesPerSecond":null)"}) {
+    EXPECT_EQ(lineFor(R"({"call":"setBandwidth")" + member + "}"),
+              R"({"error":"\"bytesPerSecond\" is to be a number of at least 0"})");
+  }
+}
+
 // --- Maintenance ---------------------------------------------------------------------------------
 
 TEST_F(SessionCallTest, AuditsAndCleansUp) {
@@ -152,7 +252,8 @@ TEST_F(SessionCallTest, ACleanUpDuringAPassIsRefused) {
   ASSERT_THAT(lines, SizeIs(3));
   EXPECT_THAT(lines[0], StartsWith(R"({"error":)"));
   EXPECT_THAT(lines[0], EndsWith(R"(,"tag":1})"));
-  EXPECT_EQ(lines[1], R"({"result":"state","downloads":1,"saveError":null,"savedListError":null})");
+  EXPECT_EQ(lines[1], R"({"result":"state","downloads":1,"saveError":null,"savedListError":null,)"
+                      R"("isPaused":false})");
 }
 
 TEST_F(SessionCallTest, NoEventOfAPassComesAfterAStateWithoutDownloads) {

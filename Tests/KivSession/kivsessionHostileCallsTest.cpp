@@ -91,6 +91,8 @@ TEST_F(kivsessionHostileCallsTest, WhatIsNoCallIsAnError) {
                                  R"({"call":"setDomains","main":1})",
                                  R"({"call":"reportProgress"})",
                                  R"({"call":"reportProgress","enabled":"yes"})",
+                                 R"({"call":"reportPasses","enabled":[]})",
+                                 R"({"call":"setBandwidth","bytesPerSecond":-1e400})",
                                  R"({"call":"cleanUpOrphans","dryRun":0})",
                                  R"({"call":"setSettings"})",
                                  R"({"call":"setSettings","settings":{"threads":1e300}})",

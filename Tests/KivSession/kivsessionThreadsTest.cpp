@@ -217,8 +217,13 @@ void useAtRandom(std::atomic<kivsession*>& shared, const std::string& settings, 
         break;
       }
       default: {
-        constexpr std::array calls{R"({"call":"state","tag":1})", R"({"call":"audit"})", "{",
+        constexpr std::array calls{R"({"call":"state","tag":1})",
+                                   R"({"call":"audit"})",
+                                   "{",
                                    R"({"call":"reportProgress","enabled":true})",
+                                   R"({"call":"reportPasses","enabled":true})",
+                                   R"({"call":"pause"})",
+                                   R"({"call":"resume"})",
                                    R"({"call":"setSettings","settings":{"threads":1}})"};
         const int result = kivsession_send(session, calls[random() % calls.size()]);
         if (result != KIVSESSION_OK && result != KIVSESSION_CLOSED) ++wrong;

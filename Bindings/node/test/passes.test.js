@@ -292,6 +292,29 @@ test('progress tells of a load', async (t) => {
   assert.equal((await pass).loaded.length, 1);
 });
 
+test('a paused pass waits, and is reported when it ends', async (t) => {
+  const { url } = await serve(t, { 'a.png': 'wide' });
+  const cache = await open(t, { root: directory(t), main: url });
+  const reports = [];
+  cache.on('passReport', (report) => reports.push(report));
+  await cache.pause();
+  await cache.setBandwidth(1000);
+  assert.equal((await cache.settings()).bandwidth, 1000);
+  await cache.setBandwidth(0);
+  const pass = cache.load(config(banner('a', 'a.png')));
+  while ((await cache.state()).downloads === 0);
+  assert.equal((await cache.state()).isPaused, true);
+  assert.deepEqual(reports, []);
+  await cache.resume();
+  assert.deepEqual(ids((await pass).loaded), ['a']);
+  await cache.state(); // answered after the report
+  assert.equal(reports.length, 1);
+  assert.equal(reports[0].outcome, 'done');
+  assert.equal(reports[0].passTag, undefined);
+  assert.equal(reports[0].entries[0].outcome, 'added');
+  assert.equal(reports[0].entries[0].files[0].statusCode, 200);
+});
+
 test('settings are read and changed by name', async (t) => {
   const cache = await open(t, { root: directory(t), settings: { parallelTransfers: 2 } });
   assert.equal((await cache.settings()).parallelTransfers, 2);

@@ -37,6 +37,7 @@ from .lines import (
     Event,
     EventName,
     Line,
+    PassReportEvent,
     ProgressEvent,
     Resource,
     Settings,
@@ -372,6 +373,22 @@ class Cache:
         """Switches the event "progress" on or off; it is off at first."""
         await self._call({"call": "reportProgress", "enabled": enabled})
 
+    async def report_passes(self, enabled: bool = True) -> None:
+        """Switches the event "passReport" on or off for later passes; it is off at first."""
+        await self._call({"call": "reportPasses", "enabled": enabled})
+
+    async def pause(self) -> None:
+        """Halts the downloads until resume(). A pass goes on waiting, and nothing fails."""
+        await self._call({"call": "pause"})
+
+    async def resume(self) -> None:
+        """Ends a pause."""
+        await self._call({"call": "resume"})
+
+    async def set_bandwidth(self, bytes_per_second: int) -> None:
+        """Limits all downloads together, also those that run; 0 for no limit."""
+        await self._call({"call": "setBandwidth", "bytesPerSecond": bytes_per_second})
+
     # --- Events ----------------------------------------------------------------------------------
 
     def events(self) -> EventStream:
@@ -405,6 +422,12 @@ class Cache:
 
     @overload
     def on(self, name: Literal["progress"], function: Callable[[ProgressEvent], object]) -> None:
+        ...
+
+    @overload
+    def on(
+        self, name: Literal["passReport"], function: Callable[[PassReportEvent], object]
+    ) -> None:
         ...
 
     @overload

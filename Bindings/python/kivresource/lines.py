@@ -135,6 +135,90 @@ class StoredItem(TypedDict):
     resourceID: Union[str, None]
 
 
+class FailedTry(TypedDict):
+    """A request that failed."""
+
+    #: The URL that was requested, without credentials.
+    server: str
+    #: The HTTP status; 0 if none came.
+    statusCode: int
+    #: The code of the transfer's error in the domain `kiv.KivRESTService`; null if there was a
+    #: status.
+    errorCode: Union[int, None]
+
+
+class PassFile(TypedDict):
+    """A file that a resource lacked when the pass came to it. If it was not downloaded, the last six
+    members are 0, null or empty.
+    """
+
+    #: The link, as in the configuration.
+    link: str
+    #: It was stored before; it was downloaded and stored; it was not, and `error` says why; it was
+    #: stored but is not found under its name; or its download was cancelled with the pass.
+    outcome: Union[Literal["local"], Literal["downloaded"], Literal["failed"], Literal["notFound"], Literal["notEnded"]]
+    #: Why it failed; null if it did not, or if it came without contents.
+    error: Union[ErrorDetails, None]
+    #: The HTTP status of the download; 0 if no server answered.
+    statusCode: int
+    #: The URL whose response counted, without credentials.
+    server: Union[str, None]
+    #: The size of what came. In bytes.
+    bytes: int
+    #: Of these, those that were kept from an earlier request. In bytes.
+    resumedBytes: int
+    #: From the first request to the end. In milliseconds.
+    duration_ms: int
+    #: How many requests were made.
+    tries: int
+    #: Those that failed, in their order.
+    failedTries: List[FailedTry]
+
+
+class PassEntry(TypedDict):
+    """What became of one item of the configuration."""
+
+    #: The place of the item in `items`, from 0.
+    item: int
+    #: The identifier; empty if the item has none. The same holds for the next three members.
+    resourceID: str
+    #: The name.
+    name: str
+    #: The type.
+    type: str
+    #: The engine.
+    engine: str
+    #: The version; 0 for an invalid item.
+    updated: int
+    #: Loaded; loaded in place of another version; this version or a newer one was loaded before;
+    #: loaded and replaced or removed again before the end; a file is missing or the pass was
+    #: refused; a file was stored but not found; not loaded when the pass was stopped; the call
+    #: selects others; the item makes no resource.
+    outcome: Union[Literal["added"], Literal["replaced"], Literal["unchanged"], Literal["removed"], Literal["failed"], Literal["incomplete"], Literal["notEnded"], Literal["leftOut"], Literal["invalid"]]
+    #: The version that was replaced, or that is loaded instead; null if there is none.
+    otherVersion: Union[int, None]
+    #: A text for people about a resource that is removed, incomplete, left out or invalid;
+    #: otherwise empty.
+    reason: str
+    #: The first error of a failed resource.
+    error: Union[ErrorDetails, None]
+    #: The files that it lacked.
+    files: List[PassFile]
+
+
+class PassDrop(TypedDict):
+    """A resource that an update removed from the loaded ones. Its files stay on disk."""
+
+    #: The identifier.
+    resourceID: str
+    #: The name.
+    name: str
+    #: The type.
+    type: str
+    #: The version.
+    updated: int
+
+
 class RefusedItem(StoredItem):
     """A stored item that could not be removed."""
 
@@ -354,6 +438,43 @@ class ReportProgressCall(Tagged):
     enabled: bool
 
 
+class ReportPassesCall(Tagged):
+    """Switches the event `passReport` on or off for the passes that are started later. It is off at
+    first.
+    """
+
+    #: The name of the call.
+    call: Literal["reportPasses"]
+    #: True for on.
+    enabled: bool
+
+
+class PauseCall(Tagged):
+    """Halts the downloads until resume: none runs, and none starts. A running pass goes on waiting,
+    and nothing fails because of it. What has been received is kept where the server makes that
+    possible.
+    """
+
+    #: The name of the call.
+    call: Literal["pause"]
+
+
+class ResumeCall(Tagged):
+    """Ends a pause. Without one it has no effect."""
+
+    #: The name of the call.
+    call: Literal["resume"]
+
+
+class SetBandwidthCall(Tagged):
+    """Changes the setting `bandwidth`, also while files are loading."""
+
+    #: The name of the call.
+    call: Literal["setBandwidth"]
+    #: The limit for all downloads together; 0 for none. In bytes per second.
+    bytesPerSecond: int
+
+
 class AllLoadedResourcesCall(Tagged):
     """The loaded resources, in the order in which they were loaded."""
 
@@ -523,6 +644,42 @@ class ReportProgressResult(TypedDict):
     tag: Tag
 
 
+class ReportPassesResult(TypedDict):
+    """The answer of reportPasses, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["reportPasses"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class PauseResult(TypedDict):
+    """The answer of pause, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["pause"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class ResumeResult(TypedDict):
+    """The answer of resume, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["resume"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class SetBandwidthResult(TypedDict):
+    """The answer of setBandwidth, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["setBandwidth"]
+    #: The tag of the call.
+    tag: Tag
+
+
 class AllLoadedResourcesResult(Tagged):
     """The answer of allLoadedResources."""
 
@@ -563,6 +720,8 @@ class StateResult(Tagged):
     saveError: Union[ErrorDetails, None]
     #: Why the saved list could not be read at the start; null once it was read or replaced.
     savedListError: Union[ErrorDetails, None]
+    #: True between pause and resume.
+    isPaused: bool
 
 
 class AuditResult(Tagged):
@@ -697,6 +856,33 @@ class ProgressEvent(TypedDict):
     bytesPerSecond: float
 
 
+class PassReportEvent(TypedDict):
+    """How a pass went. After reportPasses it is sent exactly once for each pass, after the other
+    events of the pass; also if it is refused or stopped.
+    """
+
+    #: The name of the event.
+    event: Literal["passReport"]
+    #: The tag of the call that started the pass.
+    passTag: Union[Tag, None]
+    #: Every selected resource was dealt with; the call selects no valid item, and nothing was
+    #: dropped; downloads of another pass were in flight; stopLoading was called; the downloads had
+    #: not ended when the cache was closed.
+    outcome: Union[Literal["done"], Literal["nothingSelected"], Literal["refused"], Literal["stopped"], Literal["abandoned"]]
+    #: One for each item, in their order.
+    entries: List[PassEntry]
+    #: What an update removed.
+    dropped: List[PassDrop]
+    #: What came, of all files. In bytes.
+    bytes: int
+    #: From the start of the pass to its end. In milliseconds.
+    duration_ms: int
+    #: Why the list of the loaded resources could not be saved; null if it could.
+    saveError: Union[ErrorDetails, None]
+    #: True if memory ran out for a part of the report.
+    isIncomplete: bool
+
+
 class ErrorLine(Tagged):
     """A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
     It has the tag of that call, if it has one that could be read. Without a tag, the line may also
@@ -718,6 +904,10 @@ Call = Union[
     WaitForFinishCall,
     SleepCall,
     ReportProgressCall,
+    ReportPassesCall,
+    PauseCall,
+    ResumeCall,
+    SetBandwidthCall,
     AllLoadedResourcesCall,
     LoadedResourcesWithIDCall,
     LoadedResourcesWithTypeCall,
@@ -741,6 +931,10 @@ Result = Union[
     WaitForFinishResult,
     SleepResult,
     ReportProgressResult,
+    ReportPassesResult,
+    PauseResult,
+    ResumeResult,
+    SetBandwidthResult,
     AllLoadedResourcesResult,
     LoadedResourcesWithIDResult,
     LoadedResourcesWithTypeResult,
@@ -760,6 +954,7 @@ Event = Union[
     DidFailToLoadResourceEvent,
     DidFinishLoadingEvent,
     ProgressEvent,
+    PassReportEvent,
 ]
 
 
@@ -777,6 +972,10 @@ CallName = Literal[
     "waitForFinish",
     "sleep",
     "reportProgress",
+    "reportPasses",
+    "pause",
+    "resume",
+    "setBandwidth",
     "allLoadedResources",
     "loadedResourcesWithID",
     "loadedResourcesWithType",
@@ -796,4 +995,5 @@ EventName = Literal[
     "didFailToLoadResource",
     "didFinishLoading",
     "progress",
+    "passReport",
 ]

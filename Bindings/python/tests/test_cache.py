@@ -17,7 +17,7 @@ from typing import Any, Dict, List, Optional, Union
 from unittest import mock
 
 from kivresource import Cache, CacheBusyError, CacheClosedError, CacheError, Outcome, Session
-from kivresource.lines import Line
+from kivresource.lines import Line, PassReportEvent
 from support import (
     CONTENT,
     PATIENCE,
@@ -374,6 +374,36 @@ class Events(AsyncCacheTestCase):
             await cache.report_progress(False)
             server.gate.set()
             await self.soon(task)
+
+    async def test_a_paused_pass_waits_and_is_reported(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        async with self.cache(main=server.url) as cache:
+            reports: List[PassReportEvent] = []
+            cache.on("passReport", reports.append)
+            await cache.report_passes()
+            await cache.pause()
+            await cache.set_bandwidth(1000)
+            self.assertTrue((await cache.state())["isPaused"])
+            self.assertEqual((await cache.settings())["bandwidth"], 1000)
+            await cache.set_bandwidth(0)
+            task = asyncio.create_task(cache.load(config(banner("1", "1.png"))))
+            while (await cache.state())["downloads"] == 0:
+                await asyncio.sleep(0)
+            self.assertFalse(task.done())
+            self.assertEqual(reports, [])
+            await cache.resume()
+            outcome = await self.soon(task)
+            self.assertTrue(outcome.complete)
+            await cache.state()  # answered after the report
+            self.assertEqual([report["outcome"] for report in reports], ["done"])
+            entry = reports[0]["entries"][0]
+            self.assertEqual((entry["resourceID"], entry["outcome"]), ("1", "added"))
+            self.assertEqual((entry["files"][0]["statusCode"], entry["files"][0]["tries"]), (200, 1))
+            await cache.report_passes(False)
+            await self.soon(cache.load(config(plain("2"))))
+            await cache.state()
+            self.assertEqual(len(reports), 1)
 
     async def test_a_list_that_cannot_be_saved_is_an_error(self) -> None:
         async with self.cache() as cache:

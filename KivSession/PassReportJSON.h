@@ -1,0 +1,10 @@
+#pragma once
+
+#include "KivResource/KivResource.h"
+
+namespace kiv::session {
+
+/// The report of a pass as a line. `tag` is that of the call that started it, or null.
+Dictionary passReportLine(const KivResourcePassReport& report, const Value& tag);
+
+}  // namespace kiv::session
