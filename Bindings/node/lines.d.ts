@@ -144,7 +144,7 @@ export interface FailedTry {
 }
 
 /**
- * A file that a resource lacked when the pass came to it. If it was not downloaded, the last six
+ * A file that a resource lacked when the pass came to it. If it was not downloaded, the last seven
  * members are 0, null or empty.
  */
 export interface PassFile {
@@ -429,14 +429,6 @@ export interface ResumeCall extends Tagged {
   call: "resume";
 }
 
-/** Changes the setting `bandwidth`, also while files are loading. */
-export interface SetBandwidthCall extends Tagged {
-  /** The name of the call. */
-  call: "setBandwidth";
-  /** The limit for all downloads together; 0 for none. In bytes per second. */
-  bytesPerSecond: number;
-}
-
 /** The loaded resources, in the order in which they were loaded. */
 export interface AllLoadedResourcesCall extends Tagged {
   /** The name of the call. */
@@ -515,6 +507,14 @@ export interface SetDomainsCall extends Tagged {
   main?: string | null;
   /** The URL of the mirror; null for none. Default: unchanged. */
   reserve?: string | null;
+}
+
+/** Changes the setting `bandwidth`, also while files are loading. */
+export interface SetBandwidthCall extends Tagged {
+  /** The name of the call. */
+  call: "setBandwidth";
+  /** The limit for all downloads together; 0 for none. In bytes per second. */
+  bytesPerSecond: number;
 }
 
 /** The answer of loadResourcesForConfig, if it has a tag. */
@@ -601,14 +601,6 @@ export interface PauseResult {
 export interface ResumeResult {
   /** The name of the call. */
   result: "resume";
-  /** The tag of the call. */
-  tag: Tag;
-}
-
-/** The answer of setBandwidth, if it has a tag. */
-export interface SetBandwidthResult {
-  /** The name of the call. */
-  result: "setBandwidth";
   /** The tag of the call. */
   tag: Tag;
 }
@@ -726,6 +718,14 @@ export interface SetDomainsResult {
   tag: Tag;
 }
 
+/** The answer of setBandwidth, if it has a tag. */
+export interface SetBandwidthResult {
+  /** The name of the call. */
+  result: "setBandwidth";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
 /**
  * A resource of the pass is loaded: all of its files are on disk. The files of an older version are
  * removed then; a host that shows them takes the new paths. It is also sent for a resource that was
@@ -837,7 +837,6 @@ export type Call =
   | ReportPassesCall
   | PauseCall
   | ResumeCall
-  | SetBandwidthCall
   | AllLoadedResourcesCall
   | LoadedResourcesWithIDCall
   | LoadedResourcesWithTypeCall
@@ -847,7 +846,8 @@ export type Call =
   | SpaceCall
   | SettingsCall
   | SetSettingsCall
-  | SetDomainsCall;
+  | SetDomainsCall
+  | SetBandwidthCall;
 
 /** Any result. */
 export type Result =
@@ -862,7 +862,6 @@ export type Result =
   | ReportPassesResult
   | PauseResult
   | ResumeResult
-  | SetBandwidthResult
   | AllLoadedResourcesResult
   | LoadedResourcesWithIDResult
   | LoadedResourcesWithTypeResult
@@ -872,7 +871,8 @@ export type Result =
   | SpaceResult
   | SettingsResult
   | SetSettingsResult
-  | SetDomainsResult;
+  | SetDomainsResult
+  | SetBandwidthResult;
 
 /** Any event. */
 export type Event =
@@ -898,7 +898,6 @@ export type CallName =
   | "reportPasses"
   | "pause"
   | "resume"
-  | "setBandwidth"
   | "allLoadedResources"
   | "loadedResourcesWithID"
   | "loadedResourcesWithType"
@@ -908,7 +907,8 @@ export type CallName =
   | "space"
   | "settings"
   | "setSettings"
-  | "setDomains";
+  | "setDomains"
+  | "setBandwidth";
 
 /** The names of the events. */
 export type EventName =

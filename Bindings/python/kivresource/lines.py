@@ -148,7 +148,7 @@ class FailedTry(TypedDict):
 
 
 class PassFile(TypedDict):
-    """A file that a resource lacked when the pass came to it. If it was not downloaded, the last six
+    """A file that a resource lacked when the pass came to it. If it was not downloaded, the last seven
     members are 0, null or empty.
     """
 
@@ -466,15 +466,6 @@ class ResumeCall(Tagged):
     call: Literal["resume"]
 
 
-class SetBandwidthCall(Tagged):
-    """Changes the setting `bandwidth`, also while files are loading."""
-
-    #: The name of the call.
-    call: Literal["setBandwidth"]
-    #: The limit for all downloads together; 0 for none. In bytes per second.
-    bytesPerSecond: int
-
-
 class AllLoadedResourcesCall(Tagged):
     """The loaded resources, in the order in which they were loaded."""
 
@@ -572,6 +563,15 @@ class SetDomainsCall(Tagged, _SetDomainsCallOptional):
     call: Literal["setDomains"]
 
 
+class SetBandwidthCall(Tagged):
+    """Changes the setting `bandwidth`, also while files are loading."""
+
+    #: The name of the call.
+    call: Literal["setBandwidth"]
+    #: The limit for all downloads together; 0 for none. In bytes per second.
+    bytesPerSecond: int
+
+
 class LoadResourcesForConfigResult(TypedDict):
     """The answer of loadResourcesForConfig, if it has a tag."""
 
@@ -667,15 +667,6 @@ class ResumeResult(TypedDict):
 
     #: The name of the call.
     result: Literal["resume"]
-    #: The tag of the call.
-    tag: Tag
-
-
-class SetBandwidthResult(TypedDict):
-    """The answer of setBandwidth, if it has a tag."""
-
-    #: The name of the call.
-    result: Literal["setBandwidth"]
     #: The tag of the call.
     tag: Tag
 
@@ -797,6 +788,15 @@ class SetDomainsResult(TypedDict):
     tag: Tag
 
 
+class SetBandwidthResult(TypedDict):
+    """The answer of setBandwidth, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["setBandwidth"]
+    #: The tag of the call.
+    tag: Tag
+
+
 class DidLoadResourceEvent(TypedDict):
     """A resource of the pass is loaded: all of its files are on disk. The files of an older version
     are removed then; a host that shows them takes the new paths. It is also sent for a resource
@@ -907,7 +907,6 @@ Call = Union[
     ReportPassesCall,
     PauseCall,
     ResumeCall,
-    SetBandwidthCall,
     AllLoadedResourcesCall,
     LoadedResourcesWithIDCall,
     LoadedResourcesWithTypeCall,
@@ -918,6 +917,7 @@ Call = Union[
     SettingsCall,
     SetSettingsCall,
     SetDomainsCall,
+    SetBandwidthCall,
 ]
 
 
@@ -934,7 +934,6 @@ Result = Union[
     ReportPassesResult,
     PauseResult,
     ResumeResult,
-    SetBandwidthResult,
     AllLoadedResourcesResult,
     LoadedResourcesWithIDResult,
     LoadedResourcesWithTypeResult,
@@ -945,6 +944,7 @@ Result = Union[
     SettingsResult,
     SetSettingsResult,
     SetDomainsResult,
+    SetBandwidthResult,
 ]
 
 
@@ -975,7 +975,6 @@ CallName = Literal[
     "reportPasses",
     "pause",
     "resume",
-    "setBandwidth",
     "allLoadedResources",
     "loadedResourcesWithID",
     "loadedResourcesWithType",
@@ -986,6 +985,7 @@ CallName = Literal[
     "settings",
     "setSettings",
     "setDomains",
+    "setBandwidth",
 ]
 
 
