@@ -60,8 +60,8 @@ Entry findObjects(std::string_view key, Entry entry, Entry end, std::vector<Occu
   return entry;
 }
 
-/// A path by which a resource uses the file at another path. Only paths of names that fold to the
-/// same are compared, since the file system has to be asked.
+/// True if one of the resource's paths leads to the file at the path. The file system is asked only
+/// if the names are equal, or differ in case or Unicode normalization alone.
 bool isUsedBy(const KivResource& resource, std::string_view path) {
   const auto leadsToFile = [&](const std::string& used) {
     if (used == path) return true;
