@@ -6,6 +6,7 @@ import http.server
 import json
 import os
 import shutil
+import signal
 import subprocess
 import tempfile
 import threading
@@ -37,6 +38,9 @@ def _checked_receive(self: Session, wait_ms: int) -> Tuple[int, Optional[str]]:
         _problems.extend(f"{each} in {text[:500]}" for each in checker.problems(json.loads(text)))
     return result, text
 
+
+# A shell makes what it runs in the background ignore the signal, also in child processes.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 Session._receive = _checked_receive  # type: ignore[assignment]
 kivresource.set_log(log.append)
