@@ -415,8 +415,8 @@ export interface ReportPassesCall extends Tagged {
 }
 
 /**
- * Halts the downloads until resume: none runs, and none starts. A running pass goes on waiting, and
- * nothing fails because of it. What has been received is kept where the server makes that possible.
+ * Stops all downloads until resume. A running pass waits, and no file fails because of the pause.
+ * What has been received is kept where the server makes that possible.
  */
 export interface PauseCall extends Tagged {
   /** The name of the call. */

@@ -2,12 +2,13 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/NSError+KivResource.h"
-#include "Tests/Support/ForwardingFileManager.h"
+#include "Tests/Support/ForgetfulFileManager.h"
 #include "Tests/Support/HostileNames.h"
 #include "Tests/Support/ManagerFixture.h"
 
 namespace {
 
+using kiv::test::ForgetfulFileManager;
 using kiv::test::ManagerFixture;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -298,18 +299,6 @@ TEST_F(KivResourceManagerFilesTest, ANameOf255BytesIsStored) {
   EXPECT_THAT(registry(), ElementsAre("a"));
   EXPECT_TRUE(exists(stored(name)));
 }
-
-/// Reports that files with one name do not exist.
-class ForgetfulFileManager final : public kiv::test::ForwardingFileManager {
- public:
-  explicit ForgetfulFileManager(std::string name) : name_(std::move(name)) {}
-  bool fileExistsAtPath(std::string_view path) override {
-    return !path.ends_with(name_) && ForwardingFileManager::fileExistsAtPath(path);
-  }
-
- private:
-  std::string name_;
-};
 
 TEST_F(KivResourceManagerFilesTest, StoredButNotFoundAgainByNameGivesNoCallback) {
   const ForgetfulFileManager files("/lost.png");

@@ -135,14 +135,7 @@ TEST_F(KivResourcePassAwaitingTest, WhatTheCoroutineThrowsGoesToItsPromise) {
 }
 
 TEST_F(KivResourcePassAwaitingTest, WhatTheStartThrowsIsThrownInTheCoroutine) {
-  struct Thrower : KivResourceRESTModule {
-    void loadDataForResource_usingFileLink_completionHandler(const std::shared_ptr<KivResource>&,
-                                                             const std::string&,
-                                                             CompletionHandler) override {
-      throw std::bad_alloc();
-    }
-  };
-  manager->setLoader(std::make_shared<Thrower>());
+  manager->setLoader(std::make_shared<ThrowingLoader>());
   Names heard;
   {
     const Task task =

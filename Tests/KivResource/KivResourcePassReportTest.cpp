@@ -18,6 +18,7 @@
 #include "Tests/KivResource/PassReportFixture.h"
 #include "Tests/KivResource/RealClientFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/ForgetfulFileManager.h"
 
 namespace kiv::test {
 namespace {
@@ -265,18 +266,6 @@ TEST_F(KivResourcePassReportTest, AFullDiskFailsTheFileAndTheList) {
   EXPECT_TRUE(isSystemError(*next.saveError, std::errc::no_space_on_device));
 }
 
-/// Reports that files with one name do not exist.
-class ForgetfulFileManager final : public ForwardingFileManager {
- public:
-  explicit ForgetfulFileManager(std::string name) : name_(std::move(name)) {}
-  bool fileExistsAtPath(std::string_view path) override {
-    return !path.ends_with(name_) && ForwardingFileManager::fileExistsAtPath(path);
-  }
-
- private:
-  std::string name_;
-};
-
 TEST_F(KivResourcePassReportTest, StoredButNotFoundAgainIsIncomplete) {
   const ForgetfulFileManager files("/lost.png");
   follow(KivResourcePass::load(config({banner("a", 1, "x/lost.png")})));
@@ -377,14 +366,7 @@ TEST_F(KivResourcePassReportTest, WhatArrivesAfterTheEndDoesNotChangeTheReport) 
 }
 
 TEST_F(KivResourcePassReportTest, AStartThatThrowsIsNotReported) {
-  struct Thrower : KivResourceRESTModule {
-    void loadDataForResource_usingFileLink_completionHandler(const std::shared_ptr<KivResource>&,
-                                                             const std::string&,
-                                                             CompletionHandler) override {
-      throw std::bad_alloc();
-    }
-  };
-  manager->setLoader(std::make_shared<Thrower>());
+  manager->setLoader(std::make_shared<ThrowingLoader>());
   EXPECT_THROW(follow(KivResourcePass::load(config({banner("a", 1, "a.png")}))), std::bad_alloc);
   manager->stopLoading();
   expectNoReport();

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,11 +10,21 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResourcePassReport.h"
+#include "KivResource/KivResourceRESTModule.h"
 #include "Tests/Support/ManagerFixture.h"
 
 namespace kiv::test {
 
 using Reports = std::vector<KivResourcePassReport>;
+
+/// Has no memory for a download.
+struct ThrowingLoader : KivResourceRESTModule {
+  void loadDataForResource_usingFileLink_completionHandler(const std::shared_ptr<KivResource>&,
+                                                           const std::string&,
+                                                           CompletionHandler) override {
+    throw std::bad_alloc();
+  }
+};
 
 /// A manager fixture that collects the reports of passes.
 template <class Fixture>

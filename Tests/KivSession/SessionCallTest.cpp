@@ -114,10 +114,12 @@ TEST_F(SessionCallTest, ReportsProgressAlsoWithOtherSettings) {
   EXPECT_THAT(linesFor(calls), Contains(HasSubstr(R"("progress","completedFiles":1)")));
 }
 
-TEST_F(SessionCallTest, ReportProgressTakesABoolean) {
-  for (const std::string member : {"", R"(,"enabled":1)", R"(,"enabled":null)"}) {
-    EXPECT_EQ(lineFor(R"({"call":"reportProgress")" + member + "}"),
-              R"({"error":"\"enabled\" is to be true or false"})");
+TEST_F(SessionCallTest, SwitchesTakeABoolean) {
+  for (const std::string call : {"reportProgress", "reportPasses"}) {
+    for (const std::string member : {"", R"(,"enabled":1)", R"(,"enabled":null)"}) {
+      EXPECT_EQ(lineFor(R"({"call":")" + call + "\"" + member + "}"),
+                R"({"error":"\"enabled\" is to be true or false"})");
+    }
   }
 }
 
@@ -180,13 +182,6 @@ TEST_F(SessionCallTest, ReportsARefusedAndAStoppedPassOnceEach) {
   EXPECT_THAT(lines[4], StartsWith(R"({"event":"passReport","passTag":2,"outcome":"refused")"));
   EXPECT_EQ(lines[5], R"({"event":"didFinishLoading"})");
   EXPECT_THAT(lines[6], StartsWith(R"({"event":"passReport","passTag":1,"outcome":"stopped")"));
-}
-
-TEST_F(SessionCallTest, ReportPassesTakesABoolean) {
-  for (const std::string member : {"", R"(,"enabled":1)", R"(,"enabled":null)"}) {
-    EXPECT_EQ(lineFor(R"({"call":"reportPasses")" + member + "}"),
-              R"({"error":"\"enabled\" is to be true or false"})");
-  }
 }
 
 // --- Pause and bandwidth -------------------------------------------------------------------------

@@ -1,4 +1,4 @@
-// A pause halts the transfers without failing any: each goes on where it was, and each task is
+// A pause stops the transfers without a failure. Each is resumed where it stopped, and each task is
 // completed exactly once.
 
 #include <array>

@@ -1,5 +1,5 @@
 // The host's condition decides which transfers start. What it refuses waits, without a time limit,
-// and what it allows goes on.
+// and what it allows is transferred.
 
 #include <chrono>
 #include <cstddef>
