@@ -50,7 +50,10 @@ bool isClosed(kivsession* session, const char* settings) {
   bool isWell = isClosed(session, settings);
   if (round % 3 == 0) {
     const pid_t grandchild = fork();
-    if (grandchild == 0) std::exit(isClosed(session, settings) ? 0 : 1);
+    if (grandchild == 0) {
+      alarm(longestChild);  // an alarm is not inherited
+      std::exit(isClosed(session, settings) ? 0 : 1);
+    }
     int status = 1;
     isWell = isWell && waitpid(grandchild, &status, 0) == grandchild && status == 0;
   }
