@@ -45,6 +45,7 @@
 #include "KivPlatform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
 #include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export
+#include "KivResource/KivResourceLease.h"                      // IWYU pragma: export
 #include "KivResource/KivResourceLookup.h"                     // IWYU pragma: export
 #include "KivResource/KivResourceMaintenance.h"                // IWYU pragma: export
 #include "KivResource/KivResourceManager.h"                    // IWYU pragma: export

@@ -80,6 +80,7 @@ bool KivResourceLookup::fileExistsAtPath(std::string_view path) {
   if (!resolved || !files.fileExistsAtPath(*resolved)) return false;
   return liesBelow(*resolved, KivResourceStorageModule::resourcesDirectoryPath()) ||
          liesBelow(*resolved, KivResourceStorageModule::packagedResourcesPath()) ||
+         KivStorageService::isLeasedPath(*resolved) ||
          std::any_of(roots->begin(), roots->end(),
                      [&](const std::string& root) { return liesBelow(*resolved, root); });
 }

@@ -25,8 +25,8 @@ class KIV_EXPORT KivResourceLookup {
  public:
   KivResourceLookup() = delete;
 
-  /// Accepts only files in the resources directory under the storage root, in the packaged bundle
-  /// and in these directories; std::nullopt removes the restriction. The path of any other file is
+  /// Accepts only files in the resources directory under the storage root, in the packaged bundle,
+  /// in leases and in these directories; std::nullopt removes the restriction. The path of any other file is
   /// treated as a link. Symbolic links are resolved first. A root that is not absolute, or not a
   /// directory, is ignored. Takes effect with the next look-up; loaded resources stay loaded.
   static void setRoots(std::optional<std::vector<std::string>> roots);

@@ -15,6 +15,7 @@
 #include "KivPlatform/Foundation/text/Unicode.h"
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivPlatform/KivStorageService/store/ItemLease.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManager.h"
@@ -262,6 +263,29 @@ void findUnusable(const ListedFiles& listed, Maintenance::Audit& audit) {
   }
 }
 
+Status addItemsOfDirectory(const std::string& directory, std::vector<Maintenance::Item>& items) {
+  const auto names = sortedNames(directory);
+  if (!names) return names.error();
+  for (const std::string& name : *names)
+    items.push_back(itemAt(appendingPathComponent(directory, name)));
+  return {};
+}
+
+/// The incomplete files and the leases of one process.
+Status findItemsOfProcess(const std::string& directory, Maintenance::Audit& audit) {
+  const auto names = sortedNames(directory);
+  if (!names) return names.error();
+  for (const std::string& name : *names) {
+    std::string path = appendingPathComponent(directory, name);
+    if (!kiv::storage::ItemLease::isDirectoryName(name)) {
+      audit.temporary.push_back(itemAt(std::move(path)));
+    } else if (Status status = addItemsOfDirectory(path, audit.leased); !status) {
+      return status;
+    }
+  }
+  return {};
+}
+
 /// Each process has a working directory and a lock file beside it, which are no leftovers
 /// themselves.
 Status findTemporaries(Maintenance::Audit& audit) {
@@ -269,16 +293,12 @@ Status findTemporaries(Maintenance::Audit& audit) {
   const auto names = sortedNames(top);
   if (!names) return names.error();
   for (const std::string& name : *names) {
-    const std::string path = appendingPathComponent(top, name);
-    if (!files().directoryExistsAtPath(path)) {
-      if (!kiv::storage::ProcessDirectory::isLockName(name))
-        audit.temporary.push_back(itemAt(path));
-      continue;
+    std::string path = appendingPathComponent(top, name);
+    if (files().directoryExistsAtPath(path)) {
+      if (Status status = findItemsOfProcess(path, audit); !status) return status;
+    } else if (!kiv::storage::ProcessDirectory::isLockName(name)) {
+      audit.temporary.push_back(itemAt(std::move(path)));
     }
-    const auto items = sortedNames(path);
-    if (!items) return items.error();
-    for (const std::string& item : *items)
-      audit.temporary.push_back(itemAt(appendingPathComponent(path, item)));
   }
   return {};
 }

@@ -57,6 +57,9 @@ class KIV_EXPORT KivResourceMaintenance {
     /// Incomplete files of the storage service, of this process, of others that are running, or
     /// left by one that failed; and bodies of downloads that are incomplete or not stored yet.
     std::vector<Item> temporary;
+    /// What hosts keep with kiv::Lease, in this process or another. Hard links take no space of
+    /// their own as long as the stored file is there.
+    std::vector<Item> leased;
     /// True if downloads are in flight: what they have stored so far counts as orphaned.
     bool downloadsAreInFlight = false;
     /// Why a clean-up would be refused (122): a saved list that cannot be read may name the

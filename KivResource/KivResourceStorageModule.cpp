@@ -134,7 +134,9 @@ std::optional<std::string> KivResourceStorageModule::directoryOfPageAtPath(std::
   const std::string_view directory = kiv::path::deletingLastPathComponent(*page);
   const std::string_view parent = kiv::path::deletingLastPathComponent(directory);
   const bool isArchive = isDirectoryAt(parent, resourcesDirectoryPath()) ||
-                         isDirectoryAt(parent, packagedResourcesPath());
+                         isDirectoryAt(parent, packagedResourcesPath()) ||
+                         (KivStorageService::isLeasedPath(directory) &&
+                          !KivStorageService::isLeasedPath(parent));
   return isArchive ? std::optional<std::string>(directory) : std::nullopt;
 }
 

@@ -68,9 +68,9 @@ class KIV_EXPORT KivResourceStorageModule {
   static std::string packagedResourcesPath();
 
   /// The directory of the page at the path, if the page came as an archive: a direct subdirectory
-  /// of the downloaded or packaged resources, with all links resolved. Nothing for a page that is a
-  /// single file. A host that shows pages should allow each of them to read its directory, or its
-  /// file, and nothing else.
+  /// of the downloaded or packaged resources, or a leased one, with all links resolved. Nothing for
+  /// a page that is a single file. A host that shows pages should allow each of them to read its
+  /// directory, or its file, and nothing else.
   static std::optional<std::string> directoryOfPageAtPath(std::string_view path);
 
   /// The path at which saving under the name stores the file, or the directory of an archive;

@@ -11,6 +11,7 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/StagedSave.h"
+#include "KivPlatform/KivStorageService/store/ItemLease.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
@@ -24,6 +25,7 @@ using kiv::FileManager;
 using kiv::Result;
 using kiv::Status;
 using kiv::storage::Access;
+using kiv::storage::ItemLease;
 using kiv::storage::quoted;
 using kiv::storage::SaveRequest;
 using kiv::storage::StagedSave;
@@ -178,6 +180,25 @@ std::optional<std::string> KivStorageService::withdrawDirectoryAtPath(std::strin
   FileManager& files = FileManager::defaultManager();
   if (!files.withdrawItemAtPath_toPath(path, temporary->path())) return std::nullopt;
   return temporary->path();
+}
+
+std::shared_ptr<const std::string> KivStorageService::leaseItemAtPath(std::string_view path,
+                                                                      std::optional<Error>* error) {
+  const auto take = [&]() -> Result<std::shared_ptr<const ItemLease>> {
+    const auto root = StorageRoot::current();
+    if (!root) return kiv::storage::noRootError();
+    auto lease = ItemLease::take(*root, std::string(path));
+    if (!lease) return lease.error();
+    return std::shared_ptr<const ItemLease>(*std::move(lease));
+  };
+  const auto lease = guarded(kiv::path::lastPathComponent(path), take).reportTo(error);
+  if (!lease) return nullptr;
+  return {*lease, &(*lease)->path()};
+}
+
+bool KivStorageService::isLeasedPath(std::string_view path) {
+  const auto directory = FileManager::defaultManager().resolvedPathOfItemAtPath(temporariesPath());
+  return directory && ItemLease::isLeasedPath(path, *directory);
 }
 
 std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(

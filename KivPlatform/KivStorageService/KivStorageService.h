@@ -150,6 +150,21 @@ class KIV_EXPORT KivStorageService {
   /// paths.
   static std::optional<std::string> withdrawDirectoryAtPath(std::string_view path);
 
+  /// Keeps the file or directory at the absolute path as it is, under a second path with the same
+  /// last component, until the last owner of the returned path releases it: also when the item is
+  /// replaced or removed, by this process or another. Links within a directory are left out. A
+  /// link at the path itself is followed.
+  ///
+  /// The second path is made of hard links in `.KivStorageService`, or of copies where the file
+  /// system refuses links. Nobody may write to it. It ends with the process: the next one that
+  /// opens the root removes what a process that died has left. Returns nullptr, and an error, if
+  /// the item is not there, is being replaced, or cannot be linked or copied.
+  static std::shared_ptr<const std::string> leaseItemAtPath(
+      std::string_view path, std::optional<kiv::Error>* error = nullptr);
+  /// True if the path is that of a leased item, or leads into one. It must be resolved: without
+  /// links and "..".
+  static bool isLeasedPath(std::string_view path);
+
   /// The bytes of ROOT/relativePath/fileName; nothing, and an error, if a name is not valid or the
   /// file is missing or unreadable.
   static std::optional<kiv::Data> loadDataForFileName_atRelativePath_error(

@@ -2,11 +2,12 @@
 // observer as a line to a pipe before it continues, so a test that kills it can read which
 // callbacks it had received. Run by the tests that kill a host or run several.
 //
-//     ReportingHost DESCRIPTOR ROOT SERVER [load:FILE | update:FILE | clean]...
+//     ReportingHost DESCRIPTOR ROOT SERVER [load:FILE | update:FILE | clean | lease | wait]...
 //
-// FILE contains a configuration; "clean" removes orphans. The lines are: "restored ID VERSION" for
-// each resource of the saved list, "step NUMBER" before each step, "loaded ID VERSION", "failed
-// ID", and "finished" after each pass.
+// FILE contains a configuration; "clean" removes orphans; "lease" takes a lease of each resource
+// and keeps it; "wait" waits to be killed. The lines are: "leased PATH" for each file of a lease,
+// "restored ID VERSION" for each resource of the saved list, "step NUMBER" before each step,
+// "loaded ID VERSION", "failed ID", and "finished" after each pass.
 
 #include <cstdlib>
 #include <memory>
@@ -72,6 +73,11 @@ class Host final : public KivResourceManagerObserver, public std::enable_shared_
       if (!Maintenance::cleanUpOrphans(*manager_, Maintenance::Mode::remove)) std::_Exit(6);
       return performNextStep();
     }
+    if (step == "lease") {
+      takeLeases();
+      return performNextStep();
+    }
+    if (step == "wait") return;
     const std::size_t colon = step.find(':');
     const auto bytes = kiv::FileManager::defaultManager().contentsAtPath(step.substr(colon + 1));
     const auto config = bytes ? kiv::JSON::read(*bytes) : std::nullopt;
@@ -83,7 +89,18 @@ class Host final : public KivResourceManagerObserver, public std::enable_shared_
     }
   }
 
+  void takeLeases() {
+    for (const auto& resource : manager_->allLoadedResources()) {
+      auto lease = kiv::Lease::take(*resource);
+      if (!lease) std::_Exit(8);
+      for (const std::string& path : lease->resource()->useFilePaths())
+        report("leased " + path);
+      leases_.push_back(*std::move(lease));
+    }
+  }
+
   const std::vector<std::string> steps_;
+  std::vector<kiv::Lease> leases_;
   std::size_t next_ = 0;
   const std::shared_ptr<KivResourceManager> manager_ = KivResourceManager::sharedInstance();
 };

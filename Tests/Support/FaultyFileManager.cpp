@@ -15,6 +15,8 @@ std::string nameOf(FileOperation operation) {
       return "createFile";
     case FileOperation::exchange:
       return "exchange";
+    case FileOperation::link:
+      return "link";
     case FileOperation::list:
       return "list";
     case FileOperation::lock:
@@ -250,6 +252,12 @@ Status FaultyFileManager::moveItemAtPath_toPath(std::string_view path, std::stri
   Status status = begin({FileOperation::move, std::string(path), std::string(newPath)});
   if (!status) return status;
   return ForwardingFileManager::moveItemAtPath_toPath(path, newPath);
+}
+
+Status FaultyFileManager::linkFileAtPath_toPath(std::string_view path, std::string_view newPath) {
+  Status status = begin({FileOperation::link, std::string(path), std::string(newPath)});
+  if (!status) return status;
+  return ForwardingFileManager::linkFileAtPath_toPath(path, newPath);
 }
 
 Status FaultyFileManager::withdrawItemAtPath_toPath(std::string_view path,

@@ -19,6 +19,7 @@ enum class FileOperation {
   createDirectory,
   createFile,
   exchange,
+  link,
   list,
   lock,
   map,
@@ -57,7 +58,7 @@ class FaultyFileManager : public ForwardingFileManager {
   struct Operation {
     FileOperation kind;
     std::string path;
-    std::string newPath = {};  ///< of move, withdraw and exchange
+    std::string newPath = {};  ///< of link, move, withdraw and exchange
   };
 
   /// Clears the count and the recorded operations, and sets the fault; nullopt for none.
@@ -100,6 +101,7 @@ class FaultyFileManager : public ForwardingFileManager {
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
   Status exchangeItemAtPath_withItemAtPath(std::string_view path,
                                            std::string_view otherPath) override;
+  Status linkFileAtPath_toPath(std::string_view path, std::string_view newPath) override;
   Status withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
   Status removeItemAtPath(std::string_view path) override;
   Result<std::unique_ptr<FileLock>> lockFileAtPath(std::string_view path) override;

@@ -53,6 +53,9 @@ class ForwardingFileManager : public FileManager {
   Result<FileIdentity> identityOfFileAtPath(std::string_view path) override {
     return base_.identityOfFileAtPath(onDisk(path));
   }
+  Status linkFileAtPath_toPath(std::string_view path, std::string_view newPath) override {
+    return base_.linkFileAtPath_toPath(onDisk(path), onDisk(newPath));
+  }
   Result<std::vector<std::string>> contentsOfDirectoryAtPath(std::string_view path) override {
     return base_.contentsOfDirectoryAtPath(onDisk(path));
   }

@@ -115,6 +115,10 @@ void FileManager::makePrivateItemAtPath(std::string_view path) {
   systemFileManager().makePrivateItemAtPath(path);
 }
 
+Status FileManager::linkFileAtPath_toPath(std::string_view path, std::string_view newPath) {
+  return systemFileManager().linkFileAtPath_toPath(path, newPath);
+}
+
 void FileManager::discardItemAtPath(std::string_view path) {
   static_cast<void>(removeItemAtPath(path));
 }

@@ -209,6 +209,11 @@ class KIV_EXPORT FileManager {
   /// empty.
   [[nodiscard]] virtual Status moveItemAtPath_toPath(std::string_view path,
                                                      std::string_view newPath) = 0;
+  /// Gives the regular file at `path`, which must not be a link, a second name (a hard link). Fails
+  /// if the new path exists, and if the file system has no hard links or refuses this one. The
+  /// default implementation works on the system's files.
+  [[nodiscard]] virtual Status linkFileAtPath_toPath(std::string_view path,
+                                                     std::string_view newPath);
   /// Exchanges two items atomically. Fails if the file system does not support that.
   [[nodiscard]] virtual Status exchangeItemAtPath_withItemAtPath(std::string_view path,
                                                                  std::string_view otherPath) = 0;

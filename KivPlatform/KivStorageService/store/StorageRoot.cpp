@@ -117,12 +117,12 @@ StorageRoot::StorageRoot(std::string path) : path_(std::move(path)) {
   ProcessDirectory::sweep(path_);
 }
 
-Result<Temporary> StorageRoot::makeTemporary() {
+Result<Temporary> StorageRoot::makeTemporary(std::string_view suffix) {
   auto directory = processDirectory();
   if (!directory) return directory.error();
   std::string path;
   do {
-    path = (*directory)->nextPath();
+    path = (*directory)->nextPath().append(suffix);
   } while (FileManager::defaultManager().itemExistsAtPath(path));
   return Temporary(std::move(path), *std::move(directory));
 }

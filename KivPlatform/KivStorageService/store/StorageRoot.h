@@ -37,9 +37,9 @@ class StorageRoot {
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// A path for a new temporary file or directory on the root's file system. The first call creates
-  /// the private directory.
-  Result<Temporary> makeTemporary();
+  /// A path for a new temporary file or directory on the root's file system, which ends in the
+  /// suffix. The first call creates the private directory.
+  Result<Temporary> makeTemporary(std::string_view suffix = {});
   /// A new temporary file, open for writing.
   struct TemporaryFile {
     Temporary temporary;

@@ -91,6 +91,7 @@ class PosixFileManager final : public FileManager {
     return beginFileSystemSync(path);
   }
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
+  Status linkFileAtPath_toPath(std::string_view path, std::string_view newPath) override;
   Status exchangeItemAtPath_withItemAtPath(std::string_view path,
                                            std::string_view otherPath) override;
   Status withdrawItemAtPath_toPath(std::string_view path, std::string_view newPath) override;
@@ -319,6 +320,19 @@ Status PosixFileManager::moveItemAtPath_toPath(std::string_view path, std::strin
   const SystemPath to(newPath);
   if (!from.isValid() || !to.isValid()) return systemError(EINVAL, "rename", path);
   if (::rename(from.c_str(), to.c_str()) != 0) return systemError(errno, "rename", path);
+  return {};
+}
+
+Status PosixFileManager::linkFileAtPath_toPath(std::string_view path, std::string_view newPath) {
+  const SystemPath from(path);
+  const SystemPath to(newPath);
+  if (!from.isValid() || !to.isValid()) return systemError(EINVAL, "link", path);
+  struct stat status {};
+  if (!lookAt(path, status)) return systemError(errno, "link", path);
+  if (!S_ISREG(status.st_mode)) return systemError(EINVAL, "link", path);
+  if (::linkat(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0) != 0) {
+    return systemError(errno, "link", path);
+  }
   return {};
 }
 

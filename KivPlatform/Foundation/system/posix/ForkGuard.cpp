@@ -29,7 +29,12 @@ struct GuardedMutexes {
     return object;
   }
 
-  GuardedMutexes() { pthread_atfork(&beforeFork, &unlockAll, &inChild); }
+  /// The depth is counted first, since the handlers of a child run in the order of their
+  /// registration.
+  GuardedMutexes() {
+    static_cast<void>(forkDepth());
+    pthread_atfork(&beforeFork, &unlockAll, &inChild);
+  }
 
   static void beforeFork() KIV_UNCHECKED_LOCKING {
     shared().mutex.lock();
@@ -44,7 +49,6 @@ struct GuardedMutexes {
   }
 
   static void inChild() KIV_UNCHECKED_LOCKING {
-    ++depth;
     unlockAll();
     for (const auto& call : shared().calls)
       call();
@@ -53,7 +57,9 @@ struct GuardedMutexes {
 
 }  // namespace
 
+/// The first call begins to count.
 std::uint64_t forkDepth() noexcept {
+  [[maybe_unused]] static const int failure = pthread_atfork(nullptr, nullptr, [] { ++depth; });
   return depth;
 }
 
