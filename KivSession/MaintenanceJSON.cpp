@@ -27,6 +27,7 @@ void addAudit(Dictionary& line, const KivResourceMaintenance::Audit& audit) {
   line.set("orphaned", itemsJSON(audit.orphaned));
   line.set("partial", itemsJSON(audit.partial));
   line.set("temporary", itemsJSON(audit.temporary));
+  line.set("leased", itemsJSON(audit.leased));
 }
 
 void addCleanUp(Dictionary& line, const KivResourceMaintenance::CleanUp& cleanUp) {

@@ -147,6 +147,16 @@ void Session::make(const SessionCall::ReportPasses& report) {
   answerDone();
 }
 
+void Session::make(const SessionCall::TakeLease& call) {
+  make(SessionCall::Operation{
+      [&](auto& manager) { return leases_.take(manager, call.resourceID); }});
+}
+
+void Session::make(const SessionCall::EndLease& call) {
+  const Status status = leases_.end(call.number);
+  status ? answerDone() : answer({{"error", status.error().localizedDescription()}});
+}
+
 /// The client is replaced with its settings.
 void Session::setProgressHandler() {
   const auto client = manager_->loader()->restService();

@@ -9,6 +9,7 @@
 #include "KivResource/KivResource.h"
 #include "KivSession/SessionCall.h"
 #include "KivSession/SessionEvents.h"
+#include "KivSession/SessionLeases.h"
 
 namespace kiv::session {
 
@@ -53,6 +54,8 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   void make(const SessionCall::SetSettings& call);
   void make(const SessionCall::ReportProgress& report);
   void make(const SessionCall::ReportPasses& report);
+  void make(const SessionCall::TakeLease& call);
+  void make(const SessionCall::EndLease& call);
   void make(const SessionCall::WaitForFinish& wait);
   void make(const SessionCall::Sleep& sleep);
   void setProgressHandler();
@@ -65,6 +68,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
 
   const std::shared_ptr<KivResourceManager> manager_;
   std::deque<std::string> lines_;
+  SessionLeases leases_;
   SessionCall call_;  ///< The one that is being made.
   bool hasEnded_ = false;
   bool isStopped_ = false;

@@ -179,6 +179,14 @@ What loadedResourcesWithType(Arguments& arguments) {
   });
 }
 
+What takeLease(Arguments& arguments) {
+  return SessionCall::TakeLease{arguments.text("id")};
+}
+
+What endLease(Arguments& arguments) {
+  return SessionCall::EndLease{static_cast<std::uint64_t>(arguments.integer("lease"))};
+}
+
 What state(Arguments&) {
   return Operation{[](KivResourceManager& manager) {
     return Dictionary{{"downloads", manager.loadingResourcesFilesCount()},
@@ -260,7 +268,7 @@ What setSettings(Arguments& arguments) {
 
 What readNamedCall(std::string_view name, Arguments& arguments) {
   using Reader = What (*)(Arguments&);
-  static constexpr std::array<std::pair<std::string_view, Reader>, 22> readers{{
+  static constexpr std::array<std::pair<std::string_view, Reader>, 24> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
       {"loadResourcesWithType", loadResourcesWithType},
@@ -276,6 +284,8 @@ What readNamedCall(std::string_view name, Arguments& arguments) {
       {"allLoadedResources", allLoadedResources},
       {"loadedResourcesWithID", loadedResourcesWithID},
       {"loadedResourcesWithType", loadedResourcesWithType},
+      {"takeLease", takeLease},
+      {"endLease", endLease},
       {"state", state},
       {"audit", audit},
       {"cleanUpOrphans", cleanUpOrphans},

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -31,6 +33,12 @@ struct SessionCall {
   struct ReportPasses {
     bool enabled;
   };
+  struct TakeLease {
+    std::optional<std::string> resourceID;
+  };
+  struct EndLease {
+    std::uint64_t number;
+  };
   struct WaitForFinish {
     std::chrono::milliseconds timeout;
   };
@@ -44,8 +52,8 @@ struct SessionCall {
 
   std::string name;
   Value tag;  ///< A string or a number; null if the call has none.
-  std::variant<Invalid, Operation, StartPass, SetSettings, ReportProgress, ReportPasses,
-               WaitForFinish, Sleep>
+  std::variant<Invalid, Operation, StartPass, SetSettings, ReportProgress, ReportPasses, TakeLease,
+               EndLease, WaitForFinish, Sleep>
       what;
 };
 

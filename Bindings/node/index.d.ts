@@ -61,6 +61,14 @@ export interface Outcome {
   stopped: boolean;
 }
 
+/** The files of a resource, kept while they are shown. */
+export interface Lease {
+  /** The resource with the paths of the lease. */
+  resource: Resource;
+  /** Removes the files at these paths. May be called again. */
+  end(): Promise<void>;
+}
+
 /** One identifier, one type, or all. */
 export type Selection = { id?: string; type?: undefined } | { id?: undefined; type?: string };
 
@@ -129,6 +137,11 @@ export class Cache extends EventEmitter {
 
   /** The loaded resources, in the order in which they were loaded. */
   resources(selection?: Selection): Promise<Resource[]>;
+  /**
+   * Keeps the files of a loaded resource while they are shown, also when a newer version replaces it.
+   * Rejects if no resource with the identifier is loaded.
+   */
+  lease(id: string): Promise<Lease>;
   /** Whether something is loading, and whether the saved list is in order. */
   state(): Promise<State>;
   /** Compares the list with the disk, without changing anything. */

@@ -98,6 +98,16 @@ class Cache extends EventEmitter {
     return (await this.#call(call)).resources;
   }
 
+  async lease(id) {
+    const { lease, resource } = await this.#call({ call: 'takeLease', id });
+    let ended;
+    const end = async () => {
+      if (this.closed) return; // closing has ended it
+      await (ended ??= this.#call({ call: 'endLease', lease }));
+    };
+    return { resource, end };
+  }
+
   async state() {
     return withoutHead(await this.#call({ call: 'state' }));
   }

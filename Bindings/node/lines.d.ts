@@ -452,6 +452,30 @@ export interface LoadedResourcesWithTypeCall extends Tagged {
 }
 
 /**
+ * Keeps the files of a loaded resource, also when a newer version replaces it, until endLease or
+ * the end of the session. A page keeps its whole directory. The files are hard links, or copies
+ * where the file system refuses links, and may only be read. The answer is an error if no resource
+ * with the identifier is loaded, or its files cannot be kept.
+ */
+export interface TakeLeaseCall extends Tagged {
+  /** The name of the call. */
+  call: "takeLease";
+  /** The identifier. Of several versions the newest is taken. */
+  id: string | null;
+}
+
+/**
+ * Ends a lease: the files at its paths are removed. The answer is an error if there is no such
+ * lease.
+ */
+export interface EndLeaseCall extends Tagged {
+  /** The name of the call. */
+  call: "endLease";
+  /** The number of the lease. */
+  lease: number;
+}
+
+/**
  * Whether something is loading, and whether the list of loaded resources could be read and saved.
  */
 export interface StateCall extends Tagged {
@@ -629,6 +653,24 @@ export interface LoadedResourcesWithTypeResult extends Tagged {
   resources: Resource[];
 }
 
+/** The answer of takeLease. */
+export interface TakeLeaseResult extends Tagged {
+  /** The name of the call. */
+  result: "takeLease";
+  /** The number of the lease, for endLease. */
+  lease: number;
+  /** The resource with the paths of the lease. */
+  resource: Resource;
+}
+
+/** The answer of endLease, if it has a tag. */
+export interface EndLeaseResult {
+  /** The name of the call. */
+  result: "endLease";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
 /** The answer of state. */
 export interface StateResult extends Tagged {
   /** The name of the call. */
@@ -663,6 +705,11 @@ export interface AuditResult extends Tagged {
   partial: StoredItem[];
   /** Incomplete files under the root, of this process or another. */
   temporary: StoredItem[];
+  /**
+   * What is kept by leases, of this process or another. A hard link takes no space of its own as
+   * long as the stored file is there.
+   */
+  leased: StoredItem[];
   /** True if a pass is running: what it has stored so far counts as orphaned. */
   downloadsAreInFlight: boolean;
   /**
@@ -840,6 +887,8 @@ export type Call =
   | AllLoadedResourcesCall
   | LoadedResourcesWithIDCall
   | LoadedResourcesWithTypeCall
+  | TakeLeaseCall
+  | EndLeaseCall
   | StateCall
   | AuditCall
   | CleanUpOrphansCall
@@ -865,6 +914,8 @@ export type Result =
   | AllLoadedResourcesResult
   | LoadedResourcesWithIDResult
   | LoadedResourcesWithTypeResult
+  | TakeLeaseResult
+  | EndLeaseResult
   | StateResult
   | AuditResult
   | CleanUpOrphansResult
@@ -901,6 +952,8 @@ export type CallName =
   | "allLoadedResources"
   | "loadedResourcesWithID"
   | "loadedResourcesWithType"
+  | "takeLease"
+  | "endLease"
   | "state"
   | "audit"
   | "cleanUpOrphans"

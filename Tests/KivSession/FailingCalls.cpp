@@ -44,9 +44,11 @@ constexpr std::array calls{
     R"({"call":"pause","tag":"G"})",
     R"({"call":"setBandwidth","bytesPerSecond":1000,"tag":"H"})",
     R"({"call":"resume","tag":"I"})",
+    R"({"call":"takeLease","id":"b","tag":"J"})",
+    R"({"call":"endLease","lease":1,"tag":"K"})",
     R"({"call":"stopLoading","tag":"E"})",
 };
-constexpr const char* tags = "0123456789ABCDEFGHI";
+constexpr const char* tags = "0123456789ABCDEFGHIJK";
 constexpr char afterwards = 'Z';
 constexpr const char* callAfterwards = R"({"call":"setDomains","tag":"Z"})";
 

@@ -230,13 +230,42 @@ TEST_F(SessionCallTest, AuditsAndCleansUp) {
     line = std::regex_replace(line, std::regex(R"("size":[1-9]\d*)"), R"("size":N)");
   const std::string orphan =
       R"([{"path":")" + stored("orphan.png") + R"(","size":N,"resourceID":null}])";
-  EXPECT_THAT(lines,
-              ElementsAre(R"({"result":"audit","missing":[],"unreadable":[],"orphaned":)" + orphan +
-                              R"(,"partial":[],"temporary":[],"downloadsAreInFlight":false,)"
-                              R"("listDoubt":null})",
-                          R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
-                          R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
-                          R"({"result":"cleanUpOrphans","removed":[],"refused":[]})"));
+  EXPECT_THAT(
+      lines,
+      ElementsAre(R"({"result":"audit","missing":[],"unreadable":[],"orphaned":)" + orphan +
+                      R"(,"partial":[],"temporary":[],"leased":[],"downloadsAreInFlight":false,)"
+                      R"("listDoubt":null})",
+                  R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
+                  R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
+                  R"({"result":"cleanUpOrphans","removed":[],"refused":[]})"));
+}
+
+TEST_F(SessionCallTest, ALeaseKeepsTheFileOfAReplacedVersionUntilItsEnd) {
+  server_.serve("/a.png", Response::ok("a"));
+  server_.serve("/b.png", Response::ok("b"));
+  std::string newer = bannerItem("a", "b.png");
+  newer.insert(1, R"("updated":99,)");
+  const auto lines = linesFor(
+      {R"({"call":"takeLease","id":"a","tag":1})", load(bannerItem("a", "a.png")),
+       R"({"call":"waitForFinish"})", R"({"call":"takeLease","id":"a"})",
+       R"({"call":"takeLease","id":"a"})", R"({"call":"endLease","lease":2,"tag":2})",
+       R"({"call":"endLease","lease":2,"tag":3})", load(newer), R"({"call":"waitForFinish"})",
+       R"({"call":"audit"})", R"({"call":"endLease","lease":1})", R"({"call":"audit"})",
+       R"({"call":"takeLease","id":null})", R"({"call":"takeLease"})",
+       R"({"call":"endLease","lease":-1})"});
+  ASSERT_THAT(lines, SizeIs(14));
+  constexpr std::string_view none = R"("no resource with that identifier is loaded")";
+  EXPECT_EQ(lines[0], R"({"error":)" + std::string(none) + R"(,"tag":1})");
+  EXPECT_THAT(lines[3], StartsWith(R"({"result":"takeLease","lease":1,"resource":{)"));
+  EXPECT_THAT(lines[3], HasSubstr(R"(.lease/a.png")"));
+  EXPECT_THAT(lines[4], StartsWith(R"({"result":"takeLease","lease":2,"resource":{)"));
+  EXPECT_EQ(lines[5], R"({"result":"endLease","tag":2})");
+  EXPECT_EQ(lines[6], R"({"error":"there is no lease 2","tag":3})");
+  EXPECT_THAT(lines[9], HasSubstr(R"(.lease/a.png","size":)"));
+  EXPECT_THAT(lines[10], HasSubstr(R"("leased":[])"));
+  EXPECT_EQ(lines[11], R"({"error":)" + std::string(none) + "}");
+  EXPECT_EQ(lines[12], R"({"error":"\"id\" is to be a string"})");
+  EXPECT_THAT(lines[13], StartsWith(R"({"error":"\"lease\" is to be)"));
 }
 
 TEST_F(SessionCallTest, ACleanUpDuringAPassIsRefused) {

@@ -20,14 +20,15 @@ namespace {
 
 using Item = KivResourceMaintenance::Item;
 using Items = std::vector<Item>;
-using Parts = std::array<std::pair<std::string_view, const Items*>, 5>;
+using Parts = std::array<std::pair<std::string_view, const Items*>, 6>;
 
 Parts partsOf(const KivResourceMaintenance::Audit& audit) {
   return {{{"missing", &audit.missing},
            {"unreadable", &audit.unreadable},
            {"orphaned", &audit.orphaned},
            {"partial", &audit.partial},
-           {"temporary", &audit.temporary}}};
+           {"temporary", &audit.temporary},
+           {"leased", &audit.leased}}};
 }
 
 void show(const Item& item) {

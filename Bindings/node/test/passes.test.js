@@ -315,6 +315,22 @@ test('a paused pass waits, and is reported when it ends', async (t) => {
   assert.equal(reports[0].entries[0].files[0].statusCode, 200);
 });
 
+test('a lease keeps the file of a replaced version', async (t) => {
+  const { url } = await serve(t, { 'a.png': 'wide', 'b.png': 'new' });
+  const cache = await open(t, { root: directory(t), main: url });
+  await assert.rejects(cache.lease('a'), { code: 'KIVRESOURCE_CALL' });
+  await cache.load(config(banner('a', 'a.png')));
+  const lease = await cache.lease('a');
+  const [stored] = await cache.resources();
+  await cache.load(config({ ...banner('a', 'b.png'), updated: 99 }));
+  assert.equal(fs.existsSync(stored.image), false);
+  assert.equal(fs.readFileSync(lease.resource.image, 'utf8'), 'wide');
+  assert.deepEqual((await cache.audit()).leased.map((item) => item.path), [lease.resource.image]);
+  await lease.end();
+  await lease.end();
+  assert.equal(fs.existsSync(lease.resource.image), false);
+});
+
 test('settings are read and changed by name', async (t) => {
   const cache = await open(t, { root: directory(t), settings: { parallelTransfers: 2 } });
   assert.equal((await cache.settings()).parallelTransfers, 2);
@@ -349,6 +365,7 @@ test('audit finds what clean-up removes', async (t) => {
   const found = await cache.audit();
   assert.deepEqual(Object.keys(found).sort(), [
     'downloadsAreInFlight',
+    'leased',
     'listDoubt',
     'missing',
     'orphaned',

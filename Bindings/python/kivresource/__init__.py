@@ -4,7 +4,7 @@ Cache is for programs with asyncio; Session is for all others, and for other eve
 """
 
 from ._library import set_log, version
-from .cache import Cache, EventStream, Failure, Outcome
+from .cache import Cache, EventStream, Failure, Lease, Outcome
 from .errors import CacheBusyError, CacheClosedError, CacheError
 from .session import Session
 
@@ -15,6 +15,7 @@ __all__ = [
     "CacheError",
     "EventStream",
     "Failure",
+    "Lease",
     "Outcome",
     "Session",
     "set_log",

@@ -81,6 +81,28 @@ class Outcome:
         return not self.failed and not self.stopped
 
 
+class Lease:
+    """Keeps the files of a resource; see Cache.lease(). Ends with its `async with` block too."""
+
+    def __init__(self, resource: Resource, cache: "Cache", number: int) -> None:
+        #: The resource with the paths of the lease.
+        self.resource = resource
+        self._cache = cache
+        self._number: Optional[int] = number
+
+    async def end(self) -> None:
+        """Removes the files at the paths of the lease. May be called again."""
+        number, self._number = self._number, None
+        if number is not None:
+            await self._cache._end_lease(number)
+
+    async def __aenter__(self) -> "Lease":
+        return self
+
+    async def __aexit__(self, *_: object) -> None:
+        await self.end()
+
+
 class _Pass:
     def __init__(self, tag: int, call: bytes, future: "asyncio.Future[Outcome]") -> None:
         self.tag = tag
@@ -337,6 +359,18 @@ class Cache:
             answer = await self._call({"call": "allLoadedResources"})
         found = cast(List[Resource], answer["resources"])
         return [each for each in found if type is None or each["type"] == type]
+
+    async def lease(self, id: str) -> "Lease":
+        """Keeps the files of a loaded resource, also when a newer version replaces it.
+
+        They stay until Lease.end(), or until the cache is closed.
+        """
+        answer = await self._call({"call": "takeLease", "id": id})
+        return Lease(cast(Resource, answer["resource"]), self, cast(int, answer["lease"]))
+
+    async def _end_lease(self, number: int) -> None:
+        if self._closing is None:  # closing has ended it
+            await self._call({"call": "endLease", "lease": number})
 
     async def state(self) -> StateResult:
         """Whether something is loading, and whether the saved list is in order."""

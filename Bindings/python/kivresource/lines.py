@@ -490,6 +490,30 @@ class LoadedResourcesWithTypeCall(Tagged):
     type: Union[str, None]
 
 
+class TakeLeaseCall(Tagged):
+    """Keeps the files of a loaded resource, also when a newer version replaces it, until endLease or
+    the end of the session. A page keeps its whole directory. The files are hard links, or copies
+    where the file system refuses links, and may only be read. The answer is an error if no resource
+    with the identifier is loaded, or its files cannot be kept.
+    """
+
+    #: The name of the call.
+    call: Literal["takeLease"]
+    #: The identifier. Of several versions the newest is taken.
+    id: Union[str, None]
+
+
+class EndLeaseCall(Tagged):
+    """Ends a lease: the files at its paths are removed. The answer is an error if there is no such
+    lease.
+    """
+
+    #: The name of the call.
+    call: Literal["endLease"]
+    #: The number of the lease.
+    lease: int
+
+
 class StateCall(Tagged):
     """Whether something is loading, and whether the list of loaded resources could be read and saved.
     """
@@ -697,6 +721,26 @@ class LoadedResourcesWithTypeResult(Tagged):
     resources: List[Resource]
 
 
+class TakeLeaseResult(Tagged):
+    """The answer of takeLease."""
+
+    #: The name of the call.
+    result: Literal["takeLease"]
+    #: The number of the lease, for endLease.
+    lease: int
+    #: The resource with the paths of the lease.
+    resource: Resource
+
+
+class EndLeaseResult(TypedDict):
+    """The answer of endLease, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["endLease"]
+    #: The tag of the call.
+    tag: Tag
+
+
 class StateResult(Tagged):
     """The answer of state."""
 
@@ -729,6 +773,9 @@ class AuditResult(Tagged):
     partial: List[StoredItem]
     #: Incomplete files under the root, of this process or another.
     temporary: List[StoredItem]
+    #: What is kept by leases, of this process or another. A hard link takes no space of its own as
+    #: long as the stored file is there.
+    leased: List[StoredItem]
     #: True if a pass is running: what it has stored so far counts as orphaned.
     downloadsAreInFlight: bool
     #: Why cleanUpOrphans would refuse: a saved list that cannot be read may name the orphans. Null
@@ -909,6 +956,8 @@ Call = Union[
     AllLoadedResourcesCall,
     LoadedResourcesWithIDCall,
     LoadedResourcesWithTypeCall,
+    TakeLeaseCall,
+    EndLeaseCall,
     StateCall,
     AuditCall,
     CleanUpOrphansCall,
@@ -936,6 +985,8 @@ Result = Union[
     AllLoadedResourcesResult,
     LoadedResourcesWithIDResult,
     LoadedResourcesWithTypeResult,
+    TakeLeaseResult,
+    EndLeaseResult,
     StateResult,
     AuditResult,
     CleanUpOrphansResult,
@@ -977,6 +1028,8 @@ CallName = Literal[
     "allLoadedResources",
     "loadedResourcesWithID",
     "loadedResourcesWithType",
+    "takeLease",
+    "endLease",
     "state",
     "audit",
     "cleanUpOrphans",

@@ -405,6 +405,26 @@ class Events(AsyncCacheTestCase):
             await cache.state()
             self.assertEqual(len(reports), 1)
 
+    async def test_a_lease_keeps_the_file_of_a_replaced_version(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        async with self.cache(main=server.url) as cache:
+            with self.assertRaises(CacheError):
+                await cache.lease("1")
+            await self.soon(cache.load(config(banner("1", "1.png"))))
+            stored = (await cache.resources())[0]["useFilePaths"][0]
+            async with await cache.lease("1") as lease:
+                leased = lease.resource["useFilePaths"][0]
+                await self.soon(cache.load(config({**banner("1", "2.png"), "updated": 99})))
+                self.assertFalse(os.path.exists(stored))
+                self.assertTrue(os.path.exists(leased))
+                self.assertEqual([item["path"] for item in (await cache.audit())["leased"]], [leased])
+            await lease.end()
+            self.assertFalse(os.path.exists(leased))
+            kept = await cache.lease("1")
+        self.assertFalse(os.path.exists(kept.resource["useFilePaths"][0]))
+        await kept.end()
+
     async def test_a_list_that_cannot_be_saved_is_an_error(self) -> None:
         async with self.cache() as cache:
             await self.soon(cache.load(config(plain("1"))))
