@@ -31,8 +31,11 @@ class BrowserPageView final : public PageView {
   }
 
   void present(const CacheItem& item) override {
-    page_ = item.page;
     title_->setText(item.title);
+    if (item.version == version_) return;
+    version_ = item.version;
+    page_ = item.page;
+    lease_ = item.lease;
     button_->setEnabled(isPageByName(page_));
   }
 
@@ -40,6 +43,8 @@ class BrowserPageView final : public PageView {
   QLabel* title_;
   QPushButton* button_;
   QString page_;
+  QString version_;
+  std::shared_ptr<const kiv::Lease> lease_;  ///< Of the page, which a browser may show.
 };
 
 }  // namespace

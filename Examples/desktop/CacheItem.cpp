@@ -48,24 +48,34 @@ void fillIn(const KivResourceStandard& banner, CacheItem& item) {
   item.version += stampOf(file);
 }
 
+/// The resource with paths that stay. A resource that was replaced just now has no lease, and is
+/// announced again.
+template <class Kind>
+const Kind& leased(const Kind& resource, CacheItem& item) {
+  auto lease = kiv::Lease::take(resource);
+  if (!lease) return resource;
+  item.lease = std::make_shared<const kiv::Lease>(*std::move(lease));
+  return dynamic_cast<const Kind&>(*item.lease->resource());
+}
+
 void fillIn(const KivResourceVideo& promotion, CacheItem& item) {
   const QString icon = path(promotion.icon());
   item.kind = CacheItem::Kind::promotion;
   item.title = text(promotion.title());
   item.market = webLink(text(promotion.marketLink()));
   item.picture = pictureAt(icon);
-  item.video = path(promotion.video());
+  item.video = path(leased(promotion, item).video());
   item.votes = promotion.votes();
   item.rating = promotion.rating();
-  item.version += stampOf(icon) + stampOf(item.video);
+  item.version += stampOf(icon) + stampOf(path(promotion.video()));
 }
 
 void fillIn(const KivResourceWeb& page, CacheItem& item) {
   item.kind = CacheItem::Kind::page;
-  item.page = path(page.html());
-  item.pageFolder =
-      path(KivResourceStorageModule::directoryOfPageAtPath(page.html().value_or(std::string())));
-  item.version += stampOf(item.page);
+  const std::string file = leased(page, item).html().value_or(std::string());
+  item.page = text(file);
+  item.pageFolder = path(KivResourceStorageModule::directoryOfPageAtPath(file));
+  item.version += stampOf(path(page.html()));
 }
 
 }  // namespace

@@ -3,8 +3,12 @@
 #include <QImage>
 #include <QString>
 #include <QUrl>
+#include <memory>
 
 class KivResource;
+namespace kiv {
+class Lease;
+}
 
 /// What the window shows of one loaded resource: plain values, created on the manager's queue and
 /// then passed to the window's thread.
@@ -25,6 +29,9 @@ struct CacheItem {
   QString page;    ///< Local path.
   /// The directory of the page's files; empty if the page is a single file.
   QString pageFolder;
+  /// Keeps the video, or the page with its directory. A view that shows them must own it: the cache
+  /// may remove the files at any time.
+  std::shared_ptr<const kiv::Lease> lease;
   quint64 votes = 0;
   double rating = 0;
   /// Different for items that look different, also if only the contents of a file differ.

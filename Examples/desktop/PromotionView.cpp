@@ -101,11 +101,10 @@ void PromotionView::present(const CacheItem& item) {
   showIcon(item.picture);
   if (version_ == item.version) return;
   version_ = item.version;
-  // The former file may have been deleted. The player still has it open, so it plays on until the
-  // new one is set.
   const bool wasPlaying = player_->playbackState() == QMediaPlayer::PlayingState;
   triesLeft_ = furtherTries;
   player_->setSource(QUrl::fromLocalFile(item.video));
+  lease_ = item.lease;  // the former one is needed until here
   if (wasPlaying) player_->play();
 }
 

@@ -2,6 +2,7 @@
 
 #include <QFrame>
 #include <QUrl>
+#include <memory>
 
 #include "CacheItem.h"
 
@@ -42,5 +43,6 @@ class PromotionView final : public QFrame {
   QMediaPlayer* player_;
   QUrl market_;
   QString version_;
+  std::shared_ptr<const kiv::Lease> lease_;  ///< Of the video that plays.
   int triesLeft_ = 0;
 };

@@ -30,6 +30,7 @@ class WebPageView final : public PageView {
     if (item.version == version_) return;
     version_ = item.version;
     page_->show(item.page, item.pageFolder);
+    lease_ = item.lease;
   }
 
  private:
@@ -37,6 +38,7 @@ class WebPageView final : public PageView {
   WebPage* page_;
   QWebEngineView* view_;
   QString version_;
+  std::shared_ptr<const kiv::Lease> lease_;  ///< Of what is shown.
 };
 
 }  // namespace
