@@ -5,6 +5,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResource.h
   KivResource/KivResourceConstants.h
   KivResource/KivResourceFactory.h
+  KivResource/KivResourceLease.h
   KivResource/KivResourceList.h
   KivResource/KivResourceLookup.h
   KivResource/KivResourceManager.h
