@@ -44,7 +44,9 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h
   KivPlatform/KivRESTService/KivRESTService.h
   KivPlatform/KivRESTService/KivRESTServiceErrors.h
+  KivPlatform/KivRESTService/KivRESTServiceHeader.h
   KivPlatform/KivRESTService/KivRESTServiceMetrics.h
+  KivPlatform/KivRESTService/KivRESTServiceRequest.h
   KivPlatform/KivRESTService/KivRESTServiceSettings.h
   KivPlatform/KivRESTService/KivRESTServiceTask.h
   KivPlatform/KivStorageService/ArchiveLimits.h

@@ -12,6 +12,7 @@
 #include "KivPlatform/Foundation/system/ForkGuard.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
+#include "KivPlatform/KivRESTService/engine/RequestGate.h"
 #include "KivPlatform/KivRESTService/engine/StartGate.h"
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
@@ -59,6 +60,7 @@ class KivRESTService::Implementation {
       : pendingBytes_(std::make_shared<kiv::PendingBytes>()),
         ledger_(std::make_shared<kiv::TaskLedger>(queueOfCreation(), pendingBytes_)),
         gate_(std::make_shared<kiv::StartGate>(queueOfCreation(), ledger_)),
+        requestGate_(std::make_shared<kiv::RequestGate>(queueOfCreation(), ledger_)),
         engine_(
             std::move(settings), pendingBytes_,
             [ledger = ledger_](kiv::TaskResults results) { ledger->end(std::move(results)); },
@@ -67,14 +69,20 @@ class KivRESTService::Implementation {
             [ledger = ledger_] { return ledger->addDueJobs(); },
             [gate = gate_](std::vector<kiv::StartQuestion> questions) {
               gate->ask(std::move(questions));
+            },
+            [gate = requestGate_](const std::vector<kiv::RequestQuestion>& questions) {
+              gate->ask(questions);
             }) {
     gate_->setAnswerHandler([this](std::vector<kiv::StartAnswer> answers) {
       engine_.answerStarts(std::move(answers));
     });
+    requestGate_->setAnswerReceiver(
+        [this](kiv::RequestAnswers answers) { engine_.answerRequests(std::move(answers)); });
   }
 
   ~Implementation() {
     gate_->setAnswerHandler(nullptr);
+    requestGate_->setAnswerReceiver(nullptr);
     const auto tasks = ledger_->takeAll();
     engine_.stop();
     ledger_->releaseHandlers(tasks);
@@ -120,6 +128,12 @@ class KivRESTService::Implementation {
     if (!engine_.isInherited()) apply(gate_->noteChange());
   }
 
+  void setRequestHandler(kiv::RequestGate::Handler handler) {
+    if (engine_.isInherited()) return;
+    const auto state = requestGate_->setHandler(std::move(handler));
+    engine_.setRequestHandler(state.hasHandler, state.version);
+  }
+
   void cancelAll() {
     // Releasing a handler may destroy the client, so no member is used after that.
     const auto ledger = ledger_;
@@ -142,6 +156,7 @@ class KivRESTService::Implementation {
   const std::shared_ptr<kiv::PendingBytes> pendingBytes_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;
   const std::shared_ptr<kiv::StartGate> gate_;
+  const std::shared_ptr<kiv::RequestGate> requestGate_;
   kiv::TransferEngine engine_;
 };
 
@@ -194,6 +209,10 @@ void KivRESTService::setStartCondition(StartCondition condition) {
 
 void KivRESTService::startConditionChanged() {
   implementation_->noteStartConditionChange();
+}
+
+void KivRESTService::setRequestHandler(RequestHandler handler) {
+  implementation_->setRequestHandler(std::move(handler));
 }
 
 void KivRESTService::setProgressHandler(

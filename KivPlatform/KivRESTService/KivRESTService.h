@@ -9,6 +9,7 @@
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceRequest.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
 
@@ -118,6 +119,29 @@ class KIV_EXPORT KivRESTService {
   /// To be called when the condition may answer otherwise than before: the tasks that wait for it
   /// are asked about again when it is their turn. May be called from any thread.
   void startConditionChanged();
+
+  /// Sees a request before it is sent, and answers it: with headers to add, or with a refusal.
+  using RequestHandler = std::function<void(KivRESTServiceRequest request)>;
+  /// Sets a handler that adds headers to requests, such as a token. It is called on the client's
+  /// queue before each request: of each attempt at a server, retries and continuations after
+  /// pause() included, and of each redirect. It may keep the request and answer later, from any
+  /// thread. Headers go into the request that they were added to, and into no other; only a request
+  /// that a reused connection has lost is repeated with the same ones.
+  ///
+  /// It is asked after the start condition, and once for tasks that share a transfer. A request
+  /// whose answer comes later takes a place of its server, but none of the `parallelTransfers`. It
+  /// then starts before other tasks. Tasks of a higher priority do not wait for it: a host that
+  /// loads its token with the same client needs one. The file's deadline runs meanwhile. A pause, a
+  /// lower bandwidth and another handler end the wait: the request is asked about again, and the
+  /// former answer has no effect. A handler that throws has dropped the request, if it keeps no
+  /// copy, and the queue logs the exception. It may call any operation of the client, and destroy
+  /// it.
+  ///
+  /// Neither the names nor the values of headers appear in a log, an error, the metrics, or on the
+  /// disk. An empty handler sends all requests without further headers. A former handler may still
+  /// run while this returns. Requests that were sent are not affected. May be called from any
+  /// thread.
+  void setRequestHandler(RequestHandler handler);
 
   /// The handler is called on the client's queue, at most ten times a second while tasks are held,
   /// and once after the last has ended. A slow queue misses intermediate states. An empty handler

@@ -25,4 +25,7 @@ enum class KivRESTServiceErrorCode : int {
   /// KivRESTServiceSettings::followsRedirectsToPrivateAddresses.
   redirectToPrivateAddress = 15,
   deadlineExceeded = 16,  ///< The file took longer than KivRESTServiceSettings::deadline.
+  /// The host's request handler refused or dropped the request, or added a header that may not be
+  /// sent, see KivRESTService::setRequestHandler().
+  refusedRequest = 17,
 };

@@ -16,8 +16,15 @@ EasyHandle makeEasyHandle() {
   return EasyHandle(curl_easy_init());
 }
 
-HeaderList makeHeaderList(const std::string& header) {
-  return HeaderList(curl_slist_append(nullptr, header.c_str()));
+HeaderList makeHeaderList(const std::vector<std::string>& headers) {
+  HeaderList list;
+  for (const std::string& header : headers) {
+    auto* const longer = curl_slist_append(static_cast<curl_slist*>(list.get()), header.c_str());
+    if (!longer) return {};
+    static_cast<void>(list.release());
+    list.reset(longer);
+  }
+  return list;
 }
 
 MultiHandle::MultiHandle() : handle_(curl_multi_init()) {}

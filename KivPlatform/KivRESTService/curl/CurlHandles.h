@@ -25,8 +25,8 @@ using HeaderList = std::unique_ptr<void, HeaderListDeleter>;
 /// A new handle; empty if memory or descriptors have run out. prepareCurlLibrary() must have
 /// succeeded.
 EasyHandle makeEasyHandle();
-/// A list with one header; empty if memory has run out.
-HeaderList makeHeaderList(const std::string& header);
+/// A list of these headers in libcurl's form; empty if there are none, or if memory has run out.
+HeaderList makeHeaderList(const std::vector<std::string>& headers);
 
 /// A multi handle: requests that run together, and their open connections. Used by one thread at a
 /// time.

@@ -16,6 +16,8 @@ bool setGeneralOptions(void* handle, const TransferSettings& settings) {
          setOption(handle, CURLOPT_FOLLOWLOCATION, 0L) &&
          setOption(handle, CURLOPT_HTTP09_ALLOWED, 0L) && setOption(handle, CURLOPT_NOSIGNAL, 1L) &&
          setOption(handle, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) &&
+         // The host's headers go to the server, not in the CONNECT to the proxy before it.
+         setOption(handle, CURLOPT_HEADEROPT, static_cast<long>(CURLHEADER_SEPARATE)) &&
          // Cleaning up a handle does not wait for a slow name server.
          setOption(handle, CURLOPT_QUICK_EXIT, 1L) &&
          setOption(handle, CURLOPT_USERAGENT, settings.userAgent.c_str()) &&

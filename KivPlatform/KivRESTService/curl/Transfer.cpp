@@ -33,6 +33,11 @@ bool mayBeTheServersFault(Code code) noexcept {
          code == Code::secureConnectionFailed;
 }
 
+/// A header as libcurl takes it. With a colon and no value it would remove the header instead.
+std::string headerOption(const std::string& name, const std::string& value) {
+  return value.empty() ? name + ";" : name + ": " + value;
+}
+
 }  // namespace
 
 Transfer::Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool,
@@ -82,7 +87,8 @@ void Transfer::noteLengths() noexcept {
 }
 
 bool Transfer::setOptions() {
-  return setRequest() && setVersion() && setRange() && redirectGuard_.setOptions(handle_.get());
+  return setRequest() && setVersion() && setRange() && setHeaderList() &&
+         redirectGuard_.setOptions(handle_.get());
 }
 
 /// Sets or resets all options that an earlier transfer may have set on the handle.
@@ -109,14 +115,28 @@ bool Transfer::setVersion() {
   return setOption(handle_.get(), CURLOPT_HTTP_VERSION, version);
 }
 
-/// Requests the rest of the kept part; If-Range makes the server send the whole file if it has
-/// changed.
+/// Requests the rest of the kept part.
 bool Transfer::setRange() {
   if (!range_) return true;
-  headers_ = makeHeaderList("If-Range: " + range_->version.validator());
   const std::string range = std::to_string(range_->first) + "-";
-  return headers_ && setOption(handle_.get(), CURLOPT_RANGE, range.c_str()) &&
+  return setOption(handle_.get(), CURLOPT_RANGE, range.c_str());
+}
+
+/// If-Range makes the server send the whole file if it has changed.
+bool Transfer::setHeaderList() {
+  std::vector<std::string> headers;
+  if (range_) headers.push_back("If-Range: " + range_->version.validator());
+  for (const auto& [name, value] : hostHeaders_)
+    headers.push_back(headerOption(name, value));
+  if (headers.empty()) return true;
+  headers_ = makeHeaderList(headers);
+  return headers_ &&
          setOption(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
+}
+
+void Transfer::setHeaders(KivRESTServiceRequest::Headers headers) {
+  hostHeaders_ = std::move(headers);
+  isRedirected_ = false;
 }
 
 void Transfer::limitSpeed(std::int64_t bytesPerSecond) {
@@ -206,6 +226,12 @@ AttemptResult Transfer::shareFailure(int result) const {
   shared.wasReached = redirects_ > 0;
   shared.isUnreachable = !shared.wasReached;
   return shared;
+}
+
+AttemptResult Transfer::refuse(std::string_view why) const {
+  AttemptResult refused(failed(Code::refusedRequest, why));
+  refused.wasReached = true;
+  return refused;
 }
 
 std::optional<AttemptResult> Transfer::finish(int result) {
@@ -304,6 +330,9 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   ++redirects_;
   isOnFreshConnection_ = false;
   url_ = *std::move(target);
+  // Those of the former URL may be for its server alone.
+  hostHeaders_.clear();
+  isRedirected_ = true;
   return prepare();
 }
 

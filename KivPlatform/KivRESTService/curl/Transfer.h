@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "KivPlatform/Foundation/values/URL.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceRequest.h"
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
 #include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
@@ -31,6 +32,8 @@ class Transfer {
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
+  /// The host's headers for the next request, sent with prepare(). They are dropped at a redirect.
+  void setHeaders(KivRESTServiceRequest::Headers headers);
   /// Prepares the handle. The outcome of the attempt if that failed; otherwise nothing.
   std::optional<TransferOutcome> prepare();
   /// The handle to run.
@@ -63,6 +66,14 @@ class Transfer {
   /// To be called instead of finish() if the handle did not run, because of the result of another
   /// one: the request has waited for a connection that could not be made.
   [[nodiscard]] AttemptResult shareFailure(int result) const;
+  /// True if the next request is for a redirect, and setHeaders() was not called for it.
+  [[nodiscard]] bool isRedirected() const noexcept { return isRedirected_; }
+  /// The URL of the current or next request.
+  [[nodiscard]] const URL& url() const noexcept { return url_; }
+  [[nodiscard]] int redirects() const noexcept { return redirects_; }
+  /// To be called instead of running the next request, that of a redirect, which the host refuses
+  /// for that reason.
+  [[nodiscard]] AttemptResult refuse(std::string_view why) const;
   /// To be called when the handle has run, with its result code. Nothing if another request
   /// follows, for a redirect or on a fresh connection: handle(), which may have changed, is then
   /// ready to run.
@@ -92,6 +103,7 @@ class Transfer {
   bool setRequest();
   bool setVersion();
   bool setRange();
+  bool setHeaderList();
   void noteLengths() noexcept;
   bool takeHeaderLine(std::string_view line);
   bool beginBody();
@@ -116,11 +128,13 @@ class Transfer {
   const bool mayUseHTTP2_;
   std::array<char, 256> message_{};  // libcurl's own, of what went wrong
   EasyHandle handle_;
+  KivRESTServiceRequest::Headers hostHeaders_;
   HeaderList headers_;
   URL url_;
   BodySink sink_;
   std::optional<RangeAsked> range_;
   int redirects_ = 0;
+  bool isRedirected_ = false;
   RedirectGuard redirectGuard_;
   std::optional<ResponseCheck> check_;
   bool isOnFreshConnection_ = false;  // as it was asked to be

@@ -10,6 +10,7 @@
 
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceRequest.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
@@ -30,6 +31,9 @@ struct Download {
     pausing,  ///< Until the next attempt.
     asking,   ///< The host, whether it may start.
     refused,  ///< By the host.
+    /// The host may add headers to its next request. If that is for a redirect, there is a
+    /// transfer.
+    preparing,
   };
 
   Download(TransferJob job, const TransferSettings& settings);
@@ -66,8 +70,11 @@ struct Download {
   Time notBefore{};                    ///< The earliest start of the next attempt.
   bool mayUseHTTP2 = true;             ///< Until it has failed for this file.
   std::size_t server = 0;              ///< Index of the current or last attempt's URL.
-  std::unique_ptr<Transfer> transfer;  ///< While running.
+  std::unique_ptr<Transfer> transfer;  ///< While running; see `preparing`.
   TransferWorker* worker = nullptr;    ///< While running.
+
+  std::uint64_t lastQuestion = 0;          ///< Number of the last one for headers.
+  KivRESTServiceRequest::Headers headers;  ///< The host's answer, until the request is sent.
 
   Time attemptBegun{};                ///< Start of the current or last attempt.
   SpeedPolicy::Duration ranBefore{};  ///< Total time of the finished attempts.

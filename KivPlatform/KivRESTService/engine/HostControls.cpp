@@ -20,11 +20,13 @@ void TransferScheduler::apply(const TransferControls& controls) {
   const TransferControls former = std::exchange(controls_, controls);
   if (controls.bandwidth != former.bandwidth) changeBandwidth(former.bandwidth);
   if (controls.conditionVersion != former.conditionVersion) doubtAnswers();
+  if (controls.handlerVersion != former.handlerVersion) awaitedHeaders_.askAgain();
   if (controls.isPaused == former.isPaused) return;
   if (controls.isPaused) {
     pausedSince_ = Clock::now();
     isReportDue_ = true;
     doubtAnswers();
+    haltAllPrepared();
   } else {
     postponeDeadlines(Clock::now() - pausedSince_);
   }
@@ -99,6 +101,7 @@ void TransferScheduler::changeBandwidth(std::int64_t former) {
     furtherPlaces_ = 0;
   }
   const bool isLower = bandwidth > 0 && (former <= 0 || bandwidth < former);
+  if (isLower) haltAllPrepared();
   for (TransferWorker& worker : workers_) {
     if (isLower) worker.askToRestart();
     if (bandwidth <= 0) worker.limitSpeeds(0);
@@ -156,7 +159,7 @@ void TransferScheduler::startAllowed(Time now) {
     if (!mayStart(download, now)) {
       waiting_.add(download);
     } else if (download.notBefore <= now) {
-      start(download);
+      askOrStart(download);
     } else {
       pause(download);
     }

@@ -101,6 +101,7 @@ void TransferScheduler::endOverdue(Time now) {
   }
   for (Download* const download : overdue) {
     if (download->state == Download::State::waiting) waiting_.remove(*download);
+    if (download->state == Download::State::preparing) leavePreparation(*download);
     std::erase_if(pausing_, [&](const auto& entry) { return entry.second == download; });
     giveUp(*download);
     report(*download);

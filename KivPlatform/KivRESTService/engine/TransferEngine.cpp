@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 TransferEngine::TransferEngine(TransferSettings settings,
                                std::shared_ptr<PendingBytes> pendingBytes, TaskResultHandler ended,
                                ProgressHandler progressed, FailureHandler failed, DueHandler due,
-                               StartQuestionHandler asked)
+                               StartQuestionHandler asked, RequestQuestionHandler preparing)
     : settings_(std::move(settings)),
       pendingBytes_(std::move(pendingBytes)),
       ended_(std::move(ended)),
@@ -26,6 +26,7 @@ TransferEngine::TransferEngine(TransferSettings settings,
       failed_(std::move(failed)),
       due_(std::move(due)),
       asked_(std::move(asked)),
+      preparing_(std::move(preparing)),
       threads_(TransferScheduler::workerCount(settings_)),
       controls_{.bandwidth = settings_.bandwidth} {
   pendingBytes_->setWakeUp([this] { remind(0); });
@@ -92,6 +93,23 @@ void TransferEngine::answerStarts(std::vector<StartAnswer> answers) {
   const MutexLock lock(mutex_);
   if (stopped_) return;
   answers_.insert(answers_.end(), answers.begin(), answers.end());
+  wakeUp(0);
+}
+
+void TransferEngine::setRequestHandler(bool isSet, std::uint64_t version) {
+  if (isInherited()) return;
+  const MutexLock lock(mutex_);
+  if (version <= controls_.handlerVersion) return;
+  controls_.hasRequestHandler = isSet;
+  controls_.handlerVersion = version;
+  wakeUp(0);
+}
+
+void TransferEngine::answerRequests(RequestAnswers answers) {
+  if (isInherited()) return;
+  const MutexLock lock(mutex_);
+  if (stopped_) return;
+  requestAnswers_.splice(requestAnswers_.end(), answers);
   wakeUp(0);
 }
 
@@ -233,7 +251,8 @@ WorkerHandles TransferEngine::recover(std::size_t index, Lock& lock) noexcept {
 
 void TransferEngine::begin(std::size_t index, const WorkerHandles& handles) {
   if (!scheduler_) {
-    scheduler_ = std::make_unique<TransferScheduler>(settings_, ended_, asked_, *pendingBytes_);
+    scheduler_ =
+        std::make_unique<TransferScheduler>(settings_, ended_, asked_, preparing_, *pendingBytes_);
   }
   scheduler_->worker(index).open(handles);
 }
@@ -249,6 +268,7 @@ void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   callUpOthers(index);
   scheduler_->reportEnded(lock);
   scheduler_->reportQuestions(lock);
+  scheduler_->reportRequests(lock);
   if (isBusy(index)) threads_[index].idleUntil = Clock::now() + settings_.idleTime;
   // The first thread also reports progress and ends when all are done.
   if (index > 0 && scheduler_->isIdle()) remind(0);
@@ -273,6 +293,7 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
 void TransferEngine::takeOrders(std::size_t index) {
   std::vector<TransferJob> jobs;
   std::vector<StartAnswer> answers;
+  RequestAnswers requestAnswers;
   TransferControls controls;
   bool isCancelled = false;
   {
@@ -280,6 +301,7 @@ void TransferEngine::takeOrders(std::size_t index) {
     threads_[index].isCalled = false;
     jobs.swap(added_);
     answers.swap(answers_);
+    requestAnswers.swap(requestAnswers_);
     controls = controls_;
     isCancelled = std::exchange(cancelled_, false);
   }
@@ -290,6 +312,7 @@ void TransferEngine::takeOrders(std::size_t index) {
   }
   scheduler_->apply(controls);
   scheduler_->take(answers);
+  scheduler_->take(requestAnswers);
   for (auto& job : jobs)
     scheduler_->add(std::move(job));
 }

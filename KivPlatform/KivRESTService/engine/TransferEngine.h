@@ -32,6 +32,7 @@ class TransferEngine {
   using ProgressHandler = std::function<void(ProgressReport report)>;
   using FailureHandler = std::function<void()>;
   using StartQuestionHandler = std::function<void(std::vector<StartQuestion> questions)>;
+  using RequestQuestionHandler = std::function<void(const std::vector<RequestQuestion>& questions)>;
   /// Does what is due and returns when it wants to be called again, if it does.
   using DueHandler = std::function<std::optional<std::chrono::steady_clock::time_point>()>;
 
@@ -39,12 +40,13 @@ class TransferEngine {
   /// second, if progress was asked for. `failed` is called when memory has run out and all jobs
   /// were dropped; if it throws, it is called again. `due` is called whenever a thread is about to
   /// wait, and at the time that it returned. `asked` is called before transfers start, if there is
-  /// a start condition; each question gets one answerStarts(). All are called on a transfer thread,
-  /// without a lock, and not after stop() has returned. The bodies given to `ended` count among the
-  /// pending bytes until the caller removes them.
+  /// a start condition; each question gets one answerStarts(). `preparing` is called before
+  /// requests are sent, if there is a request handler; answerRequests() answers. All are called on
+  /// a transfer thread, without a lock, and not after stop() has returned. The bodies given to
+  /// `ended` count among the pending bytes until the caller removes them.
   TransferEngine(TransferSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed,
-                 DueHandler due, StartQuestionHandler asked);
+                 DueHandler due, StartQuestionHandler asked, RequestQuestionHandler preparing);
   /// Stops the engine. An inherited one must not be destroyed.
   ~TransferEngine();
   TransferEngine(const TransferEngine&) = delete;
@@ -71,6 +73,10 @@ class TransferEngine {
   void setStartCondition(bool isSet, std::uint64_t version);
   /// Answers questions to the `asked` handler.
   void answerStarts(std::vector<StartAnswer> answers);
+  /// The same for the request handler: whether there is one.
+  void setRequestHandler(bool isSet, std::uint64_t version);
+  /// Answers questions to the `preparing` handler. Allocates nothing.
+  void answerRequests(RequestAnswers answers);
   /// The host's part of the settings in use.
   [[nodiscard]] KivRESTServiceSettings settings() const;
 
@@ -126,6 +132,7 @@ class TransferEngine {
   const FailureHandler failed_;
   const DueHandler due_;
   const StartQuestionHandler asked_;
+  const RequestQuestionHandler preparing_;
   const std::uint64_t forkDepth_ = forkDepth();
 
   // Held by a transfer thread except while it waits or moves bytes, and never by other threads, so
@@ -138,6 +145,7 @@ class TransferEngine {
   std::vector<TransferThread> threads_;
   std::vector<TransferJob> added_ KIV_GUARDED_BY(mutex_);
   std::vector<StartAnswer> answers_ KIV_GUARDED_BY(mutex_);
+  RequestAnswers requestAnswers_ KIV_GUARDED_BY(mutex_);
   TransferControls controls_ KIV_GUARDED_BY(mutex_);
   bool cancelled_ KIV_GUARDED_BY(mutex_) = false;
   bool stopped_ KIV_GUARDED_BY(mutex_) = false;

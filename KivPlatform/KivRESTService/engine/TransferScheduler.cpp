@@ -33,11 +33,14 @@ std::size_t TransferScheduler::workerCount(const TransferSettings& settings) noe
 
 TransferScheduler::TransferScheduler(const TransferSettings& settings,
                                      const TaskResultHandler& ended,
-                                     const StartQuestionHandler& asked, PendingBytes& pendingBytes)
+                                     const StartQuestionHandler& asked,
+                                     const RequestQuestionHandler& preparing,
+                                     PendingBytes& pendingBytes)
     : settings_(settings),
       controls_{.bandwidth = settings.bandwidth},
       ended_(ended),
       asked_(asked),
+      preparing_(preparing),
       pendingBytes_(pendingBytes),
       spool_(settings_),
       buffers_(std::make_shared<BodyBuffers>(settings.largestPendingBytes)),
@@ -71,6 +74,7 @@ void TransferScheduler::dropAll() {
   asking_.clear();
   allowed_.clear();
   refused_.clear();
+  awaitedHeaders_.takeAll();
   downloads_.clear();
   heldBackUntil_.reset();
   health_.forgetProbes();
@@ -115,6 +119,7 @@ void TransferScheduler::startWaiting() {
   releaseRefused(now);
   endPauses(pausing_.begin(), pausing_.upper_bound(now));
   if (holdsBack(now) || hasDropped()) return;
+  sendPrepared(now);
   startAllowed(now);
   const auto ready = [&](Download& download) { return mayStart(download, now); };
   while (!waiting_.empty() && hasFreePlace() &&
@@ -126,13 +131,13 @@ void TransferScheduler::startWaiting() {
     } else if (controls_.hasStartCondition) {
       ask(*next);
     } else {
-      start(*next);
+      askOrStart(*next);
     }
   }
 }
 
 bool TransferScheduler::hasFreePlace() const noexcept {
-  return running_.size() + asking_.size() < placesInAll();
+  return running_.size() + asking_.size() + awaitedHeaders_.asking() < placesInAll();
 }
 
 bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
@@ -142,7 +147,8 @@ bool TransferScheduler::hasFreePlaceAt(const std::string& server) const {
 
 /// True while the bandwidth budget is overdrawn and downloads are waiting.
 bool TransferScheduler::holdsBack(Time now) {
-  const bool couldStart = (!waiting_.empty() || !allowed_.empty()) && hasFreePlace();
+  const bool areWaiting = !waiting_.empty() || !allowed_.empty() || awaitedHeaders_.hasAnswered();
+  const bool couldStart = areWaiting && hasFreePlace();
   const bool holds = couldStart && budget_.paidAt() > now;
   const bool held = heldBackUntil_.has_value();
   heldBackUntil_ = holds ? std::optional(budget_.paidAt()) : std::nullopt;
@@ -166,7 +172,8 @@ bool TransferScheduler::mayStart(Download& download, Time now) const {
   if (!step) return true;
   download.server = step->server;
   download.notBefore = step->notBefore;
-  return step->notBefore > now || hasFreePlaceAt(download.servers[step->server]);
+  return step->notBefore > now || hasFreePlaceAt(download.servers[step->server]) ||
+         mayOvertakePostponed(download);
 }
 
 std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& download,
@@ -176,18 +183,20 @@ std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& do
 }
 
 void TransferScheduler::start(Download& download) {
-  const auto now = Clock::now();
-  if (!download.begun) {
-    download.begun = now;
-    download.suspended = {};
-    addDeadline(download);
-  }
+  noteBegun(download, Clock::now());
   ++download.metrics.tries;
   health_.noteTry(download.servers[download.server], download.attemptID());
   if (auto obstacle = startTransfer(download, chooseWorker(download))) {
     download.transfer.reset();
     conclude(download, AttemptResult(std::move(*obstacle)));
   }
+}
+
+void TransferScheduler::noteBegun(Download& download, Time now) {
+  if (download.begun) return;
+  download.begun = now;
+  download.suspended = {};
+  addDeadline(download);
 }
 
 /// The least loaded one. A few https transfers start no further thread: it would parse the
@@ -214,16 +223,21 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
   download.transfer =
       std::make_unique<Transfer>(url, settings_, spool_, *buffers_, readSize_.bytes(),
                                  mayUseHTTP2(download), worker.takeSpareHandle());
+  download.transfer->setHeaders(std::exchange(download.headers, {}));
   if (auto problem = download.transfer->prepare()) return problem;
+  assign(download, worker);
+  return std::nullopt;
+}
+
+void TransferScheduler::assign(Download& download, TransferWorker& worker) {
   worker.assign(download);
   download.worker = &worker;
   download.state = Download::State::running;
   download.attemptBegun = Clock::now();
-  download.speed.restart(0, download.attemptBegun);
+  download.speed.restart(download.transfer->bytesCome(), download.attemptBegun);
   running_.push_back(&download);
   ++runningPerServer_[download.servers[download.server]];
   shareBandwidth();
-  return std::nullopt;
 }
 
 void TransferScheduler::replaceWorker(std::size_t index, TransferWorker& other) {
@@ -294,6 +308,9 @@ void TransferScheduler::finishEnded(TransferWorker& worker) {
 void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::Ended& ended) {
   Download& download = ended.download;
   auto result = download.transfer->finish(ended.result);
+  if (!result && controls_.hasRequestHandler && download.transfer->isRedirected()) {
+    return askForRedirect(worker, download);
+  }
   const bool goesOn = !result && worker.run(download);
   if (goesOn) {
     download.speed.restart(download.transfer->bytesCome(), Clock::now());

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KivPlatform/Foundation/Mutex.h"
+#include "KivPlatform/KivRESTService/engine/AwaitedHeaders.h"
 #include "KivPlatform/KivRESTService/engine/ProgressMeter.h"
 #include "KivPlatform/KivRESTService/engine/TransferControls.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
@@ -47,10 +48,12 @@ class TransferScheduler {
   static std::size_t workerCount(const TransferSettings& settings) noexcept;
 
   using StartQuestionHandler = std::function<void(std::vector<StartQuestion> questions)>;
+  using RequestQuestionHandler = std::function<void(const std::vector<RequestQuestion>& questions)>;
 
   /// The handlers and `pendingBytes` must outlive the scheduler.
   TransferScheduler(const TransferSettings& settings, const TaskResultHandler& ended,
-                    const StartQuestionHandler& asked, PendingBytes& pendingBytes);
+                    const StartQuestionHandler& asked, const RequestQuestionHandler& preparing,
+                    PendingBytes& pendingBytes);
   /// No transfer may be running.
   ~TransferScheduler();
   TransferScheduler(const TransferScheduler&) = delete;
@@ -65,6 +68,8 @@ class TransferScheduler {
   void apply(const TransferControls& controls);
   /// Takes answers to the questions of reportQuestions().
   void take(const std::vector<StartAnswer>& answers);
+  /// Takes answers to the questions of reportRequests(), and their headers.
+  void take(RequestAnswers& answers);
   /// Assigns free slots to the waiting jobs that are due. The worker with the fewest transfers gets
   /// the next one, and of equal ones the first, so that single transfers reuse its connections.
   void startWaiting();
@@ -97,6 +102,8 @@ class TransferScheduler {
   void reportEnded(MutexLock& lock) KIV_UNCHECKED_LOCKING;
   /// Asks the host which transfers may start. Releases the lock meanwhile.
   void reportQuestions(MutexLock& lock) KIV_UNCHECKED_LOCKING;
+  /// Asks the host for the headers of requests. Releases the lock meanwhile.
+  void reportRequests(MutexLock& lock) KIV_UNCHECKED_LOCKING;
   /// When startWaiting() is next due, if nothing happens before; nothing if nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;
 
@@ -115,12 +122,15 @@ class TransferScheduler {
                                                            Time now) const;
   TransferWorker& chooseWorker(const Download& download);
   void start(Download& download);
+  void noteBegun(Download& download, Time now);
   /// Assigns the download's transfer to the worker. If that fails, the outcome.
   std::optional<TransferOutcome> startTransfer(Download& download, TransferWorker& worker);
+  void assign(Download& download, TransferWorker& worker);
   void advance(Download& download);
   void pause(Download& download);
   [[nodiscard]] bool hasFreePlace() const noexcept;
   [[nodiscard]] bool hasFreePlaceAt(const std::string& server) const;
+  [[nodiscard]] bool mayOvertakePostponed(const Download& download) const;
   bool holdsBack(Time now);
   void shareBandwidth();
   void releasePlaceAt(const std::string& server);
@@ -136,6 +146,17 @@ class TransferScheduler {
   void startAllowed(Time now);
   void releaseRefused(Time now);
   void endSuspension(Download& download, Time now);
+
+  void askOrStart(Download& download);
+  void askForRedirect(TransferWorker& worker, Download& download);
+  void prepare(Download& download);
+  void refuse(Download& download, const std::string& why);
+  void sendPrepared(Time now);
+  void startPrepared(Download& download, Time now);
+  void continueAfterRedirect(Download& download);
+  void haltAllPrepared();
+  void haltPrepared(Download& download);
+  void leavePreparation(Download& download);
 
   void finish(TransferWorker& worker, const TransferWorker::Ended& ended);
   void finishStreamsOf(TransferWorker& worker, long connection, bool hasStalled);
@@ -178,6 +199,7 @@ class TransferScheduler {
   Time pausedSince_{};
   const TaskResultHandler& ended_;
   const StartQuestionHandler& asked_;
+  const RequestQuestionHandler& preparing_;
   PendingBytes& pendingBytes_;
   SpoolDirectory spool_;
   const std::shared_ptr<BodyBuffers> buffers_;
@@ -205,6 +227,7 @@ class TransferScheduler {
   std::vector<Download*> allowed_;                  // by the start condition, and not started yet
   std::vector<Download*> refused_;                  // by the start condition
   bool asksAgain_ = false;                          // about those
+  AwaitedHeaders awaitedHeaders_;
   std::vector<TransferWorker> workers_;
   std::size_t workersInUse_;  // the first of workers_
 };

@@ -43,6 +43,8 @@ std::string_view clause(KivRESTServiceErrorCode code) {
       return "the server redirects into a private network";
     case KivRESTServiceErrorCode::deadlineExceeded:
       return "it did not come within the time that is allowed for a file";
+    case KivRESTServiceErrorCode::refusedRequest:
+      return "the host did not let the request be sent";
   }
   return clause(KivRESTServiceErrorCode::unknown);
 }
