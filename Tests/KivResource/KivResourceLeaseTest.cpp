@@ -43,6 +43,8 @@ std::string contentsOf(const std::string& path) {
 
 class KivResourceLeaseTest : public ManagerFixture {
  protected:
+  ~KivResourceLeaseTest() override { KivResourceLookup::setRoots(std::nullopt); }
+
   /// Runs an update whose downloads get these bytes, in any order.
   void update(const Dictionary& item,
               const std::vector<std::pair<std::string, std::string>>& files) {
@@ -237,7 +239,6 @@ TEST_F(KivResourceLeaseTest, IsAcceptedWhereOtherLocalFilesAreNot) {
   EXPECT_FALSE(KivResourceLookup::fileExistsAtPath(own + "/secret"));
   EXPECT_FALSE(KivResourceLookup::fileExistsAtPath(imageOf(lease) + "/../../secret"));
   fs::remove(own + "/secret");
-  KivResourceLookup::setRoots(std::nullopt);
 }
 
 // --- Refusals ------------------------------------------------------------------------------------
@@ -411,14 +412,15 @@ TEST_F(KivResourceLeaseTest, ManyThreadsLeaseWhileTheVersionsChange) {
   update(page("p", 1, "x/page.zip"), {{"/page.zip", archive("1")}});
   const auto resource = first();
   std::atomic<bool> isOver = false;
-  std::atomic<int> leases = 0;
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 3; ++thread) {
     threads.emplace_back([&, copy = resource->copyWithZone()] {
-      while (!isOver || leases == 0) {
+      bool isLast = false;
+      while (!isLast) {
+        isLast = isOver;
         const auto lease = Lease::take(*copy);
+        EXPECT_TRUE(lease || !isLast);
         if (!lease) continue;
-        ++leases;
         const fs::path path = pageOf(*lease);
         EXPECT_EQ(contentsOf(path.parent_path() / "css/page.css"), "of " + contentsOf(path));
       }
