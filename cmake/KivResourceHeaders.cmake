@@ -49,6 +49,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/KivRESTService/KivRESTServiceRequest.h
   KivPlatform/KivRESTService/KivRESTServiceSettings.h
   KivPlatform/KivRESTService/KivRESTServiceTask.h
+  KivPlatform/KivRESTService/KivRESTServiceValidators.h
   KivPlatform/KivStorageService/ArchiveLimits.h
   KivPlatform/KivStorageService/ArchiveNames.h
   KivPlatform/KivStorageService/KivStorageService.h

@@ -39,6 +39,7 @@ kiv::TransferJob jobFor(std::uint64_t id, const KivRESTServiceTask& task) {
   kiv::TransferJob job{id, task.priority(), {task.request()->url}};
   const auto& mirrors = task.requestMirrorURLs();
   job.servers.insert(job.servers.end(), mirrors.begin(), mirrors.end());
+  job.validators = task.validators();
   return job;
 }
 

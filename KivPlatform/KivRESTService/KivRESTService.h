@@ -69,7 +69,8 @@ class KIV_EXPORT KivRESTService {
   /// server is tried again after a wait, as often as the settings allow. A task ends with the first
   /// 200 and its body, which may be empty; otherwise with the last response, without a body, of the
   /// earliest server in the list that gave one; otherwise with the transfer error of the request's
-  /// own server. It ends asynchronously on the client's queue, even if nothing could be tried: it
+  /// own server. If the task has validators, a 304 to a conditional request ends it as a 200 does.
+  /// It ends asynchronously on the client's queue, even if nothing could be tried: it
   /// leaves currentQueue(), and then its completion handler is called.
   virtual void queue(std::shared_ptr<KivRESTServiceTask> task);
 

@@ -10,6 +10,10 @@ void KivRESTServiceTask::setRequestMirrorURLs(std::vector<kiv::URL> urls) {
   mirrors_ = std::move(urls);
 }
 
+void KivRESTServiceTask::setValidators(std::optional<KivRESTServiceValidators> validators) {
+  validators_ = std::move(validators);
+}
+
 void KivRESTServiceTask::setCompletionHandler(CompletionHandler handler) {
   completion_ = std::move(handler);
 }
@@ -28,6 +32,11 @@ void KivRESTServiceTask::setResponseError(std::optional<kiv::Error> error) {
 
 void KivRESTServiceTask::setReturnedData(std::optional<kiv::Data> data) noexcept {
   data_ = std::move(data);
+}
+
+void KivRESTServiceTask::setReturnedValidators(
+    std::optional<KivRESTServiceValidators> validators) noexcept {
+  returnedValidators_ = std::move(validators);
 }
 
 void KivRESTServiceTask::setProgress(KivRESTServiceTaskProgress progress) {

@@ -10,6 +10,7 @@
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 
 namespace kiv {
 
@@ -48,6 +49,18 @@ class KIV_EXPORT KivRESTServiceTask {
   [[nodiscard]] const std::vector<kiv::URL>& requestMirrorURLs() const noexcept { return mirrors_; }
   void setRequestMirrorURLs(std::vector<kiv::URL> urls);
 
+  /// Makes the request conditional (RFC 9110, 13): the server at `validators->url` is asked for the
+  /// file only if it has changed. If it has not, the task ends with the status 304 and without a
+  /// body, and no mirror is asked. Other URLs are asked for the whole file. Validators without an
+  /// ETag and a date ask no condition, but make the client return those of the response. Nothing,
+  /// the default: no condition, and 304 is a status like any other.
+  ///
+  /// A partial body of an earlier attempt is not continued by such a task.
+  [[nodiscard]] const std::optional<KivRESTServiceValidators>& validators() const noexcept {
+    return validators_;
+  }
+  void setValidators(std::optional<KivRESTServiceValidators> validators);
+
   /// Called once on the client's queue when the task has ended, and then released; never called if
   /// the task was cancelled. An empty handler removes it.
   [[nodiscard]] const CompletionHandler& completionHandler() const noexcept { return completion_; }
@@ -64,6 +77,11 @@ class KIV_EXPORT KivRESTServiceTask {
   /// The body of the response, or nothing.
   [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }
 
+  /// The validators of a response with the status 200 or 304, if validators were set.
+  [[nodiscard]] const std::optional<KivRESTServiceValidators>& returnedValidators() const noexcept {
+    return returnedValidators_;
+  }
+
   /// Updated at most ten times a second while the client has a progress handler.
   [[nodiscard]] const KivRESTServiceTaskProgress& progress() const noexcept { return progress_; }
   /// Set when the task has ended.
@@ -77,15 +95,18 @@ class KIV_EXPORT KivRESTServiceTask {
   void setResponse(std::optional<kiv::HTTPResponse> response) noexcept;
   void setResponseError(std::optional<kiv::Error> error);
   void setReturnedData(std::optional<kiv::Data> data) noexcept;
+  void setReturnedValidators(std::optional<KivRESTServiceValidators> validators) noexcept;
 
  private:
   std::uint64_t priority_ = 0;
   std::optional<kiv::URLRequest> request_;
   std::vector<kiv::URL> mirrors_;
+  std::optional<KivRESTServiceValidators> validators_;
   CompletionHandler completion_;
   std::optional<kiv::HTTPResponse> response_;
   std::optional<kiv::Error> error_;
   std::optional<kiv::Data> data_;
+  std::optional<KivRESTServiceValidators> returnedValidators_;
   KivRESTServiceTaskProgress progress_;
   KivRESTServiceMetrics metrics_;
 };

@@ -10,6 +10,7 @@
 
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 #include "KivPlatform/KivRESTService/curl/CurlOptions.h"
+#include "KivPlatform/KivRESTService/http/HeaderFields.h"
 #include "KivPlatform/KivRESTService/http/Redirect.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
@@ -41,14 +42,16 @@ std::string headerOption(const std::string& name, const std::string& value) {
 }  // namespace
 
 Transfer::Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool,
-                   BodyBuffers& buffers, std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle)
+                   BodyBuffers& buffers, std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle,
+                   const KivRESTServiceValidators* validators)
     : settings_(settings),
       readSize_(readSize),
       mayUseHTTP2_(mayUseHTTP2),
       handle_(std::move(handle)),
       url_(url),
+      validators_(validators),
       sink_(std::move(url), spool, buffers, settings.largestBodyInMemory),
-      range_(sink_.range()),
+      range_(validators ? std::nullopt : sink_.range()),
       redirectGuard_(settings) {}
 
 Transfer::~Transfer() = default;
@@ -126,12 +129,24 @@ bool Transfer::setRange() {
 bool Transfer::setHeaderList() {
   std::vector<std::string> headers;
   if (range_) headers.push_back("If-Range: " + range_->version.validator());
+  const std::string condition = conditionHeader();
+  isConditional_ = !condition.empty();
+  if (isConditional_) headers.push_back(condition);
   for (const auto& [name, value] : hostHeaders_)
     headers.push_back(headerOption(name, value));
   if (headers.empty()) return true;
   headers_ = makeHeaderList(headers);
   return headers_ &&
          setOption(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
+}
+
+/// Empty if the server at the current URL is not to be asked for changes. The host may have kept
+/// the validators anywhere, so they are checked again.
+std::string Transfer::conditionHeader() const {
+  if (!validators_ || validators_->url != url_.absoluteString()) return {};
+  if (isEntityTag(validators_->entityTag)) return "If-None-Match: " + validators_->entityTag;
+  const std::string& date = validators_->lastModified;
+  return secondsFromHTTPDate(date) ? "If-Modified-Since: " + date : std::string();
 }
 
 void Transfer::setHeaders(KivRESTServiceRequest::Headers headers) {
@@ -238,6 +253,7 @@ std::optional<AttemptResult> Transfer::finish(int result) {
   auto ended = outcome(result);
   if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
   if (!ended) return std::nullopt;
+  if (validators_ && ended->isSuccess()) returnValidators(*ended);
   AttemptResult tried(std::move(*ended));
   describe(tried);
   return tried;
@@ -253,11 +269,20 @@ std::optional<TransferOutcome> Transfer::outcome(int result) {
   if (check_->problem()) return failed(check_->problem()->code, check_->problem()->what);
   // With another status than 200 the body does not matter.
   if (check_->hasHeaders() && !check_->isFile()) {
+    if (isConditional_ && check_->status() == 304) return TransferOutcome::unchanged();
     const bool leadsOn = isRedirect(check_->status()) && !check_->location().empty();
     return leadsOn ? followRedirect() : TransferOutcome::answered(check_->status());
   }
   if (result != CURLE_OK) return broken(result);
   return finishBody();
+}
+
+/// A 304 repeats the validators, or means the old ones.
+void Transfer::returnValidators(TransferOutcome& outcome) const {
+  KivRESTServiceValidators validators{url_.absoluteString(), check_->entityTag(),
+                                      check_->lastModified()};
+  outcome.validators =
+      outcome.isUnchanged && validators.isEmpty() ? *validators_ : std::move(validators);
 }
 
 TransferOutcome Transfer::finishBody() {
@@ -269,14 +294,14 @@ TransferOutcome Transfer::finishBody() {
 /// For the next attempt and the metrics.
 void Transfer::describe(AttemptResult& tried) {
   void* const handle = handle_.get();
-  const bool succeeded = tried.outcome.body.has_value();
+  const bool succeeded = tried.outcome.isSuccess();
   const auto code = tried.errorCode();
   const bool wasAsked = hasConnection() || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
   tried.wasReached = redirects_ > 0 || wasAsked;
   tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
   if (!succeeded) settlePart(tried);
   if (succeeded && redirects_ == 0) describeLine(tried);
-  tried.cameOverHTTP2 = succeeded && check_->mayBeHTTP2();
+  tried.cameOverHTTP2 = tried.outcome.body && check_->mayBeHTTP2();
   tried.refusedHTTP2 = offersHTTP2() && redirects_ == 0 && !check_->mayBeHTTP2();
   tried.failedOverHTTP2 = hasFailedOverHTTP2(tried);
   tried.retryAfter = check_->retryAfter();

@@ -11,6 +11,7 @@
 
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceRequest.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 #include "KivPlatform/KivRESTService/curl/CurlHandles.h"
 #include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
@@ -25,9 +26,11 @@ class Transfer {
  public:
   /// `handle` is a reused one of the same client, or empty. `settings`, `spool` and `buffers` must
   /// outlive the transfer. `readSize` is the receive buffer size, and `mayUseHTTP2` whether HTTP/2
-  /// is offered to https servers.
+  /// is offered to https servers. `validators` are those of the tasks, or nullptr; they must
+  /// outlive the transfer too.
   Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool, BodyBuffers& buffers,
-           std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle);
+           std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle,
+           const KivRESTServiceValidators* validators = nullptr);
   ~Transfer();
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -104,11 +107,13 @@ class Transfer {
   bool setVersion();
   bool setRange();
   bool setHeaderList();
+  [[nodiscard]] std::string conditionHeader() const;
   void noteLengths() noexcept;
   bool takeHeaderLine(std::string_view line);
   bool beginBody();
 
   std::optional<TransferOutcome> outcome(int result);
+  void returnValidators(TransferOutcome& outcome) const;
   std::optional<TransferOutcome> followRedirect();
   [[nodiscard]] bool mayBeTheConnectionsFault(const TransferOutcome& ended) const;
   std::optional<TransferOutcome> askOnFreshConnection();
@@ -131,6 +136,8 @@ class Transfer {
   KivRESTServiceRequest::Headers hostHeaders_;
   HeaderList headers_;
   URL url_;
+  const KivRESTServiceValidators* const validators_;
+  bool isConditional_ = false;  // the current request
   BodySink sink_;
   std::optional<RangeAsked> range_;
   int redirects_ = 0;

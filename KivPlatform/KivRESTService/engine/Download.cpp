@@ -13,6 +13,7 @@ Download::Download(TransferJob job, const TransferSettings& settings)
       tasks{job.id},
       priority(job.priority),
       urls(std::move(job.servers)),
+      validators(std::move(job.validators)),
       plan(urls.size(), settings) {
   servers.reserve(urls.size());
   for (const URL& url : urls)
@@ -25,6 +26,11 @@ std::string Download::keyOf(const TransferJob& job) {
   std::string key;
   for (const URL& url : job.servers)
     key.append(url.absoluteString()).append(" ");  // no URL holds a space
+  if (!job.validators) return key;
+  // No validator holds a line feed, or else it is not sent.
+  const KivRESTServiceValidators& validators = *job.validators;
+  key.append("\n").append(validators.url).append("\n").append(validators.entityTag);
+  key.append("\n").append(validators.lastModified);
   return key;
 }
 
@@ -47,7 +53,7 @@ void Download::record(AttemptResult result, RetryPolicy& policy, Time now) {
     metrics.resumedBytes = result.resumedBytes;
     metrics.bytes = static_cast<std::int64_t>(result.outcome.body->size());
     metrics.endedWithConnection = result.endedWithConnection;
-  } else {
+  } else if (!result.outcome.isUnchanged) {
     metrics.failedTries.push_back({url(), result.errorCode(), result.outcome.status.value_or(0)});
   }
   plan.record(server, std::move(result), policy, now);

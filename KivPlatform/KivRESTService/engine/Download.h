@@ -11,6 +11,7 @@
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceRequest.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 #include "KivPlatform/KivRESTService/engine/TransferJob.h"
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
@@ -20,8 +21,8 @@ namespace kiv {
 class Transfer;
 class TransferWorker;
 
-/// One file that the client fetches, for every task with the same URLs. Owned by the scheduler;
-/// while it runs, its transfer is used by the worker's thread alone.
+/// One file that the client fetches, for every task with the same URLs and validators. Owned by the
+/// scheduler; while it runs, its transfer is used by the worker's thread alone.
 struct Download {
   using Time = std::chrono::steady_clock::time_point;
 
@@ -41,7 +42,7 @@ struct Download {
   Download(const Download&) = delete;
   Download& operator=(const Download&) = delete;
 
-  /// The key by which tasks share a download: all of their URLs.
+  /// The key by which tasks share a download: all of their URLs, and their validators.
   static std::string keyOf(const TransferJob& job);
 
   /// Identifies the running attempt.
@@ -64,6 +65,7 @@ struct Download {
   std::uint64_t priority;            ///< The highest of the tasks'.
   const std::vector<URL> urls;
   std::vector<std::string> servers;  ///< The origins of the URLs.
+  const std::optional<KivRESTServiceValidators> validators;
 
   State state = State::waiting;
   TransferPlan plan;

@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceMetrics.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 #include "KivPlatform/KivRESTService/policy/AttemptResult.h"
 
 // What goes from the client's queue to the transfer threads, and what comes back. The threads never
@@ -22,6 +24,8 @@ struct TransferJob {
   std::uint64_t priority = 0;
   /// The URLs of the file: the request's, then the mirrors.
   std::vector<URL> servers;
+  /// Those of the task.
+  std::optional<KivRESTServiceValidators> validators = {};
 };
 
 /// How a task ended.

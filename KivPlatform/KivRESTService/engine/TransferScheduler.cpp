@@ -220,9 +220,9 @@ std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& downlo
   if (const auto objection = validateURL(url); !objection.empty()) {
     return failure(Code::unsupportedURL, url, objection);
   }
-  download.transfer =
-      std::make_unique<Transfer>(url, settings_, spool_, *buffers_, readSize_.bytes(),
-                                 mayUseHTTP2(download), worker.takeSpareHandle());
+  download.transfer = std::make_unique<Transfer>(
+      url, settings_, spool_, *buffers_, readSize_.bytes(), mayUseHTTP2(download),
+      worker.takeSpareHandle(), download.validators ? &*download.validators : nullptr);
   download.transfer->setHeaders(std::exchange(download.headers, {}));
   if (auto problem = download.transfer->prepare()) return problem;
   assign(download, worker);

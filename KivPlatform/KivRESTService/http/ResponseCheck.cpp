@@ -101,6 +101,17 @@ BodyVersion ResponseCheck::version() const {
   return version;
 }
 
+std::string ResponseCheck::entityTag() const {
+  const bool isUsable =
+      entityTag_ && entityTag_->size() <= largestEntityTag && isEntityTag(*entityTag_);
+  return isUsable ? *entityTag_ : std::string();
+}
+
+std::string ResponseCheck::lastModified() const {
+  const bool isDate = lastModified_ && secondsFromHTTPDate(*lastModified_);
+  return isDate ? *lastModified_ : std::string();
+}
+
 std::optional<std::chrono::seconds> ResponseCheck::retryAfter() const {
   if (!retryAfter_) return std::nullopt;
   return waitFromRetryAfter(*retryAfter_, date_ ? secondsFromHTTPDate(*date_) : std::nullopt);

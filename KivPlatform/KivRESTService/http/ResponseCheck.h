@@ -48,6 +48,8 @@ class ResponseCheck {
   static constexpr std::size_t largestHeaders = 256 * 1024;
   /// The limit on the bytes that are read of an unwanted body, to keep the connection open.
   static constexpr std::int64_t largestUnwantedBody = 64 * 1024;
+  /// The limit on the bytes of an entity tag that is sent back.
+  static constexpr std::size_t largestEntityTag = 1024;
 
   enum class Protocols { http1, http1AndHTTP2 };
   /// For which protocol versions a body is accepted that ends with the connection.
@@ -95,6 +97,11 @@ class ResponseCheck {
   [[nodiscard]] std::optional<std::int64_t> fileLength() const noexcept;
   /// The version of the file.
   [[nodiscard]] BodyVersion version() const;
+  /// The value of ETag, weak or strong; empty if there is none, if it is no entity tag, or if it is
+  /// so long that a server may refuse a request with it.
+  [[nodiscard]] std::string entityTag() const;
+  /// The value of Last-Modified; empty if there is none, or if it is no HTTP-date.
+  [[nodiscard]] std::string lastModified() const;
   /// The Retry-After.
   [[nodiscard]] std::optional<std::chrono::seconds> retryAfter() const;
   /// True if the body ends with the connection.

@@ -8,6 +8,7 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 
 namespace kiv {
 
@@ -17,11 +18,19 @@ struct TransferOutcome {
   std::optional<std::int64_t> status;
   std::optional<Error> error;
   std::optional<Data> body;
+  /// The answer to a conditional request: the file has not changed.
+  bool isUnchanged = false;
+  /// Those of the response, if the task asked for them.
+  std::optional<KivRESTServiceValidators> validators = {};
+
+  /// True if the server gave what was asked for.
+  [[nodiscard]] bool isSuccess() const noexcept { return body || isUnchanged; }
 
   static TransferOutcome succeeded(Data body) { return {200, std::nullopt, std::move(body)}; }
   static TransferOutcome answered(std::int64_t status) {
     return {status, std::nullopt, std::nullopt};
   }
+  static TransferOutcome unchanged() { return {304, std::nullopt, std::nullopt, true}; }
   static TransferOutcome failed(Error error) {
     return {std::nullopt, std::move(error), std::nullopt};
   }

@@ -49,7 +49,7 @@ bool TransferPlan::mayTry(std::size_t server, Time now) const {
 void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy& policy, Time now) {
   Server& tried = servers_[server];
   ++tries_;
-  if (result.outcome.body) success_ = server;
+  if (result.outcome.isSuccess()) success_ = server;
   // A final failure of a range request may not be final for the whole file.
   const bool startsOver = result.startsOver || (result.restFailed && !isPassing(result));
   if (!startsOver) ++tried.tries;

@@ -44,9 +44,9 @@ class TransferPlan {
   /// Ends the task with that outcome, whatever the attempts gave.
   void giveUp(TransferOutcome outcome) { givenUp_ = std::move(outcome); }
 
-  /// The task's outcome: the first 200; otherwise the last response of the earliest server in the
-  /// list that gave one; otherwise the error of the request's own server. To be called once, when
-  /// nothing is left to try.
+  /// The task's outcome: the first success; otherwise the last response of the earliest server in
+  /// the list that gave one; otherwise the error of the request's own server. To be called once,
+  /// when nothing is left to try.
   [[nodiscard]] TransferOutcome takeOutcome();
   /// The server whose outcome that is.
   [[nodiscard]] std::size_t decisiveServer() const noexcept;
