@@ -28,6 +28,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivPlatform/Foundation/values/ChangeFlag.h
   KivPlatform/Foundation/values/Data.h
   KivPlatform/Foundation/queues/DispatchQueue.h
+  KivPlatform/Foundation/queues/Timers.h
   KivPlatform/Foundation/values/Error.h
   KivPlatform/Foundation/Export.h
   KivPlatform/Foundation/Mutex.h

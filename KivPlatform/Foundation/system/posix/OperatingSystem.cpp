@@ -53,6 +53,17 @@ void blockBrokenPipeSignalOnThisThread() noexcept {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+std::chrono::nanoseconds timeWithSleep() noexcept {
+#if defined(CLOCK_BOOTTIME)
+  constexpr clockid_t clock = CLOCK_BOOTTIME;
+#else
+  constexpr clockid_t clock = CLOCK_MONOTONIC;  // on macOS it goes on
+#endif
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 std::chrono::nanoseconds processorTimeOfThisThread() noexcept {
   timespec time{};
   ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
