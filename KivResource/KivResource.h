@@ -43,6 +43,8 @@
 #include "KivPlatform/Foundation/values/JSON.h"                // IWYU pragma: export
 #include "KivPlatform/Foundation/values/Result.h"              // IWYU pragma: export
 #include "KivPlatform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
+#include "KivResource/KivConfigurationCheck.h"                 // IWYU pragma: export
+#include "KivResource/KivConfigurationUpdater.h"               // IWYU pragma: export
 #include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceLease.h"                      // IWYU pragma: export

@@ -2,6 +2,8 @@
 # library and each other only; script/lint checks it.
 
 target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES
+  KivResource/KivConfigurationCheck.h
+  KivResource/KivConfigurationUpdater.h
   KivResource/KivResource.h
   KivResource/KivResourceConstants.h
   KivResource/KivResourceFactory.h
@@ -59,6 +61,8 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
 
 # Headers of the framework's own that no host includes: parts of the manager.
 set(KIVRESOURCE_PRIVATE_HEADERS
+  KivResource/KivConfigurationSchedule.h
+  KivResource/KivConfigurationStore.h
   KivResource/KivResourceArchiveRemoval.h
   KivResource/KivResourceFileListing.h
   KivResource/KivResourceIndex.h
