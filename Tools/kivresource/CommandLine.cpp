@@ -103,6 +103,20 @@ void addPassCommands(CLI::App& app, Options& options) {
       app, options, "update",
       "Loads what a configuration names, and drops from the list what it does not name", runUpdate);
   addConfig(*update, options);
+  auto* const watch =
+      addCommand(app, options, "watch",
+                 "Keeps the resources up to date with a configuration on a server, until it is "
+                 "stopped",
+                 runWatch);
+  watch->add_option("URL", options.url, "The configuration")->required()->type_name("");
+  watch
+      ->add_option("--mirror", options.mirrors,
+                   "Another URL of it, asked where the first fails; may be given more than once")
+      ->type_name("URL")
+      ->allow_extra_args(false);
+  watch->add_option("--interval", options.interval, "Seconds between two checks; 3600 by default")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 366 * 24 * 3600));
   auto* const list =
       addCommand(app, options, "list", "Shows what is loaded, with local paths", runList);
   addSelection(*list, options);

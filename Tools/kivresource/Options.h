@@ -29,6 +29,9 @@ struct Options {
   std::vector<std::string> faults;
   bool quiet = false;
   std::string page;
+  std::string url;  ///< Of the configuration.
+  std::vector<std::string> mirrors;
+  int interval = 3600;  ///< Seconds.
 };
 
 }  // namespace tool

@@ -2,7 +2,7 @@
 
 _kivresource() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands='load update list audit clean serve session gallery'
+  local commands='load update watch list audit clean serve session gallery'
   local options='--root --main --reserve --resources --json --help'
   local word command=
   COMPREPLY=()
@@ -11,13 +11,14 @@ _kivresource() {
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
       ;;
-    --main | --reserve | --id | --type | --port | --fault) return ;;
+    --main | --reserve | --id | --type | --mirror | --interval | --port | --fault) return ;;
   esac
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [[ " $commands " == *" $word "* ]] && command=$word && break
   done
   case $command in
     load) options+=' --id --type' ;;
+    watch) options+=' --mirror --interval' ;;
     list) options+=' --id --type' ;;
     clean) options+=' --dry-run' ;;
     serve) options+=' --port --fault --quiet' ;;

@@ -1,11 +1,12 @@
 # Completion of kivresource for fish.
 
-set -l commands load update list audit clean serve session gallery
+set -l commands load update watch list audit clean serve session gallery
 set -l none "not __fish_seen_subcommand_from $commands"
 
 complete -c kivresource -f
 complete -c kivresource -n $none -a load -d 'load what a configuration names'
 complete -c kivresource -n $none -a update -d 'load, and drop what the configuration does not name'
+complete -c kivresource -n $none -a watch -d 'keep up to date with a configuration on a server'
 complete -c kivresource -n $none -a list -d 'show what is loaded, with local paths'
 complete -c kivresource -n $none -a audit -d 'show what is missing, orphaned or temporary'
 complete -c kivresource -n $none -a clean -d 'remove files that no loaded resource uses'
@@ -24,6 +25,8 @@ complete -c kivresource -n $none -l version -d 'show the version'
 complete -c kivresource -n '__fish_seen_subcommand_from load update gallery' -F
 complete -c kivresource -n '__fish_seen_subcommand_from load list' -l id -x -d 'only this identifier'
 complete -c kivresource -n '__fish_seen_subcommand_from load list' -l type -x -d 'only this type'
+complete -c kivresource -n '__fish_seen_subcommand_from watch' -l mirror -x -d 'another URL of the configuration'
+complete -c kivresource -n '__fish_seen_subcommand_from watch' -l interval -x -d 'seconds between two checks'
 complete -c kivresource -n '__fish_seen_subcommand_from clean' -l dry-run -d 'only show what would be removed'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -x -a '(__fish_complete_directories)'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -l port -x -d 'the port'
