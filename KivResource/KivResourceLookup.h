@@ -26,9 +26,10 @@ class KIV_EXPORT KivResourceLookup {
   KivResourceLookup() = delete;
 
   /// Accepts only files in the resources directory under the storage root, in the packaged bundle,
-  /// in leases and in these directories; std::nullopt removes the restriction. The path of any other file is
-  /// treated as a link. Symbolic links are resolved first. A root that is not absolute, or not a
-  /// directory, is ignored. Takes effect with the next look-up; loaded resources stay loaded.
+  /// in leases and in these directories; std::nullopt removes the restriction. The path of any
+  /// other file is treated as a link. Symbolic links are resolved first. A root that is not
+  /// absolute, or not a directory, is ignored. Takes effect with the next look-up; loaded resources
+  /// stay loaded.
   static void setRoots(std::optional<std::vector<std::string>> roots);
   /// The directories that the host has set; nothing if there is no restriction.
   static std::optional<std::vector<std::string>> roots();

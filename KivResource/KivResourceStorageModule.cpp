@@ -133,10 +133,10 @@ std::optional<std::string> KivResourceStorageModule::directoryOfPageAtPath(std::
   if (!page || kiv::path::lastPathComponent(*page) != entryPage) return std::nullopt;
   const std::string_view directory = kiv::path::deletingLastPathComponent(*page);
   const std::string_view parent = kiv::path::deletingLastPathComponent(directory);
-  const bool isArchive = isDirectoryAt(parent, resourcesDirectoryPath()) ||
-                         isDirectoryAt(parent, packagedResourcesPath()) ||
-                         (KivStorageService::isLeasedPath(directory) &&
-                          !KivStorageService::isLeasedPath(parent));
+  const bool isArchive =
+      isDirectoryAt(parent, resourcesDirectoryPath()) ||
+      isDirectoryAt(parent, packagedResourcesPath()) ||
+      (KivStorageService::isLeasedPath(directory) && !KivStorageService::isLeasedPath(parent));
   return isArchive ? std::optional<std::string>(directory) : std::nullopt;
 }
 
