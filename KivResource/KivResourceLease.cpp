@@ -105,15 +105,12 @@ class LeasedItems {
   NewPaths newPaths_;
 };
 
-/// An item may be removed file by file where its directory cannot be moved away first; then its
-/// page goes first. So the files are looked for again afterwards.
 Result<LeasedItems> leaseItems(const KivResource& resource) {
   if (!resource.filesExist()) return filesMissing(resource);
   LeasedItems items;
   for (const std::string& path : resource.useFilePaths()) {
     if (Status status = items.add(path); !status) return status;
   }
-  if (!resource.filesExist()) return filesMissing(resource);
   return items;
 }
 

@@ -2,8 +2,8 @@
 // contents, costs no space while the file is there, and is made in one step.
 //
 // A directory cannot be linked: its files are linked one by one. Another process may replace or
-// remove it meanwhile. Both begin by moving the directory away, so it was whole if it is still the
-// same one afterwards.
+// remove it meanwhile. Both begin by moving the directory away or, where that is not possible, by
+// removing its page. So what was linked is whole if the directory is unchanged afterwards.
 
 #include "KivPlatform/KivStorageService/store/ItemLease.h"
 
