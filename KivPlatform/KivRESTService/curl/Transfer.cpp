@@ -281,8 +281,8 @@ std::optional<TransferOutcome> Transfer::outcome(int result) {
 void Transfer::returnValidators(TransferOutcome& outcome) const {
   KivRESTServiceValidators validators{url_.absoluteString(), check_->entityTag(),
                                       check_->lastModified()};
-  outcome.validators =
-      outcome.isUnchanged && validators.isEmpty() ? *validators_ : std::move(validators);
+  if (outcome.isUnchanged && validators.isEmpty()) validators = *validators_;
+  outcome.validators = std::move(validators);
 }
 
 TransferOutcome Transfer::finishBody() {
