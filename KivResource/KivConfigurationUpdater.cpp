@@ -1,5 +1,5 @@
-// A check is fetching, then perhaps waiting for the manager, then perhaps passing. Whatever comes
-// back for a check that was stopped is recognised by its number and ignored.
+// A check fetches the configuration, waits for the manager if that is busy, and runs a pass if one
+// is needed. Answers to a check that was stopped are recognised by its number and ignored.
 
 #include "KivResource/KivConfigurationUpdater.h"
 
