@@ -99,9 +99,7 @@ void SystemTimers::cancel(std::uint64_t id) {
   }
 }
 
-/// A former thread that has found nothing to wait for takes no lock any more.
 bool SystemTimers::startThread() {
-  if (thread_.joinable()) thread_.join();
   try {
     thread_ = std::thread([this] { serve(); });
   } catch (const std::exception&) {  // no thread left
@@ -130,6 +128,8 @@ void SystemTimers::serve() {
     waiting_.insert(std::move(due));
   }
   isServed_ = false;
+  // Nobody waits for this thread any more, unless stop() does, which has taken it.
+  if (thread_.joinable()) thread_.detach();
 }
 
 SystemTimers::AllWaiting::iterator SystemTimers::next() {
