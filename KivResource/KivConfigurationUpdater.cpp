@@ -90,12 +90,14 @@ void callLoggingExceptions(const KivConfigurationUpdater::CheckHandler& handler,
 
 }  // namespace
 
-class KivConfigurationUpdater::Implementation
-    : public KivResourceManagerObserver,
-      public std::enable_shared_from_this<KivConfigurationUpdater::Implementation> {
+/// Not a nested class, which would be exported with the updater.
+class kiv::ConfigurationChecks : public KivResourceManagerObserver,
+                                 public std::enable_shared_from_this<kiv::ConfigurationChecks> {
  public:
-  Implementation(std::shared_ptr<KivResourceManager> manager, kiv::URL url,
-                 KivConfigurationUpdaterOptions options);
+  using CheckHandler = KivConfigurationUpdater::CheckHandler;
+
+  ConfigurationChecks(std::shared_ptr<KivResourceManager> manager, kiv::URL url,
+                      KivConfigurationUpdaterOptions options);
 
   void setCheckHandler(CheckHandler handler);
   void start();
@@ -164,9 +166,8 @@ class KivConfigurationUpdater::Implementation
   std::vector<CheckHandler> waitingHandlers_;  ///< Of checkNow().
 };
 
-KivConfigurationUpdater::Implementation::Implementation(std::shared_ptr<KivResourceManager> manager,
-                                                        kiv::URL url,
-                                                        KivConfigurationUpdaterOptions options)
+kiv::ConfigurationChecks::ConfigurationChecks(std::shared_ptr<KivResourceManager> manager,
+                                              kiv::URL url, KivConfigurationUpdaterOptions options)
     : manager_(std::move(manager)),
       url_(std::move(url)),
       options_(std::move(options)),
@@ -176,12 +177,12 @@ KivConfigurationUpdater::Implementation::Implementation(std::shared_ptr<KivResou
   if (!options_.restService) options_.restService = makeClient(options_.largestConfiguration);
 }
 
-void KivConfigurationUpdater::Implementation::setCheckHandler(CheckHandler handler) {
+void kiv::ConfigurationChecks::setCheckHandler(CheckHandler handler) {
   assertQueue();
   handler_ = std::move(handler);
 }
 
-void KivConfigurationUpdater::Implementation::start() {
+void kiv::ConfigurationChecks::start() {
   assertQueue();
   if (std::exchange(isStarted_, true)) return;
   hasPassed_ = false;
@@ -189,7 +190,7 @@ void KivConfigurationUpdater::Implementation::start() {
   if (stage_ == Stage::idle) begin();
 }
 
-void KivConfigurationUpdater::Implementation::stop() {
+void kiv::ConfigurationChecks::stop() {
   assertQueue();
   const auto self = shared_from_this();
   ++number_;
@@ -204,7 +205,7 @@ void KivConfigurationUpdater::Implementation::stop() {
   const auto dropped = std::exchange(waitingHandlers_, {});
 }
 
-void KivConfigurationUpdater::Implementation::checkNow(CheckHandler handler) {
+void kiv::ConfigurationChecks::checkNow(CheckHandler handler) {
   assertQueue();
   if (handler) waitingHandlers_.push_back(std::move(handler));
   if (stage_ == Stage::idle) begin();
@@ -212,7 +213,7 @@ void KivConfigurationUpdater::Implementation::checkNow(CheckHandler handler) {
 
 /// Makes a step of the check of that number, unless it was stopped.
 template <class Step>
-void KivConfigurationUpdater::Implementation::take(std::uint64_t number, const Step& step) {
+void kiv::ConfigurationChecks::take(std::uint64_t number, const Step& step) {
   if (number != number_) return;
   try {
     step();
@@ -228,7 +229,7 @@ void KivConfigurationUpdater::Implementation::take(std::uint64_t number, const S
 
 // --- The text ------------------------------------------------------------------------------------
 
-void KivConfigurationUpdater::Implementation::begin() {
+void kiv::ConfigurationChecks::begin() {
   cancelTimer();
   stage_ = Stage::fetching;
   check_ = {};
@@ -239,7 +240,7 @@ void KivConfigurationUpdater::Implementation::begin() {
 }
 
 /// Later checks use what earlier ones have fetched.
-void KivConfigurationUpdater::Implementation::recall() {
+void kiv::ConfigurationChecks::recall() {
   if (std::exchange(isRecalled_, true)) return;
   auto saved = store_.load();
   if (!saved) return;
@@ -252,7 +253,7 @@ void KivConfigurationUpdater::Implementation::recall() {
   }
 }
 
-void KivConfigurationUpdater::Implementation::fetch() {
+void kiv::ConfigurationChecks::fetch() {
   const auto task = std::make_shared<KivRESTServiceTask>();
   task->setRequest(kiv::URLRequest(url_));
   task->setRequestMirrorURLs(options_.mirrors);
@@ -265,7 +266,7 @@ void KivConfigurationUpdater::Implementation::fetch() {
   options_.restService->queue(task);
 }
 
-void KivConfigurationUpdater::Implementation::evaluate(const KivRESTServiceTask& ended) {
+void kiv::ConfigurationChecks::evaluate(const KivRESTServiceTask& ended) {
   constexpr std::int64_t ok = 200;
   constexpr std::int64_t notModified = 304;
   check_.statusCode = ended.response() ? ended.response()->statusCode() : 0;
@@ -279,8 +280,7 @@ void KivConfigurationUpdater::Implementation::evaluate(const KivRESTServiceTask&
                                            std::to_string(check_.statusCode) + "."));
 }
 
-void KivConfigurationUpdater::Implementation::takeText(const kiv::Data& text,
-                                                       const KivRESTServiceTask& ended) {
+void kiv::ConfigurationChecks::takeText(const kiv::Data& text, const KivRESTServiceTask& ended) {
   if (text.size() > static_cast<std::size_t>(std::max<std::int64_t>(
                         options_.largestConfiguration, 0))) {  // a client of the host's took it
     return fail(kiv::Error(KivRESTServiceErrorDomain,
@@ -297,8 +297,7 @@ void KivConfigurationUpdater::Implementation::takeText(const kiv::Data& text,
   passWhenFree();
 }
 
-void KivConfigurationUpdater::Implementation::takeSame(
-    const std::optional<KivRESTServiceValidators>& validators) {
+void kiv::ConfigurationChecks::takeSame(const std::optional<KivRESTServiceValidators>& validators) {
   if (validators && *validators != known_->validators) {
     known_->validators = *validators;
     check_.saveError = store_.save(*known_);
@@ -308,7 +307,7 @@ void KivConfigurationUpdater::Implementation::takeSame(
   passWithKnown();
 }
 
-void KivConfigurationUpdater::Implementation::fail(kiv::Error error) {
+void kiv::ConfigurationChecks::fail(kiv::Error error) {
   check_.outcome = Outcome::failed;
   check_.error = std::move(error);
   const bool usesSaved = options_.usesSavedConfiguration && isStarted_ && !hasPassed_ && known_;
@@ -318,7 +317,7 @@ void KivConfigurationUpdater::Implementation::fail(kiv::Error error) {
 
 // --- The pass ------------------------------------------------------------------------------------
 
-void KivConfigurationUpdater::Implementation::passWithKnown() {
+void kiv::ConfigurationChecks::passWithKnown() {
   auto config = configurationFrom(known_->text);
   if (!config) return end();  // it was read before
   planned_ = PlannedPass{*known_, *std::move(config)};
@@ -327,7 +326,7 @@ void KivConfigurationUpdater::Implementation::passWithKnown() {
 
 /// A pass that is begun while another one runs would be refused, and would end in the middle of
 /// what the other one is to remove. If no callback tells of its end, a timer looks again.
-void KivConfigurationUpdater::Implementation::passWhenFree() {
+void kiv::ConfigurationChecks::passWhenFree() {
   if (manager_->loadingResourcesFilesCount() == 0) return startPass();
   const bool isNew = std::exchange(stage_, Stage::waiting) != Stage::waiting;
   if (isStarted_) setTimer(schedule_.next(false));
@@ -338,13 +337,13 @@ void KivConfigurationUpdater::Implementation::passWhenFree() {
   tell(postponed, {});
 }
 
-void KivConfigurationUpdater::Implementation::resourceManagerDidFinishLoading(
+void kiv::ConfigurationChecks::resourceManagerDidFinishLoading(
     const std::shared_ptr<KivResourceManager>&) {
   const auto self = shared_from_this();
   if (stage_ == Stage::waiting) take(number_, [this] { passWhenFree(); });
 }
 
-void KivConfigurationUpdater::Implementation::startPass() {
+void kiv::ConfigurationChecks::startPass() {
   cancelTimer();
   manager_->removeObserver(shared_from_this());
   stage_ = Stage::passing;
@@ -361,7 +360,7 @@ void KivConfigurationUpdater::Implementation::startPass() {
 }
 
 /// After the start of the pass: the downloads do not wait for the disk.
-void KivConfigurationUpdater::Implementation::save() {
+void kiv::ConfigurationChecks::save() {
   known_ = std::move(planned_->configuration);
   try {
     check_.saveError = store_.save(*known_);
@@ -370,7 +369,7 @@ void KivConfigurationUpdater::Implementation::save() {
   }
 }
 
-void KivConfigurationUpdater::Implementation::takeReport(const KivResourcePassReport& report) {
+void kiv::ConfigurationChecks::takeReport(const KivResourcePassReport& report) {
   isDone_ = !leftSomethingUndone(report);
   check_.report = report;
   end();
@@ -378,7 +377,7 @@ void KivConfigurationUpdater::Implementation::takeReport(const KivResourcePassRe
 
 // --- The end -------------------------------------------------------------------------------------
 
-void KivConfigurationUpdater::Implementation::end() {
+void kiv::ConfigurationChecks::end() {
   stage_ = Stage::idle;
   if (isStarted_) {
     check_.nextCheck = schedule_.next(check_.outcome == Outcome::failed);
@@ -389,8 +388,7 @@ void KivConfigurationUpdater::Implementation::end() {
 }
 
 /// A handler may begin a check, stop the updater or destroy it.
-void KivConfigurationUpdater::Implementation::tell(const Check& check,
-                                                   std::vector<CheckHandler> handlers) {
+void kiv::ConfigurationChecks::tell(const Check& check, std::vector<CheckHandler> handlers) {
   const auto self = shared_from_this();
   const std::uint64_t stops = stops_;
   handlers.push_back(handler_);
@@ -399,7 +397,7 @@ void KivConfigurationUpdater::Implementation::tell(const Check& check,
   }
 }
 
-void KivConfigurationUpdater::Implementation::setTimer(std::optional<kiv::Timers::Time> wait) {
+void kiv::ConfigurationChecks::setTimer(std::optional<kiv::Timers::Time> wait) {
   cancelTimer();
   if (!wait) return;
   try {
@@ -415,13 +413,13 @@ void KivConfigurationUpdater::Implementation::setTimer(std::optional<kiv::Timers
   }
 }
 
-void KivConfigurationUpdater::Implementation::cancelTimer() {
+void kiv::ConfigurationChecks::cancelTimer() {
   ++timerNumber_;
   timer_.reset();
 }
 
 /// The job of a timer that was cancelled may have been on the queue already.
-void KivConfigurationUpdater::Implementation::timerFired(std::uint64_t number) {
+void kiv::ConfigurationChecks::timerFired(std::uint64_t number) {
   if (number != timerNumber_) return;
   if (stage_ == Stage::idle) return begin();
   if (stage_ == Stage::waiting) take(number_, [this] { passWhenFree(); });
@@ -432,29 +430,29 @@ void KivConfigurationUpdater::Implementation::timerFired(std::uint64_t number) {
 KivConfigurationUpdater::KivConfigurationUpdater(std::shared_ptr<KivResourceManager> manager,
                                                  kiv::URL url,
                                                  KivConfigurationUpdaterOptions options)
-    : implementation_(std::make_shared<Implementation>(std::move(manager), std::move(url),
-                                                       std::move(options))) {}
+    : checks_(std::make_shared<kiv::ConfigurationChecks>(std::move(manager), std::move(url),
+                                                         std::move(options))) {}
 
 KivConfigurationUpdater::~KivConfigurationUpdater() {
-  implementation_->stop();
+  checks_->stop();
 }
 
 void KivConfigurationUpdater::setCheckHandler(CheckHandler handler) {
-  implementation_->setCheckHandler(std::move(handler));
+  checks_->setCheckHandler(std::move(handler));
 }
 
 void KivConfigurationUpdater::start() {
-  implementation_->start();
+  checks_->start();
 }
 
 void KivConfigurationUpdater::stop() {
-  implementation_->stop();
+  checks_->stop();
 }
 
 void KivConfigurationUpdater::checkNow(CheckHandler handler) {
-  implementation_->checkNow(std::move(handler));
+  checks_->checkNow(std::move(handler));
 }
 
 const std::shared_ptr<KivRESTService>& KivConfigurationUpdater::restService() const noexcept {
-  return implementation_->restService();
+  return checks_->restService();
 }

@@ -13,6 +13,10 @@
 #include "KivResource/KivConfigurationCheck.h"
 #include "KivResource/KivResourceManager.h"
 
+namespace kiv {
+class ConfigurationChecks;
+}
+
 /// How a KivConfigurationUpdater works.
 struct KivConfigurationUpdaterOptions {
   /// The URLs to try, in this order, if the server of the configuration fails.
@@ -86,6 +90,5 @@ class KIV_EXPORT KivConfigurationUpdater {
   [[nodiscard]] const std::shared_ptr<KivRESTService>& restService() const noexcept;
 
  private:
-  class Implementation;
-  std::shared_ptr<Implementation> implementation_;
+  const std::shared_ptr<kiv::ConfigurationChecks> checks_;
 };
