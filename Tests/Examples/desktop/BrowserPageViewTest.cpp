@@ -17,6 +17,7 @@ CacheItem page(const QString& path) {
   item.kind = CacheItem::Kind::page;
   item.title = "A page & more";
   item.page = path;
+  item.version = path;
   return item;
 }
 
@@ -35,6 +36,16 @@ TEST_F(BrowserPageView, OpensThePageThatIsOnShow) {
   view_->present(page("/tmp/some folder/index.html"));
   button().click();
   EXPECT_EQ(browser_.opened, QList{QUrl::fromLocalFile("/tmp/some folder/index.html")});
+}
+
+/// Its files are kept by the lease of the item that came first.
+TEST_F(BrowserPageView, KeepsTheFilesOfAVersionThatIsOnShow) {
+  CacheItem item = page("/tmp/1.lease/page.html");
+  view_->present(item);
+  item.page = "/tmp/2.lease/page.html";
+  view_->present(item);
+  button().click();
+  EXPECT_EQ(browser_.opened, QList{QUrl::fromLocalFile("/tmp/1.lease/page.html")});
 }
 
 TEST_F(BrowserPageView, OpensNothingThatIsNoPageByItsName) {
