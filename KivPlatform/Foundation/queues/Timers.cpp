@@ -1,6 +1,6 @@
 // A queue that the host drains cannot wait for a time itself. So one thread waits for all timers of
-// the process. It compares times of a clock that goes on during sleep, but no condition variable
-// waits for such a time: it waits for half a minute at most, and looks again.
+// the process. Its clock also counts the time that the computer sleeps, which a condition variable
+// does not. So the thread waits for half a minute at most, and looks at the clock again.
 
 #include "KivPlatform/Foundation/queues/Timers.h"
 

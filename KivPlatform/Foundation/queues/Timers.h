@@ -28,10 +28,10 @@ class KIV_EXPORT Timers {
     virtual ~Timer();
   };
 
-  /// The timers of this process. Time goes on while the computer sleeps: what became due meanwhile
-  /// is due once, within half a minute of the end of the sleep. They have one thread, which runs
-  /// while a timer is set, and stops when the process exits. A forked child has timers of its own,
-  /// and those of the parent process cannot be set there. Thread-safe.
+  /// The timers of this process. The clock also counts the time that the computer sleeps: a timer
+  /// that became due meanwhile fires once, within half a minute of the end of the sleep. They have
+  /// one thread, which runs while a timer is set, and stops when the process exits. A forked child
+  /// has timers of its own, and those of the parent process cannot be set there. Thread-safe.
   static std::shared_ptr<Timers> system();
 
   Timers() = default;

@@ -23,8 +23,8 @@ void blockBrokenPipeSignalOnThisThread() noexcept;
 /// The processor time that this thread has used.
 std::chrono::nanoseconds processorTimeOfThisThread() noexcept;
 
-/// The time since some fixed moment. Unlike that of std::chrono::steady_clock it goes on while the
-/// computer sleeps, if the system has such a clock.
+/// The time since some fixed moment. Unlike std::chrono::steady_clock, it includes the time that
+/// the computer sleeps, if the system has such a clock.
 std::chrono::nanoseconds timeWithSleep() noexcept;
 
 /// Boot ID: tells whether the computer has been restarted since a file was written without a sync.
