@@ -61,10 +61,9 @@ bool isDirectoryAt(std::string_view resolvedPath, const std::string& path) {
   return kiv::FileManager::defaultManager().resolvedPathOfItemAtPath(path) == resolvedPath;
 }
 
-/// The root may have changed since the last removal.
-void permitRemovals() {
-  kiv::removal::setOwnDirectory(kiv::removal::OwnDirectory::resources,
-                                KivResourceStorageModule::resourcesDirectoryPath());
+/// Where removals of resources may happen: the second one takes a directory before it is removed.
+std::vector<std::string> ownDirectories() {
+  return {KivResourceStorageModule::resourcesDirectoryPath(), KivStorageService::temporariesPath()};
 }
 
 std::string nameOfListSetAside(int number) {
@@ -96,14 +95,14 @@ void KivResourceStorageModule::removeResourceFileWithPath_error(std::string_view
   if (isArchivePage(path)) {
     removeItemAtPath_error(itemRemovedWithPath(path), error);
   } else {
-    permitRemovals();
+    const kiv::removal::Confinement confinement(ownDirectories());
     kiv::FileManager::defaultManager().removeItemAtPath(path).reportTo(error);
   }
 }
 
 bool KivResourceStorageModule::removeItemAtPath_error(const std::string& path,
                                                       std::optional<kiv::Error>* error) {
-  permitRemovals();
+  const kiv::removal::Confinement confinement(ownDirectories());
   return kiv::removeArchiveAtPath(path).reportTo(error);
 }
 

@@ -103,8 +103,8 @@ class KIV_EXPORT FileManager {
   /// may be removed.
   ///
   /// By default the roots are the directories whose contents the framework creates itself: the
-  /// directory of downloaded resources under the storage root, and the private directories of its
-  /// services.
+  /// private directories of its services and, while it removes resources of a cache, that cache's
+  /// directory of downloaded resources.
   ///
   /// The guard checks the directory that contains the item, with all links in its path resolved at
   /// the time of the removal. The roots must be absolute paths, and are resolved in the same way. A
@@ -114,7 +114,7 @@ class KIV_EXPORT FileManager {
   static void setRemovalRoots(std::optional<std::vector<std::string>> roots);
   /// Restores the default roots. May be called from any thread.
   static void restoreRemovalRoots();
-  /// The current roots; nothing if the guard is off. May be called from any thread.
+  /// The roots for this thread now; nothing if the guard is off. May be called from any thread.
   static std::optional<std::vector<std::string>> removalRoots();
 
   virtual ~FileManager() = default;

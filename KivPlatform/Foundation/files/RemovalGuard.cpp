@@ -1,9 +1,8 @@
-// The roots are global to the process because the guard protects against bugs anywhere in it.
-// Unless the host sets roots, they are the directories that the framework registers as its own.
+// The roots that a host sets are global to the process because the guard protects against bugs
+// anywhere in it.
 
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 
-#include <map>
 #include <set>
 #include <utility>
 
@@ -18,8 +17,7 @@ struct Guard {
   Mutex mutex;
   bool isHosts KIV_GUARDED_BY(mutex) = false;  // the host set roots or turned the guard off
   std::optional<std::vector<std::string>> hostsRoots KIV_GUARDED_BY(mutex);
-  std::map<OwnDirectory, std::string> ownDirectories KIV_GUARDED_BY(mutex);
-  std::set<std::string> spoolDirectories KIV_GUARDED_BY(mutex);
+  std::set<std::string> privateDirectories KIV_GUARDED_BY(mutex);
 };
 
 Guard& guard() {
@@ -27,16 +25,20 @@ Guard& guard() {
   return shared;
 }
 
+constinit thread_local const std::vector<std::string>* confinement = nullptr;
+
 }  // namespace
 
-void setOwnDirectory(OwnDirectory which, std::string path) {
+void addPrivateDirectory(std::string path) {
   const MutexLock lock(guard().mutex);
-  guard().ownDirectories[which] = std::move(path);
+  guard().privateDirectories.insert(std::move(path));
 }
 
-void addSpoolDirectory(std::string path) {
-  const MutexLock lock(guard().mutex);
-  guard().spoolDirectories.insert(std::move(path));
+Confinement::Confinement(std::vector<std::string> directories)
+    : directories_(std::move(directories)), former_(std::exchange(confinement, &directories_)) {}
+
+Confinement::~Confinement() {
+  confinement = former_;
 }
 
 void restoreOwnDirectories() {
@@ -54,10 +56,9 @@ void setRoots(std::optional<std::vector<std::string>> roots) {
 std::optional<std::vector<std::string>> roots() {
   const MutexLock lock(guard().mutex);
   if (guard().isHosts) return guard().hostsRoots;
-  std::vector<std::string> own(guard().spoolDirectories.begin(), guard().spoolDirectories.end());
-  for (const auto& [which, directory] : guard().ownDirectories)
-    own.push_back(directory);
-  return own;
+  if (confinement) return *confinement;
+  return std::vector<std::string>(guard().privateDirectories.begin(),
+                                  guard().privateDirectories.end());
 }
 
 }  // namespace kiv::removal

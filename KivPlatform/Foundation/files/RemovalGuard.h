@@ -6,24 +6,33 @@
 
 namespace kiv::removal {
 
-/// Directories of which the process uses one at a time.
-enum class OwnDirectory { resources, temporaries };
+// The directories whose contents the framework creates and removes itself are the roots of the
+// removal guard, unless the host has set others. removeItem() in posix/PosixRemoval.h enforces the
+// roots. Thread-safe.
 
-// The directories whose contents the framework creates and removes itself. They are the roots of
-// the removal guard unless the host has set others. The storage module sets the directory of
-// resources, the storage service that of temporaries, and each client adds its spool directory;
-// removeItem() in posix/PosixRemoval.h enforces the roots. Thread-safe.
+/// Adds the private directory of a service, of temporaries or of bodies that are being received. It
+/// stays a root as long as the process lives.
+void addPrivateDirectory(std::string path);
 
-/// Sets the directory, replacing the previous one of that kind.
-void setOwnDirectory(OwnDirectory which, std::string path);
-/// Adds a spool directory; the process may have several, one for each client.
-void addSpoolDirectory(std::string path);
+/// As long as it lives, these directories are the framework's only roots on this thread: those of
+/// one cache, so that a resource of that cache cannot have a file of another one removed.
+class Confinement {
+ public:
+  explicit Confinement(std::vector<std::string> directories);
+  Confinement(const Confinement&) = delete;
+  Confinement& operator=(const Confinement&) = delete;
+  ~Confinement();
+
+ private:
+  const std::vector<std::string> directories_;
+  const std::vector<std::string>* const former_;
+};
 
 /// Makes the framework's own directories the roots again.
 void restoreOwnDirectories();
 /// Sets the host's roots; std::nullopt turns the guard off.
 void setRoots(std::optional<std::vector<std::string>> roots);
-/// The current roots; nothing if the guard is off.
+/// The roots for this thread now; nothing if the guard is off.
 std::optional<std::vector<std::string>> roots();
 
 }  // namespace kiv::removal

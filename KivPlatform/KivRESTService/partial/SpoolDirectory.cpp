@@ -101,7 +101,7 @@ std::set<std::string> stemsOf(const std::vector<std::string>& names, const std::
 
 SpoolDirectory::SpoolDirectory(const TransferSettings& settings)
     : settings_(settings), path_(settings.spoolDirectory) {
-  if (!path_.empty()) removal::addSpoolDirectory(path_);
+  if (!path_.empty()) removal::addPrivateDirectory(path_);
 }
 
 std::string SpoolDirectory::stem(const std::string& name, int slot) const {

@@ -96,7 +96,7 @@ std::string ProcessDirectory::swapNotePath(const std::string& spare) {
 Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::string& rootPath) {
   const std::string parent = path::appendingPathComponent(rootPath, privateDirectory);
   FileManager& files = FileManager::defaultManager();
-  removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
+  removal::addPrivateDirectory(parent);
   if (Status status = files.createPrivateDirectoryAtPath(parent); !status) return status;
   for (int attempt = 1;; ++attempt) {
     const std::string path = path::appendingPathComponent(parent, randomName());
@@ -114,7 +114,7 @@ Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::st
 void ProcessDirectory::sweep(const std::string& rootPath) {
   const std::string parent = path::appendingPathComponent(rootPath, privateDirectory);
   FileManager& files = FileManager::defaultManager();
-  removal::setOwnDirectory(removal::OwnDirectory::temporaries, parent);
+  removal::addPrivateDirectory(parent);
   if (!files.directoryExistsAtPath(parent)) return;
   files.makePrivateItemAtPath(parent);
   const auto items = files.contentsOfDirectoryAtPath(parent);

@@ -1,6 +1,8 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -50,23 +52,49 @@ class FileManagerRemovalGuardTest : public testing::Test {
 
 TEST_F(FileManagerRemovalGuardTest, PermitsTheFrameworksOwnDirectoriesAtFirst) {
   ASSERT_TRUE(FileManager::removalRoots());
-  removal::setOwnDirectory(removal::OwnDirectory::temporaries, root_);
+  removal::addPrivateDirectory(root_);
   EXPECT_THAT(*FileManager::removalRoots(), testing::Contains(root_));
   expectRemoved(scratch_.write("root/file"));
   expectRefused(scratch_.write("outside/file"));
 }
 
 TEST_F(FileManagerRemovalGuardTest, AHostsRootsTakeTheirPlaceUntilTheyAreRestored) {
-  removal::setOwnDirectory(removal::OwnDirectory::temporaries, root_);
+  removal::addPrivateDirectory(root_);
   {
     const RemovalGuard guard({outside_});
     EXPECT_EQ(FileManager::removalRoots(), std::vector{outside_});
-    removal::setOwnDirectory(removal::OwnDirectory::temporaries, root_);
+    removal::addPrivateDirectory(root_);
     expectRefused(scratch_.write("root/file"));
     expectRemoved(scratch_.write("outside/file"));
   }
   expectRemoved(root_ + "/file");
   expectRefused(scratch_.write("outside/file"));
+}
+
+TEST_F(FileManagerRemovalGuardTest, AThreadCanBeConfinedToOtherDirectories) {
+  removal::addPrivateDirectory(root_);
+  {
+    const removal::Confinement confinement({outside_});
+    EXPECT_EQ(FileManager::removalRoots(), std::vector{outside_});
+    expectRemoved(scratch_.write("outside/file"));
+    expectRefused(scratch_.write("root/file"));
+    {
+      const removal::Confinement inner({root_});
+      expectRemoved(root_ + "/file");
+      expectRefused(scratch_.write("outside/other"));
+    }
+    std::thread([&] { expectRemoved(scratch_.write("root/of another thread")); }).join();
+    expectRemoved(outside_ + "/other");
+  }
+  expectRefused(scratch_.write("outside/file"));
+  expectRemoved(scratch_.write("root/file"));
+}
+
+TEST_F(FileManagerRemovalGuardTest, AHostsRootsHoldForAConfinedThreadToo) {
+  const removal::Confinement confinement({root_});
+  const RemovalGuard guard({outside_});
+  expectRefused(scratch_.write("root/file"));
+  expectRemoved(scratch_.write("outside/file"));
 }
 
 TEST_F(FileManagerRemovalGuardTest, NothingLiftsIt) {
