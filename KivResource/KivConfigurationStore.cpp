@@ -12,6 +12,7 @@
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivPlatform/KivRESTService/partial/URLDigest.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivResource/KivResourceCachePlace.h"
 
 namespace kiv {
 
@@ -56,9 +57,11 @@ KivRESTServiceValidators validatorsFrom(const Dictionary& fields,
 
 }  // namespace
 
-ConfigurationStore::ConfigurationStore(std::vector<std::string> addresses, std::int64_t largest)
+ConfigurationStore::ConfigurationStore(std::vector<std::string> addresses, std::int64_t largest,
+                                       std::shared_ptr<const CachePlace> place)
     : addresses_(std::move(addresses)),
-      largest_(largest > 0 ? static_cast<std::uint64_t>(largest) : 0) {}
+      largest_(largest > 0 ? static_cast<std::uint64_t>(largest) : 0),
+      place_(std::move(place)) {}
 
 std::string ConfigurationStore::path() {
   if (KivStorageService::rootPath().empty()) return {};
@@ -66,6 +69,7 @@ std::string ConfigurationStore::path() {
 }
 
 std::optional<KnownConfiguration> ConfigurationStore::load() const {
+  const CacheInUse cache(place_.get());
   FileManager& files = FileManager::defaultManager();
   const std::string file = path();
   if (file.empty() || !files.itemExistsAtPath(file)) return std::nullopt;
@@ -98,6 +102,7 @@ std::optional<Error> ConfigurationStore::save(const KnownConfiguration& configur
   std::string bytes = headOf(configuration, addresses_.front());
   bytes.append(1, '\n').append(configuration.text.view());
   std::optional<Error> error;
+  const CacheInUse cache(place_.get());
   KivStorageService::savePrivateData_forFileName_atRelativePath_error(Data(std::move(bytes)),
                                                                       fileName, directory, &error);
   return error;

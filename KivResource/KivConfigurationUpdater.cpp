@@ -171,7 +171,7 @@ kiv::ConfigurationChecks::ConfigurationChecks(std::shared_ptr<KivResourceManager
     : manager_(std::move(manager)),
       url_(std::move(url)),
       options_(std::move(options)),
-      store_(addressesOf(url_, options_.mirrors), options_.largestConfiguration),
+      store_(addressesOf(url_, options_.mirrors), options_.largestConfiguration, manager_->place()),
       schedule_(options_.interval, options_.jitter, std::random_device()()) {
   if (!options_.timers) options_.timers = kiv::Timers::system();
   if (!options_.restService) options_.restService = makeClient(options_.largestConfiguration);

@@ -45,6 +45,7 @@
 #include "KivPlatform/KivStorageService/KivStorageService.h"   // IWYU pragma: export
 #include "KivResource/KivConfigurationCheck.h"                 // IWYU pragma: export
 #include "KivResource/KivConfigurationUpdater.h"               // IWYU pragma: export
+#include "KivResource/KivResourceCache.h"                      // IWYU pragma: export
 #include "KivResource/KivResourceConstants.h"                  // IWYU pragma: export
 #include "KivResource/KivResourceFactory.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceLease.h"                      // IWYU pragma: export

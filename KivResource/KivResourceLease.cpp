@@ -8,12 +8,14 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
+#include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/KivResourceStorageModule.h"
 
@@ -35,8 +37,8 @@ Error filesMissing(const KivResource& resource) {
                     "its files are not all there.");
 }
 
-/// The framework removes only what lies directly in the resources directory, and what other leases
-/// keep.
+/// True if the framework may remove the item from the cache in use: it removes only what lies
+/// directly in the resources directory, and what other leases keep.
 bool mayBeRemoved(std::string_view item) {
   FileManager& files = FileManager::defaultManager();
   const auto directory = files.resolvedPathOfItemAtPath(path::deletingLastPathComponent(item));
@@ -46,6 +48,24 @@ bool mayBeRemoved(std::string_view item) {
       !resources.empty() && files.resolvedPathOfItemAtPath(resources).toOptional() == *directory;
   return isStored || KivStorageService::isLeasedPath(
                          path::appendingPathComponent(*directory, path::lastPathComponent(item)));
+}
+
+using LeasedPath = std::shared_ptr<const std::string>;
+
+/// Leases the item in the cache that may remove it; nullptr if none may. A resource does not know
+/// of which cache it is.
+Result<LeasedPath> leaseItem(const std::string& item) {
+  std::vector<std::shared_ptr<const CachePlace>> places = CachePlace::living();
+  places.insert(places.begin(), nullptr);  // the cache of the process
+  for (const auto& place : places) {
+    const CacheInUse use(place.get());
+    if (!mayBeRemoved(item)) continue;
+    std::optional<Error> error;
+    auto leased = KivStorageService::leaseItemAtPath(item, &error);
+    if (!leased) return *std::move(error);
+    return leased;
+  }
+  return LeasedPath();
 }
 
 /// The value with the new path in place of each string that is an old one.
@@ -82,26 +102,26 @@ class LeasedItems {
   /// Leases the item of the file at the path, unless it is leased already.
   Status add(const std::string& path) {
     const std::string item = KivResourceStorageModule::itemRemovedWithPath(path);
-    if (!mayBeRemoved(item)) return {};
-    auto& leased = items_[item];
-    std::optional<Error> error;
-    if (!leased) leased = KivStorageService::leaseItemAtPath(item, &error);
-    if (!leased) return *std::move(error);
-    newPaths_[path] = *leased + path.substr(item.size());
+    const bool isNew = !items_.contains(item);
+    auto leased = isNew ? leaseItem(item) : items_[item];
+    if (!leased) return leased.error();
+    if (!*leased) return {};
+    newPaths_[path] = **leased + path.substr(item.size());
+    items_[item] = *std::move(leased);
     return {};
   }
 
   [[nodiscard]] const NewPaths& newPaths() const noexcept { return newPaths_; }
 
-  std::vector<std::shared_ptr<const std::string>> take() && {
-    std::vector<std::shared_ptr<const std::string>> paths;
+  std::vector<LeasedPath> take() && {
+    std::vector<LeasedPath> paths;
     for (auto& [item, leased] : items_)
       paths.push_back(std::move(leased));
     return paths;
   }
 
  private:
-  std::map<std::string, std::shared_ptr<const std::string>> items_;
+  std::map<std::string, LeasedPath> items_;
   NewPaths newPaths_;
 };
 

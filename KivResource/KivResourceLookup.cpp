@@ -9,6 +9,7 @@
 
 #include "KivPlatform/Foundation/Mutex.h"
 #include "KivPlatform/Foundation/files/FileManager.h"
+#include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceStorageModule.h"
 
@@ -48,12 +49,52 @@ bool namesOtherComputer(std::string_view path) {
          separators.find(path[1]) != separators.npos;
 }
 
-/// By the spelling alone. The host may have its directories on another computer.
-bool liesInOwnDirectory(std::string_view path) {
+/// True for a path in a directory of the cache in use, by the spelling alone. The host may have its
+/// directories on another computer.
+bool seemsOwn(std::string_view path) {
   const std::string resources = KivResourceStorageModule::resourcesDirectoryPath();
   const std::string packaged = KivResourceStorageModule::packagedResourcesPath();
   return (!resources.empty() && path.starts_with(resources)) ||
          (!packaged.empty() && path.starts_with(packaged));
+}
+
+/// The same by the resolved path, leases included.
+bool isOwn(std::string_view resolvedPath) {
+  return liesBelow(resolvedPath, KivResourceStorageModule::resourcesDirectoryPath()) ||
+         liesBelow(resolvedPath, KivResourceStorageModule::packagedResourcesPath()) ||
+         KivStorageService::isLeasedPath(resolvedPath);
+}
+
+bool liesBelowAny(std::string_view resolvedPath, const Roots& roots) {
+  return std::any_of(roots.begin(), roots.end(),
+                     [&](const std::string& root) { return liesBelow(resolvedPath, root); });
+}
+
+/// True if the predicate is true in the cache in use. Outside of the operations of a manager that
+/// can be any: a resource does not know of which cache it is.
+template <class Predicate>
+bool holdsInCache(const Predicate& predicate) {
+  if (predicate()) return true;
+  if (kiv::CacheInUse::isKnown()) return false;
+  const auto places = kiv::CachePlace::living();
+  return std::any_of(places.begin(), places.end(), [&](const auto& place) {
+    const kiv::CacheInUse use(place.get());
+    return predicate();
+  });
+}
+
+/// Whether the file is accepted by the roots of the cache in use.
+bool isAccepted(const std::string& resolvedPath) {
+  if (isOwn(resolvedPath)) return true;
+  const kiv::CachePlace* const place = kiv::CacheInUse::place();
+  if (place) return place->lookupRoots && liesBelowAny(resolvedPath, *place->lookupRoots);
+  const auto roots = rootsInForce();
+  return roots && liesBelowAny(resolvedPath, *roots);
+}
+
+bool isRestricted() {
+  const kiv::CachePlace* const place = kiv::CacheInUse::place();
+  return place ? place->lookupRoots.has_value() : rootsInForce() != nullptr;
 }
 
 }  // namespace
@@ -72,15 +113,10 @@ std::optional<std::vector<std::string>> KivResourceLookup::roots() {
 bool KivResourceLookup::fileExistsAtPath(std::string_view path) {
   // A listing shows only files of the resources directory, and no links, so roots need no check.
   if (kiv::FileListing::isFileAtPath(path)) return true;
-  if (namesOtherComputer(path) && !liesInOwnDirectory(path)) return false;
+  if (namesOtherComputer(path) && !holdsInCache([&] { return seemsOwn(path); })) return false;
   auto& files = kiv::FileManager::defaultManager();
-  const auto roots = rootsInForce();
-  if (!roots) return files.fileExistsAtPath(path);
+  if (!isRestricted()) return files.fileExistsAtPath(path);
   const auto resolved = files.resolvedPathOfItemAtPath(path);
-  if (!resolved || !files.fileExistsAtPath(*resolved)) return false;
-  return liesBelow(*resolved, KivResourceStorageModule::resourcesDirectoryPath()) ||
-         liesBelow(*resolved, KivResourceStorageModule::packagedResourcesPath()) ||
-         KivStorageService::isLeasedPath(*resolved) ||
-         std::any_of(roots->begin(), roots->end(),
-                     [&](const std::string& root) { return liesBelow(*resolved, root); });
+  return resolved && files.fileExistsAtPath(*resolved) &&
+         holdsInCache([&] { return isAccepted(*resolved); });
 }

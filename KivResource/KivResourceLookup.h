@@ -20,6 +20,10 @@
 /// A path that begins with two separators names another computer on Windows, which would be sent
 /// the user's credentials. It is accepted nowhere, except below the host's own directories.
 ///
+/// A cache beside that of the process has roots of its own (KivResourceCacheOptions::lookupRoots),
+/// which hold for its manager's operations. In other calls, as of a copy's filesExist(), the files
+/// of every open cache are accepted, too.
+///
 /// Stateless; may be called from any thread.
 class KIV_EXPORT KivResourceLookup {
  public:

@@ -17,6 +17,7 @@
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivPlatform/KivStorageService/store/ItemLease.h"
 #include "KivPlatform/KivStorageService/store/ProcessDirectory.h"
+#include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceStorageModule.h"
@@ -328,6 +329,7 @@ void removeItem(Maintenance::Item item, Maintenance::CleanUp& cleanUp) {
 
 std::optional<Maintenance::Audit> KivResourceMaintenance::audit(const KivResourceManager& manager,
                                                                 std::optional<Error>* error) {
+  const kiv::CacheInUse cache(manager.place().get());
   ListedFiles listed = listedFiles(manager);
   Audit audit;
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
@@ -349,6 +351,7 @@ std::optional<Maintenance::CleanUp> KivResourceMaintenance::cleanUpOrphans(
     }
     return std::nullopt;
   }
+  const kiv::CacheInUse cache(manager.place().get());
   ListedFiles listed = listedFiles(manager);
   if (auto doubt = doubtOfList(manager, listed)) {
     if (error) *error = std::move(doubt);
@@ -383,4 +386,10 @@ std::optional<Maintenance::Space> KivResourceMaintenance::space(std::optional<Er
     space.cacheUsed += *size;
   }
   return space;
+}
+
+std::optional<Maintenance::Space> KivResourceMaintenance::space(const KivResourceManager& manager,
+                                                                std::optional<Error>* error) {
+  const kiv::CacheInUse cache(manager.place().get());
+  return space(error);
 }

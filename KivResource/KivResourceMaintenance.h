@@ -106,6 +106,9 @@ class KIV_EXPORT KivResourceMaintenance {
     std::uint64_t cacheUsed = 0;            ///< By the framework: list, resources, temporaries.
   };
 
-  /// The used and free space. May be called before anything was stored.
+  /// The used and free space of the cache of the process. May be called before anything was stored.
   static std::optional<Space> space(std::optional<kiv::Error>* error = nullptr);
+  /// The same for the manager's cache.
+  static std::optional<Space> space(const KivResourceManager& manager,
+                                    std::optional<kiv::Error>* error = nullptr);
 };

@@ -7,6 +7,7 @@
 
 #include "KivPlatform/Foundation/queues/QueueAssertion.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
+#include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePassReports.h"
@@ -42,25 +43,33 @@ std::shared_ptr<KivResourceManager> KivResourceManager::sharedInstance() {
 }
 
 std::shared_ptr<KivResourceManager> KivResourceManager::newInstance() {
-  std::shared_ptr<KivResourceManager> manager(new KivResourceManager);
-  manager->create();
+  std::shared_ptr<KivResourceManager> manager(new KivResourceManager(nullptr));
+  manager->create(std::make_shared<KivResourceRESTModule>());
   return manager;
 }
 
-KivResourceManager::KivResourceManager()
+std::shared_ptr<KivResourceManager> KivResourceManager::newInstanceInPlace(
+    std::shared_ptr<const kiv::CachePlace> place, std::shared_ptr<KivResourceRESTModule> loader) {
+  std::shared_ptr<KivResourceManager> manager(new KivResourceManager(std::move(place)));
+  manager->create(std::move(loader));
+  return manager;
+}
+
+KivResourceManager::KivResourceManager(std::shared_ptr<const kiv::CachePlace> place)
     : queueAssertion_(std::make_shared<kiv::QueueAssertion>("the manager")),
+      place_(std::move(place)),
       fileListing_(std::make_unique<kiv::FileListing>()),
       removals_(std::make_unique<kiv::PendingRemovals>()),
       reports_(std::make_unique<kiv::PassReports>(queueAssertion_)) {}
 KivResourceManager::~KivResourceManager() = default;
 
-void KivResourceManager::create() {
+void KivResourceManager::create(std::shared_ptr<KivResourceRESTModule> loader) {
   multicastObserver_ = std::make_shared<MulticastObserver>();
   setLoadedResources(nullptr);
   savedList_ = std::make_unique<kiv::SavedList>();
   loadingResourcesFilesCount_ = 0;
   loadSavedResources();
-  setLoader(std::make_shared<KivResourceRESTModule>());
+  setLoader(std::move(loader));
 }
 
 void KivResourceManager::assertQueue(const char* call) const {
@@ -71,6 +80,7 @@ void KivResourceManager::assertQueue(const char* call) const {
 
 void KivResourceManager::loadSavedResources() {
   assertQueue();
+  const kiv::CacheInUse use(place_.get());
   if (listIsChanged_) saveChanges();
   savedList_->restore(*loadedResources_, *fileListing_);
   kiv::SystemLog::write(
@@ -80,6 +90,7 @@ void KivResourceManager::loadSavedResources() {
 
 void KivResourceManager::saveLoadedResorcesList() const {
   assertQueue();
+  const kiv::CacheInUse use(place_.get());
   kiv::SavedList::Access(*savedList_, *loadedResources_).save();
 }
 
@@ -137,6 +148,7 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithType(
 kiv::ResourceArray KivResourceManager::allLoadedResourcesWithCopy(bool copy) const {
   assertQueue();
   if (!copy) return loadedResources_->resources();
+  const kiv::CacheInUse cache(place_.get());
   const kiv::FileListing::Use use(fileListing_->refreshed(loadedResources_->size()));
   return copiesOf(*loadedResources_);
 }
@@ -148,6 +160,7 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithID_copy(
   if (!resourceID) return {};
   auto found = loadedResources_->resourcesWithID(*resourceID);
   if (!copy) return found;
+  const kiv::CacheInUse cache(place_.get());
   const kiv::FileListing::Use use(fileListing_->ifUnchanged(found.size()));
   return copiesOf(found);
 }
@@ -159,6 +172,7 @@ kiv::ResourceArray KivResourceManager::loadedResourcesWithType_copy(
   if (!type) return {};
   auto found = loadedResources_->resourcesWithType(*type);
   if (!copy) return found;
+  const kiv::CacheInUse cache(place_.get());
   const kiv::FileListing::Use use(fileListing_->ifUnchanged(found.size()));
   return copiesOf(found);
 }
@@ -195,7 +209,7 @@ void KivResourceManager::removeObserver(
 // --- Steps ---------------------------------------------------------------------------------------
 
 kiv::ManagerStep KivResourceManager::beginStep() {
-  return {stepDepth_, [this] { handleArrivals(); }, [this] { endStep(); }};
+  return {place_.get(), stepDepth_, [this] { handleArrivals(); }, [this] { endStep(); }};
 }
 
 void KivResourceManager::endStep() {
@@ -318,8 +332,16 @@ const std::shared_ptr<KivResourceRESTModule>& KivResourceManager::loader() const
 void KivResourceManager::setLoader(std::shared_ptr<KivResourceRESTModule> loader) {
   assertQueue();
   loader_ = std::move(loader);
+  const kiv::CacheInUse use(place_.get());
+  const bool hasDefaultServers =
+      loader_ && loader_->appConfiguration() == KivAppConfiguration::sharedInstance();
+  if (place_ && hasDefaultServers) loader_->setAppConfiguration(place_->servers);
   const auto client = loader_ ? loader_->restService() : nullptr;
   if (!client || !client->settings().spoolDirectory.empty()) return;
   // On the file system of the resources, so that a large file is stored by a rename.
   client->setSpoolDirectory(KivResourceStorageModule::spoolDirectoryPath());
+}
+
+const std::shared_ptr<const kiv::CachePlace>& KivResourceManager::place() const noexcept {
+  return place_;
 }

@@ -23,6 +23,7 @@
 #include "KivResource/KivResourceRESTModule.h"
 
 namespace kiv {
+struct CachePlace;
 class FileListing;
 class ManagerStep;
 class PassCollector;
@@ -62,6 +63,9 @@ class KIV_EXPORT KivResourceManager final
   /// one process. Managers on one storage root share the saved list as processes do: each learns of
   /// the others' resources with its next save.
   static std::shared_ptr<KivResourceManager> newInstance();
+  /// The same for a cache of its own, for KivResourceCache, which hosts use.
+  static std::shared_ptr<KivResourceManager> newInstanceInPlace(
+      std::shared_ptr<const kiv::CachePlace> place, std::shared_ptr<KivResourceRESTModule> loader);
 
   KivResourceManager(const KivResourceManager&) = delete;
   KivResourceManager& operator=(const KivResourceManager&) = delete;
@@ -198,12 +202,17 @@ class KIV_EXPORT KivResourceManager final
   [[nodiscard]] std::int64_t loadingResourcesFilesCount() const noexcept;
   void setLoadingResourcesFilesCount(std::int64_t count) noexcept;
   [[nodiscard]] const std::shared_ptr<KivResourceRESTModule>& loader() const noexcept;
-  /// If the loader's client has no spool directory, it gets one under the storage root.
+  /// If the loader's client has no spool directory, it gets one under the storage root. In a cache
+  /// of its own (KivResourceCache), a loader for the servers of the process gets those of the
+  /// cache.
   void setLoader(std::shared_ptr<KivResourceRESTModule> loader);
+  /// The cache of its own to which the manager belongs; nullptr for that of the process. May be
+  /// called from any thread.
+  [[nodiscard]] const std::shared_ptr<const kiv::CachePlace>& place() const noexcept;
 
  private:
-  KivResourceManager();
-  void create();
+  explicit KivResourceManager(std::shared_ptr<const kiv::CachePlace> place);
+  void create(std::shared_ptr<KivResourceRESTModule> loader);
   void assertQueue(const char* call = __builtin_FUNCTION()) const;
 
   /// `collector` makes the report, or is nullptr.
@@ -249,6 +258,7 @@ class KIV_EXPORT KivResourceManager final
   void announceFinish();
 
   const std::shared_ptr<const kiv::QueueAssertion> queueAssertion_;
+  const std::shared_ptr<const kiv::CachePlace> place_;
   std::shared_ptr<MulticastObserver> multicastObserver_;
   std::shared_ptr<kiv::ResourceList> loadedResources_;
   std::unique_ptr<kiv::SavedList> savedList_;

@@ -7,6 +7,7 @@
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
+#include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceFileListing.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
@@ -130,6 +131,7 @@ void KivResourceManager::downloadFile(const std::string& fileLink,
 void KivResourceManager::completeDownload(const std::shared_ptr<Arrival>& arrival,
                                           const std::optional<kiv::Data>& data,
                                           const std::optional<kiv::Error>& error) {
+  const kiv::CacheInUse use(place_.get());
   arrival->isComplete = kiv::contain([&] {
     arrival->data = data;
     arrival->error = error;

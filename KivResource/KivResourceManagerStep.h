@@ -4,6 +4,8 @@
 #include <functional>
 #include <utility>
 
+#include "KivResource/KivResourceCachePlace.h"
+
 namespace kiv {
 
 /// Runs a part of a step; false if it threw, which happens if memory runs out. Such an exception
@@ -35,10 +37,11 @@ void insist(const Part& part) noexcept {
 /// Downloads that complete in one job of the queue share a step (Arrival).
 class ManagerStep {
  public:
-  /// `depth` counts the steps that are open. `begin` is called when the outermost one begins, and
-  /// `end` when it ends; neither may throw.
-  ManagerStep(int& depth, const std::function<void()>& begin, std::function<void()> end)
-      : depth_(depth), end_(std::move(end)) {
+  /// The step works for the cache of the place. `depth` counts the steps that are open. `begin` is
+  /// called when the outermost one begins, and `end` when it ends; neither may throw.
+  ManagerStep(const CachePlace* place, int& depth, const std::function<void()>& begin,
+              std::function<void()> end)
+      : cache_(place), depth_(depth), end_(std::move(end)) {
     if (++depth_ == 1) begin();
   }
   ManagerStep(const ManagerStep&) = delete;
@@ -48,6 +51,7 @@ class ManagerStep {
   }
 
  private:
+  const CacheInUse cache_;
   int& depth_;
   const std::function<void()> end_;
 };

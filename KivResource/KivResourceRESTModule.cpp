@@ -45,7 +45,12 @@ void evaluateOutcome(const KivRESTServiceTask& task, std::string_view fileLink,
 
 }  // namespace
 
-KivResourceRESTModule::KivResourceRESTModule() : restService_(std::make_shared<KivRESTService>()) {}
+KivResourceRESTModule::KivResourceRESTModule()
+    : KivResourceRESTModule(std::make_shared<KivRESTService>()) {}
+
+KivResourceRESTModule::KivResourceRESTModule(std::shared_ptr<KivRESTService> restService)
+    : appConfiguration_(KivAppConfiguration::sharedInstance()),
+      restService_(std::move(restService)) {}
 
 KivResourceRESTModule::~KivResourceRESTModule() = default;
 
@@ -110,12 +115,12 @@ std::optional<kiv::URLRequest> KivResourceRESTModule::createGetRequestWithURL(
 
 std::optional<kiv::URL> KivResourceRESTModule::mainURLForFileWithLink(
     std::string_view fileLink) const {
-  return urlOnServer(KivAppConfiguration::sharedInstance()->mainACSDomain(), fileLink);
+  return urlOnServer(appConfiguration_->mainACSDomain(), fileLink);
 }
 
 std::vector<kiv::URL> KivResourceRESTModule::mirrorURLsForFileWithLink(
     std::string_view fileLink) const {
-  const auto url = urlOnServer(KivAppConfiguration::sharedInstance()->reserveACSDomain(), fileLink);
+  const auto url = urlOnServer(appConfiguration_->reserveACSDomain(), fileLink);
   return url ? std::vector{*url} : std::vector<kiv::URL>();
 }
 
@@ -126,6 +131,17 @@ std::shared_ptr<KivResourceRESTModuleDelegate> KivResourceRESTModule::delegate()
 void KivResourceRESTModule::setDelegate(
     const std::shared_ptr<KivResourceRESTModuleDelegate>& delegate) {
   delegate_ = delegate;
+}
+
+const std::shared_ptr<KivAppConfiguration>& KivResourceRESTModule::appConfiguration()
+    const noexcept {
+  return appConfiguration_;
+}
+
+void KivResourceRESTModule::setAppConfiguration(
+    std::shared_ptr<KivAppConfiguration> configuration) {
+  appConfiguration_ =
+      configuration ? std::move(configuration) : KivAppConfiguration::sharedInstance();
 }
 
 const std::shared_ptr<KivRESTService>& KivResourceRESTModule::restService() const noexcept {

@@ -13,6 +13,7 @@
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
+class KivAppConfiguration;
 class KivResource;
 
 /// Part of the interface only: the download module never calls its delegate.
@@ -25,7 +26,7 @@ class KIV_EXPORT KivResourceRESTModuleDelegate {
 ///
 /// Owned by the manager. Its operations run on the caller's thread; completions are called on the
 /// queue of its client, which is the one on which the module was created. The servers' domains are
-/// read from KivAppConfiguration for each download.
+/// read for each download.
 class KIV_EXPORT KivResourceRESTModule {
  public:
   /// The outcome of a download: the bytes, or an error, or both if a transfer broke off after some
@@ -39,6 +40,8 @@ class KIV_EXPORT KivResourceRESTModule {
 
   /// Creates a module with its own client.
   KivResourceRESTModule();
+  /// Creates a module with that client, or none.
+  explicit KivResourceRESTModule(std::shared_ptr<KivRESTService> restService);
   virtual ~KivResourceRESTModule();
   KivResourceRESTModule(const KivResourceRESTModule&) = delete;
   KivResourceRESTModule& operator=(const KivResourceRESTModule&) = delete;
@@ -79,11 +82,18 @@ class KIV_EXPORT KivResourceRESTModule {
   /// Held weakly.
   void setDelegate(const std::shared_ptr<KivResourceRESTModuleDelegate>& delegate);
 
+  /// The servers: by default those of the process (KivAppConfiguration::sharedInstance). The
+  /// manager of another cache sets that cache's when it gets a module with the default.
+  [[nodiscard]] const std::shared_ptr<KivAppConfiguration>& appConfiguration() const noexcept;
+  /// nullptr restores the default.
+  void setAppConfiguration(std::shared_ptr<KivAppConfiguration> configuration);
+
   [[nodiscard]] const std::shared_ptr<KivRESTService>& restService() const noexcept;
   void setRestService(std::shared_ptr<KivRESTService> restService);
 
  private:
   TaskHandler taskHandler_;  ///< Of the download that is being started.
   std::weak_ptr<KivResourceRESTModuleDelegate> delegate_;
+  std::shared_ptr<KivAppConfiguration> appConfiguration_;
   std::shared_ptr<KivRESTService> restService_;
 };

@@ -14,6 +14,7 @@
 #include "KivPlatform/Foundation/system/Bundle.h"
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceArchiveRemoval.h"
+#include "KivResource/KivResourceCachePlace.h"
 
 namespace {
 
@@ -27,6 +28,13 @@ constexpr std::int64_t dataIsNotArrayErrorCode = 110;
 
 constexpr std::string_view archiveSuffix = KivResouceArchiveKey[0];
 constexpr std::string_view entryPage = KivResouceArchiveKey[1];
+
+kiv::Bundle packagedResources() {
+  const kiv::CachePlace* const cache = kiv::CacheInUse::place();
+  if (cache && cache->packagedResourcesPath)
+    return kiv::Bundle::bundleWithPath(*cache->packagedResourcesPath);
+  return kiv::Bundle::frameworkBundleWithDirectory(packagedBundle);
+}
 
 /// The place of a file with a given name.
 struct Place {
@@ -121,7 +129,7 @@ std::string KivResourceStorageModule::spoolDirectoryPath() {
 }
 
 std::string KivResourceStorageModule::packagedResourcesPath() {
-  const kiv::Bundle bundle = kiv::Bundle::frameworkBundleWithDirectory(packagedBundle);
+  const kiv::Bundle bundle = packagedResources();
   const std::string& directory = bundle.resourcePath();
   return directory.empty() ? directory
                            : kiv::path::appendingPathComponent(directory, packagedBundle);
@@ -235,17 +243,15 @@ std::optional<std::string> KivResourceStorageModule::pathToInnerResourceFileWith
   // A name that merely ends in "." has no extension to split off.
   const std::string_view stem =
       extension.empty() ? fileName : kiv::path::deletingPathExtension(fileName);
-  return kiv::Bundle::frameworkBundleWithDirectory(packagedBundle)
-      .pathForResource_ofType_inDirectory(stem, extension, packagedBundle);
+  return packagedResources().pathForResource_ofType_inDirectory(stem, extension, packagedBundle);
 }
 
 std::optional<std::string> KivResourceStorageModule::pathToInnerResourceArchiveWithName(
     std::string_view stem) {
   if (!kiv::filename::isHarmless(stem)) return std::nullopt;
-  return kiv::Bundle::frameworkBundleWithDirectory(packagedBundle)
-      .pathForResource_ofType_inDirectory(kiv::path::deletingPathExtension(entryPage),
-                                          kiv::path::pathExtension(entryPage),
-                                          kiv::path::appendingPathComponent(packagedBundle, stem));
+  return packagedResources().pathForResource_ofType_inDirectory(
+      kiv::path::deletingPathExtension(entryPage), kiv::path::pathExtension(entryPage),
+      kiv::path::appendingPathComponent(packagedBundle, stem));
 }
 
 kiv::Array KivResourceStorageModule::arrayOfDictionaryFromData_error(

@@ -5,6 +5,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivConfigurationCheck.h
   KivResource/KivConfigurationUpdater.h
   KivResource/KivResource.h
+  KivResource/KivResourceCache.h
   KivResource/KivResourceConstants.h
   KivResource/KivResourceFactory.h
   KivResource/KivResourceLease.h
@@ -64,6 +65,7 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivConfigurationSchedule.h
   KivResource/KivConfigurationStore.h
   KivResource/KivResourceArchiveRemoval.h
+  KivResource/KivResourceCachePlace.h
   KivResource/KivResourceFileListing.h
   KivResource/KivResourceIndex.h
   KivResource/KivResourceListMerge.h

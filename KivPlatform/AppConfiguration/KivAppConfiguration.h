@@ -9,12 +9,16 @@
 
 /// The configuration of the application: the domains of the two file servers.
 ///
-/// A singleton. The host sets the domains before the first pass and may change them at any time,
-/// from any thread; each download reads them again.
+/// The process has one, and each cache beside that of the process has its own (KivResourceCache).
+/// The host sets the domains before the first pass and may change them at any time, from any
+/// thread; each download reads them again.
 class KIV_EXPORT KivAppConfiguration {
  public:
+  /// That of the process.
   static std::shared_ptr<KivAppConfiguration> sharedInstance();
 
+  /// Another one, without domains.
+  KivAppConfiguration() = default;
   KivAppConfiguration(const KivAppConfiguration&) = delete;
   KivAppConfiguration& operator=(const KivAppConfiguration&) = delete;
 
@@ -28,8 +32,6 @@ class KIV_EXPORT KivAppConfiguration {
   void setReserveACSDomain(std::optional<std::string> domain);
 
  private:
-  KivAppConfiguration() = default;
-
   mutable kiv::Mutex mutex_;
   std::optional<std::string> mainDomain_ KIV_GUARDED_BY(mutex_);
   std::optional<std::string> reserveDomain_ KIV_GUARDED_BY(mutex_);

@@ -11,6 +11,7 @@
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/KivStorageService/StagedSave.h"
+#include "KivPlatform/KivStorageService/StorageInUse.h"
 #include "KivPlatform/KivStorageService/store/ItemLease.h"
 #include "KivPlatform/KivStorageService/store/StorageErrors.h"
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
@@ -29,6 +30,7 @@ using kiv::storage::ItemLease;
 using kiv::storage::quoted;
 using kiv::storage::SaveRequest;
 using kiv::storage::StagedSave;
+using kiv::storage::StorageInUse;
 using kiv::storage::StorageRoot;
 using kiv::storage::storedPath;
 using kiv::storage::SyncGroup;
@@ -44,7 +46,7 @@ LimitsInUse& limitsInUse() {
 }
 
 Status save(SaveRequest request) {
-  auto save = StagedSave::begin(StorageRoot::current(), std::move(request));
+  auto save = StagedSave::begin(StorageInUse::root(), std::move(request));
   if (!save) return save.error();
   if (Status status = save->checkName(); !status) return status;
   Status status = save->write(KivStorageService::archiveLimits(), nullptr);
@@ -54,7 +56,7 @@ Status save(SaveRequest request) {
 Result<Data> load(std::string_view fileName, std::string_view relativePath) {
   Status status = kiv::storage::checkPlace(fileName, relativePath);
   if (!status) return status;
-  const auto root = StorageRoot::current();
+  const auto root = StorageInUse::root();
   if (!root) return kiv::storage::noRootError();
   return FileManager::defaultManager().contentsAtPath(
       storedPath(root->path(), relativePath, fileName));
@@ -75,7 +77,7 @@ auto guarded(std::string_view fileName, const Operation& operation) -> decltype(
 }  // namespace
 
 std::string KivStorageService::rootPath() {
-  return StorageRoot::currentPath();
+  return StorageInUse::rootPath();
 }
 
 std::string KivStorageService::temporariesPath() {
@@ -96,6 +98,7 @@ bool KivStorageService::setRootPathInUserCache(const std::optional<std::string>&
 }
 
 kiv::ArchiveLimits KivStorageService::archiveLimits() {
+  if (const auto* const storage = StorageInUse::current()) return storage->archiveLimits;
   const kiv::MutexLock guard(limitsInUse().mutex);
   return limitsInUse().limits;
 }
@@ -128,7 +131,7 @@ bool KivStorageService::savePrivateData_forFileName_atRelativePath_error(
       .reportTo(error);
 }
 
-KivStorageService::Batch::Batch() : root_(StorageRoot::current()) {
+KivStorageService::Batch::Batch() : root_(StorageInUse::root()) {
   if (root_) root_->beginBatch();
 }
 
@@ -172,7 +175,7 @@ bool KivStorageService::Batch::end(std::optional<Error>* error) {
 }
 
 std::optional<std::string> KivStorageService::withdrawDirectoryAtPath(std::string_view path) {
-  const auto root = StorageRoot::current();
+  const auto root = StorageInUse::root();
   if (!root) return std::nullopt;
   auto temporary = root->makeTemporary();
   if (!temporary) return std::nullopt;
@@ -185,7 +188,7 @@ std::optional<std::string> KivStorageService::withdrawDirectoryAtPath(std::strin
 std::shared_ptr<const std::string> KivStorageService::leaseItemAtPath(std::string_view path,
                                                                       std::optional<Error>* error) {
   const auto take = [&]() -> Result<std::shared_ptr<const ItemLease>> {
-    const auto root = StorageRoot::current();
+    const auto root = StorageInUse::root();
     if (!root) return kiv::storage::noRootError();
     auto lease = ItemLease::take(*root, std::string(path));
     if (!lease) return lease.error();
@@ -209,7 +212,7 @@ std::optional<Data> KivStorageService::loadDataForFileName_atRelativePath_error(
 bool KivStorageService::fileExistsWithName_atRelativePath(std::string_view fileName,
                                                           std::string_view relativePath) {
   if (!kiv::storage::checkPlace(fileName, relativePath)) return false;
-  const auto root = StorageRoot::current();
+  const auto root = StorageInUse::root();
   return root && FileManager::defaultManager().fileExistsAtPath(
                      storedPath(root->path(), relativePath, fileName));
 }

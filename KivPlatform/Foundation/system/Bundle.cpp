@@ -115,6 +115,10 @@ void Bundle::setFrameworkResourcesPath(std::optional<std::string> path) {
   configured().path = std::move(path);
 }
 
+Bundle Bundle::bundleWithPath(std::string path) {
+  return Bundle(std::move(path));
+}
+
 Bundle::Bundle(std::string resourcePath) : resourcePath_(std::move(resourcePath)) {}
 
 std::optional<std::string> Bundle::pathForResource_ofType_inDirectory(

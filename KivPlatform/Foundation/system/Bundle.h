@@ -24,6 +24,9 @@ class KIV_EXPORT Bundle {
   /// with the next frameworkBundleWithDirectory().
   static void setFrameworkResourcesPath(std::optional<std::string> path);
 
+  /// The directory at the absolute path. An empty path has no resources.
+  static Bundle bundleWithPath(std::string path);
+
   /// The directory; empty if none was found.
   [[nodiscard]] const std::string& resourcePath() const noexcept { return resourcePath_; }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -54,19 +55,34 @@ Status synchronizeWay(const std::string& top, const std::string& bottom) {
   return {};
 }
 
-// --- The root in use -----------------------------------------------------------------------------
+// --- The open roots ------------------------------------------------------------------------------
 
 /// Never destroyed, because a thread may save while the process exits. The next process removes the
 /// orphaned lock file and the empty directory.
-struct Current {
+struct OpenRoots {
   Mutex mutex;
+  std::map<std::string, std::weak_ptr<StorageRoot>> byPath KIV_GUARDED_BY(mutex);
+  /// That of the process, and the path that the host has set for it.
+  std::shared_ptr<StorageRoot> current KIV_GUARDED_BY(mutex);
   std::optional<std::string> namedPath KIV_GUARDED_BY(mutex);
-  std::shared_ptr<StorageRoot> root KIV_GUARDED_BY(mutex);
 };
 
-Current& inUse() {
-  static auto& shared = *new Current;
+OpenRoots& inUse() {
+  static auto& shared = *new OpenRoots;
   return shared;
+}
+
+std::shared_ptr<StorageRoot> open(OpenRoots& shared, const std::string& path)
+    KIV_REQUIRES(shared.mutex) {
+  if (path.empty()) return nullptr;
+  if (auto root = shared.byPath[path].lock()) {
+    ProcessDirectory::sweep(path);
+    return root;
+  }
+  std::erase_if(shared.byPath, [](const auto& entry) { return entry.second.expired(); });
+  auto root = std::make_shared<StorageRoot>(path);
+  shared.byPath[path] = root;
+  return root;
 }
 
 std::string tidied(std::string path) {
@@ -98,17 +114,14 @@ std::string defaultPath() {
   return pathInUserDirectory(system::userDataDirectory(), directoryName());
 }
 
-std::string pathOf(const Current& shared) KIV_REQUIRES(shared.mutex) {
-  if (shared.root) return shared.root->path();
+std::string currentPathOf(const OpenRoots& shared) KIV_REQUIRES(shared.mutex) {
+  if (shared.current) return shared.current->path();
   return shared.namedPath ? *shared.namedPath : defaultPath();
 }
 
-std::shared_ptr<StorageRoot> rootOf(Current& shared) KIV_REQUIRES(shared.mutex) {
-  if (!shared.root) {
-    std::string path = pathOf(shared);
-    if (!path.empty()) shared.root = std::make_shared<StorageRoot>(std::move(path));
-  }
-  return shared.root;
+std::shared_ptr<StorageRoot> currentOf(OpenRoots& shared) KIV_REQUIRES(shared.mutex) {
+  if (!shared.current) shared.current = open(shared, currentPathOf(shared));
+  return shared.current;
 }
 
 }  // namespace
@@ -234,21 +247,26 @@ std::string StorageRoot::pathInUserCache(const std::optional<std::string>& name)
 
 std::string StorageRoot::currentPath() {
   const MutexLock guard(inUse().mutex);
-  return pathOf(inUse());
+  return currentPathOf(inUse());
 }
 
 void StorageRoot::setCurrentPath(std::optional<std::string> path) {
   const MutexLock guard(inUse().mutex);
   // Release the old root first: if the new one is the same, its sweep then finds no lock held by
   // this process.
-  inUse().root.reset();
+  inUse().current.reset();
   inUse().namedPath = path ? std::optional(namedPath(*path)) : std::nullopt;
-  if (inUse().namedPath) rootOf(inUse());
+  if (inUse().namedPath) currentOf(inUse());
 }
 
 std::shared_ptr<StorageRoot> StorageRoot::current() {
   const MutexLock guard(inUse().mutex);
-  return rootOf(inUse());
+  return currentOf(inUse());
+}
+
+std::shared_ptr<StorageRoot> StorageRoot::open(const std::string& path) {
+  const MutexLock guard(inUse().mutex);
+  return storage::open(inUse(), namedPath(path));
 }
 
 }  // namespace kiv::storage

@@ -21,18 +21,23 @@ namespace kiv::storage {
 /// known to be synced. Thread-safe.
 class StorageRoot {
  public:
-  /// The current root, opened by the first call; nullptr if there is none.
+  /// The root of the process, opened by the first call; nullptr if there is none.
   static std::shared_ptr<StorageRoot> current();
-  /// The path of the current root, empty if there is none. Does not access the disk.
+  /// The path of the root of the process, empty if there is none. Does not access the disk.
   static std::string currentPath();
   /// The path of a directory in the user's cache directory, by default that of this program. Empty
   /// if there is none, or the name is not a valid file name.
   static std::string pathInUserCache(const std::optional<std::string>& name);
-  /// Sets the root and opens it; std::nullopt restores the default. Saves that are running complete
-  /// in the old root.
+  /// Sets the root of the process and opens it; std::nullopt restores the default. Saves that are
+  /// running complete in the old root.
   static void setCurrentPath(std::optional<std::string> path);
 
-  /// Opens the root: undoes interrupted swaps and removes orphaned temporary files.
+  /// Opens the root at the path: undoes interrupted swaps and removes orphaned temporary files. A
+  /// path that is open already gives the same root. nullptr for a path that cannot be a root: it is
+  /// empty, or has a null character in it.
+  static std::shared_ptr<StorageRoot> open(const std::string& path);
+
+  /// Opens the root, even if it is open already.
   explicit StorageRoot(std::string path);
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
