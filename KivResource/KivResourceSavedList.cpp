@@ -33,8 +33,10 @@ FileManager& files() {
   return FileManager::defaultManager();
 }
 
+/// Empty if there is no storage root.
 std::string lockPath() {
-  return KivResourceStorageModule::resourcesListPath() + std::string(lockSuffix);
+  std::string list = KivResourceStorageModule::resourcesListPath();
+  return list.empty() ? list : list.append(lockSuffix);
 }
 
 bool isHeldByAnother(const Result<std::unique_ptr<FileLock>>& lock) {
@@ -168,9 +170,11 @@ SavedList::Access::Access(SavedList& list, ResourceList& registry)
   if (lock_) list_.catchUp(registry_);
 }
 
-/// A file system without locks is no failure: the lock is nullptr then.
+/// A file system without locks is no failure: the lock is nullptr then. So it is without a storage
+/// root, where saving fails with a reason of its own.
 Result<std::unique_ptr<FileLock>> SavedList::lock() {
   const std::string path = lockPath();
+  if (path.empty()) return nullptr;
   const auto deadline = std::chrono::steady_clock::now() + patience;
   auto lock = files().lockFileAtPath(path);
   if (!lock && isSystemError(lock.error(), std::errc::no_such_file_or_directory)) {

@@ -16,6 +16,8 @@
 #include "KivResource/NSError+KivResource.h"
 #include "Tests/Support/FaultyFileManager.h"
 #include "Tests/Support/ManagerFixture.h"
+#include "Tests/Support/TemporaryDirectory.h"
+#include "Tests/Support/WorkingDirectory.h"
 
 namespace kiv::test {
 namespace {
@@ -508,6 +510,17 @@ TEST_F(KivResourceSharedListTest, NothingIsSavedWhileAnotherKeepsTheLock) {
   load({});
   EXPECT_THAT(listed(), ElementsAre("a", "b"));
   EXPECT_EQ(manager->lastSaveError(), std::nullopt);
+}
+
+TEST_F(KivResourceSavedListTest, WithoutARootNothingIsWrittenToTheWorkingDirectory) {
+  const TemporaryDirectory scratch;
+  const WorkingDirectory directory(scratch.path());
+  KivStorageService::setRootPath("");
+  restart();
+  beginLoad({plain("a", 1)});
+  EXPECT_EQ(takeEvents(), (Events{"loaded a", "finished"}));
+  EXPECT_TRUE(manager->lastSaveError());
+  EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
 }
 
 }  // namespace
