@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "KivPlatform/Foundation/Export.h"
+
 /// Domain of the transfer errors; their codes are those of KivRESTServiceErrorCode.
 inline constexpr std::string_view KivRESTServiceErrorDomain = "kiv.KivRESTService";
 
@@ -29,3 +31,10 @@ enum class KivRESTServiceErrorCode : int {
   /// sent, see KivRESTService::setRequestHandler().
   refusedRequest = 17,
 };
+
+namespace kiv {
+
+/// The enumerator's name, such as "cannotConnect", for logs; empty for a number that is none.
+KIV_EXPORT std::string_view nameOf(KivRESTServiceErrorCode code) noexcept;
+
+}  // namespace kiv

@@ -83,6 +83,10 @@ void addSelection(CLI::App& command, Options& options) {
   type->type_name("TYPE")->excludes(id);
 }
 
+void addVerbose(CLI::App& command, Options& options) {
+  command.add_flag("--verbose", options.verbose, "Also shows each failed try at a server, and why");
+}
+
 void addGeneralOptions(CLI::App& app, Options& options) {
   addDirectory(app, "--root", options.root,
                "The storage root; a folder in the user's data directory where none is named");
@@ -99,10 +103,12 @@ void addPassCommands(CLI::App& app, Options& options) {
   auto* const load = addCommand(app, options, "load", "Loads what a configuration names", runLoad);
   addConfig(*load, options);
   addSelection(*load, options);
+  addVerbose(*load, options);
   auto* const update = addCommand(
       app, options, "update",
       "Loads what a configuration names, and drops from the list what it does not name", runUpdate);
   addConfig(*update, options);
+  addVerbose(*update, options);
   auto* const watch =
       addCommand(app, options, "watch",
                  "Keeps the resources up to date with a configuration on a server, until it is "

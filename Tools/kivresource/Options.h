@@ -23,6 +23,7 @@ struct Options {
   std::string config;  ///< A path, or "-" for standard input.
   std::optional<std::string> id;
   std::optional<std::string> type;
+  bool verbose = false;
   bool dryRun = false;
   std::string directory;
   int port = 0;

@@ -1,12 +1,13 @@
 // The commands load and update, which run one pass and show its progress.
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <unistd.h>
+#include <utility>
 
 #include "KivResource/KivResource.h"
 #include "KivSession/ConfigurationFile.h"
+#include "KivSession/PassReportJSON.h"
 #include "KivSession/Session.h"
 #include "KivSession/SessionEvents.h"
 #include "Tools/kivresource/Commands.h"
@@ -22,23 +23,26 @@ namespace tool {
 
 namespace {
 
-using Call = std::function<void(KivResourceManager&)>;
-
-/// Makes the call and drains the main queue until the pass has ended and all its callbacks have
-/// run. Returns the signal that stopped the pass, or 0.
-int runPass(KivResourceManager& manager, const Call& call) {
+/// Drains the main queue until the pass has ended and all its callbacks have run. Returns the
+/// signal that stopped the pass, or 0.
+int runPass(KivResourceManager& manager, const KivResourcePass& pass,
+            const KivResourcePassReportHandler& handler) {
   int stoppedBy = 0;
   const InterruptWatch watch([&](int signal) {
     stoppedBy = signal;
     manager.stopLoading();
   });
   const auto queue = kiv::DispatchQueue::main();
-  call(manager);
+  manager.startPass(pass, handler);
   while (manager.loadingResourcesFilesCount() > 0)
     queue->drainFor(std::chrono::hours(1));
   while (queue->drain() > 0) {
   }
   return stoppedBy;
+}
+
+void printReport(const KivResourcePassReport& report) {
+  printJSONLine(kiv::session::passReportLine(report, nullptr));
 }
 
 void showWhatIsMissing(PassView& view, const Options& options, const ConfigurationCheck& check,
@@ -81,9 +85,8 @@ kiv::Result<kiv::Value> readConfiguration(const std::string& path) {
   return kiv::session::readConfigurationFile(path);
 }
 
-int passWithConfig(const Options& options,
-                   const std::function<void(KivResourceManager&, const kiv::Value&)>& call) {
-  const auto config = readConfiguration(options.config);
+int passWithConfig(const Options& options, KivResourcePass pass) {
+  auto config = readConfiguration(options.config);
   if (!config) {
     complain(config.error().localizedDescription());
     return exitStatus::usage;
@@ -95,7 +98,7 @@ int passWithConfig(const Options& options,
   if (!options.json) keepLogFromTerminal();
 
   const auto manager = KivResourceManager::sharedInstance();
-  const auto view = options.json ? nullptr : std::make_shared<PassView>();
+  const auto view = options.json ? nullptr : std::make_shared<PassView>(options.verbose);
   const auto outcome = std::make_shared<PassOutcome>(view);
   const auto lines =
       options.json ? std::make_shared<kiv::session::SessionEvents>(printJSONLine) : nullptr;
@@ -107,28 +110,24 @@ int passWithConfig(const Options& options,
     manager->loader()->restService()->setEndHandler(
         [view](const auto& task) { view->noteEnd(task); });
   }
-  const int stoppedBy = runPass(*manager, [&](auto& host) { call(host, *config); });
+  pass.config = *std::move(config);
+  const int stoppedBy = runPass(*manager, pass, [&](const KivResourcePassReport& report) {
+    if (options.json && options.verbose) printReport(report);
+  });
   return close(*manager, check, *outcome, stoppedBy, view.get(), options);
 }
 
 }  // namespace
 
 int runLoad(const Options& options) {
-  return passWithConfig(options, [&](auto& manager, const kiv::Value& config) {
-    if (options.id) {
-      manager.loadResourceWithID_forConfig(options.id, config);
-    } else if (options.type) {
-      manager.loadResourcesWithType_forConfig(options.type, config);
-    } else {
-      manager.loadResourcesForConfig(config);
-    }
-  });
+  KivResourcePass pass;
+  pass.resourceID = options.id;
+  pass.type = options.type;
+  return passWithConfig(options, std::move(pass));
 }
 
 int runUpdate(const Options& options) {
-  return passWithConfig(options, [](auto& manager, const kiv::Value& config) {
-    manager.updateResourcesForConfig(config);
-  });
+  return passWithConfig(options, KivResourcePass::update({}));
 }
 
 }  // namespace tool

@@ -29,6 +29,10 @@ void PassView::showFailed(const KivResourceManager& manager, const KivResource& 
 }
 
 void PassView::noteEnd(const KivRESTServiceTask& task) {
+  if (showsTries_) {
+    for (const auto& failed : task.metrics().failedTries)
+      showTry(failed);
+  }
   if (task.request() && !task.returnedData())
     failedURLs_.push_back(kiv::displayedURL(task.request()->url.absoluteString()));
 }
@@ -49,6 +53,14 @@ std::string PassView::failedURL(const KivResourceManager& manager,
 void PassView::showFailure(const std::string& what, std::string_view reason) {
   printLine(terminal_.styled(Terminal::Style::red, "failed") + "  " + what + ": " +
             terminal_.styled(Terminal::Style::dim, kiv::escapingControlCharacters(reason)));
+}
+
+void PassView::showTry(const KivRESTServiceFailedTry& failed) {
+  const std::string reason = failed.error ? std::string(kiv::nameOf(*failed.error))
+                                          : "status " + std::to_string(failed.statusCode);
+  printLine(terminal_.styled(Terminal::Style::dim, "tried") + "   " +
+            kiv::displayedURL(failed.server.absoluteString()) + ": " +
+            terminal_.styled(Terminal::Style::dim, reason));
 }
 
 void PassView::showProgress(const KivRESTServiceProgress& progress) {

@@ -14,6 +14,9 @@ namespace tool {
 /// terminal, a progress bar below them. Used on the main queue.
 class PassView {
  public:
+  /// `showsTries`: also a line for each failed try at a server.
+  explicit PassView(bool showsTries = false) : showsTries_(showsTries) {}
+
   void showLoaded(const KivResource& resource);
   /// Also shows the URL of the first file that failed, if it is known.
   void showFailed(const KivResourceManager& manager, const KivResource& resource,
@@ -35,7 +38,10 @@ class PassView {
   [[nodiscard]] std::string failedURL(const KivResourceManager& manager,
                                       const KivResource& resource) const;
 
+  void showTry(const KivRESTServiceFailedTry& failed);
+
   const Terminal terminal_;
+  const bool showsTries_;
   std::vector<std::string> failedURLs_;  ///< In order of failure.
   std::string bar_;
   bool barIsShown_ = false;

@@ -48,7 +48,7 @@ std::set<std::string> options() {
 
 TEST(ShellFilesTest, TheHelpIsRead) {
   EXPECT_EQ(commands().size(), 9U);
-  EXPECT_EQ(options().size(), 15U);
+  EXPECT_EQ(options().size(), 16U);
 }
 
 TEST(ShellFilesTest, EveryCommandStandsInAllOfThem) {

@@ -17,7 +17,8 @@ _kivresource() {
     [[ " $commands " == *" $word "* ]] && command=$word && break
   done
   case $command in
-    load) options+=' --id --type' ;;
+    load) options+=' --id --type --verbose' ;;
+    update) options+=' --verbose' ;;
     watch) options+=' --mirror --interval' ;;
     list) options+=' --id --type' ;;
     clean) options+=' --dry-run' ;;

@@ -25,6 +25,7 @@ complete -c kivresource -n $none -l version -d 'show the version'
 complete -c kivresource -n '__fish_seen_subcommand_from load update gallery' -F
 complete -c kivresource -n '__fish_seen_subcommand_from load list' -l id -x -d 'only this identifier'
 complete -c kivresource -n '__fish_seen_subcommand_from load list' -l type -x -d 'only this type'
+complete -c kivresource -n '__fish_seen_subcommand_from load update' -l verbose -d 'also show each failed try'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l mirror -x -d 'another URL of the configuration'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l interval -x -d 'seconds between two checks'
 complete -c kivresource -n '__fish_seen_subcommand_from clean' -l dry-run -d 'only show what would be removed'
