@@ -59,6 +59,7 @@
 #include "KivResource/KivResourceRESTModule.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceStandard.h"                   // IWYU pragma: export
 #include "KivResource/KivResourceStorageModule.h"              // IWYU pragma: export
+#include "KivResource/KivResourceTrim.h"                       // IWYU pragma: export
 #include "KivResource/KivResourceVersion.h"                    // IWYU pragma: export
 #include "KivResource/KivResourceVideo.h"                      // IWYU pragma: export
 #include "KivResource/KivResourceWeb.h"                        // IWYU pragma: export

@@ -17,6 +17,7 @@
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceObject.h"
+#include "KivResource/KivResourceShownTime.h"
 #include "KivResource/KivResourceStorageModule.h"
 
 namespace kiv {
@@ -152,6 +153,7 @@ std::optional<Lease> Lease::take(const KivResource& resource, std::optional<Erro
                         "its class cannot be copied.");
     }
     if (!copy->filesExist()) return filesMissing(resource);
+    noteShown(resource);
     return Lease(std::move(copy), std::move(*items).take());
   };
   return attempt().reportTo(error);

@@ -44,6 +44,8 @@ class KIV_EXPORT Lease {
   /// Leases the files of the resource, which stays as it is. The resource may be loaded or a copy
   /// of a loaded one. Nothing, and an error, if its files are not all there, for example because a
   /// pass has just replaced it: the manager then has a newer version, or none.
+  ///
+  /// Also notes that the resource is shown, as KivResourceMaintenance::noteShown() does.
   static std::optional<Lease> take(const KivResource& resource,
                                    std::optional<Error>* error = nullptr);
 

@@ -3,23 +3,16 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "KivPlatform/Foundation/Export.h"
 #include "KivPlatform/Foundation/values/Error.h"
+#include "KivResource/KivResourceMaintenanceErrors.h"  // IWYU pragma: export
 
+class KivResource;
 class KivResourceManager;
-
-/// Domain of maintenance's own errors. Errors of the disk keep their domain.
-inline constexpr std::string_view KivResourceMaintenanceErrorDomain =
-    "kiv.KivResource.KivResourceMaintenance";
-
-enum class KivResourceMaintenanceErrorCode : int {
-  downloadsInFlight = 120,   ///< A pass is running; files that it has stored are in no list yet.
-  resourcesElsewhere = 121,  ///< A link leads from the resources directory out of the root.
-  listInDoubt = 122,         ///< A saved list that cannot be read may name files that are in use.
-};
+struct KivResourceTrim;
+struct KivResourceTrimOptions;
 
 /// Maintenance of the cache: differences between lists and disk, removal of unused files, and free
 /// space. Called by the host only, never by the framework.
@@ -98,6 +91,22 @@ class KIV_EXPORT KivResourceMaintenance {
   /// 122 says what a user can do.
   static std::optional<CleanUp> cleanUpOrphans(const KivResourceManager& manager, Mode mode,
                                                std::optional<kiv::Error>* error = nullptr);
+
+  /// Removes as little as possible to bring Space::cacheUsed down to a number of bytes: orphans
+  /// first and, if the options say so, loaded resources. See KivResourceTrim. Nothing, and an
+  /// error, in the same cases as cleanUpOrphans().
+  static std::optional<KivResourceTrim> trim(KivResourceManager& manager,
+                                             const KivResourceTrimOptions& options, Mode mode,
+                                             std::optional<kiv::Error>* error = nullptr);
+
+  /// Notes that the host shows the resource now, for the rule leastRecentlyShown of trim().
+  /// kiv::Lease::take() does this by itself.
+  ///
+  /// The time is kept as the modification time of the stored files, for all processes on the root.
+  /// Files that the framework has not stored are left alone. A failure is ignored, and a power
+  /// failure may lose the latest times: then a resource counts as shown earlier, at worst when it
+  /// was stored. May be called from any thread.
+  static void noteShown(const KivResource& resource);
 
   /// Bytes.
   struct Space {

@@ -220,7 +220,7 @@ void KivResourceManager::endStep() {
                     savedList_->lastSaveError());
 }
 
-void KivResourceManager::saveChanges() {
+void KivResourceManager::saveChanges(const RemovalFailureHandler& onFailure) {
   // The directory entries of the files must be on disk before a list that names them.
   savings_.reset();
   if (!listIsChanged_ && removals_->empty() && !savedList_->doubt()) return;
@@ -232,7 +232,9 @@ void KivResourceManager::saveChanges() {
     listIsOutOfDate_ = !(removals_->empty() ? access.saveIfChanged() : access.save());
   }
   listIsChanged_ = false;
-  if (!listIsOutOfDate_ && access.isCurrent()) removals_->removeUnused(*loadedResources_);
+  if (!listIsOutOfDate_ && access.isCurrent()) {
+    removals_->removeUnused(*loadedResources_, onFailure);
+  }
 }
 
 void KivResourceManager::send(Announcement& announcement) {

@@ -187,6 +187,18 @@ class KIV_EXPORT KivResourceManager final
   void removeFilesForResource(const std::shared_ptr<KivResource>& resource);
   /// Removes every occurrence of the object from the registry, and nothing else.
   void removeResource(const std::shared_ptr<KivResource>& resource);
+  /// Called with the path of a file that could not be removed. Must not throw.
+  using RemovalFailureHandler =
+      std::function<void(const std::string& path, const kiv::Error& error)>;
+  /// Removes the resources from the registry, saves the list, and then removes those of their files
+  /// that `paths` names and no other loaded resource uses. Observers are told nothing. The handler
+  /// is called within, for each of the files that stays because of an error.
+  ///
+  /// Returns an error if the list cannot be saved. Then no file is removed, and the resources are
+  /// in the registry as before. To be called while no downloads are in flight.
+  std::optional<kiv::Error> removeResources_withFiles_onFailure(
+      const kiv::ResourceArray& resources, const std::vector<std::string>& paths,
+      const RemovalFailureHandler& onFailure);
 
   // --- Properties ---
 
@@ -240,7 +252,9 @@ class KIV_EXPORT KivResourceManager final
   void endStep();
   /// Saves the list, and only after success removes the files that no longer belong to it. So all
   /// resources of the list on disk have their files at any time.
-  void saveChanges();
+  void saveChanges(const RemovalFailureHandler& onFailure = {});
+  /// Undoes the removal of resources from the registry, whose contents were `former`.
+  void putBack(const kiv::ResourceArray& resources, const kiv::ResourceArray& former);
   /// Adapts the pending removals and announcements to what a merge has done to the registry.
   void noteMerge();
   void failAnnouncements(const std::shared_ptr<KivResource>& resource);

@@ -2,6 +2,7 @@
 // the removal of what it replaces.
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
@@ -13,6 +14,7 @@
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePassReports.h"
 #include "KivResource/KivResourcePendingRemovals.h"
+#include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
 
 namespace {
@@ -291,6 +293,45 @@ void KivResourceManager::markFiles(const std::shared_ptr<KivResource>& resource)
     if (!loadedResources_->isPathUsedByOthers(path, *resource)) {
       removals_->add(std::move(path), resource);
     }
+  }
+}
+
+std::optional<kiv::Error> KivResourceManager::removeResources_withFiles_onFailure(
+    const kiv::ResourceArray& resources, const std::vector<std::string>& paths,
+    const RemovalFailureHandler& onFailure) {
+  assertQueue();
+  const auto step = beginStep();
+  const kiv::ResourceArray former = loadedResources_->resources();
+  const std::set<std::string_view> wanted(paths.begin(), paths.end());
+  loadedResources_->removeAll(resources);
+  for (const auto& resource : resources) {
+    savedList_->forget(*resource);
+    for (std::string& path : resource->useFilePaths()) {
+      if (wanted.contains(path)) removals_->add(std::move(path), resource);
+    }
+  }
+  listIsChanged_ = true;
+  saveChanges(onFailure);
+  if (!listIsOutOfDate_) return std::nullopt;
+  putBack(resources, former);
+  return savedList_->lastSaveError();
+}
+
+/// What a merge has added meanwhile stays, behind the others.
+void KivResourceManager::putBack(const kiv::ResourceArray& resources,
+                                 const kiv::ResourceArray& former) {
+  for (const auto& resource : resources)
+    removals_->keepFilesOf(*resource);
+  const kiv::ResourceArray now = loadedResources_->resources();
+  std::set<std::shared_ptr<KivResource>> stays(now.begin(), now.end());
+  stays.insert(resources.begin(), resources.end());
+  loadedResources_->removeAll(now);
+  for (const auto& resource : former) {
+    if (stays.contains(resource)) loadedResources_->append(resource);
+  }
+  const std::set<std::shared_ptr<KivResource>> known(former.begin(), former.end());
+  for (const auto& resource : now) {
+    if (!known.contains(resource)) loadedResources_->append(resource);
   }
 }
 

@@ -74,12 +74,14 @@ bool PendingRemovals::affect(const KivResource& resource) const {
                      [this](const std::string& path) { return affect(path); });
 }
 
-void PendingRemovals::removeUnused(const ResourceList& registry) {
+void PendingRemovals::removeUnused(const ResourceList& registry, const FailureHandler& onFailure) {
   paths_.clear();
   places_.clear();
   for (const File& file : std::exchange(files_, {})) {
     if (registry.isPathUsedByOthers(file.path, *file.user)) continue;
-    KivResourceStorageModule::removeResourceFileWithPath_error(file.path);
+    std::optional<Error> error;
+    KivResourceStorageModule::removeResourceFileWithPath_error(file.path, &error);
+    if (error && onFailure) onFailure(file.path, *error);
   }
 }
 

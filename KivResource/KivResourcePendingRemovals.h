@@ -1,10 +1,13 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "KivPlatform/Foundation/values/Error.h"
 
 class KivResource;
 
@@ -21,6 +24,8 @@ class ResourceList;
 /// used on the manager's queue.
 class PendingRemovals {
  public:
+  using FailureHandler = std::function<void(const std::string& path, const Error& error)>;
+
   /// Adds the file at the path, which `user` has used until now.
   void add(std::string path, std::shared_ptr<const KivResource> user);
   [[nodiscard]] bool empty() const noexcept { return files_.empty(); }
@@ -34,8 +39,9 @@ class PendingRemovals {
   [[nodiscard]] bool affect(const KivResource& resource) const;
 
   /// Removes the files that no other resource of the registry uses now, in the order in which they
-  /// were added. Afterwards nothing is pending. Failures are ignored.
-  void removeUnused(const ResourceList& registry);
+  /// were added. Afterwards nothing is pending. Failures are passed to the handler, if there is
+  /// one.
+  void removeUnused(const ResourceList& registry, const FailureHandler& onFailure = {});
   /// Keeps the files that were added for this resource, which is in use again.
   void keepFilesOf(const KivResource& user);
   /// Forgets what is pending; the files stay on disk.

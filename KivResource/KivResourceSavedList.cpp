@@ -159,6 +159,11 @@ void SavedList::keepTaken(ResourceList& registry) {
   append(merge_.replaced, merge.replaced);
 }
 
+void SavedList::forget(const KivResource& resource) {
+  const auto found = taken_.find(resource.resourceID());
+  if (found != taken_.end() && found->second.get() == &resource) taken_.erase(found);
+}
+
 ListMerge SavedList::takeMerge() {
   return std::exchange(merge_, {});
 }

@@ -33,6 +33,10 @@ class SavedList {
     return lastSaveError_;
   }
 
+  /// To be called for a resource that the host removes: it is not put back in place of an older
+  /// version.
+  void forget(const KivResource& resource);
+
   /// What merges have done to the registry since the last call.
   ListMerge takeMerge();
 

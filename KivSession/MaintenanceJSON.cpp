@@ -12,6 +12,16 @@ Dictionary itemJSON(const KivResourceMaintenance::Item& item) {
           {"resourceID", item.resourceID.empty() ? Value() : Value(item.resourceID)}};
 }
 
+Array refusalsJSON(const std::vector<KivResourceMaintenance::Refusal>& refusals) {
+  Array refused;
+  for (const auto& [item, error] : refusals) {
+    auto entry = itemJSON(item);
+    entry.set("error", errorJSON(error));
+    refused.append(entry);
+  }
+  return refused;
+}
+
 }  // namespace
 
 Array itemsJSON(const std::vector<KivResourceMaintenance::Item>& items) {
@@ -31,14 +41,21 @@ void addAudit(Dictionary& line, const KivResourceMaintenance::Audit& audit) {
 }
 
 void addCleanUp(Dictionary& line, const KivResourceMaintenance::CleanUp& cleanUp) {
-  Array refused;
-  for (const auto& [item, error] : cleanUp.refused) {
-    auto entry = itemJSON(item);
-    entry.set("error", errorJSON(error));
-    refused.append(entry);
-  }
   line.set("removed", itemsJSON(cleanUp.removed));
-  line.set("refused", refused);
+  line.set("refused", refusalsJSON(cleanUp.refused));
+}
+
+void addTrim(Dictionary& line, const KivResourceTrim& trim) {
+  Array resources;
+  for (const auto& [resourceID, updated] : trim.resources)
+    resources.append(Dictionary{{"resourceID", resourceID}, {"updated", updated}});
+  line.set("removed", itemsJSON(trim.removed));
+  line.set("resources", resources);
+  line.set("refused", refusalsJSON(trim.refused));
+  line.set("listError", errorJSON(trim.listError));
+  line.set("usedBefore", trim.usedBefore);
+  line.set("usedAfter", trim.usedAfter);
+  line.set("isBoundKept", trim.isBoundKept);
 }
 
 }  // namespace kiv::session

@@ -66,6 +66,16 @@ class Arguments {
     return std::chrono::milliseconds(std::min(value.unsignedInteger(), longest));
   }
 
+  /// Which loaded resources may be removed, in which order; none if it is not given.
+  KivResourceTrimOptions::Rule rule(std::string_view key) {
+    using Rule = KivResourceTrimOptions::Rule;
+    const Value& value = call_[key];
+    if (!has(key) || value.isNull()) return Rule::orphansOnly;
+    if (value.stringView() == "oldest") return Rule::oldestStamp;
+    if (value.stringView() != "leastShown") object(key, R"(is to be "oldest" or "leastShown")");
+    return Rule::leastRecentlyShown;
+  }
+
   /// The call, or Invalid if there was an error.
   What resulting(What what) {
     if (!objection_.empty()) return Invalid{std::move(objection_)};
@@ -229,6 +239,30 @@ What cleanUpOrphans(Arguments& arguments) {
   }};
 }
 
+What trim(Arguments& arguments) {
+  using Mode = KivResourceMaintenance::Mode;
+  KivResourceTrimOptions options;
+  options.bytes = static_cast<std::uint64_t>(arguments.integer("bytes"));
+  options.rule = arguments.rule("resources");
+  const bool isDry = arguments.has("dryRun") && arguments.boolean("dryRun");
+  return Operation{[options, mode = isDry ? Mode::dryRun : Mode::remove](
+                       KivResourceManager& manager) -> Result<Dictionary> {
+    std::optional<Error> error;
+    const auto trimmed = KivResourceMaintenance::trim(manager, options, mode, &error);
+    if (!trimmed) return failureOf(std::move(error));
+    Dictionary members;
+    addTrim(members, *trimmed);
+    return members;
+  }};
+}
+
+What noteShown(Arguments& arguments) {
+  return order([id = arguments.text("id")](auto& manager) {
+    for (const auto& resource : manager.loadedResourcesWithID(id))
+      KivResourceMaintenance::noteShown(*resource);
+  });
+}
+
 What space(Arguments&) {
   return Operation{[](KivResourceManager&) -> Result<Dictionary> {
     std::optional<Error> error;
@@ -268,7 +302,7 @@ What setSettings(Arguments& arguments) {
 
 What readNamedCall(std::string_view name, Arguments& arguments) {
   using Reader = What (*)(Arguments&);
-  static constexpr std::array<std::pair<std::string_view, Reader>, 24> readers{{
+  static constexpr std::array<std::pair<std::string_view, Reader>, 26> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
       {"loadResourcesWithType", loadResourcesWithType},
@@ -289,6 +323,8 @@ What readNamedCall(std::string_view name, Arguments& arguments) {
       {"state", state},
       {"audit", audit},
       {"cleanUpOrphans", cleanUpOrphans},
+      {"trim", trim},
+      {"noteShown", noteShown},
       {"space", space},
       {"setDomains", setDomains},
       {"settings", settings},

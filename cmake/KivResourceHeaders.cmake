@@ -21,6 +21,8 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourceStandard.h
   KivResource/KivResourceStorageModule.h
   KivResource/KivResourceMaintenance.h
+  KivResource/KivResourceMaintenanceErrors.h
+  KivResource/KivResourceTrim.h
   KivResource/KivResourceVersion.h
   KivResource/KivResourceVideo.h
   KivResource/KivResourceWeb.h

@@ -12,6 +12,7 @@ import type {
   SomeSettings,
   SpaceResult,
   StateResult,
+  TrimResult,
 } from './lines';
 
 export type {
@@ -29,6 +30,7 @@ export type {
   SomeSettings,
   StandardResource,
   StoredItem,
+  TrimmedResource,
   VideoResource,
   WebResource,
 } from './lines';
@@ -42,6 +44,7 @@ export type PassReport = Omit<PassReportEvent, 'event' | 'passTag'>;
 export type State = Omit<StateResult, 'result' | 'tag'>;
 export type Audit = Omit<AuditResult, 'result' | 'tag'>;
 export type CleanUp = Omit<CleanUpOrphansResult, 'result' | 'tag'>;
+export type Trim = Omit<TrimResult, 'result' | 'tag'>;
 export type Space = Omit<SpaceResult, 'result' | 'tag'>;
 
 /** A file of a resource that could not be loaded. */
@@ -148,6 +151,20 @@ export class Cache extends EventEmitter {
   audit(): Promise<Audit>;
   /** Removes what audit() reports as orphaned or partial. */
   cleanUp(options?: { dryRun?: boolean | undefined }): Promise<CleanUp>;
+  /**
+   * Brings the use of the cache down to a number of bytes. Orphans go first, and then, only if
+   * `resources` says which, loaded resources: those with the oldest version, or those that were not
+   * shown for the longest time.
+   */
+  trim(
+    bytes: number,
+    options?: {
+      resources?: 'oldest' | 'leastShown' | null | undefined;
+      dryRun?: boolean | undefined;
+    },
+  ): Promise<Trim>;
+  /** Notes that a loaded resource is shown now, for trim(). A lease does so by itself. */
+  noteShown(id: string): Promise<void>;
   /** Used and free space. */
   space(): Promise<Space>;
 

@@ -120,6 +120,14 @@ class Cache extends EventEmitter {
     return withoutHead(await this.#call({ call: 'cleanUpOrphans', dryRun }));
   }
 
+  async trim(bytes, { resources = null, dryRun = false } = {}) {
+    return withoutHead(await this.#call({ call: 'trim', bytes, resources, dryRun }));
+  }
+
+  async noteShown(id) {
+    await this.#call({ call: 'noteShown', id });
+  }
+
   async space() {
     return withoutHead(await this.#call({ call: 'space' }));
   }

@@ -225,6 +225,14 @@ export interface RefusedItem extends StoredItem {
   error: ErrorDetails;
 }
 
+/** A loaded resource that trim has removed. */
+export interface TrimmedResource {
+  /** The identifier. */
+  resourceID: string;
+  /** The version. */
+  updated: number;
+}
+
 /** How files are transferred. TRANSFERS.md describes each setting in full. */
 export interface Settings {
   /** How many transfers run at one time. From 1 to 1000. Default: 6. */
@@ -500,6 +508,38 @@ export interface CleanUpOrphansCall extends Tagged {
   dryRun?: boolean;
 }
 
+/**
+ * Removes as little as possible to bring the use of the cache (cacheUsed of space) down to a number
+ * of bytes: orphans first, the oldest first, and then, if `resources` says so, loaded resources.
+ * What is leased stays. No event is sent for a removed resource; a later pass with a configuration
+ * that names it loads it again. The answer is an error in the same cases as of cleanUpOrphans.
+ * MAINTENANCE.md has more.
+ */
+export interface TrimCall extends Tagged {
+  /** The name of the call. */
+  call: "trim";
+  /** The bound. In bytes. */
+  bytes: number;
+  /**
+   * Which loaded resources go first: those with the smallest `updated`, or those that were not
+   * shown for the longest time, see noteShown. Null if none may be removed. Default: null.
+   */
+  resources?: "oldest" | "leastShown" | null;
+  /** True only to tell what would be removed. Default: false. */
+  dryRun?: boolean;
+}
+
+/**
+ * Notes that a loaded resource is shown now, for trim. takeLease does this by itself. Does nothing
+ * if no resource with the identifier is loaded.
+ */
+export interface NoteShownCall extends Tagged {
+  /** The name of the call. */
+  call: "noteShown";
+  /** The identifier. */
+  id: string | null;
+}
+
 /** Used and free space. */
 export interface SpaceCall extends Tagged {
   /** The name of the call. */
@@ -729,6 +769,37 @@ export interface CleanUpOrphansResult extends Tagged {
   refused: RefusedItem[];
 }
 
+/** The answer of trim. */
+export interface TrimResult extends Tagged {
+  /** The name of the call. */
+  result: "trim";
+  /** What was removed or, in a dry run, would be. */
+  removed: StoredItem[];
+  /** The loaded resources among it. */
+  resources: TrimmedResource[];
+  /** What could not be removed; empty in a dry run. */
+  refused: RefusedItem[];
+  /**
+   * Why no loaded resource was removed: the list of them could not be saved. Null if that did not
+   * happen.
+   */
+  listError: ErrorDetails | null;
+  /** The use before. In bytes. */
+  usedBefore: number;
+  /** The use after, in a dry run estimated. In bytes. */
+  usedAfter: number;
+  /** True if usedAfter is not above the bound. */
+  isBoundKept: boolean;
+}
+
+/** The answer of noteShown, if it has a tag. */
+export interface NoteShownResult {
+  /** The name of the call. */
+  result: "noteShown";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
 /** The answer of space. */
 export interface SpaceResult extends Tagged {
   /** The name of the call. */
@@ -892,6 +963,8 @@ export type Call =
   | StateCall
   | AuditCall
   | CleanUpOrphansCall
+  | TrimCall
+  | NoteShownCall
   | SpaceCall
   | SettingsCall
   | SetSettingsCall
@@ -919,6 +992,8 @@ export type Result =
   | StateResult
   | AuditResult
   | CleanUpOrphansResult
+  | TrimResult
+  | NoteShownResult
   | SpaceResult
   | SettingsResult
   | SetSettingsResult
@@ -957,6 +1032,8 @@ export type CallName =
   | "state"
   | "audit"
   | "cleanUpOrphans"
+  | "trim"
+  | "noteShown"
   | "space"
   | "settings"
   | "setSettings"

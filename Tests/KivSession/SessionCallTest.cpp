@@ -1,6 +1,8 @@
 // The calls of a session that other programs make, driven through the tool's command.
 
 #include <algorithm>
+#include <chrono>
+#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
@@ -238,6 +240,48 @@ TEST_F(SessionCallTest, AuditsAndCleansUp) {
                   R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
                   R"({"result":"cleanUpOrphans","removed":)" + orphan + R"(,"refused":[]})",
                   R"({"result":"cleanUpOrphans","removed":[],"refused":[]})"));
+}
+
+TEST_F(SessionCallTest, TrimsAndNotesWhatIsShown) {
+  server_.serve("/a.png", Response::ok("a"));
+  server_.serve("/b.png", Response::ok("b"));
+  linesFor({load(bannerItem("a", "a.png")), R"({"call":"waitForFinish"})",
+            load(bannerItem("b", "b.png"))});
+  const auto old = std::filesystem::file_time_type::clock::now() - std::chrono::hours(48);
+  for (const char* const name : {"a.png", "b.png"})
+    std::filesystem::last_write_time(stored(name), old);
+  linesFor({R"({"call":"noteShown","id":"a"})"});
+  EXPECT_GT(std::filesystem::last_write_time(stored("a.png")), old);
+  EXPECT_EQ(std::filesystem::last_write_time(stored("b.png")), old);
+
+  auto lines = linesFor({R"({"call":"trim","bytes":0,"dryRun":true})",
+                         R"({"call":"trim","bytes":1000000,"resources":"leastShown"})",
+                         R"({"call":"trim","bytes":0,"resources":"leastShown","tag":1})",
+                         R"({"call":"allLoadedResources"})"});
+  ASSERT_THAT(lines, SizeIs(4));
+  for (auto& line : lines)
+    line = std::regex_replace(line, std::regex(R"re(("size|"used\w+)":\d+)re"), R"($1":N)");
+  const std::string none = R"("removed":[],"resources":[],"refused":[],"listError":null,)"
+                           R"("usedBefore":N,"usedAfter":N,"isBoundKept":)";
+  EXPECT_EQ(lines[0], R"({"result":"trim",)" + none + "false}");
+  EXPECT_EQ(lines[1], R"({"result":"trim",)" + none + "true}");
+  EXPECT_THAT(lines[2], StartsWith(R"({"result":"trim","removed":[{"path":")" + stored("b.png") +
+                                   R"(","size":N,"resourceID":"b"},{"path":")" + stored("a.png")));
+  EXPECT_THAT(lines[2], HasSubstr(R"("resources":[{"resourceID":"b","updated":1},{"resourceID":"a")"));
+  EXPECT_THAT(lines[2], EndsWith(R"(,"tag":1})"));
+  EXPECT_EQ(lines[3], R"({"result":"allLoadedResources","resources":[]})");
+}
+
+TEST_F(SessionCallTest, ATrimWantsABoundAndAnOrderThatItKnows) {
+  EXPECT_EQ(lineFor(R"({"call":"trim"})"),
+            R"({"error":"\"bytes\" is to be a number of at least 0"})");
+  EXPECT_EQ(lineFor(R"({"call":"trim","bytes":-1})"),
+            R"({"error":"\"bytes\" is to be a number of at least 0"})");
+  for (const std::string order : {R"("newest")", "1", "{}", R"("")"}) {
+    EXPECT_EQ(lineFor(R"({"call":"trim","bytes":0,"resources":)" + order + "}"),
+              R"({"error":"\"resources\" is to be \"oldest\" or \"leastShown\""})");
+  }
+  EXPECT_EQ(lineFor(R"({"call":"noteShown"})"), R"({"error":"\"id\" is to be a string"})");
 }
 
 TEST_F(SessionCallTest, ALeaseKeepsTheFileOfAReplacedVersionUntilItsEnd) {

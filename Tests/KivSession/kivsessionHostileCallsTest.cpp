@@ -94,6 +94,8 @@ TEST_F(kivsessionHostileCallsTest, WhatIsNoCallIsAnError) {
                                  R"({"call":"reportPasses","enabled":[]})",
                                  R"({"call":"setBandwidth","bytesPerSecond":-1e400})",
                                  R"({"call":"cleanUpOrphans","dryRun":0})",
+                                 R"({"call":"trim"})",
+                                 R"({"call":"trim","bytes":1e400,"resources":5})",
                                  R"({"call":"setSettings"})",
                                  R"({"call":"setSettings","settings":{"threads":1e300}})",
                                  R"({"call":"setSettings","settings":{"\u0000":1}})",

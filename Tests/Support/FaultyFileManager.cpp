@@ -37,6 +37,8 @@ std::string nameOf(FileOperation operation) {
       return "synchronizeBatch";
     case FileOperation::synchronizeDirectory:
       return "synchronizeDirectory";
+    case FileOperation::touch:
+      return "touch";
     case FileOperation::withdraw:
       return "withdraw";
     case FileOperation::write:
@@ -241,6 +243,12 @@ Result<std::unique_ptr<WritableFile>> FaultyFileManager::openFileAtPath_length(
 
 Status FaultyFileManager::synchronizeDirectoryAtPath(std::string_view path) {
   return begin({FileOperation::synchronizeDirectory, std::string(path)});
+}
+
+Status FaultyFileManager::touchFileAtPath(std::string_view path) {
+  Status status = begin({FileOperation::touch, std::string(path)});
+  if (!status) return status;
+  return ForwardingFileManager::touchFileAtPath(path);
 }
 
 std::unique_ptr<BatchSync> FaultyFileManager::beginBatchSyncAtPath(std::string_view path) {

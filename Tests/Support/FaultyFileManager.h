@@ -30,6 +30,7 @@ enum class FileOperation {
   synchronize,
   synchronizeBatch,
   synchronizeDirectory,
+  touch,
   withdraw,
   write,
 };
@@ -96,6 +97,7 @@ class FaultyFileManager : public ForwardingFileManager {
   Result<std::unique_ptr<WritableFile>> createFileAtPath(std::string_view path) override;
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
                                                               std::uint64_t length) override;
+  Status touchFileAtPath(std::string_view path) override;
   Status synchronizeDirectoryAtPath(std::string_view path) override;
   std::unique_ptr<BatchSync> beginBatchSyncAtPath(std::string_view path) override;
   Status moveItemAtPath_toPath(std::string_view path, std::string_view newPath) override;

@@ -73,6 +73,9 @@ class ForwardingFileManager : public FileManager {
                                                               std::uint64_t length) override {
     return base_.openFileAtPath_length(onDisk(path), length);
   }
+  Status touchFileAtPath(std::string_view path) override {
+    return base_.touchFileAtPath(onDisk(path));
+  }
   Status synchronizeDirectoryAtPath(std::string_view path) override {
     return base_.synchronizeDirectoryAtPath(onDisk(path));
   }

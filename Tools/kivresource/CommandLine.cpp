@@ -8,6 +8,7 @@
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/ExitStatus.h"
 #include "Tools/kivresource/Host.h"
+#include "Tools/kivresource/Text.h"
 
 namespace tool {
 
@@ -128,11 +129,41 @@ void addPassCommands(CLI::App& app, Options& options) {
   addSelection(*list, options);
 }
 
+/// CLI11 would accept a suffix of another meaning, and numbers with a sign or a fraction.
+void addTrim(CLI::App& app, Options& options) {
+  using Rule = KivResourceTrimOptions::Rule;
+  auto* const trim = addCommand(app, options, "trim",
+                                "Removes files until the cache takes no more than a size", runTrim);
+  const auto takeSize = [&options](const std::string& text) {
+    const auto bytes = bytesOfText(text);
+    if (!bytes) {
+      throw CLI::ValidationError("\"" + text + "\" is no size: it is a number of bytes, or of " +
+                                 "kB, MB or GB, like 500M");
+    }
+    options.bytes = *bytes;
+  };
+  trim->add_option_function<std::string>("SIZE", takeSize,
+                                         "The size in bytes, or like 20k, 500M or 2G")
+      ->required()
+      ->type_name("");
+  const auto takeRule = [&options](const std::string& text) {
+    options.rule = text == "oldest" ? Rule::oldestStamp : Rule::leastRecentlyShown;
+  };
+  trim->add_option_function<std::string>(
+          "--loaded", takeRule,
+          "Removes loaded resources too: oldest for those with the oldest version, least-shown for "
+          "those that were not shown for the longest time")
+      ->type_name("ORDER")
+      ->check(CLI::IsMember({"oldest", "least-shown"}));
+  trim->add_flag("--dry-run", options.dryRun, "Only shows what would be removed");
+}
+
 void addMaintenanceCommands(CLI::App& app, Options& options) {
   addCommand(app, options, "audit", "Shows what is missing, orphaned or temporary", runAudit);
   auto* const clean =
       addCommand(app, options, "clean", "Removes files that no loaded resource uses", runClean);
   clean->add_flag("--dry-run", options.dryRun, "Only shows what would be removed");
+  addTrim(app, options);
 }
 
 void addOtherCommands(CLI::App& app, Options& options) {

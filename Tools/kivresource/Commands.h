@@ -13,6 +13,7 @@ int runWatch(const Options& options);
 int runList(const Options& options);
 int runAudit(const Options& options);
 int runClean(const Options& options);
+int runTrim(const Options& options);
 int runServe(const Options& options);
 int runSession(const Options& options);
 int runGallery(const Options& options);

@@ -1,5 +1,5 @@
-// The commands audit, which reports differences between the saved list and the disk, and clean,
-// which removes unused files.
+// The commands audit, which reports differences between the saved list and the disk, clean, which
+// removes unused files, and trim, which removes files down to a size.
 
 #include <array>
 #include <iostream>
@@ -75,20 +75,41 @@ int complainOf(const std::optional<kiv::Error>& error) {
   return exitStatus::failure;
 }
 
-void showCleanUp(const KivResourceMaintenance::CleanUp& cleanUp, bool dryRun) {
+void showRefusals(const std::vector<KivResourceMaintenance::Refusal>& refusals) {
   const Terminal terminal;
-  showPart(dryRun ? "to be removed" : "removed", cleanUp.removed, terminal);
-  for (const auto& [item, error] : cleanUp.refused) {
+  for (const auto& [item, error] : refusals) {
     std::cout << terminal.styled(Terminal::Style::red, "refused") << "  "
               << kiv::escapingControlCharacters(item.path) << ": "
               << kiv::escapingControlCharacters(error.description()) << '\n';
   }
+}
+
+void showCleanUp(const KivResourceMaintenance::CleanUp& cleanUp, bool dryRun) {
+  const Terminal terminal;
+  showPart(dryRun ? "to be removed" : "removed", cleanUp.removed, terminal);
+  showRefusals(cleanUp.refused);
   if (cleanUp.removed.empty() && cleanUp.refused.empty()) std::cout << "nothing to remove\n";
 }
 
 void printCleanUp(const KivResourceMaintenance::CleanUp& cleanUp) {
   kiv::Dictionary line;
   kiv::session::addCleanUp(line, cleanUp);
+  printJSONLine(line);
+}
+
+void showTrim(const KivResourceTrim& trim, const Options& options) {
+  const Terminal terminal;
+  showPart(options.dryRun ? "to be removed" : "removed", trim.removed, terminal);
+  showRefusals(trim.refused);
+  std::cout << byteText(trim.usedBefore) << " used before, " << byteText(trim.usedAfter)
+            << (options.dryRun ? " would be used after" : " used after");
+  if (!trim.isBoundKept) std::cout << ", which is more than " << byteText(options.bytes);
+  std::cout << '\n';
+}
+
+void printTrim(const KivResourceTrim& trim) {
+  kiv::Dictionary line;
+  kiv::session::addTrim(line, trim);
   printJSONLine(line);
 }
 
@@ -115,6 +136,24 @@ int runClean(const Options& options) {
   if (!cleanUp) return complainOf(error);
   options.json ? printCleanUp(*cleanUp) : showCleanUp(*cleanUp, options.dryRun);
   return cleanUp->refused.empty() ? exitStatus::success : exitStatus::failure;
+}
+
+int runTrim(const Options& options) {
+  if (!configureFramework(options)) return exitStatus::usage;
+  keepLogFromTerminal();
+  using Mode = KivResourceMaintenance::Mode;
+  KivResourceTrimOptions trimOptions;
+  trimOptions.bytes = options.bytes;
+  trimOptions.rule = options.rule;
+  std::optional<kiv::Error> error;
+  const auto trim =
+      KivResourceMaintenance::trim(*KivResourceManager::sharedInstance(), trimOptions,
+                                   options.dryRun ? Mode::dryRun : Mode::remove, &error);
+  if (!trim) return complainOf(error);
+  options.json ? printTrim(*trim) : showTrim(*trim, options);
+  if (trim->listError) complain(trim->listError->localizedDescription());
+  const bool isWhole = trim->isBoundKept && trim->refused.empty() && !trim->listError;
+  return isWhole ? exitStatus::success : exitStatus::failure;
 }
 
 }  // namespace tool

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "KivResource/KivResourceTrim.h"
 
 namespace tool {
 
@@ -25,6 +28,9 @@ struct Options {
   std::optional<std::string> type;
   bool verbose = false;
   bool dryRun = false;
+  std::uint64_t bytes = 0;  ///< The bound of trim.
+  /// Which loaded resources trim may remove.
+  KivResourceTrimOptions::Rule rule = KivResourceTrimOptions::Rule::orphansOnly;
   std::string directory;
   int port = 0;
   std::vector<std::string> faults;

@@ -88,6 +88,8 @@ test('every method rejects after close', async (t) => {
       'state',
       'audit',
       'cleanUp',
+      'trim',
+      'noteShown',
       'space',
       'settings',
       'setSettings',

@@ -357,6 +357,24 @@ test('settings do not change while files load', async (t) => {
   assert.equal((await cache.settings()).threads, 1);
 });
 
+test('a trim removes what was not shown for the longest time', async (t) => {
+  const { url } = await serve(t, { 'a.png': 'a', 'b.png': 'b' });
+  const cache = await open(t, { root: directory(t), main: url });
+  await cache.load(config(banner('a', 'a.png'), banner('b', 'b.png')));
+  for (const { image } of await cache.resources()) fs.utimesSync(image, 1, 1);
+  await cache.noteShown('a');
+  const { cacheUsed } = await cache.space();
+  assert.deepEqual((await cache.trim(cacheUsed - 1)).removed, []);
+  const dry = await cache.trim(cacheUsed - 1, { resources: 'leastShown', dryRun: true });
+  assert.equal((await cache.resources()).length, 2);
+  const trimmed = await cache.trim(cacheUsed - 1, { resources: 'leastShown' });
+  assert.deepEqual(trimmed.resources.map((resource) => resource.resourceID), ['b']);
+  assert.deepEqual(trimmed.removed, dry.removed);
+  assert.equal(trimmed.isBoundKept, true);
+  assert.deepEqual((await cache.resources()).map((resource) => resource.resourceID), ['a']);
+  await assert.rejects(cache.trim(-1), { code: 'KIVRESOURCE_CALL' });
+});
+
 test('audit finds what clean-up removes', async (t) => {
   const { url } = await serve(t, { 'old.png': 'old', 'new.png': 'new' });
   const cache = await open(t, { root: directory(t), main: url });

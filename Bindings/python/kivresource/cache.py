@@ -44,6 +44,7 @@ from .lines import (
     SomeSettings,
     SpaceResult,
     StateResult,
+    TrimResult,
 )
 from .session import Path, Session, encode
 
@@ -384,6 +385,27 @@ class Cache:
         """Removes what no loaded resource uses, or only tells what would be removed."""
         answer = await self._call({"call": "cleanUpOrphans", "dryRun": dry_run})
         return cast(CleanUpOrphansResult, answer)
+
+    async def trim(
+        self,
+        bytes: int,
+        *,
+        resources: Optional[Literal["oldest", "leastShown"]] = None,
+        dry_run: bool = False,
+    ) -> TrimResult:
+        """Brings the use of the cache down to that many bytes, or only tells what would be removed.
+
+        Orphans go first, and then, only if `resources` says which, loaded resources: those with the
+        oldest version, or those that were not shown for the longest time.
+        """
+        answer = await self._call(
+            {"call": "trim", "bytes": bytes, "resources": resources, "dryRun": dry_run}
+        )
+        return cast(TrimResult, answer)
+
+    async def note_shown(self, id: str) -> None:
+        """Notes that a loaded resource is shown now, for trim(). A lease does this by itself."""
+        await self._call({"call": "noteShown", "id": id})
 
     async def space(self) -> SpaceResult:
         """Used and free space, in bytes."""

@@ -226,6 +226,15 @@ class RefusedItem(StoredItem):
     error: ErrorDetails
 
 
+class TrimmedResource(TypedDict):
+    """A loaded resource that trim has removed."""
+
+    #: The identifier.
+    resourceID: str
+    #: The version.
+    updated: int
+
+
 class Settings(TypedDict):
     """How files are transferred. TRANSFERS.md describes each setting in full."""
 
@@ -545,6 +554,41 @@ class CleanUpOrphansCall(Tagged, _CleanUpOrphansCallOptional):
     call: Literal["cleanUpOrphans"]
 
 
+class _TrimCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: Which loaded resources go first: those with the smallest `updated`, or those that were not
+    #: shown for the longest time, see noteShown. Null if none may be removed. Default: null.
+    resources: Union[Literal["oldest"], Literal["leastShown"], None]
+    #: True only to tell what would be removed. Default: false.
+    dryRun: bool
+
+
+class TrimCall(Tagged, _TrimCallOptional):
+    """Removes as little as possible to bring the use of the cache (cacheUsed of space) down to a
+    number of bytes: orphans first, the oldest first, and then, if `resources` says so, loaded
+    resources. What is leased stays. No event is sent for a removed resource; a later pass with a
+    configuration that names it loads it again. The answer is an error in the same cases as of
+    cleanUpOrphans. MAINTENANCE.md has more.
+    """
+
+    #: The name of the call.
+    call: Literal["trim"]
+    #: The bound. In bytes.
+    bytes: int
+
+
+class NoteShownCall(Tagged):
+    """Notes that a loaded resource is shown now, for trim. takeLease does this by itself. Does nothing
+    if no resource with the identifier is loaded.
+    """
+
+    #: The name of the call.
+    call: Literal["noteShown"]
+    #: The identifier.
+    id: Union[str, None]
+
+
 class SpaceCall(Tagged):
     """Used and free space."""
 
@@ -794,6 +838,37 @@ class CleanUpOrphansResult(Tagged):
     refused: List[RefusedItem]
 
 
+class TrimResult(Tagged):
+    """The answer of trim."""
+
+    #: The name of the call.
+    result: Literal["trim"]
+    #: What was removed or, in a dry run, would be.
+    removed: List[StoredItem]
+    #: The loaded resources among it.
+    resources: List[TrimmedResource]
+    #: What could not be removed; empty in a dry run.
+    refused: List[RefusedItem]
+    #: Why no loaded resource was removed: the list of them could not be saved. Null if that did not
+    #: happen.
+    listError: Union[ErrorDetails, None]
+    #: The use before. In bytes.
+    usedBefore: int
+    #: The use after, in a dry run estimated. In bytes.
+    usedAfter: int
+    #: True if usedAfter is not above the bound.
+    isBoundKept: bool
+
+
+class NoteShownResult(TypedDict):
+    """The answer of noteShown, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["noteShown"]
+    #: The tag of the call.
+    tag: Tag
+
+
 class SpaceResult(Tagged):
     """The answer of space."""
 
@@ -961,6 +1036,8 @@ Call = Union[
     StateCall,
     AuditCall,
     CleanUpOrphansCall,
+    TrimCall,
+    NoteShownCall,
     SpaceCall,
     SettingsCall,
     SetSettingsCall,
@@ -990,6 +1067,8 @@ Result = Union[
     StateResult,
     AuditResult,
     CleanUpOrphansResult,
+    TrimResult,
+    NoteShownResult,
     SpaceResult,
     SettingsResult,
     SetSettingsResult,
@@ -1033,6 +1112,8 @@ CallName = Literal[
     "state",
     "audit",
     "cleanUpOrphans",
+    "trim",
+    "noteShown",
     "space",
     "settings",
     "setSettings",

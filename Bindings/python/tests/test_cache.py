@@ -425,6 +425,26 @@ class Events(AsyncCacheTestCase):
         self.assertFalse(os.path.exists(kept.resource["useFilePaths"][0]))
         await kept.end()
 
+    async def test_a_trim_removes_what_was_not_shown_for_the_longest_time(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        async with self.cache(main=server.url) as cache:
+            await self.soon(cache.load(config(banner("1", "1.png"), banner("2", "2.png"))))
+            for resource in await cache.resources():
+                os.utime(resource["useFilePaths"][0], (1, 1))
+            await cache.note_shown("1")
+            bound = (await cache.space())["cacheUsed"] - 1
+            self.assertEqual((await cache.trim(bound))["removed"], [])
+            dry = await cache.trim(bound, resources="leastShown", dry_run=True)
+            self.assertEqual(len(await cache.resources()), 2)
+            trimmed = await cache.trim(bound, resources="leastShown")
+            self.assertEqual([each["resourceID"] for each in trimmed["resources"]], ["2"])
+            self.assertEqual(trimmed["removed"], dry["removed"])
+            self.assertTrue(trimmed["isBoundKept"])
+            self.assertEqual([each["resourceID"] for each in await cache.resources()], ["1"])
+            with self.assertRaises(CacheError):
+                await cache.trim(-1)
+
     async def test_a_list_that_cannot_be_saved_is_an_error(self) -> None:
         async with self.cache() as cache:
             await self.soon(cache.load(config(plain("1"))))

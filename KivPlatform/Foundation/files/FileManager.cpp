@@ -119,6 +119,10 @@ Status FileManager::linkFileAtPath_toPath(std::string_view path, std::string_vie
   return systemFileManager().linkFileAtPath_toPath(path, newPath);
 }
 
+Status FileManager::touchFileAtPath(std::string_view path) {
+  return systemFileManager().touchFileAtPath(path);
+}
+
 void FileManager::discardItemAtPath(std::string_view path) {
   static_cast<void>(removeItemAtPath(path));
 }

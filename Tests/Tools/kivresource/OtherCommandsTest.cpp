@@ -1,4 +1,4 @@
-// The commands audit, clean, serve and gallery.
+// The commands audit, clean, trim, serve and gallery.
 
 #include <csignal>
 #include <filesystem>
@@ -13,8 +13,10 @@
 namespace {
 
 using namespace kiv::test;
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -79,6 +81,44 @@ TEST_F(OtherCommandsTest, CleanRefusesWhereTheSavedListCannotBeRead) {
   EXPECT_THAT(clean.lines, IsEmpty());
   EXPECT_THAT(clean.errors, HasSubstr("\nkivresource: "));
   EXPECT_TRUE(std::filesystem::exists(orphan));
+}
+
+TEST_F(OtherCommandsTest, TrimRemovesOrphansAndThenWhatTheOrderSays) {
+  loadBanner("a", "a.png");
+  const std::string orphan =
+      directory_.write("ro ot'/KivResource/Resources/orphan.png", std::string(5000, 'o'));
+  const auto dry = run({"trim", "0", "--dry-run"});
+  EXPECT_EQ(dry.status, 1) << "a resource is loaded";
+  EXPECT_THAT(dry.lines, ElementsAre("to be removed", StartsWith("    " + orphan),
+                                     AllOf(HasSubstr(" would be used after, which is more than "),
+                                           EndsWith("0 B"))));
+  EXPECT_TRUE(std::filesystem::exists(orphan));
+  const auto enough = run({"trim", "1GB"});
+  EXPECT_EQ(enough.status, 0);
+  EXPECT_THAT(enough.lines, ElementsAre(EndsWith(" used after")));
+  EXPECT_THAT(run({"trim", "0", "--json"}).lines,
+              ElementsAre(StartsWith(R"({"removed":[{"path":")" + orphan + R"(","size":)")));
+  EXPECT_FALSE(std::filesystem::exists(orphan));
+  EXPECT_TRUE(std::filesystem::exists(stored("a.png")));
+  const auto all = run({"trim", "0", "--loaded", "oldest"});
+  EXPECT_THAT(all.lines,
+              ElementsAre("removed", AllOf(StartsWith("    " + stored("a.png")), EndsWith(" of a")),
+                          HasSubstr(" used after")));
+  EXPECT_THAT(run({"list", "--json"}).lines, ElementsAre(HasSubstr(R"("resources":[])")));
+}
+
+TEST_F(OtherCommandsTest, TrimWantsASizeAndAnOrderThatItKnows) {
+  for (const char* const size : {"", "-1", "1.5M", "5 M", "M", "B", "1MiB", "18446744073709551616",
+                                 "18446744073709552k", "1kk", "0x10", "+1"}) {
+    const auto trim = run({"trim", size});
+    EXPECT_EQ(trim.status, 2) << size;
+    EXPECT_THAT(trim.lines, IsEmpty());
+  }
+  EXPECT_THAT(run({"trim", "5X"}).errors, HasSubstr("\"5X\" is no size"));
+  EXPECT_EQ(run({"trim"}).status, 2);
+  EXPECT_EQ(run({"trim", "0", "--loaded", "newest"}).status, 2);
+  for (const char* const size : {"0", "1", "20k", "500M", "2gb", "1T", "18446744073709551615"})
+    EXPECT_NE(run({"trim", size}).status, 2) << size;
 }
 
 TEST_F(OtherCommandsTest, LookingAtAnEmptyCacheMakesNothing) {

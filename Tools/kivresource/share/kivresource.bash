@@ -2,13 +2,17 @@
 
 _kivresource() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands='load update watch list audit clean serve session gallery'
+  local commands='load update watch list audit clean trim serve session gallery'
   local options='--root --main --reserve --resources --json --help'
   local word command=
   COMPREPLY=()
   case $previous in
     --root | --resources)
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
+      return
+      ;;
+    --loaded)
+      mapfile -t COMPREPLY < <(compgen -W 'oldest least-shown' -- "$current")
       return
       ;;
     --main | --reserve | --id | --type | --mirror | --interval | --port | --fault) return ;;
@@ -22,6 +26,7 @@ _kivresource() {
     watch) options+=' --mirror --interval' ;;
     list) options+=' --id --type' ;;
     clean) options+=' --dry-run' ;;
+    trim) options+=' --loaded --dry-run' ;;
     serve) options+=' --port --fault --quiet' ;;
     '') options+=' --version' ;;
   esac

@@ -1,6 +1,6 @@
 # Completion of kivresource for fish.
 
-set -l commands load update watch list audit clean serve session gallery
+set -l commands load update watch list audit clean trim serve session gallery
 set -l none "not __fish_seen_subcommand_from $commands"
 
 complete -c kivresource -f
@@ -10,6 +10,7 @@ complete -c kivresource -n $none -a watch -d 'keep up to date with a configurati
 complete -c kivresource -n $none -a list -d 'show what is loaded, with local paths'
 complete -c kivresource -n $none -a audit -d 'show what is missing, orphaned or temporary'
 complete -c kivresource -n $none -a clean -d 'remove files that no loaded resource uses'
+complete -c kivresource -n $none -a trim -d 'remove files until the cache takes no more than a size'
 complete -c kivresource -n $none -a serve -d 'serve a directory on the loopback interface'
 complete -c kivresource -n $none -a session -d 'read calls as JSON lines'
 complete -c kivresource -n $none -a gallery -d 'write a page that shows every loaded resource'
@@ -28,7 +29,8 @@ complete -c kivresource -n '__fish_seen_subcommand_from load list' -l type -x -d
 complete -c kivresource -n '__fish_seen_subcommand_from load update' -l verbose -d 'also show each failed try'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l mirror -x -d 'another URL of the configuration'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l interval -x -d 'seconds between two checks'
-complete -c kivresource -n '__fish_seen_subcommand_from clean' -l dry-run -d 'only show what would be removed'
+complete -c kivresource -n '__fish_seen_subcommand_from clean trim' -l dry-run -d 'only show what would be removed'
+complete -c kivresource -n '__fish_seen_subcommand_from trim' -l loaded -x -a 'oldest least-shown' -d 'remove loaded resources too'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -x -a '(__fish_complete_directories)'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -l port -x -d 'the port'
 complete -c kivresource -n '__fish_seen_subcommand_from serve' -l fault -x -d 'PATH=STATUS or PATH=break'

@@ -11,6 +11,8 @@ import type {
   Progress,
   Resource,
   Settings,
+  Trim,
+  TrimmedResource,
 } from 'kivresource';
 
 type Equal<A, B> =
@@ -96,6 +98,12 @@ audit.tag;
 const { removed, refused } = await cache.cleanUp({ dryRun: true });
 same<string | undefined>()(removed[0]?.path);
 same<ErrorDetails | undefined>()(refused[0]?.error);
+const trimmed = await cache.trim(0, { resources: 'leastShown', dryRun: true });
+same<Trim>()(trimmed);
+same<TrimmedResource | undefined>()(trimmed.resources[0]);
+// @ts-expect-error: no such rule
+await cache.trim(0, { resources: 'newest' });
+await cache.noteShown('a');
 same<number>()((await cache.space()).cacheUsed);
 same<number>()((await cache.state()).downloads);
 const settings = await cache.settings();

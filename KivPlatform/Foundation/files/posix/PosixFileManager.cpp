@@ -83,6 +83,7 @@ class PosixFileManager final : public FileManager {
                                                std::string_view otherPath) override;
   Result<std::unique_ptr<WritableFile>> openFileAtPath_length(std::string_view path,
                                                               std::uint64_t length) override;
+  Status touchFileAtPath(std::string_view path) override;
   Status synchronizeDirectoryAtPath(std::string_view path) override;
   std::vector<Status> synchronizeFiles(const std::vector<WritableFile*>& files) override {
     return posix::synchronizeInParallel(files);
@@ -307,6 +308,17 @@ Result<std::unique_ptr<WritableFile>> PosixFileManager::openFileAtPath_length(
     return systemError(errno, "open", path);
   }
   return posix::writableFile(std::move(file), path);
+}
+
+Status PosixFileManager::touchFileAtPath(std::string_view path) {
+  struct stat status {};
+  if (!lookAt(path, status)) return systemError(errno, "touch", path);
+  if (!S_ISREG(status.st_mode)) return systemError(EINVAL, "touch", path);
+  const SystemPath systemPath(path);
+  if (::utimensat(AT_FDCWD, systemPath.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) != 0) {
+    return systemError(errno, "touch", path);
+  }
+  return {};
 }
 
 Status PosixFileManager::synchronizeDirectoryAtPath(std::string_view path) {
