@@ -2,6 +2,7 @@
 // process and the others do.
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -28,6 +29,7 @@
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceStorageModule.h"
+#include "KivResource/KivResourceTrim.h"
 #include "KivResource/KivResourceWeb.h"
 #include "Tests/Support/FakeRESTService.h"
 #include "Tests/Support/ForwardingFileManager.h"
@@ -206,6 +208,29 @@ TEST_F(KivResourceCacheTest, EachIsRestoredFromItsOwnList) {
   EXPECT_THAT(b.identifiers(), ElementsAre("y"));
   EXPECT_EQ(a.update({bannerOf("x", 1, "x.png")}), (Events{"loaded x", "finished"}));
   EXPECT_THAT(a.client->urls, IsEmpty());
+}
+
+TEST_F(KivResourceCacheTest, EachIsTrimmedByItself) {
+  a.update({bannerOf("x", 1, "x.png"), bannerOf("y", 2, "y.png")});
+  b.update({bannerOf("x", 1, "x.png")});
+  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(48);
+  for (const std::string& path : {a.stored("x.png"), a.stored("y.png"), b.stored("x.png")})
+    fs::last_write_time(path, old);
+  Maintenance::noteShown(*a.manager()->loadedResources()->resources().at(0));
+  EXPECT_GT(fs::last_write_time(a.stored("x.png")), old);
+  EXPECT_EQ(fs::last_write_time(b.stored("x.png")), old);
+  ASSERT_TRUE(Lease::take(*b.manager()->loadedResources()->resources().at(0)));
+  EXPECT_GT(fs::last_write_time(b.stored("x.png")), old);
+
+  KivResourceTrimOptions options;
+  options.rule = KivResourceTrimOptions::Rule::leastRecentlyShown;
+  options.bytes = Maintenance::space(*a.manager())->cacheUsed - 1;
+  const auto trim = Maintenance::trim(*a.manager(), options, Maintenance::Mode::remove);
+  ASSERT_TRUE(trim);
+  EXPECT_TRUE(trim->isBoundKept);
+  EXPECT_THAT(pathsOf(trim->removed), ElementsAre(a.stored("y.png")));
+  EXPECT_THAT(a.identifiers(), ElementsAre("x"));
+  EXPECT_THAT(b.identifiers(), ElementsAre("x"));
 }
 
 TEST_F(KivResourceCacheTest, NothingThatOneDoesTouchesTheOthersDirectories) {

@@ -20,6 +20,7 @@
 #include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceStandard.h"
 #include "KivResource/KivResourceStorageModule.h"
+#include "KivResource/KivResourceTrim.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/KivResourceWeb.h"
 #include "Tests/KivResource/ReportingHostFixture.h"
@@ -492,6 +493,37 @@ TEST_F(KivResourceLeaseProcessesTest, OthersLeaveALeaseAloneUntilItsProcessDies)
     EXPECT_FALSE(exists(path)) << path;
   expectSoundRoot();
   EXPECT_EQ(loadedVersions(), newer.versions);
+}
+
+TEST_F(KivResourceLeaseProcessesTest, ATrimLeavesWhatAnotherProcessHasLeased) {
+  const Pass pass{true, {{"ad-0", 1}, {"page-0", 1}, {"film-0", 1}}};
+  ReportingHostProcess shows(root(), server.url(), {stepFor(pass), "lease", "wait"});
+  ASSERT_TRUE(shows.hasStarted());
+  EXPECT_THAT(leasedPaths(shows, "step 2"), SizeIs(4));
+  Pass more = pass;
+  more.versions["ad-1"] = 1;
+  runHost({stepFor(more)});
+  lookAtRoot();
+  KivResourceTrimOptions options;
+  options.rule = KivResourceTrimOptions::Rule::oldestStamp;
+  const auto trim = [&] {
+    return KivResourceMaintenance::trim(*manager, options, KivResourceMaintenance::Mode::remove);
+  };
+  const auto first = trim();
+  ASSERT_TRUE(first);
+  EXPECT_FALSE(first->isBoundKept);
+  EXPECT_EQ(loadedVersions(), pass.versions);
+  for (const auto& resource : *manager->loadedResources())
+    EXPECT_TRUE(resource->filesExist()) << resource->resourceID();
+
+  shows.kill();
+  while (shows.readLine()) {
+  }
+  EXPECT_EQ(shows.waitForExit(), std::nullopt);
+  lookAtRoot();
+  ASSERT_TRUE(trim());
+  EXPECT_THAT(loadedVersions(), IsEmpty());
+  EXPECT_TRUE(fs::is_empty(stored("")));
 }
 
 }  // namespace

@@ -267,7 +267,8 @@ TEST_F(SessionCallTest, TrimsAndNotesWhatIsShown) {
   EXPECT_EQ(lines[1], R"({"result":"trim",)" + none + "true}");
   EXPECT_THAT(lines[2], StartsWith(R"({"result":"trim","removed":[{"path":")" + stored("b.png") +
                                    R"(","size":N,"resourceID":"b"},{"path":")" + stored("a.png")));
-  EXPECT_THAT(lines[2], HasSubstr(R"("resources":[{"resourceID":"b","updated":1},{"resourceID":"a")"));
+  EXPECT_THAT(lines[2],
+              HasSubstr(R"("resources":[{"resourceID":"b","updated":1},{"resourceID":"a")"));
   EXPECT_THAT(lines[2], EndsWith(R"(,"tag":1})"));
   EXPECT_EQ(lines[3], R"({"result":"allLoadedResources","resources":[]})");
 }

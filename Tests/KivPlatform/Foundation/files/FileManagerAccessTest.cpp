@@ -1,5 +1,6 @@
 // The permissions of files and directories that the file manager creates.
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -108,6 +109,39 @@ TEST_F(FileManagerAccessTest, WhatALinkLeadsToIsNotMadePrivate) {
 TEST_F(FileManagerAccessTest, ADirectoryForEverybodysTemporaryFilesStaysSo) {
   manager_.makePrivateItemAtPath(directory("temporary", 01777));
   EXPECT_EQ(modeOf(path("temporary")), 01777);
+}
+
+TEST_F(FileManagerAccessTest, ATouchChangesTheTimeOfAFileAndNothingElse) {
+  const std::string touched = file("file", 0640);
+  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(48);
+  fs::last_write_time(touched, old);
+  const auto before = manager_.identityOfFileAtPath(touched);
+  ASSERT_TRUE(before);
+  const auto status = manager_.touchFileAtPath(touched);
+  EXPECT_TRUE(status);
+  EXPECT_GT(fs::last_write_time(touched), old + std::chrono::hours(47));
+  const auto after = manager_.identityOfFileAtPath(touched);
+  ASSERT_TRUE(after);
+  EXPECT_EQ(after->number, before->number);
+  EXPECT_EQ(after->length, before->length);
+  EXPECT_EQ(modeOf(touched), 0640);
+}
+
+TEST_F(FileManagerAccessTest, OnlyAFileIsTouched) {
+  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(48);
+  const std::string target = file("file", 0640);
+  fs::last_write_time(target, old);
+  fs::create_symlink(target, path("link"));
+  fs::create_symlink(path("nowhere"), path("broken"));
+  directory("directory", 0700);
+  for (const char* const name : {"link", "broken", "directory", "missing", "file/"}) {
+    const auto status = manager_.touchFileAtPath(path(name));
+    EXPECT_FALSE(status) << name;
+  }
+  EXPECT_FALSE(manager_.touchFileAtPath(std::string("\0", 1)));
+  EXPECT_EQ(fs::last_write_time(target), old);
+  EXPECT_FALSE(fs::exists(path("nowhere")));
+  EXPECT_FALSE(fs::exists(path("missing")));
 }
 
 TEST_F(FileManagerAccessTest, RightsAreCopiedFromOneFileToAnother) {
