@@ -61,6 +61,11 @@ class KIV_EXPORT KivRESTServiceTask {
   }
   void setValidators(std::optional<KivRESTServiceValidators> validators);
 
+  /// True if the validators of the response are to be returned although none were set. Unlike empty
+  /// validators, this changes nothing else. The default is false.
+  [[nodiscard]] bool returnsValidators() const noexcept { return returnsValidators_; }
+  void setReturnsValidators(bool returns) noexcept { returnsValidators_ = returns; }
+
   /// Called once on the client's queue when the task has ended, and then released; never called if
   /// the task was cancelled. An empty handler removes it.
   [[nodiscard]] const CompletionHandler& completionHandler() const noexcept { return completion_; }
@@ -77,7 +82,8 @@ class KIV_EXPORT KivRESTServiceTask {
   /// The body of the response, or nothing.
   [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }
 
-  /// The validators of a response with the status 200 or 304, if validators were set.
+  /// The validators of a response with the status 200 or 304, if validators were set, or are to be
+  /// returned.
   [[nodiscard]] const std::optional<KivRESTServiceValidators>& returnedValidators() const noexcept {
     return returnedValidators_;
   }
@@ -102,6 +108,7 @@ class KIV_EXPORT KivRESTServiceTask {
   std::optional<kiv::URLRequest> request_;
   std::vector<kiv::URL> mirrors_;
   std::optional<KivRESTServiceValidators> validators_;
+  bool returnsValidators_ = false;
   CompletionHandler completion_;
   std::optional<kiv::HTTPResponse> response_;
   std::optional<kiv::Error> error_;

@@ -131,6 +131,17 @@ bool KivStorageService::savePrivateData_forFileName_atRelativePath_error(
       .reportTo(error);
 }
 
+bool KivStorageService::savePrivateDataWithoutSync_forFileName_atRelativePath_error(
+    const Data& data, std::string_view fileName, std::string_view relativePath,
+    std::optional<Error>* error) {
+  return guarded(fileName,
+                 [&] {
+                   return save({data, std::string(fileName), std::string(relativePath),
+                                Access::owner, false});
+                 })
+      .reportTo(error);
+}
+
 KivStorageService::Batch::Batch() : root_(StorageInUse::root()) {
   if (root_) root_->beginBatch();
 }

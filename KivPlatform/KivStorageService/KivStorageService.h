@@ -92,6 +92,13 @@ class KIV_EXPORT KivStorageService {
       const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
       std::optional<kiv::Error>* error = nullptr);
 
+  /// The same without a wait for the disk, for a file that can be done without: it is replaced in
+  /// one step, but after a power failure it may be the old one, empty or missing. An archive is
+  /// saved as by the former.
+  static bool savePrivateDataWithoutSync_forFileName_atRelativePath_error(
+      const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
+      std::optional<kiv::Error>* error = nullptr);
+
   class Batch;
 
   /// A file whose contents are written, but which has not got its name yet. The destructor removes

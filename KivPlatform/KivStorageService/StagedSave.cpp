@@ -71,6 +71,8 @@ Status StagedSave::writeFile(std::shared_ptr<SyncGroup> group) {
   if (!file) return file.error();
   if (Status status = file->write(data); !status) return status;
   if (group) numberInGroup_ = file->leaveSyncTo(*group);
+  Status closed = request_.isSynced ? Status() : file->closeWithoutSync();
+  if (!closed) return closed;
   file_.emplace(*std::move(file));
   group_ = std::move(group);
   return {};
@@ -96,6 +98,7 @@ Status StagedSave::commit() {
   if (Status status = root_->prepareDirectory(directory); !status) return status;
   if (directory_) return swapDirectoryIn(*root_, *directory_, path_);
   if (Status status = file_->place(path_); !status) return status;
+  if (!request_.isSynced) return {};
   return root_->synchronizeEntries(directory);
 }
 

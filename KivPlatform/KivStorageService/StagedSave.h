@@ -22,6 +22,8 @@ struct SaveRequest {
   std::string fileName;
   std::string relativePath;
   Access access = Access::shared;
+  /// False for a file that may be lost, or be empty, after a power failure. Not for an archive.
+  bool isSynced = true;
 };
 
 /// A save in two steps: the contents are written to a temporary file or directory, then that gets

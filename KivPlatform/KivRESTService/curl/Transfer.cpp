@@ -253,7 +253,7 @@ std::optional<AttemptResult> Transfer::finish(int result) {
   auto ended = outcome(result);
   if (ended && mayBeTheConnectionsFault(*ended)) ended = askOnFreshConnection();
   if (!ended) return std::nullopt;
-  if (validators_ && ended->isSuccess()) returnValidators(*ended);
+  if (ended->isSuccess()) returnValidators(*ended);
   AttemptResult tried(std::move(*ended));
   describe(tried);
   return tried;

@@ -220,7 +220,9 @@ void TaskLedger::complete(TaskResult& result) {
   task->setResponse(status ? std::optional(HTTPResponse(*status)) : std::nullopt);
   task->setResponseError(std::move(outcome.error));
   task->setReturnedData(std::move(outcome.body));
-  task->setReturnedValidators(std::move(outcome.validators));
+  if (task->validators() || task->returnsValidators()) {
+    task->setReturnedValidators(std::move(outcome.validators));
+  }
   task->setMetrics(std::move(result.metrics));
   if (const auto observer = endObserver()) (*observer)(*task);
   // Taken off the task, so that a handler that owns its task does not leak it.

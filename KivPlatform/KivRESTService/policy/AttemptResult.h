@@ -20,7 +20,7 @@ struct TransferOutcome {
   std::optional<Data> body;
   /// The answer to a conditional request: the file has not changed.
   bool isUnchanged = false;
-  /// Those of the response, if the task asked for them.
+  /// Those of the response, if it gave what was asked for.
   std::optional<KivRESTServiceValidators> validators = {};
 
   /// True if the server gave what was asked for.

@@ -87,6 +87,10 @@ std::size_t AtomicFile::leaveSyncTo(SyncGroup& group) {
   return group.add(std::move(file_));
 }
 
+Status AtomicFile::closeWithoutSync() {
+  return std::exchange(file_, nullptr)->close();
+}
+
 Status AtomicFile::place(const std::string& path) {
   if (file_) {
     if (Status status = file_->synchronize(); !status) return status;

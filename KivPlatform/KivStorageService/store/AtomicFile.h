@@ -38,6 +38,8 @@ class AtomicFile {
   /// Leaves the sync of the file to the group, which must be synchronized before place() or
   /// commit() is called. Returns the number of the file in the group.
   std::size_t leaveSyncTo(SyncGroup& group);
+  /// Closes the file, so that place() renames it without a sync.
+  Status closeWithoutSync();
   /// Syncs the file, renames it to the path, replacing a file or link, and syncs the directory.
   /// Called at most once. On failure the old file is still in place, or the new one if only the
   /// last sync failed.
@@ -49,7 +51,7 @@ class AtomicFile {
   AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file);
 
   Temporary temporary_;
-  std::unique_ptr<WritableFile> file_;  ///< nullptr if the sync was left to a group.
+  std::unique_ptr<WritableFile> file_;  ///< nullptr if it is not synced here.
 };
 
 }  // namespace kiv::storage

@@ -58,6 +58,25 @@ TEST_F(KivRESTServiceCondition, WithoutValidatorsNothingIsAskedAndReturned) {
   EXPECT_FALSE(sent("If-Modified-Since"));
 }
 
+TEST_F(KivRESTServiceCondition, OnlyTheTaskThatWantsThemGetsTheValidatorsOfASharedResponse) {
+  const Gate gate;
+  server_.serve("/a", Response::ok("body").header("ETag", "\"1\"").after(gate));
+  const auto plain = Load::makeTask({url()});
+  const auto wanting = Load::makeTask({url()});
+  wanting->setReturnsValidators(true);
+  int ended = 0;
+  for (const auto& task : {plain, wanting}) {
+    task->setCompletionHandler([&](auto&) { ++ended; });
+    client().queue(task);
+  }
+  ASSERT_TRUE(server_.waitForRequests(1));
+  gate.open();
+  ASSERT_TRUE(waitUntil([&] { return ended == 2; }));
+  EXPECT_EQ(server_.requests().size(), 1U);
+  EXPECT_FALSE(plain->returnedValidators());
+  EXPECT_EQ(wanting->returnedValidators(), known("\"1\""));
+}
+
 TEST_F(KivRESTServiceCondition, EmptyValidatorsAskNothingButThoseOfTheResponseAreReturned) {
   server_.serve("/a", Response::ok("body").header("ETag", "W/\"1\"").header("Last-Modified", date));
   const auto task = ask(KivRESTServiceValidators());
