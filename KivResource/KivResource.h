@@ -57,6 +57,7 @@
 #include "KivResource/KivResourcePass.h"                       // IWYU pragma: export
 #include "KivResource/KivResourcePassReport.h"                 // IWYU pragma: export
 #include "KivResource/KivResourceRESTModule.h"                 // IWYU pragma: export
+#include "KivResource/KivResourceRevalidationReport.h"         // IWYU pragma: export
 #include "KivResource/KivResourceStandard.h"                   // IWYU pragma: export
 #include "KivResource/KivResourceStorageModule.h"              // IWYU pragma: export
 #include "KivResource/KivResourceTrim.h"                       // IWYU pragma: export

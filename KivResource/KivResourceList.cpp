@@ -175,6 +175,16 @@ bool ResourceList::isPathUsedByOthers(std::string_view path, const KivResource& 
   return false;
 }
 
+ResourceArray ResourceList::resourcesWithPath(std::string_view path) const {
+  assertQueue();
+  ResourceArray users;
+  for (const Place place : indexes_->of(Aspect::fileName).places(path)) {
+    const auto& resource = places_[place];
+    if (resource && isUsedBy(*resource, path)) users.push_back(resource);
+  }
+  return users;
+}
+
 ResourceList::Counterparts ResourceList::counterparts(const ResourceArray& resources) const {
   assertQueue();
   const ResourceIndex& index = indexes_->of(Aspect::identifier);

@@ -91,6 +91,10 @@ class KIV_EXPORT ResourceList {
   /// path to the same file.
   [[nodiscard]] bool isPathUsedByOthers(std::string_view path, const KivResource& owner) const;
 
+  /// The resources that use the file at that path, also by another path to the same file, in the
+  /// order of the list.
+  [[nodiscard]] ResourceArray resourcesWithPath(std::string_view path) const;
+
   /// Adds the resource at the end, also if it is in the list already. nullptr is ignored.
   void append(std::shared_ptr<KivResource> resource);
   /// Removes every occurrence of the object.

@@ -9,9 +9,11 @@
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceFileListing.h"
+#include "KivResource/KivResourceFileOrigins.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePassReports.h"
 #include "KivResource/KivResourcePendingRemovals.h"
+#include "KivResource/KivResourceRevalidation.h"
 #include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
 
@@ -60,11 +62,13 @@ KivResourceManager::KivResourceManager(std::shared_ptr<const kiv::CachePlace> pl
       place_(std::move(place)),
       fileListing_(std::make_unique<kiv::FileListing>()),
       removals_(std::make_unique<kiv::PendingRemovals>()),
-      reports_(std::make_unique<kiv::PassReports>(queueAssertion_)) {}
+      reports_(std::make_unique<kiv::PassReports>(queueAssertion_)),
+      origins_(std::make_unique<kiv::FileOrigins>()) {}
 KivResourceManager::~KivResourceManager() = default;
 
 void KivResourceManager::create(std::shared_ptr<KivResourceRESTModule> loader) {
   multicastObserver_ = std::make_shared<MulticastObserver>();
+  revalidations_ = makeRevalidations();
   setLoadedResources(nullptr);
   savedList_ = std::make_unique<kiv::SavedList>();
   loadingResourcesFilesCount_ = 0;
@@ -216,6 +220,8 @@ void KivResourceManager::endStep() {
   kiv::insist([this] { saveChanges(); });
   for (auto& announcement : std::exchange(announcements_, {}))
     kiv::insist([&] { send(announcement); });
+  revalidations_->endStep();
+  if (loadingResourcesFilesCount_ <= 0) origins_->save();
   reports_->endStep(loadingResourcesFilesCount_ > 0, *loadedResources_,
                     savedList_->lastSaveError());
 }

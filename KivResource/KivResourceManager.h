@@ -21,15 +21,18 @@
 #include "KivResource/KivResourcePass.h"
 #include "KivResource/KivResourcePassReport.h"
 #include "KivResource/KivResourceRESTModule.h"
+#include "KivResource/KivResourceRevalidationReport.h"
 
 namespace kiv {
 struct CachePlace;
 class FileListing;
+class FileOrigins;
 class ManagerStep;
 class PassCollector;
 class PassReports;
 class PendingRemovals;
 class QueueAssertion;
+class Revalidations;
 class SavedList;
 }  // namespace kiv
 
@@ -107,8 +110,30 @@ class KIV_EXPORT KivResourceManager final
   ///
   /// Throws std::bad_alloc if memory runs out at the start. Then the handler is never called.
   std::uint64_t startPass(const KivResourcePass& pass, KivResourcePassReportHandler handler);
-  /// Cancels all downloads and sends the finish callback. Complete resources stay, and nothing is
-  /// removed from the registry.
+  /// Asks the servers whether the stored files of the loaded resources have changed under their
+  /// names, and replaces those that have, each in one step. No pass does this: a pass asks for
+  /// files that are missing, and for nothing else. `what` selects the resources.
+  ///
+  /// A file is asked about once, however many resources use it, with the validators that came with
+  /// it (RFC 9110, 13). Without validators the whole file is asked for and compared. Files that are
+  /// packaged or lie elsewhere on the disk are not asked about, nor those of which the link is not
+  /// known, as of files that an earlier version of the framework has stored. Servers, retries,
+  /// priority, pause and speed are those of the passes.
+  ///
+  /// The handler is called exactly once, as a job of the manager's queue, with a report of what
+  /// became of each file. Observers hear nothing, since neither resources nor paths change: a host
+  /// that shows a file reads it again. A lease keeps the former contents. If a request fails, or
+  /// the new contents cannot be stored, the file stays as it was.
+  ///
+  /// Passes may run at the same time, and take no notice; only one revalidation runs, and another
+  /// one is refused. stopLoading() stops it too. The handler may start another one, or a pass. It
+  /// is released after the call. If no job can be added, since memory has run out or the manager's
+  /// queue has been released, it is called within the operation that ended the revalidation.
+  ///
+  /// Throws std::bad_alloc if memory runs out at the start. Then the handler is never called.
+  void revalidate(KivResourceRevalidationHandler handler, const KivResourceRevalidation& what = {});
+  /// Cancels all downloads, and a revalidation, and sends the finish callback. Complete resources
+  /// stay, and nothing is removed from the registry.
   void stopLoading();
 
   // --- Queries and observers: for the host ---
@@ -225,6 +250,7 @@ class KIV_EXPORT KivResourceManager final
  private:
   explicit KivResourceManager(std::shared_ptr<const kiv::CachePlace> place);
   void create(std::shared_ptr<KivResourceRESTModule> loader);
+  std::unique_ptr<kiv::Revalidations> makeRevalidations();
   void assertQueue(const char* call = __builtin_FUNCTION()) const;
 
   /// `collector` makes the report, or is nullptr.
@@ -286,6 +312,8 @@ class KIV_EXPORT KivResourceManager final
   bool listIsOutOfDate_ = false;  ///< On the disk, because it could not be written.
   std::unique_ptr<kiv::PendingRemovals> removals_;
   const std::unique_ptr<kiv::PassReports> reports_;
+  const std::unique_ptr<kiv::FileOrigins> origins_;
+  std::unique_ptr<kiv::Revalidations> revalidations_;
   std::vector<std::shared_ptr<Arrival>> arrivals_;  ///< Those that wait.
   bool handlingIsScheduled_ = false;
   const MulticastObserver::Recipients* recipients_ = nullptr;  ///< Of the arrival being handled.

@@ -10,6 +10,7 @@
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
 #include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceFileListing.h"
+#include "KivResource/KivResourceFileOrigins.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePassReports.h"
@@ -62,6 +63,7 @@ void KivResourceManager::loadFilesForResource(const std::shared_ptr<KivResource>
   for (const std::string& fileLink : resource->missingFilesLinks()) {
     if (const auto path = pathToFile(kiv::path::lastPathComponent(fileLink))) {
       reports_->tell([&](kiv::PassCollector& pass) { pass.noteLocalFile(*resource, fileLink); });
+      kiv::contain([&] { origins_->noteFound(fileLink, *path); });
       setLoadedFile_forResource(*path, resource);
     } else {
       downloadFile(fileLink, resource);
@@ -102,6 +104,7 @@ struct KivResourceManager::Arrival {
   std::optional<KivStorageService::StagedFile> staged = {};
   std::optional<kiv::Error> stagingError = {};
   kiv::PassFile file = {};  ///< Its place in the report of the pass.
+  std::optional<KivRESTServiceValidators> validators = {};  ///< Of the response.
 };
 
 /// The count is incremented first, since the completion may be called before the loader returns.
@@ -115,10 +118,10 @@ void KivResourceManager::downloadFile(const std::string& fileLink,
     completeDownload(arrival, std::nullopt, KivResourceRESTModule::createRequestError());
     return;
   }
-  KivResourceRESTModule::TaskHandler noteTask;
-  if (arrival->file) {
-    noteTask = [file = arrival->file](const KivRESTServiceTask& task) { file.noteTask(task); };
-  }
+  auto noteTask = [arrival](const KivRESTServiceTask& task) {
+    arrival->file.noteTask(task);
+    kiv::contain([&] { arrival->validators = task.returnedValidators(); });
+  };
   const auto loader = loader_;
   loader->loadDataForResource_usingFileLink_taskHandler_completionHandler(
       resource, fileLink, std::move(noteTask),
@@ -237,6 +240,7 @@ void KivResourceManager::store(Arrival& arrival) {
     announceFailed(arrival.resource, error);
     return;
   }
+  kiv::contain([&] { origins_->noteStored(arrival.fileLink, arrival.validators, *arrival.data); });
   const auto path = KivResourceStorageModule::pathToResourceFileWithName(fileName);
   arrival.file.noteEnd(path ? KivResourcePassFileOutcome::downloaded
                             : KivResourcePassFileOutcome::notFound);

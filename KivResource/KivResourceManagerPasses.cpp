@@ -6,6 +6,7 @@
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
 #include "KivResource/KivResourcePassReports.h"
+#include "KivResource/KivResourceRevalidation.h"
 #include "KivResource/NSError+KivResource.h"
 
 void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
@@ -141,6 +142,7 @@ void KivResourceManager::finishLoading() {
 void KivResourceManager::stopLoading() {
   assertQueue();
   const auto step = beginStep();
+  revalidations_->stop();
   if (loader_) loader_->canselLoading();
   reports_->tell([](kiv::PassCollector& pass) { pass.noteStop(); });
   loadingResourcesFilesCount_ = 0;

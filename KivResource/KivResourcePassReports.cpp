@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "KivPlatform/Foundation/queues/DispatchQueue.h"
 #include "KivPlatform/Foundation/queues/QueueAssertion.h"
+#include "KivResource/KivResourceReportJob.h"
 
 namespace kiv {
 
@@ -54,15 +54,8 @@ void PassReports::endStep(bool isBusy, const ResourceList& registry,
   handOver(collector);
 }
 
-/// If not even a job can be made, nor a queue is left to run it, the handler is called here: a
-/// report is never lost.
 void PassReports::handOver(const std::shared_ptr<PassCollector>& collector) const noexcept {
-  const auto queue = queue_->queue();
-  const auto post = [&] { queue->async([collector] { collector->report(); }); };
-  for (int attempts = queue ? 2 : 0; attempts > 0; --attempts) {
-    if (contain(post)) return;
-  }
-  contain([&] { collector->report(); });
+  postReport(*queue_, [collector] { collector->report(); });
 }
 
 }  // namespace kiv

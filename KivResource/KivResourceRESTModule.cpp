@@ -59,6 +59,8 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
     CompletionHandler completion) {
   auto taskHandler = std::exchange(taskHandler_, nullptr);
   const auto task = std::make_shared<KivRESTServiceTask>();
+  task->setValidators(std::exchange(validators_, std::nullopt));
+  task->setReturnsValidators(true);
   task->setPriority(resource ? resource->priority() : 0);
   task->setRequest(createGetRequestWithURL(mainURLForFileWithLink(fileLink)));
   if (!completion) completion = [](const auto&, const auto&) {};
@@ -75,19 +77,32 @@ void KivResourceRESTModule::loadDataForResource_usingFileLink_completionHandler(
   restService_->queue(task);
 }
 
-/// The handler reaches the override, which has no argument for it, as a member.
 void KivResourceRESTModule::loadDataForResource_usingFileLink_taskHandler_completionHandler(
     const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
     TaskHandler taskHandler, CompletionHandler completion) {
+  loadDataForResource_usingFileLink_validators_taskHandler_completionHandler(
+      resource, fileLink, std::nullopt, std::move(taskHandler), std::move(completion));
+}
+
+/// Validators and handler reach the override, which has no arguments for them, as members.
+void KivResourceRESTModule::
+    loadDataForResource_usingFileLink_validators_taskHandler_completionHandler(
+        const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
+        std::optional<KivRESTServiceValidators> validators, TaskHandler taskHandler,
+        CompletionHandler completion) {
   struct Loan {
-    explicit Loan(TaskHandler& place) noexcept : handler(place) {}
+    explicit Loan(KivResourceRESTModule& owner) noexcept : module(owner) {}
     Loan(const Loan&) = delete;
     Loan& operator=(const Loan&) = delete;
-    ~Loan() { handler = nullptr; }
-    TaskHandler& handler;
+    ~Loan() {
+      module.taskHandler_ = nullptr;
+      module.validators_.reset();
+    }
+    KivResourceRESTModule& module;
   };
+  const Loan loan(*this);
   taskHandler_ = std::move(taskHandler);
-  const Loan loan(taskHandler_);
+  validators_ = std::move(validators);
   loadDataForResource_usingFileLink_completionHandler(resource, fileLink, std::move(completion));
 }
 

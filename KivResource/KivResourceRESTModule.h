@@ -61,6 +61,13 @@ class KIV_EXPORT KivResourceRESTModule {
   void loadDataForResource_usingFileLink_taskHandler_completionHandler(
       const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
       TaskHandler taskHandler, CompletionHandler completion);
+  /// The same with a condition, KivRESTServiceTask::setValidators(): the client asks for the file
+  /// only if it has changed. If it has not, `taskHandler` sees the status 304, and `completion`
+  /// gets error 102. An override that does not call this class asks for the file unconditionally.
+  void loadDataForResource_usingFileLink_validators_taskHandler_completionHandler(
+      const std::shared_ptr<KivResource>& resource, const std::string& fileLink,
+      std::optional<KivRESTServiceValidators> validators, TaskHandler taskHandler,
+      CompletionHandler completion);
 
   /// Cancels all downloads. No completion is called after this, not even that of a download that
   /// has just ended.
@@ -92,7 +99,8 @@ class KIV_EXPORT KivResourceRESTModule {
   void setRestService(std::shared_ptr<KivRESTService> restService);
 
  private:
-  TaskHandler taskHandler_;  ///< Of the download that is being started.
+  TaskHandler taskHandler_;  ///< This and the next of the download that is being started.
+  std::optional<KivRESTServiceValidators> validators_;
   std::weak_ptr<KivResourceRESTModuleDelegate> delegate_;
   std::shared_ptr<KivAppConfiguration> appConfiguration_;
   std::shared_ptr<KivRESTService> restService_;

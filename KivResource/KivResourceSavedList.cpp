@@ -33,12 +33,6 @@ FileManager& files() {
   return FileManager::defaultManager();
 }
 
-/// Empty if there is no storage root.
-std::string lockPath() {
-  std::string list = KivResourceStorageModule::resourcesListPath();
-  return list.empty() ? list : list.append(lockSuffix);
-}
-
 bool isHeldByAnother(const Result<std::unique_ptr<FileLock>>& lock) {
   return !lock && isSystemError(lock.error(), std::errc::resource_unavailable_try_again);
 }
@@ -64,6 +58,11 @@ void logUnwritable(const KivResource& resource, const Error& error) {
 }
 
 }  // namespace
+
+std::string SavedList::lockPath() {
+  std::string list = KivResourceStorageModule::resourcesListPath();
+  return list.empty() ? list : list.append(lockSuffix);
+}
 
 // --- Reading -------------------------------------------------------------------------------------
 

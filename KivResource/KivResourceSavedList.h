@@ -22,6 +22,9 @@ namespace kiv {
 /// such a list is replaced it is read again, and if that fails it is set aside under another name.
 class SavedList {
  public:
+  /// The absolute path of the file that is locked while a process changes the list.
+  static std::string lockPath();
+
   /// Appends to the registry the resources of the list whose files are there, which the listing may
   /// tell. There are none if there is no list, or if it cannot be read and is in doubt from now on.
   void restore(ResourceList& registry, FileListing& listing);

@@ -18,6 +18,7 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
   KivResource/KivResourcePassAwaiting.h
   KivResource/KivResourcePassReport.h
   KivResource/KivResourceRESTModule.h
+  KivResource/KivResourceRevalidationReport.h
   KivResource/KivResourceStandard.h
   KivResource/KivResourceStorageModule.h
   KivResource/KivResourceMaintenance.h
@@ -69,11 +70,14 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceArchiveRemoval.h
   KivResource/KivResourceCachePlace.h
   KivResource/KivResourceFileListing.h
+  KivResource/KivResourceFileOrigins.h
   KivResource/KivResourceIndex.h
   KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h
   KivResource/KivResourcePassCollector.h
   KivResource/KivResourcePassReports.h
   KivResource/KivResourcePendingRemovals.h
+  KivResource/KivResourceReportJob.h
+  KivResource/KivResourceRevalidation.h
   KivResource/KivResourceSavedList.h
 )
