@@ -22,7 +22,8 @@ namespace kiv {
 /// such a list is replaced it is read again, and if that fails it is set aside under another name.
 class SavedList {
  public:
-  /// The absolute path of the file that is locked while a process changes the list.
+  /// The absolute path of the file that is locked while a process changes the list; empty if there
+  /// is no storage root.
   static std::string lockPath();
 
   /// Appends to the registry the resources of the list whose files are there, which the listing may

@@ -23,20 +23,36 @@ Dictionary failedTryJSON(const KivRESTServiceFailedTry& failed) {
           {"errorCode", failed.error ? Value(static_cast<std::int64_t>(*failed.error)) : Value()}};
 }
 
-Dictionary fileJSON(const KivResourcePassFile& file) {
+/// The members that the files of a pass and of a revalidation share.
+template <class File>
+void addTransfer(Dictionary& line, const File& file) {
   Array failedTries;
   for (const auto& failed : file.metrics.failedTries)
     failedTries.append(failedTryJSON(failed));
-  return {{"link", file.link},
-          {"outcome", nameOf(file.outcome)},
-          {"error", errorJSON(file.error)},
-          {"statusCode", file.statusCode},
-          {"server", file.metrics.server ? serverJSON(*file.metrics.server) : Value()},
-          {"bytes", file.metrics.bytes},
-          {"resumedBytes", file.metrics.resumedBytes},
-          {"duration_ms", milliseconds(file.metrics.totalTime)},
-          {"tries", file.metrics.tries},
-          {"failedTries", failedTries}};
+  line.set("outcome", nameOf(file.outcome));
+  line.set("error", errorJSON(file.error));
+  line.set("statusCode", file.statusCode);
+  line.set("server", file.metrics.server ? serverJSON(*file.metrics.server) : Value());
+  line.set("bytes", file.metrics.bytes);
+  line.set("resumedBytes", file.metrics.resumedBytes);
+  line.set("duration_ms", milliseconds(file.metrics.totalTime));
+  line.set("tries", file.metrics.tries);
+  line.set("failedTries", failedTries);
+}
+
+Dictionary fileJSON(const KivResourcePassFile& file) {
+  Dictionary line{{"link", file.link}};
+  addTransfer(line, file);
+  return line;
+}
+
+Dictionary fileJSON(const KivResourceRevalidationFile& file) {
+  Array resourceIDs;
+  for (const auto& resourceID : file.resourceIDs)
+    resourceIDs.append(resourceID);
+  Dictionary line{{"path", file.path}, {"link", file.link}, {"resourceIDs", resourceIDs}};
+  addTransfer(line, file);
+  return line;
 }
 
 Dictionary entryJSON(const KivResourcePassEntry& entry) {
@@ -80,6 +96,19 @@ Dictionary passReportLine(const KivResourcePassReport& report, const Value& tag)
           {"bytes", report.bytes},
           {"duration_ms", milliseconds(report.duration)},
           {"saveError", errorJSON(report.saveError)},
+          {"isIncomplete", report.isIncomplete}};
+}
+
+Dictionary revalidationReportLine(const KivResourceRevalidationReport& report, const Value& tag) {
+  Array files;
+  for (const auto& file : report.files)
+    files.append(fileJSON(file));
+  return {{"event", "revalidationReport"},
+          {"revalidationTag", tag},
+          {"outcome", nameOf(report.outcome)},
+          {"files", files},
+          {"bytes", report.bytes},
+          {"duration_ms", milliseconds(report.duration)},
           {"isIncomplete", report.isIncomplete}};
 }
 

@@ -7,4 +7,7 @@ namespace kiv::session {
 /// The report of a pass as a line. `tag` is that of the call that started it, or null.
 Dictionary passReportLine(const KivResourcePassReport& report, const Value& tag);
 
+/// The same for the report of a revalidation.
+Dictionary revalidationReportLine(const KivResourceRevalidationReport& report, const Value& tag);
+
 }  // namespace kiv::session

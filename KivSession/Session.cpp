@@ -28,7 +28,7 @@ void Session::run() {
 bool Session::isOver() const {
   if (isStopped_) return true;
   return hasEnded_ && lines_.empty() && !isScheduled_ && waiting_ == Waiting::no &&
-         manager_->loadingResourcesFilesCount() <= 0;
+         manager_->loadingResourcesFilesCount() <= 0 && revalidations_ == 0;
 }
 
 std::chrono::milliseconds Session::untilDeadline() const {
@@ -125,6 +125,17 @@ void Session::make(const SessionCall::StartPass& call) {
   } else {
     manager_->loadResourceWithID_forConfig(pass.resourceID, pass.config);  // all without one
   }
+  answerDone();
+}
+
+void Session::make(const SessionCall::Revalidate& call) {
+  manager_->revalidate(
+      [self = shared_from_this(), tag = call_.tag](const auto& report) {
+        --self->revalidations_;
+        self->orTellOfLoss([&] { self->putOut(revalidationReportLine(report, tag)); });
+      },
+      call.what);
+  ++revalidations_;
   answerDone();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -51,6 +52,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   void make(const SessionCall::Invalid& invalid);
   void make(const SessionCall::Operation& operation);
   void make(const SessionCall::StartPass& call);
+  void make(const SessionCall::Revalidate& call);
   void make(const SessionCall::SetSettings& call);
   void make(const SessionCall::ReportProgress& report);
   void make(const SessionCall::ReportPasses& report);
@@ -76,6 +78,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   bool hasToldOfSaving_ = false;  ///< The failure to save the list was reported and persists.
   bool reportsProgress_ = false;
   bool reportsPasses_ = false;
+  std::size_t revalidations_ = 0;     ///< That have not ended.
   std::uint64_t unusedFinishes_ = 0;  ///< Put out, but not yet consumed by a wait.
   Waiting waiting_ = Waiting::no;
   Clock::time_point deadline_;

@@ -135,6 +135,13 @@ What updateResourcesForConfig(Arguments& arguments) {
   return SessionCall::StartPass{KivResourcePass::update(arguments.config())};
 }
 
+What revalidate(Arguments& arguments) {
+  KivResourceRevalidation what;
+  if (arguments.has("id")) what.resourceID = arguments.text("id");
+  if (arguments.has("type")) what.type = arguments.text("type");
+  return SessionCall::Revalidate{std::move(what)};
+}
+
 What stopLoading(Arguments&) {
   return order([](auto& manager) { manager.stopLoading(); });
 }
@@ -302,11 +309,12 @@ What setSettings(Arguments& arguments) {
 
 What readNamedCall(std::string_view name, Arguments& arguments) {
   using Reader = What (*)(Arguments&);
-  static constexpr std::array<std::pair<std::string_view, Reader>, 26> readers{{
+  static constexpr std::array<std::pair<std::string_view, Reader>, 27> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
       {"loadResourcesWithType", loadResourcesWithType},
       {"updateResourcesForConfig", updateResourcesForConfig},
+      {"revalidate", revalidate},
       {"stopLoading", stopLoading},
       {"waitForFinish", waitForFinish},
       {"sleep", sleepFor},

@@ -24,6 +24,9 @@ struct SessionCall {
   struct StartPass {
     KivResourcePass pass;
   };
+  struct Revalidate {
+    KivResourceRevalidation what;
+  };
   struct SetSettings {
     Dictionary settings;
   };
@@ -52,8 +55,8 @@ struct SessionCall {
 
   std::string name;
   Value tag;  ///< A string or a number; null if the call has none.
-  std::variant<Invalid, Operation, StartPass, SetSettings, ReportProgress, ReportPasses, TakeLease,
-               EndLease, WaitForFinish, Sleep>
+  std::variant<Invalid, Operation, StartPass, Revalidate, SetSettings, ReportProgress, ReportPasses,
+               TakeLease, EndLease, WaitForFinish, Sleep>
       what;
 };
 

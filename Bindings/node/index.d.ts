@@ -8,6 +8,7 @@ import type {
   PassReportEvent,
   ProgressEvent,
   Resource,
+  RevalidationReportEvent,
   Settings,
   SomeSettings,
   SpaceResult,
@@ -26,6 +27,7 @@ export type {
   PlainResource,
   RefusedItem,
   Resource,
+  RevalidatedFile,
   Settings,
   SomeSettings,
   StandardResource,
@@ -40,6 +42,9 @@ export type Progress = Omit<ProgressEvent, 'event'>;
 
 /** What became of each item of a pass. */
 export type PassReport = Omit<PassReportEvent, 'event' | 'passTag'>;
+
+/** What became of each file of a revalidation. */
+export type RevalidationReport = Omit<RevalidationReportEvent, 'event' | 'revalidationTag'>;
 
 export type State = Omit<StateResult, 'result' | 'tag'>;
 export type Audit = Omit<AuditResult, 'result' | 'tag'>;
@@ -135,7 +140,13 @@ export class Cache extends EventEmitter {
   load(config: Config, selection?: Selection): Promise<Outcome>;
   /** As load(); at the end, resources that the configuration does not name leave the list. */
   update(config: Config): Promise<Outcome>;
-  /** Ends the pass that runs, and those that wait. */
+  /**
+   * Asks the servers whether stored files have changed under their names, and replaces those that have;
+   * no pass does this. Paths stay the same: a replaced file is to be read again. Fulfilled at the end,
+   * also if requests failed or stop() ended it.
+   */
+  revalidate(selection?: Selection): Promise<RevalidationReport>;
+  /** Ends the pass that runs, those that wait, and a revalidation. */
   stop(): Promise<void>;
 
   /** The loaded resources, in the order in which they were loaded. */

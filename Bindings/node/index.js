@@ -45,6 +45,8 @@ class Cache extends EventEmitter {
   // Ends with the last pass, and with the last stop, after which the next pass may begin.
   #lastPass = Promise.resolve();
   #runningPass = null;
+  // Those that have no report yet, by their tags.
+  #revalidations = new Map();
   #stops = 0;
 
   static async open(options) {
@@ -74,6 +76,25 @@ class Cache extends EventEmitter {
 
   async update(config) {
     return this.#pass({ call: 'updateResourcesForConfig', config });
+  }
+
+  async revalidate(selection = {}) {
+    const { id, type } = selection;
+    if (id !== undefined && type !== undefined) {
+      throw new TypeError('revalidate() takes an id or a type');
+    }
+    const tagged = this.#tagged({ call: 'revalidate', id, type });
+    const report = new Promise((resolve, reject) => {
+      this.#revalidations.set(tagged.tag, { resolve, reject });
+    });
+    report.catch(nothing); // it is not awaited if the answer is an error
+    try {
+      await this.#send(tagged);
+    } catch (error) {
+      this.#revalidations.delete(tagged.tag);
+      throw error;
+    }
+    return report;
   }
 
   async stop() {
@@ -183,6 +204,8 @@ class Cache extends EventEmitter {
     const unanswered = [...this.#unanswered.values()];
     this.#unanswered.clear();
     for (const { reject } of unanswered) reject(closedError());
+    for (const { reject } of this.#revalidations.values()) reject(closedError());
+    this.#revalidations.clear();
     this.#runningPass?.reject(closedError());
     this.#runningPass = null;
     await ended;
@@ -269,7 +292,7 @@ class Cache extends EventEmitter {
     }
   }
 
-  #takeEvent({ event, resource, error, passTag, ...members }) {
+  #takeEvent({ event, resource, error, passTag, revalidationTag, ...members }) {
     const pass = this.#runningPass;
     switch (event) {
       case 'didLoadResource':
@@ -287,6 +310,10 @@ class Cache extends EventEmitter {
       case 'progress':
       case 'passReport':
         this.emit(event, members);
+        break;
+      case 'revalidationReport':
+        this.#revalidations.get(revalidationTag)?.resolve(members);
+        this.#revalidations.delete(revalidationTag);
         break;
     }
   }

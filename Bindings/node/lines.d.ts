@@ -43,7 +43,7 @@ export type Tag = string | number;
  * A configuration: an object with the array "items", or the path of a file with one; a relative
  * path starts at the working directory of the process. With null, or an object without that array,
  * it is a configuration without items. README.md describes an item. A file is stored under the last
- * component of its link: new contents need a new name.
+ * component of its link: new contents need a new name, or a revalidate.
  */
 export type Config = JSONObject | string | null;
 
@@ -207,6 +207,42 @@ export interface PassEntry {
   files: PassFile[];
 }
 
+/**
+ * A file that loaded resources use. If it was not asked for, the last seven members are 0, null or
+ * empty.
+ */
+export interface RevalidatedFile {
+  /** Its absolute path. */
+  path: string;
+  /** The link, as in the configuration; empty if it is not known. */
+  link: string;
+  /** The identifiers of the selected resources that use it. */
+  resourceIDs: string[];
+  /**
+   * A server has the same contents; it had others, which are stored now; no server gave a usable
+   * answer or it could not be stored, and `error` says why; the link is not known, or the file is
+   * packaged or elsewhere on the disk; the file was gone, or another one was there, when the answer
+   * came; or the request was cancelled.
+   */
+  outcome: "unchanged" | "replaced" | "failed" | "unknown" | "removed" | "notEnded";
+  /** Why it failed; null if it did not, or if it came without contents. */
+  error: ErrorDetails | null;
+  /** The HTTP status; 0 if no server answered. */
+  statusCode: number;
+  /** The URL whose response counted, without credentials. */
+  server: string | null;
+  /** The size of what came. In bytes. */
+  bytes: number;
+  /** Of these, those that were kept from an earlier request. In bytes. */
+  resumedBytes: number;
+  /** From the first request to the end. In milliseconds. */
+  duration_ms: number;
+  /** How many requests were made. */
+  tries: number;
+  /** Those that failed, in their order. */
+  failedTries: FailedTry[];
+}
+
 /** A resource that an update removed from the loaded ones. Its files stay on disk. */
 export interface PassDrop {
   /** The identifier. */
@@ -367,6 +403,21 @@ export interface UpdateResourcesForConfigCall extends Tagged {
   call: "updateResourcesForConfig";
   /** The configuration. */
   config: Config;
+}
+
+/**
+ * Asks the servers whether stored files of loaded resources have changed under their names, and
+ * replaces those that have. No pass does this. When it has ended, the event revalidationReport says
+ * what became of each file. Passes may run meanwhile; another revalidation is refused. stopLoading
+ * stops it too, and so does setSettings.
+ */
+export interface RevalidateCall extends Tagged {
+  /** The name of the call. */
+  call: "revalidate";
+  /** Only the files of the resources with this identifier; null means all. Default: null. */
+  id?: string | null;
+  /** Only the files of the resources of this type; null means all. Default: null. */
+  type?: string | null;
 }
 
 /**
@@ -609,6 +660,14 @@ export interface LoadResourcesWithTypeResult {
 export interface UpdateResourcesForConfigResult {
   /** The name of the call. */
   result: "updateResourcesForConfig";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of revalidate, if it has a tag. */
+export interface RevalidateResult {
+  /** The name of the call. */
+  result: "revalidate";
   /** The tag of the call. */
   tag: Tag;
 }
@@ -932,6 +991,31 @@ export interface PassReportEvent {
 }
 
 /**
+ * How a revalidation went. It is sent exactly once for each, also if it is refused or stopped.
+ * Nothing else is sent, since resources and paths stay the same: a host that shows a replaced file
+ * reads it again.
+ */
+export interface RevalidationReportEvent {
+  /** The name of the event. */
+  event: "revalidationReport";
+  /** The tag of the call that started it. */
+  revalidationTag: Tag | null;
+  /**
+   * Every selected file was dealt with; another revalidation was running, and goes on; requests
+   * were cancelled; the cache was closed.
+   */
+  outcome: "done" | "refused" | "stopped" | "abandoned";
+  /** Each file once, in the order of the resources. */
+  files: RevalidatedFile[];
+  /** What came, of all files. In bytes. */
+  bytes: number;
+  /** From the call to the end. In milliseconds. */
+  duration_ms: number;
+  /** True if memory ran out for a part of the report. */
+  isIncomplete: boolean;
+}
+
+/**
  * A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
  * It has the tag of that call, if it has one that could be read. Without a tag, the line may also
  * say that the list of the loaded resources could not be saved (once, until it was saved again), or
@@ -948,6 +1032,7 @@ export type Call =
   | LoadResourceWithIDCall
   | LoadResourcesWithTypeCall
   | UpdateResourcesForConfigCall
+  | RevalidateCall
   | StopLoadingCall
   | WaitForFinishCall
   | SleepCall
@@ -977,6 +1062,7 @@ export type Result =
   | LoadResourceWithIDResult
   | LoadResourcesWithTypeResult
   | UpdateResourcesForConfigResult
+  | RevalidateResult
   | StopLoadingResult
   | WaitForFinishResult
   | SleepResult
@@ -1006,7 +1092,8 @@ export type Event =
   | DidFailToLoadResourceEvent
   | DidFinishLoadingEvent
   | ProgressEvent
-  | PassReportEvent;
+  | PassReportEvent
+  | RevalidationReportEvent;
 
 /** Any line that a session sends. */
 export type Line = Result | Event | ErrorLine;
@@ -1017,6 +1104,7 @@ export type CallName =
   | "loadResourceWithID"
   | "loadResourcesWithType"
   | "updateResourcesForConfig"
+  | "revalidate"
   | "stopLoading"
   | "waitForFinish"
   | "sleep"
@@ -1046,4 +1134,5 @@ export type EventName =
   | "didFailToLoadResource"
   | "didFinishLoading"
   | "progress"
-  | "passReport";
+  | "passReport"
+  | "revalidationReport";

@@ -46,9 +46,10 @@ constexpr std::array calls{
     R"({"call":"resume","tag":"I"})",
     R"({"call":"takeLease","id":"b","tag":"J"})",
     R"({"call":"endLease","lease":1,"tag":"K"})",
+    R"({"call":"revalidate","tag":"L"})",
     R"({"call":"stopLoading","tag":"E"})",
 };
-constexpr const char* tags = "0123456789ABCDEFGHIJK";
+constexpr const char* tags = "0123456789ABCDEFGHIJKL";
 constexpr char afterwards = 'Z';
 constexpr const char* callAfterwards = R"({"call":"setDomains","tag":"Z"})";
 

@@ -313,6 +313,24 @@ TEST_F(SessionCallTest, ALeaseKeepsTheFileOfAReplacedVersionUntilItsEnd) {
   EXPECT_THAT(lines[13], StartsWith(R"({"error":"\"lease\" is to be)"));
 }
 
+TEST_F(SessionCallTest, ARevalidationIsReportedAndOutlastsTheInput) {
+  server_.serve("/a.png", {Response::ok("a"), Response::ok("new")});
+  const auto lines =
+      linesFor({load(bannerItem("a", "a.png")), R"({"call":"waitForFinish"})",
+                R"({"call":"revalidate","id":"a","tag":1})", R"({"call":"revalidate","tag":2})",
+                R"({"call":"revalidate","id":7})"});
+  ASSERT_THAT(lines, SizeIs(7));
+  EXPECT_EQ(lines[2], R"({"result":"revalidate","tag":1})");
+  EXPECT_EQ(lines[3], R"({"result":"revalidate","tag":2})");
+  EXPECT_THAT(lines[4], StartsWith(R"({"event":"revalidationReport","revalidationTag":2,)"
+                                   R"("outcome":"refused","files":[],"bytes":0,)"));
+  EXPECT_THAT(lines[5], StartsWith(R"({"error":"\"id\" is to be)"));
+  EXPECT_THAT(lines[6], StartsWith(R"({"event":"revalidationReport","revalidationTag":1,)"
+                                   R"("outcome":"done","files":[{"path":)"));
+  EXPECT_THAT(lines[6], HasSubstr(R"("link":"a.png","resourceIDs":["a"],"outcome":"replaced",)"
+                                  R"("error":null,"statusCode":200,)"));
+}
+
 TEST_F(SessionCallTest, ACleanUpDuringAPassIsRefused) {
   server_.serve("/a.png", Response::ok("a").stallAt(0));
   const auto lines =

@@ -92,6 +92,8 @@ TEST_F(kivsessionHostileCallsTest, WhatIsNoCallIsAnError) {
                                  R"({"call":"reportProgress"})",
                                  R"({"call":"reportProgress","enabled":"yes"})",
                                  R"({"call":"reportPasses","enabled":[]})",
+                                 R"({"call":"revalidate","id":7})",
+                                 R"({"call":"revalidate","type":[]})",
                                  R"({"call":"setBandwidth","bytesPerSecond":-1e400})",
                                  R"({"call":"cleanUpOrphans","dryRun":0})",
                                  R"({"call":"trim"})",

@@ -312,3 +312,30 @@ test('listeners may use the cache', async (t) => {
   assert.deepEqual(ids((await cache.load(config(plain('1')))).loaded), ['1']);
   assert.deepEqual(ids((await nested).loaded), ['2']);
 });
+
+test('a revalidation is reported, and one runs at a time', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const pass = cache.load(config(banner('1', '1.png')));
+  (await server.asked('/1.png')).end('one');
+  await pass;
+  const { useFilePaths } = (await cache.resources())[0];
+  fs.writeFileSync(useFilePaths[0], 'changed');
+  const first = cache.revalidate();
+  const second = await cache.revalidate({ id: '1' });
+  assert.equal(second.outcome, 'refused');
+  await cache.stop();
+  const report = await first;
+  assert.equal(report.outcome, 'stopped');
+  assert.deepEqual(
+    report.files.map(({ path: where, outcome }) => [where, outcome]),
+    [[useFilePaths[0], 'notEnded']]
+  );
+  assert.deepEqual((await cache.revalidate({ id: 'nobody' })).files, []);
+  await assert.rejects(cache.revalidate({ id: '1', type: 't' }), TypeError);
+  const last = cache.revalidate({ type: 'banner' });
+  last.catch(() => {});
+  await cache.state();
+  await cache.close();
+  await assert.rejects(last, { code: 'KIVRESOURCE_CLOSED' });
+});

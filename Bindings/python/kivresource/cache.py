@@ -40,6 +40,7 @@ from .lines import (
     PassReportEvent,
     ProgressEvent,
     Resource,
+    RevalidationReportEvent,
     Settings,
     SomeSettings,
     SpaceResult,
@@ -184,6 +185,7 @@ class Cache:
         self._answers: Dict[int, Callable[[Dict[str, Any]], None]] = {}
         self._running: Optional[_Pass] = None
         self._waiting: Deque[_Pass] = deque()
+        self._revalidations: "Dict[int, asyncio.Future[RevalidationReportEvent]]" = {}
         self._streams: "weakref.WeakSet[EventStream]" = weakref.WeakSet()
         self._callbacks: Dict[str, List[Callable[[Any], object]]] = {}
 
@@ -227,6 +229,11 @@ class Cache:
         self._waiting.clear()
         for each in passes:
             each.end(CacheClosedError("the cache was closed before the pass had ended"))
+        for report in list(self._revalidations.values()):
+            if not report.done():
+                report.set_exception(
+                    CacheClosedError("the cache was closed before the revalidation had ended")
+                )
         answers, self._answers = self._answers, {}
         for answer in answers.values():
             answer({})
@@ -260,8 +267,35 @@ class Cache:
         """
         return await self._pass({"call": "updateResourcesForConfig"}, config)
 
+    async def revalidate(
+        self, *, id: Optional[str] = None, type: Optional[str] = None
+    ) -> RevalidationReportEvent:
+        """Asks whether stored files have changed on the servers, and replaces those that have.
+
+        No pass does this. Returns at the end, with what became of each file. The paths stay the
+        same: a replaced file is to be read again. One revalidation runs at a time; another one is
+        refused, which its report says. stop() ends it too.
+        """
+        loop = self._own_loop()
+        report: "asyncio.Future[RevalidationReportEvent]" = loop.create_future()
+        tag, call = self._tagged({"call": "revalidate", "id": id, "type": type})
+
+        def note_answer(line: Dict[str, Any]) -> None:
+            if "error" in line and not report.done():
+                report.set_exception(CacheError(line["error"]))
+
+        self._send(tag, call, note_answer)
+        self._revalidations[tag] = report
+        try:
+            return await report
+        finally:
+            del self._revalidations[tag]
+
     async def stop(self) -> None:
-        """Stops the pass that is running, and those that wait for it. What is complete stays."""
+        """Stops what runs: the pass, those that wait for it, and a revalidation.
+
+        What is complete stays.
+        """
         self._own_loop()
         self._open_session()
         waiting, self._waiting = self._waiting, deque()
@@ -307,6 +341,11 @@ class Cache:
             self._running.outcome.stopped = True
 
     def _note_event(self, event: Event) -> None:
+        if event["event"] == "revalidationReport":
+            report = self._revalidations.get(cast(int, event["revalidationTag"]))
+            if report is not None and not report.done():
+                report.set_result(event)
+            return
         running = self._running
         if running is None:
             return
@@ -483,6 +522,14 @@ class Cache:
     @overload
     def on(
         self, name: Literal["passReport"], function: Callable[[PassReportEvent], object]
+    ) -> None:
+        ...
+
+    @overload
+    def on(
+        self,
+        name: Literal["revalidationReport"],
+        function: Callable[[RevalidationReportEvent], object],
     ) -> None:
         ...
 

@@ -41,7 +41,7 @@ Tag = Union[str, float]
 #: A configuration: an object with the array "items", or the path of a file with one; a relative
 #: path starts at the working directory of the process. With null, or an object without that array,
 #: it is a configuration without items. README.md describes an item. A file is stored under the last
-#: component of its link: new contents need a new name.
+#: component of its link: new contents need a new name, or a revalidate.
 Config = Union[Dict[str, Any], str, None]
 
 
@@ -204,6 +204,40 @@ class PassEntry(TypedDict):
     error: Union[ErrorDetails, None]
     #: The files that it lacked.
     files: List[PassFile]
+
+
+class RevalidatedFile(TypedDict):
+    """A file that loaded resources use. If it was not asked for, the last seven members are 0, null or
+    empty.
+    """
+
+    #: Its absolute path.
+    path: str
+    #: The link, as in the configuration; empty if it is not known.
+    link: str
+    #: The identifiers of the selected resources that use it.
+    resourceIDs: List[str]
+    #: A server has the same contents; it had others, which are stored now; no server gave a usable
+    #: answer or it could not be stored, and `error` says why; the link is not known, or the file is
+    #: packaged or elsewhere on the disk; the file was gone, or another one was there, when the
+    #: answer came; or the request was cancelled.
+    outcome: Union[Literal["unchanged"], Literal["replaced"], Literal["failed"], Literal["unknown"], Literal["removed"], Literal["notEnded"]]
+    #: Why it failed; null if it did not, or if it came without contents.
+    error: Union[ErrorDetails, None]
+    #: The HTTP status; 0 if no server answered.
+    statusCode: int
+    #: The URL whose response counted, without credentials.
+    server: Union[str, None]
+    #: The size of what came. In bytes.
+    bytes: int
+    #: Of these, those that were kept from an earlier request. In bytes.
+    resumedBytes: int
+    #: From the first request to the end. In milliseconds.
+    duration_ms: int
+    #: How many requests were made.
+    tries: int
+    #: Those that failed, in their order.
+    failedTries: List[FailedTry]
 
 
 class PassDrop(TypedDict):
@@ -397,6 +431,26 @@ class UpdateResourcesForConfigCall(Tagged):
     call: Literal["updateResourcesForConfig"]
     #: The configuration.
     config: Config
+
+
+class _RevalidateCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: Only the files of the resources with this identifier; null means all. Default: null.
+    id: Union[str, None]
+    #: Only the files of the resources of this type; null means all. Default: null.
+    type: Union[str, None]
+
+
+class RevalidateCall(Tagged, _RevalidateCallOptional):
+    """Asks the servers whether stored files of loaded resources have changed under their names, and
+    replaces those that have. No pass does this. When it has ended, the event revalidationReport
+    says what became of each file. Passes may run meanwhile; another revalidation is refused.
+    stopLoading stops it too, and so does setSettings.
+    """
+
+    #: The name of the call.
+    call: Literal["revalidate"]
 
 
 class StopLoadingCall(Tagged):
@@ -671,6 +725,15 @@ class UpdateResourcesForConfigResult(TypedDict):
 
     #: The name of the call.
     result: Literal["updateResourcesForConfig"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class RevalidateResult(TypedDict):
+    """The answer of revalidate, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["revalidate"]
     #: The tag of the call.
     tag: Tag
 
@@ -1004,6 +1067,29 @@ class PassReportEvent(TypedDict):
     isIncomplete: bool
 
 
+class RevalidationReportEvent(TypedDict):
+    """How a revalidation went. It is sent exactly once for each, also if it is refused or stopped.
+    Nothing else is sent, since resources and paths stay the same: a host that shows a replaced file
+    reads it again.
+    """
+
+    #: The name of the event.
+    event: Literal["revalidationReport"]
+    #: The tag of the call that started it.
+    revalidationTag: Union[Tag, None]
+    #: Every selected file was dealt with; another revalidation was running, and goes on; requests
+    #: were cancelled; the cache was closed.
+    outcome: Union[Literal["done"], Literal["refused"], Literal["stopped"], Literal["abandoned"]]
+    #: Each file once, in the order of the resources.
+    files: List[RevalidatedFile]
+    #: What came, of all files. In bytes.
+    bytes: int
+    #: From the call to the end. In milliseconds.
+    duration_ms: int
+    #: True if memory ran out for a part of the report.
+    isIncomplete: bool
+
+
 class ErrorLine(Tagged):
     """A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
     It has the tag of that call, if it has one that could be read. Without a tag, the line may also
@@ -1021,6 +1107,7 @@ Call = Union[
     LoadResourceWithIDCall,
     LoadResourcesWithTypeCall,
     UpdateResourcesForConfigCall,
+    RevalidateCall,
     StopLoadingCall,
     WaitForFinishCall,
     SleepCall,
@@ -1052,6 +1139,7 @@ Result = Union[
     LoadResourceWithIDResult,
     LoadResourcesWithTypeResult,
     UpdateResourcesForConfigResult,
+    RevalidateResult,
     StopLoadingResult,
     WaitForFinishResult,
     SleepResult,
@@ -1084,6 +1172,7 @@ Event = Union[
     DidFinishLoadingEvent,
     ProgressEvent,
     PassReportEvent,
+    RevalidationReportEvent,
 ]
 
 
@@ -1097,6 +1186,7 @@ CallName = Literal[
     "loadResourceWithID",
     "loadResourcesWithType",
     "updateResourcesForConfig",
+    "revalidate",
     "stopLoading",
     "waitForFinish",
     "sleep",
@@ -1129,4 +1219,5 @@ EventName = Literal[
     "didFinishLoading",
     "progress",
     "passReport",
+    "revalidationReport",
 ]

@@ -405,6 +405,31 @@ class Events(AsyncCacheTestCase):
             await cache.state()
             self.assertEqual(len(reports), 1)
 
+    async def test_a_revalidation_is_reported(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        async with self.cache(main=server.url) as cache:
+            await self.soon(cache.load(config(banner("1", "1.png"))))
+            stored = (await cache.resources())[0]["useFilePaths"][0]
+            Path(stored).write_text("changed")
+            first, second = await self.soon(asyncio.gather(cache.revalidate(), cache.revalidate()))
+            self.assertEqual((first["outcome"], second["outcome"]), ("done", "refused"))
+            [file] = first["files"]
+            self.assertEqual((file["path"], file["outcome"]), (stored, "replaced"))
+            self.assertEqual(Path(stored).read_text(), "/1.png")
+            self.assertEqual((await self.soon(cache.revalidate(id="2")))["files"], [])
+            server.gate.clear()
+            server.asked.clear()
+            waiting = asyncio.create_task(cache.revalidate(type=None))
+            await self.until_asked(server)
+            await cache.stop()
+            self.assertEqual((await self.soon(waiting))["outcome"], "stopped")
+            server.asked.clear()
+            waiting = asyncio.create_task(cache.revalidate())
+            await self.until_asked(server)
+        with self.assertRaises(CacheClosedError):
+            await waiting
+
     async def test_a_lease_keeps_the_file_of_a_replaced_version(self) -> None:
         server = self.gated_server()
         server.gate.set()
