@@ -186,7 +186,7 @@ void Revalidation::ask(std::size_t place, const std::shared_ptr<KivResourceRESTM
 void Revalidation::answer(const Request& request, const std::optional<Data>& data,
                           const std::optional<Error>& error) {
   manager_.step([&] {
-    if (!files_[request.place].isPending) return;
+    if (!isPending(request.place)) return;
     const bool isTaken = request.isComplete && contain([&] { conclude(request, data, error); });
     if (!isTaken) failForLackOfMemory(request.place);
   });
@@ -200,7 +200,7 @@ void Revalidation::conclude(const Request& request, const std::optional<Data>& d
   if (!request.isUnchanged && (error || !data)) return fail(request.place, error);
   if (!isStillUsed(request.place)) return setOutcome(request.place, Outcome::removed);
   if (!request.isUnchanged && !isSame(request.place, *data)) return replace(request, *data);
-  request.isUnchanged ? learn(request) : learn(request, data);
+  learn(request, data);
   setOutcome(request.place, Outcome::unchanged);
 }
 
@@ -268,6 +268,11 @@ void Revalidation::failForLackOfMemory(std::size_t place) noexcept {
   });
 }
 
+/// False after the report as well.
+bool Revalidation::isPending(std::size_t place) const noexcept {
+  return place < files_.size() && files_[place].isPending;
+}
+
 void Revalidation::setOutcome(std::size_t place, Outcome outcome) noexcept {
   if (!std::exchange(files_[place].isPending, false)) return;
   report_.files[place].outcome = outcome;
@@ -276,7 +281,7 @@ void Revalidation::setOutcome(std::size_t place, Outcome outcome) noexcept {
 
 void Revalidation::noteCancellation(std::size_t place) {
   manager_.step([&] {
-    if (!files_[place].isPending) return;
+    if (!isPending(place)) return;
     report_.outcome = KivResourceRevalidationOutcome::stopped;
     setOutcome(place, Outcome::notEnded);
   });

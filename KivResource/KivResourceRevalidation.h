@@ -78,9 +78,10 @@ class Revalidation : public std::enable_shared_from_this<Revalidation> {
   [[nodiscard]] bool isSame(std::size_t place, const Data& data) const;
   [[nodiscard]] bool isStillUsed(std::size_t place) const;
   void replace(const Request& request, const Data& data);
-  void learn(const Request& request, const std::optional<Data>& data = std::nullopt);
+  void learn(const Request& request, const std::optional<Data>& data);
   void fail(std::size_t place, const std::optional<Error>& error);
   void failForLackOfMemory(std::size_t place) noexcept;
+  [[nodiscard]] bool isPending(std::size_t place) const noexcept;
   void setOutcome(std::size_t place, Outcome outcome) noexcept;
   void report();
 
