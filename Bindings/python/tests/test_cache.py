@@ -412,8 +412,14 @@ class Events(AsyncCacheTestCase):
             await self.soon(cache.load(config(banner("1", "1.png"))))
             stored = (await cache.resources())[0]["useFilePaths"][0]
             Path(stored).write_text("changed")
-            first, second = await self.soon(asyncio.gather(cache.revalidate(), cache.revalidate()))
-            self.assertEqual((first["outcome"], second["outcome"]), ("done", "refused"))
+            server.gate.clear()
+            server.asked.clear()
+            running = asyncio.create_task(cache.revalidate())
+            await self.until_asked(server)
+            self.assertEqual((await self.soon(cache.revalidate()))["outcome"], "refused")
+            server.gate.set()
+            first = await self.soon(running)
+            self.assertEqual(first["outcome"], "done")
             [file] = first["files"]
             self.assertEqual((file["path"], file["outcome"]), (stored, "replaced"))
             self.assertEqual(Path(stored).read_text(), "/1.png")
