@@ -110,6 +110,11 @@ void addPassCommands(CLI::App& app, Options& options) {
       "Loads what a configuration names, and drops from the list what it does not name", runUpdate);
   addConfig(*update, options);
   addVerbose(*update, options);
+  auto* const revalidate =
+      addCommand(app, options, "revalidate",
+                 "Asks the servers whether stored files have changed, and fetches those that have",
+                 runRevalidate);
+  addSelection(*revalidate, options);
   auto* const watch =
       addCommand(app, options, "watch",
                  "Keeps the resources up to date with a configuration on a server, until it is "

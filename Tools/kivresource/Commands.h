@@ -9,6 +9,7 @@ namespace tool {
 
 int runLoad(const Options& options);
 int runUpdate(const Options& options);
+int runRevalidate(const Options& options);
 int runWatch(const Options& options);
 int runList(const Options& options);
 int runAudit(const Options& options);

@@ -63,6 +63,10 @@ void PassView::showTry(const KivRESTServiceFailedTry& failed) {
             terminal_.styled(Terminal::Style::dim, reason));
 }
 
+void PassView::showReplaced(const std::string& path) {
+  printLine(terminal_.styled(Terminal::Style::green, "replaced") + "  " + path);
+}
+
 void PassView::showProgress(const KivRESTServiceProgress& progress) {
   if (!terminal_.isTerminal()) return;
   bar_ = progressLine(progress, terminal_.width() - 1);

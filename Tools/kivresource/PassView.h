@@ -24,6 +24,8 @@ class PassView {
   /// Call it with each completed download before its resource is shown.
   void noteEnd(const KivRESTServiceTask& task);
   void showProgress(const KivRESTServiceProgress& progress);
+  /// Prints a line about a file that was replaced.
+  void showReplaced(const std::string& path);
   /// Prints a line about a failure.
   void showFailure(const std::string& what, std::string_view reason);
   /// Prints the last line and removes the progress bar.

@@ -47,7 +47,7 @@ std::set<std::string> options() {
 }
 
 TEST(ShellFilesTest, TheHelpIsRead) {
-  EXPECT_EQ(commands().size(), 10U);
+  EXPECT_EQ(commands().size(), 11U);
   EXPECT_EQ(options().size(), 17U);
 }
 

@@ -2,7 +2,7 @@
 
 _kivresource() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local commands='load update watch list audit clean trim serve session gallery'
+  local commands='load update revalidate watch list audit clean trim serve session gallery'
   local options='--root --main --reserve --resources --json --help'
   local word command=
   COMPREPLY=()
@@ -23,6 +23,7 @@ _kivresource() {
   case $command in
     load) options+=' --id --type --verbose' ;;
     update) options+=' --verbose' ;;
+    revalidate) options+=' --id --type' ;;
     watch) options+=' --mirror --interval' ;;
     list) options+=' --id --type' ;;
     clean) options+=' --dry-run' ;;

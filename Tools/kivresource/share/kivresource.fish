@@ -1,11 +1,12 @@
 # Completion of kivresource for fish.
 
-set -l commands load update watch list audit clean trim serve session gallery
+set -l commands load update revalidate watch list audit clean trim serve session gallery
 set -l none "not __fish_seen_subcommand_from $commands"
 
 complete -c kivresource -f
 complete -c kivresource -n $none -a load -d 'load what a configuration names'
 complete -c kivresource -n $none -a update -d 'load, and drop what the configuration does not name'
+complete -c kivresource -n $none -a revalidate -d 'fetch stored files that have changed on the server'
 complete -c kivresource -n $none -a watch -d 'keep up to date with a configuration on a server'
 complete -c kivresource -n $none -a list -d 'show what is loaded, with local paths'
 complete -c kivresource -n $none -a audit -d 'show what is missing, orphaned or temporary'
@@ -24,8 +25,8 @@ complete -c kivresource -s h -l help -d 'show help'
 complete -c kivresource -n $none -l version -d 'show the version'
 
 complete -c kivresource -n '__fish_seen_subcommand_from load update gallery' -F
-complete -c kivresource -n '__fish_seen_subcommand_from load list' -l id -x -d 'only this identifier'
-complete -c kivresource -n '__fish_seen_subcommand_from load list' -l type -x -d 'only this type'
+complete -c kivresource -n '__fish_seen_subcommand_from load revalidate list' -l id -x -d 'only this identifier'
+complete -c kivresource -n '__fish_seen_subcommand_from load revalidate list' -l type -x -d 'only this type'
 complete -c kivresource -n '__fish_seen_subcommand_from load update' -l verbose -d 'also show each failed try'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l mirror -x -d 'another URL of the configuration'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l interval -x -d 'seconds between two checks'
