@@ -10,8 +10,19 @@ namespace kiv::removal {
 // removal guard, unless the host has set others. removeItem() in posix/PosixRemoval.h enforces the
 // roots. Thread-safe.
 
-/// Adds the private directory of a service, of temporaries or of bodies that are being received. It
-/// stays a root as long as the process lives.
+/// As long as it lives, the private directory of a service is a root, for every thread.
+class PrivateDirectory {
+ public:
+  explicit PrivateDirectory(std::string path);
+  PrivateDirectory(const PrivateDirectory&) = delete;
+  PrivateDirectory& operator=(const PrivateDirectory&) = delete;
+  ~PrivateDirectory();
+
+ private:
+  const std::string path_;
+};
+
+/// The same for as long as the process lives: received bodies may outlive their client.
 void addPrivateDirectory(std::string path);
 
 /// As long as it lives, these directories are the framework's only roots on this thread: those of

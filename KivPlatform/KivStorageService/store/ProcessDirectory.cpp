@@ -12,7 +12,6 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
-#include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/KivStorageService/store/StoredPath.h"
 
 namespace kiv::storage {
@@ -83,7 +82,10 @@ void removeLocked(const std::string& directory, const std::string& rootPath) {
 
 ProcessDirectory::ProcessDirectory(std::string path, std::string rootPath,
                                    std::unique_ptr<FileLock> lock)
-    : path_(std::move(path)), rootPath_(std::move(rootPath)), lock_(std::move(lock)) {}
+    : parent_(std::string(path::deletingLastPathComponent(path))),
+      path_(std::move(path)),
+      rootPath_(std::move(rootPath)),
+      lock_(std::move(lock)) {}
 
 ProcessDirectory::~ProcessDirectory() {
   removeLocked(path_, rootPath_);
@@ -96,7 +98,6 @@ std::string ProcessDirectory::swapNotePath(const std::string& spare) {
 Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::string& rootPath) {
   const std::string parent = path::appendingPathComponent(rootPath, privateDirectory);
   FileManager& files = FileManager::defaultManager();
-  removal::addPrivateDirectory(parent);
   if (Status status = files.createPrivateDirectoryAtPath(parent); !status) return status;
   for (int attempt = 1;; ++attempt) {
     const std::string path = path::appendingPathComponent(parent, randomName());
@@ -114,7 +115,7 @@ Result<std::shared_ptr<ProcessDirectory>> ProcessDirectory::create(const std::st
 void ProcessDirectory::sweep(const std::string& rootPath) {
   const std::string parent = path::appendingPathComponent(rootPath, privateDirectory);
   FileManager& files = FileManager::defaultManager();
-  removal::addPrivateDirectory(parent);
+  const removal::PrivateDirectory root(parent);
   if (!files.directoryExistsAtPath(parent)) return;
   files.makePrivateItemAtPath(parent);
   const auto items = files.contentsOfDirectoryAtPath(parent);

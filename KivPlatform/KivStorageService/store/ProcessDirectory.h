@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/Foundation/values/Result.h"
 
 namespace kiv {
@@ -51,6 +52,7 @@ class ProcessDirectory {
  private:
   ProcessDirectory(std::string path, std::string rootPath, std::unique_ptr<FileLock> lock);
 
+  const removal::PrivateDirectory parent_;
   std::string path_;
   std::string rootPath_;
   std::unique_ptr<FileLock> lock_;

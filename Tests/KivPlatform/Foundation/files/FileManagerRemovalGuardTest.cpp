@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <string>
@@ -56,6 +57,18 @@ TEST_F(FileManagerRemovalGuardTest, PermitsTheFrameworksOwnDirectoriesAtFirst) {
   EXPECT_THAT(*FileManager::removalRoots(), testing::Contains(root_));
   expectRemoved(scratch_.write("root/file"));
   expectRefused(scratch_.write("outside/file"));
+}
+
+TEST_F(FileManagerRemovalGuardTest, APrivateDirectoryIsPermittedAsLongAsItIsInUse) {
+  {
+    const removal::PrivateDirectory one(root_);
+    {
+      const removal::PrivateDirectory two(root_);
+      EXPECT_EQ(std::ranges::count(*FileManager::removalRoots(), root_), 1);
+    }
+    expectRemoved(scratch_.write("root/file"));
+  }
+  expectRefused(scratch_.write("root/file"));
 }
 
 TEST_F(FileManagerRemovalGuardTest, AHostsRootsTakeTheirPlaceUntilTheyAreRestored) {
