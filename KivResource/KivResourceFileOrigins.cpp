@@ -56,7 +56,7 @@ Dictionary dictionaryOf(const FileOrigin& origin) {
     entry.set("last_modified", origin.lastModified);
   }
   if (const auto& version = origin.version) {
-    entry.set("file", Array{version->number, version->length, version->modified});
+    entry.set("file", Array{version->number, version->length, version->fraction});
   }
   if (const auto& archive = origin.archive) {
     entry.set("archive", Array{archive->length, archive->hash});
@@ -73,7 +73,7 @@ FileOrigin originFrom(const Dictionary& entry) {
   const Array& version = entry["file"].array();
   if (version.size() == 3) {
     origin.version = {version[0].unsignedInteger(), version[1].unsignedInteger(),
-                      version[2].signedInteger()};
+                      version[2].unsignedInteger()};
   }
   const Array& archive = entry["archive"].array();
   if (archive.size() == 2)
@@ -174,7 +174,9 @@ void writeFile(const FileOriginMap& origins) {
 std::optional<StoredVersion> StoredVersion::ofFileAtPath(std::string_view path) {
   const auto identity = files().identityOfFileAtPath(path);
   if (!identity) return std::nullopt;
-  return StoredVersion{identity->number, identity->length, identity->modified};
+  constexpr std::int64_t second = 1'000'000'000;
+  const auto fraction = static_cast<std::uint64_t>(identity->modified % second);
+  return StoredVersion{identity->number, identity->length, fraction};
 }
 
 /// A piece at a time, and each hash is part of the next one's key. Not view(), since another

@@ -13,11 +13,13 @@
 namespace kiv {
 
 /// Which version of a stored file there is: another one differs in this. The names of leases do
-/// not, which are links to the same file.
+/// not, which are links to the same file, nor does a file that was shown (kiv::noteShown).
 struct StoredVersion {
-  std::uint64_t number = 0;   ///< Of its inode.
-  std::uint64_t length = 0;   ///< In bytes.
-  std::int64_t modified = 0;  ///< Nanoseconds since 1970.
+  std::uint64_t number = 0;  ///< Of its inode.
+  std::uint64_t length = 0;  ///< In bytes.
+  /// The nanoseconds of its modification time, without the seconds, which are those when it was
+  /// shown.
+  std::uint64_t fraction = 0;
 
   /// Of what is at the path; nothing if there is nothing.
   static std::optional<StoredVersion> ofFileAtPath(std::string_view path);

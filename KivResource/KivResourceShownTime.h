@@ -12,8 +12,9 @@ namespace kiv {
 /// in the resources directory or in a lease, and of the page of an archive. Other files are left
 /// alone. Failures are ignored.
 ///
-/// Nothing else of the framework depends on these times. They survive a restart, need no file of
-/// their own, and are common to all processes on the root. They are not synced.
+/// These times survive a restart, need no file of their own, and are common to all processes on the
+/// root. They are not synced. A revalidation recognises the file by the rest of its identity
+/// (kiv::StoredVersion).
 void noteShown(const KivResource& resource);
 
 /// When something was shown of the stored item, a file or the directory of an archive, or when it

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <new>
@@ -113,6 +114,17 @@ TEST_F(KivResourceRevalidationEndToEnd, AsksWithTheTagAndReplacesWhatHasChanged)
 
   EXPECT_THAT(filesOf(revalidate()), ElementsAre("a.png unchanged"));
   EXPECT_EQ(server.requests("/x/a.png")[3].header("If-None-Match"), "\"2\"");
+}
+
+TEST_F(KivResourceRevalidationEndToEnd, AsksWithTheTagAboutWhatWasShown) {
+  serveTagged("/a.png", "old", "\"1\"");
+  update({banner("a", 1, "a.png")});
+  const auto old = std::filesystem::last_write_time(stored("a.png")) - std::chrono::hours(1);
+  std::filesystem::last_write_time(stored("a.png"), old);
+  ASSERT_TRUE(Lease::take(*manager->allLoadedResources().at(0)));
+  ASSERT_GT(std::filesystem::last_write_time(stored("a.png")), old);
+  EXPECT_THAT(filesOf(revalidate()), ElementsAre("a.png unchanged"));
+  EXPECT_EQ(server.requests("/a.png")[1].header("If-None-Match"), "\"1\"");
 }
 
 TEST_F(KivResourceRevalidationEndToEnd, RemembersAfterARestart) {

@@ -191,7 +191,8 @@ class KIV_EXPORT FileManager {
   [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> openFileAtPath_length(
       std::string_view path, std::uint64_t length) = 0;
   /// Sets the modification time of the regular file at the path, which must not be a link, to the
-  /// current time. The default implementation works on the system's files.
+  /// current second. The fraction of the second stays: it tells that the file was touched and not
+  /// written again. The default implementation works on the system's files.
   [[nodiscard]] virtual Status touchFileAtPath(std::string_view path);
   /// Waits until the entries of the directory (created, renamed, removed) are on the disk (fsync).
   [[nodiscard]] virtual Status synchronizeDirectoryAtPath(std::string_view path) = 0;

@@ -4,8 +4,10 @@
 // contents are handled in PosixFile, permissions in PosixAccess, and guarded removals in
 // PosixRemoval.
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
@@ -155,6 +157,22 @@ std::optional<std::uint64_t> PosixFileManager::lengthOfFileAtPath(std::string_vi
   return static_cast<std::uint64_t>(status.st_size);
 }
 
+const struct timespec& modified(const struct stat& status) {
+#if defined(__APPLE__)
+  return status.st_mtimespec;
+#else
+  return status.st_mtim;
+#endif
+}
+
+const struct timespec& changed(const struct stat& status) {
+#if defined(__APPLE__)
+  return status.st_ctimespec;
+#else
+  return status.st_ctim;
+#endif
+}
+
 std::int64_t nanoseconds(const struct timespec& time) {
   return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
@@ -164,16 +182,10 @@ Result<FileIdentity> PosixFileManager::identityOfFileAtPath(std::string_view pat
   const SystemPath systemPath(path);
   if (!systemPath.isValid()) return systemError(EINVAL, "look at", path);
   if (::stat(systemPath.c_str(), &status) != 0) return systemError(errno, "look at", path);
-#if defined(__APPLE__)
-  const auto modified = nanoseconds(status.st_mtimespec);
-  const auto changed = nanoseconds(status.st_ctimespec);
-#else
-  const auto modified = nanoseconds(status.st_mtim);
-  const auto changed = nanoseconds(status.st_ctim);
-#endif
   return FileIdentity{static_cast<std::uint64_t>(status.st_dev),
                       static_cast<std::uint64_t>(status.st_ino),
-                      static_cast<std::uint64_t>(status.st_size), modified, changed};
+                      static_cast<std::uint64_t>(status.st_size), nanoseconds(modified(status)),
+                      nanoseconds(changed(status))};
 }
 
 Result<std::vector<std::string>> PosixFileManager::contentsOfDirectoryAtPath(
@@ -314,8 +326,10 @@ Status PosixFileManager::touchFileAtPath(std::string_view path) {
   struct stat status {};
   if (!lookAt(path, status)) return systemError(errno, "touch", path);
   if (!S_ISREG(status.st_mode)) return systemError(EINVAL, "touch", path);
+  const std::array<timespec, 2> times{timespec{0, UTIME_OMIT},
+                                      {std::time(nullptr), modified(status).tv_nsec}};
   const SystemPath systemPath(path);
-  if (::utimensat(AT_FDCWD, systemPath.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (::utimensat(AT_FDCWD, systemPath.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0) {
     return systemError(errno, "touch", path);
   }
   return {};
