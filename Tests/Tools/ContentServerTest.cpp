@@ -102,6 +102,32 @@ TEST_F(ContentServerTest, ARangeGoesWithTheVersionThatItBelongsTo) {
   }
 }
 
+TEST_F(ContentServerTest, AConditionalRequestForTheSameVersionGetsNoBody) {
+  const auto head = client().Head("/banners/wide.png");
+  ASSERT_TRUE(head);
+  const std::string tag = head->get_header_value("ETag");
+  const std::string date = head->get_header_value("Last-Modified");
+  const std::string older = "Sun, 06 Nov 1994 08:49:37 GMT";
+  const auto statusWith = [&](const httplib::Headers& headers) {
+    const auto result = client().Get("/banners/wide.png", headers);
+    if (!result) return -1;
+    EXPECT_EQ(result->body, result->status == 304 ? "" : wide_);
+    EXPECT_EQ(result->get_header_value("ETag"), tag);
+    return result->status;
+  };
+  EXPECT_EQ(statusWith({{"If-None-Match", tag}}), 304);
+  EXPECT_EQ(statusWith({{"If-None-Match", "\"other\", W/" + tag}}), 304);
+  EXPECT_EQ(statusWith({{"If-None-Match", "*"}}), 304);
+  EXPECT_EQ(statusWith({{"If-Modified-Since", date}}), 304);
+  EXPECT_EQ(statusWith({{"If-None-Match", "\"other\""}}), 200);
+  EXPECT_EQ(statusWith({{"If-Modified-Since", older}}), 200);
+  EXPECT_EQ(statusWith({{"If-None-Match", "\"other\""}, {"If-Modified-Since", date}}), 200);
+  server_->failWithStatus("/banners/wide.png", 503);
+  const auto failing = client().Get("/banners/wide.png", {{"If-None-Match", tag}});
+  ASSERT_TRUE(failing);
+  EXPECT_EQ(failing->status, 503);
+}
+
 TEST_F(ContentServerTest, AnswersHeadWithoutABody) {
   const auto result = client().Head("/banners/wide.png");
   ASSERT_TRUE(result);

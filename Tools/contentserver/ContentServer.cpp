@@ -66,9 +66,8 @@ std::optional<fs::path> findFile(const fs::path& directory, const std::string& r
 
 /// Ignores the Range header if If-Range names another version of the file (RFC 9110, section
 /// 13.1.5).
-void setValidators(const fs::path& file, const httplib::Request& request,
+void setValidators(const FileValidators& validators, const httplib::Request& request,
                    httplib::Response& response) {
-  const FileValidators validators = FileValidators::of(file);
   response.set_header("ETag", validators.entityTag);
   response.set_header("Last-Modified", validators.lastModified);
   if (validators.permitRange(request.get_header_value("If-Range"))) return;
@@ -258,8 +257,15 @@ void ContentServer::Implementation::answer(const httplib::Request& request,
   } else if (fault && fault->status) {
     response.status = *fault->status;
   } else if (const auto file = findFile(directory_, request.path)) {
-    setValidators(*file, request, response);
-    sendFile(*file, fault.has_value(), response);
+    const FileValidators validators = FileValidators::of(*file);
+    setValidators(validators, request, response);
+    const bool isKnown = validators.areKnown(request.get_header_value("If-None-Match"),
+                                             request.get_header_value("If-Modified-Since"));
+    if (isKnown && !fault) {
+      response.status = 304;
+    } else {
+      sendFile(*file, fault.has_value(), response);
+    }
   } else {
     response.status = 404;
   }

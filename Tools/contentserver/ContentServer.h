@@ -25,9 +25,9 @@ class ContentServer {
   ContentServer& operator=(const ContentServer&) = delete;
 
   /// Starts the server on 127.0.0.1 and `port`, or a free port if it is 0. Responses have ETag and
-  /// Last-Modified, so that downloads can be resumed. False if the directory does not exist
-  /// (not_a_directory) or the port cannot be used (any other error). Throws std::system_error if a
-  /// thread cannot be created.
+  /// Last-Modified, so that downloads can be resumed and clients can ask for what has changed.
+  /// False if the directory does not exist (not_a_directory) or the port cannot be used (any other
+  /// error). Throws std::system_error if a thread cannot be created.
   bool start(int port = 0, std::error_code* error = nullptr);
   /// Closes every connection and the listening socket. Returns when all threads of the server have
   /// ended. A stopped server can be started again.

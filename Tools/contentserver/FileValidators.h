@@ -19,6 +19,15 @@ struct FileValidators {
   [[nodiscard]] bool permitRange(std::string_view ifRange) const {
     return ifRange.empty() || ifRange == entityTag || ifRange == lastModified;
   }
+
+  /// True if the client has this version already (RFC 9110, section 13.1): If-None-Match names its
+  /// tag or, without that header, If-Modified-Since is its date.
+  [[nodiscard]] bool areKnown(std::string_view ifNoneMatch,
+                              std::string_view ifModifiedSince) const {
+    if (entityTag.empty()) return false;
+    if (ifNoneMatch.empty()) return ifModifiedSince == lastModified;
+    return ifNoneMatch == "*" || ifNoneMatch.find(entityTag) != std::string_view::npos;
+  }
 };
 
 }  // namespace kiv
