@@ -5,9 +5,6 @@
 #include "KivResource/KivResourceFileOrigins.h"
 
 #include <algorithm>
-#include <chrono>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
@@ -18,7 +15,6 @@
 #include "KivPlatform/KivStorageService/KivStorageService.h"
 #include "KivResource/KivResourceConstants.h"
 #include "KivResource/KivResourceManagerStep.h"
-#include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
 
 namespace kiv {
@@ -30,8 +26,6 @@ constexpr std::string_view fileName = "resources_validators.json";
 constexpr std::uint64_t format = 1;
 /// The limit on the bytes of the file: more than a hundred thousand resources need.
 constexpr std::uint64_t largestFile = std::uint64_t{64} * 1024 * 1024;
-/// Other processes hold the lock for milliseconds.
-constexpr auto patience = std::chrono::milliseconds(250);
 
 constexpr std::string_view archiveSuffix = KivResouceArchiveKey[0];
 constexpr std::string_view entryPage = KivResouceArchiveKey[1];
@@ -102,26 +96,6 @@ Value rootOf(const FileOriginMap& origins) {
   for (const auto& [name, origin] : origins)
     entries.append(dictionaryOf(origin));
   return Dictionary{{"format", format}, {"files", std::move(entries)}};
-}
-
-// --- The lock ------------------------------------------------------------------------------------
-
-bool isHeldByAnother(const Result<std::unique_ptr<FileLock>>& lock) {
-  return !lock && isSystemError(lock.error(), std::errc::resource_unavailable_try_again);
-}
-
-/// The lock of the list, or nullptr on a file system without locks. An error if another process
-/// holds it for too long.
-Result<std::unique_ptr<FileLock>> lockList(bool isPatient) {
-  const auto wait = isPatient ? patience : std::chrono::milliseconds(0);
-  const auto deadline = std::chrono::steady_clock::now() + wait;
-  auto lock = files().lockFileAtPath(SavedList::lockPath());
-  while (isHeldByAnother(lock) && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    lock = files().lockFileAtPath(SavedList::lockPath());
-  }
-  if (isHeldByAnother(lock)) return lock;
-  return std::move(lock).value_or(nullptr);
 }
 
 /// One listing takes less time than a question for each.
@@ -294,8 +268,7 @@ void FileOrigins::save() noexcept {
 
 void FileOrigins::write() {
   if (path().empty()) return;
-  const auto lock = lockList(isPatient_);
-  isPatient_ = lock.has_value();
+  const auto lock = lock_.take();
   if (!lock) return;
   const FileOriginMap saved = readFile(path());
   FileOriginMap origins = saved;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -9,6 +10,7 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/URL.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
+#include "KivResource/KivResourceListLock.h"
 
 namespace kiv {
 
@@ -100,7 +102,7 @@ class FileOrigins {
 
   FileOriginMap stored_;                                   ///< What was noted; whole entries.
   std::map<std::string, std::string, std::less<>> found_;  ///< Links of files that were found.
-  bool isPatient_ = true;  ///< Another process did not keep the lock for too long the last time.
+  ListLock lock_{std::chrono::milliseconds(250)};  ///< Other processes hold it for milliseconds.
 };
 
 }  // namespace kiv

@@ -4,10 +4,8 @@
 #include "KivResource/KivResourceSavedList.h"
 
 #include <algorithm>
-#include <chrono>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/Path.h"
@@ -25,16 +23,8 @@ namespace {
 constexpr std::string_view logPrefix =
     "KivResourceManager (-[KivResourceManager saveLoadedResorcesList]): ";
 
-constexpr std::string_view lockSuffix = ".lock";
-/// Longer than another process needs to save a very long list.
-constexpr auto patience = std::chrono::seconds(5);
-
 FileManager& files() {
   return FileManager::defaultManager();
-}
-
-bool isHeldByAnother(const Result<std::unique_ptr<FileLock>>& lock) {
-  return !lock && isSystemError(lock.error(), std::errc::resource_unavailable_try_again);
 }
 
 void append(ResourceArray& all, ResourceArray& more) {
@@ -59,11 +49,6 @@ void logUnwritable(const KivResource& resource, const Error& error) {
 
 }  // namespace
 
-std::string SavedList::lockPath() {
-  std::string list = KivResourceStorageModule::resourcesListPath();
-  return list.empty() ? list : list.append(lockSuffix);
-}
-
 // --- Reading -------------------------------------------------------------------------------------
 
 void SavedList::restore(ResourceList& registry, FileListing& listing) {
@@ -82,11 +67,11 @@ void SavedList::restore(ResourceList& registry, FileListing& listing) {
 /// more, and that are there until then. So a list that is read meanwhile counts as changed: the
 /// next save looks for the files again.
 void SavedList::readAtStart() {
-  const std::string path = lockPath();
+  const std::string path = ListLock::path();
   const bool isShared = files().itemExistsAtPath(path);
   const auto lock = isShared ? files().lockFileAtPath(path) : nullptr;
   base_ = read().value_or(Array());
-  if (isHeldByAnother(lock)) identity_.reset();
+  if (ListLock::isHeldByAnother(lock)) identity_.reset();
 }
 
 /// To be called before the contents are read, so that a list that is replaced meanwhile is
@@ -170,29 +155,8 @@ ListMerge SavedList::takeMerge() {
 // --- Writing -------------------------------------------------------------------------------------
 
 SavedList::Access::Access(SavedList& list, ResourceList& registry)
-    : list_(list), registry_(registry), lock_(list.lock()) {
+    : list_(list), registry_(registry), lock_(list.lock_.take()) {
   if (lock_) list_.catchUp(registry_);
-}
-
-/// A file system without locks is no failure: the lock is nullptr then. So it is without a storage
-/// root, where saving fails with a reason of its own.
-Result<std::unique_ptr<FileLock>> SavedList::lock() {
-  const std::string path = lockPath();
-  if (path.empty()) return nullptr;
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  auto lock = files().lockFileAtPath(path);
-  if (!lock && isSystemError(lock.error(), std::errc::no_such_file_or_directory)) {
-    // If this fails, the lock fails too, with the reason.
-    static_cast<void>(files().createDirectoryAtPath(path::deletingLastPathComponent(path)));
-    lock = files().lockFileAtPath(path);
-  }
-  while (isHeldByAnother(lock) && isPatient_ && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    lock = files().lockFileAtPath(path);
-  }
-  isPatient_ = !isHeldByAnother(lock);
-  if (!isPatient_) return lock.error();
-  return std::move(lock).value_or(nullptr);
 }
 
 bool SavedList::Access::save() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceFileListing.h"
+#include "KivResource/KivResourceListLock.h"
 #include "KivResource/KivResourceListMerge.h"
 
 namespace kiv {
@@ -22,10 +24,6 @@ namespace kiv {
 /// such a list is replaced it is read again, and if that fails it is set aside under another name.
 class SavedList {
  public:
-  /// The absolute path of the file that is locked while a process changes the list; empty if there
-  /// is no storage root.
-  static std::string lockPath();
-
   /// Appends to the registry the resources of the list whose files are there, which the listing may
   /// tell. There are none if there is no list, or if it cannot be read and is in doubt from now on.
   void restore(ResourceList& registry, FileListing& listing);
@@ -68,7 +66,7 @@ class SavedList {
 
     SavedList& list_;
     ResourceList& registry_;
-    const Result<std::unique_ptr<FileLock>> lock_;  ///< An error if another process holds it.
+    const ListLock::Taken lock_;  ///< An error if another process holds it.
   };
 
  private:
@@ -79,8 +77,6 @@ class SavedList {
   void catchUp(ResourceList& registry);
   void note(ListMerge merge);
   void keepTaken(ResourceList& registry);
-  /// Fails if another process holds the lock for too long.
-  Result<std::unique_ptr<FileLock>> lock();
   [[nodiscard]] bool isToBeRead() const;
   [[nodiscard]] bool isSaved(const Array& dictionaries) const;
   Status write(const Array& dictionaries);
@@ -92,7 +88,8 @@ class SavedList {
   /// While it is mapped, the file system does not give the file's number to a newer list, so that
   /// comparing identities tells the two apart.
   std::unique_ptr<MappedFile> held_;
-  bool isPatient_ = true;  ///< Another process did not keep the lock for too long the last time.
+  /// Waits for longer than another process needs to save a very long list.
+  ListLock lock_{std::chrono::seconds(5)};
   std::optional<Error> doubt_;
   std::optional<Error> lastSaveError_;
   ListMerge merge_;

@@ -72,6 +72,7 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceFileListing.h
   KivResource/KivResourceFileOrigins.h
   KivResource/KivResourceIndex.h
+  KivResource/KivResourceListLock.h
   KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h
   KivResource/KivResourcePassCollector.h

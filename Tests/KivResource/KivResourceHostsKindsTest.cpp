@@ -11,6 +11,7 @@
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceStandard.h"
+#include "Tests/KivResource/Leaflet.h"
 #include "Tests/Support/ManagerFixture.h"
 
 namespace kiv::test {
@@ -23,31 +24,6 @@ using testing::SizeIs;
 using Code = KivResourceFactoryErrorCode;
 using Factory = KivResourceFactory;
 using Maintenance = KivResourceMaintenance;
-
-/// A kind with one file.
-class Leaflet : public KivResource {
- public:
-  static std::shared_ptr<KivResource> make(const Dictionary& dictionary,
-                                           const std::string& engine) {
-    return initialised(std::make_shared<Leaflet>(), dictionary, engine);
-  }
-  [[nodiscard]] bool filesExist() const override { return fileExistsAt(linkForKey("leaflet")); }
-  [[nodiscard]] std::vector<std::string> missingFilesLinks() const override {
-    return filesExist() ? std::vector<std::string>() : listOf(linkForKey("leaflet"));
-  }
-  [[nodiscard]] std::vector<std::string> useFilePaths() const override {
-    return filesExist() ? listOf(linkForKey("leaflet")) : std::vector<std::string>();
-  }
-  void setPath(const std::string& path) override {
-    recordPath_forKey(Value(path), "leaflet");
-    noteChange();
-  }
-
- protected:
-  bool setUp(const Dictionary& dictionary, const std::string& engine) override {
-    return KivResource::setUp(dictionary, engine) && hasString(dictionary, "leaflet");
-  }
-};
 
 /// It has neither a default constructor nor an emptyInstance().
 class Unique : public KivResource {

@@ -13,6 +13,7 @@
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceLease.h"
 #include "KivResource/KivResourceStorageModule.h"
+#include "Tests/KivResource/Leaflet.h"
 #include "Tests/KivResource/TrimFixture.h"
 #include "Tests/Support/RemovalGuard.h"
 
@@ -337,26 +338,6 @@ TEST_F(KivResourceTrimTest, ATargetOfALinkThatIsUsedByItsOwnNameStaysToo) {
   EXPECT_THAT(trim(Rule::oldestStamp, 0).removed, IsEmpty());
   EXPECT_EQ(registry(), (Names{"a", "b"}));
 }
-
-/// A kind of a host with two files.
-class Leaflet : public KivResource {
- public:
-  static std::shared_ptr<KivResource> make(const Dictionary& dictionary,
-                                           const std::string& engine) {
-    return initialised(std::make_shared<Leaflet>(), dictionary, engine);
-  }
-  [[nodiscard]] bool filesExist() const override { return fileExistsAt(linkForKey("leaflet")); }
-  [[nodiscard]] std::vector<std::string> missingFilesLinks() const override {
-    return filesExist() ? std::vector<std::string>() : listOf(linkForKey("leaflet"));
-  }
-  [[nodiscard]] std::vector<std::string> useFilePaths() const override {
-    return filesExist() ? listOf(linkForKey("leaflet")) : std::vector<std::string>();
-  }
-  void setPath(const std::string& path) override {
-    recordPath_forKey(Value(path), "leaflet");
-    noteChange();
-  }
-};
 
 TEST_F(KivResourceTrimTest, AHostsKindIsTrimmedAndAnUnknownOneIsNot) {
   const auto leaflet = [](const std::string& identifier, std::uint64_t updated,
