@@ -178,7 +178,7 @@ void FileOrigin::setValidators(const KivRESTServiceValidators& validators) {
 }
 
 std::optional<KivRESTServiceValidators> FileOrigin::validatorsFor(const URL& address) const {
-  const std::string text = address.absoluteString();
+  const std::string& text = address.absoluteString();
   const auto digest = URLDigest::fromText(url);
   if (!digest || !(*digest == text)) return std::nullopt;
   KivRESTServiceValidators validators{text, entityTag, lastModified};
