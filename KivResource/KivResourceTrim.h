@@ -65,7 +65,7 @@ struct KivResourceTrim {
   /// not be saved. The registry is then as before. Nothing in a dry run.
   std::optional<kiv::Error> listError = std::nullopt;
   /// Space::cacheUsed before and after. In a dry run `usedAfter` does not consider that the list
-  /// gets shorter, nor that saving it may create the private directory of this process.
+  /// gets shorter, nor that the run may create the private directory of this process.
   std::uint64_t usedBefore = 0;
   std::uint64_t usedAfter = 0;
   /// True if `usedAfter` is not above the bound.

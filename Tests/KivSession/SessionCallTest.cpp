@@ -313,12 +313,13 @@ TEST_F(SessionCallTest, ALeaseKeepsTheFileOfAReplacedVersionUntilItsEnd) {
   EXPECT_THAT(lines[13], StartsWith(R"({"error":"\"lease\" is to be)"));
 }
 
+/// The pause keeps the first revalidation running until the second one was refused.
 TEST_F(SessionCallTest, ARevalidationIsReportedAndOutlastsTheInput) {
   server_.serve("/a.png", {Response::ok("a"), Response::ok("new")});
-  const auto lines =
-      linesFor({load(bannerItem("a", "a.png")), R"({"call":"waitForFinish"})",
-                R"({"call":"revalidate","id":"a","tag":1})", R"({"call":"revalidate","tag":2})",
-                R"({"call":"revalidate","id":7})"});
+  const auto lines = linesFor({load(bannerItem("a", "a.png")), R"({"call":"waitForFinish"})",
+                               R"({"call":"pause"})", R"({"call":"revalidate","id":"a","tag":1})",
+                               R"({"call":"revalidate","tag":2})",
+                               R"({"call":"revalidate","id":7})", R"({"call":"resume"})"});
   ASSERT_THAT(lines, SizeIs(7));
   EXPECT_EQ(lines[2], R"({"result":"revalidate","tag":1})");
   EXPECT_EQ(lines[3], R"({"result":"revalidate","tag":2})");
