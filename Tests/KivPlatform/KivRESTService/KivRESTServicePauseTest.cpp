@@ -33,8 +33,8 @@ class KivRESTServicePause : public ClientFixture {
   /// Serves the file so that the first response, and each to a range that begins before `whole`,
   /// stalls after `piece` bytes.
   void serveInPieces(std::size_t piece, std::size_t whole, const std::string& path = "/a") {
-    server_.serve(path, [this, piece, whole](const Request& request) {
-      auto response = rangeResponse(request, body_, "\"a\"");
+    server_.serve(path, [body = body_, piece, whole](const Request& request) {
+      auto response = rangeResponse(request, body, "\"a\"");
       return firstByteAsked(request) < whole ? response.stallAt(piece) : response;
     });
   }
@@ -356,8 +356,9 @@ class ControlledByManyThreads : public KivRESTServicePause {
  protected:
   ControlledByManyThreads() {
     settings_.threads = 3;
-    server_.serve("/a", [this](const Request& request) {
-      return rangeResponse(request, body_, "\"a\"").drip(40'000, 1ms);
+    // The server may still answer a cancelled request when the test has ended.
+    server_.serve("/a", [body = body_](const Request& request) {
+      return rangeResponse(request, body, "\"a\"").drip(40'000, 1ms);
     });
   }
 
