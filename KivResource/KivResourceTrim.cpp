@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
@@ -58,8 +59,8 @@ void sortByAge(std::vector<std::string>& paths) {
   std::map<std::string, std::int64_t> times;
   for (const std::string& path : paths)
     times[path] = kiv::shownTimeOfItemAtPath(path).value_or(0);
-  std::stable_sort(paths.begin(), paths.end(), [&](const auto& path, const auto& other) {
-    return times.at(path) < times.at(other);
+  std::sort(paths.begin(), paths.end(), [&](const auto& path, const auto& other) {
+    return std::tie(times.at(path), path) < std::tie(times.at(other), other);
   });
 }
 
@@ -233,19 +234,21 @@ std::int64_t Trim::rankOf(const StoredResource& stored, const StoredItems& items
   return options_.rank ? options_.rank(*stored.resource) : 0;
 }
 
+/// Of equal ones the first in the registry comes first: the candidates are elements of one vector.
 /// A stamp may be greater than a rank can be.
 Trim::Candidates Trim::inOrder(Candidates candidates, const StoredItems& items) const {
   if (options_.rule == Rule::oldestStamp) {
-    std::stable_sort(candidates.begin(), candidates.end(), [](const auto* one, const auto* other) {
-      return other->resource->isNewerThan(*one->resource);
+    std::sort(candidates.begin(), candidates.end(), [](const auto* one, const auto* other) {
+      if (other->resource->isNewerThan(*one->resource)) return true;
+      return one < other && !one->resource->isNewerThan(*other->resource);
     });
     return candidates;
   }
   std::map<const StoredResource*, std::int64_t> ranks;
   for (const StoredResource* const candidate : candidates)
     ranks[candidate] = rankOf(*candidate, items);
-  std::stable_sort(candidates.begin(), candidates.end(), [&](const auto* one, const auto* other) {
-    return ranks.at(one) < ranks.at(other);
+  std::sort(candidates.begin(), candidates.end(), [&](const auto* one, const auto* other) {
+    return std::pair(ranks.at(one), one) < std::pair(ranks.at(other), other);
   });
   return candidates;
 }
