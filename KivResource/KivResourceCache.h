@@ -63,7 +63,7 @@ class KIV_EXPORT KivResourceCache {
 
   KivResourceCache(const KivResourceCache&) = delete;
   KivResourceCache& operator=(const KivResourceCache&) = delete;
-  /// The manager goes on as long as somebody holds it, with the root and the servers of the cache.
+  /// A manager that the host still holds stays usable. It keeps the root and the servers.
   ~KivResourceCache();
 
   /// The absolute path of the storage root; empty if the process has none.

@@ -1001,8 +1001,8 @@ export interface RevalidationReportEvent {
   /** The tag of the call that started it. */
   revalidationTag: Tag | null;
   /**
-   * Every selected file was dealt with; another revalidation was running, and goes on; requests
-   * were cancelled; the cache was closed.
+   * done: every selected file was dealt with. refused: another revalidation is running, and
+   * continues. stopped: requests were cancelled. abandoned: the cache was closed.
    */
   outcome: "done" | "refused" | "stopped" | "abandoned";
   /** Each file once, in the order of the resources. */

@@ -1077,8 +1077,8 @@ class RevalidationReportEvent(TypedDict):
     event: Literal["revalidationReport"]
     #: The tag of the call that started it.
     revalidationTag: Union[Tag, None]
-    #: Every selected file was dealt with; another revalidation was running, and goes on; requests
-    #: were cancelled; the cache was closed.
+    #: done: every selected file was dealt with. refused: another revalidation is running, and
+    #: continues. stopped: requests were cancelled. abandoned: the cache was closed.
     outcome: Union[Literal["done"], Literal["refused"], Literal["stopped"], Literal["abandoned"]]
     #: Each file once, in the order of the resources.
     files: List[RevalidatedFile]
