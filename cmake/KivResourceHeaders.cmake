@@ -72,6 +72,7 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceFileListing.h
   KivResource/KivResourceFileOrigins.h
   KivResource/KivResourceIndex.h
+  KivResource/KivResourceInventory.h
   KivResource/KivResourceListLock.h
   KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h
@@ -81,4 +82,7 @@ set(KIVRESOURCE_PRIVATE_HEADERS
   KivResource/KivResourceReportJob.h
   KivResource/KivResourceRevalidation.h
   KivResource/KivResourceSavedList.h
+  KivResource/KivResourceShownTime.h
+  KivResource/KivResourceStoredItems.h
+  KivResource/KivResourceTrimPlan.h
 )
