@@ -102,7 +102,8 @@ class KIV_EXPORT KivResourceMaintenance {
   /// Notes that the host shows the resource now, for the rule leastRecentlyShown of trim().
   /// kiv::Lease::take() does this by itself.
   ///
-  /// The time is kept as the modification time of the stored files, for all processes on the root.
+  /// The time is kept as the modification time of the stored files, for all processes on the root,
+  /// so that this time does not tell whether their contents have changed.
   /// Files that the framework has not stored are left alone. A failure is ignored, and a power
   /// failure may lose the latest times: then a resource counts as shown earlier, at worst when it
   /// was stored. May be called from any thread.
