@@ -1,8 +1,6 @@
 #include "CacheItem.h"
 
 #include <KivResource/KivResource.h>
-#include <QDateTime>
-#include <QFileInfo>
 #include <QImageReader>
 
 #include "WebLink.h"
@@ -15,15 +13,6 @@ QString text(const std::string& utf8) {
 
 QString path(const std::optional<std::string>& local) {
   return local ? text(*local) : QString();
-}
-
-/// The contents of a file may change under its name, if it was deleted and downloaded again.
-QString stampOf(const QString& file) {
-  const QFileInfo info(file);
-  return QString("%1 %2 %3;")
-      .arg(file)
-      .arg(info.size())
-      .arg(info.lastModified().toMSecsSinceEpoch());
 }
 
 /// The largest side of a picture that is decoded. No banner is larger, and a huge picture costs
@@ -41,11 +30,10 @@ QImage pictureAt(const QString& file) {
 }
 
 void fillIn(const KivResourceStandard& banner, CacheItem& item) {
-  const QString file = path(banner.image());
+  KivResourceMaintenance::noteShown(banner);  // where there is a lease, it does so
   item.kind = CacheItem::Kind::banner;
   item.market = webLink(text(banner.marketLink()));
-  item.picture = pictureAt(file);
-  item.version += stampOf(file);
+  item.picture = pictureAt(path(banner.image()));
 }
 
 /// The resource with paths that stay. A resource that was replaced just now has no lease, and is
@@ -59,15 +47,13 @@ const Kind& leased(const Kind& resource, CacheItem& item) {
 }
 
 void fillIn(const KivResourceVideo& promotion, CacheItem& item) {
-  const QString icon = path(promotion.icon());
   item.kind = CacheItem::Kind::promotion;
   item.title = text(promotion.title());
   item.market = webLink(text(promotion.marketLink()));
-  item.picture = pictureAt(icon);
+  item.picture = pictureAt(path(promotion.icon()));
   item.video = path(leased(promotion, item).video());
   item.votes = promotion.votes();
   item.rating = promotion.rating();
-  item.version += stampOf(icon) + stampOf(path(promotion.video()));
 }
 
 void fillIn(const KivResourceWeb& page, CacheItem& item) {
@@ -75,16 +61,15 @@ void fillIn(const KivResourceWeb& page, CacheItem& item) {
   const std::string file = leased(page, item).html().value_or(std::string());
   item.page = text(file);
   item.pageFolder = path(KivResourceStorageModule::directoryOfPageAtPath(file));
-  item.version += stampOf(path(page.html()));
 }
 
 }  // namespace
 
-CacheItem CacheItem::of(const KivResource& resource) {
+CacheItem CacheItem::of(const KivResource& resource, int timesChanged) {
   CacheItem item;
   item.id = text(resource.resourceID());
   item.title = text(resource.name());
-  item.version = QString("%1;").arg(resource.updated());
+  item.version = QString("%1.%2").arg(resource.updated()).arg(timesChanged);
   if (const auto* banner = dynamic_cast<const KivResourceStandard*>(&resource)) {
     fillIn(*banner, item);
   } else if (const auto* promotion = dynamic_cast<const KivResourceVideo*>(&resource)) {

@@ -34,9 +34,10 @@ struct CacheItem {
   std::shared_ptr<const kiv::Lease> lease;
   quint64 votes = 0;
   double rating = 0;
-  /// Different for items that look different, also if only the contents of a file differ.
+  /// Different for items that look different, also where only the contents of a file do.
   QString version;
 
-  /// Reads the resource and decodes its pictures, which takes time.
-  static CacheItem of(const KivResource& resource);
+  /// Reads the resource and decodes its pictures, which takes time. `timesChanged` is how often its
+  /// files have changed under their names.
+  static CacheItem of(const KivResource& resource, int timesChanged);
 };

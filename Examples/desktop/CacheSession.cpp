@@ -8,7 +8,7 @@
 
 CacheSession::CacheSession(std::shared_ptr<kiv::DispatchQueue> queue)
     : queue_(std::move(queue)), worker_(std::make_shared<CacheWorker>(this)) {
-  queue_->async([worker = worker_, queue = queue_] { worker->open(queue); });
+  perform([queue = queue_](CacheWorker& worker) { worker.open(queue); });
 }
 
 // The queue outlives the session, as the manager does, so it has to be emptied before the program
@@ -23,13 +23,46 @@ CacheSession::~CacheSession() {
   closed.get_future().wait();
 }
 
+void CacheSession::perform(std::function<void(CacheWorker&)> job) const {
+  queue_->async([worker = worker_, job = std::move(job)] { job(*worker); });
+}
+
 void CacheSession::start(Pass pass, const QString& configuration) {
   if (isRunning_) return;
   isRunning_ = true;
   emit started();
-  queue_->async([worker = worker_, pass, configuration] { worker->run(pass, configuration); });
+  perform([pass, configuration](CacheWorker& worker) { worker.run(pass, configuration); });
 }
 
 void CacheSession::stop() {
-  queue_->async([worker = worker_] { worker->stop(); });
+  perform([](CacheWorker& worker) { worker.stop(); });
+}
+
+void CacheSession::setPaused(bool isPaused) {
+  perform([isPaused](CacheWorker& worker) { worker.setPaused(isPaused); });
+}
+
+void CacheSession::follow(const QString& address) {
+  isFollowing_ = true;
+  perform([address](CacheWorker& worker) { worker.follow(address); });
+}
+
+void CacheSession::stopFollowing() {
+  isFollowing_ = false;
+  perform([](CacheWorker& worker) { worker.stopFollowing(); });
+}
+
+void CacheSession::revalidate() {
+  if (isRevalidating_) return;
+  isRevalidating_ = true;
+  emit revalidating();
+  perform([](CacheWorker& worker) { worker.revalidate(); });
+}
+
+void CacheSession::planSpace(const SpaceBound& bound) {
+  perform([bound](CacheWorker& worker) { worker.planSpace(bound); });
+}
+
+void CacheSession::freeSpace(const SpaceBound& bound) {
+  perform([bound](CacheWorker& worker) { worker.freeSpace(bound); });
 }

@@ -3,29 +3,16 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <functional>
 #include <memory>
-#include <optional>
 
 #include "CacheItem.h"
+#include "PassSummary.h"
+#include "Upkeep.h"
 
 namespace kiv {
 class DispatchQueue;
 }
-
-/// Progress of a pass.
-struct PassProgress {
-  qint64 filesDone = 0;
-  qint64 files = 0;
-  qint64 bytes = 0;
-  std::optional<qint64> bytesExpected;  ///< Nothing while a length is unknown.
-  double bytesPerSecond = 0;
-};
-
-/// A failure of one resource, or of the configuration.
-struct PassFailure {
-  QString what;
-  QString reason;  ///< In words.
-};
 
 /// The window's interface to the cache. It uses the manager on a separate queue and emits signals
 /// with plain values on the window's thread, so that the window neither waits for the manager nor
@@ -51,24 +38,54 @@ class CacheSession final : public QObject {
   /// Starts a pass with the configuration, a local file or an http(s) URL. Does nothing while a
   /// pass is running.
   void start(Pass pass, const QString& configuration);
-  /// Stops the running pass. Complete resources stay.
+  /// Stops the running pass, and a check of the stored files. Complete resources stay.
   void stop();
   [[nodiscard]] bool isRunning() const { return isRunning_; }
 
+  /// Pauses the downloads of this and later passes, and continues them where they were.
+  void setPaused(bool isPaused);
+
+  /// Updates the cache now and every hour from the configuration at the address, until another call
+  /// or stopFollowing(). Each time the signal `checked` comes.
+  void follow(const QString& address);
+  /// Also stops an update that runs.
+  void stopFollowing();
+  [[nodiscard]] bool isFollowing() const { return isFollowing_; }
+
+  /// Asks the servers whether stored files have changed under their names, and fetches those that
+  /// have. The signal `revalidated` comes at the end. Does nothing while such a check is running.
+  void revalidate();
+  [[nodiscard]] bool isRevalidating() const { return isRevalidating_; }
+
+  /// Tells by `spacePlanned` what freeSpace() would remove; the latter tells by `spaceFreed`.
+  void planSpace(const SpaceBound& bound);
+  void freeSpace(const SpaceBound& bound);
+
  signals:
-  /// All loaded items: emitted at the start and after each pass.
+  /// All loaded items: emitted at the start, and after each operation that may change them.
   void contentsChanged(const QList<CacheItem>& items);
   /// A resource was completed during a pass. It replaces the item with the same id.
   void itemLoaded(const CacheItem& item);
   void started();
   void progressed(const PassProgress& progress);
+  /// During a pass. Its summary has all failures again, with the tries.
   void failed(const PassFailure& failure);
-  void ended();
+  void ended(const PassSummary& summary);
+  void checked(const PassSummary& summary);
+  void revalidating();
+  void revalidated(const PassSummary& summary);
+  void spacePlanned(const SpaceSummary& summary);
+  void spaceFreed(const SpaceSummary& summary);
 
  private:
   friend class CacheWorker;
 
+  /// Runs the function with the worker on the manager's queue.
+  void perform(std::function<void(class CacheWorker&)> job) const;
+
   std::shared_ptr<kiv::DispatchQueue> queue_;
   std::shared_ptr<class CacheWorker> worker_;  ///< Used in jobs of the queue alone.
   bool isRunning_ = false;
+  bool isFollowing_ = false;
+  bool isRevalidating_ = false;
 };

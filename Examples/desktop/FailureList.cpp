@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int rowsInSight = 4;
+constexpr int rowsInSight = 6;
 /// If a server is down, every file of a long configuration fails. Nobody reads all of these.
 constexpr qsizetype mostRows = 200;
 
@@ -19,7 +19,6 @@ constexpr qsizetype mostRows = 200;
 FailureList::FailureList(QWidget* parent) : QFrame(parent), list_(new QTreeWidget) {
   list_->setHeaderHidden(true);
   list_->setColumnCount(2);
-  list_->setRootIsDecorated(false);
   list_->setUniformRowHeights(true);
   list_->setFrameShape(QFrame::NoFrame);
   list_->setSelectionMode(QAbstractItemView::NoSelection);
@@ -32,6 +31,8 @@ FailureList::FailureList(QWidget* parent) : QFrame(parent), list_(new QTreeWidge
   close->setToolTip(tr("Close this list"));
   close->setAccessibleName(close->toolTip());
   connect(close, &QToolButton::clicked, this, &QWidget::hide);
+  connect(list_, &QTreeWidget::itemExpanded, this, &FailureList::fitHeight);
+  connect(list_, &QTreeWidget::itemCollapsed, this, &FailureList::fitHeight);
   auto* const layout = new QHBoxLayout(this);
   layout->setContentsMargins(12, 4, 4, 4);
   layout->addWidget(list_, 1);
@@ -54,8 +55,24 @@ void FailureList::add(const PassFailure& failure) {
   auto* const row = new QTreeWidgetItem(list_, {failure.what.simplified(), failure.reason});
   row->setIcon(0, style()->standardIcon(QStyle::SP_MessageBoxWarning));
   row->setToolTip(1, failure.reason.toHtmlEscaped());
-  const int rows = std::min(list_->topLevelItemCount(), rowsInSight);
-  list_->setFixedHeight(rows * list_->sizeHintForRow(0) + 2);
+  for (const QString& attempt : failure.tries) {
+    auto* const line = new QTreeWidgetItem(row, {QString(), attempt});
+    line->setToolTip(1, attempt.toHtmlEscaped());
+  }
+  fitHeight();
   list_->scrollToItem(row);
   show();
+}
+
+void FailureList::present(const QList<PassFailure>& failures) {
+  clear();
+  for (const PassFailure& failure : failures)
+    add(failure);
+}
+
+void FailureList::fitHeight() {
+  int rows = 0;
+  for (auto* row = list_->topLevelItem(0); row; row = list_->itemBelow(row))
+    ++rows;
+  list_->setFixedHeight(std::min(rows, rowsInSight) * list_->sizeHintForRow(0) + 2);
 }

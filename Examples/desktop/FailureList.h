@@ -2,11 +2,11 @@
 
 #include <QFrame>
 
-#include "CacheSession.h"
+#include "PassSummary.h"
 
 class QTreeWidget;
 
-/// The failures of the last pass, one per line. Hidden if there are none.
+/// The failures of the last pass, one per line, with the tries below. Hidden if there are none.
 class FailureList final : public QFrame {
   Q_OBJECT
 
@@ -15,9 +15,13 @@ class FailureList final : public QFrame {
 
   void clear();
   void add(const PassFailure& failure);
+  /// Shows these instead. A line with tries can be expanded.
+  void present(const QList<PassFailure>& failures);
   [[nodiscard]] const QList<PassFailure>& failures() const { return failures_; }
 
  private:
+  void fitHeight();
+
   QTreeWidget* list_;
   QList<PassFailure> failures_;
 };

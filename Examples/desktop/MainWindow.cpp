@@ -9,12 +9,14 @@
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "FailureList.h"
 #include "Gallery.h"
 #include "PagePane.h"
 #include "PassStatus.h"
+#include "UpkeepMenu.h"
 
 MainWindow::MainWindow(CacheSession& session, const QStringList& configurations)
     : session_(session),
@@ -38,7 +40,8 @@ MainWindow::MainWindow(CacheSession& session, const QStringList& configurations)
   setCentralWidget(central);
   setStatusBar(status_);
   listenToSession();
-  showRunning(session.isRunning());
+  listenToUpkeep();
+  showWhatRuns();
   resize(1240, 780);
   configuration_->setFocus();  // it stays, whatever comes to be shown below
 }
@@ -98,18 +101,34 @@ QAction* MainWindow::makeAction(const QString& text, const QKeySequence& key,
   return action;
 }
 
-void MainWindow::makeToolBar(const QStringList& configurations) {
+void MainWindow::makePassActions() {
   load_ = makeAction(tr("Load"), Qt::CTRL | Qt::Key_L, QStyle::SP_ArrowDown,
                      tr("Fetch what is new in the configuration"));
   update_ = makeAction(tr("Update"), Qt::CTRL | Qt::Key_U, QStyle::SP_BrowserReload,
                        tr("The same, and let go of what the configuration does not name"));
+  pause_ = makeAction(tr("Pause"), Qt::CTRL | Qt::Key_P, QStyle::SP_MediaPause,
+                      tr("Pause downloads, and continue them where they were"));
+  pause_->setCheckable(true);
   stop_ = makeAction(tr("Stop"), Qt::Key_Escape, QStyle::SP_BrowserStop, tr("Stop the pass"));
-  auto* const open = makeAction(tr("Open…"), QKeySequence::Open, QStyle::SP_DialogOpenButton,
-                                tr("Choose another configuration"));
   connect(load_, &QAction::triggered, this, [this] { start(CacheSession::Pass::load); });
   connect(update_, &QAction::triggered, this, [this] { start(CacheSession::Pass::update); });
   connect(stop_, &QAction::triggered, this, &MainWindow::stop);
+  connect(pause_, &QAction::toggled, this, [this](bool isPaused) {
+    session_.setPaused(isPaused);
+    status_->setPaused(isPaused);
+  });
+}
+
+void MainWindow::makeToolBar(const QStringList& configurations) {
+  makePassActions();
+  auto* const open = makeAction(tr("Open…"), QKeySequence::Open, QStyle::SP_DialogOpenButton,
+                                tr("Choose another configuration"));
   connect(open, &QAction::triggered, this, &MainWindow::chooseConfiguration);
+  auto* const upkeep = new QToolButton;
+  upkeep->setMenu(new UpkeepMenu(
+      session_, [this] { return configuration_->currentData().toString(); }, this));
+  upkeep->setText(upkeep->menu()->title());
+  upkeep->setPopupMode(QToolButton::InstantPopup);
 
   configuration_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
   configuration_->setMinimumContentsLength(14);
@@ -128,7 +147,9 @@ void MainWindow::makeToolBar(const QStringList& configurations) {
   bar->addWidget(configuration_);
   bar->addAction(open);
   bar->addSeparator();
-  bar->addActions({load_, update_, stop_});
+  bar->addActions({load_, update_, pause_, stop_});
+  bar->addSeparator();
+  bar->addWidget(upkeep);
 }
 
 void MainWindow::listenToSession() {
@@ -137,14 +158,39 @@ void MainWindow::listenToSession() {
   connect(&session_, &CacheSession::started, this, [this] {
     failures_->clear();
     status_->showStart();
-    showRunning(true);
+    showWhatRuns();
   });
   connect(&session_, &CacheSession::progressed, status_, &PassStatus::showProgress);
   connect(&session_, &CacheSession::failed, failures_, &FailureList::add);
-  connect(&session_, &CacheSession::ended, this, [this] {
-    status_->showEnd(resources_, failures_->failures());
-    showRunning(false);
+  connect(&session_, &CacheSession::ended, this, &MainWindow::showSummary);
+}
+
+void MainWindow::listenToUpkeep() {
+  connect(&session_, &CacheSession::checked, this, [this](const PassSummary& summary) {
+    if (!session_.isRunning()) showSummary(summary);
   });
+  connect(&session_, &CacheSession::revalidating, this, [this] {
+    status_->showText(tr("Checking the stored files"));
+    showWhatRuns();
+  });
+  connect(&session_, &CacheSession::revalidated, this, [this](const PassSummary& summary) {
+    failures_->present(summary.failures);
+    status_->showText(summary.changes.isEmpty() ? tr("No stored files to check")
+                                                : tr("Stored files: %1").arg(summary.changes));
+    showWhatRuns();
+  });
+  connect(&session_, &CacheSession::spaceFreed, this, [this](const SpaceSummary& summary) {
+    status_->showText(
+        summary.problem.isEmpty()
+            ? tr("%1 resources and %2 files removed").arg(summary.resources).arg(summary.files)
+            : summary.problem);
+  });
+}
+
+void MainWindow::showSummary(const PassSummary& summary) {
+  failures_->present(summary.failures);
+  status_->showEnd(resources_, summary);
+  showWhatRuns();
 }
 
 void MainWindow::start(CacheSession::Pass pass) {
@@ -189,8 +235,9 @@ void MainWindow::showWhatThereIs() {
   stack_->setCurrentIndex(gallery_->isEmpty() && pages_->isEmpty() ? 0 : 1);
 }
 
-void MainWindow::showRunning(bool runs) {
+void MainWindow::showWhatRuns() {
+  const bool runs = session_.isRunning();
   load_->setEnabled(!runs);
   update_->setEnabled(!runs);
-  stop_->setEnabled(runs);
+  stop_->setEnabled(runs || session_.isRevalidating());
 }

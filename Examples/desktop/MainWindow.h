@@ -14,7 +14,8 @@ class QLabel;
 class QSplitter;
 class QStackedWidget;
 
-/// The window: the contents of the cache, buttons to start and stop a pass, and its progress.
+/// The window: the contents of the cache, buttons to start, pause and stop a pass, its progress,
+/// and a menu for the care of the cache.
 class MainWindow final : public QMainWindow {
   Q_OBJECT
 
@@ -29,9 +30,11 @@ class MainWindow final : public QMainWindow {
   QWidget* makeEmptyState();
   QWidget* makeContents();
   void makeToolBar(const QStringList& configurations);
+  void makePassActions();
   QAction* makeAction(const QString& text, const QKeySequence& key, QStyle::StandardPixmap icon,
                       const QString& tip);
   void listenToSession();
+  void listenToUpkeep();
 
   void start(CacheSession::Pass pass);
   void stop();
@@ -39,7 +42,8 @@ class MainWindow final : public QMainWindow {
   void showItems(const QList<CacheItem>& items);
   void showItem(const CacheItem& item);
   void showWhatThereIs();
-  void showRunning(bool runs);
+  void showSummary(const PassSummary& summary);
+  void showWhatRuns();
 
   CacheSession& session_;
   Gallery* gallery_;
@@ -52,5 +56,6 @@ class MainWindow final : public QMainWindow {
   QAction* load_ = nullptr;
   QAction* update_ = nullptr;
   QAction* stop_ = nullptr;
+  QAction* pause_ = nullptr;
   qsizetype resources_ = 0;
 };

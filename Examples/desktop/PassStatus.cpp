@@ -1,5 +1,6 @@
 #include "PassStatus.h"
 
+#include <QLabel>
 #include <QLocale>
 #include <QProgressBar>
 
@@ -35,12 +36,17 @@ QString progressText(const PassProgress& progress) {
 }  // namespace
 
 PassStatus::PassStatus(QWidget* parent)
-    : QStatusBar(parent), text_(new ElidedLabel), bar_(new QProgressBar) {
+    : QStatusBar(parent),
+      text_(new ElidedLabel),
+      bar_(new QProgressBar),
+      paused_(new QLabel(tr("Paused"))) {
   setContentsMargins(8, 2, 8, 2);
   bar_->setFixedWidth(180);
   bar_->setTextVisible(false);
   bar_->hide();
+  paused_->hide();
   addWidget(text_, 1);
+  addPermanentWidget(paused_);
   addPermanentWidget(bar_);
 }
 
@@ -64,14 +70,21 @@ void PassStatus::showStopping() {
   text_->setText(tr("Stopping"));
 }
 
-void PassStatus::showEnd(qsizetype resources, const QList<PassFailure>& failures) {
+void PassStatus::setPaused(bool isPaused) {
+  paused_->setVisible(isPaused);
+}
+
+void PassStatus::showEnd(qsizetype resources, const PassSummary& summary) {
   bar_->hide();
-  if (failures.isEmpty()) {
-    text_->setText(tr("Done: %1 in the cache").arg(resourcesText(resources)));
-    return;
-  }
-  text_->setText(tr("%1 in the cache · %2 failed: %3")
-                     .arg(resourcesText(resources))
-                     .arg(failures.size())
-                     .arg(failures.last().reason));
+  QString text = tr("%1 in the cache").arg(resourcesText(resources));
+  if (!summary.changes.isEmpty()) text += " · " + summary.changes;
+  if (summary.failures.isEmpty()) return text_->setText(tr("Done: %1").arg(text));
+  text_->setText(tr("%1 · %2 failed: %3")
+                     .arg(text)
+                     .arg(summary.failures.size())
+                     .arg(summary.failures.last().reason));
+}
+
+void PassStatus::showText(const QString& text) {
+  text_->setText(text);
 }

@@ -2,9 +2,10 @@
 
 #include <QStatusBar>
 
-#include "CacheSession.h"
+#include "PassSummary.h"
 
 class ElidedLabel;
+class QLabel;
 class QProgressBar;
 
 /// The status bar: the progress of the running pass, and the result of the last one.
@@ -18,10 +19,15 @@ class PassStatus final : public QStatusBar {
   void showStart();
   void showProgress(const PassProgress& progress);
   void showStopping();
-  /// `failures` is the number of failures in the pass; the last one is described.
-  void showEnd(qsizetype resources, const QList<PassFailure>& failures);
+  /// Says so until it is called with false.
+  void setPaused(bool isPaused);
+  /// `resources` is the number in the cache. The last failure is described.
+  void showEnd(qsizetype resources, const PassSummary& summary);
+  /// What came of an operation on the stored files, in words.
+  void showText(const QString& text);
 
  private:
   ElidedLabel* text_;
   QProgressBar* bar_;
+  QLabel* paused_;
 };

@@ -109,6 +109,69 @@ TEST_F(CacheSessionTest, AnUpdateBringsTheNewVersionAndDropsWhatIsNotNamed) {
   ASSERT_EQ(failures_.size(), 1);
   EXPECT_EQ(failures_[0].what, "Lost balloon");
   EXPECT_TRUE(failures_[0].reason.contains("404")) << failures_[0].reason.toStdString();
+  EXPECT_EQ(summary_.changes, "1 new, 1 replaced, 1 dropped");
+}
+
+TEST_F(CacheSessionTest, TheSummaryTellsTheTriesOfEachFailure) {
+  LoopbackServer main;
+  LoopbackServer mirror;
+  main.serve("/a.png", Response::status(404));
+  mirror.serve("/a.png", Response::status(410));
+  useServer(main.url());
+  KivAppConfiguration::sharedInstance()->setReserveACSDomain(mirror.url());
+  open();
+  ASSERT_TRUE(run(Pass::load, banner("a.png")));
+  ASSERT_EQ(summary_.failures.size(), 1);
+  EXPECT_EQ(summary_.failures[0].what, "A banner");
+  const auto url = [](const LoopbackServer& server) {
+    return QString::fromStdString(server.url() + "/a.png");
+  };
+  EXPECT_EQ(summary_.failures[0].tries,
+            (QStringList{url(main) + ": status 404", url(mirror) + ": status 410"}));
+}
+
+TEST_F(CacheSessionTest, APauseKeepsThePassAndContinuesIt) {
+  LoopbackServer slow;
+  useServer(slow.url());
+  slow.serve("/a.png", Response::ok(std::string(200'000, 'x')).stallAt(150'000));
+  open();
+  session_->start(Pass::load, banner("a.png"));
+  ASSERT_TRUE(waitUntil([&] { return progress_.bytes == 150'000; }));
+  session_->setPaused(true);
+  EXPECT_TRUE(slow.waitForNoConnection());
+  EXPECT_TRUE(session_->isRunning());
+  slow.serve("/a.png", Response::ok(std::string(200'000, 'x')));
+  session_->setPaused(false);
+  ASSERT_TRUE(waitForEnd());
+  EXPECT_TRUE(summary_.failures.isEmpty());
+  EXPECT_EQ(summary_.changes, "1 new");
+}
+
+TEST_F(CacheSessionTest, APausedPassCanBeStopped) {
+  LoopbackServer silent;
+  ASSERT_TRUE(startAPassThatWaitsFor(silent));
+  session_->setPaused(true);
+  EXPECT_TRUE(silent.waitForNoConnection());
+  session_->stop();
+  ASSERT_TRUE(waitForEnd());
+  EXPECT_EQ(summary_.changes, "1 not loaded");
+  // The next session of the process is not paused.
+  session_.reset();
+  useServer(server_.url());
+  open();
+  EXPECT_TRUE(run(Pass::load, content("first.json")));
+  EXPECT_EQ(items_.size(), 6);
+}
+
+TEST_F(CacheSessionTest, AnotherPassWithTheSameConfigurationChangesNoItem) {
+  open();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  const QList<CacheItem> before = items_;
+  ASSERT_TRUE(run(Pass::update, content("first.json")));
+  EXPECT_EQ(summary_.changes, "");
+  ASSERT_EQ(items_.size(), before.size());
+  for (const CacheItem& item : before)
+    EXPECT_EQ(this->item(item.id)->version, item.version) << item.id.toStdString();
 }
 
 TEST_F(CacheSessionTest, AServerThatDiesInThePassEndsItWithTheReasonInWords) {
@@ -175,24 +238,25 @@ TEST_F(CacheSessionTest, TakesItsConfigurationFromAnAddress) {
   EXPECT_EQ(items_.size(), 6);
 
   ASSERT_TRUE(run(Pass::load, url + "/none.json"));
-  ASSERT_EQ(failures_.size(), 1);
-  EXPECT_TRUE(failures_[0].reason.contains("404"));
+  ASSERT_EQ(summary_.failures.size(), 1);
+  EXPECT_TRUE(summary_.failures[0].reason.contains("404"));
 
   configurations.stop();
   ASSERT_TRUE(run(Pass::load, url + "/first.json"));
-  ASSERT_EQ(failures_.size(), 1);
-  EXPECT_GT(failures_[0].reason.size(), 10);
+  ASSERT_EQ(summary_.failures.size(), 1);
+  EXPECT_GT(summary_.failures[0].reason.size(), 10);
 }
 
 TEST_F(CacheSessionTest, TellsWhatIsWrongWithAConfigurationFile) {
   open();
   ASSERT_TRUE(run(Pass::load, QString::fromStdString(directory_.path("none.json"))));
-  ASSERT_EQ(failures_.size(), 1);
-  EXPECT_FALSE(failures_[0].reason.isEmpty());
+  ASSERT_EQ(summary_.failures.size(), 1);
+  EXPECT_FALSE(summary_.failures[0].reason.isEmpty());
   const auto broken = directory_.write("broken.json", "{\"items\": [}");
   ASSERT_TRUE(run(Pass::update, QString::fromStdString(broken)));
-  ASSERT_EQ(failures_.size(), 1);
-  EXPECT_TRUE(failures_[0].reason.contains("line")) << failures_[0].reason.toStdString();
+  ASSERT_EQ(summary_.failures.size(), 1);
+  EXPECT_TRUE(summary_.failures[0].reason.contains("line"))
+      << summary_.failures[0].reason.toStdString();
 }
 
 TEST_F(CacheSessionTest, GivesNoLinkThatDoesNotLeadToTheWeb) {

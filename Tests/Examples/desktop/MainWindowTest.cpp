@@ -1,6 +1,10 @@
 #include <QAbstractButton>
 #include <QApplication>
+#include <QCheckBox>
+#include <QLabel>
+#include <QPointer>
 #include <QScrollBar>
+#include <QSpinBox>
 #include <QStackedWidget>
 #include <QTabBar>
 #include <QTreeWidget>
@@ -14,6 +18,7 @@
 #include "Examples/desktop/MainWindow.h"
 #include "Examples/desktop/PageView.h"
 #include "Examples/desktop/PassStatus.h"
+#include "Examples/desktop/SpaceDialog.h"
 #include "Tests/Examples/desktop/Browser.h"
 #include "Tests/Examples/desktop/Picture.h"
 #include "Tests/Examples/desktop/SessionFixture.h"
@@ -50,6 +55,14 @@ class MainWindowTest : public kiv::test::SessionFixture {
     return window_->findChild<PassStatus*>()->findChild<ElidedLabel*>()->text();
   }
 
+  [[nodiscard]] bool isPauseShown() const {
+    for (const QLabel* label : window_->findChild<PassStatus*>()->findChildren<QLabel*>()) {
+      if (label->text() == "Paused") return label->isVisible();
+    }
+    ADD_FAILURE() << "there is no label for the pause";
+    return false;
+  }
+
   /// True if the view shows exactly the picture, without scaling.
   static bool shows(BannerView& view, const QString& file) {
     const QImage picture = QImage(file).convertToFormat(QImage::Format_RGB32);
@@ -69,7 +82,7 @@ TEST_F(MainWindowTest, SaysThatNothingIsCachedAndThenShowsWhatHasCome) {
   EXPECT_FALSE(isEmptyStateShown());
   EXPECT_EQ(window_->findChildren<BannerView*>().size(), 3);
   EXPECT_EQ(window_->findChild<QTabBar*>()->count(), 2);
-  EXPECT_EQ(status(), "Done: 6 resources in the cache");
+  EXPECT_EQ(status(), "Done: 6 resources in the cache · 6 new");
 }
 
 TEST_F(MainWindowTest, ShowsABannerAtItsOwnSizeAndTheNewVersionInTheSameView) {
@@ -105,7 +118,11 @@ TEST_F(MainWindowTest, TellsWhatFailedInWords) {
   EXPECT_TRUE(list->isVisible());
   EXPECT_EQ(list->topLevelItem(0)->text(0), "Lost balloon");
   EXPECT_TRUE(list->topLevelItem(0)->text(1).contains("404"));
-  EXPECT_TRUE(status().startsWith("6 resources in the cache · 1 failed: "));
+  EXPECT_TRUE(status().startsWith("6 resources in the cache · 6 new · 1 failed: "))
+      << status().toStdString();
+  ASSERT_EQ(list->topLevelItem(0)->childCount(), 1);
+  EXPECT_EQ(list->topLevelItem(0)->child(0)->text(1),
+            QString::fromStdString(server_.url()) + "/banners/lost-balloon.png: status 404");
   // The next pass starts without the failures of this one.
   ASSERT_TRUE(run(Pass::load, content("first.json")));
   EXPECT_FALSE(list->isVisible());
@@ -122,6 +139,56 @@ TEST_F(MainWindowTest, KeysStartAndStopPasses) {
   QTest::keyClick(&*window_, Qt::Key_Escape);
   ASSERT_TRUE(waitForEnd());
   EXPECT_FALSE(session_->isRunning());
+}
+
+TEST_F(MainWindowTest, SaysThatItIsPaused) {
+  openWindow();
+  EXPECT_FALSE(isPauseShown());
+  QTest::keyClick(&*window_, Qt::Key_P, Qt::ControlModifier);
+  EXPECT_TRUE(isPauseShown());
+  session_->start(Pass::load, content("first.json"));
+  QTest::keyClick(&*window_, Qt::Key_P, Qt::ControlModifier);
+  EXPECT_FALSE(isPauseShown());
+  ASSERT_TRUE(waitForEnd());
+  EXPECT_TRUE(item("harbour-ferry"));
+}
+
+TEST_F(MainWindowTest, ChecksTheStoredFilesAndSaysWhatCameOfIt) {
+  openWindow();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  QTest::keyClick(&*window_, Qt::Key_R, Qt::ControlModifier);
+  EXPECT_TRUE(session_->isRevalidating());
+  ASSERT_TRUE(waitUntil([this] { return revalidations_ > 0; }));
+  EXPECT_EQ(status(), "Stored files: 6 unchanged");
+}
+
+TEST_F(MainWindowTest, AsksBeforeItFreesSpace) {
+  openWindow();
+  ASSERT_TRUE(run(Pass::load, content("first.json")));
+  QTest::keyClick(&*window_, Qt::Key_T, Qt::ControlModifier);
+  const QPointer<SpaceDialog> dialog = window_->findChild<SpaceDialog*>();
+  ASSERT_TRUE(dialog);
+  const auto* const text = dialog->findChild<QLabel*>("plan");
+  ASSERT_TRUE(waitUntil([&] { return text->text().endsWith("Nothing has to be removed."); }));
+  dialog->findChild<QSpinBox*>()->setValue(0);
+  ASSERT_TRUE(waitUntil([&] { return text->text().endsWith("Nothing can be removed."); }));
+  dialog->findChild<QCheckBox*>()->setChecked(true);
+  ASSERT_TRUE(waitUntil([&] { return text->text().contains("2 resources and 2 files"); }))
+      << text->text().toStdString();
+  EXPECT_EQ(window_->findChildren<BannerView*>().size(), 3);
+  dialog->accept();  // closing it otherwise removes nothing
+  EXPECT_TRUE(waitUntil([&] { return window_->findChildren<BannerView*>().size() == 1; }));
+  EXPECT_EQ(status(), "2 resources and 2 files removed");
+}
+
+TEST_F(MainWindowTest, KeepsUpToDateOnlyWithAnAddress) {
+  openWindow();
+  QTest::keyClick(&*window_, Qt::Key_K, Qt::ControlModifier);
+  ASSERT_TRUE(waitUntil([this] { return checks_ > 0; }));
+  EXPECT_FALSE(session_->isFollowing());
+  const auto* const list = window_->findChild<QTreeWidget*>();
+  ASSERT_EQ(list->topLevelItemCount(), 1);
+  EXPECT_EQ(list->topLevelItem(0)->text(1), "This is no http or https address.");
 }
 
 TEST_F(MainWindowTest, ABannerIsReachedByTabAndOpensItsMarketByReturn) {

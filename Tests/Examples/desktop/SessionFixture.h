@@ -43,7 +43,18 @@ class SessionFixture : public testing::Test {
                      [this](const PassFailure& failure) { failures_.append(failure); });
     QObject::connect(session, &Session::progressed,
                      [this](const PassProgress& progress) { progress_ = progress; });
-    QObject::connect(session, &Session::ended, [this] { ++ends_; });
+    QObject::connect(session, &Session::ended, [this](const PassSummary& summary) {
+      ++ends_;
+      summary_ = summary;
+    });
+    QObject::connect(session, &Session::checked, [this](const PassSummary& summary) {
+      ++checks_;
+      summary_ = summary;
+    });
+    QObject::connect(session, &Session::revalidated, [this](const PassSummary& summary) {
+      ++revalidations_;
+      summary_ = summary;
+    });
   }
 
   bool waitForContents() {
@@ -80,6 +91,9 @@ class SessionFixture : public testing::Test {
   QList<PassFailure> failures_;
   PassProgress progress_;
   int ends_ = 0;
+  int checks_ = 0;
+  int revalidations_ = 0;
+  PassSummary summary_;  ///< The last one of a pass, a check or a revalidation.
 };
 
 }  // namespace kiv::test
