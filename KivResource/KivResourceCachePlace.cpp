@@ -20,6 +20,20 @@ Places& places() {
   return shared;
 }
 
+std::vector<std::shared_ptr<const CachePlace>> openPlaces() {
+  std::vector<std::shared_ptr<const CachePlace>> open;
+  const MutexLock lock(places().mutex);
+  for (const auto& place : places().all) {
+    if (auto held = place.lock()) open.push_back(std::move(held));
+  }
+  return open;
+}
+
+bool isTrueInCache(const CachePlace* place, const std::function<bool()>& function) {
+  const CacheInUse use(place);
+  return function();
+}
+
 constinit thread_local const CacheInUse* innermost = nullptr;
 
 }  // namespace
@@ -30,15 +44,6 @@ std::shared_ptr<const CachePlace> CachePlace::open(CachePlace place) {
   std::erase_if(places().all, [](const auto& other) { return other.expired(); });
   places().all.push_back(opened);
   return opened;
-}
-
-std::vector<std::shared_ptr<const CachePlace>> CachePlace::living() {
-  std::vector<std::shared_ptr<const CachePlace>> living;
-  const MutexLock lock(places().mutex);
-  for (const auto& place : places().all) {
-    if (auto held = place.lock()) living.push_back(std::move(held));
-  }
-  return living;
 }
 
 CacheInUse::CacheInUse(const CachePlace* place) noexcept
@@ -56,6 +61,13 @@ bool CacheInUse::isKnown() noexcept {
 
 const CachePlace* CacheInUse::place() noexcept {
   return innermost ? innermost->place_ : nullptr;
+}
+
+bool CacheInUse::isTrueForAny(const std::function<bool()>& function) {
+  if (isTrueInCache(nullptr, function)) return true;
+  const auto places = openPlaces();
+  return std::any_of(places.begin(), places.end(),
+                     [&](const auto& place) { return isTrueInCache(place.get(), function); });
 }
 
 }  // namespace kiv

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,9 +21,8 @@ struct CachePlace {
   std::optional<std::vector<std::string>> lookupRoots;
   std::shared_ptr<KivAppConfiguration> servers;
 
-  /// Adds a place to those that living() returns, as long as somebody holds it.
+  /// A cache is open as long as somebody holds its place.
   static std::shared_ptr<const CachePlace> open(CachePlace place);
-  static std::vector<std::shared_ptr<const CachePlace>> living();
 };
 
 /// As long as it lives, this thread works for one cache: the operations of KivStorageService,
@@ -40,6 +40,11 @@ class CacheInUse {
   static bool isKnown() noexcept;
   /// The place of the innermost scope; nullptr for the cache of the process, and outside.
   static const CachePlace* place() noexcept;
+
+  /// Calls the function in a scope of each open cache, that of the process first, until it returns
+  /// true. False if it never does. For the files of a resource, which does not know of which cache
+  /// it is.
+  static bool isTrueForAny(const std::function<bool()>& function);
 
  private:
   const CacheInUse* const former_;

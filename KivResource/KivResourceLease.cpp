@@ -53,20 +53,17 @@ bool mayBeRemoved(std::string_view item) {
 
 using LeasedPath = std::shared_ptr<const std::string>;
 
-/// Leases the item in the cache that may remove it; nullptr if none may. A resource does not know
-/// of which cache it is.
+/// Leases the item in the cache that may remove it; nullptr if none may.
 Result<LeasedPath> leaseItem(const std::string& item) {
-  std::vector<std::shared_ptr<const CachePlace>> places = CachePlace::living();
-  places.insert(places.begin(), nullptr);  // the cache of the process
-  for (const auto& place : places) {
-    const CacheInUse use(place.get());
-    if (!mayBeRemoved(item)) continue;
-    std::optional<Error> error;
-    auto leased = KivStorageService::leaseItemAtPath(item, &error);
-    if (!leased) return *std::move(error);
-    return leased;
-  }
-  return LeasedPath();
+  LeasedPath leased;
+  std::optional<Error> error;
+  CacheInUse::isTrueForAny([&] {
+    if (!mayBeRemoved(item)) return false;
+    leased = KivStorageService::leaseItemAtPath(item, &error);
+    return true;
+  });
+  if (error) return *std::move(error);
+  return leased;
 }
 
 /// The value with the new path in place of each string that is an old one.

@@ -4,6 +4,7 @@
 #include "KivResource/KivResourceLookup.h"
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -72,15 +73,8 @@ bool liesBelowAny(std::string_view resolvedPath, const Roots& roots) {
 
 /// True if the predicate is true in the cache in use. Outside of the operations of a manager that
 /// can be any: a resource does not know of which cache it is.
-template <class Predicate>
-bool holdsInCache(const Predicate& predicate) {
-  if (predicate()) return true;
-  if (kiv::CacheInUse::isKnown()) return false;
-  const auto places = kiv::CachePlace::living();
-  return std::any_of(places.begin(), places.end(), [&](const auto& place) {
-    const kiv::CacheInUse use(place.get());
-    return predicate();
-  });
+bool holdsInCache(const std::function<bool()>& predicate) {
+  return kiv::CacheInUse::isKnown() ? predicate() : kiv::CacheInUse::isTrueForAny(predicate);
 }
 
 /// Whether the file is accepted by the roots of the cache in use.

@@ -1,9 +1,6 @@
 #include "KivResource/KivResourceShownTime.h"
 
-#include <algorithm>
-#include <memory>
 #include <string_view>
-#include <vector>
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivPlatform/Foundation/files/Path.h"
@@ -30,24 +27,12 @@ bool isStored(std::string_view resolvedPath) {
   return !resources.empty() && directory && resolvedPath.starts_with(*directory + "/");
 }
 
-using Places = std::vector<std::shared_ptr<const CachePlace>>;
-
-/// A resource does not know of which cache it is.
-bool isStoredInOneOf(const Places& places, std::string_view resolvedPath) {
-  return std::any_of(places.begin(), places.end(), [&](const auto& place) {
-    const CacheInUse use(place.get());
-    return isStored(resolvedPath);
-  });
-}
-
 }  // namespace
 
 void noteShown(const KivResource& resource) {
-  Places places = CachePlace::living();
-  places.insert(places.begin(), nullptr);  // the cache of the process
   for (const std::string& path : resource.useFilePaths()) {
     const auto resolved = files().resolvedPathOfItemAtPath(path);
-    if (resolved && isStoredInOneOf(places, *resolved)) {
+    if (resolved && CacheInUse::isTrueForAny([&] { return isStored(*resolved); })) {
       static_cast<void>(files().touchFileAtPath(*resolved));
     }
   }
