@@ -10,7 +10,13 @@
 namespace kiv::session {
 
 Session::Session(std::shared_ptr<KivResourceManager> manager, Output output)
-    : SessionEvents(std::move(output)), manager_(std::move(manager)) {}
+    : SessionEvents(std::move(output)),
+      manager_(std::move(manager)),
+      requests_(std::make_shared<SessionRequests>([this](std::uint64_t number, const URL& url) {
+        orTellOfLoss([&] { putOut(requestLine(number, url)); });
+      })) {
+  requests_->equip(manager_->loader()->restService());
+}
 
 void Session::run() {
   const auto queue = DispatchQueue::main();
@@ -18,6 +24,7 @@ void Session::run() {
     queue->drainFor(untilDeadline());
     endWaitingWhenDue();
     scheduleNextCall();
+    endWhatIsHeldBack();
   }
   if (isStopped_) manager_->stopLoading();
   while (queue->drain() > 0) {
@@ -51,6 +58,15 @@ void Session::endWaitingWhenDue() {
     }
   });
   endWaiting();
+}
+
+/// After the last call nobody can answer a request, or let the downloads go on.
+void Session::endWhatIsHeldBack() {
+  if (!hasEnded_ || !lines_.empty() || isScheduled_ || waiting_ == Waiting::forTime) return;
+  requests_->endAnswers();
+  const bool areHeldBack =
+      !requests_->allowsTransfers() || manager_->loader()->restService()->isPaused();
+  if (areHeldBack && waiting_ == Waiting::no && !isOver()) stop();
 }
 
 // --- Input ---------------------------------------------------------------------------------------
@@ -100,6 +116,7 @@ void Session::make(const SessionCall::Invalid& invalid) {
 
 void Session::make(const SessionCall::Operation& operation) {
   auto members = operation.run(*manager_);
+  if (operation.endsRequests) requests_->askAgain();
   if (!members) return answer({{"error", members.error().localizedDescription()}});
   if (!operation.hasResult) return answerDone();
   Dictionary line{{"result", call_.name}};
@@ -110,6 +127,16 @@ void Session::make(const SessionCall::Operation& operation) {
   DispatchQueue::main()->async([self = shared_from_this(), line = std::move(line)] {
     self->orTellOfLoss([&] { self->answer(line); });
   });
+}
+
+void Session::make(const SessionCall::State&) {
+  make(SessionCall::Operation{[this](KivResourceManager& manager) {
+    return Dictionary{{"downloads", manager.loadingResourcesFilesCount()},
+                      {"saveError", errorJSON(manager.lastSaveError())},
+                      {"savedListError", errorJSON(manager.savedListError())},
+                      {"isPaused", manager.loader()->restService()->isPaused()},
+                      {"allowsTransfers", requests_->allowsTransfers()}};
+  }});
 }
 
 void Session::make(const SessionCall::StartPass& call) {
@@ -144,6 +171,8 @@ void Session::make(const SessionCall::SetSettings& call) {
     return answer({{"error", status.error().localizedDescription()}});
   }
   setProgressHandler();
+  requests_->askAgain();
+  requests_->equip(manager_->loader()->restService());
   answerDone();
 }
 
@@ -155,6 +184,22 @@ void Session::make(const SessionCall::ReportProgress& report) {
 
 void Session::make(const SessionCall::ReportPasses& report) {
   reportsPasses_ = report.enabled;
+  answerDone();
+}
+
+void Session::make(const SessionCall::AnswerRequests& call) {
+  requests_->setAnswering(call.enabled);
+  answerDone();
+}
+
+void Session::make(const SessionCall::AnswerRequest& call) {
+  const Status status =
+      call.headers ? requests_->send(call.number, *call.headers) : requests_->refuse(call.number);
+  status ? answerDone() : answer({{"error", status.error().localizedDescription()}});
+}
+
+void Session::make(const SessionCall::AllowTransfers& call) {
+  requests_->allowTransfers(call.enabled);
   answerDone();
 }
 

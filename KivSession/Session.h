@@ -11,6 +11,7 @@
 #include "KivSession/SessionCall.h"
 #include "KivSession/SessionEvents.h"
 #include "KivSession/SessionLeases.h"
+#include "KivSession/SessionRequests.h"
 
 namespace kiv::session {
 
@@ -26,6 +27,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
 
   /// Drains the main queue until the input has ended, all calls are made and no download is
   /// pending, or until the session is stopped. Then the pass is stopped, and no callback is left.
+  /// At the end of the input, downloads that are held back end the session too.
   void run();
 
   void takeLine(std::string line);
@@ -46,16 +48,21 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   [[nodiscard]] bool isOver() const;
   [[nodiscard]] std::chrono::milliseconds untilDeadline() const;
   void endWaitingWhenDue();
+  void endWhatIsHeldBack();
 
   void scheduleNextCall();
   void makeNextCall();
   void make(const SessionCall::Invalid& invalid);
   void make(const SessionCall::Operation& operation);
+  void make(const SessionCall::State& state);
   void make(const SessionCall::StartPass& call);
   void make(const SessionCall::Revalidate& call);
   void make(const SessionCall::SetSettings& call);
   void make(const SessionCall::ReportProgress& report);
   void make(const SessionCall::ReportPasses& report);
+  void make(const SessionCall::AnswerRequests& call);
+  void make(const SessionCall::AnswerRequest& call);
+  void make(const SessionCall::AllowTransfers& call);
   void make(const SessionCall::TakeLease& call);
   void make(const SessionCall::EndLease& call);
   void make(const SessionCall::WaitForFinish& wait);
@@ -71,6 +78,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   const std::shared_ptr<KivResourceManager> manager_;
   std::deque<std::string> lines_;
   SessionLeases leases_;
+  const std::shared_ptr<SessionRequests> requests_;
   SessionCall call_;  ///< The one that is being made.
   bool hasEnded_ = false;
   bool isStopped_ = false;

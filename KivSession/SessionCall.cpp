@@ -48,6 +48,19 @@ class Arguments {
     if (!value.isDictionary()) object(key, "is to be an object");
     return value.dictionary();
   }
+  /// The members, all strings, as headers; none if it is not given.
+  KivRESTServiceRequest::Headers headers(std::string_view key) {
+    KivRESTServiceRequest::Headers headers;
+    if (!has(key)) return headers;
+    const Value& value = call_[key];
+    bool areStrings = value.isDictionary();
+    for (const auto& entry : value.dictionary()) {
+      areStrings = areStrings && entry.value.isString();
+      headers.push_back({std::string(entry.key()), entry.value.string()});
+    }
+    if (!areStrings) object(key, "is to be an object of strings");
+    return headers;
+  }
   /// The configuration, given inline or as a file. Null stands for none.
   Value config() {
     const Value& value = call_["config"];
@@ -107,6 +120,12 @@ Operation order(Function function) {
           false};
 }
 
+/// The same operation, noted as one that may end the wait of requests for their answers.
+Operation endingRequests(Operation operation) {
+  operation.endsRequests = true;
+  return operation;
+}
+
 /// An operation of the manager that returns resources.
 template <class Function>
 Operation query(Function function) {
@@ -143,7 +162,7 @@ What revalidate(Arguments& arguments) {
 }
 
 What stopLoading(Arguments&) {
-  return order([](auto& manager) { manager.stopLoading(); });
+  return endingRequests(order([](auto& manager) { manager.stopLoading(); }));
 }
 
 What waitForFinish(Arguments& arguments) {
@@ -164,8 +183,26 @@ What reportPasses(Arguments& arguments) {
   return SessionCall::ReportPasses{arguments.boolean("enabled")};
 }
 
+What answerRequests(Arguments& arguments) {
+  return SessionCall::AnswerRequests{arguments.boolean("enabled")};
+}
+
+What sendRequest(Arguments& arguments) {
+  const auto number = static_cast<std::uint64_t>(arguments.integer("request"));
+  return SessionCall::AnswerRequest{number, arguments.headers("headers")};
+}
+
+What refuseRequest(Arguments& arguments) {
+  const auto number = static_cast<std::uint64_t>(arguments.integer("request"));
+  return SessionCall::AnswerRequest{number, std::nullopt};
+}
+
+What allowTransfers(Arguments& arguments) {
+  return SessionCall::AllowTransfers{arguments.boolean("enabled")};
+}
+
 What pause(Arguments&) {
-  return order([](auto& manager) { manager.loader()->restService()->pause(); });
+  return endingRequests(order([](auto& manager) { manager.loader()->restService()->pause(); }));
 }
 
 What resume(Arguments&) {
@@ -173,9 +210,9 @@ What resume(Arguments&) {
 }
 
 What setBandwidth(Arguments& arguments) {
-  return order([bandwidth = arguments.integer("bytesPerSecond")](auto& manager) {
+  return endingRequests(order([bandwidth = arguments.integer("bytesPerSecond")](auto& manager) {
     manager.loader()->restService()->setBandwidth(bandwidth);
-  });
+  }));
 }
 
 // --- Queries -------------------------------------------------------------------------------------
@@ -205,12 +242,7 @@ What endLease(Arguments& arguments) {
 }
 
 What state(Arguments&) {
-  return Operation{[](KivResourceManager& manager) {
-    return Dictionary{{"downloads", manager.loadingResourcesFilesCount()},
-                      {"saveError", errorJSON(manager.lastSaveError())},
-                      {"savedListError", errorJSON(manager.savedListError())},
-                      {"isPaused", manager.loader()->restService()->isPaused()}};
-  }};
+  return SessionCall::State{};
 }
 
 // --- Maintenance ---------------------------------------------------------------------------------
@@ -309,7 +341,7 @@ What setSettings(Arguments& arguments) {
 
 What readNamedCall(std::string_view name, Arguments& arguments) {
   using Reader = What (*)(Arguments&);
-  static constexpr std::array<std::pair<std::string_view, Reader>, 27> readers{{
+  static constexpr std::array<std::pair<std::string_view, Reader>, 31> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
       {"loadResourcesWithType", loadResourcesWithType},
@@ -320,6 +352,10 @@ What readNamedCall(std::string_view name, Arguments& arguments) {
       {"sleep", sleepFor},
       {"reportProgress", reportProgress},
       {"reportPasses", reportPasses},
+      {"answerRequests", answerRequests},
+      {"sendRequest", sendRequest},
+      {"refuseRequest", refuseRequest},
+      {"allowTransfers", allowTransfers},
       {"pause", pause},
       {"resume", resume},
       {"setBandwidth", setBandwidth},

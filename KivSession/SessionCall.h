@@ -20,7 +20,9 @@ struct SessionCall {
   struct Operation {
     std::function<Result<Dictionary>(KivResourceManager&)> run;
     bool hasResult = true;
+    bool endsRequests = false;  ///< It may end the wait of requests for their answers.
   };
+  struct State {};
   struct StartPass {
     KivResourcePass pass;
   };
@@ -34,6 +36,16 @@ struct SessionCall {
     bool enabled;
   };
   struct ReportPasses {
+    bool enabled;
+  };
+  struct AnswerRequests {
+    bool enabled;
+  };
+  struct AnswerRequest {
+    std::uint64_t number;
+    std::optional<KivRESTServiceRequest::Headers> headers;  ///< Nothing: the request is refused.
+  };
+  struct AllowTransfers {
     bool enabled;
   };
   struct TakeLease {
@@ -55,8 +67,9 @@ struct SessionCall {
 
   std::string name;
   Value tag;  ///< A string or a number; null if the call has none.
-  std::variant<Invalid, Operation, StartPass, Revalidate, SetSettings, ReportProgress, ReportPasses,
-               TakeLease, EndLease, WaitForFinish, Sleep>
+  std::variant<Invalid, Operation, State, StartPass, Revalidate, SetSettings, ReportProgress, ReportPasses,
+               AnswerRequests, AnswerRequest, AllowTransfers, TakeLease, EndLease, WaitForFinish,
+               Sleep>
       what;
 };
 

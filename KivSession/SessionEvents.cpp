@@ -25,6 +25,10 @@ void SessionEvents::resourceManagerDidFinishLoading(const std::shared_ptr<KivRes
   orTellOfLoss([&] { putOut({{"event", "didFinishLoading"}}); });
 }
 
+Dictionary requestLine(std::uint64_t number, const URL& url) {
+  return {{"event", "request"}, {"request", number}, {"url", url.absoluteString()}};
+}
+
 Dictionary progressLine(const KivRESTServiceProgress& progress) {
   return {{"event", "progress"},
           {"completedFiles", progress.tasksEnded},

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <new>
 #include <utility>
@@ -41,6 +42,9 @@ class SessionEvents : public KivResourceManagerObserver {
   const Output output_;
   const Dictionary lossLine_{{"error", "memory ran out, and lines were lost"}};
 };
+
+/// A request that waits for the program's answer, as a line.
+Dictionary requestLine(std::uint64_t number, const URL& url);
 
 /// The progress of a pass as a line.
 Dictionary progressLine(const KivRESTServiceProgress& progress);

@@ -474,6 +474,65 @@ export interface ReportPassesCall extends Tagged {
 }
 
 /**
+ * Switches on that each request waits for an answer of the host, which may add headers to it, such
+ * as a token. Each try, mirror, redirect and continuation is a request of its own, and is announced
+ * by the event request. Calls that answer wait behind a waitForFinish too, so a host that answers
+ * requests waits for the event didFinishLoading. Switched off, the requests that wait are sent as
+ * they are. It is off at first. In `kivresource session`, the requests that wait when all calls of
+ * the input were made are refused, and so are those that follow.
+ */
+export interface AnswerRequestsCall extends Tagged {
+  /** The name of the call. */
+  call: "answerRequests";
+  /** True for on. */
+  enabled: boolean;
+}
+
+/**
+ * Sends a request that waits. The answer is an error if there is no such request, if it was
+ * answered already, or if it does not wait any more: stopLoading and setSettings end the wait, and
+ * so do pause and setBandwidth, after which it is announced again with another number. If a header
+ * is not valid, the answer is an error too, and the request waits on. At most 32 headers with 32
+ * KiB are taken, and none of those on which the client alone decides: Host, Range, Accept-Encoding
+ * and the like. Headers appear in no line, log, error or file.
+ */
+export interface SendRequestCall extends Tagged {
+  /** The name of the call. */
+  call: "sendRequest";
+  /** The number of the request. */
+  request: number;
+  /**
+   * The headers to add: names, and strings as values. They go into this request alone. Default: {}.
+   */
+  headers?: JSONObject;
+}
+
+/**
+ * Does not send a request that waits. This try fails; the mirror is tried next, with a request of
+ * its own, but not the same server again. The answer is an error in the same cases as of
+ * sendRequest.
+ */
+export interface RefuseRequestCall extends Tagged {
+  /** The name of the call. */
+  call: "refuseRequest";
+  /** The number of the request. */
+  request: number;
+}
+
+/**
+ * Says whether transfers may start, on a metered network for example. Those that run go on, unlike
+ * with pause, and so do requests that were announced. The others wait, and none fails. It is true
+ * at first. In `kivresource session`, the pass is stopped if downloads are paused or may not start
+ * when all calls of the input were made.
+ */
+export interface AllowTransfersCall extends Tagged {
+  /** The name of the call. */
+  call: "allowTransfers";
+  /** True if they may start. */
+  enabled: boolean;
+}
+
+/**
  * Stops all downloads until resume. A running pass waits, and no file fails because of the pause.
  * What has been received is kept where the server makes that possible.
  */
@@ -712,6 +771,38 @@ export interface ReportPassesResult {
   tag: Tag;
 }
 
+/** The answer of answerRequests, if it has a tag. */
+export interface AnswerRequestsResult {
+  /** The name of the call. */
+  result: "answerRequests";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of sendRequest, if it has a tag. */
+export interface SendRequestResult {
+  /** The name of the call. */
+  result: "sendRequest";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of refuseRequest, if it has a tag. */
+export interface RefuseRequestResult {
+  /** The name of the call. */
+  result: "refuseRequest";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of allowTransfers, if it has a tag. */
+export interface AllowTransfersResult {
+  /** The name of the call. */
+  result: "allowTransfers";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
 /** The answer of pause, if it has a tag. */
 export interface PauseResult {
   /** The name of the call. */
@@ -788,6 +879,8 @@ export interface StateResult extends Tagged {
   savedListError: ErrorDetails | null;
   /** True between pause and resume. */
   isPaused: boolean;
+  /** What allowTransfers has set last. */
+  allowsTransfers: boolean;
 }
 
 /** The answer of audit. */
@@ -940,6 +1033,23 @@ export interface DidFinishLoadingEvent {
 }
 
 /**
+ * A request waits for sendRequest or refuseRequest; see answerRequests. It takes a place of its
+ * server, and the time limit `deadline_s` of its file runs meanwhile.
+ */
+export interface RequestEvent {
+  /** The name of the event. */
+  event: "request";
+  /** The number of the request. It counts from 1 in the session, and is not used again. */
+  request: number;
+  /**
+   * The URL that is about to be requested, with credentials and query if it has any. A host that
+   * adds a token compares the whole origin: `https://ads.example` is also the start of
+   * `https://ads.example.net`.
+   */
+  url: string;
+}
+
+/**
  * How far the downloads are, counted from the moment when none was in flight. After reportProgress
  * it is sent at most ten times a second while files are loading, and once after the last has ended;
  * of several that wait to be received only the newest is kept.
@@ -1038,6 +1148,10 @@ export type Call =
   | SleepCall
   | ReportProgressCall
   | ReportPassesCall
+  | AnswerRequestsCall
+  | SendRequestCall
+  | RefuseRequestCall
+  | AllowTransfersCall
   | PauseCall
   | ResumeCall
   | AllLoadedResourcesCall
@@ -1068,6 +1182,10 @@ export type Result =
   | SleepResult
   | ReportProgressResult
   | ReportPassesResult
+  | AnswerRequestsResult
+  | SendRequestResult
+  | RefuseRequestResult
+  | AllowTransfersResult
   | PauseResult
   | ResumeResult
   | AllLoadedResourcesResult
@@ -1091,6 +1209,7 @@ export type Event =
   | DidLoadResourceEvent
   | DidFailToLoadResourceEvent
   | DidFinishLoadingEvent
+  | RequestEvent
   | ProgressEvent
   | PassReportEvent
   | RevalidationReportEvent;
@@ -1110,6 +1229,10 @@ export type CallName =
   | "sleep"
   | "reportProgress"
   | "reportPasses"
+  | "answerRequests"
+  | "sendRequest"
+  | "refuseRequest"
+  | "allowTransfers"
   | "pause"
   | "resume"
   | "allLoadedResources"
@@ -1133,6 +1256,7 @@ export type EventName =
   | "didLoadResource"
   | "didFailToLoadResource"
   | "didFinishLoading"
+  | "request"
   | "progress"
   | "passReport"
   | "revalidationReport";

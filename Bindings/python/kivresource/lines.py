@@ -512,6 +512,69 @@ class ReportPassesCall(Tagged):
     enabled: bool
 
 
+class AnswerRequestsCall(Tagged):
+    """Switches on that each request waits for an answer of the host, which may add headers to it, such
+    as a token. Each try, mirror, redirect and continuation is a request of its own, and is
+    announced by the event request. Calls that answer wait behind a waitForFinish too, so a host
+    that answers requests waits for the event didFinishLoading. Switched off, the requests that wait
+    are sent as they are. It is off at first. In `kivresource session`, the requests that wait when
+    all calls of the input were made are refused, and so are those that follow.
+    """
+
+    #: The name of the call.
+    call: Literal["answerRequests"]
+    #: True for on.
+    enabled: bool
+
+
+class _SendRequestCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: The headers to add: names, and strings as values. They go into this request alone. Default:
+    #: {}.
+    headers: Dict[str, Any]
+
+
+class SendRequestCall(Tagged, _SendRequestCallOptional):
+    """Sends a request that waits. The answer is an error if there is no such request, if it was
+    answered already, or if it does not wait any more: stopLoading and setSettings end the wait, and
+    so do pause and setBandwidth, after which it is announced again with another number. If a header
+    is not valid, the answer is an error too, and the request waits on. At most 32 headers with 32
+    KiB are taken, and none of those on which the client alone decides: Host, Range, Accept-Encoding
+    and the like. Headers appear in no line, log, error or file.
+    """
+
+    #: The name of the call.
+    call: Literal["sendRequest"]
+    #: The number of the request.
+    request: int
+
+
+class RefuseRequestCall(Tagged):
+    """Does not send a request that waits. This try fails; the mirror is tried next, with a request of
+    its own, but not the same server again. The answer is an error in the same cases as of
+    sendRequest.
+    """
+
+    #: The name of the call.
+    call: Literal["refuseRequest"]
+    #: The number of the request.
+    request: int
+
+
+class AllowTransfersCall(Tagged):
+    """Says whether transfers may start, on a metered network for example. Those that run go on, unlike
+    with pause, and so do requests that were announced. The others wait, and none fails. It is true
+    at first. In `kivresource session`, the pass is stopped if downloads are paused or may not start
+    when all calls of the input were made.
+    """
+
+    #: The name of the call.
+    call: Literal["allowTransfers"]
+    #: True if they may start.
+    enabled: bool
+
+
 class PauseCall(Tagged):
     """Stops all downloads until resume. A running pass waits, and no file fails because of the pause.
     What has been received is kept where the server makes that possible.
@@ -783,6 +846,42 @@ class ReportPassesResult(TypedDict):
     tag: Tag
 
 
+class AnswerRequestsResult(TypedDict):
+    """The answer of answerRequests, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["answerRequests"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class SendRequestResult(TypedDict):
+    """The answer of sendRequest, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["sendRequest"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class RefuseRequestResult(TypedDict):
+    """The answer of refuseRequest, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["refuseRequest"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class AllowTransfersResult(TypedDict):
+    """The answer of allowTransfers, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["allowTransfers"]
+    #: The tag of the call.
+    tag: Tag
+
+
 class PauseResult(TypedDict):
     """The answer of pause, if it has a tag."""
 
@@ -863,6 +962,8 @@ class StateResult(Tagged):
     savedListError: Union[ErrorDetails, None]
     #: True between pause and resume.
     isPaused: bool
+    #: What allowTransfers has set last.
+    allowsTransfers: bool
 
 
 class AuditResult(Tagged):
@@ -1018,6 +1119,21 @@ class DidFinishLoadingEvent(TypedDict):
     event: Literal["didFinishLoading"]
 
 
+class RequestEvent(TypedDict):
+    """A request waits for sendRequest or refuseRequest; see answerRequests. It takes a place of its
+    server, and the time limit `deadline_s` of its file runs meanwhile.
+    """
+
+    #: The name of the event.
+    event: Literal["request"]
+    #: The number of the request. It counts from 1 in the session, and is not used again.
+    request: int
+    #: The URL that is about to be requested, with credentials and query if it has any. A host that
+    #: adds a token compares the whole origin: `https://ads.example` is also the start of
+    #: `https://ads.example.net`.
+    url: str
+
+
 class ProgressEvent(TypedDict):
     """How far the downloads are, counted from the moment when none was in flight. After reportProgress
     it is sent at most ten times a second while files are loading, and once after the last has
@@ -1113,6 +1229,10 @@ Call = Union[
     SleepCall,
     ReportProgressCall,
     ReportPassesCall,
+    AnswerRequestsCall,
+    SendRequestCall,
+    RefuseRequestCall,
+    AllowTransfersCall,
     PauseCall,
     ResumeCall,
     AllLoadedResourcesCall,
@@ -1145,6 +1265,10 @@ Result = Union[
     SleepResult,
     ReportProgressResult,
     ReportPassesResult,
+    AnswerRequestsResult,
+    SendRequestResult,
+    RefuseRequestResult,
+    AllowTransfersResult,
     PauseResult,
     ResumeResult,
     AllLoadedResourcesResult,
@@ -1170,6 +1294,7 @@ Event = Union[
     DidLoadResourceEvent,
     DidFailToLoadResourceEvent,
     DidFinishLoadingEvent,
+    RequestEvent,
     ProgressEvent,
     PassReportEvent,
     RevalidationReportEvent,
@@ -1192,6 +1317,10 @@ CallName = Literal[
     "sleep",
     "reportProgress",
     "reportPasses",
+    "answerRequests",
+    "sendRequest",
+    "refuseRequest",
+    "allowTransfers",
     "pause",
     "resume",
     "allLoadedResources",
@@ -1217,6 +1346,7 @@ EventName = Literal[
     "didLoadResource",
     "didFailToLoadResource",
     "didFinishLoading",
+    "request",
     "progress",
     "passReport",
     "revalidationReport",
