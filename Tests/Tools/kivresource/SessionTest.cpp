@@ -325,6 +325,45 @@ TEST_F(SessionTest, WaitsAtTheEndOfInputForDownloadsInFlight) {
   EXPECT_EQ(session.waitForExit(), 0);
 }
 
+TEST_F(SessionTest, RefusesAtTheEndOfInputTheRequestsThatNobodyCanAnswer) {
+  server_.serve("/a.png", Response::ok("a"));
+  const std::string answer = R"({"call":"answerRequests","enabled":true})";
+  for (const auto& more : {std::vector<std::string>{}, {wait}}) {
+    std::vector<std::string> calls{answer, load(bannerItem("a", "a.png"))};
+    calls.insert(calls.end(), more.begin(), more.end());
+    const auto lines = linesFor(calls);
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines.back(), finish);
+    EXPECT_THAT(lines[lines.size() - 2], StartsWith(R"({"event":"didFailToLoadResource")"));
+  }
+  EXPECT_THAT(server_.requests(), IsEmpty());
+}
+
+TEST_F(SessionTest, AnswersTheRequestsOfItsInputBeforeItsEnd) {
+  server_.serve("/a.png", Response::ok("a"));
+  ToolProcess session(arguments());
+  session.writeLine(R"({"call":"answerRequests","enabled":true})");
+  session.writeLine(load(bannerItem("a", "a.png")));
+  EXPECT_THAT(session.readLine().value_or(""), StartsWith(R"({"event":"request","request":1,)"));
+  session.writeLine(R"({"call":"sendRequest","request":1,"headers":{"X-Token":"1"}})");
+  session.closeInput();
+  EXPECT_THAT(session.readLines(),
+              ElementsAre(StartsWith(R"({"event":"didLoadResource")"), finish));
+  EXPECT_EQ(session.waitForExit(), 0);
+  EXPECT_EQ(server_.requests("/a.png").at(0).header("X-Token"), "1");
+}
+
+TEST_F(SessionTest, StopsAtTheEndOfInputWhatNobodyCanLetGoOn) {
+  const std::string item = bannerItem("a", "a.png");
+  for (const std::string hold :
+       {R"({"call":"allowTransfers","enabled":false})", R"({"call":"pause"})"}) {
+    EXPECT_THAT(linesFor({hold, load(item)}), ElementsAre(finish)) << hold;
+    EXPECT_THAT(linesFor({hold, load(item), R"({"call":"sleep","ms":1})"}), ElementsAre(finish));
+    EXPECT_THAT(linesFor({hold}), IsEmpty());
+  }
+  EXPECT_THAT(server_.requests(), IsEmpty());
+}
+
 TEST_F(SessionTest, CtrlCStopsThePassAndKeepsWhatIsComplete) {
   server_.serve("/whole.png", Response::ok("whole"));
   server_.serve("/slow.png", Response::ok("slow").stallAt(1));
