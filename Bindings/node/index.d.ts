@@ -77,6 +77,10 @@ export interface Lease {
   end(): Promise<void>;
 }
 
+/** The headers to add to a request; null to refuse it. */
+export type Headers = Record<string, string> | null;
+export type RequestHandler = (url: string) => Headers | Promise<Headers>;
+
 /** One identifier, one type, or all. */
 export type Selection = { id?: string; type?: undefined } | { id?: undefined; type?: string };
 
@@ -187,6 +191,16 @@ export class Cache extends EventEmitter {
   pause(): Promise<void>;
   /** Ends a pause. */
   resume(): Promise<void>;
+  /** Says whether transfers may start; those that run go on. Nothing fails meanwhile. */
+  allowTransfers(allowed: boolean): Promise<void>;
+  /**
+   * Lets a function answer each request before it is sent: tries, mirrors and redirects. It gets the URL,
+   * and returns the headers to add, or null to refuse the request; or a promise of them. Headers go into
+   * that one request: a token depends on the origin of the URL. If the function throws, the request is
+   * refused, and the error goes on as from a listener. After headers that are not valid it is refused with
+   * the event `problem`. With null, requests are sent as they are, also those that wait.
+   */
+  answerRequests(handler: RequestHandler | null): Promise<void>;
   /** Limits all downloads together, also those that run; 0 for no limit. In bytes per second. */
   setBandwidth(bytesPerSecond: number): Promise<void>;
   /** Changes the servers for the passes that follow. */

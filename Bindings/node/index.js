@@ -48,6 +48,7 @@ class Cache extends EventEmitter {
   // Those that have no report yet, by their tags.
   #revalidations = new Map();
   #stops = 0;
+  #requestHandler = null;
 
   static async open(options) {
     if (options === null || typeof options !== 'object') {
@@ -167,6 +168,19 @@ class Cache extends EventEmitter {
 
   async resume() {
     await this.#call({ call: 'resume' });
+  }
+
+  async allowTransfers(allowed) {
+    await this.#call({ call: 'allowTransfers', enabled: allowed });
+  }
+
+  async answerRequests(handler) {
+    if (typeof handler !== 'function' && handler !== null) {
+      throw new TypeError('answerRequests() takes a function or null');
+    }
+    if (this.#isClosed) throw closedError();
+    this.#requestHandler = handler;
+    await this.#call({ call: 'answerRequests', enabled: handler !== null });
   }
 
   async setBandwidth(bytesPerSecond) {
@@ -311,11 +325,31 @@ class Cache extends EventEmitter {
       case 'passReport':
         this.emit(event, members);
         break;
+      case 'request':
+        this.#answerRequest(members);
+        break;
       case 'revalidationReport':
         this.#revalidations.get(revalidationTag)?.resolve(members);
         this.#revalidations.delete(revalidationTag);
         break;
     }
+  }
+
+  /** What the handler throws goes through, after the request is refused. */
+  async #answerRequest({ request, url }) {
+    let headers;
+    let failure;
+    try {
+      headers = this.#requestHandler ? await this.#requestHandler(url) : {};
+      if (headers) return await this.#call({ call: 'sendRequest', request, headers });
+    } catch (error) {
+      failure = { error };
+    }
+    // After an answer that is not valid, the request still waits.
+    const isRefused = await this.#call({ call: 'refuseRequest', request }).then(() => true, () => false);
+    if (!failure) return;
+    if (!headers) process.nextTick(() => { throw failure.error; });
+    else if (isRefused) this.emit('problem', failure.error);
   }
 
   #noteStop() {

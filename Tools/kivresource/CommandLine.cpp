@@ -88,6 +88,12 @@ void addVerbose(CLI::App& command, Options& options) {
   command.add_flag("--verbose", options.verbose, "Also shows each failed try at a server, and why");
 }
 
+void addHeaders(CLI::App& command, Options& options) {
+  addText(command, "--headers", options.headers,
+          "A file with headers for requests to the servers, one \"Name: value\" a line")
+      ->type_name("FILE");
+}
+
 void addGeneralOptions(CLI::App& app, Options& options) {
   addDirectory(app, "--root", options.root,
                "The storage root; a folder in the user's data directory where none is named");
@@ -104,17 +110,20 @@ void addPassCommands(CLI::App& app, Options& options) {
   auto* const load = addCommand(app, options, "load", "Loads what a configuration names", runLoad);
   addConfig(*load, options);
   addSelection(*load, options);
+  addHeaders(*load, options);
   addVerbose(*load, options);
   auto* const update = addCommand(
       app, options, "update",
       "Loads what a configuration names, and drops from the list what it does not name", runUpdate);
   addConfig(*update, options);
+  addHeaders(*update, options);
   addVerbose(*update, options);
   auto* const revalidate =
       addCommand(app, options, "revalidate",
                  "Asks the servers whether stored files have changed, and fetches those that have",
                  runRevalidate);
   addSelection(*revalidate, options);
+  addHeaders(*revalidate, options);
   auto* const watch =
       addCommand(app, options, "watch",
                  "Keeps the resources up to date with a configuration on a server, until it is "
@@ -129,6 +138,7 @@ void addPassCommands(CLI::App& app, Options& options) {
   watch->add_option("--interval", options.interval, "Seconds between two checks; 3600 by default")
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 366 * 24 * 3600));
+  addHeaders(*watch, options);
   auto* const list =
       addCommand(app, options, "list", "Shows what is loaded, with local paths", runList);
   addSelection(*list, options);

@@ -27,6 +27,7 @@ struct Options {
   std::optional<std::string> id;
   std::optional<std::string> type;
   bool verbose = false;
+  std::optional<std::string> headers;  ///< The path of a file.
   bool dryRun = false;
   std::uint64_t bytes = 0;  ///< The bound of trim.
   /// Which loaded resources trim may remove.

@@ -13,6 +13,7 @@
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/ConfigurationCheck.h"
 #include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/HeadersFile.h"
 #include "Tools/kivresource/Host.h"
 #include "Tools/kivresource/InterruptWatch.h"
 #include "Tools/kivresource/PassOutcome.h"
@@ -91,7 +92,8 @@ int passWithConfig(const Options& options, KivResourcePass pass) {
     complain(config.error().localizedDescription());
     return exitStatus::usage;
   }
-  if (!configureFramework(options)) return exitStatus::usage;
+  const auto headers = HeadersFile::read(options);
+  if (!headers || !configureFramework(options)) return exitStatus::usage;
   const auto check = ConfigurationCheck::of(*config, options.id, options.type);
   for (const auto& [place, text] : check.odd)
     complain("item " + std::to_string(place) + ": " + text);
@@ -110,6 +112,7 @@ int passWithConfig(const Options& options, KivResourcePass pass) {
     manager->loader()->restService()->setEndHandler(
         [view](const auto& task) { view->noteEnd(task); });
   }
+  headers->addTo(*manager->loader()->restService());
   pass.config = *std::move(config);
   const int stoppedBy = runPass(*manager, pass, [&](const KivResourcePassReport& report) {
     if (options.json && options.verbose) printReport(report);

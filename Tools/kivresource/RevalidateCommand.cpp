@@ -9,6 +9,7 @@
 #include "KivSession/PassReportJSON.h"
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/HeadersFile.h"
 #include "Tools/kivresource/Host.h"
 #include "Tools/kivresource/InterruptWatch.h"
 #include "Tools/kivresource/PassView.h"
@@ -49,9 +50,11 @@ void show(PassView& view, const KivResourceRevalidationReport& report) {
 }  // namespace
 
 int runRevalidate(const Options& options) {
-  if (!configureFramework(options)) return exitStatus::usage;
+  const auto headers = HeadersFile::read(options);
+  if (!headers || !configureFramework(options)) return exitStatus::usage;
   if (!options.json) keepLogFromTerminal();
   const auto manager = KivResourceManager::sharedInstance();
+  headers->addTo(*manager->loader()->restService());
   PassView view;
   int stoppedBy = 0;
   const InterruptWatch watch([&](int signal) {

@@ -15,6 +15,7 @@
 #include "KivSession/SessionEvents.h"
 #include "Tools/kivresource/Commands.h"
 #include "Tools/kivresource/ExitStatus.h"
+#include "Tools/kivresource/HeadersFile.h"
 #include "Tools/kivresource/Host.h"
 #include "Tools/kivresource/InterruptWatch.h"
 #include "Tools/kivresource/PassOutcome.h"
@@ -141,7 +142,9 @@ void complainOfSaving(const KivConfigurationCheck& check, const KivResourceManag
 int runWatch(const Options& options) {
   const auto url = readURL(options.url);
   auto updaterOptions = readUpdaterOptions(options);
-  if (!url || !updaterOptions || !configureFramework(options)) return exitStatus::usage;
+  if (!url || !updaterOptions) return exitStatus::usage;
+  const auto headers = HeadersFile::read(options);
+  if (!headers || !configureFramework(options)) return exitStatus::usage;
   if (!options.json) keepLogFromTerminal();
 
   const auto manager = KivResourceManager::sharedInstance();
@@ -152,6 +155,8 @@ int runWatch(const Options& options) {
   if (!options.json) view.emplace(*manager, kiv::displayedURL(options.url));
   const auto queue = kiv::DispatchQueue::main();
   KivConfigurationUpdater updater(manager, *url, *std::move(updaterOptions));
+  headers->addTo(*manager->loader()->restService());
+  headers->addTo(*updater.restService());
   updater.setCheckHandler([&](const KivConfigurationCheck& check) {
     if (view) view->show(check);
     if (!view && check.report) {

@@ -10,14 +10,17 @@ from dataclasses import dataclass, field
 from typing import (
     Any,
     AsyncIterator,
+    Awaitable,
     Callable,
     Deque,
     Dict,
     Iterable,
     List,
     Literal,
+    Mapping,
     NamedTuple,
     Optional,
+    Set,
     Tuple,
     Union,
     cast,
@@ -39,6 +42,7 @@ from .lines import (
     Line,
     PassReportEvent,
     ProgressEvent,
+    RequestEvent,
     Resource,
     RevalidationReportEvent,
     Settings,
@@ -51,6 +55,11 @@ from .session import Path, Session, encode
 
 #: A configuration: an object with "items", or the path of a file with one.
 Configuration = Union[Dict[str, Any], str, "os.PathLike[str]", None]
+
+#: The headers to add to a request; None to refuse it.
+Headers = Optional[Mapping[str, str]]
+#: Answers a request for a URL, at once or as an awaitable.
+RequestHandler = Callable[[str], Union[Headers, Awaitable[Headers]]]
 
 _logger = logging.getLogger("kivresource")
 
@@ -188,6 +197,8 @@ class Cache:
         self._revalidations: "Dict[int, asyncio.Future[RevalidationReportEvent]]" = {}
         self._streams: "weakref.WeakSet[EventStream]" = weakref.WeakSet()
         self._callbacks: Dict[str, List[Callable[[Any], object]]] = {}
+        self._request_handler: Optional[RequestHandler] = None
+        self._request_answers: "Set[asyncio.Task[None]]" = set()
 
     # --- Opening and closing ---------------------------------------------------------------------
 
@@ -234,6 +245,8 @@ class Cache:
                 report.set_exception(
                     CacheClosedError("the cache was closed before the revalidation had ended")
                 )
+        for task in list(self._request_answers):
+            task.cancel()
         answers, self._answers = self._answers, {}
         for answer in answers.values():
             answer({})
@@ -341,6 +354,11 @@ class Cache:
             self._running.outcome.stopped = True
 
     def _note_event(self, event: Event) -> None:
+        if event["event"] == "request":
+            task = self._own_loop().create_task(self._answer_request(event))
+            self._request_answers.add(task)
+            task.add_done_callback(self._request_answers.discard)
+            return
         if event["event"] == "revalidationReport":
             report = self._revalidations.get(cast(int, event["revalidationTag"]))
             if report is not None and not report.done():
@@ -480,9 +498,63 @@ class Cache:
         """Ends a pause."""
         await self._call({"call": "resume"})
 
+    async def answer_requests(self, handler: Optional[RequestHandler]) -> None:
+        """Lets the handler answer each request before it is sent: tries, mirrors and redirects.
+
+        It is called in the loop with the URL, and returns the headers to add, or None to refuse the
+        request; it may be a coroutine function. Headers go into that one request: a token depends
+        on the origin of the URL. If the handler raises, or a header is not valid, the request is
+        refused, and the exception goes to the loop's exception handler. Without a handler, requests
+        are sent as they are, also those that wait.
+        """
+        self._own_loop()
+        former, self._request_handler = self._request_handler, handler
+        try:
+            await self._call({"call": "answerRequests", "enabled": handler is not None})
+        except CacheError:
+            self._request_handler = former
+            raise
+
+    async def allow_transfers(self, allowed: bool) -> None:
+        """Says whether transfers may start; those that run go on. Nothing fails meanwhile."""
+        await self._call({"call": "allowTransfers", "enabled": allowed})
+
     async def set_bandwidth(self, bytes_per_second: int) -> None:
         """Limits all downloads together, also those that run; 0 for no limit."""
         await self._call({"call": "setBandwidth", "bytesPerSecond": bytes_per_second})
+
+    async def _answer_request(self, event: RequestEvent) -> None:
+        refusal = {"call": "refuseRequest", "request": event["request"]}
+        problem: Optional[Exception] = None
+        try:
+            headers = await self._headers_for(event["url"])
+            if headers is not None:
+                await self._call({**refusal, "call": "sendRequest", "headers": dict(headers)})
+                return
+        except asyncio.CancelledError:
+            if self._closing is None:
+                self._send(*self._tagged(refusal), lambda _: None)
+            raise
+        except Exception as error:
+            problem = error
+        try:
+            await self._call(refusal)
+        except CacheError:
+            # The request does not wait any more, as after a pause, and the library has said so.
+            if isinstance(problem, CacheError):
+                return
+        if problem is not None:
+            self._own_loop().call_exception_handler(
+                {"message": "a request was refused: no valid answer came from the function that "
+                            "was set by answer_requests()",
+                 "exception": problem}
+            )
+
+    async def _headers_for(self, url: str) -> Headers:
+        if self._request_handler is None:
+            return {}
+        answer = self._request_handler(url)
+        return await answer if inspect.isawaitable(answer) else answer
 
     # --- Events ----------------------------------------------------------------------------------
 
@@ -513,6 +585,10 @@ class Cache:
     def on(
         self, name: Literal["didFinishLoading"], function: Callable[[DidFinishLoadingEvent], object]
     ) -> None:
+        ...
+
+    @overload
+    def on(self, name: Literal["request"], function: Callable[[RequestEvent], object]) -> None:
         ...
 
     @overload

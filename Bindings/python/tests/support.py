@@ -68,10 +68,13 @@ class GatedServer:
     def __init__(self) -> None:
         self.gate = threading.Event()
         self.asked = threading.Event()
+        #: The header X-Token of each request.
+        self.tokens: List[Optional[str]] = []
         owner = self
 
         class Handler(http.server.BaseHTTPRequestHandler):
             def do_GET(self) -> None:
+                owner.tokens.append(self.headers["X-Token"])
                 owner.asked.set()
                 owner.gate.wait(PATIENCE)
                 body = self.path.encode()

@@ -13,10 +13,11 @@ import threading
 import unittest
 import warnings
 from pathlib import Path
-from typing import Any, Dict, List, Optional, Union
+from typing import Any, Dict, List, Optional, Tuple, Type, Union
 from unittest import mock
 
 from kivresource import Cache, CacheBusyError, CacheClosedError, CacheError, Outcome, Session
+from kivresource.cache import RequestHandler
 from kivresource.lines import Line, PassReportEvent
 from support import (
     CONTENT,
@@ -404,6 +405,122 @@ class Events(AsyncCacheTestCase):
             await self.soon(cache.load(config(plain("2"))))
             await cache.state()
             self.assertEqual(len(reports), 1)
+
+    async def test_transfers_wait_until_they_are_allowed(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        async with self.cache(main=server.url) as cache:
+            await cache.allow_transfers(False)
+            task = asyncio.create_task(cache.load(config(banner("1", "1.png"))))
+            while (await cache.state())["downloads"] == 0:
+                await asyncio.sleep(0)
+            state = await cache.state()
+            self.assertEqual((state["isPaused"], state["allowsTransfers"]), (False, False))
+            self.assertFalse(server.asked.is_set())
+            await cache.allow_transfers(True)
+            self.assertTrue((await self.soon(task)).complete)
+
+    async def test_a_function_answers_requests(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        async with self.cache(main=server.url) as cache:
+            urls: List[str] = []
+
+            async def later(url: str) -> Dict[str, str]:
+                await asyncio.sleep(0)
+                urls.append(url)
+                return {"X-Token": f"for {url}"}
+
+            def now(url: str) -> Dict[str, str]:
+                urls.append(url)
+                return {}
+
+            await cache.answer_requests(later)
+            outcome = await self.soon(cache.load(config(banner("1", "1.png"), banner("2", "2.png"))))
+            self.assertTrue(outcome.complete)
+            self.assertEqual(sorted(urls), [f"{server.url}/1.png", f"{server.url}/2.png"])
+            self.assertEqual(sorted(server.tokens), [f"for {url}" for url in sorted(urls)])
+            await cache.answer_requests(now)
+            self.assertTrue((await self.soon(cache.load(config(banner("3", "3.png"))))).complete)
+            self.assertEqual(urls[2:], [f"{server.url}/3.png"])
+            await cache.answer_requests(None)
+            self.assertTrue((await self.soon(cache.load(config(banner("4", "4.png"))))).complete)
+            self.assertEqual(len(urls), 3)
+            self.assertEqual(server.tokens[2:], [None, None])
+
+    async def test_a_request_without_a_valid_answer_is_refused(self) -> None:
+        server = self.gated_server()
+
+        def failing(url: str) -> Dict[str, str]:
+            raise KeyError("no token")
+
+        async def cancelled(url: str) -> Dict[str, str]:
+            raise asyncio.CancelledError()
+
+        answers: List[Tuple[RequestHandler, Optional[Type[Exception]]]] = [
+            (lambda url: None, None),
+            (failing, KeyError),
+            (cancelled, None),
+            (lambda url: {"Host": "secret"}, CacheError),
+            (lambda url: {"X-Token": "secret\n"}, CacheError),
+            (lambda url: {"X-Token": b"secret"}, TypeError),  # type: ignore[dict-item]
+            (lambda url: {"X-Token": 7}, CacheError),  # type: ignore[dict-item]
+            (lambda url: 7, TypeError),  # type: ignore[arg-type, return-value]
+        ]
+        async with self.cache(main=server.url, settings={"triesPerServer": 1}) as cache:
+            for answer, expected in answers:
+                await cache.answer_requests(answer)
+                outcome = await self.soon(cache.load(config(banner("1", "1.png"))))
+                self.assertEqual(len(outcome.failed), 1)
+                await cache.state()
+                self.assertEqual([type(each["exception"]) for each in self.handled],
+                                 [expected] if expected else [])
+                self.assertNotIn("secret", str(self.handled))
+                self.handled.clear()
+        self.assertFalse(server.asked.is_set())
+
+    async def test_a_request_that_was_paused_is_answered_again(self) -> None:
+        server = self.gated_server()
+        server.gate.set()
+        asked: "asyncio.Queue[asyncio.Future[Dict[str, str]]]" = asyncio.Queue()
+
+        def ask(url: str) -> "asyncio.Future[Dict[str, str]]":
+            answer: "asyncio.Future[Dict[str, str]]" = asyncio.get_running_loop().create_future()
+            asked.put_nowait(answer)
+            return answer
+
+        async with self.cache(main=server.url) as cache:
+            await cache.answer_requests(ask)
+            task = asyncio.create_task(cache.load(config(banner("1", "1.png"))))
+            first = await self.soon(asked.get())
+            await cache.pause()
+            first.set_result({"X-Token": "first"})
+            await cache.resume()
+            (await self.soon(asked.get())).set_result({"X-Token": "second"})
+            self.assertTrue((await self.soon(task)).complete)
+            self.assertEqual(server.tokens, ["second"])
+
+    async def test_closing_ends_the_answers(self) -> None:
+        server = self.gated_server()
+        asked = asyncio.Event()
+        ended: List[bool] = []
+
+        async def forever(url: str) -> Dict[str, str]:
+            asked.set()
+            try:
+                await asyncio.Event().wait()
+            finally:
+                ended.append(True)
+            return {}
+
+        async with self.cache(main=server.url) as cache:
+            await cache.answer_requests(forever)
+            task = asyncio.create_task(cache.load(config(banner("1", "1.png"))))
+            await self.soon(asked.wait())
+        with self.assertRaises(CacheClosedError):
+            await task
+        self.assertEqual(ended, [True])
+        self.assertFalse(server.asked.is_set())
 
     async def test_a_revalidation_is_reported(self) -> None:
         server = self.gated_server()

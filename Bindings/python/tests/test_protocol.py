@@ -7,6 +7,7 @@ import unittest
 from pathlib import Path
 from typing import Any, Dict, Iterator, Set
 
+from kivresource import Session
 from support import CacheTestCase, banner, checker, config, plain
 
 SOURCES = Path(__file__).resolve().parents[3] / "KivSession"
@@ -112,6 +113,8 @@ class TheLibrary(CacheTestCase):
                 example["main"] = None
             if example["call"] == "takeLease":
                 example["id"] = "p"  # endLease, which comes next, ends this lease
+            if example["call"] in ("sendRequest", "refuseRequest"):
+                example["request"] = self.announced(session)
             answer = self.answer(session, example)
             if call["name"] == "waitForFinish":
                 self.assertIn(next(iter(answer)), ("result", "error"))
@@ -120,6 +123,15 @@ class TheLibrary(CacheTestCase):
                 answered.add(answer.get("result"))
             self.answer(session, {"call": "stopLoading"})
         self.assertEqual(answered, {call["name"] for call in checker.protocol["calls"]})
+
+    def announced(self, session: Session) -> int:
+        """The number of a request that waits."""
+        self.answer(session, {"call": "loadResourcesForConfig",
+                              "config": config(banner("b", "no/such.png"))})
+        while True:
+            line = self.receive(session)
+            if line.get("event") == "request":
+                return int(line["request"])
 
     def test_wants_every_parameter_that_is_described(self) -> None:
         session = self.open_session()

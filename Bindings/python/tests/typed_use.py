@@ -3,7 +3,7 @@
 A mistake that is found no longer makes its comment unused, which is an error.
 """
 
-from typing import List, Union
+from typing import Dict, List, Optional, Union
 
 from kivresource import Cache, Outcome, Session
 from kivresource.lines import Event, Resource
@@ -22,7 +22,14 @@ async def good(cache: Cache) -> List[Union[str, None]]:
             print(event["receivedBytes"] + 1)
     cache.on("progress", lambda progress: print(progress["files"] + 1))
     await cache.set_settings({"bandwidth": 1})
+    await cache.answer_requests(lambda url: {"Authorization": url})
+    await cache.answer_requests(token)
+    await cache.answer_requests(None)
     return pictures
+
+
+async def token(url: str) -> Optional[Dict[str, str]]:
+    return {"Authorization": "Bearer 5f0c"} if url.startswith("https://ads.example/") else None
 
 
 async def mistakes(cache: Cache, resource: Resource, event: Event) -> None:
@@ -32,6 +39,7 @@ async def mistakes(cache: Cache, resource: Resource, event: Event) -> None:
     cache.on("didLoad", print)  # type: ignore[call-overload]
     cache.on("progress", lambda progress: progress["error"])  # type: ignore[call-overload]
     await cache.set_settings({"bandwith": 1})  # type: ignore[typeddict-item]
+    await cache.answer_requests(lambda url: url)  # type: ignore[arg-type, return-value]
     await cache.load(7)  # type: ignore[arg-type]
     (await cache.load({})).loaded.append("")  # type: ignore[arg-type]
 

@@ -48,7 +48,7 @@ std::set<std::string> options() {
 
 TEST(ShellFilesTest, TheHelpIsRead) {
   EXPECT_EQ(commands().size(), 11U);
-  EXPECT_EQ(options().size(), 17U);
+  EXPECT_EQ(options().size(), 18U);
 }
 
 TEST(ShellFilesTest, EveryCommandStandsInAllOfThem) {

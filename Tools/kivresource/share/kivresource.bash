@@ -11,6 +11,10 @@ _kivresource() {
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
       ;;
+    --headers)
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return
+      ;;
     --loaded)
       mapfile -t COMPREPLY < <(compgen -W 'oldest least-shown' -- "$current")
       return
@@ -21,10 +25,10 @@ _kivresource() {
     [[ " $commands " == *" $word "* ]] && command=$word && break
   done
   case $command in
-    load) options+=' --id --type --verbose' ;;
-    update) options+=' --verbose' ;;
-    revalidate) options+=' --id --type' ;;
-    watch) options+=' --mirror --interval' ;;
+    load) options+=' --id --type --headers --verbose' ;;
+    update) options+=' --headers --verbose' ;;
+    revalidate) options+=' --id --type --headers' ;;
+    watch) options+=' --mirror --interval --headers' ;;
     list) options+=' --id --type' ;;
     clean) options+=' --dry-run' ;;
     trim) options+=' --loaded --dry-run' ;;

@@ -27,6 +27,7 @@ complete -c kivresource -n $none -l version -d 'show the version'
 complete -c kivresource -n '__fish_seen_subcommand_from load update gallery' -F
 complete -c kivresource -n '__fish_seen_subcommand_from load revalidate list' -l id -x -d 'only this identifier'
 complete -c kivresource -n '__fish_seen_subcommand_from load revalidate list' -l type -x -d 'only this type'
+complete -c kivresource -n '__fish_seen_subcommand_from load update revalidate watch' -l headers -r -F -d 'a file with headers for the servers'
 complete -c kivresource -n '__fish_seen_subcommand_from load update' -l verbose -d 'also show each failed try'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l mirror -x -d 'another URL of the configuration'
 complete -c kivresource -n '__fish_seen_subcommand_from watch' -l interval -x -d 'seconds between two checks'
