@@ -67,9 +67,9 @@ struct SessionCall {
 
   std::string name;
   Value tag;  ///< A string or a number; null if the call has none.
-  std::variant<Invalid, Operation, State, StartPass, Revalidate, SetSettings, ReportProgress, ReportPasses,
-               AnswerRequests, AnswerRequest, AllowTransfers, TakeLease, EndLease, WaitForFinish,
-               Sleep>
+  std::variant<Invalid, Operation, State, StartPass, Revalidate, SetSettings, ReportProgress,
+               ReportPasses, AnswerRequests, AnswerRequest, AllowTransfers, TakeLease, EndLease,
+               WaitForFinish, Sleep>
       what;
 };
 

@@ -104,8 +104,8 @@ Status SessionRequests::statusOf(std::uint64_t number) const {
   if (waiting_.contains(number)) return {};
   const std::string name = "request " + std::to_string(number);
   if (number == 0 || number > wereAnswered_.size()) return requestError("there is no " + name);
-  return requestError(name + (wereAnswered_[number - 1] ? " was answered already"
-                                                        : " does not wait any more"));
+  return requestError(
+      name + (wereAnswered_[number - 1] ? " was answered already" : " does not wait any more"));
 }
 
 KivRESTServiceRequest SessionRequests::remove(std::uint64_t number) {

@@ -198,12 +198,19 @@ TEST_F(SessionRequestsTest, AfterAnInvalidHeaderTheRequestWaitsOn) {
   answerRequests();
   load(item("a", "a.png"));
   EXPECT_EQ(next(), announced(1, server_.url("/a.png")));
-  const std::vector<std::string> invalid{
-      R"({"":"secret"})",       R"({"a b":"secret"})",     R"({"a:":"secret"})",
-      R"({"a\r\nb":"secret"})", R"({"a":"secret\r\nb"})",  R"({"a":"secret\u0000"})",
-      R"({"a":" secret"})",     R"({"a":"secret "})",      R"({"Host":"secret"})",
-      R"({"rAnGe":"secret"})",  R"({"\u00e4":"secret"})",  R"({"X-Token":"good","TE":"secret"})",
-      R"({"a":")" + std::string(40'000, 's') + "\"}"};
+  const std::vector<std::string> invalid{R"({"":"secret"})",
+                                         R"({"a b":"secret"})",
+                                         R"({"a:":"secret"})",
+                                         R"({"a\r\nb":"secret"})",
+                                         R"({"a":"secret\r\nb"})",
+                                         R"({"a":"secret\u0000"})",
+                                         R"({"a":" secret"})",
+                                         R"({"a":"secret "})",
+                                         R"({"Host":"secret"})",
+                                         R"({"rAnGe":"secret"})",
+                                         R"({"\u00e4":"secret"})",
+                                         R"({"X-Token":"good","TE":"secret"})",
+                                         R"({"a":")" + std::string(40'000, 's') + "\"}"};
   for (const std::string& headers : invalid) {
     const auto answer = answerTo(R"("call":"sendRequest","request":1,"headers":)" + headers);
     EXPECT_THAT(answer, StartsWith(R"({"error":")")) << headers;
@@ -220,8 +227,8 @@ TEST_F(SessionRequestsTest, ArgumentsOfAnotherTypeAreErrors) {
   answerRequests();
   load(item("a", "a.png"));
   EXPECT_EQ(next(), announced(1, server_.url("/a.png")));
-  for (const std::string headers : {"null", "true", "7", "\"a: b\"", R"([["a","b"]])",
-                                    R"({"a":7})", R"({"a":null})", R"({"b":"c","a":["b"]})"}) {
+  for (const std::string headers : {"null", "true", "7", "\"a: b\"", R"([["a","b"]])", R"({"a":7})",
+                                    R"({"a":null})", R"({"b":"c","a":["b"]})"}) {
     EXPECT_EQ(answerTo(R"("call":"sendRequest","request":1,"headers":)" + headers),
               error(R"(\"headers\" is to be an object of strings)"));
   }
@@ -369,8 +376,8 @@ TEST_F(SessionRequestsTest, HeadersAreInNoLineNoLogAndNoFile) {
   const std::vector<std::string> secrets{"X-Pr1vate", "t0ken"};
   const std::string headers = R"({"X-Pr1vate":"t0ken"})";
   server_.serve("/a.png", Response::status(500));
-  mirror_.serve("/a.png", Response::ok(std::string(100'000, 'a')).header("ETag", "\"1\"").closeAt(
-                              50'000));
+  mirror_.serve("/a.png",
+                Response::ok(std::string(100'000, 'a')).header("ETag", "\"1\"").closeAt(50'000));
   answerTo(R"("call":"reportPasses","enabled":true)");
   answerRequests();
   load(item("a", "a.png"));

@@ -63,8 +63,9 @@ kiv::Result<Headers> readHeaders(const std::string& path) {
     const std::string_view line = trimmed(read);
     if (line.empty() || line.starts_with('#')) continue;
     const auto colon = std::min(line.find(':'), line.size());
-    KivRESTServiceHeader header{std::string(line.substr(0, colon)),
-                                std::string(trimmed(line.substr(std::min(colon + 1, line.size()))))};
+    KivRESTServiceHeader header{
+        std::string(line.substr(0, colon)),
+        std::string(trimmed(line.substr(std::min(colon + 1, line.size()))))};
     if (colon == line.size() || !areValid({header})) {
       return fileError(path, "line " + std::to_string(number) +
                                  " is not \"Name: value\", or no header that may be added");

@@ -17,8 +17,8 @@ class HeadersFile {
   /// error, without any part of a header, if the file cannot be read or has a wrong line.
   static std::optional<HeadersFile> read(const Options& options);
 
-  /// Lets the client add the headers to its requests to the main server, the reserve server and, for
-  /// watch, the server of the configuration, and to no others. Without headers it does nothing.
+  /// Lets the client add the headers to its requests to the main server, the reserve server and,
+  /// for watch, the server of the configuration, and to no others. Without headers it does nothing.
   void addTo(KivRESTService& client) const;
 
  private:

@@ -7,7 +7,9 @@ const { once } = require('node:events');
 const fs = require('node:fs');
 const path = require('node:path');
 const { test } = require('node:test');
-const { banner, config, directory, heldServer, open, plain, serve, writeFiles } = require('./support.js');
+const {
+  banner, config, directory, heldServer, open, plain, serve, start, writeFiles,
+} = require('./support.js');
 
 const ids = (resources) => resources.map((resource) => resource.resourceID);
 
@@ -313,6 +315,134 @@ test('a paused pass waits, and is reported when it ends', async (t) => {
   assert.equal(reports[0].passTag, undefined);
   assert.equal(reports[0].entries[0].outcome, 'added');
   assert.equal(reports[0].entries[0].files[0].statusCode, 200);
+});
+
+test('transfers wait until they are allowed', async (t) => {
+  const { url, requests } = await serve(t, { 'a.png': 'wide' });
+  const cache = await open(t, { root: directory(t), main: url });
+  await cache.allowTransfers(false);
+  const pass = cache.load(config(banner('a', 'a.png')));
+  while ((await cache.state()).downloads === 0);
+  const { isPaused, allowsTransfers } = await cache.state();
+  assert.deepEqual([isPaused, allowsTransfers], [false, false]);
+  assert.deepEqual(requests, []);
+  await cache.allowTransfers(true);
+  assert.deepEqual(ids((await pass).loaded), ['a']);
+});
+
+test('a function answers requests with headers', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const urls = [];
+  await cache.answerRequests(async (url) => {
+    urls.push(url);
+    return { 'X-Token': `for ${url}` };
+  });
+  const pass = cache.load(config(banner('a', 'a.png')));
+  const response = await server.asked('/a.png');
+  assert.deepEqual(urls, [`${server.url}/a.png`]);
+  assert.equal(response.req.headers['x-token'], `for ${server.url}/a.png`);
+  response.end('a');
+  assert.deepEqual(ids((await pass).loaded), ['a']);
+  await cache.answerRequests(null);
+  const next = cache.load(config(banner('b', 'b.png')));
+  const plainResponse = await server.asked('/b.png');
+  assert.equal(plainResponse.req.headers['x-token'], undefined);
+  plainResponse.end('b');
+  assert.deepEqual(ids((await next).loaded), ['b']);
+  assert.equal(urls.length, 1);
+  for (const wrong of [undefined, {}, 'x', 1]) {
+    await assert.rejects(cache.answerRequests(wrong), TypeError);
+  }
+});
+
+test('a request without a valid answer is refused', async (t) => {
+  const { url, requests } = await serve(t, { 'a.png': 'a' });
+  const cache = await open(t, { root: directory(t), main: url });
+  const problems = [];
+  cache.on('problem', (problem) => problems.push(problem));
+  for (const [answer, expected] of [
+    [null, 0],
+    [undefined, 0],
+    [{ Host: 'secret' }, 1],
+    [{ 'X-Token': 'secret\n' }, 1],
+    [{ 'X-Token': 7 }, 1],
+    [7, 1],
+    [['secret'], 1],
+  ]) {
+    await cache.answerRequests(() => answer);
+    const { failed } = await cache.load(config(banner('a', 'a.png')));
+    assert.equal(failed.length, 1);
+    await cache.state();
+    assert.equal(problems.length, expected, JSON.stringify(answer));
+    for (const { code, message } of problems.splice(0)) {
+      assert.equal(code, 'KIVRESOURCE_CALL');
+      assert.doesNotMatch(message, /secret/);
+    }
+  }
+  assert.deepEqual(requests, []);
+});
+
+test('what the function throws goes on after the request is refused', async (t) => {
+  for (const body of ["throw new Error('thrown')", "return Promise.reject(new Error('thrown'))"]) {
+    const { ended } = start(
+      t,
+      `process.on('uncaughtException', (error) => console.log(error.message));
+       (async () => {
+         const cache = await Cache.open({ root: data.root, main: 'http://127.0.0.1:1' });
+         await cache.answerRequests(() => { ${body}; });
+         const { failed } = await cache.load(data.config);
+         console.log(failed.length);
+         await cache.close();
+       })();`,
+      { root: directory(t), config: config(banner('a', 'a.png')) },
+    );
+    const { code, lines, errors } = await ended;
+    assert.equal(code, 0, errors);
+    assert.deepEqual(lines.sort(), ['1', 'thrown']);
+  }
+});
+
+test('a request that was paused is answered again', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  const problems = [];
+  cache.on('problem', (problem) => problems.push(problem));
+  const answers = [];
+  let noteAsked;
+  let asked = new Promise((resolve) => (noteAsked = resolve));
+  await cache.answerRequests(() => {
+    noteAsked();
+    return new Promise((resolve) => answers.push(resolve));
+  });
+  const pass = cache.load(config(banner('a', 'a.png')));
+  await asked;
+  asked = new Promise((resolve) => (noteAsked = resolve));
+  await cache.pause();
+  answers[0]({ 'X-Token': 'first' });
+  await cache.resume();
+  await asked;
+  answers[1]({ 'X-Token': 'second' });
+  const response = await server.asked('/a.png');
+  assert.equal(response.req.headers['x-token'], 'second');
+  response.end('a');
+  assert.deepEqual(ids((await pass).loaded), ['a']);
+  assert.deepEqual(problems, []);
+});
+
+test('closing does not wait for an answer', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t), main: server.url });
+  let answer;
+  const asked = new Promise((resolve) => {
+    cache.answerRequests(() => new Promise((settle) => resolve((answer = settle))));
+  });
+  const pass = assert.rejects(cache.load(config(banner('a', 'a.png'))), { code: 'KIVRESOURCE_CLOSED' });
+  await asked;
+  await cache.close();
+  await pass;
+  answer({});
+  assert.deepEqual(server.seen, []);
 });
 
 test('a lease keeps the file of a replaced version', async (t) => {

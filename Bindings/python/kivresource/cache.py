@@ -554,7 +554,9 @@ class Cache:
         if self._request_handler is None:
             return {}
         answer = self._request_handler(url)
-        return await answer if inspect.isawaitable(answer) else answer
+        if inspect.isawaitable(answer):
+            answer = await answer
+        return cast(Headers, answer)
 
     # --- Events ----------------------------------------------------------------------------------
 

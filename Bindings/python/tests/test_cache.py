@@ -465,7 +465,7 @@ class Events(AsyncCacheTestCase):
             (lambda url: {"X-Token": "secret\n"}, CacheError),
             (lambda url: {"X-Token": b"secret"}, TypeError),  # type: ignore[dict-item]
             (lambda url: {"X-Token": 7}, CacheError),  # type: ignore[dict-item]
-            (lambda url: 7, TypeError),  # type: ignore[arg-type, return-value]
+            (lambda url: 7, TypeError),  # type: ignore[list-item, return-value]
         ]
         async with self.cache(main=server.url, settings={"triesPerServer": 1}) as cache:
             for answer, expected in answers:

@@ -155,3 +155,14 @@ same<string>()(version);
 const error = new CacheError('KIVRESOURCE_CALL', 'text');
 // @ts-expect-error: no such code
 error.code === 'KIVRESOURCE_OTHER';
+
+// --- Requests ---
+
+await cache.allowTransfers(false);
+await cache.answerRequests(async (url) => (url.startsWith('https://ads.example/') ? { a: 'b' } : null));
+await cache.answerRequests(() => ({}));
+await cache.answerRequests(null);
+// @ts-expect-error: a value is a string
+await cache.answerRequests(() => ({ a: 7 }));
+// @ts-expect-error: without a function, null
+await cache.answerRequests();
