@@ -10,9 +10,9 @@ namespace kiv::session {
 
 namespace {
 
-Error requestError(std::string text) {
+Error requestError(const std::string& text) {
   return {KivRESTServiceErrorDomain,
-          static_cast<std::int64_t>(KivRESTServiceErrorCode::refusedRequest), std::move(text)};
+          static_cast<std::int64_t>(KivRESTServiceErrorCode::refusedRequest), text};
 }
 
 /// The client refuses a request with an invalid header, so it is tried with another request first.
@@ -21,7 +21,7 @@ Status validate(const URL& url, const SessionRequests::Headers& headers) {
   const KivRESTServiceRequest tried(
       url, 1, 0, [&](const auto&, std::string refusal) { objection = std::move(refusal); });
   if (tried.send(headers)) return {};
-  return requestError(std::move(objection));
+  return requestError(objection);
 }
 
 }  // namespace
