@@ -1,6 +1,7 @@
 #include "KivSession/PassReportJSON.h"
 
 #include <chrono>
+#include <optional>
 
 #include "KivSession/ResourceJSON.h"
 
@@ -79,24 +80,47 @@ Dictionary dropJSON(const KivResourcePassDrop& drop) {
           {"updated", drop.updated}};
 }
 
-}  // namespace
-
-Dictionary passReportLine(const KivResourcePassReport& report, const Value& tag) {
+void addReport(Dictionary& line, const KivResourcePassReport& report) {
   Array entries;
   for (const auto& entry : report.entries)
     entries.append(entryJSON(entry));
   Array dropped;
   for (const auto& drop : report.dropped)
     dropped.append(dropJSON(drop));
-  return {{"event", "passReport"},
-          {"passTag", tag},
-          {"outcome", nameOf(report.outcome)},
-          {"entries", entries},
-          {"dropped", dropped},
-          {"bytes", report.bytes},
-          {"duration_ms", milliseconds(report.duration)},
-          {"saveError", errorJSON(report.saveError)},
-          {"isIncomplete", report.isIncomplete}};
+  line.set("outcome", nameOf(report.outcome));
+  line.set("entries", entries);
+  line.set("dropped", dropped);
+  line.set("bytes", report.bytes);
+  line.set("duration_ms", milliseconds(report.duration));
+  line.set("saveError", errorJSON(report.saveError));
+  line.set("isIncomplete", report.isIncomplete);
+}
+
+Value reportJSON(const std::optional<KivResourcePassReport>& report) {
+  if (!report) return nullptr;
+  Dictionary json;
+  addReport(json, *report);
+  return json;
+}
+
+}  // namespace
+
+Dictionary passReportLine(const KivResourcePassReport& report, const Value& tag) {
+  Dictionary line{{"event", "passReport"}, {"passTag", tag}};
+  addReport(line, report);
+  return line;
+}
+
+Dictionary checkLine(const KivConfigurationCheck& check, const Value& tag) {
+  return {{"event", "check"},
+          {"followTag", tag},
+          {"outcome", nameOf(check.outcome)},
+          {"error", errorJSON(check.error)},
+          {"statusCode", check.statusCode},
+          {"server", check.server ? serverJSON(*check.server) : Value()},
+          {"report", reportJSON(check.report)},
+          {"saveError", errorJSON(check.saveError)},
+          {"nextCheck_ms", check.nextCheck ? Value(check.nextCheck->count()) : Value()}};
 }
 
 Dictionary revalidationReportLine(const KivResourceRevalidationReport& report, const Value& tag) {

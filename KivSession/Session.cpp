@@ -14,7 +14,13 @@ Session::Session(std::shared_ptr<KivResourceManager> manager, Output output)
       manager_(std::move(manager)),
       requests_(std::make_shared<SessionRequests>([this](std::uint64_t number, const URL& url) {
         orTellOfLoss([&] { putOut(requestLine(number, url)); });
-      })) {
+      })),
+      following_(
+          manager_,
+          [this](const auto& check, const auto& tag) {
+            orTellOfLoss([&] { putOut(checkLine(check, tag)); });
+          },
+          [this](const auto& client) { requests_->equip(client); }) {
   requests_->equip(manager_->loader()->restService());
 }
 
@@ -26,16 +32,21 @@ void Session::run() {
     scheduleNextCall();
     endWhatIsHeldBack();
   }
-  if (isStopped_) manager_->stopLoading();
+  if (isStopped_) {
+    following_.stop();
+    manager_->stopLoading();
+  }
   while (queue->drain() > 0) {
   }
+  following_.stop();
   orTellOfLoss([this] { tellOfSaving(); });
 }
 
 bool Session::isOver() const {
   if (isStopped_) return true;
   return hasEnded_ && lines_.empty() && !isScheduled_ && waiting_ == Waiting::no &&
-         manager_->loadingResourcesFilesCount() <= 0 && revalidations_ == 0;
+         manager_->loadingResourcesFilesCount() <= 0 && revalidations_ == 0 &&
+         !following_.isChecking();
 }
 
 std::chrono::milliseconds Session::untilDeadline() const {
@@ -135,7 +146,8 @@ void Session::make(const SessionCall::State&) {
                       {"saveError", errorJSON(manager.lastSaveError())},
                       {"savedListError", errorJSON(manager.savedListError())},
                       {"isPaused", manager.loader()->restService()->isPaused()},
-                      {"allowsTransfers", requests_->allowsTransfers()}};
+                      {"allowsTransfers", requests_->allowsTransfers()},
+                      {"follows", following_.url()}};
   }});
 }
 
@@ -166,6 +178,26 @@ void Session::make(const SessionCall::Revalidate& call) {
   answerDone();
 }
 
+/// The first check may end at once, and its event comes after the answer.
+void Session::make(const SessionCall::Follow& call) {
+  following_.set(call.what, call_.tag);
+  requests_->askAgain();
+  answerDone();
+  following_.begin();
+}
+
+void Session::make(const SessionCall::CheckNow&) {
+  if (following_.url().isNull()) return answer({{"error", "no configuration is followed"}});
+  answerDone();
+  following_.checkNow();
+}
+
+void Session::make(const SessionCall::StopFollowing&) {
+  following_.stop();
+  requests_->askAgain();
+  answerDone();
+}
+
 void Session::make(const SessionCall::SetSettings& call) {
   if (Status status = applySettings(*manager_, call.settings); !status) {
     return answer({{"error", status.error().localizedDescription()}});
@@ -174,6 +206,8 @@ void Session::make(const SessionCall::SetSettings& call) {
   requests_->askAgain();
   requests_->equip(manager_->loader()->restService());
   answerDone();
+  following_.beginAnew();
+  requests_->askAgain();
 }
 
 void Session::make(const SessionCall::ReportProgress& report) {

@@ -10,6 +10,7 @@
 #include "KivResource/KivResource.h"
 #include "KivSession/SessionCall.h"
 #include "KivSession/SessionEvents.h"
+#include "KivSession/SessionFollowing.h"
 #include "KivSession/SessionLeases.h"
 #include "KivSession/SessionRequests.h"
 
@@ -25,9 +26,10 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   /// Register it as an observer of the manager before the first line.
   Session(std::shared_ptr<KivResourceManager> manager, Output output);
 
-  /// Drains the main queue until the input has ended, all calls are made and no download is
-  /// pending, or until the session is stopped. Then the pass is stopped, and no callback is left.
-  /// At the end of the input, downloads that are held back end the session too.
+  /// Drains the main queue until the input has ended, all calls are made, no download is pending
+  /// and no check is running, or until the session is stopped. Then the pass is stopped, nothing is
+  /// followed, and no callback is left. At the end of the input, downloads that are held back end
+  /// the session too.
   void run();
 
   void takeLine(std::string line);
@@ -57,6 +59,9 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   void make(const SessionCall::State& state);
   void make(const SessionCall::StartPass& call);
   void make(const SessionCall::Revalidate& call);
+  void make(const SessionCall::Follow& call);
+  void make(const SessionCall::CheckNow& call);
+  void make(const SessionCall::StopFollowing& call);
   void make(const SessionCall::SetSettings& call);
   void make(const SessionCall::ReportProgress& report);
   void make(const SessionCall::ReportPasses& report);
@@ -79,6 +84,7 @@ class Session : public SessionEvents, public std::enable_shared_from_this<Sessio
   std::deque<std::string> lines_;
   SessionLeases leases_;
   const std::shared_ptr<SessionRequests> requests_;
+  SessionFollowing following_;
   SessionCall call_;  ///< The one that is being made.
   bool hasEnded_ = false;
   bool isStopped_ = false;

@@ -89,6 +89,9 @@ class Arguments {
     return Rule::leastRecentlyShown;
   }
 
+  /// All members of the call.
+  [[nodiscard]] const Dictionary& members() const noexcept { return call_; }
+
   /// The call, or Invalid if there was an error.
   What resulting(What what) {
     if (!objection_.empty()) return Invalid{std::move(objection_)};
@@ -207,6 +210,20 @@ What pause(Arguments&) {
 
 What resume(Arguments&) {
   return order([](auto& manager) { manager.loader()->restService()->resume(); });
+}
+
+What follow(Arguments& arguments) {
+  auto followed = FollowedConfiguration::read(arguments.members());
+  if (!followed) return Invalid{followed.error().localizedDescription()};
+  return SessionCall::Follow{*std::move(followed)};
+}
+
+What checkNow(Arguments&) {
+  return SessionCall::CheckNow{};
+}
+
+What stopFollowing(Arguments&) {
+  return SessionCall::StopFollowing{};
 }
 
 What setBandwidth(Arguments& arguments) {
@@ -341,7 +358,7 @@ What setSettings(Arguments& arguments) {
 
 What readNamedCall(std::string_view name, Arguments& arguments) {
   using Reader = What (*)(Arguments&);
-  static constexpr std::array<std::pair<std::string_view, Reader>, 31> readers{{
+  static constexpr std::array<std::pair<std::string_view, Reader>, 34> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
       {"loadResourcesWithType", loadResourcesWithType},
@@ -358,6 +375,9 @@ What readNamedCall(std::string_view name, Arguments& arguments) {
       {"allowTransfers", allowTransfers},
       {"pause", pause},
       {"resume", resume},
+      {"follow", follow},
+      {"checkNow", checkNow},
+      {"stopFollowing", stopFollowing},
       {"setBandwidth", setBandwidth},
       {"allLoadedResources", allLoadedResources},
       {"loadedResourcesWithID", loadedResourcesWithID},

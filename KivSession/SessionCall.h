@@ -9,6 +9,7 @@
 #include <variant>
 
 #include "KivResource/KivResource.h"
+#include "KivSession/FollowedConfiguration.h"
 
 namespace kiv::session {
 
@@ -29,6 +30,11 @@ struct SessionCall {
   struct Revalidate {
     KivResourceRevalidation what;
   };
+  struct Follow {
+    FollowedConfiguration what;
+  };
+  struct CheckNow {};
+  struct StopFollowing {};
   struct SetSettings {
     Dictionary settings;
   };
@@ -67,9 +73,9 @@ struct SessionCall {
 
   std::string name;
   Value tag;  ///< A string or a number; null if the call has none.
-  std::variant<Invalid, Operation, State, StartPass, Revalidate, SetSettings, ReportProgress,
-               ReportPasses, AnswerRequests, AnswerRequest, AllowTransfers, TakeLease, EndLease,
-               WaitForFinish, Sleep>
+  std::variant<Invalid, Operation, State, StartPass, Revalidate, Follow, CheckNow, StopFollowing,
+               SetSettings, ReportProgress, ReportPasses, AnswerRequests, AnswerRequest,
+               AllowTransfers, TakeLease, EndLease, WaitForFinish, Sleep>
       what;
 };
 

@@ -255,6 +255,24 @@ export interface PassDrop {
   updated: number;
 }
 
+/** How a pass went: the members of the event passReport, without its tag. */
+export interface PassReport {
+  /** How it ended. */
+  outcome: "done" | "nothingSelected" | "refused" | "stopped" | "abandoned";
+  /** One for each item, in their order. */
+  entries: PassEntry[];
+  /** What an update removed. */
+  dropped: PassDrop[];
+  /** What came, of all files. In bytes. */
+  bytes: number;
+  /** From the start of the pass to its end. In milliseconds. */
+  duration_ms: number;
+  /** Why the list of the loaded resources could not be saved; null if it could. */
+  saveError: ErrorDetails | null;
+  /** True if memory ran out for a part of the report. */
+  isIncomplete: boolean;
+}
+
 /** A stored item that could not be removed. */
 export interface RefusedItem extends StoredItem {
   /** Why not. */
@@ -476,10 +494,11 @@ export interface ReportPassesCall extends Tagged {
 /**
  * Switches on that each request waits for an answer of the host, which may add headers to it, such
  * as a token. Each try, mirror, redirect and continuation is a request of its own, and is announced
- * by the event request. Calls that answer wait behind a waitForFinish too, so a host that answers
- * requests waits for the event didFinishLoading. Switched off, the requests that wait are sent as
- * they are. It is off at first. In `kivresource session`, the requests that wait when all calls of
- * the input were made are refused, and so are those that follow.
+ * by the event request, also those of a configuration that is followed. Calls that answer wait
+ * behind a waitForFinish too, so a host that answers requests waits for the event didFinishLoading.
+ * Switched off, the requests that wait are sent as they are. It is off at first. In `kivresource
+ * session`, the requests that wait when all calls of the input were made are refused, and so are
+ * those that follow.
  */
 export interface AnswerRequestsCall extends Tagged {
   /** The name of the call. */
@@ -521,9 +540,10 @@ export interface RefuseRequestCall extends Tagged {
 
 /**
  * Says whether transfers may start, on a metered network for example. Those that run go on, unlike
- * with pause, and so do requests that were announced. The others wait, and none fails. It is true
- * at first. In `kivresource session`, the pass is stopped if downloads are paused or may not start
- * when all calls of the input were made.
+ * with pause, and so do requests that were announced. The others wait, also those of a
+ * configuration that is followed, and none fails. It is true at first. In `kivresource session`,
+ * the pass is stopped if downloads are paused or may not start when all calls of the input were
+ * made.
  */
 export interface AllowTransfersCall extends Tagged {
   /** The name of the call. */
@@ -545,6 +565,56 @@ export interface PauseCall extends Tagged {
 export interface ResumeCall extends Tagged {
   /** The name of the call. */
   call: "resume";
+}
+
+/**
+ * Follows a configuration on a server: fetches it, runs an update pass with it, and checks after
+ * each interval whether there is another one. Each check sends the event check. Only one
+ * configuration is followed: another follow takes the place of the former, whose running check is
+ * not reported. The answer is an error that names the parameter if a URL is no http or https URL or
+ * a number is out of range; nothing changes then.
+ */
+export interface FollowCall extends Tagged {
+  /** The name of the call. */
+  call: "follow";
+  /**
+   * The URL of the configuration, with http or https, in ASCII. The servers of the session are not
+   * used for it.
+   */
+  url: string;
+  /** The URLs to try, in their order, if that server fails. Default: []. */
+  mirrors?: string[];
+  /**
+   * The least time from the end of a check to the next one; with 0, there are only the first check
+   * and those of checkNow. After a failed check the next one comes after a minute, then after two,
+   * four, and so on up to the interval. From 0 to 31536000. In seconds. Default: 3600.
+   */
+  interval_s?: number;
+  /** Each wait is longer by a random part of it, up to this fraction. From 0 to 1. Default: 0.1. */
+  jitter?: number;
+  /**
+   * If the first check fails, a pass runs with the configuration that was saved last. Default:
+   * true.
+   */
+  usesSavedConfiguration?: boolean;
+}
+
+/**
+ * Begins a check at once. If one is running, it is that one. The answer is an error if nothing is
+ * followed.
+ */
+export interface CheckNowCall extends Tagged {
+  /** The name of the call. */
+  call: "checkNow";
+}
+
+/**
+ * Ends the following: no event check is sent any more, also not for a running check. A pass that
+ * has begun goes on, until stopLoading. Does nothing if nothing is followed.
+ */
+export interface StopFollowingCall extends Tagged {
+  /** The name of the call. */
+  call: "stopFollowing";
 }
 
 /** The loaded resources, in the order in which they were loaded. */
@@ -819,6 +889,30 @@ export interface ResumeResult {
   tag: Tag;
 }
 
+/** The answer of follow, if it has a tag. */
+export interface FollowResult {
+  /** The name of the call. */
+  result: "follow";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of checkNow, if it has a tag. */
+export interface CheckNowResult {
+  /** The name of the call. */
+  result: "checkNow";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
+/** The answer of stopFollowing, if it has a tag. */
+export interface StopFollowingResult {
+  /** The name of the call. */
+  result: "stopFollowing";
+  /** The tag of the call. */
+  tag: Tag;
+}
+
 /** The answer of allLoadedResources. */
 export interface AllLoadedResourcesResult extends Tagged {
   /** The name of the call. */
@@ -881,6 +975,10 @@ export interface StateResult extends Tagged {
   isPaused: boolean;
   /** What allowTransfers has set last. */
   allowsTransfers: boolean;
+  /**
+   * The URL of the configuration that is followed, without credentials and query; null if none is.
+   */
+  follows: string | null;
 }
 
 /** The answer of audit. */
@@ -1072,8 +1170,8 @@ export interface ProgressEvent {
 }
 
 /**
- * How a pass went. After reportPasses it is sent exactly once for each pass, after the other events
- * of the pass; also if it is refused or stopped.
+ * How a pass went. After reportPasses it is sent exactly once for each pass that a call starts,
+ * after the other events of the pass; also if it is refused or stopped.
  */
 export interface PassReportEvent {
   /** The name of the event. */
@@ -1126,6 +1224,42 @@ export interface RevalidationReportEvent {
 }
 
 /**
+ * How a check of follow ended. It is also sent when a check has to wait for the end of another
+ * pass, and then again when it has ended. It comes after the other events of the check's pass, for
+ * which no passReport is sent.
+ */
+export interface CheckEvent {
+  /** The name of the event. */
+  event: "check";
+  /** The tag of the call follow. */
+  followTag: Tag | null;
+  /**
+   * A pass ran with another configuration than before; one ran with the same, since it was the
+   * first or the last one left something undone; nothing was to be done; another pass runs, and the
+   * check goes on when that has ended; or no usable configuration came, and the last one is kept.
+   */
+  outcome: "updated" | "repeated" | "unchanged" | "postponed" | "failed";
+  /** Why it failed; null if it did not. */
+  error: ErrorDetails | null;
+  /** The HTTP status of the answer; 0 if no server answered. */
+  statusCode: number;
+  /** The URL that answered, without credentials. */
+  server: string | null;
+  /**
+   * How the pass of the check went; null if none ran. A failed check has one if the saved
+   * configuration was used.
+   */
+  report: PassReport | null;
+  /**
+   * Why the configuration could not be saved for the next start; null if it could, or was not to
+   * be.
+   */
+  saveError: ErrorDetails | null;
+  /** The time until the next check; null if none is planned. In milliseconds. */
+  nextCheck_ms: number | null;
+}
+
+/**
  * A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
  * It has the tag of that call, if it has one that could be read. Without a tag, the line may also
  * say that the list of the loaded resources could not be saved (once, until it was saved again), or
@@ -1154,6 +1288,9 @@ export type Call =
   | AllowTransfersCall
   | PauseCall
   | ResumeCall
+  | FollowCall
+  | CheckNowCall
+  | StopFollowingCall
   | AllLoadedResourcesCall
   | LoadedResourcesWithIDCall
   | LoadedResourcesWithTypeCall
@@ -1188,6 +1325,9 @@ export type Result =
   | AllowTransfersResult
   | PauseResult
   | ResumeResult
+  | FollowResult
+  | CheckNowResult
+  | StopFollowingResult
   | AllLoadedResourcesResult
   | LoadedResourcesWithIDResult
   | LoadedResourcesWithTypeResult
@@ -1212,7 +1352,8 @@ export type Event =
   | RequestEvent
   | ProgressEvent
   | PassReportEvent
-  | RevalidationReportEvent;
+  | RevalidationReportEvent
+  | CheckEvent;
 
 /** Any line that a session sends. */
 export type Line = Result | Event | ErrorLine;
@@ -1235,6 +1376,9 @@ export type CallName =
   | "allowTransfers"
   | "pause"
   | "resume"
+  | "follow"
+  | "checkNow"
+  | "stopFollowing"
   | "allLoadedResources"
   | "loadedResourcesWithID"
   | "loadedResourcesWithType"
@@ -1259,4 +1403,5 @@ export type EventName =
   | "request"
   | "progress"
   | "passReport"
-  | "revalidationReport";
+  | "revalidationReport"
+  | "check";

@@ -47,9 +47,12 @@ constexpr std::array calls{
     R"({"call":"takeLease","id":"b","tag":"J"})",
     R"({"call":"endLease","lease":1,"tag":"K"})",
     R"({"call":"revalidate","tag":"L"})",
+    R"({"call":"follow","url":"http://127.0.0.1:1/c.json","interval_s":0,"tag":"M"})",
+    R"({"call":"checkNow","tag":"N"})",
+    R"({"call":"stopFollowing","tag":"O"})",
     R"({"call":"stopLoading","tag":"E"})",
 };
-constexpr const char* tags = "0123456789ABCDEFGHIJKL";
+constexpr const char* tags = "0123456789ABCDEFGHIJKLMNO";
 constexpr char afterwards = 'Z';
 constexpr const char* callAfterwards = R"({"call":"setDomains","tag":"Z"})";
 

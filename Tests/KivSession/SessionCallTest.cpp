@@ -198,10 +198,10 @@ TEST_F(SessionCallTest, APauseHoldsThePassAndOutlivesOtherSettings) {
   ASSERT_THAT(lines, SizeIs(6));
   EXPECT_EQ(lines[0], R"({"result":"pause","tag":1})");
   EXPECT_THAT(lines[1], StartsWith(R"({"result":"state","downloads":1,)"));
-  EXPECT_THAT(lines[1], EndsWith(R"("isPaused":true,"allowsTransfers":true})"));
+  EXPECT_THAT(lines[1], EndsWith(R"("isPaused":true,"allowsTransfers":true,"follows":null})"));
   EXPECT_EQ(lines[2], R"({"result":"resume","tag":2})");
   EXPECT_THAT(lines[3], StartsWith(R"({"event":"didLoadResource")"));
-  EXPECT_THAT(lines[5], EndsWith(R"("isPaused":false,"allowsTransfers":true})"));
+  EXPECT_THAT(lines[5], EndsWith(R"("isPaused":false,"allowsTransfers":true,"follows":null})"));
 }
 
 TEST_F(SessionCallTest, ABandwidthIsASetting) {
@@ -341,7 +341,7 @@ TEST_F(SessionCallTest, ACleanUpDuringAPassIsRefused) {
   EXPECT_THAT(lines[0], StartsWith(R"({"error":)"));
   EXPECT_THAT(lines[0], EndsWith(R"(,"tag":1})"));
   EXPECT_EQ(lines[1], R"({"result":"state","downloads":1,"saveError":null,"savedListError":null,)"
-                      R"("isPaused":false,"allowsTransfers":true})");
+                      R"("isPaused":false,"allowsTransfers":true,"follows":null})");
 }
 
 TEST_F(SessionCallTest, NoEventOfAPassComesAfterAStateWithoutDownloads) {

@@ -253,6 +253,25 @@ class PassDrop(TypedDict):
     updated: int
 
 
+class PassReport(TypedDict):
+    """How a pass went: the members of the event passReport, without its tag."""
+
+    #: How it ended.
+    outcome: Union[Literal["done"], Literal["nothingSelected"], Literal["refused"], Literal["stopped"], Literal["abandoned"]]
+    #: One for each item, in their order.
+    entries: List[PassEntry]
+    #: What an update removed.
+    dropped: List[PassDrop]
+    #: What came, of all files. In bytes.
+    bytes: int
+    #: From the start of the pass to its end. In milliseconds.
+    duration_ms: int
+    #: Why the list of the loaded resources could not be saved; null if it could.
+    saveError: Union[ErrorDetails, None]
+    #: True if memory ran out for a part of the report.
+    isIncomplete: bool
+
+
 class RefusedItem(StoredItem):
     """A stored item that could not be removed."""
 
@@ -515,10 +534,11 @@ class ReportPassesCall(Tagged):
 class AnswerRequestsCall(Tagged):
     """Switches on that each request waits for an answer of the host, which may add headers to it, such
     as a token. Each try, mirror, redirect and continuation is a request of its own, and is
-    announced by the event request. Calls that answer wait behind a waitForFinish too, so a host
-    that answers requests waits for the event didFinishLoading. Switched off, the requests that wait
-    are sent as they are. It is off at first. In `kivresource session`, the requests that wait when
-    all calls of the input were made are refused, and so are those that follow.
+    announced by the event request, also those of a configuration that is followed. Calls that
+    answer wait behind a waitForFinish too, so a host that answers requests waits for the event
+    didFinishLoading. Switched off, the requests that wait are sent as they are. It is off at first.
+    In `kivresource session`, the requests that wait when all calls of the input were made are
+    refused, and so are those that follow.
     """
 
     #: The name of the call.
@@ -564,9 +584,10 @@ class RefuseRequestCall(Tagged):
 
 class AllowTransfersCall(Tagged):
     """Says whether transfers may start, on a metered network for example. Those that run go on, unlike
-    with pause, and so do requests that were announced. The others wait, and none fails. It is true
-    at first. In `kivresource session`, the pass is stopped if downloads are paused or may not start
-    when all calls of the input were made.
+    with pause, and so do requests that were announced. The others wait, also those of a
+    configuration that is followed, and none fails. It is true at first. In `kivresource session`,
+    the pass is stopped if downloads are paused or may not start when all calls of the input were
+    made.
     """
 
     #: The name of the call.
@@ -589,6 +610,55 @@ class ResumeCall(Tagged):
 
     #: The name of the call.
     call: Literal["resume"]
+
+
+class _FollowCallOptional(TypedDict, total=False):
+    """What may be missing."""
+
+    #: The URLs to try, in their order, if that server fails. Default: [].
+    mirrors: List[str]
+    #: The least time from the end of a check to the next one; with 0, there are only the first
+    #: check and those of checkNow. After a failed check the next one comes after a minute, then
+    #: after two, four, and so on up to the interval. From 0 to 31536000. In seconds. Default: 3600.
+    interval_s: int
+    #: Each wait is longer by a random part of it, up to this fraction. From 0 to 1. Default: 0.1.
+    jitter: float
+    #: If the first check fails, a pass runs with the configuration that was saved last. Default:
+    #: true.
+    usesSavedConfiguration: bool
+
+
+class FollowCall(Tagged, _FollowCallOptional):
+    """Follows a configuration on a server: fetches it, runs an update pass with it, and checks after
+    each interval whether there is another one. Each check sends the event check. Only one
+    configuration is followed: another follow takes the place of the former, whose running check is
+    not reported. The answer is an error that names the parameter if a URL is no http or https URL
+    or a number is out of range; nothing changes then.
+    """
+
+    #: The name of the call.
+    call: Literal["follow"]
+    #: The URL of the configuration, with http or https, in ASCII. The servers of the session are
+    #: not used for it.
+    url: str
+
+
+class CheckNowCall(Tagged):
+    """Begins a check at once. If one is running, it is that one. The answer is an error if nothing is
+    followed.
+    """
+
+    #: The name of the call.
+    call: Literal["checkNow"]
+
+
+class StopFollowingCall(Tagged):
+    """Ends the following: no event check is sent any more, also not for a running check. A pass that
+    has begun goes on, until stopLoading. Does nothing if nothing is followed.
+    """
+
+    #: The name of the call.
+    call: Literal["stopFollowing"]
 
 
 class AllLoadedResourcesCall(Tagged):
@@ -900,6 +970,33 @@ class ResumeResult(TypedDict):
     tag: Tag
 
 
+class FollowResult(TypedDict):
+    """The answer of follow, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["follow"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class CheckNowResult(TypedDict):
+    """The answer of checkNow, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["checkNow"]
+    #: The tag of the call.
+    tag: Tag
+
+
+class StopFollowingResult(TypedDict):
+    """The answer of stopFollowing, if it has a tag."""
+
+    #: The name of the call.
+    result: Literal["stopFollowing"]
+    #: The tag of the call.
+    tag: Tag
+
+
 class AllLoadedResourcesResult(Tagged):
     """The answer of allLoadedResources."""
 
@@ -964,6 +1061,9 @@ class StateResult(Tagged):
     isPaused: bool
     #: What allowTransfers has set last.
     allowsTransfers: bool
+    #: The URL of the configuration that is followed, without credentials and query; null if none
+    #: is.
+    follows: Union[str, None]
 
 
 class AuditResult(Tagged):
@@ -1157,8 +1257,8 @@ class ProgressEvent(TypedDict):
 
 
 class PassReportEvent(TypedDict):
-    """How a pass went. After reportPasses it is sent exactly once for each pass, after the other
-    events of the pass; also if it is refused or stopped.
+    """How a pass went. After reportPasses it is sent exactly once for each pass that a call starts,
+    after the other events of the pass; also if it is refused or stopped.
     """
 
     #: The name of the event.
@@ -1206,6 +1306,37 @@ class RevalidationReportEvent(TypedDict):
     isIncomplete: bool
 
 
+class CheckEvent(TypedDict):
+    """How a check of follow ended. It is also sent when a check has to wait for the end of another
+    pass, and then again when it has ended. It comes after the other events of the check's pass, for
+    which no passReport is sent.
+    """
+
+    #: The name of the event.
+    event: Literal["check"]
+    #: The tag of the call follow.
+    followTag: Union[Tag, None]
+    #: A pass ran with another configuration than before; one ran with the same, since it was the
+    #: first or the last one left something undone; nothing was to be done; another pass runs, and
+    #: the check goes on when that has ended; or no usable configuration came, and the last one is
+    #: kept.
+    outcome: Union[Literal["updated"], Literal["repeated"], Literal["unchanged"], Literal["postponed"], Literal["failed"]]
+    #: Why it failed; null if it did not.
+    error: Union[ErrorDetails, None]
+    #: The HTTP status of the answer; 0 if no server answered.
+    statusCode: int
+    #: The URL that answered, without credentials.
+    server: Union[str, None]
+    #: How the pass of the check went; null if none ran. A failed check has one if the saved
+    #: configuration was used.
+    report: Union[PassReport, None]
+    #: Why the configuration could not be saved for the next start; null if it could, or was not to
+    #: be.
+    saveError: Union[ErrorDetails, None]
+    #: The time until the next check; null if none is planned. In milliseconds.
+    nextCheck_ms: Union[int, None]
+
+
 class ErrorLine(Tagged):
     """A line that begins with `error`: a call was not valid or could not be made, or a wait timed out.
     It has the tag of that call, if it has one that could be read. Without a tag, the line may also
@@ -1235,6 +1366,9 @@ Call = Union[
     AllowTransfersCall,
     PauseCall,
     ResumeCall,
+    FollowCall,
+    CheckNowCall,
+    StopFollowingCall,
     AllLoadedResourcesCall,
     LoadedResourcesWithIDCall,
     LoadedResourcesWithTypeCall,
@@ -1271,6 +1405,9 @@ Result = Union[
     AllowTransfersResult,
     PauseResult,
     ResumeResult,
+    FollowResult,
+    CheckNowResult,
+    StopFollowingResult,
     AllLoadedResourcesResult,
     LoadedResourcesWithIDResult,
     LoadedResourcesWithTypeResult,
@@ -1298,6 +1435,7 @@ Event = Union[
     ProgressEvent,
     PassReportEvent,
     RevalidationReportEvent,
+    CheckEvent,
 ]
 
 
@@ -1323,6 +1461,9 @@ CallName = Literal[
     "allowTransfers",
     "pause",
     "resume",
+    "follow",
+    "checkNow",
+    "stopFollowing",
     "allLoadedResources",
     "loadedResourcesWithID",
     "loadedResourcesWithType",
@@ -1350,4 +1491,5 @@ EventName = Literal[
     "progress",
     "passReport",
     "revalidationReport",
+    "check",
 ]
