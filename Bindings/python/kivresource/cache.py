@@ -31,6 +31,7 @@ from typing import (
 from .errors import CacheClosedError, CacheError
 from .lines import (
     AuditResult,
+    CheckEvent,
     CleanUpOrphansResult,
     DidFailToLoadResourceEvent,
     DidFinishLoadingEvent,
@@ -403,6 +404,46 @@ class Cache:
             # It stays the running one until its finish.
             self._send(*self._tagged({"call": "stopLoading"}), self._note_stop)
 
+    # --- Following -------------------------------------------------------------------------------
+
+    async def follow(
+        self,
+        url: str,
+        *,
+        mirrors: Iterable[str] = (),
+        interval: int = 3600,
+        jitter: float = 0.1,
+        uses_saved_configuration: bool = True,
+    ) -> None:
+        """Follows the configuration at a URL: fetches it, and brings the cache up to date with it.
+
+        Returns at once. The cache looks again after so many seconds, longer by a random part of
+        them up to jitter; with 0, only when check_now() asks for it. Each check sends the event
+        "check", which has the report of its pass; the pass sends its events as others do. A pass
+        of load() or update() that begins meanwhile is refused: it fails with the code 100.
+
+        Another call takes the place of this one. If the first check fails, the configuration that
+        was saved last is used, unless uses_saved_configuration says no.
+        """
+        await self._call(
+            {
+                "call": "follow",
+                "url": url,
+                "mirrors": list(mirrors),
+                "interval_s": interval,
+                "jitter": jitter,
+                "usesSavedConfiguration": uses_saved_configuration,
+            }
+        )
+
+    async def check_now(self) -> None:
+        """Begins a check, whose end is the event "check". Raises CacheError if nothing is followed."""
+        await self._call({"call": "checkNow"})
+
+    async def stop_following(self) -> None:
+        """Ends the following and a check that runs, which sends no event. Its pass goes on."""
+        await self._call({"call": "stopFollowing"})
+
     # --- Queries and maintenance -----------------------------------------------------------------
 
     async def resources(
@@ -609,6 +650,10 @@ class Cache:
         name: Literal["revalidationReport"],
         function: Callable[[RevalidationReportEvent], object],
     ) -> None:
+        ...
+
+    @overload
+    def on(self, name: Literal["check"], function: Callable[[CheckEvent], object]) -> None:
         ...
 
     @overload

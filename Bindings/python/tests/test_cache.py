@@ -18,7 +18,7 @@ from unittest import mock
 
 from kivresource import Cache, CacheBusyError, CacheClosedError, CacheError, Outcome, Session
 from kivresource.cache import RequestHandler
-from kivresource.lines import Line, PassReportEvent
+from kivresource.lines import CheckEvent, Line, PassReportEvent
 from support import (
     CONTENT,
     PATIENCE,
@@ -552,6 +552,71 @@ class Events(AsyncCacheTestCase):
             await self.until_asked(server)
         with self.assertRaises(CacheClosedError):
             await waiting
+
+    async def test_a_configuration_is_followed(self) -> None:
+        served = self.directory / "served"
+        served.mkdir()
+        (served / "1.png").write_text("one")
+        (served / "c.json").write_text(json.dumps(config(banner("1", "1.png"))))
+        url = self.serve(served)
+        async with self.cache(main=url) as cache:
+            checks: "asyncio.Queue[CheckEvent]" = asyncio.Queue()
+            cache.on("check", checks.put_nowait)
+            events = cache.events()
+            with self.assertRaisesRegex(CacheError, "followed"):
+                await cache.check_now()
+            await cache.follow(f"{url}/c.json", interval=0, jitter=0)
+            check = await self.soon(checks.get())
+            self.assertEqual((check["outcome"], check["statusCode"]), ("updated", 200))
+            self.assertIsNone(check["nextCheck_ms"])
+            report = check["report"]
+            assert report is not None
+            self.assertEqual([each["outcome"] for each in report["entries"]], ["added"])
+            self.assertEqual(ids(await cache.resources()), ["1"])
+            self.assertEqual(
+                [(await self.soon(events.__anext__()))["event"] for _ in range(3)],
+                ["didLoadResource", "didFinishLoading", "check"],
+            )
+            self.assertEqual((await cache.state())["follows"], f"{url}/c.json")
+            await cache.check_now()
+            check = await self.soon(checks.get())
+            self.assertEqual((check["outcome"], check["report"]), ("unchanged", None))
+            # A pass of the host's is one as before.
+            self.assertEqual(ids((await self.soon(cache.load(config(plain("2"))))).loaded), ["2"])
+            await cache.follow(f"{url}/none.json", mirrors=[f"{url}/c.json"], interval=1000, jitter=0)
+            check = await self.soon(checks.get())
+            self.assertEqual((check["outcome"], check["server"]), ("updated", f"{url}/c.json"))
+            self.assertEqual(check["nextCheck_ms"], 1_000_000)
+            await cache.stop_following()
+            await cache.stop_following()
+            self.assertIsNone((await cache.state())["follows"])
+            with self.assertRaises(CacheError):
+                await cache.check_now()
+            self.assertTrue(checks.empty())
+
+    async def test_a_wrong_follow_says_what_is_wrong(self) -> None:
+        async with self.cache() as cache:
+            url = "http://127.0.0.1/c.json"
+            with self.assertRaisesRegex(CacheError, '"url"'):
+                await cache.follow("c.json")
+            with self.assertRaisesRegex(CacheError, '"mirrors"'):
+                await cache.follow(url, mirrors=url)
+            with self.assertRaisesRegex(CacheError, '"interval_s"'):
+                await cache.follow(url, interval=-1)
+            with self.assertRaisesRegex(CacheError, '"jitter"'):
+                await cache.follow(url, jitter=2)
+            with self.assertRaises(ValueError):
+                await cache.follow(url, jitter=float("nan"))
+            self.assertIsNone((await cache.state())["follows"])
+
+    async def test_a_cache_is_closed_during_a_check(self) -> None:
+        server = self.gated_server()
+        async with self.cache() as cache:
+            checks: List[CheckEvent] = []
+            cache.on("check", checks.append)
+            await cache.follow(f"{server.url}/c.json")
+            await self.until_asked(server)
+        self.assertEqual(checks, [])
 
     async def test_a_lease_keeps_the_file_of_a_replaced_version(self) -> None:
         server = self.gated_server()
