@@ -1,6 +1,7 @@
 import { EventEmitter } from 'node:events';
 import type {
   AuditResult,
+  CheckEvent,
   CleanUpOrphansResult,
   Config,
   ErrorDetails,
@@ -45,6 +46,9 @@ export type PassReport = Omit<PassReportEvent, 'event' | 'passTag'>;
 
 /** What became of each file of a revalidation. */
 export type RevalidationReport = Omit<RevalidationReportEvent, 'event' | 'revalidationTag'>;
+
+/** How a check of follow() ended, with the report of its pass. */
+export type Check = Omit<CheckEvent, 'event' | 'followTag'>;
 
 export type State = Omit<StateResult, 'result' | 'tag'>;
 export type Audit = Omit<AuditResult, 'result' | 'tag'>;
@@ -91,6 +95,18 @@ export interface Domains {
   reserve?: string | null | undefined;
 }
 
+/** How a configuration is followed. */
+export interface FollowOptions {
+  /** The URLs to try, in their order, if the server fails; none by default. */
+  mirrors?: string[] | undefined;
+  /** The least time between two checks, in seconds; 3600 by default. With 0, checkNow() makes them. */
+  interval_s?: number | undefined;
+  /** Each wait is longer by a random part of it, up to this fraction; 0.1 by default. */
+  jitter?: number | undefined;
+  /** Whether the configuration that was saved last is used if the first check fails; true by default. */
+  usesSavedConfiguration?: boolean | undefined;
+}
+
 /** The events of a cache, with what their listeners get. */
 export interface CacheEvents {
   /** A resource of the pass is loaded: all of its files are on disk. */
@@ -106,6 +122,8 @@ export interface CacheEvents {
   progress: [progress: Progress];
   /** Once for each pass, with what became of each item and why files are missing. */
   passReport: [report: PassReport];
+  /** A check of follow() has ended, or waits for the end of another pass. */
+  check: [check: Check];
   /** Something is wrong that is no answer to a call, such as a list that cannot be saved. */
   problem: [error: CacheError];
   /** The cache has closed. */
@@ -150,6 +168,17 @@ export class Cache extends EventEmitter {
    * also if requests failed or stop() ended it.
    */
   revalidate(selection?: Selection): Promise<RevalidationReport>;
+  /**
+   * Follows the configuration at a URL: fetches it, brings the cache up to date with it, and looks again
+   * after each interval. Fulfilled at once; each check sends the event `check`. Its pass sends its events
+   * as others do; a pass of load() or update() that begins meanwhile is refused, and fails with the code
+   * 100. Another call takes the place of this one.
+   */
+  follow(url: string, options?: FollowOptions): Promise<void>;
+  /** Begins a check, whose end is the event `check`. Rejects if nothing is followed. */
+  checkNow(): Promise<void>;
+  /** Ends the following and a check that runs, which sends no event. Its pass goes on. */
+  stopFollowing(): Promise<void>;
   /** Ends the pass that runs, those that wait, and a revalidation. */
   stop(): Promise<void>;
 

@@ -31,6 +31,10 @@ function withoutHead(line) {
   return members;
 }
 
+function checkOf({ event, followTag, ...check }) {
+  return check;
+}
+
 const nothing = () => {};
 const opening = Symbol('opening');
 
@@ -96,6 +100,19 @@ class Cache extends EventEmitter {
       throw error;
     }
     return report;
+  }
+
+  async follow(url, { mirrors, interval_s, jitter, usesSavedConfiguration } = {}) {
+    const members = { mirrors, interval_s, jitter, usesSavedConfiguration };
+    await this.#call({ call: 'follow', url, ...members });
+  }
+
+  async checkNow() {
+    await this.#call({ call: 'checkNow' });
+  }
+
+  async stopFollowing() {
+    await this.#call({ call: 'stopFollowing' });
   }
 
   async stop() {
@@ -306,7 +323,8 @@ class Cache extends EventEmitter {
     }
   }
 
-  #takeEvent({ event, resource, error, passTag, revalidationTag, ...members }) {
+  #takeEvent(line) {
+    const { event, resource, error, passTag, revalidationTag, ...members } = line;
     const pass = this.#runningPass;
     switch (event) {
       case 'didLoadResource':
@@ -327,6 +345,9 @@ class Cache extends EventEmitter {
         break;
       case 'request':
         this.#answerRequest(members);
+        break;
+      case 'check':
+        this.emit(event, checkOf(line));
         break;
       case 'revalidationReport':
         this.#revalidations.get(revalidationTag)?.resolve(members);

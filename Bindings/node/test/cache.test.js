@@ -339,3 +339,66 @@ test('a revalidation is reported, and one runs at a time', async (t) => {
   await cache.close();
   await assert.rejects(last, { code: 'KIVRESOURCE_CLOSED' });
 });
+
+test('a configuration is followed', async (t) => {
+  const served = { '1.png': 'one', 'c.json': JSON.stringify(config(banner('1', '1.png'))) };
+  const { url } = await serve(t, served);
+  const cache = await open(t, { root: directory(t), main: url });
+  const checks = [];
+  cache.on('check', (check) => checks.push(check));
+  const nextCheck = async (make) => (await Promise.all([once(cache, 'check'), make()]))[0][0];
+  await assert.rejects(cache.checkNow(), { code: 'KIVRESOURCE_CALL' });
+  const options = { interval_s: 0, jitter: 0 };
+  const first = await nextCheck(() => cache.follow(`${url}/c.json`, options));
+  assert.deepEqual(
+    [first.outcome, first.statusCode, first.nextCheck_ms, first.report.entries[0].outcome],
+    ['updated', 200, null, 'added']
+  );
+  assert.deepEqual(Object.keys(first), [
+    'outcome', 'error', 'statusCode', 'server', 'report', 'saveError', 'nextCheck_ms',
+  ]);
+  assert.deepEqual(ids(await cache.resources()), ['1']);
+  assert.equal((await cache.state()).follows, `${url}/c.json`);
+  const second = await nextCheck(() => cache.checkNow());
+  assert.deepEqual([second.outcome, second.report], ['unchanged', null]);
+  // A pass of the host's is one as before.
+  assert.deepEqual(ids((await cache.load(config(plain('2')))).loaded), ['2']);
+  const third = await nextCheck(() =>
+    cache.follow(`${url}/none.json`, { mirrors: [`${url}/c.json`], interval_s: 1000, jitter: 0 })
+  );
+  assert.deepEqual(
+    [third.outcome, third.server, third.nextCheck_ms],
+    ['updated', `${url}/c.json`, 1000000]
+  );
+  await cache.stopFollowing();
+  await cache.stopFollowing();
+  assert.equal((await cache.state()).follows, null);
+  await assert.rejects(cache.checkNow(), { code: 'KIVRESOURCE_CALL' });
+  assert.equal(checks.length, 3);
+});
+
+test('a wrong follow says what is wrong', async (t) => {
+  const cache = await open(t, { root: directory(t) });
+  const url = 'http://127.0.0.1/c.json';
+  for (const [wrong, options, message] of [
+    [undefined, {}, /"url"/],
+    ['c.json', {}, /"url"/],
+    [url, { mirrors: url }, /"mirrors"/],
+    [url, { interval_s: NaN }, /"interval_s"/],
+    [url, { jitter: 2 }, /"jitter"/],
+    [url, { usesSavedConfiguration: 1 }, /"usesSavedConfiguration"/],
+  ]) {
+    await assert.rejects(cache.follow(wrong, options), { code: 'KIVRESOURCE_CALL', message });
+  }
+  assert.equal((await cache.state()).follows, null);
+});
+
+test('a cache is closed during a check', async (t) => {
+  const server = await heldServer(t);
+  const cache = await open(t, { root: directory(t) });
+  cache.on('check', () => assert.fail('a check after close()'));
+  await cache.follow(`${server.url}/c.json`);
+  await server.asked('/c.json');
+  await cache.close();
+  await assert.rejects(cache.checkNow(), { code: 'KIVRESOURCE_CLOSED' });
+});

@@ -4,6 +4,7 @@ import { Cache, CacheError, setLog, version } from 'kivresource';
 import type {
   Audit,
   CacheErrorCode,
+  Check,
   Config,
   ErrorDetails,
   Failure,
@@ -55,6 +56,19 @@ await cache.load(config, { id: '1' });
 await cache.load(null, { type: 'banner' });
 same<Outcome>()(await cache.update(config));
 same<void>()(await cache.stop());
+same<void>()(await cache.follow('https://ads.example/c.json', { mirrors: [], interval_s: 60 }));
+same<void>()(await cache.checkNow());
+same<void>()(await cache.stopFollowing());
+cache.on('check', (check) => {
+  same<Check>()(check);
+  same<number | undefined>()(check.report?.bytes);
+  // @ts-expect-error: no pass may have run
+  check.report.bytes;
+});
+// @ts-expect-error: there is no URL
+await cache.follow({ interval_s: 60 });
+// @ts-expect-error: no such member
+await cache.follow('https://ads.example/c.json', { interval: 60 });
 // @ts-expect-error: a configuration is missing
 await cache.load();
 // @ts-expect-error: a number is no configuration
