@@ -411,18 +411,18 @@ TEST_F(SessionRequestsTest, HeadersAreInNoLineNoLogAndNoFile) {
 TEST_F(SessionRequestsTest, TransfersWaitUntilTheyAreAllowed) {
   server_.serve("/a.png", Response::ok("a"));
   const auto state = [&] { return answerTo(R"("call":"state")"); };
-  EXPECT_THAT(state(), HasSubstr(R"("isPaused":false,"allowsTransfers":true})"));
+  EXPECT_THAT(state(), HasSubstr(R"("isPaused":false,"allowsTransfers":true,)"));
   allowTransfers(false);
   expectDone("setSettings", R"(,"settings":{"threads":1})");
   load(item("a", "a.png"));
   EXPECT_THAT(state(), HasSubstr(R"("downloads":1,)"));
-  EXPECT_THAT(state(), HasSubstr(R"("isPaused":false,"allowsTransfers":false})"));
+  EXPECT_THAT(state(), HasSubstr(R"("isPaused":false,"allowsTransfers":false,)"));
   // The other settings came with a new client, in which the first transfer would have begun.
   EXPECT_TRUE(before_.empty());
   EXPECT_TRUE(server_.requests().empty());
   allowTransfers(true);
   expectLoaded("a");
-  EXPECT_THAT(state(), HasSubstr(R"("allowsTransfers":true})"));
+  EXPECT_THAT(state(), HasSubstr(R"("allowsTransfers":true,)"));
 }
 
 TEST_F(SessionRequestsTest, TransfersThatRunGoOn) {
@@ -449,6 +449,62 @@ TEST_F(SessionRequestsTest, HeldTransfersAreNotAnnouncedAndCanBeStopped) {
   EXPECT_EQ(next(), finish);
   EXPECT_THAT(answerTo(R"("call":"state")"), HasSubstr(R"("downloads":0,)"));
   EXPECT_TRUE(before_.empty());
+}
+
+// --- The client of a configuration that is followed
+// -----------------------------------------------
+
+TEST_F(SessionRequestsTest, RequestsForAFollowedConfigurationAreAnnouncedToo) {
+  server_.serve("/config.json", Response::ok("{\"items\":[" + item("a", "a.png") + "]}"));
+  server_.serve("/a.png", Response::ok("a"));
+  answerRequests();
+  expectDone("follow", R"(,"url":")" + server_.url("/config.json") + "\"");
+  EXPECT_EQ(next(), announced(1, server_.url("/config.json")));
+  EXPECT_TRUE(server_.requests().empty());
+  send(1, R"({"X-Token":"1"})");
+  EXPECT_EQ(next(), announced(2, server_.url("/a.png")));
+  send(2, R"({"X-Token":"2"})");
+  expectLoaded("a");
+  EXPECT_THAT(next(), StartsWith(R"({"event":"check",)"));
+  EXPECT_EQ(headerAt(server_, "/config.json"), "1");
+  EXPECT_EQ(headerAt(server_, "/a.png"), "2");
+}
+
+TEST_F(SessionRequestsTest, WhatIsNoLongerFollowedIsNoLongerAsked) {
+  answerRequests();
+  expectDone("follow", R"(,"url":")" + server_.url("/config.json") + "\"");
+  EXPECT_EQ(next(), announced(1, server_.url("/config.json")));
+  expectDone("follow", R"(,"url":")" + server_.url("/other.json") + "\"");
+  EXPECT_EQ(errorOf("sendRequest", 1), error("request 1 does not wait any more"));
+  EXPECT_EQ(next(), announced(2, server_.url("/other.json")));
+  expectDone("stopFollowing");
+  EXPECT_EQ(errorOf("sendRequest", 2), error("request 2 does not wait any more"));
+  EXPECT_TRUE(server_.requests().empty());
+}
+
+TEST_F(SessionRequestsTest, OtherSettingsAskAboutAFollowedConfigurationAgain) {
+  server_.serve("/config.json", Response::ok(R"({"items":[]})"));
+  answerRequests();
+  expectDone("follow", R"(,"url":")" + server_.url("/config.json") + "\"");
+  EXPECT_EQ(next(), announced(1, server_.url("/config.json")));
+  expectDone("setSettings", R"(,"settings":{"threads":1})");
+  EXPECT_EQ(errorOf("sendRequest", 1), error("request 1 does not wait any more"));
+  EXPECT_EQ(next(), announced(2, server_.url("/config.json")));
+  send(2);
+  EXPECT_EQ(next(), finish);
+  EXPECT_THAT(next(), StartsWith(R"({"event":"check",)"));
+}
+
+TEST_F(SessionRequestsTest, AFollowedConfigurationWaitsUntilTransfersAreAllowed) {
+  server_.serve("/config.json", Response::ok(R"({"items":[]})"));
+  allowTransfers(false);
+  expectDone("follow", R"(,"url":")" + server_.url("/config.json") + "\"");
+  EXPECT_THAT(answerTo(R"("call":"state")"), HasSubstr(R"("follows":")"));
+  EXPECT_TRUE(before_.empty());
+  EXPECT_TRUE(server_.requests().empty());
+  allowTransfers(true);
+  EXPECT_EQ(next(), finish);
+  EXPECT_THAT(next(), StartsWith(R"({"event":"check",)"));
 }
 
 }  // namespace
