@@ -510,10 +510,11 @@ export interface AnswerRequestsCall extends Tagged {
 /**
  * Sends a request that waits. The answer is an error if there is no such request, if it was
  * answered already, or if it does not wait any more: stopLoading and setSettings end the wait, and
- * so do pause and setBandwidth, after which it is announced again with another number. If a header
- * is not valid, the answer is an error too, and the request waits on. At most 32 headers with 32
- * KiB are taken, and none of those on which the client alone decides: Host, Range, Accept-Encoding
- * and the like. Headers appear in no line, log, error or file.
+ * so do pause, setBandwidth, follow and stopFollowing, after which it is announced again, with
+ * another number, if it is still wanted. If a header is not valid, the answer is an error too, and
+ * the request waits on. At most 32 headers with 32 KiB are taken, and none of those on which the
+ * client alone decides: Host, Range, Accept-Encoding and the like. Headers appear in no line, log,
+ * error or file.
  */
 export interface SendRequestCall extends Tagged {
   /** The name of the call. */
