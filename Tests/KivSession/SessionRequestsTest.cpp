@@ -20,7 +20,6 @@
 namespace {
 
 using namespace kiv::test;
-using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;

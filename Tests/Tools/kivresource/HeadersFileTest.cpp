@@ -14,8 +14,6 @@
 namespace {
 
 using namespace kiv::test;
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
