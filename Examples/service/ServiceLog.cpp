@@ -11,7 +11,8 @@ bool hasPriority(std::string_view line) {
 }
 
 std::string priority(LogLevel level) {
-  return "<" + std::to_string(static_cast<int>(level)) + ">";
+  std::string prefix("<");
+  return prefix.append(std::to_string(static_cast<int>(level))).append(1, '>');
 }
 
 }  // namespace

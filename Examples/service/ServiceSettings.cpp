@@ -73,7 +73,9 @@ class Members {
  private:
   void fail(std::string_view name, const std::string& objection) {
     if (error_) return;
-    error_ = invalid("\"" + kiv::escapingControlCharacters(name) + "\" " + objection);
+    std::string message("\"");
+    message.append(kiv::escapingControlCharacters(name)).append("\" ").append(objection);
+    error_ = invalid(message);
   }
   std::optional<kiv::URL> urlOf(const kiv::Value& value, std::string_view name) {
     auto url = kiv::URL::fromString(value.stringView());
