@@ -24,7 +24,8 @@ class SessionFollowing {
   void set(FollowedConfiguration followed, Value tag);
   /// Begins the first check. It may end at once, if there is no memory for it.
   void begin();
-  /// Follows the same configuration anew, with the settings that the manager's client has now.
+  /// Replaces the updater by one for the same configuration, with the present settings of the
+  /// manager's client.
   void beginAnew();
   /// Begins a check, if something is followed and none is running.
   void checkNow();

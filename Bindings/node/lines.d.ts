@@ -611,7 +611,7 @@ export interface CheckNowCall extends Tagged {
 
 /**
  * Ends the following: no event check is sent any more, also not for a running check. A pass that
- * has begun goes on, until stopLoading. Does nothing if nothing is followed.
+ * has begun continues; stopLoading stops it. Has no effect if no configuration is followed.
  */
 export interface StopFollowingCall extends Tagged {
   /** The name of the call. */
@@ -1235,9 +1235,10 @@ export interface CheckEvent {
   /** The tag of the call follow. */
   followTag: Tag | null;
   /**
-   * A pass ran with another configuration than before; one ran with the same, since it was the
-   * first or the last one left something undone; nothing was to be done; another pass runs, and the
-   * check goes on when that has ended; or no usable configuration came, and the last one is kept.
+   * updated: a pass ran with a new configuration. repeated: a pass ran with the same one, since it
+   * was the first check, or the last pass had left something undone. unchanged: nothing was to be
+   * done. postponed: another pass is running, and the check continues when that has ended. failed:
+   * no usable configuration came, and the last one is kept.
    */
   outcome: "updated" | "repeated" | "unchanged" | "postponed" | "failed";
   /** Why it failed; null if it did not. */

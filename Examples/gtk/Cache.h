@@ -44,7 +44,7 @@ class Cache final : public KivResourceManagerObserver, public std::enable_shared
   void revalidate();
   /// Finds out which files no resource needs.
   void planRemoval();
-  /// Removes what was planned; plans anew if that has become something else.
+  /// Removes what was planned; if something else would be removed by now, asks again instead.
   void remove(const Removal& planned);
 
   void resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>& manager,

@@ -112,7 +112,7 @@ TEST_F(AdSlotsTest, APassDuringAPassIsRefused) {
   app.settle();
   EXPECT_EQ(app.takeCallbacks(), "0 loaded, 1 failed, 1 finished");
   EXPECT_EQ(app.slots->status(), "loading\nbusy: not loaded");
-  network.release("a.png");  // the first one goes on
+  network.release("a.png");  // the first pass continues
   app.settle();
   EXPECT_EQ(app.takeCallbacks(), "1 loaded, 0 failed, 1 finished");
   EXPECT_EQ(app.slots->status(), "done");

@@ -655,7 +655,7 @@ class CheckNowCall(Tagged):
 
 class StopFollowingCall(Tagged):
     """Ends the following: no event check is sent any more, also not for a running check. A pass that
-    has begun goes on, until stopLoading. Does nothing if nothing is followed.
+    has begun continues; stopLoading stops it. Has no effect if no configuration is followed.
     """
 
     #: The name of the call.
@@ -1317,10 +1317,10 @@ class CheckEvent(TypedDict):
     event: Literal["check"]
     #: The tag of the call follow.
     followTag: Union[Tag, None]
-    #: A pass ran with another configuration than before; one ran with the same, since it was the
-    #: first or the last one left something undone; nothing was to be done; another pass runs, and
-    #: the check goes on when that has ended; or no usable configuration came, and the last one is
-    #: kept.
+    #: updated: a pass ran with a new configuration. repeated: a pass ran with the same one, since
+    #: it was the first check, or the last pass had left something undone. unchanged: nothing was to
+    #: be done. postponed: another pass is running, and the check continues when that has ended.
+    #: failed: no usable configuration came, and the last one is kept.
     outcome: Union[Literal["updated"], Literal["repeated"], Literal["unchanged"], Literal["postponed"], Literal["failed"]]
     #: Why it failed; null if it did not.
     error: Union[ErrorDetails, None]
