@@ -422,6 +422,15 @@ class SessionFollowingEndTest : public SessionFollowingTest {
   [[nodiscard]] std::vector<std::string> arguments() const {
     return general({"session", "--resources", directory_.path()});
   }
+  /// Follows, and sends the signal when the server has the request for that path.
+  void expectSignalToEndFollowing(int signal, const std::string& path) {
+    ToolProcess session(arguments());
+    session.writeLine(followHere());
+    ASSERT_TRUE(server_.waitForRequests(path, 1));
+    session.sendSignal(signal);
+    EXPECT_THAT(session.readLines(), ElementsAre(finish));
+    EXPECT_EQ(session.waitForExit(), 128 + signal);
+  }
 };
 
 TEST_F(SessionFollowingEndTest, TheEndOfInputWaitsForTheRunningCheckAndForNoOther) {
@@ -467,24 +476,14 @@ TEST_F(SessionFollowingEndTest, TheEndOfInputWaitsForAPostponedCheck) {
 TEST_F(SessionFollowingEndTest, ASignalEndsTheCheck) {
   const Gate gate;
   server_.serve("/c.json", Response::ok("{}").after(gate));
-  ToolProcess session(arguments());
-  session.writeLine(followHere());
-  ASSERT_TRUE(server_.waitForRequests("/c.json", 1));
-  session.sendSignal(SIGTERM);
-  EXPECT_THAT(session.readLines(), ElementsAre(finish));
-  EXPECT_EQ(session.waitForExit(), 128 + SIGTERM);
+  expectSignalToEndFollowing(SIGTERM, "/c.json");
 }
 
 TEST_F(SessionFollowingEndTest, ASignalEndsThePassOfACheckWhichIsNotReported) {
   const Gate gate;
   server_.serve("/a.png", Response::ok("a").after(gate));
   server_.serve("/c.json", configuration(bannerItem("a", "a.png"), "\"1\""));
-  ToolProcess session(arguments());
-  session.writeLine(followHere());
-  ASSERT_TRUE(server_.waitForRequests("/a.png", 1));
-  session.sendSignal(SIGINT);
-  EXPECT_THAT(session.readLines(), ElementsAre(finish));
-  EXPECT_EQ(session.waitForExit(), 128 + SIGINT);
+  expectSignalToEndFollowing(SIGINT, "/a.png");
 }
 
 TEST_F(SessionFollowingEndTest, AnotherThreadClosesTheSessionDuringARequest) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Tests/Support/ChildProcess.h"
+#include "Tests/Support/LineReader.h"
 
 namespace kiv::test {
 
@@ -14,9 +15,6 @@ namespace kiv::test {
 class ServiceProcess {
  public:
   explicit ServiceProcess(const std::vector<std::string>& arguments);
-  ~ServiceProcess();
-  ServiceProcess(const ServiceProcess&) = delete;
-  ServiceProcess& operator=(const ServiceProcess&) = delete;
 
   /// Waits for the next line that contains the text; false at the end of the log, and after the
   /// test time-out.
@@ -29,12 +27,8 @@ class ServiceProcess {
   [[nodiscard]] const std::string& log() const noexcept { return log_; }
 
  private:
-  std::optional<std::string> readLine();
-
   std::unique_ptr<ChildProcess> process_;
-  int output_ = -1;
-  bool hasEnded_ = false;  ///< The log.
-  std::string read_;
+  LineReader output_;
   std::string log_;
 };
 

@@ -39,6 +39,17 @@ class ServiceTest : public ServiceFixture {
     ASSERT_TRUE(service_);
     service_->start();
   }
+  /// Starts with one banner. The next check replaces its file and adds a banner, whose file waits
+  /// at the gate.
+  void startWithReplacement(const Gate& gate) {
+    serveFile("a.png", "a");
+    serveFile("a2.png", "a2");
+    server_.serve("/files/b.png", Response::ok("b").after(gate));
+    server_.serve("/c.json", {configuration({banner("a")}),
+                              configuration({bannerOf("a", 2, "a2.png"), banner("b")})});
+    start();
+    ASSERT_TRUE(waitForLines("pass 1 done"));
+  }
   [[nodiscard]] std::size_t count(std::string_view part) const {
     std::size_t lines = 0;
     for (const auto& line : log_.lines())
@@ -144,14 +155,8 @@ TEST_F(ServiceTest, AnUnchangedIndexIsNotWrittenAgain) {
 }
 
 TEST_F(ServiceTest, ThePublishedPathsFollowARunningPass) {
-  serveFile("a.png", "a");
-  serveFile("a2.png", "a2");
   const Gate gate;
-  server_.serve("/files/b.png", Response::ok("b").after(gate));
-  server_.serve("/c.json", {configuration({banner("a")}),
-                            configuration({bannerOf("a", 2, "a2.png"), banner("b")})});
-  start();
-  ASSERT_TRUE(waitForLines("pass 1 done"));
+  ASSERT_NO_FATAL_FAILURE(startWithReplacement(gate));
   timers_->advance(std::chrono::seconds(1));
   kiv::DispatchQueue::main()->drain();
   service_->checkNow();
@@ -168,14 +173,8 @@ TEST_F(ServiceTest, ThePublishedPathsFollowARunningPass) {
 }
 
 TEST_F(ServiceTest, StopPublishesWhatARunningPassHasLoaded) {
-  serveFile("a.png", "a");
-  serveFile("a2.png", "a2");
   const Gate gate;
-  server_.serve("/files/b.png", Response::ok("b").after(gate));
-  server_.serve("/c.json", {configuration({banner("a")}),
-                            configuration({bannerOf("a", 2, "a2.png"), banner("b")})});
-  start();
-  ASSERT_TRUE(waitForLines("pass 1 done"));
+  ASSERT_NO_FATAL_FAILURE(startWithReplacement(gate));
   service_->checkNow();
   ASSERT_TRUE(waitUntil([&] { return !std::filesystem::exists(stored("a.png")); }));
   service_->stop();

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -16,8 +15,6 @@
 namespace kiv::test {
 
 namespace {
-
-constexpr int patience = 60'000;  // milliseconds
 
 /// The environment of the test without the variables that affect the tool.
 std::vector<std::string> environmentWith(const std::string& home,
@@ -46,7 +43,7 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in.data()) != 0) return;
   if (pipe2(out.data(), O_CLOEXEC) != 0) return;
   input_ = in[1];
-  output_ = out[0];
+  output_ = LineReader(out[0]);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -71,7 +68,6 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments,
 
 ToolProcess::~ToolProcess() {
   closeInput();
-  close(output_);
   if (process_ <= 0) return;
   kill(process_, SIGKILL);
   waitpid(process_, nullptr, 0);
@@ -92,22 +88,6 @@ void ToolProcess::closeInput() {
 
 void ToolProcess::sendSignal(int signal) const {
   if (process_ > 0) kill(process_, signal);
-}
-
-std::optional<std::string> ToolProcess::readLine() {
-  while (true) {
-    if (const auto end = read_.find('\n'); end != std::string::npos) {
-      std::string line = read_.substr(0, end);
-      read_.erase(0, end + 1);
-      return line;
-    }
-    pollfd awaited{output_, POLLIN, 0};
-    if (poll(&awaited, 1, patience) <= 0) return std::nullopt;
-    std::array<char, 65536> piece{};
-    const ssize_t length = ::read(output_, piece.data(), piece.size());
-    if (length <= 0) return std::nullopt;
-    read_.append(piece.data(), static_cast<std::size_t>(length));
-  }
 }
 
 std::vector<std::string> ToolProcess::readLines() {

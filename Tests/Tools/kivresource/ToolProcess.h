@@ -6,6 +6,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "Tests/Support/LineReader.h"
 #include "Tests/Support/TemporaryDirectory.h"
 
 namespace kiv::test {
@@ -31,7 +32,7 @@ class ToolProcess {
 
   /// The next line of standard output without its newline; nullopt at the end of the output or
   /// after the test time-out.
-  std::optional<std::string> readLine();
+  std::optional<std::string> readLine() { return output_.readLine(); }
   /// All remaining lines.
   std::vector<std::string> readLines();
   /// Waits for the tool to exit. Returns the exit status, or the negative number of the signal that
@@ -46,8 +47,7 @@ class ToolProcess {
   TemporaryDirectory home_;
   pid_t process_ = -1;
   int input_ = -1;
-  int output_ = -1;
-  std::string read_;
+  LineReader output_;
 };
 
 /// The result of a complete run of the tool.
