@@ -31,8 +31,15 @@ kiv::Error checkError(Code code, std::string_view message) {
   return kiv::Error(KivConfigurationErrorDomain, static_cast<std::int64_t>(code), message);
 }
 
-std::shared_ptr<KivRESTService> makeClient(std::int64_t largestConfiguration) {
-  auto settings = KivRESTService::defaultSettings();
+KivRESTServiceSettings settingsOf(const KivResourceManager& manager) {
+  const auto& loader = manager.loader();
+  const auto client = loader ? loader->restService() : nullptr;
+  return client ? client->settings() : KivRESTService::defaultSettings();
+}
+
+std::shared_ptr<KivRESTService> makeClient(const KivResourceManager& manager,
+                                           std::int64_t largestConfiguration) {
+  auto settings = settingsOf(manager);
   settings.largestBody = largestConfiguration;
   settings.spoolDirectory.clear();
   settings.threads = 1;
@@ -174,7 +181,8 @@ kiv::ConfigurationChecks::ConfigurationChecks(std::shared_ptr<KivResourceManager
       store_(addressesOf(url_, options_.mirrors), options_.largestConfiguration, manager_->place()),
       schedule_(options_.interval, options_.jitter, std::random_device()()) {
   if (!options_.timers) options_.timers = kiv::Timers::system();
-  if (!options_.restService) options_.restService = makeClient(options_.largestConfiguration);
+  if (!options_.restService)
+    options_.restService = makeClient(*manager_, options_.largestConfiguration);
 }
 
 void kiv::ConfigurationChecks::setCheckHandler(CheckHandler handler) {

@@ -35,8 +35,8 @@ struct KivConfigurationUpdaterOptions {
   /// The clock, or nullptr for the system's. For tests.
   std::shared_ptr<kiv::Timers> timers = nullptr;
   /// A client for the updater alone, which cancels all of its tasks; or nullptr for one with the
-  /// settings of new clients, but without a spool directory, and with a deadline of five minutes
-  /// for a check.
+  /// settings of the manager's client, but without a spool directory, and with a deadline of five
+  /// minutes for a check.
   std::shared_ptr<KivRESTService> restService = nullptr;
 };
 

@@ -1,37 +1,16 @@
 #include "KivSession/SessionFollowing.h"
 
-#include <algorithm>
-#include <chrono>
 #include <utility>
 
 namespace kiv::session {
-
-namespace {
-
-/// A client as KivConfigurationUpdater makes one, but with the settings of the session.
-std::shared_ptr<KivRESTService> makeClient(const KivResourceManager& manager,
-                                           std::int64_t largestConfiguration) {
-  constexpr std::chrono::seconds longestFetch = std::chrono::minutes(5);
-  auto settings = manager.loader()->restService()->settings();
-  settings.largestBody = largestConfiguration;
-  settings.spoolDirectory.clear();
-  settings.threads = 1;
-  const bool isPatient = settings.deadline <= std::chrono::seconds(0);
-  settings.deadline = isPatient ? longestFetch : std::min(settings.deadline, longestFetch);
-  return std::make_shared<KivRESTService>(std::move(settings));
-}
-
-}  // namespace
 
 SessionFollowing::SessionFollowing(std::shared_ptr<KivResourceManager> manager, Tell tell,
                                    Equip equip)
     : manager_(std::move(manager)), tell_(std::move(tell)), equip_(std::move(equip)) {}
 
 void SessionFollowing::set(FollowedConfiguration followed, Value tag) {
-  auto options = followed.options;
-  options.restService = makeClient(*manager_, options.largestConfiguration);
   auto updater =
-      std::make_unique<KivConfigurationUpdater>(manager_, followed.url, std::move(options));
+      std::make_unique<KivConfigurationUpdater>(manager_, followed.url, followed.options);
   updater->setCheckHandler([this](const auto& check) { take(check); });
   equip_(updater->restService());
   stop();

@@ -778,6 +778,25 @@ TEST_F(KivConfigurationUpdaterTest, ItsOwnClientIsNotTheManagersAndHasBounds) {
   EXPECT_EQ(settings.deadline, 300s);
 }
 
+TEST_F(KivConfigurationUpdaterTest, ItsOwnClientHasTheSettingsOfTheManagersClient) {
+  KivRESTServiceSettings settings;
+  settings.userAgent = "Host/1.0";
+  settings.deadline = 60s;
+  manager->setLoader(
+      std::make_shared<KivResourceRESTModule>(std::make_shared<KivRESTService>(settings)));
+  options.restService = nullptr;
+  const KivConfigurationUpdater own(manager, *URL::fromString(address), options);
+  EXPECT_EQ(own.restService()->settings().userAgent, "Host/1.0");
+  EXPECT_EQ(own.restService()->settings().deadline, 60s);
+}
+
+TEST_F(KivConfigurationUpdaterTest, WithoutAClientOfTheManagerItsOwnHasTheSettingsOfNewOnes) {
+  manager->setLoader(std::make_shared<KivResourceRESTModule>(std::shared_ptr<KivRESTService>()));
+  options.restService = nullptr;
+  const KivConfigurationUpdater own(manager, *URL::fromString(address), options);
+  EXPECT_EQ(own.restService()->settings().userAgent, KivRESTService::defaultSettings().userAgent);
+}
+
 TEST_F(KivConfigurationUpdaterTest, EveryOutcomeHasAName) {
   EXPECT_EQ(kiv::nameOf(KivConfigurationOutcome::updated), "updated");
   EXPECT_EQ(kiv::nameOf(KivConfigurationOutcome::repeated), "repeated");
