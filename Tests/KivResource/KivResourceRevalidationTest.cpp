@@ -15,6 +15,7 @@
 #include "KivResource/KivResource.h"
 #include "Tests/KivResource/RealClientFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/PowerCutFileManager.h"
 #include "Tests/Support/ZipBuilder.h"
 
 namespace kiv::test {
@@ -772,6 +773,41 @@ TEST_F(KivResourceRevalidationTest, AReplacementThatFailsAtAnyOperationLeavesOld
     EXPECT_TRUE(contents == "old" || contents == "new") << at << contents;
     EXPECT_TRUE(report.files[0].outcome != FileOutcome::replaced || contents == "new") << at;
     EXPECT_NE(report.files[0].outcome, FileOutcome::unchanged) << at;
+  }
+}
+
+TEST_F(KivResourceRevalidationTest, APowerCutDuringAReplacementLeavesOldOrNew) {
+  using Loss = PowerCutFileManager::Loss;
+  for (const auto loss : {Loss::everythingUnsynced, Loss::anyPart}) {
+    bool wasCut = true;
+    std::uint64_t at = 0;
+    for (; wasCut && !HasFailure(); ++at) {
+      SCOPED_TRACE("cut after " + std::to_string(at));
+      load({banner("a", at + 1, "a.png"), page("p", at + 1, "p.html")});
+      write(stored("a.png"), "old");
+      write(stored("p.html"), "old");
+      PowerCutFileManager files(root());
+      FileManager::setDefaultManager(&files);
+      begin();
+      files.cutAfter(at);
+      client->succeed("a.png", "new");
+      client->succeed("p.html", "new");
+      const auto report = finish();
+      wasCut = files.wasCut();
+      files.cutAfter(0);  // nothing is tidied up after the power cut
+      KivStorageService::setRootPath("");
+      files.restart(loss, static_cast<std::uint32_t>(at));
+      FileManager::setDefaultManager(nullptr);
+      KivStorageService::setRootPath(root());
+      restart();
+      for (const auto& file : report.files) {
+        const std::string contents = read(file.path);
+        EXPECT_TRUE(contents == "old" || contents == "new") << file.path << contents;
+        EXPECT_TRUE(file.outcome != FileOutcome::replaced || contents == "new") << file.path;
+      }
+      EXPECT_EQ(manager->loadedResources()->resources().size(), 2U);
+    }
+    EXPECT_GT(at, 10U) << "too few operations to be a replacement";
   }
 }
 

@@ -1,4 +1,5 @@
-// Trimming while the disk fails, changes meanwhile, or the process is killed; and its cost.
+// Trimming while the disk fails, changes meanwhile, the process is killed, or the power fails; and
+// its cost.
 
 #include <cerrno>
 #include <filesystem>
@@ -15,6 +16,7 @@
 #include "KivResource/KivResourceLease.h"
 #include "Tests/KivResource/TrimFixture.h"
 #include "Tests/Support/FaultyFileManager.h"
+#include "Tests/Support/PowerCutFileManager.h"
 #include "Tests/Support/RemovalGuard.h"
 
 namespace kiv::test {
@@ -252,6 +254,60 @@ TEST_F(KivResourceTrimFaultsTest, KilledAtAnyOperationTheListNamesNoMissingFile)
     empty();
     if (HasFailure()) return;
   }
+}
+
+// --- Power cuts ----------------------------------------------------------------------------------
+
+class KivResourceTrimPowerCutTest : public TrimFixture {
+ protected:
+  using Loss = PowerCutFileManager::Loss;
+
+  ~KivResourceTrimPowerCutTest() override { FileManager::setDefaultManager(nullptr); }
+
+  void fill() {
+    std::filesystem::remove_all(root());
+    startOnRoot();
+    loadAll({banner("a", 1, "x/a.png"), page("p", 2, "x/promo.zip"), banner("b", 3, "x/b.png")});
+    makeOrphan("orphan.png", 1);
+  }
+  void startOnRoot() {
+    KivStorageService::setRootPath("");
+    FileManager::setDefaultManager(nullptr);
+    KivStorageService::setRootPath(root());
+    restart();
+  }
+
+  /// Cuts the power during a trim that removes everything, after each operation in turn.
+  void cutEverywhere(Loss loss, std::uint32_t seed) {
+    bool wasCut = true;
+    std::uint64_t at = 0;
+    for (; wasCut && !HasFailure(); ++at) {
+      SCOPED_TRACE("cut after " + std::to_string(at) + ", seed " + std::to_string(seed));
+      fill();
+      PowerCutFileManager files(root());
+      FileManager::setDefaultManager(&files);
+      files.cutAfter(at);
+      static_cast<void>(Maintenance::trim(*manager, withRule(Rule::oldestStamp, 0), Mode::remove));
+      wasCut = files.wasCut();
+      files.cutAfter(0);  // nothing is tidied up after the power cut
+      KivStorageService::setRootPath("");
+      files.restart(loss, seed);
+      startOnRoot();
+      expectSoundList();
+      static_cast<void>(trimOnce(withRule(Rule::oldestStamp, 0), Mode::remove));
+      EXPECT_THAT(storedNames(), IsEmpty());
+    }
+    EXPECT_GT(at, 10U) << "too few operations to be a trim";
+  }
+};
+
+TEST_F(KivResourceTrimPowerCutTest, TheListNamesNoMissingFileWithoutWhatWasNotSynced) {
+  cutEverywhere(Loss::everythingUnsynced, 0);
+}
+
+TEST_F(KivResourceTrimPowerCutTest, TheListNamesNoMissingFileWhateverElseSurvives) {
+  for (std::uint32_t seed = 0; seed < 3; ++seed)
+    cutEverywhere(Loss::anyPart, seed);
 }
 
 // --- The cost ------------------------------------------------------------------------------------
