@@ -800,6 +800,7 @@ TEST_F(KivResourceRevalidationTest, APowerCutDuringAReplacementLeavesOldOrNew) {
       FileManager::setDefaultManager(nullptr);
       KivStorageService::setRootPath(root());
       restart();
+      EXPECT_EQ(report.files.size(), 2U);
       for (const auto& file : report.files) {
         const std::string contents = read(file.path);
         EXPECT_TRUE(contents == "old" || contents == "new") << file.path << contents;

@@ -295,7 +295,9 @@ class KivResourceTrimPowerCutTest : public TrimFixture {
       startOnRoot();
       expectSoundList();
       static_cast<void>(trimOnce(withRule(Rule::oldestStamp, 0), Mode::remove));
-      EXPECT_THAT(storedNames(), IsEmpty());
+      // An empty directory, which may take no space, can be left.
+      for (const auto& item : fs::recursive_directory_iterator(stored("")))
+        EXPECT_TRUE(item.is_directory()) << item.path();
     }
     EXPECT_GT(at, 10U) << "too few operations to be a trim";
   }
