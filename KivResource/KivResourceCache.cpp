@@ -8,9 +8,9 @@
 #include "KivPlatform/Foundation/values/Result.h"
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
-#include "KivResource/KivResourceCachePlace.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceRESTModule.h"
+#include "KivResource/files/KivResourceCachePlace.h"
 
 namespace {
 

@@ -5,22 +5,24 @@
 #include <system_error>
 #include <utility>
 
+#include "KivPlatform/Foundation/Contain.h"
 #include "KivPlatform/Foundation/queues/QueueAssertion.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
-#include "KivResource/KivResourceCachePlace.h"
-#include "KivResource/KivResourceFileListing.h"
-#include "KivResource/KivResourceFileOrigins.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "KivResource/KivResourceManagerStep.h"
-#include "KivResource/KivResourcePassReports.h"
-#include "KivResource/KivResourcePendingRemovals.h"
-#include "KivResource/KivResourceRevalidation.h"
-#include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
+#include "KivResource/files/KivResourceCachePlace.h"
+#include "KivResource/files/KivResourceFileListing.h"
+#include "KivResource/list/KivResourcePendingRemovals.h"
+#include "KivResource/list/KivResourceSavedList.h"
+#include "KivResource/passes/KivResourcePassReports.h"
+#include "KivResource/revalidation/KivResourceFileOrigins.h"
+#include "KivResource/revalidation/KivResourceRevalidation.h"
 
 namespace {
 
-/// A copy, or nullptr if the resource's dictionary is no longer valid. A host's kind that cannot be
-/// copied is returned itself; otherwise it would be missing.
+/// A copy, or nullptr if the resource's dictionary is no longer valid. A host's kind that cannot
+/// be copied is returned itself; otherwise it would be missing.
 std::shared_ptr<KivResource> copyOf(const std::shared_ptr<KivResource>& resource) {
   if (auto copy = resource->copyWithZone()) return copy;
   return resource->isCopyable() ? nullptr : resource;

@@ -15,13 +15,13 @@
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h"
 #include "KivPlatform/KivStorageService/KivStorageService.h"
-#include "KivResource/KivResourceList.h"
 #include "KivResource/KivResourceManagerObserver.h"
 #include "KivResource/KivResourceObject.h"
-#include "KivResource/KivResourcePass.h"
-#include "KivResource/KivResourcePassReport.h"
 #include "KivResource/KivResourceRESTModule.h"
-#include "KivResource/KivResourceRevalidationReport.h"
+#include "KivResource/list/KivResourceList.h"
+#include "KivResource/passes/KivResourcePass.h"
+#include "KivResource/passes/KivResourcePassReport.h"
+#include "KivResource/revalidation/KivResourceRevalidationReport.h"
 
 namespace kiv {
 struct CachePlace;

@@ -5,18 +5,19 @@
 #include <set>
 #include <utility>
 
+#include "KivPlatform/Foundation/Contain.h"
 #include "KivPlatform/Foundation/files/Path.h"
 #include "KivPlatform/Foundation/system/SystemLog.h"
 #include "KivPlatform/KivRESTService/KivRESTServiceErrors.h"
-#include "KivResource/KivResourceCachePlace.h"
-#include "KivResource/KivResourceFileListing.h"
-#include "KivResource/KivResourceFileOrigins.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
-#include "KivResource/KivResourcePassReports.h"
-#include "KivResource/KivResourcePendingRemovals.h"
-#include "KivResource/KivResourceSavedList.h"
 #include "KivResource/KivResourceStorageModule.h"
+#include "KivResource/files/KivResourceCachePlace.h"
+#include "KivResource/files/KivResourceFileListing.h"
+#include "KivResource/list/KivResourcePendingRemovals.h"
+#include "KivResource/list/KivResourceSavedList.h"
+#include "KivResource/passes/KivResourcePassReports.h"
+#include "KivResource/revalidation/KivResourceFileOrigins.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include "KivResource/KivResourceFactory.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
-#include "KivResource/KivResourcePassReports.h"
-#include "KivResource/KivResourceRevalidation.h"
 #include "KivResource/NSError+KivResource.h"
+#include "KivResource/passes/KivResourcePassReports.h"
+#include "KivResource/revalidation/KivResourceRevalidation.h"
 
 void KivResourceManager::loadResourcesForConfig(const kiv::Value& config) {
   assertQueue();

@@ -2,11 +2,11 @@
 
 #include <utility>
 
-#include "KivResource/KivResourceFileOrigins.h"
 #include "KivResource/KivResourceManager.h"
 #include "KivResource/KivResourceManagerStep.h"
-#include "KivResource/KivResourceRevalidation.h"
-#include "KivResource/KivResourceSavedList.h"
+#include "KivResource/list/KivResourceSavedList.h"
+#include "KivResource/revalidation/KivResourceFileOrigins.h"
+#include "KivResource/revalidation/KivResourceRevalidation.h"
 
 std::unique_ptr<kiv::Revalidations> KivResourceManager::makeRevalidations() {
   using Job = kiv::RevalidationManager::Job;

@@ -1,31 +1,11 @@
 #pragma once
 
-#include <exception>
 #include <functional>
 #include <utility>
 
-#include "KivResource/KivResourceCachePlace.h"
+#include "KivResource/files/KivResourceCachePlace.h"
 
 namespace kiv {
-
-/// Runs a part of a step; false if it threw, which happens if memory runs out. Such an exception
-/// must neither leave the manager busy forever nor escape from a destructor.
-template <class Part>
-bool contain(const Part& part) noexcept {
-  try {
-    part();
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
-/// The same for a part that is required and may run twice: if it throws, it runs once more, since
-/// its memory is free again.
-template <class Part>
-void insist(const Part& part) noexcept {
-  if (!contain(part)) contain(part);
-}
 
 /// The scope of one step of the manager. Steps nest, since operations call each other.
 ///

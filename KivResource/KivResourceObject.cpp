@@ -9,7 +9,7 @@
 #include <typeinfo>
 
 #include "KivPlatform/Foundation/Mutex.h"
-#include "KivResource/KivResourceLookup.h"
+#include "KivResource/files/KivResourceLookup.h"
 
 namespace {
 

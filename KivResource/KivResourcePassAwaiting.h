@@ -8,8 +8,8 @@
 
 #include "KivPlatform/Foundation/values/Value.h"
 #include "KivResource/KivResourceManager.h"
-#include "KivResource/KivResourcePass.h"
-#include "KivResource/KivResourcePassReport.h"
+#include "KivResource/passes/KivResourcePass.h"
+#include "KivResource/passes/KivResourcePassReport.h"
 
 // Passes for coroutines. In a coroutine of the host's, on the manager's queue:
 //

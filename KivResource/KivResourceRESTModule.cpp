@@ -8,6 +8,7 @@
 
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
 #include "KivPlatform/Foundation/files/Path.h"
+#include "KivPlatform/KivRESTService/KivRESTService.h"
 #include "KivResource/KivResourceObject.h"
 #include "KivResource/NSError+KivResource.h"
 

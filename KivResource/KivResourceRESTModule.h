@@ -11,9 +11,11 @@
 #include "KivPlatform/Foundation/values/Data.h"
 #include "KivPlatform/Foundation/values/Error.h"
 #include "KivPlatform/Foundation/values/URL.h"
-#include "KivPlatform/KivRESTService/KivRESTService.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceTask.h"
+#include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 
 class KivAppConfiguration;
+class KivRESTService;
 class KivResource;
 
 /// Part of the interface only: the download module never calls its delegate.

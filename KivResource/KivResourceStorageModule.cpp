@@ -13,8 +13,8 @@
 #include "KivPlatform/Foundation/files/RemovalGuard.h"
 #include "KivPlatform/Foundation/system/Bundle.h"
 #include "KivPlatform/Foundation/values/JSON.h"
-#include "KivResource/KivResourceArchiveRemoval.h"
-#include "KivResource/KivResourceCachePlace.h"
+#include "KivResource/files/KivResourceArchiveRemoval.h"
+#include "KivResource/files/KivResourceCachePlace.h"
 
 namespace {
 

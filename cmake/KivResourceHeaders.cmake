@@ -2,50 +2,50 @@
 # library and each other only; script/lint checks it.
 
 target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES
-  KivResource/KivConfigurationCheck.h
-  KivResource/KivConfigurationUpdater.h
   KivResource/KivResource.h
   KivResource/KivResourceCache.h
   KivResource/KivResourceConstants.h
   KivResource/KivResourceFactory.h
-  KivResource/KivResourceLease.h
-  KivResource/KivResourceList.h
-  KivResource/KivResourceLookup.h
   KivResource/KivResourceManager.h
   KivResource/KivResourceManagerObserver.h
   KivResource/KivResourceObject.h
-  KivResource/KivResourcePass.h
   KivResource/KivResourcePassAwaiting.h
-  KivResource/KivResourcePassReport.h
   KivResource/KivResourceRESTModule.h
-  KivResource/KivResourceRevalidationReport.h
   KivResource/KivResourceStandard.h
   KivResource/KivResourceStorageModule.h
-  KivResource/KivResourceMaintenance.h
-  KivResource/KivResourceMaintenanceErrors.h
-  KivResource/KivResourceTrim.h
   KivResource/KivResourceVersion.h
   KivResource/KivResourceVideo.h
   KivResource/KivResourceWeb.h
   KivResource/NSError+KivResource.h
+  KivResource/configuration/KivConfigurationCheck.h
+  KivResource/configuration/KivConfigurationUpdater.h
+  KivResource/files/KivResourceLease.h
+  KivResource/files/KivResourceLookup.h
+  KivResource/list/KivResourceList.h
+  KivResource/maintenance/KivResourceMaintenance.h
+  KivResource/maintenance/KivResourceMaintenanceErrors.h
+  KivResource/maintenance/KivResourceTrim.h
+  KivResource/passes/KivResourcePass.h
+  KivResource/passes/KivResourcePassReport.h
+  KivResource/revalidation/KivResourceRevalidationReport.h
   KivPlatform/AppConfiguration/KivAppConfiguration.h
-  KivPlatform/Foundation/system/Bundle.h
-  KivPlatform/Foundation/text/ControlCharacters.h
-  KivPlatform/Foundation/values/ChangeFlag.h
-  KivPlatform/Foundation/values/Data.h
-  KivPlatform/Foundation/queues/DispatchQueue.h
-  KivPlatform/Foundation/queues/Timers.h
-  KivPlatform/Foundation/values/Error.h
   KivPlatform/Foundation/Export.h
   KivPlatform/Foundation/Mutex.h
   KivPlatform/Foundation/files/FileManager.h
   KivPlatform/Foundation/files/FileName.h
-  KivPlatform/Foundation/system/InstalledResources.h
-  KivPlatform/Foundation/values/JSON.h
   KivPlatform/Foundation/files/Path.h
+  KivPlatform/Foundation/queues/DispatchQueue.h
+  KivPlatform/Foundation/queues/Timers.h
+  KivPlatform/Foundation/system/Bundle.h
+  KivPlatform/Foundation/system/InstalledResources.h
+  KivPlatform/Foundation/system/SystemLog.h
+  KivPlatform/Foundation/text/ControlCharacters.h
+  KivPlatform/Foundation/values/ChangeFlag.h
+  KivPlatform/Foundation/values/Data.h
+  KivPlatform/Foundation/values/Error.h
+  KivPlatform/Foundation/values/JSON.h
   KivPlatform/Foundation/values/Result.h
   KivPlatform/Foundation/values/StringList.h
-  KivPlatform/Foundation/system/SystemLog.h
   KivPlatform/Foundation/values/URL.h
   KivPlatform/Foundation/values/Value.h
   KivPlatform/GCDMulticastDelegate/GCDMulticastDelegate.h
@@ -65,24 +65,24 @@ target_sources(KivResource PUBLIC FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_D
 
 # Headers of the framework's own that no host includes: parts of the manager.
 set(KIVRESOURCE_PRIVATE_HEADERS
-  KivResource/KivConfigurationSchedule.h
-  KivResource/KivConfigurationStore.h
-  KivResource/KivResourceArchiveRemoval.h
-  KivResource/KivResourceCachePlace.h
-  KivResource/KivResourceFileListing.h
-  KivResource/KivResourceFileOrigins.h
-  KivResource/KivResourceIndex.h
-  KivResource/KivResourceInventory.h
-  KivResource/KivResourceListLock.h
-  KivResource/KivResourceListMerge.h
   KivResource/KivResourceManagerStep.h
-  KivResource/KivResourcePassCollector.h
-  KivResource/KivResourcePassReports.h
-  KivResource/KivResourcePendingRemovals.h
-  KivResource/KivResourceReportJob.h
-  KivResource/KivResourceRevalidation.h
-  KivResource/KivResourceSavedList.h
-  KivResource/KivResourceShownTime.h
-  KivResource/KivResourceStoredItems.h
-  KivResource/KivResourceTrimPlan.h
+  KivResource/configuration/KivConfigurationSchedule.h
+  KivResource/configuration/KivConfigurationStore.h
+  KivResource/files/KivResourceArchiveRemoval.h
+  KivResource/files/KivResourceCachePlace.h
+  KivResource/files/KivResourceFileListing.h
+  KivResource/files/KivResourceShownTime.h
+  KivResource/list/KivResourceIndex.h
+  KivResource/list/KivResourceListLock.h
+  KivResource/list/KivResourceListMerge.h
+  KivResource/list/KivResourcePendingRemovals.h
+  KivResource/list/KivResourceSavedList.h
+  KivResource/maintenance/KivResourceInventory.h
+  KivResource/maintenance/KivResourceStoredItems.h
+  KivResource/maintenance/KivResourceTrimPlan.h
+  KivResource/passes/KivResourcePassCollector.h
+  KivResource/passes/KivResourcePassReports.h
+  KivResource/passes/KivResourceReportJob.h
+  KivResource/revalidation/KivResourceFileOrigins.h
+  KivResource/revalidation/KivResourceRevalidation.h
 )

@@ -93,14 +93,14 @@ class KIV_EXPORT KivRESTService {
   /// Tasks may be queued and cancelled meanwhile; the client stays paused until resume(). To pause
   /// a paused client has no effect, nor has it to resume another one. A client of a parent process
   /// is never paused. All three may be called from any thread.
-  void pause();
-  void resume();
-  [[nodiscard]] bool isPaused() const;
+  virtual void pause();
+  virtual void resume();
+  [[nodiscard]] virtual bool isPaused() const;
 
   /// Sets KivRESTServiceSettings::bandwidth, in bytes per second, for running transfers too; 0 or
   /// less for no limit. If the limit is lower than before, running transfers are stopped and
   /// continued at once, as by pause() and resume(). May be called from any thread.
-  void setBandwidth(std::int64_t bytesPerSecond);
+  virtual void setBandwidth(std::int64_t bytesPerSecond);
 
   /// Answers whether a transfer of the task may start now, from that URL: the request's or a
   /// mirror's.
@@ -116,10 +116,10 @@ class KIV_EXPORT KivRESTService {
   /// that throws has answered false, and the queue logs the exception. It may call any operation of
   /// the client, and destroy it. An empty condition allows everything. A former condition may still
   /// run while this returns; its answers do not count. May be called from any thread.
-  void setStartCondition(StartCondition condition);
+  virtual void setStartCondition(StartCondition condition);
   /// To be called when the condition may answer otherwise than before: the tasks that wait for it
   /// are asked about again when it is their turn. May be called from any thread.
-  void startConditionChanged();
+  virtual void startConditionChanged();
 
   /// Sees a request before it is sent, and answers it: with headers to add, or with a refusal.
   using RequestHandler = std::function<void(KivRESTServiceRequest request)>;
@@ -142,21 +142,22 @@ class KIV_EXPORT KivRESTService {
   /// disk. An empty handler sends all requests without further headers. A former handler may still
   /// run while this returns. Requests that were sent are not affected. May be called from any
   /// thread.
-  void setRequestHandler(RequestHandler handler);
+  virtual void setRequestHandler(RequestHandler handler);
 
   /// The handler is called on the client's queue, at most ten times a second while tasks are held,
   /// and once after the last has ended. A slow queue misses intermediate states. An empty handler
   /// removes it.
-  void setProgressHandler(std::function<void(const KivRESTServiceProgress& progress)> handler);
+  virtual void setProgressHandler(
+      std::function<void(const KivRESTServiceProgress& progress)> handler);
   /// The handler is called on the client's queue for each task that has ended, before its
   /// completion, with outcome and metrics set; not for cancelled tasks. An empty handler removes
   /// it.
-  void setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler);
+  virtual void setEndHandler(std::function<void(const KivRESTServiceTask& task)> handler);
 
   /// The settings in use.
-  [[nodiscard]] KivRESTServiceSettings settings() const;
+  [[nodiscard]] virtual KivRESTServiceSettings settings() const;
   /// Sets the spool directory of this client. Call it before the first task is queued.
-  void setSpoolDirectory(std::string path);
+  virtual void setSpoolDirectory(std::string path);
 
   /// The settings of clients that are created without any from now on, such as that of the
   /// framework's manager. May be called from any thread.

@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResourceFactory.h"
-#include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceStandard.h"
+#include "KivResource/maintenance/KivResourceMaintenance.h"
 #include "Tests/KivResource/Leaflet.h"
 #include "Tests/Support/ManagerFixture.h"
 

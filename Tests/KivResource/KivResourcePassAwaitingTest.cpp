@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResourcePassAwaiting.h"
-#include "Tests/KivResource/PassReportFixture.h"
+#include "Tests/KivResource/passes/PassReportFixture.h"
 #include "Tests/Support/MainQueue.h"
 
 namespace kiv::test {

@@ -6,9 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "KivResource/KivResourceMaintenance.h"
 #include "KivResource/KivResourceVideo.h"
 #include "KivResource/NSError+KivResource.h"
+#include "KivResource/maintenance/KivResourceMaintenance.h"
 #include "Tests/Support/ManagerFixture.h"
 
 namespace {

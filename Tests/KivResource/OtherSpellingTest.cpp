@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "KivResource/KivResourceFactory.h"
-#include "KivResource/KivResourceMaintenance.h"
+#include "KivResource/maintenance/KivResourceMaintenance.h"
 #include "Tests/Support/ManagerFixture.h"
 #include "Tests/Support/SpellingFileManager.h"
 #include "Tests/Support/ZipBuilder.h"

@@ -19,7 +19,7 @@
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 #include "KivResource/KivResource.h"
-#include "KivResource/KivResourceMaintenance.h"
+#include "KivResource/maintenance/KivResourceMaintenance.h"
 
 namespace {
 

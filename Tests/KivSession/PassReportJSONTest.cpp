@@ -10,8 +10,8 @@
 #include "KivPlatform/Foundation/values/JSON.h"
 #include "KivResource/KivResourceRESTModule.h"
 #include "KivSession/PassReportJSON.h"
-#include "Tests/KivResource/PassReportFixture.h"
 #include "Tests/KivResource/RealClientFixture.h"
+#include "Tests/KivResource/passes/PassReportFixture.h"
 #include "Tests/Support/Secrets.h"
 
 namespace kiv::test {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "KivResource/KivResourceTrim.h"
+#include "KivResource/maintenance/KivResourceTrim.h"
 
 namespace tool {
 
