@@ -30,7 +30,7 @@ void MemoryFiles::requireHarmless(std::string_view path) const {
     require(rest.starts_with('/'), "names are joined by one separator");
     rest.remove_prefix(1);
     const std::string_view name = rest.substr(0, rest.find('/'));
-    require(filename::isHarmless(name), "every name is harmless");
+    require(filename::isValid(name), "every name is harmless");
     rest.remove_prefix(name.size());
   }
 }

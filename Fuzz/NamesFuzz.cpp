@@ -39,10 +39,10 @@ void checkPathStrings(std::string_view text) {
 }
 
 void checkFileName(std::string_view name) {
-  const bool isHarmless = kiv::filename::isHarmless(name);
-  require(!isHarmless || isOneName(name), "a harmless name is one name");
+  const bool isValid = kiv::filename::isValid(name);
+  require(!isValid || isOneName(name), "a harmless name is one name");
   const bool isSaved = static_cast<bool>(storage::checkSaving(name, resources));
-  require(isHarmless || !isSaved, "a harmful name is never saved");
+  require(isValid || !isSaved, "a harmful name is never saved");
   if (isSaved && storage::isArchiveName(name)) {
     require(isOneName(storage::archiveStem(name)), "so is an archive's directory");
   }

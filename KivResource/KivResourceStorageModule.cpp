@@ -46,13 +46,13 @@ struct Place {
 /// Nothing if the name is not allowed.
 std::optional<Place> placeOf(std::string_view fileName) {
   using Module = KivResourceStorageModule;
-  if (!kiv::filename::isHarmless(fileName)) return std::nullopt;
+  if (!kiv::filename::isValid(fileName)) return std::nullopt;
   if (!fileName.ends_with(archiveSuffix)) {
     return Place{Module::pathToInnerResourceFileWithName(fileName), std::string(fileName),
                  std::string(resourcesDirectory)};
   }
   const std::string_view stem = kiv::path::deletingPathExtension(fileName);
-  if (!kiv::filename::isHarmless(stem)) return std::nullopt;
+  if (!kiv::filename::isValid(stem)) return std::nullopt;
   return Place{Module::pathToInnerResourceArchiveWithName(stem), std::string(entryPage),
                kiv::path::appendingPathComponent(resourcesDirectory, stem)};
 }
@@ -151,7 +151,7 @@ std::optional<std::string> KivResourceStorageModule::pathOfItemSavedWithName(
     std::string_view fileName) {
   const std::string_view name =
       fileName.ends_with(archiveSuffix) ? kiv::path::deletingPathExtension(fileName) : fileName;
-  if (!kiv::filename::isHarmless(name)) return std::nullopt;
+  if (!kiv::filename::isValid(name)) return std::nullopt;
   return kiv::path::appendingPathComponent(resourcesDirectoryPath(), name);
 }
 
@@ -238,7 +238,7 @@ std::optional<std::string> KivResourceStorageModule::pathToResourceFileWithName(
 
 std::optional<std::string> KivResourceStorageModule::pathToInnerResourceFileWithName(
     std::string_view fileName) {
-  if (!kiv::filename::isHarmless(fileName)) return std::nullopt;
+  if (!kiv::filename::isValid(fileName)) return std::nullopt;
   const std::string_view extension = kiv::path::pathExtension(fileName);
   // A name that merely ends in "." has no extension to split off.
   const std::string_view stem =
@@ -248,7 +248,7 @@ std::optional<std::string> KivResourceStorageModule::pathToInnerResourceFileWith
 
 std::optional<std::string> KivResourceStorageModule::pathToInnerResourceArchiveWithName(
     std::string_view stem) {
-  if (!kiv::filename::isHarmless(stem)) return std::nullopt;
+  if (!kiv::filename::isValid(stem)) return std::nullopt;
   return packagedResources().pathForResource_ofType_inDirectory(
       kiv::path::deletingPathExtension(entryPage), kiv::path::pathExtension(entryPage),
       kiv::path::appendingPathComponent(packagedBundle, stem));

@@ -24,7 +24,7 @@ bool isAbsolutePath(const Value& value) {
 }
 
 /// Why the member is not valid; empty if it is.
-std::string objectionTo(std::string_view name, const Value& value) {
+std::string validate(std::string_view name, const Value& value) {
   if (name == "root" || name == "resources") {
     return isAbsolutePath(value) ? "" : "is to be an absolute path";
   }
@@ -63,9 +63,9 @@ Result<OpenSettings> OpenSettings::read(std::string_view text) {
   if (!value->isDictionary()) return invalid("the settings are to be a JSON object");
   const Dictionary& members = value->dictionary();
   for (const auto& entry : members) {
-    const auto objection = objectionTo(entry.key(), entry.value);
-    if (!objection.empty()) {
-      return invalid("\"" + escapingControlCharacters(entry.key()) + "\" " + objection);
+    const auto problem = validate(entry.key(), entry.value);
+    if (!problem.empty()) {
+      return invalid("\"" + escapingControlCharacters(entry.key()) + "\" " + problem);
     }
   }
   if (!members.contains("root")) return invalid("there is no \"root\"");

@@ -122,7 +122,7 @@ void Session::makeNextCall() {
 }
 
 void Session::make(const SessionCall::Invalid& invalid) {
-  answer({{"error", invalid.objection}});
+  answer({{"error", invalid.problem}});
 }
 
 void Session::make(const SessionCall::Operation& operation) {

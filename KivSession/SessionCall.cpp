@@ -15,7 +15,7 @@ namespace kiv::session {
 
 namespace {
 
-using What = decltype(SessionCall::what);
+using Action = decltype(SessionCall::what);
 using Invalid = SessionCall::Invalid;
 using Operation = SessionCall::Operation;
 
@@ -93,29 +93,29 @@ class Arguments {
   [[nodiscard]] const Dictionary& members() const noexcept { return call_; }
 
   /// The call, or Invalid if there was an error.
-  What resulting(What what) {
-    if (!objection_.empty()) return Invalid{std::move(objection_)};
+  Action resulting(Action what) {
+    if (!problem_.empty()) return Invalid{std::move(problem_)};
     return what;
   }
 
  private:
   void object(std::string_view key, std::string_view what) {
-    if (objection_.empty()) objection_.append(1, '"').append(key).append("\" ").append(what);
+    if (problem_.empty()) problem_.append(1, '"').append(key).append("\" ").append(what);
   }
   Value configInFile(const std::string& path) {
     auto config = readRegularConfigurationFile(path);
     if (config) return *std::move(config);
-    if (objection_.empty()) objection_ = config.error().localizedDescription();
+    if (problem_.empty()) problem_ = config.error().localizedDescription();
     return nullptr;
   }
 
   Dictionary call_;
-  std::string objection_;
+  std::string problem_;
 };
 
 /// An operation of the manager without a result.
 template <class Function>
-Operation order(Function function) {
+Operation command(Function function) {
   return {[function = std::move(function)](KivResourceManager& manager) {
             function(manager);
             return Dictionary();
@@ -139,126 +139,126 @@ Operation query(Function function) {
 
 // --- Passes --------------------------------------------------------------------------------------
 
-What loadResourcesForConfig(Arguments& arguments) {
+Action loadResourcesForConfig(Arguments& arguments) {
   return SessionCall::StartPass{KivResourcePass::load(arguments.config())};
 }
 
-What loadResourceWithID(Arguments& arguments) {
+Action loadResourceWithID(Arguments& arguments) {
   auto id = arguments.text("id");
   return SessionCall::StartPass{{arguments.config(), std::move(id)}};
 }
 
-What loadResourcesWithType(Arguments& arguments) {
+Action loadResourcesWithType(Arguments& arguments) {
   auto type = arguments.text("type");
   return SessionCall::StartPass{{arguments.config(), std::nullopt, std::move(type)}};
 }
 
-What updateResourcesForConfig(Arguments& arguments) {
+Action updateResourcesForConfig(Arguments& arguments) {
   return SessionCall::StartPass{KivResourcePass::update(arguments.config())};
 }
 
-What revalidate(Arguments& arguments) {
+Action revalidate(Arguments& arguments) {
   KivResourceRevalidation what;
   if (arguments.has("id")) what.resourceID = arguments.text("id");
   if (arguments.has("type")) what.type = arguments.text("type");
   return SessionCall::Revalidate{std::move(what)};
 }
 
-What stopLoading(Arguments&) {
-  return endingRequests(order([](auto& manager) { manager.stopLoading(); }));
+Action stopLoading(Arguments&) {
+  return endingRequests(command([](auto& manager) { manager.stopLoading(); }));
 }
 
-What waitForFinish(Arguments& arguments) {
+Action waitForFinish(Arguments& arguments) {
   constexpr std::chrono::milliseconds usual{30'000};
   return SessionCall::WaitForFinish{
       arguments.has("timeout_ms") ? arguments.milliseconds("timeout_ms") : usual};
 }
 
-What sleepFor(Arguments& arguments) {
+Action sleepFor(Arguments& arguments) {
   return SessionCall::Sleep{arguments.milliseconds("ms")};
 }
 
-What reportProgress(Arguments& arguments) {
+Action reportProgress(Arguments& arguments) {
   return SessionCall::ReportProgress{arguments.boolean("enabled")};
 }
 
-What reportPasses(Arguments& arguments) {
+Action reportPasses(Arguments& arguments) {
   return SessionCall::ReportPasses{arguments.boolean("enabled")};
 }
 
-What answerRequests(Arguments& arguments) {
+Action answerRequests(Arguments& arguments) {
   return SessionCall::AnswerRequests{arguments.boolean("enabled")};
 }
 
-What sendRequest(Arguments& arguments) {
+Action sendRequest(Arguments& arguments) {
   const auto number = static_cast<std::uint64_t>(arguments.integer("request"));
   return SessionCall::AnswerRequest{number, arguments.headers("headers")};
 }
 
-What refuseRequest(Arguments& arguments) {
+Action refuseRequest(Arguments& arguments) {
   const auto number = static_cast<std::uint64_t>(arguments.integer("request"));
   return SessionCall::AnswerRequest{number, std::nullopt};
 }
 
-What allowTransfers(Arguments& arguments) {
+Action allowTransfers(Arguments& arguments) {
   return SessionCall::AllowTransfers{arguments.boolean("enabled")};
 }
 
-What pause(Arguments&) {
-  return endingRequests(order([](auto& manager) { manager.loader()->restService()->pause(); }));
+Action pause(Arguments&) {
+  return endingRequests(command([](auto& manager) { manager.loader()->restService()->pause(); }));
 }
 
-What resume(Arguments&) {
-  return order([](auto& manager) { manager.loader()->restService()->resume(); });
+Action resume(Arguments&) {
+  return command([](auto& manager) { manager.loader()->restService()->resume(); });
 }
 
-What follow(Arguments& arguments) {
+Action follow(Arguments& arguments) {
   auto followed = FollowedConfiguration::read(arguments.members());
   if (!followed) return Invalid{followed.error().localizedDescription()};
   return SessionCall::Follow{*std::move(followed)};
 }
 
-What checkNow(Arguments&) {
+Action checkNow(Arguments&) {
   return SessionCall::CheckNow{};
 }
 
-What stopFollowing(Arguments&) {
+Action stopFollowing(Arguments&) {
   return SessionCall::StopFollowing{};
 }
 
-What setBandwidth(Arguments& arguments) {
-  return endingRequests(order([bandwidth = arguments.integer("bytesPerSecond")](auto& manager) {
+Action setBandwidth(Arguments& arguments) {
+  return endingRequests(command([bandwidth = arguments.integer("bytesPerSecond")](auto& manager) {
     manager.loader()->restService()->setBandwidth(bandwidth);
   }));
 }
 
 // --- Queries -------------------------------------------------------------------------------------
 
-What allLoadedResources(Arguments&) {
+Action allLoadedResources(Arguments&) {
   return query([](const auto& manager) { return manager.allLoadedResources(); });
 }
 
-What loadedResourcesWithID(Arguments& arguments) {
+Action loadedResourcesWithID(Arguments& arguments) {
   return query([id = arguments.text("id")](const auto& manager) {
     return manager.loadedResourcesWithID(id);
   });
 }
 
-What loadedResourcesWithType(Arguments& arguments) {
+Action loadedResourcesWithType(Arguments& arguments) {
   return query([type = arguments.text("type")](const auto& manager) {
     return manager.loadedResourcesWithType(type);
   });
 }
 
-What takeLease(Arguments& arguments) {
+Action takeLease(Arguments& arguments) {
   return SessionCall::TakeLease{arguments.text("id")};
 }
 
-What endLease(Arguments& arguments) {
+Action endLease(Arguments& arguments) {
   return SessionCall::EndLease{static_cast<std::uint64_t>(arguments.integer("lease"))};
 }
 
-What state(Arguments&) {
+Action state(Arguments&) {
   return SessionCall::State{};
 }
 
@@ -268,7 +268,7 @@ Error failureOf(std::optional<Error> error) {
   return error ? *std::move(error) : Error(SystemErrorDomain, 0, "the storage root cannot be read");
 }
 
-What audit(Arguments&) {
+Action audit(Arguments&) {
   return Operation{[](KivResourceManager& manager) -> Result<Dictionary> {
     std::optional<Error> error;
     const auto found = KivResourceMaintenance::audit(manager, &error);
@@ -281,7 +281,7 @@ What audit(Arguments&) {
   }};
 }
 
-What cleanUpOrphans(Arguments& arguments) {
+Action cleanUpOrphans(Arguments& arguments) {
   using Mode = KivResourceMaintenance::Mode;
   const bool isDry = arguments.has("dryRun") && arguments.boolean("dryRun");
   return Operation{[mode = isDry ? Mode::dryRun : Mode::remove](
@@ -295,7 +295,7 @@ What cleanUpOrphans(Arguments& arguments) {
   }};
 }
 
-What trim(Arguments& arguments) {
+Action trim(Arguments& arguments) {
   using Mode = KivResourceMaintenance::Mode;
   KivResourceTrimOptions options;
   options.bytes = static_cast<std::uint64_t>(arguments.integer("bytes"));
@@ -312,14 +312,14 @@ What trim(Arguments& arguments) {
   }};
 }
 
-What noteShown(Arguments& arguments) {
-  return order([id = arguments.text("id")](auto& manager) {
+Action noteShown(Arguments& arguments) {
+  return command([id = arguments.text("id")](auto& manager) {
     for (const auto& resource : manager.loadedResourcesWithID(id))
       KivResourceMaintenance::noteShown(*resource);
   });
 }
 
-What space(Arguments&) {
+Action space(Arguments&) {
   return Operation{[](KivResourceManager&) -> Result<Dictionary> {
     std::optional<Error> error;
     const auto found = KivResourceMaintenance::space(&error);
@@ -333,31 +333,31 @@ What space(Arguments&) {
 // --- Settings ------------------------------------------------------------------------------------
 
 /// A server that is not given keeps its current URL.
-What setDomains(Arguments& arguments) {
+Action setDomains(Arguments& arguments) {
   using Domain = std::optional<std::string>;
   std::optional<Domain> mainDomain;
   std::optional<Domain> reserveDomain;
   if (arguments.has("main")) mainDomain = arguments.text("main");
   if (arguments.has("reserve")) reserveDomain = arguments.text("reserve");
-  return order([mainDomain, reserveDomain](auto&) {
+  return command([mainDomain, reserveDomain](auto&) {
     const auto configuration = KivAppConfiguration::sharedInstance();
     if (mainDomain) configuration->setMainACSDomain(*mainDomain);
     if (reserveDomain) configuration->setReserveACSDomain(*reserveDomain);
   });
 }
 
-What settings(Arguments&) {
+Action settings(Arguments&) {
   return Operation{[](KivResourceManager& manager) {
     return Dictionary{{"settings", manager.loader()->restService()->settings().dictionary()}};
   }};
 }
 
-What setSettings(Arguments& arguments) {
+Action setSettings(Arguments& arguments) {
   return SessionCall::SetSettings{arguments.dictionary("settings")};
 }
 
-What readNamedCall(std::string_view name, Arguments& arguments) {
-  using Reader = What (*)(Arguments&);
+Action readNamedCall(std::string_view name, Arguments& arguments) {
+  using Reader = Action (*)(Arguments&);
   static constexpr std::array<std::pair<std::string_view, Reader>, 34> readers{{
       {"loadResourcesForConfig", loadResourcesForConfig},
       {"loadResourceWithID", loadResourceWithID},
@@ -404,8 +404,8 @@ What readNamedCall(std::string_view name, Arguments& arguments) {
 }  // namespace
 
 SessionCall readSessionCall(std::string_view line) {
-  const auto invalid = [](std::string objection, Value tag = nullptr) {
-    return SessionCall{{}, std::move(tag), Invalid{std::move(objection)}};
+  const auto invalid = [](std::string problem, Value tag = nullptr) {
+    return SessionCall{{}, std::move(tag), Invalid{std::move(problem)}};
   };
   const auto value = JSON::read(line);
   if (!value && value.error().code == static_cast<int>(JSONErrorCode::tooLarge)) {

@@ -68,7 +68,7 @@ struct SessionCall {
   };
   /// An invalid call and the reason.
   struct Invalid {
-    std::string objection;
+    std::string problem;
   };
 
   std::string name;

@@ -17,11 +17,11 @@ Error requestError(const std::string& text) {
 
 /// The client refuses a request with an invalid header, so it is tried with another request first.
 Status validate(const URL& url, const SessionRequests::Headers& headers) {
-  std::string objection;
+  std::string problem;
   const KivRESTServiceRequest tried(
-      url, 1, 0, [&](const auto&, std::string refusal) { objection = std::move(refusal); });
+      url, 1, 0, [&](const auto&, std::string refusal) { problem = std::move(refusal); });
   if (tried.send(headers)) return {};
-  return requestError(objection);
+  return requestError(problem);
 }
 
 }  // namespace

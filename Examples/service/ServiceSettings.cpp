@@ -71,10 +71,10 @@ class Members {
   }
 
  private:
-  void fail(std::string_view name, const std::string& objection) {
+  void fail(std::string_view name, const std::string& problem) {
     if (error_) return;
     std::string message("\"");
-    message.append(kiv::escapingControlCharacters(name)).append("\" ").append(objection);
+    message.append(kiv::escapingControlCharacters(name)).append("\" ").append(problem);
     error_ = invalid(message);
   }
   std::optional<kiv::URL> urlOf(const kiv::Value& value, std::string_view name) {

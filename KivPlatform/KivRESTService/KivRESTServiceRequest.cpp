@@ -48,14 +48,14 @@ int KivRESTServiceRequest::redirects() const noexcept {
 }
 
 kiv::Status KivRESTServiceRequest::send(Headers headers) const {
-  std::string objection = kiv::validateRequestHeaders(headers);
-  if (objection.empty()) {
+  std::string problem = kiv::validateRequestHeaders(headers);
+  if (problem.empty()) {
     state_->answer(std::move(headers), {});
     return {};
   }
   auto error = kiv::transferError(KivRESTServiceErrorCode::refusedRequest,
-                                  state_->url.absoluteString(), objection);
-  state_->answer(std::nullopt, std::move(objection));
+                                  state_->url.absoluteString(), problem);
+  state_->answer(std::nullopt, std::move(problem));
   return error;
 }
 

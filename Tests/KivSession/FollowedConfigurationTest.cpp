@@ -14,10 +14,10 @@ Result<FollowedConfiguration> reading(const std::string& members) {
   return FollowedConfiguration::read(call->dictionary());
 }
 
-void expectObjection(const std::string& members, const std::string& objection) {
+void expectProblem(const std::string& members, const std::string& problem) {
   const auto read = reading(members);
   ASSERT_FALSE(read) << members.substr(0, 200);
-  EXPECT_EQ(read.error().localizedDescription(), objection) << members.substr(0, 200);
+  EXPECT_EQ(read.error().localizedDescription(), problem) << members.substr(0, 200);
 }
 
 const std::string url = R"("url":"http://127.0.0.1/c.json")";
@@ -54,7 +54,7 @@ TEST(FollowedConfigurationTest, TheLeastNumbersAreTaken) {
 }
 
 TEST(FollowedConfigurationTest, WhatCannotBeFetchedIsNoURL) {
-  expectObjection("", R"("url" is to be an http or https URL)");
+  expectProblem("", R"("url" is to be an http or https URL)");
   for (const std::string value : {"null",
                                   "7",
                                   "true",
@@ -79,18 +79,18 @@ TEST(FollowedConfigurationTest, WhatCannotBeFetchedIsNoURL) {
                                   R"("http://a/%")",
                                   R"("http://ä/")",
                                   R"("javascript:alert")"}) {
-    expectObjection("\"url\":" + value, R"("url" is to be an http or https URL)");
-    expectObjection(url + R"(,"mirrors":["http://a/",)" + value + "]",
-                    R"("mirrors" is to be an array of http or https URLs)");
+    expectProblem("\"url\":" + value, R"("url" is to be an http or https URL)");
+    expectProblem(url + R"(,"mirrors":["http://a/",)" + value + "]",
+                  R"("mirrors" is to be an array of http or https URLs)");
   }
-  expectObjection(R"("url":")" + std::string(1'000'000, 'a') + "\"",
-                  R"("url" is to be an http or https URL)");
+  expectProblem(R"("url":")" + std::string(1'000'000, 'a') + "\"",
+                R"("url" is to be an http or https URL)");
 }
 
 TEST(FollowedConfigurationTest, MirrorsAreAnArray) {
   for (const std::string value : {"null", "7", "{}", R"("http://a/")"}) {
-    expectObjection(url + ",\"mirrors\":" + value,
-                    R"("mirrors" is to be an array of http or https URLs)");
+    expectProblem(url + ",\"mirrors\":" + value,
+                  R"("mirrors" is to be an array of http or https URLs)");
   }
 }
 
@@ -98,21 +98,21 @@ TEST(FollowedConfigurationTest, AnIntervalIsAWholeNumberUpToAYear) {
   for (const std::string value :
        {"null", "true", "\"1\"", "[]", "-1", "0.5", "3600.5", "31536001", "18446744073709551615",
         "-9223372036854775808", "1e300", "-1e300"}) {
-    expectObjection(url + ",\"interval_s\":" + value,
-                    R"("interval_s" is to be a whole number from 0 to 31536000)");
+    expectProblem(url + ",\"interval_s\":" + value,
+                  R"("interval_s" is to be a whole number from 0 to 31536000)");
   }
 }
 
 TEST(FollowedConfigurationTest, AJitterIsAFraction) {
   for (const std::string value : {"null", "true", "\"0.1\"", "{}", "-0.1", "1.1", "2", "1e300"}) {
-    expectObjection(url + ",\"jitter\":" + value, R"("jitter" is to be a number from 0 to 1)");
+    expectProblem(url + ",\"jitter\":" + value, R"("jitter" is to be a number from 0 to 1)");
   }
 }
 
 TEST(FollowedConfigurationTest, WhetherTheSavedOneIsUsedIsABoolean) {
   for (const std::string value : {"null", "1", "0", "\"true\"", "[]"}) {
-    expectObjection(url + ",\"usesSavedConfiguration\":" + value,
-                    R"("usesSavedConfiguration" is to be true or false)");
+    expectProblem(url + ",\"usesSavedConfiguration\":" + value,
+                  R"("usesSavedConfiguration" is to be true or false)");
   }
 }
 

@@ -33,8 +33,8 @@ ConfigurationCheck ConfigurationCheck::of(const kiv::Value& config,
     ++place;
     const kiv::Dictionary& dictionary = item.dictionary();
     const auto keys = KivResourceFactory::requiredKeysOfEngine(dictionary["engine"].stringView());
-    if (auto objection = KivResourceFactory::validateItem(item)) {
-      check.unacceptable.push_back({place, std::move(*objection)});
+    if (auto problem = KivResourceFactory::validateItem(item)) {
+      check.unacceptable.push_back({place, std::move(*problem)});
       continue;
     }
     std::string resourceID = dictionary["banner_id"].string();

@@ -38,7 +38,7 @@ bool isDevice(std::string_view name) {
 
 }  // namespace
 
-std::optional<std::string> objection(std::string_view name) {
+std::optional<std::string> validate(std::string_view name) {
   if (name.empty()) return "is empty";
   if (name == "."sv || name == ".."sv) return "names a directory";
   if (name.find('\0') != name.npos) return "contains a NUL character";
@@ -46,10 +46,10 @@ std::optional<std::string> objection(std::string_view name) {
   if (name.size() > longestName) {
     return "is longer than " + std::to_string(longestName) + " bytes";
   }
-  return portabilityObjection(name);
+  return validatePortability(name);
 }
 
-std::optional<std::string> portabilityObjection(std::string_view name) {
+std::optional<std::string> validatePortability(std::string_view name) {
   if (std::any_of(name.begin(), name.end(), isControlCharacter)) {
     return "contains a control character";
   }
@@ -61,8 +61,8 @@ std::optional<std::string> portabilityObjection(std::string_view name) {
   return std::nullopt;
 }
 
-bool isHarmless(std::string_view name) {
-  return !objection(name).has_value();
+bool isValid(std::string_view name) {
+  return !validate(name).has_value();
 }
 
 }  // namespace kiv::filename

@@ -48,7 +48,7 @@ class Writer {
     flush();
     return std::move(text_);
   }
-  [[nodiscard]] const std::string& objection() const noexcept { return objection_; }
+  [[nodiscard]] const std::string& problem() const noexcept { return problem_; }
 
  private:
   /// An array or a dictionary that is being written.
@@ -82,7 +82,7 @@ class Writer {
   void writeNumber(Number number);
   void startItem(bool first);
   void startLine();
-  bool refuse(std::string_view objection);
+  bool refuse(std::string_view problem);
 
   void put(std::string_view characters) {
     if (characters.size() > buffer_.size() - used_) return putLong(characters);
@@ -98,7 +98,7 @@ class Writer {
   std::array<char, 4096> buffer_;
   std::size_t used_ = 0;
   std::string text_;
-  std::string objection_;
+  std::string problem_;
 };
 
 void Writer::putLong(std::string_view characters) {
@@ -288,12 +288,12 @@ void Writer::startLine() {
   }
 }
 
-bool Writer::refuse(std::string_view objection) {
+bool Writer::refuse(std::string_view problem) {
   if (layout_ == Layout::oneLine) {
     put("null");
     return true;
   }
-  objection_ = objection;
+  problem_ = problem;
   return false;
 }
 
@@ -307,7 +307,7 @@ Result<Data> JSON::write(const Value& value) {
   Writer writer(Writer::Layout::indented);
   if (!writer.write(value) || !writer.isValidText()) {
     return Error(JSONErrorDomain, static_cast<int>(JSONErrorCode::unwritable),
-                 "Could not write JSON: " + writer.objection() + ".");
+                 "Could not write JSON: " + writer.problem() + ".");
   }
   return Data(writer.takeText());
 }

@@ -217,8 +217,8 @@ TransferWorker& TransferScheduler::chooseWorker(const Download& download) {
 std::optional<TransferOutcome> TransferScheduler::startTransfer(Download& download,
                                                                 TransferWorker& worker) {
   const URL& url = download.url();
-  if (const auto objection = validateURL(url); !objection.empty()) {
-    return failure(Code::unsupportedURL, url, objection);
+  if (const auto problem = validateURL(url); !problem.empty()) {
+    return failure(Code::unsupportedURL, url, problem);
   }
   download.transfer = std::make_unique<Transfer>(
       url, settings_, spool_, *buffers_, readSize_.bytes(), mayUseHTTP2(download),

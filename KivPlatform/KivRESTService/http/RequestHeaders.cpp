@@ -80,9 +80,9 @@ std::string validateRequestHeaders(const std::vector<KivRESTServiceHeader>& head
   for (std::size_t index = 0; index < headers.size(); ++index) {
     const KivRESTServiceHeader& header = headers[index];
     bytes += header.name.size() + header.value.size();
-    const auto objection = validateHeader(header);
-    if (objection.empty()) continue;
-    return "header " + std::to_string(index + 1) + " of the host " + std::string(objection);
+    const auto problem = validateHeader(header);
+    if (problem.empty()) continue;
+    return "header " + std::to_string(index + 1) + " of the host " + std::string(problem);
   }
   if (bytes <= mostBytes) return {};
   return "the host adds headers of more than " + std::to_string(mostBytes) + " bytes";

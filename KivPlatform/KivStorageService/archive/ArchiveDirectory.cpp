@@ -294,9 +294,9 @@ Status checkNames(const std::vector<ArchiveEntry>& entries, const Archive& archi
 
 }  // namespace
 
-Error Archive::refusal(std::string_view objection) const {
+Error Archive::refusal(std::string_view problem) const {
   return storageError(KivStorageServiceErrorCode::invalidArchive,
-                      "The archive " + quoted(name) + " " + std::string(objection) + ".");
+                      "The archive " + quoted(name) + " " + std::string(problem) + ".");
 }
 
 Error Archive::refusal(std::string_view entryName, std::string_view rule) const {

@@ -17,9 +17,9 @@ struct Archive {
   std::string_view name;  ///< For error messages.
   const ArchiveLimits& limits;
 
-  /// The error for a rejected archive. `objection` completes a sentence whose subject is the
+  /// The error for a rejected archive. `problem` completes a sentence whose subject is the
   /// archive: "is cut short".
-  [[nodiscard]] Error refusal(std::string_view objection) const;
+  [[nodiscard]] Error refusal(std::string_view problem) const;
   /// The same for an archive that is rejected because of one entry. `rule` completes a clause that
   /// begins with "which": "is encrypted".
   [[nodiscard]] Error refusal(std::string_view entryName, std::string_view rule) const;

@@ -32,8 +32,8 @@ std::optional<std::string> validateComponent(std::string_view component,
   if (component.size() > limits.nameBytes) {
     return "has a name longer than " + std::to_string(limits.nameBytes) + " bytes";
   }
-  if (const auto objection = filename::portabilityObjection(component)) {
-    return "has a part in its path that " + *objection;
+  if (const auto problem = filename::validatePortability(component)) {
+    return "has a part in its path that " + *problem;
   }
   return std::nullopt;
 }
@@ -42,8 +42,8 @@ std::optional<std::string> validateComponents(std::string_view path, const Archi
   std::uint64_t levels = 0;
   for (std::size_t start = 0; start <= path.size(); ++levels) {
     const std::size_t end = std::min(path.find('/', start), path.size());
-    if (auto objection = validateComponent(path.substr(start, end - start), limits)) {
-      return objection;
+    if (auto problem = validateComponent(path.substr(start, end - start), limits)) {
+      return problem;
     }
     start = end + 1;
   }
@@ -105,7 +105,7 @@ std::optional<std::string> validateEntryName(std::string_view name, const Archiv
 std::optional<std::string> validateEntryKind(const ArchiveEntry& entry,
                                              const ArchiveLimits& limits) {
   if (entry.isEncrypted()) return "is encrypted";
-  if (auto objection = validateFileType(entry)) return objection;
+  if (auto problem = validateFileType(entry)) return problem;
   if (!entry.hasKnownMethod()) {
     return "is packed with the unknown method " + std::to_string(entry.method);
   }
@@ -139,7 +139,7 @@ std::optional<std::string> ArchiveTree::add(std::string_view path,
     const std::string_view name = path.substr(0, separator);
     std::unique_ptr<ArchiveNode>& node = directory->children[unicode::folded(name)];
     if (node) {
-      if (auto objection = validateMeeting(*node, name, isLast && entry)) return objection;
+      if (auto problem = validateMeeting(*node, name, isLast && entry)) return problem;
     } else {
       node = std::make_unique<ArchiveNode>();
       node->name = name;

@@ -33,7 +33,7 @@ struct ArchivePlan {
 std::optional<std::string> validateListedEntry(const ArchiveEntry& entry,
                                                const ArchiveLimits& limits) {
   if (entry.rawName.find('\0') != entry.rawName.npos) return "has a NUL character in its name";
-  if (auto objection = validateEntryKind(entry, limits)) return objection;
+  if (auto problem = validateEntryKind(entry, limits)) return problem;
   if (entry.saysUTF8() && !unicode::isUTF8(entry.rawName)) return "has a name that is no UTF-8";
   return std::nullopt;
 }
@@ -58,7 +58,7 @@ Status checkList(const std::vector<ArchiveEntry>& entries, const Archive& archiv
 std::optional<std::string> addEntry(const ArchivePlan& plan, std::uint64_t index,
                                     const ArchiveLimits& limits, ArchiveTree& tree) {
   const std::string name = plan.reader->name(index);
-  if (auto objection = validateEntryName(name, limits)) return objection;
+  if (auto problem = validateEntryName(name, limits)) return problem;
   const std::string_view path = pathOfEntryName(name);
   if (path.empty() || isLeftOut(name)) return std::nullopt;
   return name.ends_with('/') ? tree.addDirectory(path) : tree.addFile(path, index);

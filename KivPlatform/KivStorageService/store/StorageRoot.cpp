@@ -102,7 +102,7 @@ std::string namedPath(const std::string& path) {
 /// The name of this program's directory among the user's application data.
 std::string directoryName() {
   std::string name = system::programName();
-  return filename::isHarmless(name) ? name : "KivResource";
+  return filename::isValid(name) ? name : "KivResource";
 }
 
 /// The path of that name in the user's directory, which is empty if there is none.
@@ -241,7 +241,7 @@ Status StorageRoot::endBatch() {
 }
 
 std::string StorageRoot::pathInUserCache(const std::optional<std::string>& name) {
-  if (name && !filename::isHarmless(*name)) return {};
+  if (name && !filename::isValid(*name)) return {};
   return pathInUserDirectory(system::userCacheDirectory(), name ? *name : directoryName());
 }
 

@@ -12,9 +12,9 @@ namespace kiv::storage {
 
 namespace {
 
-Error unusable(std::string_view sort, std::string_view name, std::string_view objection) {
+Error unusable(std::string_view sort, std::string_view name, std::string_view problem) {
   std::string message(sort);
-  message.append(" ").append(quoted(name)).append(" cannot be used: it ").append(objection);
+  message.append(" ").append(quoted(name)).append(" cannot be used: it ").append(problem);
   return storageError(KivStorageServiceErrorCode::unusableName, message + ".");
 }
 
@@ -47,8 +47,8 @@ std::optional<std::string> validateRelativePath(std::string_view relativePath) {
   while (true) {
     const std::size_t separator = relativePath.find('/');
     const std::string_view component = relativePath.substr(0, separator);
-    if (auto objection = filename::objection(component)) {
-      return "has the part " + quoted(component) + ", which " + *objection;
+    if (auto problem = filename::validate(component)) {
+      return "has the part " + quoted(component) + ", which " + *problem;
     }
     if (separator == relativePath.npos) return std::nullopt;
     relativePath.remove_prefix(separator + 1);
@@ -56,11 +56,11 @@ std::optional<std::string> validateRelativePath(std::string_view relativePath) {
 }
 
 Status checkPlace(std::string_view fileName, std::string_view relativePath) {
-  if (const auto objection = filename::objection(fileName)) {
-    return unusable("The file name", fileName, *objection);
+  if (const auto problem = filename::validate(fileName)) {
+    return unusable("The file name", fileName, *problem);
   }
-  if (const auto objection = validateRelativePath(relativePath)) {
-    return unusable("The directory", relativePath, *objection);
+  if (const auto problem = validateRelativePath(relativePath)) {
+    return unusable("The directory", relativePath, *problem);
   }
   if (isReserved(fileName, relativePath)) {
     return unusable("The file name", fileName, "is the storage service's own");
@@ -72,9 +72,9 @@ Status checkSaving(std::string_view fileName, std::string_view relativePath) {
   if (Status status = checkPlace(fileName, relativePath); !status) return status;
   if (!isArchiveName(fileName)) return {};
   const std::string_view stem = archiveStem(fileName);
-  if (const auto objection = filename::objection(stem)) {
+  if (const auto problem = filename::validate(stem)) {
     return unusable("The archive name", fileName,
-                    "would be unpacked in " + quoted(stem) + ", which " + *objection);
+                    "would be unpacked in " + quoted(stem) + ", which " + *problem);
   }
   if (isReserved(stem, relativePath)) {
     return unusable("The archive name", fileName, "would be unpacked in the service's own place");

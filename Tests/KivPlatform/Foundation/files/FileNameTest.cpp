@@ -7,19 +7,19 @@
 
 namespace {
 
-using kiv::filename::isHarmless;
-using kiv::filename::objection;
+using kiv::filename::isValid;
+using kiv::filename::validate;
 
 struct HostileName {
   std::string name;
-  std::string_view objection;
+  std::string_view problem;
 };
 
 class HostileNameTest : public testing::TestWithParam<HostileName> {};
 
 TEST_P(HostileNameTest, IsRefusedWithItsReason) {
-  EXPECT_EQ(objection(GetParam().name), GetParam().objection);
-  EXPECT_FALSE(isHarmless(GetParam().name));
+  EXPECT_EQ(validate(GetParam().name), GetParam().problem);
+  EXPECT_FALSE(isValid(GetParam().name));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -65,8 +65,8 @@ INSTANTIATE_TEST_SUITE_P(
 class HarmlessNameTest : public testing::TestWithParam<std::string> {};
 
 TEST_P(HarmlessNameTest, IsTaken) {
-  EXPECT_EQ(objection(GetParam()), std::nullopt);
-  EXPECT_TRUE(isHarmless(GetParam()));
+  EXPECT_EQ(validate(GetParam()), std::nullopt);
+  EXPECT_TRUE(isValid(GetParam()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, HarmlessNameTest,
@@ -81,8 +81,8 @@ TEST(FileNameTest, LengthCountsBytesNotCharacters) {
   std::string name;
   while (name.size() < 254)
     name += "\xd1\x84";
-  EXPECT_TRUE(isHarmless(name));
-  EXPECT_FALSE(isHarmless(name + "\xd1\x84"));
+  EXPECT_TRUE(isValid(name));
+  EXPECT_FALSE(isValid(name + "\xd1\x84"));
 }
 
 }  // namespace

@@ -18,9 +18,9 @@ TEST(ArchiveRulesTest, OrdinaryNamesAreTaken) {
 TEST(ArchiveRulesTest, NamesThatAnotherSystemCannotHoldAreRefused) {
   for (const std::string name : {"...", "a..", "a./b", "a /b", "ab:c/d", "1:x", "css/a?v=1.css",
                                  "con", "a/NUL.txt/b", "tab\t"}) {
-    const auto objection = validateEntryName(name, {});
-    ASSERT_TRUE(objection) << name;
-    EXPECT_TRUE(objection->starts_with("has a part in its path that ")) << *objection;
+    const auto problem = validateEntryName(name, {});
+    ASSERT_TRUE(problem) << name;
+    EXPECT_TRUE(problem->starts_with("has a part in its path that ")) << *problem;
   }
   EXPECT_EQ(validateEntryName("aux/a", {}),
             "has a part in its path that is the name of a device on Windows");
