@@ -11,8 +11,8 @@
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
 /// The rules for archive entries: which entries are valid, and which pairs of entries conflict. A
-/// check returns nothing if the entry is valid. Otherwise it returns what is wrong with it, to complete
-/// a clause beginning with "which".
+/// check returns nothing if the entry is valid. Otherwise it returns what is wrong with it, which
+/// completes a clause beginning with "which".
 namespace kiv::storage {
 
 /// The entry's path: its name without leading "./", which some archivers write, and without the

@@ -20,8 +20,8 @@ bool isArchiveName(std::string_view fileName);
 /// The name of the directory that the archive is unpacked into.
 std::string_view archiveStem(std::string_view fileName);
 
-/// What is wrong with the relative path, as a predicate: "has the part ..."; nothing if it is valid.
-/// It must consist of valid names with single separators, and must not be in the private
+/// What is wrong with the relative path, as a predicate ("has the part ..."); nothing if it is
+/// valid. It must consist of valid names with single separators, and must not be in the private
 /// directory. The empty path is the root.
 std::optional<std::string> validateRelativePath(std::string_view relativePath);
 
