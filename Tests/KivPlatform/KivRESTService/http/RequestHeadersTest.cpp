@@ -91,7 +91,7 @@ TEST(RequestHeadersTest, TheyHaveAtMost32KiB) {
             "the host adds headers of more than 32768 bytes");
 }
 
-TEST(RequestHeadersTest, TheObjectionNamesThePlaceAndQuotesNothing) {
+TEST(RequestHeadersTest, TheProblemNamesThePlaceAndQuotesNothing) {
   EXPECT_EQ(kiv::validateRequestHeaders({{"A", "v"}, {"secret name", "v"}}),
             "header 2 of the host has no valid name");
   EXPECT_EQ(kiv::validateRequestHeaders({{"Range", "secret"}}),
