@@ -3,6 +3,7 @@
 #include <QKeyEvent>
 #include <QPainter>
 
+#include "ToolTip.h"
 #include "WebLink.h"
 
 namespace {
@@ -26,8 +27,8 @@ void BannerView::present(const CacheItem& item) {
   setText(item.title);
   setAccessibleName(item.title);
   setAccessibleDescription(market_.toDisplayString());
-  setToolTip(market_.isEmpty() ? item.title
-                               : QString("%1\n%2").arg(item.title, market_.toDisplayString()));
+  setToolTip(
+      plainToolTip(market_.isEmpty() ? item.title : item.title + '\n' + market_.toDisplayString()));
   setCursor(market_.isEmpty() ? Qt::ArrowCursor : Qt::PointingHandCursor);
   updateGeometry();
   update();

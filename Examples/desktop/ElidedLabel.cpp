@@ -4,6 +4,8 @@
 #include <QPainter>
 #include <QToolTip>
 
+#include "ToolTip.h"
+
 ElidedLabel::ElidedLabel(QWidget* parent) : QFrame(parent) {
   setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
 }
@@ -37,6 +39,6 @@ void ElidedLabel::paintEvent(QPaintEvent*) {
 bool ElidedLabel::event(QEvent* event) {
   if (event->type() != QEvent::ToolTip) return QFrame::event(event);
   const auto* help = static_cast<QHelpEvent*>(event);
-  QToolTip::showText(help->globalPos(), isElided() ? text_.toHtmlEscaped() : QString(), this);
+  QToolTip::showText(help->globalPos(), isElided() ? plainToolTip(text_) : QString(), this);
   return true;
 }

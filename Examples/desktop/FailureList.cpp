@@ -8,6 +8,8 @@
 #include <QTreeWidget>
 #include <algorithm>
 
+#include "ToolTip.h"
+
 namespace {
 
 constexpr int rowsInSight = 6;
@@ -54,10 +56,10 @@ void FailureList::add(const PassFailure& failure) {
   if (failures_.size() > mostRows) return;
   auto* const row = new QTreeWidgetItem(list_, {failure.what.simplified(), failure.reason});
   row->setIcon(0, style()->standardIcon(QStyle::SP_MessageBoxWarning));
-  row->setToolTip(1, failure.reason.toHtmlEscaped());
+  row->setToolTip(1, plainToolTip(failure.reason));
   for (const QString& attempt : failure.tries) {
     auto* const line = new QTreeWidgetItem(row, {QString(), attempt});
-    line->setToolTip(1, attempt.toHtmlEscaped());
+    line->setToolTip(1, plainToolTip(attempt));
   }
   fitHeight();
   list_->scrollToItem(row);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "PageView.h"
+#include "ToolTip.h"
 
 PagePane::PagePane(QWidget* parent)
     : QWidget(parent), tabs_(new QTabBar), view_(PageView::make(this)) {
@@ -49,7 +50,7 @@ void PagePane::fill(const QString& currentId) {
   for (int index = 0; index < tabs_->count(); ++index) {
     // A tab would treat "&" as a mnemonic.
     tabs_->setTabText(index, QString(pages_[index].title).replace('&', "&&"));
-    tabs_->setTabToolTip(index, pages_[index].title.toHtmlEscaped());
+    tabs_->setTabToolTip(index, plainToolTip(pages_[index].title));
     if (pages_[index].id == currentId) tabs_->setCurrentIndex(index);
   }
   showCurrent();

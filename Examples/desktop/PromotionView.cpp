@@ -10,6 +10,7 @@
 
 #include "ElidedLabel.h"
 #include "StarRating.h"
+#include "ToolTip.h"
 #include "VideoArea.h"
 #include "WebLink.h"
 
@@ -97,7 +98,7 @@ void PromotionView::present(const CacheItem& item) {
   rating_->setRating(item.rating);
   market_ = item.market;
   marketButton_->setVisible(!market_.isEmpty());
-  marketButton_->setToolTip(market_.toDisplayString());
+  marketButton_->setToolTip(plainToolTip(market_.toDisplayString()));
   showIcon(item.picture);
   if (version_ == item.version) return;
   version_ = item.version;

@@ -122,8 +122,8 @@ Outcome outcomeOf(const KivConfigurationCheck& check) {
     outcome.summary = "The configuration has not changed";
   }
   if (check.outcome == KivConfigurationOutcome::failed) {
-    const std::string saved = check.report ? "With the saved one: " + outcome.summary : "";
-    outcome.summary = "No new configuration. " + saved;
+    outcome.summary = check.report ? "No new configuration. With the saved one: " + outcome.summary
+                                   : "No new configuration";
     outcome.failures.insert(outcome.failures.begin(), {"Configuration", textOf(check.error), {}});
   }
   if (check.nextCheck) {

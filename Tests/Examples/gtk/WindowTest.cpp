@@ -165,12 +165,17 @@ TEST_F(GTKWindowTest, AnAddressIsCheckedAgain) {
       << status();
   configurations.failWithStatus("/first.json", 404);
   ASSERT_TRUE(run("update"));
-  EXPECT_TRUE(status().starts_with("No new configuration.")) << status();
+  EXPECT_TRUE(status().starts_with("No new configuration. Next check in ")) << status();
   EXPECT_TRUE(has(kiv::test::textsIn(named("failure")), "404"));
   EXPECT_EQ(count("banner"), 3U);
   click("load");  // an address is for Update
   EXPECT_EQ(status(), "An address is checked by Update");
   EXPECT_TRUE(isIdle());
+  open();  // a new updater, which runs a pass with what the last one saved
+  ASSERT_TRUE(run("update", url));
+  EXPECT_TRUE(
+      status().starts_with("No new configuration. With the saved one: 6 unchanged. Next check in "))
+      << status();
 }
 
 TEST_F(GTKWindowTest, StopEndsTheFetchOfAConfiguration) {
