@@ -75,7 +75,7 @@ struct AttemptResult {
   /// The server's Retry-After.
   std::optional<std::chrono::milliseconds> retryAfter;
 
-  // For the task's metrics, if the attempt succeeded.
+  // For the task's metrics.
   std::int64_t resumedBytes = 0;
   std::chrono::microseconds timeToFirstByte{0};
   bool endedWithConnection = false;
