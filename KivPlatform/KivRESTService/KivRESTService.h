@@ -35,9 +35,9 @@ struct TransferSettings;
 /// client stays usable.
 ///
 /// A body is accepted only if it is complete: it has a length, or is chunked, or came over HTTP/1.0
-/// without TLS, where the end of the connection is the end of the body. Any other body of unknown
-/// length, unless KivRESTServiceSettings::takesBodiesWithoutLength permits it, one with a content
-/// coding that was not requested, and one with contradicting lengths are transfer errors.
+/// without TLS, where the end of the connection is the end of the body. Transfer errors are: any
+/// other body of unknown length, unless KivRESTServiceSettings::takesBodiesWithoutLength permits
+/// it; a content coding that was not requested; and contradicting lengths.
 ///
 /// At most ten redirects are followed, only to http and https, and never from https to http.
 ///

@@ -78,8 +78,7 @@ struct KIV_EXPORT KivRESTServiceSettings {
 
   // --- How to connect ---
 
-  /// URL of the proxy; empty for none; std::nullopt for that of the environment ("https_proxy"
-  /// ...).
+  /// URL of the proxy; empty for none; std::nullopt for the environment's ("https_proxy" ...).
   std::optional<std::string> proxy;
   /// Path of a PEM file with the certificate authorities to trust instead of the system's; empty
   /// for the system's.

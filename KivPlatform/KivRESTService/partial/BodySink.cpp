@@ -93,8 +93,7 @@ bool BodySink::begin(const URL& from, const ResponseCheck& response) {
 }
 
 bool BodySink::moveToDisk() {
-  coming_.version =
-      response_->version();  // only now, since it is slow to parse and only a record needs it
+  coming_.version = response_->version();  // slow, and only a record needs it
   auto created = spool_.create(url_);
   if (!created) return remember(created.error());
   partial_ = *std::move(created);

@@ -72,8 +72,8 @@ void SpeedMeter::note(std::int64_t bytes, Time now, SpeedPolicy::Duration window
   if (passed < 2 * window) speed_ = come / std::chrono::duration<double>(passed).count();
 }
 
-/// A long gap between two calls counts as a second: if the thread had no time to call this, it had
-/// none to read either.
+/// A long gap between two calls counts as one second at most: if the thread had no time to call
+/// this, it had none to read either.
 void SilenceMeter::note(std::size_t requests, std::int64_t bytes, Time now) noexcept {
   constexpr SpeedPolicy::Duration longestGap = seconds(1);
   const bool isSilent = requests > 1 && notedAt_ && bytes == bytes_;

@@ -25,7 +25,7 @@ class TransferPlan {
 
   struct Step {
     std::size_t server;  ///< Index in the list.
-    Time notBefore;      ///< Time::max(): when the server's probe has ended.
+    Time notBefore;      ///< Time::max() stands for the end of the server's probe.
   };
 
   /// `servers` is the number of servers in the list, the request's own first; at least one.

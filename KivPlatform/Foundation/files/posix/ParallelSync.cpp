@@ -1,3 +1,6 @@
+// The threads take the files in turn. They are started only if the first sync, which the calling
+// thread times, turns out to be slow.
+
 #include "KivPlatform/Foundation/files/posix/ParallelSync.h"
 
 #include <algorithm>
