@@ -1,5 +1,5 @@
-// The domains are read on the manager's queue, once for each download, and set on any thread, so a
-// lock guards them.
+// A lock guards the domains: the manager's queue reads them for each download, and any thread may
+// set them.
 
 #include "KivPlatform/AppConfiguration/KivAppConfiguration.h"
 

@@ -9,15 +9,15 @@
 
 /// The configuration of the application: the domains of the two file servers.
 ///
-/// The process has one, and each cache beside that of the process has its own (KivResourceCache).
-/// The host sets the domains before the first pass and may change them at any time, from any
-/// thread; each download reads them again.
+/// The process has one, and each further cache has its own (KivResourceCache). The host sets the
+/// domains before the first pass and may change them at any time, from any thread; each download
+/// reads them again.
 class KIV_EXPORT KivAppConfiguration {
  public:
-  /// That of the process.
+  /// The configuration of the process.
   static std::shared_ptr<KivAppConfiguration> sharedInstance();
 
-  /// Another one, without domains.
+  /// A further configuration, without domains.
   KivAppConfiguration() = default;
   KivAppConfiguration(const KivAppConfiguration&) = delete;
   KivAppConfiguration& operator=(const KivAppConfiguration&) = delete;

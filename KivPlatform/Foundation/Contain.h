@@ -4,8 +4,8 @@
 
 namespace kiv {
 
-/// Calls the function; false if it threw, which happens if memory runs out. For work whose
-/// exception must not escape: from a destructor, or from a step that would then never end.
+/// Calls the function; false if it threw, which happens when memory runs out. For work whose
+/// exception must not escape, for example from a destructor.
 template <class Function>
 bool contain(const Function& function) noexcept {
   try {
@@ -16,8 +16,8 @@ bool contain(const Function& function) noexcept {
   }
 }
 
-/// The same for a function that is required and may be called twice: if it throws, it is called
-/// once more, since its memory is free again.
+/// The same for a function that must run and may be called twice: if it throws, it is called once
+/// more, since the failed call has released its memory.
 template <class Function>
 void insist(const Function& function) noexcept {
   if (!contain(function)) contain(function);

@@ -1,6 +1,6 @@
 #pragma once
 
-// Marks what a shared build of the library shows to its users; everything else stays hidden.
+// Exports a name from the shared library; all other names are hidden.
 #if defined(KIVRESOURCE_STATIC)
 #define KIV_EXPORT
 #elif defined(_WIN32)
@@ -13,7 +13,7 @@
 #define KIV_EXPORT __attribute__((visibility("default")))
 #endif
 
-// What the function returns refers to this argument or, behind a member function, to its object.
+// The result of the function refers to this argument or, after a member function, to its object.
 // clang warns if that is a temporary that ends too early.
 #if defined(__clang__)
 #define KIV_LIFETIME_BOUND [[clang::lifetimebound]]

@@ -10,7 +10,7 @@
 #define KIV_THREAD_ANNOTATION(annotation)
 #endif
 
-/// The object is accessed under that lock only.
+/// The object is accessed only while that lock is held.
 #define KIV_GUARDED_BY(mutex) KIV_THREAD_ANNOTATION(guarded_by(mutex))
 /// The caller holds that lock.
 #define KIV_REQUIRES(mutex) KIV_THREAD_ANNOTATION(requires_capability(mutex))

@@ -16,7 +16,7 @@
 ///
 /// Keeps pairs of an observer, held weakly, and a queue. A callback is delivered asynchronously to
 /// each pair that was registered when it was sent, or when recipients() was called, in the order of
-/// registration; an observer receives callbacks in the order in which they were sent. An observer
+/// registration. An observer receives callbacks in the order in which they were sent. An observer
 /// that has been destroyed or removed meanwhile receives nothing more. Observers may add and remove
 /// observers, including themselves, during a callback. All operations may be called from any
 /// thread.
@@ -57,7 +57,7 @@ class GCDMulticastDelegate {
 
   class Recipients;
 
-  /// The observers registered now, for a callback about this moment that is sent later.
+  /// The observers registered now, to send them a callback about this moment later.
   [[nodiscard]] Recipients recipients() { return Recipients(registeredNodes()); }
 
   /// Sends a callback: `call` is called with each observer, on that observer's queue.
@@ -76,7 +76,7 @@ class GCDMulticastDelegate {
     const std::shared_ptr<kiv::DispatchQueue> queue;
     std::atomic<bool> removed = false;
   };
-  /// Immutable: replaced on a change, so that a sender can iterate without the lock.
+  /// Immutable: a change replaces it, so that a sender can iterate without the lock.
   using Nodes = std::shared_ptr<const std::vector<std::shared_ptr<Node>>>;
 
   template <class Call>
@@ -87,9 +87,9 @@ class GCDMulticastDelegate {
     });
   }
 
-  // The host's code never runs under the lock: a queue's wake-up handler, which async() may call,
-  // and the last jobs of a queue, which run when its last reference is released. That reference may
-  // be a node's, so removed nodes outlive the lock, in the former list.
+  // The host's code never runs under the lock: neither a queue's wake-up handler, which async() may
+  // call, nor the last jobs of a queue, which run when its last reference is released. That
+  // reference may be a node's, so the former list keeps removed nodes until after the unlock.
 
   Nodes registeredNodes() {
     Nodes former;
@@ -98,7 +98,7 @@ class GCDMulticastDelegate {
     return nodes_;
   }
 
-  /// Removes all other nodes. Returns the former list.
+  /// Removes the nodes that are not kept. Returns the former list.
   template <class Predicate>
   Nodes keep(Predicate isKept) KIV_REQUIRES(mutex_) {
     const auto isKeptNode = [&](const auto& node) { return isKept(*node); };
@@ -115,7 +115,7 @@ class GCDMulticastDelegate {
       std::make_shared<const std::vector<std::shared_ptr<Node>>>();
 };
 
-/// The observers of one moment, without those that are removed later.
+/// The observers that were registered at one moment, except those removed since.
 template <class Protocol>
 class GCDMulticastDelegate<Protocol>::Recipients {
  public:

@@ -1,5 +1,5 @@
 // The public client. A task enters and leaves the ledger and the engine under one lock, so that a
-// cancellation on another thread meets it in both or in none.
+// cancellation on another thread finds it in both or in neither.
 
 #include "KivPlatform/KivRESTService/KivRESTService.h"
 
@@ -121,7 +121,7 @@ class KivRESTService::Implementation {
   kiv::TaskLedger::Tasks tasks() const { return ledger_->tasks(); }
 
   void setStartCondition(kiv::StartGate::Condition condition) {
-    // A child must not wait for a lock that a thread of the parent held.
+    // A forked child must not wait for a lock that a thread of the parent held.
     if (!engine_.isInherited()) apply(gate_->setCondition(std::move(condition)));
   }
 
@@ -152,7 +152,7 @@ class KivRESTService::Implementation {
     engine_.setStartCondition(state.hasCondition, state.version);
   }
 
-  kiv::Mutex ordersMutex_;  // a task enters and leaves the ledger and the engine in one step
+  kiv::Mutex ordersMutex_;  // for the ledger and the engine together
   const kiv::ForkGuard forkGuard_{ordersMutex_, kiv::ForkGuard::Rank::orders};
   const std::shared_ptr<kiv::PendingBytes> pendingBytes_;
   const std::shared_ptr<kiv::TaskLedger> ledger_;

@@ -6,7 +6,7 @@
 #include "KivPlatform/KivRESTService/http/RequestHeaders.h"
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
-/// What the copies share.
+/// The state that copies share. Its destructor refuses a request that was not answered.
 class KivRESTServiceRequest::State {
  public:
   State(kiv::URL requestURL, int tryCount, int redirectCount, AnswerHandler answered)

@@ -1,5 +1,4 @@
-// Settings as JSON. Both directions go over one list of the members, so that what one writes the
-// other reads.
+// Settings as JSON. Reading and writing visit one list of the members, so that they cannot diverge.
 
 #include "KivPlatform/KivRESTService/KivRESTServiceSettings.h"
 
@@ -51,7 +50,7 @@ kiv::Value valueOf(const std::chrono::duration<Rep, Period>& time) {
 
 // --- Reading -------------------------------------------------------------------------------------
 
-/// Each reads the value into the member. Returns what the value is to be if it is not that.
+/// Each reads the value into the member. Returns an empty string, or what the value should be.
 
 std::string read(const kiv::Value& value, bool& member, std::int64_t, std::int64_t) {
   if (!value.isBoolean()) return "true or false";

@@ -14,22 +14,24 @@ template <class T>
 class Result;
 }  // namespace kiv
 
-/// How a client transfers. The defaults suit a desktop application. A host that wants others hands
-/// them to the client's constructor, or sets them for all clients that are made without settings
-/// (KivRESTService::setDefaultSettings) before the first of these is made. Limits and times that
+/// How a client transfers. The defaults suit a desktop application. A host that wants others passes
+/// them to the client's constructor, or sets them for all clients that are created without settings
+/// (KivRESTService::setDefaultSettings) before the first of these is created. Limits and times that
 /// are not here are constants: kiv::TransferSettings.
 struct KIV_EXPORT KivRESTServiceSettings {
   // --- How much at one time ---
 
-  /// Transfers that run at one time, at most six of them with one server (host and port); the other
-  /// tasks wait. At least one runs. On a line with long round trips up to 24 run with a server, or
-  /// 96 over HTTP/2, and as many more in all; not if this is less than six, or with a `bandwidth`.
+  /// The number of transfers that run at the same time, at least one, with at most six per server
+  /// (host and port). The other tasks wait. On a line with long round trips up to 24 run per
+  /// server, or 96 over HTTP/2, and the total grows as much. It does not grow if this is less than
+  /// six, or with a `bandwidth`.
   std::size_t parallelTransfers = 6;
-  /// Threads that move bytes, each for its share of the transfers; at least one. The second thread
-  /// starts with the second simultaneous transfer. More than one helps where the network is faster
-  /// than one processor can receive, check and store. With a `bandwidth` there is one.
+  /// The largest number of threads that move bytes, each for its share of the transfers; at least
+  /// one. A further thread starts when transfers run at the same time; over https, only when there
+  /// are more files than `parallelTransfers`. More than one helps where the network is faster than
+  /// one processor can receive, check and store. With a `bandwidth` there is one.
   std::size_t threads = 2;
-  /// The limit in bytes per second on what all transfers together receive, headers and bodies; 0
+  /// The limit, in bytes per second, on what all transfers together receive, headers and bodies; 0
   /// for no limit. It holds on average: while more has come than the limit allows, no transfer
   /// starts. A transfer that has just started may receive one second's worth before it is slowed
   /// down.
@@ -39,12 +41,12 @@ struct KIV_EXPORT KivRESTServiceSettings {
 
   /// The limit on DNS look-up, connecting and TLS handshake together.
   std::chrono::milliseconds connectTimeout{15'000};
-  /// The limit on a file, from the start of its first attempt, with all retries and the waits
-  /// between them. Its tasks then end with the error deadlineExceeded, and what has come is kept as
-  /// after any other failure. 0 for no limit.
+  /// The limit on a file, from the start of its first attempt, including all retries and the waits
+  /// between them. Its tasks then end with the error deadlineExceeded, and the received bytes are
+  /// kept as after any other failure. 0 for no limit.
   std::chrono::seconds deadline{6 * 60 * 60};
-  /// Attempts at one file with one server, if they fail for a reason that may pass. An attempt that
-  /// leaves more of the file on the disk than before does not count. At least one is made.
+  /// Attempts at one file with one server, if they fail in a retryable way; at least one is made.
+  /// An attempt that leaves more of the file on the disk than before does not count.
   int triesPerServer = 3;
 
   // --- What is accepted ---
@@ -52,48 +54,48 @@ struct KIV_EXPORT KivRESTServiceSettings {
   /// The limit on the bytes of a body.
   std::int64_t largestBody = std::int64_t{2} * 1024 * 1024 * 1024;
   /// Accepts bodies over HTTP/1.1 that end with the connection, without length and chunks, as some
-  /// small servers send them. If false, they are refused, since such a body may be cut short
-  /// without anyone noticing. The metrics of a task that accepted one say so (endedWithConnection).
-  /// Over https they are never accepted, HTTP/1.0 included.
+  /// small servers send them. Otherwise they are refused, since such a body may have been cut short
+  /// unnoticed. The metrics of a task that accepted one say so (endedWithConnection). Over https
+  /// they are never accepted, not even with HTTP/1.0.
   bool takesBodiesWithoutLength = false;
   /// Follows redirects from a server with a public address to one with a private address: loopback,
   /// private, link-local, or another that the public Internet does not route. If false, no server
-  /// can have the client send requests to this computer or its neighbours. Redirects of a server
-  /// that has a private address itself are always followed. What counts is the address that is
-  /// connected to; through a proxy, the host name in the URL, and the environment's exceptions from
-  /// the proxy ("no_proxy") do not apply to a redirect then.
+  /// can make the client send requests to this computer or its neighbours. Redirects of a server
+  /// that itself has a private address are always followed. The address that is connected to
+  /// counts. Through a proxy, the host name in the URL counts; the environment's exceptions from
+  /// the proxy ("no_proxy") then do not apply to redirects.
   bool followsRedirectsToPrivateAddresses = false;
 
   // --- What is kept on the disk ---
 
-  /// Absolute path of a directory for bodies that are too large for memory, and for incomplete
-  /// bodies, which a later attempt continues. It is created if missing, and belongs to the clients;
-  /// those of several processes may share it. Empty: all bodies stay in memory.
+  /// Absolute path of a directory for bodies that are too large for memory, and for partial bodies,
+  /// which later attempts continue. It is created if missing, and belongs to the clients; clients
+  /// in several processes may share it. If empty, all bodies stay in memory.
   std::string spoolDirectory;
-  /// The limit on the bytes of all incomplete bodies; the oldest are removed first. Those to which
+  /// The limit on the bytes of all partial bodies; the oldest are removed first. Those to which
   /// nothing was added for a week are removed too.
   std::int64_t largestPartials = 1024 * 1024 * 1024;
 
   // --- How to connect ---
 
-  /// URL of the proxy; empty for none; nothing for that of the environment ("https_proxy" ...).
+  /// URL of the proxy; empty for none; std::nullopt for the environment's ("https_proxy" ...).
   std::optional<std::string> proxy;
   /// Path of a PEM file with the certificate authorities to trust instead of the system's; empty
   /// for the system's.
   std::string certificateAuthoritiesPath;
   /// The User-Agent header.
   std::string userAgent = "KivRESTService/1.0";
-  /// Offers HTTP/2 to https servers, except with a `bandwidth`. A body that HTTP/2 does not deliver
-  /// whole, or without a length, is requested again over HTTP/1.1.
+  /// Offers HTTP/2 to https servers, except with a `bandwidth`. A body that does not arrive
+  /// completely over HTTP/2, or has no length there, is requested again over HTTP/1.1.
   bool http2 = true;
 
   // --- As JSON ---
 
-  /// The settings under the names of the members, with the unit of times: "connectTimeout_ms",
-  /// "deadline_s". A proxy of the environment is null.
+  /// The settings by the names of the members, with the unit of times: "connectTimeout_ms",
+  /// "deadline_s". The proxy is null for that of the environment.
   [[nodiscard]] kiv::Dictionary dictionary() const;
-  /// `base` with those changed that the dictionary has. An error names the first member that is
-  /// unknown, of the wrong type, or out of range.
+  /// `base`, changed by the members that the dictionary has. The error names the first member that
+  /// is unknown, of the wrong type, or out of range.
   [[nodiscard]] static kiv::Result<KivRESTServiceSettings> fromDictionary(
       const kiv::Dictionary& dictionary, const KivRESTServiceSettings& base);
 };

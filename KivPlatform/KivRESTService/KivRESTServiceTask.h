@@ -26,10 +26,10 @@ class HTTPResponse {
 
 }  // namespace kiv
 
-/// One GET of a file: the request, the mirrors and, after its end, the outcome.
+/// One GET of a file: the request, the mirrors and, after the end, the outcome.
 ///
-/// Create and configure it, then hand it to KivRESTService::queue(). From then on it is used on the
-/// client's queue alone, where the client sets the outcome and calls the completion.
+/// Create and configure it, then pass it to KivRESTService::queue(). From then on it is used on the
+/// client's queue alone, where the client sets the outcome and calls the completion handler.
 class KIV_EXPORT KivRESTServiceTask {
  public:
   using CompletionHandler = std::function<void(KivRESTServiceTask& task)>;
@@ -38,7 +38,7 @@ class KIV_EXPORT KivRESTServiceTask {
   KivRESTServiceTask(const KivRESTServiceTask&) = delete;
   KivRESTServiceTask& operator=(const KivRESTServiceTask&) = delete;
 
-  /// Waiting tasks with the largest priority start first.
+  /// Waiting tasks with the highest priority start first.
   [[nodiscard]] std::uint64_t priority() const noexcept { return priority_; }
   void setPriority(std::uint64_t priority) noexcept { priority_ = priority; }
 
@@ -51,18 +51,18 @@ class KIV_EXPORT KivRESTServiceTask {
 
   /// Makes the request conditional (RFC 9110, 13): the server at `validators->url` is asked for the
   /// file only if it has changed. If it has not, the task ends with the status 304 and without a
-  /// body, and no mirror is asked. Other URLs are asked for the whole file. Validators without an
-  /// ETag and a date ask no condition, but make the client return those of the response. Nothing,
-  /// the default: no condition, and 304 is a status like any other.
+  /// body, and no mirror is tried. Other URLs are asked for the whole file. Validators with neither
+  /// an ETag nor a date make no condition, but make the client return those of the response. By
+  /// default there are none, and 304 is a status like any other.
   ///
-  /// A partial body of an earlier attempt is not continued by such a task.
+  /// A task with validators does not continue the partial body of an earlier attempt.
   [[nodiscard]] const std::optional<KivRESTServiceValidators>& validators() const noexcept {
     return validators_;
   }
   void setValidators(std::optional<KivRESTServiceValidators> validators);
 
-  /// True if the validators of the response are to be returned although none were set. Unlike empty
-  /// validators, this changes nothing else. The default is false.
+  /// True if the client is to return the validators of the response even if none were set. Unlike
+  /// empty validators, this changes nothing else. The default is false.
   [[nodiscard]] bool returnsValidators() const noexcept { return returnsValidators_; }
   void setReturnsValidators(bool returns) noexcept { returnsValidators_ = returns; }
 
@@ -82,8 +82,8 @@ class KIV_EXPORT KivRESTServiceTask {
   /// The body of the response, or nothing.
   [[nodiscard]] const std::optional<kiv::Data>& returnedData() const noexcept { return data_; }
 
-  /// The validators of a response with the status 200 or 304, if validators were set, or are to be
-  /// returned.
+  /// The validators of a response with the status 200 or 304, if validators were set or
+  /// returnsValidators() is true.
   [[nodiscard]] const std::optional<KivRESTServiceValidators>& returnedValidators() const noexcept {
     return returnedValidators_;
   }

@@ -20,12 +20,12 @@ class SyncGroup;
 /// Stores files under relative paths below one storage root.
 ///
 /// Never instantiated; all operations are static. Saving is atomic: a path holds either the old
-/// file (or directory of an unpacked archive) or the complete new one, also after a crash. One
+/// file (or directory of an unpacked archive) or the complete new one, even after a crash. One
 /// exception: on a file system that cannot exchange two directories in one step, a replaced
-/// directory is briefly missing, and a crash at that moment is repaired when a process next opens
-/// the root. Incomplete files are kept in the directory `.KivStorageService` under the root.
-/// Orphaned ones are removed when a process opens the root; those of other running processes are
-/// left alone.
+/// directory is briefly missing. If the process crashes at that moment, the next one that opens the
+/// root moves it back. Incomplete files are kept in the directory `.KivStorageService` under the
+/// root. Orphaned ones are removed when a process opens the root; those of other running processes
+/// are left alone.
 ///
 /// The mode of a stored file or directory follows the process's umask, but is never writable by
 /// others. Modes recorded in an archive are ignored. The directory `.KivStorageService` has mode
@@ -41,8 +41,8 @@ class SyncGroup;
 /// opens the root.
 ///
 /// Errors of the operating system are passed through in kiv::SystemErrorDomain. If only the last
-/// step fails, the fsync after the rename, the save reports an error although the new file is
-/// already in place.
+/// step fails, which syncs the directory after the rename, the save reports an error although the
+/// new file is already in place.
 ///
 /// Thread-safe; operations may block on disk I/O. The caller must serialize operations that save or
 /// delete the same file.
@@ -67,7 +67,8 @@ class KIV_EXPORT KivStorageService {
   /// empty if there is no root.
   static std::string temporariesPath();
 
-  /// The limits on the contents of one archive. A change applies to later saves.
+  /// The limits on the contents of one archive. A change applies to later saves. May be called from
+  /// any thread.
   static kiv::ArchiveLimits archiveLimits();
   static void setArchiveLimits(const kiv::ArchiveLimits& limits);
 
@@ -86,22 +87,22 @@ class KIV_EXPORT KivStorageService {
                                                         std::string_view relativePath,
                                                         std::optional<kiv::Error>* error = nullptr);
 
-  /// The same for a file with mode 0600, regardless of the umask. The files of an unpacked archive
-  /// follow the umask nevertheless.
+  /// The same for a file with mode 0600, regardless of the umask. The umask still applies to the
+  /// files of an unpacked archive.
   static bool savePrivateData_forFileName_atRelativePath_error(
       const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
       std::optional<kiv::Error>* error = nullptr);
 
-  /// The same without a wait for the disk, for a file that can be done without: it is replaced in
-  /// one step, but after a power failure it may be the old one, empty or missing. An archive is
-  /// saved as by the former.
+  /// The same without waiting for the disk, for a file that is not essential: it is replaced in one
+  /// step, but after a power failure it may be the old one, empty or missing. Archives are synced
+  /// nevertheless.
   static bool savePrivateDataWithoutSync_forFileName_atRelativePath_error(
       const kiv::Data& data, std::string_view fileName, std::string_view relativePath,
       std::optional<kiv::Error>* error = nullptr);
 
   class Batch;
 
-  /// A file whose contents are written, but which has not got its name yet. The destructor removes
+  /// A file whose contents are written but which does not have its name yet. The destructor removes
   /// the contents unless commit() was called.
   class KIV_EXPORT StagedFile {
    public:
@@ -110,10 +111,10 @@ class KIV_EXPORT KivStorageService {
     ~StagedFile();
 
     /// Completes the save: waits until the contents are on the disk and moves them to their name.
-    /// The first commit waits for all files that its batch has staged; the others then need not
-    /// wait. A file for which that wait fails is written again and synced by itself, so that only
-    /// a file that the disk does not take fails. Fails as a save does if the name is taken. Called
-    /// at most once.
+    /// The first commit waits for all files that its batch has staged, so the others need not wait.
+    /// If that wait fails for a file, the file is written again and synced by itself, so that a
+    /// file fails only if the disk does not take it. Fails as a save does if the name is taken.
+    /// Called at most once.
     bool commit(std::optional<kiv::Error>* error = nullptr);
 
    private:
@@ -122,14 +123,14 @@ class KIV_EXPORT KivStorageService {
     std::unique_ptr<kiv::storage::StagedSave> save_;
   };
 
-  /// Group commit for several saves: the fsync of their parent directories is deferred and done
-  /// once, and so is that of the files that are staged. While a batch exists, every file that any
-  /// thread saves under the root is still complete under its name at once. But only after the end
-  /// of the outermost batch is its name certain to survive a power failure. A batch belongs to the
-  /// root that was in use when it was created.
+  /// Group commit for several saves: the fsync of parent directories is deferred and done once, and
+  /// so is that of staged files. While a batch exists, each file that any thread saves under the
+  /// root is complete under its name at once, but the name is certain to survive a power failure
+  /// only after the end of the outermost batch. A batch belongs to the root that was in use when it
+  /// was created.
   class KIV_EXPORT Batch {
    public:
-    /// Begins a batch for the current root; without a root it has no effect.
+    /// Begins a batch for the current root. Without a root, stage() fails and end() has no effect.
     Batch();
     /// Ends the batch unless end() was called; errors are ignored.
     ~Batch();
@@ -141,7 +142,7 @@ class KIV_EXPORT KivStorageService {
                                     std::string_view relativePath,
                                     std::optional<kiv::Error>* error = nullptr);
     /// Ends the batch. If it is the outermost one, returns when the names are on the disk. Fails
-    /// with the operating system's error; the saved files exist nevertheless.
+    /// with an error of the operating system; the saved files exist nevertheless.
     bool end(std::optional<kiv::Error>* error = nullptr);
 
    private:
@@ -150,26 +151,25 @@ class KIV_EXPORT KivStorageService {
   };
 
   /// Renames the directory at the absolute path, under the root or elsewhere, to a new path in
-  /// `.KivStorageService` in one step, and returns that path. The caller then removes it. If it
-  /// does not, because the process died or the disk failed, it is removed as an orphan when a
-  /// process next opens the root. Returns nothing and changes nothing if that is not possible: the
-  /// path is on another file system, there is no root, or the removal guard does not permit both
-  /// paths.
+  /// `.KivStorageService` in one step, and returns that path. The caller then removes it. If the
+  /// caller cannot, the next process that opens the root removes it as an orphan. Returns nothing
+  /// and changes nothing on failure: the path is on another file system, there is no root, or the
+  /// removal guard does not permit both paths.
   static std::optional<std::string> withdrawDirectoryAtPath(std::string_view path);
 
   /// Keeps the file or directory at the absolute path as it is, under a second path with the same
-  /// last component, until the last owner of the returned path releases it: also when the item is
-  /// replaced or removed, by this process or another. Links within a directory are left out. A
-  /// link at the path itself is followed.
+  /// last component, until the last owner of the returned path releases it, even if this or another
+  /// process replaces or removes the item. Links within a directory are left out. A link at the
+  /// path itself is followed.
   ///
-  /// The second path is made of hard links in `.KivStorageService`, or of copies where the file
-  /// system refuses links. Nobody may write to it. It ends with the process: the next one that
-  /// opens the root removes what a process that died has left. Returns nullptr, and an error, if
-  /// the item is not there, is being replaced, or cannot be linked or copied.
+  /// The second path consists of hard links in `.KivStorageService`, or of copies where the file
+  /// system refuses links. Nobody may write to it. It ends with the process: if the process dies,
+  /// the next one that opens the root removes it. Returns nullptr, and an error, if the item does
+  /// not exist, is being replaced, or can be neither linked nor copied.
   static std::shared_ptr<const std::string> leaseItemAtPath(
       std::string_view path, std::optional<kiv::Error>* error = nullptr);
-  /// True if the path is that of a leased item, or leads into one. It must be resolved: without
-  /// links and "..".
+  /// True if the path is that of a leased item or of something in one. The path must be resolved:
+  /// without links and "..".
   static bool isLeasedPath(std::string_view path);
 
   /// The bytes of ROOT/relativePath/fileName; nothing, and an error, if a name is not valid or the

@@ -24,7 +24,7 @@ Error nameIsTakenError(std::string_view name, std::string_view sort) {
                           std::string(sort) + ".");
 }
 
-/// Fails if something is at the path that a file, or a directory, does not replace.
+/// Fails if the path holds something that a file, or a directory, must not replace.
 Status checkReplaceable(const std::string& path, bool byDirectory) {
   FileManager& files = FileManager::defaultManager();
   if (!files.itemExistsAtPath(path) || files.linkExistsAtPath(path)) return {};
@@ -55,8 +55,8 @@ Status StagedSave::write(const ArchiveLimits& limits, std::shared_ptr<SyncGroup>
   return isArchive_ ? unpack(limits) : writeFile(std::move(group));
 }
 
-/// A file that holds the contents already is renamed instead of copied. It was written before the
-/// group began, which therefore does not cover it.
+/// If the contents are in a file already, that file is renamed rather than copied. The group does
+/// not cover it, because it was written before the group began.
 Status StagedSave::writeFile(std::shared_ptr<SyncGroup> group) {
   const Data& data = request_.data;
   if (request_.access == Access::shared) {

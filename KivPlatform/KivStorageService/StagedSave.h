@@ -22,12 +22,12 @@ struct SaveRequest {
   std::string fileName;
   std::string relativePath;
   Access access = Access::shared;
-  /// False for a file that may be lost, or be empty, after a power failure. Not for an archive.
+  /// False for a file that may be lost or empty after a power failure. Archives are always synced.
   bool isSynced = true;
 };
 
-/// A save in two steps: the contents are written to a temporary file or directory, then that gets
-/// its name. Without commit(), the destructor removes the temporary.
+/// A save in two steps: the contents are written to a temporary, which then gets its name. Without
+/// commit(), the destructor removes the temporary.
 class StagedSave {
  public:
   /// Fails if a name is not valid or `root` is nullptr.
@@ -35,12 +35,12 @@ class StagedSave {
 
   [[nodiscard]] const std::string& fileName() const noexcept { return request_.fileName; }
 
-  /// Fails with nameIsTaken if there is something under the name that the save does not replace.
+  /// Fails with nameIsTaken if there is something under the name that the save must not replace.
   [[nodiscard]] Status checkName() const;
-  /// Writes the contents. A file may share the wait for the disk with the others of a group; an
-  /// archive is unpacked and synced by itself.
+  /// Writes the contents. A file may share its sync with the others of a group; an archive is
+  /// unpacked and synced by itself.
   Status write(const ArchiveLimits& limits, std::shared_ptr<SyncGroup> group);
-  /// Waits until the contents are on the disk, checks the name and renames them. If the wait of the
+  /// Waits until the contents are on the disk, checks the name and renames them. If the sync of the
   /// group fails for the file, it is written and synced again by itself: the group may have failed
   /// as a whole because of another file.
   Status commit();
@@ -58,7 +58,7 @@ class StagedSave {
   std::optional<AtomicFile> file_;
   std::shared_ptr<SyncGroup> group_;  ///< nullptr if the file is synced by itself.
   std::size_t numberInGroup_ = 0;
-  std::optional<Temporary> directory_;  ///< Of an archive, instead of a file.
+  std::optional<Temporary> directory_;  ///< Of an archive, instead of `file_`.
 };
 
 }  // namespace kiv::storage

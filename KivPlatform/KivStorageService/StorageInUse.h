@@ -10,7 +10,7 @@ namespace kiv::storage {
 
 class StorageRoot;
 
-/// A root beside that of the process, and the limits on the archives that are stored in it.
+/// A storage root other than that of the process, with its limits on archives.
 struct Storage {
   /// Fails for a path that cannot be a root. A relative one is resolved against the current working
   /// directory now.
@@ -20,23 +20,23 @@ struct Storage {
   ArchiveLimits archiveLimits;
 };
 
-/// As long as it lives, the operations of KivStorageService on this thread act on a storage of
-/// their own. Not an argument of theirs: kinds of the host call them as well, in operations of the
-/// manager that have no such argument.
+/// While it lives, the operations of KivStorageService on this thread use another storage than that
+/// of the process. This is not an argument of those operations, because the host's own kinds call
+/// them too, from operations of the manager that have no such argument.
 class StorageInUse {
  public:
-  /// `storage` must outlive this object; nullptr stands for that of the process.
+  /// `storage` must outlive this object; nullptr means that of the process.
   explicit StorageInUse(const Storage* storage) noexcept;
   StorageInUse(const StorageInUse&) = delete;
   StorageInUse& operator=(const StorageInUse&) = delete;
   ~StorageInUse();
 
-  /// What this thread uses; nullptr stands for that of the process.
+  /// What this thread uses; nullptr means the storage of the process.
   static const Storage* current() noexcept;
 
-  /// The root that this thread uses, opened if it is not; nullptr if there is none.
+  /// The root that this thread uses, opened if necessary; nullptr if there is none.
   static std::shared_ptr<StorageRoot> root();
-  /// Its path, or an empty string. Does not access the disk.
+  /// Its path; empty if there is none. Does not access the disk.
   static std::string rootPath();
 
  private:

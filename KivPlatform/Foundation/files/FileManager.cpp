@@ -1,6 +1,6 @@
 // The file manager is replaceable so that tests can inject failures and lost writes. Operations
-// that such tests do not care about have a default that works on the system's files, so a test
-// double need not implement them.
+// that such tests do not care about work on the system's files by default, so a test double need
+// not implement them.
 
 #include "KivPlatform/Foundation/files/FileManager.h"
 
@@ -72,8 +72,8 @@ Result<FileIdentity> FileManager::identityOfFileAtPath(std::string_view path) {
   return systemFileManager().identityOfFileAtPath(path);
 }
 
-/// A file manager of a host may have no identities, and few file systems tell the spelling that
-/// they have stored.
+/// Compares the resolved paths first, since a replaced file manager may have no identities, and
+/// then the identities, since few file systems report the spelling that they have stored.
 bool FileManager::itemAtPath_isItemAtPath(std::string_view path, std::string_view otherPath) {
   const auto resolved = resolvedPathOfItemAtPath(path);
   if (!resolved) return false;

@@ -34,7 +34,7 @@ struct FileIdentity {
   std::uint64_t number = 0;
   std::uint64_t length = 0;
   std::int64_t modified = 0;  ///< Nanoseconds since 1970; resolution of the file system.
-  std::int64_t changed = 0;   ///< The same for the inode (ctime), which a rename changes too.
+  std::int64_t changed = 0;   ///< The same for the inode (ctime); a rename changes it too.
 
   friend bool operator==(const FileIdentity& a, const FileIdentity& b) = default;
 };
@@ -69,7 +69,7 @@ class KIV_EXPORT MappedFile {
 class KIV_EXPORT BatchSync {
  public:
   virtual ~BatchSync() = default;
-  /// True if it takes less time than a sync of each of that many files.
+  /// True if it takes less time than syncing that many files one by one.
   [[nodiscard]] virtual bool pays(std::size_t files) const = 0;
   /// Waits until everything that was written below the directory since this object was created is
   /// on the disk. Called at most once. After a failure the contents are undefined: discard them.
@@ -92,9 +92,9 @@ class KIV_EXPORT FileManager {
  public:
   /// The current file manager.
   static FileManager& defaultManager();
-  /// Replaces the file manager and returns the previous one. nullptr stands for the operating
-  /// system's file manager, both as argument and as result. The caller keeps ownership, and must
-  /// keep the object alive while it is in use. For tests only, before other threads run.
+  /// Replaces the file manager and returns the previous one. nullptr means the operating system's
+  /// file manager, both as argument and as result. The caller keeps ownership, and must keep the
+  /// object alive while it is in use. For tests only, before other threads run.
   static FileManager* setDefaultManager(FileManager* manager);
 
   /// Sets the roots of the removal guard, which every file manager that works on the system's files
@@ -103,8 +103,8 @@ class KIV_EXPORT FileManager {
   /// may be removed.
   ///
   /// By default the roots are the directories whose contents the framework creates itself: the
-  /// private directories of its services and, while it removes resources of a cache, that cache's
-  /// directory of downloaded resources.
+  /// private directories of its services. While it removes resources of a cache, it is confined to
+  /// the directories of that cache.
   ///
   /// The guard checks the directory that contains the item, with all links in its path resolved at
   /// the time of the removal. The roots must be absolute paths, and are resolved in the same way. A
@@ -133,8 +133,8 @@ class KIV_EXPORT FileManager {
   [[nodiscard]] virtual Status fileIsReadableAtPath(std::string_view path) = 0;
   /// The absolute path of an existing item, without links, ".", ".." or empty components.
   [[nodiscard]] virtual Result<std::string> resolvedPathOfItemAtPath(std::string_view path) = 0;
-  /// The bytes that an item occupies on the disk. A directory includes everything in it, a link
-  /// counts by itself.
+  /// The bytes that an item occupies on the disk: of a directory, with everything in it; of a link,
+  /// those of the link itself.
   [[nodiscard]] virtual Result<std::uint64_t> sizeOfItemAtPath(std::string_view path) = 0;
   /// The disk space of the file system of the path, which need not exist.
   [[nodiscard]] virtual Result<FileSystemSpace> spaceAtPath(std::string_view path) = 0;
@@ -157,10 +157,9 @@ class KIV_EXPORT FileManager {
   /// The names of a directory's entries without "." and "..", in unspecified order.
   [[nodiscard]] virtual Result<std::vector<std::string>> contentsOfDirectoryAtPath(
       std::string_view path) = 0;
-  /// The names of the regular files among the first entries of a directory, of which at most
-  /// `mostEntries` are read, in unspecified order. Links are left out, and so are entries of which
-  /// the file system does not tell the type. The default implementation lists the system's
-  /// directory.
+  /// The names of the regular files among the first `mostEntries` entries of a directory, in
+  /// unspecified order. Links are left out, and so are entries whose type the file system does not
+  /// report. The default implementation lists the system's directory.
   [[nodiscard]] virtual Result<std::vector<std::string>> filesOfDirectoryAtPath_mostEntries(
       std::string_view path, std::size_t mostEntries);
 
@@ -191,8 +190,8 @@ class KIV_EXPORT FileManager {
   [[nodiscard]] virtual Result<std::unique_ptr<WritableFile>> openFileAtPath_length(
       std::string_view path, std::uint64_t length) = 0;
   /// Sets the modification time of the regular file at the path, which must not be a link, to the
-  /// current second. The fraction of the second stays: it tells that the file was touched and not
-  /// written again. The default implementation works on the system's files.
+  /// current second. The fraction of the second stays, which shows that the file was touched and
+  /// not written again. The default implementation works on the system's files.
   [[nodiscard]] virtual Status touchFileAtPath(std::string_view path);
   /// Waits until the entries of the directory (created, renamed, removed) are on the disk (fsync).
   [[nodiscard]] virtual Status synchronizeDirectoryAtPath(std::string_view path) = 0;
@@ -214,8 +213,8 @@ class KIV_EXPORT FileManager {
   [[nodiscard]] virtual Status moveItemAtPath_toPath(std::string_view path,
                                                      std::string_view newPath) = 0;
   /// Gives the regular file at `path`, which must not be a link, a second name (a hard link). Fails
-  /// if the new path exists, and if the file system has no hard links or refuses this one. The
-  /// default implementation works on the system's files.
+  /// if the new path exists, or if the file system does not support the link. The default
+  /// implementation works on the system's files.
   [[nodiscard]] virtual Status linkFileAtPath_toPath(std::string_view path,
                                                      std::string_view newPath);
   /// Exchanges two items atomically. Fails if the file system does not support that.

@@ -1,6 +1,6 @@
-// A backslash is rejected on POSIX systems too. What is not portable is what Windows reserves: it
-// ignores dots and spaces at the end of a name, and opens a device whatever the directory and the
-// extension are.
+// A backslash is rejected on POSIX systems too. The names that are not portable are those that
+// Windows reserves: it ignores dots and spaces at the end of a name, and takes some names for
+// devices, whatever the directory and the extension.
 
 #include "KivPlatform/Foundation/files/FileName.h"
 
@@ -19,7 +19,7 @@ bool isControlCharacter(char character) {
   return static_cast<unsigned char>(character) < 0x20;
 }
 
-/// COM1 to COM9 and LPT1 to LPT9. The superscripts of Latin-1 count as digits, and so does 0.
+/// COM or LPT with a digit, which may be 0 or a superscript of Latin-1.
 bool isNumberedDevice(std::string_view stem) {
   constexpr std::array superscripts{"\u00b9"sv, "\u00b2"sv, "\u00b3"sv};
   if (!stem.starts_with("com") && !stem.starts_with("lpt")) return false;

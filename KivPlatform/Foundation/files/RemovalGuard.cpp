@@ -18,7 +18,7 @@ struct Guard {
   bool isHosts KIV_GUARDED_BY(mutex) = false;  // the host set roots or turned the guard off
   std::optional<std::vector<std::string>> hostsRoots KIV_GUARDED_BY(mutex);
   std::set<std::string> lasting KIV_GUARDED_BY(mutex);
-  std::multiset<std::string> passing KIV_GUARDED_BY(mutex);  // one of each PrivateDirectory
+  std::multiset<std::string> passing KIV_GUARDED_BY(mutex);  // one for each PrivateDirectory
 };
 
 Guard& guard() {

@@ -6,11 +6,11 @@
 
 namespace kiv::removal {
 
-// The directories whose contents the framework creates and removes itself are the roots of the
-// removal guard, unless the host has set others. removeItem() in posix/PosixRemoval.h enforces the
-// roots. Thread-safe.
+// The roots of the removal guard. Unless the host has set others, they are the directories whose
+// contents the framework creates and removes itself. removeItem() in posix/PosixRemoval.h enforces
+// them. Thread-safe.
 
-/// As long as it lives, the private directory of a service is a root, for every thread.
+/// While it lives, the private directory of a service is a root, for every thread.
 class PrivateDirectory {
  public:
   explicit PrivateDirectory(std::string path);
@@ -22,11 +22,11 @@ class PrivateDirectory {
   const std::string path_;
 };
 
-/// The same for as long as the process lives: received bodies may outlive their client.
+/// The same until the process ends, since received bodies may outlive their client.
 void addPrivateDirectory(std::string path);
 
-/// As long as it lives, these directories are the framework's only roots on this thread: those of
-/// one cache, so that a resource of that cache cannot have a file of another one removed.
+/// While it lives, these directories are the framework's only roots on this thread. They are those
+/// of one cache, so that removing a resource of that cache cannot remove a file of another.
 class Confinement {
  public:
   explicit Confinement(std::vector<std::string> directories);

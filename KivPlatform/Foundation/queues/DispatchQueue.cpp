@@ -1,5 +1,6 @@
-// The queue's handle. The state is a separate object, since a thread may still run the last jobs of
-// a queue that has been released, and since a forked child gives its serial queues a new state.
+// The queue's handle. The state is a separate object for two reasons: a thread may still run the
+// last jobs of a queue that has been released, and a forked child gives its serial queues a new
+// state.
 
 #include "KivPlatform/Foundation/queues/DispatchQueue.h"
 
@@ -85,7 +86,7 @@ void DispatchQueue::async(Job job) {
   if (job) state_->add(std::move(job));
 }
 
-/// The main thread counts as a job of the main queue, which it serves.
+/// The main thread counts as running a job of the main queue, which it serves.
 Status DispatchQueue::sync(Job job) {
   if (!job) return {};
   QueueChain callers;

@@ -20,12 +20,12 @@ class Status;
 /// wake-up handler tells the loop that jobs are waiting. One thread at a time may run them, usually
 /// the main thread.
 ///
-/// async(), sync() and current() may be called from any thread. What a job throws is caught and
-/// written to the system log, and the queue continues with the next job.
+/// async(), sync() and current() may be called from any thread. If a job throws, the exception is
+/// caught and written to the system log, and the queue continues with the next job.
 ///
-/// When the process exits, the serial queues stop before the libraries are cleaned up that the
-/// framework uses: the running job may finish, for up to 30 seconds, and waiting jobs never run. A
-/// forked child has a copy of the main queue with its jobs. Its serial queues start empty, each
+/// When the process exits, the serial queues stop before the clean-up of the libraries that the
+/// framework uses: the running job may take up to 30 seconds to finish, and waiting jobs never run.
+/// A forked child has a copy of the main queue with its jobs. Its serial queues start empty, each
 /// with a new thread when the first job is added.
 class KIV_EXPORT DispatchQueue {
  public:
@@ -35,8 +35,8 @@ class KIV_EXPORT DispatchQueue {
   static std::shared_ptr<DispatchQueue> main();
 
   /// A new queue with its own thread, or nullptr if no thread can be created. When the last
-  /// reference is released, the waiting jobs still run, and the release blocks until they have; on
-  /// the queue's own thread it returns at once, and they run after the current job.
+  /// reference is released, the waiting jobs still run, and the release blocks until they have run.
+  /// On the queue's own thread it does not block, and they run after the current job.
   static std::shared_ptr<DispatchQueue> serial(std::string label);
 
   /// The queue whose job is running on this thread, or nullptr.
@@ -55,19 +55,19 @@ class KIV_EXPORT DispatchQueue {
   /// Adds a job. It never runs within this call. An empty job is ignored.
   void async(Job job);
 
-  /// Adds a job and waits until it and everything that runs at its end have run. What the job
-  /// throws is thrown here and not logged. An empty job is ignored.
+  /// Adds a job and waits until it and everything that runs at its end have run. Rethrows what the
+  /// job throws, which is not logged. An empty job is ignored.
   ///
-  /// Fails without a wait, by std::errc::resource_deadlock_would_occur, where the wait would never
-  /// end: in a job of this queue; in a job for which one of this queue waits by sync(), directly or
-  /// not; and for the main queue on the main thread, which serves it. Fails by
-  /// std::errc::operation_canceled if the process exits, and by resource_unavailable_try_again if a
-  /// forked child gets no thread for the queue. When it fails the job never runs.
+  /// Fails at once with std::errc::resource_deadlock_would_occur if the wait would never end: in a
+  /// job of this queue; in a job of another queue for which a job of this queue waits in sync(),
+  /// directly or not; and for the main queue on the main thread, which serves it. Fails with
+  /// std::errc::operation_canceled if the process exits, and with resource_unavailable_try_again if
+  /// a forked child gets no thread for the queue. If it fails, the job never runs.
   [[nodiscard]] Status sync(Job job);
 
   /// Runs the function at the end of the job that is running on this thread, before the queue's
-  /// next job; at once if no job is running. Several things that happen in one job can share work
-  /// in this way, and no other job sees a difference.
+  /// next job; at once if no job is running. In this way, several operations within one job can
+  /// share work, and no other job sees a difference.
   static void atEndOfJob(Job function);
 
   // The operations below are for the main queue; on a serial queue they do nothing. drain(),
@@ -83,11 +83,11 @@ class KIV_EXPORT DispatchQueue {
   void stop();
 
   /// The handler is called when a job is added to the empty queue, on the thread that adds it; when
-  /// a drain() or run() ends and jobs are left; and at once if jobs are waiting already. It may be
-  /// called once too often, but never too seldom, and by one thread at a time. No lock is held
-  /// meanwhile. It should only wake the event loop, which then calls drain(). Exceptions are caught
-  /// and logged. An empty handler removes it; when this returns, the former one is not running on
-  /// any other thread.
+  /// a drain() or run() ends and leaves jobs; and at once if jobs are waiting already. There may be
+  /// superfluous calls, but none is missing. One thread at a time calls it, without a lock. It
+  /// should only wake the event loop, which then calls drain(). Exceptions are caught and logged.
+  /// An empty handler removes it; when this returns, the former one is not running on any other
+  /// thread.
   void setWakeUpHandler(std::function<void()> handler);
 
  private:

@@ -1,6 +1,6 @@
-// One lock guards the jobs, and none is held while a job or the host's wake-up handler runs. The
-// handler may be set, called and removed on different threads at one time; setWakeUp() and
-// callWakeUp() see to it that it is never called after its removal.
+// One lock guards the jobs, and none is held while a job or the host's wake-up handler runs.
+// Different threads may set, call and remove the handler at the same time; setWakeUp() and
+// callWakeUp() ensure that it is never called after its removal.
 
 #include "KivPlatform/Foundation/queues/QueueState.h"
 
@@ -72,7 +72,7 @@ bool QueueState::runNext() {
 void QueueState::run(Job job) {
   outer = std::exchange(running, this);
   call(job, "A job", label);
-  job = nullptr;  // its captures are destroyed while it still counts as running
+  job = nullptr;  // destroys its captures while it still counts as running
   running = outer;
 }
 
@@ -143,14 +143,14 @@ void QueueState::callWakeUp() {
   caller = {};
 }
 
-/// Jobs that were added while others ran met a queue that was not empty, so the handler has not
-/// been called for them.
+/// When jobs were added while others ran, the queue was not empty, so the handler was not called
+/// for them.
 void QueueState::callWakeUpForLeftJobs() {
   if (!isEmpty()) callWakeUp();
 }
 
 void QueueState::forgetOtherThreads() {
-  // Their destructors would wait for the parent's threads.
+  // Not destroyed first: their destructors would wait for the parent's threads.
   new (&changed) std::condition_variable;
   new (&wakeUpEnded) std::condition_variable;
   new (&awaitedJobEnded) std::condition_variable;

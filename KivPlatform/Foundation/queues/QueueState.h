@@ -19,12 +19,12 @@ namespace kiv {
 class DispatchQueue;
 
 struct QueueState;
-/// The queues whose jobs a thread is running, one within a job of another by drain(); the innermost
-/// first.
+/// The queues whose jobs a thread is running, innermost first. There are several if one job drains
+/// another queue.
 using QueueChain = std::vector<const QueueState*>;
 
-/// The state that a DispatchQueue shares with its thread; it outlives the queue while jobs are
-/// left.
+/// The state that a DispatchQueue shares with its thread. It outlives the queue while there are
+/// jobs.
 struct QueueState : std::enable_shared_from_this<QueueState> {
   using Job = std::function<void()>;
   enum class ServedBy { host, ownThread };
@@ -39,30 +39,29 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   const std::string label;
   const ServedBy servedBy;
   std::weak_ptr<DispatchQueue> handle;
-  /// Of a serial queue, in a forked child: gives the queue a new state, without jobs and thread.
-  /// nullptr if the queue was released.
+  /// Gives a serial queue in a forked child a new state, without jobs and thread. Returns nullptr
+  /// if the queue was released.
   std::function<std::shared_ptr<QueueState>()> renew;
 
   Mutex mutex;
   const ForkGuard forkGuard{mutex, ForkGuard::Rank::queue};
   // Of a serial queue; moved out to be joined.
   std::thread thread KIV_GUARDED_BY(mutex);
-  std::thread::id server KIV_GUARDED_BY(mutex);  // that thread's, for good
+  std::thread::id server KIV_GUARDED_BY(mutex);  // its ID, kept after it was moved out
   std::condition_variable changed;
   std::deque<Job> jobs KIV_GUARDED_BY(mutex);
-  bool stopped KIV_GUARDED_BY(mutex) =
-      false;  // run() is to end, or the thread when it has run all jobs
+  bool stopped KIV_GUARDED_BY(mutex) = false;   // run() ends, or the thread after all jobs
   bool isClosed KIV_GUARDED_BY(mutex) = false;  // no further job may run
-  bool hasEnded KIV_GUARDED_BY(mutex) = false;  // the thread runs no job any more
+  bool hasEnded KIV_GUARDED_BY(mutex) = false;  // the thread runs no more jobs
 
   // Used only by the thread that runs the jobs.
-  std::vector<Job> jobEnds;     // what runs at the end of the running job
+  std::vector<Job> jobEnds;     // to run at the end of the running job
   QueueState* outer = nullptr;  // the next of the thread's QueueChain
 
   std::condition_variable awaitedJobEnded;
 
-  // The handler is called without this lock, by one thread at a time: if another thread is calling
-  // it, that one calls it again.
+  // The handler is called without this lock, by one thread at a time. If another thread wants to
+  // call it meanwhile, the first one calls it again.
   Mutex wakeUpMutex;
   const ForkGuard wakeUpForkGuard{wakeUpMutex, ForkGuard::Rank::queue};
   std::condition_variable wakeUpEnded;
@@ -90,7 +89,7 @@ struct QueueState : std::enable_shared_from_this<QueueState> {
   void setWakeUp(std::shared_ptr<const Handler> next);
   void callWakeUp();
   void callWakeUpForLeftJobs();
-  /// In a forked child, which has no other threads.
+  /// Called in a forked child, which has no other threads.
   void forgetOtherThreads() KIV_UNCHECKED_LOCKING;
 
   // Of a serial queue:

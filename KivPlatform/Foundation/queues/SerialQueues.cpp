@@ -1,6 +1,6 @@
-// All serial queues of the process, for the two moments when they have to be treated together: at
-// exit their threads must end before the libraries that jobs use are cleaned up, and in a forked
-// child they have no threads.
+// All serial queues of the process, for the two moments that concern them together: at exit, their
+// threads must end before the libraries that jobs use are cleaned up, and in a forked child they
+// have no threads.
 
 #include "KivPlatform/Foundation/queues/SerialQueues.h"
 
@@ -70,7 +70,7 @@ std::vector<std::shared_ptr<QueueState>> SerialQueues::living() {
   return queues;
 }
 
-/// At exit. A job that waits for the exiting thread must not block the exit forever.
+/// Called at exit. The wait is bounded, since a job may be waiting for the exiting thread.
 void SerialQueues::stop() {
   constexpr std::chrono::seconds longestJob{30};
   if (!areUsed_) return;
@@ -82,8 +82,8 @@ void SerialQueues::stop() {
     queue->waitForEnd(deadline);
 }
 
-/// In a forked child. The former states belong to the parent: its jobs run there, and what they own
-/// must not be released here.
+/// Called in a forked child. The former states belong to the parent: its jobs run there, and what
+/// they own must not be released here.
 void SerialQueues::beginAgain() {
   auto formers = shared().living();
   shared().all_.clear();

@@ -1,5 +1,5 @@
 // DispatchQueue::sync(). The caller waits on the state of the queue rather than on the job, since a
-// queue that is closed at exit never runs the jobs that wait.
+// queue that is closed at exit never runs its waiting jobs.
 
 #include <algorithm>
 #include <cerrno>
@@ -19,8 +19,7 @@ namespace {
 
 constexpr const char* waitOperation = "wait for a job of the queue";
 
-/// A thread that waits for a job of a queue. Meanwhile the queues whose jobs it is running wait
-/// too.
+/// A thread that waits for a job of a queue. The queues whose jobs the thread is running wait too.
 struct Wait {
   const QueueChain& waiting;
   const QueueState* awaited;
@@ -35,7 +34,7 @@ class Waits {
     return waits;
   }
 
-  /// False if a queue would wait for itself, perhaps by way of others.
+  /// False if a queue would wait for itself, perhaps through others.
   [[nodiscard]] bool begin(const Wait& wait) {
     const MutexLock lock(mutex_);
     for (const auto* queue = wait.awaited; queue; queue = awaitedBy(queue)) {
@@ -55,7 +54,7 @@ class Waits {
     callInForkedChildren([] { shared().forgetOtherThreads(); });
   }
 
-  /// In a forked child: the thread that forks does not wait.
+  /// Called in a forked child: only the thread that forked is left, and it does not wait.
   void forgetOtherThreads() KIV_UNCHECKED_LOCKING { all_.clear(); }
 
   static bool contains(const QueueChain& queues, const QueueState* queue) {
@@ -76,7 +75,8 @@ class Waits {
 
 }  // namespace
 
-/// A job that a thread waits for. Guarded by the queue's lock, but for the job itself.
+/// A job that a thread waits for. `state` is guarded by the queue's lock. The rest belongs to the
+/// thread that runs the job until `state` is `hasRun`.
 struct QueueState::AwaitedJob {
   Job job;
   std::exception_ptr thrown;
@@ -110,8 +110,8 @@ Status QueueState::runAndWait(Job job) {
   return {};
 }
 
-/// What the job throws is moved to its caller. So are its captures destroyed before the caller goes
-/// on.
+/// The waiting caller rethrows what the job throws. The job's captures are destroyed before the
+/// caller continues.
 void QueueState::runAwaited(const std::shared_ptr<AwaitedJob>& awaited) {
   {
     const MutexLock lock(mutex);
@@ -127,7 +127,7 @@ void QueueState::runAwaited(const std::shared_ptr<AwaitedJob>& awaited) {
   endAwaited(awaited);
 }
 
-/// The call ends after everything else that runs at the end of the job.
+/// sync() returns only after everything else that runs at the end of the job.
 void QueueState::endAwaited(const std::shared_ptr<AwaitedJob>& awaited) {
   try {
     if (!jobEnds.empty()) {

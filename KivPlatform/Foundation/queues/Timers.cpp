@@ -1,6 +1,6 @@
-// A queue that the host drains cannot wait for a time itself. So one thread waits for all timers of
-// the process. Its clock also counts the time that the computer sleeps, which a condition variable
-// does not. So the thread waits for half a minute at most, and looks at the clock again.
+// A queue that the host drains cannot wait for a time by itself, so one thread waits for all timers
+// of the process. Its clock includes the time that the computer sleeps, but a wait for a condition
+// variable does not. So the thread looks at the clock at least every half minute.
 
 #include "KivPlatform/Foundation/queues/Timers.h"
 
@@ -24,7 +24,7 @@ namespace kiv {
 namespace {
 
 constexpr Timers::Time longestWait = std::chrono::seconds(30);
-/// When a job could not be added, because memory had run out.
+/// The delay before another attempt to add a job, after memory had run out.
 constexpr Timers::Time retryDelay = std::chrono::seconds(1);
 
 class SystemTimers : public Timers, public std::enable_shared_from_this<SystemTimers> {
@@ -75,7 +75,7 @@ class SystemTimer : public Timers::Timer {
   const std::uint64_t id_;
 };
 
-/// On failure the timer cancels itself, after the lock is free again.
+/// On failure the timer cancels itself, after the lock has been released.
 std::unique_ptr<Timers::Timer> SystemTimers::set(Time when, std::weak_ptr<DispatchQueue> queue,
                                                  Job job) {
   if (isInherited() || !job) return nullptr;
@@ -128,7 +128,7 @@ void SystemTimers::serve() {
     waiting_.insert(std::move(due));
   }
   isServed_ = false;
-  // Nobody waits for this thread any more, unless stop() does, which has taken it.
+  // Nobody will join this thread, unless stop() has taken it.
   if (thread_.joinable()) thread_.detach();
 }
 
@@ -169,7 +169,7 @@ std::shared_ptr<SystemTimers>& timersOfProcess() {
   static auto& timers = *new std::shared_ptr<SystemTimers>([] {
     std::atexit([] { timersOfProcess()->stop(); });
     callInForkedChildren([] {
-      // Those of the parent process are never destroyed: their thread is not here.
+      // The parent's timers are never destroyed here: their thread does not exist in the child.
       static_cast<void>(new std::shared_ptr<SystemTimers>(timersOfProcess()));
       timersOfProcess() = std::make_shared<SystemTimers>();
     });

@@ -11,14 +11,14 @@ namespace kiv {
 class DispatchQueue;
 
 /// A clock, and timers that add a job to a queue at a time of that clock. An interface, so that a
-/// test can decide what time it is.
+/// test can set the time.
 class KIV_EXPORT Timers {
  public:
   /// Milliseconds since some fixed moment.
   using Time = std::chrono::milliseconds;
   using Job = std::function<void()>;
 
-  /// A timer that is set. Its destruction cancels it; a job that is on the queue by then still
+  /// A timer that is set. The destructor cancels it, but a job that is already on the queue still
   /// runs.
   class KIV_EXPORT Timer {
    public:
@@ -28,10 +28,10 @@ class KIV_EXPORT Timers {
     virtual ~Timer();
   };
 
-  /// The timers of this process. The clock also counts the time that the computer sleeps: a timer
-  /// that became due meanwhile fires once, within half a minute of the end of the sleep. They have
-  /// one thread, which runs while a timer is set, and stops when the process exits. A forked child
-  /// has timers of its own, and those of the parent process cannot be set there. Thread-safe.
+  /// The timers of this process. The clock includes the time that the computer sleeps: a timer that
+  /// became due meanwhile fires once, within half a minute after the sleep. One thread serves them;
+  /// it runs while a timer is set and stops when the process exits. A forked child has timers of
+  /// its own; those of the parent cannot be used there. Thread-safe.
   static std::shared_ptr<Timers> system();
 
   Timers() = default;

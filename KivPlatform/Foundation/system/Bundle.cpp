@@ -1,6 +1,5 @@
-// The packaged resources are looked for at run time, since a package, a relocated prefix and a
-// build tree put them in different places, and a static library does not know where it is
-// installed.
+// The packaged resources are searched for at run time: packages, relocated prefixes and build trees
+// put them in different places, and a static library does not know where it is installed.
 
 #include "KivPlatform/Foundation/system/Bundle.h"
 
@@ -57,8 +56,8 @@ bool hasDirectory(const std::string& candidate, std::string_view name) {
 }
 
 /// The prefixes that a library or program in `directory` may be installed under: the parent of bin
-/// and lib, and the grandparent of directories such as lib/x86_64-linux-gnu. Other directories have
-/// none: what lies next to them may belong to anybody.
+/// and lib, and the grandparent of directories such as lib/x86_64-linux-gnu. Other directories give
+/// none, since what lies next to them may belong to another program.
 std::vector<std::string_view> prefixesOf(std::string_view directory) {
   const auto isLibraries = [](std::string_view path) {
     return path::lastPathComponent(path).starts_with("lib");
@@ -71,8 +70,8 @@ std::vector<std::string_view> prefixesOf(std::string_view directory) {
   return prefixes;
 }
 
-/// Searches beside the library, in its prefix, in the prefix of the headers that the program was
-/// built with, and in the prefix that the library was configured for.
+/// Searches the directory of the library, its prefix, the prefix of the headers that the program
+/// was built with, and the prefix that the library was configured for.
 std::string findResourcePath(std::string_view directory) {
   std::vector<std::string> candidates;
   if (const auto library = system::directoryOfThisLibrary()) {

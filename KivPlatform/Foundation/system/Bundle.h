@@ -12,19 +12,19 @@ namespace kiv {
 /// A directory of resources that ships with the framework.
 class KIV_EXPORT Bundle {
  public:
-  /// The framework's resources: the directory that the host has set, otherwise the first of these
-  /// that has a subdirectory of that name: the directory of the library or, if it is linked
-  /// statically, of the program; share/KivResource of the prefix that this lies in, of the prefix
+  /// The framework's resources: the directory that the host has set. Otherwise the first of these
+  /// that has a subdirectory `name`: the directory of the library or, if it is linked statically,
+  /// of the program; then share/KivResource of the prefix that this directory is in, of the prefix
   /// that the program was built against, and of the prefix that the library was configured for. The
-  /// answer is kept for the life of the process. May be called from any thread.
+  /// answer is kept until the process ends. May be called from any thread.
   static Bundle frameworkBundleWithDirectory(std::string_view name);
 
-  /// Sets the directory of the framework's resources; nothing restores the default. A relative path
-  /// is resolved against the current directory now. May be called from any thread; takes effect
-  /// with the next frameworkBundleWithDirectory().
+  /// Sets the directory of the framework's resources; std::nullopt restores the default. A relative
+  /// path is resolved against the current directory now. May be called from any thread; takes
+  /// effect with the next frameworkBundleWithDirectory().
   static void setFrameworkResourcesPath(std::optional<std::string> path);
 
-  /// The directory at the absolute path. An empty path has no resources.
+  /// The directory at the absolute path. With an empty path there are no resources.
   static Bundle bundleWithPath(std::string path);
 
   /// The directory; empty if none was found.

@@ -11,11 +11,11 @@ namespace kiv {
 /// not exist here.
 std::uint64_t forkDepth() noexcept;
 
-/// Keeps a mutex usable in a forked child: fork() waits until it is free (pthread_atfork), so that
-/// what it guards is consistent.
+/// Keeps a mutex usable in a forked child: fork() waits until the mutex is free (pthread_atfork),
+/// so that the data that it guards is consistent.
 ///
-/// Several such mutexes are locked in the order of their ranks, and never two of one rank. A guard
-/// is created and destroyed while its thread holds none of them.
+/// A thread locks several such mutexes in the order of their ranks, and never two of one rank. A
+/// thread that creates or destroys a guard must hold none of them.
 class ForkGuard {
  public:
   enum class Rank { orders, tasks, pendingBytes, exit, queues, queue, waits, log };

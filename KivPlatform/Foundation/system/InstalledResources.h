@@ -2,11 +2,11 @@
 
 #include "KivPlatform/Foundation/Export.h"
 
-/// A program that links an installed static library may lie anywhere, so it cannot find the
-/// packaged resources by its own path. This header tells it where they are installed: the CMake
-/// package defines KIVRESOURCE_RESOURCES, the directory; the pkg-config file defines
-/// KIVRESOURCE_RESOURCES_FROM_HEADER, the relative path from the directory of this header, without
-/// quotes, since not every shell passes them.
+/// A program that links an installed static library may be anywhere, so it cannot find the packaged
+/// resources by its own path. This header tells where they are installed: the CMake package defines
+/// KIVRESOURCE_RESOURCES, the directory; the pkg-config file defines
+/// KIVRESOURCE_RESOURCES_FROM_HEADER, the path relative to the directory of this header, without
+/// quotes, since some shells drop them.
 
 #if !defined(KIVRESOURCE_RESOURCES) && defined(KIVRESOURCE_RESOURCES_FROM_HEADER)
 #define KIVRESOURCE_TEXT_OF(words) #words

@@ -1,5 +1,5 @@
-// The handler is copied under the lock and called without it: a handler that logs, or waits for a
-// thread that logs, must not deadlock.
+// The handler is copied under the lock and called without it, so that a handler that logs, or waits
+// for a thread that logs, does not deadlock.
 
 #include "KivPlatform/Foundation/system/SystemLog.h"
 

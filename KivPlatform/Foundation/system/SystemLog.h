@@ -18,9 +18,9 @@ class KIV_EXPORT SystemLog {
   static void write(std::string_view line);
 
   /// Sends all further lines to `handler` instead; an empty handler restores the system log. The
-  /// handler is called on the thread that writes, also concurrently, without a lock. Its exceptions
-  /// are ignored. A call of the former handler on another thread may still be running when this
-  /// returns.
+  /// handler is called on the thread that writes, without a lock, and perhaps by several threads at
+  /// the same time. Its exceptions are ignored. When this returns, the former handler may still be
+  /// running on another thread.
   static void setHandler(Handler handler);
 };
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-// Characters of protocols, which are ASCII whatever the locale is: schemes, header fields, digits.
+// Characters of protocols (schemes, header fields, digits), which are ASCII whatever the locale is.
 
 namespace kiv::ascii {
 
@@ -20,13 +20,13 @@ constexpr bool isHexDigit(char character) noexcept {
          (character >= 'A' && character <= 'F');
 }
 
-/// The character in lower case; any other than a letter as it is.
+/// The character in lower case; unchanged unless it is an ASCII letter.
 constexpr char lowercased(char character) noexcept {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
                                               : character;
 }
 
-/// The text with its letters in lower case.
+/// The text with its ASCII letters in lower case.
 inline std::string lowercased(std::string_view text) {
   std::string lower(text);
   for (char& character : lower)

@@ -1,5 +1,5 @@
-// UTF-8 is validated by simdjson, and case-folded by utf8proc; both follow the Unicode standard,
-// which tables of our own would not.
+// simdjson validates UTF-8 and utf8proc folds case: both follow the Unicode standard, which tables
+// of our own would not.
 
 #include "KivPlatform/Foundation/text/Unicode.h"
 
@@ -17,7 +17,7 @@ namespace kiv::unicode {
 
 namespace {
 
-/// Text that is not UTF-8 has ASCII letters only.
+/// In text that is not UTF-8, only ASCII letters are folded.
 std::u32string foldedBytes(std::string_view name) {
   std::u32string points;
   for (const char byte : name)

@@ -1,5 +1,5 @@
-// Objects rarely have more than one flag. The first is stored inline, and only further ones are
-// allocated, in a linked list.
+// Objects rarely have more than one flag. The first is stored inline, and further ones in a linked
+// list.
 
 #include "KivPlatform/Foundation/values/ChangeFlag.h"
 

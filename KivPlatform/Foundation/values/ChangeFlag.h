@@ -27,7 +27,7 @@ class ChangeFlag {
 /// thread-safe.
 class KIV_EXPORT ChangeFlags {
  public:
-  /// Adds a flag. Does nothing if it has been added already.
+  /// Adds a flag. No effect if it was added before.
   void add(const std::shared_ptr<ChangeFlag>& flag);
   /// Adds each flag of `others`.
   void add(const ChangeFlags& others);

@@ -1,5 +1,5 @@
-// The buffer is shared and returned to its pool by the last copy, which may be destroyed on any
-// thread. So the callback belongs to the shared buffer and not to a Data object.
+// The last copy, which may be destroyed on any thread, returns the shared buffer to its pool. So
+// the callback belongs to the buffer and not to a Data object.
 
 #include "KivPlatform/Foundation/values/Data.h"
 

@@ -37,8 +37,8 @@ class KIV_EXPORT Data {
   Data() noexcept = default;
   /// Takes ownership of the bytes.
   explicit Data(std::string bytes);
-  /// The same. When the last copy is destroyed, the bytes are passed to `release`, on the thread of
-  /// that destructor.
+  /// The same. When the last copy is destroyed, passes the bytes to `release`, on the thread that
+  /// destroys it.
   Data(std::string bytes, std::function<void(std::string)> release);
 
   /// Bytes in a file, which is removed with the last copy unless takeFile() was called; see
@@ -47,8 +47,8 @@ class KIV_EXPORT Data {
 
   /// Passes ownership of the file that holds the bytes to the caller, so that it can be renamed
   /// instead of copied. Returns its path; the caller must move or remove the file. Only the first
-  /// call on any of the copies returns a path. Later calls return nothing, and so does every call
-  /// if the bytes are in memory. The bytes of all copies stay readable.
+  /// call on any of the copies returns a path; later calls return nothing, as does every call if
+  /// the bytes are in memory. The bytes of all copies stay readable.
   [[nodiscard]] std::optional<std::string> takeFile() const;
 
   [[nodiscard]] std::size_t size() const noexcept { return view().size(); }

@@ -1,5 +1,5 @@
-// An error keeps its message in a dictionary, so that further entries can be added without a change
-// of the type.
+// An error keeps its message in a dictionary, so that other entries can be added without changing
+// the type.
 
 #include "KivPlatform/Foundation/values/Error.h"
 

@@ -29,7 +29,7 @@ struct KIV_EXPORT Error {
 
   /// The message for the user; empty if there is none.
   [[nodiscard]] std::string localizedDescription() const;
-  /// Domain, code and message for a log. Characters of the message are not escaped.
+  /// Domain, code and message, for a log. Control characters of the message are not escaped.
   [[nodiscard]] std::string description() const;
 
   KIV_EXPORT friend bool operator==(const Error& a, const Error& b) noexcept;

@@ -53,8 +53,8 @@ struct DictionaryLevel {
 
 /// Builds values from parsed texts. Must not be used again after a fault.
 ///
-/// Open containers are kept on an explicit stack instead of the thread's. So a thread with a small
-/// stack can parse deeply nested text.
+/// Open containers are kept on an explicit stack rather than the thread's, so that a thread with a
+/// small stack can parse deeply nested text.
 class Builder {
  public:
   /// The value of a whole text, or null and a fault.
@@ -91,8 +91,8 @@ class Builder {
   static std::string describe(error_code error);
 
   ondemand::document* document_ = nullptr;
-  /// The keys so far. The objects of a list mostly have the same keys, which then share their
-  /// characters.
+  /// The keys so far. The objects of a list mostly have the same keys, which share their characters
+  /// in this way.
   std::unordered_map<std::string_view, Dictionary::Key> keys_;
   /// The fields of the open objects, those of an inner object after those of the outer one. A
   /// dictionary is built at the end of its object, when its size is known.
@@ -367,9 +367,9 @@ Error errorOfFault(const Fault& fault, std::string_view text) {
   return Error(JSONErrorDomain, static_cast<int>(fault.code), message + ".");
 }
 
-/// simdjson does not check whether it got memory for strings, but asks for it again when it has
-/// none: so it is asked twice. If there is none then either, the larger part that it needs fails,
-/// and that it checks.
+/// parser::allocate() does not check whether it got the buffer for strings, but parser::iterate()
+/// calls it again if that buffer is missing, so there are two attempts. If memory is still short
+/// then, a larger allocation fails too, which is checked.
 error_code iterate(ondemand::parser& parser, const simdjson::padded_string_view& text,
                    ondemand::document& document) {
   if (parser.capacity() < text.length()) {
@@ -398,9 +398,9 @@ Result<Value> readWhole(std::string_view text) {
   return readPadded(padded);
 }
 
-/// Parses an array of objects and arrays element by element. That avoids a copy of the text, and
-/// the parser needs memory for one element instead of all. Nothing if the text is anything else or
-/// has a fault; readWhole() then decides.
+/// Parses an array of objects and arrays element by element. That saves a copy of the text, and the
+/// parser needs memory for one element instead of all. Nothing if the text is anything else or has
+/// a fault; readWhole() then finds out.
 std::optional<Value> readElements(std::string_view text) {
   ondemand::parser parser;
   Builder builder;

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <system_error>
 
-/// What JSONReader finds in a JSON text without the parser: the elements of a list, decimal
-/// numbers, and where an error is.
+/// What JSONReader does without the parser: splitting a list into its elements, converting decimal
+/// numbers, and locating errors.
 namespace kiv {
 
 /// Splits the text of a JSON array of objects and arrays into its elements, so that a long list can

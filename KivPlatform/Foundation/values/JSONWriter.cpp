@@ -25,8 +25,8 @@ constexpr std::string_view notUTF8 = "a string is not valid UTF-8";
 
 /// Appends the JSON text of values to one string.
 ///
-/// Open containers are kept on an explicit stack instead of the thread's. So a thread with a small
-/// stack can write deeply nested values.
+/// Open containers are kept on an explicit stack rather than the thread's, so that a thread with a
+/// small stack can write deeply nested values.
 class Writer {
  public:
   enum class Layout { indented, oneLine };
@@ -123,7 +123,7 @@ bool Writer::write(const Value& value) {
   return isWritten;
 }
 
-/// Writes a value, but of an array or a dictionary only the opening bracket.
+/// Writes a value; of an array or a dictionary, only the opening bracket.
 bool Writer::writeValue(const Value& value) {
   switch (value.kind()) {
     case Value::Kind::null:
@@ -149,7 +149,7 @@ bool Writer::writeValue(const Value& value) {
   return false;
 }
 
-/// Writes the next value of the innermost container, after its key if that is a dictionary.
+/// Writes the next value of the innermost container, in a dictionary after its key.
 bool Writer::writeNext() {
   constexpr std::ptrdiff_t sample = 64;
   Level& level = levels_.back();
@@ -187,8 +187,8 @@ void Writer::endContainer() {
   put(level.isArray ? "]" : "}");
 }
 
-/// The elements of a long list have similar sizes, so the size of the text is estimated from the
-/// first ones, to avoid reallocations.
+/// Avoids reallocations. The elements of a long list have similar sizes, so the size of the text is
+/// estimated from the first ones.
 void Writer::makeRoom(std::size_t expectedSize) {
   constexpr std::size_t mostAtOnce = std::size_t{1} << 26;  // the first elements may not be typical
   text_.reserve(std::min(expectedSize + expectedSize / 16, mostAtOnce));

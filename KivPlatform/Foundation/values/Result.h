@@ -44,7 +44,7 @@ template <class T>
 class Result;
 
 namespace detail {
-/// The types from which a Result<T> is constructed as a value: all that convert to T.
+/// The types from which a Result<T> is constructed as a value: those that convert to T.
 template <class U, class T>
 concept ResultValue = !std::same_as<std::remove_cvref_t<U>, Result<T>> &&
                       !std::same_as<std::remove_cvref_t<U>, Error> &&

@@ -18,7 +18,7 @@ bool StringList::contains(std::string_view string) const noexcept {
 }
 
 void StringList::push_back(const Value& string) {
-  // values() guarantees strings, so a value of another kind becomes an empty string.
+  // The elements of values() are always strings.
   strings_.append(string.isString() ? string : Value(""));
   changeFlags_.set();
 }

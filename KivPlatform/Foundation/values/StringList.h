@@ -60,6 +60,7 @@ class KIV_EXPORT StringList {
   /// The strings as values, without copying their characters.
   [[nodiscard]] const Array& values() const noexcept { return strings_; }
 
+  /// Appends the string. A value of another kind is appended as an empty string.
   void push_back(const Value& string);
   /// Replaces the contents.
   void assign(std::initializer_list<std::string_view> strings);

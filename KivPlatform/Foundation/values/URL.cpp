@@ -1,5 +1,5 @@
-// libcurl's parser decides what a host is, since libcurl will connect to it: a second parser that
-// read a URL otherwise would let a check be passed with one host and a request go to another.
+// libcurl's parser finds the host, since libcurl will connect to it. If another parser read a URL
+// differently, a check could pass for one host and the request go to another.
 
 #include "KivPlatform/Foundation/values/URL.h"
 
@@ -68,7 +68,7 @@ std::optional<std::string> parseHost(const std::string& string) {
   return partOf(parser, CURLUPART_HOST);
 }
 
-/// User name, password, host and port, of a string that begins with them.
+/// User name, password, host and port of a string that begins with them.
 std::string_view authorityAt(std::string_view string) noexcept {
   return string.substr(0, string.find_first_of("/?#"));
 }
@@ -77,7 +77,7 @@ std::string_view withoutUser(std::string_view authority) noexcept {
   return authority.substr(authority.rfind('@') + 1);  // npos + 1 is 0
 }
 
-/// The start of the authority, or of what was meant as one: a password must also be found after a
+/// The start of the authority, or of what was meant as one: passwords must be found even after a
 /// wrong number of slashes.
 std::size_t startOfHost(std::string_view url) {
   const auto colon = url.find(':');

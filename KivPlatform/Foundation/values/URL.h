@@ -12,9 +12,9 @@ namespace kiv {
 /// A URL, absolute or relative, kept as written: nothing is escaped, normalised or guessed.
 class KIV_EXPORT URL {
  public:
-  /// Parses the string. Nothing if it is empty, has a character that is not allowed in a URL (a
-  /// space, a control character, anything but ASCII), a "%" that begins no escape, or an invalid
-  /// host or port.
+  /// Parses the string. Nothing if it is empty, contains a character that is not allowed in a URL
+  /// (a space, a control character, anything but ASCII) or a "%" without two hexadecimal digits, or
+  /// has an invalid host or port.
   static std::optional<URL> fromString(std::string_view string);
 
   [[nodiscard]] const std::string& absoluteString() const noexcept { return string_; }
@@ -22,13 +22,12 @@ class KIV_EXPORT URL {
   [[nodiscard]] const std::string& scheme() const noexcept { return scheme_; }
   /// The host after "//"; empty if there is none, and for every "file" URL.
   [[nodiscard]] const std::string& host() const noexcept { return host_; }
-  /// Scheme, host and port as written, without user name and password; an empty string where there
-  /// is no host.
+  /// Scheme, host and port as written, without user name and password; empty if there is no host.
   [[nodiscard]] std::string origin() const;
 
-  /// The URL that a reference, absolute or relative, stands for at this URL (RFC 3986, 5.2).
-  /// Characters that may not stand in a URL are percent-encoded, as browsers do it. Nothing if the
-  /// result is no URL.
+  /// Resolves a reference, absolute or relative, against this URL (RFC 3986, 5.2). Characters that
+  /// are not allowed in a URL are percent-encoded, as browsers do. Nothing if the result is not a
+  /// URL.
   [[nodiscard]] std::optional<URL> resolving(std::string_view reference) const;
 
   /// The scheme that a URL or a reference begins with, in lower case, or an empty string.
@@ -54,7 +53,7 @@ struct URLRequest {
   explicit URLRequest(URL requestURL) : url(std::move(requestURL)) {}
 };
 
-/// The URL for a message: without user name, password, query and fragment.
+/// The URL as shown in messages: without user name, password, query and fragment.
 KIV_EXPORT std::string displayedURL(std::string_view url);
 
 }  // namespace kiv

@@ -84,7 +84,7 @@ struct DictionaryBlock : ContainerBlock {
   /// What Value::dictionary() refers to. It does not count as a reference to the block.
   Dictionary handle{this};
   /// Positions by key, only in a dictionary too large to scan; the keys point into the entries. A
-  /// tree and no hash table: a server could choose keys that collide.
+  /// tree rather than a hash table, because a server could choose keys that collide.
   std::unique_ptr<std::map<std::string_view, std::size_t>> positions;
 
   [[nodiscard]] std::size_t position(std::string_view key) const noexcept {
@@ -285,7 +285,7 @@ const Dictionary& Value::dictionary() const& noexcept {
 
 namespace {
 
-/// Compares values. Nested containers are put on a list, so that deep nesting cannot exhaust the
+/// Compares values. Nested containers wait in a list, so that deep nesting cannot exhaust the
 /// stack.
 class Comparison {
  public:
@@ -307,7 +307,8 @@ class Comparison {
     return true;
   }
 
-  /// False if the two differ; true if they are equal, apart from containers put on the list.
+  /// False if the two differ. True if they are equal, not counting the containers that it puts on
+  /// the list.
   bool maybeEqual(const Value& a, const Value& b) {
     if (a.isNumber() && b.isNumber()) return areNumbersEqual(a, b);
     if (a.kind() != b.kind()) return false;
@@ -375,7 +376,7 @@ const Value& Value::at(std::initializer_list<ValueStep> path) const noexcept {
   return *place;
 }
 
-/// The value there, in a container that is not shared. It exists.
+/// The value that the step leads to, after making its container unshared. The value must exist.
 Value& Value::own(const ValueStep& step) {
   if (!step.isKey()) return detail::makeUnique(large_.bits.array).values[step.index()];
   auto& block = detail::makeUnique(large_.bits.dictionary);
@@ -383,7 +384,7 @@ Value& Value::own(const ValueStep& step) {
 }
 
 bool Value::setAt(std::initializer_list<ValueStep> path, Value value) {
-  // First the whole path is followed, so that a wrong one copies nothing.
+  // Follows the whole path first, so that nothing is copied if it leads nowhere.
   const Value* last = this;
   const ValueStep* missing = nullptr;
   for (const ValueStep& step : path) {

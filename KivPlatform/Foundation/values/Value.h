@@ -19,8 +19,8 @@ namespace kiv {
 class Array;
 class Dictionary;
 
-/// A step from a value to one within it: the key in a dictionary, or the index in an array. Refers
-/// to the key.
+/// A step from a value to one within it: a dictionary's key, or an array's index. Does not copy the
+/// key, which must outlive the step.
 class ValueStep {
  public:
   ValueStep(std::string_view key) noexcept : key_(key), isKey_(true) {}
@@ -67,11 +67,11 @@ struct DictionaryBlock;
 /// One JSON value: null, a boolean, a signed, unsigned or floating number, a string, an array or
 /// a dictionary.
 ///
-/// 16 bytes. Copies share their contents and copy on write, so that a copy costs one reference
-/// count, and no change of a copy affects another. Strings of up to 14 bytes are stored in the
-/// value. The accessors never throw: for another kind they return zero or an empty string or
-/// container. The containers of a temporary are returned as copies, so that a loop over them is
-/// safe; those of any other value as references into it.
+/// 16 bytes. Copies share their contents and copy on write: a copy costs one reference count, and
+/// changing one copy does not affect others. Strings of up to 14 bytes are stored in the value. The
+/// accessors never throw: for another kind they return zero or an empty string or container. The
+/// containers of a temporary are returned as copies, so that a loop over them is safe; those of any
+/// other value as references into it.
 ///
 /// Different copies may be used on different threads; one object must not be changed while another
 /// thread uses it.
@@ -120,8 +120,8 @@ class KIV_EXPORT Value {
     return *this;
   }
   Value& operator=(Value&& other) noexcept {
-    // By way of a temporary: `other` may be part of the contents that this value is the last to
-    // share.
+    // Through a temporary, since `other` may be part of contents to which this value has the last
+    // reference.
     Value moved(std::move(other));
     swap(moved);
     return *this;
@@ -175,9 +175,9 @@ class KIV_EXPORT Value {
   ///     config.at({"items", 0, "name"}).string()
   [[nodiscard]] const Value& at(std::initializer_list<ValueStep> path) const noexcept
       KIV_LIFETIME_BOUND;
-  /// Replaces the value at the end of the path; a key that a dictionary does not have is added to
-  /// it. False, and nothing is changed, if the path leads through another kind of value, or beyond
-  /// the end of an array. Only what other copies share is copied.
+  /// Replaces the value at the end of the path. If only the last key is missing, adds it to its
+  /// dictionary. Otherwise, if the path leads nowhere, returns false and changes nothing. Copies
+  /// only containers that are shared with other values.
   bool setAt(std::initializer_list<ValueStep> path, Value value);
 
   /// Compares contents. Numbers and booleans are equal if their numeric values are; the order of a
@@ -187,17 +187,17 @@ class KIV_EXPORT Value {
  private:
   union Bits {
     bool boolean;
-    std::uint64_t unsignedInteger;  // of a signed number its pattern
+    std::uint64_t unsignedInteger;  // of a negative number, its two's complement
     double floating;
     detail::StringBlock* string;
     detail::ArrayBlock* array;
     detail::DictionaryBlock* dictionary;
   };
   static constexpr std::size_t longestInPlace = 14;
-  /// As `size`: the contents are in a block, not in the value.
+  /// The `size` of a value whose contents are in a block.
   static constexpr std::uint8_t inBlock = 0xff;
 
-  // Both begin with kind and size, which can be read from either, and have no padding, so that
+  // Both begin with kind and size, which can be read from either, and neither has padding, so that
   // copying one copies the other.
   struct Small {
     Kind kind;
@@ -207,7 +207,7 @@ class KIV_EXPORT Value {
   struct Large {
     Kind kind;
     std::uint8_t size;
-    std::uint16_t highSize;  // of a string in a block: 48 bits of it
+    std::uint16_t highSize;  // upper 16 of the 48 bits of a string's size
     std::uint32_t lowSize;
     Bits bits;
   };
@@ -282,7 +282,7 @@ class KIV_EXPORT Dictionary {
     }
 
    private:
-    detail::KeyBlock* block_;  // none once moved from
+    detail::KeyBlock* block_;  // nullptr once moved from
   };
 
   /// One key with its value.
@@ -322,7 +322,7 @@ class KIV_EXPORT Dictionary {
   void set(std::string_view key, Value value);
   /// The same with a key that shares its string with other dictionaries.
   void set(Key key, Value value);
-  /// Allocates room for exactly that many entries.
+  /// Allocates room for that many entries.
   void reserve(std::size_t size);
   void remove(std::string_view key);
 

@@ -1,5 +1,5 @@
 // libcurl has about a hundred result codes, and its messages depend on the TLS library and its
-// version. Errors and messages of ours must depend on neither.
+// version. Our errors and messages must not.
 
 #include "KivPlatform/KivRESTService/curl/CurlErrors.h"
 
@@ -72,7 +72,7 @@ constexpr Phrase phrases[] = {
     {"certificate revoked", Problem::revoked},
 };
 
-/// OpenSSL's X509_V_ERR numbers, which are stable, for the case without a message.
+/// OpenSSL's X509_V_ERR numbers, which are stable, for failures without a message.
 Problem problemOfNumber(long verifyResult) noexcept {
   switch (verifyResult) {
     case 9:

@@ -43,7 +43,7 @@ void MultiHandle::remove(void* easyHandle) {
 
 std::optional<MultiHandle::Woken> MultiHandle::wait(int descriptor,
                                                     std::chrono::milliseconds longest) {
-  // Not curl_multi_wakeup(): its descriptor could not be checked if the host closed it.
+  // Not curl_multi_wakeup(): if the host closed its descriptor, that could not be detected.
   curl_waitfd further{descriptor, CURL_WAIT_POLLIN, 0};
   const auto timeout = static_cast<int>(longest.count());
   if (curl_multi_wait(handle_, &further, 1, timeout, nullptr) != CURLM_OK) return std::nullopt;

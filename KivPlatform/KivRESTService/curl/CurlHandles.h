@@ -46,17 +46,17 @@ class MultiHandle {
   void remove(void* easyHandle);
 
   enum class Woken { byRequests, byDescriptor };
-  /// Waits until a request can be moved, the descriptor is readable, or the time is over. Nothing
-  /// if libcurl itself failed, which only happens when memory has run out.
+  /// Waits until a request can be moved, the descriptor is readable, or `longest` has passed.
+  /// Nothing if libcurl failed, which happens only when memory has run out.
   std::optional<Woken> wait(int descriptor, std::chrono::milliseconds longest);
   /// Moves the requests as far as possible without waiting; false if libcurl failed.
   bool move();
 
   struct Ended {
     void* easyHandle;
-    int result;  ///< libcurl's.
+    int result;  ///< A CURLcode.
   };
-  /// The requests that have ended since the last call. The caller removes them.
+  /// The requests that have ended since the last call. The caller removes them with remove().
   std::vector<Ended> takeEnded();
 
  private:

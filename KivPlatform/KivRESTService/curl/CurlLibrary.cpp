@@ -1,6 +1,6 @@
-// A client that is still alive at exit has threads in libcurl and its TLS library while their
-// atexit handlers clean them up. So these threads are stopped by a handler that is registered after
-// theirs, and therefore runs first.
+// If a client still exists at exit, its threads are in libcurl and its TLS library while the atexit
+// handlers of these clean up. So another handler, which is registered after theirs and therefore
+// runs first, stops the threads.
 
 #include "KivPlatform/KivRESTService/curl/CurlLibrary.h"
 
@@ -18,7 +18,8 @@
 
 namespace kiv {
 
-/// The threads to stop at exit. Never destroyed: others may come and go meanwhile.
+/// The threads to stop at exit. Never destroyed, since clients may be created and destroyed
+/// meanwhile.
 struct LivingThreads {
   Mutex stopping;  // held while they are stopped
   Mutex mutex;
@@ -31,7 +32,8 @@ struct LivingThreads {
   }
 
   static void stop() {
-    // A child that was forked while its parent exited would wait forever, and has nothing to stop.
+    // Does not wait in a child that was forked while its parent was exiting: that would take
+    // forever, and the child has nothing to stop.
     if (forkDepth() == 0) {
       shared().stopping.lock();
     } else if (!shared().stopping.try_lock()) {
@@ -49,9 +51,9 @@ struct LivingThreads {
 };
 
 bool prepareCurlLibrary() noexcept {
-  // atexit handlers run in reverse order. Ours are registered after those of the libraries that
-  // libcurl has just initialised, and of the JSON library, and so run before them. Jobs of queues
-  // use these libraries too.
+  // atexit handlers run in reverse order. Ours are registered after those of the JSON library and
+  // of the libraries that libcurl has just initialised, and so run before them. Jobs of queues use
+  // these libraries too.
   static const bool isReady = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK &&
                               JSON::read("[\"\"]").has_value() && stopSerialQueuesAtExit() &&
                               std::atexit(&LivingThreads::stop) == 0;

@@ -1,5 +1,5 @@
-// Options that stay on a handle when it is reused. Defaults of libcurl are restricted here:
-// protocols, HTTP/0.9, TLS versions, and redirects, which Transfer follows itself.
+// Options that stay on a handle when it is reused. They restrict libcurl's defaults: protocols,
+// HTTP/0.9, TLS versions, and redirects, which Transfer follows itself.
 
 #include "KivPlatform/KivRESTService/curl/CurlOptions.h"
 
@@ -40,17 +40,17 @@ bool setConnectionOptions(void* handle, const TransferSettings& settings) {
          setProxy(handle, settings);
 }
 
-/// libcurl keeps the parsed authorities for further connections only if all of them come from one
-/// file. Distributions have it look into a directory as well, which holds the same ones again, and
-/// which would be trusted beside the host's file. Without a file the directory stays: it may be all
-/// that there is.
+/// libcurl reuses the parsed authorities for further connections only if all of them come from one
+/// file. Distributions make it look into a directory too, which contains the same authorities
+/// again, and which would be trusted in addition to the host's file. Without a file the directory
+/// stays, since it may be the only source.
 bool setAuthoritiesDirectory(void* handle, const TransferSettings& settings) {
   char* systemsFile = nullptr;
   const bool isKnown = curl_easy_getinfo(handle, CURLINFO_CAINFO, &systemsFile) == CURLE_OK;
   if (settings.certificateAuthoritiesPath.empty() && !(isKnown && systemsFile)) return true;
   constexpr const char* none = nullptr;
   const CURLcode result = curl_easy_setopt(handle, CURLOPT_CAPATH, none);
-  // Some TLS libraries know no directories.
+  // Some TLS libraries do not support directories.
   return result == CURLE_OK || result == CURLE_NOT_BUILT_IN || result == CURLE_UNKNOWN_OPTION;
 }
 

@@ -14,7 +14,7 @@ bool setOption(void* handle, CURLoption option, Value value) {
 }
 
 /// Sets the options that are the same for all requests of a client; false if libcurl rejects one.
-/// Those of a single request are set by Transfer, on handles that are reused.
+/// Transfer sets those of a single request.
 bool setLastingOptions(void* easyHandle, const TransferSettings& settings);
 
 }  // namespace kiv

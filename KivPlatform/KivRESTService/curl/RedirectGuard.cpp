@@ -1,6 +1,6 @@
-// A server on the Internet must not be able to have this computer send requests to its own network
-// (server-side request forgery). A host name says little, since its address may change between two
-// look-ups, so the guard checks the address that libcurl connects to.
+// A server on the Internet must not be able to make this computer send requests to its own network
+// (server-side request forgery). Checking the host name is not enough, since its address may change
+// between two look-ups, so the guard checks the address that libcurl connects to.
 
 #include "KivPlatform/KivRESTService/curl/RedirectGuard.h"
 
@@ -26,7 +26,7 @@ bool environmentHasProxy(const std::string& scheme) {
     const char* const value = std::getenv(name);
     return value && *value;
   };
-  // Not HTTP_PROXY: in a CGI program a request's header would set it.
+  // Not HTTP_PROXY: in a CGI program, a header of the request would set it.
   const bool forScheme =
       scheme == "http" ? isSet("http_proxy") : isSet("https_proxy") || isSet("HTTPS_PROXY");
   return forScheme || isSet("all_proxy") || isSet("ALL_PROXY");
@@ -49,13 +49,13 @@ std::string addressOfServer(void* handle) {
 
 /// libcurl's callbacks, with its types.
 struct RedirectGuardCallbacks {
-  /// If a host has several addresses, the others are still tried.
+  /// If this refuses one address of a host, libcurl still tries the others.
   static curl_socket_t openSocket(void* guard, curlsocktype, curl_sockaddr* address) {
     if (!static_cast<RedirectGuard*>(guard)->admits(textOf(*address))) return CURL_SOCKET_BAD;
     return ::socket(address->family, address->socktype, address->protocol);
   }
 
-  /// Called for every request, also on a reused connection.
+  /// Called for every request, even on a reused connection.
   static int beginRequest(void* guard, char* address, char*, int, int) {
     auto& self = *static_cast<RedirectGuard*>(guard);
     self.hasConnection_ = true;
@@ -92,8 +92,8 @@ bool RedirectGuard::setOptions(void* handle) {
          setOption(handle, CURLOPT_PREREQDATA, this) && setProxy(handle);
 }
 
-/// Forces libcurl to use the proxy or the direct connection that was checked: otherwise a host in
-/// "no_proxy" would be connected to without a check of its address.
+/// Makes libcurl use the proxy or the direct connection, as was assumed for the check. Otherwise it
+/// would connect to a host in "no_proxy" without a check of the address.
 bool RedirectGuard::setProxy(void* handle) const {
   if (settings_.proxy) return true;  // set by setLastingOptions()
   constexpr const char* asTheEnvironmentSays = nullptr;

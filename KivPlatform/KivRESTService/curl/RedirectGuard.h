@@ -9,11 +9,11 @@
 
 namespace kiv {
 
-/// Keeps the redirects of one attempt out of private networks, unless its server is in one itself
+/// Keeps the redirects of one attempt out of private networks, unless the server itself is in one
 /// or the settings allow it (a defence against server-side request forgery).
 ///
 /// It checks the address of the connection, not that of an earlier DNS look-up: before a socket is
-/// opened, and again before a request is sent, also on a reused connection. With a proxy only the
+/// opened, and again before a request is sent, even on a reused connection. With a proxy, only the
 /// host name can be checked.
 class RedirectGuard {
  public:
@@ -38,19 +38,19 @@ class RedirectGuard {
 
   bool setProxy(void* handle) const;
   [[nodiscard]] bool usesProxy(const URL& url) const;
-  /// False, and remembered, if nothing may be sent to that address.
+  /// False if nothing may be sent to that address, which is then remembered in `refused_`.
   bool admits(const std::string& address);
   [[nodiscard]] Error errorFor(const std::string& address) const;
 
   const TransferSettings& settings_;
   bool isFirstRedirect_ = true;
-  bool isOn_ = false;   // the try began at a public server
-  bool looks_ = false;  // at the addresses of the next request
+  bool isOn_ = false;   // the attempt began at a public server
+  bool looks_ = false;  // the next request's address is checked
   bool hasConnection_ = false;
   std::optional<URL> from_;
   std::optional<URL> target_;  // of the next request
-  std::string refused_;        // an address
-  bool hasAdmitted_ = false;   // another one
+  std::string refused_;        // the last address that was refused
+  bool hasAdmitted_ = false;   // an address was admitted
 };
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// libcurl neither follows redirects here nor decodes content: an attempt makes each request of a
-// chain itself, since the rules for redirects and ranges concern the whole chain.
+// libcurl is set up not to follow redirects or to decode content. An attempt makes each request of
+// a redirect chain itself, since the rules for redirects and ranges concern the whole chain.
 
 #include "KivPlatform/KivRESTService/curl/Transfer.h"
 
@@ -34,7 +34,8 @@ bool mayBeTheServersFault(Code code) noexcept {
          code == Code::secureConnectionFailed;
 }
 
-/// A header as libcurl takes it. With a colon and no value it would remove the header instead.
+/// A header in the form that libcurl takes. A name with a colon and no value would remove the
+/// header.
 std::string headerOption(const std::string& name, const std::string& value) {
   return value.empty() ? name + ";" : name + ": " + value;
 }
@@ -59,7 +60,8 @@ Transfer::~Transfer() = default;
 std::optional<TransferOutcome> Transfer::prepare() {
   startOver();
   if (handle_ && setOptions()) return std::nullopt;
-  // A used handle refuses another buffer size while other requests share its connection.
+  // A used handle refuses another buffer size while other requests share its connection, so a new
+  // one is made.
   handle_ = makeEasyHandle();
   if (!handle_) return failed(Code::outOfResources);
   if (setLastingOptions(handle_.get(), settings_) && setOptions()) return std::nullopt;
@@ -75,15 +77,15 @@ void Transfer::startOver() {
   noteLengths();
 }
 
-/// Over TLS a connection ends with close_notify, so that nobody can cut a body off. But libcurl
-/// reports success with or without it.
+/// Over TLS, a connection ends with close_notify, so that a cut body can be detected. But libcurl
+/// reports success with or without it, so no open end is accepted.
 ResponseCheck::OpenEnds Transfer::openEnds() const {
   using OpenEnds = ResponseCheck::OpenEnds;
   if (url_.scheme() == "https") return OpenEnds::none;
   return settings_.takesBodiesWithoutLength ? OpenEnds::all : OpenEnds::http10;
 }
 
-/// For other threads.
+/// Publishes the lengths for other threads.
 void Transfer::noteLengths() noexcept {
   received_ = sink_.length();
   expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
@@ -118,7 +120,7 @@ bool Transfer::setVersion() {
   return setOption(handle_.get(), CURLOPT_HTTP_VERSION, version);
 }
 
-/// Requests the rest of the kept part.
+/// Requests the rest of the file, if part of it is kept.
 bool Transfer::setRange() {
   if (!range_) return true;
   const std::string range = std::to_string(range_->first) + "-";
@@ -140,8 +142,8 @@ bool Transfer::setHeaderList() {
          setOption(handle_.get(), CURLOPT_HTTPHEADER, static_cast<curl_slist*>(headers_.get()));
 }
 
-/// Empty if the server at the current URL is not to be asked for changes. The host may have kept
-/// the validators anywhere, so they are checked again.
+/// Empty if the current URL is to be asked unconditionally. The host may have stored the validators
+/// anywhere, so they are checked again.
 std::string Transfer::conditionHeader() const {
   if (!validators_ || validators_->url != url_.absoluteString()) return {};
   if (isEntityTag(validators_->entityTag)) return "If-None-Match: " + validators_->entityTag;
@@ -202,7 +204,7 @@ std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void
   return self.cannotStore_ ? stop : count;
 }
 
-/// Called after each read of libcurl, and every second.
+/// Called by libcurl after each read, and every second.
 int Transfer::endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t) {
   auto& self = *static_cast<Transfer*>(transfer);
   try {
@@ -267,7 +269,7 @@ std::optional<TransferOutcome> Transfer::outcome(int result) {
   if (result == CURLE_OK) check_->end();
   if (check_->deniesRange() && check_->status() == 416) return TransferOutcome::answered(416);
   if (check_->problem()) return failed(check_->problem()->code, check_->problem()->what);
-  // With another status than 200 the body does not matter.
+  // With any other status, the body does not matter.
   if (check_->hasHeaders() && !check_->isFile()) {
     if (isConditional_ && check_->status() == 304) return TransferOutcome::unchanged();
     const bool leadsOn = isRedirect(check_->status()) && !check_->location().empty();
@@ -277,7 +279,7 @@ std::optional<TransferOutcome> Transfer::outcome(int result) {
   return finishBody();
 }
 
-/// A 304 repeats the validators, or means the old ones.
+/// If a 304 does not repeat the validators, the old ones still apply.
 void Transfer::returnValidators(TransferOutcome& outcome) const {
   KivRESTServiceValidators validators{url_.absoluteString(), check_->entityTag(),
                                       check_->lastModified()};
@@ -291,7 +293,7 @@ TransferOutcome Transfer::finishBody() {
   return TransferOutcome::succeeded(std::move(*data));
 }
 
-/// For the next attempt and the metrics.
+/// Describes the attempt for the next one and for the metrics.
 void Transfer::describe(AttemptResult& tried) {
   void* const handle = handle_.get();
   const bool succeeded = tried.outcome.isSuccess();
@@ -321,20 +323,21 @@ void Transfer::describeLine(AttemptResult& tried) const {
   tried.handshake = time(CURLINFO_CONNECT_TIME_T) - time(CURLINFO_NAMELOOKUP_TIME_T);
 }
 
-/// libcurl does not say of which version a connection was that gave no response.
+/// libcurl does not report the HTTP version of a connection that gave no response, so it may have
+/// been HTTP/2.
 bool Transfer::hasFailedOverHTTP2(const AttemptResult& tried) const {
   if (!offersHTTP2() || !hasConnection() || !check_->mayBeHTTP2()) return false;
   const auto code = tried.errorCode();
   return code && (isRetryable(*code) || code == Code::malformedResponse);
 }
 
-/// Decides what a failed attempt keeps of the file, and what the next one requests. A server that
-/// was not reached changes neither.
+/// Decides what a failed attempt keeps of the file, and what the next one requests. If the server
+/// was not reached, both stay as they are.
 void Transfer::settlePart(AttemptResult& tried) {
   const auto code = tried.errorCode();
   const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
   tried.startsOver = check_->deniesRange() || cameFromElsewhere;
-  // A body that is too large, or a full disk: it would happen again.
+  // A body that is too large, or a full disk, which would happen again.
   const bool isBeyondUs = code == Code::bodyTooLarge || code == Code::outOfResources;
   const bool isSpoilt = bodyHasBegun_ && code && !isRetryable(*code);
   if (tried.startsOver || isBeyondUs || isSpoilt) sink_.discard();
@@ -355,17 +358,17 @@ std::optional<TransferOutcome> Transfer::followRedirect() {
   ++redirects_;
   isOnFreshConnection_ = false;
   url_ = *std::move(target);
-  // Those of the former URL may be for its server alone.
+  // Headers for the former URL may be meant for its server alone.
   hostHeaders_.clear();
   isRedirected_ = true;
   return prepare();
 }
 
-/// True if a reused connection gave no response, or none that is HTTP. The server may have been
-/// closing the connection, or the bytes may belong to the response before.
+/// True if a reused connection gave no response, or one that is not HTTP. The server may have been
+/// closing the connection, or the bytes may belong to the previous response.
 bool Transfer::mayBeTheConnectionsFault(const TransferOutcome& ended) const {
   if (isOnFreshConnection_ || bodyHasBegun_ || !ended.error) return false;
-  // All streams of an HTTP/2 connection would ask for one of their own.
+  // Otherwise each stream of an HTTP/2 connection would request a connection of its own.
   if (offersHTTP2() && check_->mayBeHTTP2()) return false;
   const auto code = static_cast<Code>(ended.error->code);
   const bool isLost = code == Code::connectionLost && !check_->hasHeaders();
@@ -386,8 +389,8 @@ std::string Transfer::storageProblem() const {
   return problem;
 }
 
-/// The outcome of a transfer that libcurl ended. Some result codes have another meaning once the
-/// request was sent.
+/// The outcome of a transfer that libcurl ended with an error. Some result codes have another
+/// meaning once the request was sent.
 TransferOutcome Transfer::broken(int result) const {
   if (isTooSlow_) return failed(Code::timedOut, "the server sends too slowly");
   const bool wasAsked = info<long>(handle_.get(), CURLINFO_REQUEST_SIZE) > 0;

@@ -24,10 +24,10 @@ namespace kiv {
 /// One attempt to get a file from one server, redirects included. Used by one thread at a time.
 class Transfer {
  public:
-  /// `handle` is a reused one of the same client, or empty. `settings`, `spool` and `buffers` must
-  /// outlive the transfer. `readSize` is the receive buffer size, and `mayUseHTTP2` whether HTTP/2
-  /// is offered to https servers. `validators` are those of the tasks, or nullptr; they must
-  /// outlive the transfer too.
+  /// `handle` is a reused one of the same client, or empty. `readSize` is the receive buffer size
+  /// in bytes, and `mayUseHTTP2` tells whether HTTP/2 is offered to https servers. `validators` are
+  /// those of the tasks, or nullptr. They, `settings`, `spool` and `buffers` must outlive the
+  /// transfer.
   Transfer(URL url, const TransferSettings& settings, SpoolDirectory& spool, BodyBuffers& buffers,
            std::int64_t readSize, bool mayUseHTTP2, EasyHandle handle,
            const KivRESTServiceValidators* validators = nullptr);
@@ -35,9 +35,10 @@ class Transfer {
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
-  /// The host's headers for the next request, sent with prepare(). They are dropped at a redirect.
+  /// Sets the host's headers for the next request. To be called before prepare(). A redirect drops
+  /// them.
   void setHeaders(KivRESTServiceRequest::Headers headers);
-  /// Prepares the handle. The outcome of the attempt if that failed; otherwise nothing.
+  /// Prepares the handle. Returns the outcome of the attempt if that failed; otherwise nothing.
   std::optional<TransferOutcome> prepare();
   /// The handle to run.
   [[nodiscard]] void* handle() const noexcept { return handle_.get(); }
@@ -48,37 +49,39 @@ class Transfer {
   std::int64_t takeBytesCome() noexcept {
     return bytesCome_ - std::exchange(bytesTaken_, bytesCome_);
   }
-  /// The same of the whole attempt.
+  /// The same for the whole attempt.
   [[nodiscard]] std::int64_t bytesCome() const noexcept { return bytesCome_; }
-  /// Called before the attempt is ended early: keeps the received part of the body, if it can be
-  /// resumed.
+  /// To be called before the attempt is ended early: keeps the received part of the body if it can
+  /// be resumed.
   void keepPart() { sink_.keep(); }
-  /// Marks the request, which ends with a time-out, as too slow.
+  /// Marks the request as too slow, before it is ended with a time-out.
   void noteTooSlow() noexcept { isTooSlow_ = true; }
-  /// The local port of the connection if it may be one of HTTP/2, which other requests share.
+  /// The local port of the connection, which identifies it, if it may be an HTTP/2 connection that
+  /// other requests share.
   [[nodiscard]] std::optional<long> sharedConnection() const;
-  /// To be called before finish(): that port if the result code says that the connection has ended.
+  /// To be called before finish(): sharedConnection(), if the result code says that the connection
+  /// has ended.
   [[nodiscard]] std::optional<long> endedConnection(int result) const;
-  /// To be called before finish(): the origin to which no connection could be made, if that is what
-  /// the result code says and other requests may have waited for it.
+  /// To be called before finish(): the origin, if the result code says that no connection to it
+  /// could be made, and other requests may have waited for that connection.
   [[nodiscard]] std::optional<std::string> unmadeConnection(int result) const;
   /// The origin of the request if it may share an HTTP/2 connection.
   [[nodiscard]] std::optional<std::string> sharedOrigin() const;
   /// True once the request has a connection, with TLS.
   [[nodiscard]] bool hasConnection() const noexcept { return redirectGuard_.hasConnection(); }
-  /// To be called instead of finish() if the handle did not run, because of the result of another
-  /// one: the request has waited for a connection that could not be made.
+  /// To be called instead of finish() for a request that did not run, because it waited for a
+  /// connection that could not be made. `result` is that of the request that tried.
   [[nodiscard]] AttemptResult shareFailure(int result) const;
-  /// True if the next request is for a redirect, and setHeaders() was not called for it.
+  /// True if the next request follows a redirect, and setHeaders() was not called for it yet.
   [[nodiscard]] bool isRedirected() const noexcept { return isRedirected_; }
   /// The URL of the current or next request.
   [[nodiscard]] const URL& url() const noexcept { return url_; }
   [[nodiscard]] int redirects() const noexcept { return redirects_; }
-  /// To be called instead of running the next request, that of a redirect, which the host refuses
-  /// for that reason.
+  /// To be called instead of running the next request if the host refuses it. `why` is the reason,
+  /// or empty.
   [[nodiscard]] AttemptResult refuse(std::string_view why) const;
-  /// To be called when the handle has run, with its result code. Nothing if another request
-  /// follows, for a redirect or on a fresh connection: handle(), which may have changed, is then
+  /// To be called when the handle has run, with its result code. Returns nothing if another request
+  /// follows, for a redirect or on a new connection: handle(), which may have changed, is then
   /// ready to run.
   std::optional<AttemptResult> finish(int result);
 
@@ -88,8 +91,8 @@ class Transfer {
   /// True once the body has begun to arrive. Thread-safe.
   [[nodiscard]] bool bodyHasBegun() const noexcept { return bodyHasBegun_; }
 
-  /// Returns the handle for reuse; empty if its last request got no response, since libcurl may
-  /// leave it in a state in which it accepts no options. Nothing may be called afterwards.
+  /// Returns the handle for reuse. Empty if its last request got no response, since libcurl may
+  /// then leave it in a state in which it accepts no options. Nothing may be called afterwards.
   EasyHandle takeHandle();
 
  private:
@@ -131,7 +134,7 @@ class Transfer {
   const TransferSettings& settings_;
   const std::int64_t readSize_;
   const bool mayUseHTTP2_;
-  std::array<char, 256> message_{};  // libcurl's own, of what went wrong
+  std::array<char, 256> message_{};  // libcurl's error message
   EasyHandle handle_;
   KivRESTServiceRequest::Headers hostHeaders_;
   HeaderList headers_;
@@ -144,12 +147,12 @@ class Transfer {
   bool isRedirected_ = false;
   RedirectGuard redirectGuard_;
   std::optional<ResponseCheck> check_;
-  bool isOnFreshConnection_ = false;  // as it was asked to be
+  bool isOnFreshConnection_ = false;  // the request is repeated on one
   std::int64_t bytesCome_ = 0;
   std::int64_t bytesTaken_ = 0;
   bool isTooSlow_ = false;
   std::atomic<bool> bodyHasBegun_ = false;
-  bool cannotStore_ = false;  // memory or disk gave out
+  bool cannotStore_ = false;  // no memory or disk space was left
   std::atomic<std::int64_t> received_ = 0;
   std::atomic<std::int64_t> expected_ = unknown;
 };

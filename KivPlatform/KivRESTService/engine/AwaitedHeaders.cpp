@@ -1,4 +1,5 @@
-// An answer counts by its number: the host may still have an earlier question about the same task.
+// Questions about a task are numbered, and only an answer to the latest one counts: the host may
+// still hold an earlier question about the same task.
 
 #include "KivPlatform/KivRESTService/engine/AwaitedHeaders.h"
 

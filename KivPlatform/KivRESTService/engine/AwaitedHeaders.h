@@ -13,24 +13,25 @@ namespace kiv {
 
 struct Download;
 
-/// The downloads whose next request waits for the host's headers, in the order of the answers.
+/// The downloads whose next request waits for the host to add headers. Those that have been
+/// answered are taken in the order of the answers.
 class AwaitedHeaders {
  public:
   /// Adds a download, and a question about it.
   void add(Download& download);
-  /// Adds another question about each of them. Answers to former ones do not count any more.
+  /// Replaces every question by a new one: late answers to the old ones are ignored.
   void askAgain();
-  /// The questions that have been added since the last call.
+  /// The questions added since the last call.
   [[nodiscard]] std::vector<RequestQuestion> takeQuestions() {
     return std::exchange(questions_, {});
   }
   [[nodiscard]] bool hasQuestions() const noexcept { return !questions_.empty(); }
 
-  /// Takes an answer, with its headers. The download if its request is refused, which the caller
-  /// removes; otherwise nullptr, also for an answer that does not count.
+  /// Takes an answer with its headers. Returns the download if the host has refused its request
+  /// (the caller then removes it), otherwise nullptr. Ignores answers to old questions.
   Download* take(RequestAnswer& answer);
   [[nodiscard]] bool hasAnswered() const noexcept { return !answered_.empty(); }
-  /// Takes the download that was answered first. There has to be one.
+  /// Takes the download that was answered first. hasAnswered() must be true.
   Download& takeAnswered();
   /// The downloads whose question waits for the host's queue. Those whose answer was postponed do
   /// not count.
@@ -44,7 +45,7 @@ class AwaitedHeaders {
   std::vector<Download*> takeAll();
 
  private:
-  using Downloads = std::map<std::uint64_t, Download*>;  // by the ID of the attempt
+  using Downloads = std::map<std::uint64_t, Download*>;  // by attemptID()
 
   static Download* takeFrom(Downloads& downloads, const RequestAnswer& answer);
 

@@ -1,4 +1,4 @@
-// A download collects what its attempts gave; TransferPlan decides what it tries next.
+// A download keeps the results of its attempts; TransferPlan decides what it tries next.
 
 #include "KivPlatform/KivRESTService/engine/Download.h"
 
@@ -25,9 +25,9 @@ Download::~Download() = default;
 std::string Download::keyOf(const TransferJob& job) {
   std::string key;
   for (const URL& url : job.servers)
-    key.append(url.absoluteString()).append(" ");  // no URL holds a space
+    key.append(url.absoluteString()).append(" ");  // a URL contains no space
   if (!job.validators) return key;
-  // No validator holds a line feed, or else it is not sent.
+  // Validators contain no line feed: one that did would not be sent.
   const KivRESTServiceValidators& validators = *job.validators;
   key.append("\n").append(validators.url).append("\n").append(validators.entityTag);
   key.append("\n").append(validators.lastModified);

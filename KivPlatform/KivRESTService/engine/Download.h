@@ -21,19 +21,19 @@ namespace kiv {
 class Transfer;
 class TransferWorker;
 
-/// One file that the client fetches, for every task with the same URLs and validators. Owned by the
-/// scheduler; while it runs, its transfer is used by the worker's thread alone.
+/// A file that the client downloads, for all tasks with the same URLs and validators. The scheduler
+/// owns it. While it runs, only the worker's thread uses its transfer.
 struct Download {
   using Time = std::chrono::steady_clock::time_point;
 
   enum class State {
     waiting,  ///< For a free slot.
     running,
-    pausing,  ///< Until the next attempt.
-    asking,   ///< The host, whether it may start.
-    refused,  ///< By the host.
-    /// The host may add headers to its next request. If that is for a redirect, there is a
-    /// transfer.
+    pausing,  ///< Until the next attempt is due.
+    asking,   ///< Until the host has said whether it may start.
+    refused,  ///< By the host's start condition.
+    /// Until the host has given the headers of its next request. There is a transfer only if that
+    /// request follows a redirect.
     preparing,
   };
 
@@ -45,7 +45,8 @@ struct Download {
   /// The key by which tasks share a download: all of their URLs, and their validators.
   static std::string keyOf(const TransferJob& job);
 
-  /// Identifies the running attempt.
+  /// Identifies the download, and with it its attempt, since only one runs at a time: the ID of its
+  /// first task.
   [[nodiscard]] std::uint64_t attemptID() const { return tasks.front(); }
   [[nodiscard]] const URL& url() const { return urls[server]; }
   /// The total running time of its attempts, the current one included.
@@ -61,21 +62,21 @@ struct Download {
   [[nodiscard]] KivRESTServiceTaskProgress progress() const;
 
   const std::string key;
-  std::vector<std::uint64_t> tasks;  ///< Their IDs, in the order in which they were queued.
-  std::uint64_t priority;            ///< The highest of the tasks'.
+  std::vector<std::uint64_t> tasks;  ///< Their IDs, in the order of queuing.
+  std::uint64_t priority;            ///< The highest of its tasks'.
   const std::vector<URL> urls;
-  std::vector<std::string> servers;  ///< The origins of the URLs.
+  std::vector<std::string> servers;  ///< The origin of each URL.
   const std::optional<KivRESTServiceValidators> validators;
 
   State state = State::waiting;
   TransferPlan plan;
   Time notBefore{};                    ///< The earliest start of the next attempt.
-  bool mayUseHTTP2 = true;             ///< Until it has failed for this file.
+  bool mayUseHTTP2 = true;             ///< False after HTTP/2 has failed for this file.
   std::size_t server = 0;              ///< Index of the current or last attempt's URL.
   std::unique_ptr<Transfer> transfer;  ///< While running; see `preparing`.
   TransferWorker* worker = nullptr;    ///< While running.
 
-  std::uint64_t lastQuestion = 0;          ///< Number of the last one for headers.
+  std::uint64_t lastQuestion = 0;          ///< Number of the last question for headers.
   KivRESTServiceRequest::Headers headers;  ///< The host's answer, until the request is sent.
 
   Time attemptBegun{};                ///< Start of the current or last attempt.
@@ -83,7 +84,7 @@ struct Download {
   SpeedMeter speed;                   ///< Of the current request.
 
   std::optional<Time> begun;
-  SpeedPolicy::Duration suspended{};  ///< Since it began, by the host; not part of the deadline.
+  SpeedPolicy::Duration suspended{};  ///< By the host, since it began; extends the deadline.
   Time suspendedSince{};              ///< While asking or refused.
   KivRESTServiceMetrics metrics;
   double bytesPerSecond = 0;       ///< At the last measurement.

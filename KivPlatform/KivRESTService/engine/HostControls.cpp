@@ -1,5 +1,6 @@
-// What the host changes while transfers run: the pause, the bandwidth, and its start condition. A
-// halted transfer ends as one that yields does: what has come is kept, and it is no failed attempt.
+// What the host changes while transfers run: the pause, the bandwidth and the start condition. A
+// halted transfer ends like one that yields: the received bytes are kept, and it does not count as
+// a failed attempt.
 
 #include <algorithm>
 #include <functional>
@@ -47,7 +48,7 @@ void TransferScheduler::haltIfAsked(TransferWorker& worker) {
   }
 }
 
-/// The next transfer continues this attempt, and is not counted as another one.
+/// The next transfer continues this attempt and is not counted as another.
 void TransferScheduler::halt(TransferWorker& worker, Download& download) {
   const std::string& server = download.servers[download.server];
   if (download.transfer->bodyHasBegun()) {
@@ -86,9 +87,9 @@ void TransferScheduler::removeDeadline(Download& download) {
 
 // --- The bandwidth -------------------------------------------------------------------------------
 
-/// libcurl measures a transfer against a lower limit from before the change, and would let it wait
-/// so long that it times out. So running transfers are continued by new ones, which also are not
-/// over HTTP/2, read in small pieces and run on one thread.
+/// libcurl would hold a running transfer to a lower limit from its beginning, and pause it for so
+/// long that it times out. So running transfers are replaced by new ones that continue them. Nor do
+/// these use HTTP/2, large reads or several threads, unlike transfers without a limit.
 void TransferScheduler::changeBandwidth(std::int64_t former) {
   const std::int64_t bandwidth = controls_.bandwidth;
   settings_.bandwidth = bandwidth;
@@ -97,7 +98,7 @@ void TransferScheduler::changeBandwidth(std::int64_t former) {
   speeds_ = SpeedPolicy(settings_);
   readSize_.setBandwidth(bandwidth);
   if (bandwidth <= 0 || former <= 0) {
-    places_.clear();  // which depend on whether there is a limit
+    places_.clear();  // the numbers depend on whether there is a limit
     furtherPlaces_ = 0;
   }
   const bool isLower = bandwidth > 0 && (former <= 0 || bandwidth < former);
@@ -142,14 +143,14 @@ void TransferScheduler::take(const std::vector<StartAnswer>& answers) {
   }
 }
 
-/// What was answered may not hold any more.
+/// The host's answers may be out of date.
 void TransferScheduler::doubtAnswers() {
   asksAgain_ = true;
   for (Download* const download : std::exchange(allowed_, {}))
     refused_.push_back(download);
 }
 
-/// Before others, so that an answer is used while it is new.
+/// These come first, so that the answers are still fresh.
 void TransferScheduler::startAllowed(Time now) {
   while (!allowed_.empty() && hasFreePlace() &&
          !pendingBytes_.exceeds(settings_.largestPendingBytes)) {
@@ -166,7 +167,7 @@ void TransferScheduler::startAllowed(Time now) {
   }
 }
 
-/// Those that were refused wait for a slot again, and are asked about when it is their turn.
+/// The refused downloads wait for a slot again, and the host is asked when they get one.
 void TransferScheduler::releaseRefused(Time now) {
   if (!std::exchange(asksAgain_, false)) return;
   for (Download* const download : std::exchange(refused_, {})) {

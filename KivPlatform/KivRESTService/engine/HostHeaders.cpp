@@ -1,8 +1,9 @@
-// The headers that the host adds to a request. While a question waits for the host's queue, it
-// takes one of the parallel transfers, so that an answer that comes at once is used at once. If the
-// answer comes later, it leaves that to others and keeps only its place at its server: a host that
-// waits for a token is asked about a few files, and not about each, long before they can start. The
-// token itself may be a file of that server, which therefore may overtake them by its priority.
+// The headers that the host adds to a request. While a question waits for the host's queue, the
+// download keeps its slot, so that a prompt answer is used at once. If the host postpones its
+// answer, others may use the slot, and the download keeps only its place at its server. So a host
+// that waits for a token is asked about a few files, not about every file long before it can start.
+// The token itself may have to come from that server: a request of a higher priority may overtake
+// the postponed ones.
 
 #include <utility>
 
@@ -26,7 +27,7 @@ void TransferScheduler::askOrStart(Download& download) {
   prepare(download);
 }
 
-/// The transfer has left the worker, and keeps its place at the server.
+/// The transfer has left the worker but keeps its place at the server.
 void TransferScheduler::askForRedirect(TransferWorker& worker, Download& download) {
   noteReached(download.servers[download.server]);
   std::erase(running_, &download);
@@ -37,8 +38,7 @@ void TransferScheduler::askForRedirect(TransferWorker& worker, Download& downloa
   prepare(download);
 }
 
-/// True if there is a place at the server without the requests of a lower priority that wait there
-/// for the host.
+/// True if there would be a place at the server without the postponed requests of a lower priority.
 bool TransferScheduler::mayOvertakePostponed(const Download& download) const {
   const std::string& server = download.servers[download.server];
   const auto overtaken = awaitedHeaders_.postponedBelow(download.priority, server);
@@ -76,7 +76,7 @@ void TransferScheduler::refuse(Download& download, const std::string& why) {
   conclude(download, std::move(result));
 }
 
-/// Before others, so that the headers are used while they are new.
+/// These come first, so that the headers are still fresh.
 void TransferScheduler::sendPrepared(Time now) {
   while (awaitedHeaders_.hasAnswered() && hasFreePlace() &&
          !pendingBytes_.exceeds(settings_.largestPendingBytes)) {
@@ -90,7 +90,7 @@ void TransferScheduler::sendPrepared(Time now) {
   }
 }
 
-/// The headers are for one URL. If another one is to be tried by now, or none yet, the host is
+/// The headers are for one URL. If the download must wait or try another URL by now, the host is
 /// asked again.
 void TransferScheduler::startPrepared(Download& download, Time now) {
   const std::size_t asked = download.server;
@@ -111,7 +111,7 @@ void TransferScheduler::continueAfterRedirect(Download& download) {
   assign(download, chooseWorker(download));
 }
 
-/// Those that have not been sent wait again, and the host is asked again.
+/// Requests that have not been sent go back to waiting, and the host is asked again.
 void TransferScheduler::haltAllPrepared() {
   for (Download* const download : awaitedHeaders_.takeAll())
     haltPrepared(*download);

@@ -9,17 +9,17 @@
 
 namespace kiv {
 
-/// Counts the bytes that have been fetched and wait for the client's queue, so that the scheduler
-/// can stop starting transfers when the queue does not keep up. Thread-safe.
+/// Counts the bytes of received bodies that wait for the client's queue, so that the scheduler
+/// starts no transfers while the queue does not keep up. Thread-safe.
 class PendingBytes {
  public:
-  /// `wakeUp` is called when the count falls to the bound that exceeds() was last asked about, and
-  /// by wakeUp(). An empty function removes it; when this returns, the former one is not running.
+  /// `wakeUp` is called when the count falls to the bound of the last call of exceeds(), and by
+  /// wakeUp(). An empty function removes it. When this returns, the former one is not running.
   void setWakeUp(std::function<void()> wakeUp) {
     const MutexLock lock(mutex_);
     wakeUp_ = std::move(wakeUp);
   }
-  /// Wakes the scheduler up: what it has to wait for has changed.
+  /// Wakes the scheduler up, since the time for which it should wait has changed.
   void wakeUp() {
     const MutexLock lock(mutex_);
     if (wakeUp_) wakeUp_();
@@ -45,7 +45,8 @@ class PendingBytes {
     PendingBytes& all_;
     const std::int64_t bytes_;
   };
-  /// True if more than `bound` bytes are pending; wakeUp is then called when that has changed.
+  /// True if more than `bound` bytes are pending. The wake-up function is then called once that is
+  /// no longer so.
   bool exceeds(std::int64_t bound) {
     const MutexLock lock(mutex_);
     bound_ = bound;

@@ -13,8 +13,8 @@ namespace kiv {
 
 namespace {
 
-/// The speed after `seconds` with that many bytes, smoothed over about a second. The number may be
-/// negative: an attempt that starts over has no bytes.
+/// The speed after another `seconds` in which that many bytes came. The number may be negative: an
+/// attempt that starts over has no bytes.
 double smoothed(double former, std::int64_t bytes, double seconds) {
   if (seconds <= 0) return former;
   const double now = static_cast<double>(std::max<std::int64_t>(bytes, 0)) / seconds;

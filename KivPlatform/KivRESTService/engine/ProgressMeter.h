@@ -22,7 +22,7 @@ class ProgressMeter {
   /// The shortest time between two measurements.
   static constexpr std::chrono::milliseconds interval{100};
 
-  /// Called when the first job comes to an idle client.
+  /// Called when an idle client gets a job.
   void restart() noexcept;
   /// Called when a download ends: for `tasks` tasks, with a body of `bytes` bytes.
   void noteEnded(std::size_t tasks, std::int64_t bytes) noexcept;

@@ -1,5 +1,5 @@
-// The host may keep a request for as long as it likes, so that it holds neither the client nor the
-// gate alive. In a forked child it must not take a lock that a thread of the parent may have held.
+// The host may keep a request for as long as it likes, so a request must not keep the client or the
+// gate alive. In a forked child it must not lock a mutex that a thread of the parent may have held.
 
 #include "KivPlatform/KivRESTService/engine/RequestGate.h"
 
@@ -11,7 +11,8 @@
 
 namespace kiv {
 
-/// A question and its answers, for which no memory has to be asked later.
+/// A question with its answer and its postponement, allocated in advance: the destructor of a
+/// request answers too, and must not allocate.
 class RequestGate::OpenQuestion {
  public:
   OpenQuestion(std::weak_ptr<RequestGate> gate, const RequestQuestion& asked)
@@ -26,7 +27,7 @@ class RequestGate::OpenQuestion {
     answer_.front().refusal = std::move(refusal);
     deliver(std::move(answer_));
   }
-  /// The same. The answer may come at the same time.
+  /// To be called once. May run at the same time as answer().
   void postpone() { deliver(std::move(postponement_)); }
 
   const RequestQuestion question;
@@ -55,7 +56,7 @@ void RequestGate::setAnswerReceiver(AnswerReceiver receiver) {
 RequestGate::State RequestGate::setHandler(Handler handler) {
   auto shared = handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
   const MutexLock lock(mutex_);
-  // The former one is destroyed after the lock.
+  // The former handler is destroyed after the lock is released.
   handler_.swap(shared);
   return {handler_ != nullptr, ++version_};
 }
@@ -81,7 +82,8 @@ void RequestGate::ask(const std::vector<RequestQuestion>& questions) {
   });
 }
 
-/// The handler may cancel the tasks, or destroy the client: those that are left are not asked.
+/// The handler may cancel the tasks or destroy the client; the remaining questions are then
+/// skipped.
 void RequestGate::call(const std::shared_ptr<OpenQuestion>& question) const {
   const RequestQuestion& asked = question->question;
   if (!ledger_->task(asked.task)) return;

@@ -19,7 +19,7 @@ class RequestGate : public std::enable_shared_from_this<RequestGate> {
   using Handler = std::function<void(KivRESTServiceRequest request)>;
   using AnswerReceiver = std::function<void(RequestAnswers answers)>;
 
-  /// The tasks are those of the ledger.
+  /// `ledger` tells which tasks are still held.
   RequestGate(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<const TaskLedger> ledger);
 
   /// `receiver` is called with the answers, on any thread, and must not throw. An empty one removes
@@ -27,14 +27,14 @@ class RequestGate : public std::enable_shared_from_this<RequestGate> {
   void setAnswerReceiver(AnswerReceiver receiver);
   struct State {
     bool hasHandler = false;
-    std::uint64_t version = 0;  ///< It grows with each change.
+    std::uint64_t version = 0;  ///< Grows with each change.
   };
 
-  /// Replaces the handler; without one each request is sent as it is.
+  /// Replaces the handler. Without one, requests are sent unchanged.
   State setHandler(Handler handler);
 
-  /// Adds a job to the queue that calls the handler for each question, unless the task is not held
-  /// any more. The queue logs what a handler throws.
+  /// Adds a job to the queue that calls the handler for each question whose task is still held. The
+  /// queue logs an exception of the handler.
   void ask(const std::vector<RequestQuestion>& questions);
 
  private:

@@ -1,5 +1,5 @@
 // How the scheduler uses the connections to a server: how many, over which version of HTTP, and
-// what follows if a shared one ends.
+// what happens when a shared one ends.
 
 #include <algorithm>
 #include <functional>
@@ -13,7 +13,7 @@ namespace kiv {
 
 namespace {
 
-/// True for a failure that may come from too many connections or requests.
+/// True for a failure that may be due to too many connections or requests.
 bool mayComeFromTooMany(const AttemptResult& result) {
   const auto status = result.outcome.status.value_or(0);
   const auto code = result.errorCode();
@@ -27,7 +27,7 @@ std::size_t TransferScheduler::placesAt(const std::string& server) const {
   return found == places_.end() ? ParallelPlaces(settings_).count() : found->second.count();
 }
 
-/// Servers with a long round trip get further places beside those that all of them share.
+/// Servers with long round trips get places in addition to those that all servers share.
 std::size_t TransferScheduler::placesInAll() const noexcept {
   return std::max<std::size_t>(1, settings_.parallelTransfers) + furtherPlaces_;
 }
@@ -44,8 +44,8 @@ void TransferScheduler::noteLine(const Download& download, const AttemptResult& 
   furtherPlaces_ += places.count() - places.least();
 }
 
-/// Not with a bandwidth limit: libcurl stops reading from a connection if one of its streams is too
-/// fast.
+/// Not with a bandwidth limit: libcurl stops reading from a connection when one of its streams
+/// exceeds its limit.
 bool TransferScheduler::mayUseHTTP2(const Download& download) const {
   return settings_.http2 && settings_.bandwidth <= 0 && download.mayUseHTTP2 &&
          http2Trust_.isTrusted(download.servers[download.server]);
@@ -60,8 +60,8 @@ void TransferScheduler::noteHTTP2(const Download& download, const AttemptResult&
   http2Trust_.noteFailure(server, download.attemptBegun, now);
 }
 
-/// libcurl 7.88 reports the end of an HTTP/2 connection to one of its streams; the others would
-/// time out.
+/// libcurl 7.88 reports the end of an HTTP/2 connection to only one of its streams. The others
+/// would time out.
 void TransferScheduler::finishStreamsOf(TransferWorker& worker, long connection, bool hasStalled) {
   const std::function<bool(Download&)> isStream = [&](Download& download) {
     return download.transfer->sharedConnection() == connection;
@@ -73,8 +73,9 @@ void TransferScheduler::finishStreamsOf(TransferWorker& worker, long connection,
   }
 }
 
-/// So a connection that has stalled costs its files a few seconds together, not a time-out each. A
-/// server that takes that long for its answers is asked once more, over HTTP/1.1.
+/// A stalled connection thus delays all of its files by a few seconds together, rather than each by
+/// a time-out. If the server is merely slow to answer, it gets one more request for each, over
+/// HTTP/1.1.
 void TransferScheduler::endSilent(TransferWorker& worker, Time now) {
   for (const long connection : worker.silentConnections(settings_.sharedStallTimeout, now))
     finishStreamsOf(worker, connection, true);
@@ -86,8 +87,8 @@ void TransferScheduler::runHeld(TransferWorker& worker) {
   }
 }
 
-/// The transfers that have waited for a connection fail as they would have over HTTP/1.1: at the
-/// same time. If TLS has failed, which takes no long time, each finds out itself why.
+/// The transfers that waited for this connection fail together with it, as they would have over
+/// HTTP/1.1. But if TLS failed, which does not take long, each one tries by itself.
 void TransferScheduler::endHeld(TransferWorker& worker, const std::string& origin, int result) {
   const auto code = errorCodeForCurlResult(result);
   const bool isShared = isRetryable(code) || code == KivRESTServiceErrorCode::cannotResolveHost;

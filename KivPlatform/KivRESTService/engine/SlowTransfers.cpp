@@ -1,4 +1,5 @@
-// The scheduler's treatment of slow transfers and of deadlines.
+// Slow transfers and deadlines. A transfer that is slower than the minimum fails. One that is
+// merely slow yields its slot when a waiting download could use it.
 
 #include <algorithm>
 #include <functional>
@@ -28,7 +29,8 @@ void TransferScheduler::endSlow(TransferWorker& worker) {
   const Predicate tooSlow = [&](Download& download) { return isTooSlow(download, now); };
   while (Download* const download = worker.findRunning(tooSlow))
     endAsTooSlow(worker, *download);
-  // One at a time: the next one has to wait until it is known which download takes the slot.
+  // One at a time: whether another one has to yield is known only when a download has taken this
+  // slot.
   const Predicate gives = [&](Download& download) { return isToGiveWay(download, now); };
   if (Download* const download = worker.findRunning(gives)) giveWay(worker, *download);
 }
@@ -76,7 +78,7 @@ std::size_t TransferScheduler::olderThan(const Download& download, bool onItsSer
   return static_cast<std::size_t>(std::count_if(running_.begin(), place, isCounted));
 }
 
-/// Yielding is no failed attempt; it only shows that the server answers.
+/// Yielding is not a failure. It does show that the server answers.
 void TransferScheduler::giveWay(TransferWorker& worker, Download& download) {
   noteReached(download.servers[download.server]);
   download.transfer->keepPart();
@@ -92,7 +94,7 @@ bool TransferScheduler::isOverdue(const Download& download, Time now) const {
   return deadline && *deadline <= now && !controls_.isPaused;
 }
 
-/// Ends the waiting and pausing ones; running ones are ended by their workers' threads.
+/// Ends the overdue downloads that are not running. The workers' threads end the running ones.
 void TransferScheduler::endOverdue(Time now) {
   std::vector<Download*> overdue;
   for (const auto& [deadline, download] : deadlines_) {

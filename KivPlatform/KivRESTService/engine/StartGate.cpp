@@ -1,5 +1,5 @@
-// The version is read before the condition is asked: if the host announces a change in between, the
-// answer counts as old, and the scheduler asks again.
+// The version is read before the condition is called. If the host announces a change in between,
+// the answer is out of date, and the scheduler asks again.
 
 #include "KivPlatform/KivRESTService/engine/StartGate.h"
 
@@ -22,7 +22,7 @@ void StartGate::setAnswerHandler(AnswerHandler handler) {
 StartGate::State StartGate::setCondition(Condition condition) {
   auto shared = condition ? std::make_shared<const Condition>(std::move(condition)) : nullptr;
   const MutexLock lock(mutex_);
-  // The former one is destroyed after the lock.
+  // The former condition is destroyed after the lock is released.
   current_.condition.swap(shared);
   return {current_.condition != nullptr, ++current_.version};
 }
@@ -39,7 +39,7 @@ void StartGate::ask(std::vector<StartQuestion> questions) {
   });
 }
 
-/// The condition may cancel the tasks, or destroy the client: those that are left are not asked.
+/// The condition may cancel the tasks or destroy the client; it is then not asked about the rest.
 void StartGate::answer(const std::vector<StartQuestion>& questions) {
   std::vector<StartAnswer> answers;
   answers.reserve(questions.size());

@@ -21,7 +21,7 @@ class StartGate : public std::enable_shared_from_this<StartGate> {
   using Condition = std::function<bool(const KivRESTServiceTask& task, const URL& url)>;
   using AnswerHandler = std::function<void(std::vector<StartAnswer> answers)>;
 
-  /// The tasks are those of the ledger.
+  /// `ledger` tells which tasks are still held.
   StartGate(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<const TaskLedger> ledger);
 
   /// `handler` is called on the queue with the answers. An empty one removes it; when this returns,
@@ -29,16 +29,16 @@ class StartGate : public std::enable_shared_from_this<StartGate> {
   void setAnswerHandler(AnswerHandler handler);
   struct State {
     bool hasCondition = false;
-    std::uint64_t version = 0;  ///< Of the answers. It grows with each change.
+    std::uint64_t version = 0;  ///< Of the answers. Grows with each change.
   };
 
   /// Replaces the condition; an empty one allows everything.
   State setCondition(Condition condition);
-  /// The answers may have changed.
+  /// Called when the condition's answers may have changed.
   State noteChange();
 
-  /// Adds a job to the queue that asks the condition and gives each question one answer. A
-  /// condition that throws has answered no; the queue logs what it has thrown.
+  /// Adds a job to the queue that calls the condition and gives each question one answer. A
+  /// condition that throws refuses the start; the queue logs the exception.
   void ask(std::vector<StartQuestion> questions);
 
  private:

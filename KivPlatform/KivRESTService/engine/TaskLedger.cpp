@@ -1,6 +1,6 @@
-// The lock is never held while the host's code runs: completions, observers, and the wake-up
-// handler that async() may call. A completion takes its task out of the ledger first, so that it
-// can neither run twice nor after a cancellation.
+// The lock is never held while the host's code runs: completion handlers, observers, and the
+// wake-up handler that async() may call. A task is taken out of the ledger before its completion
+// handler is called, so the handler cannot run twice or after a cancellation.
 
 #include "KivPlatform/KivRESTService/engine/TaskLedger.h"
 
@@ -159,8 +159,8 @@ void TaskLedger::addJob() {
   }
 }
 
-/// A handler that throws ends the job, since the queue catches and logs that. The others are
-/// completed by the next job.
+/// A handler that throws ends the job; the queue catches and logs the exception. The next job
+/// completes the other tasks.
 void TaskLedger::runJob() {
   const JobStart start{std::chrono::steady_clock::now(), system::processorTimeOfThisThread()};
   bool isCut = true;
@@ -170,7 +170,7 @@ void TaskLedger::runJob() {
   } catch (...) {
     thrown = std::current_exception();
   }
-  // What the host does at the end of the job is part of its cost.
+  // The work that the host does at the end of the job is part of its cost.
   try {
     DispatchQueue::atEndOfJob(
         [self = shared_from_this(), start, isCut] { self->endJob(start, isCut); });
@@ -225,7 +225,7 @@ void TaskLedger::complete(TaskResult& result) {
   }
   task->setMetrics(std::move(result.metrics));
   if (const auto observer = endObserver()) (*observer)(*task);
-  // Taken off the task, so that a handler that owns its task does not leak it.
+  // Removed from the task, so that a handler that owns its task does not leak it.
   const auto handler = task->takeCompletionHandler();
   if (handler) handler(*task);
 }
@@ -235,7 +235,7 @@ void TaskLedger::failAll(KivRESTServiceErrorCode code) {
   {
     const MutexLock lock(mutex_);
     for (const auto& [id, task] : held_) {
-      // The host does not change the request while the client holds the task.
+      // Safe to read: the host does not change the request while the client holds the task.
       const auto& request = task->request();
       const std::string url = request ? request->url.absoluteString() : std::string();
       results.push_back({id, TransferOutcome::failed(transferError(code, url)), {}, 0});
@@ -268,7 +268,7 @@ std::optional<TaskLedger::Time> TaskLedger::addDueReport() {
   }
   try {
     queue_->async([self = shared_from_this()] { self->showProgress(); });
-  } catch (const std::exception&) {  // out of memory: the next report is tried again
+  } catch (const std::exception&) {  // out of memory: the next report tries again
     const MutexLock lock(mutex_);
     hasReportJob_ = false;
   }

@@ -34,7 +34,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   using EndObserver = std::function<void(const KivRESTServiceTask& task)>;
   using ProgressObserver = std::function<void(const KivRESTServiceProgress& progress)>;
 
-  /// Tasks are completed on `queue`. A body then leaves the pending bytes.
+  /// Tasks are completed on `queue`. Their bodies then no longer count as pending.
   TaskLedger(std::shared_ptr<DispatchQueue> queue, std::shared_ptr<PendingBytes> pendingBytes);
 
   /// The observer is called on the queue for each task that ends, before the task's completion. An
@@ -53,28 +53,28 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   [[nodiscard]] HeldTasks takeAll() noexcept;
   using Time = CompletionPace::Time;
 
-  /// Completes the tasks with those IDs on the queue, each only if it is still held then.
+  /// Completes the tasks of the results on the queue, unless they have been taken out by then.
   void end(TaskResults results);
-  /// The same without a wait for more. For tasks that no transfer thread has: nothing else would
-  /// call addDueJobs().
+  /// The same, without waiting for more tasks. For tasks that never reached a transfer thread,
+  /// since then nothing may call addDueJobs().
   void endAtOnce(TaskResults results);
-  /// Adds a job for the tasks that wait for their completion, and one for progress, if that is due.
-  /// Returns when more will be due, or nothing if nothing waits. Has to be called then.
+  /// Adds the jobs that are due: one to complete tasks, one to show progress. Returns when it has
+  /// to be called again, or nothing if nothing waits.
   std::optional<Time> addDueJobs();
   /// Ends all tasks that are held now with that error.
   void failAll(KivRESTServiceErrorCode code);
 
-  /// Updates the tasks' progress on the queue, and calls the progress observer there: with the
-  /// latest report, and at most ten times a second, also if the queue was busy in between.
+  /// Updates the tasks' progress on the queue and calls the progress observer there, with the
+  /// latest report only, and at most ten times a second, even if the queue was busy in between.
   void report(ProgressReport report);
 
-  /// Releases the handlers of tasks that were taken out, on the queue: at once if this is the
-  /// queue, otherwise by a job, or here if there is no memory for one.
+  /// Releases the completion handlers of tasks that were taken out, on the queue: at once if this
+  /// runs on it, otherwise by a job. Without memory for a job they are released here.
   void releaseHandlers(const HeldTasks& tasks) const noexcept;
 
  private:
   void end(TaskResults results, bool isUrgent);
-  /// True if a job is to be added now; the caller then calls addJob().
+  /// True if the caller has to call addJob() now, after unlocking.
   [[nodiscard]] bool claimJob(Time now) KIV_REQUIRES(mutex_);
   [[nodiscard]] bool hasJob() const KIV_REQUIRES(mutex_);
   void addJob();
@@ -89,7 +89,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   void endJob(JobStart start, bool isCut);
   bool completeEnded(Time deadline);
   void complete(TaskResult& result);
-  /// Removes the bodies of results that are not needed from the pending bytes.
+  /// Removes the bodies of results that nobody needs from the pending bytes.
   void drop(const TaskResults& results);
   [[nodiscard]] std::shared_ptr<KivRESTServiceTask> take(std::uint64_t id);
 
@@ -99,14 +99,14 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
   const std::shared_ptr<DispatchQueue> queue_;
   const std::shared_ptr<PendingBytes> pendingBytes_;
 
-  mutable Mutex mutex_;  // not held while a job is added: that calls the host's wake-up handler
+  mutable Mutex mutex_;  // not held while a job is added, which calls the host's wake-up handler
   const ForkGuard forkGuard_{mutex_, ForkGuard::Rank::tasks};
   HeldTasks held_ KIV_GUARDED_BY(mutex_);
   std::unordered_set<const KivRESTServiceTask*> heldTasks_ KIV_GUARDED_BY(mutex_);
   std::uint64_t lastID_ KIV_GUARDED_BY(mutex_) = 0;
-  TaskResults ended_ KIV_GUARDED_BY(mutex_);  // held, and waiting for a job
+  TaskResults ended_ KIV_GUARDED_BY(mutex_);  // still held; wait for a job
   std::int64_t endedBytes_ KIV_GUARDED_BY(mutex_) = 0;
-  bool isUrgent_ KIV_GUARDED_BY(mutex_) = false;       // a task does not wait for more
+  bool isUrgent_ KIV_GUARDED_BY(mutex_) = false;       // complete without waiting for more
   bool hasJob_ KIV_GUARDED_BY(mutex_) = false;         // on the queue
   std::uint64_t jobDepth_ KIV_GUARDED_BY(mutex_) = 0;  // the forkDepth() of that job
   CompletionPace pace_ KIV_GUARDED_BY(mutex_);

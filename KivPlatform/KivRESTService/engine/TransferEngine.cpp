@@ -1,5 +1,6 @@
-// Two locks, so that a thread of the host never waits for a transfer thread: mutex_ guards the
-// requests of other threads for a moment each, schedulerMutex_ is held by transfer threads alone.
+// Two locks, so that a thread of the host never waits for a transfer thread: mutex_ guards what
+// other threads ask for and is held only briefly; schedulerMutex_ is locked by transfer threads
+// only.
 
 #include "KivPlatform/KivRESTService/engine/TransferEngine.h"
 
@@ -51,8 +52,7 @@ void TransferEngine::setSpoolDirectory(std::string path) {
 }
 
 KivRESTServiceSettings TransferEngine::settings() const {
-  // A child has one thread, and the parent may have forked while another of its threads held the
-  // lock.
+  // Without the lock: in a forked child, a thread that no longer exists may hold it.
   if (isInherited()) return settings_;
   const MutexLock lock(mutex_);
   KivRESTServiceSettings settings = settings_;
@@ -159,7 +159,7 @@ void TransferEngine::stop() {
   }
 }
 
-/// A former thread that ended because it was idle takes no lock any more.
+/// The join is short: a former thread that ended because it was idle takes no lock any more.
 bool TransferEngine::startThread(std::size_t index) {
   TransferThread& state = threads_[index];
   if (stopped_ || !prepareCurlLibrary()) return false;
@@ -167,7 +167,7 @@ bool TransferEngine::startThread(std::size_t index) {
   try {
     WorkerHandles handles{std::make_unique<MultiHandle>(), std::make_unique<WakeUpPipe>()};
     if (!handles) return false;
-    // Before the thread starts, which reads them without this lock.
+    // Set before the thread starts, since it reads them without this lock.
     state.handles = std::move(handles);
     state.thread = std::thread([this, index] { serve(index, threads_[index].handles); });
   } catch (const std::exception&) {  // no memory, or no thread left
@@ -182,7 +182,7 @@ bool TransferEngine::startThread(std::size_t index) {
 bool TransferEngine::wakeUp(std::size_t index) {
   TransferThread& state = threads_[index];
   if (!state.handles) return false;
-  // Once is enough until the thread has handled it: a host may queue a thousand tasks at a time.
+  // Once is enough until the thread has reacted: a host may queue a thousand tasks at a time.
   if (!std::exchange(state.isCalled, true)) state.handles.wakeUp->wakeUp();
   return true;
 }
@@ -204,7 +204,7 @@ void TransferEngine::remind(std::size_t index) {
 void TransferEngine::serve(std::size_t index, const WorkerHandles& handles) {
   system::nameThisThread("KivRESTService");
   system::blockBrokenPipeSignalOnThisThread();
-  // Destroyed last and without a lock: closing the connections takes time.
+  // Destroyed last, without a lock, since closing the connections takes time.
   WorkerHandles owned;
   Lock lock(schedulerMutex_);
   ++serving_;
@@ -270,7 +270,7 @@ void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   scheduler_->reportQuestions(lock);
   scheduler_->reportRequests(lock);
   if (isBusy(index)) threads_[index].idleUntil = Clock::now() + settings_.idleTime;
-  // The first thread also reports progress and ends when all are done.
+  // The first thread reports progress, and ends when all jobs are done.
   if (index > 0 && scheduler_->isIdle()) remind(0);
 }
 
@@ -282,7 +282,7 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
   lock.unlock();
   const bool isWell = worker.wait(doDue(longest)) && worker.move();
   lock.lock();
-  // Before transfers end, so that a new job for a file that is being fetched shares the transfer.
+  // Before ended transfers are handled, so that a new job for the same file shares the transfer.
   takeOrders(index);
   if (!isWell) scheduler_->failRunning(worker);
   scheduler_->finishEnded(worker);
@@ -338,8 +338,8 @@ bool TransferEngine::callUp(std::size_t index) {
   return wakeUp(index) || startThread(index);
 }
 
-/// The first thread runs as long as there are jobs. Another one may end earlier, but not while
-/// there is a deadline that it alone may have been waiting for.
+/// The first thread runs while there are jobs. Others may end earlier, but not while there is a
+/// deadline that only they may be waiting for.
 bool TransferEngine::isBusy(std::size_t index) {
   if (index == 0) return !scheduler_->isIdle();
   const TransferWorker& worker = scheduler_->worker(index);
@@ -352,7 +352,7 @@ WorkerHandles TransferEngine::leaveIfDone(std::size_t index) {
   const bool hasOrders = !added_.empty() || cancelled_;
   const bool isDone = !hasOrders && !isBusy(index) && Clock::now() >= threads_[index].idleUntil;
   if (!stopped_ && !isDone) return {};
-  if (index > 0) wakeUp(0);  // this may have been the thread that waited for what is due
+  if (index > 0) wakeUp(0);  // this thread may have been the one that waits for `due`
   return std::exchange(threads_[index].handles, {});
 }
 
@@ -361,12 +361,13 @@ WorkerHandles TransferEngine::leaveIfStopped(std::size_t index) {
   return stopped_ ? std::exchange(threads_[index].handles, {}) : WorkerHandles{};
 }
 
-/// Takes no lock: a thread that starts the successor of this one holds it while it joins this one.
+/// Must not lock mutex_: a thread that starts the successor of this one holds it while it joins
+/// this one.
 void TransferEngine::leave(std::size_t index) {
   if (!scheduler_) return static_cast<void>(--serving_);
   if (isBusy(index)) scheduler_->dropAll();
   scheduler_->worker(index).close();
-  // Not while it has jobs: a thread that was started for them may not run yet.
+  // Not while there are jobs: the thread that was started for them may not run yet.
   if (--serving_ == 0 && scheduler_->isIdle()) scheduler_.reset();
 }
 
@@ -389,7 +390,7 @@ void TransferEngine::reportProgress(Lock& lock) {
 
 std::chrono::milliseconds TransferEngine::longestWait(std::size_t index) {
   using std::chrono::milliseconds;
-  constexpr milliseconds longest{60'000};  // libcurl knows its own deadlines
+  constexpr milliseconds longest{60'000};  // libcurl wakes up by itself for its own deadlines
   auto until = isBusy(index) ? Clock::now() + longest : threads_[index].idleUntil;
   if (const auto next = scheduler_->nextDeadline()) until = std::min(until, *next);
   const auto report = scheduler_->nextReport();

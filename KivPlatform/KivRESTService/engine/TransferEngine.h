@@ -36,14 +36,13 @@ class TransferEngine {
   /// Does what is due and returns when it wants to be called again, if it does.
   using DueHandler = std::function<std::optional<std::chrono::steady_clock::time_point>()>;
 
-  /// `ended` is called once with each job that ends. `progressed` is called at most ten times a
-  /// second, if progress was asked for. `failed` is called when memory has run out and all jobs
-  /// were dropped; if it throws, it is called again. `due` is called whenever a thread is about to
-  /// wait, and at the time that it returned. `asked` is called before transfers start, if there is
-  /// a start condition; each question gets one answerStarts(). `preparing` is called before
-  /// requests are sent, if there is a request handler; answerRequests() answers. All are called on
-  /// a transfer thread, without a lock, and not after stop() has returned. The bodies given to
-  /// `ended` count among the pending bytes until the caller removes them.
+  /// The handlers are called on a transfer thread, without a lock, and not after stop() has
+  /// returned: `ended` once with each job that ends; the bodies count among the pending bytes until
+  /// the caller removes them. `progressed` at most ten times a second, if progress was asked for.
+  /// `failed` when memory has run out and all jobs were dropped; if it throws, it is called again.
+  /// `due` whenever a thread is about to wait, and at the time that it returned. `asked` before
+  /// transfers start, if there is a start condition; each question needs one answerStarts().
+  /// `preparing` before requests are sent, if there is a request handler; answerRequests() answers.
   TransferEngine(TransferSettings settings, std::shared_ptr<PendingBytes> pendingBytes,
                  TaskResultHandler ended, ProgressHandler progressed, FailureHandler failed,
                  DueHandler due, StartQuestionHandler asked, RequestQuestionHandler preparing);
@@ -56,7 +55,7 @@ class TransferEngine {
   /// accepts no jobs.
   [[nodiscard]] bool isInherited() const noexcept { return forkDepth_ != forkDepth(); }
 
-  /// Gives a job to the transfer threads. False if no thread can be started or the engine has
+  /// Gives a job to the transfer threads. False if no thread can be started or the engine was
   /// stopped.
   bool add(TransferJob job);
   /// Sets KivRESTServiceSettings::spoolDirectory. No effect while a transfer thread runs.
@@ -66,16 +65,16 @@ class TransferEngine {
   /// Halts the running transfers and starts none, or continues.
   void setPaused(bool isPaused);
   [[nodiscard]] bool isPaused() const;
-  /// Sets KivRESTServiceSettings::bandwidth, for the running transfers too.
+  /// Sets KivRESTServiceSettings::bandwidth, including that of running transfers.
   void setBandwidth(std::int64_t bytesPerSecond);
-  /// Whether starts are asked for, and the version of the answers from now on. An older version
-  /// than the last one is ignored.
+  /// Sets whether `asked` is called, and the version that answers must have from now on. Ignored
+  /// unless the version is newer than the last one.
   void setStartCondition(bool isSet, std::uint64_t version);
-  /// Answers questions to the `asked` handler.
+  /// Answers questions of `asked`.
   void answerStarts(std::vector<StartAnswer> answers);
-  /// The same for the request handler: whether there is one.
+  /// Sets whether `preparing` is called; the version as above.
   void setRequestHandler(bool isSet, std::uint64_t version);
-  /// Answers questions to the `preparing` handler. Allocates nothing.
+  /// Answers questions of `preparing`. Allocates nothing.
   void answerRequests(RequestAnswers answers);
   /// The host's part of the settings in use.
   [[nodiscard]] KivRESTServiceSettings settings() const;
@@ -94,7 +93,7 @@ class TransferEngine {
   struct TransferThread {
     std::thread thread;
     WorkerHandles handles;  // while the thread runs
-    bool isCalled = false;  // woken up, and has not handled it yet
+    bool isCalled = false;  // woken up, but has not handled that yet
     Time idleUntil{};       // guarded by schedulerMutex_
   };
 
@@ -135,11 +134,11 @@ class TransferEngine {
   const RequestQuestionHandler preparing_;
   const std::uint64_t forkDepth_ = forkDepth();
 
-  // Held by a transfer thread except while it waits or moves bytes, and never by other threads, so
-  // that those never wait for a transfer thread. Locked before mutex_.
+  // Held by a transfer thread except while it waits, moves bytes or calls a handler. Other threads
+  // never lock it, so they never wait for a transfer thread. Locked before mutex_.
   Mutex schedulerMutex_;
   std::unique_ptr<TransferScheduler> scheduler_ KIV_GUARDED_BY(schedulerMutex_);  // while one runs
-  std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // number of threads that use it
+  std::size_t serving_ KIV_GUARDED_BY(schedulerMutex_) = 0;  // threads that use it
 
   mutable Mutex mutex_;  // for the threads and the requests to them
   std::vector<TransferThread> threads_;

@@ -12,19 +12,19 @@
 #include "KivPlatform/KivRESTService/KivRESTServiceValidators.h"
 #include "KivPlatform/KivRESTService/policy/AttemptResult.h"
 
-// What goes from the client's queue to the transfer threads, and what comes back. The threads never
-// see a task itself, which belongs to that queue: tasks are named by their IDs.
+// What passes between the client's queue and the transfer threads. The threads never see a task
+// itself, which belongs to that queue; they know it by its ID.
 
 namespace kiv {
 
 /// What the transfer threads know of a task.
 struct TransferJob {
-  /// The task's ID. IDs increase, so they are also the order of queuing.
+  /// The task's ID. IDs increase in the order of queuing.
   std::uint64_t id = 0;
   std::uint64_t priority = 0;
-  /// The URLs of the file: the request's, then the mirrors.
+  /// The URLs of the file: that of the request, then the mirrors.
   std::vector<URL> servers;
-  /// Those of the task.
+  /// The validators of the task.
   std::optional<KivRESTServiceValidators> validators = {};
 };
 
@@ -33,10 +33,10 @@ struct TaskResult {
   std::uint64_t id = 0;  ///< The task's.
   TransferOutcome outcome;
   KivRESTServiceMetrics metrics;
-  std::int64_t pendingBytes = 0;  ///< Bytes of the body, pending until the task is completed.
+  std::int64_t pendingBytes = 0;  ///< Bytes of the body; pending until the task is completed.
 };
 
-/// A list, since results move between lists where no memory may be asked for.
+/// A list, so that results can be moved between lists without allocating.
 using TaskResults = std::list<TaskResult>;
 using TaskResultHandler = std::function<void(TaskResults results)>;
 

@@ -1,5 +1,6 @@
-// The life of a download: waiting, running, pausing before a retry, ended. How slow downloads are
-// ended or yield their slot is in SlowTransfers.cpp.
+// The life of a download: waiting, running, pausing before a retry, ended. More of the scheduler is
+// in HostControls.cpp (pause, bandwidth, start condition), HostHeaders.cpp (request handler),
+// ServerConnections.cpp and SlowTransfers.cpp.
 
 #include "KivPlatform/KivRESTService/engine/TransferScheduler.h"
 
@@ -60,7 +61,7 @@ TransferScheduler::~TransferScheduler() {
 
 void TransferScheduler::dropAll() {
   for (auto& [key, download] : downloads_) {
-    // If memory ran out, it may be incomplete.
+    // It may be incomplete if memory ran out.
     if (!download || !download->worker || !download->transfer) continue;
     TransferWorker& worker = *download->worker;
     worker.drop(std::move(download));
@@ -87,7 +88,7 @@ bool TransferScheduler::isIdle() const noexcept {
   return downloads_.empty() && results_.empty();
 }
 
-/// True while a worker holds dropped transfers: their partial bodies are in use until then.
+/// True while a worker holds dropped transfers: until then their partial bodies are locked.
 bool TransferScheduler::hasDropped() const noexcept {
   return std::any_of(workers_.begin(), workers_.end(),
                      [](const TransferWorker& worker) { return worker.hasDropped(); });
@@ -165,8 +166,8 @@ void TransferScheduler::endPauses(Pauses::iterator first, Pauses::iterator last)
   pausing_.erase(first, last);
 }
 
-/// Also chooses the server, so that the answer holds for the start that follows. True too for a
-/// download that has to pause: it leaves the queue, so that it does not block those behind it.
+/// Also chooses the server, so that the start that follows uses the one that was checked. True as
+/// well for a download that has to pause: it leaves the queue and does not block those behind it.
 bool TransferScheduler::mayStart(Download& download, Time now) const {
   const auto step = nextStep(download, now);
   if (!step) return true;
@@ -199,9 +200,9 @@ void TransferScheduler::noteBegun(Download& download, Time now) {
   addDeadline(download);
 }
 
-/// The least loaded one. A few https transfers start no further thread: it would parse the
-/// certificate authorities again, which takes 20 ms of processor time for those of a system. Nor
-/// does a bandwidth limit need more than one.
+/// The least loaded worker. But a few https transfers start no further thread, which would parse
+/// the certificate authorities again: 20 ms of processor time for those of a system. Nor does a
+/// bandwidth limit need more than one thread.
 TransferWorker& TransferScheduler::chooseWorker(const Download& download) {
   if (budget_.isLimited()) return workers_.front();
   const bool isFew = downloads_.size() <= settings_.parallelTransfers;
@@ -249,7 +250,7 @@ void TransferScheduler::replaceWorker(std::size_t index, TransferWorker& other) 
   }
 }
 
-/// After an attempt: the next one may come now, later or never.
+/// Called after an attempt: the next one may come now, later or never.
 void TransferScheduler::advance(Download& download) {
   const auto now = Clock::now();
   const auto step = nextStep(download, now);
@@ -268,8 +269,8 @@ void TransferScheduler::pause(Download& download) {
   pausing_.emplace(download.notBefore, &download);
 }
 
-/// libcurl limits single transfers only. While downloads are held back they count as one share,
-/// which pays off the overdraft of the running ones.
+/// libcurl only limits single transfers. While downloads are held back, one share is left free for
+/// them, to pay off what running transfers have overdrawn.
 void TransferScheduler::shareBandwidth() {
   if (!budget_.isLimited() || running_.empty()) return;
   const auto shares = static_cast<std::int64_t>(running_.size()) + (heldBackUntil_ ? 1 : 0);
@@ -292,7 +293,7 @@ void TransferScheduler::endUnrun(TransferWorker& worker, Download& download) {
 
 void TransferScheduler::finishEnded(TransferWorker& worker) {
   noteAnswers();
-  // Those that are about to be restarted have begun under another limit.
+  // Transfers that are about to be restarted began under another limit.
   if (budget_.isLimited() && !worker.isToRestart())
     budget_.spend(worker.takeBytesCome(), Clock::now());
   for (const auto& ended : worker.takeEnded()) {
@@ -332,7 +333,7 @@ void TransferScheduler::endAttempt(TransferWorker& worker, Download& download,
   conclude(download, std::move(result));
 }
 
-/// Records the result of an attempt, which may have failed to start, and decides what follows.
+/// Records the result of an attempt, even of one that failed to start, and decides what follows.
 void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const auto now = Clock::now();
   const std::string& server = download.servers[download.server];
@@ -371,7 +372,8 @@ bool TransferScheduler::isAnswering(const std::string& server) const {
                      [&](const TransferWorker& worker) { return worker.isAnsweredBy(server); });
 }
 
-/// Others need not wait for the end of a large file to learn that the server is reachable.
+/// A probe may be a large file. Others start as soon as its first bytes show that the server is
+/// back.
 void TransferScheduler::noteAnswers() {
   for (const auto& server : health_.probed()) {
     if (isAnswering(server)) noteReached(server);
@@ -386,7 +388,7 @@ void TransferScheduler::noteReached(const std::string& server) {
 void TransferScheduler::noteHealth(const Download& download, const AttemptResult& result,
                                    Time now) {
   const std::string& server = download.servers[download.server];
-  // A server that sends to one and refuses another is busy, not unreachable.
+  // A server that refuses a connection while it answers on another is busy, not unreachable.
   if (result.wasReached || (result.isUnreachable && isAnswering(server))) {
     noteReached(server);
   } else if (result.isUnreachable) {
@@ -396,8 +398,9 @@ void TransferScheduler::noteHealth(const Download& download, const AttemptResult
   }
 }
 
-/// A failed probe fails all downloads that have no better server, so that many files wait no longer
-/// than one. If the probe ran into the connect time-out, no download waits for that again.
+/// A failed probe counts as a failed attempt of each download that has no better server, so that
+/// many files wait no longer than one. If the probe ran into the connect time-out, none of them
+/// tries this server again.
 void TransferScheduler::endProbe(const std::string& server, AttemptResult& result, Time now) {
   endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
   if (!result.isUnreachable || !health_.isUnreachable(server)) return;
@@ -414,8 +417,8 @@ std::vector<Download*> TransferScheduler::leftTo(const std::string& server, Time
   return left;
 }
 
-/// True if the download is waiting, or probes another server, could try this server now and has
-/// none that is known to be better.
+/// True for a download that waits or probes another server, could try this server now, and has no
+/// server that is known to be better.
 bool TransferScheduler::isLeftTo(const Download& download, const std::string& server,
                                  Time now) const {
   const bool isFree = download.state == Download::State::waiting || isProbing(download);
@@ -441,7 +444,7 @@ void TransferScheduler::shareFailure(Download& download, const std::string& serv
 
 void TransferScheduler::report(Download& download) {
   TransferOutcome outcome = download.end(Clock::now());
-  // Parts that were kept of other URLs are useless now.
+  // Partial bodies of the other URLs are useless now.
   const bool mayHaveParts = outcome.body && !download.metrics.failedTries.empty();
   for (std::size_t server = 0; mayHaveParts && server < download.urls.size(); ++server) {
     if (server != download.server) spool_.forget(download.urls[server]);
@@ -450,7 +453,7 @@ void TransferScheduler::report(Download& download) {
   if (outcome.body) readSize_.noteBody(bytes);
   meter_.noteEnded(download.tasks.size(), bytes);
   isReportDue_ = true;
-  // A body on the disk takes no memory, but an open file with a lock, so it counts too.
+  // A body on disk takes no memory but an open file and a lock, so it counts too.
   const auto held = std::min(bytes, settings_.largestBodyInMemory);
   TaskResult result{0, std::move(outcome), std::move(download.metrics), held};
   removeDeadline(download);
@@ -463,7 +466,7 @@ void TransferScheduler::report(Download& download) {
   };
   for (std::size_t index = 0; index + 1 < tasks.size(); ++index)
     add(tasks[index], result);
-  // Moved, not copied: the receiver may be the last owner of the body.
+  // Moved, not copied, so that the receiver can be the last owner of the body.
   add(tasks.back(), std::move(result));
 }
 

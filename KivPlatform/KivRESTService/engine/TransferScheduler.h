@@ -59,14 +59,15 @@ class TransferScheduler {
   TransferScheduler(const TransferScheduler&) = delete;
   TransferScheduler& operator=(const TransferScheduler&) = delete;
 
-  /// Adds a job. One for the same URLs as an existing download joins that.
+  /// Adds a job. If there is a download for the same URLs and validators, the job joins it.
   void add(TransferJob job);
   /// Drops all jobs without reporting them. Partial bodies stay in the spool directory. No transfer
   /// starts until each worker has closed the connections of its dropped transfers.
   void dropAll();
-  /// Takes what the host has set last. To be called in each turn of a thread.
+  /// Applies the latest settings of the host. To be called in each turn of a thread.
   void apply(const TransferControls& controls);
-  /// Takes answers to the questions of reportQuestions().
+  /// Takes answers to the questions of reportQuestions(). Ignores answers for downloads that have
+  /// ended.
   void take(const std::vector<StartAnswer>& answers);
   /// Takes answers to the questions of reportRequests(), and their headers.
   void take(RequestAnswers& answers);
@@ -82,12 +83,12 @@ class TransferScheduler {
 
   // --- On the worker's thread ---
 
-  /// Ends the worker's transfers, which are continued later, if the host has paused the client, or
-  /// has set a lower bandwidth.
+  /// Ends the worker's transfers if the host has paused the client or lowered the bandwidth. They
+  /// are continued later.
   void haltIfAsked(TransferWorker& worker);
   /// Starts the transfers assigned to the worker.
   void runAssigned(TransferWorker& worker);
-  /// Handles the transfers that have ended: the next attempt of a job, or its end.
+  /// Handles the transfers that have ended: each job is tried again or ends.
   void finishEnded(TransferWorker& worker);
   /// Ends the worker's running jobs after libcurl itself has failed.
   void failRunning(TransferWorker& worker);
@@ -97,14 +98,14 @@ class TransferScheduler {
 
   // --- Reports ---
 
-  /// Reports the jobs that have ended. Releases the lock meanwhile: the receiver decides how long
-  /// it takes.
+  /// Reports the jobs that have ended. Releases the lock meanwhile, since the receiver may take
+  /// long.
   void reportEnded(MutexLock& lock) KIV_UNCHECKED_LOCKING;
   /// Asks the host which transfers may start. Releases the lock meanwhile.
   void reportQuestions(MutexLock& lock) KIV_UNCHECKED_LOCKING;
   /// Asks the host for the headers of requests. Releases the lock meanwhile.
   void reportRequests(MutexLock& lock) KIV_UNCHECKED_LOCKING;
-  /// When startWaiting() is next due, if nothing happens before; nothing if nothing waits.
+  /// When startWaiting() is next due if nothing else happens; nothing if nothing waits.
   [[nodiscard]] std::optional<Time> nextDeadline() const;
 
   /// When the next progress report is due; nothing if there is nothing new.
@@ -123,7 +124,8 @@ class TransferScheduler {
   TransferWorker& chooseWorker(const Download& download);
   void start(Download& download);
   void noteBegun(Download& download, Time now);
-  /// Assigns the download's transfer to the worker. If that fails, the outcome.
+  /// Creates the download's transfer and assigns it to the worker. Returns an outcome if that
+  /// fails.
   std::optional<TransferOutcome> startTransfer(Download& download, TransferWorker& worker);
   void assign(Download& download, TransferWorker& worker);
   void advance(Download& download);
@@ -194,7 +196,7 @@ class TransferScheduler {
   void shareFailure(Download& download, const std::string& server, const AttemptResult& result,
                     Time now);
 
-  TransferSettings settings_;  // the bandwidth may change
+  TransferSettings settings_;  // a copy, since the bandwidth may change
   TransferControls controls_;
   Time pausedSince_{};
   const TaskResultHandler& ended_;
@@ -206,7 +208,7 @@ class TransferScheduler {
   HostHealth health_;
   HTTP2Trust http2Trust_;
   std::map<std::string, ParallelPlaces> places_;  // by server
-  std::size_t furtherPlaces_ = 0;                 // of these, beyond the least of each
+  std::size_t furtherPlaces_ = 0;                 // the sum over places_ of those beyond the least
   RetryPolicy policy_;
   SpeedPolicy speeds_;
   BandwidthBudget budget_;
@@ -221,15 +223,15 @@ class TransferScheduler {
   Pauses pausing_;
   std::vector<Download*> running_;  // in the order in which they started
   std::map<std::string, std::size_t> runningPerServer_;
-  std::set<std::pair<Time, Download*>> deadlines_;  // of started downloads
+  std::set<std::pair<Time, Download*>> deadlines_;  // of those begun and not suspended
   std::vector<StartQuestion> questions_;            // not yet reported
-  std::map<std::uint64_t, Download*> asking_;       // by the ID of the question
+  std::map<std::uint64_t, Download*> asking_;       // by attemptID()
   std::vector<Download*> allowed_;                  // by the start condition, and not started yet
   std::vector<Download*> refused_;                  // by the start condition
-  bool asksAgain_ = false;                          // about those
+  bool asksAgain_ = false;                          // about refused_
   AwaitedHeaders awaitedHeaders_;
   std::vector<TransferWorker> workers_;
-  std::size_t workersInUse_;  // the first of workers_
+  std::size_t workersInUse_;  // that many of workers_, from the first on
 };
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// Only the worker's own thread calls libcurl with its multi handle. Others therefore just assign or
-// drop a download, and the thread starts or removes it later.
+// libcurl allows only one thread at a time to use a multi handle: the worker's own. Other threads
+// therefore only assign or drop a download, and the worker's thread starts or removes it later.
 
 #include "KivPlatform/KivRESTService/engine/TransferWorker.h"
 
@@ -64,15 +64,16 @@ bool TransferWorker::run(Download& download) {
 
 bool TransferWorker::runAtOnce(Download& download) {
   void* const handle = download.transfer->handle();
-  // First, so that no handle runs that the worker does not know.
+  // Inserted first, so that no handle runs that the worker does not know.
   running_.emplace(handle, &download);
   if (multiHandle_->add(handle)) return true;
   running_.erase(handle);
   return false;
 }
 
-/// Not libcurl's CURLOPT_PIPEWAIT: with it, requests to a server that turns out to speak HTTP/1.1
-/// wait for the end of the first one (8.14), or for a time-out each, one after the other (7.88).
+/// Used instead of CURLOPT_PIPEWAIT: with that, if a server turns out to speak HTTP/1.1, the other
+/// requests to it wait for the end of the first one (libcurl 8.14), or for a time-out each, one
+/// after the other (7.88).
 bool TransferWorker::hasToWait(const Download& download) const {
   const auto origin = download.transfer->sharedOrigin();
   if (!origin) return false;
@@ -116,7 +117,7 @@ void TransferWorker::releaseDropped() {
   dropped_.clear();
 }
 
-/// Checked at intervals: the check costs as much as a wait that ends at once.
+/// Checked at intervals, since the check costs as much as a wait that ends at once.
 std::optional<int> TransferWorker::wakeUpDescriptor() {
   constexpr std::chrono::milliseconds interval{50};
   const auto now = std::chrono::steady_clock::now();
@@ -133,8 +134,8 @@ bool TransferWorker::wait(std::chrono::milliseconds longest) {
     std::this_thread::sleep_for(std::min(longest, interval));
     return true;
   }
-  // The host may have closed the descriptor meanwhile and reused its number, so that no wake-up
-  // would arrive.
+  // Waits are short, because the host may close the descriptor meanwhile and reuse its number. Then
+  // no wake-up would arrive.
   constexpr std::chrono::milliseconds longestInOne{500};
   const auto woken = multiHandle_->wait(*descriptor, std::min(longest, longestInOne));
   if (woken == MultiHandle::Woken::byDescriptor) wakeUp_->clear();
@@ -171,7 +172,7 @@ Download* TransferWorker::findRunning(const std::function<bool(Download&)>& pred
   return found == running_.end() ? nullptr : found->second;
 }
 
-/// Looks at intervals: this is called after each wait.
+/// Looks only at intervals, since it is called after each wait.
 std::vector<long> TransferWorker::silentConnections(std::chrono::milliseconds limit, Time now) {
   constexpr int looks = 10;
   if (now < silencesDue_) return {};
@@ -217,7 +218,7 @@ std::vector<Download*> TransferWorker::takeRunning() {
   return stopped;
 }
 
-/// Assigned ones are running by then.
+/// Assigned transfers are running by then.
 void TransferWorker::applySpeedLimit() {
   if (!std::exchange(isSpeedLimitNew_, false)) return;
   for (const auto& [handle, download] : running_)

@@ -1,6 +1,6 @@
-// A pass may queue a hundred thousand files of one server. A scan of all of them for each free slot
-// would be quadratic; downloads with the same origins become ready together, so the first of each
-// queue is enough.
+// A pass may queue a hundred thousand files of one server, and a scan of all of them for each free
+// slot would be quadratic. Downloads with the same origins can start at about the same time, so the
+// first of each queue is enough.
 
 #include "KivPlatform/KivRESTService/engine/WaitingDownloads.h"
 

@@ -10,15 +10,16 @@ namespace kiv {
 
 struct Download;
 
-/// The downloads that wait for a slot, ordered by how often they have yielded theirs, then by
-/// priority, highest first, then by age. Downloads with the same origins share a queue, so that a
-/// busy server costs a look at one of them and not at each.
+/// The downloads that wait for a slot, ordered by how often they have yielded theirs (least first),
+/// then by priority (highest first), then by age. Downloads with the same origins share a queue,
+/// and only its first one is examined.
 class WaitingDownloads {
  public:
   /// The download must live until it is removed or taken.
   void add(Download& download);
   void remove(Download& download);
-  /// Takes the first download that may start; nullptr if none may.
+  /// Takes the first download for which `mayStart` holds; nullptr if there is none. Only asks about
+  /// the first download of each queue.
   Download* takeNext(const std::function<bool(Download&)>& mayStart);
   /// True if the predicate holds for the first download of some queue.
   [[nodiscard]] bool anyFirst(const std::function<bool(Download&)>& predicate) const;

@@ -1,6 +1,5 @@
-// A host that closes all descriptors, as daemons do, may also close the pipe, and its number may
-// then belong to another file. So the inode is compared before each use; without a pipe the thread
-// polls.
+// The inode is compared before each use, since the descriptor may belong to another file by now. If
+// the pipe is lost, the thread polls.
 
 #include "KivPlatform/KivRESTService/engine/WakeUpPipe.h"
 
@@ -31,7 +30,7 @@ void WakeUpPipe::wakeUp() const noexcept {
   constexpr char byte = 0;
   // Writing to a pipe without a reader would raise SIGPIPE.
   if (!descriptor()) return;
-  // A full pipe wakes the thread up too.
+  // Ignored: a full pipe wakes the thread up too.
   [[maybe_unused]] const auto written = ::write(writeEnd_.number, &byte, 1);
 }
 

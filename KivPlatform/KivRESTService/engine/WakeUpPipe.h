@@ -5,11 +5,9 @@
 
 namespace kiv {
 
-/// A pipe that wakes up a thread which waits for descriptors.
-///
-/// A host may close descriptors that it does not know, as a program does that becomes a daemon, and
-/// open other files under their numbers. So the pipe is verified before each use, and no other file
-/// is ever written, read or closed.
+/// A host may close descriptors that it does not know, as a program does when it becomes a daemon,
+/// and open other files under their numbers. So the pipe is verified before each use, and no other
+/// file is ever written, read or closed.
 class WakeUpPipe {
  public:
   WakeUpPipe() noexcept;
@@ -28,7 +26,7 @@ class WakeUpPipe {
  private:
   struct End {
     int number = -1;
-    std::uint64_t device = 0;  // with the inode, tells that the descriptor is still the pipe's
+    std::uint64_t device = 0;  // with `file`, the inode, identifies the pipe
     std::uint64_t file = 0;
 
     void take(int descriptor) noexcept;

@@ -34,8 +34,8 @@ std::optional<std::tm> readDate(std::string_view text, const char* form) {
   stream.imbue(std::locale::classic());
   std::tm date{};
   if (!(stream >> std::get_time(&date, form))) return std::nullopt;
-  // get_time accepts less than the whole form, and additional blanks; so compare with what put_time
-  // writes.
+  // get_time also accepts incomplete dates and additional blanks, so the result is compared with
+  // what put_time writes.
   stream.clear();
   stream.str({});
   stream << std::put_time(&date, form);

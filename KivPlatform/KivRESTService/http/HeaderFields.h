@@ -5,14 +5,14 @@
 #include <optional>
 #include <string_view>
 
-// The values of single header fields, which a server may send in any form.
+// Values of single header fields. A server may send them in any form.
 
 namespace kiv {
 
 /// True if the text is an entity tag (RFC 9110, 8.8.3), weak or strong. Anything else must not be
-/// sent back to a server: it could hold a line end, and so inject headers.
+/// sent back to a server, since it could contain a line end and so inject headers.
 bool isEntityTag(std::string_view text) noexcept;
-/// True if it is a strong entity tag. A weak one may stand for different bytes.
+/// True if it is a strong entity tag. Different bodies may share a weak one.
 bool isStrongEntityTag(std::string_view text) noexcept;
 
 /// True if the text has only characters that an HTTP-date may have (RFC 9110, 5.6.7).
@@ -25,8 +25,8 @@ std::optional<std::int64_t> secondsFromHTTPDate(std::string_view text);
 std::int64_t secondsNow() noexcept;
 
 /// Parses a Retry-After header: a number of seconds, or a date, which is compared with the
-/// response's Date if there is one. Nothing if it is neither. The result is between zero and a
-/// year.
+/// response's Date (`date`, in seconds since 1970) or else with the current time. Nothing if it is
+/// neither. The result is between zero and a year.
 std::optional<std::chrono::seconds> waitFromRetryAfter(std::string_view text,
                                                        std::optional<std::int64_t> date);
 

@@ -1,5 +1,5 @@
-// Which URLs may be loaded, and where a redirect may lead (RFC 9110, 15.4). RedirectGuard asks
-// whether an address is public, when libcurl connects to it.
+// Which URLs may be loaded, and where a redirect may lead (RFC 9110, 15.4). RedirectGuard checks
+// addresses by these rules when libcurl connects to them.
 //
 // The private addresses are the blocks of the IANA special-purpose address registries (RFC 6890).
 // IPv6 can embed an IPv4 address, through which a private one could be reached too.
@@ -52,29 +52,29 @@ constexpr Block ipv6(std::uint8_t a, std::uint8_t b, unsigned bits) {
   return {{a, b}, bits};
 }
 
-// Without 198.18.0.0/15, the benchmarking network: some VPN clients resolve every name to an
+// The benchmarking network, 198.18.0.0/15, is left out: some VPN clients resolve every name to an
 // address in it, so that no server would be public.
 constexpr std::array privateBlocks{
     ipv4(0, 0, 0, 8),                        // this network; 0.0.0.0 reaches the loopback interface
     ipv4(10, 0, 0, 8),                       // private
-    ipv4(100, 64, 0, 10),                    // a provider's own
+    ipv4(100, 64, 0, 10),                    // shared address space of providers
     ipv4(127, 0, 0, 8),                      // loopback
     ipv4(169, 254, 0, 16),                   // link-local
     ipv4(172, 16, 0, 12),                    // private
-    ipv4(192, 0, 0, 24),                     // protocols' own
+    ipv4(192, 0, 0, 24),                     // protocol assignments
     ipv4(192, 168, 0, 16),                   // private
     ipv4(224, 0, 0, 4),                      // multicast
     ipv4(240, 0, 0, 4),                      // reserved, and broadcast
     ipv6(0, 0, 96),                          // unspecified, loopback, and IPv4 in an obsolete form
-    Block{{0, 0x64, 0xff, 0x9b, 0, 1}, 48},  // a network's own translation to IPv4
+    Block{{0, 0x64, 0xff, 0x9b, 0, 1}, 48},  // local-use NAT64
     ipv6(0xfc, 0, 7),                        // private
     ipv6(0xfe, 0x80, 10),                    // link-local
     ipv6(0xfe, 0xc0, 10),                    // site-local, which is obsolete
     ipv6(0xff, 0, 8),                        // multicast
 };
 
-constexpr Block translated{{0, 0x64, 0xff, 0x9b}, 96};  // IPv4 at the end (NAT64)
-constexpr Block tunnelled{{0x20, 0x02}, 16};            // IPv4 behind the prefix (6to4)
+constexpr Block translated{{0, 0x64, 0xff, 0x9b}, 96};  // NAT64: IPv4 at the end
+constexpr Block tunnelled{{0x20, 0x02}, 16};            // 6to4: IPv4 after the prefix
 
 std::string_view withoutBracketsAndZone(std::string_view text) noexcept {
   if (text.starts_with('[') && text.ends_with(']')) text = text.substr(1, text.size() - 2);
@@ -133,7 +133,7 @@ Result<URL> redirectTarget(const URL& from, std::string_view location) {
   const auto refusal = [&](Code code, std::string_view what) {
     return transferError(code, from.absoluteString(), what);
   };
-  // Checked first: the resolver takes "mailto:a@b" for a relative path.
+  // Checked first, because the resolver takes "mailto:a@b" for a relative path.
   const std::string scheme = URL::schemeOf(location);
   if (!scheme.empty() && scheme != "http" && scheme != "https") {
     return refusal(Code::refusedRedirect,

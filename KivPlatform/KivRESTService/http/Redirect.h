@@ -14,13 +14,13 @@ std::string_view validateURL(const URL& url) noexcept;
 /// True for the redirect statuses that lead to the same file.
 bool isRedirect(int status) noexcept;
 
-/// Resolves a Location against the URL of its request. Fails if it may not be followed: to another
-/// scheme than http and https, or from https to http. Does not check the address.
+/// Resolves a Location against the URL of its request. Fails if it may not be followed: to a scheme
+/// other than http and https, or from https to http. Does not check the address.
 Result<URL> redirectTarget(const URL& from, std::string_view location);
 
-// Private are all addresses that are not routed on the public Internet: loopback, private networks
-// (RFC 1918, RFC 4193), shared address space (RFC 6598), link-local, unspecified, multicast and
-// broadcast. An IPv6 address that embeds an IPv4 address is judged by that.
+// Private addresses are those that are not routed on the public Internet: loopback, private
+// networks (RFC 1918, RFC 4193), shared address space (RFC 6598), link-local, unspecified,
+// multicast and broadcast. An IPv6 address that embeds an IPv4 address counts as that.
 
 /// True for a numeric IPv4 or IPv6 address that is not private; false for any other text.
 bool isPublicAddress(std::string_view address) noexcept;

@@ -1,5 +1,6 @@
-// A header goes to the server as it is, so it must not be able to end its line (RFC 9110, 5.5), nor
-// to change what the response means: the client checks responses by what it has asked for.
+// A header goes to the server unchanged, so it must not be able to end its line (RFC 9110, 5.5).
+// Nor may it change what the response means, since the client checks responses against its own
+// request.
 
 #include "KivPlatform/KivRESTService/http/RequestHeaders.h"
 
@@ -18,7 +19,7 @@ constexpr std::size_t mostHeaders = 32;
 constexpr std::size_t mostBytes = std::size_t{32} * 1024;
 
 /// Headers of the connection, of a body, of a range and of conditions, and the credentials for a
-/// proxy, which are part of its URL. In lower case, and sorted.
+/// proxy, which belong in its URL. In lower case, and sorted.
 constexpr std::array<std::string_view, 19> ownNames{"accept-encoding",
                                                     "connection",
                                                     "content-length",

@@ -1,4 +1,4 @@
-// The rules of RFC 9110 and RFC 9112 for a complete response. libcurl accepts contradicting
+// The rules of RFC 9110 and RFC 9112 for a complete response. libcurl itself accepts contradicting
 // lengths, truncated bodies without a length, and ranges of other versions.
 
 #include "KivPlatform/KivRESTService/http/ResponseCheck.h"
@@ -130,7 +130,7 @@ bool ResponseCheck::addHeaderLine(std::string_view line) {
     case Stage::headers:
       return line.empty() ? endHeaders() : addHeader(line);
     case Stage::body:
-      return true;  // trailers say nothing that matters here
+      return true;  // trailers do not matter here
   }
   return true;
 }
@@ -284,8 +284,8 @@ bool ResponseCheck::checkFile() {
   return checkEnd();
 }
 
-/// A broken connection cannot be told from the end of a body that ends with the connection.
-/// HTTP/1.0 has no other way to send a body of unknown length; HTTP/1.1 has the chunked coding.
+/// If a body ends with the connection, its end cannot be told from a broken connection. HTTP/1.0
+/// has no other way to send a body of unknown length; HTTP/1.1 has the chunked coding.
 bool ResponseCheck::checkEnd() {
   if (!endsWithConnection() || openEnds_ == OpenEnds::all) return true;
   if (openEnds_ == OpenEnds::none) {

@@ -25,18 +25,18 @@ struct BodyVersion {
   friend bool operator==(const BodyVersion&, const BodyVersion&) = default;
 };
 
-/// A request for the rest of a file of which the beginning is kept.
+/// A request for the rest of a file whose beginning is kept in a partial body.
 struct RangeAsked {
   std::int64_t first = 0;              ///< Offset of the first byte wanted.
   std::optional<std::int64_t> length;  ///< Of the whole file, if known.
-  BodyVersion version;                 ///< Of the kept part.
+  BodyVersion version;                 ///< Of the partial body.
 };
 
 /// Checks one HTTP response while it arrives, and rejects it if it is malformed, too large or
 /// incomplete. libcurl reports success for several of these.
 ///
-/// It is given the header lines, those of interim responses and trailers included, the sizes of the
-/// pieces of the body, and the end.
+/// It receives the header lines, including those of interim responses and trailers, the sizes of
+/// the pieces of the body, and the end.
 class ResponseCheck {
  public:
   struct Problem {
@@ -46,13 +46,13 @@ class ResponseCheck {
 
   /// The limit on the bytes of status lines and headers, those of interim responses included.
   static constexpr std::size_t largestHeaders = 256 * 1024;
-  /// The limit on the bytes that are read of an unwanted body, to keep the connection open.
+  /// The limit on the bytes that are read of an unwanted body so that the connection can be reused.
   static constexpr std::int64_t largestUnwantedBody = 64 * 1024;
   /// The limit on the bytes of an entity tag that is sent back.
   static constexpr std::size_t largestEntityTag = 1024;
 
   enum class Protocols { http1, http1AndHTTP2 };
-  /// For which protocol versions a body is accepted that ends with the connection.
+  /// The protocol versions with which a body may end with the connection.
   enum class OpenEnds { none, http10, all };
 
   /// `largestBody` is the limit on the bytes of a file.
@@ -83,26 +83,26 @@ class ResponseCheck {
   }
   /// True if the response is the requested range.
   [[nodiscard]] bool isContinuation() const noexcept { return hasHeaders() && isContinuation_; }
-  /// True if the server sent another range than the requested one, or none: the kept part is then
-  /// useless. Such a response is rejected.
+  /// True if the server sent a range other than the requested one, or none: the partial body is
+  /// then useless. Such a response is rejected.
   [[nodiscard]] bool deniesRange() const noexcept { return deniesRange_; }
   [[nodiscard]] int status() const noexcept { return status_; }
-  /// True if the status line, as far as there is one, is not that of HTTP/1.
+  /// True if there is no status line yet, or if it is one of HTTP/2.
   [[nodiscard]] bool mayBeHTTP2() const noexcept { return status_ == 0 || isHTTP2_; }
   /// The Location of a redirect, unparsed; empty if there is none.
   [[nodiscard]] std::string_view location() const noexcept {
     return location_ ? std::string_view(*location_) : std::string_view();
   }
-  /// The length of the whole file, if the response tells it.
+  /// The length of the whole file, in bytes, if the response tells it.
   [[nodiscard]] std::optional<std::int64_t> fileLength() const noexcept;
-  /// The version of the file.
+  /// The version of the file: its strong validators.
   [[nodiscard]] BodyVersion version() const;
-  /// The value of ETag, weak or strong; empty if there is none, if it is no entity tag, or if it is
-  /// so long that a server may refuse a request with it.
+  /// The value of ETag, weak or strong. Empty if there is none, if it is not an entity tag, or if
+  /// it is so long that a server may refuse a request with it.
   [[nodiscard]] std::string entityTag() const;
-  /// The value of Last-Modified; empty if there is none, or if it is no HTTP-date.
+  /// The value of Last-Modified; empty if there is none or if it is not an HTTP-date.
   [[nodiscard]] std::string lastModified() const;
-  /// The Retry-After.
+  /// The wait that Retry-After asks for; nothing if there is none or it is not valid.
   [[nodiscard]] std::optional<std::chrono::seconds> retryAfter() const;
   /// True if the body ends with the connection.
   [[nodiscard]] bool endsWithConnection() const noexcept;

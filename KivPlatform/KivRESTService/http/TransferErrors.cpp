@@ -1,5 +1,5 @@
-// Messages are made of whole sentences, with the URL stripped of secrets, since hosts show them to
-// users and write them to logs.
+// Messages are whole sentences, with the URL stripped of secrets, since hosts show them to users
+// and write them to logs.
 
 #include "KivPlatform/KivRESTService/http/TransferErrors.h"
 
@@ -66,7 +66,7 @@ Error transferError(KivRESTServiceErrorCode code, std::string_view url, std::str
 Error sameTransferError(const Error& error, std::string_view url) {
   const std::string message = error.localizedDescription();
   std::string_view what = message;
-  constexpr std::string_view separator = ": ";  // which no URL holds
+  constexpr std::string_view separator = ": ";  // no URL contains it
   const auto end = what.find(separator);
   if (end != what.npos) what.remove_prefix(end + separator.size());
   if (what.ends_with('.')) what.remove_suffix(1);

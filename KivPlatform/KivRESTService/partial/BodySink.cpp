@@ -1,9 +1,9 @@
 // Most bodies are small, and a file for each would cost more than the transfer. So a body starts in
-// memory and moves to the disk only when it becomes large, or when its attempt fails and a later
+// memory, and moves to the disk only when it becomes large or when its attempt fails and a later
 // one can resume it.
 //
-// A buffer from the allocator may cost a page fault for each of its pages. Buffers of finished
-// bodies are reused instead. Small ones are not kept: they would not save anything.
+// Buffers of finished bodies are reused, because a new buffer may cost a page fault for each of its
+// pages. Small ones are not kept, since they would save nothing.
 
 #include "KivPlatform/KivRESTService/partial/BodySink.h"
 
@@ -86,14 +86,14 @@ bool BodySink::begin(const URL& from, const ResponseCheck& response) {
   response_ = &response;
   const std::int64_t expected = coming_.length.value_or(0);
   if (spool_.isUsable() && expected > largestInMemory_) return moveToDisk();
-  // Reserves memory for the whole body, but not much: Content-Length may be false.
+  // Reserves memory for the whole body, but not too much: Content-Length may be false.
   constexpr std::int64_t largestReserve = 8 * 1024 * 1024;
   memory_ = buffers_.take(static_cast<std::size_t>(std::min(expected, largestReserve)));
   return true;
 }
 
 bool BodySink::moveToDisk() {
-  coming_.version = response_->version();  // slow to parse, and needed only for a record
+  coming_.version = response_->version();  // slow, and only a record needs it
   auto created = spool_.create(url_);
   if (!created) return remember(created.error());
   partial_ = *std::move(created);

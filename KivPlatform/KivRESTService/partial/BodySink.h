@@ -27,8 +27,8 @@ class BodyBuffers : public std::enable_shared_from_this<BodyBuffers> {
 
   /// An empty string with a capacity of at least `size`.
   std::string take(std::size_t size);
-  /// Data of the bytes. When its last copy is destroyed, the buffer returns to the pool. The data
-  /// keeps the pool alive.
+  /// Makes Data of the bytes. When its last copy is destroyed, the buffer returns to the pool. The
+  /// data keeps the pool alive.
   Data data(std::string bytes);
   /// Returns a buffer to the pool, or frees it if the pool does not keep it.
   void giveBack(std::string buffer);
@@ -43,51 +43,52 @@ class BodyBuffers : public std::enable_shared_from_this<BodyBuffers> {
 };
 
 /// Receives the body of one attempt: in memory while it is small, otherwise in the spool directory,
-/// where it may continue the part that an earlier attempt left.
+/// where it may continue the partial body of an earlier attempt.
 ///
-/// A failed attempt leaves its part for the next one; begin() discards it. The operations are
-/// called from callbacks of the transfer, which can only continue or abort it. So they return
-/// whether they succeeded, and error() has the reason. Not thread-safe.
+/// A failed attempt leaves its partial body for the next one; begin() discards it. The operations
+/// are called from libcurl's callbacks, which can only continue or abort the transfer. So they
+/// return false on failure, and error() has the reason. Not thread-safe.
 class BodySink {
  public:
-  /// Looks for a partial body of the URL. `spool` and `buffers` must outlive the sink.
+  /// Finds and locks the partial body of the URL, if there is one. `spool` and `buffers` must
+  /// outlive the sink. `largestInMemory` is in bytes.
   BodySink(URL url, SpoolDirectory& spool, BodyBuffers& buffers, std::int64_t largestInMemory);
   ~BodySink();
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
 
-  /// The range to request. Nothing if the whole file must be requested, because no part is kept or
-  /// the last range request failed.
+  /// The range to request. Nothing if the whole file must be requested, because there is no partial
+  /// body or the last range request failed.
   [[nodiscard]] std::optional<RangeAsked> range() const;
-  /// True if the kept part came from that URL (after redirects).
+  /// True if the partial body came from that URL (after redirects).
   [[nodiscard]] bool isFrom(const URL& url) const;
 
   /// Begins a whole body from that URL (after redirects). `response` must outlive the body, which
   /// ends with finish(), keep() or discard().
   bool begin(const URL& from, const ResponseCheck& response);
-  /// Continues the kept part with the range that range() returned.
+  /// Continues the partial body with the range that range() returned.
   bool resume();
-  /// The bytes may be buffered until flush().
+  /// May buffer the bytes until flush().
   bool append(std::string_view bytes);
   bool flush();
   /// Ends an incomplete body. Writes it to the disk if it is in memory and a later attempt can
   /// resume it.
   void keep();
-  /// Ends a complete body and returns its data; nothing, and error(), on failure.
+  /// Ends a complete body and returns its data; nothing on failure.
   std::optional<Data> finish();
-  /// Called if the response contained no part of the file. If this attempt requested a range, the
-  /// next one requests the whole file, and vice versa.
+  /// Called if the response contained no part of the file. The next attempt requests the whole file
+  /// if this one requested a range, and vice versa.
   void askOtherwise();
-  /// Discards the kept part and the bytes received.
+  /// Discards the partial body and the bytes received.
   void discard();
 
-  /// The number of bytes, kept ones included.
+  /// The number of bytes of the body so far, including resumed ones.
   [[nodiscard]] std::int64_t length() const noexcept;
-  /// The number of these that were kept before resume().
+  /// How many of these were kept before resume().
   [[nodiscard]] std::int64_t resumed() const noexcept { return resumed_; }
-  /// True if this attempt has added to the part that a later one can resume.
+  /// True if a later attempt can resume more than this one found.
   [[nodiscard]] bool hasGrown() const;
-  /// The last error of the disk; nothing if there was none, also if memory ran out.
+  /// The last disk error; nothing if there was none, for example because memory ran out.
   [[nodiscard]] const std::optional<Error>& error() const noexcept { return error_; }
 
  private:
@@ -102,7 +103,7 @@ class BodySink {
   PartialRecord coming_;
   const ResponseCheck* response_ = nullptr;  // of the body being received
   std::string memory_;
-  std::unique_ptr<PartialBody> partial_;  // the kept part, or the body if it is large
+  std::unique_ptr<PartialBody> partial_;  // of an earlier attempt, or the body if it is large
   bool isOnDisk_ = false;
   std::int64_t found_ = 0;
   std::int64_t resumed_ = 0;

@@ -1,8 +1,8 @@
-// The part is not synced: it is only worth a shorter download. The record contains the boot ID, so
-// that a part from before a system crash, which may have holes, is not resumed.
+// Partial bodies are not synced, since losing one only costs a longer download. The record contains
+// the boot ID, so that a body from before a system crash, which may have holes, is not resumed.
 //
 // The record is read from a directory that other programs may write to, and its validators go into
-// request headers. So each field is checked, and a record that is not valid is treated as missing.
+// request headers. So each field is checked, and an invalid record is treated as missing.
 
 #include "KivPlatform/KivRESTService/partial/PartialBody.h"
 
@@ -18,8 +18,8 @@ namespace kiv {
 
 namespace {
 
-/// The size in bytes of one write. libcurl delivers 16 KiB at a time; writing each piece separately
-/// takes 20% longer.
+/// The size of one write, in bytes. libcurl delivers 16 KiB at a time; writing each piece
+/// separately takes 20% longer.
 constexpr std::size_t blockSize = std::size_t{256} * 1024;
 
 constexpr std::string_view bodySuffix = ".part";
@@ -73,7 +73,7 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   PartialRecord record;
   record.url = *url;
   record.finalURL = *finalURL;
-  // These go into request headers, so the file must not be able to inject anything.
+  // These go into request headers, and the file must not be able to inject anything there.
   const std::string_view tag = entries[entityTagKey].stringView();
   const std::string_view date = entries[lastModifiedKey].stringView();
   if (isStrongEntityTag(tag)) record.version.entityTag = tag;
@@ -152,7 +152,7 @@ Status PartialBody::begin(PartialRecord record) {
   return writeRecord();
 }
 
-/// Not synced, like the part: a record from before a reboot is rejected anyway.
+/// Not synced, like the body: a record from before a reboot is rejected anyway.
 Status PartialBody::writeRecord() {
   removeIfThere(recordPath_);
   const auto file = files().createPrivateFileAtPath(recordPath_);
@@ -177,8 +177,8 @@ void PartialBody::setRestFailed(bool failed) {
   static_cast<void>(writeRecord());  // on failure the next attempt repeats the same request
 }
 
-/// The record's date is renewed with the first byte, not at the start of the response, which may
-/// have no body.
+/// Renews the record's date with the first byte, not at the start of the response, which may have
+/// no body.
 Status PartialBody::write(std::string_view bytes) {
   if (std::exchange(isDateOld_, false)) {
     record_->date = secondsNow();
@@ -211,7 +211,7 @@ Result<Data> PartialBody::finish(std::unique_ptr<PartialBody> body) {
   if (Status status = file->close(); !status) return status;
   body->block_ = {};
   const std::string path = body->partPath_;
-  // Holds the lock until the file is removed or passed on.
+  // Keeps the lock until the file is removed or passed on.
   const std::shared_ptr<PartialBody> keeper = std::move(body);
   auto data = fileDataAtPath(path, keeper);
   keeper->isHandedOn_ = data.has_value();

@@ -23,8 +23,7 @@ namespace kiv {
 
 namespace {
 
-/// Slots for one name: several clients may fetch the same URL at the same time, and two URLs may
-/// have the same name.
+/// The number of slots for one name.
 constexpr int slots = 16;
 
 FileManager& files() {
@@ -64,8 +63,8 @@ struct KeptBody {
   std::string stem;
 };
 
-/// The partial body at the stem; nothing if it is in use or cannot be resumed. In the latter case
-/// it is removed.
+/// The partial body at the stem; nothing if it is in use, is too old or cannot be resumed. In the
+/// latter cases it is removed.
 std::optional<KeptBody> keptBody(const std::string& stem, std::int64_t oldest) {
   const auto body = PartialBody::lock(stem);
   if (!body) return std::nullopt;
@@ -135,8 +134,8 @@ std::unique_ptr<PartialBody> SpoolDirectory::find(const URL& url) const {
   return nullptr;
 }
 
-/// The mode of an existing directory is not changed here, because the host may share it with other
-/// programs; sweep() checks that.
+/// Does not change the mode of an existing directory, which the host may share with other programs;
+/// sweep() decides about that.
 Status SpoolDirectory::makeDirectory() const {
   return files().itemExistsAtPath(path_) ? files().createDirectoryAtPath(path_)
                                          : files().createPrivateDirectoryAtPath(path_);
@@ -159,8 +158,8 @@ void SpoolDirectory::forget(const URL& url) const {
 void SpoolDirectory::sweep() {
   if (!isUsable() || !files().directoryExistsAtPath(path_)) return;
   const auto names = files().contentsOfDirectoryAtPath(path_).value_or(std::vector<std::string>());
-  // Earlier versions created the directory with permissions for others. If it contains only our
-  // files, it is one of these.
+  // Earlier versions created the directory with permissions for others. A directory that contains
+  // only our files is taken for one of these.
   if (std::all_of(names.begin(), names.end(), isOwnName)) files().makePrivateItemAtPath(path_);
   const auto age = std::chrono::duration_cast<std::chrono::seconds>(settings_.longestPartialAge);
   std::vector<KeptBody> kept;

@@ -17,19 +17,19 @@ class PartialBody;
 
 /// The directory for bodies that are too large for memory and for partial bodies.
 ///
-/// Clients in several processes may share it: each locks the bodies that it uses. Files are created
-/// with mode 0600 and the directory with 0700, regardless of the umask. The mode of an existing
-/// directory with other files in it is not changed. Thread-safe.
+/// Clients in several processes may share it: each locks the bodies that it uses. Files have mode
+/// 0600 and a new directory 0700, regardless of the umask. The mode of an existing directory with
+/// other files in it is not changed. Thread-safe.
 class SpoolDirectory {
  public:
   /// `settings` must outlive the object. Does not access the disk.
   explicit SpoolDirectory(const TransferSettings& settings);
 
-  /// False if no directory was set. All bodies stay in memory then.
+  /// False if no directory was set; all bodies then stay in memory.
   [[nodiscard]] bool isUsable() const noexcept { return !path_.empty(); }
 
-  /// Removes partial bodies that cannot be resumed or are too old, then the oldest ones until the
-  /// total size is within the limit (TransferSettings). Bodies in use are left alone.
+  /// Removes partial bodies that cannot be resumed or are too old, then the oldest ones until their
+  /// total size is within the limit. Leaves bodies in use alone. Ignores errors.
   void sweep();
 
   /// The partial body of the URL, locked; nullptr if there is none or another client uses it.
@@ -48,8 +48,8 @@ class SpoolDirectory {
 
   const TransferSettings& settings_;
   const std::string path_;
-  // The names under which a partial body may exist. Most files are small and never have one; this
-  // avoids a disk access for them.
+  // The names under which there may be a partial body. Most files are small and never have one;
+  // this saves them a disk access.
   mutable Mutex namesMutex_;
   std::set<std::string> names_ KIV_GUARDED_BY(namesMutex_);
 };

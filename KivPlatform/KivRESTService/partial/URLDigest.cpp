@@ -1,9 +1,9 @@
-// The salt is random, so that the same URL has different digests in different processes, and a
-// table of precomputed digests is of no use.
+// The salt is random, so that a URL has different digests in different processes and precomputed
+// tables of digests are useless.
 //
-// std::hash takes no key and may differ between standard libraries, but these hashes are stored on
-// disk and computed from texts that servers choose. SipHash-1-3 is keyed, fixed and fast for short
-// texts.
+// std::hash would not do: it takes no key and differs between standard libraries, while these
+// hashes are stored on disk and computed from texts that servers choose. SipHash-1-3 is keyed,
+// fixed, and fast for short texts.
 
 #include "KivPlatform/KivRESTService/partial/URLDigest.h"
 
@@ -105,7 +105,7 @@ std::uint64_t keyedHash(std::string_view text, const HashKey& key) noexcept {
   return hash.finish();
 }
 
-/// All digests that a process creates have the same key.
+/// All digests that a process creates share one key.
 URLDigest::URLDigest(const std::string& url) {
   static const HashKey key = HashKey::random();
   key_ = key;

@@ -15,13 +15,13 @@ struct HashKey {
   static HashKey random() noexcept;
 };
 
-/// SipHash-1-3 of the text, preceded by a zero word, under the key. Without the key nobody can
-/// construct texts that collide. File names on disk depend on it, so it must never change.
+/// SipHash-1-3 of the text, preceded by a zero word, under the key. Nobody can construct colliding
+/// texts without knowing the key. File names on disk depend on the result, so it must never change.
 /// Thread-safe.
 std::uint64_t keyedHash(std::string_view text, const HashKey& key) noexcept;
 
-/// A salted hash of a URL, to compare URLs without storing them: a URL may contain a password or a
-/// token.
+/// A salted hash of a URL, with which URLs are compared without being stored: a URL may contain a
+/// password or a token.
 ///
 /// The salt is random and is stored with the hash.
 class URLDigest {

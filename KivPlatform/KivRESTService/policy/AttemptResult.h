@@ -20,7 +20,7 @@ struct TransferOutcome {
   std::optional<Data> body;
   /// The answer to a conditional request: the file has not changed.
   bool isUnchanged = false;
-  /// Those of the response, if it gave what was asked for.
+  /// The validators of the response, if it gave what was asked for.
   std::optional<KivRESTServiceValidators> validators = {};
 
   /// True if the server gave what was asked for.
@@ -47,40 +47,41 @@ struct AttemptResult {
   }
 
   TransferOutcome outcome;
-  /// No connection could be made, for a reason that may lie with the server.
+  /// No connection could be made, and the server may be the reason.
   bool isUnreachable = false;
-  /// A connection was made, by a proxy at least.
+  /// A connection was made, at least to a proxy.
   bool wasReached = false;
-  /// Do not retry with this server, even if the failure is retryable.
+  /// Do not try this server again, even if the failure is retryable.
   bool isLast = false;
-  /// More of the body is kept for the next attempt than before.
+  /// More of the body is kept for the next attempt than before this one.
   bool madeProgress = false;
-  /// The kept part was unusable and is discarded: the attempt says nothing about the server.
+  /// The partial body was unusable and has been discarded. The attempt says nothing about the
+  /// server.
   bool startsOver = false;
-  /// A range request got nothing of the range: the next attempt asks for the whole file.
+  /// A range request got no part of the range: the next attempt asks for the whole file.
   bool restFailed = false;
   /// A whole body came over HTTP/2.
   bool cameOverHTTP2 = false;
   /// HTTP/2 was offered to the server, and its response came over HTTP/1.
   bool refusedHTTP2 = false;
-  /// The request was offered to HTTP/2, and its transport failed: the file is requested over
-  /// HTTP/1.1 from now on.
+  /// The request used or offered HTTP/2, and the connection failed: from now on the file is
+  /// requested over HTTP/1.1.
   bool failedOverHTTP2 = false;
-  /// True if the next request is part of the same attempt. A body torn over HTTP/2 may be the fault
-  /// of another stream. Not after a time-out: then the next server is asked first.
+  /// True if the request is repeated over HTTP/1.1 within the same attempt, since another stream
+  /// may be to blame for the failure. Not after a time-out: then other servers are tried first.
   [[nodiscard]] bool isRepeatedOverHTTP1() const {
     return failedOverHTTP2 && errorCode() != KivRESTServiceErrorCode::timedOut;
   }
   /// The server's Retry-After.
   std::optional<std::chrono::milliseconds> retryAfter;
 
-  // For the task's metrics, if the attempt succeeded.
+  // For the task's metrics.
   std::int64_t resumedBytes = 0;
   std::chrono::microseconds timeToFirstByte{0};
   bool endedWithConnection = false;
 
-  // What it says of the line to the server, if the attempt succeeded without a redirect.
-  std::optional<std::chrono::microseconds> handshake;  // of TCP, for a new connection
+  // What it tells about the line to the server, if the attempt succeeded without a redirect.
+  std::optional<std::chrono::microseconds> handshake;  // of TCP; for a new connection
   std::optional<std::chrono::microseconds> transfer;   // from the request to the end of the body
 };
 

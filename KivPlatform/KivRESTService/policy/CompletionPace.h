@@ -6,10 +6,11 @@
 
 namespace kiv {
 
-/// Decides when tasks that have ended are completed. The consumer may do work once for all tasks of
-/// a job, such as a wait for the disk. So the more a job has cost, the longer the next one waits
-/// for more tasks: completing them takes at most a twentieth of the time and a hundredth of the
-/// processor, and no task waits for more than a second.
+/// Decides when tasks that have ended are completed, each time several of them in one job of the
+/// queue. The consumer may do some work once for all tasks of a job, such as waiting for the disk.
+/// So the more a job has cost, the longer the next one waits for more tasks: completions take at
+/// most a twentieth of the time and a hundredth of the processor time, and no task waits for more
+/// than a second.
 class CompletionPace {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -20,16 +21,16 @@ class CompletionPace {
     std::size_t inFlight = 0;  ///< tasks that may still join them
   };
 
-  /// A job ends after this time and leaves the rest to another one, so that other jobs of the queue
-  /// come in between.
+  /// A job that has run for this long leaves the rest to another one, so that other jobs of the
+  /// queue come in between.
   static constexpr std::chrono::milliseconds longestJob{15};
   static constexpr std::size_t manyTasks = 512;
   /// Less than TransferSettings::largestPendingBytes, at which no transfer starts.
   static constexpr std::int64_t manyBytes = 3 * 1024 * 1024;
 
-  /// True if a job is to be started for the tasks that wait.
+  /// True if a job for the waiting tasks is due.
   [[nodiscard]] bool isDue(const Waiting& waiting, Time now) const noexcept;
-  /// When it will be, if nothing else changes.
+  /// When a job will be due if nothing else changes.
   [[nodiscard]] Time next() const noexcept { return next_; }
 
   struct Cost {
@@ -37,8 +38,8 @@ class CompletionPace {
     Time::duration processorTime{};
   };
 
-  /// A job has ended. `isCut` means that it left tasks, since it has taken long enough: they do not
-  /// wait.
+  /// Called when a job has ended. `isCut` means that it ran for longestJob and left tasks, which
+  /// then do not wait.
   void jobEnded(Cost cost, Time now, bool isCut) noexcept;
 
  private:

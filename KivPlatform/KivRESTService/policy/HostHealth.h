@@ -16,11 +16,11 @@ enum class ServerState {
   probed,   ///< A running attempt probes it: start no other.
 };
 
-/// Remembers which servers are unreachable, so that not every task has to find out (a circuit
-/// breaker).
+/// Remembers which servers are unreachable, so that not every task has to find out: a circuit
+/// breaker.
 ///
 /// An unreachable server is avoided for a while if there are others. One attempt at a time probes
-/// it for all tasks, until one reaches it.
+/// it for all tasks, until an attempt reaches it.
 class HostHealth {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -28,22 +28,23 @@ class HostHealth {
   explicit HostHealth(std::chrono::milliseconds pause) noexcept : pause_(pause) {}
 
   [[nodiscard]] ServerState state(const std::string& server, Time now) const;
-  /// True from the first failure to reach the server until it is reached.
+  /// True from the first failure to reach the server until an attempt reaches it.
   [[nodiscard]] bool isUnreachable(const std::string& server) const;
-  /// True if the attempt is the server's probe.
+  /// True if this attempt is probing the server.
   [[nodiscard]] bool isProbe(const std::string& server, std::uint64_t attemptID) const;
-  /// The servers with a running probe.
+  /// The servers that an attempt is probing.
   [[nodiscard]] std::vector<std::string> probed() const;
 
-  /// Called when an attempt starts; `attempt` identifies it.
+  /// Called when an attempt starts; `attemptID` identifies it. It becomes the probe of an
+  /// unreachable server that has none.
   void noteTry(const std::string& server, std::uint64_t attemptID);
   /// Called when an attempt has not reached the server.
   void noteUnreachable(const std::string& server, std::uint64_t attemptID, Time now);
-  /// Called when an attempt has ended that says nothing about the server.
+  /// Called when an attempt has ended without telling whether the server is reachable.
   void noteEnd(const std::string& server, std::uint64_t attemptID);
   /// Called when the server was reached, whatever it answered. True if it was unreachable before.
   bool noteReached(const std::string& server);
-  /// Called when no attempt runs any more.
+  /// Called when all attempts have been dropped.
   void forgetProbes() noexcept;
 
  private:

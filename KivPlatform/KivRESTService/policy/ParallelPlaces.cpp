@@ -1,6 +1,6 @@
-// A handshake is the measure of a round trip, since it waits for no work of the server: a server
-// that is slow itself is not asked for more at one time. The shortest one counts, since a busy
-// computer or a full line makes others longer.
+// The round trip is measured by TCP handshakes, which do not wait for the server's work: a server
+// that is slow itself gets no more transfers. The shortest one counts, since a busy computer or a
+// full line makes others longer.
 
 #include "KivPlatform/KivRESTService/policy/ParallelPlaces.h"
 
@@ -16,8 +16,8 @@ std::size_t leastFor(const TransferSettings& settings) noexcept {
       1, std::min(settings.parallelTransfers, settings.parallelTransfersPerHost));
 }
 
-/// A host that wants fewer transfers than one server would get, or limits the bandwidth, gets what
-/// it has asked for.
+/// A host that asks for fewer transfers in total than one server would get, or limits the
+/// bandwidth, gets no more than that.
 std::size_t mostFor(const TransferSettings& settings, std::size_t most) noexcept {
   const bool mayGrow =
       settings.bandwidth <= 0 && settings.parallelTransfers >= settings.parallelTransfersPerHost;
@@ -55,7 +55,7 @@ void ParallelPlaces::noteTransfer(Duration time, Version version) noexcept {
   transfers_ = 0;
   constexpr int mostTroubles = 3;
   if (isLong && times <= largestTimes_ && troubles_ < mostTroubles) {
-    // A connection costs a handshake, a stream nothing.
+    // A further connection costs a handshake, a further stream nothing.
     const std::size_t factor = version == Version::http2 ? 4 : 2;
     count_ = std::max(count_, std::min(factor * count_, most(version)));
   } else if (times > 2 * largestTimes_) {
@@ -63,8 +63,9 @@ void ParallelPlaces::noteTransfer(Duration time, Version version) noexcept {
   }
 }
 
-/// The further transfers of a server that lets few streams share a connection need connections of
-/// their own. Four streams each keep the number of connections to that of HTTP/1.1.
+/// If a server accepts only a few streams on a connection, more transfers need more connections.
+/// With over four streams on each, `mostOverHTTP2_` transfers need no more connections than
+/// HTTP/1.1 would. Otherwise no more transfers run than over HTTP/1.1.
 void ParallelPlaces::noteConnections(Version version) noexcept {
   constexpr std::size_t leastStreams = 4;
   const bool areFurtherOnes = !std::exchange(isFirstDecision_, false);

@@ -7,11 +7,11 @@
 
 namespace kiv {
 
-/// How many transfers run with one server at one time.
+/// How many transfers run with one server at the same time.
 ///
-/// Where the round trip to the server takes a large part of a transfer, the line is idle meanwhile,
-/// and more transfers use it. Where the bytes take most of the time, as on slow lines, with large
-/// files and when there are enough transfers, more of them gain nothing.
+/// Where a transfer mostly waits for round trips, the line is idle meanwhile, and more transfers
+/// use it. Where it mostly waits for its bytes, as on slow lines and with large files, more
+/// transfers gain nothing.
 class ParallelPlaces {
  public:
   using Duration = std::chrono::microseconds;
@@ -21,16 +21,17 @@ class ParallelPlaces {
   explicit ParallelPlaces(const TransferSettings& settings) noexcept;
 
   [[nodiscard]] std::size_t count() const noexcept { return count_; }
-  /// The count at first, and when round trips are short.
+  /// The initial count, which stays while round trips are short.
   [[nodiscard]] std::size_t least() const noexcept { return least_; }
 
-  /// Called with the time that a TCP handshake took, before noteTransfer() of its first transfer.
+  /// Called with the duration of a TCP handshake, before noteTransfer() for the first transfer on
+  /// the connection.
   void noteHandshake(Duration time) noexcept;
   /// Called when a transfer has succeeded, with the time from its request to the end of its body.
   void noteTransfer(Duration time, Version version) noexcept;
-  /// Called when a transfer, begun at that time, has failed in a way that may come from too many:
-  /// the count falls to the least, and after a few times it stays there. Transfers that had begun
-  /// before the last failure do not count: what fails together is one failure.
+  /// Called when a transfer that began at `begun` has failed in a way that may be due to too many:
+  /// the count falls to the least, and after a few failures it stays there. Transfers that began
+  /// before the last failure do not count, since simultaneous failures are one.
   void noteTrouble(Time begun, Time now) noexcept;
 
  private:
@@ -41,16 +42,16 @@ class ParallelPlaces {
   const std::size_t mostOverHTTP1_;
   const std::size_t mostOverHTTP2_;
   const Duration leastRoundTrip_;
-  const double largestTimes_;  // in round trips, of transfers of which more may run
+  const double largestTimes_;  // in round trips; the count does not grow above it
   std::size_t count_;
   int troubles_ = 0;
   Time lastTrouble_ = Time::min();
   Duration roundTrip_ = Duration::max();  // the shortest handshake
   Duration time_{0};                      // of the transfers since the last decision
-  std::size_t transfers_ = 0;             // number of these
-  std::size_t connections_ = 0;           // that were made for these
+  std::size_t transfers_ = 0;             // their number
+  std::size_t connections_ = 0;           // made for these
   bool isFirstDecision_ = true;
-  bool sharesConnections_ = true;  // over HTTP/2
+  bool sharesConnections_ = true;  // streams of HTTP/2 do
 };
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// The prediction is a moving average: files of one pass tend to be alike, icons after icons and
-// videos after videos.
+// The prediction is a moving average, because consecutive files tend to be alike: icons after
+// icons, videos after videos.
 
 #include "KivPlatform/KivRESTService/policy/ReadSize.h"
 
@@ -15,8 +15,8 @@ void ReadSize::noteBody(std::int64_t bytes) noexcept {
 }
 
 std::int64_t ReadSize::bytes() const noexcept {
-  // libcurl checks its speed limit only after a hundred reads, so these must not exceed one
-  // second's worth.
+  // libcurl checks its speed limit only after a hundred reads, so a hundred must not bring more
+  // than one second's worth.
   constexpr std::int64_t readsASecond = 100;
   constexpr std::int64_t leastWithLimit = 1024;
   if (bandwidth_ > 0) return std::clamp(bandwidth_ / readsASecond, leastWithLimit, most);

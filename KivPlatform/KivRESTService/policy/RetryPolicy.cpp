@@ -1,5 +1,5 @@
-// Statuses are retryable as RFC 9110 describes them: 408, 429 and 503 ask for it; 500, 502 and 504
-// often pass. A server would send any other status again.
+// 408 and 503 (RFC 9110) and 429 (RFC 6585) invite a retry, and 500, 502 and 504 are often
+// temporary. After any other status, the same request would get the same response.
 
 #include "KivPlatform/KivRESTService/policy/RetryPolicy.h"
 

@@ -1,5 +1,5 @@
-// All speeds are averages over whole windows: a line that is used by others as well has gaps of
-// seconds, which must not count as slow.
+// All speeds are averages over whole windows: a line that others use too has gaps of seconds, which
+// must not count as slow.
 
 #include "KivPlatform/KivRESTService/policy/SpeedPolicy.h"
 
@@ -16,14 +16,14 @@ using std::chrono::seconds;
 constexpr seconds windowWithoutStallTimeout{30};
 constexpr seconds longestTurn{24 * 60 * 60};
 
-/// Within the range of the clock.
+/// Bounds the time so that the clock's arithmetic cannot overflow.
 seconds bounded(seconds time) noexcept {
   constexpr seconds longest{365 * longestTurn.count()};
   return std::clamp(time, seconds(0), longest);
 }
 
-/// Half of a transfer's share if all slots share the bandwidth: a transfer that the client itself
-/// limits is not slow.
+/// Half of a transfer's share if all slots share the bandwidth. A transfer that the client itself
+/// slows down is not slow.
 double halfShareOfBandwidth(const TransferSettings& settings) noexcept {
   if (settings.bandwidth <= 0) return std::numeric_limits<double>::max();
   const auto shares = static_cast<double>(std::max<std::size_t>(1, settings.parallelTransfers)) + 1;
@@ -72,8 +72,8 @@ void SpeedMeter::note(std::int64_t bytes, Time now, SpeedPolicy::Duration window
   if (passed < 2 * window) speed_ = come / std::chrono::duration<double>(passed).count();
 }
 
-/// A thread that had no time to look had none to read either, so a long gap between two calls
-/// counts little.
+/// A long gap between two calls counts as one second at most: if the thread had no time to call
+/// this, it had none to read either.
 void SilenceMeter::note(std::size_t requests, std::int64_t bytes, Time now) noexcept {
   constexpr SpeedPolicy::Duration longestGap = seconds(1);
   const bool isSilent = requests > 1 && notedAt_ && bytes == bytes_;

@@ -9,7 +9,7 @@
 
 namespace kiv {
 
-/// How fast a download has to be to continue, and to keep its slot while others wait.
+/// How fast a download must be to continue, and to keep its slot while others wait.
 class SpeedPolicy {
  public:
   using Duration = std::chrono::steady_clock::duration;
@@ -17,25 +17,26 @@ class SpeedPolicy {
 
   explicit SpeedPolicy(const TransferSettings& settings) noexcept;
 
-  /// The window over which a speed is measured.
+  /// The length of the window over which speeds are measured.
   [[nodiscard]] Duration window() const noexcept { return window_; }
   /// The minimum speed, in bytes per second, of a download whose attempts have run for `age` in
-  /// total. 0 for a young one, to which only libcurl's own limit applies.
+  /// total. 0 for a young download, to which only libcurl's own limit applies.
   [[nodiscard]] double minimum(Duration age) const noexcept;
   /// True for a speed at which a download yields its slot if others wait. A stalled one does not:
   /// libcurl ends it as a failed attempt.
   [[nodiscard]] bool isSlow(double bytesPerSecond) const noexcept {
     return bytesPerSecond >= stallSpeed_ && bytesPerSecond < slowSpeed_;
   }
-  /// How long an attempt keeps its slot however slow it is: twice as long each time, so that a body
-  /// of which no part can be kept completes too.
+  /// How long an attempt keeps its slot, however slow it is. It doubles each time, so that a body
+  /// that cannot be resumed completes eventually.
   [[nodiscard]] Duration turn(int timesGivenWay) const noexcept;
   /// The deadline of a download that began at that time; nothing if there is none.
   [[nodiscard]] std::optional<Time> deadline(Time begun) const noexcept {
     return deadline_ > Duration::zero() ? std::optional(begun + deadline_) : std::nullopt;
   }
   /// True if a download that began after `older` others may have to yield. The older half of the
-  /// slots never does: on a slow line files then complete one after the other, not all at the end.
+  /// slots never does. So on a slow line files complete one after the other, rather than all at the
+  /// end.
   [[nodiscard]] static bool mayGiveWay(std::size_t older, std::size_t places) noexcept {
     return older >= places / 2;
   }
@@ -69,13 +70,13 @@ class SpeedMeter {
   std::optional<double> speed_;
 };
 
-/// Measures for how long a connection that several requests share has brought nothing.
+/// Measures for how long no bytes have come over a connection that several requests share.
 class SilenceMeter {
  public:
   using Time = SpeedPolicy::Time;
 
-  /// To be called regularly, with the number of requests that wait on the connection, and the bytes
-  /// that these have received.
+  /// To be called regularly, with the number of requests on the connection and the bytes that these
+  /// have received so far.
   void note(std::size_t requests, std::int64_t bytes, Time now) noexcept;
   [[nodiscard]] SpeedPolicy::Duration silence() const noexcept { return silence_; }
 
@@ -85,16 +86,16 @@ class SilenceMeter {
   SpeedPolicy::Duration silence_{};
 };
 
-/// The bandwidth limit of a client: one token bucket for all of its transfers, which may be
-/// overdrawn. While it is overdrawn, no transfer starts.
+/// The bandwidth limit of a client: a token bucket for all of its transfers together, which may be
+/// overdrawn. While it is, no transfer starts.
 ///
-/// libcurl limits the speed of each transfer, but short ones end before that takes effect. This
-/// limits a sequence of those.
+/// libcurl limits the speed of each transfer, but a short transfer ends before that takes effect.
+/// This limits a sequence of short ones.
 class BandwidthBudget {
  public:
   using Time = SpeedPolicy::Time;
 
-  /// The burst after an idle time, expressed as time at the limit.
+  /// The burst after an idle time: as many bytes as the limit allows in this time.
   static constexpr std::chrono::milliseconds burst{100};
 
   /// In bytes per second; 0 or less for no limit.
@@ -104,7 +105,7 @@ class BandwidthBudget {
   [[nodiscard]] bool isLimited() const noexcept { return bytesPerSecond_ > 0; }
   /// Called when bytes were received.
   void spend(std::int64_t bytes, Time now) noexcept;
-  /// When the bucket is no longer overdrawn; in the past if it is not.
+  /// When the bucket is no longer overdrawn; a time in the past if it is not overdrawn.
   [[nodiscard]] Time paidAt() const noexcept { return paidAt_; }
 
  private:

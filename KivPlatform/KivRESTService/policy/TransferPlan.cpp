@@ -1,4 +1,4 @@
-// Pure decisions without clock and network, so that tests can play every order of answers.
+// Only decisions, without clock and network, so that tests can play every order of responses.
 
 #include "KivPlatform/KivRESTService/policy/TransferPlan.h"
 
@@ -56,7 +56,7 @@ void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy&
   if (startsOver) {
     tried.notBefore = now;
   } else if (isPassing(result)) {
-    // Over HTTP/2 a body may also wait for those of other streams.
+    // A failure over HTTP/2 does not count: the body may have waited for those of other streams.
     if (!result.madeProgress && !result.failedOverHTTP2) ++tried.spent;
     tried.failures = result.madeProgress ? 1 : tried.failures + 1;
     tried.notBefore = now + policy.wait(tried.failures, result.retryAfter);
@@ -77,7 +77,7 @@ std::size_t TransferPlan::decisiveServer() const noexcept {
   const auto answered = placeOf(
       [](const Server& server) { return server.outcome && server.outcome->status.has_value(); });
   if (answered < servers_.size()) return answered;
-  // The first server may never have been tried, if another one used up all attempts.
+  // Not always the first server: if another one used up all attempts, the first was never tried.
   return placeOf([](const Server& server) { return server.outcome.has_value(); });
 }
 

@@ -13,50 +13,51 @@
 
 namespace kiv {
 
-/// Decides which of a task's servers is tried next, and when, and which of their outcomes is the
-/// task's.
+/// Decides which of a task's servers is tried next and when, and which of their outcomes becomes
+/// the task's.
 ///
-/// After a retryable failure a server is tried again after a wait, and others meanwhile. The task's
-/// outcome depends only on what each server answered and on their order in the list, not on the
-/// order of the attempts.
+/// After a retryable failure a server is tried again after a wait, and other servers meanwhile. The
+/// task's outcome depends only on what each server answered and on their order in the list, not on
+/// the order of the attempts.
 class TransferPlan {
  public:
   using Time = std::chrono::steady_clock::time_point;
 
   struct Step {
     std::size_t server;  ///< Index in the list.
-    Time notBefore;      ///< Time::max() if a probe has to end first.
+    Time notBefore;      ///< Time::max() stands for the end of the server's probe.
   };
 
   /// `servers` is the number of servers in the list, the request's own first; at least one.
   TransferPlan(std::size_t servers, const TransferSettings& settings);
 
-  /// The next attempt; nothing if the task has ended. Of the servers that may be tried now, one
-  /// that is not avoided, with the fewest failures, and the first of those in the list. If all have
-  /// to wait, the one with the shortest wait; a server that is being probed comes last.
+  /// The next attempt; nothing if the task has ended. Servers that may be tried now come before
+  /// those that have to wait, of which the one with the shortest wait comes first. Among equals,
+  /// those that are not avoided come first, then those with fewer attempts, then those earlier in
+  /// the list. A server that is being probed comes last.
   [[nodiscard]] std::optional<Step> next(
       Time now, const std::function<ServerState(std::size_t server)>& stateOf) const;
   /// True if this task may try that server now.
   [[nodiscard]] bool mayTry(std::size_t server, Time now) const;
-  /// Records the result of an attempt at that server, which has just ended.
+  /// Records the result of an attempt at that server.
   void record(std::size_t server, AttemptResult result, RetryPolicy& policy, Time now);
 
-  /// Ends the task with that outcome, whatever the attempts gave.
+  /// Ends the task with that outcome, whatever the attempts have given.
   void giveUp(TransferOutcome outcome) { givenUp_ = std::move(outcome); }
 
-  /// The task's outcome: the first success; otherwise the last response of the earliest server in
-  /// the list that gave one; otherwise the error of the request's own server. To be called once,
-  /// when nothing is left to try.
+  /// The task's outcome: that of giveUp(); otherwise a success; otherwise the response of the
+  /// earliest server in the list whose last attempt got one; otherwise the error of the earliest
+  /// server that was tried. To be called once, when nothing is left to try.
   [[nodiscard]] TransferOutcome takeOutcome();
-  /// The server whose outcome that is.
+  /// The server with that outcome.
   [[nodiscard]] std::size_t decisiveServer() const noexcept;
 
  private:
   struct Server {
     std::optional<TransferOutcome> outcome;  // of the last attempt
-    int tries = 0;                           // without those that only discarded a part
-    int spent = 0;                           // of these, those that count against the limit
-    int failures = 0;                        // consecutive, without progress
+    int tries = 0;     // not counting those that only discarded a partial body
+    int spent = 0;     // of these, those that count against triesPerServer_
+    int failures = 0;  // since the last progress, with that attempt
     Time notBefore{};
     bool isDone = false;
   };

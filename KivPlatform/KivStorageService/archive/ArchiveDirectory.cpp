@@ -1,4 +1,4 @@
-// Parses the central directory a second time, more strictly than libzip. Attackers evade checks
+// Parses the central directory in addition to libzip, and more strictly. Attackers evade checks
 // with archives that two parsers read differently, so anything ambiguous is rejected.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
@@ -39,7 +39,7 @@ constexpr std::uint16_t maskedHeadersFlag = 1 << 13;
 constexpr std::uint16_t storedMethod = 0;
 constexpr std::uint16_t deflatedMethod = 8;
 
-/// The number at the position; zero if it extends beyond the end.
+/// The number at the position; zero if it would extend beyond the end.
 template <class Number>
 Number number(std::string_view bytes, std::size_t at) noexcept {
   if (at > bytes.size() || bytes.size() - at < sizeof(Number)) return 0;
@@ -80,7 +80,7 @@ std::optional<std::string> bytesAt(const Data& data, std::uint64_t offset, std::
   return bytes;
 }
 
-/// The end of the archive: as many bytes as the end record, its comment and the zip64 locator can
+/// The last bytes of the archive, as many as the end record, its comment and the zip64 locator can
 /// take.
 struct Tail {
   std::uint64_t start = 0;  // in the archive

@@ -45,12 +45,12 @@ struct ArchiveEntry {
   [[nodiscard]] bool isDirectory() const noexcept { return rawName.ends_with('/'); }
 };
 
-/// Parses the central directory and checks it against the layout of the archive. There is exactly
-/// one, and it ends where the end record says. The local headers and the data precede it and do not
-/// overlap. Each entry's name is unique, and the same in its local header.
+/// Parses the central directory and checks it against the layout of the archive: there is exactly
+/// one, and it ends where the end record begins. The local headers and the data precede it and do
+/// not overlap. Each entry's name is unique, and the same in its local header.
 ///
-/// libzip parses it again, but accepts NULs in names, which it turns into spaces, and entries that
-/// share data. This check also bounds the memory that libzip uses: libzip would read the central
+/// libzip parses it again, but accepts entries that share data and NULs in names, which it turns
+/// into spaces. This check also bounds the memory that libzip uses: libzip would read the central
 /// directory of a second end record hidden in a comment, regardless of its size.
 class ArchiveDirectory {
  public:

@@ -1,6 +1,5 @@
-// libzip reads the archive through a custom source, which copies from kiv::Data. An archive in a
-// file is read, not mapped: if another process truncates the file, that is an error and not a
-// SIGBUS. libzip only decodes; ArchiveUnpacker decides what may be unpacked.
+// libzip reads the archive through a custom source, which copies from kiv::Data. libzip only
+// decodes; ArchiveUnpacker decides what may be unpacked.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveReader.h"
 

@@ -1,7 +1,7 @@
-// The rules do not depend on the operating system. An archive is either valid everywhere or
-// nowhere, so backslashes, drive letters and names of devices are rejected on POSIX systems too.
-// Two entries whose names differ only in case or Unicode normalization would overwrite each other
-// on some file systems, so siblings are keyed by folded name.
+// The rules do not depend on the operating system: an archive is valid everywhere or nowhere. So
+// backslashes, drive letters and device names are rejected on POSIX systems too. Two entries whose
+// names differ only in case or Unicode normalization would overwrite each other on some file
+// systems, so siblings are keyed by folded name.
 
 #include "KivPlatform/KivStorageService/archive/ArchiveRules.h"
 
@@ -61,8 +61,8 @@ std::optional<std::string> validateFileType(const ArchiveEntry& entry) {
   return std::nullopt;
 }
 
-/// Checks whether an existing node can also serve for a new item whose name folds to the same key.
-/// Only a directory of exactly the same name can.
+/// Checks whether a new item may share the existing node that has the same folded name. Only a
+/// directory may, with a directory of exactly the same name.
 std::optional<std::string> validateMeeting(const ArchiveNode& standing, std::string_view name,
                                            bool isFile) {
   if (standing.name != name) {

@@ -10,9 +10,9 @@
 #include "KivPlatform/KivStorageService/ArchiveLimits.h"
 #include "KivPlatform/KivStorageService/archive/ArchiveDirectory.h"
 
-/// The rules for archive entries: which entries are valid, and which pairs of entries conflict. A
-/// check returns nothing if the entry is valid. Otherwise it returns what is wrong with it, which
-/// completes a clause beginning with "which".
+/// The rules for archive entries: which are valid, and which conflict with each other. A check
+/// returns nothing for a valid entry. Otherwise it returns what is wrong, as the end of a clause
+/// that begins with "which".
 namespace kiv::storage {
 
 /// The entry's path: its name without leading "./", which some archivers write, and without the
@@ -22,8 +22,8 @@ std::string_view pathOfEntryName(std::string_view name);
 /// True for the "__MACOSX" entries that macOS adds to archives. They are checked but not unpacked.
 bool isLeftOut(std::string_view name);
 
-/// Checks the name (UTF-8). Rejects names that leave the target directory on this or another
-/// operating system, that file systems do not allow, or that exceed the limits.
+/// Checks the name (UTF-8). Rejects names that lead out of the target directory on this or another
+/// operating system, that some file system does not allow, or that exceed the limits.
 std::optional<std::string> validateEntryName(std::string_view name, const ArchiveLimits& limits);
 
 /// Checks everything but the name. Rejects an encrypted entry, an unknown compression method, a
@@ -51,8 +51,8 @@ class ArchiveTree {
  public:
   explicit ArchiveTree(std::uint64_t mostItems) : mostItems_(mostItems) {}
 
-  /// Adds a file or directory with its parents, if it conflicts with none that was added. The
-  /// path's components must be valid.
+  /// Adds a file or directory with its parents, unless it conflicts with an earlier one. The path's
+  /// components must be valid.
   std::optional<std::string> addFile(std::string_view path, std::uint64_t entry);
   std::optional<std::string> addDirectory(std::string_view path);
 

@@ -1,6 +1,6 @@
-// An adopted file is renamed instead of copied. As the body of a download it has mode 0600, and
-// must get the mode of a new shared file. That mode is copied from a file created for the purpose,
-// because the umask cannot be read without changing it for the whole process.
+// An adopted file, the body of a download, has mode 0600 and must get the mode of a new shared
+// file. That mode is copied from a file created for the purpose, because the umask cannot be read
+// without changing it for the whole process.
 
 #include "KivPlatform/KivStorageService/store/AtomicFile.h"
 
@@ -33,7 +33,7 @@ bool isOutOfDescriptors(const Error& error) {
          isSystemError(error, std::errc::too_many_files_open_in_system);
 }
 
-/// The files of the group may be what uses the descriptors up.
+/// If the process is out of file descriptors, closes the files of the group and tries again.
 Result<StorageRoot::TemporaryFile> createFile(StorageRoot& root, Access access, SyncGroup* group) {
   auto created = root.createTemporaryFile(access);
   const bool mayHelp = !created && group && isOutOfDescriptors(created.error());
@@ -61,7 +61,7 @@ std::optional<AtomicFile> AtomicFile::adopt(StorageRoot& root, const Data& data)
     return std::nullopt;
   }
   auto file = files.openFileAtPath_length(temporary->path(), data.size());
-  // Another process may have truncated it.
+  // Another process may have truncated the file.
   if (!file || files.lengthOfFileAtPath(temporary->path()) != data.size()) return std::nullopt;
   share(root, temporary->path());
   return AtomicFile(*std::move(temporary), *std::move(file));

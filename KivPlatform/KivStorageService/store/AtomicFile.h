@@ -23,17 +23,18 @@ class SyncGroup;
 /// it, the destructor removes the temporary file.
 class AtomicFile {
  public:
-  /// Creates a temporary file under the root. If its sync will be left to a group, that is given.
+  /// Creates a temporary file under the root. `group` is the one that its sync will be left to, if
+  /// any.
   static Result<AtomicFile> create(StorageRoot& root, Access access, SyncGroup* group = nullptr);
 
-  /// Renames the file that holds the data instead of copying it, and gives it the mode of a new
-  /// shared file. Nothing if the data is in memory, or if its file was taken already, was truncated
-  /// or is on another file system; the data must be written then.
+  /// Takes over the file that holds the data, instead of copying it, and gives it the mode of a new
+  /// shared file. Nothing if the data is in memory, or if its file was already taken, was truncated
+  /// or is on another file system. The caller then has to write the data.
   static std::optional<AtomicFile> adopt(StorageRoot& root, const Data& data);
 
   Status write(std::string_view bytes);
-  /// The same. Data in a file is read, not mapped: if another process truncates the file, that is
-  /// an error and not a SIGBUS.
+  /// The same. Reads data in a file rather than mapping it, so that truncation by another process
+  /// is an error and not a SIGBUS.
   Status write(const Data& data);
   /// Leaves the sync of the file to the group, which must be synchronized before place() or
   /// commit() is called. Returns the number of the file in the group.
@@ -51,7 +52,7 @@ class AtomicFile {
   AtomicFile(Temporary temporary, std::unique_ptr<WritableFile> file);
 
   Temporary temporary_;
-  std::unique_ptr<WritableFile> file_;  ///< nullptr if it is not synced here.
+  std::unique_ptr<WritableFile> file_;  ///< nullptr if no longer to be synced here.
 };
 
 }  // namespace kiv::storage

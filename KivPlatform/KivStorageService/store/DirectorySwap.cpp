@@ -34,7 +34,7 @@ bool isUnsupported(const Error& error) {
   return false;
 }
 
-/// Writes and syncs the note that the directory at `spare` belongs at the path.
+/// Writes and syncs the note that says that the directory at `spare` belongs at the path.
 Status writeNote(StorageRoot& root, const std::string& spare, std::string_view path) {
   auto note = AtomicFile::create(root, Access::owner);
   if (!note) return note.error();
@@ -52,7 +52,7 @@ Status moveAsideAndIn(const std::string& spare, const std::string& temporary,
   FileManager& files = FileManager::defaultManager();
   if (Status status = files.moveItemAtPath_toPath(path, spare); !status) return status;
   if (Status status = files.moveItemAtPath_toPath(temporary, path); !status) {
-    // If this fails too, a later sweep moves it back by the note.
+    // If this fails too, a later sweep uses the note to move it back.
     static_cast<void>(files.moveItemAtPath_toPath(spare, path));
     return status;
   }

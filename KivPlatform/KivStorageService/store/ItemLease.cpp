@@ -1,9 +1,10 @@
-// A stored file is never written again, only replaced by another one. So a hard link keeps its
-// contents, costs no space while the file is there, and is made in one step.
+// Stored files are replaced, never modified. So a hard link keeps the contents of a file, costs no
+// space while the file exists, and is made in one step.
 //
-// A directory cannot be linked: its files are linked one by one. Another process may replace or
-// remove it meanwhile. Both begin by moving the directory away or, where that is not possible, by
-// removing its page. So what was linked is whole if the directory is unchanged afterwards.
+// A directory cannot be linked, so its files are linked one by one. Another process may replace or
+// remove it meanwhile, but that always begins by moving the directory away or, where that is not
+// possible, by removing its page. So if the directory is unchanged afterwards, the links are
+// complete.
 
 #include "KivPlatform/KivStorageService/store/ItemLease.h"
 
@@ -25,7 +26,7 @@ using path::appendingPathComponent;
 using path::lastPathComponent;
 
 constexpr std::string_view directorySuffix = ".lease";
-/// The error of an attempt during which the directory was changed.
+/// The error of an attempt during which the directory changed.
 constexpr auto changed = std::errc::resource_unavailable_try_again;
 
 FileManager& files() {
@@ -80,8 +81,8 @@ Status linkItem(StorageRoot& root, const std::string& path, const std::string& n
   return {};
 }
 
-/// The time of a directory's last change is part of its identity, so that this also notices entries
-/// that were removed in place. A link changes that time of a file, but not of its directory.
+/// The identity of a directory includes the time of its last change, so this notices entries that
+/// were removed in place. Linking a file changes that time of the file, but not of its directory.
 Status linkUnchangedItem(StorageRoot& root, const std::string& path, const std::string& newPath) {
   if (!files().directoryExistsAtPath(path)) return linkItem(root, path, newPath);
   const auto before = files().identityOfFileAtPath(path);

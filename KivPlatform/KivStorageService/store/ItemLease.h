@@ -13,26 +13,26 @@ namespace kiv::storage {
 
 class StorageRoot;
 
-/// A file or directory of the root under a second path, at which it stays as it is when the item is
-/// replaced or removed. The destructor removes the second path.
+/// A second path of a file or directory, where it stays as it is when the original is replaced or
+/// removed. The destructor removes the second path.
 ///
-/// It is made of hard links, or of copies where the file system refuses links, in a directory
-/// NUMBER.lease of the process's directory. So the leases of a process that dies are removed with
+/// It consists of hard links, or of copies where the file system refuses links, in a directory
+/// NUMBER.lease of the process's directory. So the leases of a process that died are removed with
 /// its incomplete files, and those of a running one are left alone.
 class ItemLease {
  public:
   /// Links in a directory are left out. Fails if the item is replaced or removed meanwhile.
   static Result<std::unique_ptr<ItemLease>> take(StorageRoot& root, const std::string& path);
 
-  /// True for the name of such a directory.
+  /// True for the name of a lease's directory.
   static bool isDirectoryName(std::string_view name) noexcept;
-  /// True if the path is that of a leased item, or of something in one, by the spelling alone.
-  /// `privateDirectory` is the parent of the processes' directories.
+  /// True if the path is spelled like that of a leased item, or of something in one. Does not
+  /// access the disk. `privateDirectory` is the parent of the processes' directories.
   static bool isLeasedPath(std::string_view path, std::string_view privateDirectory) noexcept;
 
   ItemLease(const ItemLease&) = delete;
   ItemLease& operator=(const ItemLease&) = delete;
-  /// Leaves the items to the parent process where this one is its fork.
+  /// In a forked child, leaves the second path to the parent process.
   ~ItemLease();
 
   /// The second path. Its last component is that of the item.

@@ -21,7 +21,7 @@ namespace {
 constexpr std::string_view lockSuffix = ".lock";
 constexpr int mostAttempts = 8;
 
-/// The suffix of a note; what precedes it is the path of the directory that was moved aside.
+/// The suffix of a note. What precedes it is the path of the directory that was moved aside.
 constexpr std::string_view noteSuffix = ".replaced";
 
 std::string randomName() {
@@ -37,8 +37,7 @@ std::string lockPath(const std::string& directory) {
   return directory + std::string(lockSuffix);
 }
 
-/// True if another process holds the lock of the new name because it is sweeping right now. The
-/// caller then tries another name.
+/// True if another process holds the lock of the new name, because it is sweeping right now.
 bool isHeldElsewhere(const Error& error) {
   return isSystemError(error, std::errc::resource_unavailable_try_again);
 }

@@ -59,7 +59,7 @@ class ProcessDirectory {
   std::atomic<std::uint64_t> counter_{0};
 };
 
-/// The mode of a new temporary file: by the umask (shared), or 0600 (owner).
+/// The mode of a new temporary file: according to the umask (shared), or 0600 (owner).
 enum class Access { shared, owner };
 
 /// Owns a temporary file or directory; the destructor removes it.

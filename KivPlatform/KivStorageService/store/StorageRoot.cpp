@@ -1,5 +1,5 @@
-// Directories up to the root are synced once, when first used. Otherwise a power failure could lose
-// a synced file because the directory entry of one of its parents was not on the disk.
+// The directories above a file are synced when first used. Otherwise a power failure could lose a
+// synced file, because the directory entry of one of its parents was not on the disk.
 
 #include "KivPlatform/KivStorageService/store/StorageRoot.h"
 
@@ -62,7 +62,7 @@ Status synchronizeWay(const std::string& top, const std::string& bottom) {
 struct OpenRoots {
   Mutex mutex;
   std::map<std::string, std::weak_ptr<StorageRoot>> byPath KIV_GUARDED_BY(mutex);
-  /// That of the process, and the path that the host has set for it.
+  /// The root of the process, and the path that the host has set for it.
   std::shared_ptr<StorageRoot> current KIV_GUARDED_BY(mutex);
   std::optional<std::string> namedPath KIV_GUARDED_BY(mutex);
 };
@@ -92,7 +92,7 @@ std::string tidied(std::string path) {
   return path;
 }
 
-/// Made absolute, so that a later change of the working directory does not matter.
+/// Made absolute, so that a later change of the working directory has no effect.
 std::string namedPath(const std::string& path) {
   if (path.empty()) return path;
   std::error_code failure;
@@ -105,7 +105,7 @@ std::string directoryName() {
   return filename::isValid(name) ? name : "KivResource";
 }
 
-/// The path of that name in the user's directory, which is empty if there is none.
+/// The path of that name in the user's directory; empty if there is no such directory.
 std::string pathInUserDirectory(const std::string& directory, const std::string& name) {
   return directory.empty() ? directory : tidied(path::appendingPathComponent(directory, name));
 }
@@ -140,7 +140,7 @@ Result<Temporary> StorageRoot::makeTemporary(std::string_view suffix) {
   return Temporary(std::move(path), *std::move(directory));
 }
 
-/// Does not check first whether the path exists: O_EXCL does, without a race.
+/// Does not check first whether the path exists: O_EXCL does that without a race.
 Result<StorageRoot::TemporaryFile> StorageRoot::createTemporaryFile(Access access) {
   auto directory = processDirectory();
   if (!directory) return directory.error();
@@ -177,7 +177,8 @@ Status StorageRoot::prepareDirectory(const std::string& directory) {
     if (isInBatch()) seen_.existingDirectories.insert(directory);
     return {};
   }
-  // Sync an existing directory too: the process that created it may have died before its fsync.
+  // An existing directory is synced too: the process that created it may have died before its
+  // fsync.
   const std::string existing = existingAncestor(directory);
   const std::string& top = existing.size() < path_.size() ? existing : path_;
   if (!exists) {
@@ -199,7 +200,7 @@ Status StorageRoot::synchronizeEntries(const std::string& directory) {
   return FileManager::defaultManager().synchronizeDirectoryAtPath(directory);
 }
 
-/// If the file system does not report its free space, the save is tried.
+/// Succeeds if the file system does not report its free space.
 Status StorageRoot::checkRoom(std::uint64_t bytes, std::string_view name) {
   const std::uint64_t taken = sizeOnDisk(bytes);
   const MutexLock guard(mutex_);
@@ -252,8 +253,8 @@ std::string StorageRoot::currentPath() {
 
 void StorageRoot::setCurrentPath(std::optional<std::string> path) {
   const MutexLock guard(inUse().mutex);
-  // Release the old root first: if the new one is the same, its sweep then finds no lock held by
-  // this process.
+  // Release the old root first. If the new one has the same path, its sweep then finds no lock that
+  // this process holds.
   inUse().current.reset();
   inUse().namedPath = path ? std::optional(namedPath(*path)) : std::nullopt;
   if (inUse().namedPath) currentOf(inUse());

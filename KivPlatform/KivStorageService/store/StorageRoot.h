@@ -32,18 +32,18 @@ class StorageRoot {
   /// running complete in the old root.
   static void setCurrentPath(std::optional<std::string> path);
 
-  /// Opens the root at the path: undoes interrupted swaps and removes orphaned temporary files. A
-  /// path that is open already gives the same root. nullptr for a path that cannot be a root: it is
-  /// empty, or has a null character in it.
+  /// Opens the root at the path: undoes interrupted swaps and removes orphaned temporary files. For
+  /// a path that is already open, returns the same root. nullptr for a path that cannot be a root:
+  /// it is empty or contains a null character.
   static std::shared_ptr<StorageRoot> open(const std::string& path);
 
-  /// Opens the root, even if it is open already.
+  /// Opens a root of its own, even if the path is already open.
   explicit StorageRoot(std::string path);
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// A path for a new temporary file or directory on the root's file system, which ends in the
-  /// suffix. The first call creates the private directory.
+  /// A path with that suffix for a new temporary file or directory, on the root's file system. The
+  /// first call creates the private directory.
   Result<Temporary> makeTemporary(std::string_view suffix = {});
   /// A new temporary file, open for writing.
   struct TemporaryFile {
@@ -52,13 +52,13 @@ class StorageRoot {
   };
   Result<TemporaryFile> createTemporaryFile(Access access);
 
-  /// Creates the directory, which is the root or below it, with missing parents, and syncs their
+  /// Creates the directory, the root or one below it, with missing parents, and syncs their
   /// entries.
   Status prepareDirectory(const std::string& directory);
 
   /// Syncs the directory now, or at the end of the batch if one is open.
   Status synchronizeEntries(const std::string& directory);
-  /// Fails if the disk has no room for a file of that size.
+  /// Fails with noSpace if the disk has no room for a file of that many bytes.
   Status checkRoom(std::uint64_t bytes, std::string_view name);
 
   /// Drops the cached free space, because a large item of unknown size is about to be stored.

@@ -1,6 +1,6 @@
-// How many files a group will have is not known when the first is written. So the first files stay
-// open until there are enough of them to tell which way is faster. Where each file is synced, all
-// stay open until they are synced together.
+// When the first file is written, the number of files in the group is not known yet. So the first
+// files stay open until there are enough of them to tell which way is faster. If files are synced
+// individually, several of them stay open and are synced together.
 
 #include "KivPlatform/KivStorageService/store/SyncGroup.h"
 
@@ -11,7 +11,7 @@ namespace kiv::storage {
 
 namespace {
 
-/// So many that only much dirty data of other programs makes a batch sync slower, and few enough
+/// So many that a batch sync is faster unless other programs have much dirty data, and few enough
 /// not to use up the descriptors of a process.
 constexpr std::size_t mostOpenFiles = 64;
 
@@ -19,7 +19,8 @@ constexpr std::size_t mostOpenFiles = 64;
 
 SyncGroup::~SyncGroup() = default;
 
-/// The batch begins before the first file is written, since it covers only what is written later.
+/// The batch sync begins before the first file is written, since it covers only what is written
+/// later.
 void SyncGroup::prepare(const std::string& directory) {
   if (std::exchange(isPrepared_, true)) return;
   batch_ = FileManager::defaultManager().beginBatchSyncAtPath(directory);
@@ -44,7 +45,7 @@ std::vector<Status> SyncGroup::synchronizeFiles(const std::vector<OpenFile>& fil
   return FileManager::defaultManager().synchronizeFiles(pointers);
 }
 
-/// The first files decide for those to come.
+/// The first files decide for the later ones.
 void SyncGroup::decide() {
   usesBatch_ = batch_ && batch_->pays(open_.size());
   if (!usesBatch_) batch_.reset();

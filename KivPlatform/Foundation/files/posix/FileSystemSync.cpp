@@ -92,7 +92,7 @@ bool isReliable(const Descriptor& directory) {
   return std::find(reliable.begin(), reliable.end(), type) != reliable.end();
 }
 
-/// UINT64_MAX if it is not known: then a batch sync never pays.
+/// UINT64_MAX if unknown: a batch sync then never pays.
 std::uint64_t unwrittenBytes() {
   const Descriptor file(::open("/proc/meminfo", O_RDONLY | O_CLOEXEC));
   std::array<char, 4096> text{};  // the line is near the start

@@ -16,7 +16,7 @@ std::unique_ptr<BatchSync> beginFileSystemSync(std::string_view path);
 
 }  // namespace kiv
 
-/// Decides when one sync of a whole file system (syncfs) is safe and when it is faster. Pure
+/// Decides when a sync of the whole file system (syncfs) is safe and when it is faster. Pure
 /// functions.
 namespace kiv::batchsync {
 
@@ -26,9 +26,9 @@ namespace kiv::batchsync {
 /// virtual disk that writes 3.5 GB/s, with files of 8 KB, medians of 15 runs: separate fsyncs take
 /// 0.20 ms per file. One syncfs takes 0.04 ms per file and 0.3 ms in addition; 256 MiB of dirty
 /// pages of another program add 72 ms. So one fsync costs as much there as 0.6 MiB of other
-/// programs' writes. The disk of a laptop takes 2 ms for a flush and writes 2 GB/s, so that it is 4
-/// MiB there. What others have written is waited for once, by the first of several groups. With
-/// fewer than eight files less than a millisecond can be saved.
+/// programs' writes. On the disk of a laptop, which takes 2 ms for a flush and writes 2 GB/s, it
+/// costs as much as 4 MiB. If there are several groups of files, only the first waits for the
+/// writes of others. With fewer than eight files, less than a millisecond can be saved.
 [[nodiscard]] constexpr bool pays(std::size_t files, std::uint64_t unwrittenBytes) {
   constexpr std::size_t fewestFiles = 8;
   constexpr std::uint64_t bytesWorthOneSync = 4 * 1024 * 1024;

@@ -1,3 +1,6 @@
+// The threads take the files in turn. They are started only if the first sync, which the calling
+// thread times, turns out to be slow.
+
 #include "KivPlatform/Foundation/files/posix/ParallelSync.h"
 
 #include <algorithm>
@@ -13,13 +16,14 @@ namespace kiv::posix {
 
 namespace {
 
-/// The calling thread is one of them.
+/// Including the calling thread.
 constexpr std::size_t mostThreads = 16;
 
-/// For faster syncs, those in memory for example, starting the threads takes longer than it saves.
+/// If a sync is faster than this, for example in memory, starting threads takes longer than it
+/// saves.
 constexpr std::chrono::microseconds slowSync{20};
 
-/// Not that of Foundation/system, a folder that uses this one.
+/// system::nameThisThread() cannot be used here: Foundation/system includes this folder.
 void nameThisThread() noexcept {
   constexpr const char* name = "KivStorageSync";
 #if defined(__APPLE__)
@@ -56,7 +60,7 @@ class ParallelSync {
     }
   }
 
-  /// False if the system has no thread left. Those that run do all the work then.
+  /// False if the system has no thread left. The threads that run then do all the work.
   bool startHelper(std::thread& helper) noexcept {
     try {
       helper = std::thread([this] {

@@ -13,7 +13,8 @@ inline constexpr mode_t sharedDirectoryMode = 0775;
 inline constexpr mode_t privateFileMode = 0600;
 inline constexpr mode_t privateDirectoryMode = 0700;
 
-/// Creates the directory with missing parents. Zero, also if it or a link to it exists, or errno.
+/// Creates the directory with missing parents. Returns zero, even if it or a link to it exists, or
+/// errno.
 int makeDirectories(const std::string& path);
 /// The same with mode 0700 for the directory itself. An existing directory loses the permissions of
 /// group and others if the process's user owns it.

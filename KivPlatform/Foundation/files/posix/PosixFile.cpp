@@ -101,7 +101,7 @@ std::optional<std::string> readToEnd(const Descriptor& file, std::size_t expecte
   }
 }
 
-/// The names of those of the first entries that are wanted.
+/// The names of the wanted entries among the first ones.
 template <class Wanted>
 std::optional<std::vector<std::string>> namesOfEntries(Descriptor directory,
                                                        std::size_t mostEntries,

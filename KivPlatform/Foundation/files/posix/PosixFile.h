@@ -49,14 +49,14 @@ class SystemPath {
   std::string path_;
 };
 
-/// Opens the file. On failure the descriptor is not open and errno is set.
+/// Opens the file. On failure the descriptor is not open, and errno is set.
 Descriptor open(std::string_view path, int flags, mode_t mode = sharedFileMode);
 
 /// Opens a regular file for reading and fills in `status`. Fails if the file is not regular.
 Result<Descriptor> openRegularFile(std::string_view path, struct stat& status);
 
-/// Waits until the file's contents, or the directory's entries, are on the disk. Zero; -1 with
-/// errno set on failure.
+/// Waits until the file's contents, or the directory's entries, are on the disk. Returns zero, or
+/// -1 with errno set.
 int synchronize(int descriptor);
 
 std::unique_ptr<WritableFile> writableFile(Descriptor file, std::string_view path);
@@ -65,7 +65,8 @@ Result<Data> readFile(std::string_view path);
 
 /// The names in the open directory, without "." and ".."; nothing, with errno set, on failure.
 std::optional<std::vector<std::string>> namesInDirectory(Descriptor directory);
-/// Those of its first entries that the directory itself calls regular files. Fails in the same way.
+/// The names of the regular files among its first `mostEntries` entries, by the type that the
+/// directory records. Fails in the same way.
 std::optional<std::vector<std::string>> regularFilesInDirectory(Descriptor directory,
                                                                 std::size_t mostEntries);
 

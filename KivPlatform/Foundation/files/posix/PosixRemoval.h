@@ -24,7 +24,7 @@ struct ItemPlace {
 /// ends in "." or "..", which cannot be removed by name.
 std::optional<ItemPlace> placeOfItem(std::string_view path);
 
-/// Renames the item to the new place, where it is to be removed. If `roots` is set, both parent
+/// Renames the item to the new place, where the caller removes it. If `roots` is set, both parent
 /// directories must be roots or below one. `path` is for error messages.
 Status withdrawItem(const ItemPlace& place, const ItemPlace& newPlace,
                     const std::optional<std::vector<std::string>>& roots, std::string_view path);

@@ -57,7 +57,7 @@ std::chrono::nanoseconds timeWithSleep() noexcept {
 #if defined(CLOCK_BOOTTIME)
   constexpr clockid_t clock = CLOCK_BOOTTIME;
 #else
-  constexpr clockid_t clock = CLOCK_MONOTONIC;  // on macOS it goes on
+  constexpr clockid_t clock = CLOCK_MONOTONIC;  // includes sleep on macOS
 #endif
   timespec time{};
   ::clock_gettime(clock, &time);
