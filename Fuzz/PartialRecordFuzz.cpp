@@ -50,7 +50,7 @@ bool areEqual(const PartialRecord& a, const PartialRecord& b) {
   return a.url.text() == b.url.text() && a.finalURL.text() == b.finalURL.text() &&
          a.version.entityTag == b.version.entityTag &&
          a.version.lastModified == b.version.lastModified && a.length == b.length &&
-         a.date == b.date && a.restFailed == b.restFailed;
+         a.date == b.date && a.rangeFailed == b.rangeFailed;
 }
 
 void checkText(const std::string& text) {
@@ -98,10 +98,10 @@ class Spool {
   std::string stem_;
 };
 
-void checkRange(const kiv::RangeAsked& range, const PartialRecord& record) {
+void checkRange(const kiv::RequestedRange& range, const PartialRecord& record) {
   require(range.first > 0 && range.first <= partLength, "a range begins where the part ends");
   require(!range.length || range.first < *range.length, "and before the end of the file");
-  require(!record.restFailed, "not after a request for the rest that failed");
+  require(!record.rangeFailed, "not after a request for the rest that failed");
   checkVersion(range.version);
 }
 

@@ -101,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   if (!url || !kiv::validateURL(*url).empty()) return 0;
   const bool beganInPrivate = kiv::isPrivateHost(url->host());
   kiv::RedirectGuard guard(settings);
-  for (int step = 0; url && !text.empty() && step < settings.redirects; ++step)
+  for (int step = 0; url && !text.empty() && step < settings.mostRedirects; ++step)
     url = follow(guard, handle.get(), beganInPrivate, *url, takeLine(text));
   return 0;
 }

@@ -48,7 +48,7 @@ std::optional<std::int64_t> addBody(kiv::ResponseCheck& check, std::string_view 
   return body;
 }
 
-void checkResponse(std::string_view text, const std::optional<kiv::RangeAsked>& range) {
+void checkResponse(std::string_view text, const std::optional<kiv::RequestedRange>& range) {
   const std::size_t headers = std::min(text.find('\0'), text.size());
   kiv::ResponseCheck check(largestBody, range);
   if (!addHeaders(check, text.substr(0, headers))) return;
@@ -73,7 +73,7 @@ void checkResponse(std::string_view text, const std::optional<kiv::RangeAsked>& 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const std::string_view text = kiv::fuzz::textOf(bytes, size);
   checkResponse(text, std::nullopt);
-  checkResponse(text, kiv::RangeAsked{10, 20, {"\"v\"", ""}});
-  checkResponse(text, kiv::RangeAsked{10, std::nullopt, {"", "Mon, 01 Jan 2024 00:00:00 GMT"}});
+  checkResponse(text, kiv::RequestedRange{10, 20, {"\"v\"", ""}});
+  checkResponse(text, kiv::RequestedRange{10, std::nullopt, {"", "Mon, 01 Jan 2024 00:00:00 GMT"}});
   return 0;
 }

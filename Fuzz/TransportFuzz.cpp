@@ -294,7 +294,7 @@ kiv::TransferSettings settingsFor(const Script& script, const std::string& spool
   settings.firstRetryDelay = settings.longestRetryDelay = settings.longestRetryAfter =
       milliseconds(0);
   settings.triesInAll = 5;
-  settings.redirects = 3;
+  settings.mostRedirects = 3;
   settings.takesBodiesWithoutLength = script.takesBodiesWithoutLength;
   settings.largestBodyInMemory = 500;
   settings.proxy = "";

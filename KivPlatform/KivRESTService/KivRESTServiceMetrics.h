@@ -37,7 +37,7 @@ struct KivRESTServiceMetrics {
   bool endedWithConnection = false;
   std::vector<KivRESTServiceFailedTry> failedTries;  ///< In the order in which they were made.
   /// How often a slow attempt yielded its slot to another download, which is not a failed attempt.
-  int timesGivenWay = 0;
+  int timesYielded = 0;
 };
 
 /// Progress of one task.

@@ -70,7 +70,7 @@ Status StagedSave::writeFile(std::shared_ptr<SyncGroup> group) {
   auto file = AtomicFile::create(*root_, request_.access, group.get());
   if (!file) return file.error();
   if (Status status = file->write(data); !status) return status;
-  if (group) numberInGroup_ = file->leaveSyncTo(*group);
+  if (group) numberInGroup_ = file->deferSyncTo(*group);
   Status closed = request_.isSynced ? Status() : file->closeWithoutSync();
   if (!closed) return closed;
   file_.emplace(*std::move(file));

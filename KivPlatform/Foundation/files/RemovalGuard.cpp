@@ -17,8 +17,8 @@ struct Guard {
   Mutex mutex;
   bool isHosts KIV_GUARDED_BY(mutex) = false;  // the host set roots or turned the guard off
   std::optional<std::vector<std::string>> hostsRoots KIV_GUARDED_BY(mutex);
-  std::set<std::string> lasting KIV_GUARDED_BY(mutex);
-  std::multiset<std::string> passing KIV_GUARDED_BY(mutex);  // one for each PrivateDirectory
+  std::set<std::string> permanent KIV_GUARDED_BY(mutex);
+  std::multiset<std::string> temporary KIV_GUARDED_BY(mutex);  // one for each PrivateDirectory
 };
 
 Guard& guard() {
@@ -32,17 +32,17 @@ constinit thread_local const std::vector<std::string>* confinement = nullptr;
 
 void addPrivateDirectory(std::string path) {
   const MutexLock lock(guard().mutex);
-  guard().lasting.insert(std::move(path));
+  guard().permanent.insert(std::move(path));
 }
 
 PrivateDirectory::PrivateDirectory(std::string path) : path_(std::move(path)) {
   const MutexLock lock(guard().mutex);
-  guard().passing.insert(path_);
+  guard().temporary.insert(path_);
 }
 
 PrivateDirectory::~PrivateDirectory() {
   const MutexLock lock(guard().mutex);
-  guard().passing.erase(guard().passing.find(path_));
+  guard().temporary.erase(guard().temporary.find(path_));
 }
 
 Confinement::Confinement(std::vector<std::string> directories)
@@ -68,8 +68,8 @@ std::optional<std::vector<std::string>> roots() {
   const MutexLock lock(guard().mutex);
   if (guard().isHosts) return guard().hostsRoots;
   if (confinement) return *confinement;
-  std::set<std::string> own(guard().passing.begin(), guard().passing.end());
-  own.insert(guard().lasting.begin(), guard().lasting.end());
+  std::set<std::string> own(guard().temporary.begin(), guard().temporary.end());
+  own.insert(guard().permanent.begin(), guard().permanent.end());
   return std::vector<std::string>(own.begin(), own.end());
 }
 

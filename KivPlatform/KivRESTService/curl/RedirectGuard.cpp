@@ -59,7 +59,7 @@ struct RedirectGuardCallbacks {
   static int beginRequest(void* guard, char* address, char*, int, int) {
     auto& self = *static_cast<RedirectGuard*>(guard);
     self.hasConnection_ = true;
-    if (!self.looks_ || self.admits(address)) return CURL_PREREQFUNC_OK;
+    if (!self.checksAddress_ || self.admits(address)) return CURL_PREREQFUNC_OK;
     self.hasAdmitted_ = false;
     return CURL_PREREQFUNC_ABORT;
   }
@@ -82,11 +82,11 @@ bool RedirectGuard::setOptions(void* handle) {
   refused_.clear();
   hasAdmitted_ = false;
   hasConnection_ = false;
-  looks_ = isOn_ && !usesProxy(*target_);
+  checksAddress_ = isOn_ && !usesProxy(*target_);
   using Callbacks = RedirectGuardCallbacks;
   constexpr curl_opensocket_callback noSocket = nullptr;
   return setOption(handle, CURLOPT_OPENSOCKETFUNCTION,
-                   looks_ ? &Callbacks::openSocket : noSocket) &&
+                   checksAddress_ ? &Callbacks::openSocket : noSocket) &&
          setOption(handle, CURLOPT_OPENSOCKETDATA, this) &&
          setOption(handle, CURLOPT_PREREQFUNCTION, &Callbacks::beginRequest) &&
          setOption(handle, CURLOPT_PREREQDATA, this) && setProxy(handle);

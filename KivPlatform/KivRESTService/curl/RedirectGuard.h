@@ -44,8 +44,8 @@ class RedirectGuard {
 
   const TransferSettings& settings_;
   bool isFirstRedirect_ = true;
-  bool isOn_ = false;   // the attempt began at a public server
-  bool looks_ = false;  // the next request's address is checked
+  bool isOn_ = false;           // the attempt began at a public server
+  bool checksAddress_ = false;  // the next request's address is checked
   bool hasConnection_ = false;
   std::optional<URL> from_;
   std::optional<URL> target_;  // of the next request

@@ -74,7 +74,7 @@ void Transfer::startOver() {
                  offersHTTP2() ? Protocols::http1AndHTTP2 : Protocols::http1, openEnds());
   bodyHasBegun_ = false;
   isTooSlow_ = false;
-  noteLengths();
+  publishLengths();
 }
 
 /// Over TLS, a connection ends with close_notify, so that a cut body can be detected. But libcurl
@@ -86,7 +86,7 @@ ResponseCheck::OpenEnds Transfer::openEnds() const {
 }
 
 /// Publishes the lengths for other threads.
-void Transfer::noteLengths() noexcept {
+void Transfer::publishLengths() noexcept {
   received_ = sink_.length();
   expected_ = check_->isFile() ? check_->fileLength().value_or(unknown) : unknown;
 }
@@ -109,7 +109,7 @@ bool Transfer::setRequest() {
          setOption(handle, CURLOPT_HEADERDATA, this) &&
          setOption(handle, CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
          setOption(handle, CURLOPT_WRITEDATA, this) &&
-         setOption(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::endTurn) &&
+         setOption(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::flushBody) &&
          setOption(handle, CURLOPT_XFERINFODATA, this) && setOption(handle, CURLOPT_RANGE, none) &&
          setOption(handle, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr)) &&
          setOption(handle, CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{0});
@@ -186,7 +186,7 @@ bool Transfer::beginBody() {
   } else {
     return false;  // validators of two servers are not comparable
   }
-  noteLengths();
+  publishLengths();
   return !cannotStore_;
 }
 
@@ -197,7 +197,7 @@ std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void
   try {
     if (!self.check_->addBodyBytes(count)) return stop;
     self.cannotStore_ = self.check_->isFile() && !self.sink_.append({bytes, count});
-    self.noteLengths();
+    self.publishLengths();
   } catch (const std::exception&) {
     self.cannotStore_ = true;
   }
@@ -205,7 +205,7 @@ std::size_t Transfer::takeBody(char* bytes, std::size_t, std::size_t count, void
 }
 
 /// Called by libcurl after each read, and every second.
-int Transfer::endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t) {
+int Transfer::flushBody(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t) {
   auto& self = *static_cast<Transfer*>(transfer);
   try {
     if (!self.sink_.flush()) self.cannotStore_ = true;
@@ -301,7 +301,7 @@ void Transfer::describe(AttemptResult& tried) {
   const bool wasAsked = hasConnection() || info<long>(handle, CURLINFO_REQUEST_SIZE) > 0;
   tried.wasReached = redirects_ > 0 || wasAsked;
   tried.isUnreachable = !tried.wasReached && code && mayBeTheServersFault(*code);
-  if (!succeeded) settlePart(tried);
+  if (!succeeded) keepOrDiscardPart(tried);
   if (succeeded && redirects_ == 0) describeLine(tried);
   tried.cameOverHTTP2 = tried.outcome.body && check_->mayBeHTTP2();
   tried.refusedHTTP2 = offersHTTP2() && redirects_ == 0 && !check_->mayBeHTTP2();
@@ -333,7 +333,7 @@ bool Transfer::hasFailedOverHTTP2(const AttemptResult& tried) const {
 
 /// Decides what a failed attempt keeps of the file, and what the next one requests. If the server
 /// was not reached, both stay as they are.
-void Transfer::settlePart(AttemptResult& tried) {
+void Transfer::keepOrDiscardPart(AttemptResult& tried) {
   const auto code = tried.errorCode();
   const bool cameFromElsewhere = check_->isContinuation() && !sink_.isFrom(url_);
   tried.startsOver = check_->deniesRange() || cameFromElsewhere;
@@ -344,12 +344,12 @@ void Transfer::settlePart(AttemptResult& tried) {
   tried.madeProgress = sink_.hasGrown();
   const bool gaveTheWhole = bodyHasBegun_ && !check_->isContinuation();
   if (tried.isUnreachable || tried.madeProgress || gaveTheWhole || isBeyondUs) return;
-  tried.restFailed = range_.has_value();
-  sink_.askOtherwise();
+  tried.rangeFailed = range_.has_value();
+  sink_.toggleRangeRequest();
 }
 
 std::optional<TransferOutcome> Transfer::followRedirect() {
-  if (redirects_ == settings_.redirects) return failed(Code::tooManyRedirects);
+  if (redirects_ == settings_.mostRedirects) return failed(Code::tooManyRedirects);
   auto target = redirectTarget(url_, check_->location());
   if (!target) return TransferOutcome::failed(std::move(target).error());
   if (Status status = redirectGuard_.checkRedirect(handle_.get(), url_, *target); !status) {

@@ -50,7 +50,7 @@ class Transfer {
     return bytesCome_ - std::exchange(bytesTaken_, bytesCome_);
   }
   /// The same for the whole attempt.
-  [[nodiscard]] std::int64_t bytesCome() const noexcept { return bytesCome_; }
+  [[nodiscard]] std::int64_t totalBytesReceived() const noexcept { return bytesCome_; }
   /// To be called before the attempt is ended early: keeps the received part of the body if it can
   /// be resumed.
   void keepPart() { sink_.keep(); }
@@ -100,7 +100,7 @@ class Transfer {
 
   static std::size_t takeHeader(char* bytes, std::size_t size, std::size_t count, void* transfer);
   static std::size_t takeBody(char* bytes, std::size_t size, std::size_t count, void* transfer);
-  static int endTurn(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t);
+  static int flushBody(void* transfer, std::int64_t, std::int64_t, std::int64_t, std::int64_t);
 
   void startOver();
   [[nodiscard]] ResponseCheck::OpenEnds openEnds() const;
@@ -111,7 +111,7 @@ class Transfer {
   bool setRange();
   bool setHeaderList();
   [[nodiscard]] std::string conditionHeader() const;
-  void noteLengths() noexcept;
+  void publishLengths() noexcept;
   bool takeHeaderLine(std::string_view line);
   bool beginBody();
 
@@ -123,7 +123,7 @@ class Transfer {
   void describe(AttemptResult& tried);
   void describeLine(AttemptResult& tried) const;
   [[nodiscard]] bool hasFailedOverHTTP2(const AttemptResult& tried) const;
-  void settlePart(AttemptResult& tried);
+  void keepOrDiscardPart(AttemptResult& tried);
   TransferOutcome finishBody();
   [[nodiscard]] std::string storageProblem() const;
   [[nodiscard]] TransferOutcome broken(int result) const;
@@ -142,7 +142,7 @@ class Transfer {
   const KivRESTServiceValidators* const validators_;
   bool isConditional_ = false;  // the current request
   BodySink sink_;
-  std::optional<RangeAsked> range_;
+  std::optional<RequestedRange> range_;
   int redirects_ = 0;
   bool isRedirected_ = false;
   RedirectGuard redirectGuard_;

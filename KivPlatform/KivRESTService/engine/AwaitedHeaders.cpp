@@ -13,12 +13,12 @@ namespace kiv {
 void AwaitedHeaders::add(Download& download) {
   download.headers.clear();
   const Transfer* const transfer = download.transfer.get();
-  questions_.push_back({.task = download.attemptID(),
+  questions_.push_back({.task = download.downloadID(),
                         .number = ++download.lastQuestion,
                         .url = transfer ? transfer->url() : download.url(),
                         .tries = download.metrics.tries + (transfer ? 0 : 1),
                         .redirects = transfer ? transfer->redirects() : 0});
-  asking_.emplace(download.attemptID(), &download);
+  asking_.emplace(download.downloadID(), &download);
 }
 
 void AwaitedHeaders::askAgain() {
@@ -62,8 +62,8 @@ std::size_t AwaitedHeaders::postponedBelow(std::uint64_t priority,
 }
 
 void AwaitedHeaders::remove(Download& download) {
-  asking_.erase(download.attemptID());
-  postponed_.erase(download.attemptID());
+  asking_.erase(download.downloadID());
+  postponed_.erase(download.downloadID());
   std::erase(answered_, &download);
 }
 

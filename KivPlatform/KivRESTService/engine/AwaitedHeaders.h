@@ -45,7 +45,7 @@ class AwaitedHeaders {
   std::vector<Download*> takeAll();
 
  private:
-  using Downloads = std::map<std::uint64_t, Download*>;  // by attemptID()
+  using Downloads = std::map<std::uint64_t, Download*>;  // by downloadID()
 
   static Download* takeFrom(Downloads& downloads, const RequestAnswer& answer);
 

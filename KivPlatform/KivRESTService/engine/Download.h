@@ -47,7 +47,7 @@ struct Download {
 
   /// Identifies the download, and with it its attempt, since only one runs at a time: the ID of its
   /// first task.
-  [[nodiscard]] std::uint64_t attemptID() const { return tasks.front(); }
+  [[nodiscard]] std::uint64_t downloadID() const { return tasks.front(); }
   [[nodiscard]] const URL& url() const { return urls[server]; }
   /// The total running time of its attempts, the current one included.
   [[nodiscard]] SpeedPolicy::Duration age(Time now) const {

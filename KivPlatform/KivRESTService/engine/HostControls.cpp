@@ -20,13 +20,13 @@ using Clock = std::chrono::steady_clock;
 void TransferScheduler::apply(const TransferControls& controls) {
   const TransferControls former = std::exchange(controls_, controls);
   if (controls.bandwidth != former.bandwidth) changeBandwidth(former.bandwidth);
-  if (controls.conditionVersion != former.conditionVersion) doubtAnswers();
+  if (controls.conditionVersion != former.conditionVersion) invalidateAnswers();
   if (controls.handlerVersion != former.handlerVersion) awaitedHeaders_.askAgain();
   if (controls.isPaused == former.isPaused) return;
   if (controls.isPaused) {
     pausedSince_ = Clock::now();
     isReportDue_ = true;
-    doubtAnswers();
+    invalidateAnswers();
     haltAllPrepared();
   } else {
     postponeDeadlines(Clock::now() - pausedSince_);
@@ -54,7 +54,7 @@ void TransferScheduler::halt(TransferWorker& worker, Download& download) {
   if (download.transfer->bodyHasBegun()) {
     noteReached(server);
   } else if (isProbing(download)) {
-    health_.noteEnd(server, download.attemptID());
+    health_.noteEnd(server, download.downloadID());
     endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
   }
   stopRunning(worker, download);
@@ -99,7 +99,7 @@ void TransferScheduler::changeBandwidth(std::int64_t former) {
   readSize_.setBandwidth(bandwidth);
   if (bandwidth <= 0 || former <= 0) {
     places_.clear();  // the numbers depend on whether there is a limit
-    furtherPlaces_ = 0;
+    extraSlots_ = 0;
   }
   const bool isLower = bandwidth > 0 && (former <= 0 || bandwidth < former);
   if (isLower) haltAllPrepared();
@@ -117,8 +117,8 @@ void TransferScheduler::ask(Download& download) {
   removeDeadline(download);
   download.suspendedSince = Clock::now();
   ++runningPerServer_[download.servers[download.server]];
-  asking_.emplace(download.attemptID(), &download);
-  questions_.push_back({download.attemptID(), download.url()});
+  asking_.emplace(download.downloadID(), &download);
+  questions_.push_back({download.downloadID(), download.url()});
 }
 
 void TransferScheduler::reportQuestions(MutexLock& lock) {
@@ -144,7 +144,7 @@ void TransferScheduler::take(const std::vector<StartAnswer>& answers) {
 }
 
 /// The host's answers may be out of date.
-void TransferScheduler::doubtAnswers() {
+void TransferScheduler::invalidateAnswers() {
   asksAgain_ = true;
   for (Download* const download : std::exchange(allowed_, {}))
     refused_.push_back(download);

@@ -29,19 +29,20 @@ std::size_t TransferScheduler::placesAt(const std::string& server) const {
 
 /// Servers with long round trips get places in addition to those that all servers share.
 std::size_t TransferScheduler::placesInAll() const noexcept {
-  return std::max<std::size_t>(1, settings_.parallelTransfers) + furtherPlaces_;
+  return std::max<std::size_t>(1, settings_.parallelTransfers) + extraSlots_;
 }
 
-void TransferScheduler::noteLine(const Download& download, const AttemptResult& result, Time now) {
+void TransferScheduler::recordRoundTrip(const Download& download, const AttemptResult& result,
+                                        Time now) {
   const std::string& server = download.servers[download.server];
   ParallelPlaces& places = places_.try_emplace(server, settings_).first->second;
-  furtherPlaces_ -= places.count() - places.least();
+  extraSlots_ -= places.count() - places.least();
   using Version = ParallelPlaces::Version;
   const auto version = result.cameOverHTTP2 ? Version::http2 : Version::http1;
   if (result.handshake) places.noteHandshake(*result.handshake);
   if (result.transfer) places.noteTransfer(*result.transfer, version);
   if (mayComeFromTooMany(result)) places.noteTrouble(download.attemptBegun, now);
-  furtherPlaces_ += places.count() - places.least();
+  extraSlots_ += places.count() - places.least();
 }
 
 /// Not with a bandwidth limit: libcurl stops reading from a connection when one of its streams
@@ -83,7 +84,7 @@ void TransferScheduler::endSilent(TransferWorker& worker, Time now) {
 
 void TransferScheduler::runHeld(TransferWorker& worker) {
   for (Download* const download : worker.takeReleased()) {
-    if (!worker.run(*download)) endUnrun(worker, *download);
+    if (!worker.run(*download)) failToStart(worker, *download);
   }
 }
 
@@ -96,7 +97,7 @@ void TransferScheduler::endHeld(TransferWorker& worker, const std::string& origi
     if (isShared) {
       endAttempt(worker, *download, download->transfer->shareFailure(result));
     } else if (!worker.runAtOnce(*download)) {
-      endUnrun(worker, *download);
+      failToStart(worker, *download);
     }
   }
 }

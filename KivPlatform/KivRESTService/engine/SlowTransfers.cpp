@@ -32,11 +32,11 @@ void TransferScheduler::endSlow(TransferWorker& worker) {
   // One at a time: whether another one has to yield is known only when a download has taken this
   // slot.
   const Predicate gives = [&](Download& download) { return isToGiveWay(download, now); };
-  if (Download* const download = worker.findRunning(gives)) giveWay(worker, *download);
+  if (Download* const download = worker.findRunning(gives)) yield(worker, *download);
 }
 
 bool TransferScheduler::isTooSlow(Download& download, Time now) {
-  download.speed.note(download.transfer->bytesCome(), now, speeds_.window());
+  download.speed.note(download.transfer->totalBytesReceived(), now, speeds_.window());
   const auto speed = download.speed.bytesPerSecond();
   return speed && *speed < speeds_.minimum(download.age(now));
 }
@@ -51,7 +51,7 @@ void TransferScheduler::endAsTooSlow(TransferWorker& worker, Download& download)
 bool TransferScheduler::isToGiveWay(Download& download, Time now) {
   const auto speed = download.speed.bytesPerSecond();
   if (waiting_.empty() || !speed || !speeds_.isSlow(*speed)) return false;
-  if (now - download.attemptBegun < speeds_.turn(download.metrics.timesGivenWay)) return false;
+  if (now - download.attemptBegun < speeds_.turn(download.metrics.timesYielded)) return false;
   if (heldBackUntil_ || pendingBytes_.exceeds(settings_.largestPendingBytes)) return false;
   return waiting_.anyFirst(
       [&](Download& waiting) { return couldStartAfter(download, waiting, now); });
@@ -79,12 +79,12 @@ std::size_t TransferScheduler::olderThan(const Download& download, bool onItsSer
 }
 
 /// Yielding is not a failure. It does show that the server answers.
-void TransferScheduler::giveWay(TransferWorker& worker, Download& download) {
+void TransferScheduler::yield(TransferWorker& worker, Download& download) {
   noteReached(download.servers[download.server]);
   download.transfer->keepPart();
   worker.stop(download, resultOfTimeOut);
   stopRunning(worker, download);
-  ++download.metrics.timesGivenWay;
+  ++download.metrics.timesYielded;
   download.state = Download::State::waiting;
   waiting_.add(download);
 }

@@ -163,19 +163,19 @@ void TaskLedger::addJob() {
 /// completes the other tasks.
 void TaskLedger::runJob() {
   const JobStart start{std::chrono::steady_clock::now(), system::processorTimeOfThisThread()};
-  bool isCut = true;
+  bool hasMore = true;
   std::exception_ptr thrown;
   try {
-    isCut = !completeEnded(start.time + CompletionPace::longestJob);
+    hasMore = !completeEnded(start.time + CompletionPace::longestJob);
   } catch (...) {
     thrown = std::current_exception();
   }
   // The work that the host does at the end of the job is part of its cost.
   try {
     DispatchQueue::atEndOfJob(
-        [self = shared_from_this(), start, isCut] { self->endJob(start, isCut); });
+        [self = shared_from_this(), start, hasMore] { self->endJob(start, hasMore); });
   } catch (const std::exception&) {  // out of memory
-    endJob(start, isCut);
+    endJob(start, hasMore);
   }
   if (thrown) std::rethrow_exception(thrown);
 }
@@ -195,7 +195,7 @@ bool TaskLedger::completeEnded(Time deadline) {
   }
 }
 
-void TaskLedger::endJob(JobStart start, bool isCut) {
+void TaskLedger::endJob(JobStart start, bool hasMore) {
   const auto processorTime = system::processorTimeOfThisThread() - start.processorTime;
   bool isDue = false;
   bool isWaiting = false;
@@ -203,7 +203,7 @@ void TaskLedger::endJob(JobStart start, bool isCut) {
     const MutexLock lock(mutex_);
     const Time now = std::chrono::steady_clock::now();
     hasJob_ = false;
-    pace_.jobEnded({now - start.time, processorTime}, now, isCut);
+    pace_.jobEnded({now - start.time, processorTime}, now, hasMore);
     isDue = claimJob(now);
     isWaiting = !isDue && !ended_.empty();
   }

@@ -86,7 +86,7 @@ class TaskLedger : public std::enable_shared_from_this<TaskLedger> {
     Time time;
     Time::duration processorTime;
   };
-  void endJob(JobStart start, bool isCut);
+  void endJob(JobStart start, bool hasMore);
   bool completeEnded(Time deadline);
   void complete(TaskResult& result);
   /// Removes the bodies of results that nobody needs from the pending bytes.

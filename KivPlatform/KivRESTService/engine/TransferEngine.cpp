@@ -30,7 +30,7 @@ TransferEngine::TransferEngine(TransferSettings settings,
       preparing_(std::move(preparing)),
       threads_(TransferScheduler::workerCount(settings_)),
       controls_{.bandwidth = settings_.bandwidth} {
-  pendingBytes_->setWakeUp([this] { remind(0); });
+  pendingBytes_->setWakeUp([this] { wakeUpIfRunning(0); });
   exitHook_.emplace([this] { stop(); });
 }
 
@@ -193,7 +193,7 @@ void TransferEngine::wakeUpAll() {
 }
 
 /// Wakes the thread up if it runs.
-void TransferEngine::remind(std::size_t index) {
+void TransferEngine::wakeUpIfRunning(std::size_t index) {
   if (isInherited()) return;
   const MutexLock lock(mutex_);
   wakeUp(index);
@@ -260,7 +260,7 @@ void TransferEngine::begin(std::size_t index, const WorkerHandles& handles) {
 void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   TransferWorker& worker = scheduler_->worker(index);
   // New jobs come first, so that a free slot goes to the best of all waiting jobs.
-  takeOrders(index);
+  takeRequests(index);
   worker.releaseDropped();
   scheduler_->haltIfAsked(worker);
   scheduler_->startWaiting();
@@ -271,7 +271,7 @@ void TransferEngine::doWhatIsDue(std::size_t index, Lock& lock) {
   scheduler_->reportRequests(lock);
   if (isBusy(index)) threads_[index].idleUntil = Clock::now() + settings_.idleTime;
   // The first thread reports progress, and ends when all jobs are done.
-  if (index > 0 && scheduler_->isIdle()) remind(0);
+  if (index > 0 && scheduler_->isIdle()) wakeUpIfRunning(0);
 }
 
 /// The lock is not held while the thread waits and moves bytes.
@@ -280,17 +280,17 @@ void TransferEngine::transfer(std::size_t index, Lock& lock) {
   worker.applySpeedLimit();
   const auto longest = longestWait(index);
   lock.unlock();
-  const bool isWell = worker.wait(doDue(longest)) && worker.move();
+  const bool succeeded = worker.wait(doDue(longest)) && worker.move();
   lock.lock();
   // Before ended transfers are handled, so that a new job for the same file shares the transfer.
-  takeOrders(index);
-  if (!isWell) scheduler_->failRunning(worker);
+  takeRequests(index);
+  if (!succeeded) scheduler_->failRunning(worker);
   scheduler_->finishEnded(worker);
   scheduler_->endSlow(worker);
   reportProgress(lock);
 }
 
-void TransferEngine::takeOrders(std::size_t index) {
+void TransferEngine::takeRequests(std::size_t index) {
   std::vector<TransferJob> jobs;
   std::vector<StartAnswer> answers;
   RequestAnswers requestAnswers;
@@ -323,17 +323,17 @@ void TransferEngine::callUpOthers(std::size_t self) {
     const TransferWorker& worker = scheduler_->worker(index);
     if (index == self) continue;
     if (worker.hasAssigned()) {
-      if (callUp(index)) continue;
+      if (wakeUpOrStart(index)) continue;
       scheduler_->replaceWorker(index, scheduler_->worker(self));
       scheduler_->runAssigned(scheduler_->worker(self));
     } else if (worker.hasDropped()) {
-      remind(index);
+      wakeUpIfRunning(index);
     }
   }
 }
 
 /// Wakes the thread up, or starts it; false if it cannot be started.
-bool TransferEngine::callUp(std::size_t index) {
+bool TransferEngine::wakeUpOrStart(std::size_t index) {
   const MutexLock lock(mutex_);
   return wakeUp(index) || startThread(index);
 }

@@ -101,8 +101,8 @@ class TransferEngine {
   bool startThread(std::size_t index) KIV_REQUIRES(mutex_);
   bool wakeUp(std::size_t index) KIV_REQUIRES(mutex_);
   void wakeUpAll() KIV_REQUIRES(mutex_);
-  void remind(std::size_t index);
-  bool callUp(std::size_t index);
+  void wakeUpIfRunning(std::size_t index);
+  bool wakeUpOrStart(std::size_t index);
 
   // Called on the transfer threads, with the scheduler locked.
   void serve(std::size_t index, const WorkerHandles& handles);
@@ -112,7 +112,7 @@ class TransferEngine {
   void begin(std::size_t index, const WorkerHandles& handles) KIV_REQUIRES(schedulerMutex_);
   void doWhatIsDue(std::size_t index, Lock& lock) KIV_REQUIRES(schedulerMutex_);
   void transfer(std::size_t index, Lock& lock) KIV_UNCHECKED_LOCKING;
-  void takeOrders(std::size_t index) KIV_REQUIRES(schedulerMutex_);
+  void takeRequests(std::size_t index) KIV_REQUIRES(schedulerMutex_);
   void callUpOthers(std::size_t self) KIV_REQUIRES(schedulerMutex_);
   [[nodiscard]] bool isBusy(std::size_t index) KIV_REQUIRES(schedulerMutex_);
   WorkerHandles leaveIfDone(std::size_t index) KIV_REQUIRES(schedulerMutex_);

@@ -186,7 +186,7 @@ std::optional<TransferPlan::Step> TransferScheduler::nextStep(const Download& do
 void TransferScheduler::start(Download& download) {
   noteBegun(download, Clock::now());
   ++download.metrics.tries;
-  health_.noteTry(download.servers[download.server], download.attemptID());
+  health_.noteTry(download.servers[download.server], download.downloadID());
   if (auto obstacle = startTransfer(download, chooseWorker(download))) {
     download.transfer.reset();
     conclude(download, AttemptResult(std::move(*obstacle)));
@@ -235,7 +235,7 @@ void TransferScheduler::assign(Download& download, TransferWorker& worker) {
   download.worker = &worker;
   download.state = Download::State::running;
   download.attemptBegun = Clock::now();
-  download.speed.restart(download.transfer->bytesCome(), download.attemptBegun);
+  download.speed.restart(download.transfer->totalBytesReceived(), download.attemptBegun);
   running_.push_back(&download);
   ++runningPerServer_[download.servers[download.server]];
   shareBandwidth();
@@ -283,11 +283,11 @@ void TransferScheduler::shareBandwidth() {
 
 void TransferScheduler::runAssigned(TransferWorker& worker) {
   for (Download* const download : worker.takeAssigned()) {
-    if (!worker.run(*download)) endUnrun(worker, *download);
+    if (!worker.run(*download)) failToStart(worker, *download);
   }
 }
 
-void TransferScheduler::endUnrun(TransferWorker& worker, Download& download) {
+void TransferScheduler::failToStart(TransferWorker& worker, Download& download) {
   endAttempt(worker, download, AttemptResult(failure(Code::outOfResources, download.url())));
 }
 
@@ -314,7 +314,7 @@ void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::End
   }
   const bool goesOn = !result && worker.run(download);
   if (goesOn) {
-    download.speed.restart(download.transfer->bytesCome(), Clock::now());
+    download.speed.restart(download.transfer->totalBytesReceived(), Clock::now());
     noteReached(download.servers[download.server]);
     return shareBandwidth();
   }
@@ -324,7 +324,7 @@ void TransferScheduler::finish(TransferWorker& worker, const TransferWorker::End
 
 void TransferScheduler::failRunning(TransferWorker& worker) {
   for (Download* const download : worker.takeRunning())
-    endUnrun(worker, *download);
+    failToStart(worker, *download);
 }
 
 void TransferScheduler::endAttempt(TransferWorker& worker, Download& download,
@@ -340,7 +340,7 @@ void TransferScheduler::conclude(Download& download, AttemptResult result) {
   const bool wasProbe = isProbing(download);
   noteHealth(download, result, now);
   if (wasProbe) endProbe(server, result, now);
-  noteLine(download, result, now);
+  recordRoundTrip(download, result, now);
   noteHTTP2(download, result, now);
   download.record(std::move(result), policy_, now);
   advance(download);
@@ -364,7 +364,7 @@ void TransferScheduler::releasePlaceAt(const std::string& server) {
 // --- Servers that cannot be reached --------------------------------------------------------------
 
 bool TransferScheduler::isProbing(const Download& download) const {
-  return health_.isProbe(download.servers[download.server], download.attemptID());
+  return health_.isProbe(download.servers[download.server], download.downloadID());
 }
 
 bool TransferScheduler::isAnswering(const std::string& server) const {
@@ -392,9 +392,9 @@ void TransferScheduler::noteHealth(const Download& download, const AttemptResult
   if (result.wasReached || (result.isUnreachable && isAnswering(server))) {
     noteReached(server);
   } else if (result.isUnreachable) {
-    health_.noteUnreachable(server, download.attemptID(), now);
+    health_.noteUnreachable(server, download.downloadID(), now);
   } else {
-    health_.noteEnd(server, download.attemptID());
+    health_.noteEnd(server, download.downloadID());
   }
 }
 
@@ -405,11 +405,12 @@ void TransferScheduler::endProbe(const std::string& server, AttemptResult& resul
   endPauses(pausing_.lower_bound(Time::max()), pausing_.end());
   if (!result.isUnreachable || !health_.isUnreachable(server)) return;
   result.isLast = result.errorCode() == Code::timedOut;
-  for (Download* const download : leftTo(server, now))
+  for (Download* const download : downloadsWithoutBetterServer(server, now))
     shareFailure(*download, server, result, now);
 }
 
-std::vector<Download*> TransferScheduler::leftTo(const std::string& server, Time now) const {
+std::vector<Download*> TransferScheduler::downloadsWithoutBetterServer(const std::string& server,
+                                                                       Time now) const {
   std::vector<Download*> left;
   for (const auto& [key, download] : downloads_) {
     if (isLeftTo(*download, server, now)) left.push_back(download.get());

@@ -144,7 +144,7 @@ class TransferScheduler {
   void addDeadline(Download& download);
   void removeDeadline(Download& download);
   void ask(Download& download);
-  void doubtAnswers();
+  void invalidateAnswers();
   void startAllowed(Time now);
   void releaseRefused(Time now);
   void endSuspension(Download& download, Time now);
@@ -165,11 +165,11 @@ class TransferScheduler {
   void endSilent(TransferWorker& worker, Time now);
   void runHeld(TransferWorker& worker);
   void endHeld(TransferWorker& worker, const std::string& origin, int result);
-  void endUnrun(TransferWorker& worker, Download& download);
+  void failToStart(TransferWorker& worker, Download& download);
   void endAttempt(TransferWorker& worker, Download& download, AttemptResult result);
   void stopRunning(TransferWorker& worker, Download& download);
   void endAsTooSlow(TransferWorker& worker, Download& download);
-  void giveWay(TransferWorker& worker, Download& download);
+  void yield(TransferWorker& worker, Download& download);
   [[nodiscard]] bool isTooSlow(Download& download, Time now);
   [[nodiscard]] bool isToGiveWay(Download& download, Time now);
   [[nodiscard]] bool couldStartAfter(const Download& download, Download& waiting, Time now) const;
@@ -188,11 +188,12 @@ class TransferScheduler {
   [[nodiscard]] bool mayUseHTTP2(const Download& download) const;
   [[nodiscard]] std::size_t placesAt(const std::string& server) const;
   [[nodiscard]] std::size_t placesInAll() const noexcept;
-  void noteLine(const Download& download, const AttemptResult& result, Time now);
+  void recordRoundTrip(const Download& download, const AttemptResult& result, Time now);
   void noteHTTP2(const Download& download, const AttemptResult& result, Time now);
   void endProbe(const std::string& server, AttemptResult& result, Time now);
   [[nodiscard]] bool isLeftTo(const Download& download, const std::string& server, Time now) const;
-  [[nodiscard]] std::vector<Download*> leftTo(const std::string& server, Time now) const;
+  [[nodiscard]] std::vector<Download*> downloadsWithoutBetterServer(const std::string& server,
+                                                                    Time now) const;
   void shareFailure(Download& download, const std::string& server, const AttemptResult& result,
                     Time now);
 
@@ -208,7 +209,7 @@ class TransferScheduler {
   HostHealth health_;
   HTTP2Trust http2Trust_;
   std::map<std::string, ParallelPlaces> places_;  // by server
-  std::size_t furtherPlaces_ = 0;                 // the sum over places_ of those beyond the least
+  std::size_t extraSlots_ = 0;                    // the sum over places_ of those beyond the least
   RetryPolicy policy_;
   SpeedPolicy speeds_;
   BandwidthBudget budget_;
@@ -225,7 +226,7 @@ class TransferScheduler {
   std::map<std::string, std::size_t> runningPerServer_;
   std::set<std::pair<Time, Download*>> deadlines_;  // of those begun and not suspended
   std::vector<StartQuestion> questions_;            // not yet reported
-  std::map<std::uint64_t, Download*> asking_;       // by attemptID()
+  std::map<std::uint64_t, Download*> asking_;       // by downloadID()
   std::vector<Download*> allowed_;                  // by the start condition, and not started yet
   std::vector<Download*> refused_;                  // by the start condition
   bool asksAgain_ = false;                          // about refused_

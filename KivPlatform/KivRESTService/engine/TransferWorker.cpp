@@ -187,7 +187,7 @@ std::vector<long> TransferWorker::silentConnections(std::chrono::milliseconds li
     if (!connection) continue;
     Come& come = comeOver[*connection];
     ++come.requests;
-    come.bytes += download->transfer->bytesCome();
+    come.bytes += download->transfer->totalBytesReceived();
   }
   std::erase_if(silences_, [&](const auto& entry) { return !comeOver.contains(entry.first); });
   std::vector<long> silent;

@@ -13,13 +13,13 @@
 namespace kiv {
 
 bool WaitingDownloads::Place::operator<(const Place& other) const noexcept {
-  if (timesGivenWay != other.timesGivenWay) return timesGivenWay < other.timesGivenWay;
+  if (timesYielded != other.timesYielded) return timesYielded < other.timesYielded;
   if (priority != other.priority) return priority > other.priority;
   return task < other.task;
 }
 
 WaitingDownloads::Place WaitingDownloads::placeOf(const Download& download) {
-  return {download.metrics.timesGivenWay, download.priority, download.tasks.front()};
+  return {download.metrics.timesYielded, download.priority, download.tasks.front()};
 }
 
 std::string WaitingDownloads::lineOf(const Download& download) {

@@ -29,7 +29,7 @@ class WaitingDownloads {
 
  private:
   struct Place {
-    int timesGivenWay;
+    int timesYielded;
     std::uint64_t priority;
     std::uint64_t task;
     bool operator<(const Place& other) const noexcept;

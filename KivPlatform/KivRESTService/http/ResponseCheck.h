@@ -26,7 +26,7 @@ struct BodyVersion {
 };
 
 /// A request for the rest of a file whose beginning is kept in a partial body.
-struct RangeAsked {
+struct RequestedRange {
   std::int64_t first = 0;              ///< Offset of the first byte wanted.
   std::optional<std::int64_t> length;  ///< Of the whole file, if known.
   BodyVersion version;                 ///< Of the partial body.
@@ -56,7 +56,8 @@ class ResponseCheck {
   enum class OpenEnds { none, http10, all };
 
   /// `largestBody` is the limit on the bytes of a file.
-  explicit ResponseCheck(std::int64_t largestBody, std::optional<RangeAsked> range = std::nullopt,
+  explicit ResponseCheck(std::int64_t largestBody,
+                         std::optional<RequestedRange> range = std::nullopt,
                          Protocols protocols = Protocols::http1,
                          OpenEnds openEnds = OpenEnds::http10)
       : largestBody_(largestBody),
@@ -126,7 +127,7 @@ class ResponseCheck {
   std::optional<std::string>* keptHeader(std::string_view name) noexcept;
 
   const std::int64_t largestBody_;
-  const std::optional<RangeAsked> range_;
+  const std::optional<RequestedRange> range_;
   const Protocols protocols_;
   const OpenEnds openEnds_;
   Stage stage_ = Stage::statusLine;

@@ -60,16 +60,16 @@ BodySink::~BodySink() {
   buffers_.giveBack(std::move(memory_));
 }
 
-std::optional<RangeAsked> BodySink::range() const {
+std::optional<RequestedRange> BodySink::range() const {
   if (!partial_ || !partial_->record()) return std::nullopt;
   const PartialRecord& record = *partial_->record();
-  if (record.restFailed) return std::nullopt;
+  if (record.rangeFailed) return std::nullopt;
   std::int64_t first = partial_->length();
   // A range must not begin at the end of the file. If the whole body is kept already, its last byte
   // is requested, to verify that the version has not changed.
   if (record.length) first = std::min(first, *record.length - 1);
   if (first <= 0) return std::nullopt;
-  return RangeAsked{first, record.length, record.version};
+  return RequestedRange{first, record.length, record.version};
 }
 
 bool BodySink::isFrom(const URL& url) const {
@@ -95,35 +95,35 @@ bool BodySink::begin(const URL& from, const ResponseCheck& response) {
 bool BodySink::moveToDisk() {
   coming_.version = response_->version();  // slow, and only a record needs it
   auto created = spool_.create(url_);
-  if (!created) return remember(created.error());
+  if (!created) return storeError(created.error());
   partial_ = *std::move(created);
-  if (Status status = partial_->begin(coming_); !status) return remember(std::move(status));
+  if (Status status = partial_->begin(coming_); !status) return storeError(std::move(status));
   isOnDisk_ = true;
   std::string bytes = std::exchange(memory_, {});
   Status status = partial_->append(bytes);
   buffers_.giveBack(std::move(bytes));
-  return remember(std::move(status));
+  return storeError(std::move(status));
 }
 
-bool BodySink::remember(Status&& status) {
+bool BodySink::storeError(Status&& status) {
   return std::move(status).reportTo(&error_);
 }
 
 bool BodySink::resume() {
   resumed_ = range()->first;
   isOnDisk_ = true;
-  return remember(partial_->resume(resumed_));
+  return storeError(partial_->resume(resumed_));
 }
 
 bool BodySink::append(std::string_view bytes) {
-  if (isOnDisk_) return remember(partial_->append(bytes));
+  if (isOnDisk_) return storeError(partial_->append(bytes));
   memory_.append(bytes);
   const bool isLarge = static_cast<std::int64_t>(memory_.size()) > largestInMemory_;
   return !isLarge || !spool_.isUsable() || moveToDisk();
 }
 
 bool BodySink::flush() {
-  return !isOnDisk_ || !partial_ || remember(partial_->flush());
+  return !isOnDisk_ || !partial_ || storeError(partial_->flush());
 }
 
 void BodySink::keep() {
@@ -138,8 +138,8 @@ std::optional<Data> BodySink::finish() {
   return PartialBody::finish(std::move(partial_)).reportTo(&error_);
 }
 
-void BodySink::askOtherwise() {
-  if (partial_ && partial_->record()) partial_->setRestFailed(!partial_->record()->restFailed);
+void BodySink::toggleRangeRequest() {
+  if (partial_ && partial_->record()) partial_->setRangeFailed(!partial_->record()->rangeFailed);
 }
 
 void BodySink::discard() {

@@ -59,7 +59,7 @@ class BodySink {
 
   /// The range to request. Nothing if the whole file must be requested, because there is no partial
   /// body or the last range request failed.
-  [[nodiscard]] std::optional<RangeAsked> range() const;
+  [[nodiscard]] std::optional<RequestedRange> range() const;
   /// True if the partial body came from that URL (after redirects).
   [[nodiscard]] bool isFrom(const URL& url) const;
 
@@ -78,7 +78,7 @@ class BodySink {
   std::optional<Data> finish();
   /// Called if the response contained no part of the file. The next attempt requests the whole file
   /// if this one requested a range, and vice versa.
-  void askOtherwise();
+  void toggleRangeRequest();
   /// Discards the partial body and the bytes received.
   void discard();
 
@@ -94,7 +94,7 @@ class BodySink {
  private:
   bool moveToDisk();
   /// Stores the error on failure. Returns true on success.
-  bool remember(Status&& status);
+  bool storeError(Status&& status);
 
   const URL url_;
   SpoolDirectory& spool_;

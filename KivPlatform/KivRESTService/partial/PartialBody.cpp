@@ -32,7 +32,7 @@ constexpr std::string_view entityTagKey = "entityTag";
 constexpr std::string_view lastModifiedKey = "lastModified";
 constexpr std::string_view lengthKey = "length";
 constexpr std::string_view dateKey = "date";
-constexpr std::string_view restFailedKey = "restFailed";
+constexpr std::string_view rangeFailedKey = "restFailed";
 constexpr std::string_view bootKey = "boot";
 
 /// A length or a date; nothing if it is missing or out of range.
@@ -59,7 +59,7 @@ std::string PartialRecord::text() const {
                                           {lastModifiedKey, version.lastModified},
                                           {lengthKey, length},
                                           {dateKey, date},
-                                          {restFailedKey, restFailed},
+                                          {rangeFailedKey, rangeFailed},
                                           {bootKey, system::bootID()}});
 }
 
@@ -80,7 +80,7 @@ std::optional<PartialRecord> PartialRecord::fromText(std::string_view text) {
   if (hasCharactersOfDate(date)) record.version.lastModified = date;
   record.length = number(entries[lengthKey]);
   record.date = number(entries[dateKey]).value_or(0);
-  record.restFailed = entries[restFailedKey].boolean();
+  record.rangeFailed = entries[rangeFailedKey].boolean();
   const std::string_view boot = entries[bootKey].stringView();
   const bool isUsable =
       !record.version.validator().empty() && !boot.empty() && boot == system::bootID();
@@ -171,9 +171,9 @@ Status PartialBody::resume(std::int64_t length) {
   return {};
 }
 
-void PartialBody::setRestFailed(bool failed) {
+void PartialBody::setRangeFailed(bool failed) {
   if (!record_) return;
-  record_->restFailed = failed;
+  record_->rangeFailed = failed;
   static_cast<void>(writeRecord());  // on failure the next attempt repeats the same request
 }
 

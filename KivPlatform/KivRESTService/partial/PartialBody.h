@@ -25,7 +25,7 @@ struct PartialRecord {
   std::optional<std::int64_t> length;  ///< Bytes of the whole body, if known.
   std::int64_t date = 0;  ///< When an attempt last began to add to it; in seconds since 1970.
   /// The last range request failed, so the next request is for the whole file.
-  bool restFailed = false;
+  bool rangeFailed = false;
 
   /// The contents of the record's file. They include the boot ID, because the body is not synced
   /// and may have holes after a system crash.
@@ -74,7 +74,7 @@ class PartialBody {
   Status append(std::string_view bytes);
   Status flush();
   /// Records whether the last range request failed.
-  void setRestFailed(bool failed);
+  void setRangeFailed(bool failed);
   /// Ends a complete body and returns its data, which owns the file and keeps the lock. On failure
   /// the destructor decides what is kept.
   static Result<Data> finish(std::unique_ptr<PartialBody> body);

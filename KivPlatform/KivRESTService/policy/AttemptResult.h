@@ -59,7 +59,7 @@ struct AttemptResult {
   /// server.
   bool startsOver = false;
   /// A range request got no part of the range: the next attempt asks for the whole file.
-  bool restFailed = false;
+  bool rangeFailed = false;
   /// A whole body came over HTTP/2.
   bool cameOverHTTP2 = false;
   /// HTTP/2 was offered to the server, and its response came over HTTP/1.

@@ -15,7 +15,7 @@ bool CompletionPace::isDue(const Waiting& waiting, Time now) const noexcept {
   return waiting.inFlight == 0 || areMany || now >= next_;
 }
 
-void CompletionPace::jobEnded(Cost cost, Time now, bool isCut) noexcept {
+void CompletionPace::jobEnded(Cost cost, Time now, bool hasMore) noexcept {
   constexpr int pauseForTime = 20;
   constexpr int pauseForProcessorTime = 100;
   constexpr Time::duration shortest = std::chrono::milliseconds(3);
@@ -24,7 +24,7 @@ void CompletionPace::jobEnded(Cost cost, Time now, bool isCut) noexcept {
   const Time::duration pause =
       std::max(std::min(cost.time, longest) * pauseForTime,
                std::min(cost.processorTime, longest) * pauseForProcessorTime);
-  next_ = isCut ? now : now + std::clamp(pause, shortest, longest);
+  next_ = hasMore ? now : now + std::clamp(pause, shortest, longest);
 }
 
 }  // namespace kiv

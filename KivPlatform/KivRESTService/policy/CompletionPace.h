@@ -38,9 +38,9 @@ class CompletionPace {
     Time::duration processorTime{};
   };
 
-  /// Called when a job has ended. `isCut` means that it ran for longestJob and left tasks, which
+  /// Called when a job has ended. `hasMore` means that it ran for longestJob and left tasks, which
   /// then do not wait.
-  void jobEnded(Cost cost, Time now, bool isCut) noexcept;
+  void jobEnded(Cost cost, Time now, bool hasMore) noexcept;
 
  private:
   Time next_{};

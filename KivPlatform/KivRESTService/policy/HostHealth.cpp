@@ -16,9 +16,9 @@ bool HostHealth::isUnreachable(const std::string& server) const {
   return unreachable_.contains(server);
 }
 
-bool HostHealth::isProbe(const std::string& server, std::uint64_t attemptID) const {
+bool HostHealth::isProbe(const std::string& server, std::uint64_t downloadID) const {
   const auto found = unreachable_.find(server);
-  return found != unreachable_.end() && found->second.probe == attemptID;
+  return found != unreachable_.end() && found->second.probe == downloadID;
 }
 
 std::vector<std::string> HostHealth::probed() const {
@@ -29,18 +29,18 @@ std::vector<std::string> HostHealth::probed() const {
   return servers;
 }
 
-void HostHealth::noteTry(const std::string& server, std::uint64_t attemptID) {
+void HostHealth::noteTry(const std::string& server, std::uint64_t downloadID) {
   const auto found = unreachable_.find(server);
-  if (found != unreachable_.end() && !found->second.probe) found->second.probe = attemptID;
+  if (found != unreachable_.end() && !found->second.probe) found->second.probe = downloadID;
 }
 
-void HostHealth::noteUnreachable(const std::string& server, std::uint64_t attemptID, Time now) {
+void HostHealth::noteUnreachable(const std::string& server, std::uint64_t downloadID, Time now) {
   unreachable_[server].avoidedUntil = now + pause_;
-  noteEnd(server, attemptID);
+  noteEnd(server, downloadID);
 }
 
-void HostHealth::noteEnd(const std::string& server, std::uint64_t attemptID) {
-  if (isProbe(server, attemptID)) unreachable_.at(server).probe.reset();
+void HostHealth::noteEnd(const std::string& server, std::uint64_t downloadID) {
+  if (isProbe(server, downloadID)) unreachable_.at(server).probe.reset();
 }
 
 bool HostHealth::noteReached(const std::string& server) {

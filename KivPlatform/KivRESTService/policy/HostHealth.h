@@ -31,17 +31,17 @@ class HostHealth {
   /// True from the first failure to reach the server until an attempt reaches it.
   [[nodiscard]] bool isUnreachable(const std::string& server) const;
   /// True if this attempt is probing the server.
-  [[nodiscard]] bool isProbe(const std::string& server, std::uint64_t attemptID) const;
+  [[nodiscard]] bool isProbe(const std::string& server, std::uint64_t downloadID) const;
   /// The servers that an attempt is probing.
   [[nodiscard]] std::vector<std::string> probed() const;
 
-  /// Called when an attempt starts; `attemptID` identifies it. It becomes the probe of an
+  /// Called when an attempt starts; `downloadID` identifies it. It becomes the probe of an
   /// unreachable server that has none.
-  void noteTry(const std::string& server, std::uint64_t attemptID);
+  void noteTry(const std::string& server, std::uint64_t downloadID);
   /// Called when an attempt has not reached the server.
-  void noteUnreachable(const std::string& server, std::uint64_t attemptID, Time now);
+  void noteUnreachable(const std::string& server, std::uint64_t downloadID, Time now);
   /// Called when an attempt has ended without telling whether the server is reachable.
-  void noteEnd(const std::string& server, std::uint64_t attemptID);
+  void noteEnd(const std::string& server, std::uint64_t downloadID);
   /// Called when the server was reached, whatever it answered. True if it was unreachable before.
   bool noteReached(const std::string& server);
   /// Called when all attempts have been dropped.

@@ -31,7 +31,7 @@ ParallelPlaces::ParallelPlaces(const TransferSettings& settings) noexcept
       mostOverHTTP1_(mostFor(settings, settings.mostTransfersPerHost)),
       mostOverHTTP2_(mostFor(settings, settings.mostStreamsPerHost)),
       leastRoundTrip_(settings.leastRoundTrip),
-      largestTimes_(settings.roundTripsOfLatency),
+      mostRoundTrips_(settings.roundTripsOfLatency),
       count_(least_) {}
 
 std::size_t ParallelPlaces::most(Version version) const noexcept {
@@ -54,11 +54,11 @@ void ParallelPlaces::noteTransfer(Duration time, Version version) noexcept {
   time_ = Duration(0);
   transfers_ = 0;
   constexpr int mostTroubles = 3;
-  if (isLong && times <= largestTimes_ && troubles_ < mostTroubles) {
+  if (isLong && times <= mostRoundTrips_ && troubles_ < mostTroubles) {
     // A further connection costs a handshake, a further stream nothing.
     const std::size_t factor = version == Version::http2 ? 4 : 2;
     count_ = std::max(count_, std::min(factor * count_, most(version)));
-  } else if (times > 2 * largestTimes_) {
+  } else if (times > 2 * mostRoundTrips_) {
     count_ = std::max(least_, count_ / 2);
   }
 }

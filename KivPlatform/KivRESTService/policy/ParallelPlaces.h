@@ -42,7 +42,7 @@ class ParallelPlaces {
   const std::size_t mostOverHTTP1_;
   const std::size_t mostOverHTTP2_;
   const Duration leastRoundTrip_;
-  const double largestTimes_;  // in round trips; the count does not grow above it
+  const double mostRoundTrips_;  // in round trips; the count does not grow above it
   std::size_t count_;
   int troubles_ = 0;
   Time lastTrouble_ = Time::min();

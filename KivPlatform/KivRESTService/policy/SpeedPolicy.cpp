@@ -51,9 +51,9 @@ double SpeedPolicy::minimum(Duration age) const noexcept {
                   largestMinimum_);
 }
 
-SpeedPolicy::Duration SpeedPolicy::turn(int timesGivenWay) const noexcept {
+SpeedPolicy::Duration SpeedPolicy::turn(int timesYielded) const noexcept {
   Duration turn = turn_;
-  for (int time = 0; time < timesGivenWay && turn < longestTurn; ++time)
+  for (int time = 0; time < timesYielded && turn < longestTurn; ++time)
     turn *= 2;
   return turn;
 }

@@ -29,7 +29,7 @@ class SpeedPolicy {
   }
   /// How long an attempt keeps its slot, however slow it is. It doubles each time, so that a body
   /// that cannot be resumed completes eventually.
-  [[nodiscard]] Duration turn(int timesGivenWay) const noexcept;
+  [[nodiscard]] Duration turn(int timesYielded) const noexcept;
   /// The deadline of a download that began at that time; nothing if there is none.
   [[nodiscard]] std::optional<Time> deadline(Time begun) const noexcept {
     return deadline_ > Duration::zero() ? std::optional(begun + deadline_) : std::nullopt;

@@ -51,7 +51,7 @@ void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy&
   ++tries_;
   if (result.outcome.isSuccess()) success_ = server;
   // A final failure of a range request may not be final for the whole file.
-  const bool startsOver = result.startsOver || (result.restFailed && !isPassing(result));
+  const bool startsOver = result.startsOver || (result.rangeFailed && !isPassing(result));
   if (!startsOver) ++tried.tries;
   if (startsOver) {
     tried.notBefore = now;
@@ -60,7 +60,7 @@ void TransferPlan::record(std::size_t server, AttemptResult result, RetryPolicy&
     if (!result.madeProgress && !result.failedOverHTTP2) ++tried.spent;
     tried.failures = result.madeProgress ? 1 : tried.failures + 1;
     tried.notBefore = now + policy.wait(tried.failures, result.retryAfter);
-    const bool isSpent = tried.spent >= triesPerServer_ && !result.restFailed;
+    const bool isSpent = tried.spent >= triesPerServer_ && !result.rangeFailed;
     tried.isDone = result.isLast || isSpent;
   } else {
     tried.isDone = true;

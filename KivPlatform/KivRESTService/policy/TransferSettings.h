@@ -77,7 +77,7 @@ struct TransferSettings : KivRESTServiceSettings {
   /// only one at a time tries it.
   std::chrono::milliseconds unreachablePause{30'000};
   /// Redirects followed for one attempt. Browsers follow 20, RFC 2068 recommended 5.
-  int redirects = 10;
+  int mostRedirects = 10;
 
   // --- Partial bodies ---
 

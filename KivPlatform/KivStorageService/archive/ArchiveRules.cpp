@@ -63,8 +63,8 @@ std::optional<std::string> validateFileType(const ArchiveEntry& entry) {
 
 /// Checks whether a new item may share the existing node that has the same folded name. Only a
 /// directory may, with a directory of exactly the same name.
-std::optional<std::string> validateMeeting(const ArchiveNode& standing, std::string_view name,
-                                           bool isFile) {
+std::optional<std::string> validateConflict(const ArchiveNode& standing, std::string_view name,
+                                            bool isFile) {
   if (standing.name != name) {
     return "has a path that differs from another entry's only by the spelling of its letters";
   }
@@ -139,7 +139,7 @@ std::optional<std::string> ArchiveTree::add(std::string_view path,
     const std::string_view name = path.substr(0, separator);
     std::unique_ptr<ArchiveNode>& node = directory->children[unicode::folded(name)];
     if (node) {
-      if (auto problem = validateMeeting(*node, name, isLast && entry)) return problem;
+      if (auto problem = validateConflict(*node, name, isLast && entry)) return problem;
     } else {
       node = std::make_unique<ArchiveNode>();
       node->name = name;

@@ -36,8 +36,8 @@ bool isOutOfDescriptors(const Error& error) {
 /// If the process is out of file descriptors, closes the files of the group and tries again.
 Result<StorageRoot::TemporaryFile> createFile(StorageRoot& root, Access access, SyncGroup* group) {
   auto created = root.createTemporaryFile(access);
-  const bool mayHelp = !created && group && isOutOfDescriptors(created.error());
-  return mayHelp && group->closeFiles() ? root.createTemporaryFile(access) : std::move(created);
+  const bool canRetry = !created && group && isOutOfDescriptors(created.error());
+  return canRetry && group->closeFiles() ? root.createTemporaryFile(access) : std::move(created);
 }
 
 }  // namespace
@@ -83,7 +83,7 @@ Status AtomicFile::write(const Data& data) {
   return {};
 }
 
-std::size_t AtomicFile::leaveSyncTo(SyncGroup& group) {
+std::size_t AtomicFile::deferSyncTo(SyncGroup& group) {
   return group.add(std::move(file_));
 }
 

@@ -38,7 +38,7 @@ class AtomicFile {
   Status write(const Data& data);
   /// Leaves the sync of the file to the group, which must be synchronized before place() or
   /// commit() is called. Returns the number of the file in the group.
-  std::size_t leaveSyncTo(SyncGroup& group);
+  std::size_t deferSyncTo(SyncGroup& group);
   /// Closes the file, so that place() renames it without a sync.
   Status closeWithoutSync();
   /// Syncs the file, renames it to the path, replacing a file or link, and syncs the directory.

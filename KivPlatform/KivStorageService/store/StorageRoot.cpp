@@ -46,7 +46,7 @@ Result<std::unique_ptr<WritableFile>> createFile(const std::string& path, Access
 }
 
 /// Syncs the entries of every directory from `top` down to the parent of `bottom`.
-Status synchronizeWay(const std::string& top, const std::string& bottom) {
+Status synchronizeAncestors(const std::string& top, const std::string& bottom) {
   for (std::string path = bottom; path.size() > top.size();) {
     path = parentOf(path);
     Status status = FileManager::defaultManager().synchronizeDirectoryAtPath(path);
@@ -184,7 +184,7 @@ Status StorageRoot::prepareDirectory(const std::string& directory) {
   if (!exists) {
     if (Status status = files.createDirectoryAtPath(directory); !status) return status;
   }
-  if (Status status = synchronizeWay(top, directory); !status) return status;
+  if (Status status = synchronizeAncestors(top, directory); !status) return status;
   durableDirectories_.insert(directory);
   return {};
 }

@@ -27,10 +27,10 @@ void SyncGroup::prepare(const std::string& directory) {
 }
 
 std::size_t SyncGroup::add(std::unique_ptr<WritableFile> file) {
-  const std::size_t number = isWhole_.size();
-  isWhole_.push_back(false);
+  const std::size_t number = isComplete_.size();
+  isComplete_.push_back(false);
   if (usesBatch_) {
-    isWhole_[number] = static_cast<bool>(file->close());
+    isComplete_[number] = static_cast<bool>(file->close());
     return number;
   }
   open_.push_back({number, std::move(file)});
@@ -58,7 +58,7 @@ bool SyncGroup::closeFiles() {
   const auto synced = usesBatch_ ? std::vector<Status>(files.size()) : synchronizeFiles(files);
   for (std::size_t index = 0; index < files.size(); ++index) {
     const Status closed = files[index].file->close();
-    isWhole_[files[index].number] = synced[index] && closed;
+    isComplete_[files[index].number] = synced[index] && closed;
   }
   return true;
 }
@@ -69,7 +69,7 @@ bool SyncGroup::synchronize(std::size_t number) {
     isOnDisk_ = !usesBatch_ || batch_->synchronize();
     batch_.reset();
   }
-  return isOnDisk_ && isWhole_[number];
+  return isOnDisk_ && isComplete_[number];
 }
 
 }  // namespace kiv::storage

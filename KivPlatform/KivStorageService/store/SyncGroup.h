@@ -49,9 +49,9 @@ class SyncGroup {
   bool isSynchronized_ = false;
   std::unique_ptr<BatchSync> batch_;  ///< nullptr if each file is synced.
   bool usesBatch_ = false;
-  bool isOnDisk_ = false;       ///< True if the batch sync succeeded, or was not needed.
-  std::vector<OpenFile> open_;  ///< Neither synced nor left to the batch sync yet.
-  std::vector<bool> isWhole_;   ///< By number: true for a file that was closed without an error.
+  bool isOnDisk_ = false;         ///< True if the batch sync succeeded, or was not needed.
+  std::vector<OpenFile> open_;    ///< Neither synced nor left to the batch sync yet.
+  std::vector<bool> isComplete_;  ///< By number: true for a file that was closed without an error.
 };
 
 }  // namespace kiv::storage

@@ -86,7 +86,7 @@ class KivRESTServicePause : public ClientFixture {
     EXPECT_TRUE(load.body() == body_) << load.message() << load.body().size();
     EXPECT_EQ(load.completions(), 1);
     EXPECT_EQ(load.task()->metrics().tries, 1);
-    EXPECT_EQ(load.task()->metrics().timesGivenWay, 0);
+    EXPECT_EQ(load.task()->metrics().timesYielded, 0);
     EXPECT_TRUE(load.task()->metrics().failedTries.empty());
   }
 

@@ -49,10 +49,10 @@ class KivRESTServiceSlowTest : public ClientFixture {
     settings_.largestStallSpeed = 100'000;
   }
 
-  static int timesGivenWay(const std::vector<Load>& loads) {
+  static int timesYielded(const std::vector<Load>& loads) {
     int times = 0;
     for (const Load& load : loads)
-      times += load.task()->metrics().timesGivenWay;
+      times += load.task()->metrics().timesYielded;
     return times;
   }
 };
@@ -71,8 +71,8 @@ TEST_F(KivRESTServiceSlowTest, SlowOnesGiveTheirPlacesToThoseThatWaitAndContinue
     EXPECT_EQ(load.completions(), 1);
     const auto& metrics = load.task()->metrics();
     EXPECT_TRUE(metrics.failedTries.empty()) << "giving way is no failure";
-    EXPECT_EQ(metrics.tries, metrics.timesGivenWay + 1);
-    if (metrics.timesGivenWay == 0) continue;
+    EXPECT_EQ(metrics.tries, metrics.timesYielded + 1);
+    if (metrics.timesYielded == 0) continue;
     EXPECT_GT(metrics.resumedBytes, 0);
     ++continued;
   }
@@ -87,14 +87,14 @@ TEST_F(KivRESTServiceSlowTest, ABodyWithoutAVersionComesInALongerTurn) {
   serveSlowly("/other", 2'000, "");
   const std::vector<Load> loads{Load(client(), url("/slow")), Load(client(), url("/other"))};
   expectBodies(loads, patternedBytes(2'000));
-  EXPECT_GE(timesGivenWay(loads), 1);
+  EXPECT_GE(timesYielded(loads), 1);
 }
 
 TEST_F(KivRESTServiceSlowTest, NothingGivesWayToNobody) {
   serveSlowly("/slow", 3'000);
   const auto slow = makeLoads(client(), url("/slow"), 6);
   expectBodies(slow, patternedBytes(3'000));
-  EXPECT_EQ(timesGivenWay(slow), 0);
+  EXPECT_EQ(timesYielded(slow), 0);
 }
 
 TEST_F(KivRESTServiceSlowTest, APlaceAtABusyServerIsGivenToThoseThatWaitForIt) {
@@ -219,7 +219,7 @@ TEST_F(KivRESTServiceDeadlineTest, EndsADownloadThatHasGivenWay) {
   const std::vector<Load> loads{Load(client(), url("/slow")), Load(client(), url("/other"))};
   for (const Load& load : loads)
     expectDeadlineExceeded(load);
-  EXPECT_GE(timesGivenWay(loads), 1);
+  EXPECT_GE(timesYielded(loads), 1);
   EXPECT_TRUE(client().currentQueue().empty());
 }
 

@@ -20,10 +20,10 @@ using kiv::WaitingDownloads;
 class WaitingDownloadsTest : public testing::Test {
  protected:
   Download& add(std::uint64_t task, std::uint64_t priority,
-                const std::string& url = "http://a.test/x", int timesGivenWay = 0) {
+                const std::string& url = "http://a.test/x", int timesYielded = 0) {
     const kiv::TransferJob job{task, priority, {*URL::fromString(url)}};
     all_.push_back(std::make_unique<Download>(job, settings_));
-    all_.back()->metrics.timesGivenWay = timesGivenWay;
+    all_.back()->metrics.timesYielded = timesYielded;
     waiting_.add(*all_.back());
     return *all_.back();
   }

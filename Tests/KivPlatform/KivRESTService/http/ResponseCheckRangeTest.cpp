@@ -8,11 +8,11 @@
 namespace {
 
 using kiv::BodyVersion;
-using kiv::RangeAsked;
+using kiv::RequestedRange;
 using kiv::ResponseCheck;
 
 const BodyVersion versionA{"\"a\"", ""};
-const RangeAsked fromFive{5, 10, versionA};
+const RequestedRange fromFive{5, 10, versionA};
 
 /// Passes the header lines, given without line ends, and an empty line to the check.
 bool feed(ResponseCheck& check, const std::vector<std::string>& lines) {
@@ -38,7 +38,7 @@ TEST(ResponseCheckRange, TheRestAsItWasAskedForIsTheFile) {
 }
 
 TEST(ResponseCheckRange, LengthOfTheFileMayComeWithTheRest) {
-  ResponseCheck check(1000, RangeAsked{5, std::nullopt, versionA});
+  ResponseCheck check(1000, RequestedRange{5, std::nullopt, versionA});
   ASSERT_TRUE(feed(check, partial("bytes 5-11/12", "Content-Length: 7")));
   EXPECT_EQ(check.fileLength(), 12);
 }
@@ -87,11 +87,11 @@ TEST(ResponseCheckRange, WithoutARangeAskedForAPartIsOnlyAStatus) {
 
 TEST(ResponseCheckRange, AnotherDateIsAnotherVersion) {
   const BodyVersion dated{"", "Wed, 01 Jan 2025 00:00:00 GMT"};
-  ResponseCheck same(1000, RangeAsked{5, 10, dated});
+  ResponseCheck same(1000, RequestedRange{5, 10, dated});
   auto lines = partial("bytes 5-9/10", "Last-Modified: " + dated.lastModified);
   lines.push_back("Content-Length: 5");
   EXPECT_TRUE(feed(same, lines));
-  ResponseCheck other(1000, RangeAsked{5, 10, dated});
+  ResponseCheck other(1000, RequestedRange{5, 10, dated});
   EXPECT_FALSE(
       feed(other, partial("bytes 5-9/10", "Last-Modified: Thu, 02 Jan 2025 00:00:00 GMT")));
 }
@@ -120,7 +120,7 @@ TEST(ResponseCheckRange, TheRestNeedsNoOtherLength) {
 }
 
 TEST(ResponseCheckRange, TheBoundHoldsForTheWholeFile) {
-  ResponseCheck check(9, RangeAsked{5, std::nullopt, versionA});
+  ResponseCheck check(9, RequestedRange{5, std::nullopt, versionA});
   EXPECT_FALSE(feed(check, partial("bytes 5-9/10")));
   EXPECT_EQ(check.problem()->code, KivRESTServiceErrorCode::bodyTooLarge);
 }
@@ -178,7 +178,7 @@ TEST(ResponseCheckHTTP2, IsTakenOnlyWhereItWasOffered) {
 TEST(ResponseCheckHTTP2, ABodyNeedsALength) {
   ResponseCheck whole(1000, std::nullopt, ResponseCheck::Protocols::http1AndHTTP2);
   EXPECT_FALSE(feed(whole, {"HTTP/2 200 "}));
-  const RangeAsked asked{5, 10, {"\"1\"", {}}};
+  const RequestedRange asked{5, 10, {"\"1\"", {}}};
   ResponseCheck rest(1000, asked, ResponseCheck::Protocols::http1AndHTTP2);
   EXPECT_FALSE(feed(rest, {"HTTP/2 206 ", "content-range: bytes 5-9/10", "etag: \"1\""}));
   EXPECT_EQ(rest.problem()->code, KivRESTServiceErrorCode::malformedResponse);

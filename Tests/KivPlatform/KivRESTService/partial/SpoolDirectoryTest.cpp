@@ -359,12 +359,12 @@ TEST_F(SpoolDirectoryTest, HowTheLastRequestForTheRestCameOutIsKept) {
   leave(url("a"), "12345");
   setAge(url("a"), 60);
   const auto date = spool().find(url("a"))->record()->date;
-  EXPECT_FALSE(spool().find(url("a"))->record()->restFailed);
-  spool().find(url("a"))->setRestFailed(true);
-  EXPECT_TRUE(spool().find(url("a"))->record()->restFailed);
+  EXPECT_FALSE(spool().find(url("a"))->record()->rangeFailed);
+  spool().find(url("a"))->setRangeFailed(true);
+  EXPECT_TRUE(spool().find(url("a"))->record()->rangeFailed);
   EXPECT_EQ(spool().find(url("a"))->record()->date, date);
-  spool().find(url("a"))->setRestFailed(false);
-  EXPECT_FALSE(spool().find(url("a"))->record()->restFailed);
+  spool().find(url("a"))->setRangeFailed(false);
+  EXPECT_FALSE(spool().find(url("a"))->record()->rangeFailed);
 }
 
 TEST_F(SpoolDirectoryTest, SweepingRemovesTheOldestWhereTheyAreTooLarge) {

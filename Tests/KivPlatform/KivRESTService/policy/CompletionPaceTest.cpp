@@ -13,8 +13,8 @@ using std::chrono::seconds;
 class CompletionPaceTest : public testing::Test {
  protected:
   /// A job that took that long has just ended.
-  void endJob(std::chrono::steady_clock::duration cost, bool isCut = false) {
-    pace_.jobEnded({cost, {}}, now_, isCut);
+  void endJob(std::chrono::steady_clock::duration cost, bool hasMore = false) {
+    pace_.jobEnded({cost, {}}, now_, hasMore);
   }
   [[nodiscard]] bool isDueAfter(std::chrono::steady_clock::duration time) const {
     return pace_.isDue({1, 1, 1}, now_ + time);

@@ -240,7 +240,7 @@ std::size_t triesAfterARest(const std::string& toTheRest, const std::string& lat
   Walk walk(1, settings);
   walk.next();
   kiv::AttemptResult result(outcome(toTheRest, 0));
-  result.restFailed = true;
+  result.rangeFailed = true;
   walk.record(std::move(result));
   while (walk.next())
     walk.record(outcome(later, 0));
@@ -267,7 +267,7 @@ TEST(TransferPlan, TheWholeIsAskedForAtOnceWhereTheAnswerCannotPass) {
   Walk walk(1, settings);
   walk.next();
   kiv::AttemptResult result(outcome("403", 0));
-  result.restFailed = true;
+  result.rangeFailed = true;
   walk.record(std::move(result));
   EXPECT_EQ(walk.next(), 0U);
   EXPECT_TRUE(walk.waits.empty());
