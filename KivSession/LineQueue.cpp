@@ -74,7 +74,7 @@ void LineQueue::add(Text text, bool isProgress) noexcept {
   } catch (const std::bad_alloc&) {
     linesWereLost_ = true;
   }
-  showWhetherEmpty();
+  updateDescriptor();
   arrived_.notify_one();
 }
 
@@ -92,7 +92,7 @@ LineQueue::Outcome LineQueue::pop(std::optional<std::chrono::milliseconds> timeo
   }
   if (isClosed_) return Outcome::closed;
   if (!takeFirst(line)) return Outcome::noMemory;
-  showWhetherEmpty();
+  updateDescriptor();
   return Outcome::line;
 }
 
@@ -108,7 +108,7 @@ bool LineQueue::takeFirst(Text& line) {
   return true;
 }
 
-void LineQueue::showWhetherEmpty() noexcept {
+void LineQueue::updateDescriptor() noexcept {
   if (isReadable_ != isEmpty()) return;
   char byte = 0;
   while ((isReadable_ ? ::read(pipe_[0], &byte, 1) : ::write(pipe_[1], &byte, 1)) < 0 &&

@@ -58,7 +58,7 @@ class LineQueue {
     return lines_.empty() && !linesWereLost_;
   }
   bool takeFirst(Text& line) KIV_REQUIRES(mutex_);
-  void showWhetherEmpty() noexcept KIV_REQUIRES(mutex_);
+  void updateDescriptor() noexcept KIV_REQUIRES(mutex_);
 
   const std::array<int, 2> pipe_;  ///< Holds one byte while lines wait.
   Mutex mutex_;

@@ -107,7 +107,8 @@ void OpenSession::runSession() {
       lines_->push(compactJSON(Dictionary{{"error", status.error().localizedDescription()}}));
     }
   }
-  session_ = std::make_shared<Session>(manager, [this](const Dictionary& line) { putOut(line); });
+  session_ =
+      std::make_shared<Session>(manager, [this](const Dictionary& line) { writeLine(line); });
   manager->addObserver(session_, queue);
   session_->run();
   session_.reset();
@@ -116,7 +117,7 @@ void OpenSession::runSession() {
   }
 }
 
-void OpenSession::putOut(const Dictionary& line) noexcept {
+void OpenSession::writeLine(const Dictionary& line) noexcept {
   try {
     const auto& event = line["event"];
     const bool isProgress = event.isString() && event.stringView() == "progress";

@@ -33,7 +33,7 @@ class OpenSession : public std::enable_shared_from_this<OpenSession> {
   void start();
   void serve() noexcept;
   void runSession();
-  void putOut(const Dictionary& line) noexcept;
+  void writeLine(const Dictionary& line) noexcept;
 
   const OpenSettings settings_;
   const std::unique_ptr<LineQueue> lines_;

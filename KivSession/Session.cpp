@@ -13,12 +13,12 @@ Session::Session(std::shared_ptr<KivResourceManager> manager, Output output)
     : SessionEvents(std::move(output)),
       manager_(std::move(manager)),
       requests_(std::make_shared<SessionRequests>([this](std::uint64_t number, const URL& url) {
-        orTellOfLoss([&] { putOut(requestLine(number, url)); });
+        orReportLoss([&] { writeLine(requestLine(number, url)); });
       })),
       following_(
           manager_,
           [this](const auto& check, const auto& tag) {
-            orTellOfLoss([&] { putOut(checkLine(check, tag)); });
+            orReportLoss([&] { writeLine(checkLine(check, tag)); });
           },
           [this](const auto& client) { requests_->equip(client); }) {
   requests_->equip(manager_->loader()->restService());
@@ -39,7 +39,7 @@ void Session::run() {
   while (queue->drain() > 0) {
   }
   following_.stop();
-  orTellOfLoss([this] { tellOfSaving(); });
+  orReportLoss([this] { tellOfSaving(); });
 }
 
 bool Session::isOver() const {
@@ -61,7 +61,7 @@ std::chrono::milliseconds Session::untilDeadline() const {
 
 void Session::endWaitingWhenDue() {
   if (waiting_ == Waiting::no || Clock::now() < deadline_) return;
-  orTellOfLoss([this] {
+  orReportLoss([this] {
     if (waiting_ == Waiting::forFinish) {
       answer({{"error", "timeout"}});
     } else {
@@ -83,7 +83,7 @@ void Session::endWhatIsHeldBack() {
 // --- Input ---------------------------------------------------------------------------------------
 
 void Session::takeLine(std::string line) {
-  orTellOfLoss([&] { lines_.push_back(std::move(line)); });
+  orReportLoss([&] { lines_.push_back(std::move(line)); });
   scheduleNextCall();
 }
 
@@ -113,7 +113,7 @@ void Session::makeNextCall() {
   if (isStopped_) return;
   const auto line = std::exchange(lines_.front(), {});
   lines_.pop_front();
-  orTellOfLoss([&] {
+  orReportLoss([&] {
     call_ = readSessionCall(line);
     const auto call = std::exchange(call_.what, {});  // a configuration may be large
     std::visit([this](const auto& what) { make(what); }, call);
@@ -136,7 +136,7 @@ void Session::make(const SessionCall::Operation& operation) {
   // The callbacks of what has happened may still wait in the queue. They are put out first, so that
   // a host never hears of a resource later than of a state without downloads.
   DispatchQueue::main()->async([self = shared_from_this(), line = std::move(line)] {
-    self->orTellOfLoss([&] { self->answer(line); });
+    self->orReportLoss([&] { self->answer(line); });
   });
 }
 
@@ -155,7 +155,7 @@ void Session::make(const SessionCall::StartPass& call) {
   const KivResourcePass& pass = call.pass;
   if (reportsPasses_) {
     manager_->startPass(pass, [self = shared_from_this(), tag = call_.tag](const auto& report) {
-      self->orTellOfLoss([&] { self->putOut(passReportLine(report, tag)); });
+      self->orReportLoss([&] { self->writeLine(passReportLine(report, tag)); });
     });
   } else if (pass.dropsRest) {
     manager_->updateResourcesForConfig(pass.config);
@@ -171,7 +171,7 @@ void Session::make(const SessionCall::Revalidate& call) {
   manager_->revalidate(
       [self = shared_from_this(), tag = call_.tag](const auto& report) {
         --self->revalidations_;
-        self->orTellOfLoss([&] { self->putOut(revalidationReportLine(report, tag)); });
+        self->orReportLoss([&] { self->writeLine(revalidationReportLine(report, tag)); });
       },
       call.what);
   ++revalidations_;
@@ -253,14 +253,14 @@ void Session::setProgressHandler() {
   if (!reportsProgress_) return client->setProgressHandler({});
   client->setProgressHandler([weak = weak_from_this()](const KivRESTServiceProgress& progress) {
     const auto self = weak.lock();
-    if (self) self->orTellOfLoss([&] { self->putOut(progressLine(progress)); });
+    if (self) self->orReportLoss([&] { self->writeLine(progressLine(progress)); });
   });
 }
 
 /// Every call with a tag is answered by one line with that tag.
 void Session::answer(Dictionary line) const {
   if (!call_.tag.isNull()) line.set("tag", call_.tag);
-  putOut(line);
+  writeLine(line);
 }
 
 /// The answer to a call without a result of its own.
@@ -271,7 +271,7 @@ void Session::answerDone() const {
 /// Only one line for several successive failures.
 void Session::tellOfSaving() {
   const auto complaint = complaintOfSaving(*manager_);
-  if (complaint && !hasToldOfSaving_) putOut({{"error", *complaint}});
+  if (complaint && !hasToldOfSaving_) writeLine({{"error", *complaint}});
   hasToldOfSaving_ = complaint.has_value();
 }
 
@@ -299,12 +299,12 @@ void Session::endWaiting() {
 
 void Session::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) {
   SessionEvents::resourceManagerDidFinishLoading(manager);
-  orTellOfLoss([this] { tellOfSaving(); });
+  orReportLoss([this] { tellOfSaving(); });
   if (waiting_ != Waiting::forFinish) {
     ++unusedFinishes_;
     return;
   }
-  orTellOfLoss([this] { answerDone(); });
+  orReportLoss([this] { answerDone(); });
   endWaiting();
 }
 

@@ -6,23 +6,23 @@ namespace kiv::session {
 
 void SessionEvents::resourceManager_didLoadResource(const std::shared_ptr<KivResourceManager>&,
                                                     const std::shared_ptr<KivResource>& resource) {
-  orTellOfLoss([&] {
-    putOut({{"event", "didLoadResource"}, {"resource", resourceJSON(*resource)}});
+  orReportLoss([&] {
+    writeLine({{"event", "didLoadResource"}, {"resource", resourceJSON(*resource)}});
   });
 }
 
 void SessionEvents::resourceManager_didFailToLoadResource_withError(
     const std::shared_ptr<KivResourceManager>&, const std::shared_ptr<KivResource>& resource,
     const std::optional<Error>& error) {
-  orTellOfLoss([&] {
-    putOut({{"event", "didFailToLoadResource"},
-            {"resource", resourceJSON(*resource)},
-            {"error", errorJSON(error)}});
+  orReportLoss([&] {
+    writeLine({{"event", "didFailToLoadResource"},
+               {"resource", resourceJSON(*resource)},
+               {"error", errorJSON(error)}});
   });
 }
 
 void SessionEvents::resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>&) {
-  orTellOfLoss([&] { putOut({{"event", "didFinishLoading"}}); });
+  orReportLoss([&] { writeLine({{"event", "didFinishLoading"}}); });
 }
 
 Dictionary requestLine(std::uint64_t number, const URL& url) {

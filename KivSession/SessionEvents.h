@@ -26,11 +26,11 @@ class SessionEvents : public KivResourceManagerObserver {
   void resourceManagerDidFinishLoading(const std::shared_ptr<KivResourceManager>& manager) override;
 
  protected:
-  void putOut(const Dictionary& line) const { output_(line); }
+  void writeLine(const Dictionary& line) const { output_(line); }
   /// Runs the function, which puts out lines. If there is no memory for them, a line tells so: a
   /// host may be waiting for them.
   template <class Function>
-  void orTellOfLoss(const Function& function) const {
+  void orReportLoss(const Function& function) const {
     try {
       function();
     } catch (const std::bad_alloc&) {

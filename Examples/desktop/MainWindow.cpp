@@ -41,7 +41,7 @@ MainWindow::MainWindow(CacheSession& session, const QStringList& configurations)
   setStatusBar(status_);
   listenToSession();
   listenToUpkeep();
-  showWhatRuns();
+  updateActions();
   resize(1240, 780);
   configuration_->setFocus();  // it stays, whatever comes to be shown below
 }
@@ -158,7 +158,7 @@ void MainWindow::listenToSession() {
   connect(&session_, &CacheSession::started, this, [this] {
     failures_->clear();
     status_->showStart();
-    showWhatRuns();
+    updateActions();
   });
   connect(&session_, &CacheSession::progressed, status_, &PassStatus::showProgress);
   connect(&session_, &CacheSession::failed, failures_, &FailureList::add);
@@ -171,13 +171,13 @@ void MainWindow::listenToUpkeep() {
   });
   connect(&session_, &CacheSession::revalidating, this, [this] {
     status_->showText(tr("Checking the stored files"));
-    showWhatRuns();
+    updateActions();
   });
   connect(&session_, &CacheSession::revalidated, this, [this](const PassSummary& summary) {
     failures_->present(summary.failures);
     status_->showText(summary.changes.isEmpty() ? tr("No stored files to check")
                                                 : tr("Stored files: %1").arg(summary.changes));
-    showWhatRuns();
+    updateActions();
   });
   connect(&session_, &CacheSession::spaceFreed, this, [this](const SpaceSummary& summary) {
     status_->showText(
@@ -190,7 +190,7 @@ void MainWindow::listenToUpkeep() {
 void MainWindow::showSummary(const PassSummary& summary) {
   failures_->present(summary.failures);
   status_->showEnd(resources_, summary);
-  showWhatRuns();
+  updateActions();
 }
 
 void MainWindow::start(CacheSession::Pass pass) {
@@ -220,22 +220,22 @@ void MainWindow::showItems(const QList<CacheItem>& items) {
   pages_->present(pages);
   resources_ = items.size();
   if (!session_.isRunning()) status_->showStored(resources_);
-  showWhatThereIs();
+  updateViews();
 }
 
 void MainWindow::showItem(const CacheItem& item) {
   gallery_->add(item);
   if (item.kind == CacheItem::Kind::page) pages_->add(item);
-  showWhatThereIs();
+  updateViews();
 }
 
-void MainWindow::showWhatThereIs() {
+void MainWindow::updateViews() {
   gallery_->setVisible(!gallery_->isEmpty());
   pages_->setVisible(!pages_->isEmpty());
   stack_->setCurrentIndex(gallery_->isEmpty() && pages_->isEmpty() ? 0 : 1);
 }
 
-void MainWindow::showWhatRuns() {
+void MainWindow::updateActions() {
   const bool runs = session_.isRunning();
   load_->setEnabled(!runs);
   update_->setEnabled(!runs);

@@ -41,9 +41,9 @@ class MainWindow final : public QMainWindow {
   void chooseConfiguration();
   void showItems(const QList<CacheItem>& items);
   void showItem(const CacheItem& item);
-  void showWhatThereIs();
+  void updateViews();
   void showSummary(const PassSummary& summary);
-  void showWhatRuns();
+  void updateActions();
 
   CacheSession& session_;
   Gallery* gallery_;

@@ -53,7 +53,7 @@ WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
   // that happens: it flickers and loses the focus. So an empty page is loaded before the window is
   // shown, and other pages wait for it.
   connect(this, &QWebEnginePage::loadFinished, this, [this] {
-    if (!std::exchange(isBegun_, true) && !url_.isEmpty()) load(url_);
+    if (!std::exchange(hasBegun_, true) && !url_.isEmpty()) load(url_);
   });
   load(emptyPage());
 }
@@ -61,15 +61,15 @@ WebPage::WebPage(QWebEngineProfile* profile) : QWebEnginePage(profile) {
 void WebPage::show(const QString& path, const QString& folder) {
   guard_.setPage(path, folder);
   url_ = QUrl::fromLocalFile(path);
-  personActed_ = false;
-  if (isBegun_) load(url_);
+  userActed_ = false;
+  if (hasBegun_) load(url_);
 }
 
 bool WebPage::eventFilter(QObject* object, QEvent* event) {
   if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress) {
     const auto* const view = QWebEngineView::forPage(this);
     const auto* const widget = qobject_cast<QWidget*>(object);
-    if (view && widget && view->isAncestorOf(widget)) personActed_ = true;
+    if (view && widget && view->isAncestorOf(widget)) userActed_ = true;
   }
   return false;
 }
@@ -77,13 +77,13 @@ bool WebPage::eventFilter(QObject* object, QEvent* event) {
 bool WebPage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
   if (!isMainFrame) return guard_.allows(url);
   const bool isOwn = url.matches(url_, QUrl::RemoveFragment);
-  if (isOwn || (!isBegun_ && url == emptyPage())) return true;
+  if (isOwn || (!hasBegun_ && url == emptyPage())) return true;
   if (type == NavigationTypeLinkClicked) follow(url);
   return false;
 }
 
 void WebPage::follow(const QUrl& link) {
-  if (std::exchange(personActed_, false)) openInBrowser(link);
+  if (std::exchange(userActed_, false)) openInBrowser(link);
 }
 
 QStringList WebPage::chooseFiles(FileSelectionMode, const QStringList&, const QStringList&) {

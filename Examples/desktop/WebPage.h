@@ -54,6 +54,6 @@ class WebPage final : public QWebEnginePage {
 
   PageGuard guard_;
   QUrl url_;
-  bool isBegun_ = false;  ///< The empty page, with which all begins, is there.
-  bool personActed_ = false;
+  bool hasBegun_ = false;  ///< The empty page, with which all begins, is there.
+  bool userActed_ = false;
 };

@@ -55,7 +55,7 @@ Error doubtError(std::string_view what, const std::optional<Error>& reason,
 }
 
 /// `place` is the item's path with the directory resolved, but not the item itself.
-bool isUsed(const std::string& place, UsedPlaces& used) {
+bool isUsed(const std::string& place, UsedPaths& used) {
   if (used.hold(place)) return true;
   if (!files().linkExistsAtPath(place)) return false;
   const auto target = files().resolvedPathOfItemAtPath(place);
@@ -89,7 +89,7 @@ Status findItemsOfProcess(const std::string& directory, PrivateItems& found) {
 
 // --- Places --------------------------------------------------------------------------------------
 
-void UsedPlaces::add(std::string_view path) {
+void UsedPaths::add(std::string_view path) {
   while (!path.empty() && isNew(path)) {
     const std::string_view parent = deletingLastPathComponent(path);
     places_.insert(resolved(path));
@@ -99,7 +99,7 @@ void UsedPlaces::add(std::string_view path) {
   }
 }
 
-bool UsedPlaces::hold(const std::string& place) {
+bool UsedPaths::hold(const std::string& place) {
   if (places_.contains(place)) return true;
   const std::string below = place + "/";
   const auto first = places_.lower_bound(below);
@@ -109,7 +109,7 @@ bool UsedPlaces::hold(const std::string& place) {
 
 /// A directory may list a name in another case or Unicode normalization than the saved list. The
 /// file system says whether both are the same item.
-bool UsedPlaces::holdInOtherSpelling(const std::string& place) {
+bool UsedPaths::holdInOtherSpelling(const std::string& place) {
   if (spellings_.empty()) foldPlaces();
   const std::string folded = unicode::foldedName(place);
   const auto [first, last] = spellings_.equal_range(folded);
@@ -119,7 +119,7 @@ bool UsedPlaces::holdInOtherSpelling(const std::string& place) {
 }
 
 /// The places and the directories above them, which may not be places themselves.
-void UsedPlaces::foldPlaces() {
+void UsedPaths::foldPlaces() {
   std::set<std::string_view> known;
   for (const std::string& used : places_) {
     for (std::string_view place = used; place.size() > 1 && known.insert(place).second;
@@ -129,7 +129,7 @@ void UsedPlaces::foldPlaces() {
 }
 
 /// If there is nothing, the name in the resolved parent directory.
-const std::string& UsedPlaces::resolved(std::string_view path) {
+const std::string& UsedPaths::resolved(std::string_view path) {
   const auto known = resolved_.find(path);
   if (known != resolved_.end()) return known->second;
   auto place = files().resolvedPathOfItemAtPath(path.empty() ? "." : path).toOptional();
@@ -200,7 +200,8 @@ std::optional<Error> refusalWhileLoading(const KivResourceManager& manager) {
                           "Nothing is cleaned up while downloads are in flight.");
 }
 
-std::optional<Error> doubtOfList(const KivResourceManager& manager, const ListedFiles& listed) {
+std::optional<Error> unreadableListError(const KivResourceManager& manager,
+                                         const ListedFiles& listed) {
   const std::string list = "The saved list \"" + KivResourceStorageModule::resourcesListPath();
   if (listed.listError) {
     return doubtError(list + "\" cannot be read", listed.listError,
@@ -245,7 +246,7 @@ Result<std::optional<std::string>> findResources() {
                               "\" is reached through a link, and lies in \"" + *directory + "\".");
 }
 
-Result<Orphans> findOrphans(UsedPlaces& used) {
+Result<Orphans> findOrphans(UsedPaths& used) {
   const auto found = findResources();
   if (!found) return found.error();
   const std::optional<std::string>& directory = *found;

@@ -20,7 +20,7 @@ namespace kiv {
 /// to them, links included.
 ///
 /// All places are added before the first question.
-class UsedPlaces {
+class UsedPaths {
  public:
   void add(std::string_view path);
   /// True if the place, or something below it, is in use.
@@ -40,7 +40,7 @@ class UsedPlaces {
 
 /// The files that the registry and the saved list name.
 struct ListedFiles {
-  UsedPlaces used;
+  UsedPaths used;
   std::map<std::string, std::string> resourceIDs;  ///< by path
   std::optional<Error> listError;                  ///< where the saved list cannot be read
   Array saved;                                     ///< The saved list.
@@ -64,7 +64,8 @@ bool isOfUnknownKind(const Value& entry);
 /// Why nothing may be removed now: downloads are in flight, or a list that cannot be read may name
 /// the files. Nothing if there is no reason.
 std::optional<Error> refusalWhileLoading(const KivResourceManager& manager);
-std::optional<Error> doubtOfList(const KivResourceManager& manager, const ListedFiles& listed);
+std::optional<Error> unreadableListError(const KivResourceManager& manager,
+                                         const ListedFiles& listed);
 
 /// The entries of a directory, sorted; none if it does not exist.
 Result<std::vector<std::string>> sortedNames(const std::string& directory);
@@ -78,7 +79,7 @@ struct Orphans {
   std::vector<std::string> orphaned;
   std::vector<std::string> partial;  ///< Directories without a page, which no pass would find.
 };
-Result<Orphans> findOrphans(UsedPlaces& used);
+Result<Orphans> findOrphans(UsedPaths& used);
 
 /// What is in the private directory, of this process or another.
 struct PrivateItems {

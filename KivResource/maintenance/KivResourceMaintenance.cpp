@@ -95,7 +95,7 @@ std::optional<Maintenance::Audit> KivResourceMaintenance::audit(const KivResourc
   ListedFiles listed = kiv::listedFiles(manager);
   Audit audit;
   audit.downloadsAreInFlight = manager.loadingResourcesFilesCount() > 0;
-  audit.listDoubt = kiv::doubtOfList(manager, listed);
+  audit.listDoubt = kiv::unreadableListError(manager, listed);
   findUnusable(listed, audit);
   const bool isWhole = addOrphans(listed, audit).reportTo(error) &&
                        addPrivateItems(audit).reportTo(error) &&
@@ -112,7 +112,7 @@ std::optional<Maintenance::CleanUp> KivResourceMaintenance::cleanUpOrphans(
   }
   const kiv::CacheInUse cache(manager.place().get());
   ListedFiles listed = kiv::listedFiles(manager);
-  if (auto doubt = kiv::doubtOfList(manager, listed)) {
+  if (auto doubt = kiv::unreadableListError(manager, listed)) {
     if (error) *error = std::move(doubt);
     return std::nullopt;
   }

@@ -138,7 +138,7 @@ Result<KivResourceTrim> Trim::run() {
 
 Status Trim::performRound() {
   kiv::ListedFiles listed = kiv::listedFiles(manager_);
-  if (auto doubt = kiv::doubtOfList(manager_, listed)) return *std::move(doubt);
+  if (auto doubt = kiv::unreadableListError(manager_, listed)) return *std::move(doubt);
   const auto directory = kiv::findResources();
   if (!directory) return directory.error();
   if (excess_ == 0 || !*directory) return {};

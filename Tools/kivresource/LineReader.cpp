@@ -11,9 +11,9 @@
 
 namespace tool {
 
-LineReader::LineReader(int descriptor, std::function<void(std::string)> takeLine,
-                       std::function<void()> takeEnd)
-    : descriptor_(descriptor), takeLine_(std::move(takeLine)), takeEnd_(std::move(takeEnd)) {
+LineReader::LineReader(int descriptor, std::function<void(std::string)> onLine,
+                       std::function<void()> onEnd)
+    : descriptor_(descriptor), onLine_(std::move(onLine)), onEnd_(std::move(onEnd)) {
   if (pipe2(stop_.data(), O_CLOEXEC) != 0) stop_ = {-1, -1};
   thread_ = std::thread([this] { read(); });
 }
@@ -30,8 +30,8 @@ void LineReader::read() {
     const ssize_t length = ::read(descriptor_, piece.data(), piece.size());
     if (length < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (length <= 0) {
-      if (!begun_.empty()) takeLine_(std::move(begun_));
-      takeEnd_();
+      if (!partialLine_.empty()) onLine_(std::move(partialLine_));
+      onEnd_();
       return;
     }
     takeBytes(piece.data(), static_cast<std::size_t>(length));
@@ -50,9 +50,9 @@ void LineReader::takeBytes(const char* bytes, std::size_t length) {
   const char* const end = bytes + length;
   while (true) {
     const char* const lineEnd = std::find(bytes, end, '\n');
-    begun_.append(bytes, lineEnd);
+    partialLine_.append(bytes, lineEnd);
     if (lineEnd == end) return;
-    takeLine_(std::exchange(begun_, {}));
+    onLine_(std::exchange(partialLine_, {}));
     bytes = lineEnd + 1;
   }
 }

@@ -11,10 +11,10 @@ namespace tool {
 /// thread is blocked.
 class LineReader {
  public:
-  /// `takeLine` is called with each line without its newline, including an unterminated last line;
-  /// `takeEnd` is called once after the last line. Both are called on the reader's thread.
-  LineReader(int descriptor, std::function<void(std::string line)> takeLine,
-             std::function<void()> takeEnd);
+  /// `onLine` is called with each line without its newline, including an unterminated last line;
+  /// `onEnd` is called once after the last line. Both are called on the reader's thread.
+  LineReader(int descriptor, std::function<void(std::string line)> onLine,
+             std::function<void()> onEnd);
   /// Stops reading immediately and joins the thread.
   ~LineReader();
   LineReader(const LineReader&) = delete;
@@ -26,9 +26,9 @@ class LineReader {
   void takeBytes(const char* bytes, std::size_t length);
 
   const int descriptor_;
-  const std::function<void(std::string)> takeLine_;
-  const std::function<void()> takeEnd_;
-  std::string begun_;
+  const std::function<void(std::string)> onLine_;
+  const std::function<void()> onEnd_;
+  std::string partialLine_;
   std::array<int, 2> stop_{-1, -1};
   std::thread thread_;
 };
